@@ -1,0 +1,15 @@
+# Flags for everything that is built: warnings are errors, and what lives in another process's address space is hardened.
+add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat=2 -Wno-format-nonliteral -Werror)
+add_compile_options(-fstack-protector-strong)
+add_link_options(-Wl,-z,now -Wl,-z,relro -Wl,--as-needed)
+
+if(TAV_SANITIZE)
+  add_compile_options(-fsanitize=${TAV_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all -O1)
+  add_link_options(-fsanitize=${TAV_SANITIZE})
+elseif(TAV_COVERAGE)
+  add_compile_options(--coverage -O0)
+  add_link_options(--coverage)
+else()
+  # The sanitizers bring checks of their own; fortified calls would hide theirs.
+  add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+endif()

@@ -1,0 +1,28 @@
+include(GoogleTest)
+
+# Test code is compiled often and runs briefly: no optimisation, few debug symbols, and its largest headers once for all
+# test programs.
+set(TAV_TEST_OPTIONS -O0 -g1 -U_FORTIFY_SOURCE)
+add_executable(tavtestheaders ${CMAKE_CURRENT_LIST_DIR}/test_headers.cpp)
+target_link_libraries(tavtestheaders PRIVATE GTest::gmock GTest::gtest Threads::Threads)
+target_compile_options(tavtestheaders PRIVATE ${TAV_TEST_OPTIONS})
+target_precompile_headers(tavtestheaders PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+
+# tav_test(NAME SOURCES source... [LIBRARIES library...] [LABEL unit|scenario|threads] [TIMEOUT seconds])
+# One GoogleTest program; every test of it becomes a test of its own, so that each meets a fresh process.
+function(tav_test NAME)
+  cmake_parse_arguments(ARG "" "LABEL;TIMEOUT" "SOURCES;LIBRARIES" ${ARGN})
+  if(NOT ARG_LABEL)
+    set(ARG_LABEL unit)
+  endif()
+  if(NOT ARG_TIMEOUT)
+    set(ARG_TIMEOUT 120)
+  endif()
+  add_executable(${NAME} ${ARG_SOURCES})
+  target_link_libraries(${NAME} PRIVATE ${ARG_LIBRARIES} GTest::gmock GTest::gtest_main Threads::Threads)
+  target_compile_definitions(${NAME} PRIVATE TAV_SOURCE_DIR="${PROJECT_SOURCE_DIR}" TAV_BINARY_DIR="${PROJECT_BINARY_DIR}")
+  target_compile_options(${NAME} PRIVATE ${TAV_TEST_OPTIONS})
+  target_precompile_headers(${NAME} REUSE_FROM tavtestheaders)
+  gtest_discover_tests(${NAME} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+    PROPERTIES LABELS ${ARG_LABEL} TIMEOUT ${ARG_TIMEOUT})
+endfunction()
