@@ -1,5 +1,7 @@
 #include "devcmd/tavStrgGetInfoDevice.h"
 
+#include "provider/runtime/tavCommonHolders.h"
+
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -23,20 +25,18 @@ int openDevice(const char *path, int mode)
 
 std::FILE *openProcText(const char *path)
 {
-    const int fd = ::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    if (fd < 0) {
+    FileDesc fd(::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    struct stat status {};
+    if (!fd || ::fstat(fd.get(), &status) != 0) {
         return nullptr;
     }
-    struct stat status {};
-    std::FILE *file = nullptr;
-    if (::fstat(fd, &status) == 0) {
+    if (!S_ISREG(status.st_mode)) {
         errno = EINVAL;
-        file = S_ISREG(status.st_mode) ? ::fdopen(fd, "r") : nullptr;
+        return nullptr;
     }
-    if (file == nullptr) {
-        const int error = errno;
-        ::close(fd);
-        errno = error;
+    std::FILE *const file = ::fdopen(fd.get(), "r");
+    if (file != nullptr) {
+        static_cast<void>(fd.handOver());
     }
     return file;
 }
