@@ -1,0 +1,60 @@
+// What the classes of broker.h hold.
+#pragma once
+
+#include "broker/library.h"
+#include "broker/objects.h"
+
+#include <functional>
+#include <shared_mutex>
+
+namespace broker {
+
+struct RequestState {
+    // ownStatus: whether the one status of the request will be seen, so that all other messages are leaks.
+    // empty: with a context without entries, as for a cleanup.
+    RequestState(Core &core, const PathData &path, bool ownStatus, bool empty);
+    ~RequestState();
+    RequestState(const RequestState &) = delete;
+    RequestState &operator=(const RequestState &) = delete;
+
+    void setProperties(const std::vector<std::string> &names);
+    const char **properties() { return propertyList.empty() ? nullptr : propertyList.data(); }
+    Reply reply(CMPIStatus status);
+
+    Core &core;
+    const bool countMessages;
+    Shelf shelf;
+    ContextObject *context = nullptr;
+    ResultObject *result = nullptr;
+    PathObject *path = nullptr;
+    ArgsObject *in = nullptr;
+    ArgsObject *out = nullptr;
+    InstanceObject *instance = nullptr; // for requests that carry one
+    std::vector<std::string> propertyNames;
+    std::vector<const char *> propertyList;
+};
+
+struct Request::Impl : RequestState {
+    using RequestState::RequestState;
+};
+
+struct Broker::Impl {
+    explicit Impl(Options options);
+
+    Core core;
+    Library library;
+    ContextObject *empty = nullptr; // the context without entries
+    std::shared_mutex serving;      // held shared by each request, so that the shared object is not closed under it
+
+    using Serve = std::function<CMPIStatus(const ProviderObjects &, RequestState &)>;
+    // Serves one request in a thread of its own.
+    Reply request(const std::string &className, const std::vector<NamedValue> &keys, const Serve &serve);
+    enum class Side { instance, method };
+    Reply cleanup(Side side, bool terminating);
+
+private:
+    Reply serve(const PathData &path, const Serve &serve);
+    Reply cleanupHere(Side side, bool terminating);
+};
+
+} // namespace broker
