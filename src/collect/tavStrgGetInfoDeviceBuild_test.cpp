@@ -1,0 +1,203 @@
+#include "collect/tavStrgGetInfoDeviceBuild.h"
+
+#include "collect/tavStrgGetInfoCollectFixture_test.h"
+#include "collect/tavStrgGetInfoDeviceScsi.h"
+#include "devcmd/tavStrgGetInfoGeometry.h"
+#include "sim/sim.h"
+
+#include <memory>
+
+namespace {
+
+class DeviceBuild : public testing::Test {
+protected:
+    ~DeviceBuild() override { freeCollection(); }
+    int collect(const std::string &json)
+    {
+        machine_ = std::make_unique<sim::Machine>(json);
+        trace_.clear();
+        return DllMain();
+    }
+
+    TraceRecorder trace_;
+    std::unique_ptr<sim::Machine> machine_;
+};
+
+constexpr char kTwoDisks[] = R"({"hosts": [{"number": 4, "driver": "ahci", "devices": [
+    {"id": 0, "type": 5}, {"id": 1, "ata": true, "serial": "FIRST", "identifyWords": {"20": 0}},
+    {"id": 2, "ata": true, "serial": "SECOND", "identifyWords": {"20": 0}}]}],
+    "files": {"storage.inf": "ahci\n"}})";
+
+TEST_F(DeviceBuild, AHardDiskEntryHasEveryField)
+{
+    ASSERT_EQ(collect(kTwoDisks), 0);
+    ASSERT_EQ(hd_dev_cnt, 2);
+    const HardDiskEntry &disk = pHDDevTbl[1];
+    EXPECT_EQ(disk.Index, 2);
+    EXPECT_EQ(disk.reserved, 0);
+    EXPECT_EQ(disk.InterfaceType, 0);
+    EXPECT_EQ(disk.InterfaceTypeIndex, 3);
+    EXPECT_EQ(disk.unknownWord, 65534);
+    EXPECT_STREQ(disk.driverName, "ahci");
+    EXPECT_STREQ(disk.driverVersion, "Unknown");
+    EXPECT_EQ(disk.TracksPerCylinder, 255U);
+    EXPECT_EQ(disk.SectorsPerTrack, 63U);
+    EXPECT_EQ(disk.Capacity, uint64_t{512} * disk.CylindersPerUnit * 255 * 63 >> 20);
+    EXPECT_EQ(disk.DeviceNumber, 8 * 256 + 16);
+    EXPECT_STREQ(disk.DevPath, "/dev/sdb");
+    EXPECT_EQ(disk.SmartPredict, 0);
+    EXPECT_EQ(pSCSIDevTbl[2].DeviceType, 0);
+    EXPECT_EQ(pSCSIDevTbl[2].DeviceTypeIndex, 2);
+    EXPECT_EQ(pSCSIDevTbl[2].classCodes[0], 2);
+    EXPECT_EQ(pSCSIDevTbl[2].classCodes[1], 1);
+    EXPECT_STREQ(pSCSIDevTbl[2].SerialNumber, "SECOND");
+}
+
+TEST_F(DeviceBuild, ADiskIsAskedForItsKindAfterItsGeometry)
+{
+    ASSERT_EQ(collect(kTwoDisks), 0);
+    EXPECT_EQ(pHDDevTbl[0].DevKind, kDevKindSata);
+    int geometry = -1;
+    int kind = -1;
+    int watch = -1;
+    int life = -1;
+    int at = 0;
+    for (const TraceRecord &record : trace_.records()) {
+        int *const first = record.function == "GetSCSIHDGeometry"      ? &geometry
+                           : record.function == "fetch_sata_type"      ? &kind
+                           : record.function == "TAVStorageSmartWatch" ? &watch
+                           : record.function == "GetLifeSpanInfo"      ? &life
+                                                                       : nullptr;
+        if (first != nullptr && *first < 0) {
+            *first = at;
+        }
+        ++at;
+    }
+    EXPECT_GE(geometry, 0);
+    EXPECT_LT(geometry, kind);
+    EXPECT_LT(kind, watch);
+    EXPECT_LT(watch, life);
+}
+
+TEST_F(DeviceBuild, WrittenCountsAreTheCounts)
+{
+    ASSERT_EQ(collect(kTwoDisks), 0);
+    EXPECT_EQ(DevNumMib.TotalSCSIDevice, 3);
+    EXPECT_EQ(DevNumMib.TotalHDDevice, 2);
+    EXPECT_EQ(DevNumMib.TotalCdromDevice, 1);
+    EXPECT_EQ(DevNumMib.TotalTapeDevice, 0);
+    EXPECT_EQ(DevNumMib.TotalIDEDevice, 0);
+    EXPECT_EQ(DevNumMib.TotalLifeSpan, 0);
+}
+
+TEST_F(DeviceBuild, AFailureFreesTheTables)
+{
+    EXPECT_EQ(collect(R"({"hosts": [{"driver": "ahci", "devices": [{"id": 0, "ata": true}, {"id": 1, "vendor": "X"}]}],
+                          "files": {"storage.inf": "ahci\n"}})"),
+              -1);
+    EXPECT_EQ(pSCSIDevTbl, nullptr);
+    EXPECT_EQ(pHDDevTbl, nullptr);
+    EXPECT_TRUE(trace_.has(kFailure, "TAVStorageGetSCSIDeviceSerialNumber() failed!!", "MakeSCSIDeviceTable"));
+    EXPECT_TRUE(trace_.has(kFailure, "_OUT_ ret=[-1]", "MakeSCSIDeviceTable"));
+    EXPECT_TRUE(trace_.has(kFailure, "_OUT_ ret=[-1]", "InitDevice"));
+}
+
+TEST_F(DeviceBuild, WithoutDevicesNoTableIsBuilt)
+{
+    ASSERT_EQ(collect("{}"), 0);
+    EXPECT_TRUE(trace_.textsOf("MakeSCSIDeviceTable").empty());
+    EXPECT_TRUE(trace_.textsOf("MakeIDEDeviceTable").empty());
+    EXPECT_EQ(pSCSIDevTbl, nullptr);
+}
+
+TEST_F(DeviceBuild, OnlyDevicesThatAreLeftOutBuildNoTable)
+{
+    ASSERT_EQ(collect(R"({"hosts": [{"driver": "virtio_scsi", "devices": [{"vendor": "VIRT"}]}],
+                          "files": {"storage.inf": "ahci\n"}})"),
+              0);
+    EXPECT_EQ(TotalSCSIDevice, 0);
+    EXPECT_TRUE(trace_.textsOf("MakeSCSIDeviceTable").empty());
+    EXPECT_TRUE(trace_.has(kDetail, "######## SCSICtrlNum = 0", "GetSCSIDeviceTotalNumber"));
+}
+
+// The table's own checks, where counting would have ended the collection before.
+class ScsiTable : public DeviceBuild {
+protected:
+    // A machine and one device that was counted.
+    void prepare(const std::string &json, const char *type)
+    {
+        machine_ = std::make_unique<sim::Machine>(json);
+        lists_.scsi(0, type);
+        lists_.use();
+        TotalSCSIDevice = TotalCdromDevice = 1;
+        ASSERT_EQ(MallocDeviceTable(), 0);
+    }
+    HandMadeLists lists_;
+};
+
+TEST_F(ScsiTable, WithoutADeviceListFails)
+{
+    EXPECT_EQ(MakeSCSIDeviceTable(), -1);
+    EXPECT_TRUE(trace_.has(kFailure, "_OUT_ ret is 0!", "MakeSCSIDeviceTable"));
+}
+
+TEST_F(ScsiTable, WithoutAdaptersBuildingGoesOn)
+{
+    prepare("{}", "CD-ROM");
+    EXPECT_EQ(MakeSCSIDeviceTable(), 0);
+    EXPECT_TRUE(trace_.has(kDetail, "_OUT_ No SCSI Controller is found", "MakeSCSIDeviceTable"));
+    EXPECT_EQ(scsi_dev_cnt, 0);
+}
+
+TEST_F(ScsiTable, AdaptersThatCannotBeCountedFail)
+{
+    // The administrator's file is a directory: neither absent nor a file.
+    prepare(R"({"hosts": [{"driver": "ahci"}]})", "CD-ROM");
+    machine_->makeDirectory("/opt/qlm/tavkit_sa/data/storage.inf");
+    EXPECT_EQ(MakeSCSIDeviceTable(), -1);
+    EXPECT_TRUE(trace_.has(kFailure, "_OUT_ Get SCSI Controller Error", "MakeSCSIDeviceTable"));
+    EXPECT_EQ(GetSCSIDeviceTotalNumber(), -1);
+}
+
+TEST_F(ScsiTable, AUsbListThatCannotBeReadFails)
+{
+    prepare("{}", "CD-ROM");
+    sim::countCallsOf("");
+    sim::failNth(sim::Call::list, 1);
+    EXPECT_EQ(MakeSCSIDeviceTable(), -1);
+    sim::failNth(sim::Call::list, 1);
+    EXPECT_EQ(GetSCSIDeviceTotalNumber(), -1);
+    sim::failNth(sim::Call::list, 0);
+    EXPECT_TRUE(trace_.has(kFailure, "_OUT_ TAVStorageGetUSBCtrl() failed", "MakeSCSIDeviceTable"));
+    EXPECT_TRUE(trace_.has(kFailure, "_OUT_ TAVStorageGetUSBCtrl() failed", "GetSCSIDeviceTotalNumber"));
+}
+
+TEST_F(ScsiTable, AnAdapterListThatCannotBeReadFails)
+{
+    prepare(R"({"hosts": [{"driver": "ahci"}], "files": {"storage.inf": "ahci\n"}})", "CD-ROM");
+    sim::countCallsOf("");
+    for (unsigned nth = 1; !trace_.has(kFailure, "_OUT_ read_proc_scsi() failed", "MakeSCSIDeviceTable"); ++nth) {
+        ASSERT_LT(nth, 10U);
+        trace_.clear();
+        sim::failNth(sim::Call::list, nth);
+        MakeSCSIDeviceTable();
+        sim::failNth(sim::Call::list, 0);
+    }
+}
+
+TEST_F(ScsiTable, ListsAreReleasedInTheirOrder)
+{
+    prepare(R"({"hosts": [{"driver": "ahci", "devices": [{"type": 5}]}, {"driver": "usb-storage"}],
+                "files": {"storage.inf": "ahci\n"}})",
+            "CD-ROM");
+    trace_.clear();
+    EXPECT_EQ(MakeSCSIDeviceTable(), 0);
+    EXPECT_EQ(scsi_dev_cnt, 1);
+    const std::vector<std::string> texts = trace_.textsOf("MakeSCSIDeviceTable");
+    ASSERT_GE(texts.size(), 3U);
+    EXPECT_TRUE(texts[texts.size() - 3].starts_with("memfree(")); // USB list
+    EXPECT_TRUE(texts[texts.size() - 2].starts_with("memfree(")); // adapter list
+    EXPECT_EQ(texts.back(), "_OUT_ ret=[0]");
+}
+
+} // namespace
