@@ -1,0 +1,104 @@
+#!/usr/bin/env bash
+# Runs every test. Installs what is missing (Debian 12), builds with both compilers and the sanitizers, and exits non-zero
+# on any failure.
+#
+#   ./test.sh           everything
+#   ./test.sh --quick   the unit tests of one build
+set -euo pipefail
+cd "$(dirname "$0")"
+
+quick=false
+case "${1:-}" in
+"") ;;
+--quick) quick=true ;;
+-h | --help)
+    sed -n '2,7s/^# \{0,1\}//p' "$0"
+    exit 0
+    ;;
+*)
+    echo "test.sh: unknown option '$1' (try --help)" >&2
+    exit 2
+    ;;
+esac
+
+scripts/install-deps.sh build test check
+
+jobs=$(nproc)
+started=$SECONDS
+passed=0
+failed=0
+
+step() { printf '\n==== %s (after %d s)\n' "$1" $((SECONDS - started)); }
+
+# build PRESET [TARGET...]: configures and builds; a build that fails ends the run.
+build() {
+    local preset=$1
+    shift
+    cmake --preset "$preset" >"build/$preset.configure.log" 2>&1 || {
+        cat "build/$preset.configure.log"
+        return 1
+    }
+    if [ $# -gt 0 ]; then
+        cmake --build --preset "$preset" -j "$jobs" --target "$@" -- --quiet
+    else
+        cmake --build --preset "$preset" -j "$jobs" -- --quiet
+    fi
+}
+
+# run PRESET [CTEST-OPTION...]: runs tests and adds their numbers up.
+run() {
+    local preset=$1 log
+    shift
+    log="build/$preset.ctest.log"
+    ctest --preset "$preset" -j "$jobs" "$@" >"$log" 2>&1 || true
+    local total bad
+    total=$(sed -nE 's/.*tests failed out of ([0-9]+).*/\1/p' "$log" | tail -n 1)
+    bad=$(sed -nE 's/.*, ([0-9]+) tests failed out of.*/\1/p' "$log" | tail -n 1)
+    if [ -z "$total" ] || [ "$total" -eq 0 ]; then
+        cat "$log"
+        echo "test.sh: no test ran in the $preset build" >&2
+        failed=$((failed + 1))
+        return
+    fi
+    if [ "$bad" -ne 0 ]; then
+        cat "$log"
+    fi
+    sed -nE '/tests passed|Total Test time|^\s*[0-9]+ - .*\(/p' "$log"
+    passed=$((passed + total - bad))
+    failed=$((failed + bad))
+}
+
+finish() {
+    printf '\n%d passed, %d failed\n' "$passed" "$failed"
+    [ "$failed" -eq 0 ]
+}
+
+mkdir -p build
+if $quick; then
+    step "unit tests"
+    build release
+    run release -L unit
+    finish
+    exit
+fi
+
+step "rules of the house"
+scripts/check-rules.sh && passed=$((passed + 1)) || failed=$((failed + 1))
+
+step "release build, every test"
+build release
+run release
+
+step "the other compiler: build, unit tests"
+build clang
+run clang -L unit
+
+step "address and undefined-behaviour sanitizers, every test"
+build asan
+run asan
+
+step "thread sanitizer, tests with threads"
+build tsan
+run tsan -L threads
+
+finish

@@ -1,0 +1,230 @@
+// The two libraries as the provider meets them: loaded by name, called through pointers.
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+
+struct Indication {
+    uint32_t version, method;
+    const char *sourceName;
+    uint32_t eventId;
+    int32_t eventType, numberOfStrings;
+    const char **strings;
+};
+
+class Library {
+public:
+    explicit Library(const char *name)
+        : handle_(dlopen((std::string(TAV_BINARY_DIR) + "/lib/" + name).c_str(), RTLD_LAZY))
+    {
+        EXPECT_NE(handle_, nullptr) << dlerror();
+    }
+    ~Library() { dlclose(handle_); }
+    Library(const Library &) = delete;
+    Library &operator=(const Library &) = delete;
+    template <class F> F *find(const char *name) const
+    {
+        void *symbol = dlsym(handle_, name);
+        EXPECT_NE(symbol, nullptr) << name;
+        return reinterpret_cast<F *>(symbol);
+    }
+
+private:
+    void *handle_;
+};
+
+class Agent : public testing::Test {
+protected:
+    Agent() : directory(std::filesystem::temp_directory_path() / ("tav-agent-" + std::to_string(getpid())))
+    {
+        std::filesystem::create_directories(directory);
+        path = directory / "out";
+        for (const char *name : {"TAVLOG_FILE", "TAVLOG_LEVEL", "TAVALERT_FILE"}) {
+            unsetenv(name);
+        }
+        setenv("TAVALERT_QUIET", "1", 1);
+    }
+    ~Agent() override { std::filesystem::remove_all(directory); }
+
+    std::vector<std::string> lines() const
+    {
+        std::vector<std::string> result;
+        std::ifstream file(path);
+        for (std::string line; std::getline(file, line);) {
+            result.push_back(line);
+        }
+        return result;
+    }
+
+    std::filesystem::path directory;
+    std::string path;
+    Library log{"libtavlog.so"};
+    Library alert{"libtavalert.so"};
+    void (*setFilePath)(const char *) = log.find<void(const char *)>("SetFilePath");
+    void (*trace)(int, const char *, const char *, int, const char *,
+                  ...) = log.find<void(int, const char *, const char *, int, const char *, ...)>("TraceLog");
+    int (*send)(Indication) = alert.find<int(Indication)>("SendIndication");
+};
+
+TEST_F(Agent, ATraceIsOneLineWithTimeLevelFunctionAndLine)
+{
+    setenv("TAVLOG_FILE", path.c_str(), 1);
+    setFilePath("tavstrg.log");
+    trace(3, "", "strgInitProvider", 117, "_OUT_ ret=[%d] name=[%s]", -1, "x");
+    ASSERT_EQ(lines().size(), 1U);
+    EXPECT_THAT(lines()[0],
+                MatchesRegex("[0-9-]{10} [0-9:]{8}\\.[0-9]{3} 3 strgInitProvider:117 _OUT_ ret=\\[-1\\] name=\\[x\\]"));
+}
+
+TEST_F(Agent, WithoutAFileNothingIsTraced)
+{
+    trace(3, "", "f", 1, "x");
+    EXPECT_TRUE(std::filesystem::is_empty(directory));
+}
+
+TEST_F(Agent, LowerLevelsCanBeLeftOut)
+{
+    setenv("TAVLOG_FILE", path.c_str(), 1);
+    setenv("TAVLOG_LEVEL", "3", 1);
+    trace(0, "", "f", 1, "detail");
+    trace(3, "", "f", 1, "failure");
+    ASSERT_EQ(lines().size(), 1U);
+    EXPECT_THAT(lines()[0], HasSubstr("failure"));
+}
+
+TEST_F(Agent, TracingKeepsErrno)
+{
+    setenv("TAVLOG_FILE", "/nowhere/at/all", 1);
+    errno = ENOTTY;
+    trace(0, "", "f", 1, "%s", "x");
+    EXPECT_EQ(errno, ENOTTY);
+}
+
+TEST_F(Agent, LineEndsInAMessageDoNotBreakTheLineAndLongOnesAreKept)
+{
+    setenv("TAVLOG_FILE", path.c_str(), 1);
+    const std::string longText(100000, 'x');
+    trace(0, "module", "f", 1, "a\nb\r%s", longText.c_str());
+    ASSERT_EQ(lines().size(), 1U);
+    EXPECT_TRUE(lines()[0].ends_with("module f:1 a b " + longText));
+}
+
+TEST_F(Agent, LinesOfManyThreadsStayWhole)
+{
+    setenv("TAVLOG_FILE", path.c_str(), 1);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([this, i] {
+            const std::string text(200, static_cast<char>('a' + i));
+            for (int n = 0; n < 100; ++n) {
+                trace(0, "", "f", n, "%s.", text.c_str());
+            }
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(lines().size(), 400U);
+    for (const std::string &line : lines()) {
+        EXPECT_THAT(line, MatchesRegex(".* f:[0-9]+ (a{200}|b{200}|c{200}|d{200})\\."));
+    }
+}
+
+TEST_F(Agent, AFifoWithoutReaderDoesNotBlock)
+{
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    setenv("TAVLOG_FILE", path.c_str(), 1);
+    trace(0, "", "f", 1, "x");
+}
+
+TEST_F(Agent, AnAlertIsOneJsonObject)
+{
+    setenv("TAVALERT_FILE", path.c_str(), 1);
+    std::array<const char *, 2> strings{"Hard Disk[1] : ACME DISK 1.0", "SCSI"};
+    EXPECT_EQ(send({0, 3, "TAV Storage Service", 0x800403E9, 2, 2, strings.data()}), 0);
+    EXPECT_EQ(send({0, 2, "TAV Storage Service", 0x4004044D, 4, 0, nullptr}), 0);
+    ASSERT_EQ(lines().size(), 2U);
+    const nlohmann::json first = nlohmann::json::parse(lines()[0]);
+    EXPECT_EQ(first["source"], "TAV Storage Service");
+    EXPECT_EQ(first["eventId"], "0x800403E9");
+    EXPECT_EQ(first["eventType"], 2);
+    EXPECT_EQ(first["method"], 3);
+    EXPECT_EQ(first["version"], 0);
+    EXPECT_THAT(first["strings"].get<std::vector<std::string>>(), ElementsAre("Hard Disk[1] : ACME DISK 1.0", "SCSI"));
+    EXPECT_TRUE(nlohmann::json::parse(lines()[1])["strings"].empty());
+}
+
+TEST_F(Agent, EveryByteMakesValidJson)
+{
+    setenv("TAVALERT_FILE", path.c_str(), 1);
+    std::string all;
+    for (int byte = 1; byte < 256; ++byte) {
+        all += static_cast<char>(byte);
+    }
+    const std::vector<std::string> texts{
+        all,        "\"quoted\" back\\slash", "gr\xC3\xBC\xC3\x9F", "\xE2\x82",
+        "\xC0\xAF", "\xED\xA0\x80",           "\xF0\x9F\x92\xBE",   "\xF5\x80\x80\x80"};
+    std::vector<const char *> pointers;
+    for (const std::string &text : texts) {
+        pointers.push_back(text.c_str());
+    }
+    pointers.push_back(nullptr);
+    EXPECT_EQ(send({0, 3, "\x01", 1, 4, static_cast<int32_t>(pointers.size()), pointers.data()}), 0);
+    ASSERT_EQ(lines().size(), 1U);
+    const nlohmann::json object = nlohmann::json::parse(lines()[0]);
+    EXPECT_EQ(object["strings"][1], texts[1]);
+    EXPECT_EQ(object["strings"][2], texts[2]);
+    EXPECT_EQ(object["strings"][3],
+              "\xC3\xA2\xC2\x82"); // bytes that are no character stand as characters of their values
+    EXPECT_EQ(object["strings"][6], texts[6]);
+    EXPECT_TRUE(object["strings"][8].is_null());
+}
+
+TEST_F(Agent, AnAlertThatCannotBeWrittenIsReported)
+{
+    setenv("TAVALERT_FILE", "/nowhere/at/all", 1);
+    errno = ENOTTY;
+    EXPECT_NE(send({0, 3, "s", 1, 4, 0, nullptr}), 0);
+    EXPECT_EQ(errno, ENOTTY);
+    setenv("TAVALERT_FILE", "/dev/full", 1);
+    EXPECT_NE(send({0, 3, "s", 1, 4, 0, nullptr}), 0);
+    unsetenv("TAVALERT_FILE");
+    EXPECT_EQ(send({0, 3, "s", 1, 4, 0, nullptr}), 0);
+}
+
+TEST_F(Agent, WithoutQuietAnAlertIsShownToo)
+{
+    unsetenv("TAVALERT_QUIET");
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(send({0, 3, "source", 1, 4, 0, nullptr}), 0);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("\"source\":\"source\""));
+}
+
+TEST_F(Agent, FilesAreNotOpenToEveryone)
+{
+    setenv("TAVLOG_FILE", path.c_str(), 1);
+    trace(0, "", "f", 1, "x");
+    struct stat status {};
+    ASSERT_EQ(stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07, 0U);
+}
+
+} // namespace

@@ -1,0 +1,112 @@
+#include "agent/line.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <pthread.h>
+#include <unistd.h>
+
+Undisturbed::Undisturbed() : errno_(errno), cancelState_(PTHREAD_CANCEL_ENABLE)
+{
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelState_);
+}
+
+Undisturbed::~Undisturbed()
+{
+    pthread_setcancelstate(cancelState_, nullptr);
+    errno = errno_;
+}
+
+Line::~Line()
+{
+    std::free(text_);
+}
+
+bool Line::reserve(size_t more)
+{
+    if (length_ + more < room_) {
+        return true;
+    }
+    const size_t room = 2 * (length_ + more + 1);
+    auto *text = static_cast<char *>(std::realloc(text_, room));
+    if (text == nullptr) {
+        full_ = true;
+        return false;
+    }
+    if (text_ == nullptr) {
+        std::memcpy(text, short_, length_);
+    }
+    text_ = text;
+    room_ = room;
+    text_[length_] = '\0';
+    return true;
+}
+
+void Line::add(const char *text, size_t length)
+{
+    if (reserve(length)) {
+        std::memcpy(end(), text, length);
+        length_ += length;
+        *end() = '\0';
+    }
+}
+
+void Line::add(const char *text)
+{
+    if (text != nullptr) {
+        add(text, std::strlen(text));
+    }
+}
+
+void Line::format(const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    formatList(format, arguments);
+    va_end(arguments);
+}
+
+void Line::formatList(const char *format, va_list arguments)
+{
+    va_list again;
+    va_copy(again, arguments);
+    const int wanted = std::vsnprintf(end(), room_ - length_, format, arguments);
+    const size_t length = wanted > 0 ? static_cast<size_t>(wanted) : 0;
+    *end() = '\0'; // of a part only, if it did not fit
+    if (reserve(length)) {
+        std::vsnprintf(end(), room_ - length_, format, again);
+        length_ += length;
+    }
+    va_end(again);
+}
+
+void Line::keepOneLine()
+{
+    for (char *at = end() - length_; at != end(); ++at) {
+        if (*at == '\n' || *at == '\r') {
+            *at = ' ';
+        }
+    }
+}
+
+int appendLine(const char *path, const Line &line)
+{
+    const bool standard = std::strcmp(path, "-") == 0;
+    const int flags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+    const int descriptor = standard ? STDERR_FILENO : open(path, flags, 0640);
+    if (descriptor < 0) {
+        return errno;
+    }
+    const ssize_t written = write(descriptor, line.text(), line.length());
+    int result = written < 0 ? errno : 0;
+    if (written >= 0 && static_cast<size_t>(written) != line.length()) {
+        result = ENOSPC;
+    }
+    if (!standard) {
+        close(descriptor);
+    }
+    return result;
+}

@@ -1,0 +1,49 @@
+// libtavlog.so for development: trace lines go to the file that TAVLOG_FILE names ("-" is standard error), from the
+// level of TAVLOG_LEVEL on; without TAVLOG_FILE nowhere. The name that SetFilePath is given is the real library's
+// business.
+#include "agent/line.h"
+
+#include <cstdarg>
+#include <cstdlib>
+#include <ctime>
+
+namespace {
+
+void addTime(Line &line)
+{
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    tm local{};
+    localtime_r(&now.tv_sec, &local);
+    char text[32];
+    text[std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local)] = '\0';
+    line.format("%s.%03ld", text, now.tv_nsec / 1000000);
+}
+
+} // namespace
+
+extern "C" [[gnu::visibility("default")]] void SetFilePath(const char *) {}
+
+extern "C" [[gnu::visibility("default")]] void TraceLog(int level, const char *module, const char *function, int line,
+                                                        const char *format, ...) __attribute__((format(printf, 5, 6)));
+
+extern "C" void TraceLog(int level, const char *module, const char *function, int line, const char *format, ...)
+{
+    const char *path = std::getenv("TAVLOG_FILE");
+    const char *least = std::getenv("TAVLOG_LEVEL");
+    if (path == nullptr || *path == '\0' || format == nullptr || (least != nullptr && level < std::atoi(least))) {
+        return;
+    }
+    const Undisturbed undisturbed;
+    Line text;
+    addTime(text);
+    text.format(" %d %s%s%s:%d ", level, module != nullptr ? module : "",
+                module != nullptr && *module != '\0' ? " " : "", function != nullptr ? function : "?", line);
+    va_list arguments;
+    va_start(arguments, format);
+    text.formatList(format, arguments);
+    va_end(arguments);
+    text.keepOneLine();
+    text.add("\n");
+    appendLine(path, text);
+}

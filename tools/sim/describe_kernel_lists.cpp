@@ -1,0 +1,158 @@
+// /proc/interrupts and /proc/ioports of a description: as they stand, from a list, or made up from its drivers.
+#include "sim/describe.h"
+
+#include <cstdio>
+
+namespace sim {
+
+namespace {
+
+struct Interrupt {
+    std::string number; // "14", or "NMI"
+    unsigned count = 0;
+    std::string name;
+};
+
+// Linux 2.4 and early 2.6 name the controller only; later ones the pin and how it is triggered.
+std::string interruptLine(const Interrupt &interrupt, bool old)
+{
+    char text[256];
+    if (old) {
+        std::snprintf(text, sizeof text, "%3s: %10u          XT-PIC  %s\n", interrupt.number.c_str(), interrupt.count,
+                      interrupt.name.c_str());
+    } else {
+        std::snprintf(text, sizeof text, "%3s: %10u   IO-APIC %3s-fasteoi   %s\n", interrupt.number.c_str(),
+                      interrupt.count, interrupt.number.c_str(), interrupt.name.c_str());
+    }
+    return text;
+}
+
+constexpr const char *kInterruptHead = "           CPU0       \n";
+
+// What a small PC has, and a line for each driver.
+std::string defaultInterrupts(const Description &description, bool old)
+{
+    std::string text = kInterruptHead;
+    for (const Interrupt &usual :
+         {Interrupt{"0", 112, "timer"}, {"1", 9, "i8042"}, {"8", 1, "rtc0"}, {"9", 0, "acpi"}, {"12", 3, "i8042"}}) {
+        text += interruptLine(usual, old);
+    }
+    for (const IdeChannel &channel : description.channels) {
+        const std::string suffix = channel.name.starts_with("ide") ? channel.name.substr(3) : "0";
+        text += interruptLine({std::to_string(14 + std::atoi(suffix.c_str())), 120, channel.name}, old);
+    }
+    std::set<std::string> seen;
+    unsigned number = 16;
+    for (const HostDescription &host : description.hosts) {
+        if (seen.insert(host.driver).second) {
+            text += interruptLine({std::to_string(number++), 248, host.driver}, old);
+        }
+    }
+    return text + "NMI:          0   Non-maskable interrupts\nERR:          0\n";
+}
+
+struct Ports {
+    unsigned start, end;
+    std::string name;
+    unsigned depth = 0;
+};
+
+std::string portLine(const Ports &ports)
+{
+    char text[256];
+    std::snprintf(text, sizeof text, "%*s%04x-%04x : %s\n", static_cast<int>(ports.depth * 2), "", ports.start,
+                  ports.end, ports.name.c_str());
+    return text;
+}
+
+std::string defaultPorts(const Description &description)
+{
+    std::string text;
+    for (const Ports &usual : {Ports{0x00, 0x1f, "dma1"},
+                               {0x20, 0x21, "pic1"},
+                               {0x40, 0x43, "timer0"},
+                               {0x60, 0x60, "keyboard"},
+                               {0x64, 0x64, "keyboard"},
+                               {0x70, 0x77, "rtc0"}}) {
+        text += portLine(usual);
+    }
+    constexpr unsigned kCommand[] = {0x1f0, 0x170, 0x1e8, 0x168};
+    constexpr unsigned kControl[] = {0x3f6, 0x376, 0x3ee, 0x36e};
+    for (size_t i = 0; i < description.channels.size() && i < std::size(kCommand); ++i) {
+        text += portLine({kCommand[i], kCommand[i] + 7, description.channels[i].name});
+        text += portLine({kControl[i], kControl[i], description.channels[i].name});
+    }
+    std::set<std::string> seen;
+    unsigned start = 0xc000;
+    for (const HostDescription &host : description.hosts) {
+        if (seen.insert(host.driver).second) {
+            text += portLine({start, start + 0xff, host.driver});
+            start += 0x100;
+        }
+    }
+    return text;
+}
+
+unsigned portNumber(Fields &fields, const char *name)
+{
+    unsigned number = 0;
+    if (!fields.isText(name)) {
+        return fields.number<unsigned>(name, 0);
+    }
+    if (std::sscanf(fields.text(name, "").c_str(), "%x", &number) != 1) {
+        fields.fail(name, "a port is wanted, in hexadecimal digits");
+    }
+    return number;
+}
+
+bool isListOfObjects(const nlohmann::json *value)
+{
+    return value->is_array() && !value->empty() && value->front().is_object();
+}
+
+} // namespace
+
+std::optional<std::string> interruptsText(Fields &fields, const Description &description)
+{
+    const bool old = kernelNumber(description.kernel) < 2006000;
+    const nlohmann::json *value = fields.value("interrupts");
+    if (value == nullptr) {
+        return defaultInterrupts(description, old);
+    }
+    if (value->is_null()) {
+        return std::nullopt;
+    }
+    if (!isListOfObjects(value)) {
+        return linesText(*value);
+    }
+    std::string text = kInterruptHead;
+    for (Fields of : fields.objects("interrupts")) {
+        text +=
+            interruptLine({of.textOrNumber("number", "0"), of.number<unsigned>("count", 0), of.text("name", "")}, old);
+        of.finish();
+    }
+    return text;
+}
+
+std::optional<std::string> ioportsText(Fields &fields, const Description &description)
+{
+    const nlohmann::json *value = fields.value("ioports");
+    if (value == nullptr) {
+        return defaultPorts(description);
+    }
+    if (value->is_null()) {
+        return std::nullopt;
+    }
+    if (!isListOfObjects(value)) {
+        return linesText(*value);
+    }
+    std::string text;
+    for (Fields of : fields.objects("ioports")) {
+        text += portLine(
+            {portNumber(of, "start"), portNumber(of, "end"), of.text("name", ""), of.number<unsigned>("depth", 0)});
+        of.finish();
+    }
+    return text;
+}
+
+} // namespace sim

@@ -1,0 +1,158 @@
+// A machine's description, as read from JSON. Every field is told in README.md.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace sim {
+
+struct Geometry {
+    unsigned heads, sectors, cylinders;
+};
+
+// SCSI peripheral device types (SPC-4, INQUIRY) that the simulated machine treats differently from the rest.
+enum PeripheralType : int { kDisk = 0, kTape = 1, kWorm = 4, kCdrom = 5, kOptical = 7, kEnclosure = 13 };
+
+// Kinds of request that a fault can be put on; a request is of one of the first and of the groups that hold it.
+enum class Kind {
+    address,
+    identity,
+    geometry,
+    sectorSize,
+    size,
+    inquiry,
+    testUnitReady,
+    identify,
+    smartEnable,
+    smartDisable,
+    smartStatus,
+    smartData,
+    modeSense,
+    modeSelect,
+    logSense,
+    requestSense,
+    other, // from here on groups
+    ata,   // every ATA command, however it is sent
+    scsi,  // every SCSI command
+    any
+};
+
+struct Fault {
+    Kind on = Kind::any;
+    unsigned nth = 0;       // only this one (1-based) of the requests of the kind; 0: see every
+    unsigned every = 1;     // each so many
+    double probability = 1; // of those
+    unsigned delayMs = 0;
+    double hangSeconds = 0;
+    int errorNumber = 0; // the ioctl fails with it
+    int hostStatus = 0;  // of the SG_IO reply
+    int driverStatus = 0;
+    std::vector<uint8_t> sense; // the command ends in CHECK CONDITION with these bytes
+    bool fails() const { return errorNumber != 0 || hostStatus != 0 || driverStatus != 0 || !sense.empty(); }
+};
+
+struct SmartAttribute {
+    uint8_t id = 0;
+    unsigned flags = 0;
+    uint8_t current = 100, worst = 100, threshold = 0;
+    std::array<uint8_t, 6> raw{};
+};
+
+// ATA SMART.
+struct SmartDescription {
+    bool supported = true;
+    bool enabled = true;
+    bool canEnable = true; // else SMART ENABLE is refused
+    uint8_t lbaMid = 0x4F; // what RETURN STATUS answers: 4F C2 good, F4 2C failing
+    uint8_t lbaHigh = 0xC2;
+    std::vector<SmartAttribute> attributes;
+};
+
+// SCSI informational exceptions: mode page 1C, log page 2F.
+struct ExceptionsDescription {
+    bool supported = true;
+    bool sixByte = true, tenByte = true; // forms of MODE SENSE that the disk knows
+    bool dexcpt = false;                 // exception control disabled
+    int mrie = 0;                        // method of reporting
+    int fixedMrie = -1; // MODE SELECT changes the method to this, whatever it asks for; -1: it does as asked
+    bool savable = false;
+    bool blockDescriptor = true;
+    bool canSelect = true;
+    bool unitAttention = false; // the command after a MODE SELECT is answered by a unit attention
+    bool logPage = true;
+    bool predicting = false;
+};
+
+struct DeviceDescription {
+    int host = -1, channel = 0, id = 0, lun = 0; // host -1: a drive of the IDE driver
+    int type = kDisk;
+    std::string vendor, model, revision, serial;
+    bool ata = false;
+    std::string identifyBy = "device"; // the IDENTIFY command that is answered: "device", "packet" or "none"
+    std::map<unsigned, unsigned> identifyWords;
+    uint64_t sectors = 0; // of 512 bytes
+    unsigned sectorSize = 512;
+    std::optional<Geometry> geometry; // none: HDIO_GETGEO fails
+    std::string node, genericNode;    // "sda", "sg0"; empty: none
+    int openError = 0;                // opening the node fails with it
+    unsigned delayMs = 0;             // every request takes so long
+    unsigned ansiVersion = 5;
+    SmartDescription smart;
+    ExceptionsDescription exceptions;
+    std::vector<Fault> faults;
+
+    bool isIde() const { return host < 0; }
+    bool hasDiskName() const { return type == kDisk || type == kOptical || type == 14 || type == 20; }
+};
+
+struct HostDescription {
+    int number = 0;
+    std::string driver;
+    std::string pciAddress; // "0000:00:1f.2"; empty: one is chosen by the driver
+};
+
+struct IdeChannel {
+    std::string name, model, mate;
+    std::string channel;
+};
+
+struct IdeDrive {
+    std::string name, channel, media, model, driver; // driver: the whole line
+    std::optional<std::string> geometry, capacity, cache;
+    DeviceDescription device;
+};
+
+struct Description {
+    std::string kernel = "6.1.0-56-amd64";
+    bool sysfs = true;
+    bool procfs = false;
+    std::vector<HostDescription> hosts;
+    std::vector<DeviceDescription> devices; // of the hosts, in the order of the description
+    bool ide = false;                       // there is /proc/ide
+    std::vector<IdeChannel> channels;
+    std::vector<IdeDrive> drives;
+    std::optional<std::string> interrupts, ioports;
+    std::map<std::string, std::optional<std::string>> files; // by whole path; nullopt: the file is to be gone
+    bool libraries = false;                                  // the agent's libraries lie in its lib directory
+    std::string libraryDirectory;                            // where they are taken from; empty: beside this library
+    uint64_t seed = 1;
+};
+
+// Throws std::runtime_error naming the place in the description and what is wrong there.
+// before: the devices that are there already; one that stays keeps the name that it was given.
+Description parseDescription(const std::string &json, const std::vector<DeviceDescription> &before = {});
+
+// A device is the same one before and after a change when it stands in the same place with the same serial number.
+bool isSameDevice(const DeviceDescription &a, const DeviceDescription &b);
+
+// Release number of a kernel as the thresholds compare it: "2.4.21" gives 2004021, "6.1.0-56" 6001000.
+unsigned long kernelNumber(const std::string &release);
+
+// The nth (0-based) disk name of the kernel: sda, ..., sdz, sdaa, ...
+std::string diskName(unsigned n);
+
+} // namespace sim

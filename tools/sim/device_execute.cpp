@@ -1,0 +1,253 @@
+// What a request to a device node does: SCSI commands in their two envelopes, ATA commands in theirs, and what the
+// kernel itself answers.
+#include "sim/identify.h"
+#include "sim/requests.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <linux/fs.h>
+#include <linux/hdreg.h>
+#include <scsi/sg.h>
+
+namespace sim {
+
+namespace {
+
+int failWith(int error)
+{
+    errno = error;
+    return -1;
+}
+
+template <class T> int give(void *argument, T value)
+{
+    std::memcpy(argument, &value, sizeof value);
+    return 0;
+}
+
+// ---- SG_IO ----
+
+void putSense(sg_io_hdr_t &header, std::span<const uint8_t> sense)
+{
+    constexpr uint8_t kDriverSense = 0x08;
+    header.status = 0x02;
+    header.masked_status = 0x01;
+    header.driver_status = kDriverSense;
+    header.info |= SG_INFO_CHECK;
+    if (header.sbp != nullptr) {
+        header.sb_len_wr = static_cast<unsigned char>(std::min<size_t>(sense.size(), header.mx_sb_len));
+        std::copy_n(sense.begin(), header.sb_len_wr, header.sbp);
+    }
+}
+
+void putFault(sg_io_hdr_t &header, const Fault &fault)
+{
+    if (!fault.sense.empty()) {
+        putSense(header, fault.sense);
+    }
+    header.host_status = static_cast<unsigned short>(fault.hostStatus);
+    if (fault.driverStatus != 0) {
+        header.driver_status = static_cast<unsigned short>(fault.driverStatus);
+    }
+    if (fault.hostStatus != 0 || fault.driverStatus != 0) {
+        header.info |= SG_INFO_CHECK;
+    }
+    header.resid = static_cast<int>(header.dxfer_len);
+}
+
+int genericIo(Device &device, sg_io_hdr_t &header, const Fault &fault)
+{
+    if (device.is.isIde() || header.cmdp == nullptr || header.cmd_len == 0) {
+        return failWith(EINVAL);
+    }
+    if (header.interface_id != 'S') {
+        return failWith(ENOSYS);
+    }
+    header.status = header.masked_status = header.msg_status = header.sb_len_wr = 0;
+    header.host_status = header.driver_status = 0;
+    header.resid = 0;
+    header.info = 0;
+    if (fault.fails()) {
+        putFault(header, fault);
+        return 0;
+    }
+    auto *data = static_cast<uint8_t *>(header.dxferp);
+    const bool out = header.dxfer_direction == SG_DXFER_TO_DEV && data != nullptr;
+    const ScsiReply reply = scsiCommand(device, {header.cmdp, header.cmd_len}, {data, out ? header.dxfer_len : 0});
+    const bool in = (header.dxfer_direction == SG_DXFER_FROM_DEV || header.dxfer_direction == SG_DXFER_TO_FROM_DEV) &&
+                    data != nullptr;
+    const size_t moved = in ? std::min<size_t>(reply.data.size(), header.dxfer_len) : 0;
+    std::copy_n(reply.data.begin(), moved, data);
+    if (in && !reply.wholeTransfer && !device.is.ata) {
+        header.resid = static_cast<int>(header.dxfer_len - moved);
+    }
+    if (reply.status != 0) {
+        putSense(header, reply.sense);
+    }
+    return 0;
+}
+
+// ---- SCSI_IOCTL_SEND_COMMAND ----
+
+int sendCommand(Device &device, SendCommand &command, const Fault &fault)
+{
+    if (device.is.isIde()) {
+        return failWith(EINVAL);
+    }
+    if (fault.hostStatus != 0 || fault.driverStatus != 0) {
+        return failWith(EIO);
+    }
+    const std::span<const uint8_t> cdb = sentCdb(command);
+    ScsiReply reply;
+    if (fault.sense.empty()) {
+        reply = scsiCommand(device, cdb, {cdb.data() + cdb.size(), command.inLength});
+    } else {
+        reply.status = 2;
+        reply.sense = fault.sense;
+    }
+    if (reply.status == 0) {
+        std::memset(dataOf(command), 0, command.outLength);
+        std::copy_n(reply.data.begin(), std::min<size_t>(reply.data.size(), command.outLength), dataOf(command));
+        return 0;
+    }
+    constexpr size_t kSenseLength = 16; // OMAX_SB_LEN of the kernel
+    std::copy_n(reply.sense.begin(), std::min(reply.sense.size(), kSenseLength), dataOf(command));
+    constexpr int kDriverSense = 0x08 << 24; // kernels before 2.6 hand the driver byte out too
+    return reply.status | (device.oldKernel ? kDriverSense : 0);
+}
+
+// ---- HDIO_DRIVE_CMD, HDIO_DRIVE_TASK ----
+
+// Command, sector number, feature, sector count; data follow.
+int driveCommand(Device &device, uint8_t *block)
+{
+    if (!device.is.ata) {
+        return failWith(EINVAL);
+    }
+    constexpr uint8_t kSmart = 0xB0;
+    const bool smart = block[0] == kSmart;
+    AtaRegisters registers;
+    registers.command = block[0];
+    registers.features = block[2];
+    registers.count = block[3];
+    registers.lbaLow = block[1];
+    registers.lbaMid = smart ? 0x4F : 0;
+    registers.lbaHigh = smart ? 0xC2 : 0;
+    const AtaReply reply = ataCommand(device, registers);
+    const bool data = block[3] != 0;
+    if (data && !reply.failed()) {
+        std::memset(block + 4, 0, block[3] * size_t(512));
+        std::copy_n(reply.data.begin(), std::min(reply.data.size(), block[3] * size_t(512)), block + 4);
+    }
+    // libata leaves the block alone unless a command without data succeeds; the IDE driver always tells.
+    if (device.is.isIde() || (!data && !reply.failed())) {
+        block[0] = reply.status;
+        block[1] = reply.error;
+        block[2] = device.is.isIde() && smart && data ? 1 : 0;
+    }
+    return reply.failed() ? failWith(EIO) : 0;
+}
+
+// Command, feature, sector count, sector number, cylinder low, cylinder high, select.
+int driveTask(Device &device, uint8_t *block)
+{
+    if (!device.is.ata) {
+        return failWith(EINVAL);
+    }
+    const AtaRegisters registers{block[1], block[2], block[3], block[4], block[5], block[6], block[0]};
+    const AtaReply reply = ataCommand(device, registers);
+    if (device.is.isIde() || !reply.failed()) {
+        const uint8_t back[] = {reply.status,
+                                reply.error,
+                                reply.registers.count,
+                                reply.registers.lbaLow,
+                                reply.registers.lbaMid,
+                                reply.registers.lbaHigh,
+                                static_cast<uint8_t>(device.is.isIde() ? 0xA0 : 0)};
+        std::copy(std::begin(back), std::end(back), block);
+    }
+    return reply.failed() ? failWith(EIO) : 0;
+}
+
+// ---- what the kernel itself answers ----
+
+bool hasBlocks(const DeviceDescription &device)
+{
+    return device.hasDiskName() || device.type == kCdrom || device.type == kWorm;
+}
+
+int giveAddress(const Device &device, void *argument)
+{
+    const DeviceDescription &is = device.is;
+    if (is.isIde()) {
+        return failWith(EINVAL);
+    }
+    struct {
+        uint32_t word, hostUniqueId;
+    } const address{static_cast<uint32_t>(is.id & 0xFF) | static_cast<uint32_t>(is.lun & 0xFF) << 8 |
+                        static_cast<uint32_t>(is.channel & 0xFF) << 16 | static_cast<uint32_t>(is.host & 0xFF) << 24,
+                    0};
+    return give(argument, address);
+}
+
+int giveGeometry(const Device &device, void *argument)
+{
+    if (!hasBlocks(device.is)) {
+        return failWith(EINVAL);
+    }
+    if (!device.is.geometry || device.is.type == kCdrom) {
+        return failWith(ENOTTY);
+    }
+    const Geometry &geometry = *device.is.geometry;
+    hd_geometry reply{};
+    reply.heads = static_cast<unsigned char>(geometry.heads);
+    reply.sectors = static_cast<unsigned char>(geometry.sectors);
+    reply.cylinders = static_cast<unsigned short>(geometry.cylinders);
+    return give(argument, reply);
+}
+
+int giveIdentity(const Device &device, void *argument)
+{
+    return device.is.ata ? give(argument, identityForIoctl(device.is, device.smartEnabled)) : failWith(EINVAL);
+}
+
+} // namespace
+
+int executeRequest(Device &device, unsigned long number, void *argument, const Fault &fault)
+{
+    const bool toScsi = number == SG_IO || number == kSendCommand;
+    if (fault.errorNumber != 0 || (fault.fails() && !toScsi)) {
+        return failWith(fault.errorNumber != 0 ? fault.errorNumber : EIO);
+    }
+    switch (number) {
+    case SG_IO:
+        return genericIo(device, *static_cast<sg_io_hdr_t *>(argument), fault);
+    case kSendCommand:
+        return sendCommand(device, *static_cast<SendCommand *>(argument), fault);
+    case HDIO_DRIVE_CMD:
+        return driveCommand(device, static_cast<uint8_t *>(argument));
+    case HDIO_DRIVE_TASK:
+        return driveTask(device, static_cast<uint8_t *>(argument));
+    case kGetIdlun:
+        return giveAddress(device, argument);
+    case kGetBusNumber:
+        return device.is.isIde() ? failWith(EINVAL) : give(argument, device.is.host);
+    case HDIO_GET_IDENTITY:
+        return giveIdentity(device, argument);
+    case HDIO_GETGEO:
+        return giveGeometry(device, argument);
+    default:
+        break;
+    }
+    if (!hasBlocks(device.is)) {
+        return failWith(EINVAL);
+    }
+    if (number == BLKSSZGET) {
+        return give(argument, static_cast<int>(device.is.sectorSize));
+    }
+    return number == BLKGETSIZE ? give(argument, static_cast<unsigned long>(device.is.sectors))
+                                : give(argument, device.is.sectors * 512);
+}
+
+} // namespace sim

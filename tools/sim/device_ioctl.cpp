@@ -1,0 +1,222 @@
+// Requests to a device node: what they are, faults and delays, the log.
+#include "sim/device.h"
+#include "sim/requests.h"
+#include "sim/state.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <linux/fs.h>
+#include <linux/hdreg.h>
+#include <pthread.h>
+#include <scsi/sg.h>
+
+namespace sim {
+
+namespace {
+
+struct Request {
+    unsigned long number;
+    void *argument;
+    RequestKind kind;
+    std::span<const uint8_t> bytes; // for the log: CDB or argument block
+    bool known = true;
+};
+
+Request decode(unsigned long number, void *argument)
+{
+    Request request{number, argument, {}, {}};
+    const auto *block = static_cast<const uint8_t *>(argument);
+    switch (number) {
+    case SG_IO: {
+        const auto *header = static_cast<const sg_io_hdr_t *>(argument);
+        if (header->cmdp != nullptr) {
+            request.bytes = {header->cmdp, header->cmd_len};
+        }
+        request.kind = kindOfScsi(request.bytes);
+        break;
+    }
+    case kSendCommand:
+        request.bytes = sentCdb(*static_cast<SendCommand *>(argument));
+        request.kind = kindOfScsi(request.bytes);
+        break;
+    case HDIO_DRIVE_CMD:
+        request.bytes = {block, 4};
+        request.kind = kindOfAta(block[0], block[2]);
+        break;
+    case HDIO_DRIVE_TASK:
+        request.bytes = {block, 7};
+        request.kind = kindOfAta(block[0], block[1]);
+        break;
+    case kGetIdlun:
+    case kGetBusNumber:
+        request.kind.own = Kind::address;
+        break;
+    case HDIO_GET_IDENTITY:
+        request.kind.own = Kind::identity;
+        break;
+    case HDIO_GETGEO:
+        request.kind.own = Kind::geometry;
+        break;
+    case BLKSSZGET:
+        request.kind.own = Kind::sectorSize;
+        break;
+    case BLKGETSIZE:
+    case BLKGETSIZE64:
+        request.kind.own = Kind::size;
+        break;
+    default:
+        request.known = false;
+    }
+    return request;
+}
+
+uint64_t nextRandom(uint64_t &state) // splitmix64
+{
+    state += 0x9E3779B97F4A7C15;
+    uint64_t mixed = state;
+    mixed = (mixed ^ (mixed >> 30)) * 0xBF58476D1CE4E5B9;
+    mixed = (mixed ^ (mixed >> 27)) * 0x94D049BB133111EB;
+    return mixed ^ (mixed >> 31);
+}
+
+bool isOn(const Fault &fault, const RequestKind &kind)
+{
+    switch (fault.on) {
+    case Kind::any:
+        return true;
+    case Kind::ata:
+        return kind.ata;
+    case Kind::scsi:
+        return kind.scsi;
+    default:
+        return fault.on == kind.own;
+    }
+}
+
+// What the faults of a device make of one request.
+struct Plan {
+    std::chrono::nanoseconds wait{0};
+    Fault failure; // fails() tells whether there is one
+};
+
+Plan planFor(Device &device, const RequestKind &kind)
+{
+    using std::chrono::duration;
+    using std::chrono::duration_cast;
+    using std::chrono::nanoseconds;
+    Plan plan;
+    plan.wait = std::chrono::milliseconds(device.is.delayMs);
+    device.seen.resize(device.is.faults.size());
+    for (size_t i = 0; i < device.is.faults.size(); ++i) {
+        const Fault &fault = device.is.faults[i];
+        if (!isOn(fault, kind)) {
+            continue;
+        }
+        const unsigned count = ++device.seen[i];
+        const bool due = fault.nth != 0 ? count == fault.nth : count % std::max(fault.every, 1U) == 0;
+        constexpr double kScale = 1.0 / 9007199254740992.0; // 2^-53: the upper bits as a number below 1
+        if (!due || (fault.probability < 1 &&
+                     static_cast<double>(nextRandom(device.random) >> 11) * kScale >= fault.probability)) {
+            continue;
+        }
+        plan.wait +=
+            std::chrono::milliseconds(fault.delayMs) + duration_cast<nanoseconds>(duration<double>(fault.hangSeconds));
+        if (fault.fails() && !plan.failure.fails()) {
+            plan.failure = fault;
+        }
+    }
+    return plan;
+}
+
+int failWith(int error)
+{
+    errno = error;
+    return -1;
+}
+
+// The kernel gives a command up after its time-out and tells so as a transport status.
+Fault timedOut()
+{
+    constexpr int kDidTimeOut = 3;
+    Fault fault;
+    fault.hostStatus = kDidTimeOut;
+    return fault;
+}
+
+void keepInLog(MachineState &machine, const Device &device, const Request &request)
+{
+    constexpr size_t kLongest = 1 << 17; // of a test that never forgets
+    if (!machine.logging) {
+        return;
+    }
+    machine.log.push_back({device.name, request.number, {request.bytes.begin(), request.bytes.end()}});
+    if (machine.log.size() > kLongest) {
+        machine.log.pop_front();
+    }
+}
+
+} // namespace
+
+int answer(Device &device, unsigned long number, void *argument)
+{
+    int cancelState = 0;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelState); // a real ioctl is no cancellation point
+    int result = -1;
+    int error = 0;
+    {
+        std::unique_lock held(model());
+        MachineState *machine = currentMachine();
+        if (device.gone || machine == nullptr) {
+            result = failWith(ENODEV);
+        } else if (argument == nullptr) {
+            result = failWith(EFAULT);
+        } else if (const Request request = decode(number, argument); !request.known) {
+            ++machine->unknownIoctls;
+            result = failWith(ENOTTY);
+        } else {
+            keepInLog(*machine, device, request);
+            Plan plan = planFor(device, request.kind);
+            const auto limit =
+                std::chrono::milliseconds(number == SG_IO ? static_cast<const sg_io_hdr_t *>(argument)->timeout : 0);
+            if (limit.count() != 0 && plan.wait > limit) {
+                plan = {limit, timedOut()};
+            }
+            if (plan.wait.count() != 0) {
+                modelChanged().wait_for(held, plan.wait, [&device] { return device.gone; });
+            }
+            result = device.gone ? failWith(ENODEV) : executeRequest(device, number, argument, plan.failure);
+        }
+        error = errno;
+    }
+    pthread_setcancelstate(cancelState, nullptr);
+    errno = result == -1 ? error : errno;
+    return result;
+}
+
+void describeDevice(Device &device, const DeviceDescription &now, uint64_t seed)
+{
+    const bool fresh = device.name.empty();
+    const DeviceDescription before = fresh ? DeviceDescription() : device.is;
+    if (fresh || before.smart.enabled != now.smart.enabled) {
+        device.smartEnabled = now.smart.enabled;
+    }
+    if (fresh || before.exceptions.dexcpt != now.exceptions.dexcpt || before.exceptions.mrie != now.exceptions.mrie) {
+        device.dexcpt = now.exceptions.dexcpt;
+        device.mrie = static_cast<uint8_t>(now.exceptions.mrie);
+    }
+    if (fresh || before.faults.size() != now.faults.size()) {
+        device.seen.assign(now.faults.size(), 0);
+    }
+    device.is = now;
+    device.name = "/dev/" + (now.node.empty() ? now.genericNode : now.node);
+    if (fresh) {
+        device.random = seed;
+        for (const char c : device.name) {
+            device.random = device.random * 31 + static_cast<unsigned char>(c);
+        }
+    }
+}
+
+} // namespace sim

@@ -1,0 +1,185 @@
+// Mode pages, log pages and REQUEST SENSE (SPC-4): the Informational Exceptions Control page and its log.
+#include "sim/device.h"
+
+#include <algorithm>
+
+namespace sim {
+
+namespace {
+
+constexpr uint8_t kExceptionsPage = 0x1C;
+constexpr uint8_t kAllPages = 0x3F;
+constexpr uint8_t kExceptionsLog = 0x2F;
+constexpr uint8_t kPredicted = 0x5D; // ASC: failure prediction threshold exceeded
+
+bool predicts(const Device &device)
+{
+    return device.is.exceptions.predicting && !device.dexcpt;
+}
+
+std::vector<uint8_t> exceptionsPage(const Device &device)
+{
+    std::vector<uint8_t> page(12);
+    page[0] = static_cast<uint8_t>(kExceptionsPage | (device.is.exceptions.savable ? 0x80 : 0));
+    page[1] = 0x0A;
+    page[2] = static_cast<uint8_t>(device.exceptionFlags | (device.dexcpt ? 0x08 : 0));
+    page[3] = device.mrie;
+    return page;
+}
+
+std::vector<uint8_t> blockDescriptor(const Device &device)
+{
+    std::vector<uint8_t> descriptor(8);
+    const uint64_t blocks = device.is.sectors * 512 / std::max(device.is.sectorSize, 1U);
+    const uint64_t shown = std::min<uint64_t>(blocks, 0xFFFFFF);
+    for (size_t i = 0; i < 3; ++i) {
+        descriptor[1 + i] = static_cast<uint8_t>(shown >> (8 * (2 - i)));
+        descriptor[5 + i] = static_cast<uint8_t>(device.is.sectorSize >> (8 * (2 - i)));
+    }
+    return descriptor;
+}
+
+// libata's CHECK CONDITION on a field of the CDB points at it.
+ScsiReply invalidPage(const Device &device)
+{
+    ScsiReply reply = checkCondition(kIllegalRequest, kInvalidField);
+    if (device.is.ata) {
+        reply.sense.resize(26);
+        reply.sense[7] = 0x12;
+        reply.sense[15] = 0xC0; // SKSV, C/D: byte 2 of the CDB
+        reply.sense[17] = 0x02;
+    }
+    return reply;
+}
+
+ScsiReply modeSense(const Device &device, std::span<const uint8_t> cdb, bool tenByte)
+{
+    const ExceptionsDescription &exceptions = device.is.exceptions;
+    if (tenByte ? !exceptions.tenByte : !exceptions.sixByte) {
+        return checkCondition(kIllegalRequest, kInvalidOpcode);
+    }
+    const uint8_t page = cdb[2] & 0x3F;
+    if (page != kAllPages && (page != kExceptionsPage || !exceptions.supported)) {
+        return invalidPage(device);
+    }
+    const bool withDescriptor = exceptions.blockDescriptor && (cdb[1] & 0x08) == 0; // DBD
+    const std::vector<uint8_t> descriptor = withDescriptor ? blockDescriptor(device) : std::vector<uint8_t>();
+    const std::vector<uint8_t> body = exceptions.supported ? exceptionsPage(device) : std::vector<uint8_t>();
+    const size_t header = tenByte ? 8 : 4;
+    ScsiReply reply;
+    std::vector<uint8_t> &data = reply.data;
+    data.resize(header);
+    data.insert(data.end(), descriptor.begin(), descriptor.end());
+    data.insert(data.end(), body.begin(), body.end());
+    constexpr uint8_t kDpoFua = 0x10;
+    if (tenByte) {
+        data[1] = static_cast<uint8_t>(data.size() - 2);
+        data[3] = kDpoFua;
+        data[7] = static_cast<uint8_t>(descriptor.size());
+    } else {
+        data[0] = static_cast<uint8_t>(data.size() - 1);
+        data[2] = kDpoFua;
+        data[3] = static_cast<uint8_t>(descriptor.size());
+    }
+    data.resize(std::min<size_t>(data.size(), tenByte ? static_cast<size_t>(cdb[7] << 8 | cdb[8]) : cdb[4]));
+    return reply;
+}
+
+ScsiReply modeSelect(Device &device, std::span<const uint8_t> cdb, std::span<const uint8_t> list, bool tenByte)
+{
+    const ExceptionsDescription &exceptions = device.is.exceptions;
+    if (!exceptions.supported || !exceptions.canSelect) {
+        return checkCondition(kIllegalRequest, kInvalidOpcode);
+    }
+    list = list.first(std::min<size_t>(list.size(), tenByte ? static_cast<size_t>(cdb[7] << 8 | cdb[8]) : cdb[4]));
+    const size_t header = tenByte ? 8 : 4;
+    if (list.size() < header) {
+        return checkCondition(kIllegalRequest, 0x1A); // parameter list length error
+    }
+    const size_t at = header + (tenByte ? static_cast<size_t>(list[6] << 8 | list[7]) : list[3]);
+    if (list.size() < at + 12) {
+        return checkCondition(kIllegalRequest, 0x1A);
+    }
+    if ((list[at] & 0x3F) != kExceptionsPage || list[at + 1] != 0x0A) {
+        return checkCondition(kIllegalRequest, 0x26); // invalid field in the parameter list
+    }
+    device.dexcpt = (list[at + 2] & 0x08) != 0;
+    device.exceptionFlags = list[at + 2] & 0xF7;
+    device.mrie = static_cast<uint8_t>(exceptions.fixedMrie >= 0 ? exceptions.fixedMrie : list[at + 3] & 0x0F);
+    device.attention = exceptions.unitAttention;
+    return {};
+}
+
+ScsiReply logSense(const Device &device, std::span<const uint8_t> cdb)
+{
+    if (device.is.type != kDisk || device.is.ata) {
+        return checkCondition(kIllegalRequest, kInvalidOpcode);
+    }
+    const bool hasLog = device.is.exceptions.logPage;
+    const uint8_t page = cdb[2] & 0x3F;
+    ScsiReply reply;
+    if (page == 0x00) {
+        reply.data = {0x00, 0, 0, 2, 0x00, 0x0D};
+        if (hasLog) {
+            reply.data.push_back(kExceptionsLog);
+            reply.data[3] = 3;
+        }
+    } else if (page == kExceptionsLog && hasLog) {
+        const bool predicted = predicts(device);
+        constexpr uint8_t kTemperature = 38;
+        reply.data = {kExceptionsLog,
+                      0,
+                      0,
+                      7,
+                      0,
+                      0,
+                      3,
+                      3,
+                      static_cast<uint8_t>(predicted ? kPredicted : 0),
+                      static_cast<uint8_t>(predicted ? 0xFF : 0),
+                      kTemperature};
+    } else {
+        return checkCondition(kIllegalRequest, kInvalidField);
+    }
+    reply.data.resize(std::min<size_t>(reply.data.size(), static_cast<size_t>(cdb[7] << 8 | cdb[8])));
+    return reply;
+}
+
+// Where nothing is pending, the method "report on request" makes a prediction seen here.
+ScsiReply requestSense(const Device &device, std::span<const uint8_t> cdb)
+{
+    constexpr uint8_t kOnRequest = 6;
+    ScsiReply reply = checkCondition(0, 0);
+    reply.data = device.lastSense.empty() ? reply.sense : device.lastSense;
+    if (device.lastSense.empty() && predicts(device) && device.mrie == kOnRequest) {
+        reply.data[12] = kPredicted;
+        reply.data[13] = 0xFF;
+    }
+    reply.data.resize(std::min<size_t>(reply.data.size(), cdb[4]));
+    if (!device.is.ata) {
+        reply.status = 0;
+        reply.sense.clear();
+    }
+    return reply;
+}
+
+} // namespace
+
+ScsiReply pageCommand(Device &device, std::span<const uint8_t> cdb, std::span<const uint8_t> dataOut)
+{
+    const bool tenByte = cdb.size() >= 10 && (cdb[0] >> 5) != 0;
+    switch (kindOfScsi(cdb).own) {
+    case Kind::modeSense:
+        return modeSense(device, cdb, tenByte);
+    case Kind::modeSelect:
+        return modeSelect(device, cdb, dataOut, tenByte);
+    case Kind::logSense:
+        return logSense(device, cdb);
+    case Kind::requestSense:
+        return requestSense(device, cdb);
+    default:
+        return checkCondition(kIllegalRequest, kInvalidOpcode);
+    }
+}
+
+} // namespace sim

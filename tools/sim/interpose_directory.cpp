@@ -1,0 +1,79 @@
+// Listing of directories.
+#include "sim/blocks.h"
+#include "sim/interpose.h"
+
+#include <dirent.h>
+
+using namespace sim;
+
+namespace {
+
+using Filter = int(const dirent *);
+using Compare = int(const dirent **, const dirent **);
+using ScanFunction = int(const char *, dirent ***, Filter *, Compare *);
+
+constinit Real<DIR *(const char *)> realOpendir{"opendir"};
+constinit Real<int(DIR *)> realClosedir{"closedir"};
+constinit Real<int(DIR *)> realDirfd{"dirfd"};
+constinit Real<ScanFunction> realScandir{"scandir"};
+constinit Real<ScanFunction> realScandir64{"scandir64"};
+
+int scanThrough(Real<ScanFunction> &real, bool product, const char *path, dirent ***list, Filter *filter,
+                Compare *compare)
+{
+    followDescription();
+    const Translated translated(path);
+    const int count = real(translated.c_str(), list, filter, compare);
+    if (product && count >= 0) { // the C library took the memory, but the caller has to give it back
+        noteBlock(*list);
+        for (int i = 0; i < count; ++i) {
+            noteBlock((*list)[i]);
+        }
+    }
+    return count;
+}
+
+} // namespace
+
+SIM_EXPORT DIR *simOpendir(const char *path) __asm__("opendir");
+SIM_EXPORT int simClosedir(DIR *directory) __asm__("closedir");
+SIM_EXPORT int simScandir(const char *path, dirent ***list, Filter *filter, Compare *compare) __asm__("scandir");
+SIM_EXPORT int simScandir64(const char *path, dirent ***list, Filter *filter, Compare *compare) __asm__("scandir64");
+
+extern "C" DIR *simOpendir(const char *path)
+{
+    if (SIM_STRIKES(list, "opendir")) {
+        return failedWith<DIR *>(EMFILE, nullptr);
+    }
+    followDescription();
+    const Translated translated(path);
+    DIR *directory = realOpendir(translated.c_str());
+    if (directory != nullptr) {
+        noteOpened(realDirfd(directory), translated, SIM_IS_PRODUCT("opendir"));
+    }
+    return directory;
+}
+
+extern "C" int simClosedir(DIR *directory)
+{
+    if (directory != nullptr) {
+        closed(realDirfd(directory));
+    }
+    return realClosedir(directory);
+}
+
+extern "C" int simScandir(const char *path, dirent ***list, Filter *filter, Compare *compare)
+{
+    if (SIM_STRIKES(list, "scandir")) {
+        return failedWith(ENOMEM);
+    }
+    return scanThrough(realScandir, SIM_IS_PRODUCT("scandir"), path, list, filter, compare);
+}
+
+extern "C" int simScandir64(const char *path, dirent ***list, Filter *filter, Compare *compare)
+{
+    if (SIM_STRIKES(list, "scandir64")) {
+        return failedWith(ENOMEM);
+    }
+    return scanThrough(realScandir64, SIM_IS_PRODUCT("scandir64"), path, list, filter, compare);
+}

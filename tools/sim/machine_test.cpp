@@ -1,0 +1,397 @@
+#include "sim/sim.h"
+
+#include <dirent.h>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/ipc.h>
+#include <sys/stat.h>
+#include <sys/statfs.h>
+#include <sys/sysmacros.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+const char *const kTwoDisks = R"({
+  "kernel": "6.1.0-56-amd64",
+  "hosts": [
+    {"number": 0, "driver": "ahci", "devices": [
+      {"type": "disk", "ata": true, "model": "DISKMODEL-100", "revision": "FW1", "serial": "S1", "sectors": 1048576}]},
+    {"number": 1, "driver": "ahci", "devices": [
+      {"type": "disk", "ata": true, "model": "A VERY LONG MODEL NAME", "serial": "S2"}]},
+    {"number": 10, "driver": "mpt3sas", "devices": [
+      {"id": 3, "type": "cdrom", "vendor": "ACME", "model": "DVD"}, {"id": 4, "type": 12, "vendor": "ACME"}]}
+  ]
+})";
+
+std::string contentOf(const std::string &path)
+{
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::vector<std::string> namesIn(const char *path)
+{
+    std::vector<std::string> names;
+    dirent **list = nullptr;
+    const int count = scandir(path, &list, nullptr, alphasort);
+    for (int i = 0; i < count; ++i) {
+        if (list[i]->d_name[0] != '.') {
+            names.emplace_back(list[i]->d_name);
+        }
+        free(list[i]);
+    }
+    if (count >= 0) {
+        free(list);
+    }
+    return names;
+}
+
+TEST(Machine, RealPathsAreSeenWithoutOne)
+{
+    EXPECT_TRUE(namesIn("/sys/bus/scsi/devices").empty() || access("/sys/bus/scsi/devices", F_OK) == 0);
+    EXPECT_EQ(access("/proc/self/status", R_OK), 0);
+    struct utsname before {};
+    uname(&before);
+    {
+        const sim::Machine machine(R"({"kernel": "2.6.9"})");
+        struct utsname simulated {};
+        uname(&simulated);
+        EXPECT_STREQ(simulated.release, "2.6.9");
+        EXPECT_STREQ(simulated.sysname, before.sysname);
+    }
+    struct utsname after {};
+    uname(&after);
+    EXPECT_STREQ(after.release, before.release);
+}
+
+TEST(Machine, ItsDirectoryIsGoneAfterwards)
+{
+    std::string root;
+    {
+        const sim::Machine machine("{}");
+        root = machine.where("/");
+        EXPECT_EQ(access(root.c_str(), F_OK), 0);
+    }
+    EXPECT_NE(access(root.c_str(), F_OK), 0);
+}
+
+TEST(Machine, SysfsTextIsPaddedAsTheKernelDoes)
+{
+    const sim::Machine machine(kTwoDisks);
+    EXPECT_EQ(contentOf("/sys/bus/scsi/devices/0:0:0:0/vendor"), "ATA     \n");
+    EXPECT_EQ(contentOf("/sys/bus/scsi/devices/0:0:0:0/model"), "DISKMODEL-100   \n");
+    EXPECT_EQ(contentOf("/sys/bus/scsi/devices/1:0:0:0/model"), "A VERY LONG MODE\n");
+    EXPECT_EQ(contentOf("/sys/bus/scsi/devices/0:0:0:0/rev"), "FW1 \n");
+    EXPECT_EQ(contentOf("/sys/bus/scsi/devices/10:0:4:0/type"), "12\n");
+    EXPECT_EQ(contentOf("/sys/class/scsi_host/host10/proc_name"), "mpt3sas\n");
+}
+
+TEST(Machine, SysfsEntriesAreLinksToDirectories)
+{
+    const sim::Machine machine(kTwoDisks);
+    EXPECT_THAT(namesIn("/sys/bus/scsi/devices"),
+                ElementsAre("0:0:0:0", "10:0:3:0", "10:0:4:0", "1:0:0:0", "host0", "host1", "host10", "target0:0:0",
+                            "target10:0:3", "target10:0:4", "target1:0:0"));
+    struct stat status {};
+    ASSERT_EQ(lstat("/sys/bus/scsi/devices/0:0:0:0", &status), 0);
+    EXPECT_TRUE(S_ISLNK(status.st_mode));
+    ASSERT_EQ(stat("/sys/bus/scsi/devices/0:0:0:0", &status), 0);
+    EXPECT_TRUE(S_ISDIR(status.st_mode));
+    char target[256] = {};
+    ASSERT_GT(readlink("/sys/class/scsi_host/host1", target, sizeof target - 1), 0);
+    EXPECT_STREQ(target, "../../devices/pci0000:00/0000:00:1f.2/ata2/host1/scsi_host/host1");
+}
+
+TEST(Machine, WhatItDoesNotHaveDoesNotExist)
+{
+    const sim::Machine machine("{}");
+    EXPECT_EQ(open("/proc/scsi/scsi", O_RDONLY), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(opendir("/proc/ide"), nullptr);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(open("/dev/sda", O_RDONLY), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(fopen("/etc/tavkit/tavkit.conf", "r"), nullptr);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(fopen("/etc/tavkit/../tavkit/./tavkit.conf", "r"), nullptr);
+}
+
+TEST(Machine, TheProcessKeepsItsOwnEntriesAndTheCommonDevices)
+{
+    const sim::Machine machine("{}");
+    EXPECT_EQ(access("/proc/self/maps", R_OK), 0);
+    EXPECT_EQ(access(("/proc/" + std::to_string(getpid()) + "/stat").c_str(), R_OK), 0);
+    EXPECT_NE(access("/proc/1/stat", R_OK), 0);
+    EXPECT_EQ(access("/dev/null", W_OK), 0);
+    EXPECT_EQ(access("/dev/urandom", R_OK), 0);
+    EXPECT_EQ(access("/dev/shm", F_OK), 0);
+    EXPECT_EQ(access("/sys/kernel", F_OK), 0);
+    EXPECT_EQ(access("/etc/passwd", R_OK), 0);
+}
+
+TEST(Machine, RawFilesCanBePutAndTaken)
+{
+    sim::Machine machine("{}");
+    machine.write("/opt/qlm/tavkit_sa/data/storage.inf", "ahci\n");
+    EXPECT_EQ(contentOf("/opt/qlm/tavkit_sa/data/storage.inf"), "ahci\n");
+    EXPECT_EQ(machine.read("/opt/qlm/tavkit_sa/data/storage.inf"), "ahci\n");
+    EXPECT_TRUE(machine.exists("/opt/qlm/tavkit_sa/data/storage.inf"));
+    machine.remove("/opt/qlm/tavkit_sa/data");
+    EXPECT_FALSE(machine.exists("/opt/qlm/tavkit_sa/data/storage.inf"));
+    EXPECT_NE(access("/opt/qlm/tavkit_sa/data", F_OK), 0);
+    machine.makeDirectory("/proc/ide/ide0/hda");
+    machine.link("/proc/ide/hda", "ide0/hda");
+    EXPECT_THAT(namesIn("/proc/ide"), ElementsAre("hda", "ide0"));
+    EXPECT_EQ(machine.read("/proc/ide/nothing"), "");
+}
+
+TEST(Machine, AnAbsoluteLinkLeadsIntoTheMachineAndReadsAsItWasMade)
+{
+    sim::Machine machine("{}");
+    machine.write("/sys/devices/x/vendor", "V\n");
+    machine.link("/sys/bus/x", "/sys/devices/x");
+    EXPECT_EQ(contentOf("/sys/bus/x/vendor"), "V\n");
+    char target[256] = {};
+    ASSERT_GT(readlink("/sys/bus/x", target, sizeof target - 1), 0);
+    EXPECT_STREQ(target, "/sys/devices/x");
+    char *resolved = realpath("/sys/bus/x/vendor", nullptr);
+    ASSERT_NE(resolved, nullptr);
+    EXPECT_STREQ(resolved, "/sys/devices/x/vendor");
+    free(resolved);
+}
+
+TEST(Machine, FilesCanBeMadeRenamedAndRemovedByThePathsOfTheSystem)
+{
+    const sim::Machine machine("{}");
+    const char *save = "/opt/qlm/tavkit_sa/data/tavstrgsave.dat";
+    const char *fresh = "/opt/qlm/tavkit_sa/data/tavstrgsave.dat.new";
+    FILE *file = fopen(fresh, "w");
+    ASSERT_NE(file, nullptr);
+    fputs("records", file);
+    fclose(file);
+    ASSERT_EQ(rename(fresh, save), 0);
+    EXPECT_EQ(machine.read(save), "records");
+    EXPECT_EQ(access(fresh, F_OK), -1);
+    ASSERT_EQ(mkdir("/opt/qlm/tavkit_sa/work/sub", 0700), 0);
+    EXPECT_NE(ftok("/opt/qlm/tavkit_sa/work/sub", 69), -1);
+    ASSERT_EQ(rmdir("/opt/qlm/tavkit_sa/work/sub"), 0);
+    ASSERT_EQ(unlink(save), 0);
+    EXPECT_FALSE(machine.exists(save));
+    const int directory = open("/opt/qlm/tavkit_sa/data", O_RDONLY | O_DIRECTORY);
+    ASSERT_GE(directory, 0);
+    EXPECT_EQ(fsync(directory), 0);
+    close(directory);
+}
+
+TEST(Machine, ADeviceNodeLooksLikeOne)
+{
+    const sim::Machine machine(kTwoDisks);
+    struct stat status {};
+    ASSERT_EQ(stat("/dev/sdb", &status), 0);
+    EXPECT_TRUE(S_ISBLK(status.st_mode));
+    EXPECT_EQ(major(status.st_rdev), 8U);
+    EXPECT_EQ(minor(status.st_rdev), 16U);
+    const int descriptor = open("/dev/sg0", O_RDWR);
+    ASSERT_GE(descriptor, 0);
+    ASSERT_EQ(stat("/dev/sg0", &status), 0);
+    EXPECT_TRUE(S_ISCHR(status.st_mode));
+    ASSERT_EQ(fstat(descriptor, &status), 0);
+    EXPECT_TRUE(S_ISBLK(status.st_mode)); // the node of the disk behind it
+    close(descriptor);
+}
+
+TEST(Machine, DisksAreNamedInOrderAndCrossTheMajorNumberAtSixteen)
+{
+    std::string devices;
+    for (int i = 0; i < 30; ++i) {
+        devices += (i == 0 ? "" : ",") + (R"({"ata": true, "id": )" + std::to_string(i)) + R"(, "serial": "S"})";
+    }
+    const sim::Machine machine(R"({"hosts": [{"driver": "ahci", "devices": [)" + devices + "]}]}");
+    struct stat status {};
+    ASSERT_EQ(stat("/dev/sdp", &status), 0);
+    EXPECT_EQ(status.st_rdev, makedev(8, 240));
+    ASSERT_EQ(stat("/dev/sdq", &status), 0);
+    EXPECT_EQ(status.st_rdev, makedev(65, 0));
+    EXPECT_EQ(access("/dev/sdad", F_OK), 0);
+    EXPECT_NE(access("/dev/sdae", F_OK), 0);
+}
+
+TEST(Machine, OpenDescriptorsAreCounted)
+{
+    const sim::Machine machine(kTwoDisks);
+    EXPECT_EQ(machine.openDescriptors(), 0);
+    const int disk = open("/dev/sda", O_RDONLY);
+    FILE *file = fopen("/sys/bus/scsi/devices/0:0:0:0/vendor", "r");
+    DIR *directory = opendir("/sys/class/scsi_host");
+    EXPECT_EQ(machine.openDescriptors(), 3);
+    const int outside = open("/etc/passwd", O_RDONLY);
+    EXPECT_EQ(machine.openDescriptors(), 3);
+    close(outside);
+    close(disk);
+    fclose(file);
+    closedir(directory);
+    EXPECT_EQ(machine.openDescriptors(), 0);
+}
+
+TEST(Machine, ChangePlugsDevicesInAndOut)
+{
+    sim::Machine machine(kTwoDisks);
+    machine.write("/opt/qlm/tavkit_sa/data/noscsi.inf", "mine");
+    std::string changed = kTwoDisks;
+    changed.replace(changed.find("\"number\": 0"), 11, "\"number\": 7");
+    machine.change(changed);
+    EXPECT_THAT(namesIn("/sys/class/scsi_host"), ElementsAre("host1", "host10", "host7"));
+    EXPECT_NE(access("/sys/bus/scsi/devices/0:0:0:0/vendor", F_OK), 0);
+    EXPECT_EQ(contentOf("/sys/bus/scsi/devices/7:0:0:0/vendor"), "ATA     \n");
+    EXPECT_EQ(machine.read("/opt/qlm/tavkit_sa/data/noscsi.inf"), "mine");
+}
+
+TEST(Machine, ADiskThatStaysKeepsItsNameWhenAnotherGoes)
+{
+    sim::Machine machine(kTwoDisks);
+    machine.change(R"({"hosts": [{"number": 1, "driver": "ahci", "devices": [
+      {"ata": true, "model": "A VERY LONG MODEL NAME", "serial": "S2"}, {"ata": true, "id": 5, "serial": "NEW"}]}]})");
+    EXPECT_THAT(contentOf("/sys/block/sdb/size"), HasSubstr("209715200"));
+    char target[256] = {};
+    ASSERT_GT(readlink("/sys/block/sdb", target, sizeof target - 1), 0);
+    EXPECT_THAT(target, HasSubstr("1:0:0:0"));
+    ASSERT_GT(readlink("/sys/block/sda", target, sizeof target - 1), 0);
+    EXPECT_THAT(target, HasSubstr("1:0:5:0"));
+}
+
+TEST(Machine, ProcfsViewsAreThereForOldKernels)
+{
+    const sim::Machine machine(R"({"kernel": "2.4.21", "hosts": [{"number": 2, "driver": "aic7xxx", "devices": [
+      {"id": 3, "vendor": "ACME", "model": "SCSIDISK", "revision": "1.0", "ansiVersion": 2},
+      {"id": 4, "type": "tape", "vendor": "ACME", "model": "TAPE"}]}]})");
+    EXPECT_EQ(contentOf("/proc/scsi/scsi"), "Attached devices: \n"
+                                            "Host: scsi2 Channel: 00 Id: 03 Lun: 00\n"
+                                            "  Vendor: ACME     Model: SCSIDISK         Rev: 1.0 \n"
+                                            "  Type:   Direct-Access                    ANSI  SCSI revision: 02\n"
+                                            "Host: scsi2 Channel: 00 Id: 04 Lun: 00\n"
+                                            "  Vendor: ACME     Model: TAPE             Rev: 1.0 \n"
+                                            "  Type:   Sequential-Access                ANSI  SCSI revision: 05\n");
+    EXPECT_THAT(namesIn("/proc/scsi"), ElementsAre("aic7xxx", "scsi"));
+    EXPECT_THAT(namesIn("/proc/scsi/aic7xxx"), ElementsAre("2"));
+    EXPECT_NE(access("/sys/bus/scsi/devices", F_OK), 0);
+}
+
+TEST(Machine, WithoutDevicesProcScsiSaysNone)
+{
+    const sim::Machine machine(R"({"kernel": "2.4.21"})");
+    EXPECT_EQ(contentOf("/proc/scsi/scsi"), "Attached devices: none\n");
+}
+
+TEST(Machine, IdeDrivesAreLaidOutAsTheKernelDoes)
+{
+    const sim::Machine machine(R"({"kernel": "2.4.21", "ide": {
+      "channels": [{"name": "ide0", "mate": "ide1"}, {"name": "ide1", "mate": "ide0"}],
+      "drives": [
+        {"name": "hda", "media": "disk", "model": "IDEDISK", "driver": "ide-disk", "version": "1.17",
+         "geometry": {"heads": 16, "sectors": 63, "cylinders": 2080}, "sectors": 2097152, "cache": 256},
+        {"name": "hdc", "media": "cdrom", "model": "IDECD", "driver": "ide-cdrom version 4.59"}]}})");
+    EXPECT_THAT(namesIn("/proc/ide"), ElementsAre("drivers", "hda", "hdc", "ide0", "ide1"));
+    char target[64] = {};
+    ASSERT_GT(readlink("/proc/ide/hdc", target, sizeof target - 1), 0);
+    EXPECT_STREQ(target, "ide1/hdc");
+    EXPECT_EQ(contentOf("/proc/ide/hda/media"), "disk\n");
+    EXPECT_EQ(contentOf("/proc/ide/hda/driver"), "ide-disk version 1.17\n");
+    EXPECT_EQ(contentOf("/proc/ide/ide0/hda/geometry"), "physical     2080/16/63\nlogical      130/255/63\n");
+    EXPECT_EQ(contentOf("/proc/ide/hda/capacity"), "2097152\n");
+    EXPECT_EQ(contentOf("/proc/ide/hda/cache"), "256\n");
+    EXPECT_EQ(contentOf("/proc/ide/ide1/mate"), "ide0\n");
+    EXPECT_NE(access("/proc/ide/hdc/geometry", F_OK), 0);
+    EXPECT_THAT(contentOf("/proc/interrupts"), HasSubstr("XT-PIC  ide0\n"));
+    EXPECT_THAT(contentOf("/proc/ioports"), HasSubstr("01f0-01f7 : ide0\n"));
+}
+
+TEST(Machine, KernelListsCanBeGivenWholeAsEntriesOrNotAtAll)
+{
+    {
+        const sim::Machine machine(R"({"interrupts": ["head", " 14: x ide0"], "ioports": "01f0-01f7 : ide0\n"})");
+        EXPECT_EQ(contentOf("/proc/interrupts"), "head\n 14: x ide0\n");
+        EXPECT_EQ(contentOf("/proc/ioports"), "01f0-01f7 : ide0\n");
+    }
+    {
+        const sim::Machine machine(R"({"interrupts": [{"number": 14, "name": "ide0"}],
+                                       "ioports": [{"start": "1f0", "end": "1f7", "name": "ide0", "depth": 1}]})");
+        EXPECT_EQ(contentOf("/proc/interrupts"),
+                  "           CPU0       \n 14:          0   IO-APIC  14-fasteoi   ide0\n");
+        EXPECT_EQ(contentOf("/proc/ioports"), "  01f0-01f7 : ide0\n");
+    }
+    const sim::Machine machine(R"({"interrupts": null, "ioports": null})");
+    EXPECT_NE(access("/proc/interrupts", F_OK), 0);
+    EXPECT_NE(access("/proc/ioports", F_OK), 0);
+}
+
+TEST(Machine, AdministratorsFilesAreTakenByTheirNames)
+{
+    sim::Machine machine(R"({"files": {"storage.inf": ["[Management Port]", "ahci"], "tavkit.conf": "TavDir /x\n",
+                                       "/sys/firmware/x": "y"}})");
+    EXPECT_EQ(contentOf("/opt/qlm/tavkit_sa/data/storage.inf"), "[Management Port]\nahci\n");
+    EXPECT_EQ(contentOf("/etc/tavkit/tavkit.conf"), "TavDir /x\n");
+    EXPECT_EQ(contentOf("/sys/firmware/x"), "y");
+    machine.change(R"({"files": {"storage.inf": null}})");
+    EXPECT_FALSE(machine.exists("/opt/qlm/tavkit_sa/data/storage.inf"));
+    EXPECT_TRUE(machine.exists("/etc/tavkit/tavkit.conf"));
+    EXPECT_FALSE(machine.exists("/sys/firmware/x"));
+}
+
+TEST(Machine, LibrariesAreLoadedFromItsAgentsRoot)
+{
+    const char *library = "/opt/qlm/tavkit_sa/lib/libtavlog.so";
+    {
+        const sim::Machine machine("{}");
+        EXPECT_EQ(dlopen(library, RTLD_LAZY), nullptr);
+    }
+    const sim::Machine machine(R"({"agent": {"libraries": true}})");
+    void *handle = dlopen(library, RTLD_LAZY);
+    ASSERT_NE(handle, nullptr) << dlerror();
+    EXPECT_NE(dlsym(handle, "TraceLog"), nullptr);
+    EXPECT_EQ(dlclose(handle), 0);
+}
+
+struct Mistake {
+    const char *json, *told;
+};
+
+TEST(Machine, AMistakeInTheDescriptionIsNamed)
+{
+    for (const Mistake &mistake : {
+             Mistake{"{", "not JSON"},
+             {"[]", "an object is wanted"},
+             {R"({"kernal": "6.1"})", "\"kernal\": there is no such field"},
+             {R"({"hosts": {}})", "an array is wanted"},
+             {R"({"hosts": [{"devices": [{"id": "x"}]}]})", "\"hosts\"[0], \"devices\"[0], \"id\": a number is wanted"},
+             {R"({"hosts": [{"devices": [{"id": -5000000000}]}]})", "out of range"},
+             {R"({"hosts": [{"devices": [{"type": "disc"}]}]})", "the type is not known"},
+             {R"({"hosts": [{"devices": [{}, {}]}]})", "there are two of 0:0:0:0"},
+             {R"({"hosts": [{"devices": [{"faults": [{"on": "nothing"}]}]}]})", "no such kind of request"},
+             {R"({"hosts": [{"devices": [{"faults": [{"sense": "70 0"}]}]}]})", "whole bytes"},
+             {R"({"files": {"/etc/passwd": ""}})", "none of the machine's"},
+             {R"({"agent": {"libraries": true, "libraryDirectory": "/nowhere"}})", "there is no /nowhere/libtavlog.so"},
+         }) {
+        try {
+            const sim::Machine machine(mistake.json);
+            ADD_FAILURE() << mistake.json << " was accepted";
+        } catch (const std::runtime_error &error) {
+            EXPECT_THAT(error.what(), HasSubstr(mistake.told));
+        }
+    }
+}
+
+TEST(Machine, ADamagedChangeLeavesItAsItWas)
+{
+    sim::Machine machine(kTwoDisks);
+    EXPECT_THROW(machine.change("{"), std::runtime_error);
+    EXPECT_EQ(contentOf("/sys/bus/scsi/devices/0:0:0:0/vendor"), "ATA     \n");
+}
+
+} // namespace

@@ -1,0 +1,156 @@
+// The library preloaded into programs that know nothing of it.
+#include "sim/sim.h"
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+std::string libraryPath()
+{
+    Dl_info info{};
+    dladdr(dlsym(RTLD_DEFAULT, "ioctl"), &info);
+    return std::filesystem::absolute(info.dli_fname);
+}
+
+class Preload : public testing::Test {
+protected:
+    Preload() : directory(std::filesystem::temp_directory_path() / ("tavsim-preload-" + std::to_string(getpid())))
+    {
+        std::filesystem::create_directories(directory);
+        describe(
+            R"({"kernel": "6.1.7-test", "hosts": [{"driver": "ahci", "devices": [{"ata": true, "vendor": "FIRST"}]}]})");
+    }
+    ~Preload() override { std::filesystem::remove_all(directory); }
+
+    void describe(const std::string &json) { std::ofstream(description()) << json; }
+    std::string description() const { return directory / "machine.json"; }
+
+    // Output of a shell command under the machine, its error output included. A sanitized library wants its runtime
+    // first.
+    std::string run(const std::string &command, const std::string &environment = "")
+    {
+        if (!sim::allocationsCanFail()) {
+            return "";
+        }
+        std::string quoted = command;
+        for (size_t at = 0; (at = quoted.find('\'', at)) != quoted.npos; at += 4) {
+            quoted.replace(at, 1, "'\\''");
+        }
+        const std::string line = "TAVSIM_MACHINE=" + description() + " " + environment +
+                                 " LD_PRELOAD=" + libraryPath() + " bash -c '" + quoted + "' 2>&1";
+        FILE *pipe = popen(line.c_str(), "r");
+        std::string output;
+        std::array<char, 4096> part;
+        for (size_t length = 0; (length = fread(part.data(), 1, part.size(), pipe)) > 0;) {
+            output.append(part.data(), length);
+        }
+        status = pclose(pipe);
+        return output;
+    }
+
+    std::filesystem::path directory;
+    int status = 0;
+};
+
+#define SKIP_WITH_SANITIZERS()                                                                                         \
+    if (!sim::allocationsCanFail()) {                                                                                  \
+        GTEST_SKIP() << "a sanitized library cannot be preloaded into a program without";                              \
+    }
+
+TEST_F(Preload, AnyProgramSeesTheMachine)
+{
+    SKIP_WITH_SANITIZERS()
+    EXPECT_EQ(run("cat /sys/bus/scsi/devices/0:0:0:0/vendor"), "FIRST   \n");
+    EXPECT_EQ(run("uname -r"), "6.1.7-test\n");
+    EXPECT_THAT(run("ls /sys/bus/scsi/devices"), HasSubstr("0:0:0:0"));
+    EXPECT_THAT(run("cat /proc/scsi/scsi; ls -l /dev/sda"), HasSubstr("No such file"));
+    EXPECT_THAT(run("ls -lL /dev/sda"), HasSubstr("8, 0"));
+}
+
+TEST_F(Preload, ChangesOfTheDescriptionAreHotPlug)
+{
+    SKIP_WITH_SANITIZERS()
+    // The shell itself opens the files, in one process.
+    const std::string json =
+        R"({"kernel": "6.1.7-test", "hosts": [{"driver": "ahci", "devices": [{"ata": true, "vendor": "SECOND"}]}]})";
+    const std::string output =
+        run("read -r a </sys/bus/scsi/devices/0:0:0:0/vendor; echo $a; echo '" + json + "' >" + description() +
+            "; LD_PRELOAD= sleep 0.1; read -r a </sys/bus/scsi/devices/0:0:0:0/vendor; echo $a");
+    EXPECT_EQ(output, "FIRST\nSECOND\n");
+}
+
+TEST_F(Preload, ADamagedChangeIsToldOnceAndLeavesTheMachine)
+{
+    SKIP_WITH_SANITIZERS()
+    const std::string output =
+        run("echo '{' >" + description() +
+            "; LD_PRELOAD= sleep 0.1; for i in 1 2 3; do read -r a </sys/bus/scsi/devices/0:0:0:0/vendor; "
+            "echo $a; echo '{ ' >>" +
+            description() + "; LD_PRELOAD= sleep 0.1; done");
+    EXPECT_THAT(output, HasSubstr("FIRST\nFIRST\nFIRST\n"));
+    const size_t told = output.find("tavsim: ");
+    ASSERT_NE(told, output.npos);
+    EXPECT_THAT(output.substr(told + 1), Not(HasSubstr("tavsim: ")));
+}
+
+TEST_F(Preload, ADamagedDescriptionStartsNothing)
+{
+    SKIP_WITH_SANITIZERS()
+    describe("{");
+    EXPECT_THAT(run("echo started"), testing::AllOf(HasSubstr("not JSON"), Not(HasSubstr("started"))));
+    EXPECT_EQ(WEXITSTATUS(status), 2);
+}
+
+TEST_F(Preload, TheDirectoryIsRemovedAtTheEndByTheProcessThatMadeIt)
+{
+    SKIP_WITH_SANITIZERS()
+    const std::string machines = directory / "tmp";
+    std::filesystem::create_directories(machines);
+    // The subshell is a forked child: its end must not take the machine away.
+    EXPECT_EQ(run("(:); read -r a </sys/bus/scsi/devices/0:0:0:0/vendor; echo $a", "TMPDIR=" + machines), "FIRST\n");
+    EXPECT_TRUE(std::filesystem::is_empty(machines));
+}
+
+TEST_F(Preload, WhatACrashedProcessLeftIsRemovedByTheNext)
+{
+    SKIP_WITH_SANITIZERS()
+    const std::string machines = directory / "tmp";
+    std::filesystem::create_directories(machines);
+    run("kill -9 $$", "TMPDIR=" + machines);
+    EXPECT_FALSE(std::filesystem::is_empty(machines));
+    run("true", "TMPDIR=" + machines);
+    EXPECT_TRUE(std::filesystem::is_empty(machines));
+}
+
+TEST_F(Preload, TheAgentsDataStayWhereTheyAreWanted)
+{
+    SKIP_WITH_SANITIZERS()
+    const std::string state = directory / "state";
+    run("echo saved >/opt/qlm/tavkit_sa/data/tavstrgsave.dat; echo key >/opt/qlm/tavkit_sa/work/key",
+        "TAVSIM_STATE=" + state);
+    EXPECT_EQ(run("cat /opt/qlm/tavkit_sa/data/tavstrgsave.dat /opt/qlm/tavkit_sa/work/key", "TAVSIM_STATE=" + state),
+              "saved\nkey\n");
+    EXPECT_TRUE(std::filesystem::exists(state + "/data/tavstrgsave.dat"));
+    EXPECT_THAT(run("cat /opt/qlm/tavkit_sa/data/tavstrgsave.dat"), HasSubstr("No such file"));
+}
+
+TEST_F(Preload, WithoutADescriptionTheRealMachineIsSeen)
+{
+    SKIP_WITH_SANITIZERS()
+    EXPECT_THAT(run("cat /proc/1/comm", "TAVSIM_MACHINE="), Not(HasSubstr("No such file")));
+}
+
+} // namespace

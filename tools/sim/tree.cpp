@@ -1,0 +1,167 @@
+#include "sim/tree.h"
+
+#include "sim/paths.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <stdexcept>
+#include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace sim {
+
+namespace {
+
+[[noreturn]] void failOn(const std::string &path, const char *what)
+{
+    throw std::runtime_error(std::string("cannot ") + what + " " + path + ": " + std::strerror(errno));
+}
+
+// Files below these stay when a description stops naming them: they are the agent's, and it may have changed them.
+bool isAgents(std::string_view path)
+{
+    return path.starts_with(kAgentRoot) || path.starts_with(kConfigurationRoot);
+}
+
+void makeWay(const std::string &path)
+{
+    std::error_code error;
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), error);
+    if (error) {
+        throw std::runtime_error("cannot make the directory of " + path + ": " + error.message());
+    }
+}
+
+bool writeAll(int descriptor, std::string_view content)
+{
+    while (!content.empty()) {
+        const ssize_t written = write(descriptor, content.data(), content.size());
+        if (written < 0) {
+            return false;
+        }
+        content.remove_prefix(static_cast<size_t>(written));
+    }
+    return true;
+}
+
+void addDeviceNodes(Tree &tree, const Description &description)
+{
+    tree["/dev"] = {Node::directory, ""};
+    for (const DeviceDescription &device : description.devices) {
+        for (const std::string &node : {device.node, device.genericNode}) {
+            if (!node.empty()) {
+                tree["/dev/" + node] = {Node::file, ""};
+            }
+        }
+    }
+    for (const IdeDrive &drive : description.drives) {
+        tree["/dev/" + drive.name] = {Node::file, ""};
+    }
+}
+
+} // namespace
+
+Tree treeOf(const Description &description)
+{
+    Tree tree;
+    for (const char *directory : {"/sys", "/proc", "/etc/tavkit", "/opt/qlm/tavkit_sa/data", "/opt/qlm/tavkit_sa/work",
+                                  "/opt/qlm/tavkit_sa/lib"}) {
+        tree[directory] = {Node::directory, ""};
+    }
+    addDeviceNodes(tree, description);
+    if (description.sysfs) {
+        addSysfs(tree, description);
+    }
+    if (description.procfs) {
+        addProcScsi(tree, description);
+    }
+    if (description.ide) {
+        addProcIde(tree, description);
+    }
+    if (description.interrupts) {
+        tree["/proc/interrupts"] = {Node::file, *description.interrupts};
+    }
+    if (description.ioports) {
+        tree["/proc/ioports"] = {Node::file, *description.ioports};
+    }
+    for (const auto &[path, content] : description.files) {
+        if (content) {
+            tree[path] = {Node::file, *content};
+        } else {
+            tree.erase(path);
+        }
+    }
+    return tree;
+}
+
+void putFile(const std::string &path, const std::string &content)
+{
+    makeWay(path);
+    struct stat old {};
+    const bool replaces = lstat(path.c_str(), &old) == 0;
+    if (replaces && S_ISDIR(old.st_mode)) {
+        std::filesystem::remove_all(path);
+    }
+    // In place of the old file at once: who reads meanwhile sees the old text or the new one.
+    const std::string fresh = replaces ? path + ".tavsim-new" : path;
+    const int descriptor = open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (descriptor < 0) {
+        failOn(path, "create");
+    }
+    const bool written = writeAll(descriptor, content);
+    close(descriptor);
+    if (!written || (replaces && rename(fresh.c_str(), path.c_str()) != 0)) {
+        unlink(fresh.c_str());
+        failOn(path, "write");
+    }
+}
+
+void putLink(const std::string &path, const std::string &target)
+{
+    makeWay(path);
+    if (symlink(target.c_str(), path.c_str()) == 0) {
+        return;
+    }
+    std::error_code ignored;
+    std::filesystem::remove_all(path, ignored);
+    if (symlink(target.c_str(), path.c_str()) != 0) {
+        failOn(path, "link");
+    }
+}
+
+void putDirectory(const std::string &path)
+{
+    makeWay(path + "/x");
+}
+
+void layOut(const std::string &root, const Tree &before, const Tree &now)
+{
+    for (auto old = before.rbegin(); old != before.rend(); ++old) {
+        if (const auto still = now.find(old->first);
+            (still == now.end() || still->second.type != old->second.type) && !isAgents(old->first)) {
+            std::error_code ignored;
+            std::filesystem::remove_all(root + old->first, ignored);
+        }
+    }
+    for (const auto &[path, node] : now) {
+        if (const auto old = before.find(path); old != before.end() && old->second == node) {
+            continue;
+        }
+        switch (node.type) {
+        case Node::directory:
+            putDirectory(root + path);
+            break;
+        case Node::file:
+            putFile(root + path, node.content);
+            break;
+        case Node::link:
+            putLink(root + path, node.content);
+            break;
+        }
+    }
+}
+
+} // namespace sim
