@@ -1,0 +1,253 @@
+#include "classes/tavStrgClasses.h"
+#include "provider/runtime/tavCommonTrace.h"
+#include "support/store_fixture.h"
+
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+using broker::Reply;
+using broker::Request;
+using testing::ElementsAre;
+
+namespace {
+
+class ThreadClass : public StoreFixture {
+protected:
+    Reply get(const std::vector<std::string> *properties = nullptr)
+    {
+        Request request(broker, "TAV_StorageThread");
+        if (properties != nullptr) {
+            request.setProperties(*properties);
+        }
+        const CInfo cInfo = {broker.handle(), request.context()};
+        return request.reply(TAV_STRGThreadGetInstance(&cInfo, request.result(), request.path(), request.properties()));
+    }
+    Reply start()
+    {
+        Request request(broker, "TAV_StorageThread");
+        const CInfo cInfo = {broker.handle(), request.context()};
+        return request.reply(TAV_STRGThreadStartInvokeMethod(&cInfo, request.result()));
+    }
+    Reply stop()
+    {
+        Request request(broker, "TAV_StorageThread");
+        const CInfo cInfo = {broker.handle(), request.context()};
+        return request.reply(TAV_STRGThreadStopInvokeMethod(&cInfo, request.result()));
+    }
+    void noThread() { *strgGetThreadID() = 0; }
+    static constexpr const char *kStart = "TAV_STRGThreadStartInvokeMethod";
+    static constexpr const char *kStop = "TAV_STRGThreadStopInvokeMethod";
+    static constexpr const char *kGet = "TAV_STRGThreadGetInstance";
+    static constexpr const char *kBuild = "TAV_STRGThreadSetPropInst";
+};
+
+TEST_F(ThreadClass, TellsWhetherTheThreadRuns)
+{
+    for (const bool running : {true, false}) {
+        if (!running) {
+            noThread();
+        }
+        trace.clear();
+        const Reply reply = get();
+        ASSERT_EQ(reply.rc, CMPI_RC_OK) << reply.message;
+        EXPECT_TRUE(reply.done);
+        ASSERT_EQ(reply.instances.size(), 1u);
+        EXPECT_EQ(reply.instances[0].className, "TAV_StorageThread");
+        EXPECT_TRUE(reply.instances[0].keys.empty());
+        ASSERT_EQ(reply.instances[0].properties.size(), 1u);
+        EXPECT_EQ(reply.instances[0].properties[0].name, "ThreadRunning");
+        EXPECT_EQ(reply.instances[0].properties[0].value.type, CMPI_uint16);
+        EXPECT_EQ(reply.instances[0].properties[0].value.toString(), running ? "1" : "0");
+        EXPECT_THAT(trace.textsOf(kGet), ElementsAre("_IN_", "CMReturnInstance()", "CMReturnDone()", "_OUT_"));
+        EXPECT_THAT(trace.textsOf(kBuild),
+                    ElementsAre("_IN_", "CMNewObjectPath() NameSpace=[root/TAVKIT/AS]",
+                                testing::StartsWith("memfree(0x"), "CMNewInstance()", "CMSetPropertyFilter()",
+                                std::string("CMSetProperty() ThreadRunning=[") + (running ? "1]" : "0]"), "_OUT_"));
+    }
+}
+
+TEST_F(ThreadClass, APropertyListMayLeaveItOut)
+{
+    const std::vector<std::string> list = {"Other"};
+    const Reply reply = get(&list);
+    ASSERT_EQ(reply.instances.size(), 1u);
+    EXPECT_TRUE(reply.instances[0].properties.empty());
+}
+
+TEST_F(ThreadClass, SetPropInstChecksItsParametersInOrder)
+{
+    const Request request(broker, "TAV_StorageThread");
+    const CInfo cInfo = {broker.handle(), request.context()};
+    const uint16_t status = 1;
+    EXPECT_EQ(TAV_STRGThreadSetPropInst(nullptr, nullptr, nullptr, nullptr), nullptr);
+    EXPECT_EQ(TAV_STRGThreadSetPropInst(&cInfo, nullptr, nullptr, &status), nullptr);
+    EXPECT_EQ(TAV_STRGThreadSetPropInst(&cInfo, request.path(), nullptr, nullptr), nullptr);
+    EXPECT_THAT(trace.textsOf(kBuild),
+                ElementsAre("_IN_", "_OUT_ param(cInfo) Failure!!", "_IN_", "_OUT_ Param(cop) Failure!!", "_IN_",
+                            "_OUT_ Param(dattotal) Failure!!"));
+    EXPECT_TRUE(trace.has(kFailure, "_OUT_ Param(dattotal) Failure!!", kBuild));
+}
+
+TEST_F(ThreadClass, WithoutCallInformationThereIsNoMessage)
+{
+    const CMPIStatus statuses[] = {TAV_STRGThreadGetInstance(nullptr, nullptr, nullptr, nullptr),
+                                   TAV_STRGThreadStartInvokeMethod(nullptr, nullptr),
+                                   TAV_STRGThreadStopInvokeMethod(nullptr, nullptr)};
+    for (const CMPIStatus &status : statuses) {
+        EXPECT_EQ(status.rc, CMPI_RC_ERR_FAILED);
+        EXPECT_EQ(status.msg, nullptr);
+    }
+    for (const char *const function : {kGet, kStart, kStop}) {
+        EXPECT_THAT(trace.textsOf(function), ElementsAre("_IN_", "param(cInfo) Failure!!", "_OUT_"));
+    }
+}
+
+TEST_F(ThreadClass, AnInstanceThatCannotBeBuiltOrTakenFails)
+{
+    const struct {
+        const char *slot;
+        const char *text;
+    } cases[] = {
+        {"getNameSpace", "_OUT_ CMGetCharPtr() Failure!!"},
+        {"newObjectPath", "_OUT_ CMNewObjectPath() Failure!!"},
+        {"newInstance", "_OUT_ CMNewInstance() Failure!!"},
+        {"setPropertyFilter", "CMSetPropertyFilter() Failure!!"},
+    };
+    for (const auto &c : cases) {
+        broker.failCall(c.slot, 1);
+        const Reply reply = get();
+        EXPECT_EQ(reply.rc, CMPI_RC_ERR_FAILED) << c.slot;
+        EXPECT_EQ(reply.message, "TAV_STRGThreadSetPropInst() FAILED");
+        EXPECT_TRUE(trace.has(kFailure, c.text, kBuild)) << c.slot;
+        EXPECT_TRUE(trace.has(kFailure, "TAV_STRGThreadSetPropInst() Failure!!", kGet));
+    }
+    broker.failCall("returnInstance", 1);
+    const Reply reply = get();
+    EXPECT_EQ(reply.rc, CMPI_RC_ERR_FAILED);
+    EXPECT_EQ(reply.message, "CMReturnInstance() FAILED");
+    EXPECT_FALSE(reply.done);
+    EXPECT_TRUE(trace.has(kFailure, "CMReturnInstance() Failure!!", kGet));
+}
+
+TEST_F(ThreadClass, EitherMethodIsRefusedOutsideServiceModeWhateverTheThread)
+{
+    g_srvmod = 0;
+    for (const bool running : {true, false}) {
+        if (!running) {
+            noThread();
+        }
+        trace.clear();
+        Reply reply = start();
+        EXPECT_EQ(reply.rc, CMPI_RC_ERR_FAILED);
+        EXPECT_EQ(reply.message, "ServiceMode is non-Service FAILED");
+        EXPECT_THAT(trace.textsOf(kStart), ElementsAre("_IN_", "ServiceMode is non-Service Failure!!", "_OUT_"));
+        reply = stop();
+        EXPECT_EQ(reply.rc, CMPI_RC_ERR_FAILED);
+        EXPECT_EQ(reply.message, "ServiceMode is non-Service FAILED");
+        EXPECT_THAT(trace.textsOf(kStop), ElementsAre("_IN_", "ServiceMode is non-Service Failure!!", "_OUT_"));
+    }
+}
+
+TEST_F(ThreadClass, AStartWhileTheThreadRunsIsRefusedAndChangesNothing)
+{
+    const Reply reply = start();
+    EXPECT_EQ(reply.rc, CMPI_RC_ERR_FAILED);
+    EXPECT_EQ(reply.message, "Thread is Already WakeUp FAILED");
+    EXPECT_TRUE(trace.has(kFailure, "Thread is Already WakeUp Failure!!", kStart));
+    EXPECT_EQ(*strgGetThreadID(), pthread_self());
+    EXPECT_NE(instSt[TAV_CID_STRG_CONF].datAdr, nullptr);
+}
+
+// A thread that can be cancelled at any moment, in place of the monitoring thread.
+void *pauseForEver(void *)
+{
+    for (;;) {
+        pause();
+    }
+}
+
+TEST_F(ThreadClass, AStopEndsTheThreadAndTearsTheStoreDown)
+{
+    pthread_t idle = 0;
+    ASSERT_EQ(pthread_create(&idle, nullptr, pauseForEver, nullptr), 0);
+    *strgGetThreadID() = idle;
+    const Reply reply = stop();
+    EXPECT_EQ(reply.rc, CMPI_RC_OK) << reply.message;
+    EXPECT_EQ(reply.message, "");
+    EXPECT_TRUE(reply.data.empty());
+    EXPECT_THAT(trace.textsOf(kStop), ElementsAre("_IN_", "_OUT_"));
+    EXPECT_EQ(*strgGetThreadID(), 0u);
+    EXPECT_EQ(gst_first, 0);
+    EXPECT_EQ(instSt[TAV_CID_STRG_CONF].datAdr, nullptr);
+    EXPECT_TRUE(machine.exists(kSavedStateFile));
+}
+
+TEST_F(ThreadClass, AStopWithoutAThreadIsRefusedAndFreesTheStoreAllTheSame)
+{
+    noThread();
+    const Reply reply = stop();
+    EXPECT_EQ(reply.rc, CMPI_RC_ERR_FAILED);
+    EXPECT_EQ(reply.message, "Thread is Already Pause FAILED");
+    EXPECT_TRUE(trace.has(kFailure, "Thread is Already Pause Failure!!", kStop));
+    EXPECT_EQ(instSt[TAV_CID_STRG_CONF].datAdr, nullptr);
+    EXPECT_EQ(shmSt[TAV_CID_STRG_CONF].shmNum, 0);
+    EXPECT_EQ(gst_first, 2);
+}
+
+TEST_F(ThreadClass, ARefusedStopOutsideServiceModeFreesTheStoreToo)
+{
+    g_srvmod = 0;
+    stop();
+    EXPECT_EQ(instSt[TAV_CID_STRG_CONF].datAdr, nullptr);
+    EXPECT_EQ(shmSt[TAV_CID_STRG_CONF].shmNum, 0);
+}
+
+TEST_F(ThreadClass, AStoreThatCannotBeFreedIsOnlyTraced)
+{
+    const int segment = std::exchange(shmSt[TAV_CID_STRG_CONF].shmId, -1); // records, but no segment to remove
+    noThread();
+    EXPECT_EQ(stop().message, "Thread is Already Pause FAILED");
+    EXPECT_TRUE(trace.has(kFailure, "fsFreeInstance() Failure!!", kStop));
+    trace.clear();
+    g_srvmod = 0;
+    shmSt[TAV_CID_STRG_CONF].shmNum = 1;
+    EXPECT_EQ(stop().message, "ServiceMode is non-Service FAILED");
+    EXPECT_TRUE(trace.has(kFailure, "fsFreeInstance() Failure!!", kStop));
+    shmSt[TAV_CID_STRG_CONF].shmId = segment;
+}
+
+TEST_F(ThreadClass, AThreadThatCannotBeMadeIsAFailedStart)
+{
+    noThread();
+    pthread_attr_t usual;
+    pthread_attr_t hopeless; // a stack that no address space can hold
+    pthread_getattr_default_np(&usual);
+    pthread_attr_init(&hopeless);
+    ASSERT_EQ(pthread_attr_setstacksize(&hopeless, size_t{1} << 60), 0);
+    ASSERT_EQ(pthread_setattr_default_np(&hopeless), 0);
+    const Reply reply = start();
+    pthread_setattr_default_np(&usual);
+    pthread_attr_destroy(&hopeless);
+    pthread_attr_destroy(&usual);
+    EXPECT_EQ(reply.rc, CMPI_RC_ERR_FAILED);
+    EXPECT_EQ(reply.message, "strgCreateThread() FAILED");
+    EXPECT_THAT(trace.textsOf(kStart), ElementsAre("_IN_", "getClassName() Failure!!", "_OUT_"));
+    EXPECT_TRUE(trace.has(kFailure, "getClassName() Failure!!", kStart));
+    EXPECT_EQ(*strgGetThreadID(), 0u);
+}
+
+TEST_F(ThreadClass, NoFailureOfTheBrokerLeavesAnythingBehind)
+{
+    bool struck = true;
+    for (unsigned nth = 1; struck; ++nth) {
+        ASSERT_LT(nth, 100u);
+        broker.failCall("*", nth);
+        const Reply reply = get();
+        struck = broker.failureStruck();
+        broker.failCall("*", 0);
+        ASSERT_TRUE(broker.accounting().clean()) << nth << testing::PrintToString(broker.accounting().notes);
+        EXPECT_TRUE(struck || reply.rc == CMPI_RC_OK);
+    }
+}
+
+} // namespace

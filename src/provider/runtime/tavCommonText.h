@@ -1,0 +1,23 @@
+// Bounded copies into the fixed fields of records and tables.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <string_view>
+
+// Copies as much of text as fits into a field, cutting what does not, and zero-fills the rest: always terminated.
+template <size_t N> void copyText(char (&field)[N], std::string_view text)
+{
+    const size_t length = std::min(text.size(), N - 1);
+    if (length != 0) { // an empty view may point nowhere
+        std::memcpy(field, text.data(), length);
+    }
+    std::memset(field + length, 0, N - length);
+}
+
+// The text of a fixed field, whether or not a terminator is in it.
+template <size_t N> std::string_view fieldText(const char (&field)[N])
+{
+    return {field, ::strnlen(field, N)};
+}

@@ -1,0 +1,79 @@
+// The agent's libraries, loaded at run time, and the one way to its trace log.
+//
+// The provider does not link the agent's libraries: it must load, and fail softly, where the agent is damaged.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+// Record handed by value to SendIndication of the alert library.
+struct AlertIndication {
+    uint32_t version; // always 0
+    uint32_t method;  // how the agent delivers it, 1 to 3
+    const char *sourceName;
+    uint32_t eventID;
+    int32_t eventType; // 1 error, 2 warning, 4 information
+    int32_t numOfStrings;
+    const char **strings; // insertion strings, owned by the caller
+};
+static_assert(sizeof(AlertIndication) == 40);
+
+// libtavlog.so. Pointers are null while the library is not loaded; request threads read them while another thread
+// loads or unloads.
+struct TraceLibrary {
+    std::atomic<void *> handle;
+    std::atomic<void (*)(const char *name)> SetFilePath;
+    std::atomic<void (*)(int level, const char *module, const char *function, int line, const char *format, ...)>
+        TraceLog;
+};
+
+// libtavalert.so.
+struct AlertLibrary {
+    std::atomic<void *> handle;
+    std::atomic<int (*)(AlertIndication record)> SendIndication;
+};
+
+struct AgentFunctions {
+    TraceLibrary trace;
+    AlertLibrary alert;
+};
+
+extern AgentFunctions g_Func;
+extern char g_logfnm[16]; // name of the trace file, always "tavstrg.log" once InitProcess ran
+
+// Levels of the trace library that the provider uses.
+constexpr int kDetail = 0;  // entry, exit, values, each broker call about to be made
+constexpr int kFailure = 3; // failures, and the start and end of each entry point of the broker
+
+// Opens <agent root>/lib/<fileName> lazily. Returns the handle, or null (also for a null name). The root is compiled
+// in.
+void *LoadLibrary(const char *fileName);
+// Address of a symbol of a loaded library; null when either argument is null or there is no such symbol.
+void *GetProcAddress(void *module, const char *name);
+// Sets g_logfnm and loads what is missing of the two libraries. 0 when every function is there; -1 otherwise, after one
+// message to the system log; what was loaded before the failure stays.
+int InitProcess(const char *logFileName);
+// Unloads the alert library, then the trace library. One whose dlclose fails stays as it was.
+void FinishProcess();
+
+inline void traceFormatIsChecked(const char *, ...) __attribute__((format(printf, 1, 2)));
+inline void traceFormatIsChecked(const char *, ...) {}
+
+// One trace line: SetFilePath, then TraceLog, each only if it is loaded. May change errno: save it before.
+template <class... Args> void traceLine(int level, const char *function, int line, const char *format, Args... args)
+{
+    if (const auto setFilePath = g_Func.trace.SetFilePath.load(std::memory_order_acquire)) {
+        setFilePath(g_logfnm);
+    }
+    if (const auto traceLog = g_Func.trace.TraceLog.load(std::memory_order_acquire)) {
+        traceLog(level, "", function, line, format, args...);
+    }
+}
+
+// A trace line in the name of another function: engines trace for the members of their family.
+#define TRACE_AS(function, level, ...)                                                                                 \
+    (traceLine(level, function, __LINE__, __VA_ARGS__), (false ? traceFormatIsChecked(__VA_ARGS__) : void()))
+#define TRACE(level, ...) TRACE_AS(__func__, level, __VA_ARGS__)
+// return TRACED(-1, kFailure, "_OUT_ param(fd) Failure!!"); message and result stand together.
+#define TRACED(value, level, ...) (TRACE(level, __VA_ARGS__), (value))
+#define TRACED_AS(function, value, level, ...) (TRACE_AS(function, level, __VA_ARGS__), (value))
