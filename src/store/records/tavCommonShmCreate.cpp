@@ -1,0 +1,173 @@
+// Creating a segment: a key that nobody uses yet is found by way of fresh key files.
+#include "provider/runtime/tavCommonHolders.h"
+#include "provider/runtime/tavCommonTrace.h"
+#include "store/records/tavCommonShmLock.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <fcntl.h>
+#include <sys/ipc.h>
+#include <sys/shm.h>
+#include <sys/stat.h>
+
+namespace {
+
+constexpr int kAttempts = 65535;
+constexpr int kProjectId = 69;       // second half of the key, see ftok(3)
+constexpr int kPermissions = 0600;   // of segments and key files
+constexpr size_t kRetiredExtra = 24; // ".bak." and a number
+
+struct KeyFile {
+    char path[PATH_MAX];
+};
+
+struct RetiredFile {
+    char path[PATH_MAX + kRetiredExtra];
+};
+
+bool nameKeyFile(KeyFile &file, const char *base, int cid)
+{
+    const int length = std::snprintf(file.path, sizeof file.path, "%s%d", base, cid);
+    return length > 0 && static_cast<size_t>(length) < sizeof file.path;
+}
+
+void nameRetired(RetiredFile &retired, const KeyFile &file, int n)
+{
+    std::snprintf(retired.path, sizeof retired.path, "%s.bak.%d", file.path, n);
+}
+
+bool exists(const char *path)
+{
+    struct stat info = {};
+    return ::lstat(path, &info) == 0;
+}
+
+// Makes an empty file where there is none; what is there already, a link too, is neither followed nor touched.
+int createEmpty(const char *path)
+{
+    const FileDesc file(::open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC, kPermissions));
+    return file ? 0 : -1;
+}
+
+enum class Attempt { made, retry, stop };
+
+// The segment of a key, if that key is free. An identifier of 0 is refused: it reads as "none" elsewhere.
+Attempt createSegment(key_t key, int size, int n, int &shmId, const char *function)
+{
+    TRACE_AS(function, kDetail, "shmget(0x%08x , %d)", static_cast<unsigned>(key), size);
+    shmId = ::shmget(key, static_cast<size_t>(size), IPC_CREAT | IPC_EXCL | kPermissions);
+    const int error = errno;
+    if (shmId > 0) {
+        TRACE_AS(function, kDetail, "shmget[%d]=OK. shmId=[%d]", n, shmId);
+        return Attempt::made;
+    }
+    if (shmId == 0) {
+        errno = 0;
+        ::shmctl(shmId, IPC_RMID, nullptr);
+        const int removeError = errno;
+        TRACE_AS(function, kDetail, "shmget[%d]=NG. shmId=[%d] errno=[%d] shmctl-destroy.", n, shmId, removeError);
+        return Attempt::retry;
+    }
+    TRACE_AS(function, kFailure, "shmget[%d]=retry. shmId=[%d] errno=[%d]", n, shmId, error);
+    return Attempt::retry;
+}
+
+Attempt attempt(const KeyFile &file, int size, int n, int &shmId, const char *function)
+{
+    if (!exists(file.path)) {
+        TRACE_AS(function, kDetail, "KeyFile NewCreate(%s)", file.path);
+        if (createEmpty(file.path) != 0) {
+            const int error = errno;
+            TRACE_AS(function, kFailure, "_OUT_ fopen Failure!! fnm=[%s] errno=[%d]", file.path, error);
+            return Attempt::stop;
+        }
+    }
+    const key_t key = ::ftok(file.path, kProjectId);
+    if (key == -1) {
+        const int error = errno;
+        TRACE_AS(function, kFailure, "_OUT_ ftok Failure!! fnm=[%s] errno=[%d]", file.path, error);
+        return Attempt::stop;
+    }
+    return createSegment(key, size, n, shmId, function);
+}
+
+// Tries keys until one is free. Returns the identifier, or -1.
+int findSegment(const KeyFile &file, int size, const char *function)
+{
+    RetiredFile retired;
+    int n = 1;
+    for (; n <= kAttempts; ++n) {
+        int shmId = -1;
+        const Attempt outcome = attempt(file, size, n, shmId, function);
+        if (outcome == Attempt::made) {
+            return shmId;
+        }
+        if (outcome == Attempt::stop) {
+            break;
+        }
+        nameRetired(retired, file, n); // set aside, not removed: its inode, and with it its key, stays taken
+        ::rename(file.path, retired.path);
+    }
+    TRACE_AS(function, kFailure, "_OUT_ shmget Failure!!*[%d]", n > kAttempts ? kAttempts : n);
+    return -1;
+}
+
+void removeRetired(const KeyFile &file, const char *function)
+{
+    RetiredFile retired;
+    for (int n = 1; n <= kAttempts; ++n) {
+        nameRetired(retired, file, n);
+        if (!exists(retired.path)) {
+            return;
+        }
+        TRACE_AS(function, kDetail, "unlink[%s]", retired.path);
+        ::unlink(retired.path);
+    }
+}
+
+int createUnderFreshKey(const char *keyFileBase, int cid, int size, const char *function)
+{
+    KeyFile file;
+    if (!nameKeyFile(file, keyFileBase, cid)) {
+        return TRACED_AS(function, -1, kFailure, "_OUT_ fopen Failure!! fnm=[%s] errno=[%d]", keyFileBase,
+                         ENAMETOOLONG);
+    }
+    const int shmId = findSegment(file, size, function);
+    removeRetired(file, function);
+    return shmId;
+}
+
+} // namespace
+
+int shmCreate(const CInfo *cInfo, ShmInfo *shmInfo, const char *keyFileBase, int cid, int size)
+{
+    TRACE(kDetail, "_IN_");
+    if (cInfo == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ param(cInfo) Failure!!");
+    }
+    if (shmInfo == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ param(shmInfo) Failure!!");
+    }
+    if (keyFileBase == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ param(fnm) Failure!!");
+    }
+    if (cid < 0) {
+        return TRACED(-1, kFailure, "_OUT_ param(cid) Failure!!");
+    }
+    if (size < 0) {
+        return TRACED(-1, kFailure, "_OUT_ param(size) Failure!!");
+    }
+    SegmentLock lock(cInfo, *shmInfo);
+    if (lock.failed()) {
+        return TRACED(-1, kFailure, "_OUT_ thmutex_lock Failure!!");
+    }
+    const int shmId = createUnderFreshKey(keyFileBase, cid, size, __func__);
+    if (lock.unlock() != 0) {
+        if (shmId > 0) {
+            ::shmctl(shmId, IPC_RMID, nullptr); // nobody learns of it
+        }
+        return TRACED(-1, kFailure, "_OUT_ thmutex_unlock Failure!!");
+    }
+    return TRACED(shmId, kDetail, "_OUT_ ret=[%d]", shmId);
+}

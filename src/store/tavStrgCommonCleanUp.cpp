@@ -1,0 +1,76 @@
+// What happens to the store when the broker unloads the provider or stops.
+#include "monitor/tavStrgCommonMonitor.h"
+#include "provider/runtime/tavCommonStatus.h"
+#include "provider/runtime/tavCommonTrace.h"
+#include "store/tavStrgCommonAccess.h"
+#include "store/tavStrgCommonGate.h"
+
+#include <mutex>
+
+namespace {
+
+// The broker enters a cleanup again while one takes longer than it likes. The later one finds the work done.
+std::mutex cleaning;
+
+constexpr CMPIStatus kOk = {CMPI_RC_OK, nullptr};
+
+CMPIStatus failed(const CInfo *cInfo, const char *trace, const char *message, const char *function)
+{
+    TRACE_AS(function, kFailure, "%s", trace);
+    const CMPIStatus status = statusWithChars(cInfo, CMPI_RC_ERR_FAILED, message);
+    return TRACED_AS(function, status, kDetail, "_OUT_ rc=[CMPI_RC_ERR_FAILED]");
+}
+
+CMPIStatus cleanUpNonService(const CInfo *cInfo, const char *function)
+{
+    // A store under construction is neither saved nor freed: the file would be overwritten with what is not there yet.
+    waitWhileInitialising(0);
+    if (gst_first == 0) {
+        releaseEarlierBuild(); // an unload must not lose it
+        return TRACED_AS(function, kOk, kDetail, "_OUT_ rc=[CMPI_RC_OK] Already CleanUp.");
+    }
+    if (gst_first == 1) {
+        return failed(cInfo, "strgSetInstance Failure!!", "strgSetInstance() Failure!!", function);
+    }
+    TRACE_AS(function, kDetail, "strgSetInstance()");
+    if (strgSetInstance(cInfo) != 0) {
+        return failed(cInfo, "strgSetInstance Failure!!", "strgSetInstance() Failure!!", function);
+    }
+    TRACE_AS(function, kDetail, "strgFreeInstance()");
+    if (strgFreeInstance(cInfo) != 0) {
+        return failed(cInfo, "strgFreeInstance Failure!!", "strgFreeInstance() Failure!!", function);
+    }
+    strgDestroyLocks(function);
+    gst_first = 0;
+    return TRACED_AS(function, kOk, kDetail, "_OUT_");
+}
+
+CMPIStatus cleanUpService(const CInfo *cInfo, bool terminating, const char *function)
+{
+    if (getThreadSts(&gst_thid) != 1) {
+        TRACE_AS(function, kDetail, "ServiceMode but Non-Thread.");
+        waitWhileInitialising(0);
+        if (gst_first == 1 || strgFreeInstance(cInfo) != 0) {
+            TRACE_AS(function, kFailure, "fsFreeInstance() Failure!!");
+        }
+        return TRACED_AS(function, kOk, kDetail, "_OUT_ rc=[CMPI_RC_OK]");
+    }
+    if (terminating) {
+        TRACE_AS(function, kDetail, "CleanUp Exit SFCB.");
+        strgExitThread(cInfo);
+        return TRACED_AS(function, kOk, kDetail, "_OUT_ rc=[CMPI_RC_OK]");
+    }
+    TRACE_AS(function, kDetail, "CleanUp TimeOut.");
+    const CMPIStatus status = statusWithChars(cInfo, CMPI_RC_DO_NOT_UNLOAD, "MonitorThread is Running!!");
+    return TRACED_AS(function, status, kDetail, "_OUT_ rc=[CMPI_RC_DO_NOT_UNLOAD]");
+}
+
+} // namespace
+
+CMPIStatus strgCleanUpProvider(const CInfo *cInfo, bool terminating)
+{
+    const std::lock_guard held(cleaning);
+    TRACE(kDetail, "_IN_");
+    return getServiceMode(cInfo) == 1 ? cleanUpService(cInfo, terminating, __func__)
+                                      : cleanUpNonService(cInfo, __func__);
+}

@@ -1,0 +1,87 @@
+// Bringing one class up to date and handing it out.
+#include "monitor/tavStrgCommonMonitor.h"
+#include "provider/runtime/tavCommonTrace.h"
+#include "store/records/tavStrgCommonArrays.h"
+#include "store/tavStrgCommonAccess.h"
+
+#include <cstdlib>
+#include <optional>
+
+namespace {
+
+bool reload(const CInfo *cInfo, int classId, const char *function)
+{
+    TRACE_AS(function, kDetail, "setShmToInst(%d)", classId);
+    if (setShmToInst(cInfo, &shmSt[classId], &instSt[classId]) != 0) {
+        return TRACED_AS(function, false, kFailure, "_OUT_ setShmToInst(%d) Failure!!", classId);
+    }
+    return true;
+}
+
+// The monitoring thread keeps the segments current.
+bool reloadFromThread(const CInfo *cInfo, int classId, const char *function)
+{
+    if (segmentNow(shmSt[classId]).num > 0) {
+        if (!reload(cInfo, classId, function)) {
+            return false;
+        }
+    } else {
+        TRACE_AS(function, kDetail, "shmSt[%d].shmNum=0", classId);
+        std::free(takeRecords(instSt[classId]));
+    }
+    TRACE_AS(function, kDetail, "- return TRUE classID=[%d]-", classId);
+    strgLogDumpInstanceDat(classId, instSt);
+    return true;
+}
+
+// Configuration that another process of the broker changed becomes visible.
+bool reloadConfig(const CInfo *cInfo, const char *function)
+{
+    if (!reload(cInfo, TAV_CID_STRG_CONF, function)) {
+        return false;
+    }
+    TRACE_AS(function, kDetail, "- return Config -");
+    strgLogDumpInstanceDat(TAV_CID_STRG_CONF, instSt);
+    return true;
+}
+
+// The result that the caller gets together with the records, or nothing when it gets none; then the failure is traced.
+std::optional<int> bringUpToDate(const CInfo *cInfo, int classId, const char *function)
+{
+    if (getServiceMode(cInfo) == 1 && getThreadSts(&gst_thid) == 1) {
+        return reloadFromThread(cInfo, classId, function) ? std::optional(0) : std::nullopt;
+    }
+    if (classId == TAV_CID_STRG_CONF) {
+        return reloadConfig(cInfo, function) ? std::optional(0) : std::nullopt;
+    }
+    return strgCheckConfigChange(cInfo);
+}
+
+} // namespace
+
+int strgGetInstance(const CInfo *cInfo, int classId, DatInfo *datInfo)
+{
+    TRACE(kDetail, "_IN_");
+    if (classId < 0 || classId >= TAV_CID_STRG_MAX) {
+        return TRACED(-1, kFailure, "_OUT_ param(classID) Failure!!");
+    }
+    if (datInfo == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ param(datInfo) Failure!!");
+    }
+    if (nonsrvMutexLock(cInfo, &instMutexSt.mutex) != 0) {
+        return TRACED(-1, kFailure, "_OUT_ nonsrvMutexLock(instMutexSt) Failure!!");
+    }
+    const std::optional<int> ret = bringUpToDate(cInfo, classId, __func__);
+    if (!ret) {
+        mutexUnlock(&instMutexSt.mutex);
+        return -1;
+    }
+    if (classId == TAV_CID_STRG_CONF && !strgTakeConfig()) {
+        TRACE(kFailure, "_OUT_ param(instST[TAV_CID_STRG_CONF].datAdr) Failure!!");
+        mutexUnlock(&instMutexSt.mutex);
+        return -1;
+    }
+    *datInfo = recordsNow(instSt[classId]);
+    mutexUnlock(&instMutexSt.mutex);
+    return TRACED(*ret, kDetail, "_OUT_ ret=[%d]", *ret);
+}
