@@ -1,0 +1,142 @@
+#!/usr/bin/env bash
+# Builds the provider and its tool, and shows a machine's storage as a tree.
+#
+# usage: ./run.sh [--real] [-- ARGUMENT...]
+#
+#   ./run.sh                     the simulated machine of examples/machines/server.json
+#   ./run.sh --real              this machine; needs root or sudo
+#   ./run.sh -- enum HardDisk    another command of the tool, see ./run.sh -- --help
+#
+# Packages that are missing are installed first (Debian 12). Where the agent is not installed, --real makes its directories
+# with development libraries and a list of the drivers found; nothing that exists is changed.
+set -euo pipefail
+cd "$(dirname "$0")"
+
+readonly machine=examples/machines/server.json
+readonly bin=build/release/bin lib=build/release/lib
+readonly agent_conf=/etc/tavkit/tavkit.conf agent_root=/opt/qlm/tavkit_sa
+
+fail() {
+    echo "run.sh: $*" >&2
+    exit 1
+}
+
+say() {
+    echo "run.sh: $*" >&2
+}
+
+real=false
+arguments=(show)
+while [ $# -gt 0 ]; do
+    case $1 in
+    --real) real=true ;;
+    --)
+        shift
+        [ $# -eq 0 ] || arguments=("$@")
+        break
+        ;;
+    -h | --help)
+        sed -n '2,/^set/{/^set/d;s/^# \{0,1\}//;p}' "$0"
+        exit 0
+        ;;
+    *)
+        echo "run.sh: unknown argument \"$1\" (see ./run.sh --help)" >&2
+        exit 2
+        ;;
+    esac
+    shift
+done
+
+as_root=()
+if [ "$(id -u)" -ne 0 ]; then
+    as_root=(sudo)
+fi
+
+# Standard output is the tool's alone.
+build() {
+    scripts/install-deps.sh build
+    cmake --preset release
+    cmake --build --preset release --target "$@"
+} >&2
+
+# Names of the host adapters' drivers, one a line. Those that the provider never manages are left out: USB adapters, names
+# that begin like a directory of the kernel's own, and adapters without a name.
+drivers_found() {
+    local file name
+    for file in /sys/class/scsi_host/*/proc_name; do
+        [ -r "$file" ] || continue
+        name=$(tr -d ' ' <"$file")
+        case $name in
+        '' | '(null)' | '<NULL>' | scsi* | iscsi* | sg* | usb* | ovfx2* | hub*) ;;
+        *) echo "$name" ;;
+        esac
+    done | sort -u
+}
+
+# Whether a driver has a disk that is no ATA disk. Such a disk has no ATA identity to take its serial number from, and one
+# managed disk without it fails the whole inventory.
+has_other_disks() {
+    local host device type vendor
+    for host in /sys/class/scsi_host/*; do
+        [ "$(tr -d ' ' <"$host/proc_name" 2>/dev/null)" = "$1" ] || continue
+        for device in /sys/bus/scsi/devices/"${host##*/host}":*; do
+            [ -r "$device/type" ] || continue
+            type=$(tr -d ' ' <"$device/type")
+            vendor=$(tr -d ' ' <"$device/vendor")
+            if [ "$type" = 0 ] && [ "$vendor" != ATA ]; then
+                return 0
+            fi
+        done
+    done
+    return 1
+}
+
+storage_inf() {
+    local driver
+    echo "# Drivers of the host adapters whose devices are in the inventory, one a line."
+    while read -r driver; do
+        if has_other_disks "$driver"; then
+            echo "# $driver    # has disks that are no ATA disks: managing it would fail the inventory"
+        else
+            echo "$driver"
+        fi
+    done < <(drivers_found)
+}
+
+# Puts standard input into a file that does not exist yet.
+make_file() {
+    if [ -e "$1" ]; then
+        cat >/dev/null
+        say "$1 is there and stays as it is"
+    else
+        "${as_root[@]}" tee "$1" >/dev/null
+        say "made $1"
+    fi
+}
+
+prepare_agent() {
+    local directory library
+    if [ -e "$agent_conf" ]; then
+        say "the agent is installed ($agent_conf): nothing is prepared"
+        return
+    fi
+    for directory in lib data work; do
+        if [ ! -d "$agent_root/$directory" ]; then
+            "${as_root[@]}" install -d -m 755 "$agent_root/$directory"
+            say "made $agent_root/$directory"
+        fi
+    done
+    for library in libtavlog.so libtavalert.so; do
+        make_file "$agent_root/lib/$library" <"$lib/$library"
+    done
+    storage_inf | make_file "$agent_root/data/storage.inf"
+}
+
+if $real; then
+    [ ${#as_root[@]} -eq 0 ] || command -v sudo >/dev/null || fail "--real needs root"
+    build tavstrg tavlog tavalert
+    prepare_agent
+    exec "${as_root[@]}" "$bin/tavstrg" "${arguments[@]}"
+fi
+build tavstrg
+exec "$bin/tavstrg" --machine "$machine" "${arguments[@]}"

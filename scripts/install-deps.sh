@@ -1,0 +1,58 @@
+#!/usr/bin/env bash
+# Installs what building and testing need, where it is missing. Debian 12.
+#
+# usage: scripts/install-deps.sh GROUP... [-- PACKAGE...]
+#
+# Groups: build (the provider, the tool), test (build, and the second compiler with the sanitizers' runtime), check (formatter,
+# linters).
+# Packages after -- are wanted besides. Says what it installs; does nothing and says nothing when all is there.
+# Needs root or sudo only when something is missing.
+set -euo pipefail
+
+build=(g++ cmake ninja-build libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libcli11-dev)
+test=(clang libclang-rt-14-dev)
+check=(clang-format clang-tidy shellcheck)
+
+fail() {
+    echo "install-deps.sh: $*" >&2
+    exit 1
+}
+
+installed() {
+    [ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
+}
+
+wanted=()
+while [ $# -gt 0 ]; do
+    case $1 in
+    build) wanted+=("${build[@]}") ;;
+    test) wanted+=("${build[@]}" "${test[@]}") ;;
+    check) wanted+=("${check[@]}") ;;
+    --)
+        shift
+        wanted+=("$@")
+        break
+        ;;
+    *) fail "unknown group \"$1\" (build, test, check)" ;;
+    esac
+    shift
+done
+
+command -v dpkg-query >/dev/null ||
+    fail "no Debian system: install what Debian calls ${wanted[*]} yourself"
+
+missing=()
+for package in "${wanted[@]}"; do
+    installed "$package" || missing+=("$package")
+done
+[ ${#missing[@]} -gt 0 ] || exit 0
+
+as_root=()
+if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || fail "missing ${missing[*]}: run it as root, or install sudo"
+    as_root=(sudo)
+fi
+
+echo "Installing ${missing[*]}"
+"${as_root[@]}" apt-get update -qq
+"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

@@ -1,0 +1,169 @@
+#include "arguments.h"
+
+#include "catalogue.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <sstream>
+#include <stdexcept>
+
+namespace tool {
+namespace {
+
+constexpr const char *kDescription = "Asks the storage provider what this machine, or a simulated one, has.";
+constexpr const char *kFooter =
+    "\nA CLASS may be given short and in any case: HardDisk for TAV_StorageHardDisk.\n"
+    "\nWithout --provider it is ../lib/libTAVStorageProvider.so from the tool's directory, else the one in\n"
+    "the system's library directory or its cmpi directory.\n"
+    "\nIn service mode only TAV_StorageThread answers until the monitoring thread runs.\n"
+    "\nExit status: 0 when all went well; 1 on a failure, such as a refused request, a class without\n"
+    "instances, a provider that does not load or a machine file that cannot be read; 2 on wrong usage.\n"
+    "Failures are told on standard error in one line.\n";
+
+struct UsageError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+// What CLI11 fills in, before names are looked up.
+struct RawArguments {
+    Arguments arguments;
+    std::string index;
+    std::vector<std::string> assignments;
+    CLI::App *show = nullptr;
+    CLI::App *enumerate = nullptr;
+    CLI::App *get = nullptr;
+    CLI::App *call = nullptr;
+    CLI::App *classes = nullptr;
+};
+
+void describeGlobals(CLI::App &app, Arguments &arguments)
+{
+    app.set_help_all_flag("--help-all", "Print the help of all commands and exit");
+    app.set_version_flag("--version", std::string("tavstrg ") + TAV_VERSION, "Print the version and exit");
+    app.add_flag("--json", arguments.json, "Print JSON instead of text");
+    app.add_option("--machine", arguments.machine,
+                   "Ask the simulated machine that FILE describes; it leaves nothing behind")
+        ->type_name("FILE");
+    app.add_option("--provider", arguments.provider,
+                   "Shared object of the provider (default: beside the tool, see below)")
+        ->type_name("FILE");
+    app.add_flag("--service-mode", arguments.serviceMode,
+                 "Let the agent count as installed in service mode (see below)");
+    app.footer(kFooter);
+    app.require_subcommand(0, 1); // none is told apart from an unknown one below
+}
+
+void describeCommands(CLI::App &app, RawArguments &raw)
+{
+    Arguments &arguments = raw.arguments;
+    raw.show = app.add_subcommand("show", "Show controllers and devices as a tree, and the totals");
+    raw.show->add_flag("-v,--verbose", arguments.verbose, "Also geometry, driver versions, numbers and monitoring");
+    raw.enumerate = app.add_subcommand("enum", "Print all instances of a class; a class without any is a failure");
+    raw.get = app.add_subcommand("get", "Print one instance of a class");
+    raw.call = app.add_subcommand("call", "Call a method of a class and print what it returns");
+    raw.classes = app.add_subcommand("classes", "List the classes, their properties and their methods");
+    for (CLI::App *command : {raw.enumerate, raw.get, raw.call}) {
+        command->add_option("CLASS", arguments.className, "Class, see \"tavstrg classes\"")->required();
+        command->add_flag("--raw", arguments.raw, "Send the names as they are given, known or not");
+    }
+    raw.get->add_option("INDEX", raw.index, "Index of the instance; a class with one instance takes none");
+    raw.call->add_option("METHOD", arguments.method, "Method of the class, in any case")->required();
+    raw.call->add_option("NAME=VALUE", raw.assignments, "Arguments of the method, sent as text");
+    for (CLI::App *command : {raw.show, raw.enumerate, raw.get, raw.call, raw.classes})
+        command->fallthrough(); // global options may follow the command
+}
+
+Command commandOf(const RawArguments &raw)
+{
+    if (raw.show->parsed())
+        return Command::show;
+    if (raw.enumerate->parsed())
+        return Command::enumerate;
+    if (raw.get->parsed())
+        return Command::get;
+    return raw.call->parsed() ? Command::call : Command::classes;
+}
+
+void splitAssignments(const std::vector<std::string> &assignments, Arguments &arguments)
+{
+    for (const std::string &assignment : assignments) {
+        const size_t equals = assignment.find('=');
+        if (equals == std::string::npos || equals == 0)
+            throw UsageError("call: \"" + assignment + "\" is not NAME=VALUE");
+        arguments.methodArguments.push_back({assignment.substr(0, equals), assignment.substr(equals + 1)});
+    }
+}
+
+void rightMethodSpelling(const ClassEntry &entry, Arguments &arguments)
+{
+    const MethodEntry *method = findMethod(entry, arguments.method);
+    if (method == nullptr)
+        throw UsageError(entry.name + " has no method \"" + arguments.method + "\" (see tavstrg classes)");
+    arguments.method = method->name;
+    for (MethodArgument &given : arguments.methodArguments) {
+        const auto known =
+            std::find_if(method->arguments.begin(), method->arguments.end(),
+                         [&given](const std::string &name) { return sameIgnoringCase(name, given.name); });
+        if (known == method->arguments.end())
+            throw UsageError(entry.name + "." + method->name + " has no argument \"" + given.name + "\"");
+        given.name = *known;
+    }
+}
+
+// Names into the spelling in which the provider, which compares exactly, knows them.
+void rightSpelling(Arguments &arguments)
+{
+    const ClassEntry *entry = findClass(arguments.className);
+    if (entry == nullptr)
+        throw UsageError("unknown class \"" + arguments.className + "\" (see tavstrg classes, or send it with --raw)");
+    arguments.className = entry->name;
+    if (arguments.command == Command::call)
+        rightMethodSpelling(*entry, arguments);
+    if (arguments.command == Command::get && entry->keyed() != arguments.index.has_value())
+        throw UsageError("get: " + entry->name +
+                         (entry->keyed() ? " needs an INDEX" : " has one instance, without INDEX"));
+}
+
+// Usage messages are one line, whatever CLI11 says in several.
+std::string oneLine(std::string text)
+{
+    while (!text.empty() && text.back() == '\n')
+        text.pop_back();
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    return text;
+}
+
+} // namespace
+
+Parsed parseArguments(int argc, const char *const *argv)
+{
+    CLI::App app(kDescription, "tavstrg");
+    RawArguments raw;
+    describeGlobals(app, raw.arguments);
+    describeCommands(app, raw);
+    try {
+        app.parse(argc, argv);
+        if (app.get_subcommands().empty())
+            throw UsageError("a command is required");
+        Arguments &arguments = raw.arguments;
+        arguments.command = commandOf(raw);
+        if (raw.get->count("INDEX") > 0)
+            arguments.index = raw.index;
+        splitAssignments(raw.assignments, arguments);
+        const bool named = arguments.command != Command::show && arguments.command != Command::classes;
+        if (named && !arguments.raw)
+            rightSpelling(arguments);
+        return {arguments, kDone, ""};
+    } catch (const CLI::Success &request) { // help or version
+        std::ostringstream out;
+        app.exit(request, out, out);
+        return {std::nullopt, kDone, out.str()};
+    } catch (const CLI::ParseError &error) {
+        return {std::nullopt, kWrongUsage, oneLine(error.what())};
+    } catch (const UsageError &error) {
+        return {std::nullopt, kWrongUsage, error.what()};
+    }
+}
+
+} // namespace tool

@@ -1,0 +1,46 @@
+// The command line.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+// Exit statuses.
+constexpr int kDone = 0;
+constexpr int kFailed = 1;
+constexpr int kWrongUsage = 2;
+
+enum class Command { show, enumerate, get, call, classes };
+
+struct MethodArgument {
+    std::string name;
+    std::string value;
+};
+
+struct Arguments {
+    Command command = Command::show;
+    bool json = false;
+    bool verbose = false; // show
+    bool serviceMode = false;
+    bool raw = false;                 // class and method names are sent as they are
+    std::string machine;              // description of a simulated machine; empty: the real one
+    std::string provider;             // shared object; empty: it is looked for
+    std::string className;            // in its right spelling unless raw
+    std::optional<std::string> index; // get
+    std::string method;               // call
+    std::vector<MethodArgument> methodArguments;
+};
+
+// Either arguments, or what to print and the status to exit with: help and version (kDone, for standard output), or
+// what is wrong (kWrongUsage, one line without the program's name, for standard error).
+struct Parsed {
+    std::optional<Arguments> arguments;
+    int status = kDone;
+    std::string text;
+};
+
+Parsed parseArguments(int argc, const char *const *argv);
+
+} // namespace tool

@@ -1,0 +1,152 @@
+#include "arguments.h"
+
+#include <gmock/gmock.h>
+
+#include <ostream>
+
+namespace {
+
+using namespace tool;
+using testing::HasSubstr;
+using testing::Not;
+
+Parsed parse(std::vector<const char *> words)
+{
+    words.insert(words.begin(), "tavstrg");
+    return parseArguments(static_cast<int>(words.size()), words.data());
+}
+
+Arguments parsed(const std::vector<const char *> &words)
+{
+    const Parsed result = parse(words);
+    EXPECT_TRUE(result.arguments) << result.text;
+    return result.arguments.value_or(Arguments{});
+}
+
+TEST(ParseArguments, GlobalOptionsStandBeforeOrAfterTheCommand)
+{
+    for (const auto &words :
+         {std::vector<const char *>{"--json", "--machine", "m.json", "--provider", "p.so", "--service-mode", "show",
+                                    "--verbose"},
+          {"show", "-v", "--json", "--machine", "m.json", "--provider", "p.so", "--service-mode"}}) {
+        const Arguments arguments = parsed(words);
+        EXPECT_EQ(arguments.command, Command::show);
+        EXPECT_TRUE(arguments.json);
+        EXPECT_TRUE(arguments.verbose);
+        EXPECT_TRUE(arguments.serviceMode);
+        EXPECT_EQ(arguments.machine, "m.json");
+        EXPECT_EQ(arguments.provider, "p.so");
+    }
+}
+
+TEST(ParseArguments, NothingIsOnUnlessAsked)
+{
+    const Arguments arguments = parsed({"show"});
+    EXPECT_FALSE(arguments.json || arguments.verbose || arguments.serviceMode || arguments.raw);
+    EXPECT_EQ(arguments.machine, "");
+    EXPECT_EQ(arguments.provider, "");
+}
+
+TEST(ParseArguments, ClassNamesComeOutInTheirRightSpelling)
+{
+    EXPECT_EQ(parsed({"enum", "harddisk"}).className, "TAV_StorageHardDisk");
+    EXPECT_EQ(parsed({"enum", "TAV_STORAGEtape"}).className, "TAV_StorageTape");
+    EXPECT_EQ(parsed({"enum", "harddisk"}).command, Command::enumerate);
+}
+
+TEST(ParseArguments, RawSendsNamesAsTheyAre)
+{
+    const Arguments arguments = parsed({"enum", "--raw", "tav_storagetape"});
+    EXPECT_TRUE(arguments.raw);
+    EXPECT_EQ(arguments.className, "tav_storagetape");
+    const Arguments call = parsed({"call", "--raw", "Nothing", "doit", "a=b"});
+    EXPECT_EQ(call.className, "Nothing");
+    EXPECT_EQ(call.method, "doit");
+    EXPECT_EQ(call.methodArguments.at(0).name, "a");
+}
+
+TEST(ParseArguments, GetTakesAnIndexForAnIndexedClassOnly)
+{
+    EXPECT_EQ(parsed({"get", "HardDisk", "2"}).index, "2");
+    EXPECT_EQ(parsed({"get", "Config"}).index, std::nullopt);
+    EXPECT_EQ(parsed({"get", "--raw", "Whatever"}).index, std::nullopt);
+    EXPECT_EQ(parse({"get", "HardDisk"}).status, kWrongUsage);
+    EXPECT_EQ(parse({"get", "Config", "1"}).status, kWrongUsage);
+}
+
+TEST(ParseArguments, CallTakesAssignmentsInTheOrderGiven)
+{
+    const Arguments arguments = parsed({"call", "config", "setmonitorcycle", "monitorcycle=120"});
+    EXPECT_EQ(arguments.command, Command::call);
+    EXPECT_EQ(arguments.className, "TAV_StorageConfig");
+    EXPECT_EQ(arguments.method, "SetMonitorCycle");
+    ASSERT_EQ(arguments.methodArguments.size(), 1U);
+    EXPECT_EQ(arguments.methodArguments[0].name, "MonitorCycle");
+    EXPECT_EQ(arguments.methodArguments[0].value, "120");
+    EXPECT_EQ(parsed({"call", "Config", "SetMonitorCycle", "MonitorCycle=a=b"}).methodArguments[0].value, "a=b");
+    EXPECT_EQ(parsed({"call", "Config", "SetMonitorCycle", "MonitorCycle="}).methodArguments[0].value, "");
+    EXPECT_TRUE(parsed({"call", "Config", "SetMonitorCycle"}).methodArguments.empty());
+}
+
+TEST(ParseArguments, HelpOfEveryCommandIsForStandardOutput)
+{
+    for (const char *command : {"show", "enum", "get", "call", "classes"}) {
+        const Parsed help = parse({command, "--help"});
+        EXPECT_FALSE(help.arguments) << command;
+        EXPECT_EQ(help.status, kDone) << command;
+        EXPECT_THAT(help.text, HasSubstr("Usage: tavstrg " + std::string(command)));
+    }
+    const Parsed help = parse({"--help"});
+    EXPECT_EQ(help.status, kDone);
+    for (const char *word : {"show", "enum", "get", "call", "classes", "--json", "--machine", "--provider",
+                             "--service-mode", "--version", "Exit status: 0", "machine file that cannot be read"})
+        EXPECT_THAT(help.text, HasSubstr(word));
+    EXPECT_THAT(parse({"--help-all"}).text, HasSubstr("--verbose"));
+}
+
+TEST(ParseArguments, VersionIsNameAndNumber)
+{
+    const Parsed version = parse({"--version"});
+    EXPECT_EQ(version.status, kDone);
+    EXPECT_THAT(version.text, testing::MatchesRegex("tavstrg [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+}
+
+struct WrongUsage {
+    std::vector<const char *> words;
+    const char *message;
+};
+
+void PrintTo(const WrongUsage &usage, std::ostream *out)
+{
+    for (const char *word : usage.words)
+        *out << word << ' ';
+}
+
+class WrongUsages : public testing::TestWithParam<WrongUsage> {};
+
+TEST_P(WrongUsages, AreToldInOneLine)
+{
+    const Parsed result = parse(GetParam().words);
+    EXPECT_FALSE(result.arguments);
+    EXPECT_EQ(result.status, kWrongUsage);
+    EXPECT_THAT(result.text, HasSubstr(GetParam().message));
+    EXPECT_THAT(result.text, Not(HasSubstr("\n")));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, WrongUsages,
+    testing::Values(WrongUsage{{}, "a command is required"}, WrongUsage{{"list"}, "list"},
+                    WrongUsage{{"--json"}, "a command is required"}, WrongUsage{{"show", "extra"}, "extra"},
+                    WrongUsage{{"show", "--unknown"}, "--unknown"}, WrongUsage{{"show", "--machine"}, "--machine"},
+                    WrongUsage{{"show", "enum", "Tape"}, "enum"}, WrongUsage{{"enum"}, "CLASS"},
+                    WrongUsage{{"enum", "Disk"}, "unknown class \"Disk\""}, WrongUsage{{"enum", "Tape", "1"}, "1"},
+                    WrongUsage{{"get"}, "CLASS"}, WrongUsage{{"get", "Tape"}, "TAV_StorageTape needs an INDEX"},
+                    WrongUsage{{"get", "Thread", "1"}, "TAV_StorageThread has one instance, without INDEX"},
+                    WrongUsage{{"call", "Config"}, "METHOD"},
+                    WrongUsage{{"call", "Tape", "Rewind"}, "TAV_StorageTape has no method \"Rewind\""},
+                    WrongUsage{{"call", "Config", "SetMonitorCycle", "120"}, "\"120\" is not NAME=VALUE"},
+                    WrongUsage{{"call", "Config", "SetMonitorCycle", "=120"}, "\"=120\" is not NAME=VALUE"},
+                    WrongUsage{{"call", "Config", "SetMonitorCycle", "Cycle=120"},
+                               "TAV_StorageConfig.SetMonitorCycle has no argument \"Cycle\""}));
+
+} // namespace

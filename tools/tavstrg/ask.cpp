@@ -1,0 +1,53 @@
+#include "ask.h"
+
+#include "failure.h"
+
+namespace tool {
+namespace {
+
+void failUnlessOk(const std::string &className, const broker::Reply &reply)
+{
+    if (!reply.ok())
+        throw Failure(failureText(className, reply.rc, reply.message));
+}
+
+} // namespace
+
+std::string failureText(const std::string &target, int status, const std::string &message)
+{
+    return target + ": " + (message.empty() ? "failed" : message) + " (status " + std::to_string(status) + ")";
+}
+
+std::vector<broker::Instance> askAll(broker::Broker &broker, const std::string &className)
+{
+    broker::Reply reply = broker.enumInstances(className);
+    failUnlessOk(className, reply);
+    return std::move(reply.instances);
+}
+
+broker::Instance askOne(broker::Broker &broker, const std::string &className, const std::string *index)
+{
+    std::vector<broker::NamedValue> keys;
+    if (index != nullptr)
+        keys.push_back({"Index", broker::Value::text(*index)});
+    broker::Reply reply = broker.getInstance(className, keys);
+    failUnlessOk(className, reply);
+    if (reply.instances.empty())
+        throw Failure(className + ": no instance was returned");
+    return std::move(reply.instances.front());
+}
+
+Answers askInventory(broker::Broker &broker)
+{
+    Answers answers;
+    for (const std::string &className : inventoryClasses()) {
+        broker::Reply reply = broker.enumInstances(className);
+        if (reply.rc == CMPI_RC_ERR_NOT_FOUND)
+            continue;
+        failUnlessOk(className, reply);
+        answers[className] = std::move(reply.instances);
+    }
+    return answers;
+}
+
+} // namespace tool

@@ -1,0 +1,98 @@
+#include "catalogue.h"
+
+#include "store/records/tavStrgRecords.h"
+
+#include <algorithm>
+
+namespace tool {
+namespace {
+
+constexpr std::string_view kPrefix = "TAV_Storage";
+
+// Only ASCII: the classes have no other letters, and the locale must not change what a name means.
+char lower(char c)
+{
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+ClassEntry fromDescription(const ClassDesc &desc)
+{
+    ClassEntry entry{desc.cimName, {}, {}};
+    for (const FieldDesc &field : desc.fields) {
+        if ((field.use & kPublished) != 0)
+            entry.properties.push_back({field.name, field.type, field.key});
+    }
+    if (desc.id == TAV_CID_STRG_CONF) {
+        entry.methods.push_back({"SetMonitorCycle", {"MonitorCycle"}});
+        entry.methods.push_back({"SetHardDiskSmartMode", {"HardDiskSmartMode"}});
+    }
+    return entry;
+}
+
+std::vector<ClassEntry> makeCatalogue()
+{
+    std::vector<ClassEntry> entries;
+    for (const ClassDesc &desc : kClasses)
+        entries.push_back(fromDescription(desc));
+    // The one class that has no record: its property is read live.
+    entries.push_back({"TAV_StorageThread",
+                       {{"ThreadRunning", CMPI_uint16, false}},
+                       {{"StartMonitoringThread", {}}, {"StopMonitoringThread", {}}}});
+    return entries;
+}
+
+} // namespace
+
+bool ClassEntry::keyed() const
+{
+    return std::any_of(properties.begin(), properties.end(), [](const PropertyEntry &p) { return p.key; });
+}
+
+std::string ClassEntry::shortName() const
+{
+    return name.substr(kPrefix.size());
+}
+
+const std::vector<ClassEntry> &catalogue()
+{
+    static const std::vector<ClassEntry> entries = makeCatalogue();
+    return entries;
+}
+
+const ClassEntry *findClass(std::string_view given)
+{
+    for (const ClassEntry &entry : catalogue()) {
+        if (sameIgnoringCase(entry.name, given) || sameIgnoringCase(entry.shortName(), given))
+            return &entry;
+    }
+    return nullptr;
+}
+
+const MethodEntry *findMethod(const ClassEntry &entry, std::string_view given)
+{
+    const auto found = std::find_if(entry.methods.begin(), entry.methods.end(),
+                                    [given](const MethodEntry &m) { return sameIgnoringCase(m.name, given); });
+    return found == entry.methods.end() ? nullptr : &*found;
+}
+
+bool sameIgnoringCase(std::string_view one, std::string_view other)
+{
+    return std::equal(one.begin(), one.end(), other.begin(), other.end(),
+                      [](char a, char b) { return lower(a) == lower(b); });
+}
+
+std::string schemaType(CMPIType type)
+{
+    switch (type) {
+    case CMPI_uint16:
+        return "uint16";
+    case CMPI_sint16:
+        return "sint16";
+    case CMPI_uint32:
+        return "uint32";
+    default:
+        return "string";
+    }
+}
+
+} // namespace tool

@@ -1,0 +1,46 @@
+// The twelve classes as a client knows them: names, properties, methods.
+#pragma once
+
+#include <cmpidt.h>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tool {
+
+struct PropertyEntry {
+    std::string name;
+    CMPIType type; // CMPI_chars for text
+    bool key;
+};
+
+struct MethodEntry {
+    std::string name;
+    std::vector<std::string> arguments; // all of them text
+};
+
+struct ClassEntry {
+    std::string name;
+    std::vector<PropertyEntry> properties; // in the order in which the provider sets them
+    std::vector<MethodEntry> methods;
+
+    bool keyed() const; // many instances, one for each Index; else a single instance without a key
+    std::string shortName() const;
+};
+
+// All twelve, the thread's class last.
+const std::vector<ClassEntry> &catalogue();
+
+// By full or short name ("TAV_StorageHardDisk", "HardDisk"), without regard to case; null when there is none.
+const ClassEntry *findClass(std::string_view given);
+
+// By name without regard to case; null when the class has no such method.
+const MethodEntry *findMethod(const ClassEntry &entry, std::string_view given);
+
+bool sameIgnoringCase(std::string_view one, std::string_view other);
+
+// "uint16", "sint16", "uint32" or "string", as the schema spells it.
+std::string schemaType(CMPIType type);
+
+} // namespace tool

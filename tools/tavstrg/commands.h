@@ -1,0 +1,20 @@
+// The commands: ask, and make what is to be printed.
+#pragma once
+
+#include "arguments.h"
+#include "text.h"
+
+#include <string>
+
+namespace tool {
+
+struct Outcome {
+    int status = kDone;
+    std::string output; // for standard output
+    std::string error;  // for standard error, one line without the program's name; empty when all went well
+};
+
+// Nothing is printed while the provider is loaded: a reader that goes away must not keep it from being stopped.
+Outcome run(const Arguments &arguments, const TextStyle &style);
+
+} // namespace tool

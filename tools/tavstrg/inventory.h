@@ -1,0 +1,96 @@
+// The machine's storage as a tree, put together from the instances of the classes: what hangs on what, ready to be
+// printed.
+#pragma once
+
+#include "broker/broker.h"
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+constexpr unsigned kNoController = 65535; // ControllerIndex of a device whose controller is not known
+constexpr unsigned kNoInterrupt = 65535;
+
+struct LifeSpan {
+    unsigned index = 0;
+    int level = -1;
+};
+
+struct HardDisk {
+    unsigned index = 0;
+    int interfaceType = 0;
+    unsigned interfaceTypeIndex = 0;
+    uint32_t cylinders = 0;
+    uint32_t heads = 0;
+    uint32_t sectorsPerTrack = 0;
+    uint32_t capacity = 0; // MiB
+    int smartStatus = 0;
+    std::optional<LifeSpan> lifeSpan; // solid-state drives of the endurance table only
+};
+
+struct Device {
+    int interfaceType = 0; // by its class: 0 SCSI, 1 IDE
+    unsigned index = 0;
+    int deviceType = 0; // codes of its interface
+    unsigned deviceTypeIndex = 0;
+    unsigned controllerIndex = kNoController;
+    unsigned bus = 0, targetId = 0, lun = 0; // SCSI only
+    int ideConfiguration = 0;                // IDE only
+    std::string vendor;                      // SCSI only
+    std::string model, firmwareRevision, serialNumber;
+    std::optional<HardDisk> disk; // of a hard disk
+};
+
+struct Controller {
+    unsigned index = 0;
+    int interfaceType = 0;
+    std::string model;
+    unsigned interruptNumber = kNoInterrupt;
+    std::string driver, driverVersion;
+    std::vector<Device> devices;
+};
+
+struct Totals {
+    unsigned controllers = 0, scsiDevices = 0, ideDevices = 0, hardDisks = 0, cdroms = 0, tapes = 0,
+             opticalMemories = 0, others = 0;
+};
+
+struct Monitoring {
+    unsigned cycle = 0, cycleMin = 0, cycleMax = 0, cycleDefault = 0; // seconds
+    int smartMode = 0;                                                // 1: SMART is handled
+    bool running = false;
+};
+
+struct Inventory {
+    std::string machine; // name of the simulated machine; empty for the real one
+    std::vector<Controller> controllers;
+    std::vector<Device> devicesWithoutController;
+    // Disks whose device record was not found: something was plugged in or out between two answers.
+    std::vector<HardDisk> disksWithoutDevice;
+    Totals totals;
+    Monitoring monitoring;
+
+    size_t deviceCount() const;
+};
+
+// The classes that the tree is made of, in the order in which they are asked.
+const std::vector<std::string> &inventoryClasses();
+
+// The instances of each class by its full name; a class that is not in it has none.
+using Answers = std::map<std::string, std::vector<broker::Instance>>;
+
+// Devices go to the controller that their ControllerIndex names, disks to the device that they name, life spans to
+// their disk, everything in the order of the answers. A property that is missing or of another type counts as 0 or
+// empty.
+Inventory buildInventory(const Answers &answers);
+
+// A number property, 0 when it is missing; text is read as decimal (the key Index is one).
+int64_t numberOf(const broker::Instance &instance, const std::string &property);
+// A text property, empty when it is missing.
+std::string textOf(const broker::Instance &instance, const std::string &property);
+
+} // namespace tool

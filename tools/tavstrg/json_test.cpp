@@ -1,0 +1,145 @@
+#include "json.h"
+
+#include "test_instances.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+namespace {
+
+using namespace tool;
+using nlohmann::json;
+using testing_support::instance;
+
+TEST(InventoryJson, HoldsTheWholeTreeUnderItsVersion)
+{
+    Inventory inventory;
+    inventory.machine = "sample.json";
+    Controller controller;
+    controller.index = 1;
+    controller.model = "SCSI Controller";
+    controller.driver = "ahci";
+    controller.driverVersion = "Not Supported";
+    Device disk;
+    disk.index = 2;
+    disk.deviceTypeIndex = 1;
+    disk.controllerIndex = 1;
+    disk.targetId = 4;
+    disk.vendor = "ATA";
+    disk.model = "M";
+    disk.firmwareRevision = "F";
+    disk.serialNumber = "S";
+    disk.disk = HardDisk{1, 0, 2, 10, 255, 63, 78, -1, LifeSpan{1, 5}};
+    controller.devices = {disk};
+    inventory.controllers = {controller};
+    Device cdrom;
+    cdrom.interfaceType = 1;
+    cdrom.index = 1;
+    cdrom.deviceType = 3;
+    cdrom.deviceTypeIndex = 1;
+    cdrom.ideConfiguration = 2;
+    inventory.devicesWithoutController = {cdrom};
+    inventory.totals = {1, 2, 3, 4, 5, 6, 7, 8};
+    inventory.monitoring = {60, 10, 3600, 61, 1, true};
+
+    const json expected = json::parse(R"({
+      "formatVersion": 1,
+      "machine": "sample.json",
+      "controllers": [{
+        "index": 1, "interface": {"code": 0, "text": "SCSI"}, "model": "SCSI Controller",
+        "driver": "ahci", "driverVersion": "Not Supported", "interrupt": null,
+        "devices": [{
+          "interface": "SCSI", "index": 2, "type": {"code": 0, "text": "hard disk"}, "typeIndex": 1,
+          "address": {"bus": 0, "target": 4, "lun": 0},
+          "vendor": "ATA", "model": "M", "firmwareRevision": "F", "serialNumber": "S",
+          "hardDisk": {
+            "index": 1, "capacityMiB": 78, "cylinders": 10, "heads": 255, "sectorsPerTrack": 63,
+            "smart": {"code": -1, "text": "status not readable"},
+            "lifeSpan": {"index": 1, "level": 5, "text": "level 5 of 5, most endurance left"}
+          }
+        }]
+      }],
+      "devicesWithoutController": [{
+        "interface": "IDE", "index": 1, "type": {"code": 3, "text": "CD-ROM drive"}, "typeIndex": 1,
+        "position": {"code": 2, "text": "master"},
+        "model": "", "firmwareRevision": "", "serialNumber": ""
+      }],
+      "disksWithoutDevice": [],
+      "totals": {"controllers": 1, "scsiDevices": 2, "ideDevices": 3, "hardDisks": 4, "cdromDrives": 5,
+                 "tapeDrives": 6, "opticalMemories": 7, "otherDevices": 8},
+      "monitoring": {"running": true, "cycle": 60, "cycleMin": 10, "cycleMax": 3600, "cycleDefault": 61, "smartMode": 1}
+    })");
+    EXPECT_EQ(json::parse(inventoryJson(inventory)), expected) << inventoryJson(inventory);
+}
+
+TEST(InventoryJson, TheRealMachineHasNoNameAndAKnownInterruptIsANumber)
+{
+    Inventory inventory;
+    inventory.controllers.resize(1);
+    inventory.controllers[0].interruptNumber = 14;
+    inventory.disksWithoutDevice.resize(1);
+    const json parsed = json::parse(inventoryJson(inventory));
+    EXPECT_TRUE(parsed["machine"].is_null());
+    EXPECT_EQ(parsed["controllers"][0]["interrupt"], 14);
+    EXPECT_EQ(parsed["disksWithoutDevice"].size(), 1U);
+    EXPECT_FALSE(parsed["disksWithoutDevice"][0].contains("lifeSpan"));
+}
+
+TEST(InventoryJson, VersionStandsFirst)
+{
+    EXPECT_EQ(inventoryJson({}).rfind("{\n  \"formatVersion\": 1,\n", 0), 0U) << inventoryJson({});
+}
+
+TEST(InventoryJson, BytesThatAreNoTextDoNotBreakTheDocument)
+{
+    Inventory inventory;
+    inventory.controllers.resize(1);
+    inventory.controllers[0].model = "bad\xff\x03";
+    EXPECT_EQ(json::parse(inventoryJson(inventory))["controllers"][0]["model"], "bad\xef\xbf\xbd\x03");
+}
+
+TEST(InstancesJson, KeepsTypesAndNull)
+{
+    broker::Instance one = instance("C", {{"Index", "1"}, {"Minus", -1}, {"Number", 7}});
+    one.properties.push_back({"Nothing", {}});
+    one.properties.push_back({"Flag", {CMPI_boolean, true}});
+    const json expected = json::parse(R"({"formatVersion": 1, "class": "C", "instances":
+        [{"Index": "1", "Minus": -1, "Number": 7, "Nothing": null, "Flag": true}]})");
+    EXPECT_EQ(json::parse(instancesJson("C", {one})), expected);
+    EXPECT_EQ(json::parse(instancesJson("C", {}))["instances"], json::array());
+}
+
+TEST(InstanceJson, IsOneObject)
+{
+    const json parsed = json::parse(instanceJson("C", instance("C", {{"Index", "2"}})));
+    EXPECT_EQ(parsed, json::parse(R"({"formatVersion": 1, "class": "C", "instance": {"Index": "2"}})"));
+}
+
+TEST(ReturnValuesJson, IsAListThatMayBeEmpty)
+{
+    EXPECT_EQ(json::parse(returnValuesJson("C", "M", {})),
+              json::parse(R"({"formatVersion": 1, "class": "C", "method": "M", "returnValues": []})"));
+    EXPECT_EQ(json::parse(returnValuesJson("C", "M", {broker::Value::number(1, CMPI_uint32)}))["returnValues"],
+              json::parse("[1]"));
+}
+
+TEST(CatalogueJson, DescribesEachClass)
+{
+    const json parsed = json::parse(catalogueJson(catalogue()));
+    EXPECT_EQ(parsed["formatVersion"], 1);
+    ASSERT_EQ(parsed["classes"].size(), 12U);
+    EXPECT_EQ(parsed["classes"][0], json::parse(R"({
+        "name": "TAV_StorageConfig", "oneInstance": true,
+        "properties": [
+          {"name": "MonitorCycle", "type": "uint16", "key": false},
+          {"name": "MonitorCycleMin", "type": "uint16", "key": false},
+          {"name": "MonitorCycleMax", "type": "uint16", "key": false},
+          {"name": "MonitorCycleDefault", "type": "uint16", "key": false},
+          {"name": "HardDiskSmartMode", "type": "sint16", "key": false}],
+        "methods": [{"name": "SetMonitorCycle", "arguments": ["MonitorCycle"]},
+                    {"name": "SetHardDiskSmartMode", "arguments": ["HardDiskSmartMode"]}]})"));
+    EXPECT_EQ(parsed["classes"][10]["properties"][0],
+              json::parse(R"({"name": "Index", "type": "string", "key": true})"));
+}
+
+} // namespace

@@ -1,0 +1,14 @@
+// The description of a simulated machine, read and checked to be JSON, so that a slip in it is told with its line.
+#pragma once
+
+#include <string>
+
+namespace tool {
+
+// Text of the file. Throws Failure "FILE: why" when it cannot be read, "FILE:LINE:COLUMN: why" when it is not JSON.
+std::string readMachineFile(const std::string &path);
+
+// Throws Failure "NAME:LINE:COLUMN: why" unless the text is one JSON value.
+void checkJson(const std::string &text, const std::string &name);
+
+} // namespace tool

@@ -1,0 +1,284 @@
+#include "text.h"
+
+#include "words.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace tool {
+namespace {
+
+constexpr size_t kIndent = 4;     // columns of one level of the tree, and of a broken line's rest
+constexpr size_t kNarrowest = 20; // columns that a text gets however deep it stands
+
+struct Node {
+    std::string label;
+    std::vector<std::string> details; // lines below the label
+    std::vector<Node> children = {};
+};
+
+struct Glyphs {
+    const char *branch, *lastBranch, *trunk, *gap;
+};
+constexpr Glyphs kAscii = {"|-- ", "`-- ", "|   ", "    "};
+constexpr Glyphs kBoxes = {"├── ", "└── ", "│   ", "    "};
+
+// Texts that stand for "not known" in the records; people need not read them.
+bool known(const std::string &text)
+{
+    return !text.empty() && text != "Unknown" && text != "Not Supported";
+}
+
+void append(std::string &line, const std::string &part)
+{
+    if (part.empty())
+        return;
+    line += line.empty() ? "" : ", ";
+    line += part;
+}
+
+std::string named(const char *what, const std::string &text)
+{
+    const std::string clean = printable(text);
+    return known(clean) ? std::string(what) + " " + clean : std::string();
+}
+
+std::string addressOf(const Device &device)
+{
+    if (device.interfaceType == kIde)
+        return drivePositionWords(device.ideConfiguration);
+    return std::to_string(device.bus) + ":" + std::to_string(device.targetId) + ":" + std::to_string(device.lun);
+}
+
+std::string geometryOf(const HardDisk &disk)
+{
+    return "geometry: " + std::to_string(disk.cylinders) + " cylinders, " + std::to_string(disk.heads) + " heads, " +
+           std::to_string(disk.sectorsPerTrack) + " sectors per track";
+}
+
+std::string healthOf(const HardDisk &disk)
+{
+    std::string line = capacityWords(disk.capacity) + ", SMART: " + smartWords(disk.smartStatus);
+    if (disk.lifeSpan)
+        append(line, "life span: " + lifeSpanWords(disk.lifeSpan->level));
+    return line;
+}
+
+// addressWidth: columns that the address takes, so that those of one list end together.
+Node deviceNode(const Device &device, size_t addressWidth, bool verbose)
+{
+    Node node;
+    node.label = addressOf(device);
+    node.label.resize(std::max(addressWidth, node.label.size()) + 2, ' ');
+    node.label +=
+        deviceTypeWords(device.interfaceType, device.deviceType) + " " + std::to_string(device.deviceTypeIndex) + ":";
+    for (const std::string &text : {printable(device.vendor), printable(device.model)}) {
+        if (!text.empty())
+            node.label += " " + text;
+    }
+    append(node.label, named("firmware", device.firmwareRevision));
+    append(node.label, named("serial", device.serialNumber));
+    if (device.disk)
+        node.details.push_back(healthOf(*device.disk));
+    if (verbose) {
+        if (device.disk)
+            node.details.push_back(geometryOf(*device.disk));
+        node.details.push_back(interfaceWords(device.interfaceType) + " device " + std::to_string(device.index));
+    }
+    return node;
+}
+
+void addDevices(Node &parent, const std::vector<Device> &devices, bool verbose)
+{
+    size_t widest = 0;
+    for (const Device &device : devices)
+        widest = std::max(widest, addressOf(device).size());
+    for (const Device &device : devices)
+        parent.children.push_back(deviceNode(device, widest, verbose));
+}
+
+Node controllerNode(const Controller &controller, bool verbose)
+{
+    Node node;
+    node.label = "Controller " + std::to_string(controller.index) + ": " + printable(controller.model);
+    const std::string driver = printable(controller.driver);
+    append(node.label, driver.empty() ? "no driver" : "driver " + driver);
+    append(node.label, controller.interruptNumber == kNoInterrupt
+                           ? std::string("interrupt unknown")
+                           : "interrupt " + std::to_string(controller.interruptNumber));
+    if (verbose) {
+        const std::string version = printable(controller.driverVersion);
+        node.details.push_back("interface " + interfaceWords(controller.interfaceType) + ", driver version " +
+                               (known(version) ? version : "unknown"));
+    }
+    addDevices(node, controller.devices, verbose);
+    return node;
+}
+
+Node diskNode(const HardDisk &disk, bool verbose)
+{
+    Node node{"hard disk " + std::to_string(disk.index), {healthOf(disk)}};
+    if (verbose)
+        node.details.push_back(geometryOf(disk));
+    return node;
+}
+
+Node machineNode(const Inventory &inventory, bool verbose)
+{
+    Node root;
+    root.label = inventory.machine.empty() ? "Storage of this machine: "
+                                           : "Storage of the simulated machine " + printable(inventory.machine) + ": ";
+    root.label +=
+        counted(inventory.controllers.size(), "controller") + ", " + counted(inventory.deviceCount(), "device");
+    for (const Controller &controller : inventory.controllers)
+        root.children.push_back(controllerNode(controller, verbose));
+    if (!inventory.devicesWithoutController.empty()) {
+        Node group{"Devices without a controller", {}};
+        addDevices(group, inventory.devicesWithoutController, verbose);
+        root.children.push_back(std::move(group));
+    }
+    if (!inventory.disksWithoutDevice.empty()) {
+        Node group{"Hard disks without a device (the configuration changed meanwhile)", {}};
+        for (const HardDisk &disk : inventory.disksWithoutDevice)
+            group.children.push_back(diskNode(disk, verbose));
+        root.children.push_back(std::move(group));
+    }
+    return root;
+}
+
+// The first line of a text after one prefix, those that its breaking makes after another and some blanks. hang is their
+// columns, which a prefix's bytes do not tell.
+void printText(std::string &out, const std::string &text, const std::string &first, const std::string &rest,
+               size_t hang, size_t width)
+{
+    const size_t room = width == 0 ? 0 : std::max(width > hang ? width - hang : 0, kNarrowest);
+    const std::vector<std::string> lines = wrapped(text, room);
+    for (size_t i = 0; i < lines.size(); ++i) {
+        out += i == 0 ? first : rest + std::string(kIndent, ' ');
+        out += lines[i] + "\n";
+    }
+}
+
+void printNode(std::string &out, const Node &node, const std::string &first, const std::string &rest, size_t depth,
+               const TextStyle &style)
+{
+    const Glyphs &glyphs = style.utf8 ? kBoxes : kAscii;
+    // Lines of a node's own stand beside the trunk that leads to its children.
+    const std::string own = rest + (node.children.empty() ? glyphs.gap : glyphs.trunk);
+    const size_t hang = depth + 2 * kIndent;
+    printText(out, node.label, first, own, hang, style.width);
+    for (const std::string &detail : node.details)
+        printText(out, detail, own, own, hang, style.width);
+    for (size_t i = 0; i < node.children.size(); ++i) {
+        const bool last = i + 1 == node.children.size();
+        printNode(out, node.children[i], rest + (last ? glyphs.lastBranch : glyphs.branch),
+                  rest + (last ? glyphs.gap : glyphs.trunk), depth + kIndent, style);
+    }
+}
+
+// Left column as wide as its widest entry.
+std::string columns(const std::vector<std::pair<std::string, std::string>> &rows)
+{
+    size_t widest = 0;
+    for (const auto &[left, right] : rows)
+        widest = std::max(widest, left.size());
+    std::string out;
+    for (const auto &[left, right] : rows) {
+        std::string line = "  " + left + std::string(widest - left.size(), ' ') + "  " + right;
+        line.erase(line.find_last_not_of(' ') + 1);
+        out += line + "\n";
+    }
+    return out;
+}
+
+std::string totalsText(const Totals &totals)
+{
+    return "Totals\n" + columns({{"controllers", std::to_string(totals.controllers)},
+                                 {"SCSI devices", std::to_string(totals.scsiDevices)},
+                                 {"IDE devices", std::to_string(totals.ideDevices)},
+                                 {"hard disks", std::to_string(totals.hardDisks)},
+                                 {"CD-ROM drives", std::to_string(totals.cdroms)},
+                                 {"tape drives", std::to_string(totals.tapes)},
+                                 {"optical memories", std::to_string(totals.opticalMemories)},
+                                 {"other devices", std::to_string(totals.others)}});
+}
+
+std::string monitoringText(const Monitoring &monitoring)
+{
+    return "Monitoring\n" +
+           columns({{"thread", monitoring.running ? "running" : "not running"},
+                    {"cycle", std::to_string(monitoring.cycle) + " s (" + std::to_string(monitoring.cycleMin) + " to " +
+                                  std::to_string(monitoring.cycleMax) + ", default " +
+                                  std::to_string(monitoring.cycleDefault) + ")"},
+                    {"SMART", monitoring.smartMode == 1 ? "handled" : "not handled"}});
+}
+
+} // namespace
+
+std::string inventoryText(const Inventory &inventory, const TextStyle &style)
+{
+    std::string out;
+    printNode(out, machineNode(inventory, style.verbose), "", "", 0, style);
+    out += "\n" + totalsText(inventory.totals);
+    if (style.verbose)
+        out += "\n" + monitoringText(inventory.monitoring);
+    return out;
+}
+
+std::string instancesText(const std::string &className, const std::vector<broker::Instance> &instances)
+{
+    std::string out;
+    for (const broker::Instance &instance : instances) {
+        std::vector<std::pair<std::string, std::string>> rows;
+        for (const broker::NamedValue &property : instance.properties)
+            rows.emplace_back(property.name, printable(property.value.toString()));
+        out += (out.empty() ? "" : "\n") + className + "\n" + columns(rows);
+    }
+    return out;
+}
+
+std::string returnValuesText(const std::vector<broker::Value> &values)
+{
+    std::string out;
+    for (const broker::Value &value : values)
+        out += "return value " + printable(value.toString()) + "\n";
+    return out;
+}
+
+std::string catalogueText(const std::vector<ClassEntry> &classes)
+{
+    std::string out;
+    for (const ClassEntry &entry : classes) {
+        std::vector<std::pair<std::string, std::string>> rows;
+        for (const PropertyEntry &property : entry.properties)
+            rows.emplace_back(property.name, schemaType(property.type) + (property.key ? ", key" : ""));
+        for (const MethodEntry &method : entry.methods) {
+            std::string arguments;
+            for (const std::string &argument : method.arguments)
+                append(arguments, argument + "=VALUE");
+            rows.emplace_back(method.name, "method" + (arguments.empty() ? "" : ", " + arguments));
+        }
+        out += (out.empty() ? "" : "\n") + entry.name + (entry.keyed() ? "" : " (one instance)") + "\n" + columns(rows);
+    }
+    return out;
+}
+
+std::vector<std::string> wrapped(const std::string &text, size_t width)
+{
+    std::vector<std::string> lines;
+    std::string rest = text.substr(0, text.find_last_not_of(' ') + 1);
+    while (width != 0 && rest.size() > width) {
+        size_t cut = rest.find_last_of(' ', width);
+        if (cut == std::string::npos || cut == 0)
+            cut = rest.find(' ', width); // one word is longer than the line: it is left whole
+        if (cut == std::string::npos)
+            break;
+        lines.push_back(rest.substr(0, rest.find_last_not_of(' ', cut) + 1));
+        rest.erase(0, rest.find_first_not_of(' ', cut));
+    }
+    lines.push_back(rest);
+    return lines;
+}
+
+} // namespace tool

@@ -1,0 +1,32 @@
+// Everything as text for people.
+#pragma once
+
+#include "catalogue.h"
+#include "inventory.h"
+
+#include <string>
+#include <vector>
+
+namespace tool {
+
+struct TextStyle {
+    size_t width = 0;     // columns of the terminal, at which lines are broken; 0: they are not
+    bool utf8 = false;    // lines of the tree as box characters instead of ASCII
+    bool verbose = false; // geometry, driver versions, numbers of the records, monitoring
+};
+
+// The tree: the machine, its controllers, below each its devices, those without a controller, and the totals.
+std::string inventoryText(const Inventory &inventory, const TextStyle &style);
+
+// Property and value in columns, a blank line between instances. Texts stand as they are but for unprintable bytes.
+std::string instancesText(const std::string &className, const std::vector<broker::Instance> &instances);
+
+// What a method gave back; "" for a method that returns nothing.
+std::string returnValuesText(const std::vector<broker::Value> &values);
+
+std::string catalogueText(const std::vector<ClassEntry> &classes);
+
+// Breaks a text at blanks so that no line has more columns than width where a word permits it. At least one line.
+std::vector<std::string> wrapped(const std::string &text, size_t width);
+
+} // namespace tool

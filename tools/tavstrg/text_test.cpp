@@ -1,0 +1,246 @@
+#include "text.h"
+
+#include "test_instances.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <sstream>
+
+namespace {
+
+using namespace tool;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+// A machine with one of everything that is printed differently.
+Inventory sample()
+{
+    Inventory inventory;
+    inventory.machine = "sample.json";
+
+    Controller first;
+    first.index = 1;
+    first.model = "SCSI Controller";
+    first.driver = "ahci";
+    first.driverVersion = "Not Supported";
+    Device disk;
+    disk.index = 1;
+    disk.deviceTypeIndex = 1;
+    disk.controllerIndex = 1;
+    disk.bus = 0;
+    disk.targetId = 3;
+    disk.lun = 1;
+    disk.vendor = "ATA     ";
+    disk.model = "EXAMPLE 1000    ";
+    disk.firmwareRevision = "FW01";
+    disk.serialNumber = "SER1";
+    disk.disk = HardDisk{1, 0, 1, 121601, 255, 63, 953869, 1, LifeSpan{1, 2}};
+    Device cdrom;
+    cdrom.index = 2;
+    cdrom.deviceType = 1;
+    cdrom.deviceTypeIndex = 1;
+    cdrom.controllerIndex = 1;
+    cdrom.vendor = "DISCO";
+    cdrom.model = "RW";
+    first.devices = {disk, cdrom};
+
+    Controller second;
+    second.index = 2;
+    second.interfaceType = 1;
+    second.model = "IDE Controller(ide)";
+    second.interruptNumber = 14;
+    Device old;
+    old.interfaceType = 1;
+    old.index = 1;
+    old.deviceType = 2;
+    old.deviceTypeIndex = 2;
+    old.controllerIndex = 2;
+    old.ideConfiguration = 3;
+    old.model = "OLD";
+    old.firmwareRevision = "Not Supported";
+    old.serialNumber = "Unknown";
+    old.disk = HardDisk{2, 1, 1, 10, 2, 8, 40, -1, std::nullopt};
+    second.devices = {old};
+    inventory.controllers = {first, second};
+
+    Device lost = cdrom;
+    lost.index = 3;
+    lost.deviceType = 2;
+    lost.controllerIndex = kNoController;
+    lost.vendor = "";
+    lost.model = "";
+    inventory.devicesWithoutController = {lost};
+    inventory.totals = {2, 3, 1, 2, 1, 1, 0, 0};
+    inventory.monitoring = {60, 10, 3600, 60, 1, false};
+    return inventory;
+}
+
+TEST(InventoryText, IsATreeFromTheMachineToItsDevicesAndTheTotals)
+{
+    EXPECT_EQ(inventoryText(sample(), {}),
+              "Storage of the simulated machine sample.json: 2 controllers, 4 devices\n"
+              "|-- Controller 1: SCSI Controller, driver ahci, interrupt unknown\n"
+              "|   |-- 0:3:1  hard disk 1: ATA EXAMPLE 1000, firmware FW01, serial SER1\n"
+              "|   |       931.5 GiB, SMART: FAILURE PREDICTED, life span: level 2 of 5, little endurance left\n"
+              "|   `-- 0:0:0  CD-ROM drive 1: DISCO RW\n"
+              "|-- Controller 2: IDE Controller(ide), no driver, interrupt 14\n"
+              "|   `-- slave  hard disk 2: OLD\n"
+              "|           40 MiB, SMART: status not readable\n"
+              "`-- Devices without a controller\n"
+              "    `-- 0:0:0  tape drive 1:\n"
+              "\n"
+              "Totals\n"
+              "  controllers       2\n"
+              "  SCSI devices      3\n"
+              "  IDE devices       1\n"
+              "  hard disks        2\n"
+              "  CD-ROM drives     1\n"
+              "  tape drives       1\n"
+              "  optical memories  0\n"
+              "  other devices     0\n");
+}
+
+TEST(InventoryText, AddressesOfOneListTakeTheSameRoom)
+{
+    Inventory inventory = sample();
+    inventory.controllers[0].devices[1].targetId = 10;
+    const std::string text = inventoryText(inventory, {});
+    EXPECT_THAT(text, HasSubstr("|-- 0:3:1   hard disk 1:"));
+    EXPECT_THAT(text, HasSubstr("`-- 0:10:0  CD-ROM drive 1:"));
+    EXPECT_THAT(text, HasSubstr("`-- 0:0:0  tape drive 1:"));
+}
+
+TEST(InventoryText, VerboseAddsGeometryVersionsNumbersAndMonitoring)
+{
+    TextStyle style;
+    style.verbose = true;
+    const std::string text = inventoryText(sample(), style);
+    EXPECT_THAT(text, HasSubstr("|   |   interface SCSI, driver version unknown\n"));
+    EXPECT_THAT(text, HasSubstr("|   |       geometry: 121601 cylinders, 255 heads, 63 sectors per track\n"
+                                "|   |       SCSI device 1\n"));
+    EXPECT_THAT(text, HasSubstr("IDE device 1\n"));
+    EXPECT_THAT(text, HasSubstr("Monitoring\n"
+                                "  thread  not running\n"
+                                "  cycle   60 s (10 to 3600, default 60)\n"
+                                "  SMART   handled\n"));
+    EXPECT_THAT(inventoryText(sample(), {}), Not(HasSubstr("geometry")));
+}
+
+TEST(InventoryText, BoxCharactersWhereTheTerminalHasThem)
+{
+    TextStyle style;
+    style.utf8 = true;
+    const std::string text = inventoryText(sample(), style);
+    EXPECT_THAT(text, HasSubstr("├── Controller 1"));
+    EXPECT_THAT(text, HasSubstr("│   └── 0:0:0  CD-ROM"));
+    EXPECT_THAT(text, Not(HasSubstr("|--")));
+}
+
+TEST(InventoryText, NoLineIsWiderThanTheTerminalAndNothingIsLost)
+{
+    TextStyle style;
+    style.width = 60;
+    const std::string text = inventoryText(sample(), style);
+    std::istringstream lines(text);
+    std::string line;
+    while (std::getline(lines, line))
+        EXPECT_LE(line.size(), 60U) << line;
+    EXPECT_THAT(text, HasSubstr("|   |-- 0:3:1  hard disk 1: ATA EXAMPLE 1000,\n"
+                                "|   |           firmware FW01, serial SER1\n"));
+
+    const auto words = [](const std::string &of) {
+        std::istringstream in(of);
+        std::vector<std::string> all;
+        for (std::string word; in >> word;) {
+            if (word != "|" && word != "|--" && word != "`--")
+                all.push_back(word);
+        }
+        return all;
+    };
+    EXPECT_EQ(words(text), words(inventoryText(sample(), {})));
+}
+
+TEST(InventoryText, ATinyTerminalStillGetsAllWords)
+{
+    TextStyle style;
+    style.width = 1;
+    EXPECT_THAT(inventoryText(sample(), style), HasSubstr("FW01"));
+}
+
+TEST(InventoryText, AnEmptyMachineSaysSo)
+{
+    EXPECT_THAT(inventoryText({}, {}), StartsWith("Storage of this machine: 0 controllers, 0 devices\n\nTotals\n"));
+}
+
+TEST(InventoryText, ADiskThatLostItsDeviceIsShown)
+{
+    Inventory inventory;
+    inventory.disksWithoutDevice = {HardDisk{4, 0, 9, 1, 1, 1, 2048, 0, std::nullopt}};
+    EXPECT_THAT(inventoryText(inventory, {}),
+                HasSubstr("`-- Hard disks without a device (the configuration changed meanwhile)\n"
+                          "    `-- hard disk 4\n"
+                          "            2.0 GiB, SMART: no failure reported\n"));
+}
+
+TEST(InventoryText, ADevicesTextCannotCommandTheTerminal)
+{
+    Inventory inventory = sample();
+    inventory.controllers[0].devices[0].serialNumber = "\x1b]0;owned\x07";
+    EXPECT_THAT(inventoryText(inventory, {}), HasSubstr("serial \\x1b]0;owned\\x07"));
+}
+
+TEST(InstancesText, AlignsValuesAndSeparatesInstances)
+{
+    using testing_support::instance;
+    const std::vector<broker::Instance> two = {instance("TAV_StorageTape", {{"Index", "1"}, {"InterfaceType", 0}}),
+                                               instance("TAV_StorageTape", {{"Index", "2"}, {"InterfaceType", -1}})};
+    EXPECT_EQ(instancesText("TAV_StorageTape", two), "TAV_StorageTape\n"
+                                                     "  Index          1\n"
+                                                     "  InterfaceType  0\n"
+                                                     "\n"
+                                                     "TAV_StorageTape\n"
+                                                     "  Index          2\n"
+                                                     "  InterfaceType  -1\n");
+}
+
+TEST(InstancesText, AnEmptyTextLeavesNoTrailingBlanks)
+{
+    EXPECT_EQ(instancesText("C", {testing_support::instance("C", {{"PNPDeviceID", ""}})}), "C\n  PNPDeviceID\n");
+}
+
+TEST(ReturnValuesText, IsEmptyForAMethodThatReturnsNothing)
+{
+    EXPECT_EQ(returnValuesText({}), "");
+    EXPECT_EQ(returnValuesText({broker::Value::number(1, CMPI_uint32)}), "return value 1\n");
+}
+
+TEST(CatalogueText, NamesTypesKeysMethodsAndArguments)
+{
+    const std::string text = catalogueText(catalogue());
+    EXPECT_THAT(text, HasSubstr("TAV_StorageConfig (one instance)\n"));
+    EXPECT_THAT(text, HasSubstr("  SetMonitorCycle       method, MonitorCycle=VALUE\n"));
+    EXPECT_THAT(text, HasSubstr("TAV_StorageLifeSpan\n"
+                                "  Index               string, key\n"
+                                "  HDDIndex            sint16\n"));
+    EXPECT_THAT(text, HasSubstr("TAV_StorageThread (one instance)\n"
+                                "  ThreadRunning          uint16\n"
+                                "  StartMonitoringThread  method\n"));
+}
+
+TEST(Wrapped, BreaksAtBlanksOnly)
+{
+    EXPECT_THAT(wrapped("one two three", 0), ElementsAre("one two three"));
+    EXPECT_THAT(wrapped("one two three", 13), ElementsAre("one two three"));
+    EXPECT_THAT(wrapped("one two three", 12), ElementsAre("one two", "three"));
+    EXPECT_THAT(wrapped("one two three", 7), ElementsAre("one two", "three"));
+    EXPECT_THAT(wrapped("one two three", 3), ElementsAre("one", "two", "three"));
+    EXPECT_THAT(wrapped("abcdefgh ij", 3), ElementsAre("abcdefgh", "ij"));
+    EXPECT_THAT(wrapped("abcdefgh", 3), ElementsAre("abcdefgh"));
+    EXPECT_THAT(wrapped("", 5), ElementsAre(""));
+    EXPECT_THAT(wrapped("ab   ", 2), ElementsAre("ab"));
+}
+
+} // namespace

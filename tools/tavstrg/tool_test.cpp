@@ -1,0 +1,298 @@
+// The built tool, run as a user runs it.
+
+#include "test_process.h"
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using nlohmann::json;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::StartsWith;
+using tool::testing_support::Finished;
+using tool::testing_support::runProgram;
+using tool::testing_support::segmentsOf;
+using tool::testing_support::StandardOutput;
+
+namespace fs = std::filesystem;
+
+const std::string kTool = std::string(TAV_BINARY_DIR) + "/bin/tavstrg";
+
+// One managed disk, one CD-ROM drive, no tape.
+constexpr const char *kSmallMachine = R"({
+  "hosts": [
+    {"number": 0, "driver": "ahci", "devices": [
+      {"id": 0, "type": "disk", "ata": true, "model": "SMALL DISK", "revision": "FW1", "serial": "SER-1",
+       "sectors": 16065000},
+      {"id": 1, "type": "cdrom", "vendor": "DISCO", "model": "RW", "revision": "2.0"}
+    ]}
+  ],
+  "files": {"storage.inf": "ahci\n"}
+})";
+
+// A directory of the test's own, where the tool also puts what it needs for a while.
+class Tool : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        std::string pattern = testing::TempDir() + "tavstrg_tool_XXXXXX";
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        directory_ = pattern;
+        fs::create_directory(directory_ / "tmp");
+        write("small.json", kSmallMachine);
+    }
+    void TearDown() override { fs::remove_all(directory_); }
+
+    std::string write(const std::string &name, const std::string &text) const
+    {
+        std::ofstream(directory_ / name) << text;
+        return (directory_ / name).string();
+    }
+
+    Finished run(std::vector<std::string> words, StandardOutput out = StandardOutput::kept, int signal = 0) const
+    {
+        words.insert(words.begin(), kTool);
+        return runProgram(words, {"LC_ALL=C", "TMPDIR=" + (directory_ / "tmp").string()}, out, signal);
+    }
+
+    Finished runSmall(std::vector<std::string> words) const
+    {
+        words.insert(words.begin(), {"--machine", (directory_ / "small.json").string()});
+        return run(words);
+    }
+
+    bool leftNothing(const Finished &finished) const
+    {
+        return fs::is_empty(directory_ / "tmp") && segmentsOf(finished.pid) == 0;
+    }
+
+    fs::path directory_;
+};
+
+void expectFailure(const Finished &finished, int status, const std::string &line)
+{
+    EXPECT_EQ(finished.status, status);
+    EXPECT_EQ(finished.out, "");
+    EXPECT_EQ(finished.err, line + "\n");
+}
+
+TEST_F(Tool, WrongUsageIsStatus2AndOneLineOnStandardError)
+{
+    for (const auto &words : {std::vector<std::string>{},
+                              {"list"},
+                              {"show", "--colour"},
+                              {"enum"},
+                              {"enum", "Floppy"},
+                              {"get", "Tape"},
+                              {"call", "Config", "Explode"}}) {
+        const Finished finished = run(words);
+        EXPECT_EQ(finished.status, 2);
+        EXPECT_EQ(finished.out, "");
+        EXPECT_THAT(finished.err, MatchesRegex("tavstrg: [^\n]+ \\(see tavstrg --help\\)\n"));
+    }
+}
+
+TEST_F(Tool, HelpAndVersionAreStatus0OnStandardOutput)
+{
+    for (const auto &words : {std::vector<std::string>{"--help"}, {"show", "--help"}, {"--version"}}) {
+        const Finished finished = run(words);
+        EXPECT_EQ(finished.status, 0);
+        EXPECT_NE(finished.out, "");
+        EXPECT_EQ(finished.err, "");
+    }
+}
+
+TEST_F(Tool, ClassesNeedNeitherProviderNorMachine)
+{
+    const Finished finished = run({"--provider", "/nonexistent.so", "--json", "classes"});
+    EXPECT_EQ(finished.status, 0) << finished.err;
+    EXPECT_EQ(json::parse(finished.out)["classes"].size(), 12U);
+    EXPECT_THAT(run({"classes"}).out, StartsWith("TAV_StorageConfig (one instance)\n"));
+}
+
+TEST_F(Tool, AProviderThatDoesNotLoadIsAFailure)
+{
+    const Finished finished = run({"--provider", write("broken.so", "no shared object"), "--machine",
+                                   (directory_ / "small.json").string(), "show"});
+    EXPECT_EQ(finished.status, 1);
+    EXPECT_THAT(finished.err, MatchesRegex("tavstrg: cannot load .*/broken.so: [^\n]+\n"));
+    EXPECT_TRUE(leftNothing(finished));
+}
+
+TEST_F(Tool, AMachineFileThatIsNotThereIsAFailure)
+{
+    expectFailure(run({"--machine", "/nonexistent/m.json", "show"}), 1,
+                  "tavstrg: /nonexistent/m.json: No such file or directory");
+}
+
+TEST_F(Tool, ASlipInAMachineFileIsToldWithItsLine)
+{
+    const std::string path = write("slip.json", "{\n  \"hosts\": [\n    oops\n  ]\n}\n");
+    const Finished finished = run({"--machine", path, "show"});
+    EXPECT_EQ(finished.status, 1);
+    EXPECT_THAT(finished.err, StartsWith("tavstrg: " + path + ":3:5: "));
+    EXPECT_THAT(finished.err, MatchesRegex("[^\n]+\n"));
+}
+
+TEST_F(Tool, AMachineThatCannotBeMadeIsAFailureThatSaysWhy)
+{
+    const std::string path = write("odd.json", "{\"hosts\": 7}");
+    const Finished finished = run({"--machine", path, "show"});
+    EXPECT_EQ(finished.status, 1);
+    EXPECT_THAT(finished.err, StartsWith("tavstrg: " + path + ": "));
+    EXPECT_THAT(finished.err, HasSubstr("hosts"));
+    EXPECT_TRUE(leftNothing(finished));
+}
+
+// 16065000 sectors of 512 bytes are 1000 cylinders of 255 heads and 63 sectors, 7844 MiB rounded down.
+TEST_F(Tool, ShowIsATree)
+{
+    const Finished finished = runSmall({"show"});
+    EXPECT_EQ(finished.status, 0) << finished.err;
+    EXPECT_EQ(finished.err, "");
+    EXPECT_EQ(finished.out, "Storage of the simulated machine small.json: 1 controller, 2 devices\n"
+                            "`-- Controller 1: SCSI Controller, driver ahci, interrupt unknown\n"
+                            "    |-- 0:0:0  hard disk 1: ATA SMALL DISK, firmware FW1, serial SER-1\n"
+                            "    |       7.7 GiB, SMART: no failure reported\n"
+                            "    `-- 0:1:0  CD-ROM drive 1: DISCO RW, firmware 2.0\n"
+                            "\n"
+                            "Totals\n"
+                            "  controllers       1\n"
+                            "  SCSI devices      2\n"
+                            "  IDE devices       0\n"
+                            "  hard disks        1\n"
+                            "  CD-ROM drives     1\n"
+                            "  tape drives       0\n"
+                            "  optical memories  0\n"
+                            "  other devices     0\n");
+    EXPECT_TRUE(leftNothing(finished));
+}
+
+TEST_F(Tool, AMachineWithoutAnythingIsShownAsEmpty)
+{
+    const Finished finished = run({"--machine", write("empty.json", "{}"), "--json", "show"});
+    EXPECT_EQ(finished.status, 0) << finished.err;
+    const json shown = json::parse(finished.out);
+    EXPECT_EQ(shown["controllers"], json::array());
+    EXPECT_EQ(shown["totals"]["hardDisks"], 0);
+}
+
+TEST_F(Tool, EnumPrintsEveryInstance)
+{
+    const Finished text = runSmall({"enum", "scsidevice"});
+    EXPECT_EQ(text.status, 0) << text.err;
+    EXPECT_THAT(text.out, StartsWith("TAV_StorageSCSIDevice\n  Index             1\n"));
+    EXPECT_THAT(text.out, HasSubstr("\n\nTAV_StorageSCSIDevice\n  Index             2\n"));
+    const json instances = json::parse(runSmall({"--json", "enum", "SCSIDevice"}).out)["instances"];
+    ASSERT_EQ(instances.size(), 2U);
+    EXPECT_EQ(instances[0]["SerialNumber"], "SER-1");
+    EXPECT_EQ(instances[1]["DeviceType"], 1);
+}
+
+TEST_F(Tool, AnEmptyClassIsAFailureOfEnum)
+{
+    const Finished finished = runSmall({"enum", "Tape"});
+    expectFailure(finished, 1, "tavstrg: TAV_StorageTape: NotFound Data (status 6)");
+    EXPECT_TRUE(leftNothing(finished));
+}
+
+TEST_F(Tool, GetPrintsTheInstanceWithThatIndex)
+{
+    const Finished finished = runSmall({"--json", "get", "HardDisk", "1"});
+    EXPECT_EQ(finished.status, 0) << finished.err;
+    const json document = json::parse(finished.out);
+    EXPECT_EQ(document["formatVersion"], 1);
+    EXPECT_EQ(document["class"], "TAV_StorageHardDisk");
+    EXPECT_EQ(document["instance"]["Capacity"], 7844);
+    EXPECT_EQ(document["instance"]["PNPDeviceID"], "");
+    EXPECT_EQ(document["instance"]["Index"], "1");
+}
+
+TEST_F(Tool, GetOfASingletonNeedsNoIndex)
+{
+    EXPECT_EQ(runSmall({"get", "config"}).out, "TAV_StorageConfig\n"
+                                               "  MonitorCycle         60\n"
+                                               "  MonitorCycleMin      10\n"
+                                               "  MonitorCycleMax      3600\n"
+                                               "  MonitorCycleDefault  60\n"
+                                               "  HardDiskSmartMode    1\n");
+}
+
+TEST_F(Tool, RefusalsOfTheProviderAreToldWithTheirStatus)
+{
+    expectFailure(runSmall({"get", "HardDisk", "2"}), 1, "tavstrg: TAV_StorageHardDisk: NotFound Index (status 4)");
+    expectFailure(runSmall({"get", "HardDisk", "0"}), 1,
+                  "tavstrg: TAV_StorageHardDisk: getKeyIndex() FAILED (status 1)");
+    expectFailure(runSmall({"enum", "--raw", "harddisk"}), 1, "tavstrg: harddisk: Generic Failure!! (status 1)");
+    expectFailure(runSmall({"call", "Config", "SetMonitorCycle", "MonitorCycle=9"}), 1,
+                  "tavstrg: TAV_StorageConfig.SetMonitorCycle: SetValue(MonitorCycle) FAILED (status 1)");
+    expectFailure(runSmall({"call", "Config", "SetMonitorCycle"}), 1,
+                  "tavstrg: TAV_StorageConfig.SetMonitorCycle: getArgToInt(MonitorCycle) FAILED (status 1)");
+}
+
+TEST_F(Tool, CallOfAMethodThatReturnsNothingPrintsNothing)
+{
+    const Finished finished = runSmall({"call", "config", "setmonitorcycle", "monitorcycle=120"});
+    EXPECT_EQ(finished.status, 0) << finished.err;
+    EXPECT_EQ(finished.out, "");
+    // Only text can say 0.
+    EXPECT_EQ(runSmall({"call", "Config", "SetHardDiskSmartMode", "HardDiskSmartMode=0"}).status, 0);
+}
+
+TEST_F(Tool, AMethodsReturnValueOtherThan0IsAFailure)
+{
+    const Finished finished = runSmall({"call", "Thread", "StartMonitoringThread"});
+    EXPECT_EQ(finished.status, 1);
+    EXPECT_EQ(finished.out, "return value 1\n");
+    EXPECT_EQ(finished.err,
+              "tavstrg: TAV_StorageThread.StartMonitoringThread: ServiceMode is non-Service FAILED (status 1)\n");
+    EXPECT_TRUE(leftNothing(finished));
+}
+
+TEST_F(Tool, InServiceModeOnlyTheThreadAnswersUntilItRuns)
+{
+    expectFailure(runSmall({"--service-mode", "enum", "HardDisk"}), 1,
+                  "tavstrg: TAV_StorageHardDisk: ServiceMode But NonThread Failure!! (status 1)");
+    EXPECT_EQ(runSmall({"--service-mode", "get", "Thread"}).out, "TAV_StorageThread\n  ThreadRunning  0\n");
+}
+
+TEST_F(Tool, OutputThatCannotBeWrittenIsAFailure)
+{
+    const Finished finished = run({"--machine", (directory_ / "small.json").string(), "show"}, StandardOutput::full);
+    EXPECT_EQ(finished.status, 1);
+    EXPECT_EQ(finished.err, "tavstrg: standard output: No space left on device\n");
+    EXPECT_TRUE(leftNothing(finished));
+}
+
+TEST_F(Tool, AReaderThatWentAwayLeavesNothingBehind)
+{
+    const Finished finished = run({"--machine", (directory_ / "small.json").string(), "show"}, StandardOutput::nobody);
+    EXPECT_NE(finished.status, 0);
+    EXPECT_TRUE(leftNothing(finished));
+}
+
+TEST_F(Tool, ASignalLeavesNothingBehind)
+{
+    const Finished finished =
+        run({"--machine", (directory_ / "small.json").string(), "show"}, StandardOutput::kept, SIGTERM);
+    EXPECT_EQ(finished.signal, SIGTERM);
+    EXPECT_TRUE(leftNothing(finished));
+}
+
+TEST_F(Tool, ATerminalThatKnowsUtf8GetsBoxCharacters)
+{
+    const Finished finished = runProgram({kTool, "--machine", (directory_ / "small.json").string(), "show"},
+                                         {"LC_ALL=C.UTF-8", "TMPDIR=" + (directory_ / "tmp").string()});
+    EXPECT_THAT(finished.out, HasSubstr("└── Controller 1"));
+}
+
+} // namespace
