@@ -97,8 +97,8 @@ step "address and undefined-behaviour sanitizers, every test"
 build asan
 run asan
 
-step "thread sanitizer, tests with threads"
+step "thread sanitizer: unit tests and tests with threads"
 build tsan
-run tsan -L threads
+run tsan -LE scenario
 
 finish

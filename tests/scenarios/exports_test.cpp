@@ -1,0 +1,69 @@
+// The shared object lives in the broker's name space: what it exports and what it needs is part of its behaviour.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+const std::string kProvider = TAV_BINARY_DIR "/lib/libTAVStorageProvider.so";
+
+std::vector<std::string> linesOf(const std::string &command)
+{
+    std::vector<std::string> lines;
+    FILE *const pipe = ::popen(command.c_str(), "r");
+    std::array<char, 4096> line{};
+    while (pipe != nullptr && std::fgets(line.data(), line.size(), pipe) != nullptr) {
+        std::string text = line.data();
+        text.erase(text.find_last_not_of("\n ") + 1);
+        lines.push_back(text);
+    }
+    EXPECT_EQ(::pclose(pipe), 0) << command;
+    return lines;
+}
+
+std::string lastWord(const std::string &line)
+{
+    return line.substr(line.rfind(' ') + 1);
+}
+
+TEST(SharedObject, ExportsExactlyTheTwoFactories)
+{
+    std::vector<std::string> names;
+    for (const std::string &line : linesOf("nm -D --defined-only '" + kProvider + "'")) {
+        names.push_back(lastWord(line));
+    }
+    EXPECT_THAT(names, testing::UnorderedElementsAre("TAVStorageProvider_Create_InstanceMI",
+                                                     "TAVStorageProvider_Create_MethodMI"));
+}
+
+TEST(SharedObject, NeedsNothingButTheCAndCppRuntime)
+{
+    std::vector<std::string> needed;
+    for (const std::string &line : linesOf("readelf -d '" + kProvider + "'")) {
+        if (line.find("(NEEDED)") != std::string::npos) {
+            const auto open = line.find('[');
+            needed.push_back(line.substr(open + 1, line.find(']') - open - 1));
+        }
+    }
+    EXPECT_THAT(needed, testing::Each(testing::AnyOf("libstdc++.so.6", "libgcc_s.so.1", "libc.so.6", "libm.so.6",
+                                                     "ld-linux-x86-64.so.2", testing::StartsWith("libasan"),
+                                                     testing::StartsWith("libubsan"), testing::StartsWith("libtsan"))));
+}
+
+TEST(SharedObject, IsBoundAtLoadAndReadOnlyAfterwards)
+{
+    std::string headers;
+    for (const std::string &line : linesOf("readelf -dlW '" + kProvider + "'")) {
+        headers += line + "\n";
+    }
+    EXPECT_THAT(headers, testing::HasSubstr("BIND_NOW"));
+    EXPECT_THAT(headers, testing::HasSubstr("GNU_RELRO"));
+    EXPECT_THAT(headers, testing::Not(testing::ContainsRegex("GNU_STACK[^\n]*RWE")));
+}
+
+} // namespace
