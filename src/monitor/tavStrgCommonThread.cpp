@@ -10,7 +10,7 @@ CInfo *gst_thcInfo = nullptr;
 
 namespace {
 
-std::mutex stopping; // a request and a cleanup may stop the thread at the same moment; it can be joined once
+std::mutex stopping; // a request and a cleanup may stop at the same moment: one joins, saves and frees, then the other
 
 // Ids are words to the threads' functions; the trace prints their low 32 bits.
 int tracedId(pthread_t tid)
@@ -20,7 +20,6 @@ int tracedId(pthread_t tid)
 
 void stopThread(const char *function)
 {
-    const std::lock_guard held(stopping);
     if (getThreadSts(&gst_thid) != 1) {
         return;
     }
@@ -61,6 +60,7 @@ int strgCreateThread(const CInfo *cInfo)
 
 void strgExitThread(const CInfo *cInfo)
 {
+    const std::lock_guard held(stopping);
     TRACE(kDetail, "_IN_");
     stopThread(__func__);
     memfree(gst_thcInfo);
