@@ -8,6 +8,7 @@
 #include "store/tavStrgCommonAccess.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 namespace {
@@ -88,18 +89,33 @@ Build buildByKey(const IndexedClass &member, const char *function, const CInfo *
     return {statusWithChars(cInfo, CMPI_RC_ERR_INVALID_PARAMETER, "NotFound Index"), nullptr};
 }
 
-// The record at a position; neither instance nor failure when there is no such record any more. The array is held for
-// one record at a time: a client that is slow to take the answers must not keep the monitoring pass waiting.
-Build buildByPosition(const IndexedClass &member, const char *function, const CInfo *cInfo, const CMPIObjectPath *cop,
-                      const char **properties, int i, DatInfo dat)
-{
-    const RecordsReader reader(member.classId, dat);
-    if (i >= dat.datNum || dat.datAdr == nullptr) {
-        return {{CMPI_RC_OK, nullptr}, nullptr};
+// The class's records as they were at one moment, so that an enumeration shows one state of the machine however long
+// the client takes: nobody waits for it, and no array goes from under it. Not traced: it is no record array of the
+// store's.
+class RecordsCopy {
+public:
+    RecordsCopy(int classId, DatInfo dat) : dat_(copyOf(classId, dat)), block_(dat_.datAdr) {}
+    // datNum above 0 with a null array: there was no memory for the copy.
+    const DatInfo &get() const { return dat_; }
+
+private:
+    static DatInfo copyOf(int classId, DatInfo &dat)
+    {
+        const RecordsReader reader(classId, dat);
+        if (dat.datNum <= 0 || dat.datAdr == nullptr) {
+            return {dat.datSize, 0, nullptr};
+        }
+        const size_t size = static_cast<size_t>(dat.datNum) * dat.datSize;
+        void *const block = std::malloc(size);
+        if (block != nullptr) {
+            std::memcpy(block, dat.datAdr, size);
+        }
+        return {dat.datSize, dat.datNum, block};
     }
-    traceRecord(member, function, dat, i);
-    return buildRecord(member, function, cInfo, cop, properties, recordAt(dat, i));
-}
+
+    DatInfo dat_;
+    HeapBlock<uint8_t> block_;
+};
 
 CMPIStatus getByKey(const IndexedClass &member, const char *function, const CInfo *cInfo, const CMPIResult *rslt,
                     const CMPIObjectPath *cop, const char **properties)
@@ -134,14 +150,21 @@ CMPIStatus enumerate(const IndexedClass &member, const char *function, const CIn
     if (read.rc != CMPI_RC_OK) {
         return read;
     }
-    for (int i = 0;; ++i) {
-        const Build build = buildByPosition(member, function, cInfo, cop, properties, i, dat);
+    const RecordsCopy copy(member.classId, dat);
+    const DatInfo &records = copy.get();
+    if (lacksArray(records)) {
+        TRACE_AS(function, kFailure, "strgGetInstance() Failure!!");
+        return failedCall(cInfo, "strgGetInstance");
+    }
+    if (records.datNum == 0) {
+        return noData(function, cInfo); // gone since the store handed them out
+    }
+    for (int i = 0; i < records.datNum; ++i) {
+        traceRecord(member, function, records, i);
+        const Build build = buildRecord(member, function, cInfo, cop, properties, recordAt(records, i));
         const CmpiHolder<CMPIInstance> instance(build.instance);
         if (build.status.rc != CMPI_RC_OK) {
             return build.status; // deliberate: the result stays open after a failure
-        }
-        if (instance.get() == nullptr) {
-            break;
         }
         const CMPIStatus returned = returnInstance(function, cInfo, rslt, instance.get());
         if (returned.rc != CMPI_RC_OK) {
@@ -152,63 +175,36 @@ CMPIStatus enumerate(const IndexedClass &member, const char *function, const CIn
     return {CMPI_RC_OK, nullptr};
 }
 
+// After the instance was made from the path: whether the key reaches the instance's own path is the broker's affair, so
+// it is set as a property too.
+void setKey(const char *function, CMPIObjectPath *path, CMPIInstance *instance, const void *record)
+{
+    char indexText[12];
+    std::snprintf(indexText, sizeof indexText, "%d", indexOf(record));
+    const auto *const indexValue = reinterpret_cast<const CMPIValue *>(indexText); // CMPI_chars: the text itself
+    TRACE_AS(function, kDetail, "CMAddKey() Index_str=[%s]", indexText);
+    path->ft->addKey(path, "Index", indexValue, CMPI_chars);
+    TRACE_AS(function, kDetail, "CMSetProperty() Index_str=[%s]", indexText);
+    instance->ft->setProperty(instance, "Index", indexValue, CMPI_chars);
+}
+
 } // namespace
 
 CMPIStatus indexedGetInstance(const IndexedClass &member, const char *function, const CInfo *cInfo,
                               const CMPIResult *rslt, const CMPIObjectPath *cop, const char **properties)
 {
-    TRACE_AS(function, kDetail, "_IN_");
-    CMPIStatus status{CMPI_RC_ERR_FAILED, nullptr};
-    if (cInfo == nullptr) {
-        TRACE_AS(function, kFailure, "param(cInfo) Failure!!");
-    } else {
-        status = getByKey(member, function, cInfo, rslt, cop, properties);
-    }
-    return TRACED_AS(function, status, kDetail, "_OUT_");
+    return tracedAnswer(function, cInfo, [&] { return getByKey(member, function, cInfo, rslt, cop, properties); });
 }
 
 CMPIStatus indexedEnumInstances(const IndexedClass &member, const char *function, const CInfo *cInfo,
                                 const CMPIResult *rslt, const CMPIObjectPath *cop, const char **properties)
 {
-    TRACE_AS(function, kDetail, "_IN_");
-    CMPIStatus status{CMPI_RC_ERR_FAILED, nullptr};
-    if (cInfo == nullptr) {
-        TRACE_AS(function, kFailure, "param(cInfo) Failure!!");
-    } else {
-        status = enumerate(member, function, cInfo, rslt, cop, properties);
-    }
-    return TRACED_AS(function, status, kDetail, "_OUT_");
+    return tracedAnswer(function, cInfo, [&] { return enumerate(member, function, cInfo, rslt, cop, properties); });
 }
 
 CMPIInstance *indexedSetPropInst(const IndexedClass &member, const char *function, const CInfo *cInfo,
                                  const CMPIObjectPath *cop, const char **properties, const void *record)
 {
-    TRACE_AS(function, kDetail, "_IN_");
-    if (cInfo == nullptr) {
-        return TRACED_AS(function, nullptr, kFailure, "_OUT_ param(cInfo) Failure!!");
-    }
-    if (cop == nullptr) {
-        return TRACED_AS(function, nullptr, kFailure, "_OUT_ Param(cop) Failure!!");
-    }
-    if (record == nullptr) {
-        return TRACED_AS(function, nullptr, kFailure, "_OUT_ Param(%s) Failure!!", member.recordParam);
-    }
-    const ClassDesc &desc = kClasses[member.classId];
-    const CmpiHolder<CMPIObjectPath> path(newPath(function, cInfo, cop, desc.cimName));
-    if (!path) {
-        return nullptr;
-    }
-    CmpiHolder<CMPIInstance> instance(newInstance(function, cInfo, path.get()));
-    if (!instance || !limitProperties(function, instance.get(), properties)) {
-        return nullptr;
-    }
-    char indexText[12];
-    std::snprintf(indexText, sizeof indexText, "%d", indexOf(record));
-    const auto *const indexValue = reinterpret_cast<const CMPIValue *>(indexText); // CMPI_chars: the text itself
-    TRACE_AS(function, kDetail, "CMAddKey() Index_str=[%s]", indexText);
-    path.get()->ft->addKey(path.get(), "Index", indexValue, CMPI_chars);
-    TRACE_AS(function, kDetail, "CMSetProperty() Index_str=[%s]", indexText);
-    instance.get()->ft->setProperty(instance.get(), "Index", indexValue, CMPI_chars);
-    setProperties(function, instance.get(), desc, record);
-    return TRACED_AS(function, instance.handOver(), kDetail, "_OUT_");
+    return buildInstance(function, cInfo, cop, properties, kClasses[member.classId], member.recordParam, record,
+                         setKey);
 }

@@ -558,15 +558,16 @@ TEST_F(Indexed, TheInstanceLivesInTheNameSpaceOfTheRequest)
     EXPECT_EQ(reply.instances[0].nameSpace, "root/elsewhere");
 }
 
-// A monitoring pass replaces the array while clients enumerate it: never a freed array, never half a record.
-TEST_F(Indexed, AnEnumerationMeetsWholeRecordsWhileTheArrayIsReplaced)
+// A monitoring pass replaces the array while clients enumerate it: never a freed array, never half a record, and never
+// records of two states in one answer (each state has its number of records, and every record tells it).
+TEST_F(Indexed, AnEnumerationShowsOneStateWhileTheArrayIsReplaced)
 {
-    put<StrgDevRec>(TAV_CID_STRG_TAPE, {{1, 1, 1, 0}, {2, 2, 2, 0}, {3, 3, 3, 0}});
+    put<StrgDevRec>(TAV_CID_STRG_TAPE, {{1, 3, 1, 0}, {2, 3, 2, 0}, {3, 3, 3, 0}});
     const auto records = [](int32_t num) {
         auto *const array = static_cast<StrgDevRec *>(memalloc(static_cast<int32_t>(sizeof(StrgDevRec)) * num));
         for (int32_t i = 0; i < num; ++i) {
             const auto index = static_cast<uint16_t>(i + 1);
-            array[i] = {index, static_cast<int16_t>(index), index, 0};
+            array[i] = {index, static_cast<int16_t>(num), index, 0};
         }
         return array;
     };
@@ -579,7 +580,7 @@ TEST_F(Indexed, AnEnumerationMeetsWholeRecordsWhileTheArrayIsReplaced)
     std::vector<Reply> replies;
     for (int n = 0; n < 50; ++n) {
         replies.push_back(enumerate(kMembers[5]));
-        replies.push_back(get(kMembers[5], "1"));
+        EXPECT_EQ(get(kMembers[5], "1").rc, CMPI_RC_OK);
     }
     done = true;
     pass.join();
@@ -589,6 +590,7 @@ TEST_F(Indexed, AnEnumerationMeetsWholeRecordsWhileTheArrayIsReplaced)
         ASSERT_LE(reply.instances.size(), 3u);
         for (const broker::Instance &tape : reply.instances) {
             EXPECT_EQ(tape.find("Index")->toString(), tape.find("InterfaceTypeIndex")->toString());
+            EXPECT_EQ(tape.find("InterfaceType")->toString(), std::to_string(reply.instances.size()));
         }
     }
 }

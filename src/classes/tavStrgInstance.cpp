@@ -86,3 +86,32 @@ void returnDone(const char *function, const CMPIResult *rslt)
     TRACE_AS(function, kDetail, "CMReturnDone()");
     rslt->ft->returnDone(rslt);
 }
+
+CMPIInstance *buildInstance(const char *function, const CInfo *cInfo, const CMPIObjectPath *cop,
+                            const char **properties, const ClassDesc &desc, const char *recordParam, const void *record,
+                            KeySetter *setKey)
+{
+    TRACE_AS(function, kDetail, "_IN_");
+    if (cInfo == nullptr) {
+        return TRACED_AS(function, nullptr, kFailure, "_OUT_ param(cInfo) Failure!!");
+    }
+    if (cop == nullptr) {
+        return TRACED_AS(function, nullptr, kFailure, "_OUT_ Param(cop) Failure!!");
+    }
+    if (record == nullptr) {
+        return TRACED_AS(function, nullptr, kFailure, "_OUT_ Param(%s) Failure!!", recordParam);
+    }
+    const CmpiHolder<CMPIObjectPath> path(newPath(function, cInfo, cop, desc.cimName));
+    if (!path) {
+        return nullptr;
+    }
+    CmpiHolder<CMPIInstance> instance(newInstance(function, cInfo, path.get()));
+    if (!instance || !limitProperties(function, instance.get(), properties)) {
+        return nullptr;
+    }
+    if (setKey != nullptr) {
+        setKey(function, path.get(), instance.get(), record);
+    }
+    setProperties(function, instance.get(), desc, record);
+    return TRACED_AS(function, instance.handOver(), kDetail, "_OUT_");
+}

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "provider/runtime/tavCommonMode.h"
+#include "provider/runtime/tavCommonTrace.h"
 #include "store/records/tavStrgRecords.h"
 
 // Object path of a class in the namespace of cop.
@@ -14,6 +15,27 @@ bool limitProperties(const char *function, CMPIInstance *instance, const char **
 // Sets every published property of a class but its key, in order. A broker that refuses one is not heard: the instance
 // then lacks it.
 void setProperties(const char *function, CMPIInstance *instance, const ClassDesc &desc, const void *record);
+
+// Sets the key of an instance that has one.
+using KeySetter = void(const char *function, CMPIObjectPath *path, CMPIInstance *instance, const void *record);
+// The whole way from a record to an instance: checks, path, instance, filter, key, properties. recordParam names the
+// record in the trace of its absence.
+CMPIInstance *buildInstance(const char *function, const CInfo *cInfo, const CMPIObjectPath *cop,
+                            const char **properties, const ClassDesc &desc, const char *recordParam, const void *record,
+                            KeySetter *setKey = nullptr);
+
+// Frame of a GetInstance or EnumInstances handler: entry, check of cInfo, the answer, exit.
+template <class Answer> CMPIStatus tracedAnswer(const char *function, const CInfo *cInfo, Answer answer)
+{
+    TRACE_AS(function, kDetail, "_IN_");
+    CMPIStatus status{CMPI_RC_ERR_FAILED, nullptr};
+    if (cInfo == nullptr) {
+        TRACE_AS(function, kFailure, "param(cInfo) Failure!!");
+    } else {
+        status = answer();
+    }
+    return TRACED_AS(function, status, kDetail, "_OUT_");
+}
 
 // Whether a class's descriptor contradicts itself: records, but no array.
 inline bool lacksArray(const DatInfo &dat)

@@ -70,38 +70,11 @@ CMPIStatus readSingleton(const SingletonClass &member, const char *function, con
 CMPIStatus singletonGetInstance(const SingletonClass &member, const char *function, const CInfo *cInfo,
                                 const CMPIResult *rslt, const CMPIObjectPath *cop, const char **properties)
 {
-    TRACE_AS(function, kDetail, "_IN_");
-    CMPIStatus status{CMPI_RC_ERR_FAILED, nullptr};
-    if (cInfo == nullptr) {
-        TRACE_AS(function, kFailure, "param(cInfo) Failure!!");
-    } else {
-        status = answer(member, function, cInfo, rslt, cop, properties);
-    }
-    return TRACED_AS(function, status, kDetail, "_OUT_");
+    return tracedAnswer(function, cInfo, [&] { return answer(member, function, cInfo, rslt, cop, properties); });
 }
 
 CMPIInstance *singletonSetPropInst(const SingletonClass &member, const char *function, const CInfo *cInfo,
                                    const CMPIObjectPath *cop, const char **properties, const void *record)
 {
-    TRACE_AS(function, kDetail, "_IN_");
-    if (cInfo == nullptr) {
-        return TRACED_AS(function, nullptr, kFailure, "_OUT_ param(cInfo) Failure!!");
-    }
-    if (cop == nullptr) {
-        return TRACED_AS(function, nullptr, kFailure, "_OUT_ Param(cop) Failure!!");
-    }
-    if (record == nullptr) {
-        return TRACED_AS(function, nullptr, kFailure, "_OUT_ Param(%s) Failure!!", member.recordParam);
-    }
-    const ClassDesc &desc = kClasses[member.classId];
-    const CmpiHolder<CMPIObjectPath> path(newPath(function, cInfo, cop, desc.cimName));
-    if (!path) {
-        return nullptr;
-    }
-    CmpiHolder<CMPIInstance> instance(newInstance(function, cInfo, path.get()));
-    if (!instance || !limitProperties(function, instance.get(), properties)) {
-        return nullptr;
-    }
-    setProperties(function, instance.get(), desc, record);
-    return TRACED_AS(function, instance.handOver(), kDetail, "_OUT_");
+    return buildInstance(function, cInfo, cop, properties, kClasses[member.classId], member.recordParam, record);
 }
