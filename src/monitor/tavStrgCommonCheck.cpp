@@ -7,8 +7,6 @@
 
 #include <cstring>
 
-std::mutex g_collectionLock;
-
 namespace {
 
 void freeCollected(OwnedRecords &current, const char *function)

@@ -3,14 +3,8 @@
 
 #include "store/records/tavStrgCommonStore.h"
 
-#include <mutex>
-
 extern pthread_t gst_thid; // the monitoring thread; 0 when there is none. Read it through getThreadSts.
 extern CInfo *gst_thcInfo; // the broker handle and context of the thread, from memalloc; null when there is none
-
-// One collection at a time. Held for a whole pass, and for the collection that first builds the store. In service mode
-// nothing else keeps two requests apart that both find the thread gone. After the store lock, before a segment's.
-extern std::mutex g_collectionLock;
 
 // Address of the monitoring thread's identifier; 0 there means that no thread exists.
 pthread_t *strgGetThreadID();

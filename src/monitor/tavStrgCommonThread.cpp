@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <mutex>
 
 pthread_t gst_thid = 0;
 CInfo *gst_thcInfo = nullptr;
@@ -71,6 +72,7 @@ void strgExitThread(const CInfo *cInfo)
         TRACE(kFailure, "strgFreeInstance() Failure!!");
     }
     strgDestroyLocks();
-    gst_first = 0;
+    int32_t built = 2; // a request that builds the store anew meanwhile keeps its state
+    gst_first.compare_exchange_strong(built, 0);
     TRACE(kDetail, "_OUT_");
 }

@@ -41,7 +41,8 @@ CMPIStatus cleanUpNonService(const CInfo *cInfo, const char *function)
         return failed(cInfo, "strgFreeInstance Failure!!", "strgFreeInstance() Failure!!", function);
     }
     strgDestroyLocks(function);
-    gst_first = 0;
+    int32_t built = 2; // a stop may have said so before, and a request begun anew
+    gst_first.compare_exchange_strong(built, 0);
     return TRACED_AS(function, kOk, kDetail, "_OUT_");
 }
 

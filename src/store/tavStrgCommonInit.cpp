@@ -95,11 +95,8 @@ int collectFirst(const char *function)
 {
     TRACE_AS(function, kDetail, "strgGetCurrentInfo()");
     OwnedRecords collected;
-    {
-        const std::lock_guard held(g_collectionLock);
-        if (strgGetCurrentInfo(gst_SmartMode, collected.dat) != 0) {
-            return TRACED_AS(function, -1, kFailure, "_OUT_ strgGetCurrentInfo() Failure!!");
-        }
+    if (strgGetCurrentInfo(gst_SmartMode, collected.dat) != 0) {
+        return TRACED_AS(function, -1, kFailure, "_OUT_ strgGetCurrentInfo() Failure!!");
     }
     for (int id = TAV_CID_STRG_CTRL; id < TAV_CID_STRG_MAX; ++id) {
         const int32_t num = collected.dat[id].datNum;
@@ -161,6 +158,7 @@ int strgInitProvider(const CInfo *cInfo)
 
 int strgInitInstance(const CInfo *cInfo)
 {
+    const std::lock_guard held(g_collectionLock);
     TRACE(kDetail, "_IN_");
     releaseEarlierBuild();
     clearDescriptors();

@@ -127,4 +127,42 @@ TEST(Threads, CleanupsThatOverlapEachReturnAndFreeOnce)
     }
 }
 
+// A stop that is refused frees the store all the same, beside whatever goes on.
+TEST(Threads, RefusedStopsAndCleanupsBesideRequestsLeaveAStateThatLoads)
+{
+    sim::Machine machine(scenario::machineOfDisks(4));
+    Server server;
+    ASSERT_TRUE(server->enumInstances("TAV_StorageHardDisk").ok());
+    std::atomic<bool> stop = false;
+    std::vector<std::thread> clients;
+    const auto repeat = [&](auto request) {
+        clients.emplace_back([&stop, request] {
+            while (!stop) {
+                request();
+            }
+        });
+    };
+    repeat([&] { server->invokeMethod("TAV_StorageThread", "StopMonitoringThread"); });
+    for (int i = 0; i < 3; ++i) {
+        repeat([&] {
+            const Reply reply = server->enumInstances("TAV_StorageHardDisk");
+            EXPECT_TRUE(!reply.ok() || reply.instances.size() == 4U) << reply.instances.size();
+        });
+    }
+    repeat([&] {
+        const Reply reply = server->cleanupInstance(true);
+        EXPECT_THAT(reply.rc, testing::AnyOf(0, 1)) << reply.message;
+    });
+    std::this_thread::sleep_for(std::chrono::seconds(4));
+    stop = true;
+    for (std::thread &client : clients) {
+        client.join();
+    }
+    const std::string saved = machine.read("/opt/qlm/tavkit_sa/data/tavstrgsave.dat");
+    EXPECT_THAT(saved, testing::StartsWith("# Version=1.0.0.1\n"));
+    EXPECT_GE(saved.size(), 50U) << "configuration and totals are in it";
+    server->stop();
+    scenario::expectNothingLeft(*server);
+}
+
 } // namespace

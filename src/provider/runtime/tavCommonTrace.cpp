@@ -6,13 +6,27 @@
 #include <limits.h>
 #include <mutex>
 #include <syslog.h>
+#include <unistd.h>
 
 // Nothing in this file traces: it is what tracing stands on. What fails here goes to the system log.
 
 AgentFunctions g_Func;
 char g_logfnm[16];
+std::atomic<int32_t> g_tracing{0};
 
 namespace {
+
+constexpr int kUnloadWaits = 1000;        // about a second: a trace call writes one line
+constexpr useconds_t kUnloadPause = 1000; // 1 ms
+
+// Whether no thread is inside the trace library any more. Its pointers are null by now, so none goes in.
+bool tracingEnded()
+{
+    for (int waits = 0; g_tracing != 0 && waits < kUnloadWaits; ++waits) {
+        usleep(kUnloadPause);
+    }
+    return g_tracing == 0;
+}
 
 constexpr char kLibraryRoot[] = "/opt/qlm/tavkit_sa/"; // deliberate: compiled in, whatever the configuration file says
 constexpr char kTraceLibrary[] = "libtavlog.so";
@@ -125,7 +139,7 @@ void FinishProcess()
     if (void *const handle = trace.handle) {
         const auto traceLog = trace.TraceLog.exchange(nullptr);
         const auto setFilePath = trace.SetFilePath.exchange(nullptr);
-        if (dlclose(handle) == 0) {
+        if (tracingEnded() && dlclose(handle) == 0) {
             trace.handle = nullptr;
         } else {
             trace.SetFilePath = setFilePath;

@@ -56,6 +56,17 @@ int InitProcess(const char *logFileName);
 // Unloads the alert library, then the trace library. One whose dlclose fails stays as it was.
 void FinishProcess();
 
+// Calls into the trace library that are under way; FinishProcess unloads it only when there are none.
+extern std::atomic<int32_t> g_tracing;
+
+class TracingNow {
+public:
+    TracingNow() { g_tracing.fetch_add(1); }
+    ~TracingNow() { g_tracing.fetch_sub(1); }
+    TracingNow(const TracingNow &) = delete;
+    TracingNow &operator=(const TracingNow &) = delete;
+};
+
 inline void traceFormatIsChecked(const char *, ...) __attribute__((format(printf, 1, 2)));
 inline void traceFormatIsChecked(const char *, ...) {}
 

@@ -79,15 +79,15 @@ int resizeArea(DatInfo &ins, int32_t oldNum, int size)
         replaceRecords(ins, area == nullptr ? 0 : before.datNum, area);
         return area == nullptr ? -1 : 0;
     }
-    const std::unique_lock held(g_recordsLock);
-    ins.datAdr = memrealloc(ins.datAdr, size);
-    if (ins.datAdr == nullptr) {
-        ins.datNum = 0;
+    // Out of the descriptor while it is resized, which traces: nobody reads it then, and no lock is held.
+    void *const area = memrealloc(takeRecords(ins), size);
+    if (area == nullptr) {
         return -1;
     }
     const auto whole = static_cast<size_t>(size);
     const size_t kept = std::min(static_cast<size_t>(std::max(oldNum, 0)) * ins.datSize, whole);
-    std::memset(static_cast<uint8_t *>(ins.datAdr) + kept, 0, whole - kept);
+    std::memset(static_cast<uint8_t *>(area) + kept, 0, whole - kept);
+    replaceRecords(ins, before.datNum, area);
     return 0;
 }
 
@@ -109,14 +109,13 @@ int shmDestroy(const CInfo *cInfo, ShmInfo *shmInfo)
     if (lock.failed()) {
         TRACE(kFailure, "thmutex_lock Failure!!");
     }
-    if (::shmctl(segmentNow(*shmInfo).id, IPC_RMID, nullptr) == -1) {
+    if (::shmctl(takeSegment(*shmInfo).id, IPC_RMID, nullptr) == -1) {
         const int error = errno;
         TRACE(kFailure, "shmctl Failure!! errno=[%d]", error);
     }
     if (lock.unlock() != 0) {
         TRACE(kFailure, "thmutex_unlock Failure!!");
     }
-    setSegment(*shmInfo, kNoSegment, false);
     return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
 }
 
@@ -124,8 +123,7 @@ void shmDiscard(ShmInfo &shmInfo)
 {
     const Segment now = segmentNow(shmInfo);
     if (now.id > 0 && now.num > 0) {
-        ::shmctl(now.id, IPC_RMID, nullptr);
-        setSegment(shmInfo, kNoSegment, false);
+        ::shmctl(takeSegment(shmInfo).id, IPC_RMID, nullptr);
     }
 }
 

@@ -4,8 +4,7 @@
 #include "provider/runtime/tavCommonLock.h"
 #include "store/records/tavStrgRecords.h"
 
-// One class's segment. All zero before the first initialisation. The fields before the mutex are guarded by
-// g_recordsLock and, in service mode, changed only under the mutex.
+// One class's segment. All zero before the first initialisation. Its fields are guarded by g_recordsLock.
 struct ShmInfo {
     int32_t shmId;        // from shmget; -1 when there is none
     int32_t shmNum;       // records that the segment was sized for; 0 when there is none

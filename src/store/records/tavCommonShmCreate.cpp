@@ -53,11 +53,11 @@ int createEmpty(const char *path)
 enum class Attempt { made, retry, stop };
 
 // The segment of a key, if that key is free. An identifier of 0 is refused: it reads as "none" elsewhere.
-Attempt createSegment(key_t key, int size, int n, int &shmId, const char *function)
+Attempt createSegment(key_t key, int size, int n, int &shmId, int &error, const char *function)
 {
     TRACE_AS(function, kDetail, "shmget(0x%08x , %d)", static_cast<unsigned>(key), size);
     shmId = ::shmget(key, static_cast<size_t>(size), IPC_CREAT | IPC_EXCL | kPermissions);
-    const int error = errno;
+    error = errno;
     if (shmId > 0) {
         TRACE_AS(function, kDetail, "shmget[%d]=OK. shmId=[%d]", n, shmId);
         return Attempt::made;
@@ -73,33 +73,33 @@ Attempt createSegment(key_t key, int size, int n, int &shmId, const char *functi
     return Attempt::retry;
 }
 
-Attempt attempt(const KeyFile &file, int size, int n, int &shmId, const char *function)
+Attempt attempt(const KeyFile &file, int size, int n, int &shmId, int &error, const char *function)
 {
     if (!exists(file.path)) {
         TRACE_AS(function, kDetail, "KeyFile NewCreate(%s)", file.path);
         if (createEmpty(file.path) != 0) {
-            const int error = errno;
+            error = errno;
             TRACE_AS(function, kFailure, "_OUT_ fopen Failure!! fnm=[%s] errno=[%d]", file.path, error);
             return Attempt::stop;
         }
     }
     const key_t key = ::ftok(file.path, kProjectId);
     if (key == -1) {
-        const int error = errno;
+        error = errno;
         TRACE_AS(function, kFailure, "_OUT_ ftok Failure!! fnm=[%s] errno=[%d]", file.path, error);
         return Attempt::stop;
     }
-    return createSegment(key, size, n, shmId, function);
+    return createSegment(key, size, n, shmId, error, function);
 }
 
-// Tries keys until one is free. Returns the identifier, or -1.
-int findSegment(const KeyFile &file, int size, const char *function)
+// Tries keys until one is free. Returns the identifier, or -1 with the last error.
+int findSegment(const KeyFile &file, int size, int &error, const char *function)
 {
     RetiredFile retired;
     int n = 1;
     for (; n <= kAttempts; ++n) {
         int shmId = -1;
-        const Attempt outcome = attempt(file, size, n, shmId, function);
+        const Attempt outcome = attempt(file, size, n, shmId, error, function);
         if (outcome == Attempt::made) {
             return shmId;
         }
@@ -126,14 +126,15 @@ void removeRetired(const KeyFile &file, const char *function)
     }
 }
 
-int createUnderFreshKey(const char *keyFileBase, int cid, int size, const char *function)
+int createUnderFreshKey(const char *keyFileBase, int cid, int size, int &error, const char *function)
 {
     KeyFile file;
     if (!nameKeyFile(file, keyFileBase, cid)) {
+        error = ENAMETOOLONG;
         return TRACED_AS(function, -1, kFailure, "_OUT_ fopen Failure!! fnm=[%s] errno=[%d]", keyFileBase,
                          ENAMETOOLONG);
     }
-    const int shmId = findSegment(file, size, function);
+    const int shmId = findSegment(file, size, error, function);
     removeRetired(file, function);
     return shmId;
 }
@@ -162,12 +163,15 @@ int shmCreate(const CInfo *cInfo, ShmInfo *shmInfo, const char *keyFileBase, int
     if (lock.failed()) {
         return TRACED(-1, kFailure, "_OUT_ thmutex_lock Failure!!");
     }
-    const int shmId = createUnderFreshKey(keyFileBase, cid, size, __func__);
+    int error = 0;
+    const int shmId = createUnderFreshKey(keyFileBase, cid, size, error, __func__);
     if (lock.unlock() != 0) {
         if (shmId > 0) {
             ::shmctl(shmId, IPC_RMID, nullptr); // nobody learns of it
         }
         return TRACED(-1, kFailure, "_OUT_ thmutex_unlock Failure!!");
     }
-    return TRACED(shmId, kDetail, "_OUT_ ret=[%d]", shmId);
+    TRACE(kDetail, "_OUT_ ret=[%d]", shmId);
+    errno = error; // callers tell it
+    return shmId;
 }

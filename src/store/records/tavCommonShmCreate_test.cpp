@@ -1,6 +1,7 @@
 #include "store/records/tavCommonShmFixture_test.h"
 #include "support/trace_watch.h"
 
+#include <cerrno>
 #include <dlfcn.h>
 
 namespace {
@@ -126,7 +127,10 @@ TEST_F(ShmCreate, ANameTooLongForAPathIsAFileThatCannotBeMade)
 TEST_F(ShmCreate, AKeyThatCannotBeMadeStopsIt)
 {
     sim::failNth(sim::Call::segment, 1); // ftok
-    EXPECT_EQ(shmCreate(&cInfo, &shm, kBase, 3, 8), -1);
+    const int id = shmCreate(&cInfo, &shm, kBase, 3, 8);
+    const int error = errno;
+    EXPECT_EQ(id, -1);
+    EXPECT_EQ(error, EIO) << "for the callers to tell, whatever was called and traced since";
     EXPECT_TRUE(
         trace->has(kFailure, std::string("_OUT_ ftok Failure!! fnm=[") + kKeyFile + "] errno=[5]", "shmCreate"));
 }

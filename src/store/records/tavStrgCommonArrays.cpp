@@ -110,6 +110,13 @@ void setSegment(ShmInfo &shm, Segment segment, bool storeNewer)
     shm.storeNewer = storeNewer;
 }
 
+Segment takeSegment(ShmInfo &shm)
+{
+    const std::unique_lock held(g_recordsLock);
+    shm.storeNewer = false;
+    return {std::exchange(shm.shmId, -1), std::exchange(shm.shmNum, 0), std::exchange(shm.shmAdr, nullptr)};
+}
+
 void setAttachment(ShmInfo &shm, void *adr)
 {
     const std::unique_lock held(g_recordsLock);

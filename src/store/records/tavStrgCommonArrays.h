@@ -54,6 +54,8 @@ struct Segment {
 Segment segmentNow(const ShmInfo &shm);
 // storeNewer: the segment was made for records that it was not given yet.
 void setSegment(ShmInfo &shm, Segment segment, bool storeNewer);
+// Empties the entry and gives what it held, so that one who removes a segment cannot empty an entry that got a new one.
+Segment takeSegment(ShmInfo &shm);
 // Notes where the segment is attached.
 void setAttachment(ShmInfo &shm, void *adr);
 

@@ -53,10 +53,12 @@ size_t sizeNow(const DatInfo *records)
     return stateFileSize(records);
 }
 
+// A store that was freed meanwhile is no state to save: without configuration and totals nobody could read the file.
 bool compose(const DatInfo *records, std::span<uint8_t> out)
 {
     const std::shared_lock held(g_recordsLock);
-    return composeStateFile(records, out);
+    return recordsHeld(records[TAV_CID_STRG_CONF]) == 1 && recordsHeld(records[TAV_CID_STRG_TNUM]) == 1 &&
+           composeStateFile(records, out);
 }
 
 void traceSizes(const DatInfo *records, size_t size, const char *function)

@@ -56,6 +56,18 @@ TEST_F(Save, ATemporaryFileLeftByACrashIsOverwritten)
     EXPECT_FALSE(machine.exists(kTemporary));
 }
 
+TEST_F(Save, AStoreThatWasFreedMeanwhileDoesNotReplaceTheFile)
+{
+    ASSERT_EQ(save(), SaveResult::saved);
+    const std::string good = machine.read(kSavedStateFile);
+    for (const int id : {TAV_CID_STRG_TNUM, TAV_CID_STRG_CONF}) {
+        std::free(takeRecords(instSt[id]));
+        EXPECT_EQ(save(), SaveResult::notWritten) << id;
+        EXPECT_EQ(machine.read(kSavedStateFile), good) << id;
+        EXPECT_FALSE(machine.exists(kTemporary));
+    }
+}
+
 TEST_F(Save, WithoutADirectoryItIsAFailedOpen)
 {
     machine.remove("/opt/qlm/tavkit_sa/data");

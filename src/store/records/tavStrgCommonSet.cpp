@@ -45,6 +45,7 @@ int strgSetInstance(const CInfo *cInfo)
 
 int strgFreeInstance(const CInfo *cInfo)
 {
+    const std::lock_guard held(g_collectionLock);
     TRACE(kDetail, "_IN_");
     int ret = 0;
     for (int id = 0; id < TAV_CID_STRG_MAX; ++id) {

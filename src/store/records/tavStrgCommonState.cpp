@@ -10,6 +10,7 @@ std::atomic<int32_t> gst_first{0};
 std::atomic<int32_t> gst_SleepSec{60};
 std::atomic<int32_t> gst_SmartMode{0};
 std::shared_mutex g_recordsLock;
+std::mutex g_collectionLock;
 
 bool strgTakeConfig()
 {

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <mutex>
 #include <shared_mutex>
 
 extern DatInfo instSt[TAV_CID_STRG_MAX]; // the records behind every answer
@@ -22,6 +23,11 @@ constexpr char kShmKeyFileBase[] = "/opt/qlm/tavkit_sa/work/tavstrgshm.key";
 // locks: nothing else is locked while it is held exclusively.
 extern std::shared_mutex g_recordsLock;
 
+// One of these at a time: a monitoring pass, the building of the store, its freeing. Held for the whole of it; in
+// service mode nothing else keeps two requests apart that both find the thread gone. After the store lock, before a
+// segment's.
+extern std::mutex g_collectionLock;
+
 // Reads one class's records: holds g_recordsLock shared and brings the descriptor up to what the store has now, so that
 // it cannot point at an array that was replaced since it was handed out.
 class RecordsReader {
@@ -34,7 +40,8 @@ private:
 
 // Publishes the whole store to shared memory and saves it to the file; takes the store lock. 0, or -1.
 int strgSetInstance(const CInfo *cInfo);
-// Frees every record array and destroys every segment; takes no store lock. 0, or -1 if a destruction failed.
+// Frees every record array and destroys every segment, between passes; takes no store lock. 0, or -1 if a destruction
+// failed.
 int strgFreeInstance(const CInfo *cInfo);
 // Copies every class that has records into its segment. 0, or -1 after the first failure. Traces each class and the
 // failure in the name of the function that publishes.
