@@ -4,7 +4,7 @@ add_compile_options(-fstack-protector-strong)
 add_link_options(-Wl,-z,now -Wl,-z,relro -Wl,--as-needed)
 
 if(TAV_SANITIZE)
-  add_compile_options(-fsanitize=${TAV_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all -O1)
+  add_compile_options(-fsanitize=${TAV_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all -O1 -g1)
   add_link_options(-fsanitize=${TAV_SANITIZE})
 elseif(TAV_COVERAGE)
   add_compile_options(--coverage -O0)

@@ -114,7 +114,7 @@ int strgGetCurrentInfo(int smartmode, DatInfo *descriptors)
     TRACE(kDetail, "_IN_ smartmode=[%d]", smartmode);
     g_SmartMode = smartmode;
     if (descriptors == nullptr) {
-        return TRACED(-1, kFailure, "_OUT_ param(descriptors) Failure!!");
+        return TRACED(-1, kDetail, "_OUT_ param(descriptors) Failure!!");
     }
     if (chooseTransport(__func__) < 0) {
         return -1;

@@ -19,6 +19,7 @@ void expectFailed(const std::string &json, const std::string &dllMain)
     EXPECT_TRUE(trace.has(kDetail, dllMain, "DllMain"));
     EXPECT_TRUE(trace.has(kFailure, "DllMain Failure!!", "strgGetCurrentInfo"));
     EXPECT_EQ(trace.textsOf("strgGetCurrentInfo").back(), "_OUT_ ret=[TAV_FALSE]");
+    EXPECT_TRUE(trace.has(kDetail, "_OUT_ ret=[TAV_FALSE]", "strgGetCurrentInfo"));
     const std::vector<std::string> texts = trace.texts();
     const int device = positionOf(trace, "DllMain Failure!!");
     ASSERT_GE(device, 0);
@@ -65,12 +66,48 @@ TEST(CollectionFailure, OfEachDiscoveryListFreesTheListsBeforeIt)
         sim::failNth(sim::Call::list, nth);
         EXPECT_EQ(GetSCSIAndIDEInfoListFromProc(), -1);
         sim::failNth(sim::Call::list, 0);
-        EXPECT_TRUE(trace.has(kFailure, texts[nth - 1], "GetSCSIAndIDEInfoListFromProc")) << nth;
+        EXPECT_TRUE(trace.has(kDetail, texts[nth - 1], "GetSCSIAndIDEInfoListFromProc")) << nth;
         EXPECT_EQ(g_SCSIDeviceInfo, nullptr);
         EXPECT_EQ(g_SCSIControllerTypeDetail, nullptr);
         EXPECT_EQ(g_IDEGeneralInfo.controllers, nullptr);
         EXPECT_EQ(g_IDEGeneralInfo.devices, nullptr);
     }
+}
+
+// The building alone, without the freeing that a collection adds to it.
+void expectBuildFreed(const std::string &json, const std::string &dllMain)
+{
+    const sim::Machine machine(json);
+    TraceRecorder trace;
+    EXPECT_EQ(DllMain(), -1);
+    EXPECT_EQ(trace.textsOf("DllMain").back(), dllMain);
+    // There was something to free.
+    EXPECT_TRUE(trace.has(kDetail, "_OUT_ ret=[0]", "GetSCSIAndIDEInfoListFromProc"));
+    EXPECT_EQ(g_SCSIDeviceInfo, nullptr);
+    EXPECT_EQ(g_SCSIControllerTypeDetail, nullptr);
+    EXPECT_EQ(g_IDEGeneralInfo.controllers, nullptr);
+    EXPECT_EQ(g_IDEGeneralInfo.devices, nullptr);
+}
+
+TEST(CollectionFailure, OfTheDeviceTablesFreesListsAndControllerTables)
+{
+    expectBuildFreed(R"({"hosts": [{"driver": "ahci", "devices": [{"id": 0, "ata": true},
+                         {"id": 1, "vendor": "SEAGATE"}]}], "files": {"storage.inf": "ahci\n"}})",
+                     "_OUT_ InitDevice() failed, leafstrg initialize failed");
+    EXPECT_EQ(pCtrlTbl, nullptr);
+    EXPECT_EQ(pSCSICtrlTbl, nullptr);
+    EXPECT_EQ(pDriverTbl, nullptr);
+    EXPECT_EQ(pSCSIDevTbl, nullptr);
+    EXPECT_EQ(pHDDevTbl, nullptr);
+    freeCollection();
+}
+
+TEST(CollectionFailure, OfTheControllerTablesFreesTheLists)
+{
+    expectBuildFreed(R"({"hosts": [{"driver": "ahci", "devices": [{"ata": true}]}],
+                         "ide": {"channels": [{"name": "idex"}], "drives": []}, "files": {"storage.inf": "ahci\n"}})",
+                     "_OUT_ InitController() failed, leafstrg initialize failed");
+    freeCollection();
 }
 
 TEST(CollectionFailure, OfTheControllerTables)
@@ -116,15 +153,21 @@ TEST(CollectionFailure, TheNextCollectionStartsFromZero)
 // Trace lines without allocating: the allocations that are made to fail are the product's alone.
 char g_lines[64][128];
 int g_lineCount;
+char g_last[128]; // text of the collection's last line, and its level
+int g_lastLevel;
 void keepFailure(int level, const char *, const char *function, int, const char *format, ...)
 {
-    if (level != kFailure || std::strcmp(function, "strgGetCurrentInfo") != 0 || g_lineCount >= 64) {
+    if (std::strcmp(function, "strgGetCurrentInfo") != 0) {
         return;
     }
     va_list args;
     va_start(args, format);
-    std::vsnprintf(g_lines[g_lineCount++], sizeof g_lines[0], format, args);
+    std::vsnprintf(g_last, sizeof g_last, format, args);
     va_end(args);
+    g_lastLevel = level;
+    if (level == kFailure && g_lineCount < 64) {
+        std::memcpy(g_lines[g_lineCount++], g_last, sizeof g_last);
+    }
 }
 
 class Failures : public testing::Test {
@@ -218,9 +261,12 @@ TEST_F(Failures, EachClassReportsThatItsRecordsCouldNotBeAllocated)
     const unsigned arrays = std::size(texts); // the last allocations of a collection
     for (unsigned i = 0; i < arrays; ++i) {
         g_lineCount = 0;
+        g_lastLevel = -1;
         EXPECT_TRUE(collectFailing(sim::Call::allocate, all - arrays + i + 1));
         ASSERT_EQ(g_lineCount, 1) << i;
         EXPECT_STREQ(g_lines[0], texts[i]);
+        EXPECT_STREQ(g_last, "_OUT_ ret=[TAV_FALSE]");
+        EXPECT_EQ(g_lastLevel, kDetail);
     }
     EXPECT_EQ(failed_, arrays);
 }

@@ -37,7 +37,7 @@ int GetSCSIAndIDEInfoListFromProc()
     int32_t status = 0;
     int result = GetSCSIDeviceInfoFromProc(&g_SCSIDeviceInfo, &g_SCSIDeviceTotalNumber, &status);
     if (builderFailed(result, status)) {
-        return TRACED(-1, kFailure, "_OUT_ GetSCSIDeviceInfoFromProc() Failure!! status=[%d]", status);
+        return TRACED(-1, kDetail, "_OUT_ GetSCSIDeviceInfoFromProc() Failure!! status=[%d]", status);
     }
 
     status = 0;
@@ -45,13 +45,13 @@ int GetSCSIAndIDEInfoListFromProc()
                                              &g_SCSIControllerTotalNumber, &status);
     if (builderFailed(result, status)) {
         FreeSCSIDeviceInfo(&g_SCSIDeviceInfo);
-        return TRACED(-1, kFailure, "_OUT_ GetSCSIControllerTypeDetailInfo() Failure!! status=[%d]", status);
+        return TRACED(-1, kDetail, "_OUT_ GetSCSIControllerTypeDetailInfo() Failure!! status=[%d]", status);
     }
 
     if (GetIDEInfoFromProc(&g_IDEGeneralInfo) < 0) {
         FreeSCSIControllerTypeDetailInfo(&g_SCSIControllerTypeDetail);
         FreeSCSIDeviceInfo(&g_SCSIDeviceInfo);
-        return TRACED(-1, kFailure, "_OUT_ GetIDEInfoFromProc() Failure!!");
+        return TRACED(-1, kDetail, "_OUT_ GetIDEInfoFromProc() Failure!!");
     }
     return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
 }

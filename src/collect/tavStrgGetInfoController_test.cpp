@@ -266,6 +266,22 @@ TEST_F(Controllers, AnAdapterThatCameAfterTheCountingFails)
     EXPECT_EQ(InitController(), -1);
 }
 
+TEST_F(Controllers, AreCountedAndAllocatedInTheirOrder)
+{
+    ASSERT_EQ(init("{}"), 0);
+    std::vector<std::string> begun;
+    for (const TraceRecord &record : trace_.records()) {
+        if (record.text.starts_with("_IN_") &&
+            (record.function.starts_with("Malloc") || record.function.ends_with("Number_Leaf"))) {
+            begun.push_back(record.function);
+        }
+    }
+    EXPECT_EQ(begun,
+              (std::vector<std::string>{"GetIDEControllerNumber_Leaf", "GetSCSIControllerNumber_Leaf",
+                                        "MallocController", "MallocSCSIControllerTable", "MallocIDEControllerTable",
+                                        "MallocPortTable", "MallocDriverTable", "MallocControllerTable"}));
+}
+
 TEST_F(Controllers, FreeingNullsEveryTableInItsOrder)
 {
     ASSERT_EQ(init(R"({"hosts": [{"driver": "ahci"}], "ide": {"channels": [{"name": "ide0"}], "drives": []},

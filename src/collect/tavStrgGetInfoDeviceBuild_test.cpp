@@ -14,6 +14,7 @@ protected:
     ~DeviceBuild() override { freeCollection(); }
     int collect(const std::string &json)
     {
+        machine_.reset(); // one machine at a time
         machine_ = std::make_unique<sim::Machine>(json);
         trace_.clear();
         return DllMain();
@@ -51,6 +52,75 @@ TEST_F(DeviceBuild, AHardDiskEntryHasEveryField)
     EXPECT_EQ(pSCSIDevTbl[2].classCodes[0], 2);
     EXPECT_EQ(pSCSIDevTbl[2].classCodes[1], 1);
     EXPECT_STREQ(pSCSIDevTbl[2].SerialNumber, "SECOND");
+}
+
+TEST_F(DeviceBuild, ADiskThatIsLeftOutTakesADeviceNumberButNoIndex)
+{
+    for (const char *const first : {"usb-storage", "virtio_scsi"}) { // the second is not in the administrator's file
+        SCOPED_TRACE(first);
+        const std::string hosts = std::string(R"({"hosts": [{"number": 0, "driver": ")") + first +
+                                  R"(", "devices": [{"ata": true}]}, {"number": 1, "driver": "ahci", "devices": [)" +
+                                  R"({"ata": true, "serial": "KEPT", "identifyWords": {"20": 0}}]}],)";
+        ASSERT_EQ(collect(hosts + R"( "files": {"storage.inf": "ahci\n"}})"), 0);
+        ASSERT_EQ(hd_dev_cnt, 1);
+        EXPECT_EQ(pHDDevTbl[0].Index, 1);
+        EXPECT_EQ(pHDDevTbl[0].InterfaceTypeIndex, 1);
+        EXPECT_EQ(pHDDevTbl[0].DeviceNumber, 8 * 256 + 16);
+        EXPECT_STREQ(pHDDevTbl[0].DevPath, "/dev/sdb");
+        EXPECT_STREQ(pSCSIDevTbl[0].SerialNumber, "KEPT");
+        freeCollection();
+    }
+}
+
+TEST_F(DeviceBuild, AnUnmanagedDiskBetweenManagedOnesLeavesNoGapInTheNumbers)
+{
+    machine_ = std::make_unique<sim::Machine>(R"({"hosts": [{"driver": "ahci", "devices": [
+        {"id": 0, "ata": true, "model": "FIRST", "serial": "S1", "identifyWords": {"20": 0}},
+        {"id": 1, "ata": true, "model": "MIDDLE", "serial": "S2", "identifyWords": {"20": 0}},
+        {"id": 2, "ata": true, "model": "LAST", "serial": "S3", "identifyWords": {"20": 0}}]}],
+        "files": {"storage.inf": "ahci\n"}})");
+    ASSERT_EQ(GetSCSIAndIDEInfoListFromProc(), 0);
+    SCSISurroundings around("test");
+    ASSERT_EQ(around.loadUSB(), 0);
+    ASSERT_EQ(around.loadHosts(), 0);
+    ASSERT_NE(g_SCSIDeviceInfo, nullptr);
+    ASSERT_NE(g_SCSIDeviceInfo->next, nullptr);
+    addUnmanaged(g_SCSIDeviceInfo->next->vendor, g_SCSIDeviceInfo->next->model);
+    around.checkUnmanaged = true;
+    resetDeviceCounters();
+    countSCSIDevices(g_SCSIDeviceInfo, around);
+    ASSERT_EQ(TotalSCSIDevice, 2);
+    ASSERT_EQ(MallocDeviceTable(), 0);
+    SCSIDiskNameTable names;
+    ASSERT_NE(GetSCSIDeviceName_IDArray(g_SCSIDeviceInfo, &names), 0);
+    ASSERT_EQ(fillSCSIDevices(g_SCSIDeviceInfo, &names, around), 0);
+    ASSERT_EQ(scsi_dev_cnt, 2);
+    ASSERT_EQ(hd_dev_cnt, 2);
+    const char *const serials[] = {"S1", "S3"};
+    const uint16_t numbers[] = {8 * 256, 8 * 256 + 32}; // the disk that is left out has the one between
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(pSCSIDevTbl[i].Index, i + 1);
+        EXPECT_EQ(pSCSIDevTbl[i].DeviceTypeIndex, i + 1);
+        EXPECT_STREQ(pSCSIDevTbl[i].SerialNumber, serials[i]);
+        EXPECT_EQ(pHDDevTbl[i].Index, i + 1);
+        EXPECT_EQ(pHDDevTbl[i].InterfaceTypeIndex, i + 1);
+        EXPECT_EQ(pHDDevTbl[i].DeviceNumber, numbers[i]);
+    }
+    around.release();
+}
+
+TEST_F(DeviceBuild, ADiskThatStaysScsiBeginsWithSmartSupportedAndNotEnabled)
+{
+    machine_ = std::make_unique<sim::Machine>(R"({"hosts": [{"driver": "ahci", "devices": [{"vendor": "ACME"}]}]})");
+    resetDeviceCounters();
+    TotalHDDevice = 1;
+    ASSERT_EQ(MallocDeviceTable(), 0);
+    ASSERT_EQ(MakeSCSIHDDevice("/dev/sda"), 0);
+    ASSERT_EQ(hd_dev_cnt, 1);
+    EXPECT_TRUE(trace_.has(kDetail, "manufacturer [ACME    ]", "fetch_sata_type")); // asked, and answered
+    EXPECT_EQ(pHDDevTbl[0].DevKind, 0U);
+    EXPECT_EQ(pHDDevTbl[0].SmartSupport, 1U);
+    EXPECT_EQ(pHDDevTbl[0].SmartEnableState, 0U);
 }
 
 TEST_F(DeviceBuild, ADiskIsAskedForItsKindAfterItsGeometry)

@@ -77,6 +77,7 @@ TEST_F(IdeDevices, ADiskGetsAnIdeAndAHardDiskEntry)
     EXPECT_EQ(disk.DeviceNumber, 22 * 256);
     EXPECT_STREQ(disk.DevPath, "hdc");
     EXPECT_EQ(disk.SmartPredict, 0);
+    EXPECT_EQ(disk.DevKind, 1U);
     EXPECT_EQ(disk.SmartSupport, 1U);
     EXPECT_EQ(disk.SmartEnableState, 0U);
 }

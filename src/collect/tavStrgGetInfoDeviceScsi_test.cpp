@@ -163,6 +163,7 @@ TEST_F(ScsiDevices, ADeviceWithoutADriverIsSkippedWithItsTraces)
     ASSERT_EQ(build(), 0);
     const int at = positionOf(trace_, "######## Do not management ########");
     ASSERT_GE(at, 0);
+    EXPECT_TRUE(trace_.has(kDetail, "######## Do not management ########", "MakeSCSIDeviceTable"));
     EXPECT_EQ(trace_.texts()[static_cast<size_t>(at) + 1], "    host=9,vender=V,model=M,scsirev=REV");
     EXPECT_EQ(trace_.texts()[static_cast<size_t>(at) + 2], "    type=CD-ROM ansirevision=5,channel=2,Id=3,lun=4");
     EXPECT_TRUE(trace_.has(kDetail, "    type=CD-ROM ansirevision=5,channel=2,Id=3,lun=4", "MakeSCSIDeviceTable"));
@@ -193,6 +194,7 @@ TEST_F(ScsiDevices, AnUnmanagedDiskIsSkippedWithItsTraces)
     EXPECT_EQ(pSCSIDevTbl[0].DeviceType, 1);
     const int at = positionOf(trace_, "** NoManage Continue **");
     ASSERT_GE(at, 0);
+    EXPECT_TRUE(trace_.has(kDetail, "** NoManage Continue **", "MakeSCSIDeviceTable"));
     EXPECT_EQ(trace_.texts()[static_cast<size_t>(at) + 1], "    host=0,vender=ACME,model=M,scsirev=REV");
     EXPECT_EQ(trace_.texts()[static_cast<size_t>(at) + 2],
               "    type=Direct-Access ansirevision=5,channel=2,Id=3,lun=4");

@@ -240,6 +240,9 @@ TEST_F(SysDeviceList, TracesEachDeviceAndTheirNumber)
     EXPECT_EQ(texts, (Texts{"_IN_", "SCSIDeviceInfo(0) Host=[3] Channel=[2] ID=[5] LUN=[7]",
                             "                   Vender=[MAKER] Model=[MODEL A]",
                             "                   ScsiRev=[1.0] Type=[Direct-Access]", "_OUT_ (0) totalNumber=[1]"}));
+    for (const std::string &text : texts) {
+        EXPECT_TRUE(trace.has(0, text, "sys_GetSCSIDeviceInfoFromSys")) << text;
+    }
 }
 
 TEST_F(SysDeviceList, AMissingDirectoryIsStatus1)

@@ -199,6 +199,9 @@ TEST_F(CreatStorageInfoTableTest, RefusedLinesAreSkippedAndTraced)
                           "MP or DP appears more than 1 times", "line is too long",
                           "this line of storage.inf file is invalid", "this line of storage.inf file is invalid",
                           "_OUT_ return 1"}));
+    for (const std::string &text : own) {
+        EXPECT_TRUE(trace.has(0, text, "CreatStorageInfoTable")) << text;
+    }
 }
 
 TEST_F(CreatStorageInfoTableTest, ALineIsMeasuredWithoutItsEnd)

@@ -49,6 +49,9 @@ TEST(Collection, TracesEachClassInItsOrder)
     }
     expected.emplace_back("_OUT_ ret=[TAV_TRUE]");
     EXPECT_EQ(trace.textsOf("strgGetCurrentInfo"), expected);
+    for (const std::string &text : expected) {
+        EXPECT_TRUE(trace.has(kDetail, text, "strgGetCurrentInfo")) << text;
+    }
 }
 
 TEST(Collection, LeavesConfigurationAndTotalsAlone)
@@ -68,7 +71,7 @@ TEST(Collection, WithoutDescriptorsFails)
     TraceRecorder trace;
     EXPECT_EQ(strgGetCurrentInfo(2, nullptr), -1);
     EXPECT_EQ(g_SmartMode, 2);
-    EXPECT_TRUE(trace.has(kFailure, "_OUT_ param(descriptors) Failure!!", "strgGetCurrentInfo"));
+    EXPECT_TRUE(trace.has(kDetail, "_OUT_ param(descriptors) Failure!!", "strgGetCurrentInfo"));
 }
 
 TEST(Collection, AnOlderKernelThan269UsesTheOlderTransport)

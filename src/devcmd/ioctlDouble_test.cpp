@@ -7,6 +7,7 @@
 #include <cstring>
 #include <dirent.h>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <linux/fs.h>
@@ -37,6 +38,8 @@ extern "C" int ioctl(int fd, unsigned long request, ...) noexcept
         return -1;
     }
     current->descriptors.push_back(fd);
+    const int flags = ::fcntl(fd, F_GETFL);
+    current->modes.push_back(flags < 0 ? -1 : flags & O_ACCMODE);
     const int error = current->take(request, argument);
     if (error != 0) {
         errno = error;

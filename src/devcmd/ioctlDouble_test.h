@@ -22,6 +22,7 @@ public:
 
     std::vector<unsigned long> requests; // that came in
     std::vector<int> descriptors;        // on which they came in
+    std::vector<int> modes;              // access mode of each of these, -1 when it is not open
 
 private:
     Answer answer_;
@@ -47,6 +48,9 @@ struct SgRequest {
 class ScsiDouble {
 public:
     explicit ScsiDouble(std::vector<SgReply> replies);
+
+    // Access mode of the descriptor of each request.
+    const std::vector<int> &modes() const { return ioctl_.modes; }
 
     std::vector<SgRequest> sent;
 

@@ -138,6 +138,20 @@ TEST_F(GeometryTest, RecordedDisksHaveTheirGeometry)
     }
 }
 
+TEST_F(GeometryTest, NodesAreOpenedForReadingOnly)
+{
+    disk = kAhciDisk;
+    HardDiskEntry entry{};
+    StrgGeoInfo geo{};
+    ASSERT_EQ(GetSCSIHDGeometry(node.path(), &entry), 0);
+    ASSERT_FALSE(ioctl.modes.empty());
+    EXPECT_THAT(ioctl.modes, testing::Each(O_RDONLY));
+    ioctl.modes.clear();
+    ASSERT_EQ(GetGeoFromKernel(node.path(), &geo), 0);
+    ASSERT_FALSE(ioctl.modes.empty());
+    EXPECT_THAT(ioctl.modes, testing::Each(O_RDONLY));
+}
+
 TEST_F(GeometryTest, GeoFromKernelFailures)
 {
     StrgGeoInfo geo{1, 2, 3, 4};

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -50,6 +51,7 @@ TEST(FetchSataType, ADiskOfVendorAtaThatAnswersIdentifyIsSata)
     EXPECT_THAT(traces.textsOf("fetch_sata_type"),
                 ElementsAre("_IN_", "manufacturer [ATA     ]", "[" + path + "] is SATA.", "_OUT_"));
     EXPECT_EQ(openDescriptors(), before);
+    EXPECT_THAT(device.modes(), ElementsAre(O_RDWR, O_RDWR));
 }
 
 TEST(FetchSataType, ADiskOfVendorAtaThatFailsTheIdentifyStaysScsi)
