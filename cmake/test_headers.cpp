@@ -1,5 +1,5 @@
-// Carries the precompiled headers of all test programs. A program and no library: their code is position-independent in a
-// way of its own.
+// Carries the precompiled headers of all test programs. A program and no library: their code is position-independent in
+// a way of its own.
 int main()
 {
     return 0;

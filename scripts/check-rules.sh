@@ -54,7 +54,7 @@ breach "nothing is left for later" \
   "$(grep -rnE '\b(TODO|FIXME|XXX|HACK)\b' --include='*.cpp' --include='*.h' --include='*.sh' --include='*.md' --include='CMakeLists.txt' . --exclude-dir=build --exclude-dir=.git | grep -v 'scripts/check-rules.sh')"
 
 if command -v clang-format >/dev/null; then
-    mapfile -t formatted < <(find src tools tests bench -name '*.cpp' -o -name '*.h' | sort)
+    mapfile -t formatted < <(find src tools tests bench cmake -name '*.cpp' -o -name '*.h' | sort)
     breach "the project's own format (clang-format -i FILE)" \
     "$(clang-format --dry-run "${formatted[@]}" 2>&1 | grep -E 'warning:' | cut -d: -f1 | sort -u)"
 fi
