@@ -27,7 +27,7 @@ bool reloadFromThread(const CInfo *cInfo, int classId, const char *function)
         }
     } else {
         TRACE_AS(function, kDetail, "shmSt[%d].shmNum=0", classId);
-        std::free(takeRecords(instSt[classId]));
+        std::free(takeRecordsWithoutSegment(instSt[classId], shmSt[classId]));
     }
     TRACE_AS(function, kDetail, "- return TRUE classID=[%d]-", classId);
     strgLogDumpInstanceDat(classId, instSt);

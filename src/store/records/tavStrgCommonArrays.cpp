@@ -55,6 +55,16 @@ void *takeRecords(DatInfo &dat)
     return std::exchange(dat.datAdr, nullptr);
 }
 
+void *takeRecordsWithoutSegment(DatInfo &dat, const ShmInfo &shm)
+{
+    const std::unique_lock held(g_recordsLock);
+    if (shm.shmNum > 0) {
+        return nullptr;
+    }
+    dat.datNum = 0;
+    return std::exchange(dat.datAdr, nullptr);
+}
+
 bool overwriteRecords(DatInfo &dat, int32_t num, const void *records, ShmInfo *shm)
 {
     const std::unique_lock held(g_recordsLock);

@@ -24,6 +24,9 @@ bool copyRecord(const DatInfo &dat, int32_t i, std::span<uint8_t> out);
 void replaceRecords(DatInfo &dat, int32_t num, void *adr, ShmInfo *shm = nullptr);
 // Takes the array out of a descriptor and sets its count to 0. The caller frees it.
 void *takeRecords(DatInfo &dat);
+// The same, only if the class has no segment at that very moment; else null. A pass may have made one, and given the
+// store the records for it, since somebody looked.
+void *takeRecordsWithoutSegment(DatInfo &dat, const ShmInfo &shm);
 // Copies num records over those that are there; false, and nothing is done, when there are not just as many.
 bool overwriteRecords(DatInfo &dat, int32_t num, const void *records, ShmInfo *shm = nullptr);
 // Overwrites record i; false when there is no such record.
