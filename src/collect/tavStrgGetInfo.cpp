@@ -2,11 +2,10 @@
 
 #include "collect/tavStrgGetInfoCollect.h"
 #include "collect/tavStrgGetInfoCollectRecords.h"
+#include "devcmd/tavStrgGetInfoSmart.h"
 #include "devcmd/tavStrgGetInfoTransport.h"
 
 #include <sys/utsname.h>
-
-int32_t g_SmartMode = 0;
 
 namespace {
 

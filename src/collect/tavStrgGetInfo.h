@@ -3,8 +3,6 @@
 
 #include "store/records/tavStrgRecords.h"
 
-extern int32_t g_SmartMode; // SMART mode of the collection that runs; only 1 switches SMART handling on
-
 // Collects a snapshot into the nine classes 2 to 10 of the eleven descriptors; those of configuration and totals stay.
 // 0, or -1: all or nothing, but after a failure the caller still frees every non-null array of classes 2 to 10.
 // Two collections must never run at once.

@@ -1,6 +1,7 @@
 #include "collect/tavStrgGetInfo.h"
 
 #include "collect/tavStrgGetInfoSnapshotFixture_test.h"
+#include "devcmd/tavStrgGetInfoSmart.h"
 #include "devcmd/tavStrgGetInfoTransport.h"
 
 #include <memory>

@@ -2,6 +2,8 @@
 
 #include "provider/runtime/tavCommonTrace.h"
 
+int32_t g_SmartMode = 0;
+
 void TAVStorageSmartWatch(HardDiskEntry *)
 {
     TRACE(kDetail, "_IN_");
