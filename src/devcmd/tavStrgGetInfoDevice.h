@@ -1,4 +1,4 @@
-// Opening of device nodes and of kernel text files, and error texts: for the device routines alone.
+// Opening of device nodes and of kernel text files, and error texts: for the device routines and the endurance table.
 #pragma once
 
 #include <cstdio>
@@ -7,8 +7,8 @@
 // and a FIFO in place of the node (opening one would wait for its other end), are failed opens.
 int openDevice(const char *path, int mode);
 
-// Opens a text file of procfs for reading: a stream, which the caller closes, or null with errno. Anything but a
-// regular file in its place is a failed open.
+// Opens a text file of procfs or of the agent for reading: a stream, which the caller closes, or null with errno.
+// Anything but a regular file in its place is a failed open.
 std::FILE *openProcText(const char *path);
 
 // The text of an errno value, without the shared buffer of strerror.

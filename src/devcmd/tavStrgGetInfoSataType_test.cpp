@@ -1,11 +1,9 @@
 #include "devcmd/ioctlDouble_test.h"
-#include "devcmd/tavStrgGetInfoSmart.h"
 #include "devcmd/tavStrgGetInfoTransport.h"
 #include "provider/runtime/tavCommonText.h"
 #include "support/trace_recorder.h"
 
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -151,21 +149,6 @@ TEST(FetchSataType, ANullEntryIsTraced)
     fetch_sata_type(nullptr);
     EXPECT_THAT(traces.texts(), ElementsAre("_IN_", "_OUT_ hdt is NULL"));
     EXPECT_EQ(traces.records().back().level, 3);
-}
-
-TEST(SmartWatch, SendsNothingAndLeavesTheEntryAsItIs)
-{
-    const NodeFile node;
-    HardDiskEntry disk{};
-    copyText(disk.DevPath, node.path());
-    disk.SmartSupport = 1;
-    HardDiskEntry before;
-    memcpy(&before, &disk, sizeof disk);
-    IoctlDouble device([](unsigned long, void *) { return 0; });
-    TAVStorageSmartWatch(&disk);
-    TAVStorageSmartWatch(nullptr);
-    EXPECT_TRUE(device.requests.empty());
-    EXPECT_EQ(memcmp(&before, &disk, sizeof disk), 0);
 }
 
 } // namespace

@@ -3,11 +3,8 @@
 #include "provider/runtime/tavCommonTrace.h"
 
 #include <cstring>
-#include <string_view>
 
-namespace {
-
-std::string_view trimmed(std::string_view text)
+std::string_view withoutSpace(std::string_view text)
 {
     const size_t first = text.find_first_not_of(" \n\t");
     const size_t last = text.find_last_not_of(" \n\r\t");
@@ -18,8 +15,6 @@ std::string_view trimmed(std::string_view text)
     return text.substr(first, last - first + 1);
 }
 
-} // namespace
-
 void del_space(char *text)
 {
     TRACE(kDetail, "_IN_");
@@ -27,7 +22,7 @@ void del_space(char *text)
         TRACE(kFailure, "_OUT_ param(text) Failure!!");
         return;
     }
-    const std::string_view kept = trimmed({text, ::strnlen(text, kDelSpaceMax)});
+    const std::string_view kept = withoutSpace({text, ::strnlen(text, kDelSpaceMax)});
     const size_t length = kept.size();
     if (length > 0) {
         std::memmove(text, kept.data(), length);

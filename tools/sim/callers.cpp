@@ -1,5 +1,6 @@
 #include "sim/callers.h"
 
+#include "sim/acting.h"
 #include "sim/thread.h"
 
 #include <array>
@@ -201,6 +202,7 @@ bool strikes(Call kind, const void *returnAddress, const char *function)
     if (!isProduct(returnAddress, function)) {
         return false;
     }
+    callComes(kind);
     const auto index = static_cast<size_t>(kind);
     made[index].fetch_add(1, std::memory_order_relaxed);
     unsigned left = armed[index].load(std::memory_order_relaxed);

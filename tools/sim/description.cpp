@@ -82,6 +82,8 @@ void readExceptions(Fields fields, ExceptionsDescription &exceptions)
     exceptions.mrie = fields.number<int>("mrie", 0);
     exceptions.fixedMrie = fields.number<int>("fixedMrie", -1);
     exceptions.savable = fields.flag("savable", false);
+    exceptions.changeableDexcpt = fields.flag("changeableDexcpt", true);
+    exceptions.changeableMrie = fields.flag("changeableMrie", true);
     exceptions.blockDescriptor = fields.flag("blockDescriptor", true);
     exceptions.canSelect = fields.flag("canSelect", true);
     exceptions.unitAttention = fields.flag("unitAttention", false);
@@ -148,6 +150,7 @@ DeviceDescription readDevice(Fields fields, int host)
     device.revision = fields.text("revision", "1.0");
     device.serial = fields.text("serial", "");
     device.ansiVersion = fields.number<unsigned>("ansiVersion", 5);
+    device.descriptorSense = fields.flag("descriptorSense", false);
     const bool hasBlocks = device.hasDiskName() || device.type == kCdrom || device.type == kWorm;
     readSize(fields, device, device.hasDiskName() ? uint64_t(100) << 30 : hasBlocks ? uint64_t(8) << 20 : 0);
     device.node = fields.text("node", fields.isNull("node") ? kNoNode : "");

@@ -78,8 +78,10 @@ struct ExceptionsDescription {
     bool sixByte = true, tenByte = true; // forms of MODE SENSE that the disk knows
     bool dexcpt = false;                 // exception control disabled
     int mrie = 0;                        // method of reporting
-    int fixedMrie = -1; // MODE SELECT changes the method to this, whatever it asks for; -1: it does as asked
-    bool savable = false;
+    int fixedMrie = -1;           // MODE SELECT changes the method to this, whatever it asks for; -1: it does as asked
+    bool savable = false;         // MODE SELECT may save, and the disk keeps saved values
+    bool changeableDexcpt = true; // else MODE SELECT may not ask for another value than there is
+    bool changeableMrie = true;
     bool blockDescriptor = true;
     bool canSelect = true;
     bool unitAttention = false; // the command after a MODE SELECT is answered by a unit attention
@@ -101,6 +103,7 @@ struct DeviceDescription {
     int openError = 0;                // opening the node fails with it
     unsigned delayMs = 0;             // every request takes so long
     unsigned ansiVersion = 5;
+    bool descriptorSense = false; // sense data in descriptor format (a SCSI disk's D_SENSE)
     SmartDescription smart;
     ExceptionsDescription exceptions;
     std::vector<Fault> faults;

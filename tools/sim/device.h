@@ -13,17 +13,23 @@
 
 namespace sim {
 
+// What mode page 1C holds.
+struct ExceptionsSettings {
+    bool dexcpt = false;
+    uint8_t mrie = 0;
+    uint8_t flags = 0; // byte 2 but for DEXCPT
+};
+
 struct Device {
     std::string name; // "/dev/sda", for the log
     DeviceDescription is;
     bool gone = false; // taken out of the machine, or the machine is no more
     // State that commands change:
     bool smartEnabled = true;
-    bool dexcpt = false;
-    uint8_t mrie = 0;
-    uint8_t exceptionFlags = 0; // byte 2 of mode page 1C but for DEXCPT
-    bool oldKernel = false;     // before 2.6: an ioctl hands out more of the result
-    bool attention = false;     // the next command is answered by a unit attention
+    ExceptionsSettings exceptions; // the current ones
+    ExceptionsSettings savedExceptions;
+    bool oldKernel = false; // before 2.6: an ioctl hands out more of the result
+    bool attention = false; // the next command is answered by a unit attention
     std::vector<uint8_t> lastSense;
     std::vector<unsigned> seen; // per fault: requests of its kind so far
     uint64_t random = 1;        // state of the device's random numbers
@@ -69,6 +75,8 @@ ScsiReply pageCommand(Device &device, std::span<const uint8_t> cdb, std::span<co
 
 // Fixed-format sense data of a failed command.
 ScsiReply checkCondition(uint8_t key, uint8_t asc, uint8_t ascq = 0);
+// The same sense data in descriptor format.
+std::vector<uint8_t> inDescriptorFormat(std::span<const uint8_t> fixed);
 constexpr uint8_t kIllegalRequest = 5;
 constexpr uint8_t kInvalidOpcode = 0x20;
 constexpr uint8_t kInvalidField = 0x24;

@@ -1,8 +1,7 @@
 // ATA commands, as ACS-3 tells them: IDENTIFY (PACKET) DEVICE and SMART.
 #include "sim/device.h"
 #include "sim/identify.h"
-
-#include <algorithm>
+#include "sim/smart_data.h"
 
 namespace sim {
 
@@ -12,6 +11,8 @@ constexpr uint8_t kIdentifyDevice = 0xEC;
 constexpr uint8_t kIdentifyPacketDevice = 0xA1;
 constexpr uint8_t kSmart = 0xB0;
 constexpr uint8_t kSmartReadData = 0xD0;
+constexpr uint8_t kSmartReadThresholds = 0xD1;
+constexpr uint8_t kSmartReadLog = 0xD5;
 constexpr uint8_t kSmartEnable = 0xD8;
 constexpr uint8_t kSmartDisable = 0xD9;
 constexpr uint8_t kSmartReturnStatus = 0xDA;
@@ -23,31 +24,6 @@ AtaReply aborted(const AtaRegisters &registers)
     reply.error = 0x04;  // ABRT
     reply.registers.count = registers.count;
     return reply;
-}
-
-std::vector<uint8_t> smartData(const DeviceDescription &device)
-{
-    std::vector<uint8_t> data(512);
-    data[0] = 1; // revision of the structure
-    constexpr size_t kEntries = 30;
-    constexpr size_t kEntryLength = 12;
-    const std::vector<SmartAttribute> &attributes = device.smart.attributes;
-    for (size_t i = 0; i < std::min(attributes.size(), kEntries); ++i) {
-        uint8_t *entry = data.data() + 2 + i * kEntryLength;
-        entry[0] = attributes[i].id;
-        entry[1] = static_cast<uint8_t>(attributes[i].flags);
-        entry[2] = static_cast<uint8_t>(attributes[i].flags >> 8);
-        entry[3] = attributes[i].current;
-        entry[4] = attributes[i].worst;
-        std::copy(attributes[i].raw.begin(), attributes[i].raw.end(), entry + 5);
-        entry[11] = attributes[i].threshold;
-    }
-    uint8_t sum = 0;
-    for (const uint8_t byte : data) {
-        sum = static_cast<uint8_t>(sum + byte);
-    }
-    data[511] = static_cast<uint8_t>(-sum);
-    return data;
 }
 
 AtaReply smartCommand(Device &device, const AtaRegisters &registers)
@@ -68,7 +44,12 @@ AtaReply smartCommand(Device &device, const AtaRegisters &registers)
         reply.registers.lbaMid = smart.lbaMid;
         reply.registers.lbaHigh = smart.lbaHigh;
     } else if (registers.features == kSmartReadData) {
-        reply.data = smartData(device.is);
+        reply.data = smartData(smart);
+    } else if (registers.features == kSmartReadThresholds) {
+        reply.data = smartThresholds(smart);
+    } else if (registers.features == kSmartReadLog && registers.count == 1) { // each log is one sector long
+        reply.data = smartLog(registers.lbaLow);
+        return reply.data.empty() ? aborted(registers) : reply;
     } else {
         return aborted(registers);
     }

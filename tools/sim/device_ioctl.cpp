@@ -145,6 +145,13 @@ Fault timedOut()
     return fault;
 }
 
+// To an ATA disk the kernel sends ATA commands alone: it answers the SCSI ones itself.
+void count(MachineState &machine, const Device &device, const RequestKind &kind)
+{
+    ++machine.requests;
+    machine.toDevices += (device.is.ata ? kind.ata : kind.scsi) ? 1U : 0U;
+}
+
 void keepInLog(MachineState &machine, const Device &device, const Request &request)
 {
     constexpr size_t kLongest = 1 << 17; // of a test that never forgets
@@ -176,6 +183,7 @@ int answer(Device &device, unsigned long number, void *argument)
             ++machine->unknownIoctls;
             result = failWith(ENOTTY);
         } else {
+            count(*machine, device, request.kind);
             keepInLog(*machine, device, request);
             Plan plan = planFor(device, request.kind);
             const auto limit =
@@ -203,8 +211,8 @@ void describeDevice(Device &device, const DeviceDescription &now, uint64_t seed)
         device.smartEnabled = now.smart.enabled;
     }
     if (fresh || before.exceptions.dexcpt != now.exceptions.dexcpt || before.exceptions.mrie != now.exceptions.mrie) {
-        device.dexcpt = now.exceptions.dexcpt;
-        device.mrie = static_cast<uint8_t>(now.exceptions.mrie);
+        device.exceptions = {now.exceptions.dexcpt, static_cast<uint8_t>(now.exceptions.mrie), 0};
+        device.savedExceptions = device.exceptions;
     }
     if (fresh || before.faults.size() != now.faults.size()) {
         device.seen.assign(now.faults.size(), 0);

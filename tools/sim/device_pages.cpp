@@ -10,21 +10,45 @@ namespace {
 constexpr uint8_t kExceptionsPage = 0x1C;
 constexpr uint8_t kAllPages = 0x3F;
 constexpr uint8_t kExceptionsLog = 0x2F;
-constexpr uint8_t kPredicted = 0x5D; // ASC: failure prediction threshold exceeded
+constexpr uint8_t kInvalidListField = 0x26; // ASC: invalid field in the parameter list
+constexpr uint8_t kPredicted = 0x5D;        // ASC: failure prediction threshold exceeded
 
 bool predicts(const Device &device)
 {
-    return device.is.exceptions.predicting && !device.dexcpt;
+    return device.is.exceptions.predicting && !device.exceptions.dexcpt;
 }
 
-std::vector<uint8_t> exceptionsPage(const Device &device)
+constexpr uint8_t kPageSavable = 0x80;
+constexpr uint8_t kDexcpt = 0x08;
+constexpr uint8_t kMrie = 0x0F;
+constexpr uint8_t kFlags = 0xB7; // PERF, EBF, EWASC, TEST, EBACKERR, LOGERR
+
+enum class PageControl : uint8_t { current, changeable, defaults, saved };
+
+std::vector<uint8_t> pageOf(const ExceptionsDescription &is, const ExceptionsSettings &settings)
 {
     std::vector<uint8_t> page(12);
-    page[0] = static_cast<uint8_t>(kExceptionsPage | (device.is.exceptions.savable ? 0x80 : 0));
+    page[0] = static_cast<uint8_t>(kExceptionsPage | (is.savable ? kPageSavable : 0));
     page[1] = 0x0A;
-    page[2] = static_cast<uint8_t>(device.exceptionFlags | (device.dexcpt ? 0x08 : 0));
-    page[3] = device.mrie;
+    page[2] = static_cast<uint8_t>(settings.flags | (settings.dexcpt ? kDexcpt : 0));
+    page[3] = settings.mrie;
     return page;
+}
+
+std::vector<uint8_t> exceptionsPage(const Device &device, PageControl control)
+{
+    const ExceptionsDescription &is = device.is.exceptions;
+    switch (control) {
+    case PageControl::changeable: // ones where MODE SELECT may change something
+        return pageOf(is, {is.changeableDexcpt, is.changeableMrie ? kMrie : uint8_t{0}, kFlags});
+    case PageControl::defaults:
+        return pageOf(is, {is.dexcpt, static_cast<uint8_t>(is.mrie), 0});
+    case PageControl::saved:
+        return pageOf(is, device.savedExceptions);
+    case PageControl::current:
+        break;
+    }
+    return pageOf(is, device.exceptions);
 }
 
 std::vector<uint8_t> blockDescriptor(const Device &device)
@@ -62,9 +86,13 @@ ScsiReply modeSense(const Device &device, std::span<const uint8_t> cdb, bool ten
     if (page != kAllPages && (page != kExceptionsPage || !exceptions.supported)) {
         return invalidPage(device);
     }
+    const auto control = static_cast<PageControl>(cdb[2] >> 6);
+    if (control == PageControl::saved && !exceptions.savable) {
+        return checkCondition(kIllegalRequest, 0x39); // saving parameters not supported
+    }
     const bool withDescriptor = exceptions.blockDescriptor && (cdb[1] & 0x08) == 0; // DBD
     const std::vector<uint8_t> descriptor = withDescriptor ? blockDescriptor(device) : std::vector<uint8_t>();
-    const std::vector<uint8_t> body = exceptions.supported ? exceptionsPage(device) : std::vector<uint8_t>();
+    const std::vector<uint8_t> body = exceptions.supported ? exceptionsPage(device, control) : std::vector<uint8_t>();
     const size_t header = tenByte ? 8 : 4;
     ScsiReply reply;
     std::vector<uint8_t> &data = reply.data;
@@ -85,11 +113,22 @@ ScsiReply modeSense(const Device &device, std::span<const uint8_t> cdb, bool ten
     return reply;
 }
 
+bool mayBecome(const Device &device, const ExceptionsSettings &wanted)
+{
+    const ExceptionsDescription &is = device.is.exceptions;
+    return (is.changeableDexcpt || wanted.dexcpt == device.exceptions.dexcpt) &&
+           (is.changeableMrie || wanted.mrie == device.exceptions.mrie);
+}
+
 ScsiReply modeSelect(Device &device, std::span<const uint8_t> cdb, std::span<const uint8_t> list, bool tenByte)
 {
     const ExceptionsDescription &exceptions = device.is.exceptions;
     if (!exceptions.supported || !exceptions.canSelect) {
         return checkCondition(kIllegalRequest, kInvalidOpcode);
+    }
+    const bool save = (cdb[1] & 0x01) != 0; // SP
+    if (save && !exceptions.savable) {
+        return checkCondition(kIllegalRequest, kInvalidField);
     }
     list = list.first(std::min<size_t>(list.size(), tenByte ? static_cast<size_t>(cdb[7] << 8 | cdb[8]) : cdb[4]));
     const size_t header = tenByte ? 8 : 4;
@@ -101,11 +140,20 @@ ScsiReply modeSelect(Device &device, std::span<const uint8_t> cdb, std::span<con
         return checkCondition(kIllegalRequest, 0x1A);
     }
     if ((list[at] & 0x3F) != kExceptionsPage || list[at + 1] != 0x0A) {
-        return checkCondition(kIllegalRequest, 0x26); // invalid field in the parameter list
+        return checkCondition(kIllegalRequest, kInvalidListField);
     }
-    device.dexcpt = (list[at + 2] & 0x08) != 0;
-    device.exceptionFlags = list[at + 2] & 0xF7;
-    device.mrie = static_cast<uint8_t>(exceptions.fixedMrie >= 0 ? exceptions.fixedMrie : list[at + 3] & 0x0F);
+    const ExceptionsSettings wanted{(list[at + 2] & kDexcpt) != 0, static_cast<uint8_t>(list[at + 3] & kMrie),
+                                    static_cast<uint8_t>(list[at + 2] & kFlags)};
+    if (!mayBecome(device, wanted)) {
+        return checkCondition(kIllegalRequest, kInvalidListField);
+    }
+    device.exceptions = wanted;
+    if (exceptions.fixedMrie >= 0) {
+        device.exceptions.mrie = static_cast<uint8_t>(exceptions.fixedMrie);
+    }
+    if (save) {
+        device.savedExceptions = device.exceptions;
+    }
     device.attention = exceptions.unitAttention;
     return {};
 }
@@ -150,11 +198,14 @@ ScsiReply requestSense(const Device &device, std::span<const uint8_t> cdb)
 {
     constexpr uint8_t kOnRequest = 6;
     ScsiReply reply = checkCondition(0, 0);
-    reply.data = device.lastSense.empty() ? reply.sense : device.lastSense;
-    if (device.lastSense.empty() && predicts(device) && device.mrie == kOnRequest) {
-        reply.data[12] = kPredicted;
-        reply.data[13] = 0xFF;
+    if (predicts(device) && device.exceptions.mrie == kOnRequest) {
+        reply.sense[12] = kPredicted;
+        reply.sense[13] = 0xFF;
     }
+    const bool descriptors = device.is.descriptorSense && !device.is.ata;
+    reply.data = !device.lastSense.empty() ? device.lastSense
+                 : descriptors             ? inDescriptorFormat(reply.sense)
+                                           : reply.sense;
     reply.data.resize(std::min<size_t>(reply.data.size(), cdb[4]));
     if (!device.is.ata) {
         reply.status = 0;

@@ -153,6 +153,12 @@ ScsiReply checkCondition(uint8_t key, uint8_t asc, uint8_t ascq)
     return reply;
 }
 
+std::vector<uint8_t> inDescriptorFormat(std::span<const uint8_t> fixed)
+{
+    const auto code = static_cast<uint8_t>((fixed[0] & 0x7F) + 2);
+    return {code, static_cast<uint8_t>(fixed[2] & 0x0F), fixed[12], fixed[13], 0, 0, 0, 0};
+}
+
 RequestKind kindOfScsi(std::span<const uint8_t> cdb)
 {
     const uint8_t opcode = cdb.empty() ? 0xFF : cdb[0];
@@ -198,6 +204,9 @@ ScsiReply scsiCommand(Device &device, std::span<const uint8_t> cdb, std::span<co
         reply = inquiry(device, cdb);
     } else if (kind != Kind::testUnitReady) {
         reply = pageCommand(device, cdb, dataOut);
+    }
+    if (device.is.descriptorSense && !device.is.ata && !reply.sense.empty()) {
+        reply.sense = inDescriptorFormat(reply.sense);
     }
     device.lastSense = reply.sense;
     return reply;

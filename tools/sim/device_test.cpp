@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <linux/fs.h>
 #include <linux/hdreg.h>
+#include <numeric>
 #include <thread>
 
 namespace {
@@ -128,6 +129,66 @@ TEST(AtaDisk, AFailingOneSaysSo)
     const Result result = send(node, kSmartStatus, SG_DXFER_NONE);
     EXPECT_EQ(result.sense[17], 0xF4);
     EXPECT_EQ(result.sense[19], 0x2C);
+}
+
+// SMART READ LOG of one sector, as a disk's programs send it.
+std::vector<uint8_t> readLog(uint8_t address, uint8_t sectors = 1)
+{
+    return {0x85, 8, 0x0E, 0, 0xD5, 0, sectors, 0, address, 0, 0x4F, 0, 0xC2, 0, 0xB0, 0};
+}
+const std::vector<uint8_t> kSmartThresholds{0x85, 8, 0x0E, 0, 0xD1, 0, 1, 0, 0, 0, 0x4F, 0, 0xC2, 0, 0xB0, 0};
+
+uint8_t sumOf(const Result &result)
+{
+    return std::accumulate(result.data.begin(), result.data.end(), uint8_t{0});
+}
+
+TEST(AtaDisk, SmartSectorsTellWhatTheDiskCan)
+{
+    const sim::Machine machine(disk(kAta + R"(, "smart": {"attributes": [{"id": 5, "threshold": 10}, {"id": 9}]})"));
+    const Node node("/dev/sda");
+    const Result data = send(node, kSmartData);
+    EXPECT_EQ(data.data[2], 5);
+    EXPECT_EQ(data.data[367] & 0x10, 0x10); // self-tests
+    EXPECT_EQ(data.data[370], 1);           // error logging
+    EXPECT_EQ(sumOf(data), 0);
+    const Result thresholds = send(node, kSmartThresholds);
+    EXPECT_EQ(thresholds.header.status, 0);
+    EXPECT_EQ(thresholds.text(0, 5), std::string("\x01\0\x05\x0A\0", 5));
+    EXPECT_EQ(thresholds.data[14], 9);
+    EXPECT_EQ(sumOf(thresholds), 0);
+    const Result identify = send(node, kIdentify);
+    for (const size_t word : {84, 87}) {
+        EXPECT_EQ(identify.data[2 * word] & 3, 3) << word;
+    }
+}
+
+TEST(AtaDisk, SmartLogsAreThereWithoutAnEntry)
+{
+    const sim::Machine machine(disk(kAta));
+    const Node node("/dev/sda");
+    const Result directory = send(node, readLog(0));
+    EXPECT_EQ(directory.header.status, 0);
+    EXPECT_EQ(directory.text(0, 4), std::string("\x01\0\x01\0", 4));
+    EXPECT_EQ(directory.data[12], 1);
+    for (const uint8_t log : {uint8_t{1}, uint8_t{6}}) {
+        const Result result = send(node, readLog(log));
+        EXPECT_EQ(result.header.status, 0);
+        EXPECT_EQ(result.data[0], 1);
+        EXPECT_EQ(sumOf(result), 0);
+    }
+    for (const auto &refused : {readLog(7), readLog(1, 0), readLog(1, 2)}) {
+        EXPECT_EQ(send(node, refused).header.status, 2);
+    }
+}
+
+TEST(AtaDisk, WithoutSmartThereIsNeitherThresholdNorLog)
+{
+    const sim::Machine machine(disk(kAta + R"(, "smart": {"supported": false})"));
+    const Node node("/dev/sda");
+    EXPECT_EQ(send(node, kSmartThresholds).header.status, 2);
+    EXPECT_EQ(send(node, readLog(1)).header.status, 2);
+    EXPECT_EQ(send(node, kIdentify).data[2 * 84] & 3, 0);
 }
 
 TEST(AtaDisk, SwitchedOffSmartRefusesDataAndStatus)
@@ -276,6 +337,87 @@ TEST(ScsiDisk, OneWithoutThePageOrTheCommandSaysWhich)
     list[19] = 6;
     EXPECT_EQ(send(node, {0x55, 0x10, 0, 0, 0, 0, 0, 0, 28, 0}, SG_DXFER_TO_DEV, 28, list).header.status, 0);
     EXPECT_EQ(send(node, kModeSense10).data[19], 4);
+}
+
+std::vector<uint8_t> modeSense6(uint8_t pageControl)
+{
+    return {0x1A, 0, static_cast<uint8_t>(pageControl << 6 | 0x1C), 0, 0xFF, 0};
+}
+
+// MODE SELECT(6) of byte 2 and 3 of the exceptions page, on a disk without block descriptor.
+Result select(const Node &node, uint8_t flags, uint8_t mrie, bool save = false)
+{
+    const auto options = static_cast<uint8_t>(save ? 0x11 : 0x10);
+    return send(node, {0x15, options, 0, 0, 16, 0}, SG_DXFER_TO_DEV, 16, {0, 0, 0, 0, 0x1C, 0x0A, flags, mrie});
+}
+
+TEST(ScsiDisk, KeepsCurrentDefaultAndSavedValuesApart)
+{
+    const sim::Machine machine(
+        disk(R"("exceptions": {"savable": true, "dexcpt": true, "mrie": 3, "blockDescriptor": false})"));
+    const Node node("/dev/sda");
+    EXPECT_EQ(send(node, modeSense6(0)).data[4], 0x9C); // PS
+    EXPECT_EQ(select(node, 0x10, 6, true).header.status, 0);
+    EXPECT_EQ(select(node, 0x10, 4, false).header.status, 0);
+    const uint8_t expected[4][2] = {{0x10, 4}, {0xBF, 0x0F}, {0x08, 3}, {0x10, 6}};
+    for (uint8_t control = 0; control < 4; ++control) {
+        const Result page = send(node, modeSense6(control));
+        EXPECT_EQ(page.data[6], expected[control][0]) << int(control);
+        EXPECT_EQ(page.data[7], expected[control][1]) << int(control);
+    }
+}
+
+TEST(ScsiDisk, SavesNothingUnlessItCan)
+{
+    const sim::Machine machine(disk(R"("exceptions": {"blockDescriptor": false})"));
+    const Node node("/dev/sda");
+    EXPECT_EQ(send(node, modeSense6(0)).data[4], 0x1C);
+    EXPECT_EQ(send(node, modeSense6(3)).sense[12], 0x39);
+    EXPECT_EQ(select(node, 0x08, 6, true).sense[12], 0x24);
+    EXPECT_TRUE(machine.smartSwitchedOn("/dev/sda"));
+}
+
+TEST(ScsiDisk, RefusesToChangeWhatIsNotChangeable)
+{
+    const sim::Machine machine(disk(R"("exceptions": {"changeableMrie": false, "changeableDexcpt": false, "mrie": 4,
+        "blockDescriptor": false})"));
+    const Node node("/dev/sda");
+    const Result changeable = send(node, modeSense6(1));
+    EXPECT_EQ(changeable.data[6], 0xB7);
+    EXPECT_EQ(changeable.data[7], 0);
+    EXPECT_EQ(select(node, 0, 6).sense[12], 0x26);
+    EXPECT_EQ(select(node, 0x08, 4).sense[12], 0x26);
+    EXPECT_EQ(select(node, 0x10, 4).header.status, 0);
+    EXPECT_EQ(send(node, modeSense6(0)).data[6], 0x10);
+}
+
+TEST(ScsiDisk, SenseDataMayBeInDescriptorFormat)
+{
+    const sim::Machine machine(
+        disk(R"("descriptorSense": true, "exceptions": {"modeSense10": false, "mrie": 6, "predicting": true})"));
+    const Node node("/dev/sda");
+    EXPECT_THAT(send(node, kModeSense10).senseBytes(), ElementsAre(0x72, 5, 0x20, 0, 0, 0, 0, 0));
+    EXPECT_EQ(send(node, kRequestSense).text(0, 4), std::string("\x72\x05\x20\0", 4)); // of the command before
+    EXPECT_EQ(send(node, kRequestSense).text(0, 4), std::string("\x72\0\x5D\xFF", 4));
+}
+
+TEST(Device, TellsWhatCommandsHaveSwitched)
+{
+    const sim::Machine machine(
+        R"({"hosts": [{"devices": [{"ata": true}, {"id": 1, "exceptions": {"blockDescriptor": false}},
+        {"id": 2, "ata": true, "smart": {"supported": false}}, {"id": 3, "exceptions": {"supported": false}}]}]})");
+    const Node ata("/dev/sda");
+    const Node scsi("/dev/sdb");
+    EXPECT_TRUE(machine.smartSwitchedOn("/dev/sda"));
+    EXPECT_TRUE(machine.smartSwitchedOn("/dev/sdb"));
+    for (const char *none : {"/dev/sdc", "/dev/sdd", "/dev/sde"}) {
+        EXPECT_FALSE(machine.smartSwitchedOn(none)) << none;
+    }
+    EXPECT_TRUE(machine.commands().empty());
+    send(ata, kSmartDisable, SG_DXFER_NONE);
+    select(scsi, 0x08, 0);
+    EXPECT_FALSE(machine.smartSwitchedOn("/dev/sda"));
+    EXPECT_FALSE(machine.smartSwitchedOn("/dev/sdb"));
 }
 
 struct Legacy {

@@ -70,10 +70,11 @@ IdentifyBlock identifyBlock(const DeviceDescription &device, bool smartEnabled)
     putWord(block, 80, 0x00F0);
     putWord(block, 82, packet ? 0 : 0x4020 | smart); // NOP, write cache, SMART
     putWord(block, 83, packet ? 0 : 0x7400);         // 01b: words 82 and 83 are valid; 48-bit addresses
-    putWord(block, 84, packet ? 0 : 0x4000);
+    const unsigned logs = smart != 0 ? 3 : 0;        // SMART error logging, SMART self-test
+    putWord(block, 84, packet ? 0 : 0x4000 | logs);
     putWord(block, 85, packet ? 0 : 0x4020U | (smart != 0 && smartEnabled ? 1U : 0U));
     putWord(block, 86, packet ? 0 : 0x3400);
-    putWord(block, 87, packet ? 0 : 0x4000);
+    putWord(block, 87, packet ? 0 : 0x4000 | logs);
     for (const auto &[word, value] : device.identifyWords) {
         putWord(block, word, value);
     }

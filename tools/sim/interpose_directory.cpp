@@ -1,8 +1,11 @@
-// Listing of directories.
+// Listing of directories, and the directory that a process works in. Relative paths are the kernel's: after a chdir
+// into the machine they lead there, but a device node that is opened by one is no device.
 #include "sim/blocks.h"
 #include "sim/interpose.h"
 
+#include <cstring>
 #include <dirent.h>
+#include <unistd.h>
 
 using namespace sim;
 
@@ -17,6 +20,21 @@ constinit Real<int(DIR *)> realClosedir{"closedir"};
 constinit Real<int(DIR *)> realDirfd{"dirfd"};
 constinit Real<ScanFunction> realScandir{"scandir"};
 constinit Real<ScanFunction> realScandir64{"scandir64"};
+constinit Real<int(const char *)> realChdir{"chdir"};
+constinit Real<char *(char *, size_t)> realGetcwd{"getcwd"};
+constinit Real<char *(char *, size_t, size_t)> realGetcwdChk{"__getcwd_chk"};
+
+char *toldDirectory(char *path)
+{
+    if (path != nullptr && thisThread.inside == 0) {
+        const size_t length = withoutRoot(path, std::strlen(path));
+        path[length] = '\0';
+        if (length == 0) {
+            std::strcpy(path, "/");
+        }
+    }
+    return path;
+}
 
 int scanThrough(Real<ScanFunction> &real, bool product, const char *path, dirent ***list, Filter *filter,
                 Compare *compare)
@@ -39,6 +57,9 @@ SIM_EXPORT DIR *simOpendir(const char *path) __asm__("opendir");
 SIM_EXPORT int simClosedir(DIR *directory) __asm__("closedir");
 SIM_EXPORT int simScandir(const char *path, dirent ***list, Filter *filter, Compare *compare) __asm__("scandir");
 SIM_EXPORT int simScandir64(const char *path, dirent ***list, Filter *filter, Compare *compare) __asm__("scandir64");
+SIM_EXPORT int simChdir(const char *path) __asm__("chdir");
+SIM_EXPORT char *simGetcwd(char *to, size_t size) __asm__("getcwd");
+SIM_EXPORT char *simGetcwdChk(char *to, size_t size, size_t room) __asm__("__getcwd_chk");
 
 extern "C" DIR *simOpendir(const char *path)
 {
@@ -76,4 +97,20 @@ extern "C" int simScandir64(const char *path, dirent ***list, Filter *filter, Co
         return failedWith(ENOMEM);
     }
     return scanThrough(realScandir64, SIM_IS_PRODUCT("scandir64"), path, list, filter, compare);
+}
+
+extern "C" int simChdir(const char *path)
+{
+    followDescription();
+    return realChdir(Translated(path).c_str());
+}
+
+extern "C" char *simGetcwd(char *to, size_t size)
+{
+    return toldDirectory(realGetcwd(to, size));
+}
+
+extern "C" char *simGetcwdChk(char *to, size_t size, size_t room)
+{
+    return toldDirectory(realGetcwdChk(to, size, room));
 }

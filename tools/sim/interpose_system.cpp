@@ -1,5 +1,7 @@
 // ioctl, uname, sleeping, shared-memory segments, loading of libraries.
+#include "sim/acting.h"
 #include "sim/interpose.h"
+#include "sim/sanitizers.h"
 
 #include <atomic>
 #include <cstdarg>
@@ -41,6 +43,7 @@ std::set<int> &segments()
 
 constinit std::atomic<bool> skipping{false};
 constinit std::atomic<int64_t> sleptNanoseconds{0};
+constinit std::atomic<unsigned> shortening{1};
 
 constexpr int64_t kNanosecondsPerSecond = 1000000000;
 
@@ -69,6 +72,11 @@ void skipSleeps(bool skip)
 {
     skipping = skip;
     sleptNanoseconds = 0;
+}
+
+void shortenSleeps(unsigned times)
+{
+    shortening = times == 0 ? 1 : times;
 }
 
 double sleptSeconds()
@@ -132,22 +140,41 @@ extern "C" int simUname(utsname *name)
 
 extern "C" unsigned simSleep(unsigned seconds)
 {
-    return skips(SIM_IS_PRODUCT("sleep"), seconds * kNanosecondsPerSecond) ? 0 : realSleep(seconds);
+    const bool product = SIM_IS_PRODUCT("sleep");
+    static_cast<void>(SIM_STRIKES(cancelPoint, "sleep"));
+    if (product && holdsSleeps()) {
+        sleepUntilWoken();
+        return 0;
+    }
+    if (skips(product, seconds * kNanosecondsPerSecond)) {
+        return 0;
+    }
+    MayUnwind here;
+    const unsigned left = realSleep(seconds);
+    here.returned();
+    return left;
 }
 
 extern "C" int simUsleep(useconds_t microseconds)
 {
-    return skips(SIM_IS_PRODUCT("usleep"), int64_t(microseconds) * 1000) ? 0 : realUsleep(microseconds);
+    static_cast<void>(SIM_STRIKES(cancelPoint, "usleep"));
+    const bool product = SIM_IS_PRODUCT("usleep");
+    if (skips(product, int64_t(microseconds) * 1000)) {
+        return 0;
+    }
+    return realUsleep(product ? microseconds / shortening.load() : microseconds);
 }
 
 extern "C" int simNanosleep(const timespec *time, timespec *left)
 {
+    static_cast<void>(SIM_STRIKES(cancelPoint, "nanosleep"));
     return skips(SIM_IS_PRODUCT("nanosleep"), nanosecondsOf(time)) ? 0 : realNanosleep(time, left);
 }
 
 extern "C" int simClockNanosleep(clockid_t clock, int flags, const timespec *time, timespec *left)
 {
     const bool product = SIM_IS_PRODUCT("clock_nanosleep");
+    static_cast<void>(SIM_STRIKES(cancelPoint, "clock_nanosleep"));
     if (!product || !skipping) {
         return realClockNanosleep(clock, flags, time, left);
     }

@@ -324,6 +324,18 @@ unsigned Machine::unknownIoctls() const
     return currentMachine()->unknownIoctls;
 }
 
+bool Machine::smartSwitchedOn(std::string_view node) const
+{
+    const std::lock_guard held(model());
+    const auto found = currentMachine()->nodes.find(std::string(node));
+    if (found == currentMachine()->nodes.end()) {
+        return false;
+    }
+    const Device &device = *found->second;
+    return device.is.ata ? device.is.smart.supported && device.smartEnabled
+                         : device.is.exceptions.supported && !device.exceptions.dexcpt;
+}
+
 int Machine::openDescriptors() const
 {
     return openOfMachine();

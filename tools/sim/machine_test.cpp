@@ -253,6 +253,19 @@ TEST(Machine, ChangePlugsDevicesInAndOut)
     EXPECT_EQ(machine.read("/opt/qlm/tavkit_sa/data/noscsi.inf"), "mine");
 }
 
+TEST(Machine, NodesAreFoundByTheirNumbers)
+{
+    const sim::Machine machine(
+        R"({"hosts": [{"devices": [{"ata": true}, {"id": 1, "ata": true}, {"id": 2, "type": "tape"},
+      {"id": 3, "type": "enclosure"}]}]})");
+    const std::string devices = "/sys/bus/scsi/devices/";
+    EXPECT_EQ(contentOf(devices + "0:0:1:0/block/sdb/dev"), "8:16\n");
+    EXPECT_EQ(contentOf("/sys/block/sdb/device/type"), "0\n");
+    EXPECT_EQ(contentOf(devices + "0:0:1:0/generic/dev"), "21:1\n");
+    EXPECT_EQ(contentOf(devices + "0:0:2:0/scsi_tape/st0/dev"), "9:0\n");
+    EXPECT_EQ(contentOf(devices + "0:0:3:0/scsi_generic/sg3/device/type"), "13\n");
+}
+
 TEST(Machine, ADiskThatStaysKeepsItsNameWhenAnotherGoes)
 {
     sim::Machine machine(kTwoDisks);

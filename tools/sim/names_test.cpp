@@ -9,6 +9,7 @@
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
 #include <string>
@@ -24,6 +25,7 @@ int __openat_2(int directory, const char *path, int flags);
 int __openat64_2(int directory, const char *path, int flags);
 ssize_t __readlink_chk(const char *path, char *to, size_t size, size_t room);
 char *__realpath_chk(const char *path, char *to, size_t room);
+char *__getcwd_chk(char *to, size_t size, size_t room);
 ssize_t __read_chk(int fd, void *to, size_t size, size_t room);
 size_t __fread_chk(void *to, size_t room, size_t size, size_t count, FILE *stream);
 char *__fgets_chk(char *to, size_t room, int size, FILE *stream);
@@ -113,6 +115,19 @@ TEST_F(Names, ThatList)
     DIR *directory = opendir(kDirectory);
     ASSERT_NE(directory, nullptr);
     EXPECT_EQ(closedir(directory), 0);
+}
+
+TEST_F(Names, OfTheDirectoryThatAProcessWorksIn)
+{
+    const std::string before = std::filesystem::current_path();
+    char text[PATH_MAX];
+    ASSERT_EQ(chdir(kDirectory), 0);
+    EXPECT_STREQ(getcwd(text, sizeof text), kDirectory);
+    EXPECT_STREQ(__getcwd_chk(text, sizeof text, sizeof text), kDirectory);
+    EXPECT_TRUE(isOpen(open("media", O_RDONLY)));
+    ASSERT_EQ(chdir(before.c_str()), 0);
+    EXPECT_EQ(getcwd(text, sizeof text), before);
+    EXPECT_NE(chdir("/proc/ide/hdz"), 0);
 }
 
 TEST_F(Names, ThatTellAStatus)

@@ -1,6 +1,7 @@
 // The machine of a process that knows nothing of it: made when this library is loaded with TAVSIM_MACHINE set, and
 // following its description file from then on.
 #include "sim/paths.h"
+#include "sim/report.h"
 #include "sim/state.h"
 #include "sim/thread.h"
 
@@ -90,8 +91,11 @@ void makeMachine(const char *path)
         return;
     }
     const Inside inside;
+    beginReport();
+    const OwnTime own;
     try {
         makeMachine(path);
+        machineIsReported();
     } catch (const std::exception &error) {
         complain(path, error.what());
         _exit(2); // a program that was to see a machine must not see the real one
@@ -103,7 +107,11 @@ void makeMachine(const char *path)
     const Followed *file = followed;
     if (file != nullptr && file->owner == getpid()) {
         const Inside inside;
-        currentMachine()->directory.remove();
+        {
+            const OwnTime own;
+            currentMachine()->directory.remove();
+        }
+        endReport();
     }
 }
 

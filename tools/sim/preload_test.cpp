@@ -9,6 +9,7 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -145,6 +146,24 @@ TEST_F(Preload, TheAgentsDataStayWhereTheyAreWanted)
               "saved\nkey\n");
     EXPECT_TRUE(std::filesystem::exists(state + "/data/tavstrgsave.dat"));
     EXPECT_THAT(run("cat /opt/qlm/tavkit_sa/data/tavstrgsave.dat"), HasSubstr("No such file"));
+}
+
+TEST_F(Preload, WhatTheMachineCostIsReportedOncePerProcess)
+{
+    SKIP_WITH_SANITIZERS()
+    const std::string report = directory / "report";
+    run("read -r a </sys/bus/scsi/devices/0:0:0:0/vendor; (:)", "TAVSIM_REPORT=" + report);
+    std::ifstream lines(report);
+    std::string line;
+    ASSERT_TRUE(std::getline(lines, line));
+    const nlohmann::json told = nlohmann::json::parse(line);
+    EXPECT_EQ(told["program"], "bash");
+    EXPECT_GT(told["cpuSeconds"], 0.0);
+    EXPECT_LT(told["cpuSeconds"], 10.0);
+    EXPECT_EQ(told["requests"], 0);
+    EXPECT_EQ(told["unknownIoctls"], 0);
+    EXPECT_GT(told["peakKb"], told["machineKb"]);
+    EXPECT_FALSE(std::getline(lines, line)) << line;
 }
 
 TEST_F(Preload, WithoutADescriptionTheRealMachineIsSeen)

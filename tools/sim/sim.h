@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -48,6 +49,9 @@ public:
     std::vector<Command> commands() const;
     void forgetCommands();
     unsigned unknownIoctls() const;
+    // Whether SMART (ATA) or informational exceptions (SCSI) are switched on in the device behind a node ("/dev/sda"),
+    // as commands have left it; false too when there is no such device or it knows neither. Asks without a command.
+    bool smartSwitchedOn(std::string_view node) const;
     // Descriptors and streams that are open on paths of the machine.
     int openDescriptors() const;
 };
@@ -63,6 +67,7 @@ enum class Call {
     ioctl,
     segment, // shmget, shmat, shmdt, shmctl, ftok
     uname,
+    cancelPoint, // pthread_testcancel, and the sleeps; cannot fail
     count
 };
 
@@ -82,6 +87,12 @@ bool failureStruck();
 unsigned callsMade(Call kind);
 void resetCounts();
 
+// Runs act at the product's nth call of a kind from now (1-based): in the thread that makes it, which cannot be
+// cancelled meanwhile, and before the call. One act at a time; 0 disarms.
+void atNth(Call kind, unsigned nth, std::function<void()> act);
+// Cancellations of threads that the product has asked for; counted when they are pending.
+unsigned cancelsRequested();
+
 // Blocks that the product allocated and did not free, and descriptors that it opened and did not close.
 int64_t liveBlocks();
 int64_t liveDescriptors();
@@ -91,10 +102,22 @@ int64_t liveSegments();
 // Sleeps of the product (sleep, usleep, nanosleep) take no time while set, and are summed up.
 void skipSleeps(bool skip);
 double sleptSeconds();
+// The product's calls of usleep, by which it waits for locks, last only so manieth a part; 1: as they are.
+void shortenSleeps(unsigned times);
+
+// While set, the product's calls of sleep (not usleep and the like) last until they are woken or cancelled, however
+// long they were to be: a test steps a thread that works and sleeps in turn.
+void holdSleeps(bool hold); // false wakes all; either way sleepsBegun counts from 0
+void wakeSleepers();        // those that sleep now
+unsigned sleepsBegun();
+unsigned sleepers(); // that sleep now
+// Waits until so many have begun; false when they have not after so many seconds.
+bool awaitSleep(unsigned number, double seconds);
 
 // CPU time in seconds that the calling thread spent inside the simulated machine while it was being measured: to be
 // taken off in benchmarks. Measuring costs time itself (some 0.5 us per call) and is off at first.
 void measureOwnCpu(bool on);
 double ownCpuSeconds();
+double ownCpuSecondsOfProcess(); // of all its threads together
 
 } // namespace sim

@@ -32,6 +32,8 @@ struct MachineState {
     Tree tree;                     // what the description put there
     std::deque<Command> log;
     unsigned unknownIoctls = 0;
+    unsigned requests = 0;  // that were known
+    unsigned toDevices = 0; // of these the commands that the device itself has to answer, not the kernel
 };
 
 // The one machine, or null: the real one is seen. A machine that is gone stays in memory, so whoever still holds it

@@ -3,6 +3,7 @@
 #include "sim/api.h"
 
 #include <atomic>
+#include <cstdint>
 #include <ctime>
 
 namespace sim {
@@ -12,6 +13,7 @@ thread_local constinit ThreadState thisThread{};
 namespace {
 
 constinit std::atomic<bool> measuring{false}; // reading the clock is a system call: only on demand
+constinit std::atomic<int64_t> nanosecondsOfProcess{0};
 
 double cpuSeconds()
 {
@@ -32,7 +34,9 @@ OwnTime::OwnTime() : counted_(measuring.load(std::memory_order_relaxed))
 OwnTime::~OwnTime()
 {
     if (counted_ && --thisThread.measured == 0) {
-        thisThread.ownSeconds += cpuSeconds() - thisThread.startedSeconds;
+        const double seconds = cpuSeconds() - thisThread.startedSeconds;
+        thisThread.ownSeconds += seconds;
+        nanosecondsOfProcess.fetch_add(static_cast<int64_t>(seconds * 1e9), std::memory_order_relaxed);
     }
 }
 
@@ -44,6 +48,11 @@ void measureOwnCpu(bool on)
 double ownCpuSeconds()
 {
     return thisThread.ownSeconds;
+}
+
+double ownCpuSecondsOfProcess()
+{
+    return static_cast<double>(nanosecondsOfProcess.load()) * 1e-9;
 }
 
 } // namespace sim

@@ -1,4 +1,5 @@
 // /sys of a machine: SCSI hosts and devices as the kernel (6.1) shows them, recorded in virtual machines.
+#include "sim/device_number.h"
 #include "sim/tree.h"
 
 #include <cstdio>
@@ -56,9 +57,19 @@ void addHost(Tree &tree, const HostDescription &host, const std::string &directo
     tree["/sys/class/scsi_host/" + name] = {Node::link, "../.." + inDevices + "/scsi_host/" + name};
 }
 
+// The node's directory of a class, below the device's own.
+std::string addNode(Tree &tree, const std::string &directory, const char *nodeClass, const std::string &node)
+{
+    const std::string at = directory + "/" + nodeClass + "/" + node;
+    const NodeNumber number = nodeNumber(node);
+    tree[at + "/dev"] = {Node::file, std::to_string(number.major) + ":" + std::to_string(number.minor) + "\n"};
+    tree[at + "/device"] = {Node::link, "../../../" + directory.substr(directory.rfind('/') + 1)};
+    return at;
+}
+
 void addBlock(Tree &tree, const DeviceDescription &device, const std::string &directory)
 {
-    const std::string block = directory + "/block/" + device.node;
+    const std::string block = addNode(tree, directory, "block", device.node);
     tree[block + "/size"] = {Node::file, std::to_string(device.sectors) + "\n"};
     tree["/sys/block/" + device.node] = {Node::link, ".." + block.substr(4)};
 }
@@ -81,6 +92,12 @@ void addDevice(Tree &tree, const DeviceDescription &device, const std::string &h
     tree[directory + "/state"] = {Node::file, "running\n"};
     if (!device.node.empty() && (device.hasDiskName() || device.type == kCdrom || device.type == kWorm)) {
         addBlock(tree, device, directory);
+    } else if (!device.node.empty() && device.type == kTape) {
+        addNode(tree, directory, "scsi_tape", device.node);
+    }
+    if (!device.genericNode.empty()) {
+        addNode(tree, directory, "scsi_generic", device.genericNode);
+        tree[directory + "/generic"] = {Node::link, "scsi_generic/" + device.genericNode};
     }
 }
 

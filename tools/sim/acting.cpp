@@ -1,0 +1,175 @@
+#include "sim/acting.h"
+
+#include "sim/sanitizers.h"
+#include "sim/thread.h"
+
+#include <atomic>
+#include <cerrno>
+#include <ctime>
+#include <functional>
+#include <mutex>
+#include <pthread.h>
+#include <utility>
+
+namespace sim {
+
+namespace {
+
+constinit std::atomic<unsigned> callsLeft{0}; // until the one at which to act; 0 when disarmed
+constinit std::atomic<Call> actsAt{Call::count};
+constinit std::mutex choosingAct;
+
+// Never destroyed: a thread of the product may still run at exit.
+std::function<void()> &chosenAct()
+{
+    static auto *const act = new std::function<void()>;
+    return *act;
+}
+
+std::function<void()> takeAct()
+{
+    const Inside inside;
+    const std::lock_guard held(choosingAct);
+    return std::exchange(chosenAct(), nullptr);
+}
+
+void dropAct(std::function<void()> &&act)
+{
+    const Inside inside;
+    act = nullptr;
+}
+
+// Sleepers wait for a change of the round. Guarded by sleeping, whose waits a thread can be cancelled in: so it is a
+// plain mutex, with an owner that a cancelled thread unwinds through.
+pthread_mutex_t sleeping = PTHREAD_MUTEX_INITIALIZER;
+pthread_cond_t sleepingChanged = PTHREAD_COND_INITIALIZER;
+constinit std::atomic<bool> holding{false};
+constinit std::atomic<unsigned> begun{
+    0}; // atomic all three: the thread sanitizer does not see a cancelled sleeper's lock
+constinit std::atomic<unsigned> asleep{0};
+constinit std::atomic<unsigned> wakings{0};
+
+class Held {
+public:
+    Held()
+    {
+        pthread_mutex_lock(&sleeping);
+        lockTaken(&sleeping);
+    }
+    ~Held()
+    {
+        lockGoes(&sleeping);
+        pthread_mutex_unlock(&sleeping);
+    }
+    Held(const Held &) = delete;
+    Held &operator=(const Held &) = delete;
+};
+
+class Asleep {
+public:
+    Asleep()
+    {
+        ++begun;
+        ++asleep;
+        pthread_cond_broadcast(&sleepingChanged);
+    }
+    ~Asleep() { --asleep; }
+    Asleep(const Asleep &) = delete;
+    Asleep &operator=(const Asleep &) = delete;
+};
+
+} // namespace
+
+void callComes(Call kind)
+{
+    unsigned left = callsLeft.load(std::memory_order_relaxed);
+    if (left == 0 || actsAt.load(std::memory_order_relaxed) != kind) {
+        return;
+    }
+    while (left != 0 && !callsLeft.compare_exchange_weak(left, left - 1)) {
+    }
+    if (left != 1) {
+        return;
+    }
+    int cancelState = 0;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelState);
+    const int error = errno;
+    std::function<void()> act = takeAct();
+    if (act) {
+        act();
+    }
+    dropAct(std::move(act));
+    errno = error;
+    pthread_setcancelstate(cancelState, nullptr);
+}
+
+void atNth(Call kind, unsigned nth, std::function<void()> act)
+{
+    const Inside inside;
+    callsLeft = 0;
+    const std::lock_guard held(choosingAct);
+    chosenAct() = std::move(act);
+    actsAt = kind;
+    callsLeft = nth;
+}
+
+bool holdsSleeps()
+{
+    return holding;
+}
+
+void sleepUntilWoken()
+{
+    const Held held;
+    const Asleep here;
+    for (const unsigned before = wakings; wakings == before && holding;) {
+        MayUnwind waiting;
+        lockGoes(&sleeping);
+        pthread_cond_wait(&sleepingChanged, &sleeping);
+        lockTaken(&sleeping);
+        waiting.returned();
+    }
+}
+
+void holdSleeps(bool hold)
+{
+    const Held held;
+    holding = hold;
+    begun = 0;
+    pthread_cond_broadcast(&sleepingChanged);
+}
+
+void wakeSleepers()
+{
+    const Held held;
+    ++wakings;
+    pthread_cond_broadcast(&sleepingChanged);
+}
+
+unsigned sleepsBegun()
+{
+    const Held held;
+    return begun;
+}
+
+unsigned sleepers()
+{
+    const Held held;
+    return asleep;
+}
+
+bool awaitSleep(unsigned number, double seconds)
+{
+    constexpr double kNanoseconds = 1e9;
+    timespec end{};
+    clock_gettime(CLOCK_REALTIME, &end);
+    const double nanoseconds = static_cast<double>(end.tv_nsec) + seconds * kNanoseconds;
+    end.tv_sec += static_cast<time_t>(nanoseconds / kNanoseconds);
+    end.tv_nsec = static_cast<long>(nanoseconds) % 1000000000;
+    const Held held;
+    while (begun < number && pthread_cond_timedwait(&sleepingChanged, &sleeping, &end) == 0) {
+    }
+    return begun >= number;
+}
+
+} // namespace sim

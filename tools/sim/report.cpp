@@ -1,0 +1,103 @@
+#include "sim/report.h"
+
+#include "sim/api.h"
+#include "sim/state.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <malloc.h>
+#include <string>
+#include <unistd.h>
+
+namespace sim {
+
+namespace {
+
+// kB that a field of /proc/self/status tells; 0 when it is not there.
+long statusKb(const char *field)
+{
+    std::FILE *const file = std::fopen("/proc/self/status", "r");
+    if (file == nullptr) {
+        return 0;
+    }
+    const std::string format = std::string(field) + ": %ld";
+    long kb = 0;
+    char line[128];
+    while (kb == 0 && std::fgets(line, sizeof line, file) != nullptr) {
+        std::sscanf(line, format.c_str(), &kb);
+    }
+    std::fclose(file);
+    return kb;
+}
+
+struct Memory {
+    long before = 0; // kB resident before the machine was made
+    long after = 0;  // and when it was
+};
+constinit Memory memory{};
+
+const char *reportFile()
+{
+    const char *const path = std::getenv("TAVSIM_REPORT");
+    return path == nullptr || *path == '\0' ? nullptr : path;
+}
+
+// At once, so that lines of processes that end together do not mix.
+void append(const char *path, const char *line, size_t length)
+{
+    const int descriptor = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    if (descriptor < 0 || write(descriptor, line, length) != static_cast<ssize_t>(length)) {
+        std::fprintf(stderr, "tavsim: cannot write %s\n", path);
+    }
+    if (descriptor >= 0) {
+        close(descriptor);
+    }
+}
+
+} // namespace
+
+void beginReport()
+{
+    if (reportFile() == nullptr) {
+        return;
+    }
+    measureOwnCpu(true);
+    countCallsOf("no program of that name");
+    memory.before = statusKb("VmRSS");
+}
+
+void machineIsReported()
+{
+    if (reportFile() == nullptr) {
+        return;
+    }
+    malloc_trim(0);
+    // "5" resets the peak of the resident set (Documentation/filesystems/proc.rst).
+    std::FILE *const file = std::fopen("/proc/self/clear_refs", "w");
+    if (file != nullptr) {
+        std::fputs("5", file);
+        std::fclose(file);
+    }
+    memory.after = statusKb("VmRSS");
+}
+
+void endReport()
+{
+    const char *const path = reportFile();
+    if (path == nullptr) {
+        return;
+    }
+    const MachineState &machine = *currentMachine();
+    char line[512];
+    const int length = std::snprintf(
+        line, sizeof line,
+        R"({"program":"%s","cpuSeconds":%.6f,"requests":%u,"commands":%u,"unknownIoctls":%u,"peakKb":%ld,"machineKb":%ld})"
+        "\n",
+        program_invocation_short_name, ownCpuSecondsOfProcess(), machine.requests, machine.toDevices,
+        machine.unknownIoctls, statusKb("VmHWM"), memory.after - memory.before);
+    append(path, line, static_cast<size_t>(length));
+}
+
+} // namespace sim
