@@ -43,9 +43,11 @@ int fillDisk(const SCSIDeviceInfo &device, const SCSIDiskNameTable *names, const
     if (TAVStorageGetSCSIDeviceSerialNumber(name, entry.SerialNumber) < 0) {
         return TRACED_AS(kMakeSCSI, -1, kFailure, "TAVStorageGetSCSIDeviceSerialNumber() failed!!");
     }
+    cancellationPoint(); // a stop need not wait for all the commands of a disk that does not answer
     if (MakeSCSIHDDevice(name) < 0) {
         return TRACED_AS(kMakeSCSI, -1, kFailure, "MakeSCSIHDDevice() failed!!");
     }
+    cancellationPoint();
     GetLifeSpanInfo(name, &entry);
     return appendSCSIDevice(entry);
 }

@@ -5,6 +5,7 @@
 #include "devcmd/tavStrgGetInfoGeometry.h"
 #include "devcmd/tavStrgGetInfoSmart.h"
 #include "devcmd/tavStrgGetInfoTransport.h"
+#include "provider/runtime/tavCommonCancel.h"
 #include "provider/runtime/tavCommonText.h"
 
 namespace {
@@ -54,7 +55,9 @@ int MakeSCSIHDDevice(const char *devName)
     if (GetSCSIHDGeometry(devName, &disk) < 0) {
         return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
     }
+    cancellationPoint(); // a stop need not wait for all the commands of a disk that does not answer
     fetch_sata_type(&disk);
+    cancellationPoint();
     TAVStorageSmartWatch(&disk);
     return finish(__func__, pHDDevTbl, TotalHDDevice, hd_dev_cnt, disk);
 }

@@ -1,49 +1,69 @@
 #include "collect/tavStrgGetInfoNoScsi.h"
 
+#include "collect/tavStrgGetInfoDataPath.h"
+#include "collect/tavStrgGetInfoStorageInf.h"
+#include "provider/runtime/tavCommonHolders.h"
 #include "provider/runtime/tavCommonMemory.h"
-#include "provider/runtime/tavCommonText.h"
-#include "provider/runtime/tavCommonTrace.h"
 
-#include <string_view>
-
-NoSCSIInfo *pleafNoSCSI_Tbl = nullptr;
+#include <cerrno>
+#include <sys/stat.h>
 
 namespace {
 
-constexpr int32_t kAbsent = 1;
-constexpr int32_t kNoListAskedFor = -3;
+constexpr int32_t kStatusUnusable = 1; // as if there were no file
+constexpr int32_t kStatusNoList = -3;
+constexpr int32_t kStatusError = -9;
 
-bool matches(const NoSCSIInfo &node, std::string_view vendor, std::string_view model)
+// One line of a section as both lists take it, traced in the words of its section.
+struct SectionLine {
+    char text[kMaxNoScsiSectionLine + 1] = {};
+    char vendor[kMaxNoScsiKey + 1] = {};
+    char model[kMaxNoScsiKey + 1] = {};
+};
+using TraceLine = void (*)(const char *function, const SectionLine &line);
+
+void traceManagement(const char *function, const SectionLine &line)
 {
-    // Deliberate: vendors are compared whole and models as prefixes, both with case and padding.
-    const bool sameVendor = fieldText(node.vendor) == vendor;
-    const bool sameModel = model.starts_with(fieldText(node.model));
-    if (node.model[0] == '\0') {
-        return sameVendor;
-    }
-    return node.vendor[0] == '\0' ? sameModel : sameVendor && sameModel;
+    TRACE_AS(function, kDetail, "linebuf=[%s],vendor=[%s],model=[%s]", line.text, line.vendor, line.model);
 }
 
-const NoSCSIInfo *findUnmanaged(const NoSCSIInfo *list, std::string_view vendor, std::string_view model)
+void traceDiagnostic(const char *function, const SectionLine &line)
 {
-    const NoSCSIInfo *node = list;
-    while (node != nullptr && !matches(*node, vendor, model)) {
-        node = node->next;
+    TRACE_AS(function, kDetail, "=linebuf=%s .vendor=%s,model=%s", line.text, line.vendor, line.model);
+}
+
+void addSection(const char *function, NoSCSIInfo **list, std::string_view section, TraceLine traceSection)
+{
+    if (list == nullptr) {
+        return;
     }
-    return node;
+    std::string_view text;
+    while (takeWholeLine(section, text)) {
+        if (text.size() > kMaxNoScsiSectionLine) {
+            TRACE_AS(function, kDetail, "line is  too long.");
+            continue;
+        }
+        SectionLine line;
+        copyText(line.text, text);
+        const bool usable = ParseVendorandModel(line.text, line.vendor, kMaxNoScsiKey, line.model, kMaxNoScsiKey) == 0;
+        traceSection(function, line);
+        if (usable) {
+            AddNoSCSITable(list, line.vendor, line.model);
+        }
+    }
 }
 
 } // namespace
 
-// The file is not read yet: the list reports itself absent, so that nothing is left out.
 int CreateNoSCSIInfoTable(NoSCSIInfo **managementList, NoSCSIInfo **diagnosticList, int32_t *status)
 {
     TRACE(kDetail, "_IN_");
     if (status == nullptr) {
         return TRACED(0, kFailure, "_OUT_ iFlagParse is NULL.");
     }
+    *status = 0;
     if (managementList == nullptr && diagnosticList == nullptr) {
-        *status = kNoListAskedFor;
+        *status = kStatusNoList;
         return TRACED(0, kFailure, "_OUT_ both pNoSCSI_Tbl and pNoDiagnoTbl is NULL.");
     }
     for (NoSCSIInfo **const list : {managementList, diagnosticList}) {
@@ -51,41 +71,42 @@ int CreateNoSCSIInfoTable(NoSCSIInfo **managementList, NoSCSIInfo **diagnosticLi
             *list = nullptr;
         }
     }
-    *status = kAbsent;
-    return TRACED(0, kDetail, "_OUT_ status=[%d]", *status);
-}
-
-int TAVStorageNoManage(const NoSCSIInfo *list, const char *vendor, const char *model)
-{
-    TRACE(kDetail, "_IN_");
-    if (vendor == nullptr || model == nullptr) {
-        return TRACED(0, kFailure, "_OUT_ param error.");
+    char path[kDataPathSize];
+    makeDataPath(path, kNoScsiInf);
+    TRACE(kDetail, "scsipath=%s", path);
+    struct stat info = {};
+    if (::stat(path, &info) != 0) {
+        const bool absent = errno == ENOENT;
+        *status = absent ? kStatusUnusable : kStatusError;
+        return absent ? TRACED(0, kDetail, "_OUT_ file noscsi.inf not exist")
+                      : TRACED(0, kFailure, "_OUT_ stat error.");
     }
-    const NoSCSIInfo *const node = findUnmanaged(list, vendor, model);
-    if (node == nullptr) {
-        return TRACED(0, kDetail, "_OUT_ vendor=[%s] model=[%s] return 0.(watched)", vendor, model);
+    if (info.st_size > kMaxInfFileSize) {
+        *status = kStatusUnusable; // deliberate: unlike "storage.inf" it then counts as absent
+        return TRACED(0, kFailure, "_OUT_ noscsi.inf files size >64K.");
     }
-    if (node->model[0] == '\0') {
-        TRACE(kDetail, "break tbl->vendor=[%s]", node->vendor);
-    } else if (node->vendor[0] == '\0') {
-        TRACE(kDetail, "break tbl->model=[%s]", node->model);
-    } else {
-        TRACE(kDetail, "break tbl->vendor=[%s] tbl->model=[%s]", node->vendor, node->model);
+    *status = kStatusError;
+    const int size = static_cast<int>(info.st_size);
+    const HeapBlock<char> management(memalloc(size + 1));
+    if (!management) {
+        return TRACED(0, kFailure, "_OUT_ malloc Mpbuf failed.");
     }
-    return TRACED(1, kDetail, "_OUT_ vendor=[%s] model=[%s] return 1.(not watched)", vendor, model);
-}
-
-void DestroyNoManageSCSIInfoTable(NoSCSIInfo **list)
-{
-    TRACE(kDetail, "_IN_");
-    if (list == nullptr) {
-        TRACE(kFailure, "_OUT_ param(list) Failure!!");
-        return;
+    const HeapBlock<char> diagnostic(memalloc(size + 1));
+    if (!diagnostic) {
+        return TRACED(0, kFailure, "_OUT_ malloc Dpbuf failed.");
     }
-    while (*list != nullptr) {
-        NoSCSIInfo *node = *list;
-        *list = node->next;
-        memfree(node);
+    const int result = getSectionFromInfFile(path, size, management.get(), diagnostic.get(), kGroupManagementPort,
+                                             kGroupDiagnosticPort);
+    if (result < 0) {
+        return TRACED(0, kFailure, "_OUT_ getSectionFromInfFile() failed");
     }
-    TRACE(kDetail, "_OUT_");
+    if (result > 0) {
+        *status = kStatusUnusable;
+        return TRACED(0, kDetail,
+                      "_OUT_ getSectionFromInfFile() file not exist or invalid file content or file content nothing.");
+    }
+    addSection(__func__, managementList, management.get(), traceManagement);
+    addSection(__func__, diagnosticList, diagnostic.get(), traceDiagnostic);
+    *status = 0;
+    return TRACED(1, kDetail, "_OUT_ return 1");
 }

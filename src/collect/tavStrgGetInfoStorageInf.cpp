@@ -1,19 +1,16 @@
 #include "collect/tavStrgGetInfoStorageInf.h"
 
+#include "collect/tavStrgGetInfoDataPath.h"
 #include "collect/tavStrgGetInfoStorageInfParse.h"
-#include "provider/runtime/tavCommonConfFile.h"
 #include "provider/runtime/tavCommonHolders.h"
 #include "provider/runtime/tavCommonMemory.h"
 #include "provider/runtime/tavCommonText.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <sys/stat.h>
 
 namespace {
 
-constexpr char kFileName[] = "storage.inf";
-constexpr int kMaxRoot = 512;
 constexpr size_t kMaxLine = 1024; // characters without the line's end
 
 constexpr int32_t kStatusUnusable = 1;
@@ -21,15 +18,6 @@ constexpr int32_t kStatusNoList = -3;
 constexpr int32_t kStatusTooLarge = -4;
 constexpr int32_t kStatusError = -9;
 constexpr int32_t kLineRepeatsHeader = -5; // of GetInfoFromLine
-
-template <size_t N> void makePath(char (&path)[N])
-{
-    char root[kMaxRoot + 1] = {};
-    if (get_TavRootPath(root, kMaxRoot) < 1) {
-        copyText(root, kDefaultRoot);
-    }
-    std::snprintf(path, N, "%s/data/%s", root, kFileName);
-}
 
 void addLine(const char *function, StorageInfo **list, std::string_view text)
 {
@@ -77,8 +65,8 @@ int CreatStorageInfoTable(StorageInfo **managementList, StorageInfo **diagnostic
             *list = nullptr;
         }
     }
-    char path[kMaxRoot + 32];
-    makePath(path);
+    char path[kDataPathSize];
+    makeDataPath(path, kStorageInf);
     TRACE(kDetail, "strgFilepath=[%s]", path);
     struct stat info = {};
     if (::stat(path, &info) != 0) {

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
+constexpr char kStorageInf[] = "storage.inf";
 constexpr char kGroupManagementPort[] = "[Management Port]";
 constexpr char kGroupDiagnosticPort[] = "[Diagnostic Port]";
 constexpr int kMaxInfFileSize = 65536; // bytes; a larger administrator file is refused

@@ -1,0 +1,45 @@
+// What stands in "noscsi.inf": parsing without reading.
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+constexpr size_t kMaxNoScsiKey = 64;          // characters of a vendor or a model
+constexpr size_t kMaxNoScsiSectionLine = 256; // characters of a line of a section, newline included
+constexpr size_t kMaxNoScsiLine = 255;        // characters of a line that is looked at, newline included
+
+constexpr std::string_view kVendorKey = "Vendor";
+constexpr std::string_view kModelKey = "Model";
+
+// Takes the next line, with its newline, off the front of a text; false when nothing is left.
+bool takeWholeLine(std::string_view &rest, std::string_view &line);
+
+enum class KeyValue { found, noKey, noColon, tooLong };
+// Value of the first occurrence of a key in a text, which a colon must follow: trimmed, up to the stop text (none when
+// empty) or the end. A value of more than maxLength characters is refused; value is set then, too.
+KeyValue findKeyValue(std::string_view text, std::string_view key, size_t maxLength, std::string_view stop,
+                      std::string_view &value);
+
+enum class NoScsiLine {
+    entry,
+    empty,   // nothing before its end
+    tooLong, //
+    header,  // repeats a section header
+    blank,
+    comment,
+    badVendor, // no key, no colon behind it, or too long
+    badModel,
+    bothEmpty,
+};
+
+struct NoScsiReading {
+    NoScsiLine kind = NoScsiLine::blank;
+    KeyValue key = KeyValue::found; // why, with badVendor and badModel
+    std::string_view vendor{};
+    std::string_view model{};
+};
+
+// What a line of a section is, and its vendor and model when it has them. One of the two may be empty. The sizes are
+// the most characters that each may have.
+NoScsiReading parseNoScsiLine(std::string_view line, size_t vendorSize = kMaxNoScsiKey,
+                              size_t modelSize = kMaxNoScsiKey);
