@@ -58,7 +58,7 @@ bool exchangeField(const ConfigMethod &method, uint16_t value, int &previous)
 {
     const std::lock_guard held(g_recordsLock);
     const DatInfo &dat = instSt[TAV_CID_STRG_CONF];
-    if (recordsHeld(dat) == 0) {
+    if (recordsHeld(dat) == 0 || !strgIsBuilt()) {
         return false;
     }
     for (const FieldDesc &field : kClasses[TAV_CID_STRG_CONF].fields) {
@@ -86,7 +86,8 @@ CMPIStatus takeArgument(const ConfigMethod &method, const char *function, const 
     }
     int previous = 0;
     if (!exchangeField(method, static_cast<uint16_t>(value), previous)) {
-        return missingSingleton(kConfigClass, function, cInfo); // gone since the store handed it out
+        TRACE_AS(function, kFailure, "strgGetInstance() Failure!!");
+        return failedCall(cInfo, "strgGetInstance"); // gone since the store handed it out: most likely a stop
     }
     TRACE_AS(function, kDetail, "datconf->%s=[%d] dt.value.%s=[%d]", method.argument, previous, method.member, value);
     TRACE_AS(function, kDetail, "datconf->%s=[%d]", method.argument, value);

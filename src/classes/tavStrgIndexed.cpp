@@ -42,14 +42,19 @@ CMPIStatus noData(const char *function, const CInfo *cInfo)
     return statusWithChars(cInfo, CMPI_RC_ERR_NOT_FOUND, "NotFound Data");
 }
 
+CMPIStatus unread(const char *function, const CInfo *cInfo)
+{
+    TRACE_AS(function, kFailure, "strgGetInstance() Failure!!");
+    return failedCall(cInfo, "strgGetInstance");
+}
+
 // Brings the class up to date and looks whether there is anything to answer with.
 CMPIStatus readClass(const IndexedClass &member, const char *function, const char *classIdName, const CInfo *cInfo,
                      DatInfo &dat)
 {
     TRACE_AS(function, kDetail, "strgGetInstance(%s)", classIdName);
     if (strgGetInstance(cInfo, member.classId, &dat) != 0 || lacksArray(dat)) {
-        TRACE_AS(function, kFailure, "strgGetInstance() Failure!!");
-        return failedCall(cInfo, "strgGetInstance");
+        return unread(function, cInfo);
     }
     return dat.datNum > 0 ? CMPIStatus{CMPI_RC_OK, nullptr} : noData(function, cInfo);
 }
@@ -76,7 +81,7 @@ Build buildByKey(const IndexedClass &member, const char *function, const CInfo *
 {
     const RecordsReader reader(member.classId, dat);
     if (dat.datNum <= 0 || dat.datAdr == nullptr) {
-        return {noData(function, cInfo), nullptr}; // gone since the store handed them out
+        return {unread(function, cInfo), nullptr}; // gone since the store handed them out: most likely a stop
     }
     for (int i = 0; i < dat.datNum; ++i) {
         traceRecord(member, function, dat, i);
@@ -152,12 +157,8 @@ CMPIStatus enumerate(const IndexedClass &member, const char *function, const CIn
     }
     const RecordsCopy copy(member.classId, dat);
     const DatInfo &records = copy.get();
-    if (lacksArray(records)) {
-        TRACE_AS(function, kFailure, "strgGetInstance() Failure!!");
-        return failedCall(cInfo, "strgGetInstance");
-    }
-    if (records.datNum == 0) {
-        return noData(function, cInfo); // gone since the store handed them out
+    if (lacksArray(records) || records.datNum == 0) { // gone since the store handed them out: most likely a stop
+        return unread(function, cInfo);
     }
     for (int i = 0; i < records.datNum; ++i) {
         traceRecord(member, function, records, i);

@@ -19,7 +19,9 @@ Build buildSingleton(const SingletonClass &member, const char *function, const C
 {
     const RecordsReader reader(member.classId, dat);
     if (dat.datNum <= 0 || dat.datAdr == nullptr) {
-        return {missingSingleton(member, function, cInfo), nullptr}; // gone since the store handed it out
+        TRACE_AS(function, kFailure, "strgGetInstance() Failure!!");
+        return {failedCall(cInfo, "strgGetInstance"),
+                nullptr}; // gone since the store handed it out: most likely a stop
     }
     CMPIInstance *const instance = member.setPropInst(cInfo, cop, properties, dat.datAdr);
     if (instance == nullptr) {

@@ -4,6 +4,7 @@
 #include "provider/runtime/tavCommonHolders.h"
 #include "provider/runtime/tavCommonStatus.h"
 #include "provider/runtime/tavCommonTrace.h"
+#include "store/tavStrgCommonAccess.h"
 
 #include <mutex>
 
@@ -43,7 +44,8 @@ CMPIStatus start(const char *function, const CInfo *cInfo)
         TRACE_AS(function, kFailure, "Thread is Already WakeUp Failure!!");
         return statusWithChars(cInfo, CMPI_RC_ERR_FAILED, "Thread is Already WakeUp FAILED");
     }
-    if (strgCreateThread(cInfo) != 0) {
+    // A stop that this start waited for has freed the store, which the thread keeps and does not build.
+    if ((gst_first == 0 && strgInitProvider(cInfo) != 0) || strgCreateThread(cInfo) != 0) {
         TRACE_AS(function, kFailure, "getClassName() Failure!!"); // deliberate: this failure's line names another call
         return failedCall(cInfo, "strgCreateThread");
     }

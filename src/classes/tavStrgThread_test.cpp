@@ -1,8 +1,10 @@
 #include "classes/tavStrgClasses.h"
 #include "provider/runtime/tavCommonTrace.h"
+#include "support/no_threads.h"
 #include "support/store_fixture.h"
 
 #include <gmock/gmock.h>
+#include <thread>
 #include <unistd.h>
 
 using broker::Reply;
@@ -154,6 +156,7 @@ TEST_F(ThreadClass, AStartWhileTheThreadRunsIsRefusedAndChangesNothing)
     EXPECT_EQ(reply.rc, CMPI_RC_ERR_FAILED);
     EXPECT_EQ(reply.message, "Thread is Already WakeUp FAILED");
     EXPECT_TRUE(trace.has(kFailure, "Thread is Already WakeUp Failure!!", kStart));
+    EXPECT_TRUE(trace.textsOf("strgCreateThread").empty());
     EXPECT_EQ(*strgGetThreadID(), pthread_self());
     EXPECT_NE(instSt[TAV_CID_STRG_CONF].datAdr, nullptr);
 }
@@ -219,21 +222,110 @@ TEST_F(ThreadClass, AStoreThatCannotBeFreedIsOnlyTraced)
 TEST_F(ThreadClass, AThreadThatCannotBeMadeIsAFailedStart)
 {
     noThread();
-    pthread_attr_t usual;
-    pthread_attr_t hopeless; // a stack that no address space can hold
-    pthread_getattr_default_np(&usual);
-    pthread_attr_init(&hopeless);
-    ASSERT_EQ(pthread_attr_setstacksize(&hopeless, size_t{1} << 60), 0);
-    ASSERT_EQ(pthread_setattr_default_np(&hopeless), 0);
+    const NoStackForThreads hopeless;
     const Reply reply = start();
-    pthread_setattr_default_np(&usual);
-    pthread_attr_destroy(&hopeless);
-    pthread_attr_destroy(&usual);
     EXPECT_EQ(reply.rc, CMPI_RC_ERR_FAILED);
     EXPECT_EQ(reply.message, "strgCreateThread() FAILED");
     EXPECT_THAT(trace.textsOf(kStart), ElementsAre("_IN_", "getClassName() Failure!!", "_OUT_"));
     EXPECT_TRUE(trace.has(kFailure, "getClassName() Failure!!", kStart));
     EXPECT_EQ(*strgGetThreadID(), 0u);
+}
+
+// With the monitoring thread itself, which works until its sleep; that lasts until it is stopped.
+class StartedThread : public ThreadClass {
+protected:
+    StartedThread()
+    {
+        noThread();
+        sim::skipSleeps(false);
+        sim::holdSleeps(true);
+    }
+    ~StartedThread() override { sim::holdSleeps(false); }
+
+    void startAndSleep()
+    {
+        const Reply reply = start();
+        ASSERT_EQ(reply.rc, CMPI_RC_OK) << reply.message;
+        EXPECT_EQ(reply.message, "");
+        EXPECT_TRUE(reply.data.empty());
+        ASSERT_TRUE(sim::awaitSleep(1, 60));
+    }
+    std::string running() { return get().instances.at(0).properties.at(0).value.toString(); }
+};
+
+TEST_F(StartedThread, StartsStopsAndStartsAgain)
+{
+    for (int i = 0; i < 2; ++i) {
+        trace.clear();
+        startAndSleep();
+        EXPECT_THAT(trace.textsOf(kStart), ElementsAre("_IN_", "_OUT_"));
+        EXPECT_EQ(running(), "1");
+        EXPECT_EQ(start().message, "Thread is Already WakeUp FAILED");
+        EXPECT_EQ(sim::sleepers(), 1u) << "undisturbed";
+        EXPECT_EQ(stop().rc, CMPI_RC_OK);
+        EXPECT_EQ(running(), "0");
+        EXPECT_EQ(gst_first, 0);
+        EXPECT_EQ(sim::sleepers(), 0u);
+        sim::holdSleeps(true);
+    }
+}
+
+TEST_F(StartedThread, OneThatDiedReadsNotRunningAndCanBeStartedAgain)
+{
+    startAndSleep();
+    pthread_cancel(threadNow(strgGetThreadID())); // as nobody of the provider does
+    for (int i = 0; running() == "1" && i < 3000; ++i) {
+        usleep(10000);
+    }
+    EXPECT_EQ(running(), "0");
+    EXPECT_EQ(*strgGetThreadID(), 0u);
+    EXPECT_NE(instSt[TAV_CID_STRG_CONF].datAdr, nullptr) << "the store stays";
+    sim::holdSleeps(true);
+    startAndSleep();
+    EXPECT_EQ(running(), "1");
+    EXPECT_EQ(stop().rc, CMPI_RC_OK);
+}
+
+TEST_F(StartedThread, AStartThatWaitedForAStopBuildsTheStoreAnew)
+{
+    startAndSleep();
+    EXPECT_EQ(stop().rc, CMPI_RC_OK);
+    sim::holdSleeps(true);
+    startAndSleep();
+    EXPECT_EQ(gst_first, 2);
+    EXPECT_NE(instSt[TAV_CID_STRG_CONF].datAdr, nullptr);
+    EXPECT_EQ(stop().rc, CMPI_RC_OK);
+}
+
+TEST_F(StartedThread, AStoreThatCannotBeBuiltAnewIsAFailedStart)
+{
+    gst_first = 0;
+    machine.remove("/opt/qlm/tavkit_sa/work"); // where the segments' keys come from
+    const Reply reply = start();
+    EXPECT_EQ(reply.message, "strgCreateThread() FAILED");
+    EXPECT_EQ(*strgGetThreadID(), 0u);
+    EXPECT_TRUE(trace.textsOf("strgCreateThread").empty());
+}
+
+TEST_F(StartedThread, StartsAndStopsAtTheSameMomentLeaveOneThreadOrNone)
+{
+    std::vector<std::thread> requests;
+    for (int i = 0; i < 4; ++i) {
+        requests.emplace_back([this, i] {
+            for (int n = 0; n < 5; ++n) {
+                const Reply reply = i % 2 == 0 ? start() : stop();
+                EXPECT_TRUE(reply.rc == CMPI_RC_OK || reply.message == "Thread is Already WakeUp FAILED" ||
+                            reply.message == "Thread is Already Pause FAILED")
+                    << reply.message;
+            }
+        });
+    }
+    for (std::thread &request : requests) {
+        request.join();
+    }
+    stop();
+    EXPECT_EQ(running(), "0");
+    EXPECT_EQ(instSt[TAV_CID_STRG_CONF].datAdr, nullptr);
 }
 
 TEST_F(ThreadClass, NoFailureOfTheBrokerLeavesAnythingBehind)

@@ -1,18 +1,25 @@
 // One monitoring pass: the fresh records become the store's, are published and saved.
 #include "collect/tavStrgGetInfo.h"
+#include "monitor/tavStrgCommonHealth.h"
 #include "monitor/tavStrgCommonMonitor.h"
-#include "provider/runtime/tavCommonHolders.h"
+#include "provider/runtime/tavCommonCancel.h"
 #include "provider/runtime/tavCommonMemory.h"
 #include "store/records/tavStrgCommonArrays.h"
 
 #include <cstring>
+#include <unistd.h>
 
 namespace {
 
-void freeCollected(OwnedRecords &current, const char *function)
+constexpr useconds_t kTurnPause = 10000; // 10 ms
+
+// A thread that waits for another one's pass can be cancelled, so that a stop does not take as long as all of its
+// devices together.
+void waitForTurn(std::unique_lock<std::mutex> &turn)
 {
-    for (int id = TAV_CID_STRG_CTRL; id < TAV_CID_STRG_MAX; ++id) {
-        memfree(current.dat[id].datAdr, function);
+    while (!turn.try_lock()) {
+        cancellationPoint();
+        usleep(kTurnPause);
     }
 }
 
@@ -48,14 +55,15 @@ int replaceClass(const CInfo *cInfo, int id, const DatInfo &fresh, const char *f
 }
 
 // The fresh records of one class become the store's. 0, or -1, traced.
-int takeClass(const CInfo *cInfo, int id, OwnedRecords &current, const char *function)
+int takeClass(const CInfo *cInfo, int id, OwnedRecords &current, bool &changed, const char *function)
 {
     DatInfo &fresh = current.dat[id];
     const int32_t stored = recordsNow(instSt[id]).datNum;
     TRACE_AS(function, kDetail, "Idx=[%d] curNum[%d]<=>instSt[%d]", id, fresh.datNum, stored);
     if (fresh.datNum != stored) {
+        changed = true;
         if (replaceClass(cInfo, id, fresh, function) != 0) {
-            freeCollected(current, function);
+            freeCollected(current.dat, function);
             return TRACED_AS(function, -1, kDetail, "_OUT_ ret=[%d]", -1);
         }
     } else if (fresh.datNum > 0 && !overwriteRecords(instSt[id], fresh.datNum, fresh.datAdr, &shmSt[id])) {
@@ -65,10 +73,12 @@ int takeClass(const CInfo *cInfo, int id, OwnedRecords &current, const char *fun
     return 0;
 }
 
-int takeClasses(const CInfo *cInfo, OwnedRecords &current, const char *function)
+// The fresh records become the store's. changed: the number of some class's records is another one than was stored;
+// nothing else is a change of the configuration.
+int takeClasses(const CInfo *cInfo, OwnedRecords &current, bool &changed, const char *function)
 {
     for (int id = TAV_CID_STRG_CTRL; id < TAV_CID_STRG_MAX; ++id) {
-        if (takeClass(cInfo, id, current, function) != 0) {
+        if (takeClass(cInfo, id, current, changed, function) != 0) {
             return -1;
         }
     }
@@ -106,8 +116,9 @@ int save(const char *function)
 int strgCheckConfigChange(const CInfo *cInfo)
 {
     TRACE(kDetail, "_IN_");
-    const std::lock_guard held(g_collectionLock);
-    static_cast<void>(getServiceMode(cInfo)); // asked of the broker, if at all, before anything is touched
+    std::unique_lock held(g_collectionLock, std::defer_lock);
+    waitForTurn(held);
+    const bool serviceMode = getServiceMode(cInfo) == 1; // asked of the broker, if at all, before anything is touched
     if (refreshFromSegments(cInfo, __func__) != 0) {
         return -1;
     }
@@ -118,19 +129,28 @@ int strgCheckConfigChange(const CInfo *cInfo)
     TRACE(kDetail, "strgGetCurrentInfo()");
     if (strgGetCurrentInfo(gst_SmartMode, current.dat) != 0) {
         TRACE(kFailure, "strgGetCurrentInfo Failure!!");
-        freeCollected(current, __func__);
+        freeCollected(current.dat, __func__);
         return TRACED(-1, kDetail, "_OUT_ ret=[%d]", -1);
     }
     if (recordsNow(instSt[TAV_CID_STRG_CONF]).datAdr == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(instSt[TAV_CID_STRG_CONF].datAdr) Failure!!");
     }
-    if (takeClasses(cInfo, current, __func__) != 0) {
+    // Decided against the stored records, before these are replaced.
+    if (serviceMode && (strgAlertSmart(current.dat, __func__) != 0 || strgAlertLifeSpan(current.dat, __func__) != 0)) {
+        return -1;
+    }
+    bool changed = false;
+    if (takeClasses(cInfo, current, changed, __func__) != 0) {
         return -1;
     }
     TRACE(kDetail, "strgCheckConfigChange - after -");
     strgLogDumpInstanceDat(99, instSt);
     if (publish(cInfo, __func__) != 0 || save(__func__) != 0) {
         return -1;
+    }
+    // Only when segments and file have the new state, so that nobody is told of what they cannot see.
+    if (changed && serviceMode) {
+        static_cast<void>(strgPutAlert(TAV_ALERTID_CONFIG_CHANGE, nullptr));
     }
     return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
 }

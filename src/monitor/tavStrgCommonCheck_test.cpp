@@ -45,16 +45,6 @@ protected:
         ::shmdt(adr);
         return records;
     }
-
-    // What is in the saved-state file.
-    int savedDisks() const
-    {
-        OwnedRecords saved;
-        std::FILE *const file = std::fopen(machine.where(kSavedStateFile).c_str(), "r");
-        const int ret = strgGetBinFile(file, saved.dat);
-        std::fclose(file);
-        return ret == 0 ? saved.dat[TAV_CID_STRG_HDD].datNum : -1;
-    }
 };
 
 TEST_F(Check, WithNothingChangedTracesEachStepInOrder)

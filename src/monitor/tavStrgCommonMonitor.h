@@ -3,15 +3,21 @@
 
 #include "store/records/tavStrgCommonStore.h"
 
-extern pthread_t gst_thid; // the monitoring thread; 0 when there is none. Read it through getThreadSts.
-extern CInfo *gst_thcInfo; // the broker handle and context of the thread, from memalloc; null when there is none
+extern pthread_t gst_thid; // the monitoring thread; 0 when there is none. Read it through getThreadSts or threadNow.
+extern CInfo *gst_thcInfo; // the broker handle and context of the thread, from memalloc; null when there is none. Only
+                           // those who start and stop the thread touch it.
 
 // Address of the monitoring thread's identifier; 0 there means that no thread exists.
 pthread_t *strgGetThreadID();
 // Address of the initialisation state.
 std::atomic<int32_t> *strgGetFirstProc();
-// Starts the monitoring thread. 0, or -1.
+// Starts the monitoring thread, which must not run. The thread gets a context of its own from the broker; one that was
+// prepared for a thread that then could not be made is the broker's. 0, or -1 with no thread and no context.
 int strgCreateThread(const CInfo *cInfo);
+// The thread itself, with its CInfo: a pass, a sleep of gst_SleepSec seconds, for ever. It runs with cancellation
+// disabled but for the sleep and the points between the devices of a collection, so a stop takes at most the commands
+// that one device is being sent; what it holds there is released as it unwinds.
+[[noreturn]] void *strgWatchThread(void *thcInfo);
 // Stops the thread if it runs, saves and frees the store, and makes the next request initialise again.
 void strgExitThread(const CInfo *cInfo);
 

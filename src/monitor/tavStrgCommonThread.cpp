@@ -1,17 +1,20 @@
-// The monitoring thread's start and end.
+// The monitoring thread: its start, its loop and its end.
 #include "monitor/tavStrgCommonMonitor.h"
 #include "provider/runtime/tavCommonMemory.h"
 
-#include <atomic>
 #include <cerrno>
 #include <mutex>
+#include <unistd.h>
 
 pthread_t gst_thid = 0;
 CInfo *gst_thcInfo = nullptr;
 
 namespace {
 
-std::mutex stopping; // a request and a cleanup may stop at the same moment: one joins, saves and frees, then the other
+constexpr char kTraceFile[] = "tavstrg.log";
+constexpr int32_t kDefaultCycle = 60; // seconds
+
+std::mutex startingStopping; // requests and a cleanup may start and stop at the same moment: one after the other
 
 // Ids are words to the threads' functions; the trace prints their low 32 bits.
 int tracedId(pthread_t tid)
@@ -19,27 +22,88 @@ int tracedId(pthread_t tid)
     return static_cast<int>(tid);
 }
 
+// Leaves the mark by which the thread's end is seen, however it ends.
+class EndMark {
+public:
+    EndMark() = default;
+    ~EndMark() { threadEnds(); }
+    EndMark(const EndMark &) = delete;
+    EndMark &operator=(const EndMark &) = delete;
+};
+
+class CancelSwitch {
+public:
+    explicit CancelSwitch(int state) { pthread_setcancelstate(state, &previous_); }
+    ~CancelSwitch() { pthread_setcancelstate(previous_, nullptr); }
+    CancelSwitch(const CancelSwitch &) = delete;
+    CancelSwitch &operator=(const CancelSwitch &) = delete;
+
+private:
+    int previous_ = PTHREAD_CANCEL_ENABLE;
+};
+
+// A stored cycle of 0, which only a damaged file or segment can hold, must not make the thread spin.
+unsigned secondsToSleep(int32_t cycle)
+{
+    return static_cast<unsigned>(cycle < 1 ? kDefaultCycle : cycle);
+}
+
+void sleepOneCycle(const char *function)
+{
+    const int32_t cycle = gst_SleepSec;
+    TRACE_AS(function, kDetail, "- sleep[%d]sec -", cycle);
+    {
+        const CancelSwitch on(PTHREAD_CANCEL_ENABLE);
+        ::sleep(secondsToSleep(cycle));
+    }
+    TRACE_AS(function, kDetail, "- wakeUp -");
+}
+
+// The context of a thread that died was never freed: nobody stopped it.
+void forgetDeadThread()
+{
+    if (threadNow(&gst_thid) == 0) {
+        std::free(gst_thcInfo);
+        gst_thcInfo = nullptr;
+    }
+}
+
+int startThread(const char *function)
+{
+    pthread_t tid = 0;
+    const int error = pthread_create(&tid, nullptr, strgWatchThread, gst_thcInfo);
+    if (error != 0) {
+        TRACE_AS(function, kFailure, "_OUT_ pthread_create() Failure!! err=[%d]", error);
+        memfree(gst_thcInfo, function);
+        return -1;
+    }
+    threadStarted(&gst_thid, tid);
+    return TRACED_AS(function, 0, kDetail, "_OUT_ tid=[%d]", tracedId(tid));
+}
+
 void stopThread(const char *function)
 {
     if (getThreadSts(&gst_thid) != 1) {
         return;
     }
-    const std::atomic_ref<pthread_t> shared(gst_thid);
-    const pthread_t tid = shared;
+    const pthread_t tid = claimThread(&gst_thid);
+    if (tid == 0) {
+        return; // it died just now
+    }
     TRACE_AS(function, kDetail, "pthread_cancel(%d)", tracedId(tid));
     pthread_cancel(tid);
     TRACE_AS(function, kDetail, "pthread_join()");
     if (const int error = pthread_join(tid, nullptr); error != 0) {
         TRACE_AS(function, kFailure, "pthread_join Failure!! errno=[%d]", error);
     }
-    shared = 0;
+    threadJoined(&gst_thid);
 }
 
 } // namespace
 
 pthread_t *strgGetThreadID()
 {
-    TRACE(kDetail, "=== gst_thid=[%d] ===", tracedId(std::atomic_ref(gst_thid)));
+    TRACE(kDetail, "=== gst_thid=[%d] ===", tracedId(threadNow(&gst_thid)));
     return &gst_thid;
 }
 
@@ -49,19 +113,50 @@ std::atomic<int32_t> *strgGetFirstProc()
     return &gst_first;
 }
 
-// There is no thread routine in this build, so every start is answered as one that the system refused.
 int strgCreateThread(const CInfo *cInfo)
 {
+    const std::lock_guard held(startingStopping);
     TRACE(kDetail, "_IN_");
     if (cInfo == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ Param Failure!!");
     }
-    return TRACED(-1, kFailure, "_OUT_ pthread_create() Failure!! err=[%d]", ENOSYS);
+    forgetDeadThread();
+    gst_thcInfo = static_cast<CInfo *>(memalloc(sizeof(CInfo)));
+    if (gst_thcInfo == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ th_cInfo alloc Failure!!");
+    }
+    gst_thcInfo->broker = cInfo->broker;
+    gst_thcInfo->context = cInfo->broker->bft->prepareAttachThread(cInfo->broker, cInfo->context);
+    TRACE(kDetail, "CBPrepareAttachThread() brk=[%p],ctx=[%p] -> th_brk=[%p],th_ctx=[%p]",
+          static_cast<const void *>(cInfo->broker), static_cast<const void *>(cInfo->context),
+          static_cast<const void *>(gst_thcInfo->broker), static_cast<const void *>(gst_thcInfo->context));
+    return startThread(__func__);
+}
+
+// No noexcept on this path but in destructors: a cancel unwinds it.
+void *strgWatchThread(void *thcInfo)
+{
+    const EndMark mark; // the first to be made, so that nothing is in use when the mark stands
+    const CancelSwitch off(PTHREAD_CANCEL_DISABLE);
+    InitProcess(kTraceFile);
+    TRACE(kDetail, "_IN_");
+    const auto *const cInfo = static_cast<const CInfo *>(thcInfo);
+    TRACE(kDetail, "CBAttachThread(brk=[%p],ctx=[%p])", static_cast<const void *>(cInfo->broker),
+          static_cast<const void *>(cInfo->context));
+    cInfo->broker->bft->attachThread(cInfo->broker, cInfo->context);
+    TRACE(kDetail, "Thread_Loop start.");
+    for (;;) {
+        TRACE(kDetail, "strgCheckConfigChange()");
+        if (strgCheckConfigChange(cInfo) != 0) {
+            TRACE(kFailure, "strgCheckConfigChange() Failure!!");
+        }
+        sleepOneCycle(__func__);
+    }
 }
 
 void strgExitThread(const CInfo *cInfo)
 {
-    const std::lock_guard held(stopping);
+    const std::lock_guard held(startingStopping);
     TRACE(kDetail, "_IN_");
     stopThread(__func__);
     memfree(gst_thcInfo);

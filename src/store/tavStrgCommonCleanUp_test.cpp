@@ -188,4 +188,35 @@ TEST_F(ServiceCleanUp, TheEndOfTheBrokerStopsTheThread)
     EXPECT_TRUE(machine.exists(kSavedStateFile));
 }
 
+// With the monitoring thread itself, in its sleep.
+TEST_F(ServiceCleanUp, TwoAtOnceStopTheThreadOnceAndTheNextRequestBuildsAnew)
+{
+    for (int i = 0; i < 2; ++i) {
+        sim::holdSleeps(true);
+        trace->clear();
+        ASSERT_EQ(strgCreateThread(&cInfo), 0);
+        ASSERT_TRUE(sim::awaitSleep(1, 60));
+        std::vector<std::thread> threads;
+        std::atomic<int> ok = 0;
+        for (int n = 0; n < 2; ++n) {
+            threads.emplace_back([&] { ok += cleanUp(true).rc == CMPI_RC_OK ? 1 : 0; });
+        }
+        for (std::thread &thread : threads) {
+            thread.join();
+        }
+        EXPECT_EQ(ok, 2);
+        EXPECT_EQ(std::ranges::count(trace->textsOf("strgExitThread"), "pthread_join()"), 1);
+        EXPECT_THAT(trace->textsOf("strgCleanUpProvider"), Contains("ServiceMode but Non-Thread."));
+        EXPECT_EQ(segments(), 0);
+        EXPECT_EQ(broker.accounting().callsFromCleanup, 0);
+        g_srvmod = i; // either mode
+        DatInfo disks = {};
+        ASSERT_EQ(strgInitProvider(&cInfo), 0);
+        EXPECT_EQ(strgGetInstance(&cInfo, TAV_CID_STRG_HDD, &disks), 0);
+        EXPECT_EQ(disks.datNum, 2);
+        g_srvmod = 1;
+    }
+    sim::holdSleeps(false);
+}
+
 } // namespace

@@ -57,6 +57,15 @@ std::optional<int> bringUpToDate(const CInfo *cInfo, int classId, const char *fu
     return strgCheckConfigChange(cInfo);
 }
 
+// The class's descriptor as it is at this moment; false when the store has begun to be freed or built anew meanwhile,
+// so that no records does not mean no devices.
+bool handOut(int classId, DatInfo &dat)
+{
+    const std::shared_lock held(g_recordsLock);
+    dat = instSt[classId];
+    return recordsHeld(dat) > 0 || strgIsBuilt();
+}
+
 } // namespace
 
 int strgGetInstance(const CInfo *cInfo, int classId, DatInfo *datInfo)
@@ -81,7 +90,10 @@ int strgGetInstance(const CInfo *cInfo, int classId, DatInfo *datInfo)
         mutexUnlock(&instMutexSt.mutex);
         return -1;
     }
-    *datInfo = recordsNow(instSt[classId]);
+    if (!handOut(classId, *datInfo)) {
+        mutexUnlock(&instMutexSt.mutex);
+        return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
+    }
     mutexUnlock(&instMutexSt.mutex);
     return TRACED(*ret, kDetail, "_OUT_ ret=[%d]", *ret);
 }

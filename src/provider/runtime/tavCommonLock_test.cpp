@@ -5,6 +5,7 @@
 #include "support/trace_recorder.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <gmock/gmock.h>
 #include <thread>
 
@@ -54,7 +55,10 @@ TEST_F(Locks, AFreeLockIsTakenAtOnce)
                 ElementsAre("_IN_", "pthread_mutex_trylock()", "pthread_mutex_trylock() success", "_OUT_"));
     EXPECT_EQ(pthread_mutex_trylock(&mutex), EBUSY);
     mutexUnlock(&mutex);
-    EXPECT_TRUE(trace.has(kDetail, "pthread_mutex_unlock success", "mutexUnlock"));
+    char address[64];
+    std::snprintf(address, sizeof address, "pthread_mutex_unlock()[%p]", static_cast<void *>(&mutex));
+    EXPECT_THAT(trace.textsOf("mutexUnlock"), ElementsAre("_IN_", address, "pthread_mutex_unlock success", "_OUT_"));
+    EXPECT_FALSE(trace.has(kFailure, "pthread_mutex_unlock success"));
     EXPECT_EQ(pthread_mutex_trylock(&mutex), 0);
     pthread_mutex_unlock(&mutex);
 }

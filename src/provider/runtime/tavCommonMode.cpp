@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <mutex>
 
 std::atomic<int32_t> g_srvmod{-1};
 
@@ -13,6 +14,40 @@ namespace {
 
 constexpr char kNameSpace[] = "root/TAVKIT/AS";
 constexpr char kClassName[] = "TAV_GeneralInformation";
+
+std::mutex threadGuard;                // held for a look and a change only
+std::atomic<pthread_t> endedThread{0}; // the end mark; 0 for none. Set without the lock: its thread may be unwinding.
+pthread_t claimedThread = 0;           // being joined by somebody, so perhaps no more; 0 for none
+
+enum class ThreadState {
+    none,
+    running,
+    ended,   // by its mark; the caller joins it
+    unknown, // to the system: there is nothing to join
+};
+
+// What has become of the thread; *tid is cleared when it has gone.
+ThreadState look(pthread_t *tid, pthread_t &seen)
+{
+    const std::lock_guard held(threadGuard);
+    seen = tid == nullptr ? 0 : *tid;
+    if (seen == 0) {
+        return ThreadState::none;
+    }
+    if (seen == claimedThread) {
+        return ThreadState::running;
+    }
+    if (seen == endedThread) {
+        endedThread = 0;
+        *tid = 0;
+        return ThreadState::ended;
+    }
+    if (pthread_kill(seen, 0) == ESRCH) {
+        *tid = 0;
+        return ThreadState::unknown;
+    }
+    return ThreadState::running;
+}
 
 // The threads' functions take an identifier as a word; the trace prints its low 32 bits.
 int tracedId(pthread_t tid)
@@ -61,20 +96,52 @@ int getServiceMode(const CInfo *cInfo)
 
 int getThreadSts(pthread_t *tid)
 {
-    if (tid == nullptr) {
-        TRACE(kDetail, "_IN_ tid=[%d]", 0);
-        return TRACED(0, kDetail, "_OUT_ thread is non");
-    }
-    // Requests ask while a start or a stop writes the identifier.
-    const std::atomic_ref<pthread_t> shared(*tid);
-    pthread_t seen = shared;
+    pthread_t seen = 0;
+    const ThreadState state = look(tid, seen);
     TRACE(kDetail, "_IN_ tid=[%d]", tracedId(seen));
-    if (seen == 0) {
+    switch (state) {
+    case ThreadState::none:
         return TRACED(0, kDetail, "_OUT_ thread is non");
+    case ThreadState::running:
+        return TRACED(1, kDetail, "_OUT_ thread is Running");
+    case ThreadState::ended:
+        pthread_join(seen, nullptr); // it has but to return: what it holds is freed
+        break;
+    case ThreadState::unknown:
+        break;
     }
-    if (pthread_kill(seen, 0) == ESRCH) {
-        shared.compare_exchange_strong(seen, 0); // one that was started meanwhile stays
-        return TRACED(0, kDetail, "_OUT_ thread is NotRun");
+    return TRACED(0, kDetail, "_OUT_ thread is NotRun");
+}
+
+pthread_t threadNow(const pthread_t *tid)
+{
+    const std::lock_guard held(threadGuard);
+    return *tid;
+}
+
+void threadStarted(pthread_t *tid, pthread_t started)
+{
+    const std::lock_guard held(threadGuard);
+    *tid = started;
+}
+
+void threadEnds()
+{
+    endedThread = pthread_self();
+}
+
+pthread_t claimThread(const pthread_t *tid)
+{
+    const std::lock_guard held(threadGuard);
+    claimedThread = *tid;
+    return claimedThread;
+}
+
+void threadJoined(pthread_t *tid)
+{
+    const std::lock_guard held(threadGuard);
+    if (endedThread == claimedThread) {
+        endedThread = 0; // the next thread may get the same identifier
     }
-    return TRACED(1, kDetail, "_OUT_ thread is Running");
+    *tid = claimedThread = 0;
 }

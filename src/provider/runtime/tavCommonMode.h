@@ -1,4 +1,5 @@
-// What every store and handler function is handed first, and the two questions about the process's mode.
+// What every store and handler function is handed first, and the two questions about the process's mode: whether the
+// agent runs as a service, and whether the monitoring thread runs.
 #pragma once
 
 #include <cmpift.h>
@@ -19,5 +20,21 @@ extern std::atomic<int32_t> g_srvmod; // cached service mode; -1 while it is not
 // The agent's installed service mode, 0 or 1, asked of the broker once and cached; any failure is 0 and not cached.
 int getServiceMode(const CInfo *cInfo);
 
-// 1 while the thread runs, else 0; clears *tid when the thread has gone. *tid is read and cleared atomically.
+// 1 while the thread runs, else 0; clears *tid when the thread has gone.
+//
+// Current C libraries still find a thread that ended and was not joined, so the thread leaves a mark at its end.
+// Whoever first sees the mark joins the thread, and nothing of it is left. *tid is read and written under one lock with
+// all of this; it is for the functions here only.
 int getThreadSts(pthread_t *tid);
+
+// The identifier as it is at this moment, 0 for none.
+pthread_t threadNow(const pthread_t *tid);
+// A thread was started: its identifier.
+void threadStarted(pthread_t *tid, pthread_t started);
+// The thread itself is about to end, however that came; it touches nothing of the provider's afterwards.
+void threadEnds();
+// The thread that the caller is going to join, or 0 when there is none or it has gone. From then on getThreadSts leaves
+// it alone and says that it runs, until threadJoined.
+pthread_t claimThread(const pthread_t *tid);
+// The claimed thread is no more: clears *tid.
+void threadJoined(pthread_t *tid);

@@ -5,10 +5,19 @@
 #include "support/trace_recorder.h"
 
 #include <atomic>
+#include <cerrno>
 #include <gmock/gmock.h>
 #include <thread>
 
 using testing::ElementsAre;
+
+// The system's answer, but where a test has it know no thread. The program is linked so that calls come here.
+static bool threadsAreUnknown = false;
+extern "C" int __real_pthread_kill(pthread_t thread, int signal);
+extern "C" int __wrap_pthread_kill(pthread_t thread, int signal)
+{
+    return threadsAreUnknown ? ESRCH : __real_pthread_kill(thread, signal);
+}
 
 namespace {
 
@@ -173,6 +182,63 @@ TEST(ThreadStatus, IsOneWhileTheThreadRuns)
     EXPECT_EQ(self, pthread_self());
     EXPECT_THAT(trace.textsOf("getThreadSts"),
                 ElementsAre("_IN_ tid=[" + std::to_string(static_cast<int>(self)) + "]", "_OUT_ thread is Running"));
+}
+
+// A thread that ends on its own, with its mark; its identifier.
+pthread_t endedThread()
+{
+    pthread_t thread = 0;
+    const auto body = [](void *) -> void * {
+        threadEnds();
+        return nullptr;
+    };
+    EXPECT_EQ(pthread_create(&thread, nullptr, body, nullptr), 0);
+    return thread;
+}
+
+TEST(ThreadStatus, OfAThreadThatEndedIsZeroAndClearsTheIdentifier)
+{
+    TraceRecorder trace;
+    pthread_t thread = endedThread();
+    const std::string id = std::to_string(static_cast<int>(thread));
+    while (getThreadSts(&thread) == 1) { // until the mark is there
+        trace.clear();
+    }
+    EXPECT_EQ(thread, 0U);
+    EXPECT_EQ(getThreadSts(&thread), 0);
+    EXPECT_THAT(trace.textsOf("getThreadSts"),
+                ElementsAre("_IN_ tid=[" + id + "]", "_OUT_ thread is NotRun", "_IN_ tid=[0]", "_OUT_ thread is non"));
+}
+
+TEST(ThreadStatus, OfAThreadThatTheSystemDoesNotKnowIsZeroAndClearsTheIdentifier)
+{
+    TraceRecorder trace;
+    pthread_t thread = pthread_self();
+    threadsAreUnknown = true;
+    EXPECT_EQ(getThreadSts(&thread), 0);
+    threadsAreUnknown = false;
+    EXPECT_EQ(thread, 0U);
+    EXPECT_EQ(trace.textsOf("getThreadSts").back(), "_OUT_ thread is NotRun");
+}
+
+TEST(ThreadStatus, LeavesAThreadThatSomebodyJoinsToThem)
+{
+    pthread_t thread = endedThread();
+    const pthread_t claimed = claimThread(&thread);
+    EXPECT_EQ(claimed, thread);
+    EXPECT_EQ(pthread_join(claimed, nullptr), 0);
+    threadsAreUnknown = true;
+    EXPECT_EQ(getThreadSts(&thread), 1);
+    threadsAreUnknown = false;
+    threadJoined(&thread);
+    EXPECT_EQ(threadNow(&thread), 0U);
+    threadStarted(&thread, claimed); // another one may get the identifier
+    EXPECT_EQ(threadNow(&thread), claimed);
+    pthread_t self = pthread_self();
+    EXPECT_EQ(getThreadSts(&self), 1);
+    pthread_t none = 0;
+    EXPECT_EQ(claimThread(&none), 0U);
+    threadJoined(&none);
 }
 
 } // namespace

@@ -73,10 +73,11 @@ inline void traceFormatIsChecked(const char *, ...) {}
 // One trace line: SetFilePath, then TraceLog, each only if it is loaded. May change errno: save it before.
 template <class... Args> void traceLine(int level, const char *function, int line, const char *format, Args... args)
 {
-    if (const auto setFilePath = g_Func.trace.SetFilePath.load(std::memory_order_acquire)) {
+    const TracingNow now; // before the pointers are read: whoever takes them away then sees this call
+    if (const auto setFilePath = g_Func.trace.SetFilePath.load()) {
         setFilePath(g_logfnm);
     }
-    if (const auto traceLog = g_Func.trace.TraceLog.load(std::memory_order_acquire)) {
+    if (const auto traceLog = g_Func.trace.TraceLog.load()) {
         traceLog(level, "", function, line, format, args...);
     }
 }

@@ -141,6 +141,35 @@ TEST_F(AgentLibraries, OneThatCannotBeClosedStaysAsItWas)
     EXPECT_NE(g_Func.alert.SendIndication.load(), nullptr);
 }
 
+std::atomic<bool> insideLibrary{false};
+std::atomic<bool> mayLeaveLibrary{false};
+
+void setFilePathSlowly(const char *)
+{
+    insideLibrary = true;
+    while (!mayLeaveLibrary) {
+        std::this_thread::yield();
+    }
+}
+
+TEST_F(AgentLibraries, TheTraceLibraryIsUnloadedOnlyWhenNoThreadIsInsideIt)
+{
+    EXPECT_EQ(InitProcess("tavstrg.log"), 0);
+    g_Func.trace.SetFilePath = setFilePathSlowly;
+    std::thread tracing(traceOne);
+    while (!insideLibrary) {
+        std::this_thread::yield();
+    }
+    std::thread finishing(FinishProcess);
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_NE(g_Func.trace.handle, nullptr) << "a thread is inside";
+    mayLeaveLibrary = true;
+    tracing.join();
+    finishing.join();
+    EXPECT_EQ(g_Func.trace.handle, nullptr);
+    EXPECT_THAT(agent.closed, ElementsAre("libtavalert.so", "libtavlog.so"));
+}
+
 TEST_F(AgentLibraries, AreLoadedOnceByFactoriesThatRunAtTheSameTimeAsRequests)
 {
     ASSERT_EQ(InitProcess("tavstrg.log"), 0);

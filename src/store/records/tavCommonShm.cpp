@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <optional>
 #include <sys/ipc.h>
 #include <sys/shm.h>
 
@@ -178,6 +179,10 @@ int reallocDatArea(const CInfo *cInfo, const char *keyFileBase, int cid, DatInfo
     const DatInfo wanted = recordsNow(*ins);
     const int32_t oldNum = segmentNow(*shm).num;
     TRACE(kDetail, "cid=[%d] insNum=[%d] shmNum=[%d]", cid, wanted.datNum, oldNum);
+    std::optional<SegmentExchange> exchange; // who reads the class now gets what the store still has
+    if (wanted.datNum > 0) {
+        exchange.emplace(*shm);
+    }
     if (oldNum > 0 && shmDestroy(cInfo, shm) != 0) {
         const int error = errno;
         return TRACED(-1, kFailure, "_OUT_ shmDestroy() Failure!! errno=[%d]", error);

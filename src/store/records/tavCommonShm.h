@@ -11,6 +11,7 @@ struct ShmInfo {
     void *shmAdr;         // last attachment, valid only between attach and detach
     RenewableMutex mutex; // guards the segment; taken only in service mode
     bool storeNewer;      // the store holds records that the segment was not given yet: nothing is read back from it
+    bool inBetween; // the old segment is removed, its successor is not there yet: the class has records all the same
 };
 
 // Creates the segment of class cid with size bytes under a fresh key file "<keyFileBase><cid>". Returns its id, or -1.

@@ -159,6 +159,18 @@ TEST_F(ShmCopy, InServiceModeALockHeldElsewhereFailsItAfterThreeSeconds)
     EXPECT_NEAR(sim::sleptSeconds(), 6.0, 0.02);
 }
 
+TEST_F(ShmCopy, ALockThatCannotBeGivenBackFailsTheCopy)
+{
+    twoRecords();
+    withSegment(2);
+    loseTheLock();
+    EXPECT_EQ(setInstToShm(&cInfo, &ins, &shm), -1);
+    EXPECT_EQ(linesOf("setInstToShm").back(), "3 _OUT_ thmutex_unlock Failure!!");
+    loseTheLock();
+    EXPECT_EQ(setShmToInst(&cInfo, &shm, &ins), -1);
+    EXPECT_EQ(linesOf("setShmToInst").back(), "3 _OUT_ thmutex_unlock Failure!!");
+}
+
 TEST_F(ShmCopy, OutsideServiceModeNoSegmentLockIsTaken)
 {
     twoRecords();

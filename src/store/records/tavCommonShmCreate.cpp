@@ -43,11 +43,18 @@ bool exists(const char *path)
     return ::lstat(path, &info) == 0;
 }
 
-// Makes an empty file where there is none; what is there already, a link too, is neither followed nor touched.
+bool leadsNowhere(const char *path)
+{
+    struct stat info = {};
+    return ::lstat(path, &info) == 0 && S_ISLNK(info.st_mode) && ::stat(path, &info) != 0;
+}
+
+// Makes an empty file where there is none; what is there already, a link too, is neither followed nor touched. One that
+// another process of the broker has made just now will do.
 int createEmpty(const char *path)
 {
     const FileDesc file(::open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC, kPermissions));
-    return file ? 0 : -1;
+    return file || errno == EEXIST ? 0 : -1;
 }
 
 enum class Attempt { made, retry, stop };
@@ -86,18 +93,20 @@ Attempt attempt(const KeyFile &file, int size, int n, int &shmId, int &error, co
     const key_t key = ::ftok(file.path, kProjectId);
     if (key == -1) {
         error = errno;
+        if (error == ENOENT && !leadsNowhere(file.path)) {
+            return Attempt::retry; // another process has just retired it
+        }
         TRACE_AS(function, kFailure, "_OUT_ ftok Failure!! fnm=[%s] errno=[%d]", file.path, error);
         return Attempt::stop;
     }
     return createSegment(key, size, n, shmId, error, function);
 }
 
-// Tries keys until one is free. Returns the identifier, or -1 with the last error.
-int findSegment(const KeyFile &file, int size, int &error, const char *function)
+// Tries keys until one is free. Returns the identifier, or -1 with the last error; n is the last attempt's number.
+int findSegment(const KeyFile &file, int size, int &n, int &error, const char *function)
 {
     RetiredFile retired;
-    int n = 1;
-    for (; n <= kAttempts; ++n) {
+    for (n = 1; n <= kAttempts; ++n) {
         int shmId = -1;
         const Attempt outcome = attempt(file, size, n, shmId, error, function);
         if (outcome == Attempt::made) {
@@ -113,16 +122,22 @@ int findSegment(const KeyFile &file, int size, int &error, const char *function)
     return -1;
 }
 
-void removeRetired(const KeyFile &file, const char *function)
+void removeRetired(const KeyFile &file, int attempts, const char *function)
 {
     RetiredFile retired;
+    bool gap = false;
     for (int n = 1; n <= kAttempts; ++n) {
         nameRetired(retired, file, n);
-        if (!exists(retired.path)) {
+        if (exists(retired.path)) {
+            TRACE_AS(function, kDetail, "unlink[%s]", retired.path);
+            ::unlink(retired.path);
+        } else {
+            gap = true;
+        }
+        // Another process that removes at the same moment makes gaps: behind one, only what was retired here is left.
+        if (gap && n >= attempts) {
             return;
         }
-        TRACE_AS(function, kDetail, "unlink[%s]", retired.path);
-        ::unlink(retired.path);
     }
 }
 
@@ -134,8 +149,9 @@ int createUnderFreshKey(const char *keyFileBase, int cid, int size, int &error, 
         return TRACED_AS(function, -1, kFailure, "_OUT_ fopen Failure!! fnm=[%s] errno=[%d]", keyFileBase,
                          ENAMETOOLONG);
     }
-    const int shmId = findSegment(file, size, error, function);
-    removeRetired(file, function);
+    int attempts = 0;
+    const int shmId = findSegment(file, size, attempts, error, function);
+    removeRetired(file, attempts, function);
     return shmId;
 }
 

@@ -198,6 +198,14 @@ TEST_F(ShmCreate, InServiceModeALockHeldElsewhereFailsItAfterThreeSeconds)
     EXPECT_FALSE(machine.exists(kKeyFile));
 }
 
+TEST_F(ShmCreate, ALockThatCannotBeGivenBackFailsItAndNoSegmentIsLeft)
+{
+    loseTheLock();
+    EXPECT_EQ(shmCreate(&cInfo, &shm, kBase, 3, 8), -1);
+    EXPECT_EQ(linesOf("shmCreate").back(), "3 _OUT_ thmutex_unlock Failure!!");
+    EXPECT_EQ(segments(), 0);
+}
+
 TEST_F(ShmCreate, InServiceModeTheLockIsTakenAndGivenBack)
 {
     g_srvmod = 1;

@@ -27,6 +27,21 @@ protected:
         setSegment(shm, {id, num, nullptr}, false);
     }
 
+    // In service mode, the segment's lock is somebody else's again when the product gives it back: it does what it does
+    // with the segment, and then cannot unlock.
+    void loseTheLock()
+    {
+        pthread_mutexattr_t checking;
+        pthread_mutexattr_init(&checking);
+        pthread_mutexattr_settype(&checking, PTHREAD_MUTEX_ERRORCHECK);
+        pthread_mutex_destroy(&shm.mutex.mutex);
+        ASSERT_EQ(pthread_mutex_init(&shm.mutex.mutex, &checking), 0);
+        pthread_mutexattr_destroy(&checking);
+        g_srvmod = 1;
+        trace->clear();
+        sim::atNth(sim::Call::segment, 1, [this] { pthread_mutex_unlock(&shm.mutex.mutex); });
+    }
+
     static size_t sizeOf(int id)
     {
         struct shmid_ds info = {};

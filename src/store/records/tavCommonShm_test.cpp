@@ -52,6 +52,15 @@ TEST_F(ShmDestroy, GoesOnWithoutTheLock)
     EXPECT_EQ(segments(), 0);
 }
 
+TEST_F(ShmDestroy, ALockThatCannotBeGivenBackIsOnlyTraced)
+{
+    withSegment(2);
+    loseTheLock();
+    EXPECT_EQ(shmDestroy(&cInfo, &shm), 0);
+    EXPECT_TRUE(trace->has(kFailure, "thmutex_unlock Failure!!", "shmDestroy"));
+    EXPECT_EQ(segments(), 0);
+}
+
 using ShmNew = Segments;
 
 TEST_F(ShmNew, MakesASegmentForEachClassWithRecordsAndNoneForTheOthers)

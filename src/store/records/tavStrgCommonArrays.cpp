@@ -58,7 +58,7 @@ void *takeRecords(DatInfo &dat)
 void *takeRecordsWithoutSegment(DatInfo &dat, const ShmInfo &shm)
 {
     const std::unique_lock held(g_recordsLock);
-    if (shm.shmNum > 0) {
+    if (shm.shmNum > 0 || shm.inBetween) {
         return nullptr;
     }
     dat.datNum = 0;
@@ -125,6 +125,18 @@ Segment takeSegment(ShmInfo &shm)
     const std::unique_lock held(g_recordsLock);
     shm.storeNewer = false;
     return {std::exchange(shm.shmId, -1), std::exchange(shm.shmNum, 0), std::exchange(shm.shmAdr, nullptr)};
+}
+
+SegmentExchange::SegmentExchange(ShmInfo &shm) : shm_(shm)
+{
+    const std::unique_lock held(g_recordsLock);
+    shm_.inBetween = true;
+}
+
+SegmentExchange::~SegmentExchange()
+{
+    const std::unique_lock held(g_recordsLock);
+    shm_.inBetween = false;
 }
 
 void setAttachment(ShmInfo &shm, void *adr)

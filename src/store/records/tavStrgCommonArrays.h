@@ -24,8 +24,8 @@ bool copyRecord(const DatInfo &dat, int32_t i, std::span<uint8_t> out);
 void replaceRecords(DatInfo &dat, int32_t num, void *adr, ShmInfo *shm = nullptr);
 // Takes the array out of a descriptor and sets its count to 0. The caller frees it.
 void *takeRecords(DatInfo &dat);
-// The same, only if the class has no segment at that very moment; else null. A pass may have made one, and given the
-// store the records for it, since somebody looked.
+// The same, only if the class has no segment at that very moment and is not getting another one; else null. A pass may
+// have made one, and given the store the records for it, since somebody looked.
 void *takeRecordsWithoutSegment(DatInfo &dat, const ShmInfo &shm);
 // Copies num records over those that are there; false, and nothing is done, when there are not just as many.
 bool overwriteRecords(DatInfo &dat, int32_t num, const void *records, ShmInfo *shm = nullptr);
@@ -59,6 +59,17 @@ Segment segmentNow(const ShmInfo &shm);
 void setSegment(ShmInfo &shm, Segment segment, bool storeNewer);
 // Empties the entry and gives what it held, so that one who removes a segment cannot empty an entry that got a new one.
 Segment takeSegment(ShmInfo &shm);
+// Notes that the segment is exchanged for another one, as long as it lives.
+class SegmentExchange {
+public:
+    explicit SegmentExchange(ShmInfo &shm);
+    ~SegmentExchange();
+    SegmentExchange(const SegmentExchange &) = delete;
+    SegmentExchange &operator=(const SegmentExchange &) = delete;
+
+private:
+    ShmInfo &shm_;
+};
 // Notes where the segment is attached.
 void setAttachment(ShmInfo &shm, void *adr);
 

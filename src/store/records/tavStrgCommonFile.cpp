@@ -54,11 +54,12 @@ size_t sizeNow(const DatInfo *records)
 }
 
 // A store that was freed meanwhile is no state to save: without configuration and totals nobody could read the file.
+// One that is being built anew has those, but with nothing in them yet.
 bool compose(const DatInfo *records, std::span<uint8_t> out)
 {
     const std::shared_lock held(g_recordsLock);
-    return recordsHeld(records[TAV_CID_STRG_CONF]) == 1 && recordsHeld(records[TAV_CID_STRG_TNUM]) == 1 &&
-           composeStateFile(records, out);
+    return gst_first != 1 && recordsHeld(records[TAV_CID_STRG_CONF]) == 1 &&
+           recordsHeld(records[TAV_CID_STRG_TNUM]) == 1 && composeStateFile(records, out);
 }
 
 void traceSizes(const DatInfo *records, size_t size, const char *function)

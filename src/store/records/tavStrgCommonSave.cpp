@@ -8,7 +8,9 @@
 #include <fcntl.h>
 #include <mutex>
 #include <string_view>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -18,6 +20,9 @@ static_assert(std::string_view(kTemporaryFile).starts_with(kSavedStateFile));
 static_assert(std::string_view(kSavedStateFile).starts_with(kDirectory));
 
 constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
+
+constexpr int kLockWaits = 300;          // about three seconds: as long as any lock here is waited for
+constexpr useconds_t kLockPause = 10000; // 10 ms
 
 std::mutex saving; // in service mode a request and the monitoring thread may save at the same moment
 
@@ -35,35 +40,70 @@ int replaceError(const char *path)
     return S_ISDIR(info.st_mode) ? EISDIR : ENXIO;
 }
 
-// The stream over an open descriptor of a regular file; null with errno otherwise. Takes the descriptor over.
-std::FILE *streamOver(FileDesc &file)
+// Whether the path still leads to this regular file: another process that saves renames it away when it is done.
+bool isStillThere(int fd, const char *path)
 {
-    struct stat info = {};
-    if (!file || ::fstat(file.get(), &info) != 0) {
-        return nullptr;
-    }
-    if (!S_ISREG(info.st_mode)) {
-        errno = ENXIO;
-        return nullptr;
-    }
-    std::FILE *const stream = ::fdopen(file.get(), "wb");
-    if (stream != nullptr) {
-        static_cast<void>(file.handOver());
-    }
-    return stream;
+    struct stat open = {};
+    struct stat there = {};
+    return ::fstat(fd, &open) == 0 && ::lstat(path, &there) == 0 && open.st_dev == there.st_dev &&
+           open.st_ino == there.st_ino;
 }
 
-std::FILE *openTemporary(int &error)
+enum class Turn { mine, others, failed };
+
+// A file system without locks has one process that writes to it.
+Turn takeTurn(int fd, int &error)
+{
+    struct stat info = {};
+    if (::fstat(fd, &info) != 0) {
+        error = errno;
+        return Turn::failed;
+    }
+    if (!S_ISREG(info.st_mode)) {
+        error = ENXIO;
+        return Turn::failed;
+    }
+    if (::flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+        error = errno;
+        return Turn::others;
+    }
+    return isStillThere(fd, kTemporaryFile) ? Turn::mine : Turn::others;
+}
+
+// The temporary file, locked against other processes of the broker that save at the same moment; -1 with the error.
+int openTemporary(int &error)
 {
     error = replaceError(kSavedStateFile);
-    if (error != 0) {
+    for (int waits = 0; error == 0 || error == EWOULDBLOCK; ++waits) {
+        // O_NONBLOCK: a FIFO in place of the file is an error, not a wait for its reader.
+        FileDesc file(
+            ::open(kTemporaryFile, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, kOwnerOnly));
+        if (!file) {
+            error = errno;
+            return -1;
+        }
+        const Turn turn = takeTurn(file.get(), error);
+        if (turn == Turn::mine) {
+            return file.handOver();
+        }
+        if (turn == Turn::failed || waits == kLockWaits) {
+            return -1;
+        }
+        ::usleep(kLockPause);
+    }
+    return -1;
+}
+
+// A stream that writes the file afresh; null with the error.
+std::FILE *streamOver(const FileDesc &file, int &error)
+{
+    FileDesc copy(file ? ::fcntl(file.get(), F_DUPFD_CLOEXEC, 0) : -1);
+    std::FILE *const stream = copy && ::ftruncate(copy.get(), 0) == 0 ? ::fdopen(copy.get(), "wb") : nullptr;
+    if (stream == nullptr) {
+        error = file ? errno : error;
         return nullptr;
     }
-    // O_NONBLOCK: a FIFO in place of the file is an error, not a wait for its reader.
-    FileDesc file(::open(kTemporaryFile, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC,
-                         kOwnerOnly));
-    std::FILE *const stream = streamOver(file);
-    error = stream == nullptr ? errno : 0;
+    static_cast<void>(copy.handOver());
     return stream;
 }
 
@@ -82,7 +122,9 @@ SaveResult strgSaveBinFile(DatInfo *records, int &error, const char *function)
 {
     const std::lock_guard held(saving);
     TRACE_AS(function, kDetail, "fopen[%s]", kSavedStateFile);
-    FilePtr file(openTemporary(error));
+    error = 0;
+    const FileDesc locked(openTemporary(error)); // until the file has its name
+    FilePtr file(streamOver(locked, error));
     if (!file) {
         return SaveResult::notOpened;
     }

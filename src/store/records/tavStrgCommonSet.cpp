@@ -22,7 +22,7 @@ int strgSetInstance(const CInfo *cInfo)
     if (nonsrvMutexLock(cInfo, &instMutexSt.mutex) != 0) {
         return TRACED(-1, kFailure, "_OUT_ nonsrvMutexLock(instMutexSt) Failure!!");
     }
-    if (!strgTakeConfig()) {
+    if (gst_first == 1 || !strgTakeConfig()) { // what is being built anew has no configuration yet
         TRACE(kFailure, "_OUT_ param(instSt[TAV_CID_STRG_CONF].datAdr) Failure!!");
         mutexUnlock(&instMutexSt.mutex);
         return -1;

@@ -12,6 +12,11 @@ std::atomic<int32_t> gst_SmartMode{0};
 std::shared_mutex g_recordsLock;
 std::mutex g_collectionLock;
 
+bool strgIsBuilt()
+{
+    return gst_first != 1 && instSt[TAV_CID_STRG_CONF].datAdr != nullptr; // the configuration is freed first
+}
+
 bool strgTakeConfig()
 {
     StrgConfRec conf = {};

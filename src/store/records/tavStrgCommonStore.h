@@ -29,10 +29,13 @@ extern std::shared_mutex g_recordsLock;
 extern std::mutex g_collectionLock;
 
 // Reads one class's records: holds g_recordsLock shared and brings the descriptor up to what the store has now, so that
-// it cannot point at an array that was replaced since it was handed out.
+// it cannot point at an array that was replaced since it was handed out. A store that is just being built has nothing.
 class RecordsReader {
 public:
-    RecordsReader(int classId, DatInfo &dat) : held_(g_recordsLock) { dat = instSt[classId]; }
+    RecordsReader(int classId, DatInfo &dat) : held_(g_recordsLock)
+    {
+        dat = gst_first == 1 ? DatInfo{instSt[classId].datSize, 0, nullptr} : instSt[classId];
+    }
 
 private:
     std::shared_lock<std::shared_mutex> held_;
@@ -49,6 +52,10 @@ int strgPublishAll(const CInfo *cInfo, const char *function = __builtin_FUNCTION
 // Destroys the segments' locks and the store lock; one that is held at this moment stays. The next initialisation makes
 // them anew. Traces each in the name of the function that destroys.
 void strgDestroyLocks(const char *function = __builtin_FUNCTION());
+
+// Whether the store is whole: it was initialised, and no stop or cleanup has begun to free it. A class without records
+// is then one without devices. The caller holds g_recordsLock.
+bool strgIsBuilt();
 
 // Sets gst_SleepSec and gst_SmartMode from the configuration record; false when there is none.
 bool strgTakeConfig();

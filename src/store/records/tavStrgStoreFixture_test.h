@@ -170,6 +170,22 @@ protected:
         }
     }
 
+    // What is in the saved-state file: 0, or -1.
+    int readSaved(DatInfo *records) const
+    {
+        std::FILE *const file = std::fopen(machine.where(kSavedStateFile).c_str(), "r");
+        const int ret = file == nullptr ? -1 : strgGetBinFile(file, records);
+        if (file != nullptr) {
+            std::fclose(file);
+        }
+        return ret;
+    }
+    int savedDisks() const
+    {
+        OwnedRecords saved;
+        return readSaved(saved.dat) == 0 ? saved.dat[TAV_CID_STRG_HDD].datNum : -1;
+    }
+
     // Texts traced by one function with their levels, "0 _IN_".
     std::vector<std::string> linesOf(const std::string &function) const
     {
