@@ -94,6 +94,11 @@ TEST_F(Agent, ATraceIsOneLineWithTimeLevelFunctionAndLine)
                 MatchesRegex("[0-9-]{10} [0-9:]{8}\\.[0-9]{3} 3 strgInitProvider:117 _OUT_ ret=\\[-1\\] name=\\[x\\]"));
 }
 
+TEST_F(Agent, TheAlertLibraryIsKnownAsTheOneForDevelopment)
+{
+    EXPECT_EQ(*alert.find<const int>("TavAlertTakesFile"), 1);
+}
+
 TEST_F(Agent, WithoutAFileNothingIsTraced)
 {
     trace(3, "", "f", 1, "x");

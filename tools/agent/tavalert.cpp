@@ -91,6 +91,10 @@ void addIndication(Line &line, const Indication &record)
 
 } // namespace
 
+// By this a program that shows alerts knows that they can be had here; the agent's own library has no such name.
+extern "C" [[gnu::visibility("default")]] const int TavAlertTakesFile;
+extern "C" const int TavAlertTakesFile = 1;
+
 // 0, or nonzero when the alert could not be written to its file.
 extern "C" [[gnu::visibility("default")]] int SendIndication(Indication record)
 {

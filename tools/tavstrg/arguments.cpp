@@ -15,11 +15,13 @@ constexpr const char *kDescription = "Asks the storage provider what this machin
 constexpr const char *kFooter =
     "\nA CLASS may be given short and in any case: HardDisk for TAV_StorageHardDisk.\n"
     "\nWithout --provider it is ../lib/libTAVStorageProvider.so from the tool's directory, else the one in\n"
-    "the system's library directory or its cmpi directory.\n"
+    "the broker's directory for providers, the system's library directory or its cmpi directory.\n"
+    "\nColours are used on a terminal that has them, unless the variable NO_COLOR is set to anything.\n"
     "\nIn service mode only TAV_StorageThread answers until the monitoring thread runs.\n"
     "\nExit status: 0 when all went well; 1 on a failure, such as a refused request, a class without\n"
     "instances, a provider that does not load or a machine file that cannot be read; 2 on wrong usage.\n"
-    "Failures are told on standard error in one line.\n";
+    "Failures are told on standard error in one line. A disk that predicts its failure is an answer, not a\n"
+    "failure: it does not change the status.\n";
 
 struct UsageError : std::runtime_error {
     using std::runtime_error::runtime_error;
@@ -35,10 +37,16 @@ struct RawArguments {
     CLI::App *get = nullptr;
     CLI::App *call = nullptr;
     CLI::App *classes = nullptr;
+    CLI::App *watch = nullptr;
+    CLI::App *check = nullptr;
+    CLI::App *metrics = nullptr;
+    CLI::App *dumpState = nullptr;
+    std::string colour;
 };
 
-void describeGlobals(CLI::App &app, Arguments &arguments)
+void describeGlobals(CLI::App &app, RawArguments &raw)
 {
+    Arguments &arguments = raw.arguments;
     app.set_help_all_flag("--help-all", "Print the help of all commands and exit");
     app.set_version_flag("--version", std::string("tavstrg ") + TAV_VERSION, "Print the version and exit");
     app.add_flag("--json", arguments.json, "Print JSON instead of text");
@@ -50,8 +58,52 @@ void describeGlobals(CLI::App &app, Arguments &arguments)
         ->type_name("FILE");
     app.add_flag("--service-mode", arguments.serviceMode,
                  "Let the agent count as installed in service mode (see below)");
+    app.add_option("--color", raw.colour, "When to colour what show and watch print: auto, always or never")
+        ->type_name("WHEN")
+        ->check(CLI::IsMember({"auto", "always", "never"}));
     app.footer(kFooter);
     app.require_subcommand(0, 1); // none is told apart from an unknown one below
+}
+
+void describeWatch(CLI::App &app, RawArguments &raw)
+{
+    raw.watch = app.add_subcommand("watch", "Start the monitoring thread and print its alerts until Ctrl-C");
+    raw.watch->add_option("--cycle", raw.arguments.cycle, "Set the monitoring cycle first; it stays set")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(10, 3600)); // what SetMonitorCycle takes
+    raw.watch->footer(
+        "\nThe provider runs in service mode. Alerts are printed as they come, with --json as one object a line.\n"
+        "With --machine the file may be edited meanwhile: within a cycle the thread meets the changed\n"
+        "machine. On a machine whose agent is installed the alerts go to the agent.\n");
+}
+
+void describeCheck(CLI::App &app, RawArguments &raw)
+{
+    raw.check = app.add_subcommand("check", "Tell what the provider makes of the administrator's files, line by line");
+    raw.check->add_option("--root", raw.arguments.root, "Check the files of DIR instead of the installed ones")
+        ->type_name("DIR");
+    raw.check->footer(
+        "\nChecked are storage.inf, noscsi.inf and tavm2ssd.inf in the data directory of the agent, of the\n"
+        "simulated machine (--machine), or of DIR (--root): in DIR/data, or in DIR itself where it has no data.\n"
+        "Lines that are accepted and notes go to standard output, lines that are skipped to standard error,\n"
+        "each as FILE:LINE: text; --json prints all of them. A file may be absent.\n"
+        "\nExit status: 0 when no line is skipped, 1 when one is or a file cannot be read, 2 on wrong usage.\n");
+}
+
+void describeMetrics(CLI::App &app, RawArguments &raw)
+{
+    raw.metrics = app.add_subcommand("metrics", "Print the inventory in the Prometheus text format");
+    raw.metrics
+        ->add_option("--output", raw.arguments.output, "Write FILE in one step instead, for a textfile collector")
+        ->type_name("FILE");
+}
+
+void describeDumpState(CLI::App &app, RawArguments &raw)
+{
+    raw.dumpState = app.add_subcommand("dump-state", "Print what a saved-state file holds, also when it is damaged");
+    raw.dumpState->add_option("FILE", raw.arguments.file, "The file, tavstrgsave.dat or a copy of it")->required();
+    raw.dumpState->footer(
+        "\nA damaged file is printed as far as it goes; where and how it breaks is told, with exit status 1.\n");
 }
 
 void describeCommands(CLI::App &app, RawArguments &raw)
@@ -63,6 +115,10 @@ void describeCommands(CLI::App &app, RawArguments &raw)
     raw.get = app.add_subcommand("get", "Print one instance of a class");
     raw.call = app.add_subcommand("call", "Call a method of a class and print what it returns");
     raw.classes = app.add_subcommand("classes", "List the classes, their properties and their methods");
+    describeWatch(app, raw);
+    describeCheck(app, raw);
+    describeMetrics(app, raw);
+    describeDumpState(app, raw);
     for (CLI::App *command : {raw.enumerate, raw.get, raw.call}) {
         command->add_option("CLASS", arguments.className, "Class, see \"tavstrg classes\"")->required();
         command->add_flag("--raw", arguments.raw, "Send the names as they are given, known or not");
@@ -70,7 +126,7 @@ void describeCommands(CLI::App &app, RawArguments &raw)
     raw.get->add_option("INDEX", raw.index, "Index of the instance; a class with one instance takes none");
     raw.call->add_option("METHOD", arguments.method, "Method of the class, in any case")->required();
     raw.call->add_option("NAME=VALUE", raw.assignments, "Arguments of the method, sent as text");
-    for (CLI::App *command : {raw.show, raw.enumerate, raw.get, raw.call, raw.classes})
+    for (CLI::App *command : app.get_subcommands([](const CLI::App *) { return true; }))
         command->fallthrough(); // global options may follow the command
 }
 
@@ -82,7 +138,20 @@ Command commandOf(const RawArguments &raw)
         return Command::enumerate;
     if (raw.get->parsed())
         return Command::get;
+    if (raw.watch->parsed())
+        return Command::watch;
+    if (raw.check->parsed())
+        return Command::check;
+    if (raw.metrics->parsed())
+        return Command::metrics;
+    if (raw.dumpState->parsed())
+        return Command::dumpState;
     return raw.call->parsed() ? Command::call : Command::classes;
+}
+
+ColourWhen colourOf(const std::string &when)
+{
+    return when == "always" ? ColourWhen::always : when == "never" ? ColourWhen::never : ColourWhen::automatic;
 }
 
 void splitAssignments(const std::vector<std::string> &assignments, Arguments &arguments)
@@ -140,7 +209,7 @@ Parsed parseArguments(int argc, const char *const *argv)
 {
     CLI::App app(kDescription, "tavstrg");
     RawArguments raw;
-    describeGlobals(app, raw.arguments);
+    describeGlobals(app, raw);
     describeCommands(app, raw);
     try {
         app.parse(argc, argv);
@@ -151,7 +220,11 @@ Parsed parseArguments(int argc, const char *const *argv)
         if (raw.get->count("INDEX") > 0)
             arguments.index = raw.index;
         splitAssignments(raw.assignments, arguments);
-        const bool named = arguments.command != Command::show && arguments.command != Command::classes;
+        arguments.colour = colourOf(raw.colour);
+        if (!arguments.root.empty() && !arguments.machine.empty())
+            throw UsageError("check: --root and --machine exclude each other");
+        const bool named = arguments.command == Command::enumerate || arguments.command == Command::get ||
+                           arguments.command == Command::call;
         if (named && !arguments.raw)
             rightSpelling(arguments);
         return {arguments, kDone, ""};

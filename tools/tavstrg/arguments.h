@@ -1,6 +1,8 @@
 // The command line.
 #pragma once
 
+#include "colour.h"
+
 #include <optional>
 #include <string>
 #include <vector>
@@ -12,7 +14,7 @@ constexpr int kDone = 0;
 constexpr int kFailed = 1;
 constexpr int kWrongUsage = 2;
 
-enum class Command { show, enumerate, get, call, classes };
+enum class Command { show, enumerate, get, call, classes, watch, check, metrics, dumpState };
 
 struct MethodArgument {
     std::string name;
@@ -24,13 +26,18 @@ struct Arguments {
     bool json = false;
     bool verbose = false; // show
     bool serviceMode = false;
-    bool raw = false;                 // class and method names are sent as they are
-    std::string machine;              // description of a simulated machine; empty: the real one
-    std::string provider;             // shared object; empty: it is looked for
-    std::string className;            // in its right spelling unless raw
-    std::optional<std::string> index; // get
-    std::string method;               // call
+    ColourWhen colour = ColourWhen::automatic; // show, watch
+    int cycle = 0;                             // watch: seconds between two passes; 0: as it is configured
+    bool raw = false;                          // class and method names are sent as they are
+    std::string machine;                       // description of a simulated machine; empty: the real one
+    std::string provider;                      // shared object; empty: it is looked for
+    std::string className;                     // in its right spelling unless raw
+    std::optional<std::string> index;          // get
+    std::string method;                        // call
     std::vector<MethodArgument> methodArguments;
+    std::string output; // metrics: file to write; empty: standard output
+    std::string file;   // dumpState: saved-state file
+    std::string root;   // check: directory that stands for the agent's root; empty: the agent's own
 };
 
 // Either arguments, or what to print and the status to exit with: help and version (kDone, for standard output), or

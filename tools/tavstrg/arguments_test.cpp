@@ -88,9 +88,25 @@ TEST(ParseArguments, CallTakesAssignmentsInTheOrderGiven)
     EXPECT_TRUE(parsed({"call", "Config", "SetMonitorCycle"}).methodArguments.empty());
 }
 
+TEST(ParseArguments, WatchKeepsTheConfiguredCycleUnlessToldOne)
+{
+    EXPECT_EQ(parsed({"watch"}).command, Command::watch);
+    EXPECT_EQ(parsed({"watch"}).cycle, 0);
+    for (const char *cycle : {"10", "3600"})
+        EXPECT_EQ(parsed({"watch", "--cycle", cycle, "--json"}).cycle, std::stoi(cycle));
+}
+
+TEST(ParseArguments, ColourIsLeftToTheTerminalUnlessToldOtherwise)
+{
+    EXPECT_EQ(parsed({"show"}).colour, ColourWhen::automatic);
+    EXPECT_EQ(parsed({"show", "--color=auto"}).colour, ColourWhen::automatic);
+    EXPECT_EQ(parsed({"--color=always", "show"}).colour, ColourWhen::always);
+    EXPECT_EQ(parsed({"watch", "--color", "never"}).colour, ColourWhen::never);
+}
+
 TEST(ParseArguments, HelpOfEveryCommandIsForStandardOutput)
 {
-    for (const char *command : {"show", "enum", "get", "call", "classes"}) {
+    for (const char *command : {"show", "enum", "get", "call", "classes", "watch"}) {
         const Parsed help = parse({command, "--help"});
         EXPECT_FALSE(help.arguments) << command;
         EXPECT_EQ(help.status, kDone) << command;
@@ -98,8 +114,9 @@ TEST(ParseArguments, HelpOfEveryCommandIsForStandardOutput)
     }
     const Parsed help = parse({"--help"});
     EXPECT_EQ(help.status, kDone);
-    for (const char *word : {"show", "enum", "get", "call", "classes", "--json", "--machine", "--provider",
-                             "--service-mode", "--version", "Exit status: 0", "machine file that cannot be read"})
+    for (const char *word :
+         {"show", "enum", "get", "call", "classes", "watch", "--color", "NO_COLOR", "--json", "--machine", "--provider",
+          "--service-mode", "--version", "Exit status: 0", "machine file that cannot be read"})
         EXPECT_THAT(help.text, HasSubstr(word));
     EXPECT_THAT(parse({"--help-all"}).text, HasSubstr("--verbose"));
 }
@@ -140,7 +157,12 @@ INSTANTIATE_TEST_SUITE_P(
                     WrongUsage{{"show", "--unknown"}, "--unknown"}, WrongUsage{{"show", "--machine"}, "--machine"},
                     WrongUsage{{"show", "enum", "Tape"}, "enum"}, WrongUsage{{"enum"}, "CLASS"},
                     WrongUsage{{"enum", "Disk"}, "unknown class \"Disk\""}, WrongUsage{{"enum", "Tape", "1"}, "1"},
-                    WrongUsage{{"get"}, "CLASS"}, WrongUsage{{"get", "Tape"}, "TAV_StorageTape needs an INDEX"},
+                    WrongUsage{{"watch", "--cycle", "9"}, "--cycle"},
+                    WrongUsage{{"watch", "--cycle", "3601"}, "--cycle"},
+                    WrongUsage{{"watch", "--cycle", "soon"}, "--cycle"},
+                    WrongUsage{{"show", "--cycle", "30"}, "--cycle"}, WrongUsage{{"show", "--color=red"}, "--color"},
+                    WrongUsage{{"show", "--color"}, "--color"}, WrongUsage{{"get"}, "CLASS"},
+                    WrongUsage{{"get", "Tape"}, "TAV_StorageTape needs an INDEX"},
                     WrongUsage{{"get", "Thread", "1"}, "TAV_StorageThread has one instance, without INDEX"},
                     WrongUsage{{"call", "Config"}, "METHOD"},
                     WrongUsage{{"call", "Tape", "Rewind"}, "TAV_StorageTape has no method \"Rewind\""},

@@ -18,6 +18,14 @@ std::string failureText(const std::string &target, int status, const std::string
     return target + ": " + (message.empty() ? "failed" : message) + " (status " + std::to_string(status) + ")";
 }
 
+int statusOf(const broker::Reply &reply)
+{
+    if (!reply.ok() || reply.data.empty())
+        return reply.rc;
+    const auto *value = std::get_if<uint64_t>(&reply.data.front().data);
+    return value == nullptr ? 0 : static_cast<int>(*value);
+}
+
 std::vector<broker::Instance> askAll(broker::Broker &broker, const std::string &className)
 {
     broker::Reply reply = broker.enumInstances(className);

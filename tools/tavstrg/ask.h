@@ -13,6 +13,10 @@ namespace tool {
 // "TAV_StorageTape: NotFound Data (status 6)"; target is a class, or a class and a method with a dot between them.
 std::string failureText(const std::string &target, int status, const std::string &message);
 
+// What a method came to. The thread's methods tell their outcome as a return value and call themselves successful, the
+// others by the status.
+int statusOf(const broker::Reply &reply);
+
 // All instances; throws Failure on any status but 0, so also for a class without instances.
 std::vector<broker::Instance> askAll(broker::Broker &broker, const std::string &className);
 

@@ -1,9 +1,14 @@
 #include "commands.h"
 
 #include "ask.h"
+#include "check.h"
 #include "failure.h"
 #include "json.h"
+#include "metrics.h"
+#include "progress.h"
+#include "saved_state.h"
 #include "session.h"
+#include "watch.h"
 
 #include <unistd.h>
 
@@ -38,15 +43,6 @@ Outcome get(broker::Broker &broker, const Arguments &arguments)
             ""};
 }
 
-// The thread's methods tell their outcome as a return value and call themselves successful, the others by the status.
-int statusOf(const broker::Reply &reply)
-{
-    if (!reply.ok() || reply.data.empty())
-        return reply.rc;
-    const auto *value = std::get_if<uint64_t>(&reply.data.front().data);
-    return value == nullptr ? 0 : static_cast<int>(*value);
-}
-
 Outcome call(broker::Broker &broker, const Arguments &arguments)
 {
     std::vector<broker::NamedValue> values;
@@ -73,8 +69,29 @@ bool mayLackRights(const std::string &error)
            error.find("strgGetInstance() FAILED") != std::string::npos;
 }
 
+Outcome metrics(broker::Broker &broker, const Arguments &arguments)
+{
+    const std::string text = metricsText(buildInventory(askInventory(broker)));
+    if (arguments.output.empty())
+        return {kDone, text, ""};
+    writeWhole(arguments.output, text);
+    return {};
+}
+
+Outcome dumpState(const Arguments &arguments)
+{
+    const SavedState state = parseSavedState(readStateFile(arguments.file));
+    Outcome outcome{kDone, arguments.json ? savedStateJson(state) : savedStateText(state), ""};
+    if (!state.damage.empty()) {
+        outcome.status = kFailed;
+        outcome.error = arguments.file + ": " + state.damage;
+    }
+    return outcome;
+}
+
 Outcome ask(const Arguments &arguments, const TextStyle &style)
 {
+    const Progress progress(isatty(STDERR_FILENO) == 1);
     Session session({arguments.provider, arguments.machine, arguments.serviceMode});
     switch (arguments.command) {
     case Command::enumerate:
@@ -83,8 +100,24 @@ Outcome ask(const Arguments &arguments, const TextStyle &style)
         return get(session.broker(), arguments);
     case Command::call:
         return call(session.broker(), arguments);
+    case Command::metrics:
+        return metrics(session.broker(), arguments);
     default:
         return show(session.broker(), arguments, style);
+    }
+}
+
+Outcome outcomeOf(const Arguments &arguments, const TextStyle &style)
+{
+    switch (arguments.command) {
+    case Command::watch:
+        return watch(arguments, style);
+    case Command::check:
+        return check(arguments);
+    case Command::dumpState:
+        return dumpState(arguments);
+    default:
+        return ask(arguments, style);
     }
 }
 
@@ -96,7 +129,7 @@ Outcome run(const Arguments &arguments, const TextStyle &style)
         return {kDone, arguments.json ? catalogueJson(catalogue()) : catalogueText(catalogue()), ""};
     Outcome outcome;
     try {
-        outcome = ask(arguments, style);
+        outcome = outcomeOf(arguments, style);
     } catch (const Failure &failure) {
         outcome = {kFailed, "", failure.what()};
     }

@@ -11,10 +11,12 @@ namespace tool {
 struct Outcome {
     int status = kDone;
     std::string output; // for standard output
-    std::string error;  // for standard error, one line without the program's name; empty when all went well
+    std::string error; // for standard error, one line (check: one a problem) without the program's name; empty when all
+                       // went well
 };
 
-// Nothing is printed while the provider is loaded: a reader that goes away must not keep it from being stopped.
+// But for watch, nothing is printed while the provider is loaded: a reader that goes away must not keep it from being
+// stopped.
 Outcome run(const Arguments &arguments, const TextStyle &style);
 
 } // namespace tool

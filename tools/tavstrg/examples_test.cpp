@@ -112,17 +112,42 @@ void compareDevice(const json &shown, const ExpectedDevice &expected)
     if (expected.capacity) {
         EXPECT_EQ(shown["hardDisk"]["capacityMiB"], *expected.capacity);
         EXPECT_EQ(shown["hardDisk"]["index"], shown["typeIndex"]);
+        EXPECT_EQ(shown["hardDisk"]["smart"]["code"], expected.smartStatus);
+        const json lifeSpan = shown["hardDisk"].value("lifeSpan", json(nullptr));
+        EXPECT_EQ(lifeSpan.is_null() ? json(nullptr) : lifeSpan["level"],
+                  expected.lifeSpan ? json(*expected.lifeSpan) : json(nullptr));
     }
 }
 
-size_t countOf(const std::vector<ExpectedController> &controllers, const std::string &type)
+template <class Predicate> size_t countIf(const std::vector<ExpectedController> &controllers, Predicate holds)
 {
     size_t count = 0;
     for (const ExpectedController &controller : controllers) {
         for (const ExpectedDevice &device : controller.devices)
-            count += device.type == type ? 1 : 0;
+            count += holds(device) ? 1 : 0;
     }
     return count;
+}
+
+size_t countOf(const std::vector<ExpectedController> &controllers, const std::string &type)
+{
+    return countIf(controllers, [&type](const ExpectedDevice &device) { return device.type == type; });
+}
+
+void compareHealth(const json &shown, const std::vector<ExpectedController> &expected)
+{
+    const auto smart = [&expected](int status) {
+        return countIf(expected, [status](const ExpectedDevice &device) { return device.smartStatus == status; });
+    };
+    const auto level = [&expected](int wanted) {
+        return countIf(expected, [wanted](const ExpectedDevice &device) { return device.lifeSpan == wanted; });
+    };
+    EXPECT_EQ(shown["disks"], countOf(expected, "hard disk"));
+    EXPECT_EQ(shown["failurePredicted"], smart(1));
+    EXPECT_EQ(shown["statusNotReadable"], smart(-1));
+    EXPECT_EQ(shown["leastEndurance"], level(1));
+    EXPECT_EQ(shown["littleEndurance"], level(2));
+    EXPECT_EQ(shown["lifeSpanNotRead"], level(-1));
 }
 
 TEST_P(ExampleMachine, IsShownAsItsDescriptionSays)
@@ -152,6 +177,7 @@ TEST_P(ExampleMachine, IsShownAsItsDescriptionSays)
     EXPECT_EQ(totals["tapeDrives"], countOf(expected, "tape drive"));
     EXPECT_EQ(totals["opticalMemories"], countOf(expected, "optical memory"));
     EXPECT_EQ(totals["otherDevices"], countOf(expected, "other device"));
+    compareHealth(shown["health"], expected);
 }
 
 TEST_P(ExampleMachine, TextNamesEveryDeviceOfItsDescription)

@@ -1,23 +1,11 @@
 #include "json.h"
 
+#include "health.h"
+#include "json_document.h"
 #include "words.h"
-
-#include <nlohmann/json.hpp>
 
 namespace tool {
 namespace {
-
-using Json = nlohmann::ordered_json;
-
-Json document()
-{
-    return {{"formatVersion", kJsonFormatVersion}};
-}
-
-std::string written(const Json &json)
-{
-    return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
-}
 
 // A code and what it means: programs compare the one, people read the other.
 Json coded(int code, const std::string &text)
@@ -99,6 +87,16 @@ Json monitoringJson(const Monitoring &monitoring)
             {"cycleDefault", monitoring.cycleDefault}, {"smartMode", monitoring.smartMode}};
 }
 
+Json healthJson(const Health &health)
+{
+    return {{"disks", health.disks},
+            {"failurePredicted", health.failurePredicted},
+            {"statusNotReadable", health.statusNotReadable},
+            {"leastEndurance", health.leastEndurance},
+            {"littleEndurance", health.littleEndurance},
+            {"lifeSpanNotRead", health.lifeSpanNotRead}};
+}
+
 Json valueJson(const broker::Value &value)
 {
     return std::visit(
@@ -109,14 +107,6 @@ Json valueJson(const broker::Value &value)
                 return data;
         },
         value.data);
-}
-
-Json propertiesJson(const broker::Instance &instance)
-{
-    Json json = Json::object();
-    for (const broker::NamedValue &property : instance.properties)
-        json[property.name] = valueJson(property.value);
-    return json;
 }
 
 Json classJson(const ClassEntry &entry)
@@ -132,6 +122,24 @@ Json classJson(const ClassEntry &entry)
 
 } // namespace
 
+Json document()
+{
+    return {{"formatVersion", kJsonFormatVersion}};
+}
+
+std::string written(const Json &json)
+{
+    return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+Json propertiesJson(const broker::Instance &instance)
+{
+    Json json = Json::object();
+    for (const broker::NamedValue &property : instance.properties)
+        json[property.name] = valueJson(property.value);
+    return json;
+}
+
 std::string inventoryJson(const Inventory &inventory)
 {
     Json json = document();
@@ -146,6 +154,7 @@ std::string inventoryJson(const Inventory &inventory)
     for (const HardDisk &disk : inventory.disksWithoutDevice)
         json["disksWithoutDevice"].push_back(diskJson(disk));
     json["totals"] = totalsJson(inventory.totals);
+    json["health"] = healthJson(healthOf(inventory));
     json["monitoring"] = monitoringJson(inventory.monitoring);
     return written(json);
 }

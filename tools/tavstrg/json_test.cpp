@@ -67,6 +67,8 @@ TEST(InventoryJson, HoldsTheWholeTreeUnderItsVersion)
       "disksWithoutDevice": [],
       "totals": {"controllers": 1, "scsiDevices": 2, "ideDevices": 3, "hardDisks": 4, "cdromDrives": 5,
                  "tapeDrives": 6, "opticalMemories": 7, "otherDevices": 8},
+      "health": {"disks": 1, "failurePredicted": 0, "statusNotReadable": 1, "leastEndurance": 0, "littleEndurance": 0,
+                 "lifeSpanNotRead": 0},
       "monitoring": {"running": true, "cycle": 60, "cycleMin": 10, "cycleMax": 3600, "cycleDefault": 61, "smartMode": 1}
     })");
     EXPECT_EQ(json::parse(inventoryJson(inventory)), expected) << inventoryJson(inventory);

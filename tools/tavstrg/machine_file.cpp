@@ -53,4 +53,13 @@ void checkJson(const std::string &text, const std::string &name)
     }
 }
 
+std::string withAgentLibraries(const std::string &description)
+{
+    auto machine = nlohmann::ordered_json::parse(description);
+    if (!machine.is_object() || (machine.contains("agent") && !machine["agent"].is_object()))
+        return description; // the mistake is told where the machine is made
+    machine["agent"]["libraries"] = true;
+    return machine.dump();
+}
+
 } // namespace tool

@@ -11,4 +11,8 @@ std::string readMachineFile(const std::string &path);
 // Throws Failure "NAME:LINE:COLUMN: why" unless the text is one JSON value.
 void checkJson(const std::string &text, const std::string &name);
 
+// The description, which is JSON, of the same machine with the development libraries installed as its agent's: without
+// them no alert leaves it.
+std::string withAgentLibraries(const std::string &description);
+
 } // namespace tool

@@ -69,4 +69,17 @@ TEST(ReadMachineFile, GivesTheWholeText)
     std::remove(path.c_str());
 }
 
+TEST(WithAgentLibraries, AddsThemAndKeepsTheRest)
+{
+    EXPECT_EQ(withAgentLibraries("{\"kernel\": \"6.1.0\"}"), "{\"kernel\":\"6.1.0\",\"agent\":{\"libraries\":true}}");
+    EXPECT_EQ(withAgentLibraries("{\"agent\": {\"libraries\": false, \"libraryDirectory\": \"/x\"}}"),
+              "{\"agent\":{\"libraries\":true,\"libraryDirectory\":\"/x\"}}");
+}
+
+TEST(WithAgentLibraries, LeavesAMistakeToWhoMakesTheMachine)
+{
+    for (const char *description : {"[1]", "{\"agent\": 7}"})
+        EXPECT_EQ(withAgentLibraries(description), description);
+}
+
 } // namespace

@@ -3,6 +3,7 @@
 #include "arguments.h"
 #include "commands.h"
 
+#include <fcntl.h>
 #include <langinfo.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -10,10 +11,23 @@
 #include <cerrno>
 #include <clocale>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <sstream>
+#include <string>
 
 namespace {
+
+// A standard descriptor that is closed would be that of the next file that is opened, a device or the saved state, into
+// which a message would then go. It becomes one on which that fails.
+void keepStandardDescriptors()
+{
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(descriptor, F_GETFD) < 0)
+            open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+    }
+}
 
 // Columns of the terminal, 0 when the output is read by something else.
 size_t terminalWidth()
@@ -33,7 +47,9 @@ bool terminalIsUtf8()
 
 int complain(const std::string &text, int status)
 {
-    std::fprintf(stderr, "tavstrg: %s\n", text.c_str());
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);)
+        std::fprintf(stderr, "tavstrg: %s\n", line.c_str());
     return status;
 }
 
@@ -57,6 +73,8 @@ int runTool(int argc, const char *const *argv)
     style.width = terminalWidth();
     style.utf8 = terminalIsUtf8();
     style.verbose = parsed.arguments->verbose;
+    style.colour = tool::wantsColour(parsed.arguments->colour, isatty(STDOUT_FILENO) == 1, std::getenv("TERM"),
+                                     std::getenv("NO_COLOR"));
     const tool::Outcome outcome = tool::run(*parsed.arguments, style);
     const int status = print(outcome.output, outcome.status);
     return outcome.error.empty() ? status : complain(outcome.error, status);
@@ -66,6 +84,7 @@ int runTool(int argc, const char *const *argv)
 
 int main(int argc, char **argv)
 {
+    keepStandardDescriptors();
     try {
         return runTool(argc, argv);
     } catch (const std::exception &error) { // out of memory and the like

@@ -37,31 +37,38 @@ std::string locateProvider(const std::string &named)
     throw Failure("no provider found (" + tried + "); name one with --provider");
 }
 
-std::unique_ptr<sim::Machine> makeMachine(const std::string &path)
+std::string wanted(const std::string &description, const Session::Options &options)
 {
-    if (path.empty())
-        return nullptr;
-    const std::string description = readMachineFile(path);
-    try {
-        return std::make_unique<sim::Machine>(description);
-    } catch (const std::exception &error) {
-        throw Failure(path + ": " + error.what());
-    }
+    return options.agentLibraries ? withAgentLibraries(description) : description;
 }
 
 } // namespace
 
+std::unique_ptr<sim::Machine> makeMachine(const Session::Options &options)
+{
+    if (options.machine.empty())
+        return nullptr;
+    const std::string description = wanted(readMachineFile(options.machine), options);
+    try {
+        return std::make_unique<sim::Machine>(description);
+    } catch (const std::exception &error) {
+        throw Failure(options.machine + ": " + error.what());
+    }
+}
+
 std::vector<std::string> providerCandidates(const std::string &toolPath)
 {
-    const fs::path beside = fs::path(toolPath).parent_path().parent_path() / "lib";
+    const fs::path prefix = fs::path(toolPath).parent_path().parent_path();
     const fs::path system = TAV_SYSTEM_LIBDIR;
     std::vector<std::string> candidates;
-    for (const fs::path &directory : {beside, system, system / "cmpi"})
+    // The broker's directory as configured, and where packages of systems with lib64 have it.
+    for (const fs::path &directory :
+         {prefix / "lib", prefix / TAV_PROVIDER_DIR, prefix / "lib64/sfcb", system, system / "cmpi"})
         candidates.push_back((directory / kSharedObject).string());
     return candidates;
 }
 
-Session::SignalsWait::SignalsWait()
+SignalsWait::SignalsWait()
 {
     sigset_t ending;
     sigemptyset(&ending);
@@ -70,22 +77,16 @@ Session::SignalsWait::SignalsWait()
     pthread_sigmask(SIG_BLOCK, &ending, &before_);
 }
 
-Session::SignalsWait::~SignalsWait()
+SignalsWait::~SignalsWait()
 {
     pthread_sigmask(SIG_SETMASK, &before_, nullptr);
 }
 
+// The provider is located before the machine is there: it hides the real /proc, where the tool reads its own path.
 Session::Session(const Options &options)
+    : options_(options), provider_(locateProvider(options.provider)), machine_(makeMachine(options))
 {
-    // Before the machine is there: it hides the real /proc, where the tool reads its own path.
-    const std::string provider = locateProvider(options.provider);
-    machine_ = makeMachine(options.machine);
-    broker::Options brokerOptions;
-    brokerOptions.serviceMode = options.serviceMode;
-    broker_ = std::make_unique<broker::Broker>(brokerOptions);
-    const std::string problem = broker_->load(provider);
-    if (!problem.empty())
-        throw Failure("cannot load " + provider + ": " + problem);
+    load(options.serviceMode);
 }
 
 Session::~Session()
@@ -93,6 +94,31 @@ Session::~Session()
     broker_->stop();
     broker_.reset();
     machine_.reset();
+}
+
+void Session::load(bool serviceMode)
+{
+    broker::Options brokerOptions;
+    brokerOptions.serviceMode = serviceMode;
+    broker_ = std::make_unique<broker::Broker>(brokerOptions);
+    const std::string problem = broker_->load(provider_);
+    if (!problem.empty())
+        throw Failure("cannot load " + provider_ + ": " + problem);
+}
+
+void Session::reload(bool serviceMode)
+{
+    broker_->stop();
+    load(serviceMode);
+}
+
+void Session::changeMachine(const std::string &description)
+{
+    try {
+        machine_->change(wanted(description, options_));
+    } catch (const std::exception &error) {
+        throw Failure(options_.machine + ": " + error.what());
+    }
 }
 
 broker::Broker &Session::broker()

@@ -17,12 +17,25 @@ namespace tool {
 // Where a provider is looked for when none was named, best first. toolPath is the tool's own path.
 std::vector<std::string> providerCandidates(const std::string &toolPath);
 
+// While one lives, signals that would end the tool wait, so that nothing of a simulated machine is left behind.
+class SignalsWait {
+public:
+    SignalsWait();
+    ~SignalsWait();
+    SignalsWait(const SignalsWait &) = delete;
+    SignalsWait &operator=(const SignalsWait &) = delete;
+
+private:
+    sigset_t before_;
+};
+
 class Session {
 public:
     struct Options {
         std::string provider; // empty: the first candidate that exists
         std::string machine;  // file of a simulated machine; empty: the real one
         bool serviceMode = false;
+        bool agentLibraries = false; // on a simulated machine: the development libraries are its agent's in any case
     };
 
     // Throws Failure when there is no provider, it does not load, or the machine cannot be made.
@@ -35,21 +48,23 @@ public:
 
     broker::Broker &broker();
 
-private:
-    class SignalsWait {
-    public:
-        SignalsWait();
-        ~SignalsWait();
-        SignalsWait(const SignalsWait &) = delete;
-        SignalsWait &operator=(const SignalsWait &) = delete;
+    // Stops the broker and loads the provider afresh, on the same machine: it goes on from what it saved.
+    void reload(bool serviceMode);
 
-    private:
-        sigset_t before_;
-    };
+    // The simulated machine becomes what the description, which is JSON, says. Throws Failure; it then stays as it was.
+    void changeMachine(const std::string &description);
+
+private:
+    void load(bool serviceMode);
 
     SignalsWait signals_;
+    Options options_;
+    std::string provider_; // absolute
     std::unique_ptr<sim::Machine> machine_;
     std::unique_ptr<broker::Broker> broker_;
 };
+
+// The simulated machine that the options name; null when they name none. Throws Failure.
+std::unique_ptr<sim::Machine> makeMachine(const Session::Options &options);
 
 } // namespace tool

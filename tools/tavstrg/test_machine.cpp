@@ -22,9 +22,16 @@ struct Exclusion {
     std::string vendor, model;
 };
 
+struct WearFigure { // of one drive model
+    std::string model;
+    int attribute = 0;
+    std::array<int, 6> bounds{}; // from the most that is possible down to the least of level 1
+};
+
 struct Administration {
     std::set<std::string> drivers;
     std::vector<Exclusion> excluded;
+    std::vector<WearFigure> endurance;
 };
 
 std::string trimmed(const std::string &text)
@@ -74,6 +81,25 @@ std::vector<std::string> managementLines(const std::string &text)
     return lines;
 }
 
+std::vector<WearFigure> enduranceTable(const json &machine)
+{
+    std::string text = fileText(machine, "tavm2ssd.inf");
+    std::replace(text.begin(), text.end(), ',', '\n');
+    std::istringstream words(text);
+    std::string word;
+    std::vector<WearFigure> table;
+    std::getline(words, word); // the section's head
+    while (std::getline(words, word)) {
+        WearFigure figure{word.substr(0, kModelWidth)};
+        words >> figure.attribute;
+        for (int &bound : figure.bounds)
+            words >> bound;
+        std::getline(words, word);
+        table.push_back(figure);
+    }
+    return table;
+}
+
 Administration readAdministration(const json &machine)
 {
     Administration read;
@@ -86,7 +112,56 @@ Administration readAdministration(const json &machine)
             read.excluded.push_back(
                 {trimmed(line.substr(vendor + 7, model - vendor - 7)), trimmed(line.substr(model + 6))});
     }
+    read.endurance = enduranceTable(machine);
     return read;
+}
+
+// 1 for a disk that says it will fail, -1 for one that has SMART and gives no answer, 0 for all others: those that are
+// well, and those that cannot be asked because they have no SMART or will not switch it on.
+int smartStatusOf(const json &device)
+{
+    const json smart = device.value("smart", json::object());
+    if (!smart.value("supported", true) || !smart.value("canEnable", true))
+        return 0;
+    for (const json &fault : device.value("faults", json::array())) {
+        if (fault.value("on", "") == "smartStatus" && fault.contains("errno"))
+            return -1;
+    }
+    if (smart.contains("status")) {
+        const bool good = smart["status"] == json{0x4F, 0xC2};
+        return good ? 0 : smart["status"] == json{0xF4, 0x2C} ? 1 : -1;
+    }
+    return smart.value("failing", false) ? 1 : 0;
+}
+
+// How much is left, in percent as the model counts it; nothing when the drive has no such attribute or keeps it to
+// itself because its SMART is off.
+std::optional<int> wearOf(const json &device, int attribute)
+{
+    const json smart = device.value("smart", json::object());
+    if (!smart.value("supported", true) || !smart.value("enabled", true))
+        return std::nullopt;
+    for (const json &candidate : smart.value("attributes", json::array())) {
+        if (candidate["id"] != attribute)
+            continue;
+        return attribute == 230 ? 100 - candidate["raw"].at(1).get<int>() : candidate.value("current", 100);
+    }
+    return std::nullopt;
+}
+
+std::optional<int> lifeSpanOf(const json &device, const std::vector<WearFigure> &table)
+{
+    const std::string model = device.value("model", "DEVICE").substr(0, kModelWidth);
+    const auto known =
+        std::find_if(table.begin(), table.end(), [&model](const WearFigure &figure) { return figure.model == model; });
+    if (known == table.end())
+        return std::nullopt;
+    const std::optional<int> left = wearOf(device, known->attribute);
+    if (!left || *left > known->bounds.front() || *left < known->bounds.back())
+        return -1;
+    // One level for each lower bound that is reached.
+    return static_cast<int>(
+        std::count_if(known->bounds.begin() + 1, known->bounds.end(), [&left](int bound) { return *left >= bound; }));
 }
 
 bool isUsb(const std::string &driver)
@@ -152,7 +227,8 @@ bool standsBefore(const ExpectedDevice &one, const ExpectedDevice &other)
     return numbers(one.address) < numbers(other.address);
 }
 
-ExpectedDevice scsiDevice(const json &machine, const json &host, const json &device)
+ExpectedDevice scsiDevice(const json &machine, const Administration &administration, const json &host,
+                          const json &device)
 {
     const bool disk = scsiTypeWords(device) == "hard disk";
     ExpectedDevice expected;
@@ -169,6 +245,8 @@ ExpectedDevice scsiDevice(const json &machine, const json &host, const json &dev
     if (disk) {
         expected.serialNumber = trimmed(device.value("serial", "").substr(0, kSerialWidth));
         expected.capacity = scsiCapacity(device);
+        expected.smartStatus = smartStatusOf(device);
+        expected.lifeSpan = lifeSpanOf(device, administration.endurance);
     }
     return expected;
 }
@@ -185,7 +263,7 @@ std::vector<ExpectedController> scsiControllers(const json &machine, const Admin
             continue;
         ExpectedController controller{"SCSI Controller", driver, std::nullopt, {}};
         for (const json &device : host.value("devices", json::array())) {
-            ExpectedDevice expected = scsiDevice(machine, host, device);
+            ExpectedDevice expected = scsiDevice(machine, administration, host, device);
             if (!expected.capacity || !isExcluded(administration, expected.vendor, expected.model))
                 controller.devices.push_back(std::move(expected));
         }

@@ -15,6 +15,8 @@ struct ExpectedDevice {
     std::string type;    // in words
     std::string vendor, model, firmwareRevision, serialNumber;
     std::optional<unsigned> capacity; // MiB; of a hard disk
+    int smartStatus = 0;              // of a hard disk
+    std::optional<int> lifeSpan;      // level of a hard disk that the endurance table knows
 };
 
 struct ExpectedController {

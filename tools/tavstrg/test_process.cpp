@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
@@ -39,7 +40,10 @@ struct Pipe {
 [[noreturn]] void become(const std::vector<std::string> &words, const std::vector<std::string> &environment, int out,
                          int err)
 {
-    dup2(out, STDOUT_FILENO);
+    if (out >= 0)
+        dup2(out, STDOUT_FILENO);
+    else
+        close(STDOUT_FILENO);
     dup2(err, STDERR_FILENO);
     for (const std::string &entry : environment) {
         const size_t equals = entry.find('=');
@@ -53,25 +57,53 @@ struct Pipe {
     _exit(127);
 }
 
-// Both at once, so that neither fills up and stops the program.
+// Appends what has come to one of two texts; false at the end of both. Both at once, so that neither fills up and stops
+// the program.
+bool readSome(pollfd (&open)[2], std::string *const (&texts)[2], int milliseconds)
+{
+    if (poll(open, 2, milliseconds) < 0)
+        return errno == EINTR;
+    for (int i = 0; i < 2; ++i) {
+        if (open[i].fd < 0 || open[i].revents == 0)
+            continue;
+        char buffer[4096];
+        const ssize_t count = read(open[i].fd, buffer, sizeof buffer);
+        if (count > 0)
+            texts[i]->append(buffer, static_cast<size_t>(count));
+        else
+            open[i].fd = -1; // a terminal that nobody writes to any more is an error
+    }
+    return open[0].fd >= 0 || open[1].fd >= 0;
+}
+
 void drain(Pipe &out, Finished &finished, Pipe &err)
 {
     pollfd open[2] = {{out.ends[0], POLLIN, 0}, {err.ends[0], POLLIN, 0}};
-    std::string *texts[2] = {&finished.out, &finished.err};
-    while (open[0].fd >= 0 || open[1].fd >= 0) {
-        if (poll(open, 2, -1) < 0 && errno != EINTR)
-            return;
-        for (int i = 0; i < 2; ++i) {
-            if (open[i].fd < 0 || open[i].revents == 0)
-                continue;
-            char buffer[4096];
-            const ssize_t count = read(open[i].fd, buffer, sizeof buffer);
-            if (count > 0)
-                texts[i]->append(buffer, static_cast<size_t>(count));
-            else
-                open[i].fd = -1;
-        }
+    std::string *const texts[2] = {&finished.out, &finished.err};
+    while (readSome(open, texts, -1)) {
     }
+}
+
+void waitFor(Finished &finished)
+{
+    int state = 0;
+    while (waitpid(finished.pid, &state, 0) < 0 && errno == EINTR) {
+    }
+    if (WIFEXITED(state))
+        finished.status = WEXITSTATUS(state);
+    else
+        finished.signal = WTERMSIG(state);
+}
+
+// Both ends of a terminal in place of a pipe's.
+void makeTerminal(Pipe &out)
+{
+    out.closeEnd(0);
+    out.closeEnd(1);
+    out.ends[0] = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (out.ends[0] < 0 || grantpt(out.ends[0]) != 0 || unlockpt(out.ends[0]) != 0)
+        std::abort();
+    out.ends[1] = open(ptsname(out.ends[0]), O_RDWR | O_NOCTTY | O_CLOEXEC);
 }
 
 } // namespace
@@ -84,10 +116,16 @@ Finished runProgram(const std::vector<std::string> &words, const std::vector<std
     const int full = standardOutput == StandardOutput::full ? open("/dev/full", O_WRONLY | O_CLOEXEC) : -1;
     if (standardOutput == StandardOutput::nobody)
         out.closeEnd(0);
+    if (standardOutput == StandardOutput::terminal)
+        makeTerminal(out);
     Finished finished;
     finished.pid = fork();
     if (finished.pid == 0)
-        become(words, environment, full >= 0 ? full : out.ends[1], err.ends[1]);
+        become(words, environment,
+               standardOutput == StandardOutput::closed ? -1
+               : full >= 0                              ? full
+                                                        : out.ends[1],
+               err.ends[1]);
     if (signal != 0)
         kill(finished.pid, signal);
     if (full >= 0)
@@ -95,14 +133,70 @@ Finished runProgram(const std::vector<std::string> &words, const std::vector<std
     out.closeEnd(1);
     err.closeEnd(1);
     drain(out, finished, err);
-    int state = 0;
-    while (waitpid(finished.pid, &state, 0) < 0 && errno == EINTR) {
-    }
-    if (WIFEXITED(state))
-        finished.status = WEXITSTATUS(state);
-    else
-        finished.signal = WTERMSIG(state);
+    waitFor(finished);
     return finished;
+}
+
+struct Running::Pipes {
+    Pipe out;
+    Pipe err;
+};
+
+Running::Running(const std::vector<std::string> &words, const std::vector<std::string> &environment)
+    : pipes_(std::make_unique<Pipes>())
+{
+    finished_.pid = fork();
+    if (finished_.pid == 0)
+        become(words, environment, pipes_->out.ends[1], pipes_->err.ends[1]);
+    pipes_->out.closeEnd(1);
+    pipes_->err.closeEnd(1);
+}
+
+Running::~Running()
+{
+    if (!waited_) {
+        send(SIGKILL);
+        finish();
+    }
+}
+
+bool Running::readMore(int milliseconds)
+{
+    pollfd open[2] = {{pipes_->out.ends[0], POLLIN, 0}, {pipes_->err.ends[0], POLLIN, 0}};
+    std::string *const texts[2] = {&finished_.out, &finished_.err};
+    return readSome(open, texts, milliseconds);
+}
+
+bool Running::says(const std::string &text)
+{
+    const auto said = [&] {
+        return finished_.out.find(text) != std::string::npos || finished_.err.find(text) != std::string::npos;
+    };
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!said() && std::chrono::steady_clock::now() < end) {
+        if (!readMore(1000))
+            return said();
+    }
+    return said();
+}
+
+void Running::send(int signal) const
+{
+    kill(finished_.pid, signal);
+}
+
+void Running::stopReading()
+{
+    pipes_->out.closeEnd(0);
+}
+
+Finished Running::finish()
+{
+    while (readMore(-1)) {
+    }
+    waitFor(finished_);
+    waited_ = true;
+    return finished_;
 }
 
 int segmentsOf(pid_t creator)

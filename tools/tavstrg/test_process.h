@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -20,11 +21,37 @@ enum class StandardOutput {
     kept,
     full,   // a device on which nothing can be written
     nobody, // a pipe whose reader is gone
+    closed,
+    terminal,
 };
 
 // Environment entries "NAME=VALUE" are added to the test's own. Signal, when not 0, is sent at once after the start.
 Finished runProgram(const std::vector<std::string> &words, const std::vector<std::string> &environment = {},
                     StandardOutput standardOutput = StandardOutput::kept, int signal = 0);
+
+// A program that is spoken with while it runs.
+class Running {
+public:
+    Running(const std::vector<std::string> &words, const std::vector<std::string> &environment);
+    ~Running(); // ends it for good if it was not waited for
+    Running(const Running &) = delete;
+    Running &operator=(const Running &) = delete;
+
+    // Waits until what it has written so far, on both outputs together, has the text; false when it ended or half a
+    // minute went by without.
+    bool says(const std::string &text);
+    void send(int signal) const;
+    void stopReading(); // its standard output has no reader any more
+    Finished finish();
+
+private:
+    struct Pipes;
+    bool readMore(int milliseconds);
+
+    std::unique_ptr<Pipes> pipes_;
+    Finished finished_;
+    bool waited_ = false;
+};
 
 // System V segments that a process made and that are still there.
 int segmentsOf(pid_t creator);

@@ -1,5 +1,6 @@
 #include "text.h"
 
+#include "health.h"
 #include "words.h"
 
 #include <algorithm>
@@ -12,9 +13,14 @@ namespace {
 constexpr size_t kIndent = 4;     // columns of one level of the tree, and of a broken line's rest
 constexpr size_t kNarrowest = 20; // columns that a text gets however deep it stands
 
+struct Text {
+    std::string text;
+    Mark mark = Mark::none;
+};
+
 struct Node {
-    std::string label;
-    std::vector<std::string> details; // lines below the label
+    Text label;
+    std::vector<Text> details = {}; // lines below the label
     std::vector<Node> children = {};
 };
 
@@ -57,34 +63,40 @@ std::string geometryOf(const HardDisk &disk)
            std::to_string(disk.sectorsPerTrack) + " sectors per track";
 }
 
-std::string healthOf(const HardDisk &disk)
+const char *signOf(Mark mark)
 {
-    std::string line = capacityWords(disk.capacity) + ", SMART: " + smartWords(disk.smartStatus);
+    return mark == Mark::failure ? "!! " : mark == Mark::warning ? "! " : "";
+}
+
+Text healthLine(const HardDisk &disk)
+{
+    const Mark mark = markOf(disk);
+    std::string line = signOf(mark) + capacityWords(disk.capacity) + ", SMART: " + smartWords(disk.smartStatus);
     if (disk.lifeSpan)
         append(line, "life span: " + lifeSpanWords(disk.lifeSpan->level));
-    return line;
+    return {line, mark};
 }
 
 // addressWidth: columns that the address takes, so that those of one list end together.
 Node deviceNode(const Device &device, size_t addressWidth, bool verbose)
 {
-    Node node;
-    node.label = addressOf(device);
-    node.label.resize(std::max(addressWidth, node.label.size()) + 2, ' ');
-    node.label +=
+    std::string label = addressOf(device);
+    label.resize(std::max(addressWidth, label.size()) + 2, ' ');
+    label +=
         deviceTypeWords(device.interfaceType, device.deviceType) + " " + std::to_string(device.deviceTypeIndex) + ":";
     for (const std::string &text : {printable(device.vendor), printable(device.model)}) {
         if (!text.empty())
-            node.label += " " + text;
+            label += " " + text;
     }
-    append(node.label, named("firmware", device.firmwareRevision));
-    append(node.label, named("serial", device.serialNumber));
+    append(label, named("firmware", device.firmwareRevision));
+    append(label, named("serial", device.serialNumber));
+    Node node{{label}};
     if (device.disk)
-        node.details.push_back(healthOf(*device.disk));
+        node.details.push_back(healthLine(*device.disk));
     if (verbose) {
         if (device.disk)
-            node.details.push_back(geometryOf(*device.disk));
-        node.details.push_back(interfaceWords(device.interfaceType) + " device " + std::to_string(device.index));
+            node.details.push_back({geometryOf(*device.disk)});
+        node.details.push_back({interfaceWords(device.interfaceType) + " device " + std::to_string(device.index)});
     }
     return node;
 }
@@ -100,17 +112,17 @@ void addDevices(Node &parent, const std::vector<Device> &devices, bool verbose)
 
 Node controllerNode(const Controller &controller, bool verbose)
 {
-    Node node;
-    node.label = "Controller " + std::to_string(controller.index) + ": " + printable(controller.model);
+    std::string label = "Controller " + std::to_string(controller.index) + ": " + printable(controller.model);
     const std::string driver = printable(controller.driver);
-    append(node.label, driver.empty() ? "no driver" : "driver " + driver);
-    append(node.label, controller.interruptNumber == kNoInterrupt
-                           ? std::string("interrupt unknown")
-                           : "interrupt " + std::to_string(controller.interruptNumber));
+    append(label, driver.empty() ? "no driver" : "driver " + driver);
+    append(label, controller.interruptNumber == kNoInterrupt
+                      ? std::string("interrupt unknown")
+                      : "interrupt " + std::to_string(controller.interruptNumber));
+    Node node{{label}};
     if (verbose) {
         const std::string version = printable(controller.driverVersion);
-        node.details.push_back("interface " + interfaceWords(controller.interfaceType) + ", driver version " +
-                               (known(version) ? version : "unknown"));
+        node.details.push_back({"interface " + interfaceWords(controller.interfaceType) + ", driver version " +
+                                (known(version) ? version : "unknown")});
     }
     addDevices(node, controller.devices, verbose);
     return node;
@@ -118,28 +130,28 @@ Node controllerNode(const Controller &controller, bool verbose)
 
 Node diskNode(const HardDisk &disk, bool verbose)
 {
-    Node node{"hard disk " + std::to_string(disk.index), {healthOf(disk)}};
+    Node node{{"hard disk " + std::to_string(disk.index)}, {healthLine(disk)}};
     if (verbose)
-        node.details.push_back(geometryOf(disk));
+        node.details.push_back({geometryOf(disk)});
     return node;
 }
 
 Node machineNode(const Inventory &inventory, bool verbose)
 {
-    Node root;
-    root.label = inventory.machine.empty() ? "Storage of this machine: "
-                                           : "Storage of the simulated machine " + printable(inventory.machine) + ": ";
-    root.label +=
-        counted(inventory.controllers.size(), "controller") + ", " + counted(inventory.deviceCount(), "device");
+    std::string label = inventory.machine.empty()
+                            ? "Storage of this machine: "
+                            : "Storage of the simulated machine " + printable(inventory.machine) + ": ";
+    label += counted(inventory.controllers.size(), "controller") + ", " + counted(inventory.deviceCount(), "device");
+    Node root{{label}};
     for (const Controller &controller : inventory.controllers)
         root.children.push_back(controllerNode(controller, verbose));
     if (!inventory.devicesWithoutController.empty()) {
-        Node group{"Devices without a controller", {}};
+        Node group{{"Devices without a controller"}};
         addDevices(group, inventory.devicesWithoutController, verbose);
         root.children.push_back(std::move(group));
     }
     if (!inventory.disksWithoutDevice.empty()) {
-        Node group{"Hard disks without a device (the configuration changed meanwhile)", {}};
+        Node group{{"Hard disks without a device (the configuration changed meanwhile)"}};
         for (const HardDisk &disk : inventory.disksWithoutDevice)
             group.children.push_back(diskNode(disk, verbose));
         root.children.push_back(std::move(group));
@@ -149,14 +161,14 @@ Node machineNode(const Inventory &inventory, bool verbose)
 
 // The first line of a text after one prefix, those that its breaking makes after another and some blanks. hang is their
 // columns, which a prefix's bytes do not tell.
-void printText(std::string &out, const std::string &text, const std::string &first, const std::string &rest,
-               size_t hang, size_t width)
+void printText(std::string &out, const Text &text, const std::string &first, const std::string &rest, size_t hang,
+               const TextStyle &style)
 {
-    const size_t room = width == 0 ? 0 : std::max(width > hang ? width - hang : 0, kNarrowest);
-    const std::vector<std::string> lines = wrapped(text, room);
+    const size_t room = style.width == 0 ? 0 : std::max(style.width > hang ? style.width - hang : 0, kNarrowest);
+    const std::vector<std::string> lines = wrapped(text.text, room);
     for (size_t i = 0; i < lines.size(); ++i) {
         out += i == 0 ? first : rest + std::string(kIndent, ' ');
-        out += lines[i] + "\n";
+        out += painted(lines[i], text.mark, style.colour) + "\n";
     }
 }
 
@@ -167,9 +179,9 @@ void printNode(std::string &out, const Node &node, const std::string &first, con
     // Lines of a node's own stand beside the trunk that leads to its children.
     const std::string own = rest + (node.children.empty() ? glyphs.gap : glyphs.trunk);
     const size_t hang = depth + 2 * kIndent;
-    printText(out, node.label, first, own, hang, style.width);
-    for (const std::string &detail : node.details)
-        printText(out, detail, own, own, hang, style.width);
+    printText(out, node.label, first, own, hang, style);
+    for (const Text &detail : node.details)
+        printText(out, detail, own, own, hang, style);
     for (size_t i = 0; i < node.children.size(); ++i) {
         const bool last = i + 1 == node.children.size();
         printNode(out, node.children[i], rest + (last ? glyphs.lastBranch : glyphs.branch),
@@ -223,6 +235,11 @@ std::string inventoryText(const Inventory &inventory, const TextStyle &style)
     out += "\n" + totalsText(inventory.totals);
     if (style.verbose)
         out += "\n" + monitoringText(inventory.monitoring);
+    const Health health = healthOf(inventory);
+    if (const std::string words = healthWords(health); !words.empty()) {
+        out += "\n";
+        printText(out, {"Health: " + words, markOf(health)}, "", "", kIndent, style);
+    }
     return out;
 }
 

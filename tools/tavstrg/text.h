@@ -13,9 +13,11 @@ struct TextStyle {
     size_t width = 0;     // columns of the terminal, at which lines are broken; 0: they are not
     bool utf8 = false;    // lines of the tree as box characters instead of ASCII
     bool verbose = false; // geometry, driver versions, numbers of the records, monitoring
+    bool colour = false;
 };
 
-// The tree: the machine, its controllers, below each its devices, those without a controller, and the totals.
+// The tree: the machine, its controllers, below each its devices, those without a controller; the totals; and a line on
+// the health of the disks. A disk that needs attention is marked "!" or, before it fails, "!!", also without colour.
 std::string inventoryText(const Inventory &inventory, const TextStyle &style);
 
 // Property and value in columns, a blank line between instances. Texts stand as they are but for unprintable bytes.

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <regex>
 #include <sstream>
 
 namespace {
@@ -80,27 +81,54 @@ Inventory sample()
 
 TEST(InventoryText, IsATreeFromTheMachineToItsDevicesAndTheTotals)
 {
-    EXPECT_EQ(inventoryText(sample(), {}),
-              "Storage of the simulated machine sample.json: 2 controllers, 4 devices\n"
-              "|-- Controller 1: SCSI Controller, driver ahci, interrupt unknown\n"
-              "|   |-- 0:3:1  hard disk 1: ATA EXAMPLE 1000, firmware FW01, serial SER1\n"
-              "|   |       931.5 GiB, SMART: FAILURE PREDICTED, life span: level 2 of 5, little endurance left\n"
-              "|   `-- 0:0:0  CD-ROM drive 1: DISCO RW\n"
-              "|-- Controller 2: IDE Controller(ide), no driver, interrupt 14\n"
-              "|   `-- slave  hard disk 2: OLD\n"
-              "|           40 MiB, SMART: status not readable\n"
-              "`-- Devices without a controller\n"
-              "    `-- 0:0:0  tape drive 1:\n"
-              "\n"
-              "Totals\n"
-              "  controllers       2\n"
-              "  SCSI devices      3\n"
-              "  IDE devices       1\n"
-              "  hard disks        2\n"
-              "  CD-ROM drives     1\n"
-              "  tape drives       1\n"
-              "  optical memories  0\n"
-              "  other devices     0\n");
+    EXPECT_EQ(
+        inventoryText(sample(), {}),
+        "Storage of the simulated machine sample.json: 2 controllers, 4 devices\n"
+        "|-- Controller 1: SCSI Controller, driver ahci, interrupt unknown\n"
+        "|   |-- 0:3:1  hard disk 1: ATA EXAMPLE 1000, firmware FW01, serial SER1\n"
+        "|   |       !! 931.5 GiB, SMART: FAILURE PREDICTED, life span: level 2 of 5, little endurance left\n"
+        "|   `-- 0:0:0  CD-ROM drive 1: DISCO RW\n"
+        "|-- Controller 2: IDE Controller(ide), no driver, interrupt 14\n"
+        "|   `-- slave  hard disk 2: OLD\n"
+        "|           ! 40 MiB, SMART: status not readable\n"
+        "`-- Devices without a controller\n"
+        "    `-- 0:0:0  tape drive 1:\n"
+        "\n"
+        "Totals\n"
+        "  controllers       2\n"
+        "  SCSI devices      3\n"
+        "  IDE devices       1\n"
+        "  hard disks        2\n"
+        "  CD-ROM drives     1\n"
+        "  tape drives       1\n"
+        "  optical memories  0\n"
+        "  other devices     0\n"
+        "\n"
+        "Health: 1 of 2 disks predicts failure, SMART status of 1 disk not readable, 1 drive with little endurance "
+        "left (level 2 of 5)\n");
+}
+
+TEST(InventoryText, ColourMarksTheLinesThatNeedAttentionAndChangesNoText)
+{
+    TextStyle style;
+    style.colour = true;
+    const std::string text = inventoryText(sample(), style);
+    EXPECT_THAT(text,
+                HasSubstr("|   |       \x1b[1;31m!! 931.5 GiB, SMART: FAILURE PREDICTED, life span: level 2 of 5, "
+                          "little endurance left\x1b[0m\n"));
+    EXPECT_THAT(text, HasSubstr("|           \x1b[33m! 40 MiB, SMART: status not readable\x1b[0m\n"));
+    EXPECT_THAT(text, HasSubstr("\n\x1b[1;31mHealth: 1 of 2 disks"));
+    EXPECT_EQ(std::regex_replace(text, std::regex("\x1b\\[[0-9;]*m"), ""), inventoryText(sample(), {}));
+}
+
+TEST(InventoryText, ColourTakesNoRoomOfALine)
+{
+    TextStyle plain;
+    plain.width = 60;
+    TextStyle style = plain;
+    style.colour = true;
+    EXPECT_EQ(std::regex_replace(inventoryText(sample(), style), std::regex("\x1b\\[[0-9;]*m"), ""),
+              inventoryText(sample(), plain));
 }
 
 TEST(InventoryText, AddressesOfOneListTakeTheSameRoom)

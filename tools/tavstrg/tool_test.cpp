@@ -173,7 +173,9 @@ TEST_F(Tool, ShowIsATree)
                             "  CD-ROM drives     1\n"
                             "  tape drives       0\n"
                             "  optical memories  0\n"
-                            "  other devices     0\n");
+                            "  other devices     0\n"
+                            "\n"
+                            "Health: no failure reported by 1 disk\n");
     EXPECT_TRUE(leftNothing(finished));
 }
 
@@ -293,6 +295,62 @@ TEST_F(Tool, ATerminalThatKnowsUtf8GetsBoxCharacters)
     const Finished finished = runProgram({kTool, "--machine", (directory_ / "small.json").string(), "show"},
                                          {"LC_ALL=C.UTF-8", "TMPDIR=" + (directory_ / "tmp").string()});
     EXPECT_THAT(finished.out, HasSubstr("└── Controller 1"));
+}
+
+// A machine whose only disk predicts its failure.
+std::string failingMachine()
+{
+    std::string machine = kSmallMachine;
+    const std::string place = "\"sectors\": 16065000";
+    return machine.replace(machine.find(place), place.size(), place + ", \"smart\": {\"failing\": true}");
+}
+
+TEST_F(Tool, AFailingDiskIsMarkedAndNoFailureOfTheTool)
+{
+    const Finished finished = run({"--machine", write("failing.json", failingMachine()), "show"});
+    EXPECT_EQ(finished.status, 0) << finished.err;
+    EXPECT_THAT(finished.out, HasSubstr("    |       !! 7.7 GiB, SMART: FAILURE PREDICTED\n"));
+    EXPECT_THAT(finished.out, HasSubstr("\nHealth: 1 of 1 disk predicts failure\n"));
+}
+
+struct ColourCase {
+    std::vector<std::string> words;
+    std::vector<std::string> environment;
+    StandardOutput out;
+    bool coloured;
+};
+
+TEST_F(Tool, ColoursGoToATerminalThatHasThemAndToWhoeverAsksForThem)
+{
+    const std::string machine = write("failing.json", failingMachine());
+    for (const ColourCase &given :
+         std::vector<ColourCase>{{{}, {"TERM=xterm", "NO_COLOR="}, StandardOutput::terminal, true},
+                                 {{}, {"TERM=xterm", "NO_COLOR=1"}, StandardOutput::terminal, false},
+                                 {{}, {"TERM=dumb", "NO_COLOR="}, StandardOutput::terminal, false},
+                                 {{"--color=never"}, {"TERM=xterm", "NO_COLOR="}, StandardOutput::terminal, false},
+                                 {{}, {"TERM=xterm", "NO_COLOR="}, StandardOutput::kept, false},
+                                 {{"--color=always"}, {"TERM=xterm", "NO_COLOR=1"}, StandardOutput::kept, true}}) {
+        std::vector<std::string> words = {kTool, "--machine", machine, "show"};
+        words.insert(words.end(), given.words.begin(), given.words.end());
+        std::vector<std::string> environment = {"LC_ALL=C", "TMPDIR=" + (directory_ / "tmp").string()};
+        environment.insert(environment.end(), given.environment.begin(), given.environment.end());
+        const Finished finished = runProgram(words, environment, given.out);
+        EXPECT_EQ(finished.status, 0) << finished.err;
+        EXPECT_THAT(finished.out, HasSubstr("FAILURE PREDICTED"));
+        EXPECT_EQ(finished.out.find('\x1b') != std::string::npos, given.coloured)
+            << testing::PrintToString(given.environment);
+    }
+}
+
+TEST_F(Tool, AClosedStandardOutputIsAFailure)
+{
+    for (const char *command : {"show", "watch", "classes"}) {
+        const Finished finished =
+            run({"--machine", (directory_ / "small.json").string(), command}, StandardOutput::closed);
+        EXPECT_EQ(finished.status, 1);
+        EXPECT_EQ(finished.err, "tavstrg: standard output: Bad file descriptor\n");
+        EXPECT_TRUE(leftNothing(finished));
+    }
 }
 
 } // namespace

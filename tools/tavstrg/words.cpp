@@ -16,14 +16,16 @@ constexpr std::array<Word, 5> kScsiTypes = {
     {{0, "hard disk"}, {1, "CD-ROM drive"}, {2, "tape drive"}, {3, "optical memory"}, {4, "other device"}}};
 constexpr std::array<Word, 3> kIdeTypes = {{{2, "hard disk"}, {3, "CD-ROM drive"}, {1, "other device"}}};
 constexpr std::array<Word, 3> kPositions = {{{2, "master"}, {3, "slave"}, {1, "position unknown"}}};
-constexpr std::array<Word, 3> kSmart = {
-    {{0, "no failure reported"}, {1, "FAILURE PREDICTED"}, {-1, "status not readable"}}};
-constexpr std::array<Word, 6> kLifeSpan = {{{-1, "not read"},
+constexpr std::array<Word, 3> kSmart = {{{0, "no failure reported"},
+                                         {kFailurePredicted, "FAILURE PREDICTED"},
+                                         {kStatusNotReadable, "status not readable"}}};
+constexpr std::array<Word, 7> kLifeSpan = {{{kLifeSpanNotRead, "not read"},
+                                            {0, "no level"},
                                             {1, "level 1 of 5, least endurance left"},
                                             {2, "level 2 of 5, little endurance left"},
                                             {3, "level 3 of 5, medium endurance left"},
                                             {4, "level 4 of 5, much endurance left"},
-                                            {5, "level 5 of 5, most endurance left"}}};
+                                            {kMostEndurance, "level 5 of 5, most endurance left"}}};
 
 std::string wordFor(std::span<const Word> words, int code, const std::string &unknown)
 {

@@ -12,6 +12,14 @@ namespace tool {
 constexpr int kScsi = 0;
 constexpr int kIde = 1;
 
+// SMART states of a hard disk beside 0, nothing reported.
+constexpr int kFailurePredicted = 1;
+constexpr int kStatusNotReadable = -1;
+
+// Remaining endurance goes from 1 (least) to 5 (most).
+constexpr int kMostEndurance = 5;
+constexpr int kLifeSpanNotRead = -1;
+
 std::string interfaceWords(int interfaceType); // "SCSI", "IDE", "unknown interface"
 
 // Kind of a device by its DeviceType. SCSI and IDE devices have codes of their own, which overlap.
@@ -24,7 +32,9 @@ std::string drivePositionWords(int ideConfiguration); // "master", "slave", "pos
 // reported.
 std::string smartWords(int smartStatus);
 
-std::string lifeSpanWords(int level); // 1 (least) to 5 (most) left, -1 not read
+// A level, -1 where the drive did not tell (no such attribute, a figure outside every level, a failed command), or 0,
+// which no reading gives but which a saved state may hold.
+std::string lifeSpanWords(int level);
 
 // A capacity in MiB in the largest fitting unit, to one decimal place: "931.5 GiB". Below 1 GiB whole MiB.
 std::string capacityWords(uint32_t mebibytes);

@@ -64,7 +64,8 @@ TEST(LifeSpanWords, NameTheLevelAndWhatItMeans)
     EXPECT_EQ(lifeSpanWords(4), "level 4 of 5, much endurance left");
     EXPECT_EQ(lifeSpanWords(5), "level 5 of 5, most endurance left");
     EXPECT_EQ(lifeSpanWords(-1), "not read");
-    EXPECT_EQ(lifeSpanWords(0), "unknown level (0)");
+    EXPECT_EQ(lifeSpanWords(0), "no level");
+    EXPECT_EQ(lifeSpanWords(6), "unknown level (6)");
 }
 
 TEST(DrivePositionWords, AreThoseOfTheAlert)

@@ -1,0 +1,161 @@
+#include "alert.h"
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include <cstdlib>
+#include <ctime>
+#include <ostream>
+
+namespace {
+
+using namespace tool;
+using nlohmann::json;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+Alert alert(uint32_t id, int type, std::vector<std::string> strings = {})
+{
+    return {"2026-01-31T23:59:58.123Z", id, type, std::move(strings)};
+}
+
+const std::vector<std::string> kScsiDisk = {"Address(Controller-Bus-ID-LUN) : 1-0-3-2",
+                                            "Hard Disk[2] : ATA NORDWIND NW2000 NA03"};
+
+// Times are local: the tests' own place is given.
+class AlertText : public testing::Test {
+protected:
+    void SetUp() override { moveTo("UTC0"); }
+    void TearDown() override { moveTo("UTC0"); }
+    static void moveTo(const char *zone)
+    {
+        setenv("TZ", zone, 1);
+        tzset();
+    }
+};
+
+struct WordsCase {
+    uint32_t id;
+    int type;
+    std::vector<std::string> strings;
+    const char *line;
+};
+
+void PrintTo(const WordsCase &given, std::ostream *out)
+{
+    *out << given.line;
+}
+
+class AlertWords : public AlertText, public testing::WithParamInterface<WordsCase> {};
+
+TEST_P(AlertWords, TellTimeSeverityWhatAndWhichDisk)
+{
+    EXPECT_EQ(alertText(alert(GetParam().id, GetParam().type, GetParam().strings), false),
+              "2026-01-31 23:59:58  " + std::string(GetParam().line) + "\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Catalogue, AlertWords,
+    testing::Values(
+        WordsCase{0x400407D0, 4, {}, "information  storage configuration changed"},
+        WordsCase{0x800403E9, 2, kScsiDisk,
+                  "warning      SMART predicts failure: ATA NORDWIND NW2000 NA03 (SCSI device 2, controller 1, 0:3:2)"},
+        WordsCase{0x800403E9,
+                  2,
+                  {"Address(Controller-Drive) : 1-Slave", "Hard Disk[4] : OLD DISK "},
+                  "warning      SMART predicts failure: OLD DISK (IDE device 4, controller 1, slave)"},
+        WordsCase{0x800403E9,
+                  2,
+                  {"Address(Controller-Drive) : 1-", "Hard Disk[4] : "},
+                  "warning      SMART predicts failure: (IDE device 4, controller 1, position unknown)"},
+        WordsCase{0xC0040450, 1, {}, "error        life span now level 1 of 5, least endurance left"},
+        WordsCase{0x8004044F, 2, {}, "warning      life span now level 2 of 5, little endurance left"},
+        WordsCase{0x8004044E, 2, {}, "warning      life span now level 3 of 5, medium endurance left"},
+        WordsCase{0x4004044D, 4, {}, "information  life span now level 4 of 5, much endurance left"},
+        WordsCase{0x4004044C, 4, {}, "information  life span now level 5 of 5, most endurance left"},
+        WordsCase{0x8004044F,
+                  2,
+                  {"Address(Controller-Bus-ID-LUN) : 2-0-0-0", "Hard Disk[1] : ATA M2 F"},
+                  "warning      life span now level 2 of 5, little endurance left: ATA M2 F (SCSI device 1, controller "
+                  "2, 0:0:0)"},
+        WordsCase{0x12345678, 3, {"one", "two\x1b"}, "unknown      event 0x12345678: one, two\\x1b"},
+        WordsCase{0x800403E9,
+                  2,
+                  {"Address(Controller-Bus-ID-LUN) : 1-0-3", "Hard Disk[2] : X"},
+                  "warning      SMART predicts failure: Address(Controller-Bus-ID-LUN) : 1-0-3, Hard Disk[2] : X"},
+        WordsCase{0x800403E9,
+                  2,
+                  {"Address(Controller-Bus-ID-LUN) : 1-0-3-99999999999", "Hard Disk[x] : X"},
+                  "warning      SMART predicts failure: Address(Controller-Bus-ID-LUN) : 1-0-3-99999999999, "
+                  "Hard Disk[x] : X"}));
+
+TEST_F(AlertText, TimesAreThoseOfThePlace)
+{
+    moveTo("CET-1");
+    EXPECT_THAT(alertText(alert(0x400407D0, 4), false), testing::StartsWith("2026-02-01 00:59:58  "));
+}
+
+TEST_F(AlertText, ATimeThatIsNotUnderstoodStandsAsItCame)
+{
+    Alert odd = alert(0x400407D0, 4);
+    odd.time = "yesterday\n";
+    EXPECT_THAT(alertText(odd, false), testing::StartsWith("yesterday  information"));
+}
+
+TEST_F(AlertText, ColoursTheSeverityAlone)
+{
+    EXPECT_EQ(alertText(alert(0xC0040450, 1), true),
+              "2026-01-31 23:59:58  \x1b[1;31merror      \x1b[0m  life span now level 1 of 5, least endurance left\n");
+}
+
+TEST(AlertJson, IsOneObjectInOneLine)
+{
+    const std::string text = alertJson(alert(0x8004044F, 2, kScsiDisk));
+    EXPECT_EQ(text.find('\n'), text.size() - 1);
+    EXPECT_EQ(json::parse(text), json::parse(R"x({
+      "formatVersion": 1, "time": "2026-01-31T23:59:58.123Z", "severity": "warning", "eventId": "0x8004044F",
+      "event": "lifeSpan", "level": 2,
+      "disk": {"interface": "SCSI", "device": 2, "name": "ATA NORDWIND NW2000 NA03", "controller": 1,
+               "address": {"bus": 0, "target": 3, "lun": 2}},
+      "text": "life span now level 2 of 5, little endurance left: ATA NORDWIND NW2000 NA03 (SCSI device 2, controller 1, 0:3:2)",
+      "strings": ["Address(Controller-Bus-ID-LUN) : 1-0-3-2", "Hard Disk[2] : ATA NORDWIND NW2000 NA03"]
+})x"));
+}
+
+TEST(AlertJson, NamesEachEventAndLeavesOutWhatItDoesNotHave)
+{
+    const json change = json::parse(alertJson(alert(0x400407D0, 4)));
+    EXPECT_EQ(change["event"], "configurationChange");
+    EXPECT_FALSE(change.contains("disk") || change.contains("level"));
+    EXPECT_EQ(json::parse(alertJson(alert(0x800403E9, 2)))["event"], "smartError");
+    EXPECT_EQ(json::parse(alertJson(alert(7, 7)))["event"], "unknown");
+    const json ide =
+        json::parse(alertJson(alert(0x800403E9, 2, {"Address(Controller-Drive) : 3-Master", "Hard Disk[1] : OLD "})));
+    EXPECT_EQ(ide["disk"]["position"], "master");
+    EXPECT_FALSE(ide["disk"].contains("address"));
+}
+
+TEST(ParseAlert, ReadsTheLibrarysLine)
+{
+    const auto read =
+        parseAlert(R"({"time":"2026-01-31T23:59:58.123Z","version":0,"method":3,"source":"TAV Storage Service",)"
+                   R"("eventId":"0x800403E9","eventType":2,"strings":["a",null,"\u00e4"]})");
+    ASSERT_TRUE(read);
+    EXPECT_EQ(read->time, "2026-01-31T23:59:58.123Z");
+    EXPECT_EQ(read->eventId, 0x800403E9U);
+    EXPECT_EQ(read->eventType, 2);
+    EXPECT_THAT(read->strings, ElementsAre("a", "", "\xc3\xa4"));
+}
+
+TEST(ParseAlert, AnythingElseIsNone)
+{
+    for (const char *line : {"", "text", "[]", "7", "{}", R"({"time":"t","eventId":"0x1","eventType":2})",
+                             R"({"time":"t","eventId":1,"eventType":2,"strings":[]})",
+                             R"({"time":"t","eventId":"0xg","eventType":2,"strings":[]})",
+                             R"({"time":"t","eventId":"0x1FFFFFFFF","eventType":2,"strings":[]})",
+                             R"({"time":"t","eventId":"0x1","eventType":"x","strings":[]})",
+                             R"({"time":"t","eventId":"0x1","eventType":2,"strings":[3]})"})
+        EXPECT_FALSE(parseAlert(line)) << line;
+}
+
+} // namespace

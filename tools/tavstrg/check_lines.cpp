@@ -1,0 +1,190 @@
+#include "check_lines.h"
+
+#include "words.h"
+
+#include "collect/tavStrgGetInfoNoScsiParse.h"
+#include "collect/tavStrgGetInfoStorageInfParse.h"
+
+namespace tool {
+namespace {
+
+using Lines = std::vector<CheckedLine>;
+
+std::string quoted(std::string_view text)
+{
+    return '"' + printable(text) + '"';
+}
+
+CheckedLine skipped(size_t line, const std::string &why)
+{
+    return {line, Verdict::skipped, why};
+}
+
+enum class Place { management, diagnostic, header, before };
+
+struct PlacedLine {
+    size_t number;
+    std::string_view text; // with its newline
+    Place place;
+};
+
+struct PlacedLines {
+    bool usable = false;
+    std::vector<PlacedLine> lines{};
+};
+
+Place placeOf(const char *at, const char *next, const InfSections &sections)
+{
+    if (sections.second.data() == nullptr) // no headers: everything is the first section
+        return Place::management;
+    if (at >= sections.second.data())
+        return Place::diagnostic;
+    if (at < sections.first.data())
+        return next == sections.first.data() ? Place::header : Place::before;
+    return next == sections.second.data() ? Place::header : Place::management;
+}
+
+PlacedLines placeLines(std::string_view text)
+{
+    InfSections sections;
+    if (!splitInfSections(text, kGroupManagementPort, kGroupDiagnosticPort, sections))
+        return {};
+    PlacedLines placed{true};
+    std::string_view rest = text;
+    for (std::string_view line; takeWholeLine(rest, line);)
+        placed.lines.push_back({placed.lines.size() + 1, line, placeOf(line.data(), rest.data(), sections)});
+    return placed;
+}
+
+// Whatever else the provider says of them: they are not meant to be anything.
+bool isBlankOrComment(std::string_view line)
+{
+    const size_t first = line.find_first_not_of(" \t\r\n");
+    return first == std::string_view::npos || line[first] == '#';
+}
+
+// One line of either file, its text and meaning filled; an empty text for what is not worth telling.
+using Judge = CheckedLine (*)(const PlacedLine &line);
+
+Lines checkSections(std::string_view text, Judge judge)
+{
+    const std::string_view read = untilNul(text);
+    const PlacedLines placed = placeLines(read);
+    if (!placed.usable) {
+        return {skipped(0, std::string("needs both ") + kGroupManagementPort + " and, after it, " +
+                               kGroupDiagnosticPort + ", or neither; it is ignored as if it were absent")};
+    }
+    Lines lines;
+    for (const PlacedLine &line : placed.lines) {
+        if (line.place == Place::header || isBlankOrComment(line.text))
+            continue;
+        CheckedLine checked = judge(line);
+        checked.line = line.number;
+        if (checked.verdict == Verdict::accepted && line.place == Place::before)
+            checked = skipped(line.number, std::string("stands before ") + kGroupManagementPort);
+        if (!checked.text.empty())
+            lines.push_back(checked);
+    }
+    if (read.size() < text.size())
+        lines.push_back(skipped(placed.lines.size(), "a NUL byte: nothing behind it is read"));
+    return lines;
+}
+
+const char *sectionOf(const PlacedLine &line)
+{
+    return line.place == Place::diagnostic ? "Diagnostic Port" : "Management Port";
+}
+
+CheckedLine accepted(const PlacedLine &line, const std::string &text, const char *otherwise)
+{
+    CheckedLine checked{line.number, Verdict::accepted, text};
+    if (line.place == Place::diagnostic)
+        checked.text += std::string(" (") + kGroupDiagnosticPort + ": " + otherwise + ")";
+    checked.meaning["section"] = sectionOf(line);
+    return checked;
+}
+
+CheckedLine judgeDriver(const PlacedLine &line)
+{
+    std::string_view name;
+    switch (parseDriverLine(withoutLineEnd(line.text), name)) {
+    case DriverLine::tooLong:
+        return skipped(0, "longer than " + std::to_string(kMaxDriverLine) + " characters");
+    case DriverLine::header:
+        return skipped(0, "repeats a section header");
+    case DriverLine::nameTooLong:
+        return skipped(0, "the driver name has more than " + std::to_string(kMaxDriverName) + " characters");
+    case DriverLine::name:
+        break;
+    case DriverLine::comment:
+    case DriverLine::blank:
+        return {};
+    }
+    CheckedLine checked = accepted(line, "driver " + quoted(name), "not managed");
+    checked.meaning["driver"] = name;
+    return checked;
+}
+
+std::string keyProblem(KeyValue key, std::string_view name)
+{
+    const std::string text = quoted(name);
+    switch (key) {
+    case KeyValue::noKey:
+        return "has no key " + text;
+    case KeyValue::noColon:
+        return "has no colon directly behind " + text;
+    default:
+        return "the value of " + text + " has more than " + std::to_string(kMaxNoScsiKey) + " characters";
+    }
+}
+
+CheckedLine acceptedExclusion(const PlacedLine &line, const NoScsiReading &reading)
+{
+    const std::string model = "model beginning with " + quoted(reading.model);
+    const std::string vendor = "vendor exactly " + quoted(reading.vendor);
+    const std::string both = reading.model.empty()    ? vendor + ", any model"
+                             : reading.vendor.empty() ? "any vendor, " + model
+                                                      : vendor + ", " + model;
+    CheckedLine checked = accepted(line, "excludes disks: " + both, "excludes nothing");
+    checked.meaning["vendor"] = reading.vendor;
+    checked.meaning["model"] = reading.model;
+    return checked;
+}
+
+CheckedLine judgeExclusion(const PlacedLine &line)
+{
+    const NoScsiReading reading = parseNoScsiLine(line.text);
+    switch (reading.kind) {
+    case NoScsiLine::tooLong:
+        return skipped(0, "longer than " + std::to_string(kMaxNoScsiLine) + " characters, its end included");
+    case NoScsiLine::header:
+        return skipped(0, "repeats a section header");
+    case NoScsiLine::badVendor:
+        return skipped(0, keyProblem(reading.key, kVendorKey));
+    case NoScsiLine::badModel:
+        return skipped(0, keyProblem(reading.key, kModelKey));
+    case NoScsiLine::bothEmpty:
+        return skipped(0, "neither vendor nor model");
+    case NoScsiLine::entry:
+        return acceptedExclusion(line, reading);
+    case NoScsiLine::empty:
+    case NoScsiLine::blank:
+    case NoScsiLine::comment:
+        break;
+    }
+    return {};
+}
+
+} // namespace
+
+std::vector<CheckedLine> checkStorage(std::string_view text)
+{
+    return checkSections(text, judgeDriver);
+}
+
+std::vector<CheckedLine> checkNoScsi(std::string_view text)
+{
+    return checkSections(text, judgeExclusion);
+}
+
+} // namespace tool

@@ -1,0 +1,32 @@
+// What the provider makes of each line of the administrator's files: its own parsers asked, line by line.
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tool {
+
+enum class Verdict {
+    accepted,
+    skipped, // ignored, though it is neither blank nor a comment
+    note,    // what one may want to know about a line, or about the file
+};
+
+struct CheckedLine {
+    size_t line = 0; // 1-based; 0: the whole file
+    Verdict verdict = Verdict::note;
+    std::string text; // how it is understood, or why it is skipped; printable
+    // The same for programs, of an accepted line.
+    nlohmann::ordered_json meaning = nlohmann::ordered_json::object();
+};
+
+// Blank lines, comments and section headers are not told. Each takes the whole text of a file.
+std::vector<CheckedLine> checkStorage(std::string_view text);
+std::vector<CheckedLine> checkNoScsi(std::string_view text);
+std::vector<CheckedLine> checkEndurance(std::string_view text);
+
+} // namespace tool

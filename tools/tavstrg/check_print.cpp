@@ -1,0 +1,101 @@
+// What was checked, for people and for programs.
+
+#include "check.h"
+#include "json.h"
+#include "words.h"
+
+#include <algorithm>
+
+namespace tool {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+const char *wordFor(Verdict verdict)
+{
+    return verdict == Verdict::accepted ? "accepted" : verdict == Verdict::skipped ? "skipped" : "note";
+}
+
+const char *wordFor(FileState state)
+{
+    switch (state) {
+    case FileState::absent:
+        return "absent";
+    case FileState::tooLarge:
+        return "tooLarge";
+    case FileState::unreadable:
+        return "unreadable";
+    default:
+        return "read";
+    }
+}
+
+std::string located(const CheckedFile &file, const CheckedLine &line)
+{
+    return file.path + (line.line == 0 ? "" : ":" + std::to_string(line.line)) + ": ";
+}
+
+size_t countOf(const CheckedFile &file, Verdict verdict)
+{
+    return static_cast<size_t>(std::count_if(file.lines.begin(), file.lines.end(),
+                                             [verdict](const CheckedLine &line) { return line.verdict == verdict; }));
+}
+
+Json lineJson(const CheckedLine &line)
+{
+    Json json = Json::object();
+    if (line.line != 0)
+        json["line"] = line.line;
+    json["verdict"] = wordFor(line.verdict);
+    json["text"] = line.text;
+    json.update(line.meaning);
+    return json;
+}
+
+} // namespace
+
+std::string checkedText(const std::vector<CheckedFile> &files)
+{
+    std::string text;
+    for (const CheckedFile &file : files) {
+        for (const CheckedLine &line : file.lines) {
+            if (line.verdict != Verdict::skipped)
+                text += located(file, line) + wordFor(line.verdict) + ": " + line.text + "\n";
+        }
+        if (file.state == FileState::read) {
+            text += file.path + ": " + counted(countOf(file, Verdict::accepted), "line") + " accepted, " +
+                    std::to_string(countOf(file, Verdict::skipped)) + " skipped\n";
+        }
+    }
+    return text;
+}
+
+std::string checkedJson(const std::vector<CheckedFile> &files)
+{
+    Json json = {{"formatVersion", kJsonFormatVersion}, {"files", Json::array()}};
+    for (const CheckedFile &file : files) {
+        Json lines = Json::array();
+        for (const CheckedLine &line : file.lines)
+            lines.push_back(lineJson(line));
+        json["files"].push_back({{"file", file.path},
+                                 {"state", wordFor(file.state)},
+                                 {"accepted", countOf(file, Verdict::accepted)},
+                                 {"skipped", countOf(file, Verdict::skipped)},
+                                 {"lines", lines}});
+    }
+    return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+std::string checkedProblems(const std::vector<CheckedFile> &files)
+{
+    std::string text;
+    for (const CheckedFile &file : files) {
+        for (const CheckedLine &line : file.lines) {
+            if (line.verdict == Verdict::skipped)
+                text += (text.empty() ? "" : "\n") + located(file, line) + "skipped: " + line.text;
+        }
+    }
+    return text;
+}
+
+} // namespace tool

@@ -1,0 +1,38 @@
+// The description of a simulated machine, followed while somebody edits it.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <optional>
+#include <string>
+
+namespace tool {
+
+class MachineFollower {
+public:
+    // The file as it is now is known already. Only a regular file is followed.
+    explicit MachineFollower(std::string path);
+
+    struct Change {
+        std::string text;    // the new description
+        std::string problem; // or why there is none, "FILE:LINE:COLUMN: why"
+    };
+    // To be called again and again, some times a second. A change is told once, at the first look that finds the file
+    // as the look before did: an editor may write it in several steps.
+    std::optional<Change> look();
+
+private:
+    struct State {
+        bool there = false;
+        struct stat status {};
+        bool operator==(const State &other) const;
+    };
+    static State stateOf(const std::string &path);
+
+    std::string path_;
+    State known_;
+    State last_;
+    bool following_;
+};
+
+} // namespace tool

@@ -1,0 +1,187 @@
+#include "metrics.h"
+
+#include "failure.h"
+#include "words.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+namespace tool {
+namespace {
+
+using Labels = std::vector<std::pair<std::string_view, std::string>>;
+
+// A label's value: backslash, quote and line end are written with a backslash (exposition format 0.0.4).
+std::string escaped(const std::string &value)
+{
+    std::string result;
+    for (const char c : printable(value)) {
+        if (c == '\\' || c == '"')
+            result += '\\';
+        result += c;
+    }
+    return result;
+}
+
+// One metric: its head once, then its samples.
+class Metric {
+public:
+    Metric(std::string_view name, std::string_view help) : name_("tavstorage_" + std::string(name))
+    {
+        text_ = "# HELP " + name_ + " " + std::string(help) + "\n# TYPE " + name_ + " gauge\n";
+    }
+
+    void add(const Labels &labels, uint64_t value)
+    {
+        std::string list;
+        for (const auto &[label, content] : labels)
+            list += (list.empty() ? "" : ",") + std::string(label) + "=\"" + escaped(content) + "\"";
+        text_ += name_ + (list.empty() ? "" : "{" + list + "}") + " " + std::to_string(value) + "\n";
+    }
+
+    const std::string &text() const { return text_; }
+
+private:
+    std::string name_;
+    std::string text_;
+};
+
+// A disk with the device that it is, which is not there when something was plugged in between two answers.
+struct DiskView {
+    const HardDisk *disk;
+    const Device *device;
+};
+
+void collectDisks(const std::vector<Device> &devices, std::vector<DiskView> &disks)
+{
+    for (const Device &device : devices) {
+        if (device.disk)
+            disks.push_back({&*device.disk, &device});
+    }
+}
+
+std::vector<DiskView> disksOf(const Inventory &inventory)
+{
+    std::vector<DiskView> disks;
+    for (const Controller &controller : inventory.controllers)
+        collectDisks(controller.devices, disks);
+    collectDisks(inventory.devicesWithoutController, disks);
+    for (const HardDisk &disk : inventory.disksWithoutDevice)
+        disks.push_back({&disk, nullptr});
+    return disks;
+}
+
+Labels nameOf(const DiskView &view)
+{
+    return {{"disk", std::to_string(view.disk->index)}};
+}
+
+std::string addressOf(const Device &device)
+{
+    if (device.interfaceType == kIde)
+        return std::to_string(device.controllerIndex) + "-" + drivePositionWords(device.ideConfiguration);
+    return std::to_string(device.controllerIndex) + "-" + std::to_string(device.bus) + "-" +
+           std::to_string(device.targetId) + "-" + std::to_string(device.lun);
+}
+
+std::string infoMetric(const std::vector<DiskView> &disks)
+{
+    Metric metric("disk_info", "What a hard disk is; the address is controller-bus-target-LUN. Always 1.");
+    for (const DiskView &view : disks) {
+        Labels labels = nameOf(view);
+        labels.emplace_back("interface", interfaceWords(view.disk->interfaceType));
+        if (const Device *device = view.device) {
+            labels.insert(labels.end(), {{"address", addressOf(*device)},
+                                         {"vendor", device->vendor},
+                                         {"model", device->model},
+                                         {"firmware", device->firmwareRevision},
+                                         {"serial", device->serialNumber}});
+        }
+        metric.add(labels, 1);
+    }
+    return metric.text();
+}
+
+std::string smartMetric(const std::vector<DiskView> &disks)
+{
+    constexpr std::pair<std::string_view, int> kStates[] = {{"good", 0}, {"failing", 1}, {"unreadable", -1}};
+    Metric metric("disk_smart_state", "1 for the state in which the disk's own SMART verdict is, 0 for the others.");
+    for (const DiskView &view : disks) {
+        for (const auto &[state, code] : kStates) {
+            Labels labels = nameOf(view);
+            labels.emplace_back("state", state);
+            metric.add(labels, view.disk->smartStatus == code ? 1 : 0);
+        }
+    }
+    return metric.text();
+}
+
+std::string capacityMetric(const std::vector<DiskView> &disks)
+{
+    Metric metric("disk_capacity_bytes", "Capacity of a hard disk.");
+    for (const DiskView &view : disks)
+        metric.add(nameOf(view), uint64_t{view.disk->capacity} << 20);
+    return metric.text();
+}
+
+std::string enduranceMetric(const std::vector<DiskView> &disks)
+{
+    Metric metric("disk_endurance_level",
+                  "Endurance left of a solid-state drive, 1 (least) to 5; absent when unknown.");
+    for (const DiskView &view : disks) {
+        if (view.disk->lifeSpan && view.disk->lifeSpan->level >= 0)
+            metric.add(nameOf(view), static_cast<uint64_t>(view.disk->lifeSpan->level));
+    }
+    return metric.text();
+}
+
+std::string countMetric(const Totals &totals)
+{
+    Metric metric("devices", "Number of controllers and devices by kind.");
+    const std::pair<std::string_view, unsigned> kinds[] = {
+        {"controller", totals.controllers},
+        {"scsi_device", totals.scsiDevices},
+        {"ide_device", totals.ideDevices},
+        {"hard_disk", totals.hardDisks},
+        {"cdrom", totals.cdroms},
+        {"tape", totals.tapes},
+        {"optical_memory", totals.opticalMemories},
+        {"other", totals.others},
+    };
+    for (const auto &[kind, count] : kinds)
+        metric.add({{"kind", std::string(kind)}}, count);
+    return metric.text();
+}
+
+} // namespace
+
+std::string metricsText(const Inventory &inventory)
+{
+    const std::vector<DiskView> disks = disksOf(inventory);
+    Metric handling("smart_handling_enabled", "Whether disks are asked for their SMART verdict.");
+    handling.add({}, inventory.monitoring.smartMode == 1 ? 1 : 0);
+    return countMetric(inventory.totals) + handling.text() + infoMetric(disks) + capacityMetric(disks) +
+           smartMetric(disks) + enduranceMetric(disks);
+}
+
+void writeWhole(const std::string &path, const std::string &content)
+{
+    const std::string temporary = path + "." + std::to_string(getpid()); // the collector reads *.prom alone
+    std::FILE *file = std::fopen(temporary.c_str(), "wx");
+    if (file == nullptr)
+        throw Failure(temporary + ": " + std::strerror(errno));
+    bool written = std::fwrite(content.data(), 1, content.size(), file) == content.size();
+    written = std::fclose(file) == 0 && written;
+    if (!written || std::rename(temporary.c_str(), path.c_str()) != 0) {
+        const int error = errno;
+        std::remove(temporary.c_str());
+        throw Failure(path + ": " + std::strerror(error));
+    }
+}
+
+} // namespace tool

@@ -1,0 +1,115 @@
+#include "metrics.h"
+
+#include "failure.h"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+namespace tool {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+Device diskDevice(unsigned index, int smartStatus, int level)
+{
+    Device device;
+    device.index = index;
+    device.controllerIndex = 3;
+    device.targetId = index;
+    device.vendor = "ATA";
+    device.model = "HALDEN \"M2\\S\"\n";
+    device.firmwareRevision = "H2.1";
+    device.serialNumber = "HM-\xff";
+    HardDisk disk;
+    disk.index = index;
+    disk.capacity = 1024;
+    disk.smartStatus = smartStatus;
+    if (level != 0)
+        disk.lifeSpan = LifeSpan{1, level};
+    device.disk = disk;
+    return device;
+}
+
+Inventory threeDisks()
+{
+    Inventory inventory;
+    inventory.totals.hardDisks = 3;
+    inventory.monitoring.smartMode = 1;
+    inventory.controllers.emplace_back();
+    inventory.controllers[0].devices = {diskDevice(1, 0, 4), diskDevice(2, 1, -1)};
+    inventory.devicesWithoutController = {diskDevice(3, -1, 0)};
+    HardDisk lost;
+    lost.index = 4;
+    inventory.disksWithoutDevice = {lost};
+    return inventory;
+}
+
+TEST(Metrics, EveryStateCapacityLevelAndCountIsThere)
+{
+    const std::string text = metricsText(threeDisks());
+    for (const char *line : {
+             "tavstorage_devices{kind=\"hard_disk\"} 3\n",
+             "tavstorage_smart_handling_enabled 1\n",
+             "tavstorage_disk_capacity_bytes{disk=\"1\"} 1073741824\n",
+             "tavstorage_disk_smart_state{disk=\"1\",state=\"good\"} 1\n",
+             "tavstorage_disk_smart_state{disk=\"1\",state=\"failing\"} 0\n",
+             "tavstorage_disk_smart_state{disk=\"2\",state=\"failing\"} 1\n",
+             "tavstorage_disk_smart_state{disk=\"3\",state=\"unreadable\"} 1\n",
+             "tavstorage_disk_endurance_level{disk=\"1\"} 4\n",
+             "tavstorage_disk_info{disk=\"4\",interface=\"SCSI\"} 1\n",
+         })
+        EXPECT_THAT(text, HasSubstr(line));
+    EXPECT_THAT(text, Not(HasSubstr("endurance_level{disk=\"2\"}"))) << "not read";
+    EXPECT_THAT(text, Not(HasSubstr("endurance_level{disk=\"3\"}"))) << "reports none";
+}
+
+TEST(Metrics, WhatADiskIsCalledStandsOnTheInfoMetricAloneAndEscaped)
+{
+    const std::string text = metricsText(threeDisks());
+    EXPECT_THAT(text, HasSubstr("tavstorage_disk_info{disk=\"1\",interface=\"SCSI\",address=\"3-0-1-0\",vendor=\"ATA\","
+                                "model=\"HALDEN \\\"M2\\\\S\\\"\",firmware=\"H2.1\",serial=\"HM-\\\\xff\"} 1\n"));
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.find("serial=") != std::string::npos) {
+            EXPECT_THAT(line, testing::StartsWith("tavstorage_disk_info{"));
+        }
+    }
+}
+
+TEST(Metrics, EachLineIsOfTheExpositionFormatAndEachMetricHasOneHead)
+{
+    const std::regex sample(R"re([a-z_]+(\{([a-z]+="([^"\\]|\\["\\n])*",?)+\})? [0-9]+)re");
+    const std::regex head(R"re(# (HELP [a-z_]+ .+|TYPE [a-z_]+ gauge))re");
+    std::istringstream lines(metricsText(threeDisks()));
+    std::map<std::string, int> heads;
+    for (std::string line; std::getline(lines, line);) {
+        EXPECT_TRUE(std::regex_match(line, line[0] == '#' ? head : sample)) << line;
+        if (line.starts_with("# TYPE"))
+            ++heads[line];
+    }
+    EXPECT_EQ(heads.size(), 6U);
+    EXPECT_THAT(heads, testing::Each(testing::Pair(testing::_, 1)));
+}
+
+TEST(Metrics, TheFileIsReplacedAsAWhole)
+{
+    const std::string directory = testing::TempDir() + "metrics" + std::to_string(getpid());
+    std::filesystem::create_directory(directory);
+    const std::string path = directory + "/storage.prom";
+    writeWhole(path, "old\n");
+    writeWhole(path, "new\n");
+    std::stringstream content;
+    content << std::ifstream(path).rdbuf();
+    EXPECT_EQ(content.str(), "new\n");
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory), {}), 1) << "no temporary file is left";
+    EXPECT_THROW(writeWhole(directory + "/none/storage.prom", "new\n"), Failure);
+    std::filesystem::remove_all(directory);
+}
+
+} // namespace
+} // namespace tool

@@ -1,0 +1,33 @@
+// Tells on a terminal that the disks are still being asked, when that takes long.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <mutex>
+#include <thread>
+
+namespace tool {
+
+// While it lives, one line that counts the seconds, from the end of the first quiet while on; erased at its end. Says
+// nothing when terminal is false: what is read by a program stays as it is.
+class Progress {
+public:
+    static constexpr std::chrono::milliseconds kQuiet{1000};
+
+    explicit Progress(bool terminal, std::FILE *out = stderr, std::chrono::milliseconds quiet = kQuiet);
+    ~Progress();
+    Progress(const Progress &) = delete;
+    Progress &operator=(const Progress &) = delete;
+
+private:
+    void tell(const std::stop_token &stop);
+
+    std::FILE *out_;
+    std::chrono::milliseconds quiet_;
+    std::mutex mutex_;
+    std::condition_variable_any ended_;
+    std::jthread teller_; // the last member: it uses the others
+};
+
+} // namespace tool

@@ -1,0 +1,148 @@
+#include "saved_state.h"
+
+#include "failure.h"
+
+#include "store/records/tavStrgCommonFileLayout.h"
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include <cstring>
+
+namespace tool {
+namespace {
+
+template <class Record> std::string bytesOf(const Record &record, size_t size = sizeof(Record))
+{
+    return {reinterpret_cast<const char *>(&record), size};
+}
+
+StrgConfRec configuration()
+{
+    return {90, 10, 3600, 60, 1, 0};
+}
+
+StrgTnumRec totals(uint16_t controllers, uint16_t lifeSpans)
+{
+    StrgTnumRec record = {};
+    record.ControllerTotalNumber = controllers;
+    record.LifeSpanTotalNumber = lifeSpans;
+    return record;
+}
+
+StrgCtrlRec controller(uint16_t index)
+{
+    StrgCtrlRec record = {};
+    record.Index = index;
+    record.InterfaceType = -1;
+    std::memset(record.Model, 'M', sizeof record.Model); // a damaged file: no terminator
+    return record;
+}
+
+std::string wholeState()
+{
+    const StrgLifeRec lifeSpan = {1, 2, -1, 0};
+    return std::string(TAV_DAT_STRG_VERNAME) + bytesOf(configuration()) + bytesOf(totals(2, 1)) +
+           bytesOf(controller(1)) + bytesOf(controller(2)) + bytesOf(lifeSpan);
+}
+
+std::string oldState()
+{
+    return std::string(kOldVersionLine) + bytesOf(configuration()) + bytesOf(totals(1, 7), kOldTotalsSize) +
+           bytesOf(controller(1));
+}
+
+std::string property(const broker::Instance &instance, const std::string &name)
+{
+    const broker::Value *value = instance.find(name);
+    return value == nullptr ? "absent" : value->toString();
+}
+
+std::vector<std::string> summary(const SavedState &state)
+{
+    std::vector<std::string> lines;
+    for (const StateBlock &block : state.blocks)
+        lines.push_back(block.className + " " + std::to_string(block.offset) + " " +
+                        std::to_string(block.records.size()) + "/" + std::to_string(block.expected));
+    return lines;
+}
+
+TEST(SavedState, ReadsEveryBlockOfAWholeFile)
+{
+    const SavedState state = parseSavedState(wholeState() + "tail");
+    EXPECT_EQ(state.version, "1.0.0.1");
+    EXPECT_EQ(state.damage, "");
+    EXPECT_EQ(state.trailing, 4U);
+    EXPECT_THAT(summary(state), testing::ElementsAre("TAV_StorageConfig 18 1/1", "TAV_StorageTotalNumber 30 1/1",
+                                                     "TAV_StorageController 50 2/2", "TAV_StorageLifeSpan 290 1/1"));
+    EXPECT_EQ(property(state.blocks[0].records[0], "MonitorCycle"), "90");
+    EXPECT_EQ(property(state.blocks[2].records[1], "Index"), "2");
+    EXPECT_EQ(property(state.blocks[2].records[1], "InterfaceType"), "-1");
+    EXPECT_EQ(property(state.blocks[2].records[1], "Model"), std::string(64, 'M'));
+    EXPECT_EQ(property(state.blocks[3].records[0], "EnduranceRemaining"), "-1");
+}
+
+TEST(SavedState, TheOldVersionHasShorterTotalsAndNoLifeSpans)
+{
+    const SavedState state = parseSavedState(oldState());
+    EXPECT_EQ(state.version, "1.0.0.0");
+    EXPECT_EQ(state.damage, "");
+    EXPECT_EQ(state.trailing, 0U);
+    EXPECT_THAT(summary(state), testing::ElementsAre("TAV_StorageConfig 18 1/1", "TAV_StorageTotalNumber 30 1/1",
+                                                     "TAV_StorageController 46 1/1"));
+    EXPECT_EQ(property(state.blocks[1].records[0], "LifeSpanTotalNumber"), "0");
+}
+
+TEST(SavedState, AnUnknownVersionStillShowsTheConfiguration)
+{
+    const SavedState state = parseSavedState("# Version=9.9.9.9\n" + wholeState().substr(18));
+    EXPECT_EQ(state.version, "");
+    EXPECT_THAT(summary(state), testing::ElementsAre("TAV_StorageConfig 18 1/1"));
+    EXPECT_EQ(state.damage, "the version line at byte 0 is none that is known");
+}
+
+// Wherever a file is cut, what stands before the cut is shown and the cut is told.
+TEST(SavedState, IsShownAsFarAsItGoesWhereverItIsCut)
+{
+    const std::string whole = wholeState();
+    size_t recordsBefore = 0;
+    for (size_t size = 0; size < whole.size(); ++size) {
+        const SavedState state = parseSavedState(whole.substr(0, size));
+        EXPECT_NE(state.damage, "") << size;
+        size_t records = 0;
+        for (const StateBlock &block : state.blocks)
+            records += block.records.size();
+        EXPECT_GE(records, recordsBefore) << size;
+        recordsBefore = records;
+    }
+    EXPECT_EQ(recordsBefore, 4U) << "all but the life span, whose last byte is missing";
+    EXPECT_EQ(parseSavedState(whole.substr(0, 175)).damage,
+              "TAV_StorageController: record 2 of 2 is cut off at byte 170, 5 of its 120 bytes are there");
+    EXPECT_EQ(parseSavedState("# Ver").damage, "the version line is cut off at byte 5");
+}
+
+TEST(SavedState, TextAndJsonTellTheSame)
+{
+    const SavedState state = parseSavedState(wholeState().substr(0, 175));
+    const std::string text = savedStateText(state);
+    EXPECT_THAT(text, testing::HasSubstr("Saved state, version 1.0.0.1\n"));
+    EXPECT_THAT(text, testing::HasSubstr("1 of 2 TAV_StorageController at byte 50\n"));
+    EXPECT_THAT(text, testing::HasSubstr("\nDamaged: TAV_StorageController: record 2 of 2 is cut off at byte 170"));
+    const nlohmann::json json = nlohmann::json::parse(savedStateJson(state));
+    EXPECT_EQ(json["version"], "1.0.0.1");
+    EXPECT_EQ(json["blocks"][2]["class"], "TAV_StorageController");
+    EXPECT_EQ(json["blocks"][2]["expected"], 2);
+    EXPECT_EQ(json["blocks"][2]["records"].size(), 1U);
+    EXPECT_EQ(json["blocks"][2]["records"][0]["Index"], 1);
+    EXPECT_EQ(json["damage"], state.damage);
+}
+
+TEST(SavedState, AFileThatCannotBeReadIsAFailure)
+{
+    EXPECT_THROW(readStateFile("/nowhere/tavstrgsave.dat"), Failure);
+    EXPECT_THROW(readStateFile("/"), Failure) << "a directory";
+    EXPECT_THROW(readStateFile("/dev/zero"), Failure) << "endless";
+}
+
+} // namespace
+} // namespace tool
