@@ -3,15 +3,16 @@ include(GoogleTest)
 # Test code is compiled often and runs briefly: no optimisation, few debug symbols, and its largest headers once for all
 # test programs.
 set(TAV_TEST_OPTIONS -O0 -g1 -U_FORTIFY_SOURCE)
-add_executable(tavtestheaders ${CMAKE_CURRENT_LIST_DIR}/test_headers.cpp)
+add_executable(tavtestheaders EXCLUDE_FROM_ALL ${CMAKE_CURRENT_LIST_DIR}/test_headers.cpp)
 target_link_libraries(tavtestheaders PRIVATE GTest::gmock GTest::gtest Threads::Threads)
 target_compile_options(tavtestheaders PRIVATE ${TAV_TEST_OPTIONS})
 target_precompile_headers(tavtestheaders PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
 
-# tav_test(NAME SOURCES source... [LIBRARIES library...] [LABEL unit|scenario|threads] [TIMEOUT seconds])
-# One GoogleTest program; every test of it becomes a test of its own, so that each meets a fresh process.
+# tav_test(NAME SOURCES source... [LIBRARIES library...] [LABEL unit|scenario|threads] [TIMEOUT seconds] [SERIAL])
+# One GoogleTest program; every test of it becomes a test of its own, so that each meets a fresh process. SERIAL: nothing
+# runs beside it.
 function(tav_test NAME)
-  cmake_parse_arguments(ARG "" "LABEL;TIMEOUT" "SOURCES;LIBRARIES" ${ARGN})
+  cmake_parse_arguments(ARG "SERIAL" "LABEL;TIMEOUT" "SOURCES;LIBRARIES" ${ARGN})
   if(NOT ARG_LABEL)
     set(ARG_LABEL unit)
   endif()
@@ -24,5 +25,5 @@ function(tav_test NAME)
   target_compile_options(${NAME} PRIVATE ${TAV_TEST_OPTIONS})
   target_precompile_headers(${NAME} REUSE_FROM tavtestheaders)
   gtest_discover_tests(${NAME} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
-    PROPERTIES LABELS ${ARG_LABEL} TIMEOUT ${ARG_TIMEOUT})
+    PROPERTIES LABELS ${ARG_LABEL} TIMEOUT ${ARG_TIMEOUT} RUN_SERIAL ${ARG_SERIAL})
 endfunction()

@@ -1,0 +1,46 @@
+// A disk whose every reply is the fuzzer's: answers the ioctls of the process while one lives. It writes where and as
+// much as the kernel would, so that a buffer that is too small is found.
+//
+// The input is read once, front to back. A reply begins with a byte of flags, of which those that are set say what
+// follows, in this order:
+//
+//   1   one byte: the ioctl fails with this error, and that is all
+//   2   three bytes: SCSI status, host status, driver status
+//   4   one byte of length and as many bytes: sense data
+//   8   two bytes of length, the low one first, and as many bytes: data
+//   16  one byte: the length of the sense data that the reply claims, whatever came
+//
+// Behind the end of the input everything is zero: commands succeed without data.
+#pragma once
+
+#include "fuzz/fuzz.h"
+
+#include <vector>
+
+namespace fuzz {
+
+class Disk {
+public:
+    explicit Disk(Bytes input);
+    ~Disk();
+    Disk(const Disk &) = delete;
+    Disk &operator=(const Disk &) = delete;
+
+    // A node that can be opened, as the provider does before it asks.
+    static constexpr char kNode[] = "/dev/null";
+
+    int answer(unsigned long request, void *argument);
+    Feed &feed() { return feed_; }
+
+private:
+    int genericIo(void *argument);
+    int sendCommand(void *argument);
+
+    Feed feed_;
+    int lowestFree_; // descriptor
+};
+
+// A whole input: one reply, with these data.
+std::vector<uint8_t> replyOf(Bytes data);
+
+} // namespace fuzz

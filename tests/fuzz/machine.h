@@ -1,0 +1,27 @@
+// A simulated machine whose files the fuzzer writes. One lives as long as the process.
+#pragma once
+
+#include "sim/sim.h"
+
+#include <string_view>
+
+namespace fuzz {
+
+class FuzzedMachine {
+public:
+    explicit FuzzedMachine(const char *description = "{}") : machine_(description) {}
+    // The file of that path, whatever stood there.
+    void file(const char *path, std::string_view content) { machine_.write(path, content); }
+    void link(const char *path, std::string_view target);
+    void remove(std::string_view path) { machine_.remove(path); }
+    // Requires that the provider has closed everything.
+    void requireAllClosed() const;
+
+private:
+    sim::Machine machine_;
+};
+
+// Whether a text can be the name of a file.
+bool isFileName(std::string_view text);
+
+} // namespace fuzz

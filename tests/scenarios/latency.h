@@ -1,0 +1,70 @@
+// What a collection costs in time on a machine whose disks take time for every request: at best as much as the disks
+// take. For programs that have the provider's objects linked in.
+#pragma once
+
+#include "collect/tavStrgGetInfo.h"
+#include "scenarios/scenario.h"
+#include "store/records/tavStrgCommonArrays.h"
+
+#include <chrono>
+#include <sys/prctl.h>
+
+namespace scenario {
+
+constexpr std::chrono::milliseconds kDeviceLatency{2};
+
+// A machine of n managed ATA disks with SMART on, each of which takes kDeviceLatency for every request.
+inline std::string machineOfSlowDisks(int n)
+{
+    nlohmann::json machine = nlohmann::json::parse(machineOfDisks(n));
+    for (nlohmann::json &host : machine["hosts"]) {
+        for (nlohmann::json &device : host["devices"]) {
+            device["delayMs"] = kDeviceLatency.count();
+        }
+    }
+    return machine.dump();
+}
+
+struct CollectionTime {
+    bool done = false;        // the collection succeeded and found every disk
+    double wallSeconds = 0;   // from its start to its end
+    size_t requests = 0;      // that reached the disks
+    size_t smartCommands = 0; // of these
+
+    double deviceSeconds() const
+    {
+        return static_cast<double>(requests) * std::chrono::duration<double>(kDeviceLatency).count();
+    }
+    // 1 is a collection that does nothing but wait for the disks.
+    double ratio() const { return requests == 0 ? 0 : wallSeconds / deviceSeconds(); }
+};
+
+inline bool isSmartCommand(const sim::Command &command)
+{
+    constexpr uint8_t kSmart = 0xB0;
+    constexpr uint8_t kAtaPassThrough16 = 0x85;
+    const std::vector<uint8_t> &bytes = command.bytes;
+    return bytes.size() == 16 ? bytes[0] == kAtaPassThrough16 && bytes[14] == kSmart
+                              : !bytes.empty() && bytes[0] == kSmart;
+}
+
+// One collection with SMART mode 1. The thread's timers are made exact first: a device that is simulated by a sleep
+// would else take some 50 us longer than it is said to.
+inline CollectionTime timeCollection(sim::Machine &machine, int disks)
+{
+    ::prctl(PR_SET_TIMERSLACK, 1UL); // ns
+    machine.forgetCommands();
+    OwnedRecords records;
+    CollectionTime time;
+    const auto start = std::chrono::steady_clock::now();
+    time.done = strgGetCurrentInfo(1, records.dat) == 0;
+    time.wallSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    time.done = time.done && records.dat[TAV_CID_STRG_HDD].datNum == disks;
+    for (const sim::Command &command : machine.commands()) {
+        ++time.requests;
+        time.smartCommands += isSmartCommand(command) ? 1 : 0;
+    }
+    return time;
+}
+
+} // namespace scenario
