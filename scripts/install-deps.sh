@@ -3,15 +3,19 @@
 #
 # usage: scripts/install-deps.sh GROUP... [-- PACKAGE...]
 #
-# Groups: build (the provider, the tool), test (build, and the second compiler with the sanitizers' runtime), check (formatter,
-# linters).
+# Groups: build (the provider, the tool), package (making .deb and .rpm packages, and looking at them), test (build, package, and
+# the second compiler with the sanitizers' runtime), check (formatter, linters), vm (the virtual machine of tests/vm), compare (what
+# bench/compare measures the provider against).
 # Packages after -- are wanted besides. Says what it installs; does nothing and says nothing when all is there.
 # Needs root or sudo only when something is missing.
 set -euo pipefail
 
 build=(g++ cmake ninja-build libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libcli11-dev)
+package=(dpkg-dev file groff-base rpm zsh)
 test=(clang libclang-rt-14-dev)
 check=(clang-format clang-tidy shellcheck)
+vm=(qemu-system-x86 xz-utils)
+compare=(smartmontools lsscsi strace)
 
 fail() {
     echo "install-deps.sh: $*" >&2
@@ -26,14 +30,17 @@ wanted=()
 while [ $# -gt 0 ]; do
     case $1 in
     build) wanted+=("${build[@]}") ;;
-    test) wanted+=("${build[@]}" "${test[@]}") ;;
+    package) wanted+=("${package[@]}") ;;
+    test) wanted+=("${build[@]}" "${package[@]}" "${test[@]}") ;;
     check) wanted+=("${check[@]}") ;;
+    vm) wanted+=("${vm[@]}") ;;
+    compare) wanted+=("${compare[@]}") ;;
     --)
         shift
         wanted+=("$@")
         break
         ;;
-    *) fail "unknown group \"$1\" (build, test, check)" ;;
+    *) fail "unknown group \"$1\" (build, package, test, check, vm, compare)" ;;
     esac
     shift
 done

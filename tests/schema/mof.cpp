@@ -1,5 +1,6 @@
 #include "mof.h"
 
+#include <algorithm>
 #include <cctype>
 #include <stdexcept>
 
@@ -109,12 +110,20 @@ class Parser {
 public:
     explicit Parser(std::string_view text) : lexer_(text), token_(lexer_.next()) {}
 
-    std::vector<Class> file()
+    std::vector<Class> classes()
     {
-        std::vector<Class> classes;
+        std::vector<Class> found;
         while (token_.kind != Token::Kind::end)
-            classes.push_back(classDeclaration());
-        return classes;
+            found.push_back(classDeclaration());
+        return found;
+    }
+
+    std::vector<Instance> instances()
+    {
+        std::vector<Instance> found;
+        while (token_.kind != Token::Kind::end)
+            found.push_back(instance());
+        return found;
     }
 
 private:
@@ -141,6 +150,12 @@ private:
             fail(token_.line, std::string("\"") + mark + "\" expected instead of \"" + token_.text + "\"");
     }
 
+    void keyword(const std::string &expected)
+    {
+        if (lowered(word(expected.c_str())) != expected)
+            fail(token_.line, expected + " expected");
+    }
+
     std::string word(const char *what)
     {
         if (token_.kind != Token::Kind::word)
@@ -148,15 +163,30 @@ private:
         return take().text;
     }
 
-    // Strings that follow one another are one.
-    std::string stringValue()
+    // A number, or a string; strings that follow one another are one.
+    std::string value()
     {
+        const bool number =
+            token_.kind == Token::Kind::word &&
+            std::all_of(token_.text.begin(), token_.text.end(), [](unsigned char c) { return std::isdigit(c) != 0; });
+        if (number)
+            return take().text;
         if (token_.kind != Token::Kind::string)
-            fail(token_.line, "string expected instead of \"" + token_.text + "\"");
+            fail(token_.line, "string or number expected instead of \"" + token_.text + "\"");
         std::string value;
         while (token_.kind == Token::Kind::string)
             value += take().text;
         return value;
+    }
+
+    // What follows an opening brace.
+    Values array()
+    {
+        Values found{value()};
+        while (accept(","))
+            found.push_back(value());
+        expect("}");
+        return found;
     }
 
     Qualifiers qualifiers()
@@ -167,12 +197,14 @@ private:
         do {
             const int line = token_.line;
             const std::string name = lowered(word("qualifier"));
-            std::string value;
+            Values values;
             if (accept("(")) {
-                value = stringValue();
+                values = {value()};
                 expect(")");
+            } else if (accept("{")) {
+                values = array();
             }
-            if (!found.emplace(name, value).second)
+            if (!found.emplace(name, values).second)
                 fail(line, "qualifier " + name + " twice");
         } while (accept(","));
         expect("]");
@@ -183,8 +215,7 @@ private:
     {
         Class declared;
         declared.qualifiers = qualifiers();
-        if (const std::string keyword = word("class"); lowered(keyword) != "class")
-            fail(token_.line, "class expected instead of " + keyword);
+        keyword("class");
         declared.name = word("class name");
         if (accept(":"))
             declared.superclass = word("superclass");
@@ -225,6 +256,37 @@ private:
         return found;
     }
 
+    Instance instance()
+    {
+        keyword("instance");
+        keyword("of");
+        Instance found;
+        found.className = word("class name");
+        expect("{");
+        while (!is("}"))
+            assignment(found);
+        expect("}");
+        expect(";");
+        return found;
+    }
+
+    void assignment(Instance &instance)
+    {
+        const int line = token_.line;
+        const std::string name = word("property");
+        expect("=");
+        Values values;
+        if (token_.kind == Token::Kind::word && lowered(token_.text) == "null")
+            take();
+        else if (accept("{"))
+            values = array();
+        else
+            values = {value()};
+        expect(";");
+        if (!instance.properties.emplace(name, values).second)
+            fail(line, "property " + name + " twice");
+    }
+
     Lexer lexer_;
     Token token_;
 };
@@ -233,7 +295,12 @@ private:
 
 std::vector<Class> parse(std::string_view text)
 {
-    return Parser(text).file();
+    return Parser(text).classes();
+}
+
+std::vector<Instance> parseInstances(std::string_view text)
+{
+    return Parser(text).instances();
 }
 
 } // namespace mof

@@ -8,8 +8,11 @@
 
 namespace mof {
 
-// Qualifiers by name in lower case; one without a value has an empty text.
-using Qualifiers = std::map<std::string, std::string>;
+// A value or an array of values, as texts; none: no value at all, or NULL.
+using Values = std::vector<std::string>;
+
+// Qualifiers by name in lower case.
+using Qualifiers = std::map<std::string, Values>;
 
 struct Parameter {
     Qualifiers qualifiers;
@@ -38,7 +41,15 @@ struct Class {
     std::vector<Method> methods;
 };
 
+struct Instance {
+    std::string className;
+    std::map<std::string, Values> properties;
+};
+
 // The classes of a text in their order. Throws std::runtime_error with the line where it is something else.
 std::vector<Class> parse(std::string_view text);
+
+// The same for a text of instances.
+std::vector<Instance> parseInstances(std::string_view text);
 
 } // namespace mof

@@ -1,0 +1,82 @@
+# The packages: one for each component, as .deb and as .rpm.
+set(CPACK_PACKAGE_NAME tavstrg)
+set(CPACK_PACKAGE_VENDOR TAV)
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
+set(CPACK_GENERATOR DEB RPM)
+set(CPACK_COMPONENTS_ALL provider tools agent)
+set(CPACK_COMPONENTS_GROUPING IGNORE)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_SOURCE_DIR}/layout.cmake)
+set(CPACK_TAV_BUILD_LIBDIR ${PROJECT_BINARY_DIR}/lib)
+
+set(TAV_PROVIDER_SUMMARY "Storage inventory and disk health for CIM brokers")
+set(TAV_PROVIDER_TEXT "A CMPI provider that tells a management agent through a CIM broker which
+controllers, disks and other storage devices a server has and how its disks
+are, with the schema, the registration and examples of the administrator's
+files.")
+set(TAV_TOOLS_SUMMARY "Command-line tool of the storage provider")
+set(TAV_TOOLS_TEXT "Shows what the storage provider knows, of this machine or of a simulated one,
+without a CIM broker, and checks the administrator's files.")
+set(TAV_AGENT_SUMMARY "Development trace and alert libraries for the storage provider")
+set(TAV_AGENT_TEXT "Replacements of the management agent's libraries libtavlog.so and
+libtavalert.so, which write where one can look. Simulated machines use them; on
+a server the agent brings its own.")
+
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION admin)
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+
+set(CPACK_RPM_COMPONENT_INSTALL ON)
+set(CPACK_RPM_FILE_NAME RPM-DEFAULT)
+set(CPACK_RPM_PACKAGE_LICENSE Apache-2.0)
+set(CPACK_RPM_PACKAGE_GROUP "System Environment/Daemons")
+set(CPACK_RPM_INSTALL_WITH_EXEC OFF)
+set(CPACK_RPM_DEFAULT_USER root)
+set(CPACK_RPM_DEFAULT_GROUP root)
+set(CPACK_RPM_PACKAGE_RELOCATABLE OFF)
+# The tool's private libraries are nobody else's, so nobody may come to depend on them; no links into /usr/lib/.build-id, which
+# packages of other builds would have as well; and no name of the machine that built.
+set(CPACK_RPM_SPEC_MORE_DEFINE "%global __provides_exclude_from ^/usr/.*/(tavstrg|sfcb)/.*$
+%global __requires_exclude ^libtav
+%define _build_id_links none
+%define _buildhost localhost")
+# What belongs to the system or to other packages.
+set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
+  /usr/sbin /usr/lib64 /usr/libexec /usr/share/doc /usr/share/man /usr/share/man/man5 /usr/share/man/man8
+  /usr/share/bash-completion /usr/share/bash-completion/completions /usr/share/zsh /usr/share/zsh/site-functions)
+
+foreach(COMPONENT_AND_PACKAGE PROVIDER:tavstrg-provider TOOLS:tavstrg AGENT:tavstrg-devel-agent)
+  string(REPLACE ":" ";" PAIR ${COMPONENT_AND_PACKAGE})
+  list(GET PAIR 0 COMPONENT)
+  list(GET PAIR 1 PACKAGE)
+  string(TOLOWER ${COMPONENT} LOWER_COMPONENT)
+  set(CPACK_DEBIAN_${COMPONENT}_PACKAGE_NAME ${PACKAGE})
+  set(CPACK_RPM_${COMPONENT}_PACKAGE_NAME ${PACKAGE})
+  set(CPACK_COMPONENT_${COMPONENT}_DESCRIPTION "${TAV_${COMPONENT}_SUMMARY}\n${TAV_${COMPONENT}_TEXT}")
+  set(CPACK_RPM_${LOWER_COMPONENT}_PACKAGE_SUMMARY "${TAV_${COMPONENT}_SUMMARY}")
+  set(CPACK_RPM_${LOWER_COMPONENT}_PACKAGE_DESCRIPTION "${TAV_${COMPONENT}_TEXT}")
+endforeach()
+set(CPACK_DEBIAN_AGENT_PACKAGE_SECTION devel)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS
+  "tavstrg-provider (= ${PROJECT_VERSION}), tavstrg-devel-agent (= ${PROJECT_VERSION})")
+set(CPACK_RPM_TOOLS_PACKAGE_REQUIRES
+  "tavstrg-provider = ${PROJECT_VERSION}, tavstrg-devel-agent = ${PROJECT_VERSION}")
+set(CPACK_DEBIAN_PROVIDER_PACKAGE_SUGGESTS "sfcb, tavstrg")
+set(CPACK_RPM_PROVIDER_PACKAGE_SUGGESTS "sfcb, tavstrg")
+
+# Stage the schema when a broker is there, and take it back.
+set(TAV_STAGE_SCHEMA ${CPACK_PACKAGING_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBEXECDIR}/tavstrg/stage-schema)
+foreach(SCRIPT deb/postinst deb/prerm rpm/post rpm/preun)
+  configure_file(${SCRIPT}.in ${CMAKE_CURRENT_BINARY_DIR}/${SCRIPT} @ONLY FILE_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+endforeach()
+set(CPACK_DEBIAN_PROVIDER_PACKAGE_CONTROL_EXTRA
+  ${CMAKE_CURRENT_BINARY_DIR}/deb/postinst ${CMAKE_CURRENT_BINARY_DIR}/deb/prerm)
+set(CPACK_RPM_PROVIDER_POST_INSTALL_SCRIPT_FILE ${CMAKE_CURRENT_BINARY_DIR}/rpm/post)
+set(CPACK_RPM_PROVIDER_PRE_UNINSTALL_SCRIPT_FILE ${CMAKE_CURRENT_BINARY_DIR}/rpm/preun)
+
+include(CPack)

@@ -1,0 +1,54 @@
+# Run by CPack on the files of all components before the packages are made: what differs between the kinds of system. Debian
+# and its kin have their own directory for completions of packages, and libraries that are not executable; those with RPM have
+# 64-bit libraries in lib64, and find out by the executable bit what a library needs.
+function(tav_move FROM TO)
+  foreach(COMPONENT ${CPACK_COMPONENTS_ALL})
+    set(ROOT ${CPACK_TEMPORARY_DIRECTORY}/${COMPONENT}${CPACK_PACKAGING_INSTALL_PREFIX})
+    if(EXISTS ${ROOT}/${FROM})
+      get_filename_component(PARENT ${ROOT}/${TO} DIRECTORY)
+      file(MAKE_DIRECTORY ${PARENT})
+      file(RENAME ${ROOT}/${FROM} ${ROOT}/${TO})
+    endif()
+  endforeach()
+endfunction()
+
+set(ALL_MAY_ENTER
+  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+if(CPACK_GENERATOR STREQUAL "DEB")
+  set(LIBRARY_MODE OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+  tav_move(share/zsh/site-functions share/zsh/vendor-completions)
+elseif(CPACK_GENERATOR STREQUAL "RPM")
+  set(LIBRARY_MODE ${ALL_MAY_ENTER})
+  if(CMAKE_HOST_SYSTEM_PROCESSOR MATCHES "64")
+    tav_move(lib/sfcb lib64/sfcb)
+  endif()
+endif()
+foreach(COMPONENT ${CPACK_COMPONENTS_ALL})
+  file(GLOB_RECURSE LIBRARIES ${CPACK_TEMPORARY_DIRECTORY}/${COMPONENT}/*.so)
+  file(CHMOD ${LIBRARIES} FILE_PERMISSIONS ${LIBRARY_MODE})
+  # Whatever the umask of whoever makes the packages.
+  file(CHMOD_RECURSE ${CPACK_TEMPORARY_DIRECTORY}/${COMPONENT} DIRECTORY_PERMISSIONS ${ALL_MAY_ENTER})
+endforeach()
+
+# What a component's binaries need, as Debian names it. CPack's own way to it would also let the packages call ldconfig, for
+# libraries in private directories, which ldconfig does not look at.
+function(tav_debian_dependencies COMPONENT)
+  set(ROOT ${CPACK_TEMPORARY_DIRECTORY}/${COMPONENT}${CPACK_PACKAGING_INSTALL_PREFIX})
+  file(GLOB_RECURSE BINARIES ${ROOT}/*.so ${ROOT}/sbin/*)
+  file(WRITE ${CPACK_TEMPORARY_DIRECTORY}/shlibdeps/debian/control "Source: tavstrg\n\nPackage: tavstrg\nArchitecture: any\n")
+  execute_process(
+    COMMAND dpkg-shlibdeps --ignore-missing-info -l${CPACK_TAV_BUILD_LIBDIR} -O ${BINARIES}
+    WORKING_DIRECTORY ${CPACK_TEMPORARY_DIRECTORY}/shlibdeps
+    OUTPUT_VARIABLE DEPENDS OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET COMMAND_ERROR_IS_FATAL ANY)
+  file(REMOVE_RECURSE ${CPACK_TEMPORARY_DIRECTORY}/shlibdeps)
+  string(REGEX REPLACE "^shlibs:Depends=" "" DEPENDS "${DEPENDS}")
+  string(TOUPPER ${COMPONENT} UPPER_COMPONENT)
+  list(APPEND DEPENDS ${CPACK_DEBIAN_${UPPER_COMPONENT}_PACKAGE_DEPENDS})
+  list(JOIN DEPENDS ", " DEPENDS)
+  set(CPACK_DEBIAN_${UPPER_COMPONENT}_PACKAGE_DEPENDS ${DEPENDS} PARENT_SCOPE)
+endfunction()
+if(CPACK_GENERATOR STREQUAL "DEB")
+  foreach(COMPONENT ${CPACK_COMPONENTS_ALL})
+    tav_debian_dependencies(${COMPONENT})
+  endforeach()
+endif()

@@ -1,0 +1,118 @@
+# shellcheck shell=bash
+# What the tests of the packages share. Each is called with the build directory, and sources this first.
+set -euo pipefail
+
+build=$(cd "$1" && pwd)
+readonly build
+
+source_directory=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+readonly source_directory
+umask 077 # packages have their modes whatever the umask
+
+fail() {
+    echo "FAILED: $*" >&2
+    exit 1
+}
+
+# same WHAT EXPECTED ACTUAL: compares two texts.
+same() {
+    diff -u --label "expected $1" --label "actual $1" <(printf '%s\n' "$2") <(printf '%s\n' "$3") >&2 || fail "$1"
+}
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+chmod 755 "$work"
+
+# make_packages GENERATOR: into $work/packages.
+make_packages() {
+    cpack --config "$build/CPackConfig.cmake" -G "$1" -B "$work/packages" >"$work/cpack.log" 2>&1 || {
+        cat "$work/cpack.log" >&2
+        fail "cpack $1"
+    }
+    rm -rf "$work/packages/_CPack_Packages"
+}
+
+# expected_files COMPONENT: "mode path" below the prefix, as cmake --install has them.
+expected_files() {
+    awk -v component="$1" '$1 == component { print $2, $3 }' "$source_directory/tests/packaging/files.txt" | sort -k 2
+}
+
+# make_root ROOT STATUS: a root with a shell, and a broker whose tools note how they are called and exit with STATUS; 127:
+# without a broker.
+make_root() {
+    local root=$1 status=$2 library tool
+    mkdir -p "$root"/{bin,dev,usr/bin,var/log,tmp}
+    : >"$root/dev/null"
+    cp "$(realpath /bin/sh)" "$root/bin/sh"
+    while read -r library; do
+        install -D "$library" "$root$library"
+    done < <(ldd "$root/bin/sh" | grep -o '/[^ ]*')
+    for tool in sfcbstage sfcbunstage sfcbrepos; do
+        cat >"$root/usr/bin/$tool" <<TOOL
+#!/bin/sh
+echo "$tool \$*" >>/var/log/broker
+for word; do
+    case \$word in
+    /*) [ -r "\$word" ] || echo "\$word is not there" >>/var/log/broker ;;
+    esac
+done
+exit $status
+TOOL
+        chmod 755 "$root/usr/bin/$tool"
+    done
+    [ "$status" -ne 127 ] || rm "$root"/usr/bin/sfcb*
+}
+
+# broker_was_told ROOT stage|unstage|nothing WHEN: what the broker of a root was told since the last question.
+broker_was_told() {
+    local expected=
+    case $2 in
+    stage) expected="sfcbstage -n root/tavkit/as -r SCHEMA/TAVStorageProvider.reg SCHEMA/TAV_Storage.mof
+sfcbrepos -f" ;;
+    unstage) expected="sfcbunstage -n root/tavkit/as -r TAVStorageProvider.reg TAV_Storage.mof
+sfcbrepos -f" ;;
+    esac
+    same "what the broker is told at $3" "$expected" \
+        "$(sed 's,/usr/libexec/tavstrg/../../share/tavstrg/schema,SCHEMA,g' "$1/var/log/broker" 2>/dev/null || true)"
+    rm -f "$1/var/log/broker"
+}
+
+# Everything in a root but what the package database keeps for itself.
+everything_in() {
+    find "$1" -path "$1/var/lib" -prune -o -path "$1/var/log" -prune -o -printf '%M %U:%G %P %l\n' | sort -k 3
+}
+
+# What is installed below a root must not know where it was built, have debug information or look for libraries elsewhere.
+check_binaries() {
+    local root=$1 file runpath
+    if grep -rlF -e "$build" -e "$source_directory" "$root/usr"; then
+        fail "these know where they were built"
+    fi
+    while read -r file; do
+        file -b "$file" | grep '^ELF' >/dev/null || continue
+        ! readelf -SW "$file" | grep -E '\.(debug_info|symtab)' >/dev/null || fail "$file is not stripped"
+        runpath=$(readelf -dW "$file" | sed -nE 's/.*\((RPATH|RUNPATH)\).*\[(.*)\]/\2/p')
+        case $file in
+        */sbin/tavstrg) same "run path of the tool" "\$ORIGIN/../lib/tavstrg" "$runpath" ;;
+        *) same "run path of $file" "" "$runpath" ;;
+        esac
+    done < <(find "$root/usr" -type f)
+}
+
+# check_tool ROOT: the tool that is installed there finds its libraries, the machines and the provider.
+check_tool() {
+    local tool=$1/usr/sbin/tavstrg machine output
+    for machine in "$1"/usr/share/tavstrg/machines/*.json; do
+        output=$("$tool" --machine "$machine" show 2>&1) || fail "$machine: $output"
+        grep -q '^Totals$' <<<"$output" || fail "$machine: $output"
+    done
+    output=$("$tool" check --root "$1/usr/share/doc/tavstrg-provider/examples" 2>&1) || fail "the examples: $output"
+    local -a provider
+    mapfile -t provider < <(find "$1/usr" -name libTAVStorageProvider.so)
+    mv "${provider[0]}" "$work/provider"
+    ! output=$("$tool" --machine "$1/usr/share/tavstrg/machines/server.json" show 2>&1) ||
+        fail "the tool has a provider from elsewhere"
+    mv "$work/provider" "${provider[0]}"
+    grep -qF "no provider found" <<<"$output" || fail "without its provider the tool says $output"
+    grep -qF "${provider[0]}" <<<"$output" || fail "the tool does not look for ${provider[0]}: $output"
+}

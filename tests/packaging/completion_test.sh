@@ -1,0 +1,80 @@
+#!/usr/bin/env bash
+# Completion offers what the tool has. What it has is taken from the help of all commands at once, which completion does not read.
+#
+# usage: completion_test.sh BUILD_DIRECTORY
+# shellcheck source=tests/packaging/common.sh
+. "$(dirname "$0")/common.sh"
+PATH=$build/bin:$PATH
+completions=$source_directory/packaging/completion
+
+# Tool's own words. Commands stand alone on their lines there, their options indented.
+all=$(tavstrg --help-all)
+commands=$(sed -nE '/^Subcommands:/,$s/^([a-z][a-z-]*)$/\1/p' <<<"$all" | sort)
+globals=$(sed -nE '/^Options:/,/^Subcommands:/s/^  (-[^ ]+).*/\1/p' <<<"$all" | tr ',' '\n' | sort)
+[ "$(wc -l <<<"$commands")" -ge 5 ] || fail "commands in the help of all: $commands"
+options_of() { # COMMAND: with what all commands have
+    sed -nE "/^$1\$/,/^\$/s/^    (-[^ ]+).*/\\1/p" <<<"$all" | tr ',' '\n' | cat - <(echo "$globals") | sort -u
+}
+positional_of() { # COMMAND: kind of its first argument
+    sed -nE "/^$1\$/,/^\$/s/^    ([A-Z][^ ]*).*/\\1/p" <<<"$all" | sed -n 1p
+}
+classes=$(tavstrg classes | sed -nE 's/^TAV_Storage([A-Za-z]+).*/\1/p' | sort)
+same "number of classes" 12 "$(wc -l <<<"$classes")"
+
+# shellcheck source=packaging/completion/tavstrg.bash
+. "$completions/tavstrg.bash"
+in_bash() { # WORD...: candidates for the last word; "=" is a word of its own, as it is in bash
+    COMP_WORDS=(tavstrg "$@")
+    COMP_CWORD=$#
+    COMPREPLY=()
+    _tavstrg
+    printf '%s\n' "${COMPREPLY[@]}" | sort
+}
+in_zsh() {
+    zsh -f "$source_directory/tests/packaging/complete.zsh" "$completions" "$@" | sort
+}
+in_zsh_described() {
+    DESCRIBE=1 in_zsh -
+}
+in_bash_without_tool() {
+    COMP_WORDS=("$work/tavstrg" "")
+    COMP_CWORD=1
+    COMPREPLY=()
+    _tavstrg
+    printf '%s' "${COMPREPLY[*]}"
+}
+begins_with() { grep -E "^$1" || true; }
+
+cd "$source_directory" # for names of files
+for shell in in_bash in_zsh; do
+    same "$shell: commands" "$commands" "$($shell "")"
+    same "$shell: options" "$globals" "$($shell -)"
+    same "$shell: no command" "" "$($shell nonsense "")"
+    for command in $commands; do
+        same "$shell: options of $command" "$(options_of "$command")" "$($shell "$command" -)"
+        case $(positional_of "$command") in
+        CLASS) same "$shell: classes for $command" "$classes" "$($shell --json "$command" "")" ;;
+        FILE) same "$shell: files for $command" "README.md" "$($shell "$command" READ)" ;;
+        "") same "$shell: nothing for $command" "" "$($shell "$command" "")" ;;
+        *) fail "no test for what $command takes" ;;
+        esac
+    done
+    same "$shell: some classes" "$(begins_with T <<<"$classes")" "$($shell get T)"
+    same "$shell: full names of classes" "TAV_StorageTape" "$($shell get TAV_StorageTa)"
+    same "$shell: no class twice" "" "$($shell get HardDisk "")"
+    same "$shell: methods" "SetHardDiskSmartMode
+SetMonitorCycle" "$($shell call config "")"
+    same "$shell: a method's argument" "MonitorCycle=" "$($shell call TAV_StorageConfig setmonitorcycle M)"
+    same "$shell: file behind its option" "README.md" "$($shell show --machine READ)"
+    same "$shell: values of an option" "always" "$($shell show --color al)"
+    same "$shell: directories behind their option" "docs" "$($shell check --root doc)"
+    same "$shell: command behind an option with its value" "show" "$($shell --machine x.json --json sh)"
+done
+same "bash: file behind a sign" "README.md" "$(in_bash --machine = READ)"
+same "bash: command behind an option with a sign" "show" "$(in_bash --machine = x.json sh)"
+same "bash: no value of an argument" "" "$(in_bash call Config SetMonitorCycle MonitorCycle = "")"
+same "zsh: a description of an option" "--color:When to colour" \
+    "$(in_zsh_described | sed -nE 's/^(--color:When to colour).*/\1/p')"
+same "zsh: file behind a sign" "README.md" "$(in_zsh --machine=READ)"
+same "bash: a tool that is not there" "" "$(in_bash_without_tool)"
+zsh -n "$completions/_tavstrg" || fail "syntax of the completion for zsh"

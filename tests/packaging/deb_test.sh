@@ -1,0 +1,88 @@
+#!/usr/bin/env bash
+# The .deb packages: what they say of themselves, and that they install, work, and go without a trace.
+#
+# usage: deb_test.sh BUILD_DIRECTORY
+[ "$(id -u)" -eq 0 ] || exec unshare --map-root-user "$0" "$@" # who is not root becomes it in a name space
+# shellcheck source=tests/packaging/common.sh
+. "$(dirname "$0")/common.sh"
+PATH=$PATH:/usr/sbin:/sbin # dpkg wants ldconfig
+
+make_packages DEB
+declare -A file=()
+for path in "$work"/packages/*.deb; do
+    file[$(dpkg-deb -f "$path" Package)]=$path
+done
+same "packages" "tavstrg
+tavstrg-devel-agent
+tavstrg-provider" "$(printf '%s\n' "${!file[@]}" | sort)"
+
+# field PACKAGE FIELD; dependencies one a line, those on the C and C++ runtime without their versions.
+field() { dpkg-deb -f "${file[$1]}" "$2"; }
+depends() { field "$1" Depends | tr ',' '\n' | sed -E 's/^ *//; s/^(libc6|libgcc-s1|libstdc\+\+6) .*/\1/' | sort -u; }
+
+version=$(field tavstrg Version)
+for name in "${!file[@]}"; do
+    same "version of $name" "$version" "$(field "$name" Version)"
+    [[ $(field "$name" Maintainer) =~ ^.+' <'.+@.+'>'$ ]] || fail "maintainer of $name"
+    [[ $(field "$name" Description | sed -n 1p) =~ ^[A-Z].{20,80}$ ]] || fail "description of $name"
+    [ "$(field "$name" Architecture)" = "$(dpkg --print-architecture)" ] || fail "architecture of $name"
+    dpkg-deb --ctrl-tarfile "${file[$name]}" | tar -t | grep '^\./md5sums$' >/dev/null || fail "no checksums in $name"
+done
+same "runtime of the provider" "" "$(depends tavstrg-provider | grep -vxE 'libc6|libgcc-s1|libstdc\+\+6' || true)"
+same "what the tool wants besides" "tavstrg-devel-agent (= $version)
+tavstrg-provider (= $version)" "$(depends tavstrg | grep -vxE 'libc6|libgcc-s1|libstdc\+\+6' || true)"
+same "scripts" "-rwxr-xr-x root/root ./postinst
+-rwxr-xr-x root/root ./prerm" \
+    "$(dpkg-deb --ctrl-tarfile "${file[tavstrg-provider]}" | tar -tv | grep -E 'p(re|ost)(inst|rm)$' |
+        awk '{ print $1, $2, $6 }' | sort -k 3)"
+
+# The same files as from cmake --install, each root's, in directories that everybody may read.
+for pair in provider:tavstrg-provider tools:tavstrg agent:tavstrg-devel-agent; do
+    listed=$(dpkg-deb --fsys-tarfile "${file[${pair#*:}]}" | tar -tv)
+    same "owners and kinds in ${pair#*:}" "" "$(grep -vE '^[d-]r[w-][x-]r-[x-]r-[x-] root/root ' <<<"$listed" || true)"
+    same "directories of ${pair#*:}" "" "$(grep '^d' <<<"$listed" | grep -v '^drwxr-xr-x' || true)"
+    files=$(awk '/^-/ { print ($1 ~ /x/ ? 755 : 644), $6 }' <<<"$listed" |
+        sed 's,\./usr/,,; s,machines/.*,machines/*.json,; s,vendor-completions,site-functions,' | sort -u -k 2)
+    same "files of ${pair#*:}" "$(expected_files "${pair%:*}")" "$files"
+done
+
+# make_database ROOT: a package database that has the runtime libraries, as they are here.
+make_database() {
+    mkdir -p "$1"/var/lib/dpkg/{info,updates}
+    dpkg-query -s libc6 libgcc-s1 libstdc++6 | sed '/^\(Depends\|Conffiles\|Recommends\|Breaks\| \)/d' >"$1/var/lib/dpkg/status"
+}
+in_root() { # ROOT DPKG-ARGUMENT...: what dpkg says only if it fails
+    local root=$1
+    shift
+    dpkg --root="$root" "$@" >"$work/log" 2>&1 || fail "dpkg $*: $(cat "$work/log")"
+}
+
+root=$work/root
+make_root "$root" 0
+make_database "$root"
+before=$(everything_in "$root")
+in_root "$root" --install "${file[@]}"
+broker_was_told "$root" stage "the installation"
+in_root "$root" --audit
+in_root "$root" --verify
+check_binaries "$root"
+check_tool "$root"
+in_root "$root" --install "${file[tavstrg-provider]}"
+broker_was_told "$root" stage "a second installation"
+in_root "$root" --purge "${!file[@]}"
+broker_was_told "$root" unstage "the end"
+same "what is left" "$before" "$(everything_in "$root")"
+same "who is left" "libc6 libgcc-s1 libstdc++6" "$(dpkg-query --admindir="$root/var/lib/dpkg" -W -f '${Package} ' | sed 's/ $//')"
+
+# Without a broker, and with one that refuses, the package installs and goes all the same.
+for status in 127 1; do
+    root=$work/root$status
+    make_root "$root" "$status"
+    make_database "$root"
+    before=$(everything_in "$root")
+    in_root "$root" --install "${file[tavstrg-provider]}"
+    warned=$(grep -c 'the broker did not take the schema' "$work/log" || true)
+    same "warnings with status $status" $((status == 1)) "$warned"
+    in_root "$root" --purge tavstrg-provider
+    same "what is left with status $status" "$before" "$(everything_in "$root")"
+done
