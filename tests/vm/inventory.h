@@ -1,0 +1,30 @@
+// The inventory that the machine's facts ask for, and its comparison with what the provider says.
+#pragma once
+
+#include "broker/broker.h"
+#include "facts.h"
+
+#include <map>
+#include <string>
+
+namespace vm {
+
+using Row = std::map<std::string, std::string>; // property, its value as text
+using Rows = std::map<std::string, Row>;        // by what tells the instances of a class apart
+
+struct Inventory {
+    Rows controllers, devices, hardDisks, cdroms, tapes, opticalMemories, misc, lifeSpans;
+};
+
+// The managed hosts by number, and their devices in the kernel's order. The unwatched disk is left out.
+Inventory expectedInventory(const Facts &facts);
+
+// Compares every property of every instance of the device and controller classes, and the totals.
+void compareInventory(broker::Broker &broker, const Facts &facts, const std::string &occasion);
+
+// Number of hard disks that the provider has.
+size_t hardDisks(broker::Broker &broker);
+// Whether one of its SCSI devices has this model.
+bool hasModel(broker::Broker &broker, const std::string &model);
+
+} // namespace vm

@@ -1,0 +1,59 @@
+#!/bin/sh
+# What the kernel and Debian's tools say of the machine's hosts and devices; runs inside the virtual machine.
+#
+# One fact a line, separated by tabs: a host number or a device's address, the fact's name, its value.
+#   driver                        of the host
+#   kind                          of the device, as lsscsi calls it
+#   disk                          its name, such as sda
+#   vendor model revision         from its INQUIRY data (sg_inq)
+#   serial health                 as smartctl reads them, of an ATA disk
+#   attribute-N                   normalised value of the SMART attribute
+#   bytes sector                  size and logical sector size (blockdev)
+#   heads sectors                 the kernel's geometry (hdparm)
+devices=/sys/bus/scsi/devices
+
+ask() { timeout 20 "$@" 2>/dev/null; }
+
+fact() { printf '%s\t%s\t%s\n' "$address" "$1" "$2"; }
+
+# The value after "LABEL:" in a tool's answer, without blanks around it.
+value() { printf '%s\n' "$answer" | sed -n "s/^ *$1: *//p" | sed -n '1s/ *$//p'; }
+
+ata_facts() {
+    answer=$(ask /tools/smartctl -d sat -i -H -A "$1")
+    fact serial "$(value 'Serial Number')"
+    fact health "$(value 'SMART overall-health self-assessment test result')"
+    printf '%s\n' "$answer" | awk '$1 ~ /^[0-9]+$/ && $3 ~ /^0x/ { print $1, $4 + 0 }' | while read -r number figure; do
+        fact "attribute-$number" "$figure"
+    done
+}
+
+disk_facts() {
+    fact bytes "$(ask blockdev --getsize64 "$1")"
+    fact sector "$(ask blockdev --getss "$1")"
+    # "geometry = cylinders/heads/sectors, ..."
+    answer=$(ask /tools/hdparm -g "$1" | sed -n 's,.*geometry *= *[0-9]*/\([0-9]*/[0-9]*\).*,\1,p')
+    fact heads "${answer%/*}"
+    fact sectors "${answer#*/}"
+}
+
+for directory in /sys/class/scsi_host/host*; do
+    address=${directory##*/host}
+    fact driver "$(sed 's/ *$//' "$directory/proc_name")"
+done
+
+listing=$(ask /tools/lsscsi)
+for directory in "$devices"/*:*:*:*; do
+    address=${directory##*/}
+    generic=$(ls "$directory/scsi_generic")
+    disk=$(ls "$directory/block" 2>/dev/null)
+    fact kind "$(printf '%s\n' "$listing" | awk -v address="[$address]" '$1 == address { print $2 }')"
+    fact disk "$disk"
+    answer=$(ask /tools/sg_inq "/dev/$generic")
+    fact vendor "$(value 'Vendor identification')"
+    vendor=$(value 'Vendor identification')
+    fact model "$(value 'Product identification')"
+    fact revision "$(value 'Product revision level')"
+    case $disk in sd*) disk_facts "/dev/$disk" ;; esac
+    case $vendor in ATA) ata_facts "/dev/$disk" ;; esac
+done
