@@ -76,6 +76,10 @@ Sent receive(const char *sender, int fd, std::array<uint8_t, CdbLength> cdb, con
     }
     alignas(uint32_t) LegacyBuffer<CdbLength> buffer = legacyRequest(cdb, 0, reply.outLength);
     const Sent sent = sendLegacy(sender, fd, buffer);
+    const auto place = buffer.begin() + kLegacyHeader;
+    if (sent.status != 0 && std::equal(cdb.begin(), cdb.end(), place)) {
+        std::fill_n(place, CdbLength, uint8_t{0}); // nothing came back: the command must not be taken for a reply
+    }
     // Also after a failure: then it is sense data, or what there was of a reply.
     std::memcpy(reply.data, buffer.data() + kLegacyHeader, std::min(reply.copied, kLegacyReply<CdbLength>));
     return sent;

@@ -377,16 +377,25 @@ TEST(GetScsiSmart, JudgesEveryFormOfReply)
 TEST(ScsiSmart, EveryModeSenseReadsIntoAZeroedBuffer)
 {
     const NodeFile node;
-    for (void (*const routine)(HardDiskEntry *) : {enable_scsi_smart, disable_scsi_smart}) {
+    // with how many MODE SENSE, the one that finds out the command's size among them
+    const std::pair<void (*)(HardDiskEntry *), int> routines[] = {
+        {enable_scsi_smart, 3},
+        {disable_scsi_smart, 2},
+        {[](HardDiskEntry *hdt) { fetch_scsi_enable_disable(hdt); }, 2},
+    };
+    for (const auto &[routine, count] : routines) {
         HardDiskEntry disk = marked(node.path());
         ScsiDouble device({pageAt(12)});
         routine(&disk);
+        int senses = 0;
         for (const SgRequest &request : device.sent) {
             if (request.cdb[0] == 0x1A) {
+                ++senses;
                 EXPECT_THAT(request.dataBefore, Each(0));
                 EXPECT_EQ(request.header.dxfer_len, 255U);
             }
         }
+        EXPECT_EQ(senses, count);
     }
 }
 

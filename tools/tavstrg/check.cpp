@@ -21,11 +21,11 @@ namespace fs = std::filesystem;
 
 struct FileKind {
     const char *name;
-    size_t largest; // bytes; beyond that the provider does not read
+    size_t largest; // bytes; a larger file the provider does not read, or of the table not beyond them
     std::vector<CheckedLine> (*check)(std::string_view text);
     bool agentsRoot; // below the root that the agent's configuration tells, not below the default one
     const char *absent;
-    const char *tooLarge;
+    const char *tooLarge; // null: its beginning is read
     const char *unreadable;
 };
 
@@ -37,7 +37,7 @@ constexpr const char *kNothingCovered = "no drive has a life span";
 constexpr FileKind kKinds[] = {
     {kStorageInf, kMaxInfFileSize, checkStorage, true, kNothingManaged, kNothingManaged, kCollectionFails},
     {kNoScsiInf, kMaxInfFileSize, checkNoScsi, true, kNothingExcluded, kNothingExcluded, kCollectionFails},
-    {kM2SSDFileName, kMaxM2SSDLines *kM2SSDLineBuffer, checkEndurance, false, kNothingCovered, kNothingCovered,
+    {kM2SSDFileName, kMaxM2SSDLines *kM2SSDLineBuffer, checkEndurance, false, kNothingCovered, nullptr,
      kNothingCovered},
 };
 
@@ -84,6 +84,8 @@ CheckedFile checkFile(const FileKind &kind, const std::string &path)
     if (got < 0)
         return unreadable(std::strerror(errno));
     text.resize(static_cast<size_t>(got));
+    if (text.size() > kind.largest && kind.tooLarge == nullptr)
+        text.resize(kind.largest);
     if (text.size() > kind.largest) {
         return wholeFile(path, FileState::tooLarge,
                          "larger than " + std::to_string(kind.largest) + " bytes: " + kind.tooLarge);

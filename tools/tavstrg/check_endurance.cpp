@@ -97,6 +97,8 @@ private:
     {
         const bool empty = withoutBreaks(piece).empty();
         if (!isRead(piece)) {
+            if (piece.starts_with('['))
+                inSection_ = false; // what follows would not be read of any table
             outside_ += inSection_ || empty ? 0 : 1;
             return;
         }
@@ -127,7 +129,8 @@ private:
     bool isRead(std::string_view piece)
     {
         const bool full = entries_.size() == kMaxM2SSD;
-        const bool worthTelling = inSection_ && !withoutBreaks(piece).empty() && !piece.starts_with('#');
+        const bool worthTelling =
+            inSection_ && !withoutBreaks(piece).empty() && !piece.starts_with('#') && !piece.starts_with('[');
         if (full && worthTelling)
             tell(Verdict::skipped, "the table is full: it holds " + std::to_string(kMaxM2SSD) + " entries");
         else if (!lines_.more() && worthTelling)

@@ -86,7 +86,8 @@ Lines checkSections(std::string_view text, Judge judge)
             lines.push_back(checked);
     }
     if (read.size() < text.size())
-        lines.push_back(skipped(placed.lines.size(), "a NUL byte: nothing behind it is read"));
+        lines.push_back(
+            skipped(1 + static_cast<size_t>(std::ranges::count(read, '\n')), "a NUL byte: nothing behind it is read"));
     return lines;
 }
 

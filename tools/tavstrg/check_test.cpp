@@ -180,6 +180,15 @@ TEST(CheckEndurance, TellsWhatTheFullTableLeavesOut)
     EXPECT_EQ(lines[128], "130 skipped: the table is full: it holds 128 entries");
 }
 
+TEST(CheckEndurance, ASectionBehindAFullTableIsNoLoss)
+{
+    std::string text = kSection;
+    for (int i = 0; i < 128; ++i)
+        text += entry("M" + std::to_string(i));
+    for (const std::string &line : told(checkEndurance(text + "[Other]\n" + entry("X"))))
+        EXPECT_EQ(line.find("skipped"), std::string::npos) << line;
+}
+
 TEST(CheckEndurance, TellsWhatLiesBehindTheLastLineThatIsRead)
 {
     const std::string blank(kMaxM2SSDLines - 1, '\n');

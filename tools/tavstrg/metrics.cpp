@@ -5,8 +5,10 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -91,7 +93,8 @@ std::string addressOf(const Device &device)
 
 std::string infoMetric(const std::vector<DiskView> &disks)
 {
-    Metric metric("disk_info", "What a hard disk is; the address is controller-bus-target-LUN. Always 1.");
+    Metric metric("disk_info",
+                  "What a hard disk is; its address is controller-bus-target-LUN, or controller-position. Always 1.");
     for (const DiskView &view : disks) {
         Labels labels = nameOf(view);
         labels.emplace_back("interface", interfaceWords(view.disk->interfaceType));
@@ -109,8 +112,11 @@ std::string infoMetric(const std::vector<DiskView> &disks)
 
 std::string smartMetric(const std::vector<DiskView> &disks)
 {
-    constexpr std::pair<std::string_view, int> kStates[] = {{"good", 0}, {"failing", 1}, {"unreadable", -1}};
-    Metric metric("disk_smart_state", "1 for the state in which the disk's own SMART verdict is, 0 for the others.");
+    constexpr std::pair<std::string_view, int> kStates[] = {
+        {"no_failure_reported", 0}, {"failing", 1}, {"unreadable", -1}};
+    Metric metric("disk_smart_state",
+                  "1 for what SMART says of a disk, 0 for the others; a disk without SMART reports no failure. "
+                  "Absent while SMART is not handled.");
     for (const DiskView &view : disks) {
         for (const auto &[state, code] : kStates) {
             Labels labels = nameOf(view);
@@ -163,20 +169,24 @@ std::string countMetric(const Totals &totals)
 std::string metricsText(const Inventory &inventory)
 {
     const std::vector<DiskView> disks = disksOf(inventory);
+    const bool handled = inventory.monitoring.smartMode == 1;
     Metric handling("smart_handling_enabled", "Whether disks are asked for their SMART verdict.");
-    handling.add({}, inventory.monitoring.smartMode == 1 ? 1 : 0);
+    handling.add({}, handled ? 1 : 0);
     return countMetric(inventory.totals) + handling.text() + infoMetric(disks) + capacityMetric(disks) +
-           smartMetric(disks) + enduranceMetric(disks);
+           (handled ? smartMetric(disks) : "") + enduranceMetric(disks);
 }
 
 void writeWhole(const std::string &path, const std::string &content)
 {
-    const std::string temporary = path + "." + std::to_string(getpid()); // the collector reads *.prom alone
-    std::FILE *file = std::fopen(temporary.c_str(), "wx");
-    if (file == nullptr)
-        throw Failure(temporary + ": " + std::strerror(errno));
-    bool written = std::fwrite(content.data(), 1, content.size(), file) == content.size();
-    written = std::fclose(file) == 0 && written;
+    std::string temporary = path + ".XXXXXX"; // the collector reads *.prom alone
+    const int descriptor = mkstemp(temporary.data());
+    if (descriptor < 0)
+        throw Failure(path + ": " + std::strerror(errno));
+    constexpr mode_t kReadableByAll = 0644; // the exporter seldom runs as root
+    std::FILE *file = fdopen(descriptor, "w");
+    bool written = file != nullptr && fchmod(descriptor, kReadableByAll) == 0 &&
+                   std::fwrite(content.data(), 1, content.size(), file) == content.size();
+    written = file != nullptr && std::fclose(file) == 0 && written;
     if (!written || std::rename(temporary.c_str(), path.c_str()) != 0) {
         const int error = errno;
         std::remove(temporary.c_str());

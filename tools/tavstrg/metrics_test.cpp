@@ -1,6 +1,7 @@
 #include "metrics.h"
 
 #include "failure.h"
+#include "words.h"
 
 #include <gmock/gmock.h>
 
@@ -56,7 +57,7 @@ TEST(Metrics, EveryStateCapacityLevelAndCountIsThere)
              "tavstorage_devices{kind=\"hard_disk\"} 3\n",
              "tavstorage_smart_handling_enabled 1\n",
              "tavstorage_disk_capacity_bytes{disk=\"1\"} 1073741824\n",
-             "tavstorage_disk_smart_state{disk=\"1\",state=\"good\"} 1\n",
+             "tavstorage_disk_smart_state{disk=\"1\",state=\"no_failure_reported\"} 1\n",
              "tavstorage_disk_smart_state{disk=\"1\",state=\"failing\"} 0\n",
              "tavstorage_disk_smart_state{disk=\"2\",state=\"failing\"} 1\n",
              "tavstorage_disk_smart_state{disk=\"3\",state=\"unreadable\"} 1\n",
@@ -66,6 +67,35 @@ TEST(Metrics, EveryStateCapacityLevelAndCountIsThere)
         EXPECT_THAT(text, HasSubstr(line));
     EXPECT_THAT(text, Not(HasSubstr("endurance_level{disk=\"2\"}"))) << "not read";
     EXPECT_THAT(text, Not(HasSubstr("endurance_level{disk=\"3\"}"))) << "reports none";
+}
+
+TEST(Metrics, EachKindHasItsOwnCount)
+{
+    Inventory inventory;
+    inventory.totals = {1, 2, 3, 4, 5, 6, 7, 8};
+    const std::string text = metricsText(inventory);
+    const char *const kinds[] = {"controller", "scsi_device", "ide_device",     "hard_disk",
+                                 "cdrom",      "tape",        "optical_memory", "other"};
+    for (int i = 0; i < 8; ++i)
+        EXPECT_THAT(text, HasSubstr("devices{kind=\"" + std::string(kinds[i]) + "\"} " + std::to_string(i + 1) + "\n"));
+}
+
+TEST(Metrics, WithoutSmartNothingIsSaidOfIt)
+{
+    Inventory inventory = threeDisks();
+    inventory.monitoring.smartMode = 0;
+    const std::string text = metricsText(inventory);
+    EXPECT_THAT(text, HasSubstr("tavstorage_smart_handling_enabled 0\n"));
+    EXPECT_THAT(text, Not(HasSubstr("disk_smart_state")));
+}
+
+TEST(Metrics, AnIdeDiskHasAPosition)
+{
+    Inventory inventory = threeDisks();
+    Device &device = inventory.controllers[0].devices[0];
+    device.interfaceType = device.disk->interfaceType = kIde;
+    device.ideConfiguration = 2;
+    EXPECT_THAT(metricsText(inventory), HasSubstr("interface=\"IDE\",address=\"3-master\""));
 }
 
 TEST(Metrics, WhatADiskIsCalledStandsOnTheInfoMetricAloneAndEscaped)

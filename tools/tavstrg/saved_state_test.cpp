@@ -137,6 +137,17 @@ TEST(SavedState, TextAndJsonTellTheSame)
     EXPECT_EQ(json["damage"], state.damage);
 }
 
+TEST(SavedState, TellsTheTailAndAnUnknownVersion)
+{
+    const SavedState tail = parseSavedState(wholeState() + "tail");
+    EXPECT_THAT(savedStateText(tail), testing::HasSubstr("\n4 bytes behind the last record are ignored\n"));
+    EXPECT_EQ(nlohmann::json::parse(savedStateJson(tail))["trailingBytes"], 4);
+    EXPECT_TRUE(nlohmann::json::parse(savedStateJson(tail))["damage"].is_null());
+    const SavedState unknown = parseSavedState("# Version=9.9.9.9\n" + wholeState().substr(18));
+    EXPECT_THAT(savedStateText(unknown), testing::StartsWith("Saved state, version unknown\n"));
+    EXPECT_TRUE(nlohmann::json::parse(savedStateJson(unknown))["version"].is_null());
+}
+
 TEST(SavedState, AFileThatCannotBeReadIsAFailure)
 {
     EXPECT_THROW(readStateFile("/nowhere/tavstrgsave.dat"), Failure);

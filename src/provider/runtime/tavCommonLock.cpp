@@ -11,7 +11,21 @@ namespace {
 constexpr int kAttempts = 30;
 constexpr useconds_t kPause = 100000; // 100 ms
 
-std::mutex renewing; // factories renew the store lock from several threads at once
+// Factories renew the store lock from several threads at once, and a stop destroys locks that requests still try:
+// nobody may look at a mutex while it is made or destroyed.
+std::mutex renewing;
+
+int tryLock(pthread_mutex_t *mutex)
+{
+    const std::lock_guard held(renewing);
+    return pthread_mutex_trylock(mutex);
+}
+
+int unlock(pthread_mutex_t *mutex)
+{
+    const std::lock_guard held(renewing);
+    return pthread_mutex_unlock(mutex);
+}
 
 // The store's lock tells of each attempt, a segment's only of what goes wrong.
 enum class Attempts { quiet, told };
@@ -22,7 +36,7 @@ int pollLock(const char *function, pthread_mutex_t *mutex, Attempts attempts)
         if (attempts == Attempts::told) {
             TRACE_AS(function, kDetail, "pthread_mutex_trylock()");
         }
-        const int error = pthread_mutex_trylock(mutex);
+        const int error = tryLock(mutex);
         if (error == 0) {
             if (attempts == Attempts::told) {
                 TRACE_AS(function, kDetail, "pthread_mutex_trylock() success");
@@ -93,7 +107,7 @@ void mutexUnlock(pthread_mutex_t *mutex)
         return;
     }
     TRACE(kDetail, "pthread_mutex_unlock()[%p]", static_cast<void *>(mutex));
-    const int error = pthread_mutex_unlock(mutex);
+    const int error = unlock(mutex);
     if (error == 0) {
         TRACE(kDetail, "pthread_mutex_unlock success");
     } else {
@@ -117,7 +131,7 @@ int shmMutexUnlock(pthread_mutex_t *mutex)
     if (mutex == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(mutex) Failure!!");
     }
-    const int error = pthread_mutex_unlock(mutex);
+    const int error = unlock(mutex);
     if (error != 0) {
         TRACE(kFailure, "pthread_mutex_unlock Failure!! errno=[%d]", error);
         return TRACED(-1, kDetail, "_OUT_");
