@@ -21,9 +21,15 @@ case "${1:-}" in
     ;;
 esac
 
-scripts/install-deps.sh build test check
+if $quick; then
+    scripts/install-deps.sh build
+else
+    scripts/install-deps.sh build test check vm
+fi
 
 jobs=$(nproc)
+provider_tests=(test_provider_runtime test_provider test_classes test_store test_store_records test_monitor
+    test_monitor_endurance test_collect test_devcmd)
 started=$SECONDS
 passed=0
 failed=0
@@ -45,6 +51,17 @@ build() {
     fi
 }
 
+# Tells how many tests were skipped, and why the one in the virtual machine was: it leaves most unsaid.
+skipped() {
+    local count
+    count=$(grep -cE '^\s*[0-9]+ - .*\(Skipped\)' "$1" || true)
+    [ "$count" -eq 0 ] || echo "$count of them skipped"
+    if grep -qE '^\s*[0-9]+ - vm \(Skipped\)' "$1"; then
+        echo "the test in a virtual machine was skipped:"
+        tests/vm/run.sh --fetch 2>&1 | tail -n 3 || true
+    fi
+}
+
 # run PRESET [CTEST-OPTION...]: runs tests and adds their numbers up.
 run() {
     local preset=$1 log
@@ -63,7 +80,8 @@ run() {
     if [ "$bad" -ne 0 ]; then
         cat "$log"
     fi
-    sed -nE '/tests passed|Total Test time|^\s*[0-9]+ - .*\(/p' "$log"
+    sed -nE '/tests passed|Total Test time|^\s*[0-9]+ - .*\((Failed|Timeout|SEGFAULT|Exit|Not Run)/p' "$log"
+    skipped "$log"
     passed=$((passed + total - bad))
     failed=$((failed + bad))
 }
@@ -87,11 +105,12 @@ scripts/check-rules.sh && passed=$((passed + 1)) || failed=$((failed + 1))
 
 step "release build, every test"
 build release
+tests/vm/run.sh --fetch >build/vm.fetch.log 2>&1 || true # downloads are not the test's time
 run release
 
-step "the other compiler: build, unit tests"
-build clang
-run clang -L unit
+step "the other compiler, optimised: the provider's own tests, and cancellation"
+build clang "${provider_tests[@]}" test_cancel
+run clang -E '_NOT_BUILT$'
 
 step "address and undefined-behaviour sanitizers, every test"
 build asan
@@ -99,7 +118,10 @@ run asan
 
 step "thread sanitizer: what several threads share"
 build tsan test_provider_runtime test_provider test_classes test_store test_store_records test_monitor test_broker \
-    test_threads
-run tsan -LE scenario -E '_NOT_BUILT$'
+    test_threads test_lifecycle test_cancel test_stress
+run tsan -E '_NOT_BUILT$'
+
+step "fuzz targets, 20 seconds each"
+./fuzz.sh --seconds 20 && passed=$((passed + 1)) || failed=$((failed + 1))
 
 finish

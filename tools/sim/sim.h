@@ -24,7 +24,7 @@ struct Command {
 
 class Machine {
 public:
-    // Lays a machine out from its description (tools/sim/README.md) in a fresh temporary directory.
+    // Lays a machine out from its description (docs/SIMULATOR.md) in a fresh temporary directory.
     // Throws std::runtime_error naming what is wrong with a description.
     explicit Machine(const std::string &json);
     static std::string readFile(const std::string &path); // text of a description, for the constructor
