@@ -44,8 +44,9 @@ CMPIStatus start(const char *function, const CInfo *cInfo)
         TRACE_AS(function, kFailure, "Thread is Already WakeUp Failure!!");
         return statusWithChars(cInfo, CMPI_RC_ERR_FAILED, "Thread is Already WakeUp FAILED");
     }
-    // A stop that this start waited for has freed the store, which the thread keeps and does not build.
-    if ((gst_first == 0 && strgInitProvider(cInfo) != 0) || strgCreateThread(cInfo) != 0) {
+    // A stop that this start waited for has freed the store, which the thread keeps and does not build; another request
+    // may be building it anew.
+    if ((gst_first != 2 && strgInitProvider(cInfo) != 0) || strgCreateThread(cInfo) != 0) {
         TRACE_AS(function, kFailure, "getClassName() Failure!!"); // deliberate: this failure's line names another call
         return failedCall(cInfo, "strgCreateThread");
     }

@@ -1,5 +1,7 @@
 #include "monitor/tavStrgCommonMonitor.h"
 #include "store/records/tavStrgStoreFixture_test.h"
+#include "support/alert_recorder.h"
+#include "support/lock_at.h"
 
 #include <cerrno>
 
@@ -193,13 +195,33 @@ TEST_F(Check, AnAreaThatCannotBeResizedFailsItAndKeepsTheOldRecords)
     machine.change(machineWith(3));
     machine.remove("/opt/qlm/tavkit_sa/work");
     EXPECT_EQ(strgCheckConfigChange(&cInfo), -1);
-    EXPECT_TRUE(trace->has(kFailure, "reallocDatArea() Failure!!", "strgCheckConfigChange"));
+    const std::vector<std::string> lines = linesOf("strgCheckConfigChange");
+    const auto failure = std::ranges::find(lines, "3 reallocDatArea() Failure!!");
+    ASSERT_NE(failure, lines.end());
+    EXPECT_EQ(std::count_if(failure, lines.end(), [](const auto &line) { return line.starts_with("0 memfree"); }), 9);
     EXPECT_EQ(disks().size(), 2U);
     EXPECT_FALSE(machine.exists(kSavedStateFile));
 
     machine.makeDirectory("/opt/qlm/tavkit_sa/work");
     EXPECT_EQ(strgCheckConfigChange(&cInfo), 0);
     EXPECT_EQ(published<StrgScsiRec>(TAV_CID_STRG_SCSI).size(), 3U);
+}
+
+TEST_F(Check, ASegmentThatCannotBeLockedAtTheEndFailsItUnsavedAndUntold)
+{
+    AlertRecorder alerts;
+    g_srvmod = 1;
+    ASSERT_EQ(strgCheckConfigChange(&cInfo), 0);
+    const std::string before = machine.read(kSavedStateFile);
+    machine.change(machineWith(3));
+    sim::skipSleeps(true);
+    {
+        const LockAt lock("strgCheckConfigChange - after -", shmSt[3].mutex.mutex);
+        EXPECT_EQ(strgCheckConfigChange(&cInfo), -1);
+        EXPECT_EQ(lock.lastFailure(), "strgCheckConfigChange _OUT_ setInstToShm(3) Failure!!");
+    }
+    EXPECT_EQ(machine.read(kSavedStateFile), before);
+    EXPECT_TRUE(alerts.records().empty());
 }
 
 TEST_F(Check, AFileThatCannotBeOpenedFailsItThoughTheSegmentsHaveTheNewState)

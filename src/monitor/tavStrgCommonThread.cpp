@@ -9,12 +9,12 @@
 pthread_t gst_thid = 0;
 CInfo *gst_thcInfo = nullptr;
 
+std::recursive_mutex g_threadControl;
+
 namespace {
 
 constexpr char kTraceFile[] = "tavstrg.log";
 constexpr int32_t kDefaultCycle = 60; // seconds
-
-std::mutex startingStopping; // requests and a cleanup may start and stop at the same moment: one after the other
 
 // Ids are words to the threads' functions; the trace prints their low 32 bits.
 int tracedId(pthread_t tid)
@@ -59,15 +59,6 @@ void sleepOneCycle(const char *function)
     TRACE_AS(function, kDetail, "- wakeUp -");
 }
 
-// The context of a thread that died was never freed: nobody stopped it.
-void forgetDeadThread()
-{
-    if (threadNow(&gst_thid) == 0) {
-        std::free(gst_thcInfo);
-        gst_thcInfo = nullptr;
-    }
-}
-
 int startThread(const char *function)
 {
     pthread_t tid = 0;
@@ -101,6 +92,15 @@ void stopThread(const char *function)
 
 } // namespace
 
+void forgetDeadThread()
+{
+    const std::lock_guard held(g_threadControl);
+    if (threadNow(&gst_thid) == 0) {
+        std::free(gst_thcInfo);
+        gst_thcInfo = nullptr;
+    }
+}
+
 pthread_t *strgGetThreadID()
 {
     TRACE(kDetail, "=== gst_thid=[%d] ===", tracedId(threadNow(&gst_thid)));
@@ -115,7 +115,7 @@ std::atomic<int32_t> *strgGetFirstProc()
 
 int strgCreateThread(const CInfo *cInfo)
 {
-    const std::lock_guard held(startingStopping);
+    const std::lock_guard held(g_threadControl);
     TRACE(kDetail, "_IN_");
     if (cInfo == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ Param Failure!!");
@@ -156,7 +156,7 @@ void *strgWatchThread(void *thcInfo)
 
 void strgExitThread(const CInfo *cInfo)
 {
-    const std::lock_guard held(startingStopping);
+    const std::lock_guard held(g_threadControl);
     TRACE(kDetail, "_IN_");
     stopThread(__func__);
     memfree(gst_thcInfo);

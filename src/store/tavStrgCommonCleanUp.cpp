@@ -21,10 +21,20 @@ CMPIStatus failed(const CInfo *cInfo, const char *trace, const char *message, co
     return TRACED_AS(function, status, kDetail, "_OUT_ rc=[CMPI_RC_ERR_FAILED]");
 }
 
-CMPIStatus cleanUpNonService(const CInfo *cInfo, const char *function)
+// Waits for a store under construction: when the broker stops, as long as slow disks may take, since what is built
+// after the cleanup nobody frees.
+void awaitInitialisation(bool terminating)
+{
+    constexpr int kPatience = 20; // times three seconds
+    for (int round = 0; gst_first == 1 && round < (terminating ? kPatience : 1); ++round) {
+        waitWhileInitialising(0);
+    }
+}
+
+CMPIStatus cleanUpNonService(const CInfo *cInfo, bool terminating, const char *function)
 {
     // A store under construction is neither saved nor freed: the file would be overwritten with what is not there yet.
-    waitWhileInitialising(0);
+    awaitInitialisation(terminating);
     if (gst_first == 0) {
         releaseEarlierBuild(); // an unload must not lose it
         return TRACED_AS(function, kOk, kDetail, "_OUT_ rc=[CMPI_RC_OK] Already CleanUp.");
@@ -48,10 +58,12 @@ CMPIStatus cleanUpNonService(const CInfo *cInfo, const char *function)
 
 CMPIStatus cleanUpService(const CInfo *cInfo, bool terminating, const char *function)
 {
+    const std::lock_guard held(g_threadControl); // no thread starts between the look and what follows from it
     if (getThreadSts(&gst_thid) != 1) {
         TRACE_AS(function, kDetail, "ServiceMode but Non-Thread.");
-        waitWhileInitialising(0);
-        if (gst_first == 1 || strgFreeInstance(cInfo) != 0) {
+        forgetDeadThread();
+        awaitInitialisation(terminating);
+        if (strgFreeInstance(cInfo) != 0) {
             TRACE_AS(function, kFailure, "fsFreeInstance() Failure!!");
         }
         return TRACED_AS(function, kOk, kDetail, "_OUT_ rc=[CMPI_RC_OK]");
@@ -73,5 +85,5 @@ CMPIStatus strgCleanUpProvider(const CInfo *cInfo, bool terminating)
     const std::lock_guard held(cleaning);
     TRACE(kDetail, "_IN_");
     return getServiceMode(cInfo) == 1 ? cleanUpService(cInfo, terminating, __func__)
-                                      : cleanUpNonService(cInfo, __func__);
+                                      : cleanUpNonService(cInfo, terminating, __func__);
 }

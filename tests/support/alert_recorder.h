@@ -1,6 +1,7 @@
 // Records every alert of the product in place of the agent's alert library.
 #pragma once
 
+#include "provider/runtime/tavCommonAlert.h"
 #include "provider/runtime/tavCommonTrace.h"
 
 #include <functional>

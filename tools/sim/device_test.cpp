@@ -158,7 +158,7 @@ TEST(AtaDisk, SmartSectorsTellWhatTheDiskCan)
     EXPECT_EQ(thresholds.data[14], 9);
     EXPECT_EQ(sumOf(thresholds), 0);
     const Result identify = send(node, kIdentify);
-    for (const size_t word : {84, 87}) {
+    for (const size_t word : {size_t{84}, size_t{87}}) {
         EXPECT_EQ(identify.data[2 * word] & 3, 3) << word;
     }
 }

@@ -167,12 +167,14 @@ private:
         // Standard output is waited on for nothing but the end of its reader.
         pollfd waits[3] = {{alerts_.descriptor(), POLLIN, 0}, {signals.descriptor(), POLLIN, 0}, {STDOUT_FILENO, 0, 0}};
         while (waits[1].revents == 0) {
-            if (poll(waits, 3, arguments_.machine.empty() ? -1 : kBetweenLooks) < 0)
+            const int ready = poll(waits, 3, arguments_.machine.empty() ? -1 : kBetweenLooks);
+            if (ready < 0)
                 continue; // interrupted
             printAlerts(signals);
             if (waits[2].revents != 0)
                 throw Failure(std::string("standard output: ") + std::strerror(EPIPE));
-            follow(follower_, session, arguments_.machine);
+            if (ready == 0) // looks that follow an alert at once would find no editor at work
+                follow(follower_, session, arguments_.machine);
         }
         return "";
     } catch (const Failure &failure) {

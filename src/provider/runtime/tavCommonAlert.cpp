@@ -31,7 +31,8 @@ void traceRecord(const AlertIndication &info, const char *function)
 // 0, or -1 when the library is not there or refuses.
 int hand(const AlertIndication &info)
 {
-    const auto sendIndication = g_Func.alert.SendIndication.load(std::memory_order_acquire);
+    const LibraryCall now(g_alerting);
+    const auto sendIndication = g_Func.alert.SendIndication.load();
     return sendIndication != nullptr && sendIndication(info) == 0 ? 0 : -1;
 }
 

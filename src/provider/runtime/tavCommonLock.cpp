@@ -21,12 +21,6 @@ int tryLock(pthread_mutex_t *mutex)
     return pthread_mutex_trylock(mutex);
 }
 
-int unlock(pthread_mutex_t *mutex)
-{
-    const std::lock_guard held(renewing);
-    return pthread_mutex_unlock(mutex);
-}
-
 // The store's lock tells of each attempt, a segment's only of what goes wrong.
 enum class Attempts { quiet, told };
 
@@ -107,7 +101,9 @@ void mutexUnlock(pthread_mutex_t *mutex)
         return;
     }
     TRACE(kDetail, "pthread_mutex_unlock()[%p]", static_cast<void *>(mutex));
-    const int error = unlock(mutex);
+    std::unique_lock held(renewing);
+    const int error = pthread_mutex_unlock(mutex);
+    held.unlock();
     if (error == 0) {
         TRACE(kDetail, "pthread_mutex_unlock success");
     } else {
@@ -131,7 +127,9 @@ int shmMutexUnlock(pthread_mutex_t *mutex)
     if (mutex == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(mutex) Failure!!");
     }
-    const int error = unlock(mutex);
+    std::unique_lock held(renewing);
+    const int error = pthread_mutex_unlock(mutex);
+    held.unlock();
     if (error != 0) {
         TRACE(kFailure, "pthread_mutex_unlock Failure!! errno=[%d]", error);
         return TRACED(-1, kDetail, "_OUT_");

@@ -232,9 +232,14 @@ TEST(ThreadStatus, LeavesAThreadThatSomebodyJoinsToThem)
     threadsAreUnknown = false;
     threadJoined(&thread);
     EXPECT_EQ(threadNow(&thread), 0U);
-    threadStarted(&thread, claimed); // another one may get the identifier
-    EXPECT_EQ(threadNow(&thread), claimed);
     pthread_t self = pthread_self();
+    threadEnds(); // leaves the mark of this thread
+    threadStarted(&thread, self);
+    EXPECT_EQ(claimThread(&thread), self);
+    threadJoined(&thread);
+    threadStarted(&thread, self); // another one may get the identifier: the mark is not its own
+    EXPECT_EQ(getThreadSts(&thread), 1);
+    threadJoined(&thread);
     EXPECT_EQ(getThreadSts(&self), 1);
     pthread_t none = 0;
     EXPECT_EQ(claimThread(&none), 0U);

@@ -13,19 +13,20 @@
 AgentFunctions g_Func;
 char g_logfnm[16];
 std::atomic<int32_t> g_tracing{0};
+std::atomic<int32_t> g_alerting{0};
 
 namespace {
 
-constexpr int kUnloadWaits = 1000;        // about a second: a trace call writes one line
+constexpr int kUnloadWaits = 1000;        // about a second: a call writes one line, or hands one alert over
 constexpr useconds_t kUnloadPause = 1000; // 1 ms
 
-// Whether no thread is inside the trace library any more. Its pointers are null by now, so none goes in.
-bool tracingEnded()
+// Whether no thread is inside a library any more. Its pointers are null by now, so none goes in.
+bool callsEnded(const std::atomic<int32_t> &calls)
 {
-    for (int waits = 0; g_tracing != 0 && waits < kUnloadWaits; ++waits) {
+    for (int waits = 0; calls != 0 && waits < kUnloadWaits; ++waits) {
         usleep(kUnloadPause);
     }
-    return g_tracing == 0;
+    return calls == 0;
 }
 
 constexpr char kLibraryRoot[] = "/opt/qlm/tavkit_sa/"; // deliberate: compiled in, whatever the configuration file says
@@ -129,7 +130,7 @@ void FinishProcess()
     AlertLibrary &alert = g_Func.alert;
     if (void *const handle = alert.handle) {
         const auto sendIndication = alert.SendIndication.exchange(nullptr);
-        if (dlclose(handle) == 0) {
+        if (callsEnded(g_alerting) && dlclose(handle) == 0) {
             alert.handle = nullptr;
         } else {
             alert.SendIndication = sendIndication;
@@ -139,7 +140,7 @@ void FinishProcess()
     if (void *const handle = trace.handle) {
         const auto traceLog = trace.TraceLog.exchange(nullptr);
         const auto setFilePath = trace.SetFilePath.exchange(nullptr);
-        if (tracingEnded() && dlclose(handle) == 0) {
+        if (callsEnded(g_tracing) && dlclose(handle) == 0) {
             trace.handle = nullptr;
         } else {
             trace.SetFilePath = setFilePath;

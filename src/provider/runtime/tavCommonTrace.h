@@ -56,15 +56,21 @@ int InitProcess(const char *logFileName);
 // Unloads the alert library, then the trace library. One whose dlclose fails stays as it was.
 void FinishProcess();
 
-// Calls into the trace library that are under way; FinishProcess unloads it only when there are none.
+// Calls into the trace library, and into the alert library, that are under way; FinishProcess unloads a library only
+// when there are none.
 extern std::atomic<int32_t> g_tracing;
+extern std::atomic<int32_t> g_alerting;
 
-class TracingNow {
+// One such call. Made before the library's function is looked up: whoever takes it away then sees the call.
+class LibraryCall {
 public:
-    TracingNow() { g_tracing.fetch_add(1); }
-    ~TracingNow() { g_tracing.fetch_sub(1); }
-    TracingNow(const TracingNow &) = delete;
-    TracingNow &operator=(const TracingNow &) = delete;
+    explicit LibraryCall(std::atomic<int32_t> &calls) : calls_(calls) { calls_.fetch_add(1); }
+    ~LibraryCall() { calls_.fetch_sub(1); }
+    LibraryCall(const LibraryCall &) = delete;
+    LibraryCall &operator=(const LibraryCall &) = delete;
+
+private:
+    std::atomic<int32_t> &calls_;
 };
 
 inline void traceFormatIsChecked(const char *, ...) __attribute__((format(printf, 1, 2)));
@@ -73,7 +79,7 @@ inline void traceFormatIsChecked(const char *, ...) {}
 // One trace line: SetFilePath, then TraceLog, each only if it is loaded. May change errno: save it before.
 template <class... Args> void traceLine(int level, const char *function, int line, const char *format, Args... args)
 {
-    const TracingNow now; // before the pointers are read: whoever takes them away then sees this call
+    const LibraryCall now(g_tracing);
     if (const auto setFilePath = g_Func.trace.SetFilePath.load()) {
         setFilePath(g_logfnm);
     }

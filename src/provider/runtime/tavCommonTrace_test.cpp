@@ -161,12 +161,31 @@ TEST_F(AgentLibraries, TheTraceLibraryIsUnloadedOnlyWhenNoThreadIsInsideIt)
         std::this_thread::yield();
     }
     std::thread finishing(FinishProcess);
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    while (g_Func.trace.TraceLog != nullptr) { // it has begun
+        std::this_thread::yield();
+    }
     EXPECT_NE(g_Func.trace.handle, nullptr) << "a thread is inside";
     mayLeaveLibrary = true;
     tracing.join();
     finishing.join();
     EXPECT_EQ(g_Func.trace.handle, nullptr);
+    EXPECT_THAT(agent.closed, ElementsAre("libtavalert.so", "libtavlog.so"));
+}
+
+TEST_F(AgentLibraries, OneThatAThreadDoesNotLeaveStaysLoaded)
+{
+    EXPECT_EQ(InitProcess("tavstrg.log"), 0);
+    const auto setFilePath = g_Func.trace.SetFilePath.load();
+    const auto sendIndication = g_Func.alert.SendIndication.load();
+    {
+        const LibraryCall tracing(g_tracing);
+        const LibraryCall alerting(g_alerting);
+        FinishProcess();
+    }
+    EXPECT_THAT(agent.closed, IsEmpty());
+    EXPECT_EQ(g_Func.trace.SetFilePath, setFilePath) << "and is called again";
+    EXPECT_EQ(g_Func.alert.SendIndication, sendIndication);
+    FinishProcess();
     EXPECT_THAT(agent.closed, ElementsAre("libtavalert.so", "libtavlog.so"));
 }
 
