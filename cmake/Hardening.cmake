@@ -5,6 +5,9 @@ add_link_options(-Wl,-z,now -Wl,-z,relro -Wl,--as-needed)
 
 if(TAV_SANITIZE)
   add_compile_options(-fsanitize=${TAV_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all -O1 -g1)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL Clang AND TAV_SANITIZE MATCHES undefined)
+    add_compile_options(-fno-sanitize=function) # the agent's libraries have C interfaces, with names of their own for types
+  endif()
   add_link_options(-fsanitize=${TAV_SANITIZE})
   if(CMAKE_CXX_COMPILER_ID STREQUAL Clang AND TAV_SANITIZE MATCHES address AND NOT TAV_FUZZ)
     # A runtime inside the program would come before the simulated machine, which stands at the C library's names too.

@@ -2,6 +2,7 @@
 #include "store/records/tavStrgStoreFixture_test.h"
 #include "store/tavStrgCommonAccess.h"
 
+#include <chrono>
 #include <condition_variable>
 #include <thread>
 
@@ -226,6 +227,8 @@ TEST_F(ServiceGet, ReadersSeeNoTornRecordWhilePassesReplaceThem)
                 }
                 ASSERT_THAT(mine.datNum, testing::AnyOf(0, 1, 2, 5));
                 ++reads;
+                // Polled locks know no turns: readers without a pause would leave a pass none.
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
             }
         });
     }

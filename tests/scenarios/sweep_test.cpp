@@ -230,12 +230,15 @@ nlohmann::json expectedEnd(const Scenario &scenario)
     return end;
 }
 
-// The sanitizers are slow and look for other things: there a part of the calls is enough. A long scenario does the same
-// over and over: every call of its beginning, then a part of them, at ever other places of the repetition.
+// A long scenario does the same over and over: every call of its beginning, then a part of them, at ever other places
+// of the repetition. The sanitizers are slow and look for other things: there a smaller part is enough.
 unsigned stepAfter(unsigned nth)
 {
-    constexpr unsigned kBeginning = 250;
-    return sim::allocationsCanFail() && nth < kBeginning ? 1 : 7;
+    constexpr unsigned kBeginning = 150;
+    if (sim::allocationsCanFail()) {
+        return nth < kBeginning ? 1 : 11;
+    }
+    return nth < kBeginning ? 7 : 31;
 }
 
 class Sweep : public testing::TestWithParam<std::tuple<Scenario, Fault>> {};
