@@ -13,7 +13,7 @@ readonly packages=$cache/packages unpacked=$cache/unpacked
 readonly libraries=usr/lib/x86_64-linux-gnu
 readonly tool_packages=(busybox-static lsscsi smartmontools sg3-utils libsgutils2-1.46-2 libcap-ng0 hdparm)
 # The programs that the provider's answers are compared with.
-readonly tools=(usr/bin/lsscsi usr/bin/sg_inq usr/sbin/smartctl sbin/hdparm)
+readonly tools=(usr/bin/lsscsi usr/bin/sg_inq usr/sbin/smartctl usr/sbin/smartd sbin/hdparm)
 # In the order in which they are loaded, each after what it needs. ahci comes first: its disks get the first names.
 readonly modules=(virtio_pci sd_mod sr_mod sg st ahci virtio_scsi sym53c8xx megaraid_sas mptsas xhci-pci usb-storage uas
     scsi_debug target_core_pscsi tcm_loop)
@@ -155,6 +155,9 @@ add_build() {
     chmod 755 "$root/init" "$root/test/oracle.sh"
     echo "TavDir /opt/qlm/tavkit_sa" >"$root/etc/tavkit/tavkit.conf"
     cp "$build"/bin/{tavstrg,vm_guest} "$root/test/bin"
+    for file in compare_real compare_provider compare_discovery; do # where the comparison was built
+        [ ! -x "$build/bin/$file" ] || cp "$build/bin/$file" "$root/test/bin"
+    done
     cp "$build/lib/libTAVStorageProvider.so" "$root/test/lib"
     cp "$build"/lib/{libtavlog,libtavalert}.so "$agent/lib"
     for file in "$root"/test/bin/* "$root"/test/lib/* "$agent"/lib/*; do

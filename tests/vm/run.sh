@@ -5,7 +5,8 @@
 # usage: tests/vm/run.sh [--build DIR] [--phases A,B,...] [--keep] [--verbose] [--fetch]
 #
 #   --build DIR     the build to test (build/release)
-#   --phases LIST   only these of: inventory smart unmanaged failing monitoring many
+#   --phases LIST   only these of: inventory smart unmanaged failing monitoring many; or compare, which is no test: it measures
+#                   what the provider costs beside Debian's tools (./bench.sh compare --vm)
 #   --keep          keep the console, traces, alerts and check lines in build/vm/run.*, also when all went well
 #   --verbose       show the machine's console as it runs, and each check
 #   --fetch         only download and unpack what the machine is made of
@@ -164,6 +165,9 @@ judge() {
     if [ -n "$problem" ]; then
         show_log
         fail "$problem"
+    fi
+    if [ -f "$run/out/compare.md" ]; then
+        cat "$run/out/compare.md"
     fi
     echo "run.sh: $held checks held in $SECONDS s"
 }

@@ -1,0 +1,229 @@
+// A stop comes whenever a client wants it: at each moment of a pass in turn. It takes effect soon, and leaves nothing.
+#include "scenarios/child.h"
+#include "scenarios/monitored.h"
+
+#include <atomic>
+#include <chrono>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <ostream>
+#include <thread>
+#include <utility>
+
+namespace {
+
+using scenario::await;
+using scenario::Server;
+using scenario::startThread;
+using scenario::stopThread;
+using Clock = std::chrono::steady_clock;
+
+// A stop by another client while the thread is at one of its calls: the thread goes on when the cancellation is
+// pending.
+class StopMeanwhile {
+public:
+    StopMeanwhile(broker::Broker &broker, sim::Call kind, unsigned nth)
+    {
+        sim::atNth(kind, nth, [this, &broker] {
+            const unsigned before = sim::cancelsRequested();
+            client_ = std::thread([this, &broker] { code_ = stopThread(broker); });
+            pending_ = await([before] { return sim::cancelsRequested() > before; });
+            begun_ = true;
+        });
+    }
+    ~StopMeanwhile()
+    {
+        sim::atNth(sim::Call::count, 0, nullptr);
+        if (client_.joinable()) {
+            client_.join();
+        }
+    }
+    StopMeanwhile(const StopMeanwhile &) = delete;
+    StopMeanwhile &operator=(const StopMeanwhile &) = delete;
+
+    bool came() const
+    {
+        return await([this] { return begun_.load(); }) && pending_;
+    }
+    // The method's code, when it has returned.
+    int code()
+    {
+        client_.join();
+        return code_;
+    }
+
+private:
+    std::thread client_;
+    std::atomic<int> code_ = -1;
+    std::atomic<bool> begun_ = false;
+    std::atomic<bool> pending_ = false;
+};
+
+struct Left {
+    int64_t blocks, descriptors, segments;
+    bool operator==(const Left &) const = default;
+};
+
+void PrintTo(const Left &left, std::ostream *out)
+{
+    *out << left.blocks << " blocks, " << left.descriptors << " descriptors, " << left.segments << " segments";
+}
+
+Left leftNow()
+{
+    return {sim::liveBlocks(), sim::liveDescriptors(), sim::liveSegments()};
+}
+
+class Cancellation : public testing::TestWithParam<const char *> {
+protected:
+    Cancellation()
+    {
+        EXPECT_TRUE(steps.start(*server));
+        everything = scenario::everythingOf(*server);
+        EXPECT_EQ(stopThread(*server), 0);
+        afterStop = leftNow();
+    }
+
+    // Calls of a kind from the start of the thread to the end of its first pass, the sleep after it included.
+    unsigned callsOfAPass(sim::Call kind)
+    {
+        EXPECT_FALSE(scenario::threadRuns(*server)); // initialises: the calls that follow are the thread's
+        sim::resetCounts();
+        EXPECT_TRUE(steps.start(*server));
+        const unsigned made = sim::callsMade(kind);
+        EXPECT_EQ(stopThread(*server), 0);
+        return made;
+    }
+
+    void stopAt(sim::Call kind, unsigned nth)
+    {
+        EXPECT_FALSE(scenario::threadRuns(*server));
+        {
+            StopMeanwhile stop(*server, kind, nth);
+            ASSERT_EQ(startThread(*server), 0);
+            ASSERT_TRUE(stop.came());
+            EXPECT_EQ(stop.code(), 0);
+        }
+        EXPECT_EQ(leftNow(), afterStop);
+        const broker::Accounting accounting = server->accounting();
+        EXPECT_TRUE(accounting.clean()) << testing::PrintToString(accounting.notes);
+    }
+
+    // No lock is held, nothing is half done: the next start works and shows the same machine.
+    void expectWorks()
+    {
+        ASSERT_TRUE(steps.start(*server));
+        EXPECT_EQ(scenario::everythingOf(*server), everything);
+        EXPECT_EQ(stopThread(*server), 0);
+        EXPECT_EQ(leftNow(), afterStop);
+    }
+
+    void stopAtEach(sim::Call kind, unsigned step)
+    {
+        const unsigned calls = callsOfAPass(kind);
+        EXPECT_GT(calls, 0U);
+        for (unsigned nth = 1; nth <= calls && !HasFatalFailure(); nth += step) {
+            SCOPED_TRACE("stopped at call " + std::to_string(nth) + " of " + std::to_string(calls));
+            stopAt(kind, nth);
+            expectWorks();
+        }
+        server->stop();
+        scenario::expectNothingLeft(*server);
+    }
+
+    sim::Machine machine{scenario::exampleMachine(GetParam())};
+    scenario::Steps steps;
+    Server server{scenario::inServiceMode()};
+    nlohmann::json everything;
+    Left afterStop = {};
+};
+
+TEST_P(Cancellation, AtEveryCancellationPointOfAPassLeavesNothingAndTheNextStartWorks)
+{
+    stopAtEach(sim::Call::cancelPoint, 1);
+}
+
+TEST_P(Cancellation, RequestedAtAnyOtherCallOfAPassLeavesNothingAndTheNextStartWorks)
+{
+    constexpr unsigned kOfEach = 12;
+    for (const sim::Call kind :
+         {sim::Call::open, sim::Call::ioctl, sim::Call::stat, sim::Call::segment, sim::Call::write, sim::Call::list}) {
+        const unsigned calls = callsOfAPass(kind);
+        const unsigned tried = std::min(kOfEach, calls);
+        for (unsigned i = 0; i < tried && !HasFatalFailure(); ++i) {
+            const unsigned nth = 1 + i * calls / tried;
+            SCOPED_TRACE("kind " + std::to_string(static_cast<int>(kind)) + ", call " + std::to_string(nth));
+            stopAt(kind, nth);
+            expectWorks();
+        }
+    }
+    server->stop();
+    scenario::expectNothingLeft(*server);
+}
+
+INSTANTIATE_TEST_SUITE_P(Machines, Cancellation, testing::Values("workstation", "ide", "usb", "server"),
+                         [](const auto &testInfo) { return std::string(testInfo.param); });
+
+// ---- disks that hang ----
+
+constexpr double kCommandTimeOut = 6; // seconds, of the commands that go through SG_IO with a time-out
+
+// Three disks of which each hangs in one kind of command, or in none.
+std::string machineThatHangsIn(const char *kind, bool smartIsOn)
+{
+    nlohmann::json machine = nlohmann::json::parse(scenario::machineOfDisks(3));
+    for (nlohmann::json &device : machine["hosts"][0]["devices"]) {
+        device["smart"]["enabled"] = smartIsOn;
+        if (*kind != '\0') {
+            device["faults"] = {{{"on", kind}, {"hangSeconds", 3600}}};
+        }
+    }
+    return machine.dump();
+}
+
+struct Hang {
+    const char *kind;
+    bool smartIsOn;
+};
+
+void stopDuring(const Hang &hang)
+{
+    SCOPED_TRACE(std::string("hangs in ") + hang.kind);
+    sim::Machine machine(machineThatHangsIn("", hang.smartIsOn));
+    scenario::Steps steps;
+    Server server(scenario::inServiceMode());
+    EXPECT_TRUE(steps.start(*server));
+    EXPECT_TRUE(steps.pass()); // the first one whose SMART mode is the stored one
+    machine.change(machineThatHangsIn(hang.kind, hang.smartIsOn));
+    machine.forgetCommands();
+    sim::wakeSleepers();
+    size_t sent = 0;
+    EXPECT_TRUE(scenario::await([&] { // until no command follows any more: one hangs
+        const size_t before = std::exchange(sent, machine.commands().size());
+        std::this_thread::sleep_for(std::chrono::milliseconds(400));
+        return sent != 0 && before == sent;
+    }));
+    const auto begin = Clock::now();
+    EXPECT_EQ(stopThread(*server), 0);
+    const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
+    EXPECT_GT(seconds, kCommandTimeOut / 3) << "nothing has hung";
+    EXPECT_LT(seconds, kCommandTimeOut + 1);
+    server->stop();
+    scenario::expectNothingLeft(*server);
+}
+
+TEST(HungDisk, DelaysAStopByNoMoreThanTheTimeOutOfOneCommand)
+{
+    // Each in a process of its own, so that they hang at the same time.
+    std::vector<std::unique_ptr<scenario::Child>> children;
+    for (const Hang &hang : {Hang{"identify", true}, Hang{"smartEnable", true}, Hang{"smartStatus", true},
+                             Hang{"smartEnable", false}, Hang{"smartStatus", false}, Hang{"smartDisable", false}}) {
+        children.push_back(std::make_unique<scenario::Child>([&hang] { stopDuring(hang); }));
+    }
+    for (const auto &child : children) {
+        EXPECT_EQ(child->wait(), 0);
+    }
+}
+
+} // namespace

@@ -1,0 +1,298 @@
+// What only long runs show: that nothing grows, and that every disk is left as it was found.
+#include "scenarios/monitored.h"
+
+#include <array>
+#include <cstdio>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <random>
+#include <scsi/sg.h>
+#include <set>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace {
+
+using broker::Value;
+using nlohmann::json;
+using scenario::Server;
+
+// What the process holds.
+struct Holding {
+    long pages; // of memory, resident
+    long descriptors;
+    int64_t blocks, segments;
+};
+
+Holding holdingNow()
+{
+    long size = 0;
+    long resident = 0;
+    std::ifstream("/proc/self/statm") >> size >> resident;
+    const std::filesystem::directory_iterator open("/proc/self/fd");
+    return {resident, std::distance(begin(open), end(open)), sim::liveBlocks(), sim::liveSegments()};
+}
+
+// Memory that the C library keeps for itself, here and there, is no growth.
+void expectNoGrowth(const Holding &now, const Holding &before, long morePages)
+{
+    EXPECT_LE(now.pages, before.pages + morePages);
+    EXPECT_EQ(now.descriptors, before.descriptors);
+    EXPECT_EQ(now.blocks, before.blocks);
+    EXPECT_EQ(now.segments, before.segments);
+    testing::Test::RecordProperty("pagesMore", static_cast<int>(now.pages - before.pages));
+}
+
+size_t disksIn(broker::Broker &broker)
+{
+    const broker::Reply totals = broker.getInstance("TAV_StorageTotalNumber");
+    return totals.instances.size() == 1 ? std::stoul(totals.instances[0].find("HardDiskTotalNumber")->toString()) : 0;
+}
+
+constexpr const char *kNoScsi = "/opt/qlm/tavkit_sa/data/noscsi.inf";
+
+// Disks that are left out, by the serial part of their models.
+std::string leavesOut(int disks)
+{
+    std::string text;
+    for (int i = 0; i < disks; ++i) {
+        text += "Vendor: Model:MODEL-" + std::to_string(1000 + 7 * i) + "\n";
+    }
+    return text;
+}
+
+TEST(Long, TenThousandPassesOverAHundredDisksNeedNoMoreThanTheFirstHundred)
+{
+    constexpr int kPasses = 10000;
+    constexpr int kFirst = 100;
+    constexpr int kDisks = 128;
+    constexpr long kMorePages = 64;
+    sim::Machine machine(scenario::machineOfDisks(kDisks));
+    scenario::Steps steps;
+    Server server(scenario::inServiceMode());
+    ASSERT_TRUE(steps.start(*server));
+    ASSERT_TRUE(
+        server->invokeMethod("TAV_StorageConfig", "SetHardDiskSmartMode", {{"HardDiskSmartMode", Value::text("0")}})
+            .ok());
+    Holding afterFirst = {};
+    for (int pass = 1; pass <= kPasses; ++pass) {
+        const int leftOut = pass / 10 % 5; // disks come and go every ten passes
+        if (pass % 10 == 0) {
+            machine.write(kNoScsi, leavesOut(leftOut));
+        }
+        ASSERT_TRUE(steps.pass());
+        machine.forgetCommands();
+        if (pass % 500 == 0) { // seldom: the broker of the tests remembers what it was asked
+            ASSERT_EQ(disksIn(*server), static_cast<size_t>(kDisks - leftOut)) << "pass " << pass;
+        }
+        if (pass == kFirst) {
+            afterFirst = holdingNow();
+        }
+    }
+    expectNoGrowth(holdingNow(), afterFirst, kMorePages);
+    server->stop();
+    scenario::expectNothingLeft(*server);
+}
+
+// ---- a day of a machine with all kinds of disks, of which something is always amiss ----
+
+constexpr size_t kDayDisks = 32;
+constexpr size_t kPerHost = 8;
+
+enum class DiskKind { sata, scsi, m2 };
+
+DiskKind kindOf(size_t disk)
+{
+    return disk % 4 == 1 ? DiskKind::scsi : disk % 4 == 3 ? DiskKind::m2 : DiskKind::sata;
+}
+
+// Half of each kind has SMART switched on.
+bool isOn(size_t disk)
+{
+    return disk / 4 % 2 == 0;
+}
+
+// Commands that may fail without that the provider has to leave the disk otherwise than it was: neither those by which
+// it is found out what the setting is, nor those that restore it. A setting that could not be read counts as one that
+// need not be restored, and a SATA disk's whose data cannot be read as off.
+std::vector<const char *> failingIn(size_t disk)
+{
+    if (kindOf(disk) == DiskKind::scsi) {
+        return isOn(disk) ? std::vector{"inquiry", "modeSense", "modeSelect", "logSense", "requestSense", "identity"}
+                          : std::vector{"inquiry", "logSense", "requestSense", "identity"};
+    }
+    return isOn(disk) ? std::vector{"inquiry", "identify", "smartEnable", "smartStatus", "geometry", "size"}
+                      : std::vector{"inquiry", "identify", "smartEnable", "smartStatus", "smartData"};
+}
+
+json faultsOf(size_t disk)
+{
+    constexpr double kShare = 0.01;
+    json faults = json::array();
+    for (const char *const on : failingIn(disk)) {
+        const bool ioctl =
+            std::string_view(on) == "geometry" || std::string_view(on) == "size" || std::string_view(on) == "identity";
+        switch (ioctl ? 0 : disk % 3) {
+        case 0:
+            faults.push_back({{"on", on}, {"probability", kShare}, {"errno", "EIO"}});
+            break;
+        case 1: // the kernel gave it up after its time-out
+            faults.push_back({{"on", on}, {"probability", kShare}, {"hostStatus", 3}});
+            break;
+        default:
+            faults.push_back({{"on", on}, {"probability", kShare}, {"sense", "70 00 04 00 00 00 00 0a"}});
+        }
+    }
+    return faults;
+}
+
+std::string nodeOf(size_t disk)
+{
+    return disk < 26 ? std::string("sd") + static_cast<char>('a' + disk)
+                     : std::string("sda") + static_cast<char>('a' + disk - 26);
+}
+
+json deviceOf(size_t disk)
+{
+    json device = {{"ata", true},
+                   {"id", disk % kPerHost},
+                   {"node", nodeOf(disk)},
+                   {"serial", "DAY-" + std::to_string(disk)},
+                   {"revision", "FW01"},
+                   {"sizeBytes", uint64_t{1} << 30},
+                   {"faults", faultsOf(disk)}};
+    switch (kindOf(disk)) {
+    case DiskKind::scsi: // answers as a SCSI disk does, behind an adapter that identifies it
+        device["vendor"] = "TEST";
+        device["model"] = "SCSI DISK";
+        device["exceptions"] = {{"supported", true}, {"dexcpt", !isOn(disk)}};
+        break;
+    case DiskKind::m2:
+        device["model"] = "HALDEN M2S 256GB";
+        device["smart"] = {{"enabled", isOn(disk)},
+                           {"attributes", {{{"id", 231}, {"flags", 50}, {"current", 30 + disk}}}}};
+        break;
+    default:
+        device["model"] = "NORDWIND NW4000";
+        device["smart"] = {{"enabled", isOn(disk)}};
+    }
+    return device;
+}
+
+// The machine without some of its disks.
+std::string dayMachine(const std::set<size_t> &without, unsigned seed)
+{
+    json hosts = json::array();
+    for (size_t disk = 0; disk < kDayDisks; ++disk) {
+        if (disk % kPerHost == 0) {
+            hosts.push_back({{"number", disk / kPerHost}, {"driver", "ahci"}, {"devices", json::array()}});
+        }
+        if (!without.contains(disk)) {
+            hosts.back()["devices"].push_back(deviceOf(disk));
+        }
+    }
+    return json{{"kernel", "6.1.0-56-amd64"},
+                {"seed", seed},
+                {"hosts", hosts},
+                {"files",
+                 {{"storage.inf", "ahci\n"},
+                  {"tavm2ssd.inf", "[Endurance Remaining]\nHALDEN M2S 256GB,231,100,80,60,40,20,0\n"}}}}
+        .dump();
+}
+
+// A SCSI disk's answer to MODE SENSE(6) of page 1C: whether DEXCPT is clear, that is, exceptions are reported (SPC-4).
+bool reportsExceptions(const std::string &node)
+{
+    const int fd = ::open(("/dev/" + node).c_str(), O_RDWR);
+    std::array<uint8_t, 6> cdb = {0x1A, 0x08, 0x1C, 0, 64, 0};
+    std::array<uint8_t, 64> reply = {};
+    sg_io_hdr header = {};
+    header.interface_id = 'S';
+    header.dxfer_direction = SG_DXFER_FROM_DEV;
+    header.cmd_len = cdb.size();
+    header.cmdp = cdb.data();
+    header.dxfer_len = reply.size();
+    header.dxferp = reply.data();
+    EXPECT_EQ(::ioctl(fd, SG_IO, &header), 0);
+    ::close(fd);
+    constexpr size_t kPage = 4; // behind the header, as no block descriptor is asked for
+    EXPECT_EQ(reply[kPage] & 0x3F, 0x1C) << node;
+    return (reply[kPage + 2] & 0x08) == 0;
+}
+
+void withoutFaults(std::string &description)
+{
+    json machine = json::parse(description);
+    for (json &host : machine["hosts"]) {
+        for (json &device : host["devices"]) {
+            device.erase("faults");
+        }
+    }
+    description = machine.dump();
+}
+
+TEST(Long, ADayOfFailingAndVanishingDisksLeavesNothingAndEachDiskAsItWas)
+{
+    constexpr int kPasses = 24 * 60;
+    constexpr int kFirst = 200;
+    constexpr long kMorePages = 1024; // the simulator keeps the disks that were taken out
+    std::mt19937 random(86400);
+    std::set<size_t> without;
+    sim::Machine machine(dayMachine(without, 1));
+    scenario::Steps steps;
+    Server server(scenario::inServiceMode());
+    for (unsigned tries = 0; !server->getInstance("TAV_StorageThread").ok() && tries < 100; ++tries) {
+    } // the first collection may meet a failure
+    ASSERT_TRUE(steps.start(*server));
+    Holding afterFirst = {};
+    unsigned whole = 0;
+    for (int pass = 1; pass <= kPasses; ++pass) {
+        if (pass % 5 == 0) {
+            const size_t disk = random() % kDayDisks;
+            if (!without.erase(disk)) {
+                without.insert(disk);
+            }
+            while (without.size() > 6) {
+                without.erase(without.begin());
+            }
+        }
+        if (pass % 5 == 1) { // while a pass may be under way: disks go in the middle of their commands
+            sim::wakeSleepers();
+            machine.change(dayMachine(without, static_cast<unsigned>(pass)));
+        }
+        ASSERT_TRUE(steps.pass()) << "pass " << pass;
+        whole += disksIn(*server) == kDayDisks - without.size() ? 1 : 0;
+        machine.forgetCommands();
+        if (pass == kFirst) {
+            afterFirst = holdingNow();
+        }
+    }
+    EXPECT_GT(whole, 100U) << "passes whose answer was the whole machine";
+
+    std::string end = dayMachine({}, 1);
+    withoutFaults(end);
+    machine.change(end);
+    ASSERT_TRUE(steps.pass());
+    ASSERT_TRUE(steps.pass());
+    EXPECT_EQ(disksIn(*server), kDayDisks);
+    EXPECT_EQ(scenario::threadRuns(*server), true);
+    machine.forgetCommands();
+    const Holding now = holdingNow();
+    EXPECT_EQ(now.descriptors, afterFirst.descriptors);
+    EXPECT_LE(now.pages, afterFirst.pages + kMorePages);
+    RecordProperty("pagesMore", static_cast<int>(now.pages - afterFirst.pages));
+    RecordProperty("wholePasses", static_cast<int>(whole));
+    for (size_t disk = 0; disk < kDayDisks; ++disk) {
+        const bool on = kindOf(disk) == DiskKind::scsi ? reportsExceptions(nodeOf(disk))
+                                                       : machine.smartSwitchedOn("/dev/" + nodeOf(disk));
+        EXPECT_EQ(on, isOn(disk)) << nodeOf(disk);
+    }
+    EXPECT_EQ(machine.unknownIoctls(), 0U);
+    server->stop();
+    scenario::expectNothingLeft(*server);
+}
+
+} // namespace

@@ -1,0 +1,106 @@
+// What a restart of any kind tells the operator: nothing when the machine is the same, and what changed when it is not.
+#include "scenarios/generations.h"
+#include "scenarios/monitored.h"
+
+#include <functional>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <ostream>
+
+namespace {
+
+using scenario::kConfigurationChange;
+using scenario::machineOf;
+using scenario::Server;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+struct Restart {
+    const char *name;
+    std::function<void(std::unique_ptr<Server> &)> happen; // ends the thread; what comes after starts it
+};
+
+void PrintTo(const Restart &restart, std::ostream *out)
+{
+    *out << restart.name;
+}
+
+const Restart kRestarts[] = {
+    {"OfTheThread", [](std::unique_ptr<Server> &server) { EXPECT_EQ(scenario::stopThread(**server), 0); }},
+    {"OfTheProvider",
+     [](std::unique_ptr<Server> &server) {
+         EXPECT_EQ((*server)->cleanupInstance(true).rc, 0);
+         EXPECT_EQ((*server)->cleanupMethod(true).rc, 0);
+     }},
+    {"OfTheBroker",
+     [](std::unique_ptr<Server> &server) {
+         (*server)->stop();
+         scenario::expectNothingLeft(**server);
+         server = std::make_unique<Server>(scenario::inServiceMode());
+     }},
+};
+
+class Restarted : public testing::TestWithParam<Restart> {
+protected:
+    void restart() { GetParam().happen(server); }
+
+    scenario::Agent agent;
+    sim::Machine machine{machineOf(1, true)};
+    scenario::Steps steps;
+    std::unique_ptr<Server> server = std::make_unique<Server>(scenario::inServiceMode());
+};
+
+TEST_P(Restarted, WithTheSameHardwareGivesNoAlert)
+{
+    for (int round = 0; round < 3; ++round) {
+        ASSERT_TRUE(steps.start(**server));
+        ASSERT_TRUE(steps.pass());
+        EXPECT_THAT(agent.alerts(), IsEmpty()) << "round " << round;
+        restart();
+    }
+}
+
+TEST_P(Restarted, AChangeMeanwhileIsReportedOnceOnTheFirstPass)
+{
+    ASSERT_TRUE(steps.start(**server));
+    for (unsigned generation = 2; generation < 5; ++generation) {
+        restart();
+        machine.change(machineOf(generation, true));
+        ASSERT_TRUE(steps.start(**server));
+        EXPECT_THAT(agent.alerts(), ElementsAre(kConfigurationChange)) << "generation " << generation;
+        ASSERT_TRUE(steps.pass());
+        EXPECT_THAT(agent.alerts(), ElementsAre(kConfigurationChange)) << "and not again";
+        agent.forget();
+    }
+}
+
+TEST_P(Restarted, AReplacedDiskWithTheSameNumberOfThemIsTakenOverSilently)
+{
+    ASSERT_EQ(scenario::disksOf(1), scenario::disksOf(13));
+    ASSERT_TRUE(steps.start(**server));
+    restart();
+    machine.change(machineOf(13, true));
+    ASSERT_TRUE(steps.start(**server));
+    std::string why;
+    EXPECT_EQ(scenario::generationOf((*server)->enumInstances("TAV_StorageSCSIDevice"), why), 13U) << why;
+    EXPECT_THAT(agent.alerts(), IsEmpty());
+}
+
+TEST_P(Restarted, TheMonitoringCycleThatWasSetStays)
+{
+    ASSERT_TRUE(steps.start(**server));
+    const broker::Reply set =
+        (*server)->invokeMethod("TAV_StorageConfig", "SetMonitorCycle", {{"MonitorCycle", broker::Value::text("77")}});
+    EXPECT_TRUE(set.ok()) << set.message;
+    restart();
+    ASSERT_TRUE(steps.start(**server));
+    const broker::Reply config = (*server)->getInstance("TAV_StorageConfig");
+    ASSERT_EQ(config.instances.size(), 1U) << config.message;
+    EXPECT_EQ(config.instances[0].find("MonitorCycle")->toString(), "77");
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, Restarted, testing::ValuesIn(kRestarts),
+                         [](const auto &testInfo) { return std::string(testInfo.param.name); });
+
+} // namespace
