@@ -1,0 +1,200 @@
+#include "contenders.h"
+
+#include "machines.h"
+
+#include <filesystem>
+#include <sstream>
+#include <stdexcept>
+
+namespace compare {
+
+namespace {
+
+bool isResident(Contender contender)
+{
+    return contender == Contender::collection || contender == Contender::discovery || contender == Contender::inventory;
+}
+
+// The agent's state is kept between the provider's runs: with it, a fresh process makes one collection and not two.
+std::string keptState(Contender contender, Place place)
+{
+    switch (contender) {
+    case Contender::collection:
+    case Contender::providerProcess:
+        return "state-" + std::to_string(place.disks);
+    case Contender::inventory: // the SMART mode is kept too
+        return "state-off-" + std::to_string(place.disks);
+    default:
+        return "";
+    }
+}
+
+// Each -a: health, attributes, self-test and error log.
+std::string smartdConfiguration(int disks)
+{
+    std::string text;
+    for (int i = 0; i < disks; ++i) {
+        text += diskOf(i).node + " -a\n";
+    }
+    return text;
+}
+
+} // namespace
+
+Contest::Contest(Lab &lab, std::string binaries, std::string libraries)
+    : lab_(lab), binaries_(std::move(binaries)), libraries_(std::move(libraries))
+{
+}
+
+std::string Contest::machine(Place place) const
+{
+    const std::string name = "all-" + std::to_string(place.disks) + "-" + std::to_string(place.latencyMs) + ".json";
+    return std::filesystem::exists(lab_.path(name)) ? lab_.path(name)
+                                                    : lab_.write(name, machineOf(0, place.disks, place.latencyMs));
+}
+
+std::string Contest::machineOfOne(int disk, int latencyMs) const
+{
+    const std::string name = "one-" + std::to_string(disk) + "-" + std::to_string(latencyMs) + ".json";
+    return std::filesystem::exists(lab_.path(name)) ? lab_.path(name) : lab_.write(name, machineOf(disk, 1, latencyMs));
+}
+
+Program Contest::smartctl(int disk) const
+{
+    return {{"smartctl", "-iHA", diskOf(disk).node}, {"smartctl", "-V"}};
+}
+
+Program Contest::program(Contender contender, Place place, int requests) const
+{
+    const std::string disks = std::to_string(place.disks);
+    const std::string provider = binaries_ + "/compare_provider";
+    const std::string discovery = binaries_ + "/compare_discovery";
+    switch (contender) {
+    case Contender::discovery:
+    case Contender::discoveryProcess:
+        return {{discovery, disks, std::to_string(requests)}, {discovery}};
+    case Contender::smartd:
+    case Contender::smartdStart:
+        // Without a state to write, unlike its default.
+        return {{"smartd", "-q", contender == Contender::smartd ? "onecheck" : "showtests", "-s", "", "-A", "", "-c",
+                 lab_.write("smartd-" + disks, smartdConfiguration(place.disks))},
+                {"smartd", "-V"}};
+    case Contender::lsscsi:
+        return {{"lsscsi"}, {"lsscsi", "-V"}};
+    default:
+        break;
+    }
+    Program program{{provider, libraries_ + "/libTAVStorageProvider.so", disks, std::to_string(requests)}, {provider}};
+    if (contender == Contender::inventory) {
+        program.arguments.emplace_back("0"); // SMART mode
+    }
+    return program;
+}
+
+// What more requests take than one is what a request takes, but for the times, which the process tells itself. Memory
+// is not told: the broker keeps the objects of its last requests, to find what is released again.
+std::vector<Cost> Contest::resident(Contender contender, Place place, int times)
+{
+    const std::string state = keptState(contender, place);
+    lab_.measure(program(contender, place, 1), machine(place), state); // from now on there is a saved state
+    const Cost one = lab_.measure(program(contender, place, 1), machine(place), state);
+    std::string output;
+    const Cost all = lab_.measure(program(contender, place, times + 1), machine(place), state, &output);
+    const auto perRequest = [times](unsigned whole, unsigned first) {
+        return (whole - first) / static_cast<unsigned>(times);
+    };
+    std::istringstream lines(output);
+    std::vector<Cost> costs;
+    for (Cost cost; lines >> cost.cpuSeconds >> cost.wallSeconds;) {
+        cost.requests = perRequest(all.requests, one.requests);
+        cost.commands = perRequest(all.commands, one.commands);
+        costs.push_back(cost);
+    }
+    if (costs.size() != static_cast<size_t>(times) + 1) {
+        throw std::runtime_error("the times of " + std::to_string(costs.size()) + " requests are told");
+    }
+    costs.erase(costs.begin());
+    return costs;
+}
+
+Cost Contest::once(Contender contender, Place place)
+{
+    if (contender != Contender::smartctl) {
+        return lab_.measure(program(contender, place, 1), machine(place), keptState(contender, place));
+    }
+    Cost sum;
+    for (int disk = 0; disk < place.disks; ++disk) {
+        sum += lab_.measure(smartctl(disk), machineOfOne(disk, place.latencyMs));
+    }
+    return sum;
+}
+
+std::vector<Cost> Contest::measure(Contender contender, Place place, int times)
+{
+    if (isResident(contender)) {
+        return resident(contender, place, times);
+    }
+    if (contender == Contender::providerProcess) {
+        once(contender, place); // so that there is a saved state
+    }
+    std::vector<Cost> costs;
+    for (int i = 0; i < times; ++i) {
+        costs.push_back(once(contender, place));
+    }
+    return costs;
+}
+
+void Contest::expect(const Program &program, const std::string &machine, int exitStatus,
+                     const std::vector<std::string> &told) const
+{
+    const Ended ended = lab_.look(program, machine);
+    if (ended.exitStatus != exitStatus) {
+        throw std::runtime_error(program.arguments[0] + " ended with status " + std::to_string(ended.exitStatus) +
+                                 ", not " + std::to_string(exitStatus) + ":\n" + ended.output);
+    }
+    for (const std::string &text : told) {
+        if (ended.output.find(text) == std::string::npos) {
+            throw std::runtime_error(program.arguments[0] + " does not tell \"" + text + "\":\n" + ended.output);
+        }
+    }
+}
+
+long Contest::systemCalls(Contender contender, Place place)
+{
+    if (contender == Contender::smartctl) {
+        return place.disks * lab_.systemCalls(smartctl(0), machineOfOne(0, place.latencyMs));
+    }
+    const auto calls = [&](int requests) {
+        return lab_.systemCalls(program(contender, place, requests), machine(place), keptState(contender, place));
+    };
+    return isResident(contender) ? calls(3) - calls(2) : calls(1);
+}
+
+void Contest::checkThatAllSeeTheMachine()
+{
+    constexpr int kDisks = 3;
+    const Place place{kDisks, 0};
+    std::vector<std::string> nodes, serials;
+    for (int i = 0; i < kDisks; ++i) {
+        const Disk disk = diskOf(i);
+        nodes.push_back(disk.node);
+        serials.push_back("S/N:" + disk.serial);
+        expect(smartctl(i), machineOfOne(i, 0), 0,
+               {disk.model, disk.serial, "self-assessment test result: PASSED", std::to_string(kPowerOnHours),
+                "0" + std::to_string(kReallocatedThreshold)});
+    }
+    expect(program(Contender::lsscsi, place, 1), machine(place), 0, nodes);
+    expect(program(Contender::smartd, place, 1), machine(place), 0, serials);
+    expect(program(Contender::collection, place, 2), machine(place), 0, {});
+    expect(program(Contender::inventory, place, 2), machine(place), 0, {});
+    expect(program(Contender::discovery, place, 2), machine(place), 0, {});
+
+    // One of them foretells its failure: none may find all well whatever the disks say.
+    const std::string failing = lab_.write("failing.json", machineOf(0, kDisks, 0, 1));
+    constexpr int kDiskFailing = 1 << 3; // smartctl(8), exit status
+    expect(smartctl(1), failing, kDiskFailing, {"self-assessment test result: FAILED"});
+    expect(program(Contender::smartd, place, 1), failing, 0, {"FAILED SMART self-check"});
+    expect(program(Contender::collection, place, 1), failing, 2, {"SMART status 1"});
+}
+
+} // namespace compare

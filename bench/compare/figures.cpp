@@ -1,0 +1,211 @@
+#include "figures.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <set>
+
+namespace compare {
+
+namespace {
+
+struct Column {
+    const char *title;
+    Contender contender;
+};
+constexpr std::array kSmartColumns = {Column{"a collection", Contender::collection},
+                                      Column{"a process that collects once", Contender::providerProcess},
+                                      Column{"`smartctl`", Contender::smartctl}, Column{"`smartd`", Contender::smartd},
+                                      Column{"`smartd`, registering", Contender::smartdStart}};
+constexpr std::array kDiscoveryColumns = {
+    Column{"discovery", Contender::discovery}, Column{"a process that discovers once", Contender::discoveryProcess},
+    Column{"a collection, SMART off", Contender::inventory}, Column{"`lsscsi`", Contender::lsscsi}};
+constexpr const char *kNames[kContenders] = {"collection", "providerProcess",  "smartctl",  "smartd", "smartdStart",
+                                             "discovery",  "discoveryProcess", "inventory", "lsscsi"};
+
+using Value = std::string (*)(const Figures &);
+
+std::string text(const char *format, double value)
+{
+    char buffer[64];
+    std::snprintf(buffer, sizeof buffer, format, value);
+    return buffer;
+}
+
+std::string milliseconds(double seconds)
+{
+    return text(seconds < 0.001 ? "%.3f" : seconds < 0.01 ? "%.2f" : seconds < 0.1 ? "%.1f" : "%.0f", seconds * 1e3);
+}
+
+template <size_t n>
+std::string table(const Results &results, const std::set<Place> &places, const char *title,
+                  const std::array<Column, n> &columns, Value value)
+{
+    std::string lines = std::string("\n") + title + "\n\n| disks | latency |";
+    for (const Column &column : columns) {
+        lines += std::string(" ") + column.title + " |";
+    }
+    lines += "\n|---:|---:|";
+    for (size_t i = 0; i < n; ++i) {
+        lines += "---:|";
+    }
+    for (const Place place : places) {
+        std::string cells;
+        bool some = false;
+        for (const Column &column : columns) {
+            const Figures *const figures = results.find(column.contender, place);
+            const std::string cell = figures == nullptr ? "" : value(*figures);
+            some |= !cell.empty();
+            cells += " " + cell + " |";
+        }
+        if (some) {
+            lines += "\n| " + std::to_string(place.disks) + " | " + std::to_string(place.latencyMs) + " ms |" + cells;
+        }
+    }
+    return lines + "\n";
+}
+
+std::string counted(long count)
+{
+    return count == 0 ? "" : std::to_string(count);
+}
+
+constexpr Value kCpu = [](const Figures &figures) { return milliseconds(figures.cpuSeconds); };
+constexpr Value kWall = [](const Figures &figures) { return milliseconds(figures.wallSeconds); };
+constexpr Value kCalls = [](const Figures &figures) { return counted(figures.systemCalls); };
+constexpr Value kPeak = [](const Figures &figures) {
+    return figures.peakKb == 0 ? "" : text("%.1f", static_cast<double>(figures.peakKb) / 1024);
+};
+
+bool goal(const std::string &what, double seconds, double limit)
+{
+    const bool met = seconds <= limit;
+    std::printf("%s: %s: %s ms, at most %s ms\n", met ? "reached" : "MISSED", what.c_str(),
+                milliseconds(seconds).c_str(), milliseconds(limit).c_str());
+    return met;
+}
+
+std::string textOf(Place place)
+{
+    return " of " + std::to_string(place.disks) + (place.disks == 1 ? " disk at " : " disks at ") +
+           std::to_string(place.latencyMs) + " ms";
+}
+
+// A goal that one contender's figure is at most a share of another's, wherever both were measured.
+struct Goal {
+    Contender contender, other;
+    const char *what, *against;
+    double Figures::*figure;
+    double share;
+    int leastDisks;
+};
+constexpr Goal kGoals[] = {
+    {Contender::collection, Contender::smartctl, "CPU time of a collection", "a tenth of smartctl's",
+     &Figures::cpuSeconds, 0.1, 1},
+    {Contender::providerProcess, Contender::smartctl, "CPU time of a process that collects once",
+     "a tenth of smartctl's", &Figures::cpuSeconds, 0.1, 2}, // one disk does not pay for starting a process
+    {Contender::collection, Contender::smartd, "time of a collection", "smartd's", &Figures::wallSeconds, 1, 1},
+    {Contender::providerProcess, Contender::smartd, "time of a process that collects once", "smartd's",
+     &Figures::wallSeconds, 1, 1},
+};
+
+} // namespace
+
+void Results::add(Contender contender, Place place, const std::vector<Cost> &costs, long systemCalls)
+{
+    const auto median = [&](double (*of)(const Cost &)) {
+        std::vector<double> values;
+        std::transform(costs.begin(), costs.end(), std::back_inserter(values), of);
+        return medianOf(std::move(values));
+    };
+    Figures &figures = figures_[{place, contender}];
+    figures.wallSeconds = median([](const Cost &cost) { return cost.wallSeconds; });
+    figures.cpuSeconds = median([](const Cost &cost) { return cost.cpuSeconds; });
+    figures.commands = static_cast<unsigned>(median([](const Cost &cost) { return double(cost.commands); }));
+    figures.peakKb = static_cast<long>(median([](const Cost &cost) { return static_cast<double>(cost.peakKb); }));
+    figures.systemCalls = systemCalls;
+}
+
+const Figures *Results::find(Contender contender, Place place) const
+{
+    const auto found = figures_.find({place, contender});
+    return found == figures_.end() ? nullptr : &found->second;
+}
+
+std::string Results::tables() const
+{
+    std::set<Place> places, quick; // quick: without latency
+    for (const auto &[at, unused] : figures_) {
+        places.insert(at.first);
+        if (at.first.latencyMs == 0) {
+            quick.insert(at.first);
+        }
+    }
+    constexpr Value kCommands = [](const Figures &figures) { return std::to_string(figures.commands); };
+    return table(*this, places, "CPU time, ms:", kSmartColumns, kCpu) +
+           table(*this, places, "Time on the clock, ms:", kSmartColumns, kWall) +
+           table(*this, quick, "Commands that reach the disks:", kSmartColumns, kCommands) +
+           table(*this, quick, "System calls:", kSmartColumns, kCalls) +
+           table(*this, quick, "Peak memory of the process, MiB:", kSmartColumns, kPeak) +
+           table(*this, quick, "Discovery, CPU time, ms:", kDiscoveryColumns, kCpu) +
+           table(*this, quick, "Discovery, time on the clock, ms:", kDiscoveryColumns, kWall) +
+           table(*this, quick, "Discovery, commands that reach the disks:", kDiscoveryColumns, kCommands) +
+           table(*this, quick, "Discovery, system calls:", kDiscoveryColumns, kCalls) +
+           table(*this, quick, "Discovery, peak memory of the process, MiB:", kDiscoveryColumns, kPeak);
+}
+
+std::string Results::jsonLines() const
+{
+    std::string lines;
+    for (const auto &[at, figures] : figures_) {
+        lines += nlohmann::json{{"what", kNames[static_cast<size_t>(at.second)]},
+                                {"disks", at.first.disks},
+                                {"latencyMs", at.first.latencyMs},
+                                {"wallSeconds", figures.wallSeconds},
+                                {"cpuSeconds", figures.cpuSeconds},
+                                {"commands", figures.commands},
+                                {"systemCalls", figures.systemCalls},
+                                {"peakKb", figures.peakKb}}
+                     .dump() +
+                 "\n";
+    }
+    return lines;
+}
+
+// Seconds of CPU time for each disk more than the one of the smallest machine; negative when there is no other machine.
+double Results::perDisk(Contender contender) const
+{
+    const Figures *const one = find(contender, {1, 0});
+    for (auto last = figures_.rbegin(); last != figures_.rend() && one != nullptr; ++last) {
+        const auto &[place, which] = last->first;
+        if (which == contender && place.latencyMs == 0 && place.disks > 1) {
+            return (last->second.cpuSeconds - one->cpuSeconds) / (place.disks - 1);
+        }
+    }
+    return -1;
+}
+
+bool Results::goals() const
+{
+    bool reached = true;
+    for (const auto &[at, figures] : figures_) {
+        const auto &[place, contender] = at;
+        for (const Goal &wanted : kGoals) {
+            const Figures *const other = find(wanted.other, place);
+            if (wanted.contender == contender && other != nullptr && place.disks >= wanted.leastDisks) {
+                reached &= goal(wanted.what + textOf(place) + ", against " + wanted.against, figures.*wanted.figure,
+                                other->*wanted.figure * wanted.share);
+            }
+        }
+    }
+    for (const Contender contender : {Contender::discovery, Contender::discoveryProcess}) {
+        reached &= goal(std::string("CPU time of each disk more, ") + kNames[static_cast<size_t>(contender)] +
+                            ", against lsscsi's",
+                        perDisk(contender), perDisk(Contender::lsscsi));
+    }
+    return reached;
+}
+
+} // namespace compare

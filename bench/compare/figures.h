@@ -1,0 +1,36 @@
+// What was measured, as tables for people and as lines of JSON for programs.
+#pragma once
+
+#include "contenders.h"
+
+#include <map>
+#include <string>
+
+namespace compare {
+
+// Medians over the runs of one contender in one place.
+struct Figures {
+    double wallSeconds = 0, cpuSeconds = 0;
+    unsigned commands = 0;
+    long systemCalls = 0; // 0: not counted here
+    long peakKb = 0;
+};
+
+class Results {
+public:
+    void add(Contender contender, Place place, const std::vector<Cost> &costs, long systemCalls);
+    // Null when it was not measured.
+    const Figures *find(Contender contender, Place place) const;
+    // All tables in Markdown.
+    std::string tables() const;
+    std::string jsonLines() const;
+    // Prints a line for each goal; whether all are reached.
+    bool goals() const;
+
+private:
+    double perDisk(Contender contender) const;
+
+    std::map<std::pair<Place, Contender>, Figures> figures_;
+};
+
+} // namespace compare

@@ -1,0 +1,22 @@
+// The machines on which the programs are compared: SATA disks with SMART on, eight to a host adapter.
+#pragma once
+
+#include <string>
+
+namespace compare {
+
+struct Disk {
+    std::string node; // "/dev/sda"
+    std::string model, serial;
+};
+Disk diskOf(int number); // 0-based
+
+// Values of every disk's attributes 5 and 9, for checking what a program has read.
+constexpr int kReallocatedThreshold = 10;
+constexpr int kPowerOnHours = 4242;
+
+// Description (docs/SIMULATOR.md) of the disks first to first + number - 1, all managed. Each command that the disk
+// itself has to answer takes latencyMs. failing: of this number, a disk that foretells its failure; -1: none.
+std::string machineOf(int first, int number, int latencyMs, int failing = -1);
+
+} // namespace compare

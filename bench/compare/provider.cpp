@@ -1,0 +1,75 @@
+// The provider asked as a client would ask it: loaded into a broker, once or again and again.
+//
+// usage: compare_provider PROVIDER DISKS REQUESTS [SMART]
+// Loads the shared object PROVIDER and asks for the instances of TAV_StorageHardDisk so many times: each makes the
+// provider, which runs without its monitoring thread, collect anew. SMART, 0 or 1, is set as the SMART mode first.
+// Prints for each request the seconds of CPU time and on the clock that it took, those of the simulated machine taken
+// off. When an answer is not what DISKS good disks give, it says so there and ends with status 2. Without arguments it
+// ends at once.
+#include "stopwatch.h"
+
+#include "broker/broker.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+namespace {
+
+int fail(const std::string &what)
+{
+    std::fprintf(stderr, "compare_provider: %s\n", what.c_str());
+    return 1;
+}
+
+// Empty, or what is wrong. SMART status 0: the disk foretells no failure, or is not asked.
+std::string judge(const broker::Reply &reply, size_t disks)
+{
+    if (!reply.ok() || reply.instances.size() != disks) {
+        return "rc " + std::to_string(reply.rc) + " \"" + reply.message + "\", " +
+               std::to_string(reply.instances.size()) + " instances";
+    }
+    for (const broker::Instance &instance : reply.instances) {
+        const broker::Value *const status = instance.find("SmartStatus");
+        if (status == nullptr || status->toString() != "0") {
+            return "SMART status " + (status == nullptr ? "none" : status->toString());
+        }
+    }
+    return "";
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    if (argc == 1) {
+        return 0;
+    }
+    if (argc < 4) {
+        return fail("usage: compare_provider PROVIDER DISKS REQUESTS [SMART]");
+    }
+    const auto disks = static_cast<size_t>(std::atoi(argv[2]));
+    const int requests = std::atoi(argv[3]);
+    broker::Broker broker;
+    if (const std::string failure = broker.load(argv[1]); !failure.empty()) {
+        return fail(failure);
+    }
+    if (argc > 4 && !broker
+                         .invokeMethod("TAV_StorageConfig", "SetHardDiskSmartMode",
+                                       {{"HardDiskSmartMode", broker::Value::text(argv[4])}})
+                         .ok()) {
+        return fail("the SMART mode cannot be set");
+    }
+    for (int i = 0; i < requests; ++i) {
+        const compare::Stopwatch watch;
+        const broker::Reply reply = broker.enumInstances("TAV_StorageHardDisk");
+        const compare::Taken taken = watch.taken();
+        if (const std::string wrong = judge(reply, disks); !wrong.empty()) {
+            std::puts(wrong.c_str());
+            return 2;
+        }
+        std::printf("%.9f %.9f\n", taken.cpuSeconds, taken.wallSeconds);
+    }
+    broker.stop();
+    return 0;
+}
