@@ -1,7 +1,7 @@
 // The provider beside generic tools for the same disks, on simulated machines: prints tables in Markdown, and whether
 // the goals are reached; exits non-zero when one is not.
 //
-// usage: compare_run [--quick] [--runs N] [--json FILE]
+// usage: compare_run [--quick|--places DISKS:MS,...] [--runs N] [--json FILE]
 #include "figures.h"
 
 #include <cstdio>
@@ -9,6 +9,7 @@
 #include <cstring>
 #include <exception>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <sys/prctl.h>
 #include <vector>
@@ -18,18 +19,39 @@ namespace {
 using namespace compare;
 
 struct Options {
-    bool quick = false;
+    std::vector<Place> places;
     int runs = 11; // odd: the median is a run's own
     std::string json;
 };
 
-// More disks at 20 ms would take minutes of waiting, which tell nothing that the fewer do not.
-std::vector<Place> placesOf(bool quick)
+const std::vector<Place> kQuickPlaces = {{1, 0}, {16, 0}, {16, 2}};
+
+std::vector<Place> allPlaces()
 {
-    if (quick) {
-        return {{1, 0}, {16, 0}, {16, 2}};
+    std::vector<Place> places;
+    for (const int disks : {1, 16, 64, 128}) {
+        for (const int latency : {0, 2, 20}) {
+            places.push_back({disks, latency});
+        }
     }
-    return {{1, 0}, {1, 2}, {1, 20}, {16, 0}, {16, 2}, {16, 20}, {64, 0}, {128, 0}, {128, 2}};
+    return places;
+}
+
+// "64:2,128:20"; none when the text is anything else.
+std::vector<Place> placesIn(const std::string &text)
+{
+    std::vector<Place> places;
+    std::istringstream list(text);
+    for (std::string item; std::getline(list, item, ',');) {
+        Place place = {};
+        int end = 0;
+        if (std::sscanf(item.c_str(), "%d:%d%n", &place.disks, &place.latencyMs, &end) != 2 ||
+            static_cast<size_t>(end) != item.size() || place.disks < 1 || place.latencyMs < 0) {
+            return {};
+        }
+        places.push_back(place);
+    }
+    return places;
 }
 
 bool readOptions(int argc, char **argv, Options &options)
@@ -37,14 +59,16 @@ bool readOptions(int argc, char **argv, Options &options)
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i];
         if (argument == "--quick") {
-            options.quick = true;
+            options.places = kQuickPlaces;
             options.runs = 3;
+        } else if (argument == "--places" && i + 1 < argc && !placesIn(argv[i + 1]).empty()) {
+            options.places = placesIn(argv[++i]);
         } else if (argument == "--runs" && i + 1 < argc && std::atoi(argv[i + 1]) > 0) {
             options.runs = std::atoi(argv[++i]);
         } else if (argument == "--json" && i + 1 < argc) {
             options.json = argv[++i];
         } else {
-            std::fprintf(stderr, "usage: compare_run [--quick] [--runs N] [--json FILE]\n");
+            std::fprintf(stderr, "usage: compare_run [--quick|--places DISKS:MS,...] [--runs N] [--json FILE]\n");
             return false;
         }
     }
@@ -60,7 +84,7 @@ bool isMeasured(Contender contender, Place place)
 
 void measureAll(Contest &contest, const Options &options, Results &results)
 {
-    for (const Place place : placesOf(options.quick)) {
+    for (const Place place : options.places) {
         std::fprintf(stderr, "%d disks, %d ms\n", place.disks, place.latencyMs);
         for (int i = 0; i < kContenders; ++i) {
             const auto contender = static_cast<Contender>(i);
@@ -93,6 +117,7 @@ int compareAll(const Options &options)
 int main(int argc, char **argv)
 {
     Options options;
+    options.places = allPlaces();
     if (!readOptions(argc, argv, options)) {
         return 2;
     }
