@@ -23,7 +23,7 @@ protected:
 TEST_F(Stopped, RecordsThatWereFreedWhileTheyWereBroughtUpToDateAreAFailedReadAndNotAnEmptyClass)
 {
     // The last of the pass that the request makes is the saving of its result.
-    sim::atNth(sim::Call::write, 1, [this] {
+    sim::atNth(sim::Call::write, 1, [] {
         for (DatInfo &records : instSt) {
             std::free(takeRecords(records));
         }
