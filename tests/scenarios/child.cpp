@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <ctime>
 #include <gtest/gtest.h>
 #include <stdexcept>
 #include <sys/ipc.h>
@@ -48,6 +49,13 @@ int Child::wait()
     return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
+namespace {
+
+// Segments that are older belong to a killed process that had the same identifier once.
+const std::time_t begun = std::time(nullptr);
+
+} // namespace
+
 std::vector<SegmentOf> segmentsOf(pid_t pid)
 {
     struct shm_info info = {};
@@ -56,7 +64,8 @@ std::vector<SegmentOf> segmentsOf(pid_t pid)
     for (int i = 0; i <= last; ++i) {
         struct shmid_ds segment = {};
         const int id = ::shmctl(i, SHM_STAT, &segment);
-        if (id >= 0 && segment.shm_cpid == pid && (segment.shm_perm.mode & SHM_DEST) == 0) {
+        if (id >= 0 && segment.shm_cpid == pid && segment.shm_ctime >= begun &&
+            (segment.shm_perm.mode & SHM_DEST) == 0) {
             found.push_back({id, static_cast<unsigned>(segment.shm_perm.__key), segment.shm_segsz});
         }
     }

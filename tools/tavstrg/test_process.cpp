@@ -8,6 +8,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <poll.h>
 #include <sstream>
@@ -199,17 +200,28 @@ Finished Running::finish()
     return finished_;
 }
 
+namespace {
+
+// Segments that are older belong to a killed process that had the same identifier once.
+const std::time_t begun = std::time(nullptr);
+
+} // namespace
+
 int segmentsOf(pid_t creator)
 {
     std::ifstream table("/proc/sysvipc/shm");
     std::string line;
-    std::getline(table, line); // key shmid perms size cpid lpid ...
+    std::getline(table, line); // key shmid perms size cpid lpid nattch uid gid cuid cgid atime dtime ctime ...
     int count = 0;
     while (std::getline(table, line)) {
         std::istringstream fields(line);
-        long key = 0, id = 0, permissions = 0, size = 0, madeBy = 0;
+        long key = 0, id = 0, permissions = 0, size = 0, madeBy = 0, other = 0;
         fields >> key >> id >> permissions >> size >> madeBy;
-        count += madeBy == creator ? 1 : 0;
+        for (int i = 0; i < 8; ++i)
+            fields >> other;
+        std::time_t made = 0;
+        fields >> made;
+        count += madeBy == creator && made >= begun ? 1 : 0;
     }
     return count;
 }

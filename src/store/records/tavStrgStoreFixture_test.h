@@ -127,6 +127,7 @@ protected:
         sim::countCallsOf("");
         sim::resetCounts();
         resetStore();
+        removeSegments(); // of a process that was killed and had this one's identifier before
         machine.makeDirectory("/opt/qlm/tavkit_sa/data");
         machine.makeDirectory("/opt/qlm/tavkit_sa/work");
         request.emplace(broker, "TAV_StorageHardDisk");
