@@ -2,6 +2,7 @@
 #include "devcmd/tavStrgGetInfoSmartAtaCommand.h"
 #include "devcmd/tavStrgGetInfoSmartIdentify.h"
 #include "devcmd/tavStrgGetInfoSmartKinds.h"
+#include "devcmd/tavStrgGetInfoSmartRoutine.h"
 #include "provider/runtime/tavCommonHolders.h"
 #include "provider/runtime/tavCommonTrace.h"
 
@@ -13,30 +14,26 @@
 
 void enable_atapi_smart(HardDiskEntry *hdt)
 {
-    TRACE(kDetail, "_IN_");
-    if (hdt == nullptr) {
-        TRACE(kFailure, "_OUT_ hdt is NULL");
-        return;
-    }
-    const FileDesc device(openDevice(hdt->DevPath, O_RDWR));
-    if (!device) {
-        const int error = errno;
-        hdt->SmartSupport = 1;
-        TRACE(kFailure, "open device :%s failed, errno=[%d]", hdt->DevPath, error);
-        TRACE(kDetail, "_OUT_");
-        return;
-    }
-    if (identifyAllowsSmart(__func__, device.get(), *hdt, IdentifyRetry::kAsItWas)) {
-        DriveCommand command = kIdeSmartEnable;
-        if (::ioctl(device.get(), HDIO_DRIVE_CMD, command.data()) == 0) {
-            hdt->SmartSupport = 2;
-            TRACE(kDetail, "%s: enable success", hdt->DevPath);
-        } else {
-            const int error = errno;
-            TRACE(kFailure, "ioctl HDIO_DRIVE_CMD :%s failed, errno=[%d]", hdt->DevPath, error);
-        }
-    }
-    TRACE(kDetail, "_OUT_");
+    const char *const function = __func__;
+    withOpenDisk(
+        function, hdt,
+        [function](HardDiskEntry &disk, int fd) {
+            if (!identifyAllowsSmart(function, fd, disk, IdentifyRetry::kAsItWas)) {
+                return;
+            }
+            DriveCommand command = kIdeSmartEnable;
+            if (::ioctl(fd, HDIO_DRIVE_CMD, command.data()) == 0) {
+                disk.SmartSupport = 2;
+                TRACE_AS(function, kDetail, "%s: enable success", disk.DevPath);
+            } else {
+                const int error = errno;
+                TRACE_AS(function, kFailure, "ioctl HDIO_DRIVE_CMD :%s failed, errno=[%d]", disk.DevPath, error);
+            }
+        },
+        [function](HardDiskEntry &disk, int error) {
+            disk.SmartSupport = 1;
+            TRACE_AS(function, kFailure, "open device :%s failed, errno=[%d]", disk.DevPath, error);
+        });
 }
 
 void disable_atapi_smart(HardDiskEntry *hdt)
@@ -59,23 +56,22 @@ void disable_atapi_smart(HardDiskEntry *hdt)
 
 void get_atapi_smart(HardDiskEntry *hdt)
 {
-    TRACE(kDetail, "_IN_");
-    if (hdt == nullptr) {
-        TRACE(kFailure, "_OUT_ hdt is NULL");
-        return;
-    }
-    const FileDesc device(openDevice(hdt->DevPath, O_RDWR));
-    DriveTask task = kIdeSmartStatus;
-    if (!device) {
-        hdt->SmartSupport = 1;
-        TRACE(kFailure, "open device :%s failed", hdt->DevPath);
-    } else if (::ioctl(device.get(), HDIO_DRIVE_TASK, task.data()) != 0) {
-        hdt->SmartSupport = 1;
-        TRACE(kFailure, "ioctl HDIO_DRIVE_TASK :%s failed", hdt->DevPath);
-    } else {
-        hdt->SmartPredict = smartPredictOfTask(task);
-    }
-    TRACE(kDetail, "_OUT_");
+    const char *const function = __func__;
+    withOpenDisk(
+        function, hdt,
+        [function](HardDiskEntry &disk, int fd) {
+            DriveTask task = kIdeSmartStatus;
+            if (::ioctl(fd, HDIO_DRIVE_TASK, task.data()) != 0) {
+                disk.SmartSupport = 1;
+                TRACE_AS(function, kFailure, "ioctl HDIO_DRIVE_TASK :%s failed", disk.DevPath);
+            } else {
+                disk.SmartPredict = smartPredictOfTask(task);
+            }
+        },
+        [function](HardDiskEntry &disk, int) {
+            disk.SmartSupport = 1;
+            TRACE_AS(function, kFailure, "open device :%s failed", disk.DevPath);
+        });
 }
 
 // A disk refuses SMART READ DATA while SMART is switched off.

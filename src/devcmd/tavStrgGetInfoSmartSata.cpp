@@ -1,6 +1,7 @@
 #include "devcmd/tavStrgGetInfoDevice.h"
 #include "devcmd/tavStrgGetInfoSmartIdentify.h"
 #include "devcmd/tavStrgGetInfoSmartKinds.h"
+#include "devcmd/tavStrgGetInfoSmartRoutine.h"
 #include "devcmd/tavStrgGetInfoTransport.h"
 #include "provider/runtime/tavCommonHolders.h"
 #include "provider/runtime/tavCommonTrace.h"
@@ -13,6 +14,25 @@ namespace {
 int sendSata(int fd, int command)
 {
     return sat_ata_cmd_interface(fd, command, 0, nullptr);
+}
+
+void readStatus(const char *sender, HardDiskEntry &disk, int fd)
+{
+    switch (sendSata(fd, SATCMD_SMART_STATUS_CHECK)) {
+    case 0:
+        disk.SmartPredict = 0;
+        TRACE_AS(sender, kDetail, "sata SMART status is OK!");
+        break;
+    case 1:
+        disk.SmartPredict = 1;
+        TRACE_AS(sender, kDetail, "sata SMART status is WARNING!");
+        break;
+    default:
+        disk.SmartPredict = -1;
+        disk.SmartSupport = 1;
+        TRACE_AS(sender, kFailure, "ERROR: get sata SMART status failed!");
+        break;
+    }
 }
 
 } // namespace
@@ -44,50 +64,28 @@ void enable_sata_smart(HardDiskEntry *hdt)
 
 void disable_sata_smart(HardDiskEntry *hdt)
 {
-    TRACE(kDetail, "_IN_");
-    if (hdt == nullptr) {
-        TRACE(kFailure, "_OUT_ hdt is NULL");
-        return;
-    }
-    const FileDesc device(openDevice(hdt->DevPath, O_RDWR));
-    if (!device) {
-        TRACE(kFailure, "open device : %s failed.", hdt->DevPath);
-    } else if (sendSata(device.get(), SATCMD_SMART_DISABLE) != 0) {
-        TRACE(kFailure, "SATA SMART disable failed!");
-    } else {
-        TRACE(kDetail, "SATA SMART disable successed!");
-    }
-    TRACE(kDetail, "_OUT_");
+    const char *const function = __func__;
+    withOpenDisk(
+        function, hdt,
+        [function](const HardDiskEntry &, int fd) {
+            if (sendSata(fd, SATCMD_SMART_DISABLE) != 0) {
+                TRACE_AS(function, kFailure, "SATA SMART disable failed!");
+            } else {
+                TRACE_AS(function, kDetail, "SATA SMART disable successed!");
+            }
+        },
+        [function](const HardDiskEntry &disk, int) {
+            TRACE_AS(function, kFailure, "open device : %s failed.", disk.DevPath);
+        });
 }
 
 void get_sata_smart(HardDiskEntry *hdt)
 {
-    TRACE(kDetail, "_IN_");
-    if (hdt == nullptr) {
-        TRACE(kFailure, "_OUT_ hdt is NULL");
-        return;
-    }
-    const FileDesc device(openDevice(hdt->DevPath, O_RDWR));
-    if (!device) {
-        hdt->SmartSupport = 1;
-        TRACE(kFailure, "open device : %s failed.", hdt->DevPath);
-        TRACE(kDetail, "_OUT_");
-        return;
-    }
-    switch (sendSata(device.get(), SATCMD_SMART_STATUS_CHECK)) {
-    case 0:
-        hdt->SmartPredict = 0;
-        TRACE(kDetail, "sata SMART status is OK!");
-        break;
-    case 1:
-        hdt->SmartPredict = 1;
-        TRACE(kDetail, "sata SMART status is WARNING!");
-        break;
-    default:
-        hdt->SmartPredict = -1;
-        hdt->SmartSupport = 1;
-        TRACE(kFailure, "ERROR: get sata SMART status failed!");
-        break;
-    }
-    TRACE(kDetail, "_OUT_");
+    const char *const function = __func__;
+    withOpenDisk(
+        function, hdt, [function](HardDiskEntry &disk, int fd) { readStatus(function, disk, fd); },
+        [function](HardDiskEntry &disk, int) {
+            disk.SmartSupport = 1;
+            TRACE_AS(function, kFailure, "open device : %s failed.", disk.DevPath);
+        });
 }

@@ -2,6 +2,7 @@
 #include "devcmd/tavStrgGetInfoPages.h"
 #include "devcmd/tavStrgGetInfoSmartExceptions.h"
 #include "devcmd/tavStrgGetInfoSmartKinds.h"
+#include "devcmd/tavStrgGetInfoSmartRoutine.h"
 #include "provider/runtime/tavCommonHolders.h"
 #include "provider/runtime/tavCommonTrace.h"
 
@@ -154,37 +155,29 @@ int fetchState(ScsiDisk disk)
 
 void enable_scsi_smart(HardDiskEntry *hdt)
 {
-    TRACE(kDetail, "_IN_");
-    if (hdt == nullptr) {
-        TRACE(kFailure, "_OUT_ hdt is NULL");
-        return;
-    }
-    const FileDesc device(openDevice(hdt->DevPath, O_RDWR));
-    if (device) {
-        enable({__func__, device.get(), *hdt});
-    } else {
-        const int error = errno;
-        hdt->SmartSupport = 1;
-        TRACE(kFailure, "open device :%s failed, support = unknown errno=[%d]", hdt->DevPath, error);
-    }
-    TRACE(kDetail, "_OUT_");
+    const char *const function = __func__;
+    withOpenDisk(
+        function, hdt,
+        [function](HardDiskEntry &disk, int fd) {
+            enable({function, fd, disk});
+        },
+        [function](HardDiskEntry &disk, int error) {
+            disk.SmartSupport = 1;
+            TRACE_AS(function, kFailure, "open device :%s failed, support = unknown errno=[%d]", disk.DevPath, error);
+        });
 }
 
 void disable_scsi_smart(HardDiskEntry *hdt)
 {
-    TRACE(kDetail, "_IN_");
-    if (hdt == nullptr) {
-        TRACE(kFailure, "_OUT_ hdt is NULL");
-        return;
-    }
-    const FileDesc device(openDevice(hdt->DevPath, O_RDWR));
-    if (device) {
-        disable({__func__, device.get(), *hdt});
-    } else {
-        const int error = errno;
-        TRACE(kFailure, "open device :%s failed errno=[%d]", hdt->DevPath, error);
-    }
-    TRACE(kDetail, "_OUT_");
+    const char *const function = __func__;
+    withOpenDisk(
+        function, hdt,
+        [function](HardDiskEntry &disk, int fd) {
+            disable({function, fd, disk});
+        },
+        [function](const HardDiskEntry &disk, int error) {
+            TRACE_AS(function, kFailure, "open device :%s failed errno=[%d]", disk.DevPath, error);
+        });
 }
 
 int fetch_scsi_enable_disable(HardDiskEntry *hdt)

@@ -2,6 +2,7 @@
 #include "devcmd/tavStrgGetInfoPages.h"
 #include "devcmd/tavStrgGetInfoSmartExceptions.h"
 #include "devcmd/tavStrgGetInfoSmartKinds.h"
+#include "devcmd/tavStrgGetInfoSmartRoutine.h"
 #include "provider/runtime/tavCommonHolders.h"
 #include "provider/runtime/tavCommonTrace.h"
 
@@ -65,25 +66,18 @@ std::optional<uint8_t> readExceptions(const char *sender, int fd, const char *pa
 
 void get_scsi_smart(HardDiskEntry *hdt)
 {
-    TRACE(kDetail, "_IN_");
-    if (hdt == nullptr) {
-        TRACE(kFailure, "_OUT_ hdt is NULL");
-        return;
-    }
-    const FileDesc device(openDevice(hdt->DevPath, O_RDWR));
-    if (!device) {
-        const int error = errno;
-        hdt->SmartSupport = 1;
-        TRACE(kFailure, "open device :%s failed, errno=[%d]", hdt->DevPath, error);
-        TRACE(kDetail, "_OUT_");
-        return;
-    }
-    const std::optional<uint8_t> asc = readExceptions(__func__, device.get(), hdt->DevPath);
-    if (!asc) {
-        hdt->SmartSupport = 1;
-        TRACE(kDetail, "_OUT_");
-        return;
-    }
-    hdt->SmartPredict = *asc == kFailurePredicted ? int16_t{1} : int16_t{0};
-    TRACE(kDetail, "_OUT_");
+    const char *const function = __func__;
+    withOpenDisk(
+        function, hdt,
+        [function](HardDiskEntry &disk, int fd) {
+            if (const std::optional<uint8_t> asc = readExceptions(function, fd, disk.DevPath)) {
+                disk.SmartPredict = *asc == kFailurePredicted ? int16_t{1} : int16_t{0};
+            } else {
+                disk.SmartSupport = 1;
+            }
+        },
+        [function](HardDiskEntry &disk, int error) {
+            disk.SmartSupport = 1;
+            TRACE_AS(function, kFailure, "open device :%s failed, errno=[%d]", disk.DevPath, error);
+        });
 }
