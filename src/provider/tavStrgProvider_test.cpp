@@ -122,9 +122,9 @@ TEST_F(EntryPoints, EachFactoryCallInitialisesTheProcessAndLeavesTheStatus)
     EXPECT_EQ(TAVStorageProvider_Create_MethodMI(broker.handle(), broker.emptyContext(), &rc), methodMI);
     EXPECT_EQ(rc.rc, CMPI_RC_ERR_ACCESS_DENIED);
     EXPECT_EQ(TAVStorageProvider_Create_MethodMI(broker.handle(), broker.emptyContext(), nullptr), methodMI);
-    EXPECT_THAT(trace.textsOf("TAV_StorageProviderInitProcess"),
-                ElementsAre("pthread_mutex_init(instMutexSt)", "pthread_mutex_init(instMutexSt)",
-                            "pthread_mutex_init(instMutexSt)"));
+    EXPECT_THAT(trace.linesOf("TAV_StorageProviderInitProcess"),
+                ElementsAre("0 pthread_mutex_init(instMutexSt)", "0 pthread_mutex_init(instMutexSt)",
+                            "0 pthread_mutex_init(instMutexSt)"));
     EXPECT_STREQ(g_logfnm, "tavstrg.log");
 }
 
@@ -180,10 +180,8 @@ TEST_F(EntryPoints, AGetInstanceIsTracedFromStartToEnd)
     ASSERT_EQ(reply.instances.size(), 1u);
     EXPECT_EQ(reply.instances[0].find("InterfaceTypeIndex")->toString(), "2");
     const std::vector<TraceRecord> lines = trace.records();
-    EXPECT_THAT(trace.textsOf(kGet),
-                ElementsAre("##start##", "->TAV_STRGHddGetInstance()", testing::StartsWith("memfree(0x"), "## end ##"));
-    EXPECT_TRUE(trace.has(kFailure, "##start##", kGet));
-    EXPECT_TRUE(trace.has(kFailure, "## end ##", kGet));
+    EXPECT_THAT(trace.linesOf(kGet), ElementsAre("3 ##start##", "3 ->TAV_STRGHddGetInstance()",
+                                                 testing::StartsWith("0 memfree(0x"), "3 ## end ##"));
     // Who traces after whom, each once for a run of its own lines.
     std::vector<std::string> functions;
     for (const TraceRecord &line : lines) {
@@ -206,8 +204,8 @@ TEST_F(EntryPoints, AnEnumInstancesIsTracedFromStartToEnd)
     const Reply reply = enumerate("TAV_StorageLifeSpan");
     EXPECT_EQ(reply.instances.size(), 2u);
     EXPECT_TRUE(reply.done);
-    EXPECT_THAT(trace.textsOf(kEnum), ElementsAre("##start##", "->TAV_StorageLifeSpanEnumInstances()",
-                                                  testing::StartsWith("memfree(0x"), "## end ##"));
+    EXPECT_THAT(trace.linesOf(kEnum), ElementsAre("3 ##start##", "3 ->TAV_StorageLifeSpanEnumInstances()",
+                                                  testing::StartsWith("0 memfree(0x"), "3 ## end ##"));
 }
 
 TEST_F(EntryPoints, AnInvokeMethodIsTracedFromStartToEnd)
@@ -216,8 +214,9 @@ TEST_F(EntryPoints, AnInvokeMethodIsTracedFromStartToEnd)
     EXPECT_EQ(reply.rc, CMPI_RC_OK) << reply.message;
     EXPECT_TRUE(reply.done);
     EXPECT_THAT(reply.data, IsEmpty());
-    EXPECT_THAT(trace.textsOf(kInvoke), ElementsAre("##start##", "->TAV_STRGConfigInvokeMethod()",
-                                                    testing::StartsWith("memfree(0x"), "CMReturnDone()", "## end ##"));
+    EXPECT_THAT(trace.linesOf(kInvoke),
+                ElementsAre("3 ##start##", "3 ->TAV_STRGConfigInvokeMethod()", testing::StartsWith("0 memfree(0x"),
+                            "0 CMReturnDone()", "3 ## end ##"));
     EXPECT_EQ(gst_SleepSec, 120);
 }
 
@@ -307,9 +306,10 @@ TEST_F(EntryPoints, AnUnknownMethodIsAReturnValueOfTheThreadClassButAFailureOfTh
         EXPECT_EQ(reply.data[0].type, CMPI_uint32);
         EXPECT_EQ(reply.data[0].toString(), "1");
         EXPECT_TRUE(reply.done);
-        EXPECT_THAT(trace.textsOf(kInvoke),
-                    ElementsAre("##start##", std::string("MethodName Failure!![") + method + "]", "CMReturnData()",
-                                testing::StartsWith("memfree(0x"), "CMReturnDone()", "## end ##"));
+        EXPECT_THAT(trace.linesOf(kInvoke),
+                    ElementsAre("3 ##start##", std::string("3 MethodName Failure!![") + method + "]",
+                                "0 CMReturnData()", testing::StartsWith("0 memfree(0x"), "0 CMReturnDone()",
+                                "3 ## end ##"));
     }
     for (const char *const method : {"Other", "setmonitorcycle", "StartMonitoringThread"}) {
         SCOPED_TRACE(method);
@@ -354,12 +354,30 @@ TEST_F(EntryPoints, AStoreThatCannotBeBuiltFailsEveryRequest)
         EXPECT_EQ(reply.message, "strgInitProvider() Failure!!");
         EXPECT_THAT(reply.data, IsEmpty());
     }
-    EXPECT_THAT(trace.textsOf(kGet),
-                ElementsAre("##start##", "strgInitProvider() Failure!!", "memfree already NULL", "## end ##"));
-    EXPECT_THAT(trace.textsOf(kInvoke), ElementsAre("##start##", "strgInitProvider() Failure!!", "memfree already NULL",
-                                                    "CMReturnDone()", "## end ##"));
+    EXPECT_THAT(trace.linesOf(kGet),
+                ElementsAre("3 ##start##", "3 strgInitProvider() Failure!!", "0 memfree already NULL", "3 ## end ##"));
+    EXPECT_THAT(trace.linesOf(kInvoke), ElementsAre("3 ##start##", "3 strgInitProvider() Failure!!",
+                                                    "0 memfree already NULL", "0 CMReturnDone()", "3 ## end ##"));
     EXPECT_TRUE(trace.has(kFailure, "strgInitProvider() Failure!!", kEnum));
     gst_first = 2;
+}
+
+TEST_F(EntryPoints, AStoreLockThatIsHeldForMoreThanThreeSecondsFailsTheRequestOutsideServiceMode)
+{
+    put<StrgHddRec>(TAV_CID_STRG_HDD, {{1, 0, 1, 0, "", 0, 0, 0, 0, 0, 0}});
+    g_srvmod = 0;
+    noThread();
+    ASSERT_EQ(pthread_mutex_trylock(&instMutexSt.mutex), 0);
+    const double before = sim::sleptSeconds();
+    for (const char *const className : {"TAV_StorageHardDisk", "TAV_StorageConfig"}) {
+        const Reply reply = get(className, {{"Index", Value::text("1")}});
+        EXPECT_EQ(reply.rc, CMPI_RC_ERR_FAILED) << className;
+        EXPECT_EQ(reply.message, "strgGetInstance() FAILED") << className;
+    }
+    EXPECT_NEAR(sim::sleptSeconds() - before, 2 * 3.0, 0.01);
+    pthread_mutex_unlock(&instMutexSt.mutex);
+    EXPECT_TRUE(trace.has(kFailure, "strgGetInstance() Failure!!", "TAV_STRGHddGetInstance"));
+    EXPECT_TRUE(trace.has(kFailure, "strgGetInstance() Failure!!", "TAV_STRGConfigGetInstance"));
 }
 
 TEST_F(EntryPoints, AClassNameThatCannotBeReadFailsTheRequest)
@@ -405,11 +423,8 @@ TEST_F(EntryPoints, OperationsThatAreNotSupportedTouchNothing)
         EXPECT_EQ(reply.rc, CMPI_RC_ERR_NOT_SUPPORTED);
         EXPECT_EQ(reply.message, "NOT_SUPPORTED");
         EXPECT_FALSE(reply.done);
-        EXPECT_THAT(trace.textsOf(call.function),
-                    ElementsAre("##start##", "CMSetStatusWithChars() - NOT_SUPPORTED", "## end ##"));
-        EXPECT_TRUE(trace.has(kFailure, "##start##", call.function));
-        EXPECT_TRUE(trace.has(kDetail, "CMSetStatusWithChars() - NOT_SUPPORTED", call.function));
-        EXPECT_TRUE(trace.has(kFailure, "## end ##", call.function));
+        EXPECT_THAT(trace.linesOf(call.function),
+                    ElementsAre("3 ##start##", "0 CMSetStatusWithChars() - NOT_SUPPORTED", "3 ## end ##"));
     }
     EXPECT_EQ(gst_first, 0);
     EXPECT_THAT(trace.textsOf("strgInitProvider"), IsEmpty());

@@ -31,12 +31,27 @@ void awaitInitialisation(bool terminating)
     }
 }
 
+// Where nothing is built, frees what a failed initialisation left: an unload must not lose it. False when there is
+// something after all: a request that begins now waits at this lock, or has begun before the second look.
+bool releaseWhereNothingIsBuilt()
+{
+    const std::lock_guard held(g_collectionLock);
+    if (gst_first != 0) {
+        return false;
+    }
+    releaseEarlierBuild();
+    return true;
+}
+
 CMPIStatus cleanUpNonService(const CInfo *cInfo, bool terminating, const char *function)
 {
     // A store under construction is neither saved nor freed: the file would be overwritten with what is not there yet.
     awaitInitialisation(terminating);
-    if (gst_first == 0) {
-        releaseEarlierBuild(); // an unload must not lose it
+    bool released = false;
+    while (gst_first == 0 && !(released = releaseWhereNothingIsBuilt())) {
+        awaitInitialisation(terminating);
+    }
+    if (released) {
         return TRACED_AS(function, kOk, kDetail, "_OUT_ rc=[CMPI_RC_OK] Already CleanUp.");
     }
     if (gst_first == 1) {

@@ -3,6 +3,7 @@
 #include "store/tavStrgCommonAccess.h"
 
 #include <atomic>
+#include <chrono>
 #include <semaphore>
 #include <thread>
 
@@ -10,6 +11,7 @@ namespace {
 
 using testing::Contains;
 using testing::ElementsAreArray;
+using testing::Not;
 
 class CleanUp : public StoreTest {
 protected:
@@ -43,7 +45,10 @@ protected:
 
 TEST_F(CleanUp, OutsideServiceModeSavesFreesAndForgets)
 {
+    g_srvmod = -1; // not known yet, and not to be asked now
+    broker.forgetCalls();
     const CMPIStatus status = cleanUp();
+    EXPECT_EQ(broker.calls("*"), 0U) << "a cleanup must not call the broker";
     EXPECT_EQ(status.rc, CMPI_RC_OK);
     EXPECT_EQ(status.msg, nullptr);
     EXPECT_THAT(linesOf("strgCleanUpProvider"),
@@ -53,7 +58,6 @@ TEST_F(CleanUp, OutsideServiceModeSavesFreesAndForgets)
     EXPECT_FALSE(instMutexSt.live);
     EXPECT_FALSE(shmSt[10].mutex.live);
     EXPECT_EQ(machine.read(kSavedStateFile).size(), 18U + 12 + 20 + 120 + 2 * 352 + 2 * 284);
-    EXPECT_EQ(broker.accounting().callsFromCleanup, 0);
 }
 
 TEST_F(CleanUp, TwiceInARowReportsThatItIsDone)
@@ -122,6 +126,35 @@ TEST_F(CleanUp, AStoreUnderConstructionIsNeitherSavedNorFreed)
     EXPECT_FALSE(machine.exists(kSavedStateFile));
     EXPECT_EQ(instSt[TAV_CID_STRG_HDD].datNum, 2);
     gst_first = 2;
+}
+
+// The request comes in while the cleanup frees what an initialisation that failed had left.
+TEST_F(CleanUp, LeavesToARequestThatBeginsMeanwhileTheStoreThatItBuilds)
+{
+    cleanUp();
+    const int left = ::shmget(IPC_PRIVATE, 8, IPC_CREAT | 0600);
+    ASSERT_GT(left, 0);
+    setSegment(shmSt[TAV_CID_STRG_SCSI], {left, 1, nullptr}, false);
+    trace->clear();
+    std::thread client;
+    std::atomic<int> built = -1;
+    sim::atNth(sim::Call::segment, 1, [&] { // its removal
+        client = std::thread([&] { built = strgInitProvider(&cInfo); });
+        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(300);
+        while (gst_first != 2 && std::chrono::steady_clock::now() < end) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    });
+    EXPECT_EQ(cleanUp().rc, CMPI_RC_OK);
+    ASSERT_TRUE(client.joinable());
+    client.join();
+    EXPECT_EQ(built, 0);
+    EXPECT_THAT(trace->textsOf("strgCleanUpProvider"), Contains("_OUT_ rc=[CMPI_RC_OK] Already CleanUp."));
+    EXPECT_THAT(ownSegments(), Not(Contains(left)));
+    EXPECT_EQ(segments(), 5) << "configuration, totals, controller and both kinds of record of the disks";
+    DatInfo disks = {};
+    EXPECT_EQ(strgGetInstance(&cInfo, TAV_CID_STRG_HDD, &disks), 0);
+    EXPECT_EQ(disks.datNum, 2);
 }
 
 class ServiceCleanUp : public CleanUp {
@@ -196,6 +229,7 @@ TEST_F(ServiceCleanUp, TwoAtOnceStopTheThreadOnceAndTheNextRequestBuildsAnew)
         trace->clear();
         ASSERT_EQ(strgCreateThread(&cInfo), 0);
         ASSERT_TRUE(sim::awaitSleep(1, 60));
+        broker.forgetCalls();
         std::vector<std::thread> threads;
         std::atomic<int> ok = 0;
         for (int n = 0; n < 2; ++n) {
@@ -208,7 +242,7 @@ TEST_F(ServiceCleanUp, TwoAtOnceStopTheThreadOnceAndTheNextRequestBuildsAnew)
         EXPECT_EQ(std::ranges::count(trace->textsOf("strgExitThread"), "pthread_join()"), 1);
         EXPECT_THAT(trace->textsOf("strgCleanUpProvider"), Contains("ServiceMode but Non-Thread."));
         EXPECT_EQ(segments(), 0);
-        EXPECT_EQ(broker.accounting().callsFromCleanup, 0);
+        EXPECT_EQ(broker.calls("*"), 0U) << "a cleanup must not call the broker";
         g_srvmod = i; // either mode
         DatInfo disks = {};
         ASSERT_EQ(strgInitProvider(&cInfo), 0);

@@ -44,7 +44,7 @@ private:
 
 class Get : public StoreTest {
 protected:
-    Get()
+    explicit Get(const std::string &description = machineWith(2)) : StoreTest(description)
     {
         EXPECT_EQ(strgInitProvider(&cInfo), 0);
         trace->clear();
@@ -205,6 +205,43 @@ TEST_F(ServiceGet, WithoutTheThreadADeviceClassIsCheckedFirst)
     EXPECT_EQ(strgGetInstance(&cInfo, TAV_CID_STRG_HDD, &dat), 0);
     EXPECT_EQ(dat.datNum, 1);
     EXPECT_TRUE(passed());
+}
+
+// A disk that predicts its failure, and one whose endurance is known.
+class FirstPass : public Get {
+protected:
+    FirstPass()
+        : Get(R"({"kernel": "6.1.0", "hosts": [{"driver": "ahci", "devices": [
+                    {"ata": true, "id": 0, "model": "MODEL-0", "smart": {"failing": true}},
+                    {"ata": true, "id": 1, "model": "HALDEN M2S 256GB",
+                     "smart": {"attributes": [{"id": 231, "flags": 50, "current": 50}]}}]}],
+                  "files": {"storage.inf": "ahci\n",
+                            "tavm2ssd.inf": "[Endurance Remaining]\nHALDEN M2S 256GB,231,100,80,60,40,20,0\n"}})")
+    {
+        g_srvmod = 1;
+        sim::holdSleeps(true);
+    }
+    ~FirstPass() override { sim::holdSleeps(false); }
+
+    template <class Rec> std::vector<Rec> answered(int id)
+    {
+        EXPECT_EQ(strgGetInstance(&cInfo, id, &dat), 0);
+        return recordsIn<Rec>(dat);
+    }
+};
+
+TEST_F(FirstPass, ReplacesWhatTheFirstCollectionLeft)
+{
+    ASSERT_EQ(instSt[TAV_CID_STRG_HDD].datNum, 2);
+    ASSERT_EQ(instSt[TAV_CID_STRG_LIFE].datNum, 1);
+    EXPECT_EQ(recordsIn<StrgHddRec>(instSt[TAV_CID_STRG_HDD])[0].SmartStatus, 0);
+    EXPECT_EQ(recordsIn<StrgLifeRec>(instSt[TAV_CID_STRG_LIFE])[0].EnduranceRemaining, -1);
+    ASSERT_EQ(strgCreateThread(&cInfo), 0);
+    ASSERT_TRUE(sim::awaitSleep(1, 60));
+    EXPECT_EQ(answered<StrgHddRec>(TAV_CID_STRG_HDD).at(0).SmartStatus, 1);
+    EXPECT_EQ(answered<StrgHddRec>(TAV_CID_STRG_HDD).at(1).SmartStatus, 0);
+    EXPECT_EQ(answered<StrgLifeRec>(TAV_CID_STRG_LIFE).at(0).EnduranceRemaining, 3);
+    strgExitThread(&cInfo);
 }
 
 // Readers of an array that is replaced, resized, dropped and reloaded all the time see whole records only.

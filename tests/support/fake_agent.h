@@ -50,6 +50,7 @@ public:
     std::vector<std::string> closed; // library file names, in order
     std::vector<std::string> lines;  // that the trace library got, "level|module|function|text"
     std::vector<std::string> paths;  // that SetFilePath got
+    std::vector<std::string> calls;  // of either of the two, in order: "SetFilePath", "TraceLog"
 };
 
 namespace fake_agent {
@@ -60,6 +61,7 @@ inline void setFilePath(const char *name)
 {
     const std::lock_guard held(FakeAgent::guard());
     FakeAgent::current()->paths.push_back(name);
+    FakeAgent::current()->calls.emplace_back("SetFilePath");
 }
 
 inline void traceLog(int level, const char *module, const char *function, int, const char *format, ...)
@@ -71,6 +73,7 @@ inline void traceLog(int level, const char *module, const char *function, int, c
     va_end(args);
     const std::lock_guard held(FakeAgent::guard());
     FakeAgent::current()->lines.push_back(std::to_string(level) + "|" + module + "|" + function + "|" + text);
+    FakeAgent::current()->calls.emplace_back("TraceLog");
 }
 
 inline int sendIndication(AlertIndication)

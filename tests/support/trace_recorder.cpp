@@ -65,6 +65,17 @@ std::vector<std::string> TraceRecorder::textsOf(const std::string &function) con
     return result;
 }
 
+std::vector<std::string> TraceRecorder::linesOf(const std::string &function) const
+{
+    std::vector<std::string> result;
+    for (const TraceRecord &record : records()) {
+        if (record.function == function) {
+            result.push_back(std::to_string(record.level) + " " + record.text);
+        }
+    }
+    return result;
+}
+
 bool TraceRecorder::has(int level, const std::string &text, const std::string &function) const
 {
     for (const TraceRecord &record : records()) {

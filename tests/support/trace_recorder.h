@@ -22,6 +22,8 @@ public:
     // Texts only, of all functions or of one, in order.
     std::vector<std::string> texts() const;
     std::vector<std::string> textsOf(const std::string &function) const;
+    // Texts of one function with their levels, "3 ##start##", in order.
+    std::vector<std::string> linesOf(const std::string &function) const;
     // Whether a line with exactly this level and text was traced (by that function, when one is named).
     bool has(int level, const std::string &text, const std::string &function = "") const;
     void clear();

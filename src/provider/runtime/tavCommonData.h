@@ -10,10 +10,11 @@ inline CMPIString *ownedText(const CMPIData &data)
     return data.type == CMPI_string ? data.value.string : nullptr;
 }
 
-// The characters of a text whose handle is not null; they live as long as it does.
+// The characters of a text whose handle is not null; they live as long as it does. A text's handle is the characters
+// themselves; the macro that says so has another meaning in later header sets.
 inline const char *textOf(const CMPIString *text)
 {
-    return CMGetCharPtr(text);
+    return static_cast<const char *>(text->hdl);
 }
 
 // Whether the value stands in the data itself: a number or a truth value, there and not NULL.

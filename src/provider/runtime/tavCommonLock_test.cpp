@@ -36,10 +36,9 @@ protected:
 TEST_F(Locks, MissingArgumentsFailInTheirOrder)
 {
     EXPECT_EQ(nonsrvMutexLock(nullptr, nullptr), -1);
-    EXPECT_THAT(trace.textsOf("nonsrvMutexLock"), ElementsAre("_IN_", "_OUT_ param(cInfo) Failure!!"));
-    trace.clear();
     EXPECT_EQ(nonsrvMutexLock(&anyone, nullptr), -1);
-    EXPECT_THAT(trace.textsOf("nonsrvMutexLock"), ElementsAre("_IN_", "_OUT_ param(mutex) Failure!!"));
+    EXPECT_THAT(trace.linesOf("nonsrvMutexLock"),
+                ElementsAre("0 _IN_", "3 _OUT_ param(cInfo) Failure!!", "0 _IN_", "3 _OUT_ param(mutex) Failure!!"));
     EXPECT_EQ(shmMutexLock(nullptr), -1);
     EXPECT_TRUE(trace.has(kFailure, "_OUT_ param(mutex) Failure!!", "shmMutexLock"));
     EXPECT_EQ(shmMutexUnlock(nullptr), -1);

@@ -1,8 +1,8 @@
 #include "provider/runtime/tavCommonMemory.h"
 
-#include "sim/sim.h"
-#include "support/quiet_trace.h"
+#include "support/short_memory.h"
 #include "support/trace_recorder.h"
+#include "support/trace_watch.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -12,6 +12,8 @@
 using testing::ElementsAre;
 
 namespace {
+
+const std::string kShort = "_OUT_ adr is Null Failure!! errno=[" + std::to_string(ENOMEM) + "]";
 
 std::string formatted(const char *format, const void *pointer)
 {
@@ -41,16 +43,15 @@ TEST(Memalloc, RefusesZeroAndNegativeSizes)
 
 TEST(Memalloc, TellsWhenMemoryIsShort)
 {
-    if (!sim::allocationsCanFail()) {
-        GTEST_SKIP() << "the allocator is the sanitizer's";
+    SKIP_UNLESS_MEMORY_CAN_BE_SHORT();
+    const TraceWatch told(kFailure, kShort.c_str());
+    void *block = nullptr;
+    {
+        const ShortMemory memory(1);
+        block = memalloc(100);
     }
-    QuietTrace last;
-    sim::countCallsOf(ownName());
-    sim::failNth(sim::Call::allocate, 1);
-    void *const block = memalloc(100);
-    sim::failNth(sim::Call::allocate, 0);
     EXPECT_EQ(block, nullptr);
-    EXPECT_EQ(last.text(), "_OUT_ adr is Null Failure!! errno=[" + std::to_string(ENOMEM) + "]");
+    EXPECT_EQ(told.seen(), 1);
 }
 
 TEST(Memrealloc, KeepsTheContent)
@@ -81,19 +82,18 @@ TEST(Memrealloc, LeavesTheBlockValidWhenTheSizeIsNotPositive)
 
 TEST(Memrealloc, FreesTheOldBlockWhenMemoryIsShort)
 {
-    if (!sim::allocationsCanFail()) {
-        GTEST_SKIP() << "the allocator is the sanitizer's";
-    }
-    QuietTrace last;
-    sim::countCallsOf(ownName());
+    SKIP_UNLESS_MEMORY_CAN_BE_SHORT();
+    const TraceWatch told(kFailure, kShort.c_str());
+    sim::countCallsOf("");
     const int64_t before = sim::liveBlocks();
-    void *const block = memalloc(16);
-    sim::failNth(sim::Call::allocate, 1);
-    void *const result = memrealloc(block, 32);
-    sim::failNth(sim::Call::allocate, 0);
+    void *result = memalloc(16);
+    {
+        const ShortMemory memory(1);
+        result = memrealloc(result, 32);
+    }
     EXPECT_EQ(result, nullptr);
     EXPECT_EQ(sim::liveBlocks(), before);
-    EXPECT_EQ(last.text(), "_OUT_ adr is Null Failure!! errno=[" + std::to_string(ENOMEM) + "]");
+    EXPECT_EQ(told.seen(), 1);
 }
 
 void freeTwice(char *&block)

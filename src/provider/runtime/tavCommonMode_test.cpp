@@ -34,6 +34,7 @@ protected:
         return getServiceMode(&cInfo);
     }
     std::vector<std::string> texts() { return trace.textsOf("getServiceMode"); }
+    std::vector<std::string> lines() { return trace.linesOf("getServiceMode"); }
     TraceRecorder trace;
 };
 
@@ -119,11 +120,11 @@ TEST_F(ServiceMode, AValueThatIsNoTruthValueIsAFailure)
         int mode;
         const char *text; // beginning of the exit
     } cases[] = {
-        {broker::Value::number(7, CMPI_uint8), 0, "_OUT_ getValue() Failure!! boolean=[7]"},
-        {broker::Value::number(2, CMPI_uint16), 0, "_OUT_ getValue() Failure!! boolean=[2]"},
-        {null, 0, "_OUT_ getValue() Failure!! boolean=[0]"},
-        {broker::Value::text("1"), 0, "_OUT_ getValue() Failure!! boolean=["},
-        {broker::Value::number(1, CMPI_uint8), 1, "_OUT_ InstalledServiceMode=[1]"},
+        {broker::Value::number(7, CMPI_uint8), 0, "3 _OUT_ getValue() Failure!! boolean=[7]"},
+        {broker::Value::number(2, CMPI_uint16), 0, "3 _OUT_ getValue() Failure!! boolean=[2]"},
+        {null, 0, "3 _OUT_ getValue() Failure!! boolean=[0]"},
+        {broker::Value::text("1"), 0, "3 _OUT_ getValue() Failure!! boolean=["},
+        {broker::Value::number(1, CMPI_uint8), 1, "0 _OUT_ InstalledServiceMode=[1]"},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.text);
@@ -132,7 +133,7 @@ TEST_F(ServiceMode, AValueThatIsNoTruthValueIsAFailure)
         broker.addInstance({"root/TAVKIT/AS", "TAV_GeneralInformation", {}, {{"InstalledServiceMode", c.value}}});
         EXPECT_EQ(ask(broker), c.mode);
         EXPECT_EQ(g_srvmod, c.mode == 1 ? 1 : -1);
-        EXPECT_THAT(texts().back(), testing::StartsWith(c.text));
+        EXPECT_THAT(lines().back(), testing::StartsWith(c.text));
         EXPECT_TRUE(broker.accounting().clean()) << testing::PrintToString(broker.accounting().notes);
     }
 }

@@ -2,9 +2,9 @@
 
 #include "broker/broker.h"
 #include "provider/runtime/tavCommonMemory.h"
-#include "sim/sim.h"
-#include "support/quiet_trace.h"
+#include "support/short_memory.h"
 #include "support/trace_recorder.h"
+#include "support/trace_watch.h"
 
 #include <cerrno>
 #include <gmock/gmock.h>
@@ -96,7 +96,7 @@ TEST_F(GetKeyIndex, AMissingKeyIsAFailure)
 TEST_F(GetKeyIndex, AMissingPathIsAFailure)
 {
     EXPECT_EQ(getKeyIndex(nullptr), -1);
-    EXPECT_THAT(trace.textsOf("getKeyIndex"), ElementsAre("_IN_ cop=[(nil)]", "_OUT_ Param(cop) Failure!!"));
+    EXPECT_THAT(trace.linesOf("getKeyIndex"), ElementsAre("0 _IN_ cop=[(nil)]", "3 _OUT_ Param(cop) Failure!!"));
 }
 
 TEST_F(GetArgToInt, TakesTextsWholeAndNumbersAs16Bits)
@@ -219,22 +219,21 @@ struct ReadyPath {
 
 TEST_F(NamesOfAPath, AreNullWhenMemoryIsShort)
 {
-    if (!sim::allocationsCanFail()) {
-        GTEST_SKIP() << "the allocator is the sanitizer's";
-    }
+    SKIP_UNLESS_MEMORY_CAN_BE_SHORT();
+    const std::string text = "_OUT_ CMGetCharsPtr() Failure!! errno=[" + std::to_string(ENOMEM) + "]";
     using Call = char *(*)(const CMPIObjectPath *);
     for (const Call call : {Call{getNameSpace}, Call{getClassName}}) {
         const ReadyPath ready;
-        QuietTrace last;
-        sim::countCallsOf(ownName());
-        sim::failNth(sim::Call::allocate, 1);
-        char *const copy = call(&ready.path);
-        const bool struck = sim::failureStruck();
-        sim::failNth(sim::Call::allocate, 0);
-        EXPECT_TRUE(struck);
+        const TraceWatch told(kFailure, text.c_str());
+        char *copy = nullptr;
+        {
+            const ShortMemory memory(1);
+            copy = call(&ready.path);
+            EXPECT_TRUE(memory.struck());
+        }
         EXPECT_EQ(copy, nullptr);
         EXPECT_EQ(ReadyPath::released(), 1);
-        EXPECT_EQ(last.text(), "_OUT_ CMGetCharsPtr() Failure!! errno=[" + std::to_string(ENOMEM) + "]");
+        EXPECT_EQ(told.seen(), 1);
     }
 }
 
@@ -247,9 +246,10 @@ TEST_F(GetEnumArray, MissingArgumentsFailInTheirOrder)
     EXPECT_EQ(getEnumArray(&cInfo, nullptr, nullptr, nullptr), -1);
     EXPECT_EQ(getEnumArray(&cInfo, "n", nullptr, nullptr), -1);
     EXPECT_EQ(getEnumArray(&cInfo, "n", "c", nullptr), -1);
-    EXPECT_THAT(trace.textsOf("getEnumArray"),
-                ElementsAre("_IN_", "_OUT_ Param(cInfo) Failure!!", "_IN_", "_OUT_ Param(namespace) Failure!!", "_IN_",
-                            "_OUT_ Param(classname) Failure!!", "_IN_", "_OUT_ Param(cPArray) Failure!!"));
+    EXPECT_THAT(trace.linesOf("getEnumArray"),
+                ElementsAre("0 _IN_", "3 _OUT_ Param(cInfo) Failure!!", "0 _IN_", "3 _OUT_ Param(namespace) Failure!!",
+                            "0 _IN_", "3 _OUT_ Param(classname) Failure!!", "0 _IN_",
+                            "3 _OUT_ Param(cPArray) Failure!!"));
     EXPECT_EQ(array, nullptr);
 }
 
@@ -279,27 +279,34 @@ TEST_F(GetEnumArray, GivesAnArrayOfTheCallersOwn)
 
 TEST_F(GetEnumArray, EveryFailureReleasesWhatWasMade)
 {
+    constexpr int kFailed = CMPI_RC_ERR_FAILED;
+    constexpr int kNull = CMPI_RC_OK; // no object although the status is good
+    constexpr int kNoHandle = broker::Broker::kNullHandle;
     const struct {
         const char *slot;
-        const char *text;
+        const char *call; // as it is told
+        std::vector<int> ways;
     } cases[] = {
-        {"newObjectPath", "_OUT_ CMNewObjectPath() Failure!! status=[1]"},
-        {"enumerateInstances", "_OUT_ CBEnumInstances() Failure!! status=[1]"},
-        {"toArray", "_OUT_ CMToArray() Failure!! status=[1]"},
-        {"getSize", "_OUT_ CMToArray() Failure!! status=[1]"},
-        {"clone", "_OUT_ CMClone() Failure!! status=[1]"},
+        {"newObjectPath", "CMNewObjectPath", {kFailed, kNull, kNoHandle}},
+        {"enumerateInstances", "CBEnumInstances", {kFailed, kNull, kNoHandle}},
+        {"toArray", "CMToArray", {kFailed, kNull, kNoHandle}},
+        {"getSize", "CMToArray", {kFailed}},
+        {"clone", "CMClone", {kFailed, kNull, kNoHandle}},
     };
     for (const auto &c : cases) {
-        SCOPED_TRACE(c.slot);
-        trace.clear();
-        const broker::Request request(broker, kClass);
-        const CInfo cInfo = {broker.handle(), request.context()};
-        CMPIArray *array = nullptr;
-        broker.failCall(c.slot, 1);
-        EXPECT_EQ(getEnumArray(&cInfo, "root/TAVKIT/AS", "TAV_GeneralInformation", &array), -1);
-        EXPECT_TRUE(broker.failureStruck());
-        EXPECT_TRUE(trace.has(kFailure, c.text, "getEnumArray"));
-        EXPECT_EQ(array, nullptr);
+        for (const int way : c.ways) {
+            SCOPED_TRACE(std::string(c.slot) + " " + std::to_string(way));
+            trace.clear();
+            const broker::Request request(broker, kClass);
+            const CInfo cInfo = {broker.handle(), request.context()};
+            CMPIArray *array = nullptr;
+            broker.failCall(c.slot, 1, way);
+            EXPECT_EQ(getEnumArray(&cInfo, "root/TAVKIT/AS", "TAV_GeneralInformation", &array), -1);
+            EXPECT_TRUE(broker.failureStruck());
+            EXPECT_EQ(trace.linesOf("getEnumArray").back(), std::string("3 _OUT_ ") + c.call + "() Failure!! status=[" +
+                                                                std::to_string(way == kFailed ? 1 : 0) + "]");
+            EXPECT_EQ(array, nullptr);
+        }
     }
 }
 

@@ -1,9 +1,9 @@
 #include "provider/runtime/tavCommonTrace.h"
 
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <dlfcn.h>
-#include <limits.h>
 #include <mutex>
 #include <syslog.h>
 #include <unistd.h>

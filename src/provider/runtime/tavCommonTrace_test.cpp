@@ -104,8 +104,21 @@ TEST_F(AgentLibraries, EitherTraceFunctionIsCalledWhenOnlyItIsThere)
     ASSERT_EQ(InitProcess("tavstrg.log"), 0);
     g_Func.trace.SetFilePath = nullptr;
     traceOne();
-    EXPECT_THAT(agent.paths, IsEmpty());
-    EXPECT_EQ(agent.lines.size(), 1u);
+    EXPECT_THAT(agent.calls, ElementsAre("TraceLog"));
+    FinishProcess();
+    ASSERT_EQ(InitProcess("tavstrg.log"), 0);
+    g_Func.trace.TraceLog = nullptr;
+    agent.calls.clear();
+    traceOne();
+    EXPECT_THAT(agent.calls, ElementsAre("SetFilePath"));
+}
+
+TEST_F(AgentLibraries, EachLineIsPrecededByTheNameOfItsFile)
+{
+    ASSERT_EQ(InitProcess("tavstrg.log"), 0);
+    traceOne();
+    traceOne();
+    EXPECT_THAT(agent.calls, ElementsAre("SetFilePath", "TraceLog", "SetFilePath", "TraceLog"));
 }
 
 TEST_F(AgentLibraries, FinishUnloadsTheAlertLibraryFirst)

@@ -187,17 +187,7 @@ protected:
         return readSaved(saved.dat) == 0 ? saved.dat[TAV_CID_STRG_HDD].datNum : -1;
     }
 
-    // Texts traced by one function with their levels, "0 _IN_".
-    std::vector<std::string> linesOf(const std::string &function) const
-    {
-        std::vector<std::string> lines;
-        for (const TraceRecord &record : trace->records()) {
-            if (record.function == function) {
-                lines.push_back(std::to_string(record.level) + " " + record.text);
-            }
-        }
-        return lines;
-    }
+    std::vector<std::string> linesOf(const std::string &function) const { return trace->linesOf(function); }
 
     sim::Machine machine;
     broker::Broker broker;
