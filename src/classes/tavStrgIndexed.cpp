@@ -20,7 +20,7 @@ static_assert(offsetof(StrgCtrlRec, Index) == 0 && offsetof(StrgScsiRec, Index) 
 
 int indexOf(const void *record)
 {
-    uint16_t index;
+    uint16_t index = 0;
     std::memcpy(&index, record, sizeof index);
     return index;
 }
@@ -46,6 +46,13 @@ CMPIStatus unread(const char *function, const CInfo *cInfo)
 {
     TRACE_AS(function, kFailure, "strgGetInstance() Failure!!");
     return failedCall(cInfo, "strgGetInstance");
+}
+
+// The records are gone since the store handed them out: with the last device of the kind, or with the store, which a stop
+// frees.
+CMPIStatus vanished(const char *function, const CInfo *cInfo, bool storeIsBuilt)
+{
+    return storeIsBuilt ? noData(function, cInfo) : unread(function, cInfo);
 }
 
 // Brings the class up to date and looks whether there is anything to answer with.
@@ -80,8 +87,11 @@ Build buildByKey(const IndexedClass &member, const char *function, const CInfo *
                  const char **properties, int key, DatInfo dat)
 {
     const RecordsReader reader(member.classId, dat);
-    if (dat.datNum <= 0 || dat.datAdr == nullptr) {
-        return {unread(function, cInfo), nullptr}; // gone since the store handed them out: most likely a stop
+    if (lacksArray(dat)) {
+        return {unread(function, cInfo), nullptr};
+    }
+    if (dat.datNum <= 0) {
+        return {vanished(function, cInfo, strgIsBuilt()), nullptr};
     }
     for (int i = 0; i < dat.datNum; ++i) {
         traceRecord(member, function, dat, i);
@@ -100,15 +110,18 @@ Build buildByKey(const IndexedClass &member, const char *function, const CInfo *
 class RecordsCopy {
 public:
     RecordsCopy(int classId, DatInfo dat) : dat_(copyOf(classId, dat)), block_(dat_.datAdr) {}
-    // datNum above 0 with a null array: there was no memory for the copy.
+    // datNum above 0 with a null array: there was no array, or no memory for the copy.
     const DatInfo &get() const { return dat_; }
+    // Whether the store was whole at that moment.
+    bool storeIsBuilt() const { return storeIsBuilt_; }
 
 private:
-    static DatInfo copyOf(int classId, DatInfo &dat)
+    DatInfo copyOf(int classId, DatInfo &dat)
     {
         const RecordsReader reader(classId, dat);
+        storeIsBuilt_ = strgIsBuilt();
         if (dat.datNum <= 0 || dat.datAdr == nullptr) {
-            return {dat.datSize, 0, nullptr};
+            return {dat.datSize, dat.datNum, nullptr};
         }
         const size_t size = static_cast<size_t>(dat.datNum) * dat.datSize;
         void *const block = std::malloc(size);
@@ -118,6 +131,7 @@ private:
         return {dat.datSize, dat.datNum, block};
     }
 
+    bool storeIsBuilt_ = false;
     DatInfo dat_;
     HeapBlock<uint8_t> block_;
 };
@@ -157,8 +171,11 @@ CMPIStatus enumerate(const IndexedClass &member, const char *function, const CIn
     }
     const RecordsCopy copy(member.classId, dat);
     const DatInfo &records = copy.get();
-    if (lacksArray(records) || records.datNum == 0) { // gone since the store handed them out: most likely a stop
+    if (lacksArray(records)) {
         return unread(function, cInfo);
+    }
+    if (records.datNum <= 0) {
+        return vanished(function, cInfo, copy.storeIsBuilt());
     }
     for (int i = 0; i < records.datNum; ++i) {
         traceRecord(member, function, records, i);

@@ -130,6 +130,23 @@ TEST(Qualifiers, ValueMapsHaveTheCodesThatTheToolKnows)
     }
 }
 
+// The thread's methods answer with their return value, the configuration's with the status of the call.
+TEST(Qualifiers, AMethodThatReturnsAValueSaysWhatItMeans)
+{
+    for (const mof::Class &one : schema()) {
+        for (const mof::Method &method : one.methods) {
+            const bool returns = one.name == kThreadClass;
+            EXPECT_EQ(method.qualifiers.contains("valuemap"), returns) << method.name;
+            const std::string description = method.qualifiers.at("description").front();
+            EXPECT_NE(description.find(returns ? "The return value tells" : "No value is returned"), std::string::npos)
+                << method.name << ": " << description;
+            if (returns) {
+                EXPECT_EQ(method.qualifiers.at("valuemap"), mof::Values({"0", "1"})) << method.name;
+            }
+        }
+    }
+}
+
 TEST(Qualifiers, InterfacesOfDevicesHaveTheWordsOfTheTool)
 {
     for (const char *of : {"HardDisk", "CDROM", "Tape", "OpticalMemory", "Misc"})
