@@ -48,8 +48,8 @@ CMPIStatus unread(const char *function, const CInfo *cInfo)
     return failedCall(cInfo, "strgGetInstance");
 }
 
-// The records are gone since the store handed them out: with the last device of the kind, or with the store, which a stop
-// frees.
+// The records are gone since the store handed them out: with the last device of the kind, or with the store, which a
+// stop frees.
 CMPIStatus vanished(const char *function, const CInfo *cInfo, bool storeIsBuilt)
 {
     return storeIsBuilt ? noData(function, cInfo) : unread(function, cInfo);

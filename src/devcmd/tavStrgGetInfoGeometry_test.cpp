@@ -20,6 +20,13 @@ namespace {
 
 using testing::ElementsAre;
 
+const int32_t kSectorSizeAtFirst = sector_size; // before any test has changed it
+
+TEST(SectorSize, Is512AtFirst)
+{
+    EXPECT_EQ(kSectorSizeAtFirst, 512);
+}
+
 struct GeometryTest : testing::Test {
     NodeFile node;
     BlockDisk disk;

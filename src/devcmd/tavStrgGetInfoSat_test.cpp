@@ -151,6 +151,17 @@ TEST(SatInterface, RecordedRepliesHaveTheirResults)
     }
 }
 
+TEST(SatInterface, WithoutSenseDataNoDescriptorIsLookedFor)
+{
+    for (const int selector : {SATCMD_SMART_ENABLE, SATCMD_SMART_STATUS, SATCMD_SMART_STATUS_CHECK}) {
+        ScsiDouble disk({SgReply{}});
+        const TraceRecorder traces;
+        EXPECT_EQ(sat_ata_cmd_interface(3, selector, 0, nullptr), 0);
+        EXPECT_TRUE(traces.has(3, "_OUT_ No sense data", "scsi_chk_sense_data_format"));
+        EXPECT_THAT(traces.textsOf("scsi_find_sense_data"), testing::IsEmpty());
+    }
+}
+
 SgReply returnStatus(const char *registers)
 {
     return SgReply{.status = 2,

@@ -42,6 +42,7 @@ TEST(FetchSataType, ADiskOfVendorAtaThatAnswersIdentifyIsSata)
     EXPECT_EQ(device.sent[0].header.dxfer_direction, -3);
     EXPECT_EQ(device.sent[0].header.dxfer_len, 64U);
     EXPECT_EQ(device.sent[0].header.mx_sb_len, 32);
+    EXPECT_NE(device.sent[0].header.sbp, nullptr);
     EXPECT_EQ(device.sent[0].header.timeout, 6000U);
     EXPECT_EQ(device.sent[1].cdb.at(0), 0x85);
     EXPECT_EQ(device.sent[1].cdb.at(14), 0xEC);

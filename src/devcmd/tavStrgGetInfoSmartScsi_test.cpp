@@ -47,6 +47,7 @@ HardDiskEntry run(const RoutineCase &c, const char *function, const char *exit, 
     return disk;
 }
 
+const char *const kSense6 = "sg 1a 00 1c 00 ff 00";
 const char *const kShort = "modese_len: 0(1:CDB[10], other:CDB[6])";
 const char *const kLong = "modese_len: 1(1:CDB[10], other:CDB[6])";
 const char *const kNeither = "modese_len: 2(1:CDB[10], other:CDB[6])";
@@ -396,6 +397,36 @@ TEST(ScsiSmart, EveryModeSenseReadsIntoAZeroedBuffer)
             }
         }
         EXPECT_EQ(senses, count);
+    }
+}
+
+TEST(ScsiSmart, ADiskThatCannotBeOpenedForTheChoiceIsSentTheSixByteCommands)
+{
+    struct {
+        const char *name;
+        void (*routine)(HardDiskEntry *hdt);
+        Lines sent;
+    } const cases[] = {
+        {"enable_scsi_smart", enable_scsi_smart, {kSense6, "sg 15 10 00 00 18 00", kSense6}},
+        {"disable_scsi_smart", disable_scsi_smart, {kSense6, "sg 15 10 00 00 18 00"}},
+        {"fetch_scsi_enable_disable", [](HardDiskEntry *hdt) { fetch_scsi_enable_disable(hdt); }, {kSense6}},
+    };
+    sim::countCallsOf("");
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        const sim::Machine machine(oneDisk(kDevKindScsi, ""));
+        HardDiskEntry disk = marked("/dev/sda");
+        const TraceRecorder traces;
+        sim::failNth(sim::Call::open, 2); // the first is the routine's own
+        c.routine(&disk);
+        EXPECT_TRUE(sim::failureStruck());
+        sim::failNth(sim::Call::open, 0);
+        EXPECT_THAT(leveled(traces, "scsiCDBModeSelect"), ElementsAre("_IN_", "! _OUT_ (-1)"));
+        const Lines lines = leveled(traces, c.name);
+        ASSERT_GE(lines.size(), 3U);
+        EXPECT_EQ(lines[1], kUnknown);
+        EXPECT_EQ(lines[2], kNeither);
+        EXPECT_EQ(wire(machine), c.sent);
     }
 }
 

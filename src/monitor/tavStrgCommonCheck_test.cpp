@@ -73,6 +73,16 @@ TEST_F(Check, WithNothingChangedTracesEachStepInOrder)
                             "0 _OUT_ ret=[0]"));
 }
 
+TEST_F(Check, TheCollectorIsGivenTheSmartModeOfTheStore)
+{
+    for (const int mode : {0, 1, 2}) {
+        gst_SmartMode = mode;
+        trace->clear();
+        ASSERT_EQ(strgCheckConfigChange(&cInfo), 0);
+        EXPECT_EQ(linesOf("strgGetCurrentInfo").front(), "0 _IN_ smartmode=[" + std::to_string(mode) + "]");
+    }
+}
+
 TEST_F(Check, DumpsTheStoreBeforeAndAfter)
 {
     machine.change(machineWith(2, "CHANGED"));

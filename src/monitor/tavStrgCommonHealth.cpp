@@ -1,4 +1,5 @@
 #include "monitor/tavStrgCommonHealth.h"
+#include "monitor/endurance/tavStrgCommonEndurance.h"
 
 #include "provider/runtime/tavCommonMemory.h"
 #include "provider/runtime/tavCommonText.h"
@@ -148,11 +149,11 @@ void compareLevel(StrgLifeRec &level, int16_t before, const StrgScsiRec &device,
     if (level.EnduranceRemaining == before) {
         return;
     }
-    const uint32_t event = lifeSpanEvent(level.EnduranceRemaining);
     TRACE_AS(function, kFailure, "inst[LIFE].Endu=[%d] -> cur[LIFE].Endu=[%d:%d]", before, level.EnduranceRemaining,
-             static_cast<int>(event));
+             g_M2SSDEndu);
     const alertDiskSt described = describeDisk(&device, interfaceTypeOf(device, disks));
-    static_cast<void>(strgPutAlert(event, &described)); // one that is not delivered is not retried
+    // One that is not delivered is not retried.
+    static_cast<void>(strgPutAlert(lifeSpanEvent(level.EnduranceRemaining), &described));
 }
 
 } // namespace
@@ -185,7 +186,8 @@ int strgAlertLifeSpan(DatInfo *current, const char *function)
     const std::span<const StrgScsiRec> devices = recordsOf<const StrgScsiRec>(current[TAV_CID_STRG_SCSI]);
     int position = 0;
     for (StrgLifeRec &level : recordsOf<StrgLifeRec>(current[TAV_CID_STRG_LIFE])) {
-        TRACE_AS(function, kDetail, "SSD-LifeSpan_[%d]", position++);
+        TRACE_AS(function, kDetail, "SSD-LifeSpan_[%d]", position);
+        ++position;
         const StrgScsiRec *const device = findDeviceOfLevel(level, devices, function);
         if (device == nullptr) {
             continue;

@@ -1,4 +1,5 @@
 // The steps of a pass that alert, line by line, and what they are decided by.
+#include "monitor/endurance/tavStrgCommonEndurance.h"
 #include "monitor/tavStrgCommonHistoryFixture_test.h"
 
 namespace {
@@ -26,7 +27,10 @@ TEST_F(Pass, TheStepsOfTheAlertsAreTracedInOrder)
     build({{"A", 0, 5}, {"B", 0, 5}});
     ASSERT_EQ(pass({{"A", 1, 5}, {"B", 0, 5}}), 0);
     trace->clear();
-    ASSERT_EQ(pass({{"A", 1, 5}, {"B", 1, 2}}), 0);
+    g_M2SSDEndu = 37;
+    const int ret = pass({{"A", 1, 5}, {"B", 1, 2}});
+    g_M2SSDEndu = 0;
+    ASSERT_EQ(ret, 0);
     std::vector<std::string> lines = linesOf("strgCheckConfigChange");
     const auto first = std::ranges::find(lines, "0 strgGetCurrentInfo()") + 1;
     const auto last = std::ranges::find(lines, "0 Idx=[2] curNum[0]<=>instSt[0]");
@@ -37,8 +41,7 @@ TEST_F(Pass, TheStepsOfTheAlertsAreTracedInOrder)
                     "0 cur[LIFE].HDDIndex=[1] cur[SCSI].DevTypeIndex=[1]", "0 cur[LIFE].Endu=[5] inst[LIFE].Endu=[5]",
                     "0 SSD-LifeSpan_[1]", "0 cur[LIFE].HDDIndex=[2] cur[SCSI].DevTypeIndex=[1]",
                     "0 cur[LIFE].HDDIndex=[2] cur[SCSI].DevTypeIndex=[2]", "0 cur[LIFE].Endu=[2] inst[LIFE].Endu=[5]",
-                    "3 inst[LIFE].Endu=[5] -> cur[LIFE].Endu=[2:" +
-                        std::to_string(static_cast<int>(TAV_ALERTID_LIFESPAN_LV2)) + "]"));
+                    "3 inst[LIFE].Endu=[5] -> cur[LIFE].Endu=[2:37]"));
     EXPECT_THAT(sent(), ElementsAre("smart 1", "level 5 of 1", "level 5 of 2", "smart 2", "level 2 of 2"));
 }
 

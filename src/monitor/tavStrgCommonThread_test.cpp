@@ -10,13 +10,20 @@
 #include <semaphore>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
-// The system's, but where a test has it refuse. The program is linked so that calls come here.
+// The system's, but where a test has it refuse or know no thread. The program is linked so that calls come here.
 static std::atomic<bool> joiningFails{false};
+static std::atomic<bool> threadsAreUnknown{false};
 extern "C" int __real_pthread_join(pthread_t thread, void **result);
 extern "C" int __wrap_pthread_join(pthread_t thread, void **result)
 {
     return joiningFails ? EINVAL : __real_pthread_join(thread, result);
+}
+extern "C" int __real_pthread_kill(pthread_t thread, int signal);
+extern "C" int __wrap_pthread_kill(pthread_t thread, int signal)
+{
+    return threadsAreUnknown ? ESRCH : __real_pthread_kill(thread, signal);
 }
 
 namespace {
@@ -280,6 +287,18 @@ TEST_F(MonitoringThread, OneThatDiedIsFoundGoneAndCanBeStartedAgain)
     }
     startAndSleep();
     EXPECT_EQ(getThreadSts(&gst_thid), 1);
+}
+
+TEST_F(MonitoringThread, OneThatTheSystemDoesNotKnowIsForgottenAndCanBeStartedAgain)
+{
+    gst_thid = pthread_self();
+    threadsAreUnknown = true;
+    EXPECT_EQ(getThreadSts(strgGetThreadID()), 0);
+    threadsAreUnknown = false;
+    EXPECT_EQ(std::exchange(gst_thid, 0), 0U);
+    EXPECT_EQ(linesOf("getThreadSts").back(), "0 _OUT_ thread is NotRun");
+    startAndSleep();
+    EXPECT_EQ(getThreadSts(strgGetThreadID()), 1);
 }
 
 TEST_F(MonitoringThread, StoppingOneThatDiedFreesItsContextAndTheStore)

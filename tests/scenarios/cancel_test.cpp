@@ -2,13 +2,18 @@
 #include "scenarios/child.h"
 #include "scenarios/monitored.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <ostream>
+#include <scsi/scsi_ioctl.h>
+#include <sys/ioctl.h>
 #include <thread>
+#include <unistd.h>
 #include <utility>
 
 namespace {
@@ -75,9 +80,9 @@ Left leftNow()
     return {sim::liveBlocks(), sim::liveDescriptors(), sim::liveSegments()};
 }
 
-class Cancellation : public testing::TestWithParam<const char *> {
+class StopsDuringPasses : public testing::Test {
 protected:
-    Cancellation()
+    explicit StopsDuringPasses(const std::string &description) : machine(description)
     {
         EXPECT_TRUE(steps.start(*server));
         everything = scenario::everythingOf(*server);
@@ -132,11 +137,16 @@ protected:
         scenario::expectNothingLeft(*server);
     }
 
-    sim::Machine machine{scenario::exampleMachine(GetParam())};
+    sim::Machine machine;
     scenario::Steps steps;
     Server server{scenario::inServiceMode()};
     nlohmann::json everything;
     Left afterStop = {};
+};
+
+class Cancellation : public StopsDuringPasses, public testing::WithParamInterface<const char *> {
+protected:
+    Cancellation() : StopsDuringPasses(scenario::exampleMachine(GetParam())) {}
 };
 
 TEST_P(Cancellation, AtEveryCancellationPointOfAPassLeavesNothingAndTheNextStartWorks)
@@ -164,6 +174,88 @@ TEST_P(Cancellation, RequestedAtAnyOtherCallOfAPassLeavesNothingAndTheNextStartW
 
 INSTANTIATE_TEST_SUITE_P(Machines, Cancellation, testing::Values("workstation", "ide", "usb", "server"),
                          [](const auto &testInfo) { return std::string(testInfo.param); });
+
+// ---- disks that are switched on for a while ----
+
+struct WatchedDisk {
+    const char *node;
+    bool scsi; // answers as a SCSI disk does, behind an adapter that identifies it
+    bool on;
+};
+
+constexpr WatchedDisk kWatched[] = {{"/dev/sda", false, false}, {"/dev/sdb", true, false}, {"/dev/sdc", false, true}};
+
+std::string watchedMachine()
+{
+    nlohmann::json machine = nlohmann::json::parse(scenario::machineOfDisks(std::size(kWatched)));
+    nlohmann::json &devices = machine["hosts"][0]["devices"];
+    for (size_t i = 0; i < std::size(kWatched); ++i) {
+        if (kWatched[i].scsi) {
+            devices[i]["vendor"] = "TEST";
+            devices[i]["exceptions"] = {{"supported", true}, {"dexcpt", !kWatched[i].on}};
+        } else {
+            devices[i]["smart"] = {{"enabled", kWatched[i].on}};
+        }
+    }
+    return machine.dump();
+}
+
+// DEXCPT of the current page 1C (SPC-4) is clear, as the disk itself tells.
+bool reportsExceptions(const char *node)
+{
+    constexpr size_t kPage = 4; // behind the header, as no block descriptor is asked for
+    struct {
+        unsigned int in, out;
+        uint8_t bytes[64];
+    } request = {0, sizeof request.bytes, {0x1A, 0x08, 0x1C, 0, sizeof request.bytes, 0}};
+    const int fd = ::open(node, O_RDWR | O_CLOEXEC);
+    EXPECT_EQ(::ioctl(fd, SCSI_IOCTL_SEND_COMMAND, &request), 0);
+    ::close(fd);
+    EXPECT_EQ(request.bytes[kPage] & 0x3F, 0x1C);
+    return (request.bytes[kPage + 2] & 0x08) == 0;
+}
+
+// MODE SELECT(6), and SMART ENABLE and DISABLE OPERATIONS through ATA PASS-THROUGH(16).
+bool switchesADisk(const sim::Command &command)
+{
+    const std::vector<uint8_t> &cdb = command.bytes;
+    return (cdb.size() == 6 && cdb[0] == 0x15) ||
+           (cdb.size() == 16 && cdb[0] == 0x85 && (cdb[4] == 0xD8 || cdb[4] == 0xD9));
+}
+
+class SmartWatch : public StopsDuringPasses {
+protected:
+    SmartWatch() : StopsDuringPasses(watchedMachine()) {}
+
+    void expectEachAsItWas() const
+    {
+        for (const WatchedDisk &disk : kWatched) {
+            EXPECT_EQ(disk.scsi ? reportsExceptions(disk.node) : machine.smartSwitchedOn(disk.node), disk.on)
+                << disk.node;
+        }
+    }
+};
+
+TEST_F(SmartWatch, StoppedAtAnyCommandLeavesEachDiskAsItWas)
+{
+    machine.forgetCommands();
+    const unsigned calls = callsOfAPass(sim::Call::ioctl);
+    for (const WatchedDisk &disk : kWatched) {
+        const std::vector<sim::Command> sent = machine.commands();
+        EXPECT_EQ(std::ranges::count_if(
+                      sent, [&](const auto &command) { return command.device == disk.node && switchesADisk(command); }),
+                  disk.on ? 1 : 2)
+            << disk.node;
+    }
+    expectEachAsItWas();
+    for (unsigned nth = 1; nth <= calls && !HasFailure(); ++nth) {
+        SCOPED_TRACE("stopped at command " + std::to_string(nth) + " of " + std::to_string(calls));
+        stopAt(sim::Call::ioctl, nth);
+        expectEachAsItWas();
+    }
+    server->stop();
+    scenario::expectNothingLeft(*server);
+}
 
 // ---- disks that hang ----
 
