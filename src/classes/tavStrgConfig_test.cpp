@@ -174,7 +174,7 @@ TEST_F(ConfigMethods, WithoutCallInformationThereIsNoMessage)
         TAV_STRGConfigInvokeMethod(nullptr, nullptr, nullptr, "SetMonitorCycle", nullptr, nullptr);
     EXPECT_EQ(status.rc, CMPI_RC_ERR_FAILED);
     EXPECT_EQ(status.msg, nullptr);
-    EXPECT_THAT(trace.textsOf(kFunction), ElementsAre("_IN_", "param(cInfo) Failure!!", "_OUT_"));
+    EXPECT_THAT(trace.linesOf(kFunction), ElementsAre("0 _IN_", "3 param(cInfo) Failure!!", "0 _OUT_"));
 }
 
 TEST_F(ConfigMethods, AChangeIsNotLostToARequestThatReadsMeanwhile)

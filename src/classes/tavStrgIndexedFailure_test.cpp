@@ -38,7 +38,7 @@ TEST_F(Indexed, AKeyThatIsZeroOrUnreadableFailsBeforeTheStoreIsAsked)
             const Reply reply = get(member, {{"Index", key}});
             EXPECT_EQ(reply.rc, CMPI_RC_ERR_FAILED);
             EXPECT_EQ(reply.message, "getKeyIndex() FAILED");
-            EXPECT_THAT(trace.textsOf(getName(member)), ElementsAre("_IN_", "getKeyIndex() Failure!!", "_OUT_"));
+            EXPECT_THAT(trace.linesOf(getName(member)), ElementsAre("0 _IN_", "3 getKeyIndex() Failure!!", "0 _OUT_"));
             EXPECT_TRUE(trace.textsOf("strgGetInstance").empty());
         }
         EXPECT_EQ(get(member, std::vector<NamedValue>{}).message, "getKeyIndex() FAILED");
@@ -97,11 +97,10 @@ TEST_F(Indexed, SetPropInstChecksItsParametersInOrder)
         EXPECT_EQ(member.build(&cInfo, nullptr, nullptr, nullptr), nullptr);
         EXPECT_EQ(member.build(&cInfo, request.path(), nullptr, nullptr), nullptr);
         EXPECT_EQ(member.build(&cInfo, nullptr, nullptr, record), nullptr);
-        EXPECT_THAT(trace.textsOf(buildName(member)),
-                    ElementsAre("_IN_", "_OUT_ param(cInfo) Failure!!", "_IN_", "_OUT_ Param(cop) Failure!!", "_IN_",
-                                std::string("_OUT_ Param(") + member.recordParam + ") Failure!!", "_IN_",
-                                "_OUT_ Param(cop) Failure!!"));
-        EXPECT_TRUE(trace.has(kFailure, std::string("_OUT_ Param(") + member.recordParam + ") Failure!!"));
+        EXPECT_THAT(trace.linesOf(buildName(member)),
+                    ElementsAre("0 _IN_", "3 _OUT_ param(cInfo) Failure!!", "0 _IN_", "3 _OUT_ Param(cop) Failure!!",
+                                "0 _IN_", std::string("3 _OUT_ Param(") + member.recordParam + ") Failure!!", "0 _IN_",
+                                "3 _OUT_ Param(cop) Failure!!"));
     }
 }
 

@@ -28,10 +28,11 @@ TEST_F(Indexed, GetInstanceGivesTheRecordWithTheKeyWhereverItStands)
         EXPECT_EQ(reply.instances[0].nameSpace, "root/TAVKIT/AS");
         EXPECT_EQ(reply.instances[0].find("Index")->toString(), "2");
         const std::string record = member.recordName;
-        const std::vector<std::string> texts = trace.textsOf(getName(member));
-        EXPECT_THAT(texts, ElementsAre("_IN_", std::string("strgGetInstance(") + member.classIdName + ")",
-                                       record + "[0]->Index=[3]", record + "[1]->Index=[1]", record + "[2]->Index=[2]",
-                                       "CMReturnInstance()", "CMReturnDone()", "_OUT_"));
+        EXPECT_THAT(trace.linesOf(getName(member)),
+                    ElementsAre("0 _IN_", std::string("0 strgGetInstance(") + member.classIdName + ")",
+                                "0 " + record + "[0]->Index=[3]", "0 " + record + "[1]->Index=[1]",
+                                "0 " + record + "[2]->Index=[2]", "0 CMReturnInstance()", "0 CMReturnDone()",
+                                "0 _OUT_"));
         put<StrgDevRec>(TAV_CID_STRG_CDROM, {});
     }
 }
@@ -66,7 +67,9 @@ TEST_F(Indexed, SetPropInstTracesEveryStep)
     for (const Member &member : kMembers) {
         SCOPED_TRACE(member.cimName);
         fill(member.classId, {7});
+        broker.forgetCalls();
         ASSERT_EQ(get(member, "7").rc, CMPI_RC_OK);
+        EXPECT_EQ(broker.calls("addKey"), 1u);
         std::vector<std::string> texts = trace.textsOf(buildName(member));
         ASSERT_GT(texts.size(), 4u);
         EXPECT_THAT(texts[2], testing::StartsWith("memfree(0x"));
@@ -89,6 +92,26 @@ TEST_F(Indexed, SetPropInstTracesEveryStep)
     }
 }
 
+TEST_F(Indexed, AKeyOrPropertyThatIsNotTakenIsNoFailure)
+{
+    fill(TAV_CID_STRG_HDD, {1});
+    const struct {
+        const char *slot;
+        unsigned nth;
+        const char *property; // that the instance then lacks
+    } cases[] = {{"addKey", 1, nullptr}, {"setProperty", 1, "Index"}, {"setProperty", 2, "InterfaceType"}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.slot);
+        broker.failCall(c.slot, c.nth);
+        const Reply reply = get(hardDisk(), "1");
+        EXPECT_TRUE(broker.failureStruck());
+        EXPECT_EQ(reply.rc, CMPI_RC_OK) << reply.message;
+        ASSERT_EQ(reply.instances.size(), 1u);
+        EXPECT_EQ(reply.instances[0].properties.size(), hardDisk().properties.size() - (c.property == nullptr ? 0 : 1));
+        EXPECT_TRUE(c.property == nullptr || reply.instances[0].find(c.property) == nullptr);
+    }
+}
+
 TEST_F(Indexed, EnumInstancesGivesEveryRecordInArrayOrder)
 {
     for (const Member &member : kMembers) {
@@ -102,11 +125,12 @@ TEST_F(Indexed, EnumInstancesGivesEveryRecordInArrayOrder)
         EXPECT_EQ(reply.instances[1].find("Index")->toString(), "1");
         EXPECT_EQ(reply.instances[2].find("Index")->toString(), "2");
         const std::string record = member.recordName;
-        EXPECT_THAT(trace.textsOf(enumName(member)),
-                    ElementsAre("_IN_", std::string("strgGetInstance(") + member.enumClassIdName + ")",
-                                record + "[0]->Index=[3]", "CMReturnInstance()", record + "[1]->Index=[1]",
-                                "CMReturnInstance()", record + "[2]->Index=[2]", "CMReturnInstance()", "CMReturnDone()",
-                                "_OUT_"));
+        EXPECT_THAT(trace.linesOf(enumName(member)),
+                    ElementsAre("0 _IN_", std::string("0 strgGetInstance(") + member.enumClassIdName + ")",
+                                "0 " + record + "[0]->Index=[3]", "0 CMReturnInstance()",
+                                "0 " + record + "[1]->Index=[1]", "0 CMReturnInstance()",
+                                "0 " + record + "[2]->Index=[2]", "0 CMReturnInstance()", "0 CMReturnDone()",
+                                "0 _OUT_"));
     }
 }
 

@@ -60,7 +60,7 @@ TEST_F(ThreadClass, TellsWhetherTheThreadRuns)
         EXPECT_EQ(reply.instances[0].properties[0].name, "ThreadRunning");
         EXPECT_EQ(reply.instances[0].properties[0].value.type, CMPI_uint16);
         EXPECT_EQ(reply.instances[0].properties[0].value.toString(), running ? "1" : "0");
-        EXPECT_THAT(trace.textsOf(kGet), ElementsAre("_IN_", "CMReturnInstance()", "CMReturnDone()", "_OUT_"));
+        EXPECT_THAT(trace.linesOf(kGet), ElementsAre("0 _IN_", "0 CMReturnInstance()", "0 CMReturnDone()", "0 _OUT_"));
         EXPECT_THAT(trace.textsOf(kBuild),
                     ElementsAre("_IN_", "CMNewObjectPath() NameSpace=[root/TAVKIT/AS]",
                                 testing::StartsWith("memfree(0x"), "CMNewInstance()", "CMSetPropertyFilter()",
@@ -84,10 +84,46 @@ TEST_F(ThreadClass, SetPropInstChecksItsParametersInOrder)
     EXPECT_EQ(TAV_STRGThreadSetPropInst(nullptr, nullptr, nullptr, nullptr), nullptr);
     EXPECT_EQ(TAV_STRGThreadSetPropInst(&cInfo, nullptr, nullptr, &status), nullptr);
     EXPECT_EQ(TAV_STRGThreadSetPropInst(&cInfo, request.path(), nullptr, nullptr), nullptr);
-    EXPECT_THAT(trace.textsOf(kBuild),
-                ElementsAre("_IN_", "_OUT_ param(cInfo) Failure!!", "_IN_", "_OUT_ Param(cop) Failure!!", "_IN_",
-                            "_OUT_ Param(dattotal) Failure!!"));
-    EXPECT_TRUE(trace.has(kFailure, "_OUT_ Param(dattotal) Failure!!", kBuild));
+    EXPECT_THAT(trace.linesOf(kBuild),
+                ElementsAre("0 _IN_", "3 _OUT_ param(cInfo) Failure!!", "0 _IN_", "3 _OUT_ Param(cop) Failure!!",
+                            "0 _IN_", "3 _OUT_ Param(dattotal) Failure!!"));
+}
+
+TEST_F(ThreadClass, APropertyThatIsNotTakenIsNoFailure)
+{
+    broker.failCall("setProperty", 1);
+    const Reply reply = get();
+    EXPECT_TRUE(broker.failureStruck());
+    EXPECT_EQ(reply.rc, CMPI_RC_OK) << reply.message;
+    ASSERT_EQ(reply.instances.size(), 1u);
+    EXPECT_TRUE(reply.instances[0].properties.empty());
+}
+
+// Objects alive when a function begins to set the property filter of an instance.
+const broker::Broker *watched;
+int64_t aliveAtFilter;
+void countAtFilter(int, const char *, const char *, int, const char *format, ...)
+{
+    if (std::strcmp(format, "CMSetPropertyFilter()") == 0) {
+        aliveAtFilter = watched->accounting().live;
+    }
+}
+
+TEST_F(ThreadClass, ThePathIsReleasedAsSoonAsTheInstanceStands)
+{
+    // Outside of any request every object counts: the request's path and the instance are the only ones left.
+    CMPIObjectPath *const cop =
+        broker.handle()->eft->newObjectPath(broker.handle(), "root/TAVKIT/AS", "TAV_StorageThread", nullptr);
+    const uint16_t status = 1;
+    watched = &broker;
+    aliveAtFilter = 0;
+    g_Func.trace.TraceLog = countAtFilter;
+    CMPIInstance *const instance = TAV_STRGThreadSetPropInst(&outside, cop, nullptr, &status);
+    g_Func.trace.TraceLog = nullptr;
+    EXPECT_EQ(aliveAtFilter, 2);
+    ASSERT_NE(instance, nullptr);
+    instance->ft->release(instance);
+    cop->ft->release(cop);
 }
 
 TEST_F(ThreadClass, WithoutCallInformationThereIsNoMessage)
@@ -100,7 +136,7 @@ TEST_F(ThreadClass, WithoutCallInformationThereIsNoMessage)
         EXPECT_EQ(status.msg, nullptr);
     }
     for (const char *const function : {kGet, kStart, kStop}) {
-        EXPECT_THAT(trace.textsOf(function), ElementsAre("_IN_", "param(cInfo) Failure!!", "_OUT_"));
+        EXPECT_THAT(trace.linesOf(function), ElementsAre("0 _IN_", "3 param(cInfo) Failure!!", "0 _OUT_"));
     }
 }
 
@@ -142,11 +178,11 @@ TEST_F(ThreadClass, EitherMethodIsRefusedOutsideServiceModeWhateverTheThread)
         Reply reply = start();
         EXPECT_EQ(reply.rc, CMPI_RC_ERR_FAILED);
         EXPECT_EQ(reply.message, "ServiceMode is non-Service FAILED");
-        EXPECT_THAT(trace.textsOf(kStart), ElementsAre("_IN_", "ServiceMode is non-Service Failure!!", "_OUT_"));
+        EXPECT_THAT(trace.linesOf(kStart), ElementsAre("0 _IN_", "3 ServiceMode is non-Service Failure!!", "0 _OUT_"));
         reply = stop();
         EXPECT_EQ(reply.rc, CMPI_RC_ERR_FAILED);
         EXPECT_EQ(reply.message, "ServiceMode is non-Service FAILED");
-        EXPECT_THAT(trace.textsOf(kStop), ElementsAre("_IN_", "ServiceMode is non-Service Failure!!", "_OUT_"));
+        EXPECT_THAT(trace.linesOf(kStop), ElementsAre("0 _IN_", "3 ServiceMode is non-Service Failure!!", "0 _OUT_"));
     }
 }
 

@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <deque>
 #include <string>
 #include <vector>
@@ -136,6 +137,14 @@ inline void addUnmanaged(const char *vendor, const char *model)
     copyText(node->model, model);
     node->next = pleafNoSCSI_Tbl;
     pleafNoSCSI_Tbl = node;
+}
+
+// What freeing a block traces.
+inline std::string freedText(const void *block)
+{
+    char text[64];
+    std::snprintf(text, sizeof text, "memfree(%p)", block);
+    return text;
 }
 
 // Position of the first line of this text among all lines; -1 when there is none.

@@ -291,9 +291,7 @@ TEST_F(Controllers, FreeingNullsEveryTableInItsOrder)
     for (const void *const table :
          {static_cast<void *>(pCtrlTbl), static_cast<void *>(pDriverTbl), static_cast<void *>(pPortTbl),
           static_cast<void *>(pIDECtrlTbl), static_cast<void *>(pSCSICtrlTbl)}) {
-        char text[64];
-        std::snprintf(text, sizeof text, "memfree(%p)", table);
-        expected.emplace_back(text);
+        expected.push_back(freedText(table));
     }
     expected.emplace_back("_OUT_");
     FreeControllerTable();

@@ -202,6 +202,13 @@ protected:
         TotalSCSIDevice = TotalCdromDevice = 1;
         ASSERT_EQ(MallocDeviceTable(), 0);
     }
+    // Lines of released blocks, in order.
+    std::vector<std::string> freed() const
+    {
+        std::vector<std::string> texts = trace_.texts();
+        std::erase_if(texts, [](const std::string &text) { return !text.starts_with("memfree("); });
+        return texts;
+    }
     HandMadeLists lists_;
 };
 
@@ -246,28 +253,54 @@ TEST_F(ScsiTable, AnAdapterListThatCannotBeReadFails)
 {
     prepare(R"({"hosts": [{"driver": "ahci"}], "files": {"storage.inf": "ahci\n"}})", "CD-ROM");
     sim::countCallsOf("");
-    for (unsigned nth = 1; !trace_.has(kFailure, "_OUT_ read_proc_scsi() failed", "MakeSCSIDeviceTable"); ++nth) {
-        ASSERT_LT(nth, 10U);
-        trace_.clear();
-        sim::failNth(sim::Call::list, nth);
-        MakeSCSIDeviceTable();
-        sim::failNth(sim::Call::list, 0);
+    const struct {
+        int (*run)();
+        const char *name;
+    } passes[] = {{MakeSCSIDeviceTable, "MakeSCSIDeviceTable"}, {GetSCSIDeviceTotalNumber, "GetSCSIDeviceTotalNumber"}};
+    for (const auto &pass : passes) {
+        SCOPED_TRACE(pass.name);
+        int result = 0;
+        for (unsigned nth = 1; !trace_.has(kFailure, "_OUT_ read_proc_scsi() failed", pass.name); ++nth) {
+            ASSERT_LT(nth, 10U);
+            trace_.clear();
+            sim::failNth(sim::Call::list, nth);
+            result = pass.run();
+            sim::failNth(sim::Call::list, 0);
+        }
+        EXPECT_EQ(result, -1);
     }
+}
+
+TEST_F(ScsiTable, AnUnmanagedListThatCannotBeReadFails)
+{
+    prepare(R"({"hosts": [{"driver": "ahci"}], "files": {"storage.inf": "ahci\n"}})", "CD-ROM");
+    machine_->makeDirectory("/opt/qlm/tavkit_sa/data/noscsi.inf");
+    EXPECT_EQ(MakeSCSIDeviceTable(), -1);
+    EXPECT_TRUE(trace_.has(kFailure, "_OUT_ CreateNoSCSIInfoTable() failed", "MakeSCSIDeviceTable"));
 }
 
 TEST_F(ScsiTable, ListsAreReleasedInTheirOrder)
 {
     prepare(R"({"hosts": [{"driver": "ahci", "devices": [{"type": 5}]}, {"driver": "usb-storage"}],
-                "files": {"storage.inf": "ahci\n"}})",
+                "files": {"storage.inf": "ahci\n", "noscsi.inf": "Vendor: ACME Model:\n"}})",
             "CD-ROM");
+    SCSISurroundings around("test");
+    ASSERT_EQ(around.loadUSB(), 0);
+    ASSERT_EQ(around.loadHosts(), 0);
+    ASSERT_EQ(around.loadUnmanaged(), 0);
+    ASSERT_TRUE(around.checkUnmanaged);
+    const std::vector<std::string> expected = {freedText(pleafNoSCSI_Tbl), freedText(around.usb.entries),
+                                               freedText(around.hosts.entries)};
     trace_.clear();
+    around.release();
+    EXPECT_EQ(freed(), expected);
+
+    // Both passes over the devices release before they end.
+    EXPECT_EQ(GetSCSIDeviceTotalNumber(), 0);
+    EXPECT_EQ(trace_.texts().back(), "_OUT_ TotalSCSIDevice=[2]"); // one was counted by hand
     EXPECT_EQ(MakeSCSIDeviceTable(), 0);
+    EXPECT_EQ(trace_.texts().back(), "_OUT_ ret=[0]");
     EXPECT_EQ(scsi_dev_cnt, 1);
-    const std::vector<std::string> texts = trace_.textsOf("MakeSCSIDeviceTable");
-    ASSERT_GE(texts.size(), 3U);
-    EXPECT_TRUE(texts[texts.size() - 3].starts_with("memfree(")); // USB list
-    EXPECT_TRUE(texts[texts.size() - 2].starts_with("memfree(")); // adapter list
-    EXPECT_EQ(texts.back(), "_OUT_ ret=[0]");
 }
 
 } // namespace

@@ -2,38 +2,29 @@
 #include "collect/tavStrgGetInfoDeviceLifeSpan.h"
 
 #include "collect/tavStrgGetInfoSnapshotFixture_test.h"
-#include "monitor/endurance/tavStrgCommonEndurance.h"
 #include "support/short_memory.h"
 #include "support/trace_watch.h"
 
-#include <cstring>
 #include <memory>
 
 namespace {
 
 class LifeSpan : public testing::Test {
 protected:
-    LifeSpan() { forgetTable(); }
+    LifeSpan() { resetDeviceCounters(); }
     ~LifeSpan() override
     {
         freeCollection();
-        forgetTable();
-    }
-    static void forgetTable()
-    {
-        g_M2SSDCnt = 0;
-        g_M2SSDEndu = 0;
-        std::memset(g_M2SSDInf, 0, sizeof g_M2SSDInf);
         resetDeviceCounters();
     }
     // A machine whose managed disks stand in this array, and the table in this file.
     void prepare(const std::string &disks, const std::string &table)
     {
+        table_.reset();
         machine_.reset();
         machine_ = std::make_unique<sim::Machine>(R"({"hosts": [{"driver": "ahci", "devices": [)" + disks +
                                                   R"(]}], "files": {"storage.inf": "ahci\n"}})");
-        machine_->write("/opt/qlm/tavkit_sa/data/tavm2ssd.inf", "[Endurance Remaining]\n" + table);
-        strgGetInfFile();
+        table_ = std::make_unique<EnduranceTable>(*machine_, table);
         trace_.clear();
     }
     static std::string ssd(int id, const std::string &model, const std::string &attributes,
@@ -52,6 +43,7 @@ protected:
 
     TraceRecorder trace_;
     std::unique_ptr<sim::Machine> machine_;
+    std::unique_ptr<EnduranceTable> table_;
 };
 
 const std::string kTens = "MODELNAME0123456,231,100,80,60,40,20,0\n";
@@ -127,7 +119,7 @@ TEST_F(LifeSpan, TheAttributeIsTheLowEightBitsOfTheTables)
     ASSERT_EQ(DllMain(), 0);
     EXPECT_EQ(pLifeSpanTbl[0].EnduranceRemaining, 3); // 487 is 256 + 231
     freeCollection();
-    forgetTable();
+    resetDeviceCounters();
     prepare(ssd(0, "MODELNAME0123456", R"({"id": 231, "current": 50})"), "MODELNAME0123456,256,100,80,60,40,20,0\n");
     ASSERT_EQ(DllMain(), 0);
     EXPECT_EQ(pLifeSpanTbl[0].EnduranceRemaining, -1);

@@ -3,9 +3,34 @@
 #include "collect/tavStrgGetInfoCollectFixture_test.h"
 #include "sim/sim.h"
 
+#include <fcntl.h>
+#include <filesystem>
 #include <set>
 
 namespace {
+
+// With which access a device of the machine is open, O_RDONLY and so on; -1 when it is not.
+int accessOf(const std::string &path)
+{
+    for (int fd = 0; fd < 1024; ++fd) {
+        std::error_code none;
+        if (std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd), none) == path) {
+            return ::fcntl(fd, F_GETFL) & O_ACCMODE;
+        }
+    }
+    return -1;
+}
+
+// The access at the first ioctl of an act on /dev/sda; -1 when there is none.
+template <class Act> int accessDuring(Act act)
+{
+    int access = -1;
+    sim::countCallsOf("");
+    sim::atNth(sim::Call::ioctl, 1, [&] { access = accessOf("/dev/sda"); });
+    act();
+    sim::atNth(sim::Call::ioctl, 0, nullptr);
+    return access;
+}
 
 TEST(DiskNames, Are128InTheKernelsOrder)
 {
@@ -83,6 +108,15 @@ TEST_F(DeviceNames, ADiskIsFoundByItsAddressWhateverItsName)
     EXPECT_EQ(nameOf(second), "/dev/sdb");
     EXPECT_EQ(machine_->unknownIoctls(), 0U);
     EXPECT_EQ(machine_->openDescriptors(), 0);
+}
+
+TEST_F(DeviceNames, DisksAreOpenedReadOnly)
+{
+    lists_.scsi(2, "Direct-Access");
+    ASSERT_EQ(build(R"({"ata": true})"), 1);
+    EXPECT_EQ(accessDuring([&] { GetSCSIDeviceName_IDArray(lists_.scsiList(), &table_); }), O_RDONLY);
+    char serial[kSerialNumberSize];
+    EXPECT_EQ(accessDuring([&] { TAVStorageGetSCSIDeviceSerialNumber("/dev/sda", serial); }), O_RDONLY);
 }
 
 TEST_F(DeviceNames, WithoutAMatchTheNameIsEmptyAndTheLookupSucceeds)

@@ -156,7 +156,7 @@ int MakeSCSIDeviceTable()
     if (GetSCSIDeviceName_IDArray(g_SCSIDeviceInfo, &names) == 0) {
         return TRACED(-1, kFailure, "_OUT_ ret is 0!");
     }
-    if (g_SCSIDeviceInfo == nullptr) {
+    if (g_SCSIDeviceInfo == nullptr) { // cannot be met: the name table fails first without a list
         return TRACED(-1, kFailure, "_OUT_ SCSI Device list is NULL");
     }
     SCSISurroundings around(__func__);

@@ -22,7 +22,8 @@ protected:
     Ide() { forgetTheModelsTree(); }
     ~Ide() override { FreeIDEInfo(&info); }
 
-    // The description gives the drive behind /dev/hda; its /proc/ide is ours to write.
+    // The description gives the drive behind /dev/hda, with another geometry than its files have; its /proc/ide is ours
+    // to write.
     void forgetTheModelsTree() { machine.remove("/proc/ide"); }
 
     void addChannel(const std::string &name, const std::string &number = "0\n")
@@ -43,7 +44,7 @@ protected:
         machine.write(file(channel, drive, "media"), media);
         machine.write(file(channel, drive, "model"), "QIDEDISK\n");
         machine.write(file(channel, drive, "driver"), "ide-gd version 1.18\n");
-        machine.write(file(channel, drive, "geometry"), "physical     2080/16/63\nlogical      2080/255/63\n");
+        machine.write(file(channel, drive, "geometry"), "physical     1040/32/61\nlogical      2080/255/63\n");
         machine.write(file(channel, drive, "capacity"), "2097152\n");
         machine.write(file(channel, drive, "cache"), "256\n");
         machine.link("/proc/ide/" + drive, channel + "/" + drive);
@@ -370,7 +371,9 @@ TEST_F(IdeReader, GiveTheirValueAndTraceIt)
     int32_t heads = 0;
     int32_t sectors = 0;
     EXPECT_EQ(getIDEDeviceGeometry("/proc/ide/hda/geometry", &cylinders, &heads, &sectors), 0);
-    EXPECT_EQ(cylinders, 2080);
+    EXPECT_EQ(cylinders, 1040);
+    EXPECT_EQ(heads, 32);
+    EXPECT_EQ(sectors, 61);
     int64_t capacity = 0;
     machine.write(file("ide0", "hda", "capacity"), "6442450944\n");
     EXPECT_EQ(getIDEDeviceCapacity("/proc/ide/hda/capacity", &capacity), 0);

@@ -1,8 +1,8 @@
 // The file of unmanaged devices, and what it leaves out of the inventory.
 
-#include "collect/tavStrgGetInfoCollectFixture_test.h"
 #include "collect/tavStrgGetInfoDataPath.h"
-#include "sim/sim.h"
+#include "collect/tavStrgGetInfoSnapshotFixture_test.h"
+#include "devcmd/tavStrgGetInfoSmart.h"
 #include "support/short_memory.h"
 #include "support/trace_watch.h"
 
@@ -258,10 +258,15 @@ const InventoryCase kInventories[] = {
 
 class UnmanagedDisks : public testing::TestWithParam<InventoryCase> {
 protected:
-    ~UnmanagedDisks() override { freeCollection(); }
+    UnmanagedDisks() { g_SmartMode = 1; }
+    ~UnmanagedDisks() override
+    {
+        freeCollection();
+        g_SmartMode = 0;
+    }
 };
 
-TEST_P(UnmanagedDisks, AreLeftOutOfTheInventory)
+TEST_P(UnmanagedDisks, AreLeftOutOfTheInventoryAndNotWatched)
 {
     sim::Machine machine(R"({"hosts": [{"driver": "ahci", "devices": [
         {"id": 0, "ata": true, "model": "NORDWIND 1", "serial": "S1", "identifyWords": {"20": 0}},
@@ -269,15 +274,22 @@ TEST_P(UnmanagedDisks, AreLeftOutOfTheInventory)
         {"id": 2, "ata": true, "model": "SUEDWIND 3", "serial": "S3", "identifyWords": {"20": 0}}]}],
         "files": {"storage.inf": "ahci\n"}})");
     machine.write(kInf, GetParam().file);
+    const std::string bounds = ",231,100,80,60,40,20,0\n";
+    const EnduranceTable table(machine, "NORDWIND 1" + bounds + "NORDWIND 2" + bounds + "SUEDWIND 3" + bounds);
     ASSERT_EQ(DllMain(), 0);
     ASSERT_EQ(pleafNoSCSI_Tbl, nullptr); // it lives for one build
     Entries serials;
+    std::set<std::string> nodes;
+    ASSERT_EQ(hd_dev_cnt, scsi_dev_cnt);
     for (int i = 0; i < scsi_dev_cnt; ++i) {
         serials.emplace_back(pSCSIDevTbl[i].SerialNumber);
+        nodes.insert(pHDDevTbl[i].DevPath);
         EXPECT_EQ(pSCSIDevTbl[i].Index, i + 1);
     }
     EXPECT_EQ(serials, GetParam().serials);
     EXPECT_EQ(static_cast<size_t>(hd_dev_cnt), GetParam().serials.size());
+    EXPECT_EQ(DevNumMib.TotalLifeSpan, GetParam().serials.size());
+    EXPECT_EQ(askedForSmart(machine), nodes);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, UnmanagedDisks, testing::ValuesIn(kInventories),

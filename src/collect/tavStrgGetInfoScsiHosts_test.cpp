@@ -482,7 +482,10 @@ TEST(InterfaceChoice, KernelsBelow26UseProcfsAndOthersSysfs)
 TEST(InterfaceChoice, IsMadeOnce)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const auto both = [] { return 10 * choiceUnder("2.4.21") + choiceUnder("2.6.32"); };
+    const auto both = [] {
+        const int first = choiceUnder("2.4.21");
+        return 10 * first + choiceUnder("2.6.32");
+    };
     EXPECT_EXIT(std::_Exit(both()), testing::ExitedWithCode(0), "");
 }
 

@@ -43,7 +43,7 @@ class ScsiRecordReader {
 public:
     enum class Step { more, complete, end };
     // Takes the next line: complete when record() stands; end when the kernel says that there are no devices.
-    Step take(std::string_view line);
+    Step take(std::string_view text);
     bool insideRecord() const { return expected_ != Expected::host; }
     const SCSIDeviceInfo &record() const { return record_; } // but for its sequence number and link
 

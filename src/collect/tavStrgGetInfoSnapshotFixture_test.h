@@ -3,9 +3,12 @@
 
 #include "collect/tavStrgGetInfo.h"
 #include "collect/tavStrgGetInfoCollectFixture_test.h"
+#include "monitor/endurance/tavStrgCommonEndurance.h"
 #include "sim/sim.h"
 
 #include <cstdlib>
+#include <cstring>
+#include <set>
 
 // The nine classes of a collection, and what their arrays hold.
 class Snapshot {
@@ -26,6 +29,42 @@ public:
 
     DatInfo dat[TAV_CID_STRG_MAX];
 };
+
+// The endurance table that a machine has while this lives: lines as "MODEL,231,100,80,60,40,20,0\n".
+class EnduranceTable {
+public:
+    EnduranceTable(sim::Machine &machine, const std::string &lines)
+    {
+        forget();
+        machine.write("/opt/qlm/tavkit_sa/data/tavm2ssd.inf", "[Endurance Remaining]\n" + lines);
+        strgGetInfFile();
+    }
+    ~EnduranceTable() { forget(); }
+    EnduranceTable(const EnduranceTable &) = delete;
+    EnduranceTable &operator=(const EnduranceTable &) = delete;
+
+private:
+    static void forget()
+    {
+        g_M2SSDCnt = 0;
+        g_M2SSDEndu = 0;
+        std::memset(g_M2SSDInf, 0, sizeof g_M2SSDInf);
+    }
+};
+
+// Nodes of ATA disks that were sent a SMART command since the log was last forgotten.
+inline std::set<std::string> askedForSmart(const sim::Machine &machine)
+{
+    constexpr uint8_t kPassThrough16 = 0x85; // SAT, ATA PASS-THROUGH (16): the ATA command is its byte 14
+    constexpr uint8_t kSmart = 0xB0;
+    std::set<std::string> nodes;
+    for (const sim::Command &command : machine.commands()) {
+        if (command.bytes.size() == 16 && command.bytes[0] == kPassThrough16 && command.bytes[14] == kSmart) {
+            nodes.insert(command.device);
+        }
+    }
+    return nodes;
+}
 
 // Something of everything, and something of everything that is left out.
 inline constexpr char kEverything[] = R"({

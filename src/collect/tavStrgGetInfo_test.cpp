@@ -5,6 +5,7 @@
 #include "devcmd/tavStrgGetInfoTransport.h"
 
 #include <memory>
+#include <utility>
 
 namespace {
 
@@ -17,11 +18,15 @@ TEST(Collection, OfAMachineWithoutAnyDeviceHasEveryCountZeroAndEveryAddressNull)
     const sim::Machine machine("{}");
     TraceRecorder trace;
     Snapshot now;
-    now.dat[TAV_CID_STRG_CONF].datAdr = nullptr;
-    ASSERT_EQ(strgGetCurrentInfo(1, now.dat), 0);
+    int before = 0;
+    for (int id = TAV_CID_STRG_CTRL; id < TAV_CID_STRG_MAX; ++id) {
+        now.dat[id].datNum = 77;
+        now.dat[id].datAdr = &before;
+    }
+    EXPECT_EQ(strgGetCurrentInfo(1, now.dat), 0);
     for (int id = TAV_CID_STRG_CTRL; id < TAV_CID_STRG_MAX; ++id) {
         EXPECT_EQ(now.count(id), 0) << id;
-        EXPECT_EQ(now.dat[id].datAdr, nullptr) << id;
+        EXPECT_EQ(std::exchange(now.dat[id].datAdr, nullptr), nullptr) << id;
     }
     EXPECT_TRUE(trace.has(kDetail, "_IN_ smartmode=[1]", "strgGetCurrentInfo"));
     EXPECT_TRUE(trace.has(kDetail, "_OUT_ ret=[TAV_TRUE]", "strgGetCurrentInfo"));
@@ -73,6 +78,19 @@ TEST(Collection, WithoutDescriptorsFails)
     EXPECT_EQ(strgGetCurrentInfo(2, nullptr), -1);
     EXPECT_EQ(g_SmartMode, 2);
     EXPECT_TRUE(trace.has(kDetail, "_OUT_ param(descriptors) Failure!!", "strgGetCurrentInfo"));
+}
+
+TEST(Collection, DiscoveryWorksWithTheSmartModeOfItsOwnCollection)
+{
+    sim::Machine machine(R"({"hosts": [{"driver": "ahci", "devices": [{"ata": true}]}],
+                                   "files": {"storage.inf": "ahci\n"}})");
+    for (const int mode : {1, 0}) {
+        g_SmartMode = 1 - mode;
+        machine.forgetCommands();
+        Snapshot now;
+        ASSERT_EQ(strgGetCurrentInfo(mode, now.dat), 0);
+        EXPECT_EQ(askedForSmart(machine).size(), mode == 1 ? 1U : 0U);
+    }
 }
 
 TEST(Collection, AnOlderKernelThan269UsesTheOlderTransport)
@@ -308,16 +326,18 @@ TEST_F(Everything, KeepsNoTable)
 
 TEST(Collection, AUsbDiskGetsNoEntry)
 {
-    const sim::Machine machine(R"({"hosts": [
-        {"driver": "usb-storage", "devices": [{"ata": true}]},
-        {"driver": "ahci", "devices": [{"ata": true, "serial": "INNER", "identifyWords": {"20": 0}}]}],
+    sim::Machine machine(R"({"hosts": [
+        {"driver": "usb-storage", "devices": [{"ata": true, "model": "STICK"}]},
+        {"driver": "ahci", "devices": [{"ata": true, "model": "INNER", "serial": "INNER", "identifyWords": {"20": 0}}]}],
         "files": {"storage.inf": "ahci\nusb-storage\n"}})");
+    const EnduranceTable table(machine, "STICK,231,100,80,60,40,20,0\nINNER,231,100,80,60,40,20,0\n");
     TraceRecorder trace;
     Snapshot now;
     ASSERT_EQ(strgGetCurrentInfo(0, now.dat), 0);
     ASSERT_EQ(now.count(TAV_CID_STRG_SCSI), 1);
     EXPECT_EQ(now.count(TAV_CID_STRG_HDD), 1);
-    EXPECT_EQ(now.count(TAV_CID_STRG_LIFE), 0);
+    ASSERT_EQ(now.count(TAV_CID_STRG_LIFE), 1); // the inner disk's
+    EXPECT_EQ(now.at<StrgLifeRec>(TAV_CID_STRG_LIFE, 0).HDDIndex, 1);
     EXPECT_STREQ(now.at<StrgScsiRec>(TAV_CID_STRG_SCSI, 0).SerialNumber, "INNER");
     EXPECT_TRUE(trace.has(kDetail, "######## SCSICtrlNum = 1", "GetSCSIDeviceTotalNumber"));
 }
