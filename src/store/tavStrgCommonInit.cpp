@@ -45,10 +45,11 @@ void initLocks(const char *function)
 }
 
 // The saved-state file for reading and updating; null where it cannot be opened so, which counts as absent. A directory
-// or a device in its place is neither read nor waited for.
+// or a device in its place is neither read nor waited for. A symbolic link counts as absent too: opening what it leads
+// to, a tape or a watchdog, may do something, and the next save replaces it anyway.
 std::FILE *openSavedState()
 {
-    FileDesc file(::open(kSavedStateFile, O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    FileDesc file(::open(kSavedStateFile, O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     struct stat info = {};
     if (!file || ::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
         return nullptr;
@@ -76,6 +77,7 @@ bool loadSavedState(const char *function)
     FilePtr file(openSavedState());
     TRACE_AS(function, kDetail, "fp=[%p]", static_cast<void *>(file.get()));
     if (!file) {
+        TRACE_AS(function, kDetail, "strgGetBinFile() Not read");
         return false;
     }
     TRACE_AS(function, kDetail, "strgGetBinFile()");

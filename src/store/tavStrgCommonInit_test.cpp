@@ -3,8 +3,11 @@
 #include "support/lock_at.h"
 
 #include <atomic>
+#include <linux/capability.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <thread>
+#include <unistd.h>
 
 // The collector as it is, but that a test may let it have read what this machine's disks do not say. The program is
 // linked so that the store's calls come here.
@@ -63,9 +66,10 @@ TEST_F(Init, WithoutASavedStateTheFirstCollectionBuildsTheStore)
         expected.push_back("0 pthread_mutex_init(" + std::to_string(id) + ")");
     }
     for (const char *const line :
-         {"0 fopen-check[/opt/qlm/tavkit_sa/data/tavstrgsave.dat]", "0 fp=[(nil)]", "0 strgGetCurrentInfo()",
-          "0 - to shm -", "0 shmNew(10,/opt/qlm/tavkit_sa/work/tavstrgshm.key)", "0 setInstToShm(0)",
-          "0 setInstToShm(1)", "0 setInstToShm(2)", "0 setInstToShm(3)", "0 setInstToShm(5)", "0 _OUT_"}) {
+         {"0 fopen-check[/opt/qlm/tavkit_sa/data/tavstrgsave.dat]", "0 fp=[(nil)]", "0 strgGetBinFile() Not read",
+          "0 strgGetCurrentInfo()", "0 - to shm -", "0 shmNew(10,/opt/qlm/tavkit_sa/work/tavstrgshm.key)",
+          "0 setInstToShm(0)", "0 setInstToShm(1)", "0 setInstToShm(2)", "0 setInstToShm(3)", "0 setInstToShm(5)",
+          "0 _OUT_"}) {
         expected.emplace_back(line);
     }
     EXPECT_EQ(lines, expected);
@@ -104,6 +108,13 @@ TEST_F(Init, AfterAFirstCollectionSmartStatusIsZeroAndEnduranceMinusOne)
     EXPECT_EQ(stored<StrgHddRec>(TAV_CID_STRG_HDD, 1).SmartStatus, 0);
     EXPECT_EQ(stored<StrgLifeRec>(TAV_CID_STRG_LIFE).EnduranceRemaining, -1) << "the collection read 5";
     EXPECT_EQ(stored<StrgTnumRec>(TAV_CID_STRG_TNUM).LifeSpanTotalNumber, 1);
+}
+
+TEST_F(Init, ALaterFirstCollectionGetsTheModeOfBefore)
+{
+    gst_SmartMode = 1; // a stop leaves it
+    ASSERT_EQ(strgInitInstance(&cInfo), 0);
+    EXPECT_TRUE(trace->has(kDetail, "_IN_ smartmode=[1]", "strgGetCurrentInfo"));
 }
 
 TEST_F(Init, ASavedStateThatLoadsMeansNoCollection)
@@ -167,12 +178,49 @@ TEST_F(Init, WhatCannotBeOpenedForUpdateCountsAsAbsent)
     EXPECT_EQ(strgInitInstance(&cInfo), 0) << "a FIFO is not waited for";
     EXPECT_TRUE(trace->has(kDetail, "fp=[(nil)]", "strgInitInstance"));
 
-    machine.remove(kSavedStateFile);
-    machine.link(kSavedStateFile, "/opt/qlm/tavkit_sa/nowhere");
-    trace->clear();
-    EXPECT_EQ(strgInitInstance(&cInfo), 0);
-    EXPECT_TRUE(trace->has(kDetail, "fp=[(nil)]", "strgInitInstance"));
+    for (const char *const target : {"/opt/qlm/tavkit_sa/nowhere", "/opt/qlm/tavkit_sa/elsewhere"}) {
+        machine.write("/opt/qlm/tavkit_sa/elsewhere", savedState());
+        machine.remove(kSavedStateFile);
+        machine.link(kSavedStateFile, target);
+        trace->clear();
+        EXPECT_EQ(strgInitInstance(&cInfo), 0);
+        EXPECT_TRUE(trace->has(kDetail, "fp=[(nil)]", "strgInitInstance")) << "a link is not followed to " << target;
+        EXPECT_TRUE(collected());
+    }
     EXPECT_EQ(sim::liveDescriptors(), 0);
+}
+
+// While one lives, modes of files count for this thread even where it is root's.
+class BoundByModes {
+public:
+    BoundByModes()
+    {
+        EXPECT_EQ(::syscall(SYS_capget, &header_, before_), 0);
+        __user_cap_data_struct bound[] = {before_[0], before_[1]};
+        bound[0].effective &= ~(1U << CAP_DAC_OVERRIDE);
+        EXPECT_EQ(::syscall(SYS_capset, &header_, bound), 0);
+    }
+    ~BoundByModes() { ::syscall(SYS_capset, &header_, before_); }
+    BoundByModes(const BoundByModes &) = delete;
+    BoundByModes &operator=(const BoundByModes &) = delete;
+
+private:
+    __user_cap_header_struct header_ = {_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct before_[_LINUX_CAPABILITY_U32S_3] = {};
+};
+
+TEST_F(Init, ASavedStateThatMayOnlyBeReadCountsAsAbsent)
+{
+    machine.write(kSavedStateFile, savedState());
+    ASSERT_EQ(::chmod(machine.where(kSavedStateFile).c_str(), 0400), 0);
+    {
+        const BoundByModes bound;
+        EXPECT_EQ(strgInitInstance(&cInfo), 0);
+    }
+    EXPECT_THAT(linesOf("strgInitInstance"), Contains("0 fp=[(nil)]"));
+    EXPECT_THAT(linesOf("strgInitInstance"), Contains("0 strgGetBinFile() Not read"));
+    EXPECT_TRUE(collected());
+    EXPECT_EQ(instSt[TAV_CID_STRG_HDD].datNum, 2) << "the machine's, not the file's";
 }
 
 TEST_F(Init, TheEnduranceTableIsReadBeforeTheSavedState)
@@ -353,6 +401,24 @@ TEST_F(Gate, ThirtyWaitsOfOneTenthSecondAreAFailure)
     EXPECT_NEAR(sim::sleptSeconds(), 3.0, 0.01);
     EXPECT_THAT(linesOf("strgInitProvider"), ElementsAre("0 _IN_ gst_first=[1]", "3 _OUT_ gst_first Failure!!"));
     EXPECT_EQ(gst_first, 1) << "the other goes on";
+}
+
+// What is counted are the waits, not what came of the last.
+TEST_F(Gate, AnInitialisationThatEndsDuringTheLastWaitCameTooLate)
+{
+    sim::skipSleeps(true);
+    const struct {
+        unsigned wait; // in which it ends
+        int ret;
+        const char *told;
+    } cases[] = {{29, 0, "0 _OUT_ Already Initialize."}, {30, -1, "3 _OUT_ gst_first Failure!!"}};
+    for (const auto &c : cases) {
+        gst_first = 1;
+        sim::atNth(sim::Call::cancelPoint, c.wait, [] { gst_first = 2; });
+        EXPECT_EQ(strgInitProvider(&cInfo), c.ret) << c.wait;
+        EXPECT_EQ(gst_first, 2) << c.wait;
+        EXPECT_EQ(linesOf("strgInitProvider").back(), c.told);
+    }
 }
 
 TEST_F(Gate, OneOfManySimultaneousFirstRequestsBuildsTheStore)

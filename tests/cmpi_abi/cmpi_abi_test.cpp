@@ -1,11 +1,13 @@
 // The CMPI headers against the table of interface facts: every row, so that what is built here and a broker agree byte
-// by byte.
+// by byte. Header sets of brokers are known to differ in some rows: CMPI_DIFFERENCES lists them. CMPI_SUITE tells which
+// set it is.
+
+#include "table.h"
 
 #include <cmpift.h>
 
 #include <algorithm>
 #include <cstddef>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <set>
@@ -62,66 +64,88 @@ template <class Type, size_t Count> bool hasMembers(const char *name)
     }
 }
 
+#ifdef CMPI_HEADERS_ARE_CONST
+// Version 2.1 has const in many places where 2.0 has none. It matters to no call.
+template <class Type> struct Mutable {
+    using type = Type;
+};
+template <class Type> struct Mutable<const Type> : Mutable<Type> {
+};
+template <class Type> struct Mutable<Type *> {
+    using type = typename Mutable<Type>::type *;
+};
+template <class Type> struct Mutable<Type *const> : Mutable<Type *> {
+};
+template <class Result, class... Parameters> struct Mutable<Result(Parameters...)> {
+    using type = typename Mutable<Result>::type(typename Mutable<Parameters>::type...);
+};
+template <class Type, class Expected> constexpr bool isType()
+{
+    return std::is_same_v<typename Mutable<Type>::type, typename Mutable<Expected>::type>;
+}
+#else
+template <class Type, class Expected> constexpr bool isType()
+{
+    return std::is_same_v<Type, Expected>;
+}
+#endif
+
 struct Check {
-    std::string row;
+    std::string_view row;
     bool holds;
 };
 
-const std::vector<Check> &checks()
-{
-    static const std::vector<Check> all = {
+const Check kChecks[] = {
 #include "cmpi_abi_checks.inc"
-    };
-    return all;
-}
+};
 
-std::vector<std::string> rowsOfTable()
+std::set<std::string> rowsThatDoNotHold()
 {
-    std::ifstream table(TAV_SOURCE_DIR "/tests/data/cmpi-abi.csv");
-    std::vector<std::string> rows;
-    std::string line;
-    std::getline(table, line); // the names of the columns
-    while (std::getline(table, line)) {
-        rows.push_back(line);
+    std::set<std::string> rows;
+    for (const Check &check : kChecks) {
+        if (!check.holds) {
+            rows.emplace(check.row);
+        }
     }
     return rows;
 }
 
-#ifdef CMPI_HEADERS_OF_A_BROKER
-// Where the header sets of brokers differ in a type, and neither layout nor calls are touched by it.
-const std::set<std::string_view> kMayDiffer = {
-    "membertype,CMPIInstanceMI,hdl,const void *",
-    "functype,CMPIStringFT,getCharPtr,const char * (const CMPIString *; CMPIStatus *)",
-    "functype,CMPIBrokerExtFT,createThreadKey,int (unsigned long int *; void (*)(void *))",
-    "functype,CMPIBrokerExtFT,destroyThreadKey,int (unsigned long int)",
-    "functype,CMPIBrokerExtFT,getThreadSpecific,void * (unsigned long int)",
-    "functype,CMPIBrokerExtFT,setThreadSpecific,int (unsigned long int; void *)",
-};
-#else
-const std::set<std::string_view> kMayDiffer;
-#endif
+// The rows in which these headers differ from the table; none for the project's own.
+std::set<std::string> rowsThatDiffer()
+{
+    std::ifstream list(CMPI_DIFFERENCES);
+    std::set<std::string> rows;
+    for (std::string row; std::getline(list, row);) {
+        rows.insert(row);
+    }
+    return rows;
+}
 
 } // namespace
 
-TEST(CmpiHeaders, EveryRowOfTheTableIsChecked)
+TEST(CMPI_SUITE, EveryRowOfTheTableIsChecked)
 {
-    std::vector<std::string> checked;
-    for (const Check &check : checks()) {
-        checked.push_back(check.row);
-    }
-    const std::vector<std::string> rows = rowsOfTable();
+    const std::vector<cmpi::Row> rows = cmpi::readTable(TAV_SOURCE_DIR "/tests/data/cmpi-abi.csv");
     EXPECT_EQ(rows.size(), 1467u);
-    EXPECT_EQ(checked, rows);
-}
-
-TEST(CmpiHeaders, EveryRowOfTheTableHolds)
-{
-    for (const Check &check : checks()) {
-        EXPECT_TRUE(check.holds || kMayDiffer.count(check.row) != 0) << check.row;
+    ASSERT_EQ(rows.size(), std::size(kChecks));
+    for (size_t i = 0; i < rows.size(); ++i) {
+        EXPECT_EQ(rows[i].line, kChecks[i].row);
     }
 }
 
-TEST(CmpiHeaders, StructuresStayPlainSoThatTheyArePassedAsInC)
+TEST(CMPI_SUITE, EveryRowOfTheTableHolds)
+{
+#ifdef CMPI_HEADERS_OF_A_BROKER // header sets differ in types that touch neither layout nor calls
+    const std::set<std::string> known = rowsThatDiffer();
+    for (const std::string &row : rowsThatDoNotHold()) {
+        EXPECT_EQ(known.count(row), 1u) << row;
+    }
+#else
+    EXPECT_EQ(rowsThatDoNotHold(), rowsThatDiffer());
+#endif
+}
+
+TEST(CMPI_SUITE, StructuresStayPlainSoThatTheyArePassedAsInC)
 {
     EXPECT_TRUE(std::is_trivial_v<CMPIStatus> && std::is_standard_layout_v<CMPIStatus>);
     EXPECT_TRUE(std::is_trivial_v<CMPIData> && std::is_standard_layout_v<CMPIData>);
@@ -129,7 +153,7 @@ TEST(CmpiHeaders, StructuresStayPlainSoThatTheyArePassedAsInC)
 }
 
 // A count of members that could not tell one more or one less would prove nothing.
-TEST(CmpiHeaders, TheCountOfMembersIsExact)
+TEST(CMPI_SUITE, TheCountOfMembersIsExact)
 {
     EXPECT_TRUE((hasMembers<CMPIStatus, 2>("CMPIStatus")));
     EXPECT_FALSE((hasMembers<CMPIStatus, 1>("CMPIStatus")));

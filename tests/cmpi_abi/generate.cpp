@@ -1,27 +1,14 @@
 // Turns the table of interface facts into a source of checks, one expression per row: generate TABLE.csv OUTPUT.inc
-//
-// A row is kind,name,member,value without quoting; a semicolon stands for the comma between the parameters of a
-// function.
 
-#include <algorithm>
-#include <fstream>
+#include "table.h"
+
 #include <iostream>
 #include <map>
-#include <sstream>
-#include <string>
-#include <vector>
 
 namespace {
 
-struct Row {
-    std::string kind, name, member, value;
-};
-
-std::string commas(std::string text)
-{
-    std::replace(text.begin(), text.end(), ';', ',');
-    return text;
-}
+using cmpi::commas;
+using cmpi::Row;
 
 using Writer = std::string (*)(const Row &);
 
@@ -36,12 +23,12 @@ const std::map<std::string, Writer> kWriters = {
     {"membersize", [](const Row &row) { return "sizeof(" + row.name + "::" + row.member + ") == " + row.value; }},
     {"functype",
      [](const Row &row) {
-         return "std::is_same_v<decltype(" + row.name + "::" + row.member + "), std::add_pointer_t<" +
-                commas(row.value) + ">>";
+         return "isType<decltype(" + row.name + "::" + row.member + "), std::add_pointer_t<" + commas(row.value) +
+                ">>()";
      }},
     {"membertype",
      [](const Row &row) {
-         return "std::is_same_v<decltype(" + row.name + "::" + row.member + "), " + commas(row.value) + ">";
+         return "isType<decltype(" + row.name + "::" + row.member + "), " + commas(row.value) + ">()";
      }},
     {"const", [](const Row &row) { return "(" + row.name + ") == " + row.value; }},
     {"enum",
@@ -52,36 +39,23 @@ const std::map<std::string, Writer> kWriters = {
     {"string", [](const Row &row) { return "std::string_view(" + row.name + ") == \"" + row.value + "\""; }},
 };
 
-Row parse(const std::string &line)
-{
-    Row row;
-    std::istringstream fields(line);
-    std::getline(fields, row.kind, ',');
-    std::getline(fields, row.name, ',');
-    std::getline(fields, row.member, ',');
-    std::getline(fields, row.value);
-    return row;
-}
-
 } // namespace
 
 int main(int argc, char **argv)
 {
-    std::ifstream table(argc == 3 ? argv[1] : "");
-    std::ofstream output(argc == 3 ? argv[2] : "");
-    std::string line;
-    if (!std::getline(table, line) || line != "kind,name,member,value") {
+    const std::vector<Row> rows = cmpi::readTable(argc == 3 ? argv[1] : "");
+    if (rows.empty()) {
         std::cerr << "no table of interface facts\n";
         return 1;
     }
-    while (std::getline(table, line)) {
-        const Row row = parse(line);
+    std::ofstream output(argv[2]);
+    for (const Row &row : rows) {
         const auto writer = kWriters.find(row.kind);
         if (writer == kWriters.end() || row.value.empty()) {
-            std::cerr << "cannot check: " << line << '\n';
+            std::cerr << "cannot check: " << row.line << '\n';
             return 1;
         }
-        output << "{\"" << line << "\", " << writer->second(row) << "},\n";
+        output << "{\"" << row.line << "\", " << writer->second(row) << "},\n";
     }
     return output.flush() ? 0 : 1;
 }

@@ -1,5 +1,6 @@
-/* The headers and their macros in C, as a provider in C would use them. Compiled, never run. */
-#include <cmpift.h>
+/* The headers and their macros in C, as a provider in C that is to compile with all header sets would use them. Compiled,
+ * never run. */
+#include <cmpimacs.h>
 
 CMPIStatus answer(const CMPIBroker *broker, const CMPIContext *context, const CMPIResult *result,
                   const char **properties);
@@ -20,10 +21,10 @@ CMPIStatus answer(const CMPIBroker *broker, const CMPIContext *context, const CM
         CMSetStatus(&status, CMPI_RC_OK);
     }
     CMSetPropertyFilter(instance, properties, NULL);
-    CMAddKey(path, "Index", "1", CMPI_chars);
-    CMSetProperty(instance, "Number", &number, CMPI_uint16);
+    CMAddKey(path, "Index", (const CMPIValue *)"1", CMPI_chars);
+    CMSetProperty(instance, "Number", (const CMPIValue *)&number, CMPI_uint16);
     CMReturnInstance(result, instance);
-    CMReturnData(result, &number, CMPI_uint16);
+    CMReturnData(result, (const CMPIValue *)&number, CMPI_uint16);
     CMReturnDone(result);
     CMRelease(instance);
     CMRelease(path);

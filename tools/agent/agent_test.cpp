@@ -223,13 +223,38 @@ TEST_F(Agent, WithoutQuietAnAlertIsShownToo)
     EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("\"source\":\"source\""));
 }
 
-TEST_F(Agent, FilesAreNotOpenToEveryone)
+TEST_F(Agent, FilesAreForTheOwnerAndTheGroupWhateverTheUmask)
 {
-    setenv("TAVLOG_FILE", path.c_str(), 1);
-    trace(0, "", "f", 1, "x");
-    struct stat status {};
-    ASSERT_EQ(stat(path.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07, 0U);
+    for (const auto &[mask, mode] : {std::pair<mode_t, mode_t>(0, 0640), {077, 0600}}) {
+        for (const char *variable : {"TAVLOG_FILE", "TAVALERT_FILE"}) {
+            const std::string file = path + variable + std::to_string(mask);
+            setenv(variable, file.c_str(), 1);
+            const mode_t before = umask(mask);
+            trace(0, "", "f", 1, "x");
+            send({0, 3, "s", 1, 4, 0, nullptr});
+            umask(before);
+            struct stat status {};
+            ASSERT_EQ(stat(file.c_str(), &status), 0) << file;
+            EXPECT_EQ(status.st_mode & 07777, mode) << file;
+            EXPECT_EQ(status.st_uid, geteuid());
+        }
+    }
+}
+
+TEST_F(Agent, ALinkOfSomebodyElseIsNotFollowedAndOnesOwnIs)
+{
+    const std::string link = directory / "link";
+    std::filesystem::create_symlink(path, link);
+    setenv("TAVALERT_FILE", link.c_str(), 1);
+    EXPECT_EQ(send({0, 3, "s", 1, 4, 0, nullptr}), 0);
+    EXPECT_EQ(lines().size(), 1U);
+    if (lchown(link.c_str(), 65534, 65534) != 0) {
+        GTEST_SKIP() << "only root can let somebody else have made it";
+    }
+    EXPECT_NE(send({0, 3, "s", 1, 4, 0, nullptr}), 0);
+    setenv("TAVLOG_FILE", link.c_str(), 1);
+    trace(3, "", "f", 1, "x");
+    EXPECT_EQ(lines().size(), 1U);
 }
 
 } // namespace

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 Undisturbed::Undisturbed() : errno_(errno), cancelState_(PTHREAD_CANCEL_ENABLE)
@@ -92,11 +93,36 @@ void Line::keepOneLine()
     }
 }
 
+namespace {
+
+// A link of the system's (/dev/stderr) or of one's own; not one that somebody else has put where the file was to be.
+bool isTrustedLink(const char *path)
+{
+    struct stat info = {};
+    return lstat(path, &info) == 0 && S_ISLNK(info.st_mode) && (info.st_uid == 0 || info.st_uid == geteuid());
+}
+
+int openToAppend(const char *path)
+{
+    constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+    constexpr mode_t kMode = 0640;
+    const int descriptor = open(path, kFlags | O_NOFOLLOW, kMode);
+    if (descriptor >= 0 || errno != ELOOP) {
+        return descriptor;
+    }
+    if (isTrustedLink(path)) {
+        return open(path, kFlags, kMode);
+    }
+    errno = ELOOP;
+    return -1;
+}
+
+} // namespace
+
 int appendLine(const char *path, const Line &line)
 {
     const bool standard = std::strcmp(path, "-") == 0;
-    const int flags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
-    const int descriptor = standard ? STDERR_FILENO : open(path, flags, 0640);
+    const int descriptor = standard ? STDERR_FILENO : openToAppend(path);
     if (descriptor < 0) {
         return errno;
     }

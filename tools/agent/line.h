@@ -48,5 +48,6 @@ private:
 };
 
 // Appends the line, in one write, to the file of that name ("-" is standard error). Made readable to its owner and
-// group only. 0, or an errno value. A file, pipe or terminal will do; anything that would block at opening fails.
+// group only. 0, or an errno value. A file, pipe or terminal will do; anything that would block at opening fails, and
+// so does a symbolic link that neither root nor this process's user has made.
 int appendLine(const char *path, const Line &line);

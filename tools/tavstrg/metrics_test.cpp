@@ -9,6 +9,8 @@
 #include <fstream>
 #include <regex>
 #include <sstream>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace tool {
 namespace {
@@ -139,6 +141,29 @@ TEST(Metrics, TheFileIsReplacedAsAWhole)
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory), {}), 1) << "no temporary file is left";
     EXPECT_THROW(writeWhole(directory + "/none/storage.prom", "new\n"), Failure);
     std::filesystem::remove_all(directory);
+}
+
+// The directory of an exporter may be others' too.
+TEST(Metrics, TheFileIsForEveryoneToReadAndIsNotWrittenThroughALink)
+{
+    const std::string directory = testing::TempDir() + "metrics-link" + std::to_string(getpid());
+    const std::string path = directory + "/storage.prom";
+    const std::string victim = directory + "/victim";
+    for (const mode_t mask : {mode_t(0), mode_t(077)}) {
+        std::filesystem::create_directory(directory);
+        std::ofstream(victim) << "precious";
+        std::filesystem::create_symlink(victim, path);
+        const mode_t before = umask(mask);
+        writeWhole(path, "new\n");
+        umask(before);
+        struct stat status = {};
+        ASSERT_EQ(lstat(path.c_str(), &status), 0);
+        EXPECT_TRUE(S_ISREG(status.st_mode));
+        EXPECT_EQ(status.st_mode & 07777, 0644U);
+        EXPECT_EQ(status.st_uid, geteuid());
+        EXPECT_EQ(std::filesystem::file_size(victim), 8U);
+        std::filesystem::remove_all(directory);
+    }
 }
 
 } // namespace

@@ -43,10 +43,10 @@ bool exists(const char *path)
     return ::lstat(path, &info) == 0;
 }
 
-bool leadsNowhere(const char *path)
+bool isLink(const char *path)
 {
     struct stat info = {};
-    return ::lstat(path, &info) == 0 && S_ISLNK(info.st_mode) && ::stat(path, &info) != 0;
+    return ::lstat(path, &info) == 0 && S_ISLNK(info.st_mode);
 }
 
 // Makes an empty file where there is none; what is there already, a link too, is neither followed nor touched. One that
@@ -90,10 +90,15 @@ Attempt attempt(const KeyFile &file, int size, int n, int &shmId, int &error, co
             return Attempt::stop;
         }
     }
+    if (isLink(file.path)) { // its key would be that of somebody else's file: set aside like a key that is taken
+        error = ELOOP;
+        TRACE_AS(function, kFailure, "shmget[%d]=retry. shmId=[%d] errno=[%d]", n, shmId, error);
+        return Attempt::retry;
+    }
     const key_t key = ::ftok(file.path, kProjectId);
     if (key == -1) {
         error = errno;
-        if (error == ENOENT && !leadsNowhere(file.path)) {
+        if (error == ENOENT) {
             return Attempt::retry; // another process has just retired it
         }
         TRACE_AS(function, kFailure, "_OUT_ ftok Failure!! fnm=[%s] errno=[%d]", file.path, error);

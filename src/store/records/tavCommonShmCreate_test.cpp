@@ -3,6 +3,8 @@
 
 #include <cerrno>
 #include <dlfcn.h>
+#include <functional>
+#include <sys/stat.h>
 
 namespace {
 
@@ -179,12 +181,73 @@ TEST_F(ShmCreate, GivesUpAfter65535KeysAndRemovesTheirFiles)
     trace.emplace();
 }
 
-TEST_F(ShmCreate, ALinkInPlaceOfTheKeyFileIsNotWrittenThrough)
+TEST_F(ShmCreate, ALinkInPlaceOfTheKeyFileIsSetAsideAndNotFollowed)
 {
-    machine.link(kKeyFile, "/opt/qlm/tavkit_sa/data/victim");
-    EXPECT_EQ(shmCreate(&cInfo, &shm, kBase, 3, 8), -1);
-    EXPECT_FALSE(machine.exists("/opt/qlm/tavkit_sa/data/victim"));
-    EXPECT_THAT(trace->textsOf("shmCreate"), Contains(StartsWith("_OUT_ ftok Failure!! fnm=[")));
+    constexpr char kVictim[] = "/opt/qlm/tavkit_sa/data/victim";
+    for (const bool leadsSomewhere : {false, true}) {
+        if (leadsSomewhere) {
+            machine.write(kVictim, "precious");
+        }
+        machine.remove(kKeyFile);
+        machine.link(kKeyFile, kVictim);
+        trace->clear();
+        const int id = shmCreate(&cInfo, &shm, kBase, 3, 8);
+        ASSERT_GT(id, 0);
+        EXPECT_EQ(machine.exists(kVictim), leadsSomewhere);
+        EXPECT_EQ(machine.read(kVictim), leadsSomewhere ? "precious" : "");
+        struct stat info = {};
+        ASSERT_EQ(::lstat(machine.where(kKeyFile).c_str(), &info), 0);
+        EXPECT_TRUE(S_ISREG(info.st_mode));
+        EXPECT_EQ(::shmget(keyOf(kKeyFile), 0, 0), id) << "the key is the fresh file's";
+        EXPECT_TRUE(trace->has(kFailure, "shmget[1]=retry. shmId=[-1] errno=[40]", "shmCreate"));
+        EXPECT_THAT(trace->textsOf("shmCreate"), Contains(std::string("unlink[") + kKeyFile + ".bak.1]"));
+        ::shmctl(id, IPC_RMID, nullptr);
+    }
+}
+
+TEST_F(ShmCreate, TheKeyFileIsItsOwnersWhateverTheUmask)
+{
+    for (const mode_t mask : {mode_t(0), mode_t(077)}) {
+        machine.remove(kKeyFile);
+        const mode_t before = ::umask(mask);
+        const int id = shmCreate(&cInfo, &shm, kBase, 3, 8);
+        ::umask(before);
+        struct stat info = {};
+        ASSERT_EQ(::lstat(machine.where(kKeyFile).c_str(), &info), 0);
+        EXPECT_EQ(info.st_mode & 07777, 0600U) << mask;
+        EXPECT_EQ(info.st_uid, ::geteuid());
+        struct shmid_ds segment = {};
+        ASSERT_EQ(::shmctl(id, IPC_STAT, &segment), 0);
+        EXPECT_EQ(segment.shm_perm.mode & 0777, 0600) << mask;
+        EXPECT_EQ(segment.shm_perm.uid, ::geteuid());
+        ::shmctl(id, IPC_RMID, nullptr);
+    }
+}
+
+// Nothing of what is there is opened: only the number of its inode counts.
+TEST_F(ShmCreate, WhateverElseStandsInPlaceOfTheKeyFileGivesAKeyAndIsLeftAsItIs)
+{
+    const std::string path = machine.where(kKeyFile);
+    machine.write("/opt/qlm/tavkit_sa/work/victim", "precious");
+    const std::function<void()> others[] = {
+        [&] { machine.makeDirectory(kKeyFile); },
+        [&] { ASSERT_EQ(::mkfifo(path.c_str(), 0666), 0); },
+        [&] { ASSERT_EQ(::link(machine.where("/opt/qlm/tavkit_sa/work/victim").c_str(), path.c_str()), 0); },
+    };
+    for (const auto &place : others) {
+        machine.remove(kKeyFile);
+        place();
+        struct stat before = {};
+        struct stat after = {};
+        ASSERT_EQ(::lstat(path.c_str(), &before), 0);
+        const int id = shmCreate(&cInfo, &shm, kBase, 3, 8);
+        EXPECT_GT(id, 0);
+        ASSERT_EQ(::lstat(path.c_str(), &after), 0);
+        EXPECT_EQ(after.st_ino, before.st_ino);
+        EXPECT_EQ(after.st_mode, before.st_mode);
+        ::shmctl(id, IPC_RMID, nullptr);
+    }
+    EXPECT_EQ(machine.read("/opt/qlm/tavkit_sa/work/victim"), "precious");
 }
 
 TEST_F(ShmCreate, InServiceModeALockHeldElsewhereFailsItAfterThreeSeconds)

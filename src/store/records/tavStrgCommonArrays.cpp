@@ -91,7 +91,7 @@ bool overwriteRecord(DatInfo &dat, int32_t i, std::span<const uint8_t> record)
 void terminateTexts(uint32_t recordSize, void *records, int32_t num)
 {
     // The records with texts differ in size; the classes that share a size have none.
-    const auto desc = std::ranges::find(kClasses, recordSize, &ClassDesc::recordSize);
+    const auto *const desc = std::ranges::find(kClasses, recordSize, &ClassDesc::recordSize);
     if (desc == std::end(kClasses)) {
         return;
     }

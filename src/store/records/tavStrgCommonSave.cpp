@@ -49,6 +49,21 @@ bool isStillThere(int fd, const char *path)
            open.st_ino == there.st_ino;
 }
 
+// Whether what is written there is seen by no other name and no other owner.
+bool isOwn(const struct stat &info)
+{
+    return info.st_uid == ::geteuid() && info.st_nlink == 1;
+}
+
+// A file of one's own may still have been made with another mode, by hand or by a restored backup. A file system
+// without modes refuses, and has no other.
+void closeToOthers(int fd, const struct stat &info)
+{
+    if ((info.st_mode & ALLPERMS) != kOwnerOnly) {
+        static_cast<void>(::fchmod(fd, kOwnerOnly));
+    }
+}
+
 enum class Turn { mine, others, failed };
 
 // A file system without locks has one process that writes to it.
@@ -64,10 +79,22 @@ Turn takeTurn(int fd, int &error)
         return Turn::failed;
     }
     if (::flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
-        error = errno;
         return Turn::others;
     }
-    return isStillThere(fd, kTemporaryFile) ? Turn::mine : Turn::others;
+    if (!isStillThere(fd, kTemporaryFile)) {
+        return Turn::others;
+    }
+    if (isOwn(info)) {
+        closeToOthers(fd, info);
+        return Turn::mine;
+    }
+    // Somebody else's file, or a second name of one: it keeps its content and loses this name. Only who has its lock
+    // takes it away, else it could be the fresh file of another process by now.
+    if (::unlink(kTemporaryFile) != 0) {
+        error = errno;
+        return Turn::failed;
+    }
+    return Turn::others;
 }
 
 // The temporary file, locked against other processes of the broker that save at the same moment; -1 with the error.
@@ -86,7 +113,11 @@ int openTemporary(int &error)
         if (turn == Turn::mine) {
             return file.handOver();
         }
-        if (turn == Turn::failed || waits == kLockWaits) {
+        if (turn == Turn::failed) {
+            return -1;
+        }
+        error = EWOULDBLOCK; // should every turn be somebody else's
+        if (waits == kLockWaits) {
             return -1;
         }
         ::usleep(kLockPause);

@@ -11,6 +11,7 @@ using testing::ElementsAre;
 using testing::StartsWith;
 
 constexpr char kTemporary[] = "/opt/qlm/tavkit_sa/data/tavstrgsave.dat.tmp";
+constexpr char kVictim[] = "/opt/qlm/tavkit_sa/work/victim";
 const std::string kOpenTrace = std::string("fopen[") + kSavedStateFile + "]";
 
 class Save : public StoreTest {
@@ -39,6 +40,17 @@ TEST_F(Save, WritesAFileThatOnlyItsOwnerSees)
     EXPECT_EQ(trace->textsOf("saver"), (std::vector<std::string>{kOpenTrace, "strgPutBinFile()", "fclose"}));
 }
 
+TEST_F(Save, TheFileIsItsOwnersWhateverTheUmask)
+{
+    for (const mode_t mask : {mode_t(0), mode_t(077), mode_t(0777)}) {
+        const mode_t before = ::umask(mask);
+        EXPECT_EQ(save(), SaveResult::saved);
+        ::umask(before);
+        EXPECT_EQ(statOf(kSavedStateFile).st_mode & ALLPERMS, 0600U) << mask;
+        EXPECT_EQ(statOf(kSavedStateFile).st_uid, ::geteuid());
+    }
+}
+
 TEST_F(Save, ReplacesTheFileThatIsThere)
 {
     machine.write(kSavedStateFile, std::string(9999, 'o'));
@@ -54,6 +66,51 @@ TEST_F(Save, ATemporaryFileLeftByACrashIsOverwritten)
     EXPECT_EQ(save(), SaveResult::saved);
     EXPECT_EQ(machine.read(kSavedStateFile).size(), 2074U);
     EXPECT_FALSE(machine.exists(kTemporary));
+}
+
+TEST_F(Save, ATemporaryFileThatOthersMayReadIsClosedToThem)
+{
+    machine.write(kTemporary, "x");
+    ASSERT_EQ(::chmod(machine.where(kTemporary).c_str(), 06666), 0);
+    EXPECT_EQ(save(), SaveResult::saved);
+    EXPECT_EQ(statOf(kSavedStateFile).st_mode & ALLPERMS, 0600U);
+}
+
+TEST_F(Save, ATemporaryFileWithASecondNameLosesThisOneAndKeepsItsContent)
+{
+    machine.write(kVictim, "precious");
+    ASSERT_EQ(::link(machine.where(kVictim).c_str(), machine.where(kTemporary).c_str()), 0);
+    EXPECT_EQ(save(), SaveResult::saved);
+    EXPECT_EQ(machine.read(kVictim), "precious");
+    EXPECT_NE(statOf(kSavedStateFile).st_ino, statOf(kVictim).st_ino);
+    EXPECT_EQ(statOf(kSavedStateFile).st_mode & ALLPERMS, 0600U);
+    EXPECT_FALSE(machine.exists(kTemporary));
+}
+
+TEST_F(Save, ATemporaryFileOfSomebodyElseIsReplaced)
+{
+    machine.write(kTemporary, "x");
+    if (::chown(machine.where(kTemporary).c_str(), 65534, 65534) != 0) {
+        GTEST_SKIP() << "only root can give a file away";
+    }
+    const ino_t before = statOf(kTemporary).st_ino;
+    EXPECT_EQ(save(), SaveResult::saved);
+    EXPECT_EQ(statOf(kSavedStateFile).st_uid, ::geteuid());
+    EXPECT_NE(statOf(kSavedStateFile).st_ino, before) << "whoever has it open reads nothing of the state";
+    EXPECT_FALSE(machine.exists(kTemporary));
+}
+
+TEST_F(Save, AFileThatOthersMayReadIsReplacedByOneThatTheyMayNot)
+{
+    machine.write(kSavedStateFile, "x");
+    ASSERT_EQ(::chmod(machine.where(kSavedStateFile).c_str(), 0666), 0);
+    machine.write(kVictim, "precious");
+    EXPECT_EQ(save(), SaveResult::saved);
+    EXPECT_EQ(statOf(kSavedStateFile).st_mode & ALLPERMS, 0600U);
+    machine.remove(kSavedStateFile);
+    ASSERT_EQ(::link(machine.where(kVictim).c_str(), machine.where(kSavedStateFile).c_str()), 0);
+    EXPECT_EQ(save(), SaveResult::saved);
+    EXPECT_EQ(machine.read(kVictim), "precious") << "a hard link is replaced too";
 }
 
 TEST_F(Save, AStoreThatWasFreedMeanwhileDoesNotReplaceTheFile)
@@ -106,20 +163,20 @@ TEST_F(Save, AFifoInPlaceOfEitherIsAFailedOpenAndNoWait)
 
 TEST_F(Save, ALinkInPlaceOfTheFileIsReplacedAndNotFollowed)
 {
-    machine.write("/opt/qlm/tavkit_sa/work/victim", "precious");
-    machine.link(kSavedStateFile, "/opt/qlm/tavkit_sa/work/victim");
+    machine.write(kVictim, "precious");
+    machine.link(kSavedStateFile, kVictim);
     EXPECT_EQ(save(), SaveResult::saved);
     EXPECT_TRUE(S_ISREG(statOf(kSavedStateFile).st_mode));
-    EXPECT_EQ(machine.read("/opt/qlm/tavkit_sa/work/victim"), "precious");
+    EXPECT_EQ(machine.read(kVictim), "precious");
 }
 
 TEST_F(Save, ALinkInPlaceOfTheTemporaryFileIsAFailedOpen)
 {
-    machine.write("/opt/qlm/tavkit_sa/work/victim", "precious");
-    machine.link(kTemporary, "/opt/qlm/tavkit_sa/work/victim");
+    machine.write(kVictim, "precious");
+    machine.link(kTemporary, kVictim);
     EXPECT_EQ(save(), SaveResult::notOpened);
     EXPECT_EQ(error, ELOOP);
-    EXPECT_EQ(machine.read("/opt/qlm/tavkit_sa/work/victim"), "precious");
+    EXPECT_EQ(machine.read(kVictim), "precious");
 }
 
 // Each call that writes, syncs or renames fails once; the last one syncs the directory, when the new file stands

@@ -71,11 +71,11 @@ enum class SaveResult {
 // Saves the eleven descriptors durably: written beside the file, synced, renamed over it, the directory synced. After a
 // failure the old file is still there. Traces the steps ("fopen[%s]", "strgPutBinFile()", "fclose") in the name of the
 // function that saves; the failure is left to it. error is the errno of a failed open.
-SaveResult strgSaveBinFile(DatInfo *instSt, int &error, const char *function = __builtin_FUNCTION());
+SaveResult strgSaveBinFile(DatInfo *records, int &error, const char *function = __builtin_FUNCTION());
 
 // Writes the whole state to an open stream / reads it, resizing the record areas. 0, or -1.
-int strgPutBinFile(std::FILE *file, DatInfo *instSt);
-int strgGetBinFile(std::FILE *file, DatInfo *instSt);
+int strgPutBinFile(std::FILE *file, DatInfo *records);
+int strgGetBinFile(std::FILE *file, DatInfo *records);
 // Reads num records into one class's entry. 0, or -1.
 int getDatFromBinFile(std::FILE *file, int num, DatInfo *datInfo);
 
