@@ -1,21 +1,19 @@
 #include "alert.h"
 
 #include "colour.h"
-#include "json.h"
+#include "json_document.h"
 #include "words.h"
-
-#include <nlohmann/json.hpp>
+#include "wrap.h"
 
 #include <array>
 #include <charconv>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <string_view>
 
 namespace tool {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 struct Event {
     uint32_t id;
@@ -50,7 +48,7 @@ struct Disk {
     unsigned controller = 0;
     bool scsi = true;
     unsigned bus = 0, target = 0, lun = 0; // SCSI
-    std::string position;                  // IDE: "master", "slave"
+    int position = 0;                      // IDE, code of drivePositionWords
 };
 
 const Event *eventOf(const Alert &alert)
@@ -97,7 +95,7 @@ bool takeIdeAddress(std::string_view text, Disk &disk)
     disk.scsi = false;
     if (!takeText(text, "Address(Controller-Drive) : ") || !takeNumber(text, disk.controller) || !takeText(text, "-"))
         return false;
-    disk.position = text == "Master" ? "master" : text == "Slave" ? "slave" : "position unknown";
+    disk.position = text == "Master" ? 2 : text == "Slave" ? 3 : 1;
     return true;
 }
 
@@ -119,7 +117,7 @@ std::string diskWords(const Disk &disk)
 {
     const std::string address =
         disk.scsi ? std::to_string(disk.bus) + ":" + std::to_string(disk.target) + ":" + std::to_string(disk.lun)
-                  : disk.position;
+                  : drivePositionWords(disk.position);
     return disk.name + (disk.name.empty() ? "(" : " (") + (disk.scsi ? "SCSI" : "IDE") + " device " +
            std::to_string(disk.device) + ", controller " + std::to_string(disk.controller) + ", " + address + ")";
 }
@@ -164,15 +162,13 @@ std::string localTime(const std::string &utc)
 
 Json diskJson(const Disk &disk)
 {
-    Json json = {{"interface", disk.scsi ? "SCSI" : "IDE"},
-                 {"device", disk.device},
-                 {"name", disk.name},
-                 {"controller", disk.controller}};
-    if (disk.scsi)
-        json["address"] = {{"bus", disk.bus}, {"target", disk.target}, {"lun", disk.lun}};
-    else
-        json["position"] = disk.position;
-    return json;
+    const Json address = {{"bus", disk.bus}, {"target", disk.target}, {"lun", disk.lun}};
+    return {{"interface", disk.scsi ? "SCSI" : "IDE"},
+            {"device", disk.device},
+            {"name", disk.name},
+            {"controller", disk.controller},
+            {"address", disk.scsi ? address : Json(nullptr)},
+            {"position", disk.scsi ? Json(nullptr) : Json(drivePositionName(disk.position))}};
 }
 
 } // namespace
@@ -197,29 +193,35 @@ std::optional<Alert> parseAlert(const std::string &line)
     }
 }
 
-std::string alertText(const Alert &alert, bool colour)
+std::string alertText(const Alert &alert, bool colour, size_t width)
 {
     const Severity &severity = severityOf(alert);
     std::string word = severity.word;
     word.resize(kSeverityWidth, ' ');
-    return localTime(alert.time) + "  " + painted(word, severity.mark, colour) + "  " + alertWords(alert) + "\n";
+    const std::string time = localTime(alert.time);
+    const size_t begin = columnsOf(time) + 2 + kSeverityWidth + 2;
+    const size_t hang = width >= begin + 2 * kNarrowest ? begin : kIndent;
+    std::string text = hanging(time + "  " + word + "  " + alertWords(alert), hang, width);
+    // Coloured afterwards: what colours takes no column. The time has no such word.
+    if (const size_t at = text.find(severity.word); at != std::string::npos)
+        text.replace(at, std::strlen(severity.word), painted(severity.word, severity.mark, colour));
+    return text;
 }
 
 std::string alertJson(const Alert &alert)
 {
     const Event *event = eventOf(alert);
-    Json json = {{"formatVersion", kJsonFormatVersion},
-                 {"time", alert.time},
+    const std::optional<Disk> disk = diskOf(alert);
+    Json json = document("watch");
+    json.update({{"time", alert.time},
                  {"severity", severityOf(alert).word},
                  {"eventId", eventIdText(alert)},
-                 {"event", event == nullptr ? "unknown" : event->name}};
-    if (event != nullptr && event->level != 0)
-        json["level"] = event->level;
-    if (const std::optional<Disk> disk = diskOf(alert))
-        json["disk"] = diskJson(*disk);
-    json["text"] = alertWords(alert);
-    json["strings"] = alert.strings;
-    return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+                 {"event", event == nullptr ? "unknown" : event->name},
+                 {"level", event == nullptr || event->level == 0 ? Json(nullptr) : Json(event->level)},
+                 {"disk", disk ? diskJson(*disk) : Json(nullptr)},
+                 {"text", alertWords(alert)},
+                 {"strings", alert.strings}});
+    return writtenInOneLine(json);
 }
 
 } // namespace tool

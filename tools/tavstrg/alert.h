@@ -1,6 +1,7 @@
 // The alerts of the monitoring thread, from the development alert library's lines to words.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -19,8 +20,9 @@ struct Alert {
 std::optional<Alert> parseAlert(const std::string &line);
 
 // "2026-01-31 23:59:58  warning      SMART predicts failure: ATA MODEL FW (SCSI device 1, controller 1, 0:0:0)" and a
-// newline, in local time. An event or strings that are not known are printed as they came.
-std::string alertText(const Alert &alert, bool colour);
+// newline, in local time; broken where a terminal of that width ends, 0 for none. An event or strings that are not
+// known are printed as they came.
+std::string alertText(const Alert &alert, bool colour, size_t width = 0);
 
 // One JSON object in one line, which ends in a newline.
 std::string alertJson(const Alert &alert);

@@ -12,16 +12,30 @@ namespace tool {
 namespace {
 
 constexpr const char *kDescription = "Asks the storage provider what this machine, or a simulated one, has.";
-constexpr const char *kFooter =
-    "\nA CLASS may be given short and in any case: HardDisk for TAV_StorageHardDisk.\n"
-    "\nWithout --provider it is ../lib/libTAVStorageProvider.so from the tool's directory, else the one in\n"
-    "the broker's directory for providers, the system's library directory or its cmpi directory.\n"
-    "\nColours are used on a terminal that has them, unless the variable NO_COLOR is set to anything.\n"
-    "\nIn service mode only TAV_StorageThread answers until the monitoring thread runs.\n"
-    "\nExit status: 0 when all went well; 1 on a failure, such as a refused request, a class without\n"
-    "instances, a provider that does not load or a machine file that cannot be read; 2 on wrong usage.\n"
-    "Failures are told on standard error in one line. A disk that predicts its failure is an answer, not a\n"
-    "failure: it does not change the status.\n";
+// Help texts fit 80 columns. No line of a footer begins with "-" or is one word in lower case: completion and the test
+// of the manual page read options and commands out of the help.
+constexpr const char *kFooter = "\nExamples:\n"
+                                "  tavstrg show                         what this machine has; as root\n"
+                                "  tavstrg --json get HardDisk 2        one disk, for a program\n"
+                                "  tavstrg --machine m.json watch       the alerts of a simulated machine\n"
+                                "  tavstrg check --root ./site          files before they go to servers\n"
+                                "\nOptions of all commands may stand before or behind the command, whose own\n"
+                                "\"tavstrg COMMAND --help\" tells. A CLASS may be given short and in any case:\n"
+                                "HardDisk for TAV_StorageHardDisk.\n"
+                                "\nWithout --provider it is ../lib/libTAVStorageProvider.so from the tool's\n"
+                                "directory, else the one in the broker's directory for providers, the system's\n"
+                                "library directory or its cmpi directory.\n"
+                                "\nOn a terminal lines are broken where it ends; elsewhere they stay whole. Colours\n"
+                                "are used on a terminal that has them, unless the variable NO_COLOR is set to\n"
+                                "anything.\n"
+                                "\nIn service mode only TAV_StorageThread answers until the monitoring thread runs.\n"
+                                "\nExit status: 0 when all went well; 1 on a failure, such as a refused request,\n"
+                                "a class without instances, a provider that does not load or a\n"
+                                "machine file that cannot be read; 2 on wrong usage. Failures are told on\n"
+                                "standard error in one line. A disk that predicts its failure is an answer, not a\n"
+                                "failure: it does not change the status.\n";
+constexpr const char *kClassFooter =
+    "\nA CLASS may be given short and in any case: HardDisk for TAV_StorageHardDisk.\n";
 
 struct UsageError : std::runtime_error {
     using std::runtime_error::runtime_error;
@@ -44,88 +58,106 @@ struct RawArguments {
     std::string colour;
 };
 
+// CLI11 marks arguments with their type and as required, which the line of usage tells already.
+void describeForm(CLI::App &app)
+{
+    app.get_formatter()->label("REQUIRED", "");
+    app.get_formatter()->label("SUBCOMMAND", "COMMAND [ARGUMENT...]");
+}
+
 void describeGlobals(CLI::App &app, RawArguments &raw)
 {
     Arguments &arguments = raw.arguments;
+    app.set_help_flag("-h,--help", "Print this help text and exit");
     app.set_help_all_flag("--help-all", "Print the help of all commands and exit");
     app.set_version_flag("--version", std::string("tavstrg ") + TAV_VERSION, "Print the version and exit");
-    app.add_flag("--json", arguments.json, "Print JSON instead of text");
-    app.add_option("--machine", arguments.machine,
-                   "Ask the simulated machine that FILE describes; it leaves nothing behind")
-        ->type_name("FILE");
-    app.add_option("--provider", arguments.provider,
-                   "Shared object of the provider (default: beside the tool, see below)")
-        ->type_name("FILE");
-    app.add_flag("--service-mode", arguments.serviceMode,
-                 "Let the agent count as installed in service mode (see below)");
-    app.add_option("--color", raw.colour, "When to colour what show and watch print: auto, always or never")
+    app.add_flag("--json", arguments.json, "Print JSON instead of text, for programs");
+    app.add_option("--machine", arguments.machine, "Ask the simulated machine that FILE describes")->type_name("FILE");
+    app.add_option("--provider", arguments.provider, "Shared object of the provider (see below)")->type_name("FILE");
+    app.add_flag("--service-mode", arguments.serviceMode, "Agent counts as in service mode (see below)");
+    app.add_option("--color", raw.colour, "When to colour what show and watch print")
         ->type_name("WHEN")
         ->check(CLI::IsMember({"auto", "always", "never"}));
     app.footer(kFooter);
     app.require_subcommand(0, 1); // none is told apart from an unknown one below
 }
 
+void describeAsking(CLI::App &app, RawArguments &raw)
+{
+    Arguments &arguments = raw.arguments;
+    raw.show = app.add_subcommand("show", "Show storage as a tree, and how the disks are");
+    raw.show->add_flag("-v,--verbose", arguments.verbose, "Also geometry, versions, numbers, monitoring");
+    raw.show->footer("\nA disk that needs attention is marked !, one that is about to fail !!.\n");
+    raw.enumerate = app.add_subcommand("enum", "Print all instances of a class");
+    raw.enumerate->footer(std::string(kClassFooter) + "A class without instances is a failure, exit status 1.\n");
+    raw.get = app.add_subcommand("get", "Print one instance of a class");
+    raw.get->footer(std::string(kClassFooter) + "\nExample: tavstrg get HardDisk 2\n");
+    raw.call = app.add_subcommand("call", "Call a method of a class and print what it returns");
+    raw.call->footer(std::string(kClassFooter) + "\nExample: tavstrg call Config SetMonitorCycle MonitorCycle=120\n");
+    raw.classes = app.add_subcommand("classes", "List classes, their properties and methods");
+    raw.classes->footer("");
+    for (CLI::App *command : {raw.enumerate, raw.get, raw.call}) {
+        command->add_option("CLASS", arguments.className, "Class, see \"tavstrg classes\"")->required()->type_name("");
+        command->add_flag("--raw", arguments.raw, "Send the names as they are given, known or not");
+    }
+    raw.get->add_option("INDEX", raw.index, "Index of the instance, where there are many")->type_name("");
+    raw.call->add_option("METHOD", arguments.method, "Method of the class, in any case")->required()->type_name("");
+    raw.call->add_option("NAME=VALUE", raw.assignments, "Arguments of the method, sent as text")->type_name("");
+}
+
 void describeWatch(CLI::App &app, RawArguments &raw)
 {
-    raw.watch = app.add_subcommand("watch", "Start the monitoring thread and print its alerts until Ctrl-C");
+    raw.watch = app.add_subcommand("watch", "Print the monitoring thread's alerts until Ctrl-C");
     raw.watch->add_option("--cycle", raw.arguments.cycle, "Set the monitoring cycle first; it stays set")
         ->type_name("SECONDS")
         ->check(CLI::Range(10, 3600)); // what SetMonitorCycle takes
-    raw.watch->footer(
-        "\nThe provider runs in service mode. Alerts are printed as they come, with --json as one object a line.\n"
-        "With --machine the file may be edited meanwhile: within a cycle the thread meets the changed\n"
-        "machine. On a machine whose agent is installed the alerts go to the agent.\n");
+    raw.watch->footer("\nThe provider runs in service mode, its monitoring thread is started. Alerts are\n"
+                      "printed as they come, with --json as one object a line. With --machine the file\n"
+                      "may be edited meanwhile: within a cycle the thread meets the changed machine. On\n"
+                      "a machine whose agent is installed the alerts go to the agent.\n");
 }
 
 void describeCheck(CLI::App &app, RawArguments &raw)
 {
-    raw.check = app.add_subcommand("check", "Tell what the provider makes of the administrator's files, line by line");
-    raw.check->add_option("--root", raw.arguments.root, "Check the files of DIR instead of the installed ones")
+    raw.check = app.add_subcommand("check", "Tell what is made of the administrator's files");
+    raw.check->add_option("--root", raw.arguments.root, "Check the files of DIR, not the installed ones")
         ->type_name("DIR");
-    raw.check->footer(
-        "\nChecked are storage.inf, noscsi.inf and tavm2ssd.inf in the data directory of the agent, of the\n"
-        "simulated machine (--machine), or of DIR (--root): in DIR/data, or in DIR itself where it has no data.\n"
-        "Lines that are accepted and notes go to standard output, lines that are skipped to standard error,\n"
-        "each as FILE:LINE: text; --json prints all of them. A file may be absent.\n"
-        "\nExit status: 0 when no line is skipped, 1 when one is or a file cannot be read, 2 on wrong usage.\n");
+    raw.check->footer("\nChecked are storage.inf, noscsi.inf and tavm2ssd.inf in the data directory of\n"
+                      "the agent, of the simulated machine (--machine), or of DIR (--root): in\n"
+                      "DIR/data, or in DIR itself where it has no data. Accepted lines and notes go\n"
+                      "to standard output, skipped lines to standard error, each as\n"
+                      "FILE:LINE: text; --json prints all of them. A file may be absent.\n"
+                      "\nExit status: 0 when no line is skipped, 1 when one is or a file cannot be read,\n"
+                      "2 on wrong usage.\n");
 }
 
 void describeMetrics(CLI::App &app, RawArguments &raw)
 {
     raw.metrics = app.add_subcommand("metrics", "Print the inventory in the Prometheus text format");
-    raw.metrics
-        ->add_option("--output", raw.arguments.output, "Write FILE in one step instead, for a textfile collector")
-        ->type_name("FILE");
+    raw.metrics->add_option("--output", raw.arguments.output, "Write FILE in one step instead")->type_name("FILE");
+    raw.metrics->footer("\nWith --output it is made for the textfile collector of the node exporter: FILE\n"
+                        "is always whole, and stays as it was when the inventory fails. A disk's vendor,\n"
+                        "model, firmware and serial number stand on tavstorage_disk_info alone; join it\n"
+                        "by the label disk. For JSON ask \"tavstrg --json show\".\n");
 }
 
 void describeDumpState(CLI::App &app, RawArguments &raw)
 {
-    raw.dumpState = app.add_subcommand("dump-state", "Print what a saved-state file holds, also when it is damaged");
-    raw.dumpState->add_option("FILE", raw.arguments.file, "The file, tavstrgsave.dat or a copy of it")->required();
-    raw.dumpState->footer(
-        "\nA damaged file is printed as far as it goes; where and how it breaks is told, with exit status 1.\n");
+    raw.dumpState = app.add_subcommand("dump-state", "Print what a saved-state file holds, even damaged");
+    raw.dumpState->add_option("FILE", raw.arguments.file, "The file, tavstrgsave.dat or a copy of it")
+        ->required()
+        ->type_name("");
+    raw.dumpState->footer("\nA damaged file is printed as far as it goes; where and how it breaks is told,\n"
+                          "with exit status 1.\n");
 }
 
 void describeCommands(CLI::App &app, RawArguments &raw)
 {
-    Arguments &arguments = raw.arguments;
-    raw.show = app.add_subcommand("show", "Show controllers and devices as a tree, and the totals");
-    raw.show->add_flag("-v,--verbose", arguments.verbose, "Also geometry, driver versions, numbers and monitoring");
-    raw.enumerate = app.add_subcommand("enum", "Print all instances of a class; a class without any is a failure");
-    raw.get = app.add_subcommand("get", "Print one instance of a class");
-    raw.call = app.add_subcommand("call", "Call a method of a class and print what it returns");
-    raw.classes = app.add_subcommand("classes", "List the classes, their properties and their methods");
+    describeAsking(app, raw);
     describeWatch(app, raw);
     describeCheck(app, raw);
     describeMetrics(app, raw);
     describeDumpState(app, raw);
-    for (CLI::App *command : {raw.enumerate, raw.get, raw.call}) {
-        command->add_option("CLASS", arguments.className, "Class, see \"tavstrg classes\"")->required();
-        command->add_flag("--raw", arguments.raw, "Send the names as they are given, known or not");
-    }
-    raw.get->add_option("INDEX", raw.index, "Index of the instance; a class with one instance takes none");
-    raw.call->add_option("METHOD", arguments.method, "Method of the class, in any case")->required();
-    raw.call->add_option("NAME=VALUE", raw.assignments, "Arguments of the method, sent as text");
     for (CLI::App *command : app.get_subcommands([](const CLI::App *) { return true; }))
         command->fallthrough(); // global options may follow the command
 }
@@ -205,10 +237,35 @@ std::string oneLine(std::string text)
 
 } // namespace
 
+const char *commandName(Command command)
+{
+    switch (command) {
+    case Command::enumerate:
+        return "enum";
+    case Command::get:
+        return "get";
+    case Command::call:
+        return "call";
+    case Command::classes:
+        return "classes";
+    case Command::watch:
+        return "watch";
+    case Command::check:
+        return "check";
+    case Command::metrics:
+        return "metrics";
+    case Command::dumpState:
+        return "dump-state";
+    default:
+        return "show";
+    }
+}
+
 Parsed parseArguments(int argc, const char *const *argv)
 {
     CLI::App app(kDescription, "tavstrg");
     RawArguments raw;
+    describeForm(app);
     describeGlobals(app, raw);
     describeCommands(app, raw);
     try {
@@ -223,6 +280,8 @@ Parsed parseArguments(int argc, const char *const *argv)
         arguments.colour = colourOf(raw.colour);
         if (!arguments.root.empty() && !arguments.machine.empty())
             throw UsageError("check: --root and --machine exclude each other");
+        if (arguments.command == Command::metrics && arguments.json)
+            throw UsageError("metrics: its format is Prometheus text alone; --json show has the figures as JSON");
         const bool named = arguments.command == Command::enumerate || arguments.command == Command::get ||
                            arguments.command == Command::call;
         if (named && !arguments.raw)

@@ -16,6 +16,8 @@ constexpr int kWrongUsage = 2;
 
 enum class Command { show, enumerate, get, call, classes, watch, check, metrics, dumpState };
 
+const char *commandName(Command command); // as it is given, and as JSON documents name it
+
 struct MethodArgument {
     std::string name;
     std::string value;
@@ -23,7 +25,7 @@ struct MethodArgument {
 
 struct Arguments {
     Command command = Command::show;
-    bool json = false;
+    bool json = false;    // not for metrics
     bool verbose = false; // show
     bool serviceMode = false;
     ColourWhen colour = ColourWhen::automatic; // show, watch

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <ostream>
+#include <sstream>
 
 namespace {
 
@@ -96,6 +97,43 @@ TEST(ParseArguments, WatchKeepsTheConfiguredCycleUnlessToldOne)
         EXPECT_EQ(parsed({"watch", "--cycle", cycle, "--json"}).cycle, std::stoi(cycle));
 }
 
+TEST(ParseArguments, FilesOfMetricsDumpStateAndCheck)
+{
+    EXPECT_EQ(parsed({"metrics"}).command, Command::metrics);
+    EXPECT_EQ(parsed({"metrics"}).output, "");
+    EXPECT_EQ(parsed({"metrics", "--output", "a.prom", "--machine", "m.json"}).output, "a.prom");
+    EXPECT_EQ(parsed({"dump-state", "--json", "state.dat"}).command, Command::dumpState);
+    EXPECT_EQ(parsed({"dump-state", "--json", "state.dat"}).file, "state.dat");
+    EXPECT_EQ(parsed({"check"}).root, "");
+    EXPECT_EQ(parsed({"check", "--root=site"}).root, "site");
+}
+
+TEST(ParseArguments, CommandsAreNamedAsTheyAreGiven)
+{
+    for (const std::vector<const char *> &words :
+         std::vector<std::vector<const char *>>{{"show"},
+                                                {"enum", "Tape"},
+                                                {"get", "Config"},
+                                                {"classes"},
+                                                {"watch"},
+                                                {"call", "Thread", "StopMonitoringThread"},
+                                                {"check"},
+                                                {"metrics"},
+                                                {"dump-state", "f"}})
+        EXPECT_STREQ(commandName(parsed(words).command), words[0]);
+}
+
+TEST(ParseArguments, HelpFitsAnUsualTerminal)
+{
+    for (const char *command :
+         {"", "show", "enum", "get", "call", "classes", "watch", "check", "metrics", "dump-state"}) {
+        const Parsed help = *command == '\0' ? parse({"--help"}) : parse({command, "--help"});
+        std::istringstream lines(help.text);
+        for (std::string line; std::getline(lines, line);)
+            EXPECT_LE(line.size(), 80U) << command << ": " << line;
+    }
+}
+
 TEST(ParseArguments, ColourIsLeftToTheTerminalUnlessToldOtherwise)
 {
     EXPECT_EQ(parsed({"show"}).colour, ColourWhen::automatic);
@@ -106,7 +144,7 @@ TEST(ParseArguments, ColourIsLeftToTheTerminalUnlessToldOtherwise)
 
 TEST(ParseArguments, HelpOfEveryCommandIsForStandardOutput)
 {
-    for (const char *command : {"show", "enum", "get", "call", "classes", "watch"}) {
+    for (const char *command : {"show", "enum", "get", "call", "classes", "watch", "check", "metrics", "dump-state"}) {
         const Parsed help = parse({command, "--help"});
         EXPECT_FALSE(help.arguments) << command;
         EXPECT_EQ(help.status, kDone) << command;
@@ -152,23 +190,26 @@ TEST_P(WrongUsages, AreToldInOneLine)
 
 INSTANTIATE_TEST_SUITE_P(
     All, WrongUsages,
-    testing::Values(WrongUsage{{}, "a command is required"}, WrongUsage{{"list"}, "list"},
-                    WrongUsage{{"--json"}, "a command is required"}, WrongUsage{{"show", "extra"}, "extra"},
-                    WrongUsage{{"show", "--unknown"}, "--unknown"}, WrongUsage{{"show", "--machine"}, "--machine"},
-                    WrongUsage{{"show", "enum", "Tape"}, "enum"}, WrongUsage{{"enum"}, "CLASS"},
-                    WrongUsage{{"enum", "Disk"}, "unknown class \"Disk\""}, WrongUsage{{"enum", "Tape", "1"}, "1"},
-                    WrongUsage{{"watch", "--cycle", "9"}, "--cycle"},
-                    WrongUsage{{"watch", "--cycle", "3601"}, "--cycle"},
-                    WrongUsage{{"watch", "--cycle", "soon"}, "--cycle"},
-                    WrongUsage{{"show", "--cycle", "30"}, "--cycle"}, WrongUsage{{"show", "--color=red"}, "--color"},
-                    WrongUsage{{"show", "--color"}, "--color"}, WrongUsage{{"get"}, "CLASS"},
-                    WrongUsage{{"get", "Tape"}, "TAV_StorageTape needs an INDEX"},
-                    WrongUsage{{"get", "Thread", "1"}, "TAV_StorageThread has one instance, without INDEX"},
-                    WrongUsage{{"call", "Config"}, "METHOD"},
-                    WrongUsage{{"call", "Tape", "Rewind"}, "TAV_StorageTape has no method \"Rewind\""},
-                    WrongUsage{{"call", "Config", "SetMonitorCycle", "120"}, "\"120\" is not NAME=VALUE"},
-                    WrongUsage{{"call", "Config", "SetMonitorCycle", "=120"}, "\"=120\" is not NAME=VALUE"},
-                    WrongUsage{{"call", "Config", "SetMonitorCycle", "Cycle=120"},
-                               "TAV_StorageConfig.SetMonitorCycle has no argument \"Cycle\""}));
+    testing::Values(
+        WrongUsage{{}, "a command is required"}, WrongUsage{{"list"}, "list"},
+        WrongUsage{{"--json"}, "a command is required"}, WrongUsage{{"show", "extra"}, "extra"},
+        WrongUsage{{"show", "--unknown"}, "--unknown"}, WrongUsage{{"show", "--machine"}, "--machine"},
+        WrongUsage{{"show", "enum", "Tape"}, "enum"}, WrongUsage{{"enum"}, "CLASS"},
+        WrongUsage{{"enum", "Disk"}, "unknown class \"Disk\""}, WrongUsage{{"enum", "Tape", "1"}, "1"},
+        WrongUsage{{"watch", "--cycle", "9"}, "--cycle"}, WrongUsage{{"watch", "--cycle", "3601"}, "--cycle"},
+        WrongUsage{{"watch", "--cycle", "soon"}, "--cycle"}, WrongUsage{{"show", "--cycle", "30"}, "--cycle"},
+        WrongUsage{{"show", "--color=red"}, "--color"}, WrongUsage{{"show", "--color"}, "--color"},
+        WrongUsage{{"get"}, "CLASS"}, WrongUsage{{"get", "Tape"}, "TAV_StorageTape needs an INDEX"},
+        WrongUsage{{"get", "Thread", "1"}, "TAV_StorageThread has one instance, without INDEX"},
+        WrongUsage{{"metrics", "--output"}, "--output"}, WrongUsage{{"metrics", "x"}, "x"},
+        WrongUsage{{"--json", "metrics"}, "Prometheus text"}, WrongUsage{{"show", "--output", "f"}, "--output"},
+        WrongUsage{{"dump-state"}, "FILE"}, WrongUsage{{"dump-state", "f", "g"}, "g"},
+        WrongUsage{{"check", "--root", "d", "--machine", "m"}, "exclude each other"},
+        WrongUsage{{"call", "Config"}, "METHOD"},
+        WrongUsage{{"call", "Tape", "Rewind"}, "TAV_StorageTape has no method \"Rewind\""},
+        WrongUsage{{"call", "Config", "SetMonitorCycle", "120"}, "\"120\" is not NAME=VALUE"},
+        WrongUsage{{"call", "Config", "SetMonitorCycle", "=120"}, "\"=120\" is not NAME=VALUE"},
+        WrongUsage{{"call", "Config", "SetMonitorCycle", "Cycle=120"},
+                   "TAV_StorageConfig.SetMonitorCycle has no argument \"Cycle\""}));
 
 } // namespace

@@ -8,7 +8,7 @@ namespace {
 void failUnlessOk(const std::string &className, const broker::Reply &reply)
 {
     if (!reply.ok())
-        throw Failure(failureText(className, reply.rc, reply.message));
+        throw Failure(failureText(className, reply.rc, reply.message), reply.rc);
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include "failure.h"
 #include "session.h"
+#include "wrap.h"
 
 #include "collect/tavStrgGetInfoDataPath.h"
 #include "collect/tavStrgGetInfoNoScsi.h"
@@ -104,13 +105,14 @@ std::vector<CheckedFile> checkFiles(const std::string &root)
     return files;
 }
 
-Outcome check(const Arguments &arguments)
+Outcome check(const Arguments &arguments, const TextStyle &style)
 {
     const SignalsWait signals; // nothing of a simulated machine is left behind
     const std::unique_ptr<sim::Machine> machine = makeMachine({"", arguments.machine});
     const std::vector<CheckedFile> files = checkFiles(arguments.root);
     const std::string problems = checkedProblems(files);
-    return {problems.empty() ? kDone : kFailed, arguments.json ? checkedJson(files) : checkedText(files), problems};
+    return {problems.empty() ? kDone : kFailed,
+            arguments.json ? checkedJson(files) : fitted(checkedText(files), style.width), problems};
 }
 
 } // namespace tool

@@ -28,6 +28,6 @@ std::string checkedJson(const std::vector<CheckedFile> &files);
 std::string checkedProblems(const std::vector<CheckedFile> &files);
 
 // Status kFailed when there are problems. Throws Failure.
-Outcome check(const Arguments &arguments);
+Outcome check(const Arguments &arguments, const TextStyle &style);
 
 } // namespace tool

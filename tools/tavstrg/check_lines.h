@@ -19,9 +19,8 @@ enum class Verdict {
 struct CheckedLine {
     size_t line = 0; // 1-based; 0: the whole file
     Verdict verdict = Verdict::note;
-    std::string text; // how it is understood, or why it is skipped; printable
-    // The same for programs, of an accepted line.
-    nlohmann::ordered_json meaning = nlohmann::ordered_json::object();
+    std::string text;                         // how it is understood, or why it is skipped; printable
+    nlohmann::ordered_json meaning = nullptr; // the same for programs, of an accepted line
 };
 
 // Blank lines, comments and section headers are not told. Each takes the whole text of a file.

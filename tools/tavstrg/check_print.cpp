@@ -1,15 +1,14 @@
 // What was checked, for people and for programs.
 
 #include "check.h"
-#include "json.h"
+#include "json_document.h"
 #include "words.h"
 
 #include <algorithm>
+#include <filesystem>
 
 namespace tool {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 const char *wordFor(Verdict verdict)
 {
@@ -43,13 +42,10 @@ size_t countOf(const CheckedFile &file, Verdict verdict)
 
 Json lineJson(const CheckedLine &line)
 {
-    Json json = Json::object();
-    if (line.line != 0)
-        json["line"] = line.line;
-    json["verdict"] = wordFor(line.verdict);
-    json["text"] = line.text;
-    json.update(line.meaning);
-    return json;
+    return {{"line", line.line == 0 ? Json(nullptr) : Json(line.line)},
+            {"verdict", wordFor(line.verdict)},
+            {"text", line.text},
+            {"meaning", line.meaning}};
 }
 
 } // namespace
@@ -72,18 +68,20 @@ std::string checkedText(const std::vector<CheckedFile> &files)
 
 std::string checkedJson(const std::vector<CheckedFile> &files)
 {
-    Json json = {{"formatVersion", kJsonFormatVersion}, {"files", Json::array()}};
+    Json json = document("check");
+    json["files"] = Json::array();
     for (const CheckedFile &file : files) {
         Json lines = Json::array();
         for (const CheckedLine &line : file.lines)
             lines.push_back(lineJson(line));
-        json["files"].push_back({{"file", file.path},
+        json["files"].push_back({{"name", std::filesystem::path(file.path).filename().string()},
+                                 {"file", file.path},
                                  {"state", wordFor(file.state)},
                                  {"accepted", countOf(file, Verdict::accepted)},
                                  {"skipped", countOf(file, Verdict::skipped)},
                                  {"lines", lines}});
     }
-    return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+    return written(json);
 }
 
 std::string checkedProblems(const std::vector<CheckedFile> &files)

@@ -305,14 +305,16 @@ TEST_F(CheckFiles, TheToolExitsWith0WhenAllIsAccepted)
     EXPECT_EQ(document["formatVersion"], 1);
     const json &files = document["files"];
     ASSERT_EQ(files.size(), 3U);
+    EXPECT_EQ(files[0]["name"], "storage.inf");
     EXPECT_EQ(files[0]["state"], "read");
     EXPECT_EQ(files[0]["accepted"], 1);
     EXPECT_EQ(files[0]["skipped"], 0);
     EXPECT_EQ(files[0]["lines"][0], json::parse(R"({"line": 1, "verdict": "accepted", "text": "driver \"ahci\"",
-                                                    "section": "Management Port", "driver": "ahci"})"));
+                                                    "meaning": {"section": "Management Port", "driver": "ahci"}})"));
     EXPECT_EQ(files[1]["state"], "absent");
     EXPECT_EQ(files[1]["lines"][0]["verdict"], "note");
-    const json &drive = files[2]["lines"][0];
+    EXPECT_TRUE(files[1]["lines"][0].at("line").is_null() && files[1]["lines"][0].at("meaning").is_null());
+    const json &drive = files[2]["lines"][0]["meaning"];
     EXPECT_EQ(drive["model"], "MODELNAME0123456");
     EXPECT_EQ(drive["prefix"], true);
     EXPECT_EQ(drive["attribute"], 231);

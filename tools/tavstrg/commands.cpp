@@ -24,22 +24,22 @@ Outcome show(broker::Broker &broker, const Arguments &arguments, const TextStyle
     return {kDone, arguments.json ? inventoryJson(inventory) : inventoryText(inventory, style), ""};
 }
 
-Outcome enumerate(broker::Broker &broker, const Arguments &arguments)
+Outcome enumerate(broker::Broker &broker, const Arguments &arguments, const TextStyle &style)
 {
     const std::vector<broker::Instance> instances = askAll(broker, arguments.className);
     return {kDone,
             arguments.json ? instancesJson(arguments.className, instances)
-                           : instancesText(arguments.className, instances),
+                           : instancesText(arguments.className, instances, style.width),
             ""};
 }
 
-Outcome get(broker::Broker &broker, const Arguments &arguments)
+Outcome get(broker::Broker &broker, const Arguments &arguments, const TextStyle &style)
 {
     const broker::Instance instance =
         askOne(broker, arguments.className, arguments.index ? &*arguments.index : nullptr);
     return {kDone,
             arguments.json ? instanceJson(arguments.className, instance)
-                           : instancesText(arguments.className, {instance}),
+                           : instancesText(arguments.className, {instance}, style.width),
             ""};
 }
 
@@ -57,6 +57,7 @@ Outcome call(broker::Broker &broker, const Arguments &arguments)
     if (const int status = statusOf(reply); status != 0) {
         outcome.status = kFailed;
         outcome.error = failureText(arguments.className + "." + arguments.method, status, reply.message);
+        outcome.cimStatus = status;
     }
     return outcome;
 }
@@ -78,10 +79,10 @@ Outcome metrics(broker::Broker &broker, const Arguments &arguments)
     return {};
 }
 
-Outcome dumpState(const Arguments &arguments)
+Outcome dumpState(const Arguments &arguments, const TextStyle &style)
 {
     const SavedState state = parseSavedState(readStateFile(arguments.file));
-    Outcome outcome{kDone, arguments.json ? savedStateJson(state) : savedStateText(state), ""};
+    Outcome outcome{kDone, arguments.json ? savedStateJson(state) : savedStateText(state, style.width), ""};
     if (!state.damage.empty()) {
         outcome.status = kFailed;
         outcome.error = arguments.file + ": " + state.damage;
@@ -95,9 +96,9 @@ Outcome ask(const Arguments &arguments, const TextStyle &style)
     Session session({arguments.provider, arguments.machine, arguments.serviceMode});
     switch (arguments.command) {
     case Command::enumerate:
-        return enumerate(session.broker(), arguments);
+        return enumerate(session.broker(), arguments, style);
     case Command::get:
-        return get(session.broker(), arguments);
+        return get(session.broker(), arguments, style);
     case Command::call:
         return call(session.broker(), arguments);
     case Command::metrics:
@@ -113,9 +114,9 @@ Outcome outcomeOf(const Arguments &arguments, const TextStyle &style)
     case Command::watch:
         return watch(arguments, style);
     case Command::check:
-        return check(arguments);
+        return check(arguments, style);
     case Command::dumpState:
-        return dumpState(arguments);
+        return dumpState(arguments, style);
     default:
         return ask(arguments, style);
     }
@@ -126,12 +127,12 @@ Outcome outcomeOf(const Arguments &arguments, const TextStyle &style)
 Outcome run(const Arguments &arguments, const TextStyle &style)
 {
     if (arguments.command == Command::classes)
-        return {kDone, arguments.json ? catalogueJson(catalogue()) : catalogueText(catalogue()), ""};
+        return {kDone, arguments.json ? catalogueJson(catalogue()) : catalogueText(catalogue(), style.width), ""};
     Outcome outcome;
     try {
         outcome = outcomeOf(arguments, style);
     } catch (const Failure &failure) {
-        outcome = {kFailed, "", failure.what()};
+        outcome = {kFailed, "", failure.what(), failure.cimStatus()};
     }
     if (arguments.machine.empty() && geteuid() != 0 && mayLackRights(outcome.error))
         outcome.error += "; asking this machine needs root";

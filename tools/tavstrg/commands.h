@@ -13,6 +13,7 @@ struct Outcome {
     std::string output; // for standard output
     std::string error; // for standard error, one line (check: one a problem) without the program's name; empty when all
                        // went well
+    int cimStatus = 0; // what the provider refused a request with, when it did
 };
 
 // But for watch, nothing is printed while the provider is loaded: a reader that goes away must not keep it from being

@@ -2,11 +2,19 @@
 #pragma once
 
 #include <stdexcept>
+#include <string>
 
 namespace tool {
 
-struct Failure : std::runtime_error {
-    using std::runtime_error::runtime_error;
+class Failure : public std::runtime_error {
+public:
+    // status: what the provider refused a request with, when it is that.
+    explicit Failure(const std::string &text, int status = 0) : std::runtime_error(text), cimStatus_(status) {}
+
+    int cimStatus() const { return cimStatus_; }
+
+private:
+    int cimStatus_;
 };
 
 } // namespace tool

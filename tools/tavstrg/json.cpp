@@ -4,6 +4,8 @@
 #include "json_document.h"
 #include "words.h"
 
+#include <sstream>
+
 namespace tool {
 namespace {
 
@@ -18,40 +20,42 @@ Json unlessUnknown(unsigned number, unsigned unknown)
     return number == unknown ? Json(nullptr) : Json(number);
 }
 
+const char *interfaceName(int interfaceType)
+{
+    return interfaceType == kScsi ? "SCSI" : interfaceType == kIde ? "IDE" : "unknown";
+}
+
+Json lifeSpanJson(const LifeSpan &lifeSpan)
+{
+    return {{"index", lifeSpan.index}, {"level", lifeSpan.level}, {"text", lifeSpanWords(lifeSpan.level)}};
+}
+
 Json diskJson(const HardDisk &disk)
 {
-    Json json = {{"index", disk.index},
-                 {"capacityMiB", disk.capacity},
-                 {"cylinders", disk.cylinders},
-                 {"heads", disk.heads},
-                 {"sectorsPerTrack", disk.sectorsPerTrack},
-                 {"smart", coded(disk.smartStatus, smartWords(disk.smartStatus))}};
-    if (disk.lifeSpan) {
-        json["lifeSpan"] = {{"index", disk.lifeSpan->index},
-                            {"level", disk.lifeSpan->level},
-                            {"text", lifeSpanWords(disk.lifeSpan->level)}};
-    }
-    return json;
+    return {{"index", disk.index},
+            {"capacityMiB", disk.capacity},
+            {"cylinders", disk.cylinders},
+            {"heads", disk.heads},
+            {"sectorsPerTrack", disk.sectorsPerTrack},
+            {"smart", coded(disk.smartStatus, smartWords(disk.smartStatus))},
+            {"lifeSpan", disk.lifeSpan ? lifeSpanJson(*disk.lifeSpan) : Json(nullptr)}};
 }
 
 Json deviceJson(const Device &device)
 {
-    Json json = {{"interface", interfaceWords(device.interfaceType)},
-                 {"index", device.index},
-                 {"type", coded(device.deviceType, deviceTypeWords(device.interfaceType, device.deviceType))},
-                 {"typeIndex", device.deviceTypeIndex}};
-    if (device.interfaceType == kIde) {
-        json["position"] = coded(device.ideConfiguration, drivePositionWords(device.ideConfiguration));
-    } else {
-        json["address"] = {{"bus", device.bus}, {"target", device.targetId}, {"lun", device.lun}};
-        json["vendor"] = device.vendor;
-    }
-    json["model"] = device.model;
-    json["firmwareRevision"] = device.firmwareRevision;
-    json["serialNumber"] = device.serialNumber;
-    if (device.disk)
-        json["hardDisk"] = diskJson(*device.disk);
-    return json;
+    const bool ide = device.interfaceType == kIde;
+    const Json address = {{"bus", device.bus}, {"target", device.targetId}, {"lun", device.lun}};
+    return {{"interface", interfaceName(device.interfaceType)},
+            {"index", device.index},
+            {"type", coded(device.deviceType, deviceTypeWords(device.interfaceType, device.deviceType))},
+            {"typeIndex", device.deviceTypeIndex},
+            {"address", ide ? Json(nullptr) : address},
+            {"position", ide ? Json(drivePositionName(device.ideConfiguration)) : Json(nullptr)},
+            {"vendor", ide ? Json(nullptr) : Json(device.vendor)},
+            {"model", device.model},
+            {"firmwareRevision", device.firmwareRevision},
+            {"serialNumber", device.serialNumber},
+            {"hardDisk", device.disk ? diskJson(*device.disk) : Json(nullptr)}};
 }
 
 Json controllerJson(const Controller &controller)
@@ -60,7 +64,7 @@ Json controllerJson(const Controller &controller)
     for (const Device &device : controller.devices)
         devices.push_back(deviceJson(device));
     return {{"index", controller.index},
-            {"interface", coded(controller.interfaceType, interfaceWords(controller.interfaceType))},
+            {"interface", interfaceName(controller.interfaceType)},
             {"model", controller.model},
             {"driver", controller.driver},
             {"driverVersion", controller.driverVersion},
@@ -122,14 +126,19 @@ Json classJson(const ClassEntry &entry)
 
 } // namespace
 
-Json document()
+Json document(const char *command)
 {
-    return {{"formatVersion", kJsonFormatVersion}};
+    return {{"formatVersion", kJsonFormatVersion}, {"command", command}};
 }
 
 std::string written(const Json &json)
 {
     return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+std::string writtenInOneLine(const Json &json)
+{
+    return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
 Json propertiesJson(const broker::Instance &instance)
@@ -142,7 +151,7 @@ Json propertiesJson(const broker::Instance &instance)
 
 std::string inventoryJson(const Inventory &inventory)
 {
-    Json json = document();
+    Json json = document("show");
     json["machine"] = inventory.machine.empty() ? Json(nullptr) : Json(inventory.machine);
     json["controllers"] = Json::array();
     for (const Controller &controller : inventory.controllers)
@@ -161,7 +170,7 @@ std::string inventoryJson(const Inventory &inventory)
 
 std::string instancesJson(const std::string &className, const std::vector<broker::Instance> &instances)
 {
-    Json json = document();
+    Json json = document("enum");
     json["class"] = className;
     json["instances"] = Json::array();
     for (const broker::Instance &instance : instances)
@@ -171,7 +180,7 @@ std::string instancesJson(const std::string &className, const std::vector<broker
 
 std::string instanceJson(const std::string &className, const broker::Instance &instance)
 {
-    Json json = document();
+    Json json = document("get");
     json["class"] = className;
     json["instance"] = propertiesJson(instance);
     return written(json);
@@ -180,7 +189,7 @@ std::string instanceJson(const std::string &className, const broker::Instance &i
 std::string returnValuesJson(const std::string &className, const std::string &method,
                              const std::vector<broker::Value> &values)
 {
-    Json json = document();
+    Json json = document("call");
     json["class"] = className;
     json["method"] = method;
     json["returnValues"] = Json::array();
@@ -191,11 +200,31 @@ std::string returnValuesJson(const std::string &className, const std::string &me
 
 std::string catalogueJson(const std::vector<ClassEntry> &classes)
 {
-    Json json = document();
+    Json json = document("classes");
     json["classes"] = Json::array();
     for (const ClassEntry &entry : classes)
         json["classes"].push_back(classJson(entry));
     return written(json);
+}
+
+std::string failureJson(const char *command, int exitStatus, int cimStatus, const std::string &error)
+{
+    Json messages = Json::array();
+    std::istringstream lines(error);
+    for (std::string line; std::getline(lines, line);)
+        messages.push_back(line);
+    Json json = document(command);
+    json["failure"] = {{"exitStatus", exitStatus},
+                       {"cimStatus", cimStatus == 0 ? Json(nullptr) : Json(cimStatus)},
+                       {"messages", messages}};
+    return writtenInOneLine(json);
+}
+
+std::string noteJson(const char *command, const std::string &note)
+{
+    Json json = document(command);
+    json["note"] = note;
+    return writtenInOneLine(json);
 }
 
 } // namespace tool

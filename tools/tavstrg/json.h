@@ -1,5 +1,5 @@
-// Everything as JSON for programs. Each document has "formatVersion"; it changes when a name or a meaning does, not
-// when something is added.
+// Everything as JSON for programs. A field that a kind of thing has is always there, null where there is nothing to
+// say.
 #pragma once
 
 #include "catalogue.h"
@@ -10,14 +10,18 @@
 
 namespace tool {
 
-constexpr int kJsonFormatVersion = 1;
-
-// Each ends in a newline. Bytes that are no UTF-8 become U+FFFD.
+// Each is a document of its own, which ends in a newline. Bytes that are no UTF-8 become U+FFFD.
 std::string inventoryJson(const Inventory &inventory);
 std::string instancesJson(const std::string &className, const std::vector<broker::Instance> &instances);
 std::string instanceJson(const std::string &className, const broker::Instance &instance);
 std::string returnValuesJson(const std::string &className, const std::string &method,
                              const std::vector<broker::Value> &values);
 std::string catalogueJson(const std::vector<ClassEntry> &classes);
+
+// For standard error, in one line: why a command did not do what it was asked. cimStatus is what the provider refused a
+// request with, 0 when it refused none. error has a message a line.
+std::string failureJson(const char *command, int exitStatus, int cimStatus, const std::string &error);
+// For standard error, in one line: what people may want to know meanwhile.
+std::string noteJson(const char *command, const std::string &note);
 
 } // namespace tool

@@ -43,14 +43,14 @@ TEST(InventoryJson, HoldsTheWholeTreeUnderItsVersion)
     inventory.monitoring = {60, 10, 3600, 61, 1, true};
 
     const json expected = json::parse(R"({
-      "formatVersion": 1,
+      "formatVersion": 1, "command": "show",
       "machine": "sample.json",
       "controllers": [{
-        "index": 1, "interface": {"code": 0, "text": "SCSI"}, "model": "SCSI Controller",
+        "index": 1, "interface": "SCSI", "model": "SCSI Controller",
         "driver": "ahci", "driverVersion": "Not Supported", "interrupt": null,
         "devices": [{
           "interface": "SCSI", "index": 2, "type": {"code": 0, "text": "hard disk"}, "typeIndex": 1,
-          "address": {"bus": 0, "target": 4, "lun": 0},
+          "address": {"bus": 0, "target": 4, "lun": 0}, "position": null,
           "vendor": "ATA", "model": "M", "firmwareRevision": "F", "serialNumber": "S",
           "hardDisk": {
             "index": 1, "capacityMiB": 78, "cylinders": 10, "heads": 255, "sectorsPerTrack": 63,
@@ -61,8 +61,8 @@ TEST(InventoryJson, HoldsTheWholeTreeUnderItsVersion)
       }],
       "devicesWithoutController": [{
         "interface": "IDE", "index": 1, "type": {"code": 3, "text": "CD-ROM drive"}, "typeIndex": 1,
-        "position": {"code": 2, "text": "master"},
-        "model": "", "firmwareRevision": "", "serialNumber": ""
+        "address": null, "position": "master", "vendor": null,
+        "model": "", "firmwareRevision": "", "serialNumber": "", "hardDisk": null
       }],
       "disksWithoutDevice": [],
       "totals": {"controllers": 1, "scsiDevices": 2, "ideDevices": 3, "hardDisks": 4, "cdromDrives": 5,
@@ -84,12 +84,13 @@ TEST(InventoryJson, TheRealMachineHasNoNameAndAKnownInterruptIsANumber)
     EXPECT_TRUE(parsed["machine"].is_null());
     EXPECT_EQ(parsed["controllers"][0]["interrupt"], 14);
     EXPECT_EQ(parsed["disksWithoutDevice"].size(), 1U);
-    EXPECT_FALSE(parsed["disksWithoutDevice"][0].contains("lifeSpan"));
+    EXPECT_TRUE(parsed["disksWithoutDevice"][0].at("lifeSpan").is_null());
 }
 
-TEST(InventoryJson, VersionStandsFirst)
+TEST(InventoryJson, VersionAndCommandStandFirst)
 {
-    EXPECT_EQ(inventoryJson({}).rfind("{\n  \"formatVersion\": 1,\n", 0), 0U) << inventoryJson({});
+    EXPECT_EQ(inventoryJson({}).rfind("{\n  \"formatVersion\": 1,\n  \"command\": \"show\",\n", 0), 0U)
+        << inventoryJson({});
 }
 
 TEST(InventoryJson, BytesThatAreNoTextDoNotBreakTheDocument)
@@ -105,7 +106,7 @@ TEST(InstancesJson, KeepsTypesAndNull)
     broker::Instance one = instance("C", {{"Index", "1"}, {"Minus", -1}, {"Number", 7}});
     one.properties.push_back({"Nothing", {}});
     one.properties.push_back({"Flag", {CMPI_boolean, true}});
-    const json expected = json::parse(R"({"formatVersion": 1, "class": "C", "instances":
+    const json expected = json::parse(R"({"formatVersion": 1, "command": "enum", "class": "C", "instances":
         [{"Index": "1", "Minus": -1, "Number": 7, "Nothing": null, "Flag": true}]})");
     EXPECT_EQ(json::parse(instancesJson("C", {one})), expected);
     EXPECT_EQ(json::parse(instancesJson("C", {}))["instances"], json::array());
@@ -114,13 +115,15 @@ TEST(InstancesJson, KeepsTypesAndNull)
 TEST(InstanceJson, IsOneObject)
 {
     const json parsed = json::parse(instanceJson("C", instance("C", {{"Index", "2"}})));
-    EXPECT_EQ(parsed, json::parse(R"({"formatVersion": 1, "class": "C", "instance": {"Index": "2"}})"));
+    EXPECT_EQ(parsed,
+              json::parse(R"({"formatVersion": 1, "command": "get", "class": "C", "instance": {"Index": "2"}})"));
 }
 
 TEST(ReturnValuesJson, IsAListThatMayBeEmpty)
 {
-    EXPECT_EQ(json::parse(returnValuesJson("C", "M", {})),
-              json::parse(R"({"formatVersion": 1, "class": "C", "method": "M", "returnValues": []})"));
+    EXPECT_EQ(
+        json::parse(returnValuesJson("C", "M", {})),
+        json::parse(R"({"formatVersion": 1, "command": "call", "class": "C", "method": "M", "returnValues": []})"));
     EXPECT_EQ(json::parse(returnValuesJson("C", "M", {broker::Value::number(1, CMPI_uint32)}))["returnValues"],
               json::parse("[1]"));
 }
@@ -142,6 +145,20 @@ TEST(CatalogueJson, DescribesEachClass)
                     {"name": "SetHardDiskSmartMode", "arguments": ["HardDiskSmartMode"]}]})"));
     EXPECT_EQ(parsed["classes"][10]["properties"][0],
               json::parse(R"({"name": "Index", "type": "string", "key": true})"));
+}
+
+TEST(FailureJson, IsOneLineWithAMessageForEachOfTheErrors)
+{
+    const std::string text = failureJson("check", 1, 0, "a:1: skipped\nb:2: skipped");
+    EXPECT_EQ(text, R"({"formatVersion":1,"command":"check","failure":)"
+                    R"({"exitStatus":1,"cimStatus":null,"messages":["a:1: skipped","b:2: skipped"]}})"
+                    "\n");
+    EXPECT_EQ(json::parse(failureJson("get", 1, 6, "x"))["failure"]["cimStatus"], 6);
+}
+
+TEST(NoteJson, IsOneLine)
+{
+    EXPECT_EQ(noteJson("watch", "line\nend"), "{\"formatVersion\":1,\"command\":\"watch\",\"note\":\"line\\nend\"}\n");
 }
 
 } // namespace

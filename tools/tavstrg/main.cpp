@@ -2,10 +2,12 @@
 
 #include "arguments.h"
 #include "commands.h"
+#include "json.h"
+#include "terminal.h"
+#include "wrap.h"
 
 #include <fcntl.h>
 #include <langinfo.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -29,13 +31,6 @@ void keepStandardDescriptors()
     }
 }
 
-// Columns of the terminal, 0 when the output is read by something else.
-size_t terminalWidth()
-{
-    winsize size{};
-    return isatty(STDOUT_FILENO) == 1 && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
-}
-
 // Looked up and put back: the provider runs in the plain locale, as in the broker.
 bool terminalIsUtf8()
 {
@@ -47,37 +42,59 @@ bool terminalIsUtf8()
 
 int complain(const std::string &text, int status)
 {
+    std::string told;
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);)
-        std::fprintf(stderr, "tavstrg: %s\n", line.c_str());
+        told += "tavstrg: " + line + "\n";
+    std::fputs(tool::fitted(told, tool::widthOf(STDERR_FILENO)).c_str(), stderr);
     return status;
 }
 
-// Status 1 when the output could not be written, a full disk for instance.
-int print(const std::string &text, int status)
+int fail(const tool::Arguments &arguments, int status, const std::string &error, int cimStatus = 0)
+{
+    if (!arguments.json)
+        return complain(error, status);
+    std::fputs(tool::failureJson(tool::commandName(arguments.command), status, cimStatus, error).c_str(), stderr);
+    return status;
+}
+
+// Why the text could not be written, a full disk for instance; empty when it was.
+std::string print(const std::string &text)
 {
     const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
     if (!written || std::fflush(stdout) != 0)
-        return complain(std::string("standard output: ") + std::strerror(errno), tool::kFailed);
-    return status;
+        return std::string("standard output: ") + std::strerror(errno);
+    return {};
+}
+
+int runCommand(const tool::Arguments &arguments)
+{
+    tool::TextStyle style;
+    style.width = tool::widthOf(STDOUT_FILENO);
+    style.utf8 = terminalIsUtf8();
+    style.verbose = arguments.verbose;
+    style.colour =
+        tool::wantsColour(arguments.colour, isatty(STDOUT_FILENO) == 1, std::getenv("TERM"), std::getenv("NO_COLOR"));
+    try {
+        const tool::Outcome outcome = tool::run(arguments, style);
+        std::string error = print(outcome.output);
+        const int status = error.empty() ? outcome.status : tool::kFailed;
+        error += (error.empty() || outcome.error.empty() ? "" : "\n") + outcome.error;
+        return error.empty() ? status : fail(arguments, status, error, outcome.cimStatus);
+    } catch (const std::exception &error) { // out of memory and the like
+        return fail(arguments, tool::kFailed, error.what());
+    }
 }
 
 int runTool(int argc, const char *const *argv)
 {
     const tool::Parsed parsed = tool::parseArguments(argc, argv);
-    if (!parsed.arguments) {
-        return parsed.status == tool::kDone ? print(parsed.text, tool::kDone)
-                                            : complain(parsed.text + " (see tavstrg --help)", parsed.status);
-    }
-    tool::TextStyle style;
-    style.width = terminalWidth();
-    style.utf8 = terminalIsUtf8();
-    style.verbose = parsed.arguments->verbose;
-    style.colour = tool::wantsColour(parsed.arguments->colour, isatty(STDOUT_FILENO) == 1, std::getenv("TERM"),
-                                     std::getenv("NO_COLOR"));
-    const tool::Outcome outcome = tool::run(*parsed.arguments, style);
-    const int status = print(outcome.output, outcome.status);
-    return outcome.error.empty() ? status : complain(outcome.error, status);
+    if (parsed.arguments)
+        return runCommand(*parsed.arguments);
+    if (parsed.status != tool::kDone) // whatever the output was to be: usage is a person's affair
+        return complain(parsed.text + " (see tavstrg --help)", parsed.status);
+    const std::string error = print(parsed.text);
+    return error.empty() ? tool::kDone : complain(error, tool::kFailed);
 }
 
 } // namespace
@@ -87,7 +104,7 @@ int main(int argc, char **argv)
     keepStandardDescriptors();
     try {
         return runTool(argc, argv);
-    } catch (const std::exception &error) { // out of memory and the like
+    } catch (const std::exception &error) { // no memory even for the arguments
         return complain(error.what(), tool::kFailed);
     }
 }

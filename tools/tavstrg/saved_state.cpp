@@ -3,6 +3,7 @@
 #include "failure.h"
 #include "json_document.h"
 #include "text.h"
+#include "wrap.h"
 
 #include "store/records/tavStrgCommonFileLayout.h"
 #include "store/records/tavStrgRecords.h"
@@ -24,6 +25,8 @@ broker::Value valueOf(const FieldDesc &field, const void *record)
     if (field.type == CMPI_chars && !field.key)
         return broker::Value::text({fieldChars(field, record), strnlen(fieldChars(field, record), field.size)});
     const int64_t number = fieldNumber(field, record);
+    if (field.key) // a number in the file, text to every client
+        return broker::Value::text(std::to_string(number));
     return number < 0 ? broker::Value::signedNumber(number) : broker::Value::number(static_cast<uint64_t>(number));
 }
 
@@ -140,24 +143,26 @@ std::string readStateFile(const std::string &path)
     return content;
 }
 
-std::string savedStateText(const SavedState &state)
+std::string savedStateText(const SavedState &state, size_t width)
 {
-    std::string out = "Saved state, version " + (state.version.empty() ? "unknown" : state.version) + "\n";
+    std::string out =
+        fitted("Saved state, version " + (state.version.empty() ? "unknown" : state.version) + "\n", width);
     for (const StateBlock &block : state.blocks) {
-        out += "\n" + std::to_string(block.records.size()) + " of " + std::to_string(block.expected) + " " +
-               block.className + " " + at(block.offset) + "\n";
-        out += instancesText(block.className, block.records);
+        out += fitted("\n" + std::to_string(block.records.size()) + " of " + std::to_string(block.expected) + " " +
+                          block.className + " " + at(block.offset) + "\n",
+                      width);
+        out += instancesText(block.className, block.records, width);
     }
     if (!state.damage.empty())
-        out += "\nDamaged: " + state.damage + "\n";
+        out += fitted("\nDamaged: " + state.damage + "\n", width);
     if (state.trailing > 0)
-        out += "\n" + std::to_string(state.trailing) + " bytes behind the last record are ignored\n";
+        out += fitted("\n" + std::to_string(state.trailing) + " bytes behind the last record are ignored\n", width);
     return out;
 }
 
 std::string savedStateJson(const SavedState &state)
 {
-    Json json = document();
+    Json json = document("dump-state");
     json["version"] = state.version.empty() ? Json(nullptr) : Json(state.version);
     json["blocks"] = Json::array();
     for (const StateBlock &block : state.blocks) {

@@ -30,7 +30,8 @@ SavedState parseSavedState(std::string_view bytes);
 // The file's bytes. Throws Failure when it cannot be read or is larger than any state can be.
 std::string readStateFile(const std::string &path);
 
-std::string savedStateText(const SavedState &state);
+// width: columns of the terminal, 0 for lines as long as they are.
+std::string savedStateText(const SavedState &state, size_t width);
 std::string savedStateJson(const SavedState &state);
 
 } // namespace tool

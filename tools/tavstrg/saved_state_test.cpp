@@ -1,56 +1,15 @@
 #include "saved_state.h"
 
 #include "failure.h"
-
-#include "store/records/tavStrgCommonFileLayout.h"
+#include "test_state.h"
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
-#include <cstring>
-
 namespace tool {
 namespace {
 
-template <class Record> std::string bytesOf(const Record &record, size_t size = sizeof(Record))
-{
-    return {reinterpret_cast<const char *>(&record), size};
-}
-
-StrgConfRec configuration()
-{
-    return {90, 10, 3600, 60, 1, 0};
-}
-
-StrgTnumRec totals(uint16_t controllers, uint16_t lifeSpans)
-{
-    StrgTnumRec record = {};
-    record.ControllerTotalNumber = controllers;
-    record.LifeSpanTotalNumber = lifeSpans;
-    return record;
-}
-
-StrgCtrlRec controller(uint16_t index)
-{
-    StrgCtrlRec record = {};
-    record.Index = index;
-    record.InterfaceType = -1;
-    std::memset(record.Model, 'M', sizeof record.Model); // a damaged file: no terminator
-    return record;
-}
-
-std::string wholeState()
-{
-    const StrgLifeRec lifeSpan = {1, 2, -1, 0};
-    return std::string(TAV_DAT_STRG_VERNAME) + bytesOf(configuration()) + bytesOf(totals(2, 1)) +
-           bytesOf(controller(1)) + bytesOf(controller(2)) + bytesOf(lifeSpan);
-}
-
-std::string oldState()
-{
-    return std::string(kOldVersionLine) + bytesOf(configuration()) + bytesOf(totals(1, 7), kOldTotalsSize) +
-           bytesOf(controller(1));
-}
+using namespace testing_support;
 
 std::string property(const broker::Instance &instance, const std::string &name)
 {
@@ -124,7 +83,7 @@ TEST(SavedState, IsShownAsFarAsItGoesWhereverItIsCut)
 TEST(SavedState, TextAndJsonTellTheSame)
 {
     const SavedState state = parseSavedState(wholeState().substr(0, 175));
-    const std::string text = savedStateText(state);
+    const std::string text = savedStateText(state, 0);
     EXPECT_THAT(text, testing::HasSubstr("Saved state, version 1.0.0.1\n"));
     EXPECT_THAT(text, testing::HasSubstr("1 of 2 TAV_StorageController at byte 50\n"));
     EXPECT_THAT(text, testing::HasSubstr("\nDamaged: TAV_StorageController: record 2 of 2 is cut off at byte 170"));
@@ -133,18 +92,18 @@ TEST(SavedState, TextAndJsonTellTheSame)
     EXPECT_EQ(json["blocks"][2]["class"], "TAV_StorageController");
     EXPECT_EQ(json["blocks"][2]["expected"], 2);
     EXPECT_EQ(json["blocks"][2]["records"].size(), 1U);
-    EXPECT_EQ(json["blocks"][2]["records"][0]["Index"], 1);
+    EXPECT_EQ(json["blocks"][2]["records"][0]["Index"], "1");
     EXPECT_EQ(json["damage"], state.damage);
 }
 
 TEST(SavedState, TellsTheTailAndAnUnknownVersion)
 {
     const SavedState tail = parseSavedState(wholeState() + "tail");
-    EXPECT_THAT(savedStateText(tail), testing::HasSubstr("\n4 bytes behind the last record are ignored\n"));
+    EXPECT_THAT(savedStateText(tail, 0), testing::HasSubstr("\n4 bytes behind the last record are ignored\n"));
     EXPECT_EQ(nlohmann::json::parse(savedStateJson(tail))["trailingBytes"], 4);
     EXPECT_TRUE(nlohmann::json::parse(savedStateJson(tail))["damage"].is_null());
     const SavedState unknown = parseSavedState("# Version=9.9.9.9\n" + wholeState().substr(18));
-    EXPECT_THAT(savedStateText(unknown), testing::StartsWith("Saved state, version unknown\n"));
+    EXPECT_THAT(savedStateText(unknown, 0), testing::StartsWith("Saved state, version unknown\n"));
     EXPECT_TRUE(nlohmann::json::parse(savedStateJson(unknown))["version"].is_null());
 }
 

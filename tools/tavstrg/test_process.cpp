@@ -1,6 +1,7 @@
 #include "test_process.h"
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -109,6 +110,15 @@ void makeTerminal(Pipe &out)
 
 } // namespace
 
+std::string makeDirectory()
+{
+    const bool memory = access("/dev/shm", W_OK | X_OK) == 0;
+    std::string pattern = std::string(memory ? "/dev/shm" : "/tmp") + "/tavstrg_test_XXXXXX";
+    if (mkdtemp(pattern.data()) == nullptr)
+        std::abort();
+    return pattern;
+}
+
 Finished runProgram(const std::vector<std::string> &words, const std::vector<std::string> &environment,
                     StandardOutput standardOutput, int signal)
 {
@@ -143,9 +153,17 @@ struct Running::Pipes {
     Pipe err;
 };
 
-Running::Running(const std::vector<std::string> &words, const std::vector<std::string> &environment)
+Running::Running(const std::vector<std::string> &words, const std::vector<std::string> &environment,
+                 unsigned short columns)
     : pipes_(std::make_unique<Pipes>())
 {
+    if (columns != 0) {
+        for (Pipe *terminal : {&pipes_->out, &pipes_->err}) {
+            makeTerminal(*terminal);
+            const winsize size = {24, columns, 0, 0};
+            ioctl(terminal->ends[1], TIOCSWINSZ, &size);
+        }
+    }
     finished_.pid = fork();
     if (finished_.pid == 0)
         become(words, environment, pipes_->out.ends[1], pipes_->err.ends[1]);
@@ -198,6 +216,17 @@ Finished Running::finish()
     waitFor(finished_);
     waited_ = true;
     return finished_;
+}
+
+Finished runOnTerminal(const std::vector<std::string> &words, const std::vector<std::string> &environment,
+                       unsigned short columns)
+{
+    Finished finished = Running(words, environment, columns).finish();
+    for (std::string *text : {&finished.out, &finished.err}) {
+        for (size_t at = text->find("\r\n"); at != std::string::npos; at = text->find("\r\n", at))
+            text->erase(at, 1);
+    }
+    return finished;
 }
 
 namespace {

@@ -9,6 +9,9 @@
 
 namespace tool::testing_support {
 
+// A new directory of a test's own, in memory where there is such a place: a simulated machine is many small files.
+std::string makeDirectory();
+
 struct Finished {
     int status = -1; // exit status; -1 when a signal ended it
     int signal = 0;
@@ -32,7 +35,9 @@ Finished runProgram(const std::vector<std::string> &words, const std::vector<std
 // A program that is spoken with while it runs.
 class Running {
 public:
-    Running(const std::vector<std::string> &words, const std::vector<std::string> &environment);
+    // columns: both outputs are terminals of that width; 0: both are pipes.
+    Running(const std::vector<std::string> &words, const std::vector<std::string> &environment,
+            unsigned short columns = 0);
     ~Running(); // ends it for good if it was not waited for
     Running(const Running &) = delete;
     Running &operator=(const Running &) = delete;
@@ -52,6 +57,10 @@ private:
     Finished finished_;
     bool waited_ = false;
 };
+
+// Runs a program whose outputs are terminals of that width. Line ends are plain, as the program wrote them.
+Finished runOnTerminal(const std::vector<std::string> &words, const std::vector<std::string> &environment,
+                       unsigned short columns);
 
 // System V segments that a process made and that are still there.
 int segmentsOf(pid_t creator);

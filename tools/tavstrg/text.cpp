@@ -2,16 +2,12 @@
 
 #include "health.h"
 #include "words.h"
+#include "wrap.h"
 
 #include <algorithm>
-#include <array>
-#include <utility>
 
 namespace tool {
 namespace {
-
-constexpr size_t kIndent = 4;     // columns of one level of the tree, and of a broken line's rest
-constexpr size_t kNarrowest = 20; // columns that a text gets however deep it stands
 
 struct Text {
     std::string text;
@@ -159,71 +155,62 @@ Node machineNode(const Inventory &inventory, bool verbose)
     return root;
 }
 
-// The first line of a text after one prefix, those that its breaking makes after another and some blanks. hang is their
-// columns, which a prefix's bytes do not tell.
-void printText(std::string &out, const Text &text, const std::string &first, const std::string &rest, size_t hang,
+// Columns that are left behind a prefix, enough to read however deep a text stands.
+size_t roomBehind(size_t prefix, const TextStyle &style)
+{
+    return style.width == 0 ? 0 : std::max(style.width > prefix ? style.width - prefix : 0, kNarrowest);
+}
+
+// The first line of a text after one prefix, those that its breaking makes after another and some blanks.
+void printText(std::string &out, const Text &text, const std::string &first, const std::string &rest,
                const TextStyle &style)
 {
-    const size_t room = style.width == 0 ? 0 : std::max(style.width > hang ? style.width - hang : 0, kNarrowest);
-    const std::vector<std::string> lines = wrapped(text.text, room);
+    const std::vector<std::string> lines =
+        wrapped(text.text, roomBehind(columnsOf(first), style), roomBehind(columnsOf(rest) + kIndent, style));
     for (size_t i = 0; i < lines.size(); ++i) {
         out += i == 0 ? first : rest + std::string(kIndent, ' ');
         out += painted(lines[i], text.mark, style.colour) + "\n";
     }
 }
 
-void printNode(std::string &out, const Node &node, const std::string &first, const std::string &rest, size_t depth,
+void printNode(std::string &out, const Node &node, const std::string &first, const std::string &rest,
                const TextStyle &style)
 {
     const Glyphs &glyphs = style.utf8 ? kBoxes : kAscii;
     // Lines of a node's own stand beside the trunk that leads to its children.
     const std::string own = rest + (node.children.empty() ? glyphs.gap : glyphs.trunk);
-    const size_t hang = depth + 2 * kIndent;
-    printText(out, node.label, first, own, hang, style);
+    printText(out, node.label, first, own, style);
     for (const Text &detail : node.details)
-        printText(out, detail, own, own, hang, style);
+        printText(out, detail, own, own, style);
     for (size_t i = 0; i < node.children.size(); ++i) {
         const bool last = i + 1 == node.children.size();
         printNode(out, node.children[i], rest + (last ? glyphs.lastBranch : glyphs.branch),
-                  rest + (last ? glyphs.gap : glyphs.trunk), depth + kIndent, style);
+                  rest + (last ? glyphs.gap : glyphs.trunk), style);
     }
 }
 
-// Left column as wide as its widest entry.
-std::string columns(const std::vector<std::pair<std::string, std::string>> &rows)
+std::string totalsText(const Totals &totals, size_t width)
 {
-    size_t widest = 0;
-    for (const auto &[left, right] : rows)
-        widest = std::max(widest, left.size());
-    std::string out;
-    for (const auto &[left, right] : rows) {
-        std::string line = "  " + left + std::string(widest - left.size(), ' ') + "  " + right;
-        line.erase(line.find_last_not_of(' ') + 1);
-        out += line + "\n";
-    }
-    return out;
+    return "Totals\n" + twoColumns({{"controllers", std::to_string(totals.controllers)},
+                                    {"SCSI devices", std::to_string(totals.scsiDevices)},
+                                    {"IDE devices", std::to_string(totals.ideDevices)},
+                                    {"hard disks", std::to_string(totals.hardDisks)},
+                                    {"CD-ROM drives", std::to_string(totals.cdroms)},
+                                    {"tape drives", std::to_string(totals.tapes)},
+                                    {"optical memories", std::to_string(totals.opticalMemories)},
+                                    {"other devices", std::to_string(totals.others)}},
+                                   width);
 }
 
-std::string totalsText(const Totals &totals)
-{
-    return "Totals\n" + columns({{"controllers", std::to_string(totals.controllers)},
-                                 {"SCSI devices", std::to_string(totals.scsiDevices)},
-                                 {"IDE devices", std::to_string(totals.ideDevices)},
-                                 {"hard disks", std::to_string(totals.hardDisks)},
-                                 {"CD-ROM drives", std::to_string(totals.cdroms)},
-                                 {"tape drives", std::to_string(totals.tapes)},
-                                 {"optical memories", std::to_string(totals.opticalMemories)},
-                                 {"other devices", std::to_string(totals.others)}});
-}
-
-std::string monitoringText(const Monitoring &monitoring)
+std::string monitoringText(const Monitoring &monitoring, size_t width)
 {
     return "Monitoring\n" +
-           columns({{"thread", monitoring.running ? "running" : "not running"},
-                    {"cycle", std::to_string(monitoring.cycle) + " s (" + std::to_string(monitoring.cycleMin) + " to " +
-                                  std::to_string(monitoring.cycleMax) + ", default " +
-                                  std::to_string(monitoring.cycleDefault) + ")"},
-                    {"SMART", monitoring.smartMode == 1 ? "handled" : "not handled"}});
+           twoColumns({{"thread", monitoring.running ? "running" : "not running"},
+                       {"cycle", std::to_string(monitoring.cycle) + " s (" + std::to_string(monitoring.cycleMin) +
+                                     " to " + std::to_string(monitoring.cycleMax) + ", default " +
+                                     std::to_string(monitoring.cycleDefault) + ")"},
+                       {"SMART", monitoring.smartMode == 1 ? "handled" : "not handled"}},
+                      width);
 }
 
 } // namespace
@@ -231,26 +218,26 @@ std::string monitoringText(const Monitoring &monitoring)
 std::string inventoryText(const Inventory &inventory, const TextStyle &style)
 {
     std::string out;
-    printNode(out, machineNode(inventory, style.verbose), "", "", 0, style);
-    out += "\n" + totalsText(inventory.totals);
+    printNode(out, machineNode(inventory, style.verbose), "", "", style);
+    out += "\n" + totalsText(inventory.totals, style.width);
     if (style.verbose)
-        out += "\n" + monitoringText(inventory.monitoring);
+        out += "\n" + monitoringText(inventory.monitoring, style.width);
     const Health health = healthOf(inventory);
     if (const std::string words = healthWords(health); !words.empty()) {
         out += "\n";
-        printText(out, {"Health: " + words, markOf(health)}, "", "", kIndent, style);
+        printText(out, {"Health: " + words, markOf(health)}, "", "", style);
     }
     return out;
 }
 
-std::string instancesText(const std::string &className, const std::vector<broker::Instance> &instances)
+std::string instancesText(const std::string &className, const std::vector<broker::Instance> &instances, size_t width)
 {
     std::string out;
     for (const broker::Instance &instance : instances) {
-        std::vector<std::pair<std::string, std::string>> rows;
+        Rows rows;
         for (const broker::NamedValue &property : instance.properties)
             rows.emplace_back(property.name, printable(property.value.toString()));
-        out += (out.empty() ? "" : "\n") + className + "\n" + columns(rows);
+        out += (out.empty() ? "" : "\n") + className + "\n" + twoColumns(rows, width);
     }
     return out;
 }
@@ -263,11 +250,11 @@ std::string returnValuesText(const std::vector<broker::Value> &values)
     return out;
 }
 
-std::string catalogueText(const std::vector<ClassEntry> &classes)
+std::string catalogueText(const std::vector<ClassEntry> &classes, size_t width)
 {
     std::string out;
     for (const ClassEntry &entry : classes) {
-        std::vector<std::pair<std::string, std::string>> rows;
+        Rows rows;
         for (const PropertyEntry &property : entry.properties)
             rows.emplace_back(property.name, schemaType(property.type) + (property.key ? ", key" : ""));
         for (const MethodEntry &method : entry.methods) {
@@ -276,26 +263,10 @@ std::string catalogueText(const std::vector<ClassEntry> &classes)
                 append(arguments, argument + "=VALUE");
             rows.emplace_back(method.name, "method" + (arguments.empty() ? "" : ", " + arguments));
         }
-        out += (out.empty() ? "" : "\n") + entry.name + (entry.keyed() ? "" : " (one instance)") + "\n" + columns(rows);
+        out += (out.empty() ? "" : "\n") + entry.name + (entry.keyed() ? "" : " (one instance)") + "\n" +
+               twoColumns(rows, width);
     }
     return out;
-}
-
-std::vector<std::string> wrapped(const std::string &text, size_t width)
-{
-    std::vector<std::string> lines;
-    std::string rest = text.substr(0, text.find_last_not_of(' ') + 1);
-    while (width != 0 && rest.size() > width) {
-        size_t cut = rest.find_last_of(' ', width);
-        if (cut == std::string::npos || cut == 0)
-            cut = rest.find(' ', width); // one word is longer than the line: it is left whole
-        if (cut == std::string::npos)
-            break;
-        lines.push_back(rest.substr(0, rest.find_last_not_of(' ', cut) + 1));
-        rest.erase(0, rest.find_first_not_of(' ', cut));
-    }
-    lines.push_back(rest);
-    return lines;
 }
 
 } // namespace tool

@@ -10,7 +10,7 @@
 namespace tool {
 
 struct TextStyle {
-    size_t width = 0;     // columns of the terminal, at which lines are broken; 0: they are not
+    size_t width = 0;     // columns of the terminal, in which every line fits; 0: lines are as long as they are
     bool utf8 = false;    // lines of the tree as box characters instead of ASCII
     bool verbose = false; // geometry, driver versions, numbers of the records, monitoring
     bool colour = false;
@@ -21,14 +21,11 @@ struct TextStyle {
 std::string inventoryText(const Inventory &inventory, const TextStyle &style);
 
 // Property and value in columns, a blank line between instances. Texts stand as they are but for unprintable bytes.
-std::string instancesText(const std::string &className, const std::vector<broker::Instance> &instances);
+std::string instancesText(const std::string &className, const std::vector<broker::Instance> &instances, size_t width);
 
 // What a method gave back; "" for a method that returns nothing.
 std::string returnValuesText(const std::vector<broker::Value> &values);
 
-std::string catalogueText(const std::vector<ClassEntry> &classes);
-
-// Breaks a text at blanks so that no line has more columns than width where a word permits it. At least one line.
-std::vector<std::string> wrapped(const std::string &text, size_t width);
+std::string catalogueText(const std::vector<ClassEntry> &classes, size_t width);
 
 } // namespace tool

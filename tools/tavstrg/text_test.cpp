@@ -11,7 +11,6 @@
 namespace {
 
 using namespace tool;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
@@ -176,8 +175,8 @@ TEST(InventoryText, NoLineIsWiderThanTheTerminalAndNothingIsLost)
     std::string line;
     while (std::getline(lines, line))
         EXPECT_LE(line.size(), 60U) << line;
-    EXPECT_THAT(text, HasSubstr("|   |-- 0:3:1  hard disk 1: ATA EXAMPLE 1000,\n"
-                                "|   |           firmware FW01, serial SER1\n"));
+    EXPECT_THAT(text, HasSubstr("|   |-- 0:3:1  hard disk 1: ATA EXAMPLE 1000, firmware FW01,\n"
+                                "|   |           serial SER1\n"));
 
     const auto words = [](const std::string &of) {
         std::istringstream in(of);
@@ -225,18 +224,18 @@ TEST(InstancesText, AlignsValuesAndSeparatesInstances)
     using testing_support::instance;
     const std::vector<broker::Instance> two = {instance("TAV_StorageTape", {{"Index", "1"}, {"InterfaceType", 0}}),
                                                instance("TAV_StorageTape", {{"Index", "2"}, {"InterfaceType", -1}})};
-    EXPECT_EQ(instancesText("TAV_StorageTape", two), "TAV_StorageTape\n"
-                                                     "  Index          1\n"
-                                                     "  InterfaceType  0\n"
-                                                     "\n"
-                                                     "TAV_StorageTape\n"
-                                                     "  Index          2\n"
-                                                     "  InterfaceType  -1\n");
+    EXPECT_EQ(instancesText("TAV_StorageTape", two, 0), "TAV_StorageTape\n"
+                                                        "  Index          1\n"
+                                                        "  InterfaceType  0\n"
+                                                        "\n"
+                                                        "TAV_StorageTape\n"
+                                                        "  Index          2\n"
+                                                        "  InterfaceType  -1\n");
 }
 
 TEST(InstancesText, AnEmptyTextLeavesNoTrailingBlanks)
 {
-    EXPECT_EQ(instancesText("C", {testing_support::instance("C", {{"PNPDeviceID", ""}})}), "C\n  PNPDeviceID\n");
+    EXPECT_EQ(instancesText("C", {testing_support::instance("C", {{"PNPDeviceID", ""}})}, 0), "C\n  PNPDeviceID\n");
 }
 
 TEST(ReturnValuesText, IsEmptyForAMethodThatReturnsNothing)
@@ -247,7 +246,7 @@ TEST(ReturnValuesText, IsEmptyForAMethodThatReturnsNothing)
 
 TEST(CatalogueText, NamesTypesKeysMethodsAndArguments)
 {
-    const std::string text = catalogueText(catalogue());
+    const std::string text = catalogueText(catalogue(), 0);
     EXPECT_THAT(text, HasSubstr("TAV_StorageConfig (one instance)\n"));
     EXPECT_THAT(text, HasSubstr("  SetMonitorCycle       method, MonitorCycle=VALUE\n"));
     EXPECT_THAT(text, HasSubstr("TAV_StorageLifeSpan\n"
@@ -256,19 +255,6 @@ TEST(CatalogueText, NamesTypesKeysMethodsAndArguments)
     EXPECT_THAT(text, HasSubstr("TAV_StorageThread (one instance)\n"
                                 "  ThreadRunning          uint16\n"
                                 "  StartMonitoringThread  method\n"));
-}
-
-TEST(Wrapped, BreaksAtBlanksOnly)
-{
-    EXPECT_THAT(wrapped("one two three", 0), ElementsAre("one two three"));
-    EXPECT_THAT(wrapped("one two three", 13), ElementsAre("one two three"));
-    EXPECT_THAT(wrapped("one two three", 12), ElementsAre("one two", "three"));
-    EXPECT_THAT(wrapped("one two three", 7), ElementsAre("one two", "three"));
-    EXPECT_THAT(wrapped("one two three", 3), ElementsAre("one", "two", "three"));
-    EXPECT_THAT(wrapped("abcdefgh ij", 3), ElementsAre("abcdefgh", "ij"));
-    EXPECT_THAT(wrapped("abcdefgh", 3), ElementsAre("abcdefgh"));
-    EXPECT_THAT(wrapped("", 5), ElementsAre(""));
-    EXPECT_THAT(wrapped("ab   ", 2), ElementsAre("ab"));
 }
 
 } // namespace

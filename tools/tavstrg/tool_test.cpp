@@ -1,14 +1,12 @@
 // The built tool, run as a user runs it.
 
-#include "test_process.h"
+#include "test_tool.h"
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -19,64 +17,14 @@ using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::StartsWith;
 using tool::testing_support::Finished;
+using tool::testing_support::kSmallMachine;
+using tool::testing_support::kTool;
 using tool::testing_support::runProgram;
-using tool::testing_support::segmentsOf;
 using tool::testing_support::StandardOutput;
 
 namespace fs = std::filesystem;
 
-const std::string kTool = std::string(TAV_BINARY_DIR) + "/bin/tavstrg";
-
-// One managed disk, one CD-ROM drive, no tape.
-constexpr const char *kSmallMachine = R"({
-  "hosts": [
-    {"number": 0, "driver": "ahci", "devices": [
-      {"id": 0, "type": "disk", "ata": true, "model": "SMALL DISK", "revision": "FW1", "serial": "SER-1",
-       "sectors": 16065000},
-      {"id": 1, "type": "cdrom", "vendor": "DISCO", "model": "RW", "revision": "2.0"}
-    ]}
-  ],
-  "files": {"storage.inf": "ahci\n"}
-})";
-
-// A directory of the test's own, where the tool also puts what it needs for a while.
-class Tool : public testing::Test {
-protected:
-    void SetUp() override
-    {
-        std::string pattern = testing::TempDir() + "tavstrg_tool_XXXXXX";
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        directory_ = pattern;
-        fs::create_directory(directory_ / "tmp");
-        write("small.json", kSmallMachine);
-    }
-    void TearDown() override { fs::remove_all(directory_); }
-
-    std::string write(const std::string &name, const std::string &text) const
-    {
-        std::ofstream(directory_ / name) << text;
-        return (directory_ / name).string();
-    }
-
-    Finished run(std::vector<std::string> words, StandardOutput out = StandardOutput::kept, int signal = 0) const
-    {
-        words.insert(words.begin(), kTool);
-        return runProgram(words, {"LC_ALL=C", "TMPDIR=" + (directory_ / "tmp").string()}, out, signal);
-    }
-
-    Finished runSmall(std::vector<std::string> words) const
-    {
-        words.insert(words.begin(), {"--machine", (directory_ / "small.json").string()});
-        return run(words);
-    }
-
-    bool leftNothing(const Finished &finished) const
-    {
-        return fs::is_empty(directory_ / "tmp") && segmentsOf(finished.pid) == 0;
-    }
-
-    fs::path directory_;
-};
+class Tool : public tool::testing_support::ToolTest {};
 
 void expectFailure(const Finished &finished, int status, const std::string &line)
 {
@@ -93,7 +41,8 @@ TEST_F(Tool, WrongUsageIsStatus2AndOneLineOnStandardError)
                               {"enum"},
                               {"enum", "Floppy"},
                               {"get", "Tape"},
-                              {"call", "Config", "Explode"}}) {
+                              {"call", "Config", "Explode"},
+                              {"--json", "metrics"}}) {
         const Finished finished = run(words);
         EXPECT_EQ(finished.status, 2);
         EXPECT_EQ(finished.out, "");
@@ -198,6 +147,21 @@ TEST_F(Tool, EnumPrintsEveryInstance)
     ASSERT_EQ(instances.size(), 2U);
     EXPECT_EQ(instances[0]["SerialNumber"], "SER-1");
     EXPECT_EQ(instances[1]["DeviceType"], 1);
+}
+
+TEST_F(Tool, WithJsonAFailureIsADocumentOnStandardError)
+{
+    const Finished finished = runSmall({"--json", "enum", "Tape"});
+    EXPECT_EQ(finished.status, 1);
+    EXPECT_EQ(finished.out, "");
+    EXPECT_EQ(json::parse(finished.err), json::parse(R"x({"formatVersion": 1, "command": "enum", "failure":
+        {"exitStatus": 1, "cimStatus": 6, "messages": ["TAV_StorageTape: NotFound Data (status 6)"]
+}
+})x"));
+    const Finished full = run({"--json", "classes"}, StandardOutput::full);
+    EXPECT_EQ(full.status, 1);
+    EXPECT_EQ(json::parse(full.err)["failure"]["messages"],
+              json::parse(R"(["standard output: No space left on device"])"));
 }
 
 TEST_F(Tool, AnEmptyClassIsAFailureOfEnum)

@@ -4,8 +4,11 @@
 #include "alert_pipe.h"
 #include "ask.h"
 #include "failure.h"
+#include "json.h"
 #include "machine_follower.h"
 #include "session.h"
+#include "terminal.h"
+#include "wrap.h"
 
 #include <dlfcn.h>
 #include <poll.h>
@@ -55,9 +58,12 @@ private:
     int descriptor_;
 };
 
-void note(const std::string &text)
+// For people, apart from the alerts. With JSON, notes are documents too.
+void note(const Arguments &arguments, const std::string &text)
 {
-    std::fprintf(stderr, "tavstrg: %s\n", text.c_str());
+    const std::string line = arguments.json ? noteJson(commandName(Command::watch), text)
+                                            : fitted("tavstrg: " + text + "\n", widthOf(STDERR_FILENO));
+    std::fputs(line.c_str(), stderr);
 }
 
 std::string outputProblem()
@@ -86,7 +92,7 @@ void invoke(Session &session, const char *className, const char *method,
 {
     const broker::Reply reply = session.broker().invokeMethod(className, method, arguments);
     if (const int status = statusOf(reply); status != 0)
-        throw Failure(failureText(std::string(className) + "." + method, status, reply.message));
+        throw Failure(failureText(std::string(className) + "." + method, status, reply.message), status);
 }
 
 // The configuration has only methods, and in service mode none before the thread runs, whose first sleep already has
@@ -98,14 +104,14 @@ void setCycle(Session &session, int cycle)
 }
 
 // On the real machine the alert library is the agent's, unless the development library was put in its place.
-void tellWhereAlertsGo()
+void tellWhereAlertsGo(const Arguments &arguments)
 {
     void *library = dlopen(kAlertLibrary, RTLD_LAZY | RTLD_NOLOAD);
     if (library == nullptr)
         throw Failure(std::string("no alert library: ") + kAlertLibrary +
                       " could not be loaded, so no alert would go out");
     if (dlsym(library, "TavAlertTakesFile") == nullptr)
-        note(std::string("alerts go to this machine's agent (") + kAlertLibrary + "), not to this terminal");
+        note(arguments, std::string("alerts go to this machine's agent (") + kAlertLibrary + "), not to this terminal");
     dlclose(library);
 }
 
@@ -116,11 +122,11 @@ void tellBeginning(Session &session, const Arguments &arguments)
             ? "this machine"
             : "the simulated machine " + std::filesystem::path(arguments.machine).filename().string();
     const int64_t cycle = numberOf(askOne(session.broker(), kConfig, nullptr), "MonitorCycle");
-    note("watching " + machine + ", a pass every " + std::to_string(cycle) + " s, until Ctrl-C");
+    note(arguments, "watching " + machine + ", a pass every " + std::to_string(cycle) + " s, until Ctrl-C");
 }
 
 // A description that is no good leaves the machine as it was.
-void follow(MachineFollower &follower, Session &session, const std::string &path)
+void follow(MachineFollower &follower, Session &session, const Arguments &arguments)
 {
     const auto change = follower.look();
     if (!change)
@@ -132,7 +138,7 @@ void follow(MachineFollower &follower, Session &session, const std::string &path
     } catch (const Failure &failure) {
         problem = failure.what();
     }
-    note(problem.empty() ? path + ": read again" : problem + "; the machine stays as it was");
+    note(arguments, problem.empty() ? arguments.machine + ": read again" : problem + "; the machine stays as it was");
 }
 
 class Watch {
@@ -150,7 +156,7 @@ public:
             setCycle(session, arguments_.cycle);
         invoke(session, kThread, "StartMonitoringThread");
         if (arguments_.machine.empty())
-            tellWhereAlertsGo();
+            tellWhereAlertsGo(arguments_);
         tellBeginning(session, arguments_);
         const std::string problem = untilEnded(session, signals);
         invoke(session, kThread, "StopMonitoringThread");
@@ -174,7 +180,7 @@ private:
             if (waits[2].revents != 0)
                 throw Failure(std::string("standard output: ") + std::strerror(EPIPE));
             if (ready == 0) // looks that follow an alert at once would find no editor at work
-                follow(follower_, session, arguments_.machine);
+                follow(follower_, session, arguments_);
         }
         return "";
     } catch (const Failure &failure) {
@@ -186,9 +192,10 @@ private:
         for (const std::string &line : alerts_.lines()) {
             const std::optional<Alert> alert = parseAlert(line);
             if (!alert)
-                note("an alert that is not understood: " + line);
+                note(arguments_, "an alert that is not understood: " + line);
             else
-                print(arguments_.json ? alertJson(*alert) : alertText(*alert, colour_), signals);
+                print(arguments_.json ? alertJson(*alert) : alertText(*alert, colour_, widthOf(STDOUT_FILENO)),
+                      signals);
         }
     }
 

@@ -6,7 +6,6 @@
 #include <nlohmann/json.hpp>
 
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -45,9 +44,7 @@ class WatchTool : public testing::Test {
 protected:
     void SetUp() override
     {
-        std::string pattern = testing::TempDir() + "tavstrg_watch_XXXXXX";
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        directory_ = pattern;
+        directory_ = tool::testing_support::makeDirectory();
         fs::create_directory(directory_ / "tmp");
         edit(machine().dump());
     }

@@ -59,6 +59,11 @@ std::string drivePositionWords(int ideConfiguration)
     return wordFor(kPositions, ideConfiguration, "unknown position");
 }
 
+const char *drivePositionName(int ideConfiguration)
+{
+    return ideConfiguration == 2 ? "master" : ideConfiguration == 3 ? "slave" : "unknown";
+}
+
 std::string smartWords(int smartStatus)
 {
     return wordFor(kSmart, smartStatus, "unknown status");

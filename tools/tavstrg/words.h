@@ -27,6 +27,7 @@ std::string deviceTypeWords(int interfaceType, int deviceType);
 bool isHardDisk(int interfaceType, int deviceType);
 
 std::string drivePositionWords(int ideConfiguration); // "master", "slave", "position unknown"
+const char *drivePositionName(int ideConfiguration);  // "master", "slave", "unknown"
 
 // 0 also stands for a disk without SMART and for SMART that is not handled, so it never says more than that nothing was
 // reported.
