@@ -280,8 +280,6 @@ Parsed parseArguments(int argc, const char *const *argv)
         arguments.colour = colourOf(raw.colour);
         if (!arguments.root.empty() && !arguments.machine.empty())
             throw UsageError("check: --root and --machine exclude each other");
-        if (arguments.command == Command::metrics && arguments.json)
-            throw UsageError("metrics: its format is Prometheus text alone; --json show has the figures as JSON");
         const bool named = arguments.command == Command::enumerate || arguments.command == Command::get ||
                            arguments.command == Command::call;
         if (named && !arguments.raw)

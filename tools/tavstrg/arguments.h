@@ -25,7 +25,7 @@ struct MethodArgument {
 
 struct Arguments {
     Command command = Command::show;
-    bool json = false;    // not for metrics
+    bool json = false;
     bool verbose = false; // show
     bool serviceMode = false;
     ColourWhen colour = ColourWhen::automatic; // show, watch

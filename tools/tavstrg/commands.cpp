@@ -70,9 +70,10 @@ bool mayLackRights(const std::string &error)
            error.find("strgGetInstance() FAILED") != std::string::npos;
 }
 
-Outcome metrics(broker::Broker &broker, const Arguments &arguments)
+Outcome writeMetrics(broker::Broker &broker, const Arguments &arguments)
 {
-    const std::string text = metricsText(buildInventory(askInventory(broker)));
+    const std::vector<Metric> metrics = metricsOf(buildInventory(askInventory(broker)));
+    const std::string text = arguments.json ? metricsJson(metrics) : metricsText(metrics);
     if (arguments.output.empty())
         return {kDone, text, ""};
     writeWhole(arguments.output, text);
@@ -102,7 +103,7 @@ Outcome ask(const Arguments &arguments, const TextStyle &style)
     case Command::call:
         return call(session.broker(), arguments);
     case Command::metrics:
-        return metrics(session.broker(), arguments);
+        return writeMetrics(session.broker(), arguments);
     default:
         return show(session.broker(), arguments, style);
     }

@@ -207,6 +207,24 @@ std::string catalogueJson(const std::vector<ClassEntry> &classes)
     return written(json);
 }
 
+std::string metricsJson(const std::vector<Metric> &metrics)
+{
+    Json json = document("metrics");
+    json["metrics"] = Json::array();
+    for (const Metric &metric : metrics) {
+        Json samples = Json::array();
+        for (const Sample &sample : metric.samples) {
+            Json labels = Json::object();
+            for (const auto &[label, content] : sample.labels)
+                labels[std::string(label)] = content;
+            samples.push_back({{"labels", labels}, {"value", sample.value}});
+        }
+        json["metrics"].push_back(
+            {{"name", metric.name}, {"type", "gauge"}, {"help", std::string(metric.help)}, {"samples", samples}});
+    }
+    return written(json);
+}
+
 std::string failureJson(const char *command, int exitStatus, int cimStatus, const std::string &error)
 {
     Json messages = Json::array();

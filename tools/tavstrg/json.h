@@ -4,6 +4,7 @@
 
 #include "catalogue.h"
 #include "inventory.h"
+#include "metrics.h"
 
 #include <string>
 #include <vector>
@@ -17,6 +18,7 @@ std::string instanceJson(const std::string &className, const broker::Instance &i
 std::string returnValuesJson(const std::string &className, const std::string &method,
                              const std::vector<broker::Value> &values);
 std::string catalogueJson(const std::vector<ClassEntry> &classes);
+std::string metricsJson(const std::vector<Metric> &metrics);
 
 // For standard error, in one line: why a command did not do what it was asked. cimStatus is what the provider refused a
 // request with, 0 when it refused none. error has a message a line.

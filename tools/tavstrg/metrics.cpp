@@ -16,8 +16,6 @@
 namespace tool {
 namespace {
 
-using Labels = std::vector<std::pair<std::string_view, std::string>>;
-
 // A label's value: backslash, quote and line end are written with a backslash (exposition format 0.0.4).
 std::string escaped(const std::string &value)
 {
@@ -30,28 +28,10 @@ std::string escaped(const std::string &value)
     return result;
 }
 
-// One metric: its head once, then its samples.
-class Metric {
-public:
-    Metric(std::string_view name, std::string_view help) : name_("tavstorage_" + std::string(name))
-    {
-        text_ = "# HELP " + name_ + " " + std::string(help) + "\n# TYPE " + name_ + " gauge\n";
-    }
-
-    void add(const Labels &labels, uint64_t value)
-    {
-        std::string list;
-        for (const auto &[label, content] : labels)
-            list += (list.empty() ? "" : ",") + std::string(label) + "=\"" + escaped(content) + "\"";
-        text_ += name_ + (list.empty() ? "" : "{" + list + "}") + " " + std::to_string(value) + "\n";
-    }
-
-    const std::string &text() const { return text_; }
-
-private:
-    std::string name_;
-    std::string text_;
-};
+Metric metricCalled(const std::string &name, std::string_view help)
+{
+    return {"tavstorage_" + name, help, {}};
+}
 
 // A disk with the device that it is, which is not there when something was plugged in between two answers.
 struct DiskView {
@@ -91,10 +71,11 @@ std::string addressOf(const Device &device)
            std::to_string(device.targetId) + "-" + std::to_string(device.lun);
 }
 
-std::string infoMetric(const std::vector<DiskView> &disks)
+Metric infoMetric(const std::vector<DiskView> &disks)
 {
-    Metric metric("disk_info",
-                  "What a hard disk is; its address is controller-bus-target-LUN, or controller-position. Always 1.");
+    Metric metric = metricCalled(
+        "disk_info",
+        "What a hard disk is; its address is controller-bus-target-LUN, or controller-position. Always 1.");
     for (const DiskView &view : disks) {
         Labels labels = nameOf(view);
         labels.emplace_back("interface", interfaceWords(view.disk->interfaceType));
@@ -105,50 +86,51 @@ std::string infoMetric(const std::vector<DiskView> &disks)
                                          {"firmware", device->firmwareRevision},
                                          {"serial", device->serialNumber}});
         }
-        metric.add(labels, 1);
+        metric.samples.push_back({labels, 1});
     }
-    return metric.text();
+    return metric;
 }
 
-std::string smartMetric(const std::vector<DiskView> &disks)
+Metric smartMetric(const std::vector<DiskView> &disks)
 {
     constexpr std::pair<std::string_view, int> kStates[] = {
         {"no_failure_reported", 0}, {"failing", 1}, {"unreadable", -1}};
-    Metric metric("disk_smart_state",
-                  "1 for what SMART says of a disk, 0 for the others; a disk without SMART reports no failure. "
-                  "Absent while SMART is not handled.");
+    Metric metric =
+        metricCalled("disk_smart_state",
+                     "1 for what SMART says of a disk, 0 for the others; a disk without SMART reports no failure. "
+                     "Absent while SMART is not handled.");
     for (const DiskView &view : disks) {
         for (const auto &[state, code] : kStates) {
             Labels labels = nameOf(view);
             labels.emplace_back("state", state);
-            metric.add(labels, view.disk->smartStatus == code ? 1 : 0);
+            metric.samples.push_back({labels, view.disk->smartStatus == code ? uint64_t{1} : 0});
         }
     }
-    return metric.text();
+    return metric;
 }
 
-std::string capacityMetric(const std::vector<DiskView> &disks)
+Metric capacityMetric(const std::vector<DiskView> &disks)
 {
-    Metric metric("disk_capacity_bytes", "Capacity of a hard disk.");
+    Metric metric = metricCalled("disk_capacity_bytes", "Capacity of a hard disk.");
     for (const DiskView &view : disks)
-        metric.add(nameOf(view), uint64_t{view.disk->capacity} << 20);
-    return metric.text();
+        metric.samples.push_back({nameOf(view), uint64_t{view.disk->capacity} << 20});
+    return metric;
 }
 
-std::string enduranceMetric(const std::vector<DiskView> &disks)
+Metric enduranceMetric(const std::vector<DiskView> &disks)
 {
-    Metric metric("disk_endurance_level",
-                  "Endurance left of a solid-state drive, 1 (least) to 5; absent when unknown.");
+    Metric metric = metricCalled("disk_endurance_level",
+                                 "Endurance left of a solid-state drive, 1 (least) to 5; absent when unknown.");
     for (const DiskView &view : disks) {
         if (view.disk->lifeSpan && view.disk->lifeSpan->level >= 0)
-            metric.add(nameOf(view), static_cast<uint64_t>(view.disk->lifeSpan->level));
+            metric.samples.push_back({nameOf(view), static_cast<uint64_t>(view.disk->lifeSpan->level)});
     }
-    return metric.text();
+    return metric;
 }
 
-std::string countMetric(const Totals &totals)
+Metric countMetric(const Totals &totals)
 {
-    Metric metric("devices", "Number of controllers and devices by kind.");
+    Metric metric = metricCalled("devices", "Number of controllers and devices by kind.");
     const std::pair<std::string_view, unsigned> kinds[] = {
         {"controller", totals.controllers},
         {"scsi_device", totals.scsiDevices},
@@ -160,20 +142,42 @@ std::string countMetric(const Totals &totals)
         {"other", totals.others},
     };
     for (const auto &[kind, count] : kinds)
-        metric.add({{"kind", std::string(kind)}}, count);
-    return metric.text();
+        metric.samples.push_back({{{"kind", std::string(kind)}}, count});
+    return metric;
+}
+
+std::string sampleText(const std::string &name, const Sample &sample)
+{
+    std::string list;
+    for (const auto &[label, content] : sample.labels)
+        list += (list.empty() ? "" : ",") + std::string(label) + "=\"" + escaped(content) + "\"";
+    return name + (list.empty() ? "" : "{" + list + "}") + " " + std::to_string(sample.value) + "\n";
 }
 
 } // namespace
 
-std::string metricsText(const Inventory &inventory)
+std::vector<Metric> metricsOf(const Inventory &inventory)
 {
     const std::vector<DiskView> disks = disksOf(inventory);
     const bool handled = inventory.monitoring.smartMode == 1;
-    Metric handling("smart_handling_enabled", "Whether disks are asked for their SMART verdict.");
-    handling.add({}, handled ? 1 : 0);
-    return countMetric(inventory.totals) + handling.text() + infoMetric(disks) + capacityMetric(disks) +
-           (handled ? smartMetric(disks) : "") + enduranceMetric(disks);
+    Metric handling = metricCalled("smart_handling_enabled", "Whether disks are asked for their SMART verdict.");
+    handling.samples.push_back({{}, handled ? uint64_t{1} : 0});
+    std::vector<Metric> metrics = {countMetric(inventory.totals), handling, infoMetric(disks), capacityMetric(disks)};
+    if (handled)
+        metrics.push_back(smartMetric(disks));
+    metrics.push_back(enduranceMetric(disks));
+    return metrics;
+}
+
+std::string metricsText(const std::vector<Metric> &metrics)
+{
+    std::string text;
+    for (const Metric &metric : metrics) {
+        text += "# HELP " + metric.name + " " + std::string(metric.help) + "\n# TYPE " + metric.name + " gauge\n";
+        for (const Sample &sample : metric.samples)
+            text += sampleText(metric.name, sample);
+    }
+    return text;
 }
 
 void writeWhole(const std::string &path, const std::string &content)

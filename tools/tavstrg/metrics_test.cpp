@@ -1,9 +1,11 @@
 #include "metrics.h"
 
 #include "failure.h"
+#include "json.h"
 #include "words.h"
 
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
 
 #include <filesystem>
 #include <fstream>
@@ -54,7 +56,7 @@ Inventory threeDisks()
 
 TEST(Metrics, EveryStateCapacityLevelAndCountIsThere)
 {
-    const std::string text = metricsText(threeDisks());
+    const std::string text = metricsText(metricsOf(threeDisks()));
     for (const char *line : {
              "tavstorage_devices{kind=\"hard_disk\"} 3\n",
              "tavstorage_smart_handling_enabled 1\n",
@@ -75,7 +77,7 @@ TEST(Metrics, EachKindHasItsOwnCount)
 {
     Inventory inventory;
     inventory.totals = {1, 2, 3, 4, 5, 6, 7, 8};
-    const std::string text = metricsText(inventory);
+    const std::string text = metricsText(metricsOf(inventory));
     const char *const kinds[] = {"controller", "scsi_device", "ide_device",     "hard_disk",
                                  "cdrom",      "tape",        "optical_memory", "other"};
     for (int i = 0; i < 8; ++i)
@@ -86,7 +88,7 @@ TEST(Metrics, WithoutSmartNothingIsSaidOfIt)
 {
     Inventory inventory = threeDisks();
     inventory.monitoring.smartMode = 0;
-    const std::string text = metricsText(inventory);
+    const std::string text = metricsText(metricsOf(inventory));
     EXPECT_THAT(text, HasSubstr("tavstorage_smart_handling_enabled 0\n"));
     EXPECT_THAT(text, Not(HasSubstr("disk_smart_state")));
 }
@@ -97,12 +99,12 @@ TEST(Metrics, AnIdeDiskHasAPosition)
     Device &device = inventory.controllers[0].devices[0];
     device.interfaceType = device.disk->interfaceType = kIde;
     device.ideConfiguration = 2;
-    EXPECT_THAT(metricsText(inventory), HasSubstr("interface=\"IDE\",address=\"3-master\""));
+    EXPECT_THAT(metricsText(metricsOf(inventory)), HasSubstr("interface=\"IDE\",address=\"3-master\""));
 }
 
 TEST(Metrics, WhatADiskIsCalledStandsOnTheInfoMetricAloneAndEscaped)
 {
-    const std::string text = metricsText(threeDisks());
+    const std::string text = metricsText(metricsOf(threeDisks()));
     EXPECT_THAT(text, HasSubstr("tavstorage_disk_info{disk=\"1\",interface=\"SCSI\",address=\"3-0-1-0\",vendor=\"ATA\","
                                 "model=\"HALDEN \\\"M2\\\\S\\\"\",firmware=\"H2.1\",serial=\"HM-\\\\xff\"} 1\n"));
     std::istringstream lines(text);
@@ -117,7 +119,7 @@ TEST(Metrics, EachLineIsOfTheExpositionFormatAndEachMetricHasOneHead)
 {
     const std::regex sample(R"re([a-z_]+(\{([a-z]+="([^"\\]|\\["\\n])*",?)+\})? [0-9]+)re");
     const std::regex head(R"re(# (HELP [a-z_]+ .+|TYPE [a-z_]+ gauge))re");
-    std::istringstream lines(metricsText(threeDisks()));
+    std::istringstream lines(metricsText(metricsOf(threeDisks())));
     std::map<std::string, int> heads;
     for (std::string line; std::getline(lines, line);) {
         EXPECT_TRUE(std::regex_match(line, line[0] == '#' ? head : sample)) << line;
@@ -167,4 +169,28 @@ TEST(Metrics, TheFileIsForEveryoneToReadAndIsNotWrittenThroughALink)
 }
 
 } // namespace
+TEST(Metrics, AsJsonAreTheSameSamples)
+{
+    Inventory inventory = threeDisks();
+    inventory.controllers[0].devices.resize(1);
+    inventory.controllers[0].devices[0].model = "M2 \"S\"";
+    inventory.controllers[0].devices[0].serialNumber = "HM-1";
+    inventory.devicesWithoutController.clear();
+    const std::vector<Metric> metrics = metricsOf(inventory);
+    const nlohmann::ordered_json json = nlohmann::ordered_json::parse(metricsJson(metrics));
+    std::string text;
+    for (const auto &metric : json.at("metrics")) {
+        const auto name = metric.at("name").get<std::string>();
+        text += "# HELP " + name + " " + metric.at("help").get<std::string>() + "\n# TYPE " + name + " " +
+                metric.at("type").get<std::string>() + "\n";
+        for (const auto &sample : metric.at("samples")) {
+            std::string labels;
+            for (const auto &[label, value] : sample.at("labels").items())
+                labels += (labels.empty() ? "" : ",") + label + "=" + value.dump();
+            text += name + (labels.empty() ? "" : "{" + labels + "}") + " " + sample.at("value").dump() + "\n";
+        }
+    }
+    EXPECT_EQ(text, metricsText(metrics));
+}
+
 } // namespace tool

@@ -41,8 +41,7 @@ TEST_F(Tool, WrongUsageIsStatus2AndOneLineOnStandardError)
                               {"enum"},
                               {"enum", "Floppy"},
                               {"get", "Tape"},
-                              {"call", "Config", "Explode"},
-                              {"--json", "metrics"}}) {
+                              {"call", "Config", "Explode"}}) {
         const Finished finished = run(words);
         EXPECT_EQ(finished.status, 2);
         EXPECT_EQ(finished.out, "");
