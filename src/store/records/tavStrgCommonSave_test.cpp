@@ -1,6 +1,8 @@
+#include "provider/runtime/tavCommonHolders.h"
 #include "store/records/tavStrgStoreFixture_test.h"
 
 #include <cerrno>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <thread>
 
@@ -93,10 +95,13 @@ TEST_F(Save, ATemporaryFileOfSomebodyElseIsReplaced)
     if (::chown(machine.where(kTemporary).c_str(), 65534, 65534) != 0) {
         GTEST_SKIP() << "only root can give a file away";
     }
-    const ino_t before = statOf(kTemporary).st_ino;
+    const FileDesc theirs(::open(machine.where(kTemporary).c_str(), O_RDONLY | O_CLOEXEC));
     EXPECT_EQ(save(), SaveResult::saved);
     EXPECT_EQ(statOf(kSavedStateFile).st_uid, ::geteuid());
-    EXPECT_NE(statOf(kSavedStateFile).st_ino, before) << "whoever has it open reads nothing of the state";
+    struct stat info = {};
+    ASSERT_EQ(::fstat(theirs.get(), &info), 0);
+    EXPECT_EQ(info.st_nlink, 0U);
+    EXPECT_EQ(info.st_size, 1) << "whoever has it open reads nothing of the state";
     EXPECT_FALSE(machine.exists(kTemporary));
 }
 
