@@ -39,8 +39,8 @@ int main(int argc, char **argv)
     if (argc != 3) {
         return argc == 1 ? 0 : 1;
     }
-    const int disks = std::atoi(argv[1]);
-    const int times = std::atoi(argv[2]);
+    const int disks = static_cast<int>(std::strtol(argv[1], nullptr, 10));
+    const int times = static_cast<int>(std::strtol(argv[2], nullptr, 10));
     for (int i = 0; i < times; ++i) {
         const compare::Stopwatch watch;
         SCSIDiskNameTable names;

@@ -48,8 +48,8 @@ int main(int argc, char **argv)
     if (argc < 4) {
         return fail("usage: compare_provider PROVIDER DISKS REQUESTS [SMART]");
     }
-    const auto disks = static_cast<size_t>(std::atoi(argv[2]));
-    const int requests = std::atoi(argv[3]);
+    const auto disks = size_t{std::strtoul(argv[2], nullptr, 10)};
+    const int requests = static_cast<int>(std::strtol(argv[3], nullptr, 10));
     broker::Broker broker;
     if (const std::string failure = broker.load(argv[1]); !failure.empty()) {
         return fail(failure);

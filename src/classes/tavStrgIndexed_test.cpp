@@ -11,7 +11,6 @@ using broker::Reply;
 using broker::Request;
 using broker::Value;
 using testing::ElementsAre;
-using testing::HasSubstr;
 
 namespace {
 

@@ -8,7 +8,6 @@
 using broker::NamedValue;
 using broker::Reply;
 using broker::Request;
-using broker::Value;
 using testing::ElementsAre;
 
 namespace {

@@ -300,7 +300,7 @@ void *collectUntilCancelled(void *descriptors)
 TEST_F(Failures, ACancelledCollectionLeavesNothingBehind)
 {
     const auto cancelled = [this] {
-        pthread_t thread;
+        pthread_t thread{};
         void *result = nullptr;
         EXPECT_EQ(pthread_create(&thread, nullptr, collectUntilCancelled, now_.dat), 0);
         EXPECT_EQ(pthread_join(thread, &result), 0);

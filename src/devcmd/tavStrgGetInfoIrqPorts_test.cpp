@@ -127,7 +127,7 @@ TEST_F(GetIrq, TracesWhatItFound)
 
 TEST_F(GetIrq, LongLinesAndBinaryBytesDoNoHarm)
 {
-    interrupts(" 5: " + std::string(5000, 'x') + " ahci\n" + std::string("\0\xFF 7: ahci\0\n", 13) +
+    interrupts(" 5: " + std::string(5000, 'x') + " ahci\n" + std::string("\0\xFF 7: ahci\0\n", 12) +
                std::string(3000, '1') + "\n 24: ahci\n");
     EXPECT_EQ(irqOf("ahci"), 24U);
     // the counts in the middle of a line with many processors are never taken for its number

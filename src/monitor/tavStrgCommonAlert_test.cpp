@@ -83,8 +83,8 @@ TEST_F(PutAlert, TheAddressFormFollowsTheInterfaceType)
     const char *const positions[] = {"", "Unknown", "Master", "Slave", "", ""};
     for (const uint16_t type : std::initializer_list<uint16_t>{1, 3, 65535}) {
         disk.InterfaceType = type;
-        for (uint16_t position = 0; position < std::size(positions); ++position) {
-            disk.DrivePosition = position;
+        for (size_t position = 0; position < std::size(positions); ++position) {
+            disk.DrivePosition = static_cast<uint16_t>(position);
             EXPECT_THAT(stringsOf(disk),
                         ElementsAre(std::string("Address(Controller-Drive) : 7-") + positions[position],
                                     "Hard Disk[2] : MODEL ", "NULL"))

@@ -19,8 +19,6 @@ namespace {
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Not;
-using testing::StartsWith;
 
 // Two disks, of which the first predicts its failure.
 const std::string kMachine = R"({

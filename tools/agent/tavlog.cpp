@@ -31,7 +31,8 @@ extern "C" void TraceLog(int level, const char *module, const char *function, in
 {
     const char *path = std::getenv("TAVLOG_FILE");
     const char *least = std::getenv("TAVLOG_LEVEL");
-    if (path == nullptr || *path == '\0' || format == nullptr || (least != nullptr && level < std::atoi(least))) {
+    if (path == nullptr || *path == '\0' || format == nullptr ||
+        (least != nullptr && level < std::strtol(least, nullptr, 10))) {
         return;
     }
     const Undisturbed undisturbed;

@@ -12,7 +12,7 @@ namespace broker {
 struct RequestState {
     // ownStatus: whether the one status of the request will be seen, so that all other messages are leaks.
     // empty: with a context without entries, as for a cleanup.
-    RequestState(Core &core, const PathData &path, bool ownStatus, bool empty);
+    RequestState(Core &given, const PathData &pathData, bool ownStatus, bool empty);
     ~RequestState();
     RequestState(const RequestState &) = delete;
     RequestState &operator=(const RequestState &) = delete;
@@ -48,7 +48,7 @@ struct Broker::Impl {
 
     using Serve = std::function<CMPIStatus(const ProviderObjects &, RequestState &)>;
     // Serves one request in a thread of its own.
-    Reply request(const std::string &className, const std::vector<NamedValue> &keys, const Serve &serve);
+    Reply request(const std::string &className, const std::vector<NamedValue> &keys, const Serve &function);
     enum class Side { instance, method };
     Reply cleanup(Side side, bool terminating);
 

@@ -71,14 +71,13 @@ bool Call::usable(const Object *argument)
 std::optional<Datum> Call::read(const CMPIValue *value, CMPIType type)
 {
     std::optional<Datum> datum;
-    if (value == nullptr || type == CMPI_null) {
+    const bool isPointer = plainWidth(type) == 0 && type != CMPI_chars; // as all encapsulated values are
+    if (value == nullptr || type == CMPI_null || (isPointer && value->string == nullptr)) {
         datum = nullDatum(type);
     } else if (plainWidth(type) != 0) {
         datum = plainDatum(type, value);
     } else if (type == CMPI_chars) {
         datum = textDatum(reinterpret_cast<const char *>(value)); // deliberate: the argument is the text itself
-    } else if (value->string == nullptr) {
-        datum = nullDatum(type); // all encapsulated values are pointers
     } else if (type == CMPI_string) {
         const StringObject *const string = contentOf<StringObject>(*this, value->string);
         const char *const text = string == nullptr ? nullptr : string->text();
@@ -108,7 +107,7 @@ template <class Kind> Kind *Call::give(std::unique_ptr<Kind> object, Owner owner
     return &kept;
 }
 
-CMPIString *Call::string(std::optional<std::string> text, Owner owner)
+CMPIString *Call::string(const std::optional<std::string> &text, Owner owner)
 {
     return give(std::make_unique<StringObject>(core_.tables.string, text), owner);
 }

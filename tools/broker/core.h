@@ -176,7 +176,8 @@ public:
     const char *slot() const { return slot_; }
 
     // New objects for the caller.
-    CMPIString *string(std::optional<std::string> text, Owner owner = Owner::provider); // without a text: no handle
+    CMPIString *string(const std::optional<std::string> &text,
+                       Owner owner = Owner::provider); // without a text: no handle
     CMPIObjectPath *path(PathData data);
     CMPIInstance *instance(InstanceData data);
     CMPIArray *array(ArrayData data);

@@ -8,6 +8,8 @@ namespace broker {
 struct StringObject final : CMPIString, Object {
     StringObject(CMPIStringFT &table, const std::optional<std::string> &text);
     ~StringObject() override;
+    StringObject(const StringObject &) = delete;
+    StringObject &operator=(const StringObject &) = delete;
     std::string describe() const override;
     void bury() override;
     const char *text() const { return static_cast<const char *>(hdl); }

@@ -201,7 +201,7 @@ std::string parseClass(Tokens &tokens, Core &core)
         if (tokens.end()) {
             return complain(tokens.peek(), "class " + made.name + " does not end");
         }
-        const std::string error = parseFeature(tokens, made.properties);
+        std::string error = parseFeature(tokens, made.properties);
         if (!error.empty()) {
             return error;
         }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 
 namespace sim {
@@ -179,8 +180,9 @@ std::map<unsigned, unsigned> Fields::numbersByNumber(const char *name)
     }
     for (const auto &[key, number] : found->object_->items()) {
         unsigned word = 0;
-        char rest = 0;
-        if (std::sscanf(key.c_str(), "%u%c", &word, &rest) != 1 || !number.is_number_unsigned()) {
+        const char *const end = key.data() + key.size();
+        const auto [rest, error] = std::from_chars(key.data(), end, word);
+        if (error != std::errc{} || rest != end || !number.is_number_unsigned()) {
             fail(name, "numbers by number are wanted, as in {\"83\": 16384}");
         }
         result[word] = number.get<unsigned>();

@@ -2,6 +2,8 @@
 #include "sim/describe.h"
 
 #include <cstdio>
+#include <cstdlib>
+#include <limits>
 
 namespace sim {
 
@@ -39,7 +41,7 @@ std::string defaultInterrupts(const Description &description, bool old)
     }
     for (const IdeChannel &channel : description.channels) {
         const std::string suffix = channel.name.starts_with("ide") ? channel.name.substr(3) : "0";
-        text += interruptLine({std::to_string(14 + std::atoi(suffix.c_str())), 120, channel.name}, old);
+        text += interruptLine({std::to_string(14 + std::strtol(suffix.c_str(), nullptr, 10)), 120, channel.name}, old);
     }
     std::set<std::string> seen;
     unsigned number = 16;
@@ -95,14 +97,16 @@ std::string defaultPorts(const Description &description)
 
 unsigned portNumber(Fields &fields, const char *name)
 {
-    unsigned number = 0;
     if (!fields.isText(name)) {
         return fields.number<unsigned>(name, 0);
     }
-    if (std::sscanf(fields.text(name, "").c_str(), "%x", &number) != 1) {
+    const std::string text = fields.text(name, "");
+    char *end = nullptr;
+    const unsigned long number = std::strtoul(text.c_str(), &end, 16);
+    if (end == text.c_str() || number > std::numeric_limits<unsigned>::max()) {
         fields.fail(name, "a port is wanted, in hexadecimal digits");
     }
-    return number;
+    return static_cast<unsigned>(number);
 }
 
 bool isListOfObjects(const nlohmann::json *value)

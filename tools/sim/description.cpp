@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <set>
 
 namespace sim {
@@ -20,7 +21,8 @@ Geometry defaultGeometry(uint64_t sectors)
     const bool small = sectors < (1U << 21);
     const unsigned heads = small ? 64 : 255;
     const unsigned perTrack = small ? 32 : 63;
-    return {heads, perTrack, static_cast<unsigned>(sectors / (heads * perTrack))};
+    const unsigned perCylinder = heads * perTrack;
+    return {heads, perTrack, static_cast<unsigned>(sectors / perCylinder)};
 }
 
 void readSize(Fields &fields, DeviceDescription &device, uint64_t defaultBytes)
@@ -251,7 +253,7 @@ std::string wholePath(const Fields &fields, const std::string &name)
     if (!name.starts_with('/')) {
         return std::string(kAgentRoot) + "/data/" + name;
     }
-    const std::string path = plainPath(name);
+    std::string path = plainPath(name);
     if (!isMachinePath(path)) {
         fields.fail(name.c_str(), "the path is none of the machine's");
     }
@@ -378,11 +380,17 @@ bool isSameDevice(const DeviceDescription &a, const DeviceDescription &b)
 
 unsigned long kernelNumber(const std::string &release)
 {
-    unsigned major = 0;
-    unsigned minor = 0;
-    unsigned patch = 0;
-    std::sscanf(release.c_str(), "%u.%u.%u", &major, &minor, &patch);
-    return major * 1000000UL + minor * 1000UL + patch;
+    unsigned long number = 0;
+    const char *text = release.c_str();
+    for (const unsigned long weight : {1000000UL, 1000UL, 1UL}) {
+        char *end = nullptr;
+        number += std::strtoul(text, &end, 10) * weight;
+        if (end == text || *end != '.') {
+            break;
+        }
+        text = end + 1;
+    }
+    return number;
 }
 
 std::string diskName(unsigned n)

@@ -82,6 +82,6 @@ constexpr uint8_t kInvalidOpcode = 0x20;
 constexpr uint8_t kInvalidField = 0x24;
 
 // Answers an ioctl on the device: as the system call, -1 with errno set on failure. May take its time.
-int answer(Device &device, unsigned long request, void *argument);
+int answer(Device &device, unsigned long number, void *argument);
 
 } // namespace sim

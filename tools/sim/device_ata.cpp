@@ -36,9 +36,12 @@ AtaReply smartCommand(Device &device, const AtaRegisters &registers)
     AtaReply reply;
     if (registers.features == kSmartEnable && smart.canEnable) {
         device.smartEnabled = true;
-    } else if (!device.smartEnabled) {
+        return reply;
+    }
+    if (!device.smartEnabled) {
         return aborted(registers);
-    } else if (registers.features == kSmartDisable) {
+    }
+    if (registers.features == kSmartDisable) {
         device.smartEnabled = false;
     } else if (registers.features == kSmartReturnStatus) {
         reply.registers.lbaMid = smart.lbaMid;

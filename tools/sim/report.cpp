@@ -18,7 +18,7 @@ namespace {
 // kB that a field of /proc/self/status tells; 0 when it is not there.
 long statusKb(const char *field)
 {
-    std::FILE *const file = std::fopen("/proc/self/status", "r");
+    std::FILE *const file = std::fopen("/proc/self/status", "re");
     if (file == nullptr) {
         return 0;
     }
@@ -75,7 +75,7 @@ void machineIsReported()
     }
     malloc_trim(0);
     // "5" resets the peak of the resident set (Documentation/filesystems/proc.rst).
-    std::FILE *const file = std::fopen("/proc/self/clear_refs", "w");
+    std::FILE *const file = std::fopen("/proc/self/clear_refs", "we");
     if (file != nullptr) {
         std::fputs("5", file);
         std::fclose(file);

@@ -77,7 +77,7 @@ std::vector<uint8_t> smartLog(uint8_t address)
     log[0] = 1; // version
     switch (address) {
     case 0: // the directory has no checksum: a word per log tells its sectors
-        log[2 * kSummaryErrorLog] = log[2 * kSelfTestLog] = 1;
+        log[size_t{2} * kSummaryErrorLog] = log[size_t{2} * kSelfTestLog] = 1;
         return log;
     case kSummaryErrorLog:
     case kSelfTestLog:

@@ -60,7 +60,7 @@ void addHost(Tree &tree, const HostDescription &host, const std::string &directo
 // The node's directory of a class, below the device's own.
 std::string addNode(Tree &tree, const std::string &directory, const char *nodeClass, const std::string &node)
 {
-    const std::string at = directory + "/" + nodeClass + "/" + node;
+    std::string at = directory + "/" + nodeClass + "/" + node;
     const NodeNumber number = nodeNumber(node);
     tree[at + "/dev"] = {Node::file, std::to_string(number.major) + ":" + std::to_string(number.minor) + "\n"};
     tree[at + "/device"] = {Node::link, "../../../" + directory.substr(directory.rfind('/') + 1)};

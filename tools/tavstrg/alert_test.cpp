@@ -12,7 +12,6 @@ namespace {
 using namespace tool;
 using nlohmann::json;
 using testing::ElementsAre;
-using testing::HasSubstr;
 
 Alert alert(uint32_t id, int type, std::vector<std::string> strings = {})
 {

@@ -22,8 +22,6 @@ using tool::testing_support::kTool;
 using tool::testing_support::runProgram;
 using tool::testing_support::StandardOutput;
 
-namespace fs = std::filesystem;
-
 class Tool : public tool::testing_support::ToolTest {};
 
 void expectFailure(const Finished &finished, int status, const std::string &line)

@@ -3,7 +3,6 @@
 namespace {
 
 using testing::ElementsAreArray;
-using testing::HasSubstr;
 
 class Dump : public testing::Test {
 protected:
