@@ -4,15 +4,18 @@
 #
 #   ./test.sh           everything
 #   ./test.sh --quick   the unit tests of one build
+#   ./test.sh --bare    everything, and once more as a newcomer in a bare Debian (tests/bare)
 set -euo pipefail
 cd "$(dirname "$0")"
 
 quick=false
+bare=false
 case "${1:-}" in
 "") ;;
 --quick) quick=true ;;
+--bare) bare=true ;;
 -h | --help)
-    sed -n '2,7s/^# \{0,1\}//p' "$0"
+    sed -n '2,8s/^# \{0,1\}//p' "$0"
     exit 0
     ;;
 *)
@@ -103,10 +106,13 @@ fi
 step "rules of the house"
 scripts/check-rules.sh && passed=$((passed + 1)) || failed=$((failed + 1))
 
+step "clang-tidy over the provider"
+scripts/check-tidy.sh && passed=$((passed + 1)) || failed=$((failed + 1))
+
 step "release build, every test"
 build release
 tests/vm/run.sh --fetch >build/vm.fetch.log 2>&1 || true # downloads are not the test's time
-run release
+run release -LE bare
 
 step "the other compiler, optimised: the provider's own tests, and cancellation"
 build clang "${provider_tests[@]}" test_cancel
@@ -123,5 +129,11 @@ run tsan -E '_NOT_BUILT$'
 
 step "fuzz targets, 20 seconds each"
 ./fuzz.sh --seconds 20 && passed=$((passed + 1)) || failed=$((failed + 1))
+
+if $bare; then
+    step "a newcomer in a bare Debian"
+    scripts/install-deps.sh bare
+    tests/bare/run.sh && passed=$((passed + 1)) || failed=$((failed + 1))
+fi
 
 finish

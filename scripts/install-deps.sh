@@ -4,18 +4,19 @@
 # usage: scripts/install-deps.sh GROUP... [-- PACKAGE...]
 #
 # Groups: build (the provider, the tool), package (making .deb and .rpm packages, and looking at them), test (build, package, and
-# the second compiler with the sanitizers' runtime), check (formatter, linters), vm (the virtual machine of tests/vm), compare (what
-# bench/compare measures the provider against).
+# the second compiler with the sanitizers' runtime, a JSON Schema checker), check (formatter, linters), vm (the virtual machine of
+# tests/vm), compare (what bench/compare measures the provider against), bare (the bare Debian systems of tests/bare).
 # Packages after -- are wanted besides. Says what it installs; does nothing and says nothing when all is there.
 # Needs root or sudo only when something is missing.
 set -euo pipefail
 
 build=(g++ cmake ninja-build libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libcli11-dev)
 package=(dpkg-dev file groff-base rpm zsh)
-test=(clang libclang-rt-14-dev)
+test=(clang libclang-rt-14-dev python3-jsonschema)
 check=(clang-format clang-tidy shellcheck)
 vm=(qemu-system-x86 xz-utils)
 compare=(smartmontools lsscsi strace)
+bare=(debootstrap git wget)
 
 fail() {
     echo "install-deps.sh: $*" >&2
@@ -35,12 +36,13 @@ while [ $# -gt 0 ]; do
     check) wanted+=("${check[@]}") ;;
     vm) wanted+=("${vm[@]}") ;;
     compare) wanted+=("${compare[@]}") ;;
+    bare) wanted+=("${bare[@]}") ;;
     --)
         shift
         wanted+=("$@")
         break
         ;;
-    *) fail "unknown group \"$1\" (build, package, test, check, vm, compare)" ;;
+    *) fail "unknown group \"$1\" (build, package, test, check, vm, compare, bare)" ;;
     esac
     shift
 done

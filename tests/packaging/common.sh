@@ -37,16 +37,9 @@ expected_files() {
     awk -v component="$1" '$1 == component { print $2, $3 }' "$source_directory/tests/packaging/files.txt" | sort -k 2
 }
 
-# make_root ROOT STATUS: a root with a shell, and a broker whose tools note how they are called and exit with STATUS; 127:
-# without a broker.
-make_root() {
-    local root=$1 status=$2 library tool
-    mkdir -p "$root"/{bin,dev,usr/bin,var/log,tmp}
-    : >"$root/dev/null"
-    cp "$(realpath /bin/sh)" "$root/bin/sh"
-    while read -r library; do
-        install -D "$library" "$root$library"
-    done < <(ldd "$root/bin/sh" | grep -o '/[^ ]*')
+# make_broker ROOT STATUS: a broker whose tools note how they are called and exit with STATUS.
+make_broker() {
+    local root=$1 status=$2 tool
     for tool in sfcbstage sfcbunstage sfcbrepos; do
         cat >"$root/usr/bin/$tool" <<TOOL
 #!/bin/sh
@@ -60,7 +53,18 @@ exit $status
 TOOL
         chmod 755 "$root/usr/bin/$tool"
     done
-    [ "$status" -ne 127 ] || rm "$root"/usr/bin/sfcb*
+}
+
+# make_root ROOT STATUS: a root with a shell, and a broker; with 127 as its STATUS without a broker.
+make_root() {
+    local root=$1 status=$2 library
+    mkdir -p "$root"/{bin,dev,usr/bin,var/log,tmp}
+    : >"$root/dev/null"
+    cp "$(realpath /bin/sh)" "$root/bin/sh"
+    while read -r library; do
+        install -D "$library" "$root$library"
+    done < <(ldd "$root/bin/sh" | grep -o '/[^ ]*')
+    [ "$status" -eq 127 ] || make_broker "$root" "$status"
 }
 
 # broker_was_told ROOT stage|unstage|nothing WHEN: what the broker of a root was told since the last question.
