@@ -67,16 +67,12 @@ step() {
     }
 }
 
-# Prints "URI SUITE" of where this machine has its own Debian packages from, or of where everybody has.
+# Prints "URI SUITE" of where this machine has its own Debian packages from; nothing where it is no Debian of this suite.
 mirrors() {
     local found
     found=$(apt-get indextargets --format '$(REPO_URI) $(RELEASE)' 'Created-By: Packages' 'Component: main' 2>/dev/null |
         grep -E "^https?://[^ ]+ $suite(-updates|-security)?$" | sed 's,/ , ,' | sort -u) || true
-    if grep -q " $suite$" <<<"$found"; then
-        echo "$found"
-    else
-        printf 'http://deb.debian.org/%s\n' "debian $suite" "debian $suite-updates" "debian-security $suite-security"
-    fi
+    ! grep -q " $suite$" <<<"$found" || echo "$found"
 }
 
 # Ends the run where it cannot be.
@@ -103,6 +99,7 @@ prepare() {
     rm -f "$cache/null"
 
     mapfile -t mirrors < <(mirrors)
+    [ ${#mirrors[@]} -gt 0 ] || skip "this machine has no packages of Debian $suite"
     read -r mirror _ < <(printf '%s\n' "${mirrors[@]}" | grep " $suite$")
     local name value
     root_environment=(PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin HOME=/root TERM=dumb)
