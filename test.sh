@@ -127,8 +127,8 @@ build tsan test_provider_runtime test_provider test_classes test_store test_stor
     test_threads test_lifecycle test_cancel test_stress
 run tsan -E '_NOT_BUILT$'
 
-step "fuzz targets, 20 seconds each"
-./fuzz.sh --seconds 20 && passed=$((passed + 1)) || failed=$((failed + 1))
+step "fuzz targets, 10 seconds each"
+./fuzz.sh --seconds 10 && passed=$((passed + 1)) || failed=$((failed + 1))
 
 if $bare; then
     step "a newcomer in a bare Debian"

@@ -33,7 +33,7 @@ double stressSeconds()
 {
     const char *const told = std::getenv("TAV_STRESS_SECONDS");
     constexpr double kShort = 5;
-    constexpr double kLong = 60;
+    constexpr double kLong = 30;
     return told != nullptr ? std::atof(told) : sim::allocationsCanFail() ? kShort : kLong;
 }
 
