@@ -105,18 +105,9 @@ TEST_F(Indexed, SetPropInstChecksItsParametersInOrder)
 
 TEST_F(Indexed, AnInstanceThatCannotBeBuiltFails)
 {
-    const struct {
-        const char *slot;
-        const char *text;
-    } cases[] = {
-        {"getNameSpace", "_OUT_ CMGetCharPtr() Failure!!"},
-        {"newObjectPath", "_OUT_ CMNewObjectPath() Failure!!"},
-        {"newInstance", "_OUT_ CMNewInstance() Failure!!"},
-        {"setPropertyFilter", "CMSetPropertyFilter() Failure!!"},
-    };
     for (const Member &member : kMembers) {
         fill(member.classId, {1});
-        for (const auto &c : cases) {
+        for (const FailingBuild &c : kFailingBuilds) {
             SCOPED_TRACE(std::string(member.cimName) + " " + c.slot);
             for (const bool one : {true, false}) {
                 trace.clear();

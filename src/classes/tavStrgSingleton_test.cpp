@@ -213,17 +213,8 @@ TEST_F(Singleton, SetPropInstChecksItsParametersInOrder)
 
 TEST_F(Singleton, AnInstanceThatCannotBeBuiltOrTakenFails)
 {
-    const struct {
-        const char *slot;
-        const char *text;
-    } cases[] = {
-        {"getNameSpace", "_OUT_ CMGetCharPtr() Failure!!"},
-        {"newObjectPath", "_OUT_ CMNewObjectPath() Failure!!"},
-        {"newInstance", "_OUT_ CMNewInstance() Failure!!"},
-        {"setPropertyFilter", "CMSetPropertyFilter() Failure!!"},
-    };
     for (const Member &member : kMembers) {
-        for (const auto &c : cases) {
+        for (const FailingBuild &c : kFailingBuilds) {
             SCOPED_TRACE(c.slot);
             broker.failCall(c.slot, 1);
             const Reply reply = get(member);

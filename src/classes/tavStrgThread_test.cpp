@@ -142,16 +142,7 @@ TEST_F(ThreadClass, WithoutCallInformationThereIsNoMessage)
 
 TEST_F(ThreadClass, AnInstanceThatCannotBeBuiltOrTakenFails)
 {
-    const struct {
-        const char *slot;
-        const char *text;
-    } cases[] = {
-        {"getNameSpace", "_OUT_ CMGetCharPtr() Failure!!"},
-        {"newObjectPath", "_OUT_ CMNewObjectPath() Failure!!"},
-        {"newInstance", "_OUT_ CMNewInstance() Failure!!"},
-        {"setPropertyFilter", "CMSetPropertyFilter() Failure!!"},
-    };
-    for (const auto &c : cases) {
+    for (const FailingBuild &c : kFailingBuilds) {
         broker.failCall(c.slot, 1);
         const Reply reply = get();
         EXPECT_EQ(reply.rc, CMPI_RC_ERR_FAILED) << c.slot;

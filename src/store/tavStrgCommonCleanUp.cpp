@@ -47,12 +47,11 @@ CMPIStatus cleanUpNonService(const CInfo *cInfo, bool terminating, const char *f
 {
     // A store under construction is neither saved nor freed: the file would be overwritten with what is not there yet.
     awaitInitialisation(terminating);
-    bool released = false;
-    while (gst_first == 0 && !(released = releaseWhereNothingIsBuilt())) {
+    while (gst_first == 0) {
+        if (releaseWhereNothingIsBuilt()) {
+            return TRACED_AS(function, kOk, kDetail, "_OUT_ rc=[CMPI_RC_OK] Already CleanUp.");
+        }
         awaitInitialisation(terminating);
-    }
-    if (released) {
-        return TRACED_AS(function, kOk, kDetail, "_OUT_ rc=[CMPI_RC_OK] Already CleanUp.");
     }
     if (gst_first == 1) {
         return failed(cInfo, "strgSetInstance Failure!!", "strgSetInstance() Failure!!", function);

@@ -12,6 +12,18 @@
 #include <gtest/gtest.h>
 #include <vector>
 
+// The broker's calls without which no handler has an instance, and what is traced when they fail.
+struct FailingBuild {
+    const char *slot;
+    const char *text;
+};
+inline constexpr FailingBuild kFailingBuilds[] = {
+    {"getNameSpace", "_OUT_ CMGetCharPtr() Failure!!"},
+    {"newObjectPath", "_OUT_ CMNewObjectPath() Failure!!"},
+    {"newInstance", "_OUT_ CMNewInstance() Failure!!"},
+    {"setPropertyFilter", "CMSetPropertyFilter() Failure!!"},
+};
+
 // In service mode, with a thread that runs as far as a request can see: requests are answered from the segments, and
 // nothing is collected.
 class StoreFixture : public testing::Test {
