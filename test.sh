@@ -31,8 +31,8 @@ else
 fi
 
 jobs=$(nproc)
-provider_tests=(test_provider_runtime test_provider test_classes test_store test_store_records test_monitor
-    test_monitor_endurance test_collect test_devcmd)
+provider_tests=(test_provider test_classes test_lifecycle test_monitor test_collect test_endurance test_devcmd test_store
+    test_records test_runtime)
 started=$SECONDS
 passed=0
 failed=0
@@ -123,8 +123,8 @@ build asan
 run asan
 
 step "thread sanitizer: what several threads share"
-build tsan test_provider_runtime test_provider test_classes test_store test_store_records test_monitor test_broker \
-    test_threads test_lifecycle test_cancel test_stress
+build tsan test_runtime test_provider test_classes test_lifecycle test_store test_monitor test_broker test_threads \
+    test_ends test_cancel test_stress
 run tsan -E '_NOT_BUILT$'
 
 step "fuzz targets, 10 seconds each"

@@ -2,12 +2,12 @@
 //
 // Times are CPU time of the calling thread without what the simulated machine takes; where disks are slow, time on the
 // clock. Exits non-zero when a goal is missed.
-#include "collect/tavStrgGetInfo.h"
-#include "monitor/tavStrgCommonMonitor.h"
-#include "provider/runtime/tavCommonTrace.h"
+#include "collect/collector.h"
+#include "monitor/monitor.h"
+#include "runtime/trace.h"
 #include "scenarios/latency.h"
 #include "scenarios/scenario.h"
-#include "store/tavStrgCommonAccess.h"
+#include "lifecycle/access.h"
 
 #include <benchmark/benchmark.h>
 

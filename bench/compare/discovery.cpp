@@ -7,8 +7,8 @@
 // arguments it ends at once.
 #include "stopwatch.h"
 
-#include "collect/tavStrgGetInfoCollectLists.h"
-#include "collect/tavStrgGetInfoDeviceNames.h"
+#include "collect/discovery_lists.h"
+#include "collect/devices/disk_names.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -144,7 +144,7 @@ check_foreign() {
 # events_of_code, events_of PAGE: "id severity level", the level 0 for an event of another kind.
 events_of_code() {
     sed -nE 's/.*TAV_ALERTID_(LIFESPAN_LV([1-5])|[A-Z_]+) = 0x([0-9A-F]+);.*/\3 0\2/p' \
-        "$tree/src/monitor/tavStrgCommonAlert.h" | sed -E 's/ 0([1-5])$/ \1/' |
+        "$tree/src/monitor/alert.h" | sed -E 's/ 0([1-5])$/ \1/' |
         awk '{ split("4 information 8 warning C error", s); for (i = 1; i < 6; i += 2) severity[s[i]] = s[i + 1]
                print $1, severity[substr($1, 1, 1)], $2 }' | sort
 }
@@ -155,7 +155,7 @@ events_of() {
 
 check_events() {
     diff <(events_of_code) <(events_of "$1") >&2 || problem "$1: these are not the events of the code"
-    [ "$(events_of_code | wc -l)" -eq 7 ] || problem "tavStrgCommonAlert.h: its events are not understood"
+    [ "$(events_of_code | wc -l)" -eq 7 ] || problem "monitor/alert.h: its events are not understood"
 }
 
 # fields_of_code: what is asked of a description, and what a fault can be on.

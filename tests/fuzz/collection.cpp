@@ -1,10 +1,10 @@
 // A whole collection with SMART on, on a machine of SCSI hosts and IDE channels some of whose files the input is: the
 // administrator's three, the kernel's two lists, and attributes of a disk. Whatever they say, the records are sound.
-#include "collect/tavStrgGetInfo.h"
+#include "collect/collector.h"
 #include "fuzz/fuzz.h"
 #include "fuzz/machine.h"
-#include "monitor/endurance/tavStrgCommonEndurance.h"
-#include "store/records/tavStrgCommonArrays.h"
+#include "endurance/endurance.h"
+#include "store/arrays.h"
 
 #include <span>
 

@@ -1,13 +1,13 @@
 // A whole disk whose replies the input is: everything that a collection asks of a disk. The first byte chooses the kind
 // of disk and the way of the commands; fuzz/disk.h tells the rest.
-#include "collect/tavStrgGetInfoDeviceNames.h"
-#include "devcmd/tavStrgGetInfoGeometry.h"
-#include "devcmd/tavStrgGetInfoLifeSpan.h"
-#include "devcmd/tavStrgGetInfoSmart.h"
-#include "devcmd/tavStrgGetInfoTransport.h"
+#include "collect/devices/disk_names.h"
+#include "devcmd/geometry.h"
+#include "devcmd/smart/wear.h"
+#include "devcmd/smart/smart_watch.h"
+#include "devcmd/transport/transport.h"
 #include "fuzz/disk.h"
 #include "fuzz/fuzz.h"
-#include "provider/runtime/tavCommonText.h"
+#include "runtime/field_text.h"
 
 using fuzz::require;
 

@@ -1,6 +1,6 @@
 #include "fuzz/fuzz.h"
 
-#include "provider/runtime/tavCommonTrace.h"
+#include "runtime/trace.h"
 
 #include <algorithm>
 #include <cstdarg>

@@ -1,7 +1,7 @@
 // IDENTIFY data: the serial number, and what they say of SMART. The input is the 512 bytes, cut or filled with zeros.
-#include "collect/tavStrgGetInfoDeviceNames.h"
-#include "devcmd/tavStrgGetInfoSmartAtaCommand.h"
-#include "devcmd/tavStrgGetInfoText.h"
+#include "collect/devices/disk_names.h"
+#include "devcmd/smart/ata_command.h"
+#include "devcmd/trim.h"
 #include "fuzz/disk.h"
 #include "fuzz/fuzz.h"
 

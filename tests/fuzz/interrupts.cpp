@@ -1,9 +1,9 @@
 // /proc/interrupts: the input is the file and a driver's name.
-#include "devcmd/tavStrgGetInfoIrqPorts.h"
-#include "devcmd/tavStrgGetInfoProcText.h"
+#include "devcmd/kernel/irq_ports.h"
+#include "devcmd/kernel/proc_text.h"
 #include "fuzz/fuzz.h"
 #include "fuzz/machine.h"
-#include "provider/runtime/tavCommonHolders.h"
+#include "runtime/holders.h"
 
 #include <algorithm>
 #include <cstdio>

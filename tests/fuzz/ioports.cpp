@@ -1,6 +1,6 @@
 // /proc/ioports: the input is the file and a driver's name.
-#include "devcmd/tavStrgGetInfoIrqPorts.h"
-#include "devcmd/tavStrgGetInfoProcText.h"
+#include "devcmd/kernel/irq_ports.h"
+#include "devcmd/kernel/proc_text.h"
 #include "fuzz/fuzz.h"
 #include "fuzz/lists.h"
 #include "fuzz/machine.h"

@@ -2,8 +2,8 @@
 #include "fuzz/fuzz.h"
 #include "fuzz/lists.h"
 #include "fuzz/machine.h"
-#include "monitor/endurance/tavStrgCommonEndurance.h"
-#include "monitor/endurance/tavStrgCommonEnduranceParse.h"
+#include "endurance/endurance.h"
+#include "endurance/endurance_parse.h"
 
 #include <algorithm>
 #include <cstdio>

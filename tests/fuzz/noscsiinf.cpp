@@ -1,9 +1,9 @@
 // noscsi.inf: its lines, and the lists that come of it.
-#include "collect/tavStrgGetInfoNoScsi.h"
+#include "collect/inf/noscsi_inf.h"
 #include "fuzz/fuzz.h"
 #include "fuzz/lists.h"
 #include "fuzz/machine.h"
-#include "provider/runtime/tavCommonText.h"
+#include "runtime/field_text.h"
 
 #include <algorithm>
 #include <string>

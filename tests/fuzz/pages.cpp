@@ -1,7 +1,7 @@
 // Mode and log pages, and the older ioctl's buffers: no byte beyond a reply counts, and what goes back to the disk lies
 // in what came from it.
-#include "devcmd/tavStrgGetInfoPagesCommand.h"
-#include "devcmd/tavStrgGetInfoSmartExceptions.h"
+#include "devcmd/transport/pages_command.h"
+#include "devcmd/smart/exceptions_page.h"
 #include "fuzz/fuzz.h"
 
 #include <vector>

@@ -1,6 +1,6 @@
 // /proc/ide: single texts, and a channel with a drive whose files the input is.
-#include "collect/tavStrgGetInfoIde.h"
-#include "collect/tavStrgGetInfoIdeParse.h"
+#include "collect/ide/ide_discovery.h"
+#include "collect/ide/ide_parse.h"
 #include "fuzz/fuzz.h"
 #include "fuzz/lists.h"
 #include "fuzz/machine.h"

@@ -1,10 +1,10 @@
 // /proc/scsi/scsi: single lines, single records, the whole file.
-#include "collect/tavStrgGetInfoScsiParse.h"
-#include "collect/tavStrgGetInfoScsiVariants.h"
+#include "collect/scsi/scsi_parse.h"
+#include "collect/scsi/scsi_variants.h"
 #include "fuzz/fuzz.h"
 #include "fuzz/lists.h"
 #include "fuzz/machine.h"
-#include "provider/runtime/tavCommonText.h"
+#include "runtime/field_text.h"
 
 #include <algorithm>
 #include <cstdio>

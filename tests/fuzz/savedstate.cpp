@@ -1,8 +1,8 @@
 // The saved-state file: what was read is written as it was read.
 #include "fuzz/fuzz.h"
-#include "provider/runtime/tavCommonHolders.h"
-#include "store/records/tavStrgCommonArrays.h"
-#include "store/records/tavStrgCommonFileLayout.h"
+#include "runtime/holders.h"
+#include "store/arrays.h"
+#include "store/state_file_layout.h"
 
 #include <algorithm>
 #include <vector>

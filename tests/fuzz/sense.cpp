@@ -1,6 +1,6 @@
 // Sense data: no byte beyond it counts, whatever lengths it claims.
-#include "devcmd/tavStrgGetInfoSatCommand.h"
-#include "devcmd/tavStrgGetInfoSense.h"
+#include "devcmd/transport/sat_command.h"
+#include "devcmd/transport/sense.h"
 #include "fuzz/fuzz.h"
 
 using fuzz::Bytes;

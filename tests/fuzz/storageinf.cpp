@@ -1,11 +1,11 @@
 // storage.inf: its lines, its sections, and the lists that come of it.
-#include "collect/tavStrgGetInfoStorageInf.h"
+#include "collect/inf/storage_inf.h"
 
-#include "collect/tavStrgGetInfoStorageInfParse.h"
+#include "collect/inf/inf_parse.h"
 #include "fuzz/fuzz.h"
 #include "fuzz/lists.h"
 #include "fuzz/machine.h"
-#include "provider/runtime/tavCommonText.h"
+#include "runtime/field_text.h"
 
 #include <algorithm>
 #include <string>

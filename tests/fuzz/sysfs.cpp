@@ -1,12 +1,12 @@
 // sysfs: attributes, the names of directories, and a SCSI host with a device whose files and names the input is.
-#include "collect/tavStrgGetInfoScsiParse.h"
-#include "collect/tavStrgGetInfoScsiVariants.h"
-#include "collect/tavStrgGetInfoStorageInfParse.h"
-#include "devcmd/tavStrgGetInfoTransport.h"
+#include "collect/scsi/scsi_parse.h"
+#include "collect/scsi/scsi_variants.h"
+#include "collect/inf/inf_parse.h"
+#include "devcmd/transport/transport.h"
 #include "fuzz/fuzz.h"
 #include "fuzz/lists.h"
 #include "fuzz/machine.h"
-#include "provider/runtime/tavCommonText.h"
+#include "runtime/field_text.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,8 +1,8 @@
 // The agent's configuration file: a piece of it and the whole of it say the same.
 #include "fuzz/fuzz.h"
 #include "fuzz/machine.h"
-#include "provider/runtime/tavCommonConfFile.h"
-#include "provider/runtime/tavCommonConfTokens.h"
+#include "runtime/conf_file.h"
+#include "runtime/conf_tokens.h"
 
 #include <algorithm>
 #include <memory>

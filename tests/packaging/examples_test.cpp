@@ -1,7 +1,7 @@
 // The examples of the administrator's files, read as the provider reads them where they lie on a server.
-#include "collect/tavStrgGetInfoNoScsi.h"
-#include "collect/tavStrgGetInfoStorageInf.h"
-#include "monitor/endurance/tavStrgCommonEndurance.h"
+#include "collect/inf/noscsi_inf.h"
+#include "collect/inf/storage_inf.h"
+#include "endurance/endurance.h"
 #include "sim/sim.h"
 
 #include <gmock/gmock.h>

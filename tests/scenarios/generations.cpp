@@ -1,6 +1,6 @@
 #include "scenarios/generations.h"
 
-#include "store/records/tavStrgRecords.h"
+#include "records/records.h"
 
 #include <cstring>
 #include <gtest/gtest.h>

@@ -2,9 +2,9 @@
 // take. For programs that have the provider's objects linked in.
 #pragma once
 
-#include "collect/tavStrgGetInfo.h"
+#include "collect/collector.h"
 #include "scenarios/scenario.h"
-#include "store/records/tavStrgCommonArrays.h"
+#include "store/arrays.h"
 
 #include <chrono>
 #include <sys/prctl.h>

@@ -2,7 +2,7 @@
 #include "scenarios/child.h"
 #include "scenarios/generations.h"
 #include "scenarios/monitored.h"
-#include "store/records/tavStrgRecords.h"
+#include "records/records.h"
 
 #include <atomic>
 #include <chrono>

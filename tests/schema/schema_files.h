@@ -3,7 +3,7 @@
 
 #include "mof.h"
 
-#include "store/records/tavStrgRecords.h"
+#include "records/records.h"
 
 #include <string>
 #include <vector>

@@ -1,8 +1,8 @@
 // Records every alert of the product in place of the agent's alert library.
 #pragma once
 
-#include "provider/runtime/tavCommonAlert.h"
-#include "provider/runtime/tavCommonTrace.h"
+#include "runtime/send_alert.h"
+#include "runtime/trace.h"
 
 #include <functional>
 #include <mutex>

@@ -2,7 +2,7 @@
 // source of a program that is linked with --wrap for the functions of the C library defined here.
 #pragma once
 
-#include "provider/runtime/tavCommonTrace.h"
+#include "runtime/trace.h"
 
 #include <cstdarg>
 #include <cstdio>

@@ -1,7 +1,7 @@
 // A lock that somebody else takes in the middle of the product's work.
 #pragma once
 
-#include "provider/runtime/tavCommonTrace.h"
+#include "runtime/trace.h"
 
 #include <cstdarg>
 #include <cstdio>

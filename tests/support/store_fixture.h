@@ -2,10 +2,10 @@
 #pragma once
 
 #include "broker/broker.h"
-#include "monitor/tavStrgCommonMonitor.h"
-#include "provider/runtime/tavCommonMemory.h"
+#include "monitor/monitor.h"
+#include "runtime/memory.h"
 #include "sim/sim.h"
-#include "store/tavStrgCommonAccess.h"
+#include "lifecycle/access.h"
 #include "support/trace_recorder.h"
 
 #include <cstring>

@@ -1,6 +1,6 @@
 #include "support/trace_recorder.h"
 
-#include "provider/runtime/tavCommonTrace.h"
+#include "runtime/trace.h"
 
 #include <cstdarg>
 #include <cstdio>

@@ -1,7 +1,7 @@
 // Watches for one trace line without taking memory, for tests in which memory is short.
 #pragma once
 
-#include "provider/runtime/tavCommonTrace.h"
+#include "runtime/trace.h"
 
 #include <cstdarg>
 #include <cstdio>

@@ -1,6 +1,6 @@
 #include "catalogue.h"
 
-#include "store/records/tavStrgRecords.h"
+#include "records/records.h"
 
 #include <algorithm>
 

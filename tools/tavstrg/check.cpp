@@ -4,11 +4,11 @@
 #include "session.h"
 #include "wrap.h"
 
-#include "collect/tavStrgGetInfoDataPath.h"
-#include "collect/tavStrgGetInfoNoScsi.h"
-#include "collect/tavStrgGetInfoStorageInf.h"
-#include "collect/tavStrgGetInfoTextFile.h"
-#include "monitor/endurance/tavStrgCommonEnduranceParse.h"
+#include "collect/inf/data_path.h"
+#include "collect/inf/noscsi_inf.h"
+#include "collect/inf/storage_inf.h"
+#include "collect/base/text_file.h"
+#include "endurance/endurance_parse.h"
 #include "sim/sim.h"
 
 #include <cerrno>

@@ -3,8 +3,8 @@
 #include "check_lines.h"
 #include "words.h"
 
-#include "collect/tavStrgGetInfoNoScsiParse.h"
-#include "monitor/endurance/tavStrgCommonEnduranceParse.h"
+#include "collect/inf/noscsi_inf_parse.h"
+#include "endurance/endurance_parse.h"
 
 #include <algorithm>
 #include <array>

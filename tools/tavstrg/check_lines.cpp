@@ -2,8 +2,8 @@
 
 #include "words.h"
 
-#include "collect/tavStrgGetInfoNoScsiParse.h"
-#include "collect/tavStrgGetInfoStorageInfParse.h"
+#include "collect/inf/noscsi_inf_parse.h"
+#include "collect/inf/inf_parse.h"
 
 namespace tool {
 namespace {

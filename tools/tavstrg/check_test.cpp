@@ -3,7 +3,7 @@
 #include "failure.h"
 #include "test_process.h"
 
-#include "monitor/endurance/tavStrgCommonEnduranceParse.h"
+#include "endurance/endurance_parse.h"
 #include "sim/sim.h"
 
 #include <gmock/gmock.h>

@@ -5,8 +5,8 @@
 #include "text.h"
 #include "wrap.h"
 
-#include "store/records/tavStrgCommonFileLayout.h"
-#include "store/records/tavStrgRecords.h"
+#include "store/state_file_layout.h"
+#include "records/records.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,8 +1,8 @@
 // Saved states for tests, byte for byte as the provider writes them.
 #pragma once
 
-#include "store/records/tavStrgCommonFileLayout.h"
-#include "store/records/tavStrgRecords.h"
+#include "store/state_file_layout.h"
+#include "records/records.h"
 
 #include <cstring>
 #include <string>

@@ -1,5 +1,5 @@
 // libtavalert.so of the golden traces: an alert is a line among those of the trace.
-#include "provider/runtime/tavCommonTrace.h"
+#include "runtime/trace.h"
 #include "scenarios/golden/line.h"
 
 extern "C" [[gnu::visibility("default")]] int SendIndication(AlertIndication record)

@@ -1,0 +1,71 @@
+#!/usr/bin/env bash
+# Prints each include of the provider that runs upwards, and each circle of includes. Nothing is printed when the house
+# stands; usage: scripts/check-floors.sh [SOURCE_DIRECTORY]
+set -euo pipefail
+cd "${1:-$(dirname "$0")/../src}"
+
+# Floors from the roof down, and the parts of a floor from the top down: an arrow runs to its own place or a later one.
+# collect's own files use its parts; devcmd's own files are what its parts stand on.
+floors='provider classes lifecycle monitor
+    collect collect/devices collect/controllers collect/collection collect/ide collect/scsi collect/inf collect/base
+    endurance
+    devcmd/smart devcmd/kernel devcmd/transport devcmd
+    store records runtime cmpi'
+
+mapfile -t files < <(find . -name '*.cpp' -o -name '*.h' | sed 's,^\./,,' | grep -vE '_test\.(cpp|h)$' | sort)
+grep -HnE '^#include "' "${files[@]}" | awk -v floors="$floors" '
+BEGIN {
+    count = split(floors, name)
+    for (i = 1; i <= count; ++i) {
+        rank[name[i]] = i
+    }
+}
+function folder(path) {
+    sub(/\/[^\/]*$/, "", path)
+    return path
+}
+function unit(path) { # a header and its source are one
+    sub(/\.(h|cpp)$/, "", path)
+    return path
+}
+function visit(place, trail,    edges, n, i) {
+    if (state[place] == 1) {
+        print "circle: " trail
+    }
+    if (state[place] > 0) {
+        return
+    }
+    state[place] = 1
+    n = split(to[place], edges, " ")
+    for (i = 1; i <= n; ++i) {
+        visit(edges[i], trail " -> " edges[i])
+    }
+    state[place] = 2
+}
+{
+    split($0, part, ":")
+    file = part[1]
+    included = $0
+    sub(/^[^"]*"/, "", included)
+    sub(/".*/, "", included)
+    from = folder(file)
+    if (included !~ /\//) { # the interface is included by its headers alone
+        included = from "/" included
+    }
+    target = folder(included)
+    if (!(from in rank)) {
+        print file ": " from " is no floor"
+    } else if (!(target in rank)) {
+        print file ":" part[2] ": " included " is on no floor"
+    } else if (rank[target] < rank[from]) {
+        print file ":" part[2] ": " included " is above " from
+    }
+    if (from != "cmpi" && unit(file) != unit(included)) { # the headers of the interface include each other
+        to[unit(file)] = to[unit(file)] " " unit(included)
+    }
+}
+END {
+    for (place in to) {
+        visit(place, place)
+    }
+}'

@@ -1,0 +1,33 @@
+#include "classes/indexed.h"
+
+namespace {
+
+constexpr IndexedClass kCdromClass = {
+    .classId = TAV_CID_STRG_CDROM,
+    .classIdName = "TAV_CID_STRG_CDROM",
+    .enumClassIdName = "TAV_CID_STRG_CDROM",
+    .recordName = "datCd",
+    .recordParam = "datcd",
+    .setPropInstName = "TAV_STRGCdromSetPropInst",
+    .setPropInst = buildFrom<StrgDevRec, TAV_STRGCdromSetPropInst>,
+};
+
+} // namespace
+
+CMPIStatus TAV_STRGCdromGetInstance(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
+                                    const char **properties)
+{
+    return indexedGetInstance(kCdromClass, __func__, cInfo, rslt, cop, properties);
+}
+
+CMPIStatus TAV_STRGCdromEnumInstances(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
+                                      const char **properties)
+{
+    return indexedEnumInstances(kCdromClass, __func__, cInfo, rslt, cop, properties);
+}
+
+CMPIInstance *TAV_STRGCdromSetPropInst(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
+                                       const StrgDevRec *record)
+{
+    return indexedSetPropInst(kCdromClass, __func__, cInfo, cop, properties, record);
+}

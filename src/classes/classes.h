@@ -1,0 +1,56 @@
+// The handlers of the twelve classes, as the dispatcher calls them.
+#pragma once
+
+#include "runtime/mode.h"
+#include "records/records.h"
+
+// Answers a GetInstance or EnumInstances request: returns instances in the namespace of cop through rslt, with the
+// properties of the client's list (null: all), and closes rslt when all went well. A failure's status has a message,
+// which belongs to the broker, but for a null cInfo.
+using InstanceHandler = CMPIStatus(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
+                                   const char **properties);
+// Builds one instance from a record in the namespace of cop. The caller releases it; null on failure.
+template <class Rec>
+using InstanceBuilder = CMPIInstance *(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
+                                       const Rec *record);
+
+// The nine classes that are keyed by Index.
+InstanceHandler TAV_STRGCtrlGetInstance, TAV_STRGCtrlEnumInstances;
+InstanceHandler TAV_STRGScsiGetInstance, TAV_STRGScsiEnumInstances;
+InstanceHandler TAV_STRGIdeGetInstance, TAV_STRGIdeEnumInstances;
+InstanceHandler TAV_STRGHddGetInstance, TAV_STRGHddEnumInstances;
+InstanceHandler TAV_STRGCdromGetInstance, TAV_STRGCdromEnumInstances;
+InstanceHandler TAV_STRGTapeGetInstance, TAV_STRGTapeEnumInstances;
+InstanceHandler TAV_STRGOptMemGetInstance, TAV_STRGOptMemEnumInstances;
+InstanceHandler TAV_STRGMiscGetInstance, TAV_STRGMiscEnumInstances;
+InstanceHandler TAV_STRGLifeSpanGetInstance, TAV_STRGLifeSpanEnumInstances;
+InstanceBuilder<StrgCtrlRec> TAV_STRGCtrlSetPropInst;
+InstanceBuilder<StrgScsiRec> TAV_STRGScsiSetPropInst;
+InstanceBuilder<StrgIdeRec> TAV_STRGIdeSetPropInst;
+InstanceBuilder<StrgHddRec> TAV_STRGHddSetPropInst;
+InstanceBuilder<StrgDevRec> TAV_STRGCdromSetPropInst;
+InstanceBuilder<StrgDevRec> TAV_STRGTapeSetPropInst;
+InstanceBuilder<StrgDevRec> TAV_STRGOptMemSetPropInst;
+InstanceBuilder<StrgDevRec> TAV_STRGMiscSetPropInst;
+InstanceBuilder<StrgLifeRec> TAV_STRGLifeSpanSetPropInst;
+
+// The three classes with one instance and no key; both kinds of request go to their GetInstance handler.
+InstanceHandler TAV_STRGConfigGetInstance, TAV_STRGTotalNumGetInstance, TAV_STRGThreadGetInstance;
+InstanceBuilder<StrgConfRec> TAV_STRGConfigSetPropInst;
+InstanceBuilder<StrgTnumRec> TAV_STRGTotalNumSetPropInst;
+InstanceBuilder<uint16_t> TAV_STRGThreadSetPropInst; // the "record" is the thread's status, 1 running or 0
+
+// "SetMonitorCycle" and "SetHardDiskSmartMode": change the configuration record, publish and save it. No return value.
+CMPIStatus TAV_STRGConfigInvokeMethod(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
+                                      const char *methodName, const CMPIArgs *in, CMPIArgs *out);
+// "StartMonitoringThread": service mode only, and only while no thread runs.
+CMPIStatus TAV_STRGThreadStartInvokeMethod(const CInfo *cInfo, const CMPIResult *rslt);
+// "StopMonitoringThread": saves and tears down the store with the thread. A refused stop frees the store too.
+CMPIStatus TAV_STRGThreadStopInvokeMethod(const CInfo *cInfo, const CMPIResult *rslt);
+
+// A class's SetPropInst where the record has no type: a column of the tables that describe the classes.
+template <class Rec, InstanceBuilder<Rec> *SetPropInst>
+CMPIInstance *buildFrom(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties, const void *record)
+{
+    return SetPropInst(cInfo, cop, properties, static_cast<const Rec *>(record));
+}

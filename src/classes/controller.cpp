@@ -1,0 +1,33 @@
+#include "classes/indexed.h"
+
+namespace {
+
+constexpr IndexedClass kCtrlClass = {
+    .classId = TAV_CID_STRG_CTRL,
+    .classIdName = "TAV_CID_STRG_CTRL",
+    .enumClassIdName = "TAV_CID_STRG_CTRL",
+    .recordName = "datCtrl",
+    .recordParam = "datctrl",
+    .setPropInstName = "TAV_STRGCtrlSetPropInst",
+    .setPropInst = buildFrom<StrgCtrlRec, TAV_STRGCtrlSetPropInst>,
+};
+
+} // namespace
+
+CMPIStatus TAV_STRGCtrlGetInstance(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
+                                   const char **properties)
+{
+    return indexedGetInstance(kCtrlClass, __func__, cInfo, rslt, cop, properties);
+}
+
+CMPIStatus TAV_STRGCtrlEnumInstances(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
+                                     const char **properties)
+{
+    return indexedEnumInstances(kCtrlClass, __func__, cInfo, rslt, cop, properties);
+}
+
+CMPIInstance *TAV_STRGCtrlSetPropInst(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
+                                      const StrgCtrlRec *record)
+{
+    return indexedSetPropInst(kCtrlClass, __func__, cInfo, cop, properties, record);
+}

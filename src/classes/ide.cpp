@@ -1,0 +1,33 @@
+#include "classes/indexed.h"
+
+namespace {
+
+constexpr IndexedClass kIdeClass = {
+    .classId = TAV_CID_STRG_IDE,
+    .classIdName = "TAV_CID_STRG_IDE",
+    .enumClassIdName = "TAV_CID_STRG_IDE",
+    .recordName = "datIde",
+    .recordParam = "datide",
+    .setPropInstName = "TAV_STRGIdeSetPropInst",
+    .setPropInst = buildFrom<StrgIdeRec, TAV_STRGIdeSetPropInst>,
+};
+
+} // namespace
+
+CMPIStatus TAV_STRGIdeGetInstance(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
+                                  const char **properties)
+{
+    return indexedGetInstance(kIdeClass, __func__, cInfo, rslt, cop, properties);
+}
+
+CMPIStatus TAV_STRGIdeEnumInstances(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
+                                    const char **properties)
+{
+    return indexedEnumInstances(kIdeClass, __func__, cInfo, rslt, cop, properties);
+}
+
+CMPIInstance *TAV_STRGIdeSetPropInst(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
+                                     const StrgIdeRec *record)
+{
+    return indexedSetPropInst(kIdeClass, __func__, cInfo, cop, properties, record);
+}

@@ -1,0 +1,33 @@
+#include "classes/indexed.h"
+
+namespace {
+
+constexpr IndexedClass kMiscClass = {
+    .classId = TAV_CID_STRG_MISC,
+    .classIdName = "TAV_CID_STRG_MISC",
+    .enumClassIdName = "TAV_CID_STRG_MISC",
+    .recordName = "datMisc",
+    .recordParam = "datmisc",
+    .setPropInstName = "TAV_STRGMiscSetPropInst",
+    .setPropInst = buildFrom<StrgDevRec, TAV_STRGMiscSetPropInst>,
+};
+
+} // namespace
+
+CMPIStatus TAV_STRGMiscGetInstance(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
+                                   const char **properties)
+{
+    return indexedGetInstance(kMiscClass, __func__, cInfo, rslt, cop, properties);
+}
+
+CMPIStatus TAV_STRGMiscEnumInstances(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
+                                     const char **properties)
+{
+    return indexedEnumInstances(kMiscClass, __func__, cInfo, rslt, cop, properties);
+}
+
+CMPIInstance *TAV_STRGMiscSetPropInst(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
+                                      const StrgDevRec *record)
+{
+    return indexedSetPropInst(kMiscClass, __func__, cInfo, cop, properties, record);
+}

@@ -1,0 +1,33 @@
+#include "classes/indexed.h"
+
+namespace {
+
+constexpr IndexedClass kOptMemClass = {
+    .classId = TAV_CID_STRG_OPTM,
+    .classIdName = "TAV_CID_STRG_OPTM",
+    .enumClassIdName = "TAV_CID_STRG_OPTM",
+    .recordName = "datOptm",
+    .recordParam = "datoptm",
+    .setPropInstName = "TAV_STRGOptMemSetPropInst",
+    .setPropInst = buildFrom<StrgDevRec, TAV_STRGOptMemSetPropInst>,
+};
+
+} // namespace
+
+CMPIStatus TAV_STRGOptMemGetInstance(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
+                                     const char **properties)
+{
+    return indexedGetInstance(kOptMemClass, __func__, cInfo, rslt, cop, properties);
+}
+
+CMPIStatus TAV_STRGOptMemEnumInstances(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
+                                       const char **properties)
+{
+    return indexedEnumInstances(kOptMemClass, __func__, cInfo, rslt, cop, properties);
+}
+
+CMPIInstance *TAV_STRGOptMemSetPropInst(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
+                                        const StrgDevRec *record)
+{
+    return indexedSetPropInst(kOptMemClass, __func__, cInfo, cop, properties, record);
+}

@@ -1,0 +1,33 @@
+#include "classes/indexed.h"
+
+namespace {
+
+constexpr IndexedClass kScsiClass = {
+    .classId = TAV_CID_STRG_SCSI,
+    .classIdName = "TAV_CID_STRG_SCSI",
+    .enumClassIdName = "TAV_CID_STRG_SCSI",
+    .recordName = "datScsi",
+    .recordParam = "datscsi",
+    .setPropInstName = "TAV_STRGScsiSetPropInst",
+    .setPropInst = buildFrom<StrgScsiRec, TAV_STRGScsiSetPropInst>,
+};
+
+} // namespace
+
+CMPIStatus TAV_STRGScsiGetInstance(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
+                                   const char **properties)
+{
+    return indexedGetInstance(kScsiClass, __func__, cInfo, rslt, cop, properties);
+}
+
+CMPIStatus TAV_STRGScsiEnumInstances(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
+                                     const char **properties)
+{
+    return indexedEnumInstances(kScsiClass, __func__, cInfo, rslt, cop, properties);
+}
+
+CMPIInstance *TAV_STRGScsiSetPropInst(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
+                                      const StrgScsiRec *record)
+{
+    return indexedSetPropInst(kScsiClass, __func__, cInfo, cop, properties, record);
+}

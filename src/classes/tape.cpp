@@ -1,0 +1,33 @@
+#include "classes/indexed.h"
+
+namespace {
+
+constexpr IndexedClass kTapeClass = {
+    .classId = TAV_CID_STRG_TAPE,
+    .classIdName = "TAV_CID_STRG_TAPE",
+    .enumClassIdName = "TAV_CID_STRG_TAPE",
+    .recordName = "datTape",
+    .recordParam = "dattap",
+    .setPropInstName = "TAV_STRGTapeSetPropInst",
+    .setPropInst = buildFrom<StrgDevRec, TAV_STRGTapeSetPropInst>,
+};
+
+} // namespace
+
+CMPIStatus TAV_STRGTapeGetInstance(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
+                                   const char **properties)
+{
+    return indexedGetInstance(kTapeClass, __func__, cInfo, rslt, cop, properties);
+}
+
+CMPIStatus TAV_STRGTapeEnumInstances(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
+                                     const char **properties)
+{
+    return indexedEnumInstances(kTapeClass, __func__, cInfo, rslt, cop, properties);
+}
+
+CMPIInstance *TAV_STRGTapeSetPropInst(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
+                                      const StrgDevRec *record)
+{
+    return indexedSetPropInst(kTapeClass, __func__, cInfo, cop, properties, record);
+}

@@ -1,0 +1,26 @@
+#include "classes/singleton.h"
+
+namespace {
+
+constexpr SingletonClass kTotalNumClass = {
+    .classId = TAV_CID_STRG_TNUM,
+    .classIdName = "TAV_CID_STRG_TNUM",
+    .noDataText = "fsGetInstance() NoData Failure!!", // deliberate: another spelling here
+    .recordParam = "dattotal",
+    .setPropInstName = "TAV_STRGTotalNumSetPropInst",
+    .setPropInst = buildFrom<StrgTnumRec, TAV_STRGTotalNumSetPropInst>,
+};
+
+} // namespace
+
+CMPIStatus TAV_STRGTotalNumGetInstance(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
+                                       const char **properties)
+{
+    return singletonGetInstance(kTotalNumClass, __func__, cInfo, rslt, cop, properties);
+}
+
+CMPIInstance *TAV_STRGTotalNumSetPropInst(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
+                                          const StrgTnumRec *record)
+{
+    return singletonSetPropInst(kTotalNumClass, __func__, cInfo, cop, properties, record);
+}

@@ -1,0 +1,50 @@
+#include "collect/inf/inf_parse.h"
+#include "collect/base/text_file.h"
+#include "runtime/field_text.h"
+#include "runtime/trace.h"
+
+#include <cstring>
+
+namespace {
+
+constexpr int32_t kStatusAbsent = 1;
+constexpr int32_t kStatusNotOpened = -1;
+constexpr int32_t kStatusNotRead = -2;
+constexpr int32_t kStatusNull = -3;
+
+} // namespace
+
+int GetInfFromFile(int32_t *status, const char *path, char *out)
+{
+    TRACE(kDetail, "_IN_");
+    if (status == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ param(status) Failure!!");
+    }
+    *status = kStatusNull;
+    if (path == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ param(path) Failure!!");
+    }
+    if (out == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ param(out) Failure!!");
+    }
+    char line[kMaxAttributeLine];
+    std::string_view text;
+    switch (readFirstLine(path, line, text)) {
+    case ReadResult::absent:
+        *status = kStatusAbsent;
+        return TRACED(-1, kDetail, "_OUT_ [%s] is not exist.", path);
+    case ReadResult::notOpened:
+        *status = kStatusNotOpened;
+        return TRACED(-1, kFailure, "_OUT_ open failed. [%s]", path);
+    case ReadResult::notRead:
+        *status = kStatusNotRead;
+        return TRACED(-1, kFailure, "_OUT_ read failed. [%s]", path);
+    case ReadResult::done:
+        break;
+    }
+    char value[kAttributeSize];
+    copyText(value, attributeValue(text));
+    std::memcpy(out, value, ::strnlen(value, sizeof value));
+    *status = 0;
+    return TRACED(0, kDetail, "_OUT_ (0) result=[%s]", value);
+}

@@ -1,0 +1,112 @@
+#include "collect/base/text_file.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+namespace {
+
+// O_NONBLOCK: the open of a FIFO must not wait for a writer.
+int openForReading(const char *path)
+{
+    return ::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+}
+
+int openErrorOf(int fd)
+{
+    if (fd < 0) {
+        return errno;
+    }
+    struct stat info = {};
+    if (::fstat(fd, &info) != 0) {
+        return errno;
+    }
+    return S_ISREG(info.st_mode) ? 0 : EINVAL;
+}
+
+ssize_t readSome(int fd, std::span<char> buffer)
+{
+    ssize_t got = 0;
+    do {
+        got = ::read(fd, buffer.data(), buffer.size());
+    } while (got < 0 && errno == EINTR);
+    return got;
+}
+
+// Reads until the buffer is full, the file ends or, where asked for, a newline has come.
+ssize_t readUntil(int fd, std::span<char> buffer, bool stopAtNewline)
+{
+    size_t total = 0;
+    while (total < buffer.size()) {
+        const ssize_t got = readSome(fd, buffer.subspan(total));
+        if (got < 0) {
+            return -1;
+        }
+        if (got == 0) {
+            break;
+        }
+        const bool newline = std::memchr(buffer.data() + total, '\n', static_cast<size_t>(got)) != nullptr;
+        total += static_cast<size_t>(got);
+        if (newline && stopAtNewline) {
+            break;
+        }
+    }
+    return static_cast<ssize_t>(total);
+}
+
+ReadResult readInto(const char *path, std::span<char> buffer, std::string_view &text, bool stopAtNewline)
+{
+    text = {};
+    const TextFile file(path);
+    if (file.error() != 0) {
+        return file.error() == ENOENT ? ReadResult::absent : ReadResult::notOpened;
+    }
+    const ssize_t got = stopAtNewline ? file.readLine(buffer) : file.read(buffer);
+    if (got < 0) {
+        return ReadResult::notRead;
+    }
+    text = {buffer.data(), static_cast<size_t>(got)};
+    return ReadResult::done;
+}
+
+} // namespace
+
+TextFile::TextFile(const char *path) : file_(openForReading(path)), error_(openErrorOf(file_.get())) {}
+
+ssize_t TextFile::read(std::span<char> buffer) const
+{
+    return readUntil(file_.get(), buffer, false);
+}
+
+ssize_t TextFile::readLine(std::span<char> buffer) const
+{
+    return readUntil(file_.get(), buffer, true);
+}
+
+bool TextLines::next(std::string_view &line)
+{
+    std::string_view held(buffer_ + begin_, end_ - begin_);
+    if (held.find('\n') == std::string_view::npos) {
+        std::memmove(buffer_, held.data(), held.size());
+        const ssize_t got = file_.readLine(std::span(buffer_).subspan(held.size()));
+        failed_ = got < 0;
+        begin_ = 0;
+        end_ = failed_ ? 0 : held.size() + static_cast<size_t>(got);
+        held = {buffer_, end_};
+    }
+    const size_t newline = held.find('\n');
+    line = held.substr(0, newline == std::string_view::npos ? held.size() : newline + 1);
+    begin_ += line.size();
+    return !line.empty();
+}
+
+ReadResult readFirstLine(const char *path, std::span<char> buffer, std::string_view &text)
+{
+    return readInto(path, buffer, text, true);
+}
+
+ReadResult readBeginning(const char *path, std::span<char> buffer, std::string_view &text)
+{
+    return readInto(path, buffer, text, false);
+}

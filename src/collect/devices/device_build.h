@@ -1,0 +1,15 @@
+// Building of the device tables from the discovery lists. The controller tables must stand.
+#pragma once
+
+#include "collect/devices/device_tables.h"
+
+// Counts, allocates and fills the device tables: 0, or -1 with the tables freed.
+int InitDevice();
+
+// Sizes of the tables, from the discovery lists, into the totals and DevNumMib: 0, or -1. They are upper bounds.
+int GetDeviceTotalNumber();
+int GetIDEDeviceTotalNumber();
+int GetSCSIDeviceTotalNumber();
+
+// Fills the tables: 0, or -1.
+int MakeDeviceTable();

@@ -1,0 +1,144 @@
+#include "collect/devices/disk_names.h"
+
+#include "collect/devices/device_kinds.h"
+#include "devcmd/open_device.h"
+#include "devcmd/trim.h"
+#include "runtime/cancel.h"
+#include "runtime/holders.h"
+#include "runtime/field_text.h"
+#include "runtime/trace.h"
+
+#include <algorithm>
+#include <cstring>
+#include <fcntl.h>
+#include <linux/hdreg.h>
+#include <scsi/scsi.h>
+#include <sys/ioctl.h>
+
+static_assert(SCSI_IOCTL_GET_IDLUN == 0x5382 && HDIO_GET_IDENTITY == 0x030d);
+
+namespace {
+
+constexpr size_t kIdentitySize = 512;  // bytes (ATA, IDENTIFY DEVICE)
+constexpr size_t kIdentitySerial = 20; // words 10 to 19, serial number
+constexpr std::string_view kDisk = "/dev/sd";
+
+// Reply of SCSI_IOCTL_GET_IDLUN (linux/drivers/scsi/scsi_ioctl.c, struct scsi_idlun).
+struct IdLun {
+    uint32_t address;
+    uint32_t hostUniqueId;
+};
+static_assert(sizeof(IdLun) == 8);
+
+bool readAddress(const char *name, uint32_t *address)
+{
+    const FileDesc device(openDevice(name, O_RDONLY));
+    IdLun reply = {};
+    if (!device || ::ioctl(device.get(), SCSI_IOCTL_GET_IDLUN, &reply) < 0) {
+        return false;
+    }
+    *address = reply.address;
+    return true;
+}
+
+// The serial number of an identity block, trimmed and cut to its field.
+void copySerial(const char (&identity)[kIdentitySize + 1], char *serial)
+{
+    static_assert(kDelSpaceMax < kIdentitySize);
+    char text[kIdentitySize + 1 - kIdentitySerial];
+    copyText(text, std::string_view(identity + kIdentitySerial));
+    del_space(text);
+    const std::string_view trimmed = fieldText(text);
+    const size_t length = std::min(trimmed.size(), kSerialNumberSize - 1);
+    std::memcpy(serial, trimmed.data(), length);
+    std::memset(serial + length, 0, kSerialNumberSize - length);
+}
+
+} // namespace
+
+std::array<char, kDiskNameSize> diskNameCandidate(size_t i)
+{
+    // The 27th name has two letters, as the kernel goes on after "sdz".
+    constexpr size_t kLetters = 26;
+    std::array<char, kDiskNameSize> name = {};
+    size_t length = kDisk.copy(name.data(), name.size());
+    if (i >= kLetters) {
+        name[length++] = static_cast<char>('a' + (i / kLetters - 1));
+    }
+    name[length] = static_cast<char>('a' + i % kLetters);
+    return name;
+}
+
+uint32_t scsiAddressWord(const SCSIDeviceInfo &device)
+{
+    return (static_cast<uint32_t>(device.host) << 24) + ((static_cast<uint32_t>(device.channel) & 0xFF) << 16) +
+           ((static_cast<uint32_t>(device.lun) << 8) & 0xFFFF) + (static_cast<uint32_t>(device.id) & 0xFF);
+}
+
+int32_t GetSCSIDiskDeviceNumber(const SCSIDeviceInfo *list)
+{
+    TRACE(kDetail, "_IN_");
+    int32_t number = 0;
+    for (const SCSIDeviceInfo *device = list; device != nullptr; device = device->next) {
+        number += scsiKindOf(fieldText(device->type)).deviceClass == kHardDisk ? 1 : 0;
+    }
+    return TRACED(number, kDetail, "_OUT_ ret=[%d]", number);
+}
+
+int32_t GetSCSIDeviceName_IDArray(const SCSIDeviceInfo *list, SCSIDiskNameTable *table)
+{
+    TRACE(kDetail, "_IN_");
+    table->count = 0;
+    if (list == nullptr) {
+        return TRACED(0, kFailure, "_OUT_ Parameter(SCSI Device List) is NULL.");
+    }
+    const int32_t disks = GetSCSIDiskDeviceNumber(list);
+    if (disks == 0) {
+        return TRACED(1, kDetail, "_OUT_ TotalSCSIDevNum is 0");
+    }
+    for (size_t i = 0; i < kDiskNames && table->count < disks; ++i) {
+        cancellationPoint();
+        const std::array<char, kDiskNameSize> name = diskNameCandidate(i);
+        SCSIDiskName &pair = table->pairs[static_cast<size_t>(table->count)];
+        if (readAddress(name.data(), &pair.address)) {
+            copyText(pair.name, name.data());
+            ++table->count;
+            TRACE(kDetail, "name=[%s] address=[%08x]", pair.name, pair.address);
+        }
+    }
+    return TRACED(1, kDetail, "_OUT_ ret=[%d]", 1);
+}
+
+int32_t TAVStorageGetSCSIDeviceName(const SCSIDiskNameTable *table, const SCSIDeviceInfo *device, char *name)
+{
+    TRACE(kDetail, "_IN_");
+    if (table == nullptr || device == nullptr || name == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ param is NULL");
+    }
+    const uint32_t address = scsiAddressWord(*device);
+    const auto *const end = table->pairs.data() + table->count;
+    const auto *const pair = std::find_if(
+        table->pairs.data(), end, [address](const SCSIDiskName &candidate) { return candidate.address == address; });
+    name[0] = '\0';
+    if (pair != end) {
+        std::memcpy(name, pair->name, kDiskNameSize);
+    }
+    return TRACED(0, kDetail, "_OUT_ name=[%s]", name);
+}
+
+int32_t TAVStorageGetSCSIDeviceSerialNumber(const char *name, char *serial)
+{
+    TRACE(kDetail, "_IN_ name=[%s]", name);
+    char identity[kIdentitySize + 1] = {};
+    {
+        const FileDesc device(openDevice(name, O_RDONLY));
+        if (!device) {
+            return TRACED(-1, kFailure, "_OUT_ open failed. [%s]", name);
+        }
+        if (::ioctl(device.get(), HDIO_GET_IDENTITY, identity) < 0) {
+            return TRACED(-1, kFailure, "_OUT_ ioctl(HDIO_GET_IDENTITY) failed");
+        }
+    }
+    copySerial(identity, serial);
+    return TRACED(0, kDetail, "_OUT_ serial=[%s]", serial);
+}

@@ -1,0 +1,132 @@
+#include "collect/devices/ide_table.h"
+
+#include "collect/discovery_lists.h"
+#include "collect/controllers/controller_tables.h"
+#include "collect/devices/device_number.h"
+#include "runtime/cancel.h"
+#include "runtime/field_text.h"
+
+namespace {
+
+constexpr char kMakeIDE[] = "MakeIDEDeviceTable"; // in whose name the walk traces
+
+template <size_t N> bool isTerminated(const char (&field)[N])
+{
+    return fieldText(field).size() < N;
+}
+
+// The class entry of a device, traced with the text of its class when it fails.
+int makeClassEntry(const DeviceKind &kind, const IDEDeviceInfo &device)
+{
+    int result = 0;
+    switch (kind.deviceClass) {
+    case kHardDisk:
+        result = MakeIDEHDDevice(device);
+        return result == 0 ? 0 : TRACED_AS(kMakeIDE, -1, kFailure, "_OUT_ MakeIDEHDDevice() failed. ret=[%d]", result);
+    case kCdrom:
+        result = MakeIDECdromDevice(device);
+        return result == 0 ? 0
+                           : TRACED_AS(kMakeIDE, -1, kFailure, "_OUT_ MakeIDECdromDevice() failed. ret=[%d]", result);
+    default:
+        result = MakeIDEMiscDevice(device);
+        return result == 0 ? 0
+                           : TRACED_AS(kMakeIDE, -1, kFailure, "_OUT_ MakeIDEMiscDevice() failed. ret=[%d]", result);
+    }
+}
+
+IDEDeviceEntry newIDEDeviceEntry(const DeviceKind &kind)
+{
+    IDEDeviceEntry entry = {};
+    entry.Index = static_cast<uint16_t>(ide_dev_cnt + 1);
+    entry.DeviceTypeIndex = static_cast<uint16_t>(*kClassCounters[kind.deviceClass].written + 1);
+    copyText(entry.notSupported, "Not Supported");
+    copyText(entry.revision, "Not Supported");
+    copyText(entry.SerialNumber, "Unknown");
+    entry.classCodes[0] = kind.codes[0];
+    entry.classCodes[1] = kind.codes[1];
+    entry.wordsAfter[0] = entry.wordsAfter[1] = kUnknownWord;
+    entry.wordsAfter[2] = 1;
+    return entry;
+}
+
+} // namespace
+
+int GetIDEDevType(const IDEDeviceInfo *device)
+{
+    TRACE(kDetail, "_IN_");
+    if (device == nullptr || !isTerminated(device->media)) {
+        return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
+    }
+    const int type = ideKindOf(fieldText(device->media)).deviceType;
+    return TRACED(type, kDetail, "_OUT_ ret=[%d]", type);
+}
+
+uint16_t GetIDEDevChannel(const IDEDeviceInfo &device)
+{
+    TRACE(kDetail, "_IN_");
+    const uint16_t position = ideDrivePosition(fieldText(device.name));
+    return TRACED(position, kDetail, "_OUT_ ret=[%d]", position);
+}
+
+int GetIDEDevModel(const IDEDeviceInfo &device, IDEDeviceEntry *entry)
+{
+    TRACE(kDetail, "_IN_");
+    if (!isTerminated(device.model)) {
+        return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
+    }
+    copyText(entry->model, fieldText(device.model));
+    return TRACED(0, kDetail, "_OUT_ model=[%s]", entry->model);
+}
+
+int GetIDEDeviceControllerIndex(const IDEDeviceInfo &device, uint16_t *index)
+{
+    TRACE(kDetail, "_IN_");
+    *index = kUnknownWord;
+    int32_t position = 0;
+    for (const auto *channel = g_IDEGeneralInfo.controllers; channel != nullptr; channel = channel->next, ++position) {
+        if (fieldText(channel->name) != fieldText(device.controllerName)) {
+            continue;
+        }
+        if (pIDECtrlTbl == nullptr || position >= ide_ctrl_cnt) {
+            return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
+        }
+        *index = pIDECtrlTbl[position].controllerIndex;
+        break;
+    }
+    return TRACED(0, kDetail, "_OUT_ index=[%d]", *index);
+}
+
+int makeIDEDevice(const IDEDeviceInfo *device)
+{
+    const int type = GetIDEDevType(device);
+    if (type < 0) {
+        return TRACED_AS(kMakeIDE, -1, kFailure, "GetIDEDevType() failed! ret = %d loop break!", type);
+    }
+    const DeviceKind &kind = ideKindOf(fieldText(device->media));
+    IDEDeviceEntry entry = newIDEDeviceEntry(kind);
+    entry.DeviceType = static_cast<uint16_t>(type);
+    if (makeClassEntry(kind, *device) < 0) {
+        return -1;
+    }
+    entry.IDEConfiguration = GetIDEDevChannel(*device);
+    int result = GetIDEDevModel(*device, &entry);
+    if (result < 0) {
+        return TRACED_AS(kMakeIDE, -1, kFailure, "GetIDEDevModel() failed! ret = %d loop break!", result);
+    }
+    result = GetIDEDeviceControllerIndex(*device, &entry.ControllerIndex);
+    if (result < 0) {
+        return TRACED_AS(kMakeIDE, -1, kFailure, "GetIDEDeviceControllerIndex() failed! ret = %d loop break!", result);
+    }
+    return appendEntry(pIDEDevTbl, TotalIDEDevice, ide_dev_cnt, entry) ? 0 : -1;
+}
+
+int MakeIDEDeviceTable()
+{
+    TRACE(kDetail, "_IN_");
+    int result = g_IDEGeneralInfo.devices == nullptr ? -1 : 0;
+    for (const auto *device = g_IDEGeneralInfo.devices; device != nullptr && result == 0; device = device->next) {
+        cancellationPoint();
+        result = makeIDEDevice(device);
+    }
+    return TRACED(result, result < 0 ? kFailure : kDetail, "_OUT_ ret=[%d]", result);
+}

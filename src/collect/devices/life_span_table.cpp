@@ -1,0 +1,68 @@
+#include "collect/devices/life_span_table.h"
+
+#include "devcmd/smart/wear.h"
+#include "endurance/endurance.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace {
+
+constexpr uint16_t kFigureUnknown = 65535; // above every level
+
+// A new entry at the end of pLifeSpanTbl; null when memory is short, and then there is none left. How many drives have
+// one is known only when each is met.
+LifeSpanEntry *growLifeSpans(const char *function)
+{
+    const int32_t count = DevNumMib.TotalLifeSpan;
+    const auto size = static_cast<int32_t>(sizeof(LifeSpanEntry)) * (count + 1);
+    pLifeSpanTblOld = std::exchange(pLifeSpanTbl, nullptr);
+    pLifeSpanTbl = static_cast<LifeSpanEntry *>(memalloc(size));
+    if (pLifeSpanTbl == nullptr) {
+        DevNumMib.TotalLifeSpan = 0;
+    } else if (pLifeSpanTblOld != nullptr) {
+        std::copy_n(pLifeSpanTblOld, count, pLifeSpanTbl);
+    }
+    if (pLifeSpanTblOld != nullptr) {
+        memfree(pLifeSpanTblOld, function);
+    }
+    return pLifeSpanTbl == nullptr ? nullptr : &pLifeSpanTbl[count];
+}
+
+} // namespace
+
+void GetLifeSpanInfo(const char *devName, const SCSIDeviceEntry *scsiEntry)
+{
+    TRACE(kDetail, "_IN_");
+    if (devName == nullptr) {
+        TRACE(kFailure, "_OUT_ param(devName) Failure!!");
+        return;
+    }
+    if (scsiEntry == nullptr) {
+        TRACE(kFailure, "_OUT_ param(scsiEntry) Failure!!");
+        return;
+    }
+    TRACE(kDetail, "pScsi.Model[%s]", scsiEntry->model);
+    const M2SSDInf *const rated = findM2SSD(g_M2SSDInf, g_M2SSDCnt, scsiEntry->model);
+    if (rated == nullptr) {
+        TRACE(kDetail, "_OUT_ Model:%s is not exist!!", scsiEntry->model);
+        return;
+    }
+    LifeSpanEntry *const life = growLifeSpans(__func__);
+    if (life == nullptr) {
+        TRACE(kFailure, "_OUT_ pLifeSpanTbl alloc Failure!!");
+        return;
+    }
+    life->Index = ++DevNumMib.TotalLifeSpan;
+    life->HDDIndex = scsiEntry->DeviceTypeIndex;
+    life->EnduranceRemaining = kLevelUnknown;
+    uint16_t endurance = kFigureUnknown;
+    if (GetLifeSpanInfoIoctl(devName, static_cast<uint8_t>(rated->attid), &endurance) < 0) {
+        TRACE(kFailure, "_OUT_ GetLifeSpanInfoIoctl is Failure!!");
+        return;
+    }
+    g_M2SSDEndu = endurance;
+    life->EnduranceRemaining = enduranceLevel(*rated, endurance);
+    TRACE(kDetail, "_OUT_ LifeSpan->Index=[%d] HDDIndex=[%d] EnduranceRemaining=[%d] endurance=[%d]", life->Index,
+          life->HDDIndex, life->EnduranceRemaining, endurance);
+}

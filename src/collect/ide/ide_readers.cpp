@@ -1,0 +1,203 @@
+#include "collect/ide/ide_readers.h"
+
+#include "collect/ide/ide_parse.h"
+#include "collect/base/text_file.h"
+#include "runtime/field_text.h"
+#include "runtime/trace.h"
+
+#include <climits>
+#include <cstdio>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr size_t kMaxText = 1023; // bytes of a file that are looked at
+
+bool areThere(const char *function, const char *path, const void *out)
+{
+    if (path == nullptr) {
+        return TRACED_AS(function, false, kFailure, "_OUT_ param(path) Failure!!");
+    }
+    if (out == nullptr) {
+        return TRACED_AS(function, false, kFailure, "_OUT_ param(out) Failure!!");
+    }
+    return true;
+}
+
+// The first line of a file, traced in the name of the reader; false when it cannot be read.
+bool readLineOf(const char *function, const char *path, char (&buffer)[kMaxText], std::string_view &text)
+{
+    if (readFirstLine(path, buffer, text) != ReadResult::done) {
+        return TRACED_AS(function, false, kFailure, "_OUT_ fopen failed. [%s]", path);
+    }
+    return true;
+}
+
+int readText(const char *function, const char *path, char *out)
+{
+    char buffer[kMaxText];
+    std::string_view text;
+    if (!areThere(function, path, out) || !readLineOf(function, path, buffer, text)) {
+        return -1;
+    }
+    char value[kIDETextSize];
+    copyText(value, parseIDELine(text));
+    std::memcpy(out, value, sizeof value);
+    return TRACED_AS(function, 0, kDetail, "_OUT_ (0) result=[%s]", out);
+}
+
+template <class Number>
+int readNumber(const char *function, const char *path, Number *out, bool (*parse)(std::string_view, Number &))
+{
+    char buffer[kMaxText];
+    std::string_view text;
+    if (!areThere(function, path, out) || !readLineOf(function, path, buffer, text)) {
+        return -1;
+    }
+    Number value = 0;
+    if (!parse(text, value)) {
+        return TRACED_AS(function, -1, kFailure, "_OUT_ (-1)");
+    }
+    *out = value;
+    return TRACED_AS(function, 0, kDetail, "_OUT_ (0) result=[%lld]", static_cast<long long>(value));
+}
+
+bool isDeviceDirectory(const char *directory, const char *entry)
+{
+    char path[PATH_MAX];
+    struct stat info = {};
+    const int length = std::snprintf(path, sizeof path, "%s/%s", directory, entry);
+    return length < static_cast<int>(sizeof path) && ::stat(path, &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+} // namespace
+
+int32_t getIDEControllerChannel(const char *path)
+{
+    TRACE(kDetail, "_IN_");
+    char buffer[kMaxText];
+    std::string_view text;
+    const bool read = path != nullptr && readFirstLine(path, buffer, text) == ReadResult::done;
+    const int32_t channel = read ? parseIDEChannel(text) : kUnknownWord;
+    return channel == kUnknownWord ? TRACED(channel, kDetail, "_OUT_ MIB_UNKNOWN_WORD")
+                                   : TRACED(channel, kDetail, "_OUT_ ret=[%d]", channel);
+}
+
+int getIDEControllerModel(const char *path, char *model)
+{
+    TRACE(kDetail, "_IN_");
+    return readText(__func__, path, model);
+}
+
+int getIDEControllerMate(const char *path, char *mate)
+{
+    TRACE(kDetail, "_IN_");
+    return readText(__func__, path, mate);
+}
+
+int getIDEDeviceNumberofController(const char *path, int32_t *number)
+{
+    TRACE(kDetail, "_IN_");
+    if (!areThere(__func__, path, number)) {
+        return -1;
+    }
+    const DirListing entries(path);
+    if (entries.count() < 0) {
+        return TRACED(-1, kFailure, "_OUT_ scandir failed. [%s] errno=[%d]", path, entries.error());
+    }
+    int32_t found = 0;
+    for (int i = 0; i < entries.count(); ++i) {
+        const bool device = std::string_view(entries.name(i)).starts_with("hd");
+        found += device && isDeviceDirectory(path, entries.name(i)) ? 1 : 0;
+    }
+    *number = found;
+    return TRACED(0, kDetail, "_OUT_ (0) result=[%d]", found);
+}
+
+int getIDEDeviceControllerName(const char *path, char *name)
+{
+    TRACE(kDetail, "_IN_");
+    if (!areThere(__func__, path, name)) {
+        return -1;
+    }
+    char target[PATH_MAX];
+    const ssize_t length = ::readlink(path, target, sizeof target);
+    if (length < 0) {
+        return TRACED(-1, kFailure, "_OUT_ readlink failed. [%s]", path);
+    }
+    std::string_view controller;
+    if (!parseIDELink({target, static_cast<size_t>(length)}, controller)) {
+        return TRACED(-1, kFailure, "_OUT_ (-1)");
+    }
+    char value[kIDENameSize];
+    copyText(value, controller);
+    std::memcpy(name, value, sizeof value);
+    return TRACED(0, kDetail, "_OUT_ (0) result=[%s]", name);
+}
+
+int getIDEDeviceMedia(const char *path, char *media)
+{
+    TRACE(kDetail, "_IN_");
+    return readText(__func__, path, media);
+}
+
+int getIDEDeviceModel(const char *path, char *model)
+{
+    TRACE(kDetail, "_IN_");
+    return readText(__func__, path, model);
+}
+
+int getIDEDeviceDriver(const char *path, char *driver, char *version)
+{
+    TRACE(kDetail, "_IN_");
+    if (path == nullptr || driver == nullptr || version == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ param is NULL");
+    }
+    char buffer[kMaxText];
+    std::string_view text;
+    if (!readLineOf(__func__, path, buffer, text)) {
+        return -1;
+    }
+    const IDEDriver found = parseIDEDriver(text.substr(0, text.find('\n')));
+    char name[kIDETextSize];
+    char number[kIDETextSize];
+    copyText(name, found.name);
+    copyText(number, found.version);
+    std::memcpy(driver, name, sizeof name);
+    std::memcpy(version, number, sizeof number);
+    return TRACED(0, kDetail, "_OUT_ (0) driver=[%s] version=[%s]", driver, version);
+}
+
+int getIDEDeviceGeometry(const char *path, int32_t *cylinders, int32_t *heads, int32_t *sectors)
+{
+    TRACE(kDetail, "_IN_");
+    if (path == nullptr || cylinders == nullptr || heads == nullptr || sectors == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ param is NULL");
+    }
+    char buffer[kMaxText];
+    std::string_view text;
+    if (readBeginning(path, buffer, text) != ReadResult::done) {
+        return TRACED(-1, kFailure, "_OUT_ fopen failed. [%s]", path);
+    }
+    IDEGeometry geometry = {};
+    if (!parseIDEGeometry(text, geometry)) {
+        return TRACED(-1, kFailure, "_OUT_ (-1)");
+    }
+    *cylinders = geometry.cylinders;
+    *heads = geometry.heads;
+    *sectors = geometry.sectors;
+    return TRACED(0, kDetail, "_OUT_ (0) result=[%d/%d/%d]", *cylinders, *heads, *sectors);
+}
+
+int getIDEDeviceCapacity(const char *path, int64_t *capacity)
+{
+    TRACE(kDetail, "_IN_");
+    return readNumber(__func__, path, capacity, parseIDECapacity);
+}
+
+int getIDEDeviceCache(const char *path, int32_t *cache)
+{
+    TRACE(kDetail, "_IN_");
+    return readNumber(__func__, path, cache, parseIDECache);
+}

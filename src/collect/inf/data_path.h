@@ -1,0 +1,21 @@
+// Where the administrator's files of the inventory lie.
+#pragma once
+
+#include "runtime/conf_file.h"
+#include "runtime/field_text.h"
+
+#include <cstddef>
+#include <cstdio>
+
+constexpr int kMaxRootPath = 512;                   // characters
+constexpr size_t kDataPathSize = kMaxRootPath + 32; // bytes of a path below the root
+
+// Path of a file in the data directory under the agent's root, under the default one where the agent tells none.
+inline void makeDataPath(char (&path)[kDataPathSize], const char *fileName)
+{
+    char root[kMaxRootPath + 1] = {};
+    if (get_TavRootPath(root, kMaxRootPath) < 1) {
+        copyText(root, kDefaultRoot);
+    }
+    std::snprintf(path, sizeof path, "%s/data/%s", root, fileName);
+}

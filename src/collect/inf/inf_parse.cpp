@@ -1,0 +1,106 @@
+#include "collect/inf/inf_parse.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr std::string_view kBlanks = " \t";
+
+std::string_view withoutLeading(std::string_view text, std::string_view characters)
+{
+    return text.substr(std::min(text.find_first_not_of(characters), text.size()));
+}
+
+std::string_view withoutTrailing(std::string_view text, std::string_view characters)
+{
+    return text.substr(0, text.find_last_not_of(characters) + 1);
+}
+
+struct HeaderLine {
+    bool found = false;
+    size_t begin = 0; // of the line
+    size_t after = 0; // begin of the next line
+};
+
+// Only blanks may stand before a header on its line; anything may follow it.
+HeaderLine findHeader(std::string_view text, std::string_view header)
+{
+    std::string_view rest = text;
+    std::string_view line;
+    while (takeLine(rest, line)) {
+        if (withoutLeading(line, kBlanks).starts_with(header)) {
+            return {true, static_cast<size_t>(line.data() - text.data()), text.size() - rest.size()};
+        }
+    }
+    return {};
+}
+
+} // namespace
+
+bool takeLine(std::string_view &rest, std::string_view &line)
+{
+    if (rest.empty()) {
+        return false;
+    }
+    line = rest.substr(0, rest.find('\n'));
+    rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+    return true;
+}
+
+std::string_view withoutLineEnd(std::string_view line)
+{
+    if (line.ends_with('\n')) {
+        line.remove_suffix(1);
+    }
+    if (line.ends_with('\r')) {
+        line.remove_suffix(1);
+    }
+    return line;
+}
+
+bool splitInfSections(std::string_view text, std::string_view firstHeader, std::string_view secondHeader,
+                      InfSections &sections)
+{
+    const HeaderLine first = findHeader(text, firstHeader);
+    const HeaderLine second = findHeader(text, secondHeader);
+    if (!first.found && !second.found) {
+        sections = {text, {}};
+        return true;
+    }
+    if (!first.found || !second.found || second.begin < first.after) {
+        return false;
+    }
+    sections = {text.substr(first.after, second.begin - first.after), text.substr(second.after)};
+    return true;
+}
+
+DriverLine parseDriverLine(std::string_view line, std::string_view &name)
+{
+    if (withoutLineEnd(line).size() > kMaxDriverLine) {
+        return DriverLine::tooLong;
+    }
+    if (line.find(kGroupManagementPort) != std::string_view::npos ||
+        line.find(kGroupDiagnosticPort) != std::string_view::npos) {
+        return DriverLine::header;
+    }
+    std::string_view text = withoutLeading(line, kBlanks);
+    if (text.starts_with('#')) {
+        return DriverLine::comment;
+    }
+    text = withoutTrailing(text.substr(0, text.find_first_of("\n\r#")), " \t\r");
+    if (text.empty()) {
+        return DriverLine::blank;
+    }
+    name = text.substr(0, text.find_first_of(kBlanks));
+    return name.size() > kMaxDriverName ? DriverLine::nameTooLong : DriverLine::name;
+}
+
+std::string_view attributeValue(std::string_view text)
+{
+    std::string_view value = withoutLeading(untilNul(text), " ");
+    const size_t newline = value.find('\n');
+    if (newline != std::string_view::npos) {
+        value = withoutTrailing(value.substr(0, newline), " ");
+    }
+    return value.substr(0, kAttributeSize - 1);
+}

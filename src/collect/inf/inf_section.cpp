@@ -1,0 +1,54 @@
+#include "collect/inf/inf_parse.h"
+#include "collect/base/text_file.h"
+#include "runtime/memory.h"
+
+#include <cerrno>
+
+namespace {
+
+// The buffer holds more than the text: a section is never longer than the file.
+void copySection(char *buffer, std::string_view text)
+{
+    text.copy(buffer, text.size());
+    buffer[text.size()] = '\0';
+}
+
+} // namespace
+
+int getSectionFromInfFile(const char *path, int size, char *first, char *second, const char *firstHeader,
+                          const char *secondHeader)
+{
+    TRACE(kDetail, "_IN_");
+    if (path == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ param(path) Failure!!");
+    }
+    if (first == nullptr || second == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ Mpbuf is NULL or Dpbuf is NULL.");
+    }
+    if (firstHeader == nullptr || secondHeader == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ param(header) Failure!!");
+    }
+    const TextFile file(path);
+    if (file.error() == ENOENT) {
+        return TRACED(1, kDetail, "_OUT_ file [%s] is not exist.", path);
+    }
+    if (file.error() != 0) {
+        return TRACED(-1, kFailure, "_OUT_ fopen [%s] error.", path);
+    }
+    const HeapBlock<char> text(size < 0 || size == INT32_MAX ? nullptr : memalloc(size + 1));
+    if (!text) {
+        return TRACED(-1, kFailure, "_OUT_ malloc buf error.");
+    }
+    // No more than size bytes, even when the file has grown since it was measured.
+    const ssize_t got = file.read({text.get(), static_cast<size_t>(size)});
+    if (got < 0) {
+        return TRACED(-1, kFailure, "_OUT_ fread [%s] error.", path);
+    }
+    InfSections sections;
+    if (!splitInfSections(untilNul({text.get(), static_cast<size_t>(got)}), firstHeader, secondHeader, sections)) {
+        return TRACED(1, kDetail, "_OUT_ ret=[%d]", 1);
+    }
+    copySection(first, sections.first);
+    copySection(second, sections.second);
+    return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
+}

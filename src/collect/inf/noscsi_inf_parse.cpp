@@ -1,0 +1,65 @@
+#include "collect/inf/noscsi_inf_parse.h"
+
+#include "collect/inf/storage_inf.h"
+#include "devcmd/trim.h"
+
+bool takeWholeLine(std::string_view &rest, std::string_view &line)
+{
+    const size_t newline = rest.find('\n');
+    line = rest.substr(0, newline == std::string_view::npos ? rest.size() : newline + 1);
+    rest.remove_prefix(line.size());
+    return !line.empty();
+}
+
+KeyValue findKeyValue(std::string_view text, std::string_view key, size_t maxLength, std::string_view stop,
+                      std::string_view &value)
+{
+    value = {};
+    const size_t at = text.find(key);
+    if (at == std::string_view::npos) {
+        return KeyValue::noKey;
+    }
+    std::string_view rest = text.substr(at + key.size());
+    if (!rest.starts_with(':')) {
+        return KeyValue::noColon;
+    }
+    rest.remove_prefix(1);
+    const size_t end = stop.empty() ? std::string_view::npos : rest.find(stop);
+    value = withoutSpace(rest.substr(0, end).substr(0, kDelSpaceMax));
+    return value.size() > maxLength ? KeyValue::tooLong : KeyValue::found;
+}
+
+NoScsiReading parseNoScsiLine(std::string_view line, size_t vendorSize, size_t modelSize)
+{
+    if (line.empty() || line.starts_with('\n')) {
+        return {NoScsiLine::empty};
+    }
+    if (line.size() > kMaxNoScsiLine) {
+        return {NoScsiLine::tooLong};
+    }
+    if (line.find(kGroupManagementPort) != std::string_view::npos ||
+        line.find(kGroupDiagnosticPort) != std::string_view::npos) {
+        return {NoScsiLine::header};
+    }
+    const std::string_view text = withoutSpace(line);
+    if (text.empty()) {
+        return {NoScsiLine::blank};
+    }
+    if (text.starts_with('#')) {
+        return {NoScsiLine::comment};
+    }
+    NoScsiReading reading;
+    reading.key = findKeyValue(text, kVendorKey, vendorSize, kModelKey, reading.vendor);
+    if (reading.key != KeyValue::found) {
+        reading.kind = NoScsiLine::badVendor;
+        return reading;
+    }
+    reading.key = findKeyValue(text, kModelKey, modelSize, {}, reading.model);
+    if (reading.key != KeyValue::found) {
+        reading.kind = NoScsiLine::badModel;
+        return reading;
+    }
+    const bool bothEmpty = reading.vendor.empty() && reading.model.empty();
+    reading.kind = bothEmpty ? NoScsiLine::bothEmpty : NoScsiLine::entry;
+    return reading;
+}

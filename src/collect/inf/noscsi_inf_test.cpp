@@ -1,0 +1,92 @@
+#include "collect/inf/noscsi_inf.h"
+
+#include "collect/lists_fixture_test.h"
+
+namespace {
+
+class NoManage : public testing::Test {
+protected:
+    ~NoManage() override { DestroyNoManageSCSIInfoTable(&pleafNoSCSI_Tbl); }
+    TraceRecorder trace_;
+};
+
+TEST_F(NoManage, AnEntryWithoutModelTakesEveryModelOfItsVendor)
+{
+    addUnmanaged("ACME", "");
+    EXPECT_EQ(TAVStorageNoManage(pleafNoSCSI_Tbl, "ACME", "anything"), 1);
+    EXPECT_TRUE(trace_.has(kDetail, "break tbl->vendor=[ACME]", "TAVStorageNoManage"));
+    EXPECT_TRUE(trace_.has(kDetail, "_OUT_ vendor=[ACME] model=[anything] return 1.(not watched)"));
+}
+
+TEST_F(NoManage, AVendorMatchesOnlyWholeAndInItsCase)
+{
+    addUnmanaged("ACME", "");
+    for (const char *const vendor : {"ACME    ", "acme", "ACM", "ACMEX", ""}) {
+        EXPECT_EQ(TAVStorageNoManage(pleafNoSCSI_Tbl, vendor, "M"), 0) << vendor;
+    }
+    EXPECT_TRUE(trace_.has(kDetail, "_OUT_ vendor=[acme] model=[M] return 0.(watched)", "TAVStorageNoManage"));
+}
+
+TEST_F(NoManage, AnEntryWithoutVendorTakesEveryModelThatBeginsWithIts)
+{
+    addUnmanaged("", "DISK1");
+    EXPECT_EQ(TAVStorageNoManage(pleafNoSCSI_Tbl, "any", "DISK1"), 1);
+    EXPECT_EQ(TAVStorageNoManage(pleafNoSCSI_Tbl, "other", "DISK100  "), 1);
+    EXPECT_EQ(TAVStorageNoManage(pleafNoSCSI_Tbl, "", "DISK"), 0);
+    EXPECT_EQ(TAVStorageNoManage(pleafNoSCSI_Tbl, "", "ADISK1"), 0);
+    EXPECT_TRUE(trace_.has(kDetail, "break tbl->model=[DISK1]", "TAVStorageNoManage"));
+}
+
+TEST_F(NoManage, AnEntryWithBothNeedsBoth)
+{
+    addUnmanaged("ACME", "DISK1");
+    EXPECT_EQ(TAVStorageNoManage(pleafNoSCSI_Tbl, "ACME", "DISK100"), 1);
+    EXPECT_EQ(TAVStorageNoManage(pleafNoSCSI_Tbl, "ACME", "DISK2"), 0);
+    EXPECT_EQ(TAVStorageNoManage(pleafNoSCSI_Tbl, "OTHER", "DISK1"), 0);
+    EXPECT_TRUE(trace_.has(kDetail, "break tbl->vendor=[ACME] tbl->model=[DISK1]", "TAVStorageNoManage"));
+}
+
+TEST_F(NoManage, TheFirstMatchFromTheHeadWins)
+{
+    addUnmanaged("ACME", "DISK1");
+    addUnmanaged("ACME", ""); // at the head
+    EXPECT_EQ(TAVStorageNoManage(pleafNoSCSI_Tbl, "ACME", "DISK1"), 1);
+    EXPECT_TRUE(trace_.has(kDetail, "break tbl->vendor=[ACME]"));
+    EXPECT_FALSE(trace_.has(kDetail, "break tbl->vendor=[ACME] tbl->model=[DISK1]"));
+}
+
+TEST_F(NoManage, ANullTextIsWatched)
+{
+    addUnmanaged("ACME", "");
+    EXPECT_EQ(TAVStorageNoManage(pleafNoSCSI_Tbl, nullptr, "M"), 0);
+    EXPECT_EQ(TAVStorageNoManage(pleafNoSCSI_Tbl, "ACME", nullptr), 0);
+    EXPECT_TRUE(trace_.has(kFailure, "_OUT_ param error.", "TAVStorageNoManage"));
+}
+
+TEST_F(NoManage, NothingIsOnAnEmptyList)
+{
+    EXPECT_EQ(TAVStorageNoManage(nullptr, "ACME", "M"), 0);
+}
+
+TEST_F(NoManage, CreateChecksItsArguments)
+{
+    NoSCSIInfo *list = nullptr;
+    int32_t status = 0;
+    EXPECT_EQ(CreateNoSCSIInfoTable(&list, nullptr, nullptr), 0);
+    EXPECT_TRUE(trace_.has(kFailure, "_OUT_ iFlagParse is NULL.", "CreateNoSCSIInfoTable"));
+    EXPECT_EQ(CreateNoSCSIInfoTable(nullptr, nullptr, &status), 0);
+    EXPECT_EQ(status, -3);
+    EXPECT_TRUE(trace_.has(kFailure, "_OUT_ both pNoSCSI_Tbl and pNoDiagnoTbl is NULL."));
+}
+
+TEST_F(NoManage, DestroyFreesEveryNode)
+{
+    addUnmanaged("A", "");
+    addUnmanaged("B", "");
+    DestroyNoManageSCSIInfoTable(&pleafNoSCSI_Tbl);
+    EXPECT_EQ(pleafNoSCSI_Tbl, nullptr);
+    DestroyNoManageSCSIInfoTable(nullptr);
+    EXPECT_TRUE(trace_.has(kFailure, "_OUT_ param(list) Failure!!", "DestroyNoManageSCSIInfoTable"));
+}
+
+} // namespace

@@ -1,0 +1,156 @@
+// Discovery lists made by hand, and machines, for the tests of the tables.
+#pragma once
+
+#include "collect/sequence.h"
+#include "collect/discovery_lists.h"
+#include "collect/controllers/controller_tables.h"
+#include "collect/devices/device_tables.h"
+#include "collect/inf/noscsi_inf.h"
+#include "runtime/field_text.h"
+#include "support/trace_recorder.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <deque>
+#include <string>
+#include <vector>
+
+// Puts hand-made lists in the place of what discovery finds, and takes them away again with every table.
+class HandMadeLists {
+public:
+    HandMadeLists()
+    {
+        resetDeviceCounters();
+        resetControllerCounters();
+        clear();
+    }
+    ~HandMadeLists()
+    {
+        clear();
+        freeCollection();
+        resetDeviceCounters();
+    }
+    HandMadeLists(const HandMadeLists &) = delete;
+    HandMadeLists &operator=(const HandMadeLists &) = delete;
+
+    SCSIDeviceInfo &scsi(int host, const char *type, const char *vendor = "VENDOR", const char *model = "MODEL")
+    {
+        SCSIDeviceInfo &device = scsi_.emplace_back();
+        device.sequence = static_cast<int32_t>(scsi_.size() - 1);
+        device.host = host;
+        device.id = device.sequence;
+        copyText(device.type, type);
+        copyText(device.vendor, vendor);
+        copyText(device.model, model);
+        copyText(device.scsiRev, "REV");
+        copyText(device.ansiRev, "5");
+        relink();
+        return device;
+    }
+    IDEControllerInfo &channel(const char *name, const char *bus = "pci")
+    {
+        IDEControllerInfo &info = channels_.emplace_back();
+        copyText(info.name, name);
+        copyText(info.model, bus);
+        relink();
+        return info;
+    }
+    IDEDeviceInfo &ide(const char *name, const char *media, const char *controller = "ide0")
+    {
+        IDEDeviceInfo &device = ide_.emplace_back();
+        copyText(device.name, name);
+        copyText(device.media, media);
+        copyText(device.controllerName, controller);
+        copyText(device.model, "IDE MODEL");
+        copyText(device.driver, "ide-driver");
+        relink();
+        return device;
+    }
+    // Makes what was built by hand what discovery found.
+    void use()
+    {
+        g_SCSIDeviceInfo = scsi_.empty() ? nullptr : &scsi_.front();
+        g_SCSIDeviceTotalNumber = static_cast<int32_t>(scsi_.size());
+        g_IDEGeneralInfo = {static_cast<int32_t>(channels_.size()), static_cast<int32_t>(ide_.size()),
+                            channels_.empty() ? nullptr : &channels_.front(), ide_.empty() ? nullptr : &ide_.front()};
+    }
+    const SCSIDeviceInfo *scsiList() const { return scsi_.empty() ? nullptr : &scsi_.front(); }
+
+private:
+    void clear()
+    {
+        g_SCSIDeviceInfo = nullptr;
+        g_SCSIDeviceTotalNumber = 0;
+        g_SCSIControllerTypeDetail = nullptr;
+        g_SCSIControllerTypeTotalNumber = g_SCSIControllerTotalNumber = 0;
+        g_IDEGeneralInfo = {};
+    }
+    template <class Node> static void link(std::deque<Node> &nodes)
+    {
+        for (size_t i = 0; i < nodes.size(); ++i) {
+            nodes[i].next = i + 1 < nodes.size() ? &nodes[i + 1] : nullptr;
+        }
+    }
+    void relink()
+    {
+        link(scsi_);
+        link(channels_);
+        link(ide_);
+    }
+
+    std::deque<SCSIDeviceInfo> scsi_;
+    std::deque<IDEControllerInfo> channels_;
+    std::deque<IDEDeviceInfo> ide_;
+};
+
+// A block of entries as the discovery functions hand them out.
+template <class Entry> Entry *handOut(const std::vector<Entry> &entries)
+{
+    auto *const block = static_cast<Entry *>(memalloc(static_cast<int32_t>(sizeof(Entry) * entries.size())));
+    std::copy(entries.begin(), entries.end(), block);
+    return block;
+}
+
+inline SCSIHostEntry hostEntry(int32_t number, const char *driver)
+{
+    SCSIHostEntry host = {};
+    host.host = number;
+    copyText(host.driver, driver);
+    return host;
+}
+
+inline USBHostEntry usbEntry(int32_t number)
+{
+    USBHostEntry host = {};
+    host.host = number;
+    copyText(host.name, "usb-storage");
+    return host;
+}
+
+// Puts an entry at the head of the unmanaged-device list of the build.
+inline void addUnmanaged(const char *vendor, const char *model)
+{
+    auto *const node = static_cast<NoSCSIInfo *>(memalloc(sizeof(NoSCSIInfo)));
+    copyText(node->vendor, vendor);
+    copyText(node->model, model);
+    node->next = pleafNoSCSI_Tbl;
+    pleafNoSCSI_Tbl = node;
+}
+
+// What freeing a block traces.
+inline std::string freedText(const void *block)
+{
+    char text[64];
+    std::snprintf(text, sizeof text, "memfree(%p)", block);
+    return text;
+}
+
+// Position of the first line of this text among all lines; -1 when there is none.
+inline int positionOf(const TraceRecorder &trace, const std::string &text)
+{
+    const std::vector<std::string> texts = trace.texts();
+    const auto at = std::find(texts.begin(), texts.end(), text);
+    return at == texts.end() ? -1 : static_cast<int>(at - texts.begin());
+}

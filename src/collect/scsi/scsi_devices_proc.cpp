@@ -1,0 +1,80 @@
+#include "collect/scsi/scsi_devices.h"
+#include "collect/scsi/scsi_parse.h"
+#include "collect/scsi/scsi_variants.h"
+#include "collect/inf/inf_parse.h"
+#include "collect/base/text_file.h"
+#include "runtime/cancel.h"
+#include "runtime/field_text.h"
+
+#include <cerrno>
+
+namespace {
+
+// All records of the file: 0, or the status of what went wrong.
+int32_t readRecords(const char *function, const TextFile &file, NodeList<SCSIDeviceInfo> &devices)
+{
+    TextLines lines(file);
+    ScsiRecordReader reader;
+    std::string_view line;
+    while (lines.next(line)) {
+        const ScsiRecordReader::Step step = reader.take(line);
+        if (step == ScsiRecordReader::Step::end) {
+            return 0;
+        }
+        if (step == ScsiRecordReader::Step::complete) {
+            cancellationPoint();
+            if (!appendDevice(function, devices, reader.record())) {
+                return kSourceNoMemory;
+            }
+        }
+    }
+    if (lines.failed()) {
+        return kSourceError;
+    }
+    return reader.insideRecord() ? kSourceTruncated : 0;
+}
+
+} // namespace
+
+int proc_GetSCSIDeviceInfoFromProc(SCSIDeviceInfo **list, int32_t *count, int32_t *status)
+{
+    TRACE(kDetail, "_IN_");
+    if (!beginDeviceList(__func__, list, count, status)) {
+        return -1;
+    }
+    const TextFile file(kProcDevices);
+    if (file.error() != 0) {
+        const bool absent = file.error() == ENOENT;
+        *status = absent ? kSourceAbsent : kSourceError;
+        return absent ? TRACED(-1, kDetail, "_OUT_ [%s] is not exist.", kProcDevices)
+                      : TRACED(-1, kFailure, "_OUT_ fopen failed. [%s] errno=[%d]", kProcDevices, file.error());
+    }
+    NodeList<SCSIDeviceInfo> devices(__func__);
+    *status = readRecords(__func__, file, devices);
+    if (*status != 0) {
+        return TRACED(-1, kFailure, "_OUT_ (-1) status=[%d]", *status);
+    }
+    return finishDeviceList(__func__, devices, list, count);
+}
+
+int FindName(const char *line, const char *key, char *out)
+{
+    TRACE(kDetail, "_IN_");
+    if (line == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ param(line) Failure!!");
+    }
+    if (key == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ param(key) Failure!!");
+    }
+    if (out == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ param(out) Failure!!");
+    }
+    std::string_view value;
+    if (!namedValue(line, key, value)) {
+        return TRACED(-1, kDetail, "_OUT_ ret=[%d]", -1);
+    }
+    char text[kAttributeSize];
+    copyText(text, value);
+    std::memcpy(out, text, sizeof text);
+    return TRACED(0, kDetail, "_OUT_ (0) result=[%s]", out);
+}

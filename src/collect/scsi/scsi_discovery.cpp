@@ -1,0 +1,65 @@
+#include "collect/scsi/scsi_discovery.h"
+
+#include "collect/base/node_list.h"
+#include "collect/scsi/scsi_parse.h"
+#include "collect/scsi/scsi_variants.h"
+
+int GetSCSIDeviceInfoFromProc(SCSIDeviceInfo **list, int32_t *count, int32_t *status)
+{
+    TRACE(kDetail, "_IN_");
+    const int result = select_proc_or_sys() == kInterfaceSysfs ? sys_GetSCSIDeviceInfoFromSys(list, count, status)
+                                                               : proc_GetSCSIDeviceInfoFromProc(list, count, status);
+    return TRACED(result, kDetail, "_OUT_ ret=[%d]", result);
+}
+
+int GetSCSIControllerTypeDetailInfo(SCSIControllerTypeDetail **list, int32_t *typeCount, int32_t *controllerCount,
+                                    int32_t *status)
+{
+    TRACE(kDetail, "_IN_");
+    const int result = select_proc_or_sys() == kInterfaceSysfs
+                           ? sys_GetSCSIControllerTypeDetailInfo(list, typeCount, controllerCount, status)
+                           : proc_GetSCSIControllerTypeDetailInfo(list, typeCount, controllerCount, status);
+    return TRACED(result, kDetail, "_OUT_ ret=[%d]", result);
+}
+
+int GetSCSIControllerNumber()
+{
+    TRACE(kDetail, "_IN_");
+    const int result =
+        select_proc_or_sys() == kInterfaceSysfs ? sys_GetSCSIControllerNumber() : proc_GetSCSIControllerNumber();
+    return TRACED(result, kDetail, "_OUT_ ret=[%d]", result);
+}
+
+int read_proc_scsi(SCSIHostEntry **list, int32_t *count)
+{
+    TRACE(kDetail, "_IN_");
+    const int result =
+        select_proc_or_sys() == kInterfaceSysfs ? sys_read_scsi_ctrl(list, count) : proc_read_scsi_ctrl(list, count);
+    return TRACED(result, kDetail, "_OUT_ ret=[%d]", result);
+}
+
+int TAVStorageGetUSBCtrl(USBHostEntry **list, int32_t *count)
+{
+    TRACE(kDetail, "_IN_");
+    const int result = select_proc_or_sys() == kInterfaceSysfs ? sys_GetUSBCtrlFromSys(list, count)
+                                                               : proc_GetUSBCtrlFromProc(list, count);
+    return TRACED(result, kDetail, "_OUT_ ret=[%d]", result);
+}
+
+void FreeSCSIDeviceInfo(SCSIDeviceInfo **list)
+{
+    TRACE(kDetail, "_IN_");
+    if (list != nullptr) {
+        freeNodes(*list, __func__);
+    }
+    TRACE(kDetail, "_OUT_");
+}
+
+void FreeSCSIControllerTypeDetailInfo(SCSIControllerTypeDetail **list)
+{
+    TRACE(kDetail, "_IN_");
+    if (list != nullptr) {
+        freeNodes(*list, __func__);
+    }
+    TRACE(kDetail, "_OUT_");
+}

@@ -1,0 +1,154 @@
+#include "collect/scsi/scsi_hosts.h"
+
+#include "collect/scsi/scsi_variants.h"
+#include "runtime/field_text.h"
+
+#include <cstring>
+
+namespace {
+
+constexpr int32_t kInfAbsent = 1;
+constexpr int32_t kInfTooLarge = -4;
+
+SCSIControllerTypeDetail *findType(SCSIControllerTypeDetail *types, const char *driver)
+{
+    while (types != nullptr && _CmpControllerName(types->driver, driver) != 0) {
+        types = types->next;
+    }
+    return types;
+}
+
+bool countType(NodeList<SCSIControllerTypeDetail> &types, const SCSIHostEntry &host)
+{
+    SCSIControllerTypeDetail *type = findType(types.head(), host.driver);
+    if (type == nullptr) {
+        type = types.append();
+        if (type == nullptr) {
+            return false;
+        }
+        copyText(type->driver, host.driver);
+    }
+    ++type->adapters;
+    return true;
+}
+
+// Results of a failed or empty list of types; false when an argument is null.
+bool beginTypes(const char *function, SCSIControllerTypeDetail **list, int32_t *typeCount, int32_t *controllerCount,
+                int32_t *status)
+{
+    if (status != nullptr) {
+        *status = kSourceNull;
+    }
+    if (list == nullptr) {
+        return TRACED_AS(function, false, kFailure, "_OUT_ param(list) Failure!!");
+    }
+    *list = nullptr;
+    if (typeCount == nullptr) {
+        return TRACED_AS(function, false, kFailure, "_OUT_ param(typeCount) Failure!!");
+    }
+    *typeCount = 0;
+    if (controllerCount == nullptr) {
+        return TRACED_AS(function, false, kFailure, "_OUT_ param(controllerCount) Failure!!");
+    }
+    *controllerCount = 0;
+    if (status == nullptr) {
+        return TRACED_AS(function, false, kFailure, "_OUT_ param(status) Failure!!");
+    }
+    *status = 0;
+    return true;
+}
+
+} // namespace
+
+ManagedDrivers::~ManagedDrivers()
+{
+    DestroyStorageInfoTable(&list_);
+}
+
+bool ManagedDrivers::load()
+{
+    int32_t status = 0;
+    return CreatStorageInfoTable(&list_, nullptr, &status) == 1 || status == kInfAbsent || status == kInfTooLarge;
+}
+
+bool ManagedDrivers::has(const char *driver) const
+{
+    const StorageInfo *node = list_;
+    while (node != nullptr && std::strcmp(node->name, driver) != 0) {
+        node = node->next;
+    }
+    return node != nullptr;
+}
+
+bool appendHost(HostArray &hosts, int32_t host, const char *driver)
+{
+    SCSIHostEntry *const entry = hosts.append();
+    if (entry == nullptr) {
+        return false;
+    }
+    entry->host = host;
+    copyText(entry->driver, driver);
+    return true;
+}
+
+int _CmpControllerName(const char *left, const char *right)
+{
+    TRACE(kDetail, "_IN_");
+    if (left == nullptr || right == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ param is NULL");
+    }
+    const int order = std::strcmp(left, right);
+    return TRACED(order, kDetail, "_OUT_ strcmp(%s,%s)=(%d)", left, right, order);
+}
+
+int countHosts(const char *function, HostReader reader)
+{
+    HostArray hosts;
+    const int32_t status = reader(function, hosts);
+    const int result = status == 0 || status == kSourceAbsent ? hosts.count() : -1;
+    return TRACED_AS(function, result, result < 0 ? kFailure : kDetail, "_OUT_ ret=[%d]", result);
+}
+
+int listHosts(const char *function, HostReader reader, SCSIHostEntry **list, int32_t *count)
+{
+    if (list == nullptr) {
+        return TRACED_AS(function, -1, kFailure, "_OUT_ param(list) Failure!!");
+    }
+    *list = nullptr;
+    if (count == nullptr) {
+        return TRACED_AS(function, -1, kFailure, "_OUT_ param(count) Failure!!");
+    }
+    *count = 0;
+    HostArray hosts;
+    const int32_t status = reader(function, hosts);
+    if (status != 0 && status != kSourceAbsent) {
+        return TRACED_AS(function, -1, kFailure, "_OUT_ ret=[%d]", -1);
+    }
+    *count = hosts.count();
+    *list = hosts.handOver();
+    return TRACED_AS(function, 0, kDetail, "_OUT_ ret=[%d]", 0);
+}
+
+int listHostTypes(const char *function, HostReader reader, SCSIControllerTypeDetail **list, int32_t *typeCount,
+                  int32_t *controllerCount, int32_t *status)
+{
+    if (!beginTypes(function, list, typeCount, controllerCount, status)) {
+        return -1;
+    }
+    HostArray hosts;
+    *status = reader(function, hosts);
+    NodeList<SCSIControllerTypeDetail> types(function);
+    for (int32_t i = 0; *status == 0 && i < hosts.count(); ++i) {
+        if (!countType(types, hosts[i])) {
+            *status = kSourceNoMemory;
+        }
+    }
+    if (*status != 0) {
+        return TRACED_AS(function, -1, *status == kSourceAbsent ? kDetail : kFailure, "_OUT_ (-1) status=[%d]",
+                         *status);
+    }
+    *controllerCount = hosts.count();
+    *typeCount = types.count();
+    *list = types.handOver();
+    return TRACED_AS(function, 0, kDetail, "_OUT_ ret=[%d]", 0);
+}

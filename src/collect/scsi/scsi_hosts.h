@@ -1,0 +1,41 @@
+// Managed host adapters: one reading serves the number, the list and the list of their drivers, so that these agree.
+#pragma once
+
+#include "collect/base/node_list.h"
+#include "collect/scsi/scsi_discovery.h"
+#include "collect/inf/storage_inf.h"
+
+// The drivers that "storage.inf" names, for one reading.
+class ManagedDrivers {
+public:
+    ManagedDrivers() = default;
+    ~ManagedDrivers();
+    ManagedDrivers(const ManagedDrivers &) = delete;
+    ManagedDrivers &operator=(const ManagedDrivers &) = delete;
+    // A file that is absent, unusable or too large names no driver; false on any other failure.
+    bool load();
+    bool has(const char *driver) const;
+
+private:
+    StorageInfo *list_ = nullptr;
+};
+
+using HostArray = GrowingArray<SCSIHostEntry>;
+
+// Appends the managed adapters: 0; kSourceAbsent where the kernel shows no such directory; kSourceError;
+// kSourceNoMemory. Traces in the name of function.
+using HostReader = int32_t (*)(const char *function, HostArray &hosts);
+int32_t sysReadHosts(const char *function, HostArray &hosts);
+int32_t procReadHosts(const char *function, HostArray &hosts);
+
+// Appends one adapter: false when memory is short.
+bool appendHost(HostArray &hosts, int32_t host, const char *driver);
+
+// Appends the adapters in the directory of a driver under /proc/scsi: their number, or kSourceError, kSourceNoMemory.
+int proc_GetSCSIControllerNumFromType(const char *driver, HostArray &hosts);
+
+// The three products of a reading, with the contracts of the functions of the discovery that give them.
+int countHosts(const char *function, HostReader reader);
+int listHosts(const char *function, HostReader reader, SCSIHostEntry **list, int32_t *count);
+int listHostTypes(const char *function, HostReader reader, SCSIControllerTypeDetail **list, int32_t *typeCount,
+                  int32_t *controllerCount, int32_t *status);

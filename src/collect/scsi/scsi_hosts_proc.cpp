@@ -1,0 +1,99 @@
+#include "collect/scsi/scsi_hosts.h"
+
+#include "collect/scsi/scsi_parse.h"
+#include "collect/scsi/scsi_variants.h"
+#include "runtime/cancel.h"
+#include "runtime/holders.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <sys/stat.h>
+
+namespace {
+
+constexpr int kDotEntries = 2; // "." and "..", the first two of a sorted listing
+
+using DriverPath = char[sizeof kProcScsi + NAME_MAX + 2];
+
+bool isDriverDirectory(const char *entry)
+{
+    DriverPath path;
+    std::snprintf(path, sizeof path, "%s/%s", kProcScsi, entry);
+    struct stat info = {};
+    return ::stat(path, &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+} // namespace
+
+int proc_GetSCSIControllerNumFromType(const char *driver, HostArray &hosts)
+{
+    TRACE(kDetail, "_IN_");
+    if (driver == nullptr) {
+        return TRACED(kSourceError, kFailure, "_OUT_ param(driver) Failure!!");
+    }
+    DriverPath path;
+    std::snprintf(path, sizeof path, "%s/%s", kProcScsi, driver);
+    const DirListing entries(path);
+    if (entries.count() < 0) {
+        // A driver that has been unloaded since has no adapters.
+        const int result = entries.error() == ENOENT ? 0 : kSourceError;
+        return TRACED(result, result < 0 ? kFailure : kDetail, "_OUT_ scandir failed. [%s]", path);
+    }
+    int found = 0;
+    for (int i = 0; i < entries.count(); ++i) {
+        int32_t host = 0;
+        if (!parseHostNumber(entries.name(i), host)) {
+            continue;
+        }
+        if (!appendHost(hosts, host, driver)) {
+            return TRACED(kSourceNoMemory, kFailure, "_OUT_ ret=[%d]", kSourceNoMemory);
+        }
+        ++found;
+    }
+    return TRACED(found, kDetail, "_OUT_ ret=[%d]", found);
+}
+
+int32_t procReadHosts(const char *function, HostArray &hosts)
+{
+    const DirListing entries(kProcScsi);
+    if (entries.count() < 0) {
+        TRACE_AS(function, kDetail, "scandir failed. [%s] errno=[%d]", kProcScsi, entries.error());
+        return entries.error() == ENOENT ? kSourceAbsent : kSourceError;
+    }
+    ManagedDrivers managed;
+    if (!managed.load()) {
+        return kSourceError;
+    }
+    for (int i = entries.count() - 1; i >= kDotEntries; --i) {
+        cancellationPoint();
+        const char *const driver = entries.name(i);
+        if (isNeverHostAdapter(driver) || !managed.has(driver) || !isDriverDirectory(driver)) {
+            continue;
+        }
+        const int found = proc_GetSCSIControllerNumFromType(driver, hosts);
+        if (found < 0) {
+            return found;
+        }
+    }
+    return 0;
+}
+
+int proc_GetSCSIControllerNumber()
+{
+    TRACE(kDetail, "_IN_");
+    return countHosts(__func__, procReadHosts);
+}
+
+int proc_read_scsi_ctrl(SCSIHostEntry **list, int32_t *count)
+{
+    TRACE(kDetail, "_IN_");
+    return listHosts(__func__, procReadHosts, list, count);
+}
+
+int proc_GetSCSIControllerTypeDetailInfo(SCSIControllerTypeDetail **list, int32_t *typeCount, int32_t *controllerCount,
+                                         int32_t *status)
+{
+    TRACE(kDetail, "_IN_");
+    return listHostTypes(__func__, procReadHosts, list, typeCount, controllerCount, status);
+}

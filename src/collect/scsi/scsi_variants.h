@@ -1,0 +1,29 @@
+// The two variants of every operation of the SCSI discovery: sys_ reads sysfs, proc_ reads procfs.
+#pragma once
+
+#include "collect/scsi/scsi_discovery.h"
+
+constexpr char kSysDevices[] = "/sys/bus/scsi/devices";
+constexpr char kSysHosts[] = "/sys/class/scsi_host";
+constexpr char kProcScsi[] = "/proc/scsi";
+constexpr char kProcDevices[] = "/proc/scsi/scsi";
+
+int sys_GetSCSIDeviceInfoFromSys(SCSIDeviceInfo **list, int32_t *count, int32_t *status);
+int proc_GetSCSIDeviceInfoFromProc(SCSIDeviceInfo **list, int32_t *count, int32_t *status);
+
+int sys_GetSCSIControllerTypeDetailInfo(SCSIControllerTypeDetail **list, int32_t *typeCount, int32_t *controllerCount,
+                                        int32_t *status);
+int proc_GetSCSIControllerTypeDetailInfo(SCSIControllerTypeDetail **list, int32_t *typeCount, int32_t *controllerCount,
+                                         int32_t *status);
+
+int sys_GetSCSIControllerNumber();
+int proc_GetSCSIControllerNumber();
+
+int sys_read_scsi_ctrl(SCSIHostEntry **list, int32_t *count);
+int proc_read_scsi_ctrl(SCSIHostEntry **list, int32_t *count);
+
+int sys_GetUSBCtrlFromSys(USBHostEntry **list, int32_t *count);
+int proc_GetUSBCtrlFromProc(USBHostEntry **list, int32_t *count);
+
+// strcmp of two names of drivers, traced.
+int _CmpControllerName(const char *left, const char *right);

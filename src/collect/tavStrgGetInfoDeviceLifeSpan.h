@@ -1,8 +1,0 @@
-// Remaining endurance of solid-state drives.
-#pragma once
-
-#include "collect/tavStrgGetInfoDeviceTables.h"
-
-// Appends a life-span entry for a SCSI disk whose model is in the endurance table: at level -1 when its figure cannot
-// be read. When memory is short all life-span entries are given up.
-void GetLifeSpanInfo(const char *devName, const SCSIDeviceEntry *scsiEntry);

@@ -1,0 +1,182 @@
+#include "devcmd/geometry.h"
+
+#include "devcmd/chs.h"
+#include "devcmd/open_device.h"
+#include "runtime/holders.h"
+#include "runtime/trace.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <linux/hdreg.h>
+#include <sys/ioctl.h>
+
+int32_t sector_size = kKernelSector;
+
+namespace {
+
+// Traces in the name of the function that asks.
+std::optional<uint64_t> readKernelSectors(const char *asker, int fd)
+{
+    unsigned long sectors = 0;
+    if (::ioctl(fd, BLKGETSIZE, &sectors) < 0) {
+        const int error = errno;
+        TRACE_AS(asker, kFailure, "ioctl BLKGETSIZE error:Error info: %s", ErrorText(error).text());
+        return std::nullopt;
+    }
+    return sectors;
+}
+
+HeadsAndSectors readHeadsAndSectors(const char *asker, int fd)
+{
+    hd_geometry geometry{};
+    if (::ioctl(fd, HDIO_GETGEO, &geometry) < 0) {
+        const int error = errno;
+        TRACE_AS(asker, kFailure, "ioctl HDIO_GETGEO error:Error info: %s", ErrorText(error).text());
+        return {0, 0};
+    }
+    const HeadsAndSectors chs{geometry.heads, geometry.sectors};
+    if (!isUsable(chs)) {
+        TRACE_AS(asker, kFailure, "ioctl HDIO_GETGEO error:Error info: %s", "no heads or no sectors");
+    }
+    return chs;
+}
+
+void setGeometry(HardDiskEntry &disk, uint64_t cylinders, uint64_t heads, uint64_t sectors)
+{
+    disk.CylindersPerUnit = cylinders;
+    disk.TracksPerCylinder = heads;
+    disk.SectorsPerTrack = sectors;
+    disk.Capacity = capacityMiB(sector_size, cylinders, heads, sectors);
+}
+
+} // namespace
+
+int get_sectorsize(int fd)
+{
+    TRACE(kDetail, "_IN_ fd=[%d]", fd);
+    if (fd == -1) {
+        return TRACED(0, kFailure, "_OUT_ fd == -1");
+    }
+    int size = 0;
+    if (::ioctl(fd, BLKSSZGET, &size) < 0) {
+        return TRACED(0, kFailure, "_OUT_ ioctl(BLKSSZGET) failed");
+    }
+    return TRACED(size, kDetail, "_OUT_ ret=[%d]", size);
+}
+
+int get_kernel_geometry(int fd, StrgGeoInfo *geo)
+{
+    TRACE(kDetail, "_IN_ fd=[%d]", fd);
+    if (fd == -1) {
+        return TRACED(-1, kFailure, "_OUT_ fd == -1");
+    }
+    if (geo == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ pStrgGeoInfo is NULL");
+    }
+    hd_geometry geometry{};
+    if (::ioctl(fd, HDIO_GETGEO, &geometry) < 0) {
+        return TRACED(-1, kFailure, "_OUT_ ioctl(HDIO_GETGEO) failed");
+    }
+    geo->heads = geometry.heads;
+    geo->sectors = geometry.sectors;
+    return TRACED(0, kDetail, "_OUT_ heads=[%u] sectors=[%u]", geo->heads, geo->sectors);
+}
+
+uint64_t disksize(int fd)
+{
+    TRACE(kDetail, "_IN_ fd=[%d]", fd);
+    if (fd == -1) {
+        return TRACED(0, kFailure, "_OUT_ fd == -1");
+    }
+    unsigned long sectors = 0;
+    if (::ioctl(fd, BLKGETSIZE, &sectors) < 0) {
+        return TRACED(0, kFailure, "_OUT_ ioctl(BLKGETSIZE) failed");
+    }
+    uint64_t size = sectors;
+    uint64_t bytes = 0;
+    // Deliberate: bytes are compared with sectors.
+    if (::ioctl(fd, BLKGETSIZE64, &bytes) >= 0 && bytes != 0 && bytes != sectors) {
+        size = bytes >> 9;
+    }
+    return TRACED(size, kDetail, "_OUT_ size=[%llu]", static_cast<unsigned long long>(size));
+}
+
+int GetGeoFromKernel(const char *path, StrgGeoInfo *geo)
+{
+    TRACE(kDetail, "_IN_ device=[%s]", path == nullptr ? "NULL" : path);
+    if (path == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ device is NULL");
+    }
+    if (geo == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ pStrgGeoInfo is NULL");
+    }
+    const FileDesc device(openDevice(path, O_RDONLY));
+    if (!device) {
+        return TRACED(-1, kFailure, "_OUT_ open failed. [%s]", path);
+    }
+    const int32_t sectorSize = get_sectorsize(device.get());
+    if (sectorSize <= 0) {
+        return TRACED(-1, kFailure, "_OUT_ get_sectorsize() failed");
+    }
+    StrgGeoInfo read{};
+    if (get_kernel_geometry(device.get(), &read) != 0) {
+        return TRACED(-1, kFailure, "_OUT_ get_kernel_geometry() failed");
+    }
+    const uint64_t size = disksize(device.get());
+    if (size == 0) {
+        return TRACED(-1, kFailure, "_OUT_ disksize() failed");
+    }
+    if (!isUsable({read.heads, read.sectors})) {
+        return TRACED(-1, kFailure, "_OUT_ heads=[%u] sectors=[%u] Failure!!", read.heads, read.sectors);
+    }
+    const uint64_t cylinders = size / (uint64_t{read.heads} * read.sectors * sectorFactor(sectorSize));
+    read.cylinders = fitted(cylinders);
+    read.capacity = capacityMiB(sectorSize, cylinders, read.heads, read.sectors);
+    *geo = read;
+    return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
+}
+
+void GetGeometry(int fd, GeometryTriple *geometry)
+{
+    TRACE(kDetail, "_IN_ fd=[%d]", fd);
+    if (geometry == nullptr) {
+        TRACE(kFailure, "_OUT_ param(geometry) Failure!!");
+        return;
+    }
+    if (const int size = get_sectorsize(fd); size > 0) {
+        sector_size = size;
+    } else {
+        TRACE(kFailure, "_OUT_ get_sectorsize() failed");
+    }
+    const std::optional<uint64_t> kernelSectors = readKernelSectors(__func__, fd);
+    const HeadsAndSectors chs = readHeadsAndSectors(__func__, fd);
+    *geometry = makeGeometry(kernelSectors, chs, sectorFactor(sector_size));
+    TRACE(kDetail, "[geometryContent] heads=[%u] sectors=[%u] cylinders=[%u]", geometry->heads, geometry->sectors,
+          geometry->cylinders);
+    TRACE(kDetail, "_OUT_");
+}
+
+int GetSCSIHDGeometry(const char *path, HardDiskEntry *disk)
+{
+    TRACE(kDetail, "_IN_ path=[%s]", path == nullptr ? "NULL" : path);
+    if (path == nullptr || disk == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ (-1)");
+    }
+    const FileDesc device(openDevice(path, O_RDONLY));
+    if (!device) {
+        return TRACED(-1, kFailure, "_OUT_ (-1)");
+    }
+    GeometryTriple triple{};
+    GetGeometry(device.get(), &triple);
+    if (triple.cylinders != 0 && triple.heads != 0 && triple.sectors != 0) {
+        setGeometry(*disk, triple.cylinders, triple.heads, triple.sectors);
+        return TRACED(0, kDetail, "_OUT_ (0)");
+    }
+    hd_geometry geometry{};
+    if (::ioctl(device.get(), HDIO_GETGEO, &geometry) < 0) {
+        return TRACED(-1, kFailure, "_OUT_ (-1)");
+    }
+    setGeometry(*disk, geometry.cylinders, geometry.heads, geometry.sectors);
+    return TRACED(0, kDetail, "_OUT_ (0)");
+}

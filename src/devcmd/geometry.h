@@ -1,0 +1,33 @@
+// Sector size, geometry and size of a block device.
+#pragma once
+
+#include "devcmd/hard_disk.h"
+
+#include <cstdint>
+
+extern int32_t sector_size; // logical sector size last read, bytes; 512 at first. Meant to outlive a collection.
+
+struct StrgGeoInfo {
+    uint32_t cylinders;
+    uint32_t sectors; // per track
+    uint32_t heads;
+    uint64_t capacity; // MiB
+};
+
+struct GeometryTriple {
+    uint32_t heads;
+    uint32_t sectors; // per track
+    uint32_t cylinders;
+};
+
+// BLKSSZGET in bytes; 0 on failure.
+int get_sectorsize(int fd);
+// Heads and sectors per track from HDIO_GETGEO: 0, or -1.
+int get_kernel_geometry(int fd, StrgGeoInfo *geo);
+// Size in 512-byte sectors; 0 on failure.
+uint64_t disksize(int fd);
+// Geometry and capacity of a device node: 0, or -1.
+int GetGeoFromKernel(const char *path, StrgGeoInfo *geo);
+void GetGeometry(int fd, GeometryTriple *geometry);
+// Fills the four geometry fields of a hard-disk entry from its device node: 0, or -1 with the entry untouched.
+int GetSCSIHDGeometry(const char *path, HardDiskEntry *disk);

@@ -1,0 +1,11 @@
+// The check for the SMART feature set that both ways of enabling SMART of an ATA disk begin with.
+#pragma once
+
+#include "devcmd/hard_disk.h"
+
+// What the block holds when IDENTIFY DEVICE failed and IDENTIFY PACKET DEVICE is sent.
+enum class IdentifyRetry { kZeroed, kAsItWas };
+
+// Sends IDENTIFY through HDIO_DRIVE_CMD and sets SmartSupport: 3 without the feature set, 2 with it, 1 when the data do
+// not tell or could not be had. Returns whether SMART is to be enabled. Traces in the name of the sender.
+bool identifyAllowsSmart(const char *sender, int fd, HardDiskEntry &disk, IdentifyRetry retry);

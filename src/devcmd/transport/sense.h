@@ -1,0 +1,25 @@
+// Decoding of sense data (SPC-4, 4.5) as pure functions of the bytes that a device sent.
+#pragma once
+
+#include "devcmd/transport/transport.h"
+
+#include <cstdint>
+#include <span>
+
+enum class SenseFormat {
+    kNone,       // no sense data
+    kFixed,      // response codes 0x70, 0x71
+    kDescriptor, // response codes 0x72, 0x73
+    kUnknown,    // 0x74 to 0x7F: only the response code is decoded
+};
+
+// Decodes sense data; info is untouched when there are none. No byte beyond the span is read, whatever lengths the
+// bytes claim: what a device did not send is 0.
+SenseFormat decodeSense(std::span<const uint8_t> sense, SenseInfo &info);
+
+// Whether a walk through descriptors is possible: descriptor format with a header of 8 bytes and something after it.
+bool hasSenseDescriptors(std::span<const uint8_t> sense);
+
+// First descriptor of a type in sense data with descriptors: from its first byte to the end of the sense data, at least
+// two bytes; empty when there is none. A descriptor's own length (its byte 1 + 2) may claim more than is there.
+std::span<const uint8_t> findSenseDescriptor(std::span<const uint8_t> sense, int type);

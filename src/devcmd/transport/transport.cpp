@@ -1,0 +1,97 @@
+#include "devcmd/transport/transport.h"
+
+#include "devcmd/open_device.h"
+#include "devcmd/transport/transport_verdict.h"
+#include "runtime/trace.h"
+
+#include <cerrno>
+#include <optional>
+#include <scsi/sg.h>
+#include <sys/ioctl.h>
+
+int32_t use_sg_io = 1;
+
+namespace {
+
+constexpr uint8_t kCheckCondition = 2; // SCSI status
+constexpr uint32_t kMillisecondsPerSecond = 1000;
+
+std::optional<int> kernelDirection(int32_t direction)
+{
+    switch (direction) {
+    case DIR_NONE:
+        return SG_DXFER_NONE;
+    case DIR_FROM_DEVICE:
+        return SG_DXFER_FROM_DEV;
+    case DIR_TO_DEVICE:
+        return SG_DXFER_TO_DEV;
+    default:
+        return std::nullopt;
+    }
+}
+
+sg_io_hdr kernelRequest(const ScsiIoRequest &request, int direction)
+{
+    sg_io_hdr header{};
+    header.interface_id = 'S';
+    header.dxfer_direction = direction;
+    header.cmd_len = static_cast<uint8_t>(request.cdb_len & 0xFFU);
+    header.mx_sb_len = static_cast<uint8_t>(request.sense_max & 0xFFU);
+    header.dxfer_len = static_cast<uint32_t>(request.data_len & 0xFFFFFFFFU);
+    header.dxferp = request.data;
+    header.cmdp = request.cdb;
+    header.sbp = request.sense;
+    header.timeout = request.timeout_sec * kMillisecondsPerSecond;
+    return header;
+}
+
+// Reports a reply of the kernel and takes it over into the request. Traces in the name of the function that sent.
+int takeReply(const char *sender, const sg_io_hdr &header, ScsiIoRequest &request)
+{
+    request.scsi_status = header.status;
+    switch (judgeTransport(header.host_status, header.driver_status)) {
+    case TransportOutcome::kHostTimeout:
+        return TRACED_AS(sender, -ETIMEDOUT, kDetail, "host_status timeout %x", header.host_status);
+    case TransportOutcome::kHostError:
+        return TRACED_AS(sender, -EIO, kFailure, "host_status io error %x", header.host_status);
+    case TransportOutcome::kDriverTimeout:
+        return TRACED_AS(sender, -ETIMEDOUT, kFailure, "driver_status timeout %x", header.driver_status);
+    case TransportOutcome::kDriverError:
+        return TRACED_AS(sender, -EIO, kFailure, "driver_status io error %x", header.driver_status);
+    case TransportOutcome::kGoodWithSense:
+        TRACE_AS(sender, kDetail, "include driver sense data");
+        request.scsi_status = kCheckCondition;
+        break;
+    case TransportOutcome::kGood:
+        break;
+    }
+    request.sense_len = header.sb_len_wr;
+    return 0;
+}
+
+int sendRequest(const char *sender, int fd, ScsiIoRequest *request)
+{
+    if (fd < 0 || request == nullptr) {
+        return TRACED_AS(sender, -1, kFailure, "Invalid parameters");
+    }
+    const std::optional<int> direction = kernelDirection(request->direction);
+    if (!direction) {
+        return TRACED_AS(sender, -EINVAL, kFailure, "Not support this kind of dirct %d", request->direction);
+    }
+    sg_io_hdr header = kernelRequest(*request, *direction);
+    if (::ioctl(fd, SG_IO, &header) < 0) {
+        const int error = errno;
+        request->scsi_status = 0;
+        return TRACED_AS(sender, -error, kFailure, "ioctl failed,%s", ErrorText(error).text());
+    }
+    return takeReply(sender, header, *request);
+}
+
+} // namespace
+
+int _sg_IoctlCommon(int fd, ScsiIoRequest *request)
+{
+    TRACE(kDetail, "_IN_");
+    const int result = sendRequest(__func__, fd, request);
+    return TRACED(result, kDetail, "_OUT_ [%d]", result);
+}

@@ -1,0 +1,103 @@
+// What happens to the store when the broker unloads the provider or stops.
+#include "monitor/monitor.h"
+#include "runtime/status.h"
+#include "runtime/trace.h"
+#include "lifecycle/access.h"
+#include "lifecycle/gate.h"
+
+#include <mutex>
+
+namespace {
+
+// The broker enters a cleanup again while one takes longer than it likes. The later one finds the work done.
+std::mutex cleaning;
+
+constexpr CMPIStatus kOk = {CMPI_RC_OK, nullptr};
+
+CMPIStatus failed(const CInfo *cInfo, const char *trace, const char *message, const char *function)
+{
+    TRACE_AS(function, kFailure, "%s", trace);
+    const CMPIStatus status = statusWithChars(cInfo, CMPI_RC_ERR_FAILED, message);
+    return TRACED_AS(function, status, kDetail, "_OUT_ rc=[CMPI_RC_ERR_FAILED]");
+}
+
+// Waits for a store under construction: when the broker stops, as long as slow disks may take, since what is built
+// after the cleanup nobody frees.
+void awaitInitialisation(bool terminating)
+{
+    constexpr int kPatience = 20; // times three seconds
+    for (int round = 0; gst_first == 1 && round < (terminating ? kPatience : 1); ++round) {
+        waitWhileInitialising(0);
+    }
+}
+
+// Where nothing is built, frees what a failed initialisation left: an unload must not lose it. False when there is
+// something after all: a request that begins now waits at this lock, or has begun before the second look.
+bool releaseWhereNothingIsBuilt()
+{
+    const std::lock_guard held(g_collectionLock);
+    if (gst_first != 0) {
+        return false;
+    }
+    releaseEarlierBuild();
+    return true;
+}
+
+CMPIStatus cleanUpNonService(const CInfo *cInfo, bool terminating, const char *function)
+{
+    // A store under construction is neither saved nor freed: the file would be overwritten with what is not there yet.
+    awaitInitialisation(terminating);
+    while (gst_first == 0) {
+        if (releaseWhereNothingIsBuilt()) {
+            return TRACED_AS(function, kOk, kDetail, "_OUT_ rc=[CMPI_RC_OK] Already CleanUp.");
+        }
+        awaitInitialisation(terminating);
+    }
+    if (gst_first == 1) {
+        return failed(cInfo, "strgSetInstance Failure!!", "strgSetInstance() Failure!!", function);
+    }
+    TRACE_AS(function, kDetail, "strgSetInstance()");
+    if (strgSetInstance(cInfo) != 0) {
+        return failed(cInfo, "strgSetInstance Failure!!", "strgSetInstance() Failure!!", function);
+    }
+    TRACE_AS(function, kDetail, "strgFreeInstance()");
+    if (strgFreeInstance(cInfo) != 0) {
+        return failed(cInfo, "strgFreeInstance Failure!!", "strgFreeInstance() Failure!!", function);
+    }
+    strgDestroyLocks(function);
+    int32_t built = 2; // a stop may have said so before, and a request begun anew
+    gst_first.compare_exchange_strong(built, 0);
+    return TRACED_AS(function, kOk, kDetail, "_OUT_");
+}
+
+CMPIStatus cleanUpService(const CInfo *cInfo, bool terminating, const char *function)
+{
+    const std::lock_guard held(g_threadControl); // no thread starts between the look and what follows from it
+    if (getThreadSts(&gst_thid) != 1) {
+        TRACE_AS(function, kDetail, "ServiceMode but Non-Thread.");
+        forgetDeadThread();
+        awaitInitialisation(terminating);
+        if (strgFreeInstance(cInfo) != 0) {
+            TRACE_AS(function, kFailure, "fsFreeInstance() Failure!!");
+        }
+        return TRACED_AS(function, kOk, kDetail, "_OUT_ rc=[CMPI_RC_OK]");
+    }
+    if (terminating) {
+        TRACE_AS(function, kDetail, "CleanUp Exit SFCB.");
+        strgExitThread(cInfo);
+        return TRACED_AS(function, kOk, kDetail, "_OUT_ rc=[CMPI_RC_OK]");
+    }
+    TRACE_AS(function, kDetail, "CleanUp TimeOut.");
+    const CMPIStatus status = statusWithChars(cInfo, CMPI_RC_DO_NOT_UNLOAD, "MonitorThread is Running!!");
+    return TRACED_AS(function, status, kDetail, "_OUT_ rc=[CMPI_RC_DO_NOT_UNLOAD]");
+}
+
+} // namespace
+
+CMPIStatus strgCleanUpProvider(const CInfo *cInfo, bool terminating)
+{
+    const std::lock_guard held(cleaning);
+    TRACE(kDetail, "_IN_");
+    return getServiceMode(cInfo) == 1 ? cleanUpService(cInfo, terminating, __func__)
+                                      : cleanUpNonService(cInfo, terminating, __func__);
+}

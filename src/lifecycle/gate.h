@@ -1,0 +1,22 @@
+// The gate before the store's initialisation, for those who meet one that is running.
+#pragma once
+
+#include "store/store.h"
+
+#include <unistd.h>
+
+constexpr int kInitWaits = 30;            // about three seconds in all
+constexpr useconds_t kInitPause = 100000; // 100 ms
+
+// Waits until no initialisation runs or kInitWaits waits were made, those made before included. Returns the waits made.
+inline int waitWhileInitialising(int waits)
+{
+    for (; gst_first == 1 && waits < kInitWaits; ++waits) {
+        usleep(kInitPause);
+    }
+    return waits;
+}
+
+// Frees what an initialisation that failed has left; before another one starts and before the provider is unloaded.
+// Untraced: mostly there is nothing.
+void releaseEarlierBuild();

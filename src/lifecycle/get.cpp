@@ -1,0 +1,99 @@
+// Bringing one class up to date and handing it out.
+#include "monitor/monitor.h"
+#include "runtime/trace.h"
+#include "store/arrays.h"
+#include "lifecycle/access.h"
+
+#include <cstdlib>
+#include <optional>
+
+namespace {
+
+bool reload(const CInfo *cInfo, int classId, const char *function)
+{
+    TRACE_AS(function, kDetail, "setShmToInst(%d)", classId);
+    if (setShmToInst(cInfo, &shmSt[classId], &instSt[classId]) != 0) {
+        return TRACED_AS(function, false, kFailure, "_OUT_ setShmToInst(%d) Failure!!", classId);
+    }
+    return true;
+}
+
+// The monitoring thread keeps the segments current.
+bool reloadFromThread(const CInfo *cInfo, int classId, const char *function)
+{
+    if (segmentNow(shmSt[classId]).num > 0) {
+        if (!reload(cInfo, classId, function)) {
+            return false;
+        }
+    } else {
+        TRACE_AS(function, kDetail, "shmSt[%d].shmNum=0", classId);
+        std::free(takeRecordsWithoutSegment(instSt[classId], shmSt[classId]));
+    }
+    TRACE_AS(function, kDetail, "- return TRUE classID=[%d]-", classId);
+    strgLogDumpInstanceDat(classId, instSt);
+    return true;
+}
+
+// Configuration that another process of the broker changed becomes visible.
+bool reloadConfig(const CInfo *cInfo, const char *function)
+{
+    if (!reload(cInfo, TAV_CID_STRG_CONF, function)) {
+        return false;
+    }
+    TRACE_AS(function, kDetail, "- return Config -");
+    strgLogDumpInstanceDat(TAV_CID_STRG_CONF, instSt);
+    return true;
+}
+
+// The result that the caller gets together with the records, or nothing when it gets none; then the failure is traced.
+std::optional<int> bringUpToDate(const CInfo *cInfo, int classId, const char *function)
+{
+    if (getServiceMode(cInfo) == 1 && getThreadSts(&gst_thid) == 1) {
+        return reloadFromThread(cInfo, classId, function) ? std::optional(0) : std::nullopt;
+    }
+    if (classId == TAV_CID_STRG_CONF) {
+        return reloadConfig(cInfo, function) ? std::optional(0) : std::nullopt;
+    }
+    return strgCheckConfigChange(cInfo);
+}
+
+// The class's descriptor as it is at this moment; false when the store has begun to be freed or built anew meanwhile,
+// so that no records does not mean no devices.
+bool handOut(int classId, DatInfo &dat)
+{
+    const std::shared_lock held(g_recordsLock);
+    dat = instSt[classId];
+    return recordsHeld(dat) > 0 || strgIsBuilt();
+}
+
+} // namespace
+
+int strgGetInstance(const CInfo *cInfo, int classId, DatInfo *datInfo)
+{
+    TRACE(kDetail, "_IN_");
+    if (classId < 0 || classId >= TAV_CID_STRG_MAX) {
+        return TRACED(-1, kFailure, "_OUT_ param(classID) Failure!!");
+    }
+    if (datInfo == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ param(datInfo) Failure!!");
+    }
+    if (nonsrvMutexLock(cInfo, &instMutexSt.mutex) != 0) {
+        return TRACED(-1, kFailure, "_OUT_ nonsrvMutexLock(instMutexSt) Failure!!");
+    }
+    const std::optional<int> ret = bringUpToDate(cInfo, classId, __func__);
+    if (!ret) {
+        mutexUnlock(&instMutexSt.mutex);
+        return -1;
+    }
+    if (classId == TAV_CID_STRG_CONF && !strgTakeConfig()) {
+        TRACE(kFailure, "_OUT_ param(instST[TAV_CID_STRG_CONF].datAdr) Failure!!");
+        mutexUnlock(&instMutexSt.mutex);
+        return -1;
+    }
+    if (!handOut(classId, *datInfo)) {
+        mutexUnlock(&instMutexSt.mutex);
+        return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
+    }
+    mutexUnlock(&instMutexSt.mutex);
+    return TRACED(*ret, kDetail, "_OUT_ ret=[%d]", *ret);
+}

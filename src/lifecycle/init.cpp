@@ -1,0 +1,185 @@
+// Building the store, once, on the first request.
+#include "collect/collector.h"
+#include "endurance/endurance.h"
+#include "monitor/monitor.h"
+#include "runtime/holders.h"
+#include "runtime/memory.h"
+#include "store/arrays.h"
+#include "lifecycle/access.h"
+#include "lifecycle/gate.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+namespace {
+
+// Deliberate: the entry of TAV_CID_STRG_LIFE is left as it is; it starts zeroed with the process.
+constexpr int kClearedEntries = TAV_CID_STRG_LIFE;
+
+constexpr StrgConfRec kDefaultConfig = {60, 10, 3600, 60, 1, 0};
+
+void clearDescriptors()
+{
+    for (int id = 0; id < kClearedEntries; ++id) {
+        setSegment(shmSt[id], {0, 0, nullptr}, false);
+    }
+    const std::unique_lock held(g_recordsLock);
+    strgInitDatInfo(instSt);
+}
+
+bool allocateSingle(int id)
+{
+    void *const record = memalloc(static_cast<int32_t>(kClasses[id].recordSize));
+    replaceRecords(instSt[id], 1, record);
+    return record != nullptr;
+}
+
+void initLocks(const char *function)
+{
+    renewMutex(instMutexSt); // a stop or a cleanup may have destroyed it
+    for (int id = 0; id < TAV_CID_STRG_MAX; ++id) {
+        TRACE_AS(function, kDetail, "pthread_mutex_init(%d)", id);
+        renewMutex(shmSt[id].mutex);
+    }
+}
+
+// The saved-state file for reading and updating; null where it cannot be opened so, which counts as absent. A directory
+// or a device in its place is neither read nor waited for. A symbolic link counts as absent too: opening what it leads
+// to, a tape or a watchdog, may do something, and the next save replaces it anyway.
+std::FILE *openSavedState()
+{
+    FileDesc file(::open(kSavedStateFile, O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    struct stat info = {};
+    if (!file || ::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
+        return nullptr;
+    }
+    std::FILE *const stream = ::fdopen(file.get(), "r+");
+    if (stream != nullptr) {
+        static_cast<void>(file.handOver());
+    }
+    return stream;
+}
+
+// Half-read records count for nothing: the collection starts from an empty store.
+void forgetSavedState()
+{
+    for (int id = TAV_CID_STRG_CTRL; id < TAV_CID_STRG_MAX; ++id) {
+        std::free(takeRecords(instSt[id]));
+    }
+    changeRecords<StrgConfRec>(instSt[TAV_CID_STRG_CONF], [](StrgConfRec &conf) { conf = {}; });
+    changeRecords<StrgTnumRec>(instSt[TAV_CID_STRG_TNUM], [](StrgTnumRec &totals) { totals = {}; });
+}
+
+bool loadSavedState(const char *function)
+{
+    TRACE_AS(function, kDetail, "fopen-check[%s]", kSavedStateFile);
+    FilePtr file(openSavedState());
+    TRACE_AS(function, kDetail, "fp=[%p]", static_cast<void *>(file.get()));
+    if (!file) {
+        TRACE_AS(function, kDetail, "strgGetBinFile() Not read");
+        return false;
+    }
+    TRACE_AS(function, kDetail, "strgGetBinFile()");
+    const int ret = strgGetBinFile(file.get(), instSt);
+    TRACE_AS(function, kDetail, "fclose");
+    static_cast<void>(file.close());
+    if (ret != 0) {
+        TRACE_AS(function, kDetail, "strgGetBinFile() Not read");
+        forgetSavedState();
+        return false;
+    }
+    return true;
+}
+
+// The first collection goes into descriptors of its own, so that the store never shows a part of it.
+int collectFirst(const char *function)
+{
+    TRACE_AS(function, kDetail, "strgGetCurrentInfo()");
+    OwnedRecords collected;
+    if (strgGetCurrentInfo(gst_SmartMode, collected.dat) != 0) {
+        return TRACED_AS(function, -1, kFailure, "_OUT_ strgGetCurrentInfo() Failure!!");
+    }
+    for (int id = TAV_CID_STRG_CTRL; id < TAV_CID_STRG_MAX; ++id) {
+        const int32_t num = collected.dat[id].datNum;
+        replaceRecords(instSt[id], num, takeRecords(collected.dat[id]));
+    }
+    changeRecords<StrgConfRec>(instSt[TAV_CID_STRG_CONF], [](StrgConfRec &conf) { conf = kDefaultConfig; });
+    strgTakeTotals();
+    // Deliberate: what the first collection read for these two is for the first monitoring pass to tell.
+    changeRecords<StrgLifeRec>(instSt[TAV_CID_STRG_LIFE], [](StrgLifeRec &life) { life.EnduranceRemaining = -1; });
+    changeRecords<StrgHddRec>(instSt[TAV_CID_STRG_HDD], [](StrgHddRec &disk) { disk.SmartStatus = 0; });
+    return 0;
+}
+
+int publishFirst(const CInfo *cInfo, const char *function)
+{
+    TRACE_AS(function, kDetail, "shmNew(%d,%s)", TAV_CID_STRG_LIFE, kShmKeyFileBase);
+    if (shmNew(cInfo, TAV_CID_STRG_LIFE, kShmKeyFileBase, instSt, shmSt) != 0) {
+        return TRACED_AS(function, -1, kFailure, "_OUT_ shmNew() Failure!!");
+    }
+    return strgPublishAll(cInfo, function);
+}
+
+} // namespace
+
+void releaseEarlierBuild()
+{
+    for (DatInfo &dat : instSt) {
+        std::free(takeRecords(dat));
+    }
+    for (ShmInfo &shm : shmSt) {
+        shmDiscard(shm);
+    }
+}
+
+int strgInitStoreMutex()
+{
+    return renewMutex(instMutexSt);
+}
+
+int strgInitProvider(const CInfo *cInfo)
+{
+    TRACE(kDetail, "_IN_ gst_first=[%d]", gst_first.load());
+    int waits = 0;
+    for (int32_t state = 1; state != 0;) {
+        waits = waitWhileInitialising(waits);
+        if (waits == kInitWaits) { // deliberate: even if the other one finished during the last wait
+            return TRACED(-1, kFailure, "_OUT_ gst_first Failure!!");
+        }
+        state = 0;
+        if (!gst_first.compare_exchange_strong(state, 1) && state == 2) {
+            return TRACED(0, kDetail, "_OUT_ Already Initialize.");
+        }
+    }
+    TRACE(kDetail, "strgInitInstance()");
+    const int ret = strgInitInstance(cInfo);
+    gst_first = ret == 0 ? 2 : 0;
+    return TRACED(ret, kDetail, "_OUT_ ret=[%d]", ret);
+}
+
+int strgInitInstance(const CInfo *cInfo)
+{
+    const std::lock_guard held(g_collectionLock);
+    TRACE(kDetail, "_IN_");
+    releaseEarlierBuild();
+    clearDescriptors();
+    if (!allocateSingle(TAV_CID_STRG_CONF)) {
+        return TRACED(-1, kFailure, "_OUT_ StrgConf alloc Failure!!");
+    }
+    if (!allocateSingle(TAV_CID_STRG_TNUM)) {
+        return TRACED(-1, kFailure, "_OUT_ StrgTnum alloc Failure!!");
+    }
+    initLocks(__func__);
+    strgGetInfFile();
+    if (!loadSavedState(__func__) && collectFirst(__func__) != 0) {
+        return -1;
+    }
+    strgTakeConfig();
+    TRACE(kDetail, "- to shm -");
+    strgLogDumpInstanceDat(99, instSt);
+    if (publishFirst(cInfo, __func__) != 0) {
+        return -1;
+    }
+    return TRACED(0, kDetail, "_OUT_");
+}

@@ -1,0 +1,42 @@
+// A request that meets a stop: the store is being freed, or built anew, while it reads.
+#include "store/store_fixture_test.h"
+#include "lifecycle/access.h"
+
+#include <atomic>
+#include <thread>
+
+namespace {
+
+using testing::Contains;
+
+class Stopped : public StoreTest {
+protected:
+    Stopped()
+    {
+        EXPECT_EQ(strgInitProvider(&cInfo), 0);
+        trace->clear();
+    }
+
+    DatInfo dat = {};
+};
+
+TEST_F(Stopped, RecordsThatWereFreedWhileTheyWereBroughtUpToDateAreAFailedReadAndNotAnEmptyClass)
+{
+    // The last of the pass that the request makes is the saving of its result.
+    sim::atNth(sim::Call::write, 1, [] {
+        for (DatInfo &records : instSt) {
+            std::free(takeRecords(records));
+        }
+    });
+    EXPECT_EQ(strgGetInstance(&cInfo, TAV_CID_STRG_HDD, &dat), -1);
+    EXPECT_EQ(dat.datNum, 0);
+    EXPECT_THAT(linesOf("strgGetInstance"), Contains("3 _OUT_ ret=[-1]"));
+}
+
+TEST_F(Stopped, AClassWithoutRecordsInAWholeStoreIsEmpty)
+{
+    EXPECT_EQ(strgGetInstance(&cInfo, TAV_CID_STRG_TAPE, &dat), 0);
+    EXPECT_EQ(dat.datNum, 0);
+}
+
+} // namespace

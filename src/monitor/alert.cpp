@@ -1,0 +1,164 @@
+#include "monitor/alert.h"
+
+#include "runtime/send_alert.h"
+#include "runtime/trace.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdio>
+#include <iterator>
+
+static_assert(sizeof(alertDiskSt) == 206 && offsetof(alertDiskSt, Vendor) == 12 && offsetof(alertDiskSt, Model) == 76 &&
+              offsetof(alertDiskSt, FirmwareRevision) == 140 && offsetof(alertDiskSt, DrivePosition) == 204);
+
+namespace {
+
+constexpr char kSourceName[] = "TAV Storage Service";
+constexpr size_t kTextSize = 128;
+constexpr size_t kMaxStrings = 3;
+constexpr int32_t kDefaultMethod = 3;
+
+// Event types of the agent.
+constexpr int32_t kError = 1;
+constexpr int32_t kWarning = 2;
+constexpr int32_t kInformation = 4;
+
+struct EventKind {
+    uint32_t id;
+    int32_t type;
+    int32_t method;
+};
+
+// Searched from the top; the first row is what an id of no level would be.
+constexpr EventKind kLifeSpanEvents[] = {
+    {0, 0, 0},
+    {TAV_ALERTID_LIFESPAN_LV1, kError, 3},
+    {TAV_ALERTID_LIFESPAN_LV2, kWarning, 3},
+    {TAV_ALERTID_LIFESPAN_LV3, kWarning, 2},
+    {TAV_ALERTID_LIFESPAN_LV4, kInformation, 2},
+    {TAV_ALERTID_LIFESPAN_LV5, kInformation, 2},
+};
+
+// The severity in an id's top two bits as the event type that goes with it.
+constexpr int32_t typeOfSeverity(uint32_t id)
+{
+    constexpr int32_t kTypes[] = {0, kInformation, kWarning, kError};
+    return kTypes[id >> 30];
+}
+static_assert(std::ranges::all_of(kLifeSpanEvents, [](const EventKind &e) { return e.type == typeOfSeverity(e.id); }));
+static_assert(typeOfSeverity(TAV_ALERTID_CONFIG_CHANGE) == kInformation);
+static_assert(typeOfSeverity(TAV_ALERTID_SMART_ERROR) == kWarning);
+
+// The life-span event of an id, or null.
+constexpr const EventKind *findLifeSpan(uint32_t id)
+{
+    const auto *const kind = std::ranges::find(kLifeSpanEvents, id, &EventKind::id);
+    return kind == std::end(kLifeSpanEvents) || kind->id == 0 ? nullptr : kind;
+}
+
+// What the agent is told: texts longer than their buffers are cut.
+struct Alert {
+    char texts[2][kTextSize] = {};
+    const char *strings[kMaxStrings] = {};
+    int32_t count = 0;
+    int32_t type = 0;
+    int32_t method = kDefaultMethod;
+};
+
+// Cuts what does not fit.
+__attribute__((format(printf, 2, 3))) void print(char (&text)[kTextSize], const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+}
+
+void takeTexts(Alert &alert)
+{
+    alert.count = 0;
+    for (const char *const text : alert.texts) {
+        alert.strings[alert.count++] = text;
+    }
+}
+
+void describeScsi(Alert &alert, const alertDiskSt &disk)
+{
+    print(alert.texts[0], "Address(Controller-Bus-ID-LUN) : %u-%u-%u-%u", disk.ControllerIndex, disk.Bus, disk.TargetID,
+          disk.LUN);
+    print(alert.texts[1], "Hard Disk[%u] : %s %s %s", disk.Index, disk.Vendor, disk.Model, disk.FirmwareRevision);
+    takeTexts(alert);
+}
+
+const char *positionText(uint16_t position)
+{
+    constexpr const char *kPositions[] = {"", "Unknown", "Master", "Slave"};
+    return position < std::size(kPositions) ? kPositions[position] : "";
+}
+
+void describeIde(Alert &alert, const alertDiskSt &disk)
+{
+    print(alert.texts[0], "Address(Controller-Drive) : %u-%s", disk.ControllerIndex, positionText(disk.DrivePosition));
+    // Deliberate: the last text is empty, so the string ends in a blank.
+    print(alert.texts[1], "Hard Disk[%u] : %s %s", disk.Index, disk.Model, "");
+    takeTexts(alert);
+}
+
+bool hasScsiAddress(const alertDiskSt &disk)
+{
+    return disk.InterfaceType == 0 || disk.InterfaceType == 2;
+}
+
+// Type, method and strings of an event; false for one that is not sent.
+bool describeEvent(uint32_t eventId, const alertDiskSt *disk, Alert &alert, const char *function)
+{
+    if (eventId == TAV_ALERTID_CONFIG_CHANGE) {
+        TRACE_AS(function, kDetail, "evId=[TAV_ALERTID_CONFIG_CHANGE]");
+        alert.type = kInformation;
+        return true;
+    }
+    if (eventId == TAV_ALERTID_SMART_ERROR) {
+        TRACE_AS(function, kDetail, "evId=[TAV_ALERTID_SMART_ERROR]");
+        alert.type = kWarning;
+        if (disk != nullptr) {
+            hasScsiAddress(*disk) ? describeScsi(alert, *disk) : describeIde(alert, *disk);
+        }
+        return disk != nullptr;
+    }
+    if (const EventKind *const kind = findLifeSpan(eventId)) {
+        TRACE_AS(function, kDetail, "evId=[TAV_ALERTID_LIFESPAN]");
+        alert.type = kind->type;
+        alert.method = kind->method;
+        if (disk != nullptr) {
+            describeScsi(alert, *disk);
+        }
+        return disk != nullptr;
+    }
+    return false;
+}
+
+void traceAlert(const Alert &alert, const char *function)
+{
+    for (size_t i = 0; i < kMaxStrings; ++i) {
+        const char *const text = alert.strings[i];
+        TRACE_AS(function, kDetail, "cpParam[%d]=[%s]", static_cast<int>(i), text == nullptr ? "NULL" : text);
+    }
+    TRACE_AS(function, kDetail, "cntParam=[%d]", alert.count);
+    TRACE_AS(function, kDetail, "evType=[%d]", alert.type);
+    TRACE_AS(function, kDetail, "method=[%d]", alert.method);
+}
+
+} // namespace
+
+int strgPutAlert(uint32_t eventId, const alertDiskSt *disk)
+{
+    TRACE(kDetail, "_IN_ evId=[0x%08x]", eventId);
+    Alert alert;
+    if (!describeEvent(eventId, disk, alert, __func__)) {
+        return TRACED(-1, kDetail, "_OUT_ ret=[%d]", -1);
+    }
+    traceAlert(alert, __func__);
+    const int ret = TAVSendIndication(kSourceName, eventId, alert.type, alert.method, alert.count, alert.strings);
+    return TRACED(ret, kDetail, "_OUT_ ret=[%d]", ret);
+}

@@ -1,0 +1,203 @@
+#include "monitor/health.h"
+#include "endurance/endurance.h"
+
+#include "runtime/memory.h"
+#include "runtime/field_text.h"
+#include "store/arrays.h"
+
+#include <algorithm>
+
+bool smartAlertDue(std::span<const StrgHddRec> stored, size_t position, int16_t smartStatus)
+{
+    return position >= stored.size() || stored[position].SmartStatus != smartStatus;
+}
+
+const StrgScsiRec *deviceOfDisk(std::span<const StrgScsiRec> devices, int32_t number)
+{
+    const auto found =
+        std::ranges::find_if(devices, [&](const StrgScsiRec &device) { return device.DeviceTypeIndex == number; });
+    return found == devices.end() ? nullptr : &*found;
+}
+
+std::optional<int16_t> storedLevel(std::span<const StrgScsiRec> devices, std::span<const StrgLifeRec> levels,
+                                   const StrgScsiRec &disk)
+{
+    const auto device = std::ranges::find_if(devices, [&](const StrgScsiRec &candidate) {
+        return fieldText(candidate.SerialNumber).starts_with(fieldText(disk.SerialNumber));
+    });
+    if (device == devices.end()) {
+        return std::nullopt;
+    }
+    const int32_t number = device->DeviceTypeIndex;
+    const auto level =
+        std::ranges::find_if(levels, [&](const StrgLifeRec &candidate) { return candidate.HDDIndex == number; });
+    return level == levels.end() ? std::nullopt : std::optional(level->EnduranceRemaining);
+}
+
+uint32_t lifeSpanEvent(int16_t level)
+{
+    constexpr uint32_t kEvents[] = {0,
+                                    TAV_ALERTID_LIFESPAN_LV1,
+                                    TAV_ALERTID_LIFESPAN_LV2,
+                                    TAV_ALERTID_LIFESPAN_LV3,
+                                    TAV_ALERTID_LIFESPAN_LV4,
+                                    TAV_ALERTID_LIFESPAN_LV5};
+    return level < 0 || static_cast<size_t>(level) >= std::size(kEvents) ? 0 : kEvents[level];
+}
+
+alertDiskSt describeDisk(const StrgScsiRec *device, int16_t interfaceType)
+{
+    alertDiskSt disk = {};
+    disk.InterfaceType = static_cast<uint16_t>(interfaceType);
+    if (device == nullptr) {
+        return disk;
+    }
+    disk.Index = device->Index;
+    disk.ControllerIndex = device->ControllerIndex;
+    disk.TargetID = device->TargetID;
+    disk.Bus = device->Bus;
+    disk.LUN = device->LUN;
+    copyText(disk.Vendor, fieldText(device->Vendor));
+    copyText(disk.Model, fieldText(device->Model));
+    copyText(disk.FirmwareRevision, fieldText(device->FirmwareRevision));
+    return disk;
+}
+
+namespace {
+
+constexpr int16_t kFailurePredicted = 1;
+constexpr int16_t kSmartModeOn = 1;
+constexpr int16_t kInterfaceScsi = 0;
+constexpr int16_t kNotRead = -1;
+
+bool smartModeStored()
+{
+    const std::shared_lock held(g_recordsLock);
+    const std::span<const StrgConfRec> conf = recordsOf<const StrgConfRec>(instSt[TAV_CID_STRG_CONF]);
+    return !conf.empty() && conf[0].HardDiskSmartMode == kSmartModeOn;
+}
+
+bool smartAlertDueNow(size_t position, int16_t smartStatus)
+{
+    const std::shared_lock held(g_recordsLock);
+    return smartAlertDue(recordsOf<const StrgHddRec>(instSt[TAV_CID_STRG_HDD]), position, smartStatus);
+}
+
+std::optional<int16_t> storedLevelNow(const StrgScsiRec &disk)
+{
+    const std::shared_lock held(g_recordsLock);
+    return storedLevel(recordsOf<const StrgScsiRec>(instSt[TAV_CID_STRG_SCSI]),
+                       recordsOf<const StrgLifeRec>(instSt[TAV_CID_STRG_LIFE]), disk);
+}
+
+// The device record that a hard disk says it is, which for a disk that is none of them may be another one's:
+// deliberate. Null outside the array.
+const StrgScsiRec *deviceAt(std::span<const StrgScsiRec> devices, uint16_t interfaceTypeIndex)
+{
+    return interfaceTypeIndex < 1 || interfaceTypeIndex > devices.size() ? nullptr : &devices[interfaceTypeIndex - 1U];
+}
+
+// One disk in SMART error state: 0, or -1 when the pass cannot go on.
+int alertSmart(const StrgHddRec &disk, size_t position, std::span<const StrgScsiRec> devices, DatInfo *current,
+               const char *function)
+{
+    TRACE_AS(function, kDetail, "HDD[%d] need SMART-alert.", static_cast<int>(position));
+    if (recordsNow(instSt[TAV_CID_STRG_HDD]).datAdr == nullptr) {
+        return TRACED_AS(function, -1, kFailure, "_OUT_ param(instSt[TAV_CID_STRG_HDD].datAdr) Failure!!");
+    }
+    if (!smartAlertDueNow(position, disk.SmartStatus)) {
+        return TRACED_AS(function, 0, kDetail, "but before same SMARTstatus. not Alert.");
+    }
+    if (disk.InterfaceType == kInterfaceScsi && disk.InterfaceTypeIndex > devices.size()) {
+        TRACE_AS(function, kFailure, "IFType[%d] and Idx[%d] is Mismatch SCSI-num[%d] Failure!!", disk.InterfaceType,
+                 disk.InterfaceTypeIndex, static_cast<int>(devices.size()));
+        freeCollected(current, function);
+        return TRACED_AS(function, -1, kDetail, "_OUT_ ret=[%d]", -1);
+    }
+    const alertDiskSt described = describeDisk(deviceAt(devices, disk.InterfaceTypeIndex), disk.InterfaceType);
+    static_cast<void>(strgPutAlert(TAV_ALERTID_SMART_ERROR, &described)); // one that is not delivered is not retried
+    return 0;
+}
+
+const StrgScsiRec *findDeviceOfLevel(const StrgLifeRec &level, std::span<const StrgScsiRec> devices,
+                                     const char *function)
+{
+    const StrgScsiRec *const found = deviceOfDisk(devices, level.HDDIndex);
+    for (const StrgScsiRec &tried : devices) {
+        TRACE_AS(function, kDetail, "cur[LIFE].HDDIndex=[%d] cur[SCSI].DevTypeIndex=[%d]", level.HDDIndex,
+                 tried.DeviceTypeIndex);
+        if (&tried == found) {
+            break;
+        }
+    }
+    return found;
+}
+
+// Deliberate: the disk's number counts from 1 and is taken as a position all the same, so that this is the next disk's.
+int16_t interfaceTypeOf(const StrgScsiRec &device, std::span<const StrgHddRec> disks)
+{
+    return device.DeviceTypeIndex < disks.size() ? disks[device.DeviceTypeIndex].InterfaceType : kInterfaceScsi;
+}
+
+void compareLevel(StrgLifeRec &level, int16_t before, const StrgScsiRec &device, std::span<const StrgHddRec> disks,
+                  const char *function)
+{
+    TRACE_AS(function, kDetail, "cur[LIFE].Endu=[%d] inst[LIFE].Endu=[%d]", level.EnduranceRemaining, before);
+    if (level.EnduranceRemaining == kNotRead) {
+        level.EnduranceRemaining = before;
+    }
+    if (level.EnduranceRemaining == before) {
+        return;
+    }
+    TRACE_AS(function, kFailure, "inst[LIFE].Endu=[%d] -> cur[LIFE].Endu=[%d:%d]", before, level.EnduranceRemaining,
+             g_M2SSDEndu);
+    const alertDiskSt described = describeDisk(&device, interfaceTypeOf(device, disks));
+    // One that is not delivered is not retried.
+    static_cast<void>(strgPutAlert(lifeSpanEvent(level.EnduranceRemaining), &described));
+}
+
+} // namespace
+
+void freeCollected(DatInfo *current, const char *function)
+{
+    for (int id = TAV_CID_STRG_CTRL; id < TAV_CID_STRG_MAX; ++id) {
+        memfree(current[id].datAdr, function);
+    }
+}
+
+int strgAlertSmart(DatInfo *current, const char *function)
+{
+    if (!smartModeStored()) {
+        return 0;
+    }
+    const std::span<const StrgHddRec> disks = recordsOf<const StrgHddRec>(current[TAV_CID_STRG_HDD]);
+    const std::span<const StrgScsiRec> devices = recordsOf<const StrgScsiRec>(current[TAV_CID_STRG_SCSI]);
+    for (size_t i = 0; i < disks.size(); ++i) {
+        if (disks[i].SmartStatus == kFailurePredicted && alertSmart(disks[i], i, devices, current, function) != 0) {
+            return -1;
+        }
+    }
+    return 0;
+}
+
+int strgAlertLifeSpan(DatInfo *current, const char *function)
+{
+    const std::span<const StrgHddRec> disks = recordsOf<const StrgHddRec>(current[TAV_CID_STRG_HDD]);
+    const std::span<const StrgScsiRec> devices = recordsOf<const StrgScsiRec>(current[TAV_CID_STRG_SCSI]);
+    int position = 0;
+    for (StrgLifeRec &level : recordsOf<StrgLifeRec>(current[TAV_CID_STRG_LIFE])) {
+        TRACE_AS(function, kDetail, "SSD-LifeSpan_[%d]", position);
+        ++position;
+        const StrgScsiRec *const device = findDeviceOfLevel(level, devices, function);
+        if (device == nullptr) {
+            continue;
+        }
+        if (recordsNow(instSt[TAV_CID_STRG_SCSI]).datAdr == nullptr) {
+            return TRACED_AS(function, -1, kFailure, "_OUT_ param(instSt[TAV_CID_STRG_SCSI].datAdr) Failure!!");
+        }
+        if (const std::optional<int16_t> before = storedLevelNow(*device)) {
+            compareLevel(level, *before, *device, disks, function);
+        }
+    }
+    return 0;
+}

@@ -1,0 +1,173 @@
+// The monitoring thread: its start, its loop and its end.
+#include "monitor/monitor.h"
+#include "runtime/memory.h"
+
+#include <cerrno>
+#include <mutex>
+#include <unistd.h>
+
+pthread_t gst_thid = 0;
+CInfo *gst_thcInfo = nullptr;
+
+std::recursive_mutex g_threadControl;
+
+namespace {
+
+constexpr char kTraceFile[] = "tavstrg.log";
+constexpr int32_t kDefaultCycle = 60; // seconds
+
+// Ids are words to the threads' functions; the trace prints their low 32 bits.
+int tracedId(pthread_t tid)
+{
+    return static_cast<int>(tid);
+}
+
+// Leaves the mark by which the thread's end is seen, however it ends.
+class EndMark {
+public:
+    EndMark() = default;
+    ~EndMark() { threadEnds(); }
+    EndMark(const EndMark &) = delete;
+    EndMark &operator=(const EndMark &) = delete;
+};
+
+class CancelSwitch {
+public:
+    explicit CancelSwitch(int state) { pthread_setcancelstate(state, &previous_); }
+    ~CancelSwitch() { pthread_setcancelstate(previous_, nullptr); }
+    CancelSwitch(const CancelSwitch &) = delete;
+    CancelSwitch &operator=(const CancelSwitch &) = delete;
+
+private:
+    int previous_ = PTHREAD_CANCEL_ENABLE;
+};
+
+// A stored cycle of 0, which only a damaged file or segment can hold, must not make the thread spin.
+unsigned secondsToSleep(int32_t cycle)
+{
+    return static_cast<unsigned>(cycle < 1 ? kDefaultCycle : cycle);
+}
+
+void sleepOneCycle(const char *function)
+{
+    const int32_t cycle = gst_SleepSec;
+    TRACE_AS(function, kDetail, "- sleep[%d]sec -", cycle);
+    {
+        const CancelSwitch on(PTHREAD_CANCEL_ENABLE);
+        ::sleep(secondsToSleep(cycle));
+    }
+    TRACE_AS(function, kDetail, "- wakeUp -");
+}
+
+int startThread(const char *function)
+{
+    pthread_t tid = 0;
+    const int error = pthread_create(&tid, nullptr, strgWatchThread, gst_thcInfo);
+    if (error != 0) {
+        TRACE_AS(function, kFailure, "_OUT_ pthread_create() Failure!! err=[%d]", error);
+        memfree(gst_thcInfo, function);
+        return -1;
+    }
+    threadStarted(&gst_thid, tid);
+    return TRACED_AS(function, 0, kDetail, "_OUT_ tid=[%d]", tracedId(tid));
+}
+
+void stopThread(const char *function)
+{
+    if (getThreadSts(&gst_thid) != 1) {
+        return;
+    }
+    const pthread_t tid = claimThread(&gst_thid);
+    if (tid == 0) {
+        return; // it died just now
+    }
+    TRACE_AS(function, kDetail, "pthread_cancel(%d)", tracedId(tid));
+    pthread_cancel(tid);
+    TRACE_AS(function, kDetail, "pthread_join()");
+    if (const int error = pthread_join(tid, nullptr); error != 0) {
+        TRACE_AS(function, kFailure, "pthread_join Failure!! errno=[%d]", error);
+    }
+    threadJoined(&gst_thid);
+}
+
+} // namespace
+
+void forgetDeadThread()
+{
+    const std::lock_guard held(g_threadControl);
+    if (threadNow(&gst_thid) == 0) {
+        std::free(gst_thcInfo);
+        gst_thcInfo = nullptr;
+    }
+}
+
+pthread_t *strgGetThreadID()
+{
+    TRACE(kDetail, "=== gst_thid=[%d] ===", tracedId(threadNow(&gst_thid)));
+    return &gst_thid;
+}
+
+std::atomic<int32_t> *strgGetFirstProc()
+{
+    TRACE(kDetail, "=== gst_first=[%d] ===", gst_first.load());
+    return &gst_first;
+}
+
+int strgCreateThread(const CInfo *cInfo)
+{
+    const std::lock_guard held(g_threadControl);
+    TRACE(kDetail, "_IN_");
+    if (cInfo == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ Param Failure!!");
+    }
+    forgetDeadThread();
+    gst_thcInfo = static_cast<CInfo *>(memalloc(sizeof(CInfo)));
+    if (gst_thcInfo == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ th_cInfo alloc Failure!!");
+    }
+    gst_thcInfo->broker = cInfo->broker;
+    gst_thcInfo->context = cInfo->broker->bft->prepareAttachThread(cInfo->broker, cInfo->context);
+    TRACE(kDetail, "CBPrepareAttachThread() brk=[%p],ctx=[%p] -> th_brk=[%p],th_ctx=[%p]",
+          static_cast<const void *>(cInfo->broker), static_cast<const void *>(cInfo->context),
+          static_cast<const void *>(gst_thcInfo->broker), static_cast<const void *>(gst_thcInfo->context));
+    return startThread(__func__);
+}
+
+// No noexcept on this path but in destructors: a cancel unwinds it.
+void *strgWatchThread(void *thcInfo)
+{
+    const EndMark mark; // the first to be made, so that nothing is in use when the mark stands
+    const CancelSwitch off(PTHREAD_CANCEL_DISABLE);
+    InitProcess(kTraceFile);
+    TRACE(kDetail, "_IN_");
+    const auto *const cInfo = static_cast<const CInfo *>(thcInfo);
+    TRACE(kDetail, "CBAttachThread(brk=[%p],ctx=[%p])", static_cast<const void *>(cInfo->broker),
+          static_cast<const void *>(cInfo->context));
+    cInfo->broker->bft->attachThread(cInfo->broker, cInfo->context);
+    TRACE(kDetail, "Thread_Loop start.");
+    for (;;) {
+        TRACE(kDetail, "strgCheckConfigChange()");
+        if (strgCheckConfigChange(cInfo) != 0) {
+            TRACE(kFailure, "strgCheckConfigChange() Failure!!");
+        }
+        sleepOneCycle(__func__);
+    }
+}
+
+void strgExitThread(const CInfo *cInfo)
+{
+    const std::lock_guard held(g_threadControl);
+    TRACE(kDetail, "_IN_");
+    stopThread(__func__);
+    memfree(gst_thcInfo);
+    if (strgSetInstance(cInfo) != 0) {
+        TRACE(kFailure, "strgSetInstance() Failure!!");
+    }
+    if (strgFreeInstance(cInfo) != 0) {
+        TRACE(kFailure, "strgFreeInstance() Failure!!");
+    }
+    strgDestroyLocks();
+    int32_t built = 2; // a request that builds the store anew meanwhile keeps its state
+    gst_first.compare_exchange_strong(built, 0);
+    TRACE(kDetail, "_OUT_");
+}

@@ -1,0 +1,84 @@
+#include "provider/dispatch.h"
+
+#include <cstring>
+
+namespace {
+
+CMPIStatus startThread(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *, const char *,
+                       const CMPIArgs *, CMPIArgs *)
+{
+    return TAV_STRGThreadStartInvokeMethod(cInfo, rslt);
+}
+
+CMPIStatus stopThread(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *, const char *,
+                      const CMPIArgs *, CMPIArgs *)
+{
+    return TAV_STRGThreadStopInvokeMethod(cInfo, rslt);
+}
+
+constexpr MethodCall kThreadMethods[] = {
+    {"StartMonitoringThread", startThread, "TAV_STRGThreadStartInvokeMethod"},
+    {"StopMonitoringThread", stopThread, "TAV_STRGThreadStopInvokeMethod"},
+};
+constexpr MethodCall kConfigMethods[] = {
+    {"SetMonitorCycle", TAV_STRGConfigInvokeMethod, "TAV_STRGConfigInvokeMethod"},
+    {"SetHardDiskSmartMode", TAV_STRGConfigInvokeMethod, "TAV_STRGConfigInvokeMethod"},
+};
+
+// A macro, because a function and its name can be had no other way.
+#define CALL(function)                                                                                                 \
+    InstanceCall                                                                                                       \
+    {                                                                                                                  \
+        function, #function                                                                                            \
+    }
+
+constexpr InstanceCall kThreadGet = CALL(TAV_STRGThreadGetInstance);
+constexpr InstanceCall kConfigGet = CALL(TAV_STRGConfigGetInstance);
+constexpr InstanceCall kTotalNumGet = CALL(TAV_STRGTotalNumGetInstance);
+
+constexpr DispatchRow indexed(const char *className, InstanceCall get, InstanceCall enumerate)
+{
+    return {className, get, enumerate, {}, false, false};
+}
+
+constexpr DispatchRow kRows[] = {
+    // Deliberate: the thread's class is answered always, so that a client can see and start the thread.
+    {"TAV_StorageThread", kThreadGet, kThreadGet, kThreadMethods, true, true},
+    {"TAV_StorageConfig", kConfigGet, kConfigGet, kConfigMethods, false, false},
+    {"TAV_StorageTotalNumber", kTotalNumGet, kTotalNumGet, {}, false, false},
+    indexed("TAV_StorageController", CALL(TAV_STRGCtrlGetInstance), CALL(TAV_STRGCtrlEnumInstances)),
+    indexed("TAV_StorageSCSIDevice", CALL(TAV_STRGScsiGetInstance), CALL(TAV_STRGScsiEnumInstances)),
+    indexed("TAV_StorageIDEDevice", CALL(TAV_STRGIdeGetInstance), CALL(TAV_STRGIdeEnumInstances)),
+    indexed("TAV_StorageHardDisk", CALL(TAV_STRGHddGetInstance), CALL(TAV_STRGHddEnumInstances)),
+    indexed("TAV_StorageCDROM", CALL(TAV_STRGCdromGetInstance), CALL(TAV_STRGCdromEnumInstances)),
+    indexed("TAV_StorageTape", CALL(TAV_STRGTapeGetInstance), CALL(TAV_STRGTapeEnumInstances)),
+    indexed("TAV_StorageOpticalMemory", CALL(TAV_STRGOptMemGetInstance), CALL(TAV_STRGOptMemEnumInstances)),
+    indexed("TAV_StorageMisc", CALL(TAV_STRGMiscGetInstance), CALL(TAV_STRGMiscEnumInstances)),
+    // Deliberate: its enumeration is traced under another name.
+    indexed("TAV_StorageLifeSpan", CALL(TAV_STRGLifeSpanGetInstance),
+            InstanceCall{TAV_STRGLifeSpanEnumInstances, "TAV_StorageLifeSpanEnumInstances"}),
+};
+
+#undef CALL
+
+} // namespace
+
+const DispatchRow *findClass(const char *className)
+{
+    for (const DispatchRow &row : kRows) {
+        if (std::strcmp(row.className, className) == 0) {
+            return &row;
+        }
+    }
+    return nullptr;
+}
+
+const MethodCall *findMethod(const DispatchRow &row, const char *method)
+{
+    for (const MethodCall &call : row.methods) {
+        if (std::strcmp(call.method, method) == 0) {
+            return &call;
+        }
+    }
+    return nullptr;
+}

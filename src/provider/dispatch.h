@@ -1,0 +1,33 @@
+// Which handler answers which request: one row per class.
+#pragma once
+
+#include "classes/classes.h"
+
+#include <span>
+
+// A handler and its name as traced before it is called.
+struct InstanceCall {
+    InstanceHandler *handler;
+    const char *tracedAs;
+};
+
+struct MethodCall {
+    const char *method;
+    CMPIStatus (*handler)(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop, const char *methodName,
+                          const CMPIArgs *in, CMPIArgs *out);
+    const char *tracedAs;
+};
+
+struct DispatchRow {
+    const char *className; // compared exactly
+    InstanceCall get;
+    InstanceCall enumerate;
+    std::span<const MethodCall> methods; // none: the class takes no methods at all
+    bool always;                         // answered in service mode too while the monitoring thread is not running
+    bool statusIsReturned;               // a method's outcome is its return value, and the call itself succeeds
+};
+
+// The row of a class, or null.
+const DispatchRow *findClass(const char *className);
+// The method of a class, or null.
+const MethodCall *findMethod(const DispatchRow &row, const char *method);

@@ -1,0 +1,104 @@
+#include "runtime/conf_file.h"
+
+#include "runtime/conf_tokens.h"
+#include "runtime/holders.h"
+#include "runtime/trace.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <string_view>
+#include <sys/stat.h>
+
+namespace {
+
+constexpr char kConfigurationFile[] = "/etc/tavkit/tavkit.conf";
+constexpr int kDefaultRootLength = sizeof kDefaultRoot - 1;
+static_assert(kDefaultRootLength == 18);
+
+// Copies text with its terminator when size, which does not count the terminator, is at least its length.
+bool copyIfFits(char *field, int size, std::string_view text)
+{
+    if (size < 0 || static_cast<size_t>(size) < text.size()) {
+        return false;
+    }
+    std::memcpy(field, text.data(), text.size());
+    field[text.size()] = '\0';
+    return true;
+}
+
+// What stands in the file's place must neither hang the provider nor feed it.
+bool isRegular(int fd)
+{
+    struct stat about = {};
+    return ::fstat(fd, &about) == 0 && S_ISREG(about.st_mode);
+}
+
+// Feeds the file to the search until that has what it looks for. An error while reading counts as the file's end.
+void searchFile(int fd, ConfSearch &search)
+{
+    char block[4096];
+    while (!search.found()) {
+        const ssize_t got = ::read(fd, block, sizeof block);
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        if (got <= 0) {
+            search.finish();
+            return;
+        }
+        search.feed({block, static_cast<size_t>(got)});
+    }
+}
+
+} // namespace
+
+int get_TavEnv(const char *name, char *value, int size)
+{
+    TRACE(kDetail, "_IN_ env=[%s] EnvString=[%p] size=[%d]", name != nullptr ? name : "NULL",
+          static_cast<const void *>(value), size);
+    if (value == nullptr) {
+        return TRACED(0, kFailure, "_OUT_ EnvString is NULL");
+    }
+    const FileDesc file(::open(kConfigurationFile, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!file || !isRegular(file.get())) {
+        // Deliberate: the default root is the answer to every question.
+        if (!copyIfFits(value, size, kDefaultRoot)) {
+            return TRACED(-kDefaultRootLength, kDetail, "_OUT_ size=[%d]", size);
+        }
+        return TRACED(kDefaultRootLength, kDetail, "_OUT_ EnvString=[%s]", value);
+    }
+    ConfSearch search(name);
+    searchFile(file.get(), search);
+    if (!search.found()) {
+        return TRACED(0, kDetail, "_OUT_");
+    }
+    const std::string_view text = search.value();
+    const int length = static_cast<int>(text.size());
+    if (!copyIfFits(value, size, text)) {
+        return TRACED(-length, kDetail, "_OUT_ name=[%s] value=[%s] size=[%d]", name, text.data(), size);
+    }
+    return TRACED(length, kDetail, "_OUT_ EnvString=[%s]", value);
+}
+
+int get_TavRootPath(char *path, int size)
+{
+    TRACE(kDetail, "_IN_ lpPath=[%p] size=[%d]", static_cast<const void *>(path), size);
+    if (path == nullptr) {
+        return TRACED(0, kFailure, "_OUT_ lpPath is NULL");
+    }
+    char root[kConfTokenMax + 2];
+    const int length = get_TavEnv("TavDir", root, sizeof root - 1);
+    static_assert(sizeof root - 1 == 512);
+    if (length < 1) {
+        if (!copyIfFits(path, size, kDefaultRoot)) {
+            return TRACED(-kDefaultRootLength, kDetail, "_OUT_ size=[%d]", size);
+        }
+        return TRACED(kDefaultRootLength, kDetail, "_OUT_ lpPath=[%s]", path);
+    }
+    // Deliberate: one answer for every value that does not fit, unlike the default root's.
+    if (!copyIfFits(path, size, {root, static_cast<size_t>(length)})) {
+        return TRACED(-1, kDetail, "_OUT_ rootpath=[%s]", root);
+    }
+    return TRACED(length, kDetail, "_OUT_ lpPath=[%s]", path);
+}

@@ -1,0 +1,138 @@
+#include "runtime/lock.h"
+
+#include "runtime/trace.h"
+
+#include <cerrno>
+#include <mutex>
+#include <unistd.h>
+
+namespace {
+
+constexpr int kAttempts = 30;
+constexpr useconds_t kPause = 100000; // 100 ms
+
+// Factories renew the store lock from several threads at once, and a stop destroys locks that requests still try:
+// nobody may look at a mutex while it is made or destroyed.
+std::mutex renewing;
+
+int tryLock(pthread_mutex_t *mutex)
+{
+    const std::lock_guard held(renewing);
+    return pthread_mutex_trylock(mutex);
+}
+
+// The store's lock tells of each attempt, a segment's only of what goes wrong.
+enum class Attempts { quiet, told };
+
+int pollLock(const char *function, pthread_mutex_t *mutex, Attempts attempts)
+{
+    for (int attempt = 0; attempt < kAttempts;) {
+        if (attempts == Attempts::told) {
+            TRACE_AS(function, kDetail, "pthread_mutex_trylock()");
+        }
+        const int error = tryLock(mutex);
+        if (error == 0) {
+            if (attempts == Attempts::told) {
+                TRACE_AS(function, kDetail, "pthread_mutex_trylock() success");
+            }
+            return TRACED_AS(function, 0, kDetail, "_OUT_");
+        }
+        if (error != EBUSY) {
+            TRACE_AS(function, kFailure, "pthread_mutex_trylock() Failure!! errno=[%d]", error);
+            return TRACED_AS(function, -1, kDetail, "_OUT_");
+        }
+        TRACE_AS(function, kDetail, "pthread_mutex_trylock() EBUSY...");
+        usleep(kPause);
+        ++attempt;
+        TRACE_AS(function, kDetail, "pthread_mutex_trylock() retry(%d)", attempt);
+    }
+    TRACE_AS(function, kFailure, "pthread_mutex_trylock() retry(%d) Failre!!", kAttempts);
+    return TRACED_AS(function, -1, kDetail, "_OUT_");
+}
+
+} // namespace
+
+int renewMutex(RenewableMutex &lock)
+{
+    const std::lock_guard held(renewing);
+    if (lock.live) {
+        return 0;
+    }
+    const int error = pthread_mutex_init(&lock.mutex, nullptr);
+    lock.live = error == 0;
+    return error;
+}
+
+int destroyMutex(RenewableMutex &lock)
+{
+    const std::lock_guard held(renewing);
+    if (!lock.live) {
+        return 0;
+    }
+    if (const int error = pthread_mutex_trylock(&lock.mutex); error != 0) {
+        return error; // one that is held at this moment stays as it is
+    }
+    pthread_mutex_unlock(&lock.mutex);
+    const int error = pthread_mutex_destroy(&lock.mutex);
+    lock.live = error != 0;
+    return error;
+}
+
+int nonsrvMutexLock(const CInfo *cInfo, pthread_mutex_t *mutex)
+{
+    TRACE(kDetail, "_IN_");
+    if (cInfo == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ param(cInfo) Failure!!");
+    }
+    if (mutex == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ param(mutex) Failure!!");
+    }
+    if (getServiceMode(cInfo) == 1) {
+        return TRACED(0, kDetail, "_OUT_ now is ServiceMode.");
+    }
+    return pollLock(__func__, mutex, Attempts::told);
+}
+
+void mutexUnlock(pthread_mutex_t *mutex)
+{
+    TRACE(kDetail, "_IN_");
+    if (mutex == nullptr) {
+        TRACE(kFailure, "_OUT_ param(mutex) Failure!!");
+        return;
+    }
+    TRACE(kDetail, "pthread_mutex_unlock()[%p]", static_cast<void *>(mutex));
+    std::unique_lock held(renewing);
+    const int error = pthread_mutex_unlock(mutex);
+    held.unlock();
+    if (error == 0) {
+        TRACE(kDetail, "pthread_mutex_unlock success");
+    } else {
+        TRACE(kFailure, "pthread_mutex_unlock Failure!! errno=[%d]", error);
+    }
+    TRACE(kDetail, "_OUT_");
+}
+
+int shmMutexLock(pthread_mutex_t *mutex)
+{
+    TRACE(kDetail, "_IN_");
+    if (mutex == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ param(mutex) Failure!!");
+    }
+    return pollLock(__func__, mutex, Attempts::quiet);
+}
+
+int shmMutexUnlock(pthread_mutex_t *mutex)
+{
+    TRACE(kDetail, "_IN_");
+    if (mutex == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ param(mutex) Failure!!");
+    }
+    std::unique_lock held(renewing);
+    const int error = pthread_mutex_unlock(mutex);
+    held.unlock();
+    if (error != 0) {
+        TRACE(kFailure, "pthread_mutex_unlock Failure!! errno=[%d]", error);
+        return TRACED(-1, kDetail, "_OUT_");
+    }
+    return TRACED(0, kDetail, "_OUT_");
+}

@@ -1,0 +1,147 @@
+#include "runtime/mode.h"
+
+#include "runtime/cmpi_data.h"
+#include "runtime/holders.h"
+#include "runtime/trace.h"
+
+#include <cerrno>
+#include <csignal>
+#include <mutex>
+
+std::atomic<int32_t> g_srvmod{-1};
+
+namespace {
+
+constexpr char kNameSpace[] = "root/TAVKIT/AS";
+constexpr char kClassName[] = "TAV_GeneralInformation";
+
+std::mutex threadGuard;                // held for a look and a change only
+std::atomic<pthread_t> endedThread{0}; // the end mark; 0 for none. Set without the lock: its thread may be unwinding.
+pthread_t claimedThread = 0;           // being joined by somebody, so perhaps no more; 0 for none
+
+enum class ThreadState {
+    none,
+    running,
+    ended,   // by its mark; the caller joins it
+    unknown, // to the system: there is nothing to join
+};
+
+// What has become of the thread; *tid is cleared when it has gone.
+ThreadState look(pthread_t *tid, pthread_t &seen)
+{
+    const std::lock_guard held(threadGuard);
+    seen = tid == nullptr ? 0 : *tid;
+    if (seen == 0) {
+        return ThreadState::none;
+    }
+    if (seen == claimedThread) {
+        return ThreadState::running;
+    }
+    if (seen == endedThread) {
+        endedThread = 0;
+        *tid = 0;
+        return ThreadState::ended;
+    }
+    if (pthread_kill(seen, 0) == ESRCH) {
+        *tid = 0;
+        return ThreadState::unknown;
+    }
+    return ThreadState::running;
+}
+
+// The threads' functions take an identifier as a word; the trace prints its low 32 bits.
+int tracedId(pthread_t tid)
+{
+    return static_cast<int>(tid);
+}
+
+} // namespace
+
+int getServiceMode(const CInfo *cInfo)
+{
+    TRACE(kDetail, "_IN_");
+    if (cInfo == nullptr) {
+        return TRACED(0, kFailure, "_OUT_ Param(cInfo) Failure!!");
+    }
+    if (const int32_t known = g_srvmod; known != -1) {
+        return TRACED(known, kDetail, "_OUT_ srvmod=[%d]", known);
+    }
+    TRACE(kDetail, "GetInstance(%s)", kClassName);
+    if (cInfo->context == nullptr) {
+        return TRACED(0, kFailure, "_OUT_ CBGetInstance() Failure!!");
+    }
+    const CMPIBroker *const broker = cInfo->broker;
+    CMPIStatus status{};
+    const CmpiHolder<CMPIObjectPath> path(broker->eft->newObjectPath(broker, kNameSpace, kClassName, &status));
+    if (status.rc != CMPI_RC_OK || !path) {
+        return TRACED(0, kFailure, "_OUT_ CMNewObjectPath() Failure!!");
+    }
+    const CmpiHolder<CMPIInstance> instance(
+        broker->bft->getInstance(broker, cInfo->context, path.get(), nullptr, &status));
+    if (status.rc != CMPI_RC_OK || !instance) {
+        return TRACED(0, kFailure, "_OUT_ CBGetInstance() Failure!!");
+    }
+    const CMPIData data = instance.get()->ft->getProperty(instance.get(), "InstalledServiceMode", &status);
+    if (status.rc != CMPI_RC_OK) {
+        return TRACED(0, kFailure, "_OUT_ CMGetProperty() Failure!!");
+    }
+    const CmpiHolder<CMPIString> text(ownedText(data)); // nothing when the property is the boolean that it should be
+    const int mode = data.value.boolean;
+    if (mode > 1 || !isPlainValue(data)) { // the value member of a NULL means nothing
+        return TRACED(0, kFailure, "_OUT_ getValue() Failure!! boolean=[%d]", mode);
+    }
+    g_srvmod = mode;
+    return TRACED(mode, kDetail, "_OUT_ InstalledServiceMode=[%d]", mode);
+}
+
+int getThreadSts(pthread_t *tid)
+{
+    pthread_t seen = 0;
+    const ThreadState state = look(tid, seen);
+    TRACE(kDetail, "_IN_ tid=[%d]", tracedId(seen));
+    switch (state) {
+    case ThreadState::none:
+        return TRACED(0, kDetail, "_OUT_ thread is non");
+    case ThreadState::running:
+        return TRACED(1, kDetail, "_OUT_ thread is Running");
+    case ThreadState::ended:
+        pthread_join(seen, nullptr); // it has but to return: what it holds is freed
+        break;
+    case ThreadState::unknown:
+        break;
+    }
+    return TRACED(0, kDetail, "_OUT_ thread is NotRun");
+}
+
+pthread_t threadNow(const pthread_t *tid)
+{
+    const std::lock_guard held(threadGuard);
+    return *tid;
+}
+
+void threadStarted(pthread_t *tid, pthread_t started)
+{
+    const std::lock_guard held(threadGuard);
+    *tid = started;
+}
+
+void threadEnds()
+{
+    endedThread = pthread_self();
+}
+
+pthread_t claimThread(const pthread_t *tid)
+{
+    const std::lock_guard held(threadGuard);
+    claimedThread = *tid;
+    return claimedThread;
+}
+
+void threadJoined(pthread_t *tid)
+{
+    const std::lock_guard held(threadGuard);
+    if (endedThread == claimedThread) {
+        endedThread = 0; // the next thread may get the same identifier
+    }
+    *tid = claimedThread = 0;
+}

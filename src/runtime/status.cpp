@@ -1,0 +1,7 @@
+#include "runtime/status.h"
+
+CMPIStatus statusWithChars(const CInfo *cInfo, CMPIrc rc, const char *message)
+{
+    // A function, as the convenience macro for it cannot stand before an else.
+    return {rc, cInfo->broker->eft->newString(cInfo->broker, message, nullptr)};
+}

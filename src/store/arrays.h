@@ -1,0 +1,89 @@
+// The record arrays and segment entries: every look at one and every change of one goes through here, under
+// g_recordsLock. Nothing here traces or does I/O, so the lock is held no longer than a copy takes.
+#pragma once
+
+#include "store/store.h"
+
+#include <algorithm>
+#include <mutex>
+#include <span>
+
+constexpr size_t kMaxRecordSize =
+    std::max({sizeof(StrgConfRec), sizeof(StrgTnumRec), sizeof(StrgCtrlRec), sizeof(StrgScsiRec), sizeof(StrgIdeRec),
+              sizeof(StrgHddRec), sizeof(StrgDevRec), sizeof(StrgLifeRec)});
+
+// A descriptor as it is at this moment. Its array may be gone a moment later: never to be read through the copy.
+DatInfo recordsNow(const DatInfo &dat);
+// Records that a descriptor holds: none without an array or with a negative count. The caller holds g_recordsLock.
+int32_t recordsHeld(const DatInfo &dat);
+// Copies record i into out, which must hold a whole one; false when there is no such record.
+bool copyRecord(const DatInfo &dat, int32_t i, std::span<uint8_t> out);
+
+// Gives a descriptor another count and array, which it owns from then on, and frees the old array. With a segment, its
+// records are older than the store's from then on.
+void replaceRecords(DatInfo &dat, int32_t num, void *adr, ShmInfo *shm = nullptr);
+// Takes the array out of a descriptor and sets its count to 0. The caller frees it.
+void *takeRecords(DatInfo &dat);
+// The same, only if the class has no segment at that very moment and is not getting another one; else null. A pass may
+// have made one, and given the store the records for it, since somebody looked.
+void *takeRecordsWithoutSegment(DatInfo &dat, const ShmInfo &shm);
+// Copies num records over those that are there; false, and nothing is done, when there are not just as many.
+bool overwriteRecords(DatInfo &dat, int32_t num, const void *records, ShmInfo *shm = nullptr);
+// Overwrites record i; false when there is no such record.
+bool overwriteRecord(DatInfo &dat, int32_t i, std::span<const uint8_t> record);
+
+// Lets change write to every record of a class; false when it has none. change does nothing else.
+template <class Rec, class Change> bool changeRecords(DatInfo &dat, Change change)
+{
+    const std::unique_lock held(g_recordsLock);
+    const int32_t num = recordsHeld(dat);
+    for (Rec &record : std::span(static_cast<Rec *>(dat.datAdr), static_cast<size_t>(num))) {
+        change(record);
+    }
+    return num > 0;
+}
+
+// Ends every text of records that came from outside within its field. Records of a class without texts stay as they
+// are.
+void terminateTexts(uint32_t recordSize, void *records, int32_t num);
+
+// A class's segment entry without its lock.
+struct Segment {
+    int32_t id;
+    int32_t num;
+    void *adr;
+};
+
+Segment segmentNow(const ShmInfo &shm);
+// storeNewer: the segment was made for records that it was not given yet.
+void setSegment(ShmInfo &shm, Segment segment, bool storeNewer);
+// Empties the entry and gives what it held, so that one who removes a segment cannot empty an entry that got a new one.
+Segment takeSegment(ShmInfo &shm);
+// Notes that the segment is exchanged for another one, as long as it lives.
+class SegmentExchange {
+public:
+    explicit SegmentExchange(ShmInfo &shm);
+    ~SegmentExchange();
+    SegmentExchange(const SegmentExchange &) = delete;
+    SegmentExchange &operator=(const SegmentExchange &) = delete;
+
+private:
+    ShmInfo &shm_;
+};
+// Notes where the segment is attached.
+void setAttachment(ShmInfo &shm, void *adr);
+
+// Eleven descriptors that own their arrays: a collection that is still private to the one who made it.
+struct OwnedRecords {
+    DatInfo dat[TAV_CID_STRG_MAX];
+
+    OwnedRecords() { strgInitDatInfo(dat); }
+    ~OwnedRecords()
+    {
+        for (const DatInfo &entry : dat) {
+            std::free(entry.datAdr);
+        }
+    }
+    OwnedRecords(const OwnedRecords &) = delete;
+    OwnedRecords &operator=(const OwnedRecords &) = delete;
+};

@@ -1,0 +1,198 @@
+// Creating a segment: a key that nobody uses yet is found by way of fresh key files.
+#include "runtime/holders.h"
+#include "runtime/trace.h"
+#include "store/segment_lock.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <fcntl.h>
+#include <sys/ipc.h>
+#include <sys/shm.h>
+#include <sys/stat.h>
+
+namespace {
+
+constexpr int kAttempts = 65535;
+constexpr int kProjectId = 69;       // second half of the key, see ftok(3)
+constexpr int kPermissions = 0600;   // of segments and key files
+constexpr size_t kRetiredExtra = 24; // ".bak." and a number
+
+struct KeyFile {
+    char path[PATH_MAX];
+};
+
+struct RetiredFile {
+    char path[PATH_MAX + kRetiredExtra];
+};
+
+bool nameKeyFile(KeyFile &file, const char *base, int cid)
+{
+    const int length = std::snprintf(file.path, sizeof file.path, "%s%d", base, cid);
+    return length > 0 && static_cast<size_t>(length) < sizeof file.path;
+}
+
+void nameRetired(RetiredFile &retired, const KeyFile &file, int n)
+{
+    std::snprintf(retired.path, sizeof retired.path, "%s.bak.%d", file.path, n);
+}
+
+bool exists(const char *path)
+{
+    struct stat info = {};
+    return ::lstat(path, &info) == 0;
+}
+
+bool isLink(const char *path)
+{
+    struct stat info = {};
+    return ::lstat(path, &info) == 0 && S_ISLNK(info.st_mode);
+}
+
+// Makes an empty file where there is none; what is there already, a link too, is neither followed nor touched. One that
+// another process of the broker has made just now will do.
+int createEmpty(const char *path)
+{
+    const FileDesc file(::open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC, kPermissions));
+    return file || errno == EEXIST ? 0 : -1;
+}
+
+enum class Attempt { made, retry, stop };
+
+// The segment of a key, if that key is free. An identifier of 0 is refused: it reads as "none" elsewhere.
+Attempt createSegment(key_t key, int size, int n, int &shmId, int &error, const char *function)
+{
+    TRACE_AS(function, kDetail, "shmget(0x%08x , %d)", static_cast<unsigned>(key), size);
+    shmId = ::shmget(key, static_cast<size_t>(size), IPC_CREAT | IPC_EXCL | kPermissions);
+    error = errno;
+    if (shmId > 0) {
+        TRACE_AS(function, kDetail, "shmget[%d]=OK. shmId=[%d]", n, shmId);
+        return Attempt::made;
+    }
+    if (shmId == 0) {
+        errno = 0;
+        ::shmctl(shmId, IPC_RMID, nullptr);
+        const int removeError = errno;
+        TRACE_AS(function, kDetail, "shmget[%d]=NG. shmId=[%d] errno=[%d] shmctl-destroy.", n, shmId, removeError);
+        return Attempt::retry;
+    }
+    TRACE_AS(function, kFailure, "shmget[%d]=retry. shmId=[%d] errno=[%d]", n, shmId, error);
+    return Attempt::retry;
+}
+
+Attempt attempt(const KeyFile &file, int size, int n, int &shmId, int &error, const char *function)
+{
+    if (!exists(file.path)) {
+        TRACE_AS(function, kDetail, "KeyFile NewCreate(%s)", file.path);
+        if (createEmpty(file.path) != 0) {
+            error = errno;
+            TRACE_AS(function, kFailure, "_OUT_ fopen Failure!! fnm=[%s] errno=[%d]", file.path, error);
+            return Attempt::stop;
+        }
+    }
+    if (isLink(file.path)) { // its key would be that of somebody else's file: set aside like a key that is taken
+        error = ELOOP;
+        TRACE_AS(function, kFailure, "shmget[%d]=retry. shmId=[%d] errno=[%d]", n, shmId, error);
+        return Attempt::retry;
+    }
+    const key_t key = ::ftok(file.path, kProjectId);
+    if (key == -1) {
+        error = errno;
+        if (error == ENOENT) {
+            return Attempt::retry; // another process has just retired it
+        }
+        TRACE_AS(function, kFailure, "_OUT_ ftok Failure!! fnm=[%s] errno=[%d]", file.path, error);
+        return Attempt::stop;
+    }
+    return createSegment(key, size, n, shmId, error, function);
+}
+
+// Tries keys until one is free. Returns the identifier, or -1 with the last error; n is the last attempt's number.
+int findSegment(const KeyFile &file, int size, int &n, int &error, const char *function)
+{
+    RetiredFile retired;
+    for (n = 1; n <= kAttempts; ++n) {
+        int shmId = -1;
+        const Attempt outcome = attempt(file, size, n, shmId, error, function);
+        if (outcome == Attempt::made) {
+            return shmId;
+        }
+        if (outcome == Attempt::stop) {
+            break;
+        }
+        nameRetired(retired, file, n); // set aside, not removed: its inode, and with it its key, stays taken
+        ::rename(file.path, retired.path);
+    }
+    TRACE_AS(function, kFailure, "_OUT_ shmget Failure!!*[%d]", n > kAttempts ? kAttempts : n);
+    return -1;
+}
+
+void removeRetired(const KeyFile &file, int attempts, const char *function)
+{
+    RetiredFile retired;
+    bool gap = false;
+    for (int n = 1; n <= kAttempts; ++n) {
+        nameRetired(retired, file, n);
+        if (exists(retired.path)) {
+            TRACE_AS(function, kDetail, "unlink[%s]", retired.path);
+            ::unlink(retired.path);
+        } else {
+            gap = true;
+        }
+        // Another process that removes at the same moment makes gaps: behind one, only what was retired here is left.
+        if (gap && n >= attempts) {
+            return;
+        }
+    }
+}
+
+int createUnderFreshKey(const char *keyFileBase, int cid, int size, int &error, const char *function)
+{
+    KeyFile file;
+    if (!nameKeyFile(file, keyFileBase, cid)) {
+        error = ENAMETOOLONG;
+        return TRACED_AS(function, -1, kFailure, "_OUT_ fopen Failure!! fnm=[%s] errno=[%d]", keyFileBase,
+                         ENAMETOOLONG);
+    }
+    int attempts = 0;
+    const int shmId = findSegment(file, size, attempts, error, function);
+    removeRetired(file, attempts, function);
+    return shmId;
+}
+
+} // namespace
+
+int shmCreate(const CInfo *cInfo, ShmInfo *shmInfo, const char *keyFileBase, int cid, int size)
+{
+    TRACE(kDetail, "_IN_");
+    if (cInfo == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ param(cInfo) Failure!!");
+    }
+    if (shmInfo == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ param(shmInfo) Failure!!");
+    }
+    if (keyFileBase == nullptr) {
+        return TRACED(-1, kFailure, "_OUT_ param(fnm) Failure!!");
+    }
+    if (cid < 0) {
+        return TRACED(-1, kFailure, "_OUT_ param(cid) Failure!!");
+    }
+    if (size < 0) {
+        return TRACED(-1, kFailure, "_OUT_ param(size) Failure!!");
+    }
+    SegmentLock lock(cInfo, *shmInfo);
+    if (lock.failed()) {
+        return TRACED(-1, kFailure, "_OUT_ thmutex_lock Failure!!");
+    }
+    int error = 0;
+    const int shmId = createUnderFreshKey(keyFileBase, cid, size, error, __func__);
+    if (lock.unlock() != 0) {
+        if (shmId > 0) {
+            ::shmctl(shmId, IPC_RMID, nullptr); // nobody learns of it
+        }
+        return TRACED(-1, kFailure, "_OUT_ thmutex_unlock Failure!!");
+    }
+    TRACE(kDetail, "_OUT_ ret=[%d]", shmId);
+    errno = error; // callers tell it
+    return shmId;
+}

@@ -1,0 +1,66 @@
+// Publishing, saving and freeing the whole store.
+#include "runtime/memory.h"
+#include "store/arrays.h"
+
+int strgPublishAll(const CInfo *cInfo, const char *function)
+{
+    for (int id = 0; id < TAV_CID_STRG_MAX; ++id) {
+        if (recordsNow(instSt[id]).datNum <= 0) {
+            continue;
+        }
+        TRACE_AS(function, kDetail, "setInstToShm(%d)", id);
+        if (setInstToShm(cInfo, &instSt[id], &shmSt[id]) != 0) {
+            return TRACED_AS(function, -1, kFailure, "_OUT_ setInstToShm(%d) Failure!!", id);
+        }
+    }
+    return 0;
+}
+
+int strgSetInstance(const CInfo *cInfo)
+{
+    TRACE(kDetail, "_IN_");
+    if (nonsrvMutexLock(cInfo, &instMutexSt.mutex) != 0) {
+        return TRACED(-1, kFailure, "_OUT_ nonsrvMutexLock(instMutexSt) Failure!!");
+    }
+    if (gst_first == 1 || !strgTakeConfig()) { // what is being built anew has no configuration yet
+        TRACE(kFailure, "_OUT_ param(instSt[TAV_CID_STRG_CONF].datAdr) Failure!!");
+        mutexUnlock(&instMutexSt.mutex);
+        return -1;
+    }
+    if (strgPublishAll(cInfo) != 0) {
+        mutexUnlock(&instMutexSt.mutex);
+        return -1;
+    }
+    int error = 0;
+    const SaveResult result = strgSaveBinFile(instSt, error);
+    if (result == SaveResult::notOpened) {
+        TRACE(kFailure, "_OUT_ fopen Failure!! err=[%d]", error);
+        mutexUnlock(&instMutexSt.mutex);
+        return -1;
+    }
+    mutexUnlock(&instMutexSt.mutex);
+    return result == SaveResult::saved ? TRACED(0, kDetail, "_OUT_")
+                                       : TRACED(-1, kFailure, "_OUT_ strgPutBinFile() Failure!!");
+}
+
+int strgFreeInstance(const CInfo *cInfo)
+{
+    const std::lock_guard held(g_collectionLock);
+    TRACE(kDetail, "_IN_");
+    int ret = 0;
+    for (int id = 0; id < TAV_CID_STRG_MAX; ++id) {
+        void *records = takeRecords(instSt[id]);
+        memfree(records);
+        const int32_t shmNum = segmentNow(shmSt[id]).num;
+        TRACE(kDetail, "shmSt(%d).shmNum=[%d]", id, shmNum);
+        if (shmNum <= 0) {
+            continue;
+        }
+        TRACE(kDetail, "shmDestroy(%d)", id);
+        if (shmDestroy(cInfo, &shmSt[id]) != 0) {
+            TRACE(kFailure, "shmDestroy(%d) Failure!!", id);
+            ret = -1;
+        }
+    }
+    return TRACED(ret, kDetail, "_OUT_ ret=[%d]", ret);
+}

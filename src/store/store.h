@@ -1,0 +1,83 @@
+// The store's state, and what both sides of it need: set (publish and save), free, file, dump.
+#pragma once
+
+#include "store/segment.h"
+
+#include <atomic>
+#include <cstdio>
+#include <mutex>
+#include <shared_mutex>
+
+extern DatInfo instSt[TAV_CID_STRG_MAX]; // the records behind every answer
+extern ShmInfo shmSt[TAV_CID_STRG_MAX];
+extern RenewableMutex instMutexSt;         // the store lock; always taken before a segment's
+extern std::atomic<int32_t> gst_first;     // 0 not initialised, 1 initialisation running, 2 initialised
+extern std::atomic<int32_t> gst_SleepSec;  // monitoring cycle in seconds, initially 60
+extern std::atomic<int32_t> gst_SmartMode; // SMART mode handed to the collector, initially 0
+
+constexpr char kSavedStateFile[] = "/opt/qlm/tavkit_sa/data/tavstrgsave.dat";
+constexpr char kShmKeyFileBase[] = "/opt/qlm/tavkit_sa/work/tavstrgshm.key";
+
+// Guards the record arrays themselves: whoever replaces, resizes, frees or overwrites an array holds it exclusively,
+// just around the copy or swap and never around device I/O; whoever reads records holds it shared. Innermost of all
+// locks: nothing else is locked while it is held exclusively.
+extern std::shared_mutex g_recordsLock;
+
+// One of these at a time: a monitoring pass, the building of the store, its freeing. Held for the whole of it; in
+// service mode nothing else keeps two requests apart that both find the thread gone. After the store lock, before a
+// segment's.
+extern std::mutex g_collectionLock;
+
+// Reads one class's records: holds g_recordsLock shared and brings the descriptor up to what the store has now, so that
+// it cannot point at an array that was replaced since it was handed out. A store that is just being built has nothing.
+class RecordsReader {
+public:
+    RecordsReader(int classId, DatInfo &dat) : held_(g_recordsLock)
+    {
+        dat = gst_first == 1 ? DatInfo{instSt[classId].datSize, 0, nullptr} : instSt[classId];
+    }
+
+private:
+    std::shared_lock<std::shared_mutex> held_;
+};
+
+// Publishes the whole store to shared memory and saves it to the file; takes the store lock. 0, or -1.
+int strgSetInstance(const CInfo *cInfo);
+// Frees every record array and destroys every segment, between passes; takes no store lock. 0, or -1 if a destruction
+// failed.
+int strgFreeInstance(const CInfo *cInfo);
+// Copies every class that has records into its segment. 0, or -1 after the first failure. Traces each class and the
+// failure in the name of the function that publishes.
+int strgPublishAll(const CInfo *cInfo, const char *function = __builtin_FUNCTION());
+// Destroys the segments' locks and the store lock; one that is held at this moment stays. The next initialisation makes
+// them anew. Traces each in the name of the function that destroys.
+void strgDestroyLocks(const char *function = __builtin_FUNCTION());
+
+// Whether the store is whole: it was initialised, and no stop or cleanup has begun to free it. A class without records
+// is then one without devices. The caller holds g_recordsLock.
+bool strgIsBuilt();
+
+// Sets gst_SleepSec and gst_SmartMode from the configuration record; false when there is none.
+bool strgTakeConfig();
+// Writes the counts of classes 2 to 10 into the totals record, each cut to 16 bits; false when there is none.
+bool strgTakeTotals();
+
+enum class SaveResult {
+    saved,
+    notOpened,  // the file, or the one beside it, could not be opened
+    notWritten, // writing, flushing, syncing or renaming failed
+};
+
+// Saves the eleven descriptors durably: written beside the file, synced, renamed over it, the directory synced. After a
+// failure the old file is still there. Traces the steps ("fopen[%s]", "strgPutBinFile()", "fclose") in the name of the
+// function that saves; the failure is left to it. error is the errno of a failed open.
+SaveResult strgSaveBinFile(DatInfo *records, int &error, const char *function = __builtin_FUNCTION());
+
+// Writes the whole state to an open stream / reads it, resizing the record areas. 0, or -1.
+int strgPutBinFile(std::FILE *file, DatInfo *records);
+int strgGetBinFile(std::FILE *file, DatInfo *records);
+// Reads num records into one class's entry. 0, or -1.
+int getDatFromBinFile(std::FILE *file, int num, DatInfo *datInfo);
+
+// Dumps records to the trace: 0..10 one class, 98 classes 2 to 10, 99 everything.
+void strgLogDumpInstanceDat(int selector, DatInfo *datLog);
