@@ -1,5 +1,7 @@
 #include "classes/indexed.h"
 
+#include "runtime/trace.h"
+
 namespace {
 
 constexpr IndexedClass kCdromClass = {
@@ -17,17 +19,20 @@ constexpr IndexedClass kCdromClass = {
 CMPIStatus TAV_STRGCdromGetInstance(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                     const char **properties)
 {
-    return indexedGetInstance(kCdromClass, __func__, cInfo, rslt, cop, properties);
+    const TraceScope scope;
+    return indexedGetInstance(kCdromClass, cInfo, rslt, cop, properties);
 }
 
 CMPIStatus TAV_STRGCdromEnumInstances(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                       const char **properties)
 {
-    return indexedEnumInstances(kCdromClass, __func__, cInfo, rslt, cop, properties);
+    const TraceScope scope;
+    return indexedEnumInstances(kCdromClass, cInfo, rslt, cop, properties);
 }
 
 CMPIInstance *TAV_STRGCdromSetPropInst(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
                                        const StrgDevRec *record)
 {
-    return indexedSetPropInst(kCdromClass, __func__, cInfo, cop, properties, record);
+    const TraceScope scope;
+    return indexedSetPropInst(kCdromClass, cInfo, cop, properties, record);
 }

@@ -1,8 +1,8 @@
 // The handlers of the twelve classes, as the dispatcher calls them.
 #pragma once
 
-#include "runtime/mode.h"
 #include "records/records.h"
+#include "runtime/mode.h"
 
 // Answers a GetInstance or EnumInstances request: returns instances in the namespace of cop through rslt, with the
 // properties of the client's list (null: all), and closes rslt when all went well. A failure's status has a message,

@@ -1,10 +1,10 @@
 #include "classes/instance.h"
 #include "classes/singleton.h"
+#include "lifecycle/access.h"
 #include "runtime/request.h"
 #include "runtime/status.h"
 #include "runtime/trace.h"
 #include "store/arrays.h"
-#include "lifecycle/access.h"
 
 #include <cstdio>
 #include <cstring>
@@ -72,45 +72,45 @@ bool exchangeField(const ConfigMethod &method, uint16_t value, int &previous)
 }
 
 // Takes the argument into the record.
-CMPIStatus takeArgument(const ConfigMethod &method, const char *function, const CInfo *cInfo, const CMPIArgs *in)
+CMPIStatus takeArgument(const ConfigMethod &method, const CInfo *cInfo, const CMPIArgs *in)
 {
-    TRACE_AS(function, kDetail, "getArgToInt(%s)", method.tracedAs);
+    TRACE(kDetail, "getArgToInt(%s)", method.tracedAs);
     const int32_t value = getArgToInt(in, method.argument);
     if (value == -1) {
-        TRACE_AS(function, kFailure, "getArgToInt(%s) Failure!!", method.tracedAs);
+        TRACE(kFailure, "getArgToInt(%s) Failure!!", method.tracedAs);
         return failedOf(cInfo, "getArgToInt", method);
     }
     if (value < method.lowest || value > method.highest) {
-        TRACE_AS(function, kFailure, "%s Failure!! value=[%d]", method.tracedAs, value);
+        TRACE(kFailure, "%s Failure!! value=[%d]", method.tracedAs, value);
         return failedOf(cInfo, "SetValue", method);
     }
     int previous = 0;
     if (!exchangeField(method, static_cast<uint16_t>(value), previous)) {
-        TRACE_AS(function, kFailure, "strgGetInstance() Failure!!");
+        TRACE(kFailure, "strgGetInstance() Failure!!");
         return failedCall(cInfo, "strgGetInstance"); // gone since the store handed it out: most likely a stop
     }
-    TRACE_AS(function, kDetail, "datconf->%s=[%d] dt.value.%s=[%d]", method.argument, previous, method.member, value);
-    TRACE_AS(function, kDetail, "datconf->%s=[%d]", method.argument, value);
+    TRACE(kDetail, "datconf->%s=[%d] dt.value.%s=[%d]", method.argument, previous, method.member, value);
+    TRACE(kDetail, "datconf->%s=[%d]", method.argument, value);
     return {CMPI_RC_OK, nullptr};
 }
 
-CMPIStatus invoke(const char *function, const CInfo *cInfo, const char *methodName, const CMPIArgs *in)
+CMPIStatus invoke(const CInfo *cInfo, const char *methodName, const CMPIArgs *in)
 {
     DatInfo dat = {};
-    const CMPIStatus read = readSingleton(kConfigClass, function, cInfo, dat);
+    const CMPIStatus read = readSingleton(kConfigClass, cInfo, dat);
     if (read.rc != CMPI_RC_OK) {
         return read;
     }
     if (const ConfigMethod *const method = findMethod(methodName)) {
-        const CMPIStatus taken = takeArgument(*method, function, cInfo, in);
+        const CMPIStatus taken = takeArgument(*method, cInfo, in);
         if (taken.rc != CMPI_RC_OK) {
             return taken;
         }
     }
-    TRACE_AS(function, kDetail, "strgSetInstance()");
+    TRACE(kDetail, "strgSetInstance()");
     if (strgSetInstance(cInfo) != 0) {
         // Deliberate: the change stays in this process's store, though neither segment nor file has it.
-        TRACE_AS(function, kFailure, "strgSetInstance() Failure!!");
+        TRACE(kFailure, "strgSetInstance() Failure!!");
         return statusWithChars(cInfo, CMPI_RC_ERR_FAILED, "Storage-Update FAILED");
     }
     return {CMPI_RC_OK, nullptr};
@@ -121,24 +121,27 @@ CMPIStatus invoke(const char *function, const CInfo *cInfo, const char *methodNa
 CMPIStatus TAV_STRGConfigGetInstance(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                      const char **properties)
 {
-    return singletonGetInstance(kConfigClass, __func__, cInfo, rslt, cop, properties);
+    const TraceScope scope;
+    return singletonGetInstance(kConfigClass, cInfo, rslt, cop, properties);
 }
 
 CMPIInstance *TAV_STRGConfigSetPropInst(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
                                         const StrgConfRec *record)
 {
-    return singletonSetPropInst(kConfigClass, __func__, cInfo, cop, properties, record);
+    const TraceScope scope;
+    return singletonSetPropInst(kConfigClass, cInfo, cop, properties, record);
 }
 
 CMPIStatus TAV_STRGConfigInvokeMethod(const CInfo *cInfo, const CMPIResult *, const CMPIObjectPath *,
                                       const char *methodName, const CMPIArgs *in, CMPIArgs *)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     CMPIStatus status{CMPI_RC_ERR_FAILED, nullptr};
     if (cInfo == nullptr) {
         TRACE(kFailure, "param(cInfo) Failure!!");
     } else {
-        status = invoke(__func__, cInfo, methodName, in);
+        status = invoke(cInfo, methodName, in);
     }
     return TRACED(status, kDetail, "_OUT_");
 }

@@ -1,5 +1,7 @@
 #include "classes/indexed.h"
 
+#include "runtime/trace.h"
+
 namespace {
 
 constexpr IndexedClass kCtrlClass = {
@@ -17,17 +19,20 @@ constexpr IndexedClass kCtrlClass = {
 CMPIStatus TAV_STRGCtrlGetInstance(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                    const char **properties)
 {
-    return indexedGetInstance(kCtrlClass, __func__, cInfo, rslt, cop, properties);
+    const TraceScope scope;
+    return indexedGetInstance(kCtrlClass, cInfo, rslt, cop, properties);
 }
 
 CMPIStatus TAV_STRGCtrlEnumInstances(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                      const char **properties)
 {
-    return indexedEnumInstances(kCtrlClass, __func__, cInfo, rslt, cop, properties);
+    const TraceScope scope;
+    return indexedEnumInstances(kCtrlClass, cInfo, rslt, cop, properties);
 }
 
 CMPIInstance *TAV_STRGCtrlSetPropInst(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
                                       const StrgCtrlRec *record)
 {
-    return indexedSetPropInst(kCtrlClass, __func__, cInfo, cop, properties, record);
+    const TraceScope scope;
+    return indexedSetPropInst(kCtrlClass, cInfo, cop, properties, record);
 }

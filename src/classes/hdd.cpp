@@ -1,5 +1,7 @@
 #include "classes/indexed.h"
 
+#include "runtime/trace.h"
+
 namespace {
 
 constexpr IndexedClass kHddClass = {
@@ -17,17 +19,20 @@ constexpr IndexedClass kHddClass = {
 CMPIStatus TAV_STRGHddGetInstance(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                   const char **properties)
 {
-    return indexedGetInstance(kHddClass, __func__, cInfo, rslt, cop, properties);
+    const TraceScope scope;
+    return indexedGetInstance(kHddClass, cInfo, rslt, cop, properties);
 }
 
 CMPIStatus TAV_STRGHddEnumInstances(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                     const char **properties)
 {
-    return indexedEnumInstances(kHddClass, __func__, cInfo, rslt, cop, properties);
+    const TraceScope scope;
+    return indexedEnumInstances(kHddClass, cInfo, rslt, cop, properties);
 }
 
 CMPIInstance *TAV_STRGHddSetPropInst(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
                                      const StrgHddRec *record)
 {
-    return indexedSetPropInst(kHddClass, __func__, cInfo, cop, properties, record);
+    const TraceScope scope;
+    return indexedSetPropInst(kHddClass, cInfo, cop, properties, record);
 }

@@ -1,5 +1,7 @@
 #include "classes/indexed.h"
 
+#include "runtime/trace.h"
+
 namespace {
 
 constexpr IndexedClass kIdeClass = {
@@ -17,17 +19,20 @@ constexpr IndexedClass kIdeClass = {
 CMPIStatus TAV_STRGIdeGetInstance(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                   const char **properties)
 {
-    return indexedGetInstance(kIdeClass, __func__, cInfo, rslt, cop, properties);
+    const TraceScope scope;
+    return indexedGetInstance(kIdeClass, cInfo, rslt, cop, properties);
 }
 
 CMPIStatus TAV_STRGIdeEnumInstances(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                     const char **properties)
 {
-    return indexedEnumInstances(kIdeClass, __func__, cInfo, rslt, cop, properties);
+    const TraceScope scope;
+    return indexedEnumInstances(kIdeClass, cInfo, rslt, cop, properties);
 }
 
 CMPIInstance *TAV_STRGIdeSetPropInst(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
                                      const StrgIdeRec *record)
 {
-    return indexedSetPropInst(kIdeClass, __func__, cInfo, cop, properties, record);
+    const TraceScope scope;
+    return indexedSetPropInst(kIdeClass, cInfo, cop, properties, record);
 }

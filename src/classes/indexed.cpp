@@ -1,11 +1,11 @@
 #include "classes/indexed.h"
 
 #include "classes/instance.h"
+#include "lifecycle/access.h"
 #include "runtime/holders.h"
 #include "runtime/request.h"
 #include "runtime/status.h"
 #include "runtime/trace.h"
-#include "lifecycle/access.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -36,70 +36,69 @@ struct Build {
     CMPIInstance *instance; // the caller's
 };
 
-CMPIStatus noData(const char *function, const CInfo *cInfo)
+CMPIStatus noData(const CInfo *cInfo)
 {
-    TRACE_AS(function, kFailure, "strgGetInstance() NoData Failure!!");
+    TRACE(kFailure, "strgGetInstance() NoData Failure!!");
     return statusWithChars(cInfo, CMPI_RC_ERR_NOT_FOUND, "NotFound Data");
 }
 
-CMPIStatus unread(const char *function, const CInfo *cInfo)
+CMPIStatus unread(const CInfo *cInfo)
 {
-    TRACE_AS(function, kFailure, "strgGetInstance() Failure!!");
+    TRACE(kFailure, "strgGetInstance() Failure!!");
     return failedCall(cInfo, "strgGetInstance");
 }
 
 // The records are gone since the store handed them out: with the last device of the kind, or with the store, which a
 // stop frees.
-CMPIStatus vanished(const char *function, const CInfo *cInfo, bool storeIsBuilt)
+CMPIStatus vanished(const CInfo *cInfo, bool storeIsBuilt)
 {
-    return storeIsBuilt ? noData(function, cInfo) : unread(function, cInfo);
+    return storeIsBuilt ? noData(cInfo) : unread(cInfo);
 }
 
 // Brings the class up to date and looks whether there is anything to answer with.
-CMPIStatus readClass(const IndexedClass &member, const char *function, const char *classIdName, const CInfo *cInfo,
-                     DatInfo &dat)
+CMPIStatus readClass(const IndexedClass &member, const char *classIdName, const CInfo *cInfo, DatInfo &dat)
 {
-    TRACE_AS(function, kDetail, "strgGetInstance(%s)", classIdName);
+    TRACE(kDetail, "strgGetInstance(%s)", classIdName);
     if (strgGetInstance(cInfo, member.classId, &dat) != 0 || lacksArray(dat)) {
-        return unread(function, cInfo);
+        return unread(cInfo);
     }
-    return dat.datNum > 0 ? CMPIStatus{CMPI_RC_OK, nullptr} : noData(function, cInfo);
+    return dat.datNum > 0 ? CMPIStatus{CMPI_RC_OK, nullptr} : noData(cInfo);
 }
 
-void traceRecord(const IndexedClass &member, const char *function, const DatInfo &dat, int i)
+void traceRecord(const IndexedClass &member, const DatInfo &dat, int i)
 {
-    TRACE_AS(function, kDetail, "%s[%d]->Index=[%d]", member.recordName, i, indexOf(recordAt(dat, i)));
+    TRACE(kDetail, "%s[%d]->Index=[%d]", member.recordName, i, indexOf(recordAt(dat, i)));
 }
 
-Build buildRecord(const IndexedClass &member, const char *function, const CInfo *cInfo, const CMPIObjectPath *cop,
-                  const char **properties, const void *record)
+Build buildRecord(const IndexedClass &member, const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
+                  const void *record)
 {
     CMPIInstance *const instance = member.setPropInst(cInfo, cop, properties, record);
     if (instance == nullptr) {
-        TRACE_AS(function, kFailure, "%s() Failure!!", member.setPropInstName);
+        TRACE(kFailure, "%s() Failure!!", member.setPropInstName);
         return {failedCall(cInfo, member.setPropInstName), nullptr};
     }
     return {{CMPI_RC_OK, nullptr}, instance};
 }
 
 // The record with the key, built while nobody can replace the array.
-Build buildByKey(const IndexedClass &member, const char *function, const CInfo *cInfo, const CMPIObjectPath *cop,
-                 const char **properties, int key, DatInfo dat)
+Build buildByKey(const IndexedClass &member, const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
+                 int key, DatInfo dat)
 {
     const RecordsReader reader(member.classId, dat);
     if (lacksArray(dat)) {
-        return {unread(function, cInfo), nullptr};
+        return {unread(cInfo), nullptr};
     }
     if (dat.datNum <= 0) {
-        return {vanished(function, cInfo, strgIsBuilt()), nullptr};
+        return {vanished(cInfo, strgIsBuilt()), nullptr};
     }
     for (int i = 0; i < dat.datNum; ++i) {
-        traceRecord(member, function, dat, i);
+        traceRecord(member, dat, i);
         if (indexOf(recordAt(dat, i)) == key) {
-            return buildRecord(member, function, cInfo, cop, properties, recordAt(dat, i));
+            return buildRecord(member, cInfo, cop, properties, recordAt(dat, i));
         }
     }
-    TRACE_AS(function, kDetail, "CMSetStatusWithChars() - CMPI_RC_ERR_INVALID_PARAMETER Index");
+    TRACE(kDetail, "CMSetStatusWithChars() - CMPI_RC_ERR_INVALID_PARAMETER Index");
     // Deliberate: an unknown key is an invalid parameter, not a missing object.
     return {statusWithChars(cInfo, CMPI_RC_ERR_INVALID_PARAMETER, "NotFound Index"), nullptr};
 }
@@ -136,93 +135,92 @@ private:
     HeapBlock<uint8_t> block_;
 };
 
-CMPIStatus getByKey(const IndexedClass &member, const char *function, const CInfo *cInfo, const CMPIResult *rslt,
-                    const CMPIObjectPath *cop, const char **properties)
+CMPIStatus getByKey(const IndexedClass &member, const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
+                    const char **properties)
 {
     const int key = getKeyIndex(cop);
     if (key <= 0) {
-        TRACE_AS(function, kFailure, "getKeyIndex() Failure!!");
+        TRACE(kFailure, "getKeyIndex() Failure!!");
         return failedCall(cInfo, "getKeyIndex");
     }
     DatInfo dat = {};
-    const CMPIStatus read = readClass(member, function, member.classIdName, cInfo, dat);
+    const CMPIStatus read = readClass(member, member.classIdName, cInfo, dat);
     if (read.rc != CMPI_RC_OK) {
         return read;
     }
-    const Build build = buildByKey(member, function, cInfo, cop, properties, key, dat);
+    const Build build = buildByKey(member, cInfo, cop, properties, key, dat);
     const CmpiHolder<CMPIInstance> instance(build.instance);
     if (build.status.rc != CMPI_RC_OK) {
         return build.status;
     }
-    const CMPIStatus returned = returnInstance(function, cInfo, rslt, instance.get());
+    const CMPIStatus returned = returnInstance(cInfo, rslt, instance.get());
     if (returned.rc == CMPI_RC_OK) {
-        returnDone(function, rslt);
+        returnDone(rslt);
     }
     return returned;
 }
 
-CMPIStatus enumerate(const IndexedClass &member, const char *function, const CInfo *cInfo, const CMPIResult *rslt,
-                     const CMPIObjectPath *cop, const char **properties)
+CMPIStatus enumerate(const IndexedClass &member, const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
+                     const char **properties)
 {
     DatInfo dat = {};
-    const CMPIStatus read = readClass(member, function, member.enumClassIdName, cInfo, dat);
+    const CMPIStatus read = readClass(member, member.enumClassIdName, cInfo, dat);
     if (read.rc != CMPI_RC_OK) {
         return read;
     }
     const RecordsCopy copy(member.classId, dat);
     const DatInfo &records = copy.get();
     if (lacksArray(records)) {
-        return unread(function, cInfo);
+        return unread(cInfo);
     }
     if (records.datNum <= 0) {
-        return vanished(function, cInfo, copy.storeIsBuilt());
+        return vanished(cInfo, copy.storeIsBuilt());
     }
     for (int i = 0; i < records.datNum; ++i) {
-        traceRecord(member, function, records, i);
-        const Build build = buildRecord(member, function, cInfo, cop, properties, recordAt(records, i));
+        traceRecord(member, records, i);
+        const Build build = buildRecord(member, cInfo, cop, properties, recordAt(records, i));
         const CmpiHolder<CMPIInstance> instance(build.instance);
         if (build.status.rc != CMPI_RC_OK) {
             return build.status; // deliberate: the result stays open after a failure
         }
-        const CMPIStatus returned = returnInstance(function, cInfo, rslt, instance.get());
+        const CMPIStatus returned = returnInstance(cInfo, rslt, instance.get());
         if (returned.rc != CMPI_RC_OK) {
             return returned;
         }
     }
-    returnDone(function, rslt);
+    returnDone(rslt);
     return {CMPI_RC_OK, nullptr};
 }
 
 // After the instance was made from the path: whether the key reaches the instance's own path is the broker's affair, so
 // it is set as a property too.
-void setKey(const char *function, CMPIObjectPath *path, CMPIInstance *instance, const void *record)
+void setKey(CMPIObjectPath *path, CMPIInstance *instance, const void *record)
 {
     char indexText[12];
     std::snprintf(indexText, sizeof indexText, "%d", indexOf(record));
     const auto *const indexValue = reinterpret_cast<const CMPIValue *>(indexText); // CMPI_chars: the text itself
-    TRACE_AS(function, kDetail, "CMAddKey() Index_str=[%s]", indexText);
+    TRACE(kDetail, "CMAddKey() Index_str=[%s]", indexText);
     path->ft->addKey(path, "Index", indexValue, CMPI_chars);
-    TRACE_AS(function, kDetail, "CMSetProperty() Index_str=[%s]", indexText);
+    TRACE(kDetail, "CMSetProperty() Index_str=[%s]", indexText);
     instance->ft->setProperty(instance, "Index", indexValue, CMPI_chars);
 }
 
 } // namespace
 
-CMPIStatus indexedGetInstance(const IndexedClass &member, const char *function, const CInfo *cInfo,
-                              const CMPIResult *rslt, const CMPIObjectPath *cop, const char **properties)
+CMPIStatus indexedGetInstance(const IndexedClass &member, const CInfo *cInfo, const CMPIResult *rslt,
+                              const CMPIObjectPath *cop, const char **properties)
 {
-    return tracedAnswer(function, cInfo, [&] { return getByKey(member, function, cInfo, rslt, cop, properties); });
+    return tracedAnswer(cInfo, [&] { return getByKey(member, cInfo, rslt, cop, properties); });
 }
 
-CMPIStatus indexedEnumInstances(const IndexedClass &member, const char *function, const CInfo *cInfo,
-                                const CMPIResult *rslt, const CMPIObjectPath *cop, const char **properties)
+CMPIStatus indexedEnumInstances(const IndexedClass &member, const CInfo *cInfo, const CMPIResult *rslt,
+                                const CMPIObjectPath *cop, const char **properties)
 {
-    return tracedAnswer(function, cInfo, [&] { return enumerate(member, function, cInfo, rslt, cop, properties); });
+    return tracedAnswer(cInfo, [&] { return enumerate(member, cInfo, rslt, cop, properties); });
 }
 
-CMPIInstance *indexedSetPropInst(const IndexedClass &member, const char *function, const CInfo *cInfo,
-                                 const CMPIObjectPath *cop, const char **properties, const void *record)
+CMPIInstance *indexedSetPropInst(const IndexedClass &member, const CInfo *cInfo, const CMPIObjectPath *cop,
+                                 const char **properties, const void *record)
 {
-    return buildInstance(function, cInfo, cop, properties, kClasses[member.classId], member.recordParam, record,
-                         setKey);
+    return buildInstance(cInfo, cop, properties, kClasses[member.classId], member.recordParam, record, setKey);
 }

@@ -14,9 +14,9 @@ struct IndexedClass {
     InstanceBuilder<void> *setPropInst;
 };
 
-CMPIStatus indexedGetInstance(const IndexedClass &member, const char *function, const CInfo *cInfo,
-                              const CMPIResult *rslt, const CMPIObjectPath *cop, const char **properties);
-CMPIStatus indexedEnumInstances(const IndexedClass &member, const char *function, const CInfo *cInfo,
-                                const CMPIResult *rslt, const CMPIObjectPath *cop, const char **properties);
-CMPIInstance *indexedSetPropInst(const IndexedClass &member, const char *function, const CInfo *cInfo,
-                                 const CMPIObjectPath *cop, const char **properties, const void *record);
+CMPIStatus indexedGetInstance(const IndexedClass &member, const CInfo *cInfo, const CMPIResult *rslt,
+                              const CMPIObjectPath *cop, const char **properties);
+CMPIStatus indexedEnumInstances(const IndexedClass &member, const CInfo *cInfo, const CMPIResult *rslt,
+                                const CMPIObjectPath *cop, const char **properties);
+CMPIInstance *indexedSetPropInst(const IndexedClass &member, const CInfo *cInfo, const CMPIObjectPath *cop,
+                                 const char **properties, const void *record);

@@ -2,39 +2,39 @@
 // serves; the objects made belong to the caller; null on failure, which was traced.
 #pragma once
 
+#include "records/records.h"
 #include "runtime/mode.h"
 #include "runtime/trace.h"
-#include "records/records.h"
 
 // Object path of a class in the namespace of cop.
-CMPIObjectPath *newPath(const char *function, const CInfo *cInfo, const CMPIObjectPath *cop, const char *className);
+CMPIObjectPath *newPath(const CInfo *cInfo, const CMPIObjectPath *cop, const char *className);
 // Instance of a path, without properties yet.
-CMPIInstance *newInstance(const char *function, const CInfo *cInfo, const CMPIObjectPath *path);
+CMPIInstance *newInstance(const CInfo *cInfo, const CMPIObjectPath *path);
 // Limits what is set from now on to the client's property list (null: everything). Whether that worked.
-bool limitProperties(const char *function, CMPIInstance *instance, const char **properties);
+bool limitProperties(CMPIInstance *instance, const char **properties);
 // Sets every published property of a class but its key, in order. A broker that refuses one is not heard: the instance
 // then lacks it.
-void setProperties(const char *function, CMPIInstance *instance, const ClassDesc &desc, const void *record);
+void setProperties(CMPIInstance *instance, const ClassDesc &desc, const void *record);
 
 // Sets the key of an instance that has one.
-using KeySetter = void(const char *function, CMPIObjectPath *path, CMPIInstance *instance, const void *record);
+using KeySetter = void(CMPIObjectPath *path, CMPIInstance *instance, const void *record);
 // The whole way from a record to an instance: checks, path, instance, filter, key, properties. recordParam names the
 // record in the trace of its absence.
-CMPIInstance *buildInstance(const char *function, const CInfo *cInfo, const CMPIObjectPath *cop,
-                            const char **properties, const ClassDesc &desc, const char *recordParam, const void *record,
+CMPIInstance *buildInstance(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
+                            const ClassDesc &desc, const char *recordParam, const void *record,
                             KeySetter *setKey = nullptr);
 
 // Frame of a GetInstance or EnumInstances handler: entry, check of cInfo, the answer, exit.
-template <class Answer> CMPIStatus tracedAnswer(const char *function, const CInfo *cInfo, Answer answer)
+template <class Answer> CMPIStatus tracedAnswer(const CInfo *cInfo, Answer answer)
 {
-    TRACE_AS(function, kDetail, "_IN_");
+    TRACE(kDetail, "_IN_");
     CMPIStatus status{CMPI_RC_ERR_FAILED, nullptr};
     if (cInfo == nullptr) {
-        TRACE_AS(function, kFailure, "param(cInfo) Failure!!");
+        TRACE(kFailure, "param(cInfo) Failure!!");
     } else {
         status = answer();
     }
-    return TRACED_AS(function, status, kDetail, "_OUT_");
+    return TRACED(status, kDetail, "_OUT_");
 }
 
 // Whether a class's descriptor contradicts itself: records, but no array.
@@ -47,7 +47,6 @@ inline bool lacksArray(const DatInfo &dat)
 CMPIStatus failedCall(const CInfo *cInfo, const char *call);
 
 // Returns the instance to the broker and traces; OK or "CMReturnInstance() FAILED".
-CMPIStatus returnInstance(const char *function, const CInfo *cInfo, const CMPIResult *rslt,
-                          const CMPIInstance *instance);
+CMPIStatus returnInstance(const CInfo *cInfo, const CMPIResult *rslt, const CMPIInstance *instance);
 // Closes the result and traces.
-void returnDone(const char *function, const CMPIResult *rslt);
+void returnDone(const CMPIResult *rslt);

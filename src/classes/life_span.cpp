@@ -1,5 +1,7 @@
 #include "classes/indexed.h"
 
+#include "runtime/trace.h"
+
 namespace {
 
 constexpr IndexedClass kLifeSpanClass = {
@@ -17,17 +19,20 @@ constexpr IndexedClass kLifeSpanClass = {
 CMPIStatus TAV_STRGLifeSpanGetInstance(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                        const char **properties)
 {
-    return indexedGetInstance(kLifeSpanClass, __func__, cInfo, rslt, cop, properties);
+    const TraceScope scope;
+    return indexedGetInstance(kLifeSpanClass, cInfo, rslt, cop, properties);
 }
 
 CMPIStatus TAV_STRGLifeSpanEnumInstances(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                          const char **properties)
 {
-    return indexedEnumInstances(kLifeSpanClass, __func__, cInfo, rslt, cop, properties);
+    const TraceScope scope;
+    return indexedEnumInstances(kLifeSpanClass, cInfo, rslt, cop, properties);
 }
 
 CMPIInstance *TAV_STRGLifeSpanSetPropInst(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
                                           const StrgLifeRec *record)
 {
-    return indexedSetPropInst(kLifeSpanClass, __func__, cInfo, cop, properties, record);
+    const TraceScope scope;
+    return indexedSetPropInst(kLifeSpanClass, cInfo, cop, properties, record);
 }

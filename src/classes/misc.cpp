@@ -1,5 +1,7 @@
 #include "classes/indexed.h"
 
+#include "runtime/trace.h"
+
 namespace {
 
 constexpr IndexedClass kMiscClass = {
@@ -17,17 +19,20 @@ constexpr IndexedClass kMiscClass = {
 CMPIStatus TAV_STRGMiscGetInstance(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                    const char **properties)
 {
-    return indexedGetInstance(kMiscClass, __func__, cInfo, rslt, cop, properties);
+    const TraceScope scope;
+    return indexedGetInstance(kMiscClass, cInfo, rslt, cop, properties);
 }
 
 CMPIStatus TAV_STRGMiscEnumInstances(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                      const char **properties)
 {
-    return indexedEnumInstances(kMiscClass, __func__, cInfo, rslt, cop, properties);
+    const TraceScope scope;
+    return indexedEnumInstances(kMiscClass, cInfo, rslt, cop, properties);
 }
 
 CMPIInstance *TAV_STRGMiscSetPropInst(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
                                       const StrgDevRec *record)
 {
-    return indexedSetPropInst(kMiscClass, __func__, cInfo, cop, properties, record);
+    const TraceScope scope;
+    return indexedSetPropInst(kMiscClass, cInfo, cop, properties, record);
 }

@@ -1,5 +1,7 @@
 #include "classes/indexed.h"
 
+#include "runtime/trace.h"
+
 namespace {
 
 constexpr IndexedClass kOptMemClass = {
@@ -17,17 +19,20 @@ constexpr IndexedClass kOptMemClass = {
 CMPIStatus TAV_STRGOptMemGetInstance(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                      const char **properties)
 {
-    return indexedGetInstance(kOptMemClass, __func__, cInfo, rslt, cop, properties);
+    const TraceScope scope;
+    return indexedGetInstance(kOptMemClass, cInfo, rslt, cop, properties);
 }
 
 CMPIStatus TAV_STRGOptMemEnumInstances(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                        const char **properties)
 {
-    return indexedEnumInstances(kOptMemClass, __func__, cInfo, rslt, cop, properties);
+    const TraceScope scope;
+    return indexedEnumInstances(kOptMemClass, cInfo, rslt, cop, properties);
 }
 
 CMPIInstance *TAV_STRGOptMemSetPropInst(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
                                         const StrgDevRec *record)
 {
-    return indexedSetPropInst(kOptMemClass, __func__, cInfo, cop, properties, record);
+    const TraceScope scope;
+    return indexedSetPropInst(kOptMemClass, cInfo, cop, properties, record);
 }

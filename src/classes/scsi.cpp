@@ -1,5 +1,7 @@
 #include "classes/indexed.h"
 
+#include "runtime/trace.h"
+
 namespace {
 
 constexpr IndexedClass kScsiClass = {
@@ -17,17 +19,20 @@ constexpr IndexedClass kScsiClass = {
 CMPIStatus TAV_STRGScsiGetInstance(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                    const char **properties)
 {
-    return indexedGetInstance(kScsiClass, __func__, cInfo, rslt, cop, properties);
+    const TraceScope scope;
+    return indexedGetInstance(kScsiClass, cInfo, rslt, cop, properties);
 }
 
 CMPIStatus TAV_STRGScsiEnumInstances(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                      const char **properties)
 {
-    return indexedEnumInstances(kScsiClass, __func__, cInfo, rslt, cop, properties);
+    const TraceScope scope;
+    return indexedEnumInstances(kScsiClass, cInfo, rslt, cop, properties);
 }
 
 CMPIInstance *TAV_STRGScsiSetPropInst(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
                                       const StrgScsiRec *record)
 {
-    return indexedSetPropInst(kScsiClass, __func__, cInfo, cop, properties, record);
+    const TraceScope scope;
+    return indexedSetPropInst(kScsiClass, cInfo, cop, properties, record);
 }

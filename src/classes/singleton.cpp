@@ -1,10 +1,10 @@
 #include "classes/singleton.h"
 
 #include "classes/instance.h"
+#include "lifecycle/access.h"
 #include "runtime/holders.h"
 #include "runtime/status.h"
 #include "runtime/trace.h"
-#include "lifecycle/access.h"
 
 namespace {
 
@@ -14,69 +14,69 @@ struct Build {
 };
 
 // Builds the instance while nobody can replace the record.
-Build buildSingleton(const SingletonClass &member, const char *function, const CInfo *cInfo, const CMPIObjectPath *cop,
+Build buildSingleton(const SingletonClass &member, const CInfo *cInfo, const CMPIObjectPath *cop,
                      const char **properties, DatInfo dat)
 {
     const RecordsReader reader(member.classId, dat);
     if (dat.datNum <= 0 || dat.datAdr == nullptr) {
-        TRACE_AS(function, kFailure, "strgGetInstance() Failure!!");
+        TRACE(kFailure, "strgGetInstance() Failure!!");
         return {failedCall(cInfo, "strgGetInstance"),
                 nullptr}; // gone since the store handed it out: most likely a stop
     }
     CMPIInstance *const instance = member.setPropInst(cInfo, cop, properties, dat.datAdr);
     if (instance == nullptr) {
-        TRACE_AS(function, kFailure, "%s() Failure!!", member.setPropInstName);
+        TRACE(kFailure, "%s() Failure!!", member.setPropInstName);
         return {failedCall(cInfo, member.setPropInstName), nullptr};
     }
     return {{CMPI_RC_OK, nullptr}, instance};
 }
 
-CMPIStatus answer(const SingletonClass &member, const char *function, const CInfo *cInfo, const CMPIResult *rslt,
-                  const CMPIObjectPath *cop, const char **properties)
+CMPIStatus answer(const SingletonClass &member, const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
+                  const char **properties)
 {
     DatInfo dat = {};
-    const CMPIStatus read = readSingleton(member, function, cInfo, dat);
+    const CMPIStatus read = readSingleton(member, cInfo, dat);
     if (read.rc != CMPI_RC_OK) {
         return read;
     }
-    const Build build = buildSingleton(member, function, cInfo, cop, properties, dat);
+    const Build build = buildSingleton(member, cInfo, cop, properties, dat);
     const CmpiHolder<CMPIInstance> instance(build.instance);
     if (build.status.rc != CMPI_RC_OK) {
         return build.status;
     }
-    const CMPIStatus returned = returnInstance(function, cInfo, rslt, instance.get());
+    const CMPIStatus returned = returnInstance(cInfo, rslt, instance.get());
     if (returned.rc == CMPI_RC_OK) {
-        returnDone(function, rslt);
+        returnDone(rslt);
     }
     return returned;
 }
 
 } // namespace
 
-CMPIStatus missingSingleton(const SingletonClass &member, const char *function, const CInfo *cInfo)
+CMPIStatus missingSingleton(const SingletonClass &member, const CInfo *cInfo)
 {
-    TRACE_AS(function, kFailure, "%s", member.noDataText);
+    TRACE(kFailure, "%s", member.noDataText);
     return statusWithChars(cInfo, CMPI_RC_ERR_NOT_FOUND, "NotFound Data");
 }
 
-CMPIStatus readSingleton(const SingletonClass &member, const char *function, const CInfo *cInfo, DatInfo &dat)
+CMPIStatus readSingleton(const SingletonClass &member, const CInfo *cInfo, DatInfo &dat)
 {
-    TRACE_AS(function, kDetail, "strgGetInstance(%s)", member.classIdName);
+    TRACE(kDetail, "strgGetInstance(%s)", member.classIdName);
     if (strgGetInstance(cInfo, member.classId, &dat) != 0 || lacksArray(dat)) {
-        TRACE_AS(function, kFailure, "strgGetInstance() Failure!!");
+        TRACE(kFailure, "strgGetInstance() Failure!!");
         return failedCall(cInfo, "strgGetInstance");
     }
-    return dat.datNum > 0 ? CMPIStatus{CMPI_RC_OK, nullptr} : missingSingleton(member, function, cInfo);
+    return dat.datNum > 0 ? CMPIStatus{CMPI_RC_OK, nullptr} : missingSingleton(member, cInfo);
 }
 
-CMPIStatus singletonGetInstance(const SingletonClass &member, const char *function, const CInfo *cInfo,
-                                const CMPIResult *rslt, const CMPIObjectPath *cop, const char **properties)
+CMPIStatus singletonGetInstance(const SingletonClass &member, const CInfo *cInfo, const CMPIResult *rslt,
+                                const CMPIObjectPath *cop, const char **properties)
 {
-    return tracedAnswer(function, cInfo, [&] { return answer(member, function, cInfo, rslt, cop, properties); });
+    return tracedAnswer(cInfo, [&] { return answer(member, cInfo, rslt, cop, properties); });
 }
 
-CMPIInstance *singletonSetPropInst(const SingletonClass &member, const char *function, const CInfo *cInfo,
-                                   const CMPIObjectPath *cop, const char **properties, const void *record)
+CMPIInstance *singletonSetPropInst(const SingletonClass &member, const CInfo *cInfo, const CMPIObjectPath *cop,
+                                   const char **properties, const void *record)
 {
-    return buildInstance(function, cInfo, cop, properties, kClasses[member.classId], member.recordParam, record);
+    return buildInstance(cInfo, cop, properties, kClasses[member.classId], member.recordParam, record);
 }

@@ -13,12 +13,12 @@ struct SingletonClass {
     InstanceBuilder<void> *setPropInst;
 };
 
-CMPIStatus singletonGetInstance(const SingletonClass &member, const char *function, const CInfo *cInfo,
-                                const CMPIResult *rslt, const CMPIObjectPath *cop, const char **properties);
-CMPIInstance *singletonSetPropInst(const SingletonClass &member, const char *function, const CInfo *cInfo,
-                                   const CMPIObjectPath *cop, const char **properties, const void *record);
+CMPIStatus singletonGetInstance(const SingletonClass &member, const CInfo *cInfo, const CMPIResult *rslt,
+                                const CMPIObjectPath *cop, const char **properties);
+CMPIInstance *singletonSetPropInst(const SingletonClass &member, const CInfo *cInfo, const CMPIObjectPath *cop,
+                                   const char **properties, const void *record);
 
 // Brings the class up to date and looks whether its record is there: OK, "strgGetInstance() FAILED" or "NotFound Data".
-CMPIStatus readSingleton(const SingletonClass &member, const char *function, const CInfo *cInfo, DatInfo &dat);
+CMPIStatus readSingleton(const SingletonClass &member, const CInfo *cInfo, DatInfo &dat);
 // The failure of a record that is not there.
-CMPIStatus missingSingleton(const SingletonClass &member, const char *function, const CInfo *cInfo);
+CMPIStatus missingSingleton(const SingletonClass &member, const CInfo *cInfo);

@@ -185,13 +185,14 @@ TEST_F(Singleton, AMissingRecordIsNotFound)
     const CInfo cInfo = {broker.handle(), request.context()};
     // A configuration without a record is a store that cannot be read; the answer for a record that is gone by the time
     // it is to be shown is the family's.
+    const TraceScope scope(config().getName);
     const CMPIStatus status = missingSingleton({.classId = 0,
                                                 .classIdName = "",
                                                 .noDataText = config().noData,
                                                 .recordParam = "",
                                                 .setPropInstName = "",
                                                 .setPropInst = nullptr},
-                                               config().getName, &cInfo);
+                                               &cInfo);
     EXPECT_EQ(status.rc, CMPI_RC_ERR_NOT_FOUND);
     EXPECT_TRUE(trace.has(kFailure, config().noData, config().getName));
 }

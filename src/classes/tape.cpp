@@ -1,5 +1,7 @@
 #include "classes/indexed.h"
 
+#include "runtime/trace.h"
+
 namespace {
 
 constexpr IndexedClass kTapeClass = {
@@ -17,17 +19,20 @@ constexpr IndexedClass kTapeClass = {
 CMPIStatus TAV_STRGTapeGetInstance(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                    const char **properties)
 {
-    return indexedGetInstance(kTapeClass, __func__, cInfo, rslt, cop, properties);
+    const TraceScope scope;
+    return indexedGetInstance(kTapeClass, cInfo, rslt, cop, properties);
 }
 
 CMPIStatus TAV_STRGTapeEnumInstances(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                      const char **properties)
 {
-    return indexedEnumInstances(kTapeClass, __func__, cInfo, rslt, cop, properties);
+    const TraceScope scope;
+    return indexedEnumInstances(kTapeClass, cInfo, rslt, cop, properties);
 }
 
 CMPIInstance *TAV_STRGTapeSetPropInst(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
                                       const StrgDevRec *record)
 {
-    return indexedSetPropInst(kTapeClass, __func__, cInfo, cop, properties, record);
+    const TraceScope scope;
+    return indexedSetPropInst(kTapeClass, cInfo, cop, properties, record);
 }

@@ -1,4 +1,5 @@
 #include "classes/singleton.h"
+#include "runtime/trace.h"
 
 namespace {
 
@@ -16,11 +17,13 @@ constexpr SingletonClass kTotalNumClass = {
 CMPIStatus TAV_STRGTotalNumGetInstance(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                        const char **properties)
 {
-    return singletonGetInstance(kTotalNumClass, __func__, cInfo, rslt, cop, properties);
+    const TraceScope scope;
+    return singletonGetInstance(kTotalNumClass, cInfo, rslt, cop, properties);
 }
 
 CMPIInstance *TAV_STRGTotalNumSetPropInst(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
                                           const StrgTnumRec *record)
 {
-    return singletonSetPropInst(kTotalNumClass, __func__, cInfo, cop, properties, record);
+    const TraceScope scope;
+    return singletonSetPropInst(kTotalNumClass, cInfo, cop, properties, record);
 }

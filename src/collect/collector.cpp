@@ -1,7 +1,7 @@
 #include "collect/collector.h"
 
-#include "collect/sequence.h"
 #include "collect/record_map.h"
+#include "collect/sequence.h"
 #include "devcmd/smart/smart_watch.h"
 #include "devcmd/transport/transport.h"
 
@@ -71,51 +71,51 @@ const CollectedClass kCollected[] = {
 };
 
 // Sets the command transport that the running kernel has: 0, or -1 when its version cannot be told.
-int chooseTransport(const char *function)
+int chooseTransport()
 {
     struct utsname kernel = {};
     if (::uname(&kernel) < 0) {
-        return TRACED_AS(function, -1, kDetail, "_OUT_ can't get the Kernel Version, stop the service.");
+        return TRACED(-1, kDetail, "_OUT_ can't get the Kernel Version, stop the service.");
     }
     const int order = CmpVersion(kernel.release, "2.6.9");
     if (order == -2) {
-        return TRACED_AS(function, -1, kDetail, "_OUT_ version comaparing failed, stop the service.");
+        return TRACED(-1, kDetail, "_OUT_ version comaparing failed, stop the service.");
     }
     if (order < 0) {
-        TRACE_AS(function, kDetail, "the kernel version < 2.6.9, use ioctl SCSI_IOCTL_SEND_COMMAND");
+        TRACE(kDetail, "the kernel version < 2.6.9, use ioctl SCSI_IOCTL_SEND_COMMAND");
     } else {
-        TRACE_AS(function, kDetail, "the kernel version >= 2.6.9, use ioctl SG_IO");
+        TRACE(kDetail, "the kernel version >= 2.6.9, use ioctl SG_IO");
     }
     use_sg_io = order < 0 ? 0 : 1;
     return 0;
 }
 
 // Count and array of one class: 0, or -1 when memory is short.
-int allocateRecords(const char *function, const CollectedClass &collected, DatInfo &dat)
+int allocateRecords(const CollectedClass &collected, DatInfo &dat)
 {
     dat.datNum = *collected.number;
     dat.datAdr = nullptr;
     if (dat.datNum >= 1) {
         dat.datAdr = memalloc(dat.datNum * static_cast<int32_t>(dat.datSize));
         if (dat.datAdr == nullptr) {
-            return TRACED_AS(function, -1, kFailure, "%s alloc Failure!!(%d*%d)", collected.tableName,
-                             static_cast<int32_t>(dat.datSize), dat.datNum);
+            return TRACED(-1, kFailure, "%s alloc Failure!!(%d*%d)", collected.tableName,
+                          static_cast<int32_t>(dat.datSize), dat.datNum);
         }
     }
-    return TRACED_AS(function, 0, kDetail, "datCur[%s] datNum=[%d] datAdr=[%p]", collected.word, dat.datNum,
-                     dat.datAdr);
+    return TRACED(0, kDetail, "datCur[%s] datNum=[%d] datAdr=[%p]", collected.word, dat.datNum, dat.datAdr);
 }
 
 } // namespace
 
 int strgGetCurrentInfo(int smartmode, DatInfo *descriptors)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ smartmode=[%d]", smartmode);
     g_SmartMode = smartmode;
     if (descriptors == nullptr) {
         return TRACED(-1, kDetail, "_OUT_ param(descriptors) Failure!!");
     }
-    if (chooseTransport(__func__) < 0) {
+    if (chooseTransport() < 0) {
         return -1;
     }
 
@@ -126,7 +126,7 @@ int strgGetCurrentInfo(int smartmode, DatInfo *descriptors)
         return TRACED(-1, kDetail, "_OUT_ ret=[TAV_FALSE]");
     }
     for (const CollectedClass &collected : kCollected) {
-        if (allocateRecords(__func__, collected, descriptors[collected.id]) < 0) {
+        if (allocateRecords(collected, descriptors[collected.id]) < 0) {
             collection.release();
             return TRACED(-1, kDetail, "_OUT_ ret=[TAV_FALSE]");
         }

@@ -31,6 +31,7 @@ bool builderFailed(int result, int32_t status)
 
 int GetSCSIAndIDEInfoListFromProc()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     resetLists();
 
@@ -58,6 +59,7 @@ int GetSCSIAndIDEInfoListFromProc()
 
 void FreeSCSIAndIDEInfoListFromProc()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     FreeSCSIDeviceInfo(&g_SCSIDeviceInfo);
     FreeSCSIControllerTypeDetailInfo(&g_SCSIControllerTypeDetail);

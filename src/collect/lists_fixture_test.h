@@ -1,11 +1,11 @@
 // Discovery lists made by hand, and machines, for the tests of the tables.
 #pragma once
 
-#include "collect/sequence.h"
-#include "collect/discovery_lists.h"
 #include "collect/controllers/controller_tables.h"
 #include "collect/devices/device_tables.h"
+#include "collect/discovery_lists.h"
 #include "collect/inf/noscsi_inf.h"
+#include "collect/sequence.h"
 #include "runtime/field_text.h"
 #include "support/trace_recorder.h"
 

@@ -1,12 +1,13 @@
 #include "collect/sequence.h"
 
-#include "collect/discovery_lists.h"
 #include "collect/controllers/controller_build.h"
 #include "collect/devices/device_build.h"
+#include "collect/discovery_lists.h"
 #include "runtime/trace.h"
 
 int DllMain()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (GetSCSIAndIDEInfoListFromProc() < 0) {
         return TRACED(-1, kDetail, "_OUT_ GetSCSIAndIDEInfoListFromProc() failed, leafstrg initialize failed.");

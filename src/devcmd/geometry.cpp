@@ -16,28 +16,28 @@ int32_t sector_size = kKernelSector;
 namespace {
 
 // Traces in the name of the function that asks.
-std::optional<uint64_t> readKernelSectors(const char *asker, int fd)
+std::optional<uint64_t> readKernelSectors(int fd)
 {
     unsigned long sectors = 0;
     if (::ioctl(fd, BLKGETSIZE, &sectors) < 0) {
         const int error = errno;
-        TRACE_AS(asker, kFailure, "ioctl BLKGETSIZE error:Error info: %s", ErrorText(error).text());
+        TRACE(kFailure, "ioctl BLKGETSIZE error:Error info: %s", ErrorText(error).text());
         return std::nullopt;
     }
     return sectors;
 }
 
-HeadsAndSectors readHeadsAndSectors(const char *asker, int fd)
+HeadsAndSectors readHeadsAndSectors(int fd)
 {
     hd_geometry geometry{};
     if (::ioctl(fd, HDIO_GETGEO, &geometry) < 0) {
         const int error = errno;
-        TRACE_AS(asker, kFailure, "ioctl HDIO_GETGEO error:Error info: %s", ErrorText(error).text());
+        TRACE(kFailure, "ioctl HDIO_GETGEO error:Error info: %s", ErrorText(error).text());
         return {0, 0};
     }
     const HeadsAndSectors chs{geometry.heads, geometry.sectors};
     if (!isUsable(chs)) {
-        TRACE_AS(asker, kFailure, "ioctl HDIO_GETGEO error:Error info: %s", "no heads or no sectors");
+        TRACE(kFailure, "ioctl HDIO_GETGEO error:Error info: %s", "no heads or no sectors");
     }
     return chs;
 }
@@ -54,6 +54,7 @@ void setGeometry(HardDiskEntry &disk, uint64_t cylinders, uint64_t heads, uint64
 
 int get_sectorsize(int fd)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ fd=[%d]", fd);
     if (fd == -1) {
         return TRACED(0, kFailure, "_OUT_ fd == -1");
@@ -67,6 +68,7 @@ int get_sectorsize(int fd)
 
 int get_kernel_geometry(int fd, StrgGeoInfo *geo)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ fd=[%d]", fd);
     if (fd == -1) {
         return TRACED(-1, kFailure, "_OUT_ fd == -1");
@@ -85,6 +87,7 @@ int get_kernel_geometry(int fd, StrgGeoInfo *geo)
 
 uint64_t disksize(int fd)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ fd=[%d]", fd);
     if (fd == -1) {
         return TRACED(0, kFailure, "_OUT_ fd == -1");
@@ -104,6 +107,7 @@ uint64_t disksize(int fd)
 
 int GetGeoFromKernel(const char *path, StrgGeoInfo *geo)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ device=[%s]", path == nullptr ? "NULL" : path);
     if (path == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ device is NULL");
@@ -139,6 +143,7 @@ int GetGeoFromKernel(const char *path, StrgGeoInfo *geo)
 
 void GetGeometry(int fd, GeometryTriple *geometry)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ fd=[%d]", fd);
     if (geometry == nullptr) {
         TRACE(kFailure, "_OUT_ param(geometry) Failure!!");
@@ -149,8 +154,8 @@ void GetGeometry(int fd, GeometryTriple *geometry)
     } else {
         TRACE(kFailure, "_OUT_ get_sectorsize() failed");
     }
-    const std::optional<uint64_t> kernelSectors = readKernelSectors(__func__, fd);
-    const HeadsAndSectors chs = readHeadsAndSectors(__func__, fd);
+    const std::optional<uint64_t> kernelSectors = readKernelSectors(fd);
+    const HeadsAndSectors chs = readHeadsAndSectors(fd);
     *geometry = makeGeometry(kernelSectors, chs, sectorFactor(sector_size));
     TRACE(kDetail, "[geometryContent] heads=[%u] sectors=[%u] cylinders=[%u]", geometry->heads, geometry->sectors,
           geometry->cylinders);
@@ -159,6 +164,7 @@ void GetGeometry(int fd, GeometryTriple *geometry)
 
 int GetSCSIHDGeometry(const char *path, HardDiskEntry *disk)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ path=[%s]", path == nullptr ? "NULL" : path);
     if (path == nullptr || disk == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ (-1)");

@@ -1,7 +1,7 @@
 #include "devcmd/geometry.h"
 
-#include "devcmd/ioctl_double_test.h"
 #include "devcmd/chs.h"
+#include "devcmd/ioctl_double_test.h"
 #include "devcmd/open_device.h"
 #include "support/trace_recorder.h"
 

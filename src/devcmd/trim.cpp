@@ -17,6 +17,7 @@ std::string_view withoutSpace(std::string_view text)
 
 void del_space(char *text)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (text == nullptr) {
         TRACE(kFailure, "_OUT_ param(text) Failure!!");

@@ -2,8 +2,8 @@
 
 #include "devcmd/open_device.h"
 #include "endurance/endurance_parse.h"
-#include "runtime/holders.h"
 #include "runtime/field_text.h"
+#include "runtime/holders.h"
 #include "runtime/trace.h"
 
 #include <cstdio>
@@ -15,33 +15,32 @@ uint16_t g_M2SSDEndu = 0;
 
 namespace {
 
-void addEntry(const char *function, const M2SSDInf &entry)
+void addEntry(const M2SSDInf &entry)
 {
     g_M2SSDInf[g_M2SSDCnt] = entry;
-    TRACE_AS(function, kDetail,
-             "g_M2SSDCnt[%d] model=[%.16s] attid=[%d] max=[%d] lv5=[%d] lv4=[%d] lv3=[%d] lv2=[%d] min=[%d] ",
-             g_M2SSDCnt, g_M2SSDInf[g_M2SSDCnt].model, entry.attid, entry.max, entry.lv5, entry.lv4, entry.lv3,
-             entry.lv2, entry.min);
+    TRACE(kDetail, "g_M2SSDCnt[%d] model=[%.16s] attid=[%d] max=[%d] lv5=[%d] lv4=[%d] lv3=[%d] lv2=[%d] min=[%d] ",
+          g_M2SSDCnt, g_M2SSDInf[g_M2SSDCnt].model, entry.attid, entry.max, entry.lv5, entry.lv4, entry.lv3, entry.lv2,
+          entry.min);
     ++g_M2SSDCnt;
 }
 
 // A line as it was read, in the terms of the table. Traced without what ends it.
-void takeLine(const char *function, EnduranceLines &lines, char (&text)[kM2SSDLineBuffer])
+void takeLine(EnduranceLines &lines, char (&text)[kM2SSDLineBuffer])
 {
     text[withoutBreaks(text).size()] = '\0';
     M2SSDInf entry = {};
     switch (lines.take(text, entry)) {
     case TableLine::empty:
-        TRACE_AS(function, kDetail, "fgets line len 0 continue .");
+        TRACE(kDetail, "fgets line len 0 continue .");
         break;
     case TableLine::sectionEnds:
-        TRACE_AS(function, kDetail, "  read data is next section. line=[%s].", text);
+        TRACE(kDetail, "  read data is next section. line=[%s].", text);
         break;
     case TableLine::otherFields:
-        TRACE_AS(function, kDetail, "  read data continue. line=[%s].", text);
+        TRACE(kDetail, "  read data continue. line=[%s].", text);
         break;
     case TableLine::entry:
-        addEntry(function, entry);
+        addEntry(entry);
         break;
     case TableLine::outside:
     case TableLine::sectionBegins:
@@ -81,6 +80,7 @@ const M2SSDInf *findM2SSD(const M2SSDInf *table, int32_t count, const char *mode
 
 void strgGetInfFile()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (g_M2SSDCnt != 0) {
         TRACE(kDetail, "_OUT_ g_M2SSDCnt is not 0");
@@ -98,7 +98,7 @@ void strgGetInfFile()
     EnduranceLines lines;
     char text[kM2SSDLineBuffer];
     while (g_M2SSDCnt < kMaxM2SSD && lines.more() && std::fgets(text, sizeof text, file.get()) != nullptr) {
-        takeLine(__func__, lines, text);
+        takeLine(lines, text);
     }
     TRACE(kDetail, "_OUT_ g_M2SSDCnt=[%d]", g_M2SSDCnt);
 }

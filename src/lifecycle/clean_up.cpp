@@ -1,9 +1,9 @@
 // What happens to the store when the broker unloads the provider or stops.
+#include "lifecycle/access.h"
+#include "lifecycle/gate.h"
 #include "monitor/monitor.h"
 #include "runtime/status.h"
 #include "runtime/trace.h"
-#include "lifecycle/access.h"
-#include "lifecycle/gate.h"
 
 #include <mutex>
 
@@ -14,11 +14,11 @@ std::mutex cleaning;
 
 constexpr CMPIStatus kOk = {CMPI_RC_OK, nullptr};
 
-CMPIStatus failed(const CInfo *cInfo, const char *trace, const char *message, const char *function)
+CMPIStatus failed(const CInfo *cInfo, const char *trace, const char *message)
 {
-    TRACE_AS(function, kFailure, "%s", trace);
+    TRACE(kFailure, "%s", trace);
     const CMPIStatus status = statusWithChars(cInfo, CMPI_RC_ERR_FAILED, message);
-    return TRACED_AS(function, status, kDetail, "_OUT_ rc=[CMPI_RC_ERR_FAILED]");
+    return TRACED(status, kDetail, "_OUT_ rc=[CMPI_RC_ERR_FAILED]");
 }
 
 // Waits for a store under construction: when the broker stops, as long as slow disks may take, since what is built
@@ -43,61 +43,61 @@ bool releaseWhereNothingIsBuilt()
     return true;
 }
 
-CMPIStatus cleanUpNonService(const CInfo *cInfo, bool terminating, const char *function)
+CMPIStatus cleanUpNonService(const CInfo *cInfo, bool terminating)
 {
     // A store under construction is neither saved nor freed: the file would be overwritten with what is not there yet.
     awaitInitialisation(terminating);
     while (gst_first == 0) {
         if (releaseWhereNothingIsBuilt()) {
-            return TRACED_AS(function, kOk, kDetail, "_OUT_ rc=[CMPI_RC_OK] Already CleanUp.");
+            return TRACED(kOk, kDetail, "_OUT_ rc=[CMPI_RC_OK] Already CleanUp.");
         }
         awaitInitialisation(terminating);
     }
     if (gst_first == 1) {
-        return failed(cInfo, "strgSetInstance Failure!!", "strgSetInstance() Failure!!", function);
+        return failed(cInfo, "strgSetInstance Failure!!", "strgSetInstance() Failure!!");
     }
-    TRACE_AS(function, kDetail, "strgSetInstance()");
+    TRACE(kDetail, "strgSetInstance()");
     if (strgSetInstance(cInfo) != 0) {
-        return failed(cInfo, "strgSetInstance Failure!!", "strgSetInstance() Failure!!", function);
+        return failed(cInfo, "strgSetInstance Failure!!", "strgSetInstance() Failure!!");
     }
-    TRACE_AS(function, kDetail, "strgFreeInstance()");
+    TRACE(kDetail, "strgFreeInstance()");
     if (strgFreeInstance(cInfo) != 0) {
-        return failed(cInfo, "strgFreeInstance Failure!!", "strgFreeInstance() Failure!!", function);
+        return failed(cInfo, "strgFreeInstance Failure!!", "strgFreeInstance() Failure!!");
     }
-    strgDestroyLocks(function);
+    strgDestroyLocks();
     int32_t built = 2; // a stop may have said so before, and a request begun anew
     gst_first.compare_exchange_strong(built, 0);
-    return TRACED_AS(function, kOk, kDetail, "_OUT_");
+    return TRACED(kOk, kDetail, "_OUT_");
 }
 
-CMPIStatus cleanUpService(const CInfo *cInfo, bool terminating, const char *function)
+CMPIStatus cleanUpService(const CInfo *cInfo, bool terminating)
 {
     const std::lock_guard held(g_threadControl); // no thread starts between the look and what follows from it
     if (getThreadSts(&gst_thid) != 1) {
-        TRACE_AS(function, kDetail, "ServiceMode but Non-Thread.");
+        TRACE(kDetail, "ServiceMode but Non-Thread.");
         forgetDeadThread();
         awaitInitialisation(terminating);
         if (strgFreeInstance(cInfo) != 0) {
-            TRACE_AS(function, kFailure, "fsFreeInstance() Failure!!");
+            TRACE(kFailure, "fsFreeInstance() Failure!!");
         }
-        return TRACED_AS(function, kOk, kDetail, "_OUT_ rc=[CMPI_RC_OK]");
+        return TRACED(kOk, kDetail, "_OUT_ rc=[CMPI_RC_OK]");
     }
     if (terminating) {
-        TRACE_AS(function, kDetail, "CleanUp Exit SFCB.");
+        TRACE(kDetail, "CleanUp Exit SFCB.");
         strgExitThread(cInfo);
-        return TRACED_AS(function, kOk, kDetail, "_OUT_ rc=[CMPI_RC_OK]");
+        return TRACED(kOk, kDetail, "_OUT_ rc=[CMPI_RC_OK]");
     }
-    TRACE_AS(function, kDetail, "CleanUp TimeOut.");
+    TRACE(kDetail, "CleanUp TimeOut.");
     const CMPIStatus status = statusWithChars(cInfo, CMPI_RC_DO_NOT_UNLOAD, "MonitorThread is Running!!");
-    return TRACED_AS(function, status, kDetail, "_OUT_ rc=[CMPI_RC_DO_NOT_UNLOAD]");
+    return TRACED(status, kDetail, "_OUT_ rc=[CMPI_RC_DO_NOT_UNLOAD]");
 }
 
 } // namespace
 
 CMPIStatus strgCleanUpProvider(const CInfo *cInfo, bool terminating)
 {
+    const TraceScope scope;
     const std::lock_guard held(cleaning);
     TRACE(kDetail, "_IN_");
-    return getServiceMode(cInfo) == 1 ? cleanUpService(cInfo, terminating, __func__)
-                                      : cleanUpNonService(cInfo, terminating, __func__);
+    return getServiceMode(cInfo) == 1 ? cleanUpService(cInfo, terminating) : cleanUpNonService(cInfo, terminating);
 }

@@ -1,6 +1,6 @@
+#include "lifecycle/access.h"
 #include "monitor/monitor.h"
 #include "store/store_fixture_test.h"
-#include "lifecycle/access.h"
 
 #include <atomic>
 #include <chrono>

@@ -1,58 +1,58 @@
 // Bringing one class up to date and handing it out.
+#include "lifecycle/access.h"
 #include "monitor/monitor.h"
 #include "runtime/trace.h"
 #include "store/arrays.h"
-#include "lifecycle/access.h"
 
 #include <cstdlib>
 #include <optional>
 
 namespace {
 
-bool reload(const CInfo *cInfo, int classId, const char *function)
+bool reload(const CInfo *cInfo, int classId)
 {
-    TRACE_AS(function, kDetail, "setShmToInst(%d)", classId);
+    TRACE(kDetail, "setShmToInst(%d)", classId);
     if (setShmToInst(cInfo, &shmSt[classId], &instSt[classId]) != 0) {
-        return TRACED_AS(function, false, kFailure, "_OUT_ setShmToInst(%d) Failure!!", classId);
+        return TRACED(false, kFailure, "_OUT_ setShmToInst(%d) Failure!!", classId);
     }
     return true;
 }
 
 // The monitoring thread keeps the segments current.
-bool reloadFromThread(const CInfo *cInfo, int classId, const char *function)
+bool reloadFromThread(const CInfo *cInfo, int classId)
 {
     if (segmentNow(shmSt[classId]).num > 0) {
-        if (!reload(cInfo, classId, function)) {
+        if (!reload(cInfo, classId)) {
             return false;
         }
     } else {
-        TRACE_AS(function, kDetail, "shmSt[%d].shmNum=0", classId);
+        TRACE(kDetail, "shmSt[%d].shmNum=0", classId);
         std::free(takeRecordsWithoutSegment(instSt[classId], shmSt[classId]));
     }
-    TRACE_AS(function, kDetail, "- return TRUE classID=[%d]-", classId);
+    TRACE(kDetail, "- return TRUE classID=[%d]-", classId);
     strgLogDumpInstanceDat(classId, instSt);
     return true;
 }
 
 // Configuration that another process of the broker changed becomes visible.
-bool reloadConfig(const CInfo *cInfo, const char *function)
+bool reloadConfig(const CInfo *cInfo)
 {
-    if (!reload(cInfo, TAV_CID_STRG_CONF, function)) {
+    if (!reload(cInfo, TAV_CID_STRG_CONF)) {
         return false;
     }
-    TRACE_AS(function, kDetail, "- return Config -");
+    TRACE(kDetail, "- return Config -");
     strgLogDumpInstanceDat(TAV_CID_STRG_CONF, instSt);
     return true;
 }
 
 // The result that the caller gets together with the records, or nothing when it gets none; then the failure is traced.
-std::optional<int> bringUpToDate(const CInfo *cInfo, int classId, const char *function)
+std::optional<int> bringUpToDate(const CInfo *cInfo, int classId)
 {
     if (getServiceMode(cInfo) == 1 && getThreadSts(&gst_thid) == 1) {
-        return reloadFromThread(cInfo, classId, function) ? std::optional(0) : std::nullopt;
+        return reloadFromThread(cInfo, classId) ? std::optional(0) : std::nullopt;
     }
     if (classId == TAV_CID_STRG_CONF) {
-        return reloadConfig(cInfo, function) ? std::optional(0) : std::nullopt;
+        return reloadConfig(cInfo) ? std::optional(0) : std::nullopt;
     }
     return strgCheckConfigChange(cInfo);
 }
@@ -70,6 +70,7 @@ bool handOut(int classId, DatInfo &dat)
 
 int strgGetInstance(const CInfo *cInfo, int classId, DatInfo *datInfo)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (classId < 0 || classId >= TAV_CID_STRG_MAX) {
         return TRACED(-1, kFailure, "_OUT_ param(classID) Failure!!");
@@ -80,7 +81,7 @@ int strgGetInstance(const CInfo *cInfo, int classId, DatInfo *datInfo)
     if (nonsrvMutexLock(cInfo, &instMutexSt.mutex) != 0) {
         return TRACED(-1, kFailure, "_OUT_ nonsrvMutexLock(instMutexSt) Failure!!");
     }
-    const std::optional<int> ret = bringUpToDate(cInfo, classId, __func__);
+    const std::optional<int> ret = bringUpToDate(cInfo, classId);
     if (!ret) {
         mutexUnlock(&instMutexSt.mutex);
         return -1;

@@ -1,12 +1,12 @@
 // Building the store, once, on the first request.
 #include "collect/collector.h"
 #include "endurance/endurance.h"
+#include "lifecycle/access.h"
+#include "lifecycle/gate.h"
 #include "monitor/monitor.h"
 #include "runtime/holders.h"
 #include "runtime/memory.h"
 #include "store/arrays.h"
-#include "lifecycle/access.h"
-#include "lifecycle/gate.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -35,11 +35,11 @@ bool allocateSingle(int id)
     return record != nullptr;
 }
 
-void initLocks(const char *function)
+void initLocks()
 {
     renewMutex(instMutexSt); // a stop or a cleanup may have destroyed it
     for (int id = 0; id < TAV_CID_STRG_MAX; ++id) {
-        TRACE_AS(function, kDetail, "pthread_mutex_init(%d)", id);
+        TRACE(kDetail, "pthread_mutex_init(%d)", id);
         renewMutex(shmSt[id].mutex);
     }
 }
@@ -71,21 +71,21 @@ void forgetSavedState()
     changeRecords<StrgTnumRec>(instSt[TAV_CID_STRG_TNUM], [](StrgTnumRec &totals) { totals = {}; });
 }
 
-bool loadSavedState(const char *function)
+bool loadSavedState()
 {
-    TRACE_AS(function, kDetail, "fopen-check[%s]", kSavedStateFile);
+    TRACE(kDetail, "fopen-check[%s]", kSavedStateFile);
     FilePtr file(openSavedState());
-    TRACE_AS(function, kDetail, "fp=[%p]", static_cast<void *>(file.get()));
+    TRACE(kDetail, "fp=[%p]", static_cast<void *>(file.get()));
     if (!file) {
-        TRACE_AS(function, kDetail, "strgGetBinFile() Not read");
+        TRACE(kDetail, "strgGetBinFile() Not read");
         return false;
     }
-    TRACE_AS(function, kDetail, "strgGetBinFile()");
+    TRACE(kDetail, "strgGetBinFile()");
     const int ret = strgGetBinFile(file.get(), instSt);
-    TRACE_AS(function, kDetail, "fclose");
+    TRACE(kDetail, "fclose");
     static_cast<void>(file.close());
     if (ret != 0) {
-        TRACE_AS(function, kDetail, "strgGetBinFile() Not read");
+        TRACE(kDetail, "strgGetBinFile() Not read");
         forgetSavedState();
         return false;
     }
@@ -93,12 +93,12 @@ bool loadSavedState(const char *function)
 }
 
 // The first collection goes into descriptors of its own, so that the store never shows a part of it.
-int collectFirst(const char *function)
+int collectFirst()
 {
-    TRACE_AS(function, kDetail, "strgGetCurrentInfo()");
+    TRACE(kDetail, "strgGetCurrentInfo()");
     OwnedRecords collected;
     if (strgGetCurrentInfo(gst_SmartMode, collected.dat) != 0) {
-        return TRACED_AS(function, -1, kFailure, "_OUT_ strgGetCurrentInfo() Failure!!");
+        return TRACED(-1, kFailure, "_OUT_ strgGetCurrentInfo() Failure!!");
     }
     for (int id = TAV_CID_STRG_CTRL; id < TAV_CID_STRG_MAX; ++id) {
         const int32_t num = collected.dat[id].datNum;
@@ -112,13 +112,13 @@ int collectFirst(const char *function)
     return 0;
 }
 
-int publishFirst(const CInfo *cInfo, const char *function)
+int publishFirst(const CInfo *cInfo)
 {
-    TRACE_AS(function, kDetail, "shmNew(%d,%s)", TAV_CID_STRG_LIFE, kShmKeyFileBase);
+    TRACE(kDetail, "shmNew(%d,%s)", TAV_CID_STRG_LIFE, kShmKeyFileBase);
     if (shmNew(cInfo, TAV_CID_STRG_LIFE, kShmKeyFileBase, instSt, shmSt) != 0) {
-        return TRACED_AS(function, -1, kFailure, "_OUT_ shmNew() Failure!!");
+        return TRACED(-1, kFailure, "_OUT_ shmNew() Failure!!");
     }
-    return strgPublishAll(cInfo, function);
+    return strgPublishAll(cInfo);
 }
 
 } // namespace
@@ -140,6 +140,7 @@ int strgInitStoreMutex()
 
 int strgInitProvider(const CInfo *cInfo)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ gst_first=[%d]", gst_first.load());
     int waits = 0;
     for (int32_t state = 1; state != 0;) {
@@ -160,6 +161,7 @@ int strgInitProvider(const CInfo *cInfo)
 
 int strgInitInstance(const CInfo *cInfo)
 {
+    const TraceScope scope;
     const std::lock_guard held(g_collectionLock);
     TRACE(kDetail, "_IN_");
     releaseEarlierBuild();
@@ -170,15 +172,15 @@ int strgInitInstance(const CInfo *cInfo)
     if (!allocateSingle(TAV_CID_STRG_TNUM)) {
         return TRACED(-1, kFailure, "_OUT_ StrgTnum alloc Failure!!");
     }
-    initLocks(__func__);
+    initLocks();
     strgGetInfFile();
-    if (!loadSavedState(__func__) && collectFirst(__func__) != 0) {
+    if (!loadSavedState() && collectFirst() != 0) {
         return -1;
     }
     strgTakeConfig();
     TRACE(kDetail, "- to shm -");
     strgLogDumpInstanceDat(99, instSt);
-    if (publishFirst(cInfo, __func__) != 0) {
+    if (publishFirst(cInfo) != 0) {
         return -1;
     }
     return TRACED(0, kDetail, "_OUT_");

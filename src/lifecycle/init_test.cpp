@@ -1,5 +1,5 @@
-#include "store/store_fixture_test.h"
 #include "lifecycle/access.h"
+#include "store/store_fixture_test.h"
 #include "support/lock_at.h"
 
 #include <atomic>

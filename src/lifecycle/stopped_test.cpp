@@ -1,6 +1,6 @@
 // A request that meets a stop: the store is being freed, or built anew, while it reads.
-#include "store/store_fixture_test.h"
 #include "lifecycle/access.h"
+#include "store/store_fixture_test.h"
 
 #include <atomic>
 #include <thread>

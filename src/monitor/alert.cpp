@@ -111,15 +111,15 @@ bool hasScsiAddress(const alertDiskSt &disk)
 }
 
 // Type, method and strings of an event; false for one that is not sent.
-bool describeEvent(uint32_t eventId, const alertDiskSt *disk, Alert &alert, const char *function)
+bool describeEvent(uint32_t eventId, const alertDiskSt *disk, Alert &alert)
 {
     if (eventId == TAV_ALERTID_CONFIG_CHANGE) {
-        TRACE_AS(function, kDetail, "evId=[TAV_ALERTID_CONFIG_CHANGE]");
+        TRACE(kDetail, "evId=[TAV_ALERTID_CONFIG_CHANGE]");
         alert.type = kInformation;
         return true;
     }
     if (eventId == TAV_ALERTID_SMART_ERROR) {
-        TRACE_AS(function, kDetail, "evId=[TAV_ALERTID_SMART_ERROR]");
+        TRACE(kDetail, "evId=[TAV_ALERTID_SMART_ERROR]");
         alert.type = kWarning;
         if (disk != nullptr) {
             hasScsiAddress(*disk) ? describeScsi(alert, *disk) : describeIde(alert, *disk);
@@ -127,7 +127,7 @@ bool describeEvent(uint32_t eventId, const alertDiskSt *disk, Alert &alert, cons
         return disk != nullptr;
     }
     if (const EventKind *const kind = findLifeSpan(eventId)) {
-        TRACE_AS(function, kDetail, "evId=[TAV_ALERTID_LIFESPAN]");
+        TRACE(kDetail, "evId=[TAV_ALERTID_LIFESPAN]");
         alert.type = kind->type;
         alert.method = kind->method;
         if (disk != nullptr) {
@@ -138,27 +138,28 @@ bool describeEvent(uint32_t eventId, const alertDiskSt *disk, Alert &alert, cons
     return false;
 }
 
-void traceAlert(const Alert &alert, const char *function)
+void traceAlert(const Alert &alert)
 {
     for (size_t i = 0; i < kMaxStrings; ++i) {
         const char *const text = alert.strings[i];
-        TRACE_AS(function, kDetail, "cpParam[%d]=[%s]", static_cast<int>(i), text == nullptr ? "NULL" : text);
+        TRACE(kDetail, "cpParam[%d]=[%s]", static_cast<int>(i), text == nullptr ? "NULL" : text);
     }
-    TRACE_AS(function, kDetail, "cntParam=[%d]", alert.count);
-    TRACE_AS(function, kDetail, "evType=[%d]", alert.type);
-    TRACE_AS(function, kDetail, "method=[%d]", alert.method);
+    TRACE(kDetail, "cntParam=[%d]", alert.count);
+    TRACE(kDetail, "evType=[%d]", alert.type);
+    TRACE(kDetail, "method=[%d]", alert.method);
 }
 
 } // namespace
 
 int strgPutAlert(uint32_t eventId, const alertDiskSt *disk)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ evId=[0x%08x]", eventId);
     Alert alert;
-    if (!describeEvent(eventId, disk, alert, __func__)) {
+    if (!describeEvent(eventId, disk, alert)) {
         return TRACED(-1, kDetail, "_OUT_ ret=[%d]", -1);
     }
-    traceAlert(alert, __func__);
+    traceAlert(alert);
     const int ret = TAVSendIndication(kSourceName, eventId, alert.type, alert.method, alert.count, alert.strings);
     return TRACED(ret, kDetail, "_OUT_ ret=[%d]", ret);
 }

@@ -1,8 +1,8 @@
 #include "monitor/health.h"
 #include "endurance/endurance.h"
 
-#include "runtime/memory.h"
 #include "runtime/field_text.h"
+#include "runtime/memory.h"
 #include "store/arrays.h"
 
 #include <algorithm>
@@ -98,34 +98,31 @@ const StrgScsiRec *deviceAt(std::span<const StrgScsiRec> devices, uint16_t inter
 }
 
 // One disk in SMART error state: 0, or -1 when the pass cannot go on.
-int alertSmart(const StrgHddRec &disk, size_t position, std::span<const StrgScsiRec> devices, DatInfo *current,
-               const char *function)
+int alertSmart(const StrgHddRec &disk, size_t position, std::span<const StrgScsiRec> devices, DatInfo *current)
 {
-    TRACE_AS(function, kDetail, "HDD[%d] need SMART-alert.", static_cast<int>(position));
+    TRACE(kDetail, "HDD[%d] need SMART-alert.", static_cast<int>(position));
     if (recordsNow(instSt[TAV_CID_STRG_HDD]).datAdr == nullptr) {
-        return TRACED_AS(function, -1, kFailure, "_OUT_ param(instSt[TAV_CID_STRG_HDD].datAdr) Failure!!");
+        return TRACED(-1, kFailure, "_OUT_ param(instSt[TAV_CID_STRG_HDD].datAdr) Failure!!");
     }
     if (!smartAlertDueNow(position, disk.SmartStatus)) {
-        return TRACED_AS(function, 0, kDetail, "but before same SMARTstatus. not Alert.");
+        return TRACED(0, kDetail, "but before same SMARTstatus. not Alert.");
     }
     if (disk.InterfaceType == kInterfaceScsi && disk.InterfaceTypeIndex > devices.size()) {
-        TRACE_AS(function, kFailure, "IFType[%d] and Idx[%d] is Mismatch SCSI-num[%d] Failure!!", disk.InterfaceType,
-                 disk.InterfaceTypeIndex, static_cast<int>(devices.size()));
-        freeCollected(current, function);
-        return TRACED_AS(function, -1, kDetail, "_OUT_ ret=[%d]", -1);
+        TRACE(kFailure, "IFType[%d] and Idx[%d] is Mismatch SCSI-num[%d] Failure!!", disk.InterfaceType,
+              disk.InterfaceTypeIndex, static_cast<int>(devices.size()));
+        freeCollected(current);
+        return TRACED(-1, kDetail, "_OUT_ ret=[%d]", -1);
     }
     const alertDiskSt described = describeDisk(deviceAt(devices, disk.InterfaceTypeIndex), disk.InterfaceType);
     static_cast<void>(strgPutAlert(TAV_ALERTID_SMART_ERROR, &described)); // one that is not delivered is not retried
     return 0;
 }
 
-const StrgScsiRec *findDeviceOfLevel(const StrgLifeRec &level, std::span<const StrgScsiRec> devices,
-                                     const char *function)
+const StrgScsiRec *findDeviceOfLevel(const StrgLifeRec &level, std::span<const StrgScsiRec> devices)
 {
     const StrgScsiRec *const found = deviceOfDisk(devices, level.HDDIndex);
     for (const StrgScsiRec &tried : devices) {
-        TRACE_AS(function, kDetail, "cur[LIFE].HDDIndex=[%d] cur[SCSI].DevTypeIndex=[%d]", level.HDDIndex,
-                 tried.DeviceTypeIndex);
+        TRACE(kDetail, "cur[LIFE].HDDIndex=[%d] cur[SCSI].DevTypeIndex=[%d]", level.HDDIndex, tried.DeviceTypeIndex);
         if (&tried == found) {
             break;
         }
@@ -139,18 +136,16 @@ int16_t interfaceTypeOf(const StrgScsiRec &device, std::span<const StrgHddRec> d
     return device.DeviceTypeIndex < disks.size() ? disks[device.DeviceTypeIndex].InterfaceType : kInterfaceScsi;
 }
 
-void compareLevel(StrgLifeRec &level, int16_t before, const StrgScsiRec &device, std::span<const StrgHddRec> disks,
-                  const char *function)
+void compareLevel(StrgLifeRec &level, int16_t before, const StrgScsiRec &device, std::span<const StrgHddRec> disks)
 {
-    TRACE_AS(function, kDetail, "cur[LIFE].Endu=[%d] inst[LIFE].Endu=[%d]", level.EnduranceRemaining, before);
+    TRACE(kDetail, "cur[LIFE].Endu=[%d] inst[LIFE].Endu=[%d]", level.EnduranceRemaining, before);
     if (level.EnduranceRemaining == kNotRead) {
         level.EnduranceRemaining = before;
     }
     if (level.EnduranceRemaining == before) {
         return;
     }
-    TRACE_AS(function, kFailure, "inst[LIFE].Endu=[%d] -> cur[LIFE].Endu=[%d:%d]", before, level.EnduranceRemaining,
-             g_M2SSDEndu);
+    TRACE(kFailure, "inst[LIFE].Endu=[%d] -> cur[LIFE].Endu=[%d:%d]", before, level.EnduranceRemaining, g_M2SSDEndu);
     const alertDiskSt described = describeDisk(&device, interfaceTypeOf(device, disks));
     // One that is not delivered is not retried.
     static_cast<void>(strgPutAlert(lifeSpanEvent(level.EnduranceRemaining), &described));
@@ -158,14 +153,14 @@ void compareLevel(StrgLifeRec &level, int16_t before, const StrgScsiRec &device,
 
 } // namespace
 
-void freeCollected(DatInfo *current, const char *function)
+void freeCollected(DatInfo *current)
 {
     for (int id = TAV_CID_STRG_CTRL; id < TAV_CID_STRG_MAX; ++id) {
-        memfree(current[id].datAdr, function);
+        memfree(current[id].datAdr);
     }
 }
 
-int strgAlertSmart(DatInfo *current, const char *function)
+int strgAlertSmart(DatInfo *current)
 {
     if (!smartModeStored()) {
         return 0;
@@ -173,30 +168,30 @@ int strgAlertSmart(DatInfo *current, const char *function)
     const std::span<const StrgHddRec> disks = recordsOf<const StrgHddRec>(current[TAV_CID_STRG_HDD]);
     const std::span<const StrgScsiRec> devices = recordsOf<const StrgScsiRec>(current[TAV_CID_STRG_SCSI]);
     for (size_t i = 0; i < disks.size(); ++i) {
-        if (disks[i].SmartStatus == kFailurePredicted && alertSmart(disks[i], i, devices, current, function) != 0) {
+        if (disks[i].SmartStatus == kFailurePredicted && alertSmart(disks[i], i, devices, current) != 0) {
             return -1;
         }
     }
     return 0;
 }
 
-int strgAlertLifeSpan(DatInfo *current, const char *function)
+int strgAlertLifeSpan(DatInfo *current)
 {
     const std::span<const StrgHddRec> disks = recordsOf<const StrgHddRec>(current[TAV_CID_STRG_HDD]);
     const std::span<const StrgScsiRec> devices = recordsOf<const StrgScsiRec>(current[TAV_CID_STRG_SCSI]);
     int position = 0;
     for (StrgLifeRec &level : recordsOf<StrgLifeRec>(current[TAV_CID_STRG_LIFE])) {
-        TRACE_AS(function, kDetail, "SSD-LifeSpan_[%d]", position);
+        TRACE(kDetail, "SSD-LifeSpan_[%d]", position);
         ++position;
-        const StrgScsiRec *const device = findDeviceOfLevel(level, devices, function);
+        const StrgScsiRec *const device = findDeviceOfLevel(level, devices);
         if (device == nullptr) {
             continue;
         }
         if (recordsNow(instSt[TAV_CID_STRG_SCSI]).datAdr == nullptr) {
-            return TRACED_AS(function, -1, kFailure, "_OUT_ param(instSt[TAV_CID_STRG_SCSI].datAdr) Failure!!");
+            return TRACED(-1, kFailure, "_OUT_ param(instSt[TAV_CID_STRG_SCSI].datAdr) Failure!!");
         }
         if (const std::optional<int16_t> before = storedLevelNow(*device)) {
-            compareLevel(level, *before, *device, disks, function);
+            compareLevel(level, *before, *device, disks);
         }
     }
     return 0;

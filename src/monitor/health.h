@@ -36,11 +36,11 @@ uint32_t lifeSpanEvent(int16_t level);
 alertDiskSt describeDisk(const StrgScsiRec *device, int16_t interfaceType);
 
 // Frees the records of a collection, classes 2 to 10, traced in the name of function.
-void freeCollected(DatInfo *current, const char *function);
+void freeCollected(DatInfo *current);
 
 // Alerts each disk that is newly in SMART error state, unless the stored configuration switches SMART handling off. 0,
 // or -1 when the pass cannot go on: traced in the name of function up to its exit, and freed what is to be freed there.
-int strgAlertSmart(DatInfo *current, const char *function);
+int strgAlertSmart(DatInfo *current);
 // Alerts each changed life-span level. A level that could not be read this time becomes the stored one. 0, or -1 as
 // above.
-int strgAlertLifeSpan(DatInfo *current, const char *function);
+int strgAlertLifeSpan(DatInfo *current);

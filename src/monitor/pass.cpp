@@ -23,15 +23,15 @@ void waitForTurn(std::unique_lock<std::mutex> &turn)
     }
 }
 
-int refreshFromSegments(const CInfo *cInfo, const char *function)
+int refreshFromSegments(const CInfo *cInfo)
 {
     for (int id = 0; id < TAV_CID_STRG_MAX; ++id) {
         const int32_t shmNum = segmentNow(shmSt[id]).num;
-        TRACE_AS(function, kDetail, "shmSt[%d].shmNum=[%d]", id, shmNum);
+        TRACE(kDetail, "shmSt[%d].shmNum=[%d]", id, shmNum);
         if (shmNum < 1) {
             std::free(takeRecords(instSt[id]));
         } else if (setShmToInst(cInfo, &shmSt[id], &instSt[id]) != 0) {
-            return TRACED_AS(function, -1, kFailure, "_OUT_ setShmToInst(%d) Failure!!", id);
+            return TRACED(-1, kFailure, "_OUT_ setShmToInst(%d) Failure!!", id);
         }
     }
     return 0;
@@ -40,12 +40,12 @@ int refreshFromSegments(const CInfo *cInfo, const char *function)
 // A class whose count changed: segment and area are made anew, and the area takes the store's place when it is
 // complete, so that nobody sees the new count with anything but the new records. 0, or -1 with the store's records as
 // they were.
-int replaceClass(const CInfo *cInfo, int id, const DatInfo &fresh, const char *function)
+int replaceClass(const CInfo *cInfo, int id, const DatInfo &fresh)
 {
     DatInfo next = {fresh.datSize, fresh.datNum, nullptr};
     if (reallocDatArea(cInfo, kShmKeyFileBase, id, &next, &shmSt[id]) != 0) {
         std::free(next.datAdr);
-        return TRACED_AS(function, -1, kFailure, "reallocDatArea() Failure!!");
+        return TRACED(-1, kFailure, "reallocDatArea() Failure!!");
     }
     if (next.datAdr != nullptr) {
         std::memcpy(next.datAdr, fresh.datAdr, static_cast<size_t>(fresh.datNum) * fresh.datSize);
@@ -55,59 +55,59 @@ int replaceClass(const CInfo *cInfo, int id, const DatInfo &fresh, const char *f
 }
 
 // The fresh records of one class become the store's. 0, or -1, traced.
-int takeClass(const CInfo *cInfo, int id, OwnedRecords &current, bool &changed, const char *function)
+int takeClass(const CInfo *cInfo, int id, OwnedRecords &current, bool &changed)
 {
     DatInfo &fresh = current.dat[id];
     const int32_t stored = recordsNow(instSt[id]).datNum;
-    TRACE_AS(function, kDetail, "Idx=[%d] curNum[%d]<=>instSt[%d]", id, fresh.datNum, stored);
+    TRACE(kDetail, "Idx=[%d] curNum[%d]<=>instSt[%d]", id, fresh.datNum, stored);
     if (fresh.datNum != stored) {
         changed = true;
-        if (replaceClass(cInfo, id, fresh, function) != 0) {
-            freeCollected(current.dat, function);
-            return TRACED_AS(function, -1, kDetail, "_OUT_ ret=[%d]", -1);
+        if (replaceClass(cInfo, id, fresh) != 0) {
+            freeCollected(current.dat);
+            return TRACED(-1, kDetail, "_OUT_ ret=[%d]", -1);
         }
     } else if (fresh.datNum > 0 && !overwriteRecords(instSt[id], fresh.datNum, fresh.datAdr, &shmSt[id])) {
-        return TRACED_AS(function, -1, kFailure, "_OUT_ param(instSt[i].datAdr) Failure!!");
+        return TRACED(-1, kFailure, "_OUT_ param(instSt[i].datAdr) Failure!!");
     }
-    memfree(fresh.datAdr, function);
+    memfree(fresh.datAdr);
     return 0;
 }
 
 // The fresh records become the store's. changed: the number of some class's records is another one than was stored;
 // nothing else is a change of the configuration.
-int takeClasses(const CInfo *cInfo, OwnedRecords &current, bool &changed, const char *function)
+int takeClasses(const CInfo *cInfo, OwnedRecords &current, bool &changed)
 {
     for (int id = TAV_CID_STRG_CTRL; id < TAV_CID_STRG_MAX; ++id) {
-        if (takeClass(cInfo, id, current, changed, function) != 0) {
+        if (takeClass(cInfo, id, current, changed) != 0) {
             return -1;
         }
     }
     if (!strgTakeTotals()) {
-        return TRACED_AS(function, -1, kFailure, "_OUT_ param(instSt[TAV_CID_STRG_TNUM].datAdr) Failure!!");
+        return TRACED(-1, kFailure, "_OUT_ param(instSt[TAV_CID_STRG_TNUM].datAdr) Failure!!");
     }
     return 0;
 }
 
-int publish(const CInfo *cInfo, const char *function)
+int publish(const CInfo *cInfo)
 {
     for (int id = 0; id < TAV_CID_STRG_MAX; ++id) {
         if (recordsNow(instSt[id]).datNum > 0 && setInstToShm(cInfo, &instSt[id], &shmSt[id]) != 0) {
-            return TRACED_AS(function, -1, kFailure, "_OUT_ setInstToShm(%d) Failure!!", id);
+            return TRACED(-1, kFailure, "_OUT_ setInstToShm(%d) Failure!!", id);
         }
     }
     return 0;
 }
 
-int save(const char *function)
+int save()
 {
     int error = 0;
-    switch (strgSaveBinFile(instSt, error, function)) {
+    switch (strgSaveBinFile(instSt, error)) {
     case SaveResult::saved:
         return 0;
     case SaveResult::notOpened:
-        return TRACED_AS(function, -1, kFailure, "_OUT_ fopen Failure!! err=[%d]", error);
+        return TRACED(-1, kFailure, "_OUT_ fopen Failure!! err=[%d]", error);
     default:
-        return TRACED_AS(function, -1, kFailure, "_OUT_ strgPutBinFile() Failure!!");
+        return TRACED(-1, kFailure, "_OUT_ strgPutBinFile() Failure!!");
     }
 }
 
@@ -115,11 +115,12 @@ int save(const char *function)
 
 int strgCheckConfigChange(const CInfo *cInfo)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     std::unique_lock held(g_collectionLock, std::defer_lock);
     waitForTurn(held);
     const bool serviceMode = getServiceMode(cInfo) == 1; // asked of the broker, if at all, before anything is touched
-    if (refreshFromSegments(cInfo, __func__) != 0) {
+    if (refreshFromSegments(cInfo) != 0) {
         return -1;
     }
     TRACE(kDetail, "strgCheckConfigChange - before -");
@@ -129,23 +130,23 @@ int strgCheckConfigChange(const CInfo *cInfo)
     TRACE(kDetail, "strgGetCurrentInfo()");
     if (strgGetCurrentInfo(gst_SmartMode, current.dat) != 0) {
         TRACE(kFailure, "strgGetCurrentInfo Failure!!");
-        freeCollected(current.dat, __func__);
+        freeCollected(current.dat);
         return TRACED(-1, kDetail, "_OUT_ ret=[%d]", -1);
     }
     if (recordsNow(instSt[TAV_CID_STRG_CONF]).datAdr == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(instSt[TAV_CID_STRG_CONF].datAdr) Failure!!");
     }
     // Decided against the stored records, before these are replaced.
-    if (serviceMode && (strgAlertSmart(current.dat, __func__) != 0 || strgAlertLifeSpan(current.dat, __func__) != 0)) {
+    if (serviceMode && (strgAlertSmart(current.dat) != 0 || strgAlertLifeSpan(current.dat) != 0)) {
         return -1;
     }
     bool changed = false;
-    if (takeClasses(cInfo, current, changed, __func__) != 0) {
+    if (takeClasses(cInfo, current, changed) != 0) {
         return -1;
     }
     TRACE(kDetail, "strgCheckConfigChange - after -");
     strgLogDumpInstanceDat(99, instSt);
-    if (publish(cInfo, __func__) != 0 || save(__func__) != 0) {
+    if (publish(cInfo) != 0 || save() != 0) {
         return -1;
     }
     // Only when segments and file have the new state, so that nobody is told of what they cannot see.

@@ -48,31 +48,31 @@ unsigned secondsToSleep(int32_t cycle)
     return static_cast<unsigned>(cycle < 1 ? kDefaultCycle : cycle);
 }
 
-void sleepOneCycle(const char *function)
+void sleepOneCycle()
 {
     const int32_t cycle = gst_SleepSec;
-    TRACE_AS(function, kDetail, "- sleep[%d]sec -", cycle);
+    TRACE(kDetail, "- sleep[%d]sec -", cycle);
     {
         const CancelSwitch on(PTHREAD_CANCEL_ENABLE);
         ::sleep(secondsToSleep(cycle));
     }
-    TRACE_AS(function, kDetail, "- wakeUp -");
+    TRACE(kDetail, "- wakeUp -");
 }
 
-int startThread(const char *function)
+int startThread()
 {
     pthread_t tid = 0;
     const int error = pthread_create(&tid, nullptr, strgWatchThread, gst_thcInfo);
     if (error != 0) {
-        TRACE_AS(function, kFailure, "_OUT_ pthread_create() Failure!! err=[%d]", error);
-        memfree(gst_thcInfo, function);
+        TRACE(kFailure, "_OUT_ pthread_create() Failure!! err=[%d]", error);
+        memfree(gst_thcInfo);
         return -1;
     }
     threadStarted(&gst_thid, tid);
-    return TRACED_AS(function, 0, kDetail, "_OUT_ tid=[%d]", tracedId(tid));
+    return TRACED(0, kDetail, "_OUT_ tid=[%d]", tracedId(tid));
 }
 
-void stopThread(const char *function)
+void stopThread()
 {
     if (getThreadSts(&gst_thid) != 1) {
         return;
@@ -81,11 +81,11 @@ void stopThread(const char *function)
     if (tid == 0) {
         return; // it died just now
     }
-    TRACE_AS(function, kDetail, "pthread_cancel(%d)", tracedId(tid));
+    TRACE(kDetail, "pthread_cancel(%d)", tracedId(tid));
     pthread_cancel(tid);
-    TRACE_AS(function, kDetail, "pthread_join()");
+    TRACE(kDetail, "pthread_join()");
     if (const int error = pthread_join(tid, nullptr); error != 0) {
-        TRACE_AS(function, kFailure, "pthread_join Failure!! errno=[%d]", error);
+        TRACE(kFailure, "pthread_join Failure!! errno=[%d]", error);
     }
     threadJoined(&gst_thid);
 }
@@ -103,18 +103,21 @@ void forgetDeadThread()
 
 pthread_t *strgGetThreadID()
 {
+    const TraceScope scope;
     TRACE(kDetail, "=== gst_thid=[%d] ===", tracedId(threadNow(&gst_thid)));
     return &gst_thid;
 }
 
 std::atomic<int32_t> *strgGetFirstProc()
 {
+    const TraceScope scope;
     TRACE(kDetail, "=== gst_first=[%d] ===", gst_first.load());
     return &gst_first;
 }
 
 int strgCreateThread(const CInfo *cInfo)
 {
+    const TraceScope scope;
     const std::lock_guard held(g_threadControl);
     TRACE(kDetail, "_IN_");
     if (cInfo == nullptr) {
@@ -130,12 +133,13 @@ int strgCreateThread(const CInfo *cInfo)
     TRACE(kDetail, "CBPrepareAttachThread() brk=[%p],ctx=[%p] -> th_brk=[%p],th_ctx=[%p]",
           static_cast<const void *>(cInfo->broker), static_cast<const void *>(cInfo->context),
           static_cast<const void *>(gst_thcInfo->broker), static_cast<const void *>(gst_thcInfo->context));
-    return startThread(__func__);
+    return startThread();
 }
 
 // No noexcept on this path but in destructors: a cancel unwinds it.
 void *strgWatchThread(void *thcInfo)
 {
+    const TraceScope scope;
     const EndMark mark; // the first to be made, so that nothing is in use when the mark stands
     const CancelSwitch off(PTHREAD_CANCEL_DISABLE);
     InitProcess(kTraceFile);
@@ -150,15 +154,16 @@ void *strgWatchThread(void *thcInfo)
         if (strgCheckConfigChange(cInfo) != 0) {
             TRACE(kFailure, "strgCheckConfigChange() Failure!!");
         }
-        sleepOneCycle(__func__);
+        sleepOneCycle();
     }
 }
 
 void strgExitThread(const CInfo *cInfo)
 {
+    const TraceScope scope;
     const std::lock_guard held(g_threadControl);
     TRACE(kDetail, "_IN_");
-    stopThread(__func__);
+    stopThread();
     memfree(gst_thcInfo);
     if (strgSetInstance(cInfo) != 0) {
         TRACE(kFailure, "strgSetInstance() Failure!!");

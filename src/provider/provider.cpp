@@ -1,12 +1,12 @@
 #include "provider/provider.h"
 
+#include "lifecycle/access.h"
 #include "monitor/monitor.h"
+#include "provider/dispatch.h"
 #include "runtime/memory.h"
 #include "runtime/request.h"
 #include "runtime/status.h"
 #include "runtime/trace.h"
-#include "provider/dispatch.h"
-#include "lifecycle/access.h"
 
 #include <atomic>
 #include <mutex>
@@ -53,73 +53,72 @@ CMPIStatus failed(const CInfo &cInfo, const char *message)
 }
 
 // Initialises the store if need be and finds out whom the request is for. The caller frees className, also on failure.
-CMPIStatus openRequest(const char *function, const CInfo &cInfo, const CMPIObjectPath *cop, char *&className)
+CMPIStatus openRequest(const CInfo &cInfo, const CMPIObjectPath *cop, char *&className)
 {
     if (strgInitProvider(&cInfo) != 0) {
-        TRACE_AS(function, kFailure, "strgInitProvider() Failure!!");
+        TRACE(kFailure, "strgInitProvider() Failure!!");
         return failed(cInfo, "strgInitProvider() Failure!!");
     }
     className = getClassName(cop);
     if (className == nullptr) {
-        TRACE_AS(function, kFailure, "getClassName() Failure!!");
+        TRACE(kFailure, "getClassName() Failure!!");
         return failed(cInfo, "getClassName() Failure!!");
     }
     return kOk;
 }
 
 // In service mode the monitoring thread keeps the records: without it there is nothing to answer from.
-CMPIStatus passGate(const char *function, const CInfo &cInfo)
+CMPIStatus passGate(const CInfo &cInfo)
 {
     if (getServiceMode(&cInfo) == 1 && getThreadSts(strgGetThreadID()) != 1) {
-        TRACE_AS(function, kFailure, "ServiceMode And NonThread Failure!!");
+        TRACE(kFailure, "ServiceMode And NonThread Failure!!");
         return failed(cInfo, "ServiceMode But NonThread Failure!!"); // deliberate: not the trace's word
     }
     return kOk;
 }
 
-CMPIStatus unknownClass(const char *function, const CInfo &cInfo, const char *className)
+CMPIStatus unknownClass(const CInfo &cInfo, const char *className)
 {
-    TRACE_AS(function, kFailure, "ClassName Failure!![%s]", className);
+    TRACE(kFailure, "ClassName Failure!![%s]", className);
     return failed(cInfo, "Generic Failure!!");
 }
 
-CMPIStatus unknownMethod(const char *function, const CInfo &cInfo, const char *method)
+CMPIStatus unknownMethod(const CInfo &cInfo, const char *method)
 {
-    TRACE_AS(function, kFailure, "MethodName Failure!![%s]", method);
+    TRACE(kFailure, "MethodName Failure!![%s]", method);
     return failed(cInfo, "Generic Failure!!");
 }
 
-CMPIStatus dispatchInstance(const char *function, InstanceCall DispatchRow::*kind, const CInfo &cInfo,
-                            const char *className, const CMPIResult *rslt, const CMPIObjectPath *cop,
-                            const char **properties)
+CMPIStatus dispatchInstance(InstanceCall DispatchRow::*kind, const CInfo &cInfo, const char *className,
+                            const CMPIResult *rslt, const CMPIObjectPath *cop, const char **properties)
 {
     const DispatchRow *const row = findClass(className);
     if (row == nullptr || !row->always) {
-        if (const CMPIStatus gate = passGate(function, cInfo); gate.rc != CMPI_RC_OK) {
+        if (const CMPIStatus gate = passGate(cInfo); gate.rc != CMPI_RC_OK) {
             return gate;
         }
     }
     if (row == nullptr) {
-        return unknownClass(function, cInfo, className);
+        return unknownClass(cInfo, className);
     }
     const InstanceCall &call = row->*kind;
-    TRACE_AS(function, kFailure, "->%s()", call.tracedAs);
+    TRACE(kFailure, "->%s()", call.tracedAs);
     return call.handler(&cInfo, rslt, cop, properties);
 }
 
 // The frame of GetInstance and EnumInstances.
-CMPIStatus instanceRequest(const char *function, InstanceCall DispatchRow::*kind, const CMPIContext *ctx,
-                           const CMPIResult *rslt, const CMPIObjectPath *cop, const char **properties)
+CMPIStatus instanceRequest(InstanceCall DispatchRow::*kind, const CMPIContext *ctx, const CMPIResult *rslt,
+                           const CMPIObjectPath *cop, const char **properties)
 {
-    TRACE_AS(function, kFailure, "##start##");
+    TRACE(kFailure, "##start##");
     const CInfo cInfo = {_broker, ctx};
     char *className = nullptr;
-    CMPIStatus status = openRequest(function, cInfo, cop, className);
+    CMPIStatus status = openRequest(cInfo, cop, className);
     if (status.rc == CMPI_RC_OK) {
-        status = dispatchInstance(function, kind, cInfo, className, rslt, cop, properties);
+        status = dispatchInstance(kind, cInfo, className, rslt, cop, properties);
     }
-    memfree(className, function, __LINE__);
-    return TRACED_AS(function, status, kFailure, "## end ##");
+    memfree(className);
+    return TRACED(status, kFailure, "## end ##");
 }
 
 struct MethodRequest {
@@ -130,30 +129,30 @@ struct MethodRequest {
     CMPIArgs *out;
 };
 
-CMPIStatus callMethod(const char *function, const CInfo &cInfo, const DispatchRow &row, const MethodRequest &request)
+CMPIStatus callMethod(const CInfo &cInfo, const DispatchRow &row, const MethodRequest &request)
 {
     const MethodCall *const call = findMethod(row, request.method);
     if (call == nullptr) {
-        return unknownMethod(function, cInfo, request.method);
+        return unknownMethod(cInfo, request.method);
     }
-    TRACE_AS(function, kFailure, "->%s()", call->tracedAs);
+    TRACE(kFailure, "->%s()", call->tracedAs);
     return call->handler(&cInfo, request.rslt, request.cop, request.method, request.in, request.out);
 }
 
-CMPIStatus dispatchMethod(const char *function, const CInfo &cInfo, const char *className, const MethodRequest &request)
+CMPIStatus dispatchMethod(const CInfo &cInfo, const char *className, const MethodRequest &request)
 {
     const DispatchRow *const row = findClass(className);
     if (row == nullptr || !row->always) {
-        if (const CMPIStatus gate = passGate(function, cInfo); gate.rc != CMPI_RC_OK) {
+        if (const CMPIStatus gate = passGate(cInfo); gate.rc != CMPI_RC_OK) {
             return gate;
         }
     }
     if (row == nullptr || row->methods.empty()) {
-        return unknownClass(function, cInfo, className);
+        return unknownClass(cInfo, className);
     }
-    CMPIStatus status = callMethod(function, cInfo, *row, request);
+    CMPIStatus status = callMethod(cInfo, *row, request);
     if (row->statusIsReturned) {
-        TRACE_AS(function, kDetail, "CMReturnData()");
+        TRACE(kDetail, "CMReturnData()");
         const CMPIUint32 code = status.rc;
         request.rslt->ft->returnData(request.rslt, reinterpret_cast<const CMPIValue *>(&code), CMPI_uint32);
         status.rc = CMPI_RC_OK; // deliberate: the message stays
@@ -162,26 +161,26 @@ CMPIStatus dispatchMethod(const char *function, const CInfo &cInfo, const char *
 }
 
 // What no class of this provider offers; nothing is initialised for it.
-CMPIStatus notSupported(const char *function)
+CMPIStatus notSupported()
 {
-    TRACE_AS(function, kFailure, "##start##");
+    TRACE(kFailure, "##start##");
     const CInfo cInfo = {_broker, nullptr};
-    TRACE_AS(function, kDetail, "CMSetStatusWithChars() - NOT_SUPPORTED");
+    TRACE(kDetail, "CMSetStatusWithChars() - NOT_SUPPORTED");
     const CMPIStatus status = statusWithChars(&cInfo, CMPI_RC_ERR_NOT_SUPPORTED, "NOT_SUPPORTED");
-    return TRACED_AS(function, status, kFailure, "## end ##");
+    return TRACED(status, kFailure, "## end ##");
 }
 
 // The frame of both cleanups. The context that the broker hands in is empty, and a call made with it takes the broker
 // down: the store gets none.
-CMPIStatus cleanUp(const char *function, bool terminating)
+CMPIStatus cleanUp(bool terminating)
 {
     const std::lock_guard held(cleaningUp);
     InitProcess(kTraceFile); // an earlier cleanup may have unloaded the libraries
-    TRACE_AS(function, kFailure, "##start## cterm=[%s]", terminating ? "ExitSFCB" : "TimeOut");
+    TRACE(kFailure, "##start## cterm=[%s]", terminating ? "ExitSFCB" : "TimeOut");
     const CInfo cInfo = {_broker, nullptr};
-    TRACE_AS(function, kDetail, "strgCleanUpProvider()");
+    TRACE(kDetail, "strgCleanUpProvider()");
     const CMPIStatus status = strgCleanUpProvider(&cInfo, terminating);
-    TRACE_AS(function, kFailure, "## end ## ret=[%d]", static_cast<int>(status.rc));
+    TRACE(kFailure, "## end ## ret=[%d]", static_cast<int>(status.rc));
     if (status.rc == CMPI_RC_OK) {
         FinishProcess();
     }
@@ -192,6 +191,7 @@ CMPIStatus cleanUp(const char *function, bool terminating)
 
 int TAV_StorageProviderInitProcess()
 {
+    const TraceScope scope;
     InitProcess(kTraceFile);
     TRACE(kDetail, "pthread_mutex_init(instMutexSt)");
     return strgInitStoreMutex();
@@ -214,26 +214,29 @@ CMPIMethodMI *TAVStorageProvider_Create_MethodMI(const CMPIBroker *broker, const
 CMPIStatus TAV_StorageProviderGetInstance(CMPIInstanceMI *, const CMPIContext *ctx, const CMPIResult *rslt,
                                           const CMPIObjectPath *cop, const char **properties)
 {
-    return instanceRequest(__func__, &DispatchRow::get, ctx, rslt, cop, properties);
+    const TraceScope scope;
+    return instanceRequest(&DispatchRow::get, ctx, rslt, cop, properties);
 }
 
 CMPIStatus TAV_StorageProviderEnumInstances(CMPIInstanceMI *, const CMPIContext *ctx, const CMPIResult *rslt,
                                             const CMPIObjectPath *cop, const char **properties)
 {
-    return instanceRequest(__func__, &DispatchRow::enumerate, ctx, rslt, cop, properties);
+    const TraceScope scope;
+    return instanceRequest(&DispatchRow::enumerate, ctx, rslt, cop, properties);
 }
 
 CMPIStatus TAV_StorageProviderInvokeMethod(CMPIMethodMI *, const CMPIContext *ctx, const CMPIResult *rslt,
                                            const CMPIObjectPath *cop, const char *method, const CMPIArgs *in,
                                            CMPIArgs *out)
 {
+    const TraceScope scope;
     TRACE(kFailure, "##start##");
     const CInfo cInfo = {_broker, ctx};
     char *className = nullptr;
-    CMPIStatus status = openRequest(__func__, cInfo, cop, className);
+    CMPIStatus status = openRequest(cInfo, cop, className);
     if (status.rc == CMPI_RC_OK) {
         const MethodRequest request = {rslt, cop, method != nullptr ? method : "", in, out};
-        status = dispatchMethod(__func__, cInfo, className, request);
+        status = dispatchMethod(cInfo, className, request);
     }
     memfree(className);
     TRACE(kDetail, "CMReturnDone()");
@@ -243,46 +246,54 @@ CMPIStatus TAV_StorageProviderInvokeMethod(CMPIMethodMI *, const CMPIContext *ct
 
 CMPIStatus TAV_StorageProviderCleanup(CMPIInstanceMI *, const CMPIContext *, CMPIBoolean terminating)
 {
-    return cleanUp(__func__, terminating != 0);
+    const TraceScope scope;
+    return cleanUp(terminating != 0);
 }
 
 CMPIStatus TAV_StorageProviderMethodCleanup(CMPIMethodMI *, const CMPIContext *, CMPIBoolean terminating)
 {
-    return cleanUp(__func__, terminating != 0);
+    const TraceScope scope;
+    return cleanUp(terminating != 0);
 }
 
 CMPIStatus TAV_StorageProviderEnumInstanceNames(CMPIInstanceMI *, const CMPIContext *, const CMPIResult *,
                                                 const CMPIObjectPath *)
 {
-    return notSupported(__func__);
+    const TraceScope scope;
+    return notSupported();
 }
 
 CMPIStatus TAV_StorageProviderCreateInstance(CMPIInstanceMI *, const CMPIContext *, const CMPIResult *,
                                              const CMPIObjectPath *, const CMPIInstance *)
 {
-    return notSupported(__func__);
+    const TraceScope scope;
+    return notSupported();
 }
 
 CMPIStatus TAV_StorageProviderModifyInstance(CMPIInstanceMI *, const CMPIContext *, const CMPIResult *,
                                              const CMPIObjectPath *, const CMPIInstance *, const char **)
 {
-    return notSupported(__func__);
+    const TraceScope scope;
+    return notSupported();
 }
 
 CMPIStatus TAV_StorageProviderSetInstance(CMPIInstanceMI *, const CMPIContext *, const CMPIResult *,
                                           const CMPIObjectPath *, const CMPIInstance *, const char **)
 {
-    return notSupported(__func__);
+    const TraceScope scope;
+    return notSupported();
 }
 
 CMPIStatus TAV_StorageProviderDeleteInstance(CMPIInstanceMI *, const CMPIContext *, const CMPIResult *,
                                              const CMPIObjectPath *)
 {
-    return notSupported(__func__);
+    const TraceScope scope;
+    return notSupported();
 }
 
 CMPIStatus TAV_StorageProviderExecQuery(CMPIInstanceMI *, const CMPIContext *, const CMPIResult *,
                                         const CMPIObjectPath *, const char *, const char *)
 {
-    return notSupported(__func__);
+    const TraceScope scope;
+    return notSupported();
 }

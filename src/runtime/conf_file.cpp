@@ -55,6 +55,7 @@ void searchFile(int fd, ConfSearch &search)
 
 int get_TavEnv(const char *name, char *value, int size)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ env=[%s] EnvString=[%p] size=[%d]", name != nullptr ? name : "NULL",
           static_cast<const void *>(value), size);
     if (value == nullptr) {
@@ -83,6 +84,7 @@ int get_TavEnv(const char *name, char *value, int size)
 
 int get_TavRootPath(char *path, int size)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ lpPath=[%p] size=[%d]", static_cast<const void *>(path), size);
     if (path == nullptr) {
         return TRACED(0, kFailure, "_OUT_ lpPath is NULL");

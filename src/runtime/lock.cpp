@@ -24,30 +24,30 @@ int tryLock(pthread_mutex_t *mutex)
 // The store's lock tells of each attempt, a segment's only of what goes wrong.
 enum class Attempts { quiet, told };
 
-int pollLock(const char *function, pthread_mutex_t *mutex, Attempts attempts)
+int pollLock(pthread_mutex_t *mutex, Attempts attempts)
 {
     for (int attempt = 0; attempt < kAttempts;) {
         if (attempts == Attempts::told) {
-            TRACE_AS(function, kDetail, "pthread_mutex_trylock()");
+            TRACE(kDetail, "pthread_mutex_trylock()");
         }
         const int error = tryLock(mutex);
         if (error == 0) {
             if (attempts == Attempts::told) {
-                TRACE_AS(function, kDetail, "pthread_mutex_trylock() success");
+                TRACE(kDetail, "pthread_mutex_trylock() success");
             }
-            return TRACED_AS(function, 0, kDetail, "_OUT_");
+            return TRACED(0, kDetail, "_OUT_");
         }
         if (error != EBUSY) {
-            TRACE_AS(function, kFailure, "pthread_mutex_trylock() Failure!! errno=[%d]", error);
-            return TRACED_AS(function, -1, kDetail, "_OUT_");
+            TRACE(kFailure, "pthread_mutex_trylock() Failure!! errno=[%d]", error);
+            return TRACED(-1, kDetail, "_OUT_");
         }
-        TRACE_AS(function, kDetail, "pthread_mutex_trylock() EBUSY...");
+        TRACE(kDetail, "pthread_mutex_trylock() EBUSY...");
         usleep(kPause);
         ++attempt;
-        TRACE_AS(function, kDetail, "pthread_mutex_trylock() retry(%d)", attempt);
+        TRACE(kDetail, "pthread_mutex_trylock() retry(%d)", attempt);
     }
-    TRACE_AS(function, kFailure, "pthread_mutex_trylock() retry(%d) Failre!!", kAttempts);
-    return TRACED_AS(function, -1, kDetail, "_OUT_");
+    TRACE(kFailure, "pthread_mutex_trylock() retry(%d) Failre!!", kAttempts);
+    return TRACED(-1, kDetail, "_OUT_");
 }
 
 } // namespace
@@ -80,6 +80,7 @@ int destroyMutex(RenewableMutex &lock)
 
 int nonsrvMutexLock(const CInfo *cInfo, pthread_mutex_t *mutex)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (cInfo == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(cInfo) Failure!!");
@@ -90,11 +91,12 @@ int nonsrvMutexLock(const CInfo *cInfo, pthread_mutex_t *mutex)
     if (getServiceMode(cInfo) == 1) {
         return TRACED(0, kDetail, "_OUT_ now is ServiceMode.");
     }
-    return pollLock(__func__, mutex, Attempts::told);
+    return pollLock(mutex, Attempts::told);
 }
 
 void mutexUnlock(pthread_mutex_t *mutex)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (mutex == nullptr) {
         TRACE(kFailure, "_OUT_ param(mutex) Failure!!");
@@ -114,15 +116,17 @@ void mutexUnlock(pthread_mutex_t *mutex)
 
 int shmMutexLock(pthread_mutex_t *mutex)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (mutex == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(mutex) Failure!!");
     }
-    return pollLock(__func__, mutex, Attempts::quiet);
+    return pollLock(mutex, Attempts::quiet);
 }
 
 int shmMutexUnlock(pthread_mutex_t *mutex)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (mutex == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(mutex) Failure!!");

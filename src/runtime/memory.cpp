@@ -4,6 +4,7 @@
 
 void *memalloc(int32_t size)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ size=[%d]", size);
     if (size <= 0) {
         return TRACED(nullptr, kFailure, "_OUT_ param(size=%d) Failure!!", size);
@@ -18,6 +19,7 @@ void *memalloc(int32_t size)
 
 void *memrealloc(void *ptr, int32_t size)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ realloc size=[%d] ptr=[%p]", size, ptr);
     if (size <= 0) {
         return TRACED(nullptr, kFailure, "_OUT_ param(size) Failure!!");

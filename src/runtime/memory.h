@@ -12,14 +12,14 @@ void *memalloc(int32_t size);
 // with the old block FREED when memory is short: callers treat null as the loss of the whole block.
 void *memrealloc(void *ptr, int32_t size);
 
-// Frees a block and nulls the pointer, traced in the name of the function that frees.
-template <class T> void memfree(T *&ptr, const char *function = __builtin_FUNCTION(), int line = __builtin_LINE())
+// Frees a block and nulls the pointer.
+template <class T> void memfree(T *&ptr, int line = __builtin_LINE())
 {
     if (ptr == nullptr) {
-        traceLine(kDetail, function, line, "memfree already NULL");
+        traceLine(kDetail, line, "memfree already NULL");
         return;
     }
-    traceLine(kDetail, function, line, "memfree(%p)", static_cast<const void *>(ptr));
+    traceLine(kDetail, line, "memfree(%p)", static_cast<const void *>(ptr));
     std::free(const_cast<void *>(static_cast<const void *>(ptr)));
     ptr = nullptr;
 }

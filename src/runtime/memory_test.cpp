@@ -98,6 +98,7 @@ TEST(Memrealloc, FreesTheOldBlockWhenMemoryIsShort)
 
 void freeTwice(char *&block)
 {
+    const TraceScope scope;
     memfree(block);
     memfree(block);
 }

@@ -59,6 +59,7 @@ int tracedId(pthread_t tid)
 
 int getServiceMode(const CInfo *cInfo)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (cInfo == nullptr) {
         return TRACED(0, kFailure, "_OUT_ Param(cInfo) Failure!!");
@@ -96,6 +97,7 @@ int getServiceMode(const CInfo *cInfo)
 
 int getThreadSts(pthread_t *tid)
 {
+    const TraceScope scope;
     pthread_t seen = 0;
     const ThreadState state = look(tid, seen);
     TRACE(kDetail, "_IN_ tid=[%d]", tracedId(seen));

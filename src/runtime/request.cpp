@@ -40,30 +40,31 @@ struct NameQuery {
 constexpr NameQuery kNameSpaceQuery = {&CMPIObjectPathFT::getNameSpace, "CMGetNameSpace", "namsp"};
 constexpr NameQuery kClassNameQuery = {&CMPIObjectPathFT::getClassName, "CMGetClassName", "className"};
 
-char *copyName(const NameQuery &query, const char *function, const CMPIObjectPath *cop)
+char *copyName(const NameQuery &query, const CMPIObjectPath *cop)
 {
-    TRACE_AS(function, kDetail, "_IN_ cop=[%p]", static_cast<const void *>(cop));
+    TRACE(kDetail, "_IN_ cop=[%p]", static_cast<const void *>(cop));
     if (cop == nullptr) {
-        return TRACED_AS(function, nullptr, kFailure, "_OUT_ Param(cop) Failure!!");
+        return TRACED(nullptr, kFailure, "_OUT_ Param(cop) Failure!!");
     }
     CMPIStatus status{};
     CmpiHolder<CMPIString> name((cop->ft->*query.slot)(cop, &status));
     if (status.rc != CMPI_RC_OK || !name) {
-        return TRACED_AS(function, nullptr, kFailure, "_OUT_ %s() Failure!!", query.call);
+        return TRACED(nullptr, kFailure, "_OUT_ %s() Failure!!", query.call);
     }
     char *const copy = ::strdup(textOf(name.get()));
     const int error = errno;
     name.release();
     if (copy == nullptr) {
-        return TRACED_AS(function, nullptr, kFailure, "_OUT_ CMGetCharsPtr() Failure!! errno=[%d]", error);
+        return TRACED(nullptr, kFailure, "_OUT_ CMGetCharsPtr() Failure!! errno=[%d]", error);
     }
-    return TRACED_AS(function, copy, kDetail, "_OUT_ %s=[%p][%s]", query.label, static_cast<void *>(copy), copy);
+    return TRACED(copy, kDetail, "_OUT_ %s=[%p][%s]", query.label, static_cast<void *>(copy), copy);
 }
 
 } // namespace
 
 int getKeyIndex(const CMPIObjectPath *cop)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ cop=[%p]", static_cast<const void *>(cop));
     if (cop == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ Param(cop) Failure!!");
@@ -80,6 +81,7 @@ int getKeyIndex(const CMPIObjectPath *cop)
 
 int32_t getArgToInt(const CMPIArgs *in, const char *name)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (in == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ Param(cin) Failure!!");
@@ -96,16 +98,19 @@ int32_t getArgToInt(const CMPIArgs *in, const char *name)
 
 char *getNameSpace(const CMPIObjectPath *cop)
 {
-    return copyName(kNameSpaceQuery, __func__, cop);
+    const TraceScope scope;
+    return copyName(kNameSpaceQuery, cop);
 }
 
 char *getClassName(const CMPIObjectPath *cop)
 {
-    return copyName(kClassNameQuery, __func__, cop);
+    const TraceScope scope;
+    return copyName(kClassNameQuery, cop);
 }
 
 int getEnumArray(const CInfo *cInfo, const char *nameSpace, const char *className, CMPIArray **array)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (cInfo == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ Param(cInfo) Failure!!");

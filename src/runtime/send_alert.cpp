@@ -17,15 +17,15 @@ namespace {
 constexpr int32_t kFirstMethod = 1;
 constexpr int32_t kLastMethod = 3;
 
-void traceRecord(const AlertIndication &info, const char *function)
+void traceRecord(const AlertIndication &info)
 {
-    TRACE_AS(function, kDetail, "-> Info.version=[%d]", static_cast<int>(info.version));
-    TRACE_AS(function, kDetail, "-> Info.method=[%d]", static_cast<int>(info.method));
-    TRACE_AS(function, kDetail, "-> Info.sourceName=[%s]", info.sourceName);
-    TRACE_AS(function, kDetail, "-> Info.eventID=[0x%08x]", info.eventID);
-    TRACE_AS(function, kDetail, "-> Info.eventType=[%d]", info.eventType);
-    TRACE_AS(function, kDetail, "-> Info.numOfStrings=[%d]", info.numOfStrings);
-    TRACE_AS(function, kDetail, "-> Info.strings=[%p]", static_cast<const void *>(info.strings));
+    TRACE(kDetail, "-> Info.version=[%d]", static_cast<int>(info.version));
+    TRACE(kDetail, "-> Info.method=[%d]", static_cast<int>(info.method));
+    TRACE(kDetail, "-> Info.sourceName=[%s]", info.sourceName);
+    TRACE(kDetail, "-> Info.eventID=[0x%08x]", info.eventID);
+    TRACE(kDetail, "-> Info.eventType=[%d]", info.eventType);
+    TRACE(kDetail, "-> Info.numOfStrings=[%d]", info.numOfStrings);
+    TRACE(kDetail, "-> Info.strings=[%p]", static_cast<const void *>(info.strings));
 }
 
 // 0, or -1 when the library is not there or refuses.
@@ -41,6 +41,7 @@ int hand(const AlertIndication &info)
 int TAVSendIndication(const char *sourceName, uint32_t eventId, int32_t eventType, int32_t method, int32_t numOfStrings,
                       const char **strings)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (sourceName == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ Param(svnm) Failure!!");
@@ -56,7 +57,7 @@ int TAVSendIndication(const char *sourceName, uint32_t eventId, int32_t eventTyp
     }
     const AlertIndication info = {0,      static_cast<uint32_t>(method), sourceName, eventId, eventType, numOfStrings,
                                   strings};
-    traceRecord(info, __func__);
+    traceRecord(info);
     const int ret = hand(info);
     return TRACED(ret, kDetail, "_OUT_ ret=[%d]", ret);
 }

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <utility>
 
 // Record handed by value to SendIndication of the alert library.
 struct AlertIndication {
@@ -76,22 +77,38 @@ private:
 inline void traceFormatIsChecked(const char *, ...) __attribute__((format(printf, 1, 2)));
 inline void traceFormatIsChecked(const char *, ...) {}
 
-// One trace line: SetFilePath, then TraceLog, each only if it is loaded. May change errno: save it before.
-template <class... Args> void traceLine(int level, const char *function, int line, const char *format, Args... args)
+// The named function in whose name this thread traces. A named function opens a scope as its first statement, so that
+// it is destroyed last; whatever the function calls traces under its name until a function called opens a scope of its
+// own. Leaving a scope, also by an unwinding cancellation, puts the outer name back.
+class TraceScope {
+public:
+    explicit TraceScope(const char *function = __builtin_FUNCTION()) : outer_(std::exchange(current_, function)) {}
+    ~TraceScope() { current_ = outer_; }
+    TraceScope(const TraceScope &) = delete;
+    TraceScope &operator=(const TraceScope &) = delete;
+    // Name of the innermost scope that is open in this thread; empty outside of all.
+    static const char *current() { return current_; }
+
+private:
+    const char *outer_;
+    static constinit inline thread_local const char *current_ = "";
+};
+
+// One trace line under the current scope's name: SetFilePath, then TraceLog, each only if it is loaded. line is the
+// source line. May change errno: save it before.
+template <class... Args> void traceLine(int level, int line, const char *format, Args... args)
 {
     const LibraryCall now(g_tracing);
     if (const auto setFilePath = g_Func.trace.SetFilePath.load()) {
         setFilePath(g_logfnm);
     }
     if (const auto traceLog = g_Func.trace.TraceLog.load()) {
-        traceLog(level, "", function, line, format, args...);
+        traceLog(level, "", TraceScope::current(), line, format, args...);
     }
 }
 
-// A trace line in the name of another function: engines trace for the members of their family.
-#define TRACE_AS(function, level, ...)                                                                                 \
-    (traceLine(level, function, __LINE__, __VA_ARGS__), (false ? traceFormatIsChecked(__VA_ARGS__) : void()))
-#define TRACE(level, ...) TRACE_AS(__func__, level, __VA_ARGS__)
+// A macro for the source line, and so that the compiler checks the format.
+#define TRACE(level, ...)                                                                                              \
+    (traceLine(level, __LINE__, __VA_ARGS__), (false ? traceFormatIsChecked(__VA_ARGS__) : void()))
 // return TRACED(-1, kFailure, "_OUT_ param(fd) Failure!!"); message and result stand together.
 #define TRACED(value, level, ...) (TRACE(level, __VA_ARGS__), (value))
-#define TRACED_AS(function, value, level, ...) (TRACE_AS(function, level, __VA_ARGS__), (value))

@@ -4,6 +4,7 @@
 
 #include <dlfcn.h>
 #include <gmock/gmock.h>
+#include <pthread.h>
 #include <syslog.h>
 #include <thread>
 
@@ -17,6 +18,7 @@ const char kAlert[] = "/opt/qlm/tavkit_sa/lib/libtavalert.so";
 
 void traceOne()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ size=[%d]", 7);
 }
 
@@ -119,6 +121,73 @@ TEST_F(AgentLibraries, EachLineIsPrecededByTheNameOfItsFile)
     traceOne();
     traceOne();
     EXPECT_THAT(agent.calls, ElementsAre("SetFilePath", "TraceLog", "SetFilePath", "TraceLog"));
+}
+
+// A helper without a scope of its own, as an engine is: it traces for the function that called it.
+void traceForTheCaller()
+{
+    TRACE(kDetail, "helper");
+}
+
+void traceWithinAScope()
+{
+    const TraceScope scope("outer");
+    traceForTheCaller();
+    traceOne();
+    traceForTheCaller();
+}
+
+TEST_F(AgentLibraries, ALineBearsTheNameOfTheInnermostScope)
+{
+    EXPECT_EQ(InitProcess("tavstrg.log"), 0);
+    traceWithinAScope();
+    EXPECT_THAT(agent.lines, ElementsAre("0||outer|helper", "0||traceOne|_IN_ size=[7]", "0||outer|helper"));
+    EXPECT_STREQ(TraceScope::current(), "") << "the scope that was left is still named";
+}
+
+TEST_F(AgentLibraries, EachThreadHasScopesOfItsOwn)
+{
+    EXPECT_EQ(InitProcess("tavstrg.log"), 0);
+    const TraceScope scope("here");
+    std::thread([] {
+        EXPECT_STREQ(TraceScope::current(), "");
+        const TraceScope there("there");
+        traceForTheCaller();
+    }).join();
+    traceForTheCaller();
+    EXPECT_THAT(agent.lines, ElementsAre("0||there|helper", "0||here|helper"));
+}
+
+// What a thread that is cancelled inside nested scopes traces while it unwinds.
+struct TracedAtTheEnd {
+    ~TracedAtTheEnd() { traceForTheCaller(); }
+};
+
+void cancelledHere()
+{
+    const TraceScope scope("inner");
+    const TracedAtTheEnd last;
+    pthread_cancel(pthread_self());
+    pthread_testcancel();
+}
+
+void *cancelledThread(void *)
+{
+    const TraceScope scope("outer");
+    const TracedAtTheEnd last;
+    cancelledHere();
+    return nullptr;
+}
+
+TEST_F(AgentLibraries, ScopesEndInTheirOrderWhenTheThreadIsCancelled)
+{
+    EXPECT_EQ(InitProcess("tavstrg.log"), 0);
+    pthread_t thread{};
+    ASSERT_EQ(pthread_create(&thread, nullptr, cancelledThread, nullptr), 0);
+    void *result = nullptr;
+    pthread_join(thread, &result);
+    EXPECT_EQ(result, PTHREAD_CANCELED);
+    EXPECT_THAT(agent.lines, ElementsAre("0||inner|helper", "0||outer|helper"));
 }
 
 TEST_F(AgentLibraries, FinishUnloadsTheAlertLibraryFirst)

@@ -12,20 +12,20 @@ constexpr int kEverything = 99; // selector of all classes
 using RecordCopy = std::array<uint8_t, kMaxRecordSize>;
 
 // Traces in the name of the dump. "    Name                     =[value]", the name in a column of 25 characters.
-void dumpField(const FieldDesc &field, const RecordCopy &record, const char *function)
+void dumpField(const FieldDesc &field, const RecordCopy &record)
 {
     if (field.type == CMPI_chars && !field.key) {
-        TRACE_AS(function, kDetail, "    %-25s=[%s]", field.name, fieldChars(field, record.data()));
+        TRACE(kDetail, "    %-25s=[%s]", field.name, fieldChars(field, record.data()));
         return;
     }
-    TRACE_AS(function, kDetail, "    %-25s=[%d]", field.name, static_cast<int>(fieldNumber(field, record.data())));
+    TRACE(kDetail, "    %-25s=[%d]", field.name, static_cast<int>(fieldNumber(field, record.data())));
 }
 
-void dumpFields(const ClassDesc &desc, const RecordCopy &record, const char *function)
+void dumpFields(const ClassDesc &desc, const RecordCopy &record)
 {
     for (const FieldDesc &field : desc.fields) {
         if ((field.use & kDumped) != 0) {
-            dumpField(field, record, function);
+            dumpField(field, record);
         }
     }
 }
@@ -40,23 +40,23 @@ bool copyForDump(const DatInfo &dat, int32_t i, RecordCopy &record)
     return true;
 }
 
-bool dumpSingle(const ClassDesc &desc, const DatInfo &dat, const char *function)
+bool dumpSingle(const ClassDesc &desc, const DatInfo &dat)
 {
     RecordCopy record = {};
     if (!copyForDump(dat, 0, record)) {
         return false;
     }
-    TRACE_AS(function, kDetail, "++++ %s ++++", desc.cimName);
-    dumpFields(desc, record, function);
+    TRACE(kDetail, "++++ %s ++++", desc.cimName);
+    dumpFields(desc, record);
     return true;
 }
 
-void dumpAll(const ClassDesc &desc, const DatInfo &dat, const char *function)
+void dumpAll(const ClassDesc &desc, const DatInfo &dat)
 {
     RecordCopy record = {};
     for (int32_t i = 0; copyForDump(dat, i, record); ++i) {
-        TRACE_AS(function, kDetail, "++++ %s[%d] ++++", desc.cimName, i);
-        dumpFields(desc, record, function);
+        TRACE(kDetail, "++++ %s[%d] ++++", desc.cimName, i);
+        dumpFields(desc, record);
     }
 }
 
@@ -64,23 +64,24 @@ void dumpAll(const ClassDesc &desc, const DatInfo &dat, const char *function)
 
 void strgLogDumpInstanceDat(int selector, DatInfo *datLog)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (datLog == nullptr) {
         TRACE(kFailure, "_OUT_ param(datLog) Failure!!");
         return;
     }
     const auto selected = [selector](int id) { return selector == id || selector == kEverything; };
-    if (selected(TAV_CID_STRG_CONF) && !dumpSingle(kClasses[TAV_CID_STRG_CONF], datLog[TAV_CID_STRG_CONF], __func__)) {
+    if (selected(TAV_CID_STRG_CONF) && !dumpSingle(kClasses[TAV_CID_STRG_CONF], datLog[TAV_CID_STRG_CONF])) {
         TRACE(kFailure, "_OUT_ param(datLog[TAV_CID_STRG_CONF].datAdr) Failure!!");
         return;
     }
-    if (selected(TAV_CID_STRG_TNUM) && !dumpSingle(kClasses[TAV_CID_STRG_TNUM], datLog[TAV_CID_STRG_TNUM], __func__)) {
+    if (selected(TAV_CID_STRG_TNUM) && !dumpSingle(kClasses[TAV_CID_STRG_TNUM], datLog[TAV_CID_STRG_TNUM])) {
         TRACE(kFailure, "_OUT_ param(datLog[TAV_CID_STRG_TNUM].datAdr) Failure!!");
         return;
     }
     for (int id = TAV_CID_STRG_CTRL; id < TAV_CID_STRG_MAX; ++id) {
         if (selected(id) || selector == kDevices) {
-            dumpAll(kClasses[id], datLog[id], __func__);
+            dumpAll(kClasses[id], datLog[id]);
         }
     }
     TRACE(kDetail, "_OUT_");

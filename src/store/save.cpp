@@ -149,20 +149,20 @@ void syncDirectory()
 
 } // namespace
 
-SaveResult strgSaveBinFile(DatInfo *records, int &error, const char *function)
+SaveResult strgSaveBinFile(DatInfo *records, int &error)
 {
     const std::lock_guard held(saving);
-    TRACE_AS(function, kDetail, "fopen[%s]", kSavedStateFile);
+    TRACE(kDetail, "fopen[%s]", kSavedStateFile);
     error = 0;
     const FileDesc locked(openTemporary(error)); // until the file has its name
     FilePtr file(streamOver(locked, error));
     if (!file) {
         return SaveResult::notOpened;
     }
-    TRACE_AS(function, kDetail, "strgPutBinFile()");
+    TRACE(kDetail, "strgPutBinFile()");
     const bool written =
         strgPutBinFile(file.get(), records) == 0 && std::fflush(file.get()) == 0 && ::fsync(::fileno(file.get())) == 0;
-    TRACE_AS(function, kDetail, "fclose");
+    TRACE(kDetail, "fclose");
     if (file.close() != 0 || !written || ::rename(kTemporaryFile, kSavedStateFile) != 0) {
         ::unlink(kTemporaryFile);
         return SaveResult::notWritten;

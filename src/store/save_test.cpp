@@ -20,7 +20,11 @@ class Save : public StoreTest {
 protected:
     Save() { fillSample(instSt); }
 
-    SaveResult save() { return strgSaveBinFile(instSt, error, "saver"); }
+    SaveResult save()
+    {
+        const TraceScope scope("saver");
+        return strgSaveBinFile(instSt, error);
+    }
 
     struct stat statOf(const char *path) const
     {

@@ -1,7 +1,7 @@
 // Segments' lives: created for the store's counts, recreated when a count changes, removed when the store is freed.
 #include "runtime/memory.h"
-#include "store/segment_lock.h"
 #include "store/arrays.h"
+#include "store/segment_lock.h"
 
 #include <cerrno>
 #include <climits>
@@ -21,50 +21,48 @@ int bytesOf(const DatInfo &dat)
     return bytes > INT_MAX ? -1 : static_cast<int>(bytes);
 }
 
-void traceEntry(const ShmInfo &shm, int cid, const char *function)
+void traceEntry(const ShmInfo &shm, int cid)
 {
     const Segment now = segmentNow(shm);
-    TRACE_AS(function, kDetail, "%d: shmId=[%d],shmNum=[%d],shmAdr=[%p]", cid, now.id, now.num, now.adr);
+    TRACE(kDetail, "%d: shmId=[%d],shmNum=[%d],shmAdr=[%p]", cid, now.id, now.num, now.adr);
 }
 
 // Creates the segment of a class that has records, unless the entry has a usable one of that count. 0, or -1.
-int newSegment(const CInfo *cInfo, const char *keyFileBase, int cid, const DatInfo &ins, ShmInfo &shm,
-               const char *function)
+int newSegment(const CInfo *cInfo, const char *keyFileBase, int cid, const DatInfo &ins, ShmInfo &shm)
 {
     const Segment before = segmentNow(shm);
     if (before.num == ins.datNum && before.adr != nullptr) {
         return 0;
     }
     const int size = bytesOf(ins);
-    TRACE_AS(function, kDetail, "shmCreate(%s,%d,%d)", keyFileBase, cid, size);
+    TRACE(kDetail, "shmCreate(%s,%d,%d)", keyFileBase, cid, size);
     const int shmId = shmCreate(cInfo, &shm, keyFileBase, cid, size);
     if (shmId == -1) {
         const int error = errno;
-        return TRACED_AS(function, -1, kFailure, "shmCreate(%d) Failure!! errno=[%d]", cid, error);
+        return TRACED(-1, kFailure, "shmCreate(%d) Failure!! errno=[%d]", cid, error);
     }
     shmDiscard(shm); // one of the same count that was never attached
     setSegment(shm, {shmId, ins.datNum, nullptr}, true);
     return 0;
 }
 
-int newEntry(const CInfo *cInfo, const char *keyFileBase, int cid, const DatInfo &ins, ShmInfo &shm,
-             const char *function)
+int newEntry(const CInfo *cInfo, const char *keyFileBase, int cid, const DatInfo &ins, ShmInfo &shm)
 {
     const Segment before = segmentNow(shm);
-    TRACE_AS(function, kDetail, "%d: shmAdr=[%p] shmNum=[%d] instNum=[%d]", cid, before.adr, before.num, ins.datNum);
+    TRACE(kDetail, "%d: shmAdr=[%p] shmNum=[%d] instNum=[%d]", cid, before.adr, before.num, ins.datNum);
     if (before.num != 0 && before.num != ins.datNum) {
-        TRACE_AS(function, kDetail, "shmDestroy(%d)", cid);
+        TRACE(kDetail, "shmDestroy(%d)", cid);
         if (shmDestroy(cInfo, &shm) != 0) {
             const int error = errno;
-            return TRACED_AS(function, -1, kFailure, "shmDestroy(%d) Failure!! errno=[%d]", cid, error);
+            return TRACED(-1, kFailure, "shmDestroy(%d) Failure!! errno=[%d]", cid, error);
         }
     }
     if (ins.datNum == 0) {
         setSegment(shm, kNoSegment, false);
-    } else if (newSegment(cInfo, keyFileBase, cid, ins, shm, function) != 0) {
+    } else if (newSegment(cInfo, keyFileBase, cid, ins, shm) != 0) {
         return -1;
     }
-    traceEntry(shm, cid, function);
+    traceEntry(shm, cid);
     return 0;
 }
 
@@ -96,6 +94,7 @@ int resizeArea(DatInfo &ins, int32_t oldNum, int size)
 
 int shmDestroy(const CInfo *cInfo, ShmInfo *shmInfo)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (shmInfo == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(shmInfo) Failure!!");
@@ -130,6 +129,7 @@ void shmDiscard(ShmInfo &shmInfo)
 
 int shmNew(const CInfo *cInfo, int max, const char *keyFileBase, DatInfo *ins, ShmInfo *shm)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (cInfo == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(cInfo) Failure!!");
@@ -147,7 +147,7 @@ int shmNew(const CInfo *cInfo, int max, const char *keyFileBase, DatInfo *ins, S
         return TRACED(-1, kFailure, "_OUT_ param(shm) Failure!!");
     }
     for (int id = 0; id <= max; ++id) {
-        if (newEntry(cInfo, keyFileBase, id, recordsNow(ins[id]), shm[id], __func__) == 0) {
+        if (newEntry(cInfo, keyFileBase, id, recordsNow(ins[id]), shm[id]) == 0) {
             continue;
         }
         for (ShmInfo &entry : std::span(shm, static_cast<size_t>(max) + 1)) {
@@ -160,6 +160,7 @@ int shmNew(const CInfo *cInfo, int max, const char *keyFileBase, DatInfo *ins, S
 
 int reallocDatArea(const CInfo *cInfo, const char *keyFileBase, int cid, DatInfo *ins, ShmInfo *shm)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (cInfo == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(cInfo) Failure!!");

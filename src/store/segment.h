@@ -1,8 +1,8 @@
 // Each class's records mirrored in one System V shared-memory segment.
 #pragma once
 
-#include "runtime/lock.h"
 #include "records/records.h"
+#include "runtime/lock.h"
 
 // One class's segment. All zero before the first initialisation. Its fields are guarded by g_recordsLock.
 struct ShmInfo {

@@ -1,7 +1,7 @@
 // Copying records between the store and a segment, which is attached for the length of one copy.
 #include "runtime/trace.h"
-#include "store/segment_lock.h"
 #include "store/arrays.h"
+#include "store/segment_lock.h"
 
 #include <cerrno>
 #include <cstring>
@@ -69,34 +69,34 @@ void copyToStore(DatInfo &ins, const ShmInfo &shm, const void *adr, size_t segme
     terminateTexts(ins.datSize, ins.datAdr, static_cast<int32_t>(bytes / ins.datSize));
 }
 
-void traceCopy(Direction direction, const DatInfo &ins, const Segment &shm, const char *function)
+void traceCopy(Direction direction, const DatInfo &ins, const Segment &shm)
 {
     const int size = static_cast<int>(ins.datSize);
     if (direction == Direction::toSegment) {
-        TRACE_AS(function, kDetail, "memcpy(ins.Adr=[%p]=>shm.Adr=[%p],ins.Size=[%d]*ins.Num=[%d])", ins.datAdr,
-                 shm.adr, size, ins.datNum);
+        TRACE(kDetail, "memcpy(ins.Adr=[%p]=>shm.Adr=[%p],ins.Size=[%d]*ins.Num=[%d])", ins.datAdr, shm.adr, size,
+              ins.datNum);
     } else {
-        TRACE_AS(function, kDetail, "memcpy(shm.Adr=[%p]=>ins.Adr=[%p],ins.Size=[%d]*shm.Num=[%d])", shm.adr,
-                 ins.datAdr, size, shm.num);
+        TRACE(kDetail, "memcpy(shm.Adr=[%p]=>ins.Adr=[%p],ins.Size=[%d]*shm.Num=[%d])", shm.adr, ins.datAdr, size,
+              shm.num);
     }
 }
 
-void copyAttached(Direction direction, DatInfo &ins, ShmInfo &shm, const char *function)
+void copyAttached(Direction direction, DatInfo &ins, ShmInfo &shm)
 {
     const int shmId = segmentNow(shm).id;
     Attachment attachment(shmId);
     if (!attachment) {
-        TRACE_AS(function, kFailure, "_OUT_ shmat Failure!! errno=[%d]", attachment.error());
+        TRACE(kFailure, "_OUT_ shmat Failure!! errno=[%d]", attachment.error());
         return;
     }
     setAttachment(shm, attachment.get());
     struct shmid_ds info = {};
     if (::shmctl(shmId, IPC_STAT, &info) == -1) {
         const int error = errno;
-        TRACE_AS(function, kFailure, "shmctl Failure!! errno=[%d]", error);
+        TRACE(kFailure, "shmctl Failure!! errno=[%d]", error);
         info.shm_segsz = 0; // unknown: nothing is copied
     }
-    traceCopy(direction, recordsNow(ins), segmentNow(shm), function);
+    traceCopy(direction, recordsNow(ins), segmentNow(shm));
     if (direction == Direction::toSegment) {
         copyToSegment(ins, shm, attachment.get(), info.shm_segsz);
     } else {
@@ -104,27 +104,28 @@ void copyAttached(Direction direction, DatInfo &ins, ShmInfo &shm, const char *f
     }
     if (attachment.detach() != 0) {
         const int error = errno;
-        TRACE_AS(function, kFailure, "_OUT_ shmdt Failure!! errno=[%d]", error);
+        TRACE(kFailure, "_OUT_ shmdt Failure!! errno=[%d]", error);
     }
 }
 
-int copyLocked(const CInfo *cInfo, Direction direction, DatInfo &ins, ShmInfo &shm, const char *function)
+int copyLocked(const CInfo *cInfo, Direction direction, DatInfo &ins, ShmInfo &shm)
 {
     SegmentLock lock(cInfo, shm);
     if (lock.failed()) {
-        return TRACED_AS(function, -1, kFailure, "_OUT_ thmutex_lock Failure!!");
+        return TRACED(-1, kFailure, "_OUT_ thmutex_lock Failure!!");
     }
-    copyAttached(direction, ins, shm, function); // its failures are traced only
+    copyAttached(direction, ins, shm); // its failures are traced only
     if (lock.unlock() != 0) {
-        return TRACED_AS(function, -1, kFailure, "_OUT_ thmutex_unlock Failure!!");
+        return TRACED(-1, kFailure, "_OUT_ thmutex_unlock Failure!!");
     }
-    return TRACED_AS(function, 0, kDetail, "_OUT_ ret=[%d]", 0);
+    return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
 }
 
 } // namespace
 
 int setInstToShm(const CInfo *cInfo, DatInfo *ins, ShmInfo *shm)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (cInfo == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(cInfo) Failure!!");
@@ -135,11 +136,12 @@ int setInstToShm(const CInfo *cInfo, DatInfo *ins, ShmInfo *shm)
     if (shm == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(shm) Failure!!");
     }
-    return copyLocked(cInfo, Direction::toSegment, *ins, *shm, __func__);
+    return copyLocked(cInfo, Direction::toSegment, *ins, *shm);
 }
 
 int setShmToInst(const CInfo *cInfo, ShmInfo *shm, DatInfo *ins)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (cInfo == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(cInfo) Failure!!");
@@ -150,5 +152,5 @@ int setShmToInst(const CInfo *cInfo, ShmInfo *shm, DatInfo *ins)
     if (ins == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(ins) Failure!!");
     }
-    return copyLocked(cInfo, Direction::toStore, *ins, *shm, __func__);
+    return copyLocked(cInfo, Direction::toStore, *ins, *shm);
 }

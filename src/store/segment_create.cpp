@@ -60,39 +60,39 @@ int createEmpty(const char *path)
 enum class Attempt { made, retry, stop };
 
 // The segment of a key, if that key is free. An identifier of 0 is refused: it reads as "none" elsewhere.
-Attempt createSegment(key_t key, int size, int n, int &shmId, int &error, const char *function)
+Attempt createSegment(key_t key, int size, int n, int &shmId, int &error)
 {
-    TRACE_AS(function, kDetail, "shmget(0x%08x , %d)", static_cast<unsigned>(key), size);
+    TRACE(kDetail, "shmget(0x%08x , %d)", static_cast<unsigned>(key), size);
     shmId = ::shmget(key, static_cast<size_t>(size), IPC_CREAT | IPC_EXCL | kPermissions);
     error = errno;
     if (shmId > 0) {
-        TRACE_AS(function, kDetail, "shmget[%d]=OK. shmId=[%d]", n, shmId);
+        TRACE(kDetail, "shmget[%d]=OK. shmId=[%d]", n, shmId);
         return Attempt::made;
     }
     if (shmId == 0) {
         errno = 0;
         ::shmctl(shmId, IPC_RMID, nullptr);
         const int removeError = errno;
-        TRACE_AS(function, kDetail, "shmget[%d]=NG. shmId=[%d] errno=[%d] shmctl-destroy.", n, shmId, removeError);
+        TRACE(kDetail, "shmget[%d]=NG. shmId=[%d] errno=[%d] shmctl-destroy.", n, shmId, removeError);
         return Attempt::retry;
     }
-    TRACE_AS(function, kFailure, "shmget[%d]=retry. shmId=[%d] errno=[%d]", n, shmId, error);
+    TRACE(kFailure, "shmget[%d]=retry. shmId=[%d] errno=[%d]", n, shmId, error);
     return Attempt::retry;
 }
 
-Attempt attempt(const KeyFile &file, int size, int n, int &shmId, int &error, const char *function)
+Attempt attempt(const KeyFile &file, int size, int n, int &shmId, int &error)
 {
     if (!exists(file.path)) {
-        TRACE_AS(function, kDetail, "KeyFile NewCreate(%s)", file.path);
+        TRACE(kDetail, "KeyFile NewCreate(%s)", file.path);
         if (createEmpty(file.path) != 0) {
             error = errno;
-            TRACE_AS(function, kFailure, "_OUT_ fopen Failure!! fnm=[%s] errno=[%d]", file.path, error);
+            TRACE(kFailure, "_OUT_ fopen Failure!! fnm=[%s] errno=[%d]", file.path, error);
             return Attempt::stop;
         }
     }
     if (isLink(file.path)) { // its key would be that of somebody else's file: set aside like a key that is taken
         error = ELOOP;
-        TRACE_AS(function, kFailure, "shmget[%d]=retry. shmId=[%d] errno=[%d]", n, shmId, error);
+        TRACE(kFailure, "shmget[%d]=retry. shmId=[%d] errno=[%d]", n, shmId, error);
         return Attempt::retry;
     }
     const key_t key = ::ftok(file.path, kProjectId);
@@ -101,19 +101,19 @@ Attempt attempt(const KeyFile &file, int size, int n, int &shmId, int &error, co
         if (error == ENOENT) {
             return Attempt::retry; // another process has just retired it
         }
-        TRACE_AS(function, kFailure, "_OUT_ ftok Failure!! fnm=[%s] errno=[%d]", file.path, error);
+        TRACE(kFailure, "_OUT_ ftok Failure!! fnm=[%s] errno=[%d]", file.path, error);
         return Attempt::stop;
     }
-    return createSegment(key, size, n, shmId, error, function);
+    return createSegment(key, size, n, shmId, error);
 }
 
 // Tries keys until one is free. Returns the identifier, or -1 with the last error; n is the last attempt's number.
-int findSegment(const KeyFile &file, int size, int &n, int &error, const char *function)
+int findSegment(const KeyFile &file, int size, int &n, int &error)
 {
     RetiredFile retired;
     for (n = 1; n <= kAttempts; ++n) {
         int shmId = -1;
-        const Attempt outcome = attempt(file, size, n, shmId, error, function);
+        const Attempt outcome = attempt(file, size, n, shmId, error);
         if (outcome == Attempt::made) {
             return shmId;
         }
@@ -123,18 +123,18 @@ int findSegment(const KeyFile &file, int size, int &n, int &error, const char *f
         nameRetired(retired, file, n); // set aside, not removed: its inode, and with it its key, stays taken
         ::rename(file.path, retired.path);
     }
-    TRACE_AS(function, kFailure, "_OUT_ shmget Failure!!*[%d]", n > kAttempts ? kAttempts : n);
+    TRACE(kFailure, "_OUT_ shmget Failure!!*[%d]", n > kAttempts ? kAttempts : n);
     return -1;
 }
 
-void removeRetired(const KeyFile &file, int attempts, const char *function)
+void removeRetired(const KeyFile &file, int attempts)
 {
     RetiredFile retired;
     bool gap = false;
     for (int n = 1; n <= kAttempts; ++n) {
         nameRetired(retired, file, n);
         if (exists(retired.path)) {
-            TRACE_AS(function, kDetail, "unlink[%s]", retired.path);
+            TRACE(kDetail, "unlink[%s]", retired.path);
             ::unlink(retired.path);
         } else {
             gap = true;
@@ -146,17 +146,16 @@ void removeRetired(const KeyFile &file, int attempts, const char *function)
     }
 }
 
-int createUnderFreshKey(const char *keyFileBase, int cid, int size, int &error, const char *function)
+int createUnderFreshKey(const char *keyFileBase, int cid, int size, int &error)
 {
     KeyFile file;
     if (!nameKeyFile(file, keyFileBase, cid)) {
         error = ENAMETOOLONG;
-        return TRACED_AS(function, -1, kFailure, "_OUT_ fopen Failure!! fnm=[%s] errno=[%d]", keyFileBase,
-                         ENAMETOOLONG);
+        return TRACED(-1, kFailure, "_OUT_ fopen Failure!! fnm=[%s] errno=[%d]", keyFileBase, ENAMETOOLONG);
     }
     int attempts = 0;
-    const int shmId = findSegment(file, size, attempts, error, function);
-    removeRetired(file, attempts, function);
+    const int shmId = findSegment(file, size, attempts, error);
+    removeRetired(file, attempts);
     return shmId;
 }
 
@@ -164,6 +163,7 @@ int createUnderFreshKey(const char *keyFileBase, int cid, int size, int &error, 
 
 int shmCreate(const CInfo *cInfo, ShmInfo *shmInfo, const char *keyFileBase, int cid, int size)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (cInfo == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(cInfo) Failure!!");
@@ -185,7 +185,7 @@ int shmCreate(const CInfo *cInfo, ShmInfo *shmInfo, const char *keyFileBase, int
         return TRACED(-1, kFailure, "_OUT_ thmutex_lock Failure!!");
     }
     int error = 0;
-    const int shmId = createUnderFreshKey(keyFileBase, cid, size, error, __func__);
+    const int shmId = createUnderFreshKey(keyFileBase, cid, size, error);
     if (lock.unlock() != 0) {
         if (shmId > 0) {
             ::shmctl(shmId, IPC_RMID, nullptr); // nobody learns of it

@@ -2,15 +2,15 @@
 #include "runtime/memory.h"
 #include "store/arrays.h"
 
-int strgPublishAll(const CInfo *cInfo, const char *function)
+int strgPublishAll(const CInfo *cInfo)
 {
     for (int id = 0; id < TAV_CID_STRG_MAX; ++id) {
         if (recordsNow(instSt[id]).datNum <= 0) {
             continue;
         }
-        TRACE_AS(function, kDetail, "setInstToShm(%d)", id);
+        TRACE(kDetail, "setInstToShm(%d)", id);
         if (setInstToShm(cInfo, &instSt[id], &shmSt[id]) != 0) {
-            return TRACED_AS(function, -1, kFailure, "_OUT_ setInstToShm(%d) Failure!!", id);
+            return TRACED(-1, kFailure, "_OUT_ setInstToShm(%d) Failure!!", id);
         }
     }
     return 0;
@@ -18,6 +18,7 @@ int strgPublishAll(const CInfo *cInfo, const char *function)
 
 int strgSetInstance(const CInfo *cInfo)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (nonsrvMutexLock(cInfo, &instMutexSt.mutex) != 0) {
         return TRACED(-1, kFailure, "_OUT_ nonsrvMutexLock(instMutexSt) Failure!!");
@@ -45,6 +46,7 @@ int strgSetInstance(const CInfo *cInfo)
 
 int strgFreeInstance(const CInfo *cInfo)
 {
+    const TraceScope scope;
     const std::lock_guard held(g_collectionLock);
     TRACE(kDetail, "_IN_");
     int ret = 0;

@@ -39,12 +39,12 @@ bool strgTakeTotals()
     });
 }
 
-void strgDestroyLocks(const char *function)
+void strgDestroyLocks()
 {
     for (int id = 0; id < TAV_CID_STRG_MAX; ++id) {
-        TRACE_AS(function, kDetail, "pthread_mutex_destroy(%d)", id);
+        TRACE(kDetail, "pthread_mutex_destroy(%d)", id);
         destroyMutex(shmSt[id].mutex);
     }
-    TRACE_AS(function, kDetail, "pthread_mutex_destroy(instMutexSt)");
+    TRACE(kDetail, "pthread_mutex_destroy(instMutexSt)");
     destroyMutex(instMutexSt);
 }

@@ -62,23 +62,23 @@ bool compose(const DatInfo *records, std::span<uint8_t> out)
            recordsHeld(records[TAV_CID_STRG_TNUM]) == 1 && composeStateFile(records, out);
 }
 
-void traceSizes(const DatInfo *records, size_t size, const char *function)
+void traceSizes(const DatInfo *records, size_t size)
 {
     for (int id = 0; id < TAV_CID_STRG_MAX; ++id) {
         const DatInfo now = recordsNow(records[id]);
         if (now.datNum > 0) {
-            TRACE_AS(function, kDetail, "datCur[%d] Size=[%d]*Num=[%d]", id, static_cast<int>(now.datSize), now.datNum);
+            TRACE(kDetail, "datCur[%d] Size=[%d]*Num=[%d]", id, static_cast<int>(now.datSize), now.datNum);
         }
     }
-    TRACE_AS(function, kDetail, "outputSize=[%d]", static_cast<int>(size));
+    TRACE(kDetail, "outputSize=[%d]", static_cast<int>(size));
 }
 
 // The whole file in a block of its own, which the caller frees; null when memory is short.
-uint8_t *composedFile(const DatInfo *records, size_t &size, const char *function)
+uint8_t *composedFile(const DatInfo *records, size_t &size)
 {
     for (int attempt = 0; attempt < kComposeAttempts; ++attempt) {
         size = sizeNow(records);
-        traceSizes(records, size, function);
+        traceSizes(records, size);
         HeapBlock<uint8_t> output(size > INT32_MAX ? nullptr : memalloc(static_cast<int32_t>(size)));
         if (!output) {
             return nullptr;
@@ -91,11 +91,11 @@ uint8_t *composedFile(const DatInfo *records, size_t &size, const char *function
 }
 
 // The totals of the old version, one record of 16 bytes, widened to today's.
-int getOldTotals(std::FILE *file, DatInfo *totals, const char *function)
+int getOldTotals(std::FILE *file, DatInfo *totals)
 {
     HeapBlock<uint8_t> area(memalloc(sizeof(StrgTnumRec)));
     if (!area) {
-        return TRACED_AS(function, -1, kFailure, "_OUT_ datstrgTnum alloc Failure!!");
+        return TRACED(-1, kFailure, "_OUT_ datstrgTnum alloc Failure!!");
     }
     DatInfo old = {kOldTotalsSize, 0, nullptr};
     const int ret = getDatFromBinFile(file, 1, &old);
@@ -103,21 +103,21 @@ int getOldTotals(std::FILE *file, DatInfo *totals, const char *function)
         std::memcpy(area.get(), old.datAdr, kOldTotalsSize); // LifeSpanTotalNumber stays 0
         replaceRecords(*totals, 1, area.handOver());
     }
-    memfree(old.datAdr, function);
-    return ret == 0 ? 0 : TRACED_AS(function, -1, kFailure, "_OUT_ getDatFromBinFile[TNUM] Failure!!");
+    memfree(old.datAdr);
+    return ret == 0 ? 0 : TRACED(-1, kFailure, "_OUT_ getDatFromBinFile[TNUM] Failure!!");
 }
 
-int getTotals(std::FILE *file, FileVersion version, DatInfo *totals, const char *function)
+int getTotals(std::FILE *file, FileVersion version, DatInfo *totals)
 {
     switch (version) {
     case FileVersion::current:
         return getDatFromBinFile(file, 1, totals) == 0
                    ? 0
-                   : TRACED_AS(function, -1, kFailure, "_OUT_ getDatFromBinFile[TNUM] Failure!!");
+                   : TRACED(-1, kFailure, "_OUT_ getDatFromBinFile[TNUM] Failure!!");
     case FileVersion::old:
-        return getOldTotals(file, totals, function);
+        return getOldTotals(file, totals);
     default:
-        return TRACED_AS(function, -1, kFailure, "_OUT_ DatfileVer Failure!!");
+        return TRACED(-1, kFailure, "_OUT_ DatfileVer Failure!!");
     }
 }
 
@@ -131,7 +131,7 @@ constexpr Block kBlocks[] = {
     {TAV_CID_STRG_OPTM, "OPTM"}, {TAV_CID_STRG_MISC, "MISC"},   {TAV_CID_STRG_LIFE, "LIFE"},
 };
 
-int getBlocks(std::FILE *file, FileVersion version, DatInfo *records, const char *function)
+int getBlocks(std::FILE *file, FileVersion version, DatInfo *records)
 {
     StrgTnumRec totals = {};
     copyRecord(records[TAV_CID_STRG_TNUM], 0, {reinterpret_cast<uint8_t *>(&totals), sizeof totals});
@@ -140,7 +140,7 @@ int getBlocks(std::FILE *file, FileVersion version, DatInfo *records, const char
             break; // the old version has no such block, and the entry stays as it was
         }
         if (getDatFromBinFile(file, totalOf(totals, block.classId), &records[block.classId]) != 0) {
-            return TRACED_AS(function, -1, kFailure, "_OUT_ getDatFromBinFile[%s] Failure!!", block.name);
+            return TRACED(-1, kFailure, "_OUT_ getDatFromBinFile[%s] Failure!!", block.name);
         }
     }
     return 0;
@@ -150,6 +150,7 @@ int getBlocks(std::FILE *file, FileVersion version, DatInfo *records, const char
 
 int getDatFromBinFile(std::FILE *file, int num, DatInfo *datInfo)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ cnt=[%d]", num);
     if (file == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(fp) Failure!!");
@@ -192,6 +193,7 @@ int getDatFromBinFile(std::FILE *file, int num, DatInfo *datInfo)
 
 int strgGetBinFile(std::FILE *file, DatInfo *records)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (file == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(fp) Failure!!");
@@ -211,8 +213,7 @@ int strgGetBinFile(std::FILE *file, DatInfo *records)
         return TRACED(-1, kFailure, "_OUT_ getDatFromBinFile[CONF] Failure!!");
     }
     const FileVersion version = fileVersion({line, sizeof line});
-    if (getTotals(file, version, &records[TAV_CID_STRG_TNUM], __func__) != 0 ||
-        getBlocks(file, version, records, __func__) != 0) {
+    if (getTotals(file, version, &records[TAV_CID_STRG_TNUM]) != 0 || getBlocks(file, version, records) != 0) {
         return -1;
     }
     TRACE(kDetail, "- from File Info -");
@@ -222,6 +223,7 @@ int strgGetBinFile(std::FILE *file, DatInfo *records)
 
 int strgPutBinFile(std::FILE *file, DatInfo *records)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (file == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(fp) Failure!!");
@@ -232,7 +234,7 @@ int strgPutBinFile(std::FILE *file, DatInfo *records)
     TRACE(kDetail, "- to File Info -");
     strgLogDumpInstanceDat(99, records);
     size_t size = 0;
-    uint8_t *output = composedFile(records, size, __func__);
+    uint8_t *output = composedFile(records, size);
     if (output == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ outputAdr alloc Failure!!");
     }

@@ -48,10 +48,10 @@ int strgSetInstance(const CInfo *cInfo);
 int strgFreeInstance(const CInfo *cInfo);
 // Copies every class that has records into its segment. 0, or -1 after the first failure. Traces each class and the
 // failure in the name of the function that publishes.
-int strgPublishAll(const CInfo *cInfo, const char *function = __builtin_FUNCTION());
+int strgPublishAll(const CInfo *cInfo);
 // Destroys the segments' locks and the store lock; one that is held at this moment stays. The next initialisation makes
 // them anew. Traces each in the name of the function that destroys.
-void strgDestroyLocks(const char *function = __builtin_FUNCTION());
+void strgDestroyLocks();
 
 // Whether the store is whole: it was initialised, and no stop or cleanup has begun to free it. A class without records
 // is then one without devices. The caller holds g_recordsLock.
@@ -71,7 +71,7 @@ enum class SaveResult {
 // Saves the eleven descriptors durably: written beside the file, synced, renamed over it, the directory synced. After a
 // failure the old file is still there. Traces the steps ("fopen[%s]", "strgPutBinFile()", "fclose") in the name of the
 // function that saves; the failure is left to it. error is the errno of a failed open.
-SaveResult strgSaveBinFile(DatInfo *records, int &error, const char *function = __builtin_FUNCTION());
+SaveResult strgSaveBinFile(DatInfo *records, int &error);
 
 // Writes the whole state to an open stream / reads it, resizing the record areas. 0, or -1.
 int strgPutBinFile(std::FILE *file, DatInfo *records);

@@ -25,16 +25,21 @@ constexpr size_t kBlock = 250;
 
 constexpr const char *kThreadFunction = "strgWatchThread";
 
-// Values that differ from run to run: addresses, thread identifiers, keys and identifiers of segments.
+// Values that differ from run to run: addresses, descriptors, thread identifiers, keys and identifiers of
+// segments.
 std::string withoutRunsOwnValues(std::string line)
 {
     static const std::regex pointer("0x[0-9a-f]{9,16}");
     static const std::regex threadId("(tid=\\[|gst_thid=\\[|pthread_cancel\\()-?[1-9][0-9]*");
+    static const std::regex descriptor("\\bfd=\\[[0-9]+\\]");
     static const std::regex segmentKey("shmget\\(0x[0-9a-f]+");
     static const std::regex segmentId("(shmId=\\[|shmCreate _OUT_ ret=\\[)[0-9]+");
     if (line.find("0x") != std::string::npos) {
         line = std::regex_replace(line, pointer, "PTR");
         line = std::regex_replace(line, segmentKey, "shmget(KEY");
+    }
+    if (line.find("fd=[") != std::string::npos) {
+        line = std::regex_replace(line, descriptor, "fd=[FD]");
     }
     if (line.find("shm") != std::string::npos) {
         line = std::regex_replace(line, segmentId, "$1ID");
@@ -150,10 +155,7 @@ public:
         std::ifstream file(trace());
         for (std::string line; std::getline(file, line);) {
             const size_t tab = line.find('\t');
-            if (tab == std::string::npos) { // the second line of a text that has several
-                lines_.push_back(line);
-                continue;
-            }
+            ASSERT_NE(tab, std::string::npos) << line;
             const std::string thread = line.substr(0, tab);
             const std::string text = withoutRunsOwnValues(line.substr(tab + 1));
             bool &monitoring = isMonitoring_[thread];
@@ -175,7 +177,12 @@ public:
         lines_.insert(lines_.end(), answers_.begin(), answers_.end());
         answers_.clear();
     }
-    void stopServer() { broker().stop(); }
+    // Both cleanups, one after the other: a broker that stops enters them at once, in either order.
+    void cleanUp()
+    {
+        answered("cleanup", broker().cleanupInstance(true));
+        answered("method cleanup", broker().cleanupMethod(true));
+    }
     // Files of the agent's root that the provider writes, each as its bytes.
     void files()
     {
@@ -258,7 +265,7 @@ std::vector<std::string> requestsOutsideServiceMode(const std::string &name)
     session.get("TAV_StorageHardDisk", "1");
     session.get("TAV_StorageTotalNumber", "");
     session.mark("unplugged");
-    session.stopServer();
+    session.cleanUp();
     session.files();
     session.mark("stopped");
     return session.take();

@@ -1,5 +1,5 @@
-#include "collect/inf/inf_parse.h"
 #include "collect/base/text_file.h"
+#include "collect/inf/inf_parse.h"
 #include "runtime/field_text.h"
 #include "runtime/trace.h"
 
@@ -16,6 +16,7 @@ constexpr int32_t kStatusNull = -3;
 
 int GetInfFromFile(int32_t *status, const char *path, char *out)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (status == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(status) Failure!!");

@@ -51,21 +51,20 @@ template <class Entry> bool growAndAppend(Entry *&table, int32_t &capacity, int3
     return appendEntry(table, capacity, count, entry);
 }
 
-// A list in one block that must not outlive its scope; the release is traced in the name of the function that holds it.
+// A list in one block that must not outlive its scope.
 template <class Entry> struct ListHolder {
-    explicit ListHolder(const char *holder) : function(holder) {}
+    ListHolder() = default;
     ~ListHolder() { release(); }
     ListHolder(const ListHolder &) = delete;
     ListHolder &operator=(const ListHolder &) = delete;
     void release()
     {
         if (entries != nullptr) {
-            memfree(entries, function);
+            memfree(entries);
         }
         count = 0;
     }
 
-    const char *function;
     Entry *entries = nullptr;
     int32_t count = 0;
 };

@@ -1,5 +1,7 @@
 #include "collect/base/flat_table.h"
 
+#include "support/trace_recorder.h"
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -77,12 +79,16 @@ TEST(GrowAndAppend, GrowsFromNothingAndKeepsWhatIsThere)
 
 TEST(ListHolder, ReleasesInTheNameOfItsHolder)
 {
-    ListHolder<Pair> list("Holder");
+    const TraceRecorder trace;
+    const TraceScope scope("Holder");
+    ListHolder<Pair> list;
     list.entries = static_cast<Pair *>(memalloc(sizeof(Pair)));
     list.count = 1;
     list.release();
     EXPECT_EQ(list.entries, nullptr);
     EXPECT_EQ(list.count, 0);
+    ASSERT_EQ(trace.textsOf("Holder").size(), 1U);
+    EXPECT_TRUE(trace.textsOf("Holder")[0].starts_with("memfree(0x"));
 }
 
 } // namespace

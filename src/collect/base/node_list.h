@@ -8,12 +8,12 @@
 #include <type_traits>
 #include <utility>
 
-// Frees every node of a list and nulls its head, traced in the name of the function that frees.
-template <class Node> void freeNodes(Node *&head, const char *function)
+// Frees every node of a list and nulls its head.
+template <class Node> void freeNodes(Node *&head)
 {
     while (head != nullptr) {
         Node *node = std::exchange(head, head->next);
-        memfree(node, function);
+        memfree(node);
     }
 }
 
@@ -22,8 +22,8 @@ template <class Node> class NodeList {
     static_assert(std::is_trivial_v<Node>);
 
 public:
-    explicit NodeList(const char *function) : function_(function) {}
-    ~NodeList() { freeNodes(head_, function_); }
+    NodeList() = default;
+    ~NodeList() { freeNodes(head_); }
     NodeList(const NodeList &) = delete;
     NodeList &operator=(const NodeList &) = delete;
     // A zero-filled node at the tail, or null when memory is short.
@@ -46,7 +46,6 @@ public:
     }
 
 private:
-    const char *function_;
     Node *head_ = nullptr;
     Node *tail_ = nullptr;
     int32_t count_ = 0;

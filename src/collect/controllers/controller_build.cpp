@@ -1,7 +1,7 @@
 #include "collect/controllers/controller_build.h"
 
-#include "collect/discovery_lists.h"
 #include "collect/base/flat_table.h"
+#include "collect/discovery_lists.h"
 #include "runtime/field_text.h"
 
 #include <cstdlib>
@@ -69,6 +69,7 @@ int makeControllers(const ListHolder<SCSIHostEntry> &hosts)
 
 int InitController()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     resetControllerCounters();
     if (GetControllerTotalNumber() < 0 || GetController() < 0) {
@@ -79,6 +80,7 @@ int InitController()
 
 int GetControllerTotalNumber()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (GetControllerNumber() < 0 || MallocController() < 0) {
         return TRACED(-1, kFailure, "_OUT_ (-1)");
@@ -88,6 +90,7 @@ int GetControllerTotalNumber()
 
 int GetControllerNumber()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (GetIDEControllerNumber_Leaf() < 0) {
         return TRACED(-1, kFailure, "_OUT_ GetIDEControllerNumber_Leaf() failed. (-1)");
@@ -106,6 +109,7 @@ int GetControllerNumber()
 
 int GetIDEControllerNumber_Leaf()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (!fitsCount(g_IDEGeneralInfo.controllerCount)) {
         return TRACED(-1, kFailure, "_OUT_ (-1)");
@@ -116,6 +120,7 @@ int GetIDEControllerNumber_Leaf()
 
 int GetSCSIControllerNumber_Leaf()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     const int32_t drivers = CtrlNumMib.TotalDriver + g_SCSIControllerTypeTotalNumber;
     if (!fitsCount(g_SCSIControllerTotalNumber) || !fitsCount(drivers)) {
@@ -128,8 +133,9 @@ int GetSCSIControllerNumber_Leaf()
 
 int GetController()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    ListHolder<SCSIHostEntry> hosts(__func__);
+    ListHolder<SCSIHostEntry> hosts;
     if (read_proc_scsi(&hosts.entries, &hosts.count) < 0) {
         return TRACED(-1, kFailure, "_OUT_ (-1)");
     }

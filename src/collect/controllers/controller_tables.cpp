@@ -21,13 +21,13 @@ namespace {
 int32_t portCapacity = 0;
 int32_t driverCapacity = 0;
 
-template <class Entry> int mallocTable(const char *function, Entry *&table, uint16_t number)
+template <class Entry> int mallocTable(Entry *&table, uint16_t number)
 {
-    TRACE_AS(function, kDetail, "_IN_ number=[%d]", number);
+    TRACE(kDetail, "_IN_ number=[%d]", number);
     if (allocateTable(table, number) < 0) {
-        return TRACED_AS(function, -1, kFailure, "_OUT_ (-1)");
+        return TRACED(-1, kFailure, "_OUT_ (-1)");
     }
-    return TRACED_AS(function, 0, kDetail, "_OUT_ (0)");
+    return TRACED(0, kDetail, "_OUT_ (0)");
 }
 
 } // namespace
@@ -66,33 +66,39 @@ void resetControllerCounters()
 
 int MallocSCSIControllerTable(uint16_t number)
 {
-    return mallocTable(__func__, pSCSICtrlTbl, number);
+    const TraceScope scope;
+    return mallocTable(pSCSICtrlTbl, number);
 }
 
 int MallocIDEControllerTable(uint16_t number)
 {
-    return mallocTable(__func__, pIDECtrlTbl, number);
+    const TraceScope scope;
+    return mallocTable(pIDECtrlTbl, number);
 }
 
 int MallocPortTable(uint16_t number)
 {
+    const TraceScope scope;
     portCapacity = number;
-    return mallocTable(__func__, pPortTbl, number);
+    return mallocTable(pPortTbl, number);
 }
 
 int MallocDriverTable(uint16_t number)
 {
+    const TraceScope scope;
     driverCapacity = number;
-    return mallocTable(__func__, pDriverTbl, number);
+    return mallocTable(pDriverTbl, number);
 }
 
 int MallocControllerTable(uint16_t number)
 {
-    return mallocTable(__func__, pCtrlTbl, number);
+    const TraceScope scope;
+    return mallocTable(pCtrlTbl, number);
 }
 
 int MallocController()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (MallocSCSIControllerTable(CtrlNumMib.TotalSCSIController) < 0 ||
         MallocIDEControllerTable(CtrlNumMib.TotalIDEController) < 0 || MallocPortTable(CtrlNumMib.TotalPort) < 0 ||
@@ -104,6 +110,7 @@ int MallocController()
 
 void FreeControllerTable()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     memfree(pCtrlTbl);
     memfree(pDriverTbl);

@@ -1,8 +1,8 @@
 // IDE channels in the controller tables.
 
 #include "collect/base/flat_table.h"
-#include "collect/controllers/controller_build.h"
 #include "collect/base/text_scan.h"
+#include "collect/controllers/controller_build.h"
 #include "devcmd/kernel/irq_ports.h"
 #include "runtime/field_text.h"
 
@@ -49,6 +49,7 @@ ControllerEntry newIDEController(int32_t i, int32_t position, int32_t channel)
 
 uint16_t GetIDEControllerBusType(std::string_view bus)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     uint16_t code = kOtherBus;
     for (const BusRow &row : kBuses) {
@@ -61,6 +62,7 @@ uint16_t GetIDEControllerBusType(std::string_view bus)
 
 int GetControllerInterrupt(const char *channelName, ControllerEntry *entry)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ name=[%s]", channelName);
     uint32_t irq = 0;
     int32_t found = 0;
@@ -73,6 +75,7 @@ int GetControllerInterrupt(const char *channelName, ControllerEntry *entry)
 
 int GetControllerPort(const char *channelName, ControllerEntry *entry)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ name=[%s]", channelName);
     RangeHolder ranges;
     int32_t found = 0;
@@ -93,6 +96,7 @@ int GetControllerPort(const char *channelName, ControllerEntry *entry)
 
 int MakeIDEController(int32_t i)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ i=[%d]", i);
     const int32_t position = i - CtrlNumMib.TotalSCSIController + 1;
     if (!appendIDEController({static_cast<uint16_t>(i + 1), static_cast<uint16_t>(position)})) {

@@ -46,6 +46,7 @@ void linkDriver(int32_t host, uint32_t driverIndex)
 
 int _CmpControllerTid(const void *left, const void *right)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     const int64_t difference =
         int64_t{static_cast<const SCSIHostEntry *>(left)->host} - static_cast<const SCSIHostEntry *>(right)->host;
@@ -89,6 +90,7 @@ ControllerEntry newSCSIController(int32_t i, int32_t host)
 
 int MakeSCSIController(int32_t i, const SCSIHostEntry &host)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ i=[%d]", i);
     const auto index = static_cast<uint16_t>(i + 1);
     if (!appendSCSIController({index, index, static_cast<uint16_t>(host.host)}) ||
@@ -100,6 +102,7 @@ int MakeSCSIController(int32_t i, const SCSIHostEntry &host)
 
 int MakeSCSIControllerDriver(int32_t i, const SCSIHostEntry &host)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ i=[%d] driver=[%s]", i, host.driver);
     const std::string_view driver = fieldText(host.driver);
     uint32_t index = i == 0 ? 0 : findDriver(driver); // the first controller always gets an entry of its own

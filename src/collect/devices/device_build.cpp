@@ -5,6 +5,7 @@
 
 int InitDevice()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     resetDeviceCounters();
     if (GetDeviceTotalNumber() < 0) {
@@ -20,6 +21,7 @@ int InitDevice()
 
 int MakeDeviceTable()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if ((TotalSCSIDevice != 0 && MakeSCSIDeviceTable() < 0) || (TotalIDEDevice != 0 && MakeIDEDeviceTable() < 0)) {
         return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);

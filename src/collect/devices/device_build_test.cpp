@@ -1,7 +1,7 @@
 #include "collect/devices/device_build.h"
 
-#include "collect/lists_fixture_test.h"
 #include "collect/devices/scsi_table.h"
+#include "collect/lists_fixture_test.h"
 #include "devcmd/geometry.h"
 #include "sim/sim.h"
 
@@ -80,7 +80,7 @@ TEST_F(DeviceBuild, AnUnmanagedDiskBetweenManagedOnesLeavesNoGapInTheNumbers)
         {"id": 2, "ata": true, "model": "LAST", "serial": "S3", "identifyWords": {"20": 0}}]}],
         "files": {"storage.inf": "ahci\n"}})");
     ASSERT_EQ(GetSCSIAndIDEInfoListFromProc(), 0);
-    SCSISurroundings around("test");
+    SCSISurroundings around;
     ASSERT_EQ(around.loadUSB(), 0);
     ASSERT_EQ(around.loadHosts(), 0);
     ASSERT_NE(g_SCSIDeviceInfo, nullptr);
@@ -284,7 +284,7 @@ TEST_F(ScsiTable, ListsAreReleasedInTheirOrder)
     prepare(R"({"hosts": [{"driver": "ahci", "devices": [{"type": 5}]}, {"driver": "usb-storage"}],
                 "files": {"storage.inf": "ahci\n", "noscsi.inf": "Vendor: ACME Model:\n"}})",
             "CD-ROM");
-    SCSISurroundings around("test");
+    SCSISurroundings around;
     ASSERT_EQ(around.loadUSB(), 0);
     ASSERT_EQ(around.loadHosts(), 0);
     ASSERT_EQ(around.loadUnmanaged(), 0);

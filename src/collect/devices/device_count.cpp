@@ -1,13 +1,11 @@
 // How many entries each device table needs: upper bounds, found before any device is opened.
 
-#include "collect/discovery_lists.h"
 #include "collect/devices/device_build.h"
 #include "collect/devices/scsi_table.h"
+#include "collect/discovery_lists.h"
 #include "runtime/field_text.h"
 
 namespace {
-
-constexpr char kCountSCSI[] = "GetSCSIDeviceTotalNumber"; // in whose name the walk traces
 
 void countDevice(const DeviceKind &kind, int32_t &interfaceTotal)
 {
@@ -19,6 +17,7 @@ void countDevice(const DeviceKind &kind, int32_t &interfaceTotal)
 
 int GetDeviceTotalNumber()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (GetIDEDeviceTotalNumber() < 0 || GetSCSIDeviceTotalNumber() < 0) {
         return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
@@ -29,6 +28,7 @@ int GetDeviceTotalNumber()
 
 int GetIDEDeviceTotalNumber()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     for (const IDEDeviceInfo *device = g_IDEGeneralInfo.devices; device != nullptr; device = device->next) {
         countDevice(ideKindOf(fieldText(device->media)), TotalIDEDevice);
@@ -41,15 +41,13 @@ void countSCSIDevices(const SCSIDeviceInfo *list, const SCSISurroundings &around
     for (const SCSIDeviceInfo *device = list; device != nullptr; device = device->next) {
         switch (judgeHost(around, *device)) {
         case HostVerdict::usb:
-            TRACE_AS(kCountSCSI, kDetail, "The Device maybe USB Device: Host = %d,Vendor = %s", device->host,
-                     device->vendor);
+            TRACE(kDetail, "The Device maybe USB Device: Host = %d,Vendor = %s", device->host, device->vendor);
             continue;
         case HostVerdict::noDriver:
-            TRACE_AS(kCountSCSI, kDetail, "######## Do not management ########");
-            TRACE_AS(kCountSCSI, kDetail,
-                     "host=%d,vender=%s,model=%s,scsirev=%s,type=%s ansirevision=%s,channel=%d,Id=%d,lun=%d",
-                     device->host, device->vendor, device->model, device->scsiRev, device->type, device->ansiRev,
-                     device->channel, device->id, device->lun);
+            TRACE(kDetail, "######## Do not management ########");
+            TRACE(kDetail, "host=%d,vender=%s,model=%s,scsirev=%s,type=%s ansirevision=%s,channel=%d,Id=%d,lun=%d",
+                  device->host, device->vendor, device->model, device->scsiRev, device->type, device->ansiRev,
+                  device->channel, device->id, device->lun);
             continue;
         case HostVerdict::managed:
             break;
@@ -65,8 +63,9 @@ void countSCSIDevices(const SCSIDeviceInfo *list, const SCSISurroundings &around
 
 int GetSCSIDeviceTotalNumber()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    SCSISurroundings around(__func__);
+    SCSISurroundings around;
     if (around.loadUSB() < 0) {
         return TRACED(-1, kFailure, "_OUT_ TAVStorageGetUSBCtrl() failed");
     }

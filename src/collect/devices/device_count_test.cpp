@@ -1,6 +1,6 @@
-#include "collect/lists_fixture_test.h"
 #include "collect/devices/device_build.h"
 #include "collect/devices/scsi_table.h"
+#include "collect/lists_fixture_test.h"
 
 namespace {
 
@@ -16,11 +16,15 @@ protected:
     }
     ~DeviceCount() override { around_.release(); }
 
-    void count() { countSCSIDevices(lists_.scsiList(), around_); }
+    void count()
+    {
+        const TraceScope scope("GetSCSIDeviceTotalNumber");
+        countSCSIDevices(lists_.scsiList(), around_);
+    }
 
     TraceRecorder trace_;
     HandMadeLists lists_;
-    SCSISurroundings around_{"test"};
+    SCSISurroundings around_;
 };
 
 TEST_F(DeviceCount, EachTypeCountsOnceInItsClass)

@@ -70,6 +70,7 @@ void takeWrittenNumbers()
 
 int MallocDeviceTable()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (allocateTable(pSCSIDevTbl, TotalSCSIDevice) < 0 || allocateTable(pIDEDevTbl, TotalIDEDevice) < 0 ||
         allocateTable(pHDDevTbl, TotalHDDevice) < 0 || allocateTable(pTapeDevTbl, TotalTapeDevice) < 0 ||
@@ -82,6 +83,7 @@ int MallocDeviceTable()
 
 void FreeDeviceTable()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     memfree(pSCSIDevTbl);
     memfree(pIDEDevTbl);

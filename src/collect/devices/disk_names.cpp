@@ -4,8 +4,8 @@
 #include "devcmd/open_device.h"
 #include "devcmd/trim.h"
 #include "runtime/cancel.h"
-#include "runtime/holders.h"
 #include "runtime/field_text.h"
+#include "runtime/holders.h"
 #include "runtime/trace.h"
 
 #include <algorithm>
@@ -77,6 +77,7 @@ uint32_t scsiAddressWord(const SCSIDeviceInfo &device)
 
 int32_t GetSCSIDiskDeviceNumber(const SCSIDeviceInfo *list)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     int32_t number = 0;
     for (const SCSIDeviceInfo *device = list; device != nullptr; device = device->next) {
@@ -87,6 +88,7 @@ int32_t GetSCSIDiskDeviceNumber(const SCSIDeviceInfo *list)
 
 int32_t GetSCSIDeviceName_IDArray(const SCSIDeviceInfo *list, SCSIDiskNameTable *table)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     table->count = 0;
     if (list == nullptr) {
@@ -111,6 +113,7 @@ int32_t GetSCSIDeviceName_IDArray(const SCSIDeviceInfo *list, SCSIDiskNameTable 
 
 int32_t TAVStorageGetSCSIDeviceName(const SCSIDiskNameTable *table, const SCSIDeviceInfo *device, char *name)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (table == nullptr || device == nullptr || name == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param is NULL");
@@ -128,6 +131,7 @@ int32_t TAVStorageGetSCSIDeviceName(const SCSIDiskNameTable *table, const SCSIDe
 
 int32_t TAVStorageGetSCSIDeviceSerialNumber(const char *name, char *serial)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ name=[%s]", name);
     char identity[kIdentitySize + 1] = {};
     {

@@ -1,7 +1,7 @@
 // Entries of IDE devices in the class tables.
 
-#include "collect/devices/ide_table.h"
 #include "collect/devices/device_number.h"
+#include "collect/devices/ide_table.h"
 #include "runtime/field_text.h"
 
 #include <algorithm>
@@ -22,13 +22,12 @@ template <class Entry> Entry newClassEntry(int32_t written, const IDEDeviceInfo 
     return entry;
 }
 
-template <class Entry>
-int finish(const char *function, Entry *table, int32_t capacity, int32_t &count, const Entry &entry)
+template <class Entry> int finish(Entry *table, int32_t capacity, int32_t &count, const Entry &entry)
 {
     if (!appendEntry(table, capacity, count, entry)) {
-        return TRACED_AS(function, -1, kFailure, "_OUT_ ret=[%d]", -1);
+        return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
     }
-    return TRACED_AS(function, 0, kDetail, "_OUT_ ret=[%d]", 0);
+    return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
 }
 
 } // namespace
@@ -42,6 +41,7 @@ uint64_t ideCapacityMiB(const IDEDeviceInfo &device)
 
 int GetIDECdromDriver(const IDEDeviceInfo &device, CdromDeviceEntry *entry)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (fieldText(device.driver).size() == sizeof device.driver) {
         return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
@@ -52,6 +52,7 @@ int GetIDECdromDriver(const IDEDeviceInfo &device, CdromDeviceEntry *entry)
 
 int MakeIDEHDDevice(const IDEDeviceInfo &device)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     auto disk = newClassEntry<HardDiskEntry>(hd_dev_cnt, device);
     disk.unknownWord = kIDEWord;
@@ -65,23 +66,24 @@ int MakeIDEHDDevice(const IDEDeviceInfo &device)
     disk.SmartPredict = 0;
     disk.SmartSupport = 1;
     disk.SmartEnableState = 0;
-    return finish(__func__, pHDDevTbl, TotalHDDevice, hd_dev_cnt, disk);
+    return finish(pHDDevTbl, TotalHDDevice, hd_dev_cnt, disk);
 }
 
 int MakeIDECdromDevice(const IDEDeviceInfo &device)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     auto cdrom = newClassEntry<CdromDeviceEntry>(cdrom_dev_cnt, device);
     cdrom.ideWord = kIDEWord;
     if (GetIDECdromDriver(device, &cdrom) < 0) {
         return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
     }
-    return finish(__func__, pCdromDevTbl, TotalCdromDevice, cdrom_dev_cnt, cdrom);
+    return finish(pCdromDevTbl, TotalCdromDevice, cdrom_dev_cnt, cdrom);
 }
 
 int MakeIDEMiscDevice(const IDEDeviceInfo &device)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    return finish(__func__, pMiscDevTbl, TotalMiscDevice, misc_dev_cnt,
-                  newClassEntry<ClassDeviceEntry>(misc_dev_cnt, device));
+    return finish(pMiscDevTbl, TotalMiscDevice, misc_dev_cnt, newClassEntry<ClassDeviceEntry>(misc_dev_cnt, device));
 }

@@ -1,14 +1,12 @@
 #include "collect/devices/ide_table.h"
 
-#include "collect/discovery_lists.h"
 #include "collect/controllers/controller_tables.h"
 #include "collect/devices/device_number.h"
+#include "collect/discovery_lists.h"
 #include "runtime/cancel.h"
 #include "runtime/field_text.h"
 
 namespace {
-
-constexpr char kMakeIDE[] = "MakeIDEDeviceTable"; // in whose name the walk traces
 
 template <size_t N> bool isTerminated(const char (&field)[N])
 {
@@ -22,15 +20,13 @@ int makeClassEntry(const DeviceKind &kind, const IDEDeviceInfo &device)
     switch (kind.deviceClass) {
     case kHardDisk:
         result = MakeIDEHDDevice(device);
-        return result == 0 ? 0 : TRACED_AS(kMakeIDE, -1, kFailure, "_OUT_ MakeIDEHDDevice() failed. ret=[%d]", result);
+        return result == 0 ? 0 : TRACED(-1, kFailure, "_OUT_ MakeIDEHDDevice() failed. ret=[%d]", result);
     case kCdrom:
         result = MakeIDECdromDevice(device);
-        return result == 0 ? 0
-                           : TRACED_AS(kMakeIDE, -1, kFailure, "_OUT_ MakeIDECdromDevice() failed. ret=[%d]", result);
+        return result == 0 ? 0 : TRACED(-1, kFailure, "_OUT_ MakeIDECdromDevice() failed. ret=[%d]", result);
     default:
         result = MakeIDEMiscDevice(device);
-        return result == 0 ? 0
-                           : TRACED_AS(kMakeIDE, -1, kFailure, "_OUT_ MakeIDEMiscDevice() failed. ret=[%d]", result);
+        return result == 0 ? 0 : TRACED(-1, kFailure, "_OUT_ MakeIDEMiscDevice() failed. ret=[%d]", result);
     }
 }
 
@@ -53,6 +49,7 @@ IDEDeviceEntry newIDEDeviceEntry(const DeviceKind &kind)
 
 int GetIDEDevType(const IDEDeviceInfo *device)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (device == nullptr || !isTerminated(device->media)) {
         return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
@@ -63,6 +60,7 @@ int GetIDEDevType(const IDEDeviceInfo *device)
 
 uint16_t GetIDEDevChannel(const IDEDeviceInfo &device)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     const uint16_t position = ideDrivePosition(fieldText(device.name));
     return TRACED(position, kDetail, "_OUT_ ret=[%d]", position);
@@ -70,6 +68,7 @@ uint16_t GetIDEDevChannel(const IDEDeviceInfo &device)
 
 int GetIDEDevModel(const IDEDeviceInfo &device, IDEDeviceEntry *entry)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (!isTerminated(device.model)) {
         return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
@@ -80,6 +79,7 @@ int GetIDEDevModel(const IDEDeviceInfo &device, IDEDeviceEntry *entry)
 
 int GetIDEDeviceControllerIndex(const IDEDeviceInfo &device, uint16_t *index)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     *index = kUnknownWord;
     int32_t position = 0;
@@ -100,7 +100,7 @@ int makeIDEDevice(const IDEDeviceInfo *device)
 {
     const int type = GetIDEDevType(device);
     if (type < 0) {
-        return TRACED_AS(kMakeIDE, -1, kFailure, "GetIDEDevType() failed! ret = %d loop break!", type);
+        return TRACED(-1, kFailure, "GetIDEDevType() failed! ret = %d loop break!", type);
     }
     const DeviceKind &kind = ideKindOf(fieldText(device->media));
     IDEDeviceEntry entry = newIDEDeviceEntry(kind);
@@ -111,17 +111,18 @@ int makeIDEDevice(const IDEDeviceInfo *device)
     entry.IDEConfiguration = GetIDEDevChannel(*device);
     int result = GetIDEDevModel(*device, &entry);
     if (result < 0) {
-        return TRACED_AS(kMakeIDE, -1, kFailure, "GetIDEDevModel() failed! ret = %d loop break!", result);
+        return TRACED(-1, kFailure, "GetIDEDevModel() failed! ret = %d loop break!", result);
     }
     result = GetIDEDeviceControllerIndex(*device, &entry.ControllerIndex);
     if (result < 0) {
-        return TRACED_AS(kMakeIDE, -1, kFailure, "GetIDEDeviceControllerIndex() failed! ret = %d loop break!", result);
+        return TRACED(-1, kFailure, "GetIDEDeviceControllerIndex() failed! ret = %d loop break!", result);
     }
     return appendEntry(pIDEDevTbl, TotalIDEDevice, ide_dev_cnt, entry) ? 0 : -1;
 }
 
 int MakeIDEDeviceTable()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     int result = g_IDEGeneralInfo.devices == nullptr ? -1 : 0;
     for (const auto *device = g_IDEGeneralInfo.devices; device != nullptr && result == 0; device = device->next) {

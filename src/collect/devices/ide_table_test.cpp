@@ -1,7 +1,7 @@
 #include "collect/devices/ide_table.h"
 
-#include "collect/lists_fixture_test.h"
 #include "collect/devices/device_build.h"
+#include "collect/lists_fixture_test.h"
 
 #include <cstring>
 

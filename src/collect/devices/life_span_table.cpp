@@ -12,7 +12,7 @@ constexpr uint16_t kFigureUnknown = 65535; // above every level
 
 // A new entry at the end of pLifeSpanTbl; null when memory is short, and then there is none left. How many drives have
 // one is known only when each is met.
-LifeSpanEntry *growLifeSpans(const char *function)
+LifeSpanEntry *growLifeSpans()
 {
     const int32_t count = DevNumMib.TotalLifeSpan;
     const auto size = static_cast<int32_t>(sizeof(LifeSpanEntry)) * (count + 1);
@@ -24,7 +24,7 @@ LifeSpanEntry *growLifeSpans(const char *function)
         std::copy_n(pLifeSpanTblOld, count, pLifeSpanTbl);
     }
     if (pLifeSpanTblOld != nullptr) {
-        memfree(pLifeSpanTblOld, function);
+        memfree(pLifeSpanTblOld);
     }
     return pLifeSpanTbl == nullptr ? nullptr : &pLifeSpanTbl[count];
 }
@@ -33,6 +33,7 @@ LifeSpanEntry *growLifeSpans(const char *function)
 
 void GetLifeSpanInfo(const char *devName, const SCSIDeviceEntry *scsiEntry)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (devName == nullptr) {
         TRACE(kFailure, "_OUT_ param(devName) Failure!!");
@@ -48,7 +49,7 @@ void GetLifeSpanInfo(const char *devName, const SCSIDeviceEntry *scsiEntry)
         TRACE(kDetail, "_OUT_ Model:%s is not exist!!", scsiEntry->model);
         return;
     }
-    LifeSpanEntry *const life = growLifeSpans(__func__);
+    LifeSpanEntry *const life = growLifeSpans();
     if (life == nullptr) {
         TRACE(kFailure, "_OUT_ pLifeSpanTbl alloc Failure!!");
         return;

@@ -42,6 +42,7 @@ const char *driverOfHost(const SCSISurroundings &around, int32_t host)
 
 int TAVStorageUSBCheck(const SCSISurroundings &around, int32_t host)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ host=[%d]", host);
     for (int32_t i = 0; i < around.usb.count; ++i) {
         if (around.usb.entries[i].host == host) {

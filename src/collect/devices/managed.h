@@ -10,8 +10,7 @@
 // The adapter lists and the unmanaged-device list (pleafNoSCSI_Tbl) of one walk over the SCSI devices.
 class SCSISurroundings {
 public:
-    // Releases are traced in the name of function.
-    explicit SCSISurroundings(const char *function) : usb(function), hosts(function) {}
+    SCSISurroundings() = default;
     ~SCSISurroundings() { release(); }
     SCSISurroundings(const SCSISurroundings &) = delete;
     SCSISurroundings &operator=(const SCSISurroundings &) = delete;

@@ -21,13 +21,12 @@ template <class Entry> Entry newClassEntry(int32_t written)
     return entry;
 }
 
-template <class Entry>
-int finish(const char *function, Entry *table, int32_t capacity, int32_t &count, const Entry &entry)
+template <class Entry> int finish(Entry *table, int32_t capacity, int32_t &count, const Entry &entry)
 {
     if (!appendEntry(table, capacity, count, entry)) {
-        return TRACED_AS(function, -1, kFailure, "_OUT_ ret=[%d]", -1);
+        return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
     }
-    return TRACED_AS(function, 0, kDetail, "_OUT_ ret=[%d]", 0);
+    return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
 }
 
 HardDiskEntry newDisk(const char *devName)
@@ -47,6 +46,7 @@ HardDiskEntry newDisk(const char *devName)
 
 int MakeSCSIHDDevice(const char *devName)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (devName == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(devName) Failure!!");
@@ -59,32 +59,35 @@ int MakeSCSIHDDevice(const char *devName)
     fetch_sata_type(&disk);
     cancellationPoint();
     TAVStorageSmartWatch(&disk);
-    return finish(__func__, pHDDevTbl, TotalHDDevice, hd_dev_cnt, disk);
+    return finish(pHDDevTbl, TotalHDDevice, hd_dev_cnt, disk);
 }
 
 int MakeSCSITapeDevice()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     auto tape = newClassEntry<TapeDeviceEntry>(tape_dev_cnt);
     tape.IndexAgain = tape.Index;
-    return finish(__func__, pTapeDevTbl, TotalTapeDevice, tape_dev_cnt, tape);
+    return finish(pTapeDevTbl, TotalTapeDevice, tape_dev_cnt, tape);
 }
 
 int MakeSCSICdromDevice()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    return finish(__func__, pCdromDevTbl, TotalCdromDevice, cdrom_dev_cnt,
-                  newClassEntry<CdromDeviceEntry>(cdrom_dev_cnt));
+    return finish(pCdromDevTbl, TotalCdromDevice, cdrom_dev_cnt, newClassEntry<CdromDeviceEntry>(cdrom_dev_cnt));
 }
 
 int MakeSCSIOMDevice()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    return finish(__func__, pOMDevTbl, TotalOMDevice, om_dev_cnt, newClassEntry<ClassDeviceEntry>(om_dev_cnt));
+    return finish(pOMDevTbl, TotalOMDevice, om_dev_cnt, newClassEntry<ClassDeviceEntry>(om_dev_cnt));
 }
 
 int MakeSCSIMiscDevice()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    return finish(__func__, pMiscDevTbl, TotalMiscDevice, misc_dev_cnt, newClassEntry<ClassDeviceEntry>(misc_dev_cnt));
+    return finish(pMiscDevTbl, TotalMiscDevice, misc_dev_cnt, newClassEntry<ClassDeviceEntry>(misc_dev_cnt));
 }

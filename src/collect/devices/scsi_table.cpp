@@ -1,22 +1,20 @@
 #include "collect/devices/scsi_table.h"
 
-#include "collect/discovery_lists.h"
 #include "collect/controllers/controller_tables.h"
 #include "collect/devices/life_span_table.h"
+#include "collect/discovery_lists.h"
 #include "runtime/cancel.h"
 #include "runtime/field_text.h"
 
 namespace {
 
-constexpr char kMakeSCSI[] = "MakeSCSIDeviceTable"; // in whose name the walk traces
-
 void traceSkipped(const char *why, const SCSIDeviceInfo &device)
 {
-    TRACE_AS(kMakeSCSI, kDetail, "%s", why);
-    TRACE_AS(kMakeSCSI, kDetail, "    host=%d,vender=%s,model=%s,scsirev=%s", device.host, device.vendor, device.model,
-             device.scsiRev);
-    TRACE_AS(kMakeSCSI, kDetail, "    type=%s ansirevision=%s,channel=%d,Id=%d,lun=%d", device.type, device.ansiRev,
-             device.channel, device.id, device.lun);
+    TRACE(kDetail, "%s", why);
+    TRACE(kDetail, "    host=%d,vender=%s,model=%s,scsirev=%s", device.host, device.vendor, device.model,
+          device.scsiRev);
+    TRACE(kDetail, "    type=%s ansirevision=%s,channel=%d,Id=%d,lun=%d", device.type, device.ansiRev, device.channel,
+          device.id, device.lun);
 }
 
 // Makers of the other classes' entries, indexed by DeviceClass; a disk needs more than its class.
@@ -34,18 +32,18 @@ int fillDisk(const SCSIDeviceInfo &device, const SCSIDiskNameTable *names, const
 {
     char name[kDiskNameSize] = "";
     if (TAVStorageGetSCSIDeviceName(names, &device, name) < 0) {
-        return TRACED_AS(kMakeSCSI, -1, kFailure, "TAVStorageGetSCSIDeviceName() failed!!");
+        return TRACED(-1, kFailure, "TAVStorageGetSCSIDeviceName() failed!!");
     }
     if (isListedUnmanaged(around, device)) {
         traceSkipped("** NoManage Continue **", device);
         return 0;
     }
     if (TAVStorageGetSCSIDeviceSerialNumber(name, entry.SerialNumber) < 0) {
-        return TRACED_AS(kMakeSCSI, -1, kFailure, "TAVStorageGetSCSIDeviceSerialNumber() failed!!");
+        return TRACED(-1, kFailure, "TAVStorageGetSCSIDeviceSerialNumber() failed!!");
     }
     cancellationPoint(); // a stop need not wait for all the commands of a disk that does not answer
     if (MakeSCSIHDDevice(name) < 0) {
-        return TRACED_AS(kMakeSCSI, -1, kFailure, "MakeSCSIHDDevice() failed!!");
+        return TRACED(-1, kFailure, "MakeSCSIHDDevice() failed!!");
     }
     cancellationPoint();
     GetLifeSpanInfo(name, &entry);
@@ -72,7 +70,7 @@ int fillDevice(const SCSIDeviceInfo &device, const SCSIDiskNameTable *names, con
     copyText(gDriverName, driver == nullptr ? "Unknown" : driver);
     const char *width = nullptr;
     if (GetSCSIDevSpeed(device, gDriverName, &width) < 0) {
-        TRACE_AS(kMakeSCSI, kDetail, "Can't get scsi device speed");
+        TRACE(kDetail, "Can't get scsi device speed");
     }
     if (scsiKindOf(fieldText(device.type)).deviceClass == kHardDisk) {
         ++scsi_hd_cnt;
@@ -82,8 +80,7 @@ int fillDevice(const SCSIDeviceInfo &device, const SCSIDiskNameTable *names, con
     }
     switch (judgeHost(around, device)) {
     case HostVerdict::usb:
-        return TRACED_AS(kMakeSCSI, 0, kDetail, "The Device maybe USB Device:Host = %d,Vendor = %s", device.host,
-                         device.vendor);
+        return TRACED(0, kDetail, "The Device maybe USB Device:Host = %d,Vendor = %s", device.host, device.vendor);
     case HostVerdict::noDriver:
         traceSkipped("######## Do not management ########", device);
         return 0;
@@ -119,6 +116,7 @@ SCSIDeviceEntry newSCSIDeviceEntry(const SCSIDeviceInfo &device)
 
 int GetSCSIDevSpeed(const SCSIDeviceInfo &device, std::string_view driver, const char **width)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ host=[%d] id=[%d]", device.host, device.id);
     // Neither kernel interface tells what was negotiated; target ids above 7 exist on wide buses only (SPI).
     constexpr int32_t kLastNarrowId = 7;
@@ -143,7 +141,7 @@ int fillSCSIDevices(const SCSIDeviceInfo *list, const SCSIDiskNameTable *names, 
     // The table is full. What is left over was left out when it was counted, unless something changed since.
     for (; device != nullptr; device = device->next) {
         if (isManagedDevice(around, *device)) {
-            return TRACED_AS(kMakeSCSI, -1, kFailure, "TotalSCSIDevice=[%d] is too small Failure!!", TotalSCSIDevice);
+            return TRACED(-1, kFailure, "TotalSCSIDevice=[%d] is too small Failure!!", TotalSCSIDevice);
         }
     }
     return 0;
@@ -151,6 +149,7 @@ int fillSCSIDevices(const SCSIDeviceInfo *list, const SCSIDiskNameTable *names, 
 
 int MakeSCSIDeviceTable()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     SCSIDiskNameTable names;
     if (GetSCSIDeviceName_IDArray(g_SCSIDeviceInfo, &names) == 0) {
@@ -159,7 +158,7 @@ int MakeSCSIDeviceTable()
     if (g_SCSIDeviceInfo == nullptr) { // cannot be met: the name table fails first without a list
         return TRACED(-1, kFailure, "_OUT_ SCSI Device list is NULL");
     }
-    SCSISurroundings around(__func__);
+    SCSISurroundings around;
     if (around.loadUSB() < 0) {
         return TRACED(-1, kFailure, "_OUT_ TAVStorageGetUSBCtrl() failed");
     }

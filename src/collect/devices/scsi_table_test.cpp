@@ -1,7 +1,7 @@
 #include "collect/devices/scsi_table.h"
 
-#include "collect/lists_fixture_test.h"
 #include "collect/devices/device_build.h"
+#include "collect/lists_fixture_test.h"
 
 namespace {
 
@@ -24,12 +24,17 @@ protected:
         countSCSIDevices(lists_.scsiList(), around_);
         EXPECT_EQ(MallocDeviceTable(), 0);
         trace_.clear();
-        return fillSCSIDevices(lists_.scsiList(), &names_, around_);
+        return fill(&names_);
+    }
+    int fill(SCSIDiskNameTable *names)
+    {
+        const TraceScope scope("MakeSCSIDeviceTable");
+        return fillSCSIDevices(lists_.scsiList(), names, around_);
     }
 
     TraceRecorder trace_;
     HandMadeLists lists_;
-    SCSISurroundings around_{"test"};
+    SCSISurroundings around_;
     SCSIDiskNameTable names_ = {};
 };
 
@@ -216,7 +221,7 @@ TEST_F(ScsiDevices, AFailedNameLookupFailsTheTable)
     lists_.scsi(0, "Direct-Access");
     countSCSIDevices(lists_.scsiList(), around_);
     ASSERT_EQ(MallocDeviceTable(), 0);
-    EXPECT_EQ(fillSCSIDevices(lists_.scsiList(), nullptr, around_), -1);
+    EXPECT_EQ(fill(nullptr), -1);
     EXPECT_TRUE(trace_.has(kFailure, "TAVStorageGetSCSIDeviceName() failed!!", "MakeSCSIDeviceTable"));
 }
 
@@ -275,7 +280,7 @@ TEST_F(ScsiDevices, TheSpeedOfADeviceWithoutAManagedAdapterIsOnlyTraced)
     countSCSIDevices(lists_.scsiList(), around_);
     ASSERT_EQ(MallocDeviceTable(), 0);
     trace_.clear();
-    EXPECT_EQ(fillSCSIDevices(lists_.scsiList(), &names_, around_), 0);
+    EXPECT_EQ(fill(&names_), 0);
     g_SCSIControllerTypeDetail = nullptr;
     const std::vector<std::string> texts = trace_.texts();
     EXPECT_EQ(std::count(texts.begin(), texts.end(), "Can't get scsi device speed"), 1);

@@ -1,11 +1,11 @@
 #include "collect/ide/ide_discovery.h"
 
-#include "collect/ide/ide_readers.h"
 #include "collect/base/node_list.h"
+#include "collect/ide/ide_readers.h"
 #include "devcmd/geometry.h"
 #include "runtime/cancel.h"
-#include "runtime/holders.h"
 #include "runtime/field_text.h"
+#include "runtime/holders.h"
 
 #include <cerrno>
 #include <climits>
@@ -20,13 +20,10 @@ constexpr int kDotEntries = 2; // "." and "..", the first two of a sorted listin
 
 using EntryPath = char[sizeof kProcIde + NAME_MAX + 1 + 32];
 
-// What a walk builds. The walking function's name is that of every trace.
+// What a walk builds.
 struct IdeWalk {
-    const char *function;
     NodeList<IDEControllerInfo> controllers;
     NodeList<IDEDeviceInfo> devices;
-
-    explicit IdeWalk(const char *walker) : function(walker), controllers(walker), devices(walker) {}
 };
 
 // Path of a file of an entry: valid until the next call.
@@ -54,14 +51,14 @@ bool addController(IdeWalk &walk, const char *entry)
     EntryFile path(entry);
     struct stat info = {};
     if (::stat(path(), &info) != 0) {
-        return TRACED_AS(walk.function, false, kFailure, "stat failed. [%s]", path());
+        return TRACED(false, kFailure, "stat failed. [%s]", path());
     }
     if (!S_ISDIR(info.st_mode)) {
         return true;
     }
     IDEControllerInfo *const controller = walk.controllers.append();
     if (controller == nullptr) {
-        return TRACED_AS(walk.function, false, kFailure, "pIDEControllerInfo alloc failed!!");
+        return TRACED(false, kFailure, "pIDEControllerInfo alloc failed!!");
     }
     controller->channel = getIDEControllerChannel(path("channel"));
     copyText(controller->name, entry);
@@ -100,7 +97,7 @@ bool addDevice(IdeWalk &walk, const char *entry)
 {
     IDEDeviceInfo *const device = walk.devices.append();
     if (device == nullptr) {
-        return TRACED_AS(walk.function, false, kFailure, "pIDEDeviceInfo alloc failed!!");
+        return TRACED(false, kFailure, "pIDEDeviceInfo alloc failed!!");
     }
     EntryFile path(entry);
     if (getIDEDeviceControllerName(path(), device->controllerName) != 0 ||
@@ -128,6 +125,7 @@ bool addEntry(IdeWalk &walk, std::string_view name)
 
 int GetIDEInfoFromProc(IDEGeneralInfo *info)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (info == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ ResultInfo is NULL");
@@ -140,7 +138,7 @@ int GetIDEInfoFromProc(IDEGeneralInfo *info)
     if (entries.count() < 0) {
         return TRACED(-1, kFailure, "_OUT_ scandir failed. [%s] errno=[%d]", kProcIde, entries.error());
     }
-    IdeWalk walk(__func__);
+    IdeWalk walk;
     for (int i = kDotEntries; i < entries.count(); ++i) {
         cancellationPoint();
         if (!addEntry(walk, entries.name(i))) {
@@ -156,13 +154,14 @@ int GetIDEInfoFromProc(IDEGeneralInfo *info)
 
 void FreeIDEInfo(IDEGeneralInfo *info)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (info == nullptr) {
         TRACE(kDetail, "_OUT_ ResultInfo is NULL");
         return;
     }
-    freeNodes(info->controllers, __func__);
-    freeNodes(info->devices, __func__);
+    freeNodes(info->controllers);
+    freeNodes(info->devices);
     *info = {};
     TRACE(kDetail, "_OUT_");
 }

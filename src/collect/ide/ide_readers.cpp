@@ -1,7 +1,7 @@
 #include "collect/ide/ide_readers.h"
 
-#include "collect/ide/ide_parse.h"
 #include "collect/base/text_file.h"
+#include "collect/ide/ide_parse.h"
 #include "runtime/field_text.h"
 #include "runtime/trace.h"
 
@@ -14,53 +14,52 @@ namespace {
 
 constexpr size_t kMaxText = 1023; // bytes of a file that are looked at
 
-bool areThere(const char *function, const char *path, const void *out)
+bool areThere(const char *path, const void *out)
 {
     if (path == nullptr) {
-        return TRACED_AS(function, false, kFailure, "_OUT_ param(path) Failure!!");
+        return TRACED(false, kFailure, "_OUT_ param(path) Failure!!");
     }
     if (out == nullptr) {
-        return TRACED_AS(function, false, kFailure, "_OUT_ param(out) Failure!!");
+        return TRACED(false, kFailure, "_OUT_ param(out) Failure!!");
     }
     return true;
 }
 
 // The first line of a file, traced in the name of the reader; false when it cannot be read.
-bool readLineOf(const char *function, const char *path, char (&buffer)[kMaxText], std::string_view &text)
+bool readLineOf(const char *path, char (&buffer)[kMaxText], std::string_view &text)
 {
     if (readFirstLine(path, buffer, text) != ReadResult::done) {
-        return TRACED_AS(function, false, kFailure, "_OUT_ fopen failed. [%s]", path);
+        return TRACED(false, kFailure, "_OUT_ fopen failed. [%s]", path);
     }
     return true;
 }
 
-int readText(const char *function, const char *path, char *out)
+int readText(const char *path, char *out)
 {
     char buffer[kMaxText];
     std::string_view text;
-    if (!areThere(function, path, out) || !readLineOf(function, path, buffer, text)) {
+    if (!areThere(path, out) || !readLineOf(path, buffer, text)) {
         return -1;
     }
     char value[kIDETextSize];
     copyText(value, parseIDELine(text));
     std::memcpy(out, value, sizeof value);
-    return TRACED_AS(function, 0, kDetail, "_OUT_ (0) result=[%s]", out);
+    return TRACED(0, kDetail, "_OUT_ (0) result=[%s]", out);
 }
 
-template <class Number>
-int readNumber(const char *function, const char *path, Number *out, bool (*parse)(std::string_view, Number &))
+template <class Number> int readNumber(const char *path, Number *out, bool (*parse)(std::string_view, Number &))
 {
     char buffer[kMaxText];
     std::string_view text;
-    if (!areThere(function, path, out) || !readLineOf(function, path, buffer, text)) {
+    if (!areThere(path, out) || !readLineOf(path, buffer, text)) {
         return -1;
     }
     Number value = 0;
     if (!parse(text, value)) {
-        return TRACED_AS(function, -1, kFailure, "_OUT_ (-1)");
+        return TRACED(-1, kFailure, "_OUT_ (-1)");
     }
     *out = value;
-    return TRACED_AS(function, 0, kDetail, "_OUT_ (0) result=[%lld]", static_cast<long long>(value));
+    return TRACED(0, kDetail, "_OUT_ (0) result=[%lld]", static_cast<long long>(value));
 }
 
 bool isDeviceDirectory(const char *directory, const char *entry)
@@ -75,6 +74,7 @@ bool isDeviceDirectory(const char *directory, const char *entry)
 
 int32_t getIDEControllerChannel(const char *path)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     char buffer[kMaxText];
     std::string_view text;
@@ -86,20 +86,23 @@ int32_t getIDEControllerChannel(const char *path)
 
 int getIDEControllerModel(const char *path, char *model)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    return readText(__func__, path, model);
+    return readText(path, model);
 }
 
 int getIDEControllerMate(const char *path, char *mate)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    return readText(__func__, path, mate);
+    return readText(path, mate);
 }
 
 int getIDEDeviceNumberofController(const char *path, int32_t *number)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    if (!areThere(__func__, path, number)) {
+    if (!areThere(path, number)) {
         return -1;
     }
     const DirListing entries(path);
@@ -117,8 +120,9 @@ int getIDEDeviceNumberofController(const char *path, int32_t *number)
 
 int getIDEDeviceControllerName(const char *path, char *name)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    if (!areThere(__func__, path, name)) {
+    if (!areThere(path, name)) {
         return -1;
     }
     char target[PATH_MAX];
@@ -138,25 +142,28 @@ int getIDEDeviceControllerName(const char *path, char *name)
 
 int getIDEDeviceMedia(const char *path, char *media)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    return readText(__func__, path, media);
+    return readText(path, media);
 }
 
 int getIDEDeviceModel(const char *path, char *model)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    return readText(__func__, path, model);
+    return readText(path, model);
 }
 
 int getIDEDeviceDriver(const char *path, char *driver, char *version)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (path == nullptr || driver == nullptr || version == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param is NULL");
     }
     char buffer[kMaxText];
     std::string_view text;
-    if (!readLineOf(__func__, path, buffer, text)) {
+    if (!readLineOf(path, buffer, text)) {
         return -1;
     }
     const IDEDriver found = parseIDEDriver(text.substr(0, text.find('\n')));
@@ -171,6 +178,7 @@ int getIDEDeviceDriver(const char *path, char *driver, char *version)
 
 int getIDEDeviceGeometry(const char *path, int32_t *cylinders, int32_t *heads, int32_t *sectors)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (path == nullptr || cylinders == nullptr || heads == nullptr || sectors == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param is NULL");
@@ -192,12 +200,14 @@ int getIDEDeviceGeometry(const char *path, int32_t *cylinders, int32_t *heads, i
 
 int getIDEDeviceCapacity(const char *path, int64_t *capacity)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    return readNumber(__func__, path, capacity, parseIDECapacity);
+    return readNumber(path, capacity, parseIDECapacity);
 }
 
 int getIDEDeviceCache(const char *path, int32_t *cache)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    return readNumber(__func__, path, cache, parseIDECache);
+    return readNumber(path, cache, parseIDECache);
 }

@@ -1,5 +1,5 @@
-#include "collect/inf/inf_parse.h"
 #include "collect/base/text_file.h"
+#include "collect/inf/inf_parse.h"
 #include "runtime/memory.h"
 
 #include <cerrno>
@@ -18,6 +18,7 @@ void copySection(char *buffer, std::string_view text)
 int getSectionFromInfFile(const char *path, int size, char *first, char *second, const char *firstHeader,
                           const char *secondHeader)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (path == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(path) Failure!!");

@@ -20,19 +20,19 @@ struct SectionLine {
     char vendor[kMaxNoScsiKey + 1] = {};
     char model[kMaxNoScsiKey + 1] = {};
 };
-using TraceLine = void (*)(const char *function, const SectionLine &line);
+using TraceLine = void (*)(const SectionLine &line);
 
-void traceManagement(const char *function, const SectionLine &line)
+void traceManagement(const SectionLine &line)
 {
-    TRACE_AS(function, kDetail, "linebuf=[%s],vendor=[%s],model=[%s]", line.text, line.vendor, line.model);
+    TRACE(kDetail, "linebuf=[%s],vendor=[%s],model=[%s]", line.text, line.vendor, line.model);
 }
 
-void traceDiagnostic(const char *function, const SectionLine &line)
+void traceDiagnostic(const SectionLine &line)
 {
-    TRACE_AS(function, kDetail, "=linebuf=%s .vendor=%s,model=%s", line.text, line.vendor, line.model);
+    TRACE(kDetail, "=linebuf=%s .vendor=%s,model=%s", line.text, line.vendor, line.model);
 }
 
-void addSection(const char *function, NoSCSIInfo **list, std::string_view section, TraceLine traceSection)
+void addSection(NoSCSIInfo **list, std::string_view section, TraceLine traceSection)
 {
     if (list == nullptr) {
         return;
@@ -40,13 +40,13 @@ void addSection(const char *function, NoSCSIInfo **list, std::string_view sectio
     std::string_view text;
     while (takeWholeLine(section, text)) {
         if (text.size() > kMaxNoScsiSectionLine) {
-            TRACE_AS(function, kDetail, "line is  too long.");
+            TRACE(kDetail, "line is  too long.");
             continue;
         }
         SectionLine line;
         copyText(line.text, text);
         const bool usable = ParseVendorandModel(line.text, line.vendor, kMaxNoScsiKey, line.model, kMaxNoScsiKey) == 0;
-        traceSection(function, line);
+        traceSection(line);
         if (usable) {
             AddNoSCSITable(list, line.vendor, line.model);
         }
@@ -57,6 +57,7 @@ void addSection(const char *function, NoSCSIInfo **list, std::string_view sectio
 
 int CreateNoSCSIInfoTable(NoSCSIInfo **managementList, NoSCSIInfo **diagnosticList, int32_t *status)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (status == nullptr) {
         return TRACED(0, kFailure, "_OUT_ iFlagParse is NULL.");
@@ -105,8 +106,8 @@ int CreateNoSCSIInfoTable(NoSCSIInfo **managementList, NoSCSIInfo **diagnosticLi
         return TRACED(0, kDetail,
                       "_OUT_ getSectionFromInfFile() file not exist or invalid file content or file content nothing.");
     }
-    addSection(__func__, managementList, management.get(), traceManagement);
-    addSection(__func__, diagnosticList, diagnostic.get(), traceDiagnostic);
+    addSection(managementList, management.get(), traceManagement);
+    addSection(diagnosticList, diagnostic.get(), traceDiagnostic);
     *status = 0;
     return TRACED(1, kDetail, "_OUT_ return 1");
 }

@@ -16,13 +16,13 @@ size_t charactersOf(int size)
 }
 
 // The outputs of ParseVendorandModel and GetNoSCSIInfo; traces in the name of either.
-bool haveOutputs(const char *function, const char *vendor, const char *model)
+bool haveOutputs(const char *vendor, const char *model)
 {
     if (vendor == nullptr) {
-        return TRACED_AS(function, false, kFailure, "_OUT_ param(vendor) Failure!!");
+        return TRACED(false, kFailure, "_OUT_ param(vendor) Failure!!");
     }
     if (model == nullptr) {
-        return TRACED_AS(function, false, kFailure, "_OUT_ param(model) Failure!!");
+        return TRACED(false, kFailure, "_OUT_ param(model) Failure!!");
     }
     return true;
 }
@@ -31,6 +31,7 @@ bool haveOutputs(const char *function, const char *vendor, const char *model)
 
 int FindString(const char *text, const char *key, char *value, int size, const char *stop)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (text == nullptr) {
         return TRACED(0, kFailure, "_OUT_ buf is NULL");
@@ -64,11 +65,12 @@ int FindString(const char *text, const char *key, char *value, int size, const c
 
 int GetNoSCSIInfo(const char *line, char *vendor, int vendorSize, char *model, int modelSize)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (line == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(line) Failure!!");
     }
-    if (!haveOutputs(__func__, vendor, model)) {
+    if (!haveOutputs(vendor, model)) {
         return -1;
     }
     if (FindString(line, kVendorKey.data(), vendor, vendorSize, kModelKey.data()) == 0 ||
@@ -80,11 +82,12 @@ int GetNoSCSIInfo(const char *line, char *vendor, int vendorSize, char *model, i
 
 int ParseVendorandModel(const char *line, char *vendor, int vendorSize, char *model, int modelSize)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (line == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ line is null");
     }
-    if (!haveOutputs(__func__, vendor, model)) {
+    if (!haveOutputs(vendor, model)) {
         return -1;
     }
     const NoScsiLine kind = parseNoScsiLine(line, charactersOf(vendorSize), charactersOf(modelSize)).kind;

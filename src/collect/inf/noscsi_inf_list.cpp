@@ -1,7 +1,7 @@
 // The list of unmanaged devices: its nodes, and whether a device is on it.
 
-#include "collect/inf/noscsi_inf.h"
 #include "collect/base/node_list.h"
+#include "collect/inf/noscsi_inf.h"
 #include "runtime/field_text.h"
 
 NoSCSIInfo *pleafNoSCSI_Tbl = nullptr;
@@ -32,6 +32,7 @@ const NoSCSIInfo *findUnmanaged(const NoSCSIInfo *list, std::string_view vendor,
 
 void AddNoSCSITable(NoSCSIInfo **list, const char *vendor, const char *model)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (list == nullptr) {
         TRACE(kFailure, "_OUT_ param(list) Failure!!");
@@ -63,6 +64,7 @@ void AddNoSCSITable(NoSCSIInfo **list, const char *vendor, const char *model)
 
 int TAVStorageNoManage(const NoSCSIInfo *list, const char *vendor, const char *model)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (vendor == nullptr || model == nullptr) {
         return TRACED(0, kFailure, "_OUT_ param error.");
@@ -83,11 +85,12 @@ int TAVStorageNoManage(const NoSCSIInfo *list, const char *vendor, const char *m
 
 void DestroyNoManageSCSIInfoTable(NoSCSIInfo **list)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (list == nullptr) {
         TRACE(kFailure, "_OUT_ param(list) Failure!!");
         return;
     }
-    freeNodes(*list, __func__);
+    freeNodes(*list);
     TRACE(kDetail, "_OUT_");
 }

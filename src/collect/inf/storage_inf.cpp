@@ -2,9 +2,9 @@
 
 #include "collect/inf/data_path.h"
 #include "collect/inf/inf_parse.h"
+#include "runtime/field_text.h"
 #include "runtime/holders.h"
 #include "runtime/memory.h"
-#include "runtime/field_text.h"
 
 #include <cerrno>
 #include <sys/stat.h>
@@ -19,7 +19,7 @@ constexpr int32_t kStatusTooLarge = -4;
 constexpr int32_t kStatusError = -9;
 constexpr int32_t kLineRepeatsHeader = -5; // of GetInfoFromLine
 
-void addLine(const char *function, StorageInfo **list, std::string_view text)
+void addLine(StorageInfo **list, std::string_view text)
 {
     char line[kMaxLine + 1];
     copyText(line, text);
@@ -28,21 +28,21 @@ void addLine(const char *function, StorageInfo **list, std::string_view text)
     if (GetInfoFromLine(line, name, &status) == 1) {
         AddStorageInfoTable(list, name);
     } else if (status == kLineRepeatsHeader) {
-        TRACE_AS(function, kDetail, "MP or DP appears more than 1 times");
+        TRACE(kDetail, "MP or DP appears more than 1 times");
     } else {
-        TRACE_AS(function, kDetail, "this line of storage.inf file is invalid");
+        TRACE(kDetail, "this line of storage.inf file is invalid");
     }
 }
 
-void addSection(const char *function, StorageInfo **list, std::string_view section)
+void addSection(StorageInfo **list, std::string_view section)
 {
     std::string_view line;
     while (takeLine(section, line)) {
         const std::string_view text = withoutLineEnd(line);
         if (text.size() > kMaxLine) {
-            TRACE_AS(function, kDetail, "line is too long");
+            TRACE(kDetail, "line is too long");
         } else {
-            addLine(function, list, text);
+            addLine(list, text);
         }
     }
 }
@@ -51,6 +51,7 @@ void addSection(const char *function, StorageInfo **list, std::string_view secti
 
 int CreatStorageInfoTable(StorageInfo **managementList, StorageInfo **diagnosticList, int32_t *status)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (status == nullptr) {
         return TRACED(0, kFailure, "_OUT_ return 0");
@@ -93,10 +94,10 @@ int CreatStorageInfoTable(StorageInfo **managementList, StorageInfo **diagnostic
         return TRACED(0, result == 1 ? kDetail : kFailure, "_OUT_ getSectionFromInfFile() Rtn=[%d]", result);
     }
     if (managementList != nullptr) {
-        addSection(__func__, managementList, management.get());
+        addSection(managementList, management.get());
     }
     if (diagnosticList != nullptr) {
-        addSection(__func__, diagnosticList, diagnostic.get());
+        addSection(diagnosticList, diagnostic.get());
     }
     return TRACED(1, kDetail, "_OUT_ return 1");
 }

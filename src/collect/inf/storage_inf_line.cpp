@@ -14,6 +14,7 @@ constexpr int32_t kStatusHeader = -5;
 
 int GetInfoFromLine(const char *line, char *name, int32_t *status)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (status == nullptr) {
         return TRACED(0, kFailure, "_OUT_ param(status) Failure!!");

@@ -5,6 +5,7 @@
 
 void AddStorageInfoTable(StorageInfo **list, const char *name)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (list == nullptr) {
         TRACE(kFailure, "_OUT_ param(list) Failure!!");
@@ -27,10 +28,11 @@ void AddStorageInfoTable(StorageInfo **list, const char *name)
 
 int DestroyStorageInfoTable(StorageInfo **list)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (list == nullptr || *list == nullptr) {
         return TRACED(0, kDetail, "_OUT_ pManageTbl is NULL.");
     }
-    freeNodes(*list, __func__);
+    freeNodes(*list);
     return TRACED(1, kDetail, "_OUT_ return 1");
 }

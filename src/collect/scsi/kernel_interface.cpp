@@ -19,6 +19,7 @@ int interfaceOfKernel()
 
 int select_proc_or_sys()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     int choice = interfaceChoice;
     if (choice == kInterfaceUndecided) {

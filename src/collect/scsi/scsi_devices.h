@@ -5,8 +5,8 @@
 #include "collect/scsi/scsi_discovery.h"
 
 // Checks the arguments of a list builder and sets its results to nothing: false, with *status -3 where there is one.
-bool beginDeviceList(const char *function, SCSIDeviceInfo **list, int32_t *count, int32_t *status);
+bool beginDeviceList(SCSIDeviceInfo **list, int32_t *count, int32_t *status);
 // Appends a device with the next sequence number and traces it: false when memory is short.
-bool appendDevice(const char *function, NodeList<SCSIDeviceInfo> &devices, const SCSIDeviceInfo &device);
+bool appendDevice(NodeList<SCSIDeviceInfo> &devices, const SCSIDeviceInfo &device);
 // Hands the list over to the caller: 0.
-int finishDeviceList(const char *function, NodeList<SCSIDeviceInfo> &devices, SCSIDeviceInfo **list, int32_t *count);
+int finishDeviceList(NodeList<SCSIDeviceInfo> &devices, SCSIDeviceInfo **list, int32_t *count);

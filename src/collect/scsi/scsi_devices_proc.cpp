@@ -1,8 +1,8 @@
+#include "collect/base/text_file.h"
+#include "collect/inf/inf_parse.h"
 #include "collect/scsi/scsi_devices.h"
 #include "collect/scsi/scsi_parse.h"
 #include "collect/scsi/scsi_variants.h"
-#include "collect/inf/inf_parse.h"
-#include "collect/base/text_file.h"
 #include "runtime/cancel.h"
 #include "runtime/field_text.h"
 
@@ -11,7 +11,7 @@
 namespace {
 
 // All records of the file: 0, or the status of what went wrong.
-int32_t readRecords(const char *function, const TextFile &file, NodeList<SCSIDeviceInfo> &devices)
+int32_t readRecords(const TextFile &file, NodeList<SCSIDeviceInfo> &devices)
 {
     TextLines lines(file);
     ScsiRecordReader reader;
@@ -23,7 +23,7 @@ int32_t readRecords(const char *function, const TextFile &file, NodeList<SCSIDev
         }
         if (step == ScsiRecordReader::Step::complete) {
             cancellationPoint();
-            if (!appendDevice(function, devices, reader.record())) {
+            if (!appendDevice(devices, reader.record())) {
                 return kSourceNoMemory;
             }
         }
@@ -38,8 +38,9 @@ int32_t readRecords(const char *function, const TextFile &file, NodeList<SCSIDev
 
 int proc_GetSCSIDeviceInfoFromProc(SCSIDeviceInfo **list, int32_t *count, int32_t *status)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    if (!beginDeviceList(__func__, list, count, status)) {
+    if (!beginDeviceList(list, count, status)) {
         return -1;
     }
     const TextFile file(kProcDevices);
@@ -49,16 +50,17 @@ int proc_GetSCSIDeviceInfoFromProc(SCSIDeviceInfo **list, int32_t *count, int32_
         return absent ? TRACED(-1, kDetail, "_OUT_ [%s] is not exist.", kProcDevices)
                       : TRACED(-1, kFailure, "_OUT_ fopen failed. [%s] errno=[%d]", kProcDevices, file.error());
     }
-    NodeList<SCSIDeviceInfo> devices(__func__);
-    *status = readRecords(__func__, file, devices);
+    NodeList<SCSIDeviceInfo> devices;
+    *status = readRecords(file, devices);
     if (*status != 0) {
         return TRACED(-1, kFailure, "_OUT_ (-1) status=[%d]", *status);
     }
-    return finishDeviceList(__func__, devices, list, count);
+    return finishDeviceList(devices, list, count);
 }
 
 int FindName(const char *line, const char *key, char *out)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (line == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(line) Failure!!");

@@ -1,10 +1,10 @@
+#include "collect/inf/storage_inf.h"
 #include "collect/scsi/scsi_devices.h"
 #include "collect/scsi/scsi_parse.h"
 #include "collect/scsi/scsi_variants.h"
-#include "collect/inf/storage_inf.h"
 #include "runtime/cancel.h"
-#include "runtime/holders.h"
 #include "runtime/field_text.h"
+#include "runtime/holders.h"
 
 #include <cerrno>
 #include <climits>
@@ -53,8 +53,9 @@ SCSIDeviceInfo readDevice(const char *entry, const ScsiAddress &address)
 
 int sys_GetSCSIDeviceInfoFromSys(SCSIDeviceInfo **list, int32_t *count, int32_t *status)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    if (!beginDeviceList(__func__, list, count, status)) {
+    if (!beginDeviceList(list, count, status)) {
         return -1;
     }
     const DirListing entries(kSysDevices);
@@ -64,17 +65,17 @@ int sys_GetSCSIDeviceInfoFromSys(SCSIDeviceInfo **list, int32_t *count, int32_t 
         return absent ? TRACED(-1, kDetail, "_OUT_ [%s] is not exist.", kSysDevices)
                       : TRACED(-1, kFailure, "_OUT_ scandir failed. [%s] errno=[%d]", kSysDevices, entries.error());
     }
-    NodeList<SCSIDeviceInfo> devices(__func__);
+    NodeList<SCSIDeviceInfo> devices;
     for (int i = 0; i < entries.count(); ++i) {
         cancellationPoint();
         ScsiAddress address = {};
         if (!parseScsiAddress(entries.name(i), address) || !isDeviceDirectory(entries.name(i))) {
             continue;
         }
-        if (!appendDevice(__func__, devices, readDevice(entries.name(i), address))) {
+        if (!appendDevice(devices, readDevice(entries.name(i), address))) {
             *status = kSourceNoMemory;
             return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
         }
     }
-    return finishDeviceList(__func__, devices, list, count);
+    return finishDeviceList(devices, list, count);
 }

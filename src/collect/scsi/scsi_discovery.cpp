@@ -6,6 +6,7 @@
 
 int GetSCSIDeviceInfoFromProc(SCSIDeviceInfo **list, int32_t *count, int32_t *status)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     const int result = select_proc_or_sys() == kInterfaceSysfs ? sys_GetSCSIDeviceInfoFromSys(list, count, status)
                                                                : proc_GetSCSIDeviceInfoFromProc(list, count, status);
@@ -15,6 +16,7 @@ int GetSCSIDeviceInfoFromProc(SCSIDeviceInfo **list, int32_t *count, int32_t *st
 int GetSCSIControllerTypeDetailInfo(SCSIControllerTypeDetail **list, int32_t *typeCount, int32_t *controllerCount,
                                     int32_t *status)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     const int result = select_proc_or_sys() == kInterfaceSysfs
                            ? sys_GetSCSIControllerTypeDetailInfo(list, typeCount, controllerCount, status)
@@ -24,6 +26,7 @@ int GetSCSIControllerTypeDetailInfo(SCSIControllerTypeDetail **list, int32_t *ty
 
 int GetSCSIControllerNumber()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     const int result =
         select_proc_or_sys() == kInterfaceSysfs ? sys_GetSCSIControllerNumber() : proc_GetSCSIControllerNumber();
@@ -32,6 +35,7 @@ int GetSCSIControllerNumber()
 
 int read_proc_scsi(SCSIHostEntry **list, int32_t *count)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     const int result =
         select_proc_or_sys() == kInterfaceSysfs ? sys_read_scsi_ctrl(list, count) : proc_read_scsi_ctrl(list, count);
@@ -40,6 +44,7 @@ int read_proc_scsi(SCSIHostEntry **list, int32_t *count)
 
 int TAVStorageGetUSBCtrl(USBHostEntry **list, int32_t *count)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     const int result = select_proc_or_sys() == kInterfaceSysfs ? sys_GetUSBCtrlFromSys(list, count)
                                                                : proc_GetUSBCtrlFromProc(list, count);
@@ -48,18 +53,20 @@ int TAVStorageGetUSBCtrl(USBHostEntry **list, int32_t *count)
 
 void FreeSCSIDeviceInfo(SCSIDeviceInfo **list)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (list != nullptr) {
-        freeNodes(*list, __func__);
+        freeNodes(*list);
     }
     TRACE(kDetail, "_OUT_");
 }
 
 void FreeSCSIControllerTypeDetailInfo(SCSIControllerTypeDetail **list)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (list != nullptr) {
-        freeNodes(*list, __func__);
+        freeNodes(*list);
     }
     TRACE(kDetail, "_OUT_");
 }

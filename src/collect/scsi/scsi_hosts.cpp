@@ -33,26 +33,25 @@ bool countType(NodeList<SCSIControllerTypeDetail> &types, const SCSIHostEntry &h
 }
 
 // Results of a failed or empty list of types; false when an argument is null.
-bool beginTypes(const char *function, SCSIControllerTypeDetail **list, int32_t *typeCount, int32_t *controllerCount,
-                int32_t *status)
+bool beginTypes(SCSIControllerTypeDetail **list, int32_t *typeCount, int32_t *controllerCount, int32_t *status)
 {
     if (status != nullptr) {
         *status = kSourceNull;
     }
     if (list == nullptr) {
-        return TRACED_AS(function, false, kFailure, "_OUT_ param(list) Failure!!");
+        return TRACED(false, kFailure, "_OUT_ param(list) Failure!!");
     }
     *list = nullptr;
     if (typeCount == nullptr) {
-        return TRACED_AS(function, false, kFailure, "_OUT_ param(typeCount) Failure!!");
+        return TRACED(false, kFailure, "_OUT_ param(typeCount) Failure!!");
     }
     *typeCount = 0;
     if (controllerCount == nullptr) {
-        return TRACED_AS(function, false, kFailure, "_OUT_ param(controllerCount) Failure!!");
+        return TRACED(false, kFailure, "_OUT_ param(controllerCount) Failure!!");
     }
     *controllerCount = 0;
     if (status == nullptr) {
-        return TRACED_AS(function, false, kFailure, "_OUT_ param(status) Failure!!");
+        return TRACED(false, kFailure, "_OUT_ param(status) Failure!!");
     }
     *status = 0;
     return true;
@@ -93,6 +92,7 @@ bool appendHost(HostArray &hosts, int32_t host, const char *driver)
 
 int _CmpControllerName(const char *left, const char *right)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (left == nullptr || right == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param is NULL");
@@ -101,54 +101,53 @@ int _CmpControllerName(const char *left, const char *right)
     return TRACED(order, kDetail, "_OUT_ strcmp(%s,%s)=(%d)", left, right, order);
 }
 
-int countHosts(const char *function, HostReader reader)
+int countHosts(HostReader reader)
 {
     HostArray hosts;
-    const int32_t status = reader(function, hosts);
+    const int32_t status = reader(hosts);
     const int result = status == 0 || status == kSourceAbsent ? hosts.count() : -1;
-    return TRACED_AS(function, result, result < 0 ? kFailure : kDetail, "_OUT_ ret=[%d]", result);
+    return TRACED(result, result < 0 ? kFailure : kDetail, "_OUT_ ret=[%d]", result);
 }
 
-int listHosts(const char *function, HostReader reader, SCSIHostEntry **list, int32_t *count)
+int listHosts(HostReader reader, SCSIHostEntry **list, int32_t *count)
 {
     if (list == nullptr) {
-        return TRACED_AS(function, -1, kFailure, "_OUT_ param(list) Failure!!");
+        return TRACED(-1, kFailure, "_OUT_ param(list) Failure!!");
     }
     *list = nullptr;
     if (count == nullptr) {
-        return TRACED_AS(function, -1, kFailure, "_OUT_ param(count) Failure!!");
+        return TRACED(-1, kFailure, "_OUT_ param(count) Failure!!");
     }
     *count = 0;
     HostArray hosts;
-    const int32_t status = reader(function, hosts);
+    const int32_t status = reader(hosts);
     if (status != 0 && status != kSourceAbsent) {
-        return TRACED_AS(function, -1, kFailure, "_OUT_ ret=[%d]", -1);
+        return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
     }
     *count = hosts.count();
     *list = hosts.handOver();
-    return TRACED_AS(function, 0, kDetail, "_OUT_ ret=[%d]", 0);
+    return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
 }
 
-int listHostTypes(const char *function, HostReader reader, SCSIControllerTypeDetail **list, int32_t *typeCount,
-                  int32_t *controllerCount, int32_t *status)
+int listHostTypes(HostReader reader, SCSIControllerTypeDetail **list, int32_t *typeCount, int32_t *controllerCount,
+                  int32_t *status)
 {
-    if (!beginTypes(function, list, typeCount, controllerCount, status)) {
+    if (!beginTypes(list, typeCount, controllerCount, status)) {
         return -1;
     }
     HostArray hosts;
-    *status = reader(function, hosts);
-    NodeList<SCSIControllerTypeDetail> types(function);
+    *status = reader(hosts);
+    NodeList<SCSIControllerTypeDetail> types;
     for (int32_t i = 0; *status == 0 && i < hosts.count(); ++i) {
         if (!countType(types, hosts[i])) {
             *status = kSourceNoMemory;
         }
     }
     if (*status != 0) {
-        return TRACED_AS(function, -1, *status == kSourceAbsent ? kDetail : kFailure, "_OUT_ (-1) status=[%d]",
-                         *status);
+        return TRACED(-1, *status == kSourceAbsent ? kDetail : kFailure, "_OUT_ (-1) status=[%d]", *status);
     }
     *controllerCount = hosts.count();
     *typeCount = types.count();
     *list = types.handOver();
-    return TRACED_AS(function, 0, kDetail, "_OUT_ ret=[%d]", 0);
+    return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
 }

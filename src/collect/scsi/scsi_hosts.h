@@ -2,8 +2,8 @@
 #pragma once
 
 #include "collect/base/node_list.h"
-#include "collect/scsi/scsi_discovery.h"
 #include "collect/inf/storage_inf.h"
+#include "collect/scsi/scsi_discovery.h"
 
 // The drivers that "storage.inf" names, for one reading.
 class ManagedDrivers {
@@ -24,9 +24,9 @@ using HostArray = GrowingArray<SCSIHostEntry>;
 
 // Appends the managed adapters: 0; kSourceAbsent where the kernel shows no such directory; kSourceError;
 // kSourceNoMemory. Traces in the name of function.
-using HostReader = int32_t (*)(const char *function, HostArray &hosts);
-int32_t sysReadHosts(const char *function, HostArray &hosts);
-int32_t procReadHosts(const char *function, HostArray &hosts);
+using HostReader = int32_t (*)(HostArray &hosts);
+int32_t sysReadHosts(HostArray &hosts);
+int32_t procReadHosts(HostArray &hosts);
 
 // Appends one adapter: false when memory is short.
 bool appendHost(HostArray &hosts, int32_t host, const char *driver);
@@ -35,7 +35,7 @@ bool appendHost(HostArray &hosts, int32_t host, const char *driver);
 int proc_GetSCSIControllerNumFromType(const char *driver, HostArray &hosts);
 
 // The three products of a reading, with the contracts of the functions of the discovery that give them.
-int countHosts(const char *function, HostReader reader);
-int listHosts(const char *function, HostReader reader, SCSIHostEntry **list, int32_t *count);
-int listHostTypes(const char *function, HostReader reader, SCSIControllerTypeDetail **list, int32_t *typeCount,
-                  int32_t *controllerCount, int32_t *status);
+int countHosts(HostReader reader);
+int listHosts(HostReader reader, SCSIHostEntry **list, int32_t *count);
+int listHostTypes(HostReader reader, SCSIControllerTypeDetail **list, int32_t *typeCount, int32_t *controllerCount,
+                  int32_t *status);

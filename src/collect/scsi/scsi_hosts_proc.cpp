@@ -28,6 +28,7 @@ bool isDriverDirectory(const char *entry)
 
 int proc_GetSCSIControllerNumFromType(const char *driver, HostArray &hosts)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (driver == nullptr) {
         return TRACED(kSourceError, kFailure, "_OUT_ param(driver) Failure!!");
@@ -54,11 +55,11 @@ int proc_GetSCSIControllerNumFromType(const char *driver, HostArray &hosts)
     return TRACED(found, kDetail, "_OUT_ ret=[%d]", found);
 }
 
-int32_t procReadHosts(const char *function, HostArray &hosts)
+int32_t procReadHosts(HostArray &hosts)
 {
     const DirListing entries(kProcScsi);
     if (entries.count() < 0) {
-        TRACE_AS(function, kDetail, "scandir failed. [%s] errno=[%d]", kProcScsi, entries.error());
+        TRACE(kDetail, "scandir failed. [%s] errno=[%d]", kProcScsi, entries.error());
         return entries.error() == ENOENT ? kSourceAbsent : kSourceError;
     }
     ManagedDrivers managed;
@@ -81,19 +82,22 @@ int32_t procReadHosts(const char *function, HostArray &hosts)
 
 int proc_GetSCSIControllerNumber()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    return countHosts(__func__, procReadHosts);
+    return countHosts(procReadHosts);
 }
 
 int proc_read_scsi_ctrl(SCSIHostEntry **list, int32_t *count)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    return listHosts(__func__, procReadHosts, list, count);
+    return listHosts(procReadHosts, list, count);
 }
 
 int proc_GetSCSIControllerTypeDetailInfo(SCSIControllerTypeDetail **list, int32_t *typeCount, int32_t *controllerCount,
                                          int32_t *status)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    return listHostTypes(__func__, procReadHosts, list, typeCount, controllerCount, status);
+    return listHostTypes(procReadHosts, list, typeCount, controllerCount, status);
 }

@@ -24,11 +24,11 @@ void readDriver(const char *entry, char (&driver)[kAttributeSize])
 
 } // namespace
 
-int32_t sysReadHosts(const char *function, HostArray &hosts)
+int32_t sysReadHosts(HostArray &hosts)
 {
     const DirListing entries(kSysHosts);
     if (entries.count() < 0) {
-        TRACE_AS(function, kDetail, "scandir failed. [%s] errno=[%d]", kSysHosts, entries.error());
+        TRACE(kDetail, "scandir failed. [%s] errno=[%d]", kSysHosts, entries.error());
         return entries.error() == ENOENT ? kSourceAbsent : kSourceError;
     }
     ManagedDrivers managed;
@@ -46,7 +46,7 @@ int32_t sysReadHosts(const char *function, HostArray &hosts)
         if (isNeverHostAdapter(driver) || !managed.has(driver)) {
             continue;
         }
-        TRACE_AS(function, kDetail, "pNAME->id=[%d] pNAME->name=[%s]", host, driver);
+        TRACE(kDetail, "pNAME->id=[%d] pNAME->name=[%s]", host, driver);
         if (!appendHost(hosts, host, driver)) {
             return kSourceNoMemory;
         }
@@ -56,19 +56,22 @@ int32_t sysReadHosts(const char *function, HostArray &hosts)
 
 int sys_GetSCSIControllerNumber()
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    return countHosts(__func__, sysReadHosts);
+    return countHosts(sysReadHosts);
 }
 
 int sys_read_scsi_ctrl(SCSIHostEntry **list, int32_t *count)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    return listHosts(__func__, sysReadHosts, list, count);
+    return listHosts(sysReadHosts, list, count);
 }
 
 int sys_GetSCSIControllerTypeDetailInfo(SCSIControllerTypeDetail **list, int32_t *typeCount, int32_t *controllerCount,
                                         int32_t *status)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    return listHostTypes(__func__, sysReadHosts, list, typeCount, controllerCount, status);
+    return listHostTypes(sysReadHosts, list, typeCount, controllerCount, status);
 }

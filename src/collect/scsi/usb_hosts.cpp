@@ -1,12 +1,12 @@
 #include "collect/base/node_list.h"
+#include "collect/base/text_file.h"
 #include "collect/base/text_scan.h"
+#include "collect/inf/inf_parse.h"
 #include "collect/scsi/scsi_parse.h"
 #include "collect/scsi/scsi_variants.h"
-#include "collect/inf/inf_parse.h"
-#include "collect/base/text_file.h"
 #include "runtime/cancel.h"
-#include "runtime/holders.h"
 #include "runtime/field_text.h"
+#include "runtime/holders.h"
 
 #include <cerrno>
 #include <climits>
@@ -15,22 +15,22 @@
 namespace {
 
 using UsbArray = GrowingArray<USBHostEntry>;
-using EntryReader = bool (*)(const char *function, const char *entry, UsbArray &adapters);
+using EntryReader = bool (*)(const char *entry, UsbArray &adapters);
 
-bool appendUsb(const char *function, UsbArray &adapters, int32_t host, std::string_view name)
+bool appendUsb(UsbArray &adapters, int32_t host, std::string_view name)
 {
     USBHostEntry *const adapter = adapters.append();
     if (adapter == nullptr) {
-        return TRACED_AS(function, false, kFailure, "realloc failed,pnm is NULL");
+        return TRACED(false, kFailure, "realloc failed,pnm is NULL");
     }
     adapter->host = host;
     copyText(adapter->name, name);
-    TRACE_AS(function, kDetail, "get one usb device,hostno=%d,hostname=%s", adapter->host, adapter->name);
+    TRACE(kDetail, "get one usb device,hostno=%d,hostname=%s", adapter->host, adapter->name);
     return true;
 }
 
 // An entry of /sys/class/scsi_host. Its driver is the first word of its file.
-bool readSysEntry(const char *function, const char *entry, UsbArray &adapters)
+bool readSysEntry(const char *entry, UsbArray &adapters)
 {
     int32_t host = 0;
     if (!parseHostName(entry, host)) {
@@ -44,11 +44,11 @@ bool readSysEntry(const char *function, const char *entry, UsbArray &adapters)
     if (readBeginning(path, buffer, text) != ReadResult::done || !TextScan{untilNul(text)}.word(driver)) {
         return true;
     }
-    return !isUsbDriver(driver) || appendUsb(function, adapters, host, driver);
+    return !isUsbDriver(driver) || appendUsb(adapters, host, driver);
 }
 
 // An entry of /proc/scsi: the directory of a driver, with an entry for each of its adapters.
-bool readProcEntry(const char *function, const char *entry, UsbArray &adapters)
+bool readProcEntry(const char *entry, UsbArray &adapters)
 {
     if (!isUsbDriver(entry)) {
         return true;
@@ -58,52 +58,54 @@ bool readProcEntry(const char *function, const char *entry, UsbArray &adapters)
     const DirListing files(path);
     for (int i = 0; i < files.count(); ++i) {
         int32_t host = 0;
-        if (parseHostNumber(files.name(i), host) && !appendUsb(function, adapters, host, entry)) {
+        if (parseHostNumber(files.name(i), host) && !appendUsb(adapters, host, entry)) {
             return false;
         }
     }
     return true;
 }
 
-int listUsb(const char *function, const char *directory, EntryReader reader, USBHostEntry **list, int32_t *count)
+int listUsb(const char *directory, EntryReader reader, USBHostEntry **list, int32_t *count)
 {
     if (list == nullptr) {
-        return TRACED_AS(function, -1, kFailure, "_OUT_ param(list) Failure!!");
+        return TRACED(-1, kFailure, "_OUT_ param(list) Failure!!");
     }
     *list = nullptr;
     if (count == nullptr) {
-        return TRACED_AS(function, -1, kFailure, "_OUT_ param(count) Failure!!");
+        return TRACED(-1, kFailure, "_OUT_ param(count) Failure!!");
     }
     *count = 0;
     const DirListing entries(directory);
     if (entries.count() < 0 && entries.error() == ENOENT) {
-        return TRACED_AS(function, 0, kDetail, "_OUT_ [%s] is not exist.", directory);
+        return TRACED(0, kDetail, "_OUT_ [%s] is not exist.", directory);
     }
     if (entries.count() < 0) {
-        return TRACED_AS(function, -1, kFailure, "_OUT_ scandir failed. [%s] errno=[%d]", directory, entries.error());
+        return TRACED(-1, kFailure, "_OUT_ scandir failed. [%s] errno=[%d]", directory, entries.error());
     }
     UsbArray adapters;
     for (int i = 0; i < entries.count(); ++i) {
         cancellationPoint();
-        if (!reader(function, entries.name(i), adapters)) {
-            return TRACED_AS(function, -1, kFailure, "_OUT_ ret=[%d]", -1);
+        if (!reader(entries.name(i), adapters)) {
+            return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
         }
     }
     *count = adapters.count();
     *list = adapters.handOver();
-    return TRACED_AS(function, 0, kDetail, "_OUT_ USB Ctroller number is [%d]", *count);
+    return TRACED(0, kDetail, "_OUT_ USB Ctroller number is [%d]", *count);
 }
 
 } // namespace
 
 int sys_GetUSBCtrlFromSys(USBHostEntry **list, int32_t *count)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    return listUsb(__func__, kSysHosts, readSysEntry, list, count);
+    return listUsb(kSysHosts, readSysEntry, list, count);
 }
 
 int proc_GetUSBCtrlFromProc(USBHostEntry **list, int32_t *count)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    return listUsb(__func__, kProcScsi, readProcEntry, list, count);
+    return listUsb(kProcScsi, readProcEntry, list, count);
 }

@@ -1,6 +1,6 @@
-#include "devcmd/open_device.h"
 #include "devcmd/kernel/irq_ports.h"
 #include "devcmd/kernel/proc_text.h"
+#include "devcmd/open_device.h"
 #include "runtime/holders.h"
 #include "runtime/trace.h"
 
@@ -13,6 +13,7 @@ constexpr uint32_t kUnknownIrq = 0xFFFFFFFE;
 
 int GetIRQ(const char *name, uint32_t *irq, int32_t *found)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ name=[%s]", name == nullptr ? "NULL" : name);
     if (name == nullptr || irq == nullptr || found == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param is NULL");

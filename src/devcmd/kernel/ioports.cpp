@@ -1,6 +1,6 @@
-#include "devcmd/open_device.h"
 #include "devcmd/kernel/irq_ports.h"
 #include "devcmd/kernel/proc_text.h"
+#include "devcmd/open_device.h"
 #include "runtime/holders.h"
 #include "runtime/memory.h"
 #include "runtime/trace.h"
@@ -18,7 +18,7 @@ bool isWantedLine(std::string_view line, const char *name, unsigned long start)
 
 // Appends a node for each line that was asked for, or for the first one only when name is null. False when memory is
 // short; the nodes made until then are in the list. Traces in the name of its caller.
-bool appendRanges(const char *caller, std::FILE *file, const char *name, unsigned long start, IoportRange **tail)
+bool appendRanges(std::FILE *file, const char *name, unsigned long start, IoportRange **tail)
 {
     ProcLine line;
     // Deliberate: a last line that no newline ends is not used.
@@ -32,18 +32,18 @@ bool appendRanges(const char *caller, std::FILE *file, const char *name, unsigne
         }
         auto *node = static_cast<IoportRange *>(memalloc(static_cast<int32_t>(sizeof(IoportRange))));
         if (node == nullptr) {
-            return TRACED_AS(caller, false, kFailure, "malloc failure");
+            return TRACED(false, kFailure, "malloc failure");
         }
         const std::optional<PortRange> range = parseIoportLine(line.view());
         if (!range) {
-            memfree(node, caller);
+            memfree(node);
             continue;
         }
         *node = {range->start, range->end, nullptr};
         *tail = node;
         tail = &node->next;
-        TRACE_AS(caller, kDetail, "line=(%s) pTempInfo->start=(%lx) pTempInfo->end=(%lx)",
-                 static_cast<const char *>(line.text), node->start, node->end);
+        TRACE(kDetail, "line=(%s) pTempInfo->start=(%lx) pTempInfo->end=(%lx)", static_cast<const char *>(line.text),
+              node->start, node->end);
         if (name == nullptr) {
             break;
         }
@@ -55,6 +55,7 @@ bool appendRanges(const char *caller, std::FILE *file, const char *name, unsigne
 
 int GetIoports(const char *name, long start, IoportRange **head, int32_t *found)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ name=[%s] start=[%lx]", name == nullptr ? "NULL" : name, static_cast<unsigned long>(start));
     if (found == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ dwflag is NULL");
@@ -68,7 +69,7 @@ int GetIoports(const char *name, long start, IoportRange **head, int32_t *found)
     if (!file) {
         return TRACED(-1, kFailure, "_OUT_ fopen failed. [%s]", kIoports);
     }
-    if (!appendRanges(__func__, file.get(), name, static_cast<unsigned long>(start), head)) {
+    if (!appendRanges(file.get(), name, static_cast<unsigned long>(start), head)) {
         FreeIoports(*head);
         *head = nullptr;
         return TRACED(-1, kFailure, "_OUT_ return -1");
@@ -79,6 +80,7 @@ int GetIoports(const char *name, long start, IoportRange **head, int32_t *found)
 
 void FreeIoports(IoportRange *head)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     while (head != nullptr) {
         IoportRange *const next = head->next;

@@ -68,6 +68,7 @@ int readNumbers(std::string_view text, Release &release)
 
 int CmpVersion(const char *version1, const char *version2)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (version1 == nullptr || version2 == nullptr) {
         return TRACED(-ENOENT, kFailure, "_OUT_ version is NULL");

@@ -33,21 +33,21 @@ bool readIdentify(int fd, IdentifyBlock &block, IdentifyRetry retry)
 
 } // namespace
 
-bool identifyAllowsSmart(const char *sender, int fd, HardDiskEntry &disk, IdentifyRetry retry)
+bool identifyAllowsSmart(int fd, HardDiskEntry &disk, IdentifyRetry retry)
 {
     IdentifyBlock block;
     disk.SmartSupport = 1;
     if (!readIdentify(fd, block, retry)) {
         const int error = errno;
-        return TRACED_AS(sender, false, kFailure, "ioctl HDIO_DRIVE_CMD :%s failed, errno=[%d]", disk.DevPath, error);
+        return TRACED(false, kFailure, "ioctl HDIO_DRIVE_CMD :%s failed, errno=[%d]", disk.DevPath, error);
     }
     disk.SmartSupport =
         smartSupportOfIdentify(std::span(block).subspan<std::tuple_size_v<DriveCommand>, kIdentifyLength>());
     if (disk.SmartSupport == 3) {
-        return TRACED_AS(sender, false, kDetail, "%s: not support smart", disk.DevPath);
+        return TRACED(false, kDetail, "%s: not support smart", disk.DevPath);
     }
     if (disk.SmartSupport == 2) {
-        TRACE_AS(sender, kDetail, "%s: support smart", disk.DevPath);
+        TRACE(kDetail, "%s: support smart", disk.DevPath);
     }
     return true;
 }

@@ -8,4 +8,4 @@ enum class IdentifyRetry { kZeroed, kAsItWas };
 
 // Sends IDENTIFY through HDIO_DRIVE_CMD and sets SmartSupport: 3 without the feature set, 2 with it, 1 when the data do
 // not tell or could not be had. Returns whether SMART is to be enabled. Traces in the name of the sender.
-bool identifyAllowsSmart(const char *sender, int fd, HardDiskEntry &disk, IdentifyRetry retry);
+bool identifyAllowsSmart(int fd, HardDiskEntry &disk, IdentifyRetry retry);

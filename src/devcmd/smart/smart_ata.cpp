@@ -14,30 +14,31 @@
 
 void enable_atapi_smart(HardDiskEntry *hdt)
 {
-    const char *const function = __func__;
+    const TraceScope scope;
     withOpenDisk(
-        function, hdt,
-        [function](HardDiskEntry &disk, int fd) {
-            if (!identifyAllowsSmart(function, fd, disk, IdentifyRetry::kAsItWas)) {
+        hdt,
+        [](HardDiskEntry &disk, int fd) {
+            if (!identifyAllowsSmart(fd, disk, IdentifyRetry::kAsItWas)) {
                 return;
             }
             DriveCommand command = kIdeSmartEnable;
             if (::ioctl(fd, HDIO_DRIVE_CMD, command.data()) == 0) {
                 disk.SmartSupport = 2;
-                TRACE_AS(function, kDetail, "%s: enable success", disk.DevPath);
+                TRACE(kDetail, "%s: enable success", disk.DevPath);
             } else {
                 const int error = errno;
-                TRACE_AS(function, kFailure, "ioctl HDIO_DRIVE_CMD :%s failed, errno=[%d]", disk.DevPath, error);
+                TRACE(kFailure, "ioctl HDIO_DRIVE_CMD :%s failed, errno=[%d]", disk.DevPath, error);
             }
         },
-        [function](HardDiskEntry &disk, int error) {
+        [](HardDiskEntry &disk, int error) {
             disk.SmartSupport = 1;
-            TRACE_AS(function, kFailure, "open device :%s failed, errno=[%d]", disk.DevPath, error);
+            TRACE(kFailure, "open device :%s failed, errno=[%d]", disk.DevPath, error);
         });
 }
 
 void disable_atapi_smart(HardDiskEntry *hdt)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (hdt == nullptr) {
         TRACE(kFailure, "_OUT_ hdt is NULL");
@@ -56,27 +57,28 @@ void disable_atapi_smart(HardDiskEntry *hdt)
 
 void get_atapi_smart(HardDiskEntry *hdt)
 {
-    const char *const function = __func__;
+    const TraceScope scope;
     withOpenDisk(
-        function, hdt,
-        [function](HardDiskEntry &disk, int fd) {
+        hdt,
+        [](HardDiskEntry &disk, int fd) {
             DriveTask task = kIdeSmartStatus;
             if (::ioctl(fd, HDIO_DRIVE_TASK, task.data()) != 0) {
                 disk.SmartSupport = 1;
-                TRACE_AS(function, kFailure, "ioctl HDIO_DRIVE_TASK :%s failed", disk.DevPath);
+                TRACE(kFailure, "ioctl HDIO_DRIVE_TASK :%s failed", disk.DevPath);
             } else {
                 disk.SmartPredict = smartPredictOfTask(task);
             }
         },
-        [function](HardDiskEntry &disk, int) {
+        [](HardDiskEntry &disk, int) {
             disk.SmartSupport = 1;
-            TRACE_AS(function, kFailure, "open device :%s failed", disk.DevPath);
+            TRACE(kFailure, "open device :%s failed", disk.DevPath);
         });
 }
 
 // A disk refuses SMART READ DATA while SMART is switched off.
 int fetch_ata_enable_disable(HardDiskEntry *hdt)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (hdt == nullptr) {
         TRACE(kFailure, "hdt is null ");

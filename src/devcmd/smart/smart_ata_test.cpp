@@ -1,7 +1,7 @@
 #include "devcmd/ioctl_double_test.h"
 #include "devcmd/smart/ata_command.h"
-#include "devcmd/smart_fixture_test.h"
 #include "devcmd/smart/smart_kinds.h"
+#include "devcmd/smart_fixture_test.h"
 
 #include <algorithm>
 #include <cerrno>

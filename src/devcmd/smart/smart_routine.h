@@ -1,8 +1,8 @@
 // The frame that the SMART routines of all kinds share: for them alone.
 #pragma once
 
-#include "devcmd/open_device.h"
 #include "devcmd/hard_disk.h"
+#include "devcmd/open_device.h"
 #include "runtime/holders.h"
 #include "runtime/trace.h"
 
@@ -12,12 +12,11 @@
 // Opens an entry's device for reading and writing, hands it to work(entry, descriptor), and closes it. A device that
 // cannot be opened goes to refused(entry, errno) instead. Traces the entry, a null hdt and the exit in the name of
 // function.
-template <class Work, class Refused>
-void withOpenDisk(const char *function, HardDiskEntry *hdt, Work work, Refused refused)
+template <class Work, class Refused> void withOpenDisk(HardDiskEntry *hdt, Work work, Refused refused)
 {
-    TRACE_AS(function, kDetail, "_IN_");
+    TRACE(kDetail, "_IN_");
     if (hdt == nullptr) {
-        TRACE_AS(function, kFailure, "_OUT_ hdt is NULL");
+        TRACE(kFailure, "_OUT_ hdt is NULL");
         return;
     }
     const FileDesc device(openDevice(hdt->DevPath, O_RDWR));
@@ -26,5 +25,5 @@ void withOpenDisk(const char *function, HardDiskEntry *hdt, Work work, Refused r
     } else {
         refused(*hdt, errno);
     }
-    TRACE_AS(function, kDetail, "_OUT_");
+    TRACE(kDetail, "_OUT_");
 }

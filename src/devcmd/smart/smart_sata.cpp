@@ -16,21 +16,21 @@ int sendSata(int fd, int command)
     return sat_ata_cmd_interface(fd, command, 0, nullptr);
 }
 
-void readStatus(const char *sender, HardDiskEntry &disk, int fd)
+void readStatus(HardDiskEntry &disk, int fd)
 {
     switch (sendSata(fd, SATCMD_SMART_STATUS_CHECK)) {
     case 0:
         disk.SmartPredict = 0;
-        TRACE_AS(sender, kDetail, "sata SMART status is OK!");
+        TRACE(kDetail, "sata SMART status is OK!");
         break;
     case 1:
         disk.SmartPredict = 1;
-        TRACE_AS(sender, kDetail, "sata SMART status is WARNING!");
+        TRACE(kDetail, "sata SMART status is WARNING!");
         break;
     default:
         disk.SmartPredict = -1;
         disk.SmartSupport = 1;
-        TRACE_AS(sender, kFailure, "ERROR: get sata SMART status failed!");
+        TRACE(kFailure, "ERROR: get sata SMART status failed!");
         break;
     }
 }
@@ -39,6 +39,7 @@ void readStatus(const char *sender, HardDiskEntry &disk, int fd)
 
 void enable_sata_smart(HardDiskEntry *hdt)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (hdt == nullptr) {
         TRACE(kFailure, "_OUT_ hdt is NULL");
@@ -50,7 +51,7 @@ void enable_sata_smart(HardDiskEntry *hdt)
         TRACE(kFailure, "_OUT_ open device : [%s] failed.", hdt->DevPath);
         return;
     }
-    if (identifyAllowsSmart(__func__, device.get(), *hdt, IdentifyRetry::kZeroed)) {
+    if (identifyAllowsSmart(device.get(), *hdt, IdentifyRetry::kZeroed)) {
         if (sendSata(device.get(), SATCMD_SMART_ENABLE) != 0) {
             hdt->SmartSupport = 1;
             TRACE(kFailure, "SATA SMART enable failed!");
@@ -64,28 +65,26 @@ void enable_sata_smart(HardDiskEntry *hdt)
 
 void disable_sata_smart(HardDiskEntry *hdt)
 {
-    const char *const function = __func__;
+    const TraceScope scope;
     withOpenDisk(
-        function, hdt,
-        [function](const HardDiskEntry &, int fd) {
+        hdt,
+        [](const HardDiskEntry &, int fd) {
             if (sendSata(fd, SATCMD_SMART_DISABLE) != 0) {
-                TRACE_AS(function, kFailure, "SATA SMART disable failed!");
+                TRACE(kFailure, "SATA SMART disable failed!");
             } else {
-                TRACE_AS(function, kDetail, "SATA SMART disable successed!");
+                TRACE(kDetail, "SATA SMART disable successed!");
             }
         },
-        [function](const HardDiskEntry &disk, int) {
-            TRACE_AS(function, kFailure, "open device : %s failed.", disk.DevPath);
-        });
+        [](const HardDiskEntry &disk, int) { TRACE(kFailure, "open device : %s failed.", disk.DevPath); });
 }
 
 void get_sata_smart(HardDiskEntry *hdt)
 {
-    const char *const function = __func__;
+    const TraceScope scope;
     withOpenDisk(
-        function, hdt, [function](HardDiskEntry &disk, int fd) { readStatus(function, disk, fd); },
-        [function](HardDiskEntry &disk, int) {
+        hdt, [](HardDiskEntry &disk, int fd) { readStatus(disk, fd); },
+        [](HardDiskEntry &disk, int) {
             disk.SmartSupport = 1;
-            TRACE_AS(function, kFailure, "open device : %s failed.", disk.DevPath);
+            TRACE(kFailure, "open device : %s failed.", disk.DevPath);
         });
 }

@@ -1,8 +1,8 @@
 #include "devcmd/open_device.h"
-#include "devcmd/transport/pages.h"
 #include "devcmd/smart/exceptions_page.h"
 #include "devcmd/smart/smart_kinds.h"
 #include "devcmd/smart/smart_routine.h"
+#include "devcmd/transport/pages.h"
 #include "runtime/holders.h"
 #include "runtime/trace.h"
 
@@ -15,9 +15,8 @@ namespace {
 using PageBuffer = std::array<uint8_t, kPageBuffer>;
 constexpr int kBufferLength = kPageBuffer;
 
-// One disk at work on: trace lines bear the name of the routine that works.
+// The disk that a routine works on.
 struct ScsiDisk {
-    const char *sender;
     int fd;
     HardDiskEntry &entry;
     int modese_len = kModeSenseNone;
@@ -26,10 +25,9 @@ struct ScsiDisk {
 void chooseCdbLength(ScsiDisk &disk)
 {
     if (scsiCDBModeSelect(&disk.entry, &disk.modese_len) != 0) {
-        TRACE_AS(disk.sender, kFailure, "get modese_len :%d unkown, but process as modese_len 6 continue .",
-                 disk.modese_len);
+        TRACE(kFailure, "get modese_len :%d unkown, but process as modese_len 6 continue .", disk.modese_len);
     }
-    TRACE_AS(disk.sender, kDetail, "modese_len: %d(1:CDB[10], other:CDB[6])", disk.modese_len);
+    TRACE(kDetail, "modese_len: %d(1:CDB[10], other:CDB[6])", disk.modese_len);
 }
 
 // The buffer is zeroed every time: a disk that refuses or postpones the command (a unit attention) brings no data, and
@@ -53,7 +51,7 @@ std::optional<ExceptionsPage> findPage(const ScsiDisk &disk, PageBuffer &buffer)
     const int offset = scsiModePageOffset(buffer.data(), kBufferLength, disk.modese_len);
     const auto page = offset < 0 ? std::nullopt : exceptionsPageAt(buffer, static_cast<size_t>(offset));
     if (!page) {
-        TRACE_AS(disk.sender, kFailure, "scsiModePage Offset err.offset=%d", offset);
+        TRACE(kFailure, "scsiModePage Offset err.offset=%d", offset);
     }
     return page;
 }
@@ -70,13 +68,13 @@ bool tookPage(const ScsiDisk &disk, int result, const PageBuffer &buffer, SenseK
     }
     if (result < 0) {
         entry.SmartSupport = 1;
-        TRACE_AS(disk.sender, kFailure, "%s : modesense failed, support = unknown", entry.DevPath);
+        TRACE(kFailure, "%s : modesense failed, support = unknown", entry.DevPath);
     } else if (refusesPage(result, senseKey(buffer))) {
         entry.SmartSupport = 3;
-        TRACE_AS(disk.sender, kDetail, "%s : not support S.M.A.R.T.", entry.DevPath);
+        TRACE(kDetail, "%s : not support S.M.A.R.T.", entry.DevPath);
     } else {
         entry.SmartSupport = 1;
-        TRACE_AS(disk.sender, kFailure, "%s : modesense some exception happened, support = unknown", entry.DevPath);
+        TRACE(kFailure, "%s : modesense some exception happened, support = unknown", entry.DevPath);
     }
     return false;
 }
@@ -97,7 +95,7 @@ void enable(ScsiDisk disk)
     switchExceptionsOn(*page);
     if (writePage(disk, buffer, savePages) != 0) {
         entry.SmartSupport = 1;
-        TRACE_AS(disk.sender, kFailure, "%s : modeselect failed, support = unknown", entry.DevPath);
+        TRACE(kFailure, "%s : modeselect failed, support = unknown", entry.DevPath);
         return;
     }
     if (!tookPage(disk, readPage(disk, buffer), buffer, senseKeyAfterSelect)) {
@@ -106,11 +104,11 @@ void enable(ScsiDisk disk)
     // Deliberate: where the page was before, whatever the disk says now.
     if (!reportsOnRequest(*page)) {
         entry.SmartSupport = 1;
-        TRACE_AS(disk.sender, kFailure, "%s : mrie != 0x06, support = unknown", entry.DevPath);
+        TRACE(kFailure, "%s : mrie != 0x06, support = unknown", entry.DevPath);
         return;
     }
     entry.SmartSupport = 2;
-    TRACE_AS(disk.sender, kDetail, "%s : enable success", entry.DevPath);
+    TRACE(kDetail, "%s : enable success", entry.DevPath);
 }
 
 void disable(ScsiDisk disk)
@@ -119,7 +117,7 @@ void disable(ScsiDisk disk)
     chooseCdbLength(disk);
     if (readPage(disk, buffer) < 0) {
         disk.entry.SmartSupport = 1;
-        TRACE_AS(disk.sender, kFailure, "%s : modesense failed, support = unknown", disk.entry.DevPath);
+        TRACE(kFailure, "%s : modesense failed, support = unknown", disk.entry.DevPath);
         return;
     }
     const std::optional<ExceptionsPage> page = findPage(disk, buffer);
@@ -129,7 +127,7 @@ void disable(ScsiDisk disk)
     const int savePages = savePagesBit(*page);
     switchExceptionsOff(*page);
     if (writePage(disk, buffer, savePages) != 0) {
-        TRACE_AS(disk.sender, kFailure, "%s : modeselect some exception happened", disk.entry.DevPath);
+        TRACE(kFailure, "%s : modeselect some exception happened", disk.entry.DevPath);
     }
 }
 
@@ -139,7 +137,7 @@ int fetchState(ScsiDisk disk)
     PageBuffer buffer;
     chooseCdbLength(disk);
     if (readPage(disk, buffer) < 0) {
-        return TRACED_AS(disk.sender, -1, kFailure, "modesense %s : failed", entry.DevPath);
+        return TRACED(-1, kFailure, "modesense %s : failed", entry.DevPath);
     }
     const std::optional<ExceptionsPage> page = findPage(disk, buffer);
     if (!page) {
@@ -147,41 +145,42 @@ int fetchState(ScsiDisk disk)
     }
     const bool off = exceptionsAreOff(*page);
     entry.SmartEnableState = off ? 3 : 2;
-    return off ? TRACED_AS(disk.sender, 0, kDetail, "HD %s smart disable", entry.DevPath)
-               : TRACED_AS(disk.sender, 0, kDetail, "HD %s smart enable", entry.DevPath);
+    return off ? TRACED(0, kDetail, "HD %s smart disable", entry.DevPath)
+               : TRACED(0, kDetail, "HD %s smart enable", entry.DevPath);
 }
 
 } // namespace
 
 void enable_scsi_smart(HardDiskEntry *hdt)
 {
-    const char *const function = __func__;
+    const TraceScope scope;
     withOpenDisk(
-        function, hdt,
-        [function](HardDiskEntry &disk, int fd) {
-            enable({function, fd, disk});
+        hdt,
+        [](HardDiskEntry &disk, int fd) {
+            enable({fd, disk});
         },
-        [function](HardDiskEntry &disk, int error) {
+        [](HardDiskEntry &disk, int error) {
             disk.SmartSupport = 1;
-            TRACE_AS(function, kFailure, "open device :%s failed, support = unknown errno=[%d]", disk.DevPath, error);
+            TRACE(kFailure, "open device :%s failed, support = unknown errno=[%d]", disk.DevPath, error);
         });
 }
 
 void disable_scsi_smart(HardDiskEntry *hdt)
 {
-    const char *const function = __func__;
+    const TraceScope scope;
     withOpenDisk(
-        function, hdt,
-        [function](HardDiskEntry &disk, int fd) {
-            disable({function, fd, disk});
+        hdt,
+        [](HardDiskEntry &disk, int fd) {
+            disable({fd, disk});
         },
-        [function](const HardDiskEntry &disk, int error) {
-            TRACE_AS(function, kFailure, "open device :%s failed errno=[%d]", disk.DevPath, error);
+        [](const HardDiskEntry &disk, int error) {
+            TRACE(kFailure, "open device :%s failed errno=[%d]", disk.DevPath, error);
         });
 }
 
 int fetch_scsi_enable_disable(HardDiskEntry *hdt)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (hdt == nullptr) {
         TRACE(kFailure, "hdt is null ");
@@ -193,6 +192,6 @@ int fetch_scsi_enable_disable(HardDiskEntry *hdt)
         TRACE(kFailure, "open device :%s failed", hdt->DevPath);
         return TRACED(-1, kFailure, "_OUT_ retvale=[%d]", -1);
     }
-    const int retvale = fetchState({__func__, device.get(), *hdt});
+    const int retvale = fetchState({device.get(), *hdt});
     return TRACED(retvale, retvale == 0 ? kDetail : kFailure, "_OUT_ retvale=[%d]", retvale);
 }

@@ -1,6 +1,6 @@
 #include "devcmd/ioctl_double_test.h"
-#include "devcmd/smart_fixture_test.h"
 #include "devcmd/smart/smart_kinds.h"
+#include "devcmd/smart_fixture_test.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

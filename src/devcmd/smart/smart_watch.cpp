@@ -69,6 +69,7 @@ void watch(HardDiskEntry &disk, const SmartRoutines *routines)
 
 int fetch_enable_disable(HardDiskEntry *hdt)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (hdt == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ hdt is NULL");
@@ -81,6 +82,7 @@ int fetch_enable_disable(HardDiskEntry *hdt)
 
 void TAVStorageSmartWatch(HardDiskEntry *hdt)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (g_SmartMode != kSmartModeOn) {
         TRACE(kDetail, "_OUT_");

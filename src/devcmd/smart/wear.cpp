@@ -29,21 +29,22 @@ int readSmartData(int fd, SmartData &data)
     return ::ioctl(fd, SG_IO, &header);
 }
 
-void traceAttribute(const char *function, const SmartAttribute &a)
+void traceAttribute(const SmartAttribute &a)
 {
-    TRACE_AS(function, kDetail, "#### SMART AttrID   =%03d ####", a.id);
-    TRACE_AS(function, kDetail, "#### Flags          =%02x%02x ####", a.flags[1], a.flags[0]);
-    TRACE_AS(function, kDetail, "#### Current Value  =%03d ####", a.current);
-    TRACE_AS(function, kDetail, "#### Worst Value    =%03d ####", a.worst);
-    TRACE_AS(function, kDetail, "#### Raw            =%02x %02x %02x %02x %02x %02x ####", a.raw[0], a.raw[1], a.raw[2],
-             a.raw[3], a.raw[4], a.raw[5]);
-    TRACE_AS(function, kDetail, "#### Threshold      =%03d ####", a.threshold);
+    TRACE(kDetail, "#### SMART AttrID   =%03d ####", a.id);
+    TRACE(kDetail, "#### Flags          =%02x%02x ####", a.flags[1], a.flags[0]);
+    TRACE(kDetail, "#### Current Value  =%03d ####", a.current);
+    TRACE(kDetail, "#### Worst Value    =%03d ####", a.worst);
+    TRACE(kDetail, "#### Raw            =%02x %02x %02x %02x %02x %02x ####", a.raw[0], a.raw[1], a.raw[2], a.raw[3],
+          a.raw[4], a.raw[5]);
+    TRACE(kDetail, "#### Threshold      =%03d ####", a.threshold);
 }
 
 } // namespace
 
 int GetLifeSpanInfoIoctl(const char *devName, uint8_t attID, uint16_t *endurance)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (devName == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(devName) Failure!!");
@@ -68,7 +69,7 @@ int GetLifeSpanInfoIoctl(const char *devName, uint8_t attID, uint16_t *endurance
     }
     SmartAttribute attribute{};
     if (findSmartAttribute(data, attID, attribute)) {
-        traceAttribute(__func__, attribute);
+        traceAttribute(attribute);
         *endurance = enduranceOf(attribute);
         if (attID != kWearPercentUsed) {
             TRACE(kDetail, "#### endurance=%03d         ####", *endurance);

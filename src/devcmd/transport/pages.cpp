@@ -36,20 +36,20 @@ size_t lengthOf(int bufLen)
     return static_cast<size_t>(std::max(bufLen, 0));
 }
 
-bool targetIsGood(const char *sender, int fd, const uint8_t *pBuf)
+bool targetIsGood(int fd, const uint8_t *pBuf)
 {
     if (fd == -1) {
-        return TRACED_AS(sender, false, kFailure, "_OUT_ device == -1");
+        return TRACED(false, kFailure, "_OUT_ device == -1");
     }
     if (pBuf == nullptr) {
-        return TRACED_AS(sender, false, kFailure, "_OUT_ pBuf is NULL");
+        return TRACED(false, kFailure, "_OUT_ pBuf is NULL");
     }
     return true;
 }
 
-Sent sendGeneric(const char *sender, int fd, std::span<uint8_t> cdb, int32_t direction, std::span<uint8_t> data)
+Sent sendGeneric(int fd, std::span<uint8_t> cdb, int32_t direction, std::span<uint8_t> data)
 {
-    TRACE_AS(sender, kDetail, "use SG_IO command for ioctl...");
+    TRACE(kDetail, "use SG_IO command for ioctl...");
     ScsiIoRequest request{};
     request.cdb = cdb.data();
     request.cdb_len = cdb.size();
@@ -61,21 +61,20 @@ Sent sendGeneric(const char *sender, int fd, std::span<uint8_t> cdb, int32_t dir
     return result < 0 ? Sent{-1, -result, false} : Sent{0, 0, false};
 }
 
-Sent sendLegacy(const char *sender, int fd, std::span<uint8_t> buffer)
+Sent sendLegacy(int fd, std::span<uint8_t> buffer)
 {
-    TRACE_AS(sender, kDetail, "use SCSI_IOCTL_SEND_COMMAND...");
+    TRACE(kDetail, "use SCSI_IOCTL_SEND_COMMAND...");
     const int status = ::ioctl(fd, SCSI_IOCTL_SEND_COMMAND, buffer.data());
     return {status, status < 0 ? errno : 0, true};
 }
 
-template <size_t CdbLength>
-Sent receive(const char *sender, int fd, std::array<uint8_t, CdbLength> cdb, const Reply &reply)
+template <size_t CdbLength> Sent receive(int fd, std::array<uint8_t, CdbLength> cdb, const Reply &reply)
 {
     if (use_sg_io == kUseSgIo) {
-        return sendGeneric(sender, fd, cdb, DIR_FROM_DEVICE, {reply.data, reply.length});
+        return sendGeneric(fd, cdb, DIR_FROM_DEVICE, {reply.data, reply.length});
     }
     alignas(uint32_t) LegacyBuffer<CdbLength> buffer = legacyRequest(cdb, 0, reply.outLength);
-    const Sent sent = sendLegacy(sender, fd, buffer);
+    const Sent sent = sendLegacy(fd, buffer);
     const auto place = buffer.begin() + kLegacyHeader;
     if (sent.status != 0 && std::equal(cdb.begin(), cdb.end(), place)) {
         std::fill_n(place, CdbLength, uint8_t{0}); // nothing came back: the command must not be taken for a reply
@@ -86,9 +85,9 @@ Sent receive(const char *sender, int fd, std::array<uint8_t, CdbLength> cdb, con
 }
 
 // Traces the end of a command and leaves errno as the failure had it.
-int finish(const char *sender, const Sent &sent)
+int finish(const Sent &sent)
 {
-    TRACE_AS(sender, sent.status == 0 ? kDetail : kFailure, "_OUT_ status=[%d]", sent.status);
+    TRACE(sent.status == 0 ? kDetail : kFailure, "_OUT_ status=[%d]", sent.status);
     if (sent.error != 0) {
         errno = sent.error;
     }
@@ -106,42 +105,44 @@ std::optional<SelectPlan> planOf(const uint8_t *pBuf, int bufLen, bool ten)
 
 int modesense(int fd, int pagenum, int pc, uint8_t *pBuf, int bufLen)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ pagenum=[%x] pc=[%d] bufLen=[%d]", static_cast<unsigned>(pagenum), pc, bufLen);
-    if (!targetIsGood(__func__, fd, pBuf)) {
+    if (!targetIsGood(fd, pBuf)) {
         return -1;
     }
     if (bufLen < 0 || lengthOf(bufLen) > kPageBuffer) {
         return TRACED(-1, kFailure, "_OUT_ (-1)");
     }
-    const Sent sent =
-        receive(__func__, fd, modeSense6Cdb(pagenum, pc), {pBuf, lengthOf(bufLen), kPageBuffer, kLegacyCopied});
+    const Sent sent = receive(fd, modeSense6Cdb(pagenum, pc), {pBuf, lengthOf(bufLen), kPageBuffer, kLegacyCopied});
     if (sent.ioctlFailed()) {
         TRACE(kFailure, "ioctl result = -1 errno=[%d]", sent.error);
     }
-    return finish(__func__, sent);
+    return finish(sent);
 }
 
 int modesense10(int fd, int pagenum, int pc, uint8_t *pBuf, int bufLen)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ pagenum=[%x] pc=[%d] bufLen=[%d]", static_cast<unsigned>(pagenum), pc, bufLen);
-    if (!targetIsGood(__func__, fd, pBuf)) {
+    if (!targetIsGood(fd, pBuf)) {
         return -1;
     }
     if (bufLen < 0 || lengthOf(bufLen) > kPageBuffer) {
         return TRACED(-1, kFailure, "_OUT_ (-1)");
     }
     const size_t length = lengthOf(bufLen);
-    const Sent sent = receive(__func__, fd, modeSense10Cdb(pagenum, pc, length), {pBuf, length, length, kLegacyCopied});
+    const Sent sent = receive(fd, modeSense10Cdb(pagenum, pc, length), {pBuf, length, length, kLegacyCopied});
     if (sent.ioctlFailed()) {
         TRACE(kFailure, "ioctl MODE_SENSE_10: failed");
     }
-    return finish(__func__, sent);
+    return finish(sent);
 }
 
 int modeselect(int fd, int pagenum, int sp, uint8_t *pBuf, int bufLen)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ pagenum=[%x] sp=[%d] bufLen=[%d]", static_cast<unsigned>(pagenum), sp, bufLen);
-    if (!targetIsGood(__func__, fd, pBuf)) {
+    if (!targetIsGood(fd, pBuf)) {
         return -1;
     }
     const std::optional<SelectPlan> plan = planOf(pBuf, bufLen, false);
@@ -152,22 +153,23 @@ int modeselect(int fd, int pagenum, int sp, uint8_t *pBuf, int bufLen)
     pBuf[0] = 0;
     if (use_sg_io == kUseSgIo) {
         Cdb6 cdb = modeSelect6Cdb(sp, plan->total);
-        return finish(__func__, sendGeneric(__func__, fd, cdb, DIR_TO_DEVICE, {pBuf, plan->total}));
+        return finish(sendGeneric(fd, cdb, DIR_TO_DEVICE, {pBuf, plan->total}));
     }
     alignas(uint32_t) LegacyBuffer<6> buffer = legacyModeSelect6(sp, {pBuf, lengthOf(bufLen)}, *plan);
-    const Sent sent = sendLegacy(__func__, fd, buffer);
+    const Sent sent = sendLegacy(fd, buffer);
     if (sent.ioctlFailed()) {
         TRACE(kFailure, "ioctl result = -1 errno=[%d]", sent.error);
     }
-    return finish(__func__, sent);
+    return finish(sent);
 }
 
 // Deliberate, unlike the 6-byte command: PS of the page and the low byte of the mode data length stay as they are, and
 // through SG_IO all of bufLen is sent.
 int modeselect10(int fd, int pagenum, int sp, uint8_t *pBuf, int bufLen)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ pagenum=[%x] sp=[%d] bufLen=[%d]", static_cast<unsigned>(pagenum), sp, bufLen);
-    if (!targetIsGood(__func__, fd, pBuf)) {
+    if (!targetIsGood(fd, pBuf)) {
         return -1;
     }
     const std::optional<SelectPlan> plan = planOf(pBuf, bufLen, true);
@@ -177,35 +179,37 @@ int modeselect10(int fd, int pagenum, int sp, uint8_t *pBuf, int bufLen)
     pBuf[0] = 0;
     if (use_sg_io == kUseSgIo) {
         Cdb10 cdb = modeSelect10Cdb(sp, plan->total);
-        return finish(__func__, sendGeneric(__func__, fd, cdb, DIR_TO_DEVICE, {pBuf, lengthOf(bufLen)}));
+        return finish(sendGeneric(fd, cdb, DIR_TO_DEVICE, {pBuf, lengthOf(bufLen)}));
     }
     alignas(uint32_t) LegacyBuffer<10> buffer = legacyModeSelect10(sp, {pBuf, lengthOf(bufLen)}, *plan);
-    const Sent sent = sendLegacy(__func__, fd, buffer);
+    const Sent sent = sendLegacy(fd, buffer);
     if (sent.ioctlFailed()) {
         TRACE(kFailure, "ioctl MODE_SELECT_10 : failed");
     }
-    return finish(__func__, sent);
+    return finish(sent);
 }
 
 int logsense(int fd, int pagenum, uint8_t *pBuf, int bufLen)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ pagenum=[%x] bufLen=[%d]", static_cast<unsigned>(pagenum), bufLen);
-    if (!targetIsGood(__func__, fd, pBuf)) {
+    if (!targetIsGood(fd, pBuf)) {
         return -1;
     }
     const size_t length = lengthOf(bufLen);
-    const Sent sent = receive(__func__, fd, logSenseCdb(pagenum, length), {pBuf, length, length, kLegacyLogCopied});
+    const Sent sent = receive(fd, logSenseCdb(pagenum, length), {pBuf, length, length, kLegacyLogCopied});
     if (sent.ioctlFailed()) {
         TRACE(kFailure, "ioctl result = -1 errno=[%d]", sent.error);
     }
-    return finish(__func__, sent);
+    return finish(sent);
 }
 
 int requestsense(int fd, uint8_t *pBuf)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    if (!targetIsGood(__func__, fd, pBuf)) {
+    if (!targetIsGood(fd, pBuf)) {
         return -1;
     }
-    return finish(__func__, receive(__func__, fd, requestSenseCdb(), {pBuf, kPageBuffer, kPageBuffer, kLegacyCopied}));
+    return finish(receive(fd, requestSenseCdb(), {pBuf, kPageBuffer, kPageBuffer, kLegacyCopied}));
 }

@@ -10,6 +10,7 @@
 
 int scsiCDBModeSelect(const HardDiskEntry *hdt, int *modese_len)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (hdt == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ hdt is NULL");
@@ -36,6 +37,7 @@ int scsiCDBModeSelect(const HardDiskEntry *hdt, int *modese_len)
 
 int scsiModePageOffset(const uint8_t *resp, int len, int modese_10)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ len=[%d] modese_10=[%d]", len, modese_10);
     if (resp == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(resp) Failure!!");
@@ -62,6 +64,7 @@ int scsiModePageOffset(const uint8_t *resp, int len, int modese_10)
 
 int scsiGetSupportedLogPages(int fd, int *pSmartPage)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (fd == -1) {
         return TRACED(-1, kFailure, "_OUT_ device == -1");

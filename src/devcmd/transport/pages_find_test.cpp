@@ -1,6 +1,6 @@
 #include "devcmd/ioctl_double_test.h"
-#include "devcmd/transport/pages.h"
 #include "devcmd/smart_fixture_test.h"
+#include "devcmd/transport/pages.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>

@@ -52,6 +52,7 @@ std::span<const uint8_t> findAtaReturn(const SatReply &reply)
 
 int sat_ata_cmd_interface(int fd, int command, int, uint8_t *data)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ command=[%d]", command);
     if (fd < 0) {
         return TRACED(-1, kFailure, "_OUT_ Invalid parameters");
@@ -88,6 +89,7 @@ int sat_ata_cmd_interface(int fd, int command, int, uint8_t *data)
 
 int sat_ata_pass_through(int fd, int packet)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ packet=[%d]", packet);
     std::array<uint8_t, kIdentifyLength> data{};
     const int command = packet == 0 ? SATCMD_IDENTIFY : SATCMD_IDENTIFY_PACKET;

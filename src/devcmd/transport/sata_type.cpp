@@ -1,7 +1,7 @@
 #include "devcmd/open_device.h"
 #include "devcmd/transport/transport.h"
-#include "runtime/holders.h"
 #include "runtime/field_text.h"
+#include "runtime/holders.h"
 #include "runtime/trace.h"
 
 #include <array>
@@ -47,6 +47,7 @@ std::string_view vendorOf(const InquiryData &data)
 
 void fetch_sata_type(HardDiskEntry *hdt)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (hdt == nullptr) {
         TRACE(kFailure, "_OUT_ hdt is NULL");

@@ -90,6 +90,7 @@ std::span<const uint8_t> findSenseDescriptor(std::span<const uint8_t> sense, int
 
 int scsi_chk_sense_data_format(const uint8_t *sense, size_t len, SenseInfo *info)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ len=[%zu]", len);
     if (sense == nullptr || info == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ invalid paramters");
@@ -112,6 +113,7 @@ int scsi_chk_sense_data_format(const uint8_t *sense, size_t len, SenseInfo *info
 
 const uint8_t *scsi_find_sense_data(const uint8_t *sense, size_t len, int type)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_ len=[%zu] type=[%x]", len, static_cast<unsigned>(type));
     if (sense == nullptr || len < kHeader) {
         TRACE(kFailure, "error,invalid paramters");

@@ -46,20 +46,20 @@ sg_io_hdr kernelRequest(const ScsiIoRequest &request, int direction)
 }
 
 // Reports a reply of the kernel and takes it over into the request. Traces in the name of the function that sent.
-int takeReply(const char *sender, const sg_io_hdr &header, ScsiIoRequest &request)
+int takeReply(const sg_io_hdr &header, ScsiIoRequest &request)
 {
     request.scsi_status = header.status;
     switch (judgeTransport(header.host_status, header.driver_status)) {
     case TransportOutcome::kHostTimeout:
-        return TRACED_AS(sender, -ETIMEDOUT, kDetail, "host_status timeout %x", header.host_status);
+        return TRACED(-ETIMEDOUT, kDetail, "host_status timeout %x", header.host_status);
     case TransportOutcome::kHostError:
-        return TRACED_AS(sender, -EIO, kFailure, "host_status io error %x", header.host_status);
+        return TRACED(-EIO, kFailure, "host_status io error %x", header.host_status);
     case TransportOutcome::kDriverTimeout:
-        return TRACED_AS(sender, -ETIMEDOUT, kFailure, "driver_status timeout %x", header.driver_status);
+        return TRACED(-ETIMEDOUT, kFailure, "driver_status timeout %x", header.driver_status);
     case TransportOutcome::kDriverError:
-        return TRACED_AS(sender, -EIO, kFailure, "driver_status io error %x", header.driver_status);
+        return TRACED(-EIO, kFailure, "driver_status io error %x", header.driver_status);
     case TransportOutcome::kGoodWithSense:
-        TRACE_AS(sender, kDetail, "include driver sense data");
+        TRACE(kDetail, "include driver sense data");
         request.scsi_status = kCheckCondition;
         break;
     case TransportOutcome::kGood:
@@ -69,29 +69,30 @@ int takeReply(const char *sender, const sg_io_hdr &header, ScsiIoRequest &reques
     return 0;
 }
 
-int sendRequest(const char *sender, int fd, ScsiIoRequest *request)
+int sendRequest(int fd, ScsiIoRequest *request)
 {
     if (fd < 0 || request == nullptr) {
-        return TRACED_AS(sender, -1, kFailure, "Invalid parameters");
+        return TRACED(-1, kFailure, "Invalid parameters");
     }
     const std::optional<int> direction = kernelDirection(request->direction);
     if (!direction) {
-        return TRACED_AS(sender, -EINVAL, kFailure, "Not support this kind of dirct %d", request->direction);
+        return TRACED(-EINVAL, kFailure, "Not support this kind of dirct %d", request->direction);
     }
     sg_io_hdr header = kernelRequest(*request, *direction);
     if (::ioctl(fd, SG_IO, &header) < 0) {
         const int error = errno;
         request->scsi_status = 0;
-        return TRACED_AS(sender, -error, kFailure, "ioctl failed,%s", ErrorText(error).text());
+        return TRACED(-error, kFailure, "ioctl failed,%s", ErrorText(error).text());
     }
-    return takeReply(sender, header, *request);
+    return takeReply(header, *request);
 }
 
 } // namespace
 
 int _sg_IoctlCommon(int fd, ScsiIoRequest *request)
 {
+    const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    const int result = sendRequest(__func__, fd, request);
+    const int result = sendRequest(fd, request);
     return TRACED(result, kDetail, "_OUT_ [%d]", result);
 }

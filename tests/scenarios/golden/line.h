@@ -11,11 +11,14 @@
 
 namespace golden {
 
-inline void writeLine(const std::string &text)
+inline void writeLine(std::string text)
 {
     const char *const path = std::getenv("TAV_GOLDEN_FILE");
     if (path == nullptr) {
         return;
+    }
+    for (size_t at = 0; (at = text.find('\n', at)) != std::string::npos;) {
+        text.replace(at, 1, "\\n"); // a text of several lines stays in one
     }
     const std::string line = std::to_string(::gettid()) + "\t" + text + "\n";
     const int descriptor = ::open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
