@@ -1,13 +1,14 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the provider itself costs: collections, answers and the saved-state file, for 1 to 128 simulated disks.
 //
 // Times are CPU time of the calling thread without what the simulated machine takes; where disks are slow, time on the
 // clock. Exits non-zero when a goal is missed.
 #include "collect/collector.h"
+#include "lifecycle/access.h"
 #include "monitor/monitor.h"
 #include "runtime/trace.h"
 #include "scenarios/latency.h"
 #include "scenarios/scenario.h"
-#include "lifecycle/access.h"
 
 #include <benchmark/benchmark.h>
 

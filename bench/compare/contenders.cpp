@@ -1,6 +1,7 @@
-#include "contenders.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "compare/contenders.h"
 
-#include "machines.h"
+#include "compare/machines.h"
 
 #include <filesystem>
 #include <sstream>

@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is compared, and how each is run.
 #pragma once
 
-#include "lab.h"
+#include "compare/lab.h"
 
 #include <string>
 #include <vector>

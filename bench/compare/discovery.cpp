@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The provider's discovery alone: which SCSI devices and host adapters there are, which of them are managed, and which
 // node of /dev is which disk.
 //
@@ -5,10 +6,10 @@
 // Prints for each time the seconds of CPU time and on the clock that it took, those of the simulated machine taken off,
 // and ends with status 1 when it has not found so many disks and nothing else (DISKS 0: whatever there is). Without
 // arguments it ends at once.
-#include "stopwatch.h"
+#include "compare/stopwatch.h"
 
-#include "collect/discovery_lists.h"
 #include "collect/devices/disk_names.h"
+#include "collect/discovery_lists.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,4 +1,5 @@
-#include "figures.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "compare/figures.h"
 
 #include <algorithm>
 #include <array>

@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
 // What was measured, as tables for people and as lines of JSON for programs.
 #pragma once
 
-#include "contenders.h"
+#include "compare/contenders.h"
 
 #include <map>
 #include <string>

@@ -1,4 +1,5 @@
-#include "lab.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "compare/lab.h"
 
 #include <algorithm>
 #include <fstream>

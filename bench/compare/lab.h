@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
 // Programs on simulated machines, and what they cost there without what the machine itself takes.
 #pragma once
 
-#include "process.h"
+#include "compare/process.h"
 
 #include <filesystem>
 #include <map>

@@ -1,4 +1,5 @@
-#include "machines.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "compare/machines.h"
 
 #include <nlohmann/json.hpp>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The machines on which the programs are compared: SATA disks with SMART on, eight to a host adapter.
 #pragma once
 

@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 // The provider beside generic tools for the same disks, on simulated machines: prints tables in Markdown, and whether
 // the goals are reached; exits non-zero when one is not.
 //
 // usage: compare_run [--quick|--places DISKS:MS,...] [--runs N] [--json FILE]
-#include "figures.h"
+#include "compare/figures.h"
 
 #include <cstdio>
 #include <cstdlib>

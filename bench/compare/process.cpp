@@ -1,4 +1,5 @@
-#include "process.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "compare/process.h"
 
 #include <algorithm>
 #include <array>

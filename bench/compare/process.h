@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Runs a program to its end and tells what that took, as the kernel has counted it.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The provider asked as a client would ask it: loaded into a broker, once or again and again.
 //
 // usage: compare_provider PROVIDER DISKS REQUESTS [SMART]
@@ -6,7 +7,7 @@
 // Prints for each request the seconds of CPU time and on the clock that it took, those of the simulated machine taken
 // off. When an answer is not what DISKS good disks give, it says so there and ends with status 2. Without arguments it
 // ends at once.
-#include "stopwatch.h"
+#include "compare/stopwatch.h"
 
 #include "broker/broker.h"
 

@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
 // The provider beside generic tools for the same disks, on the machine that it runs on: for the virtual machine of
 // tests/vm, whose kernel and drivers are real. Prints a table in Markdown.
 //
 // usage: compare_real PROVIDER TIMES DISK...
 // PROVIDER: the shared object. DISK...: the device nodes of all the disks that storage.inf has managed, all of them
 // good. compare_provider and compare_discovery lie beside this program.
-#include "process.h"
+#include "compare/process.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a stretch of a program costs without what the simulated machine, preloaded into it, takes of it.
 #pragma once
 

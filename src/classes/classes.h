@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The handlers of the twelve classes, as the dispatcher calls them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "classes/classes.h"
 #include "runtime/trace.h"
 #include "support/store_fixture.h"

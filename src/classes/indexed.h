@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The family of the nine classes that are keyed by Index, told once. A member is one IndexedClass and three functions
 // under its own names, in which everything is traced.
 #pragma once

@@ -1,5 +1,6 @@
-#include "classes/indexed_fixture_test.h"
+// SPDX-License-Identifier: Apache-2.0
 #include "runtime/trace.h"
+#include "support/indexed_fixture.h"
 
 #include <gmock/gmock.h>
 

@@ -1,6 +1,7 @@
-#include "classes/indexed_fixture_test.h"
+// SPDX-License-Identifier: Apache-2.0
 #include "runtime/trace.h"
 #include "store/arrays.h"
+#include "support/indexed_fixture.h"
 
 #include <atomic>
 #include <gmock/gmock.h>

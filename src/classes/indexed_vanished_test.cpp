@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: Apache-2.0
 // Records that go between the store's handing them out and the handler's taking them.
-#include "classes/indexed_fixture_test.h"
 #include "store/arrays.h"
+#include "support/indexed_fixture.h"
 
 #include <cstdlib>
 #include <functional>

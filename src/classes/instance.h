@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The steps from a record to a CIM instance that all classes share. Each traces in the name of the function that it
 // serves; the objects made belong to the caller; null on failure, which was traced.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The two classes with exactly one record, one instance and no key, told once. Everything is traced in the names of the
 // class's own functions.
 #pragma once

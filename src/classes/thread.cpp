@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "classes/classes.h"
 #include "classes/instance.h"
 #include "lifecycle/access.h"

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * CMPI 2.0: convenience macros, which spell the calls of function tables.
  *

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collect/collector.h"
 
 #include "collect/record_map.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The inventory collector: one whole snapshot of the machine's storage hardware, mapped to records.
 #pragma once
 

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a collection leaves behind that does not come to its end.
 
-#include "collect/snapshot_fixture_test.h"
+#include "support/snapshot_fixture.h"
 
 #include <cstdarg>
 #include <cstdio>

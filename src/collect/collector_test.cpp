@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collect/collector.h"
 
-#include "collect/snapshot_fixture_test.h"
 #include "devcmd/smart/smart_watch.h"
 #include "devcmd/transport/transport.h"
+#include "support/snapshot_fixture.h"
 
 #include <memory>
 #include <utility>

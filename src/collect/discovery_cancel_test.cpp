@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A discovery that is cancelled between two entries leaves nothing behind.
 #include "collect/ide/ide_discovery.h"
 #include "collect/scsi/scsi_variants.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The three discovery lists of one collection. They live from its start to its end.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collect/record_map.h"
 
 #include "runtime/field_text.h"

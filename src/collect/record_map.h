@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // From table entries to records. Texts longer than a record's field are cut; fields without a source stay zero.
 #pragma once
 

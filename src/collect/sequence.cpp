@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collect/sequence.h"
 
 #include "collect/controllers/controller_build.h"

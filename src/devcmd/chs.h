@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Cylinders, heads and sectors out of what the kernel says of a disk. Pure.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sector size, geometry and size of a block device.
 #pragma once
 

@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "devcmd/geometry.h"
 
 #include "devcmd/chs.h"
-#include "devcmd/ioctl_double_test.h"
 #include "devcmd/open_device.h"
+#include "support/ioctl_double.h"
 #include "support/trace_recorder.h"
 
 #include <cerrno>

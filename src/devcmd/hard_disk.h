@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The hard-disk entry that the device routines work on. Which slot of which table it is, is the collector's business.
 #pragma once
 

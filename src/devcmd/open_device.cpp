@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "devcmd/open_device.h"
 
 #include "runtime/holders.h"

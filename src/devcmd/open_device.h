@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Opening of device nodes and of kernel text files, and error texts: for the device routines and the endurance table.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "devcmd/trim.h"
 
 #include "runtime/trace.h"

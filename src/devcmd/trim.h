@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Trimming of texts from devices and administrator files.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "endurance/endurance.h"
 
 #include "devcmd/open_device.h"

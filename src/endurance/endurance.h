@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SSD endurance: which drives report it and at which level they stand.
 #pragma once
 

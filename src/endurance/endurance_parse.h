@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The lines of "tavm2ssd.inf": parsing without reading.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The store's lifecycle as the rest of the provider sees it.
 #pragma once
 

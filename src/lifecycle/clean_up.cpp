@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What happens to the store when the broker unloads the provider or stops.
 #include "lifecycle/access.h"
 #include "lifecycle/gate.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The gate before the store's initialisation, for those who meet one that is running.
 #pragma once
 

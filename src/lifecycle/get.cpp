@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Bringing one class up to date and handing it out.
 #include "lifecycle/access.h"
 #include "monitor/monitor.h"

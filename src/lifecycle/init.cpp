@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Building the store, once, on the first request.
 #include "collect/collector.h"
 #include "endurance/endurance.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Alerts: which events there are, and what the agent is told of each.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the alerts of a pass are decided by, and the two steps of a pass that send those about one disk.
 #pragma once
 

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: Apache-2.0
 // The steps of a pass that alert, line by line, and what they are decided by.
 #include "endurance/endurance.h"
-#include "monitor/history_fixture_test.h"
+#include "support/history_fixture.h"
 
 namespace {
 

@@ -1,5 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which alerts a history of snapshots gives.
-#include "monitor/history_fixture_test.h"
+#include "support/history_fixture.h"
 
 // The collector as it is, but that a test may say what it has read. The program is linked so that calls come here.
 extern "C" int realCollector(int smartmode, DatInfo *descriptors) __asm__("__real__Z18strgGetCurrentInfoiP7DatInfo");

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Monitoring: the thread and the configuration check.
 #pragma once
 

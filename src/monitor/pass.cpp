@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One monitoring pass: the fresh records become the store's, are published and saved.
 #include "collect/collector.h"
 #include "monitor/health.h"

@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "monitor/monitor.h"
-#include "store/store_fixture_test.h"
 #include "support/alert_recorder.h"
 #include "support/lock_at.h"
+#include "support/record_fixture.h"
 
 #include <cerrno>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The monitoring thread: its start, its loop and its end.
 #include "monitor/monitor.h"
 #include "runtime/memory.h"

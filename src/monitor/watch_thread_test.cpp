@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "monitor/monitor.h"
-#include "store/store_fixture_test.h"
 #include "support/no_threads.h"
+#include "support/record_fixture.h"
 
 #include <atomic>
 #include <cerrno>

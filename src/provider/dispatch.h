@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which handler answers which request: one row per class.
 #pragma once
 

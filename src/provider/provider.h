@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The entry points that the broker reaches through the two function tables. Outside this floor nothing calls them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Class ids, the records behind every answer, and the description of each class from which everything about it derives.
 //
 // The records are a storage format: they are copied byte for byte into shared memory and the saved-state file.

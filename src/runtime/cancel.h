@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the monitoring thread may be cancelled inside a collection.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Data that the broker's get calls hand out.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "runtime/conf_file.h"
 
 #include "runtime/conf_tokens.h"

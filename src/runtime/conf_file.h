@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The agent's configuration file: where the agent is installed.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The configuration file's text as it is looked through: a stream of tokens, whatever the lines.
 #pragma once
 

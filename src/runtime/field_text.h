@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Bounded copies into the fixed fields of records and tables.
 #pragma once
 

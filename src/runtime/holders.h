@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Small owners: each releases in its destructor, on every path, and cannot be copied.
 #pragma once
 

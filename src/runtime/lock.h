@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Try-locks: no caller ever blocks on the store or on a segment for more than about three seconds.
 #pragma once
 

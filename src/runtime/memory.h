@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The provider's only source of heap memory. No container that throws when memory is short is used above it.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "runtime/mode.h"
 
 #include "runtime/cmpi_data.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What every store and handler function is handed first, and the two questions about the process's mode: whether the
 // agent runs as a service, and whether the monitoring thread runs.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "runtime/mode.h"
 
 #include "broker/broker.h"

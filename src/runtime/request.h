@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Keys, arguments and names out of requests. All report failures through their result and a trace, never a status.
 #pragma once
 

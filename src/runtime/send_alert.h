@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The one way to the agent's alert library.
 #pragma once
 

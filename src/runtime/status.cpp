@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "runtime/status.h"
 
 CMPIStatus statusWithChars(const CInfo *cInfo, CMPIrc rc, const char *message)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Status of an entry point or handler.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The agent's libraries, loaded at run time, and the one way to its trace log.
 //
 // The provider does not link the agent's libraries: it must load, and fail softly, where the agent is damaged.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "runtime/trace.h"
 
 #include "support/fake_agent.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The record arrays and segment entries: every look at one and every change of one goes through here, under
 // g_recordsLock. Nothing here traces or does I/O, so the lock is held no longer than a copy takes.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A readable picture of the records in the trace.
 #include "runtime/trace.h"
 #include "store/arrays.h"

@@ -1,4 +1,5 @@
-#include "store/store_fixture_test.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "support/record_fixture.h"
 
 namespace {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Saving so that a crash, a full disk or a power failure leaves either the old file or the new one, never a part of
 // one.
 #include "runtime/holders.h"

@@ -1,5 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "runtime/holders.h"
-#include "store/store_fixture_test.h"
+#include "support/record_fixture.h"
 
 #include <cerrno>
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Segments' lives: created for the store's counts, recreated when a count changes, removed when the store is freed.
 #include "runtime/memory.h"
 #include "store/arrays.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Each class's records mirrored in one System V shared-memory segment.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Copying records between the store and a segment, which is attached for the length of one copy.
 #include "runtime/trace.h"
 #include "store/arrays.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Creating a segment: a key that nobody uses yet is found by way of fresh key files.
 #include "runtime/holders.h"
 #include "runtime/trace.h"

@@ -1,4 +1,5 @@
-#include "store/segment_fixture_test.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "support/segment_fixture.h"
 #include "support/trace_watch.h"
 
 #include <cerrno>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A segment's mutex for the length of one operation.
 #pragma once
 

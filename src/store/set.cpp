@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Publishing, saving and freeing the whole store.
 #include "runtime/memory.h"
 #include "store/arrays.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The store's state, and the two records that steer it.
 #include "runtime/trace.h"
 #include "store/arrays.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The saved-state file over an open stream.
 #include "runtime/holders.h"
 #include "runtime/memory.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "store/state_file_layout.h"
 
 #include "store/arrays.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The saved-state file's layout over memory: no files, no traces.
 //
 //   18 bytes                version line, no terminator

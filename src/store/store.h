@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The store's state, and what both sides of it need: set (publish and save), free, file, dump.
 #pragma once
 

@@ -1,5 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
 // What other processes of the broker, and other threads of this one, do at the same moment.
-#include "store/segment_fixture_test.h"
+#include "support/segment_fixture.h"
 
 #include <fcntl.h>
 #include <sys/file.h>

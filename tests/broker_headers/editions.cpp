@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: Apache-2.0
 // In what the header sets differ.
 
-#include "header_set.h"
+#include "broker_headers/header_set.h"
 
 namespace cmpi {
 namespace {

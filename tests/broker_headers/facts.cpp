@@ -1,4 +1,5 @@
-#include "header_set.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "broker_headers/header_set.h"
 
 #include <iterator>
 #include <map>

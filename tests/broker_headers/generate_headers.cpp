@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Writes a set of CMPI headers as a broker installs them, from the table of interface facts:
 //
 //     generate_headers TABLE.csv 2.0|2.1 DIRECTORY
@@ -7,7 +8,7 @@
 // table does not have are names that are not in the binary interface, and the ways in which the sets differ.
 
 #include "../cmpi_abi/table.h"
-#include "header_set.h"
+#include "broker_headers/header_set.h"
 
 #include <filesystem>
 #include <iostream>

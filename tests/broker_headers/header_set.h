@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The header sets of brokers, made of the table of interface facts.
 #pragma once
 

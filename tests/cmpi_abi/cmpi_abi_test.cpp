@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 // The CMPI headers against the table of interface facts: every row, so that what is built here and a broker agree byte
 // by byte. Header sets of brokers are known to differ in some rows: CMPI_DIFFERENCES lists them. CMPI_SUITE tells which
 // set it is.
 
-#include "table.h"
+#include "cmpi_abi/table.h"
 
 #include <cmpift.h>
 

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: Apache-2.0
 // Turns the table of interface facts into a source of checks, one expression per row: generate TABLE.csv OUTPUT.inc
 
-#include "table.h"
+#include "cmpi_abi/table.h"
 
 #include <iostream>
 #include <map>

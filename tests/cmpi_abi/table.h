@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The table of interface facts, tests/data/cmpi-abi.csv: rows kind,name,member,value without quoting. A semicolon
 // stands for the comma between the parameters of a function.
 #pragma once

@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
 // A whole collection with SMART on, on a machine of SCSI hosts and IDE channels some of whose files the input is: the
 // administrator's three, the kernel's two lists, and attributes of a disk. Whatever they say, the records are sound.
 #include "collect/collector.h"
+#include "endurance/endurance.h"
 #include "fuzz/fuzz.h"
 #include "fuzz/machine.h"
-#include "endurance/endurance.h"
 #include "store/arrays.h"
 
 #include <span>

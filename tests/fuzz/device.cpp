@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
 // A whole disk whose replies the input is: everything that a collection asks of a disk. The first byte chooses the kind
 // of disk and the way of the commands; fuzz/disk.h tells the rest.
 #include "collect/devices/disk_names.h"
 #include "devcmd/geometry.h"
-#include "devcmd/smart/wear.h"
 #include "devcmd/smart/smart_watch.h"
+#include "devcmd/smart/wear.h"
 #include "devcmd/transport/transport.h"
 #include "fuzz/disk.h"
 #include "fuzz/fuzz.h"

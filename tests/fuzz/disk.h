@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A disk whose every reply is the fuzzer's: answers the ioctls of the process while one lives. It writes where and as
 // much as the kernel would, so that a buffer that is too small is found.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the fuzz targets share. A target is one function, LLVMFuzzerTestOneInput, which has the provider read the input
 // and requires what must hold whatever that is.
 //

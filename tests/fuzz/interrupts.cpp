@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // /proc/interrupts: the input is the file and a driver's name.
 #include "devcmd/kernel/irq_ports.h"
 #include "devcmd/kernel/proc_text.h"

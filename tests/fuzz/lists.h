@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Discovery lists and their texts, for the targets that have the provider build one.
 #pragma once
 

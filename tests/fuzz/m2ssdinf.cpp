@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
 // tavm2ssd.inf: its lines, the table that comes of it, and the levels of every figure.
+#include "endurance/endurance.h"
+#include "endurance/endurance_parse.h"
 #include "fuzz/fuzz.h"
 #include "fuzz/lists.h"
 #include "fuzz/machine.h"
-#include "endurance/endurance.h"
-#include "endurance/endurance_parse.h"
 
 #include <algorithm>
 #include <cstdio>

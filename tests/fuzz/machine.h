@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A simulated machine whose files the fuzzer writes. One lives as long as the process.
 #pragma once
 

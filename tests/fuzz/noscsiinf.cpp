@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // noscsi.inf: its lines, and the lists that come of it.
 #include "collect/inf/noscsi_inf.h"
 #include "fuzz/fuzz.h"

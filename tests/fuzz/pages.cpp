@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
 // Mode and log pages, and the older ioctl's buffers: no byte beyond a reply counts, and what goes back to the disk lies
 // in what came from it.
-#include "devcmd/transport/pages_command.h"
 #include "devcmd/smart/exceptions_page.h"
+#include "devcmd/transport/pages_command.h"
 #include "fuzz/fuzz.h"
 
 #include <vector>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // /proc/ide: single texts, and a channel with a drive whose files the input is.
 #include "collect/ide/ide_discovery.h"
 #include "collect/ide/ide_parse.h"

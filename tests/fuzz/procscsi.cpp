@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // /proc/scsi/scsi: single lines, single records, the whole file.
 #include "collect/scsi/scsi_parse.h"
 #include "collect/scsi/scsi_variants.h"

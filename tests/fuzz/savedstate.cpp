@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The saved-state file: what was read is written as it was read.
 #include "fuzz/fuzz.h"
 #include "runtime/holders.h"

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sense data: no byte beyond it counts, whatever lengths it claims.
-#include "devcmd/transport/sat_command.h"
 #include "devcmd/transport/sense.h"
+#include "devcmd/transport/sat_command.h"
 #include "fuzz/fuzz.h"
 
 using fuzz::Bytes;

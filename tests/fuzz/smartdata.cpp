@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SMART READ DATA: the attribute table, walked in a block of just its size, and the figure that a disk's reply gives.
 // The first byte is the attribute that is looked for.
 #include "devcmd/smart/wear.h"

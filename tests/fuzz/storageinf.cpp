@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // storage.inf: its lines, its sections, and the lists that come of it.
 #include "collect/inf/storage_inf.h"
 

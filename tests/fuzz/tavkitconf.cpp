@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The agent's configuration file: a piece of it and the whole of it say the same.
 #include "fuzz/fuzz.h"
 #include "fuzz/machine.h"

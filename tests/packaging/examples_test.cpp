@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The examples of the administrator's files, read as the provider reads them where they lie on a server.
 #include "collect/inf/noscsi_inf.h"
 #include "collect/inf/storage_inf.h"
@@ -35,16 +36,18 @@ sim::Machine machineWith(const std::string &name)
 Texts driversOf(const StorageInfo *list)
 {
     Texts drivers;
-    for (; list != nullptr; list = list->next)
+    for (; list != nullptr; list = list->next) {
         drivers.insert(drivers.begin(), list->name);
+    }
     return drivers;
 }
 
 Texts disksOf(const NoSCSIInfo *list)
 {
     Texts disks;
-    for (; list != nullptr; list = list->next)
+    for (; list != nullptr; list = list->next) {
         disks.insert(disks.begin(), std::string(list->vendor) + "|" + list->model);
+    }
     return disks;
 }
 
@@ -86,8 +89,9 @@ TEST(Examples, Tavm2ssdInfHasTwoDrivesWithLevelsOfTheirOwn)
     EXPECT_EQ(normalised.attid, 231);
     EXPECT_EQ(usedUp.attid, 230);
     std::vector<int> levels;
-    for (const int figure : {100, 80, 79, 60, 40, 20, 19, 0, 101})
+    for (const int figure : {100, 80, 79, 60, 40, 20, 19, 0, 101}) {
         levels.push_back(enduranceLevel(normalised, static_cast<uint16_t>(figure)));
+    }
     EXPECT_THAT(levels, ElementsAre(5, 5, 4, 4, 3, 2, 1, 1, kLevelUnknown));
     EXPECT_EQ(enduranceLevel(usedUp, 89), 4);
 }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the world may do to the provider: administrator files, the saved-state file, sysfs and devices that are damaged,
 // absurd or hostile. It answers, traces why, keeps its last good state where there is one, and leaves nothing behind.
 #include "scenarios/scenario.h"

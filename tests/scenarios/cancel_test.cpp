@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A stop comes whenever a client wants it: at each moment of a pass in turn. It takes effect soon, and leaves nothing.
 #include "scenarios/child.h"
 #include "scenarios/monitored.h"

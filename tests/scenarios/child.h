@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Processes of their own for scenarios: several providers on one machine, and such as are killed.
 #pragma once
 

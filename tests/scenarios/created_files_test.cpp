@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whose is what the provider makes, and who may do what with it: whatever the umask it is started with, and whatever
 // somebody has put in its place before.
 #include "scenarios/child.h"

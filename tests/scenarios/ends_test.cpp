@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Ends and new beginnings: cleanups that take long and are entered again, and requests after whatever came before.
 #include "scenarios/generations.h"
 #include "scenarios/monitored.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The shared object lives in the broker's name space: what it exports and what it needs is part of its behaviour.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Machines whose every device tells which state of the machine it belongs to, so that an answer or a saved state that
 // mixes two of them, or lost a part of one, is seen.
 #pragma once

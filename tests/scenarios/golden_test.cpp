@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Golden traces: what the provider answers, traces, sends as alerts and puts on the wire on each example machine is,
 // line by line, what it was when tests/data/golden was recorded. TAV_GOLDEN_UPDATE=1 records anew, after a change on
 // purpose.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Between two passes the provider costs nothing: its thread is not woken and nobody uses the processor.
 #include "scenarios/monitored.h"
 

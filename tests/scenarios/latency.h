@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a collection costs in time on a machine whose disks take time for every request: at best as much as the disks
 // take. For programs that have the provider's objects linked in.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The provider's own share of a collection's time, on disks that take 2 ms for every request.
 #include "scenarios/latency.h"
 

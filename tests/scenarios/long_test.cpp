@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What only long runs show: that nothing grows, and that every disk is left as it was found.
 #include "scenarios/monitored.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What scenarios of monitoring share: starting and stopping the thread as a client does, walking it from pass to pass,
 // and what the agent's libraries were told.
 #pragma once

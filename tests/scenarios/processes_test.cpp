@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Several processes in service mode on one machine: they share the saved state and the key files, and each has segments
 // of its own.
 #include "scenarios/child.h"

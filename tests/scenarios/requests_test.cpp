@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What clients ask and get, through the shared object as it ships.
 #include "scenarios/scenario.h"
 

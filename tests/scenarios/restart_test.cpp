@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a restart of any kind tells the operator: nothing when the machine is the same, and what changed when it is not.
 #include "scenarios/generations.h"
 #include "scenarios/monitored.h"

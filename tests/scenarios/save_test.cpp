@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 // The saved state survives whatever happens while it is saved: a kill at any moment, a full disk, a write that fails.
+#include "records/records.h"
 #include "scenarios/child.h"
 #include "scenarios/generations.h"
 #include "scenarios/monitored.h"
-#include "records/records.h"
 
 #include <atomic>
 #include <chrono>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the scenarios share: the shared object as it ships, in the embedded broker, on a simulated machine.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Many clients at the same time as the monitoring thread with its starts and stops, and as cleanups, on a machine whose
 // disks come and go. Every answer is one of the states that the machine really had, and none that is older than it may
 // be.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every call that can fail fails once: the 1st, 2nd, 3rd ... call of each kind, until the scenario passes. Whatever
 // failed, the client gets a told answer, the next request works, and nothing is left behind.
 #include "scenarios/scenario.h"

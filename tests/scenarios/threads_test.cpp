@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Requests of several clients at once, on a machine that changes, and cleanups that overlap. Run under the thread
 // sanitizer too.
 #include "scenarios/scenario.h"

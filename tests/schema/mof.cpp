@@ -1,4 +1,5 @@
-#include "mof.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "schema/mof.h"
 
 #include <algorithm>
 #include <cctype>
@@ -30,13 +31,16 @@ public:
     Token next()
     {
         skipBlanksAndComments();
-        if (at_ >= text_.size())
+        if (at_ >= text_.size()) {
             return {Token::Kind::end, "end of file", line_};
+        }
         const char c = text_[at_];
-        if (c == '"')
+        if (c == '"') {
             return string();
-        if (isWordChar(c))
+        }
+        if (isWordChar(c)) {
             return word();
+        }
         ++at_;
         return {Token::Kind::mark, std::string(1, c), line_};
     }
@@ -47,14 +51,15 @@ private:
     void skipBlanksAndComments()
     {
         while (at_ < text_.size()) {
-            if (ahead("//"))
+            if (ahead("//")) {
                 skipTo("\n");
-            else if (ahead("/*"))
+            } else if (ahead("/*")) {
                 skipTo("*/");
-            else if (std::isspace(static_cast<unsigned char>(text_[at_])) != 0)
+            } else if (std::isspace(static_cast<unsigned char>(text_[at_])) != 0) {
                 advance(1);
-            else
+            } else {
                 return;
+            }
         }
     }
 
@@ -66,22 +71,26 @@ private:
 
     void advance(size_t count)
     {
-        for (; count > 0; --count, ++at_)
+        for (; count > 0; --count, ++at_) {
             line_ += text_[at_] == '\n' ? 1 : 0;
+        }
     }
 
     Token string()
     {
         Token token{Token::Kind::string, "", line_};
         for (++at_; at_ < text_.size() && text_[at_] != '"'; ++at_) {
-            if (text_[at_] == '\n')
+            if (text_[at_] == '\n') {
                 fail(line_, "a string ends at its line's end");
-            if (text_[at_] == '\\' && at_ + 1 < text_.size())
+            }
+            if (text_[at_] == '\\' && at_ + 1 < text_.size()) {
                 ++at_;
+            }
             token.text += text_[at_];
         }
-        if (at_ >= text_.size())
+        if (at_ >= text_.size()) {
             fail(token.line, "a string without an end");
+        }
         ++at_;
         return token;
     }
@@ -89,8 +98,9 @@ private:
     Token word()
     {
         const size_t start = at_;
-        while (at_ < text_.size() && isWordChar(text_[at_]))
+        while (at_ < text_.size() && isWordChar(text_[at_])) {
             ++at_;
+        }
         return {Token::Kind::word, std::string(text_.substr(start, at_ - start)), line_};
     }
 
@@ -101,8 +111,9 @@ private:
 
 std::string lowered(std::string text)
 {
-    for (char &c : text)
+    for (char &c : text) {
         c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    }
     return text;
 }
 
@@ -113,16 +124,18 @@ public:
     std::vector<Class> classes()
     {
         std::vector<Class> found;
-        while (token_.kind != Token::Kind::end)
+        while (token_.kind != Token::Kind::end) {
             found.push_back(classDeclaration());
+        }
         return found;
     }
 
     std::vector<Instance> instances()
     {
         std::vector<Instance> found;
-        while (token_.kind != Token::Kind::end)
+        while (token_.kind != Token::Kind::end) {
             found.push_back(instance());
+        }
         return found;
     }
 
@@ -138,28 +151,32 @@ private:
 
     bool accept(const char *mark)
     {
-        if (!is(mark))
+        if (!is(mark)) {
             return false;
+        }
         take();
         return true;
     }
 
     void expect(const char *mark)
     {
-        if (!accept(mark))
+        if (!accept(mark)) {
             fail(token_.line, std::string("\"") + mark + "\" expected instead of \"" + token_.text + "\"");
+        }
     }
 
     void keyword(const std::string &expected)
     {
-        if (lowered(word(expected.c_str())) != expected)
+        if (lowered(word(expected.c_str())) != expected) {
             fail(token_.line, expected + " expected");
+        }
     }
 
     std::string word(const char *what)
     {
-        if (token_.kind != Token::Kind::word)
+        if (token_.kind != Token::Kind::word) {
             fail(token_.line, std::string(what) + " expected instead of \"" + token_.text + "\"");
+        }
         return take().text;
     }
 
@@ -169,13 +186,16 @@ private:
         const bool number =
             token_.kind == Token::Kind::word &&
             std::all_of(token_.text.begin(), token_.text.end(), [](unsigned char c) { return std::isdigit(c) != 0; });
-        if (number)
+        if (number) {
             return take().text;
-        if (token_.kind != Token::Kind::string)
+        }
+        if (token_.kind != Token::Kind::string) {
             fail(token_.line, "string or number expected instead of \"" + token_.text + "\"");
+        }
         std::string value;
-        while (token_.kind == Token::Kind::string)
+        while (token_.kind == Token::Kind::string) {
             value += take().text;
+        }
         return value;
     }
 
@@ -183,8 +203,9 @@ private:
     Values array()
     {
         Values found{value()};
-        while (accept(","))
+        while (accept(",")) {
             found.push_back(value());
+        }
         expect("}");
         return found;
     }
@@ -192,8 +213,9 @@ private:
     Qualifiers qualifiers()
     {
         Qualifiers found;
-        if (!accept("["))
+        if (!accept("[")) {
             return found;
+        }
         do {
             const int line = token_.line;
             const std::string name = lowered(word("qualifier"));
@@ -204,8 +226,9 @@ private:
             } else if (accept("{")) {
                 values = array();
             }
-            if (!found.emplace(name, values).second)
+            if (!found.emplace(name, values).second) {
                 fail(line, "qualifier " + name + " twice");
+            }
         } while (accept(","));
         expect("]");
         return found;
@@ -217,11 +240,13 @@ private:
         declared.qualifiers = qualifiers();
         keyword("class");
         declared.name = word("class name");
-        if (accept(":"))
+        if (accept(":")) {
             declared.superclass = word("superclass");
+        }
         expect("{");
-        while (!is("}"))
+        while (!is("}")) {
             feature(declared);
+        }
         expect("}");
         expect(";");
         return declared;
@@ -235,8 +260,9 @@ private:
         if (accept("(")) {
             Method method{std::move(found), std::move(type), std::move(name), {}};
             while (!is(")")) {
-                if (!method.parameters.empty())
+                if (!method.parameters.empty()) {
                     expect(",");
+                }
                 method.parameters.push_back(parameter());
             }
             expect(")");
@@ -263,8 +289,9 @@ private:
         Instance found;
         found.className = word("class name");
         expect("{");
-        while (!is("}"))
+        while (!is("}")) {
             assignment(found);
+        }
         expect("}");
         expect(";");
         return found;
@@ -276,15 +303,17 @@ private:
         const std::string name = word("property");
         expect("=");
         Values values;
-        if (token_.kind == Token::Kind::word && lowered(token_.text) == "null")
+        if (token_.kind == Token::Kind::word && lowered(token_.text) == "null") {
             take();
-        else if (accept("{"))
+        } else if (accept("{")) {
             values = array();
-        else
+        } else {
             values = {value()};
+        }
         expect(";");
-        if (!instance.properties.emplace(name, values).second)
+        if (!instance.properties.emplace(name, values).second) {
             fail(line, "property " + name + " twice");
+        }
     }
 
     Lexer lexer_;

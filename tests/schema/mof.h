@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A small reader of MOF: as much of the language as the schema uses, and nothing silently passed over.
 #pragma once
 

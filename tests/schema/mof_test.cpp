@@ -1,4 +1,5 @@
-#include "schema_files.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "schema/schema_files.h"
 
 #include <gmock/gmock.h>
 
@@ -18,8 +19,9 @@ TEST(MofReader, RefusesWhatIsNoSchema)
           "class A { uint16 B; }", "class A { uint16 B(string); };", "class A { uint16 B(string C string D); };",
           "[Key class A {};", "[Key(a)] class A {};", "[Key{}] class A {};", "[Key{1,}] class A {};",
           "[Key, Key] class A {};", "#pragma include (\"x.mof\")", "struct A {};",
-          "class A { [Description(\"x)] uint16 B; };", "class A {}; ;", "instance of A {};"})
+          "class A { [Description(\"x)] uint16 B; };", "class A {}; ;", "instance of A {};"}) {
         EXPECT_THROW(mof::parse(text), std::runtime_error) << text;
+    }
 }
 
 TEST(MofReader, ReadsWhatTheSchemaUses)
@@ -45,8 +47,9 @@ TEST(MofReader, RefusesWhatAreNoInstances)
 {
     for (const char *text : {"instance", "instance A {};", "instance of A {}", "instance of A { B };",
                              "instance of A { B = ; };", "instance of A { B = C; };", "instance of A { B = {}; };",
-                             "instance of A { B = 1 };", "instance of A { B = 1; B = 2; };", "class A {};"})
+                             "instance of A { B = 1 };", "instance of A { B = 1; B = 2; };", "class A {};"}) {
         EXPECT_THROW(mof::parseInstances(text), std::runtime_error) << text;
+    }
 }
 
 TEST(MofReader, ReadsWhatTheRegistrationUses)

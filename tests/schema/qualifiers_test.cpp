@@ -1,6 +1,7 @@
-#include "schema_files.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "schema/schema_files.h"
 
-#include "words.h"
+#include "tavstrg/words.h"
 
 #include <gmock/gmock.h>
 
@@ -19,8 +20,9 @@ std::map<std::string, const mof::Property *> allProperties()
 {
     std::map<std::string, const mof::Property *> all;
     for (const mof::Class &c : schema()) {
-        for (const mof::Property &property : c.properties)
+        for (const mof::Property &property : c.properties) {
             all.emplace(c.name + "." + property.name, &property);
+        }
     }
     return all;
 }
@@ -29,8 +31,9 @@ mof::Values qualifier(const std::string &property, const std::string &name)
 {
     const auto all = allProperties();
     const auto found = all.find(property);
-    if (found == all.end() || !found->second->qualifiers.contains(name))
+    if (found == all.end() || !found->second->qualifiers.contains(name)) {
         return {};
+    }
     return found->second->qualifiers.at(name);
 }
 
@@ -52,13 +55,16 @@ TEST(Qualifiers, AreThoseOfTheStandardSchema)
 {
     const std::set<std::string> standard = {"description", "key", "in", "units", "valuemap", "values", "maxlen"};
     for (const Described &one : everything()) {
-        for (const auto &[name, values] : one.qualifiers)
+        for (const auto &[name, values] : one.qualifiers) {
             EXPECT_TRUE(standard.contains(name)) << one.where << ": " << name;
+        }
     }
-    for (const mof::Class &c : schema())
+    for (const mof::Class &c : schema()) {
         EXPECT_EQ(c.superclass, "") << c.name;
-    for (const char c : fileText("schema/TAV_Storage.mof"))
+    }
+    for (const char c : fileText("schema/TAV_Storage.mof")) {
         ASSERT_TRUE(c == '\n' || (c >= ' ' && c <= '~')) << "byte " << int{c};
+    }
 }
 
 // A new number is put where it belongs before this passes.
@@ -90,8 +96,9 @@ TEST(Qualifiers, EachMappedValueHasItsWord)
     for (const Described &one : everything()) {
         const bool mapped = one.qualifiers.contains("valuemap");
         ASSERT_EQ(mapped, one.qualifiers.contains("values")) << one.where;
-        if (!mapped)
+        if (!mapped) {
             continue;
+        }
         const mof::Values &map = one.qualifiers.at("valuemap");
         EXPECT_EQ(map.size(), one.qualifiers.at("values").size()) << one.where;
         EXPECT_EQ(std::set<std::string>(map.begin(), map.end()).size(), map.size()) << one.where;
@@ -103,8 +110,9 @@ mof::Values codesKnownToTheTool(const std::function<std::string(int)> &words)
 {
     mof::Values known;
     for (int code = -10; code <= 10; ++code) {
-        if (words(code).find("(" + std::to_string(code) + ")") == std::string::npos)
+        if (words(code).find("(" + std::to_string(code) + ")") == std::string::npos) {
             known.push_back(std::to_string(code));
+        }
     }
     return known;
 }
@@ -120,11 +128,13 @@ TEST(Qualifiers, ValueMapsHaveTheCodesThatTheToolKnows)
         {"TAV_StorageHardDisk.SmartStatus", tool::smartWords},
         {"TAV_StorageLifeSpan.EnduranceRemaining", tool::lifeSpanWords},
     };
-    for (const auto &[name, code] : words)
+    for (const auto &[name, code] : words) {
         EXPECT_TRUE(allProperties().contains(name)) << name;
+    }
     for (const auto &[name, property] : allProperties()) {
-        if (!property->qualifiers.contains("valuemap"))
+        if (!property->qualifiers.contains("valuemap")) {
             continue;
+        }
         const mof::Values known = words.contains(name) ? codesKnownToTheTool(words.at(name)) : mof::Values({"0", "1"});
         EXPECT_EQ(qualifier(name, "valuemap"), known) << name;
     }
@@ -149,9 +159,10 @@ TEST(Qualifiers, AMethodThatReturnsAValueSaysWhatItMeans)
 
 TEST(Qualifiers, InterfacesOfDevicesHaveTheWordsOfTheTool)
 {
-    for (const char *of : {"HardDisk", "CDROM", "Tape", "OpticalMemory", "Misc"})
+    for (const char *of : {"HardDisk", "CDROM", "Tape", "OpticalMemory", "Misc"}) {
         EXPECT_THAT(qualifier("TAV_Storage" + std::string(of) + ".InterfaceType", "values"),
                     ElementsAre(tool::interfaceWords(tool::kScsi), tool::interfaceWords(tool::kIde)));
+    }
 }
 
 // Of a text, the characters that its record has room for; of the key, the digits of its 16-bit number.
@@ -161,8 +172,9 @@ TEST(Qualifiers, TextsAreAsLongAsTheirRecordsAllow)
         for (const FieldDesc &field : publishedFields(desc)) {
             const std::string name = std::string(desc.cimName) + "." + field.name;
             mof::Values expected;
-            if (field.type == CMPI_chars)
+            if (field.type == CMPI_chars) {
                 expected = {field.key ? "5" : std::to_string(field.size - 1)};
+            }
             EXPECT_EQ(qualifier(name, "maxlen"), expected) << name;
         }
     }

@@ -1,4 +1,5 @@
-#include "schema_files.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "schema/schema_files.h"
 
 #include <gmock/gmock.h>
 
@@ -24,8 +25,9 @@ std::vector<Section> sfcbRegistration()
     std::vector<Section> sections;
     std::istringstream lines(fileText("schema/TAVStorageProvider.reg"));
     for (std::string line; std::getline(lines, line);) {
-        if (line.empty())
+        if (line.empty()) {
             continue;
+        }
         if (line.front() == '[') {
             EXPECT_EQ(line.back(), ']') << line;
             sections.push_back({line.substr(1, line.size() - 2), {}});
@@ -46,8 +48,9 @@ std::vector<Section> sfcbRegistration()
 TEST(SfcbRegistration, HasASectionForEachClass)
 {
     std::vector<std::string> names;
-    for (const Section &section : sfcbRegistration())
+    for (const Section &section : sfcbRegistration()) {
         names.push_back(section.name);
+    }
     EXPECT_THAT(names, testing::UnorderedElementsAreArray(classNames()));
 }
 
@@ -57,8 +60,9 @@ TEST(SfcbRegistration, EveryClassIsServedAsInstancesAndMethodsByTheOneSharedObje
                                                         {"location", "TAVStorageProvider"},
                                                         {"type", "instance method"},
                                                         {"namespace", "root/TAVKIT/AS"}};
-    for (const Section &section : sfcbRegistration())
+    for (const Section &section : sfcbRegistration()) {
         EXPECT_EQ(section.entries, entries) << section.name;
+    }
 }
 
 using Instances = std::vector<mof::Instance>;
@@ -69,8 +73,9 @@ Instances pegasusRegistration(const std::string &className)
     for (const mof::Instance &instance : mof::parseInstances(fileText("schema/TAVStorageProvider.pegasus.mof"))) {
         EXPECT_THAT((std::vector<std::string>{"PG_ProviderModule", "PG_Provider", "PG_ProviderCapabilities"}),
                     testing::Contains(instance.className));
-        if (instance.className == className)
+        if (instance.className == className) {
             found.push_back(instance);
+        }
     }
     return found;
 }
@@ -124,10 +129,12 @@ TEST(PegasusRegistration, NamesEveryClassOnceWithWhatItServes)
 TEST(Registration, NamesTheProviderWhoseFactoriesAreExported)
 {
     std::vector<std::string> names;
-    for (const Section &section : sfcbRegistration())
+    for (const Section &section : sfcbRegistration()) {
         names.push_back(section.entries.at("provider"));
-    for (const mof::Instance &provider : pegasusRegistration("PG_Provider"))
+    }
+    for (const mof::Instance &provider : pegasusRegistration("PG_Provider")) {
         names.push_back(valuesOf(provider, "Name").at(0));
+    }
     const std::string exports = fileText("src/provider/exports.map");
     for (const std::string &name : names) {
         EXPECT_THAT(exports, HasSubstr(name + "_Create_InstanceMI"));

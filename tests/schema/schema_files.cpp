@@ -1,4 +1,5 @@
-#include "schema_files.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "schema/schema_files.h"
 
 #include <gtest/gtest.h>
 
@@ -26,16 +27,18 @@ const mof::Class &schemaClass(const std::string &name)
 {
     const auto found =
         std::find_if(schema().begin(), schema().end(), [&name](const mof::Class &c) { return c.name == name; });
-    if (found == schema().end())
+    if (found == schema().end()) {
         throw std::runtime_error("no class " + name + " in the schema");
+    }
     return *found;
 }
 
 std::vector<std::string> classNames()
 {
     std::vector<std::string> names;
-    for (const ClassDesc &desc : kClasses)
+    for (const ClassDesc &desc : kClasses) {
         names.emplace_back(desc.cimName);
+    }
     names.emplace_back(kThreadClass);
     return names;
 }
@@ -53,12 +56,14 @@ std::vector<Described> everything()
     std::vector<Described> all;
     for (const mof::Class &c : schema()) {
         all.push_back({c.name, c.qualifiers});
-        for (const mof::Property &property : c.properties)
+        for (const mof::Property &property : c.properties) {
             all.push_back({c.name + "." + property.name, property.qualifiers});
+        }
         for (const mof::Method &method : c.methods) {
             all.push_back({c.name + "." + method.name + "()", method.qualifiers});
-            for (const mof::Parameter &parameter : method.parameters)
+            for (const mof::Parameter &parameter : method.parameters) {
                 all.push_back({c.name + "." + method.name + "(" + parameter.name + ")", parameter.qualifiers});
+            }
         }
     }
     return all;
@@ -67,8 +72,9 @@ std::vector<Described> everything()
 std::vector<std::string> declared(const std::vector<mof::Property> &properties)
 {
     std::vector<std::string> lines;
-    for (const mof::Property &property : properties)
+    for (const mof::Property &property : properties) {
         lines.push_back(property.type + " " + property.name);
+    }
     return lines;
 }
 
@@ -77,8 +83,9 @@ std::vector<std::string> declared(const std::vector<mof::Method> &methods)
     std::vector<std::string> lines;
     for (const mof::Method &method : methods) {
         std::string line = method.type + " " + method.name + "(";
-        for (const mof::Parameter &parameter : method.parameters)
+        for (const mof::Parameter &parameter : method.parameters) {
             line += (line.back() == '(' ? "" : ", ") + parameter.type + " " + parameter.name;
+        }
         lines.push_back(line + ")");
     }
     return lines;

@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
 // The files of schema/ and what they are compared with.
 #pragma once
 
-#include "mof.h"
+#include "schema/mof.h"
 
 #include "records/records.h"
 

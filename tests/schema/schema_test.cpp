@@ -1,4 +1,5 @@
-#include "schema_files.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "schema/schema_files.h"
 
 #include <gmock/gmock.h>
 
@@ -33,8 +34,9 @@ std::string schemaType(CMPIType type)
 TEST(Schema, HasTheTwelveClassesOnceEach)
 {
     std::vector<std::string> names;
-    for (const mof::Class &c : schema())
+    for (const mof::Class &c : schema()) {
         names.push_back(c.name);
+    }
     EXPECT_EQ(names.size(), 12U);
     EXPECT_THAT(names, testing::UnorderedElementsAreArray(classNames()));
 }
@@ -43,8 +45,9 @@ TEST(Schema, PropertiesAreWhatTheProviderPublishes)
 {
     for (const ClassDesc &desc : kClasses) {
         std::vector<std::string> published;
-        for (const FieldDesc &field : publishedFields(desc))
+        for (const FieldDesc &field : publishedFields(desc)) {
             published.push_back(schemaType(field.type) + " " + field.name);
+        }
         EXPECT_EQ(declared(schemaClass(desc.cimName).properties), published) << desc.cimName;
     }
     EXPECT_THAT(declared(schemaClass(kThreadClass).properties), ElementsAre("uint16 ThreadRunning"));
@@ -62,13 +65,15 @@ TEST(Schema, TheOnlyKeyIsIndexAndItIsAString)
     for (const mof::Class &c : schema()) {
         std::vector<std::string> keys;
         for (const mof::Property &property : c.properties) {
-            if (property.qualifiers.contains("key"))
+            if (property.qualifiers.contains("key")) {
                 keys.push_back(property.type + " " + property.name);
+            }
         }
-        if (withoutKey.contains(c.name))
+        if (withoutKey.contains(c.name)) {
             EXPECT_TRUE(keys.empty()) << c.name;
-        else
+        } else {
             EXPECT_THAT(keys, ElementsAre("string Index")) << c.name;
+        }
     }
     for (const ClassDesc &desc : kClasses) {
         const bool keyed =

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Records every alert of the product in place of the agent's alert library.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The agent's two libraries and the system log as the product sees them, under the control of a test. Included by one
 // source of a program that is linked with --wrap for the functions of the C library defined here.
 #pragma once

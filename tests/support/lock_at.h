@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A lock that somebody else takes in the middle of the product's work.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Makes every pthread_create with default attributes fail.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Recorded trees of tests/data/recordings, laid out in a simulated machine.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The nth allocation from now fails, for as long as one lives.
 #pragma once
 

@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
 // The store as it is while the monitoring thread keeps it: records that a test puts there by hand, with their segments.
 #pragma once
 
 #include "broker/broker.h"
+#include "lifecycle/access.h"
 #include "monitor/monitor.h"
 #include "runtime/memory.h"
 #include "sim/sim.h"
-#include "lifecycle/access.h"
 #include "support/trace_recorder.h"
 
 #include <cstring>

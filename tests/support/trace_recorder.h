@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Records every trace line of the product in place of the agent's trace library.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Watches for one trace line without taking memory, for tests in which memory is short.
 #pragma once
 

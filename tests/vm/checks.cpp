@@ -1,4 +1,5 @@
-#include "checks.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "vm/checks.h"
 
 #include <cstdio>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The results of the test inside the virtual machine: one line on standard output per check.
 #pragma once
 

@@ -1,4 +1,5 @@
-#include "facts.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "vm/facts.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the kernel and independent tools say of the machine, and what follows from it for the inventory.
 #pragma once
 

@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
 // The test inside the virtual machine: the provider in the embedded broker, on a real kernel's storage.
 //
 // usage: vm_guest PHASE
 // Each phase is a process of its own and prints its checks. Exit status: 0 all held, 1 some failed, 2 it could not go
 // on.
-#include "checks.h"
-#include "inventory.h"
-#include "session.h"
+#include "vm/checks.h"
+#include "vm/inventory.h"
+#include "vm/session.h"
 
 #include <cstdio>
 #include <string>

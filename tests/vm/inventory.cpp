@@ -1,6 +1,7 @@
-#include "inventory.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "vm/inventory.h"
 
-#include "checks.h"
+#include "vm/checks.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 // The inventory that the machine's facts ask for, and its comparison with what the provider says.
 #pragma once
 
 #include "broker/broker.h"
-#include "facts.h"
+#include "vm/facts.h"
 
 #include <map>
 #include <string>

@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
 // The monitoring thread in service mode, across changes of the machine.
-#include "checks.h"
-#include "inventory.h"
-#include "session.h"
+#include "vm/checks.h"
+#include "vm/inventory.h"
+#include "vm/session.h"
 
 #include <cstdlib>
 #include <fstream>

@@ -1,7 +1,8 @@
-#include "session.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "vm/session.h"
 
-#include "checks.h"
-#include "facts.h"
+#include "vm/checks.h"
+#include "vm/facts.h"
 
 #include <chrono>
 #include <cstdio>

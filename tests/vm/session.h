@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The provider loaded into the embedded broker, what it left behind, and changes to the machine.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The two libraries as the provider meets them: loaded by name, called through pointers.
 #include <array>
 #include <cerrno>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // libtavalert.so for development: alerts go as JSON, one object per line, to the file that TAVALERT_FILE names and to
 // standard error (not with TAVALERT_QUIET).
 #include "agent/line.h"

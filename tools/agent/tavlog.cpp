@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // libtavlog.so for development: trace lines go to the file that TAVLOG_FILE names ("-" is standard error), from the
 // level of TAVLOG_LEVEL on; without TAVLOG_FILE nowhere. The name that SetFilePath is given is the real library's
 // business.

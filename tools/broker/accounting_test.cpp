@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who releases what, and what is counted when it is done wrong.
 
 #include "broker/testing/broker_fixture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Arguments of methods, and invocation contexts.
 
 #include "broker/objects.h"

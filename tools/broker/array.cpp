@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Arrays and enumerations.
 
 #include "broker/objects.h"

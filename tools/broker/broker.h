@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The embedded broker: a CMPI host in one process, with the semantics of the real one as far as a provider can see
 // them.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // From what is stored to what a reader gets.
 
 #include "broker/objects.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The broker's middle: who owns which object, what is counted, which call fails. One lock guards it and all objects.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What objects hold, apart from the objects themselves: plain values that copy deeply.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Instances: properties, the property filter, and the object path that is made of them.
 
 #include "broker/objects.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Instances of known and unknown classes, and the property filter.
 
 #include "broker/testing/broker_fixture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A provider's shared object: loading, factories, cleanup.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The table of functions that make objects.
 
 #include "broker/objects.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The broker's objects: in front what a provider sees of them, behind it what they hold.
 #pragma once
 

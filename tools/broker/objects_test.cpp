@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Values as they pass in and out of paths, arguments, contexts, strings and arrays.
 
 #include "broker/testing/broker_fixture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Object paths.
 
 #include "broker/objects.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Loading, factories, requests in their own threads, cleanup: with a small provider of the tests' own.
 
 #include "broker/testing/broker_fixture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Results of requests, and dates.
 
 #include "broker/objects.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Class declarations out of a schema text (MOF, DSP0004): names, types and keys of properties, with those of base
 // classes.
 

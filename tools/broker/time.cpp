@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Dates and intervals: yyyymmddhhmmss.mmmmmmsutc and ddddddddhhmmss.mmmmmm:000 (DSP0004, datetime type).
 
 #include "broker/data.h"

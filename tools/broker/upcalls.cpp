@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The table of requests that a provider makes to the broker: threads, and instances of other providers' classes.
 
 #include "broker/objects.h"

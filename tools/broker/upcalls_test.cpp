@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Requests to the broker: the agent's service mode, other classes, enumerations, threads; and calls made to fail.
 
 #include "broker/testing/broker_fixture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Between the values of clients and what objects hold.
 
 #include "broker/data.h"

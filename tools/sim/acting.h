@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Tests that act in the middle of the product's work: at one of its calls, and while it sleeps.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Acting at a call of the product, and holding its sleeps. Here the test program itself stands for the product.
 #include "sim/sim.h"
 

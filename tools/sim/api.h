@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // sim.h as the library itself includes it: what it declares is seen from outside, all else is not.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who calls: the product, whose calls are counted and can be made to fail, or other code.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Counting and failing of the product's calls. Here the test program itself stands for the product.
 #include "sim/sim.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reading of a description's JSON, field by field: a field that nobody asked for is a mistake of its writer.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // /proc/interrupts and /proc/ioports of a description: as they stand, from a list, or made up from its drivers.
 #include "sim/describe.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A machine's description, as read from JSON. Every field is told in README.md.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is known of the process's open descriptors: which are the machine's, which the product opened, which are
 // devices.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A simulated device: its state, and its answers to requests. Decoding of requests (device_ioctl, device_scsi) stands
 // apart from what the device is and does (device_ata, device_pages, identify).
 #pragma once

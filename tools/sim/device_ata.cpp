@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ATA commands, as ACS-3 tells them: IDENTIFY (PACKET) DEVICE and SMART.
 #include "sim/device.h"
 #include "sim/identify.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a request to a device node does: SCSI commands in their two envelopes, ATA commands in theirs, and what the
 // kernel itself answers.
 #include "sim/identify.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Requests to a device node: what they are, faults and delays, the log.
 #include "sim/device.h"
 #include "sim/requests.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Device numbers by node names, as the kernel gives them (Documentation/admin-guide/devices.txt).
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Mode pages, log pages and REQUEST SENSE (SPC-4): the Informational Exceptions Control page and its log.
 #include "sim/device.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SCSI commands: SPC-4 for the common ones, SAT-3 for ATA PASS-THROUGH. ATA disks answer as Linux's libata does for
 // them, recorded in virtual machines (kernels 5.10, 6.1 and 6.12).
 #include "sim/device.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The directory that holds a machine's files.
 #pragma once
 

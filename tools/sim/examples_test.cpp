@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The machines that are shipped as examples.
 #include "sim/sim.h"
 

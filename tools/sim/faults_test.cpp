@@ -1,4 +1,5 @@
-#include "sim/device_test_support.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "support/sim_device.h"
 
 #include <chrono>
 #include <functional>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The 512 bytes of an ATA disk's IDENTIFY data.
 #pragma once
 

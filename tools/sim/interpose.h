@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the interposed functions have in common.
 //
 // Each is defined under a name of its own and exported under the C library's by an assembler label: so neither the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Listing of directories, and the directory that a process works in. Relative paths are the kernel's: after a chdir
 // into the machine they lead there, but a device node that is opened by one is no device.
 #include "sim/blocks.h"

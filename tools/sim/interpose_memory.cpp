@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The allocator's names, and the product's blocks. Under the sanitizers the allocator is theirs and left alone.
 #include "sim/blocks.h"
 #include "sim/interpose.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // open and its kin, close.
 #include "sim/interpose.h"
 

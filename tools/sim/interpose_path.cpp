@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Calls that change or resolve a path.
 #include "sim/interpose.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Streams: fopen and its kin, reading and writing.
 #include "sim/interpose.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ioctl, uname, sleeping, shared-memory segments, loading of libraries.
 #include "sim/acting.h"
 #include "sim/interpose.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Cancellation of threads.
 #include "sim/interpose.h"
 #include "sim/sanitizers.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The names by which a path can be reached: each must lead into the machine.
 #include "sim/sim.h"
 

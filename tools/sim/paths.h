@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which paths belong to the machine.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The machine of a process that knows nothing of it: made when this library is loaded with TAVSIM_MACHINE set, and
 // following its description file from then on.
 #include "sim/paths.h"

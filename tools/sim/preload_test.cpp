@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The library preloaded into programs that know nothing of it.
 #include "sim/sim.h"
 

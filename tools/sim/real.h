@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The C library's own function behind an interposed name: the next definition in the search order.
 #pragma once
 

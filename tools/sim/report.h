@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the simulated machine has cost a preloaded process, told at its end: to be taken off where programs are
 // measured.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The ioctls that a device node knows, besides those of the kernel's headers.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the sanitizers have to be told where they see less than what happens; nothing in other builds.
 #pragma once
 

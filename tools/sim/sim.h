@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The simulated machine: the process's view of /sys, /proc, /dev, /etc/tavkit and the agent's root, and the devices
 // behind its device nodes. It stands below the C library's names, so the product knows nothing of it.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Device SMART data structure and logs as ACS-3 tells them, the attributes in them and their thresholds as ATA-3 did.
 #include "sim/smart_data.h"
 

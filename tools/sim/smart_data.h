@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The sectors that an ATA disk's SMART commands hand out.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // /proc/scsi and /proc/ide of a machine, as the kernels that have them show them (recorded with 5.10).
 #include "sim/tree.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // /sys of a machine: SCSI hosts and devices as the kernel (6.1) shows them, recorded in virtual machines.
 #include "sim/device_number.h"
 #include "sim/tree.h"

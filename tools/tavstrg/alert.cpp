@@ -1,9 +1,10 @@
-#include "alert.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/alert.h"
 
-#include "colour.h"
-#include "json_document.h"
-#include "words.h"
-#include "wrap.h"
+#include "tavstrg/colour.h"
+#include "tavstrg/json_document.h"
+#include "tavstrg/words.h"
+#include "tavstrg/wrap.h"
 
 #include <array>
 #include <charconv>
@@ -54,8 +55,9 @@ struct Disk {
 const Event *eventOf(const Alert &alert)
 {
     for (const Event &event : kEvents) {
-        if (event.id == alert.eventId)
+        if (event.id == alert.eventId) {
             return &event;
+        }
     }
     return nullptr;
 }
@@ -63,8 +65,9 @@ const Event *eventOf(const Alert &alert)
 const Severity &severityOf(const Alert &alert)
 {
     for (const Severity &severity : kSeverities) {
-        if (severity.eventType == alert.eventType)
+        if (severity.eventType == alert.eventType) {
             return severity;
+        }
     }
     return kUnknownSeverity;
 }
@@ -93,22 +96,26 @@ bool takeScsiAddress(std::string_view text, Disk &disk)
 bool takeIdeAddress(std::string_view text, Disk &disk)
 {
     disk.scsi = false;
-    if (!takeText(text, "Address(Controller-Drive) : ") || !takeNumber(text, disk.controller) || !takeText(text, "-"))
+    if (!takeText(text, "Address(Controller-Drive) : ") || !takeNumber(text, disk.controller) || !takeText(text, "-")) {
         return false;
+    }
     disk.position = text == "Master" ? 2 : text == "Slave" ? 3 : 1;
     return true;
 }
 
 std::optional<Disk> diskOf(const Alert &alert)
 {
-    if (alert.strings.size() != 2)
+    if (alert.strings.size() != 2) {
         return std::nullopt;
+    }
     Disk disk;
-    if (!takeScsiAddress(alert.strings[0], disk) && !takeIdeAddress(alert.strings[0], disk))
+    if (!takeScsiAddress(alert.strings[0], disk) && !takeIdeAddress(alert.strings[0], disk)) {
         return std::nullopt;
+    }
     std::string_view name = alert.strings[1];
-    if (!takeText(name, "Hard Disk[") || !takeNumber(name, disk.device) || !takeText(name, "] : "))
+    if (!takeText(name, "Hard Disk[") || !takeNumber(name, disk.device) || !takeText(name, "] : ")) {
         return std::nullopt;
+    }
     disk.name = printable(name);
     return disk;
 }
@@ -134,12 +141,15 @@ std::string alertWords(const Alert &alert)
 {
     const Event *event = eventOf(alert);
     std::string words = event == nullptr ? "event " + eventIdText(alert) : event->words;
-    if (event != nullptr && event->level != 0)
+    if (event != nullptr && event->level != 0) {
         words += lifeSpanWords(event->level);
-    if (const std::optional<Disk> disk = diskOf(alert))
+    }
+    if (const std::optional<Disk> disk = diskOf(alert)) {
         return words + ": " + diskWords(*disk);
-    for (size_t i = 0; i < alert.strings.size(); ++i)
+    }
+    for (size_t i = 0; i < alert.strings.size(); ++i) {
         words += (i == 0 ? ": " : ", ") + printable(alert.strings[i]);
+    }
     return words;
 }
 
@@ -148,15 +158,18 @@ std::string localTime(const std::string &utc)
 {
     std::tm parts{};
     if (std::sscanf(utc.c_str(), "%d-%d-%dT%d:%d:%d", &parts.tm_year, &parts.tm_mon, &parts.tm_mday, &parts.tm_hour,
-                    &parts.tm_min, &parts.tm_sec) != 6)
+                    &parts.tm_min, &parts.tm_sec) != 6) {
         return printable(utc);
+    }
     parts.tm_year -= 1900;
     parts.tm_mon -= 1;
     const time_t seconds = timegm(&parts);
     std::tm local{};
     char text[32];
-    if (localtime_r(&seconds, &local) == nullptr || std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local) == 0)
+    if (localtime_r(&seconds, &local) == nullptr ||
+        std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local) == 0) {
         return printable(utc);
+    }
     return text;
 }
 
@@ -176,8 +189,9 @@ Json diskJson(const Disk &disk)
 std::optional<Alert> parseAlert(const std::string &line)
 {
     const Json json = Json::parse(line, nullptr, false);
-    if (!json.is_object())
+    if (!json.is_object()) {
         return std::nullopt;
+    }
     try {
         Alert alert;
         alert.time = json.at("time");
@@ -185,8 +199,9 @@ std::optional<Alert> parseAlert(const std::string &line)
         const char *end = id.data() + id.size();
         const auto [rest, error] = std::from_chars(id.data() + (id.starts_with("0x") ? 2 : 0), end, alert.eventId, 16);
         alert.eventType = json.at("eventType");
-        for (const Json &text : json.at("strings"))
+        for (const Json &text : json.at("strings")) {
             alert.strings.push_back(text.is_null() ? std::string() : text.get<std::string>());
+        }
         return error == std::errc() && rest == end ? std::optional(alert) : std::nullopt;
     } catch (const Json::exception &) { // a name that is missing or has another type
         return std::nullopt;
@@ -203,8 +218,9 @@ std::string alertText(const Alert &alert, bool colour, size_t width)
     const size_t hang = width >= begin + 2 * kNarrowest ? begin : kIndent;
     std::string text = hanging(time + "  " + word + "  " + alertWords(alert), hang, width);
     // Coloured afterwards: what colours takes no column. The time has no such word.
-    if (const size_t at = text.find(severity.word); at != std::string::npos)
+    if (const size_t at = text.find(severity.word); at != std::string::npos) {
         text.replace(at, std::strlen(severity.word), painted(severity.word, severity.mark, colour));
+    }
     return text;
 }
 

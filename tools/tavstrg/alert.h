@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The alerts of the monitoring thread, from the development alert library's lines to words.
 #pragma once
 

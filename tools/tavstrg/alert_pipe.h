@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the alerts of a provider in this process come out: the development alert library is told to write them into a
 // pipe.
 #pragma once

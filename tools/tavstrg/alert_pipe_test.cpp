@@ -1,4 +1,5 @@
-#include "alert_pipe.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/alert_pipe.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>

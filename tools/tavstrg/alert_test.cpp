@@ -1,4 +1,5 @@
-#include "alert.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/alert.h"
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
@@ -164,8 +165,9 @@ TEST(ParseAlert, AnythingElseIsNone)
                              R"({"time":"t","eventId":"0xg","eventType":2,"strings":[]})",
                              R"({"time":"t","eventId":"0x1FFFFFFFF","eventType":2,"strings":[]})",
                              R"({"time":"t","eventId":"0x1","eventType":"x","strings":[]})",
-                             R"({"time":"t","eventId":"0x1","eventType":2,"strings":[3]})"})
+                             R"({"time":"t","eventId":"0x1","eventType":2,"strings":[3]})"}) {
         EXPECT_FALSE(parseAlert(line)) << line;
+    }
 }
 
 } // namespace

@@ -1,6 +1,7 @@
-#include "arguments.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/arguments.h"
 
-#include "catalogue.h"
+#include "tavstrg/catalogue.h"
 
 #include <CLI/CLI.hpp>
 
@@ -158,26 +159,34 @@ void describeCommands(CLI::App &app, RawArguments &raw)
     describeCheck(app, raw);
     describeMetrics(app, raw);
     describeDumpState(app, raw);
-    for (CLI::App *command : app.get_subcommands([](const CLI::App *) { return true; }))
-        command->fallthrough(); // global options may follow the command
+    for (CLI::App *command : app.get_subcommands([](const CLI::App *) { return true; })) {
+        command->fallthrough();
+    } // global options may follow the command
 }
 
 Command commandOf(const RawArguments &raw)
 {
-    if (raw.show->parsed())
+    if (raw.show->parsed()) {
         return Command::show;
-    if (raw.enumerate->parsed())
+    }
+    if (raw.enumerate->parsed()) {
         return Command::enumerate;
-    if (raw.get->parsed())
+    }
+    if (raw.get->parsed()) {
         return Command::get;
-    if (raw.watch->parsed())
+    }
+    if (raw.watch->parsed()) {
         return Command::watch;
-    if (raw.check->parsed())
+    }
+    if (raw.check->parsed()) {
         return Command::check;
-    if (raw.metrics->parsed())
+    }
+    if (raw.metrics->parsed()) {
         return Command::metrics;
-    if (raw.dumpState->parsed())
+    }
+    if (raw.dumpState->parsed()) {
         return Command::dumpState;
+    }
     return raw.call->parsed() ? Command::call : Command::classes;
 }
 
@@ -190,8 +199,9 @@ void splitAssignments(const std::vector<std::string> &assignments, Arguments &ar
 {
     for (const std::string &assignment : assignments) {
         const size_t equals = assignment.find('=');
-        if (equals == std::string::npos || equals == 0)
+        if (equals == std::string::npos || equals == 0) {
             throw UsageError("call: \"" + assignment + "\" is not NAME=VALUE");
+        }
         arguments.methodArguments.push_back({assignment.substr(0, equals), assignment.substr(equals + 1)});
     }
 }
@@ -199,15 +209,17 @@ void splitAssignments(const std::vector<std::string> &assignments, Arguments &ar
 void rightMethodSpelling(const ClassEntry &entry, Arguments &arguments)
 {
     const MethodEntry *method = findMethod(entry, arguments.method);
-    if (method == nullptr)
+    if (method == nullptr) {
         throw UsageError(entry.name + " has no method \"" + arguments.method + "\" (see tavstrg classes)");
+    }
     arguments.method = method->name;
     for (MethodArgument &given : arguments.methodArguments) {
         const auto known =
             std::find_if(method->arguments.begin(), method->arguments.end(),
                          [&given](const std::string &name) { return sameIgnoringCase(name, given.name); });
-        if (known == method->arguments.end())
+        if (known == method->arguments.end()) {
             throw UsageError(entry.name + "." + method->name + " has no argument \"" + given.name + "\"");
+        }
         given.name = *known;
     }
 }
@@ -216,21 +228,25 @@ void rightMethodSpelling(const ClassEntry &entry, Arguments &arguments)
 void rightSpelling(Arguments &arguments)
 {
     const ClassEntry *entry = findClass(arguments.className);
-    if (entry == nullptr)
+    if (entry == nullptr) {
         throw UsageError("unknown class \"" + arguments.className + "\" (see tavstrg classes, or send it with --raw)");
+    }
     arguments.className = entry->name;
-    if (arguments.command == Command::call)
+    if (arguments.command == Command::call) {
         rightMethodSpelling(*entry, arguments);
-    if (arguments.command == Command::get && entry->keyed() != arguments.index.has_value())
+    }
+    if (arguments.command == Command::get && entry->keyed() != arguments.index.has_value()) {
         throw UsageError("get: " + entry->name +
                          (entry->keyed() ? " needs an INDEX" : " has one instance, without INDEX"));
+    }
 }
 
 // Usage messages are one line, whatever CLI11 says in several.
 std::string oneLine(std::string text)
 {
-    while (!text.empty() && text.back() == '\n')
+    while (!text.empty() && text.back() == '\n') {
         text.pop_back();
+    }
     std::replace(text.begin(), text.end(), '\n', ' ');
     return text;
 }
@@ -270,20 +286,24 @@ Parsed parseArguments(int argc, const char *const *argv)
     describeCommands(app, raw);
     try {
         app.parse(argc, argv);
-        if (app.get_subcommands().empty())
+        if (app.get_subcommands().empty()) {
             throw UsageError("a command is required");
+        }
         Arguments &arguments = raw.arguments;
         arguments.command = commandOf(raw);
-        if (raw.get->count("INDEX") > 0)
+        if (raw.get->count("INDEX") > 0) {
             arguments.index = raw.index;
+        }
         splitAssignments(raw.assignments, arguments);
         arguments.colour = colourOf(raw.colour);
-        if (!arguments.root.empty() && !arguments.machine.empty())
+        if (!arguments.root.empty() && !arguments.machine.empty()) {
             throw UsageError("check: --root and --machine exclude each other");
+        }
         const bool named = arguments.command == Command::enumerate || arguments.command == Command::get ||
                            arguments.command == Command::call;
-        if (named && !arguments.raw)
+        if (named && !arguments.raw) {
             rightSpelling(arguments);
+        }
         return {arguments, kDone, ""};
     } catch (const CLI::Success &request) { // help or version
         std::ostringstream out;

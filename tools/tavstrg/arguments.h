@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
 // The command line.
 #pragma once
 
-#include "colour.h"
+#include "tavstrg/colour.h"
 
 #include <optional>
 #include <string>

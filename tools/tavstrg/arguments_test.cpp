@@ -1,4 +1,5 @@
-#include "arguments.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/arguments.h"
 
 #include <gmock/gmock.h>
 
@@ -93,8 +94,9 @@ TEST(ParseArguments, WatchKeepsTheConfiguredCycleUnlessToldOne)
 {
     EXPECT_EQ(parsed({"watch"}).command, Command::watch);
     EXPECT_EQ(parsed({"watch"}).cycle, 0);
-    for (const char *cycle : {"10", "3600"})
+    for (const char *cycle : {"10", "3600"}) {
         EXPECT_EQ(parsed({"watch", "--cycle", cycle, "--json"}).cycle, std::stoi(cycle));
+    }
 }
 
 TEST(ParseArguments, FilesOfMetricsDumpStateAndCheck)
@@ -119,8 +121,9 @@ TEST(ParseArguments, CommandsAreNamedAsTheyAreGiven)
                                                 {"call", "Thread", "StopMonitoringThread"},
                                                 {"check"},
                                                 {"metrics"},
-                                                {"dump-state", "f"}})
+                                                {"dump-state", "f"}}) {
         EXPECT_STREQ(commandName(parsed(words).command), words[0]);
+    }
 }
 
 TEST(ParseArguments, HelpFitsAnUsualTerminal)
@@ -129,8 +132,9 @@ TEST(ParseArguments, HelpFitsAnUsualTerminal)
          {"", "show", "enum", "get", "call", "classes", "watch", "check", "metrics", "dump-state"}) {
         const Parsed help = *command == '\0' ? parse({"--help"}) : parse({command, "--help"});
         std::istringstream lines(help.text);
-        for (std::string line; std::getline(lines, line);)
+        for (std::string line; std::getline(lines, line);) {
             EXPECT_LE(line.size(), 80U) << command << ": " << line;
+        }
     }
 }
 
@@ -154,8 +158,9 @@ TEST(ParseArguments, HelpOfEveryCommandIsForStandardOutput)
     EXPECT_EQ(help.status, kDone);
     for (const char *word :
          {"show", "enum", "get", "call", "classes", "watch", "--color", "NO_COLOR", "--json", "--machine", "--provider",
-          "--service-mode", "--version", "Exit status: 0", "machine file that cannot be read"})
+          "--service-mode", "--version", "Exit status: 0", "machine file that cannot be read"}) {
         EXPECT_THAT(help.text, HasSubstr(word));
+    }
     EXPECT_THAT(parse({"--help-all"}).text, HasSubstr("--verbose"));
 }
 
@@ -173,8 +178,9 @@ struct WrongUsage {
 
 void PrintTo(const WrongUsage &usage, std::ostream *out)
 {
-    for (const char *word : usage.words)
+    for (const char *word : usage.words) {
         *out << word << ' ';
+    }
 }
 
 class WrongUsages : public testing::TestWithParam<WrongUsage> {};

@@ -1,14 +1,16 @@
-#include "ask.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/ask.h"
 
-#include "failure.h"
+#include "tavstrg/failure.h"
 
 namespace tool {
 namespace {
 
 void failUnlessOk(const std::string &className, const broker::Reply &reply)
 {
-    if (!reply.ok())
+    if (!reply.ok()) {
         throw Failure(failureText(className, reply.rc, reply.message), reply.rc);
+    }
 }
 
 } // namespace
@@ -20,8 +22,9 @@ std::string failureText(const std::string &target, int status, const std::string
 
 int statusOf(const broker::Reply &reply)
 {
-    if (!reply.ok() || reply.data.empty())
+    if (!reply.ok() || reply.data.empty()) {
         return reply.rc;
+    }
     const auto *value = std::get_if<uint64_t>(&reply.data.front().data);
     return value == nullptr ? 0 : static_cast<int>(*value);
 }
@@ -36,12 +39,14 @@ std::vector<broker::Instance> askAll(broker::Broker &broker, const std::string &
 broker::Instance askOne(broker::Broker &broker, const std::string &className, const std::string *index)
 {
     std::vector<broker::NamedValue> keys;
-    if (index != nullptr)
+    if (index != nullptr) {
         keys.push_back({"Index", broker::Value::text(*index)});
+    }
     broker::Reply reply = broker.getInstance(className, keys);
     failUnlessOk(className, reply);
-    if (reply.instances.empty())
+    if (reply.instances.empty()) {
         throw Failure(className + ": no instance was returned");
+    }
     return std::move(reply.instances.front());
 }
 
@@ -50,8 +55,9 @@ Answers askInventory(broker::Broker &broker)
     Answers answers;
     for (const std::string &className : inventoryClasses()) {
         broker::Reply reply = broker.enumInstances(className);
-        if (reply.rc == CMPI_RC_ERR_NOT_FOUND)
+        if (reply.rc == CMPI_RC_ERR_NOT_FOUND) {
             continue;
+        }
         failUnlessOk(className, reply);
         answers[className] = std::move(reply.instances);
     }

@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
 // Requests to the provider, with failures as the tool tells them.
 #pragma once
 
-#include "inventory.h"
+#include "tavstrg/inventory.h"
 
 #include "broker/broker.h"
 

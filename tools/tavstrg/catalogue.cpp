@@ -1,4 +1,5 @@
-#include "catalogue.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/catalogue.h"
 
 #include "records/records.h"
 
@@ -19,8 +20,9 @@ ClassEntry fromDescription(const ClassDesc &desc)
 {
     ClassEntry entry{desc.cimName, {}, {}};
     for (const FieldDesc &field : desc.fields) {
-        if ((field.use & kPublished) != 0)
+        if ((field.use & kPublished) != 0) {
             entry.properties.push_back({field.name, field.type, field.key});
+        }
     }
     if (desc.id == TAV_CID_STRG_CONF) {
         entry.methods.push_back({"SetMonitorCycle", {"MonitorCycle"}});
@@ -32,8 +34,9 @@ ClassEntry fromDescription(const ClassDesc &desc)
 std::vector<ClassEntry> makeCatalogue()
 {
     std::vector<ClassEntry> entries;
-    for (const ClassDesc &desc : kClasses)
+    for (const ClassDesc &desc : kClasses) {
         entries.push_back(fromDescription(desc));
+    }
     // The one class that has no record: its property is read live.
     entries.push_back({"TAV_StorageThread",
                        {{"ThreadRunning", CMPI_uint16, false}},
@@ -62,8 +65,9 @@ const std::vector<ClassEntry> &catalogue()
 const ClassEntry *findClass(std::string_view given)
 {
     for (const ClassEntry &entry : catalogue()) {
-        if (sameIgnoringCase(entry.name, given) || sameIgnoringCase(entry.shortName(), given))
+        if (sameIgnoringCase(entry.name, given) || sameIgnoringCase(entry.shortName(), given)) {
             return &entry;
+        }
     }
     return nullptr;
 }

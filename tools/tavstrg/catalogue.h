@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The twelve classes as a client knows them: names, properties, methods.
 #pragma once
 

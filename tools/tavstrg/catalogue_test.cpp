@@ -1,4 +1,5 @@
-#include "catalogue.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/catalogue.h"
 
 #include "records/records.h"
 
@@ -12,15 +13,17 @@ using testing::ElementsAre;
 TEST(Catalogue, HasTheElevenClassesWithRecordsAndTheThread)
 {
     ASSERT_EQ(catalogue().size(), size_t{TAV_CID_STRG_MAX} + 1);
-    for (size_t id = 0; id < TAV_CID_STRG_MAX; ++id)
+    for (size_t id = 0; id < TAV_CID_STRG_MAX; ++id) {
         EXPECT_EQ(catalogue()[id].name, kClasses[id].cimName);
+    }
     EXPECT_EQ(catalogue().back().name, "TAV_StorageThread");
 }
 
 TEST(Catalogue, LeavesOutWhatIsOnlyDumped)
 {
-    for (const PropertyEntry &property : findClass("TotalNumber")->properties)
+    for (const PropertyEntry &property : findClass("TotalNumber")->properties) {
         EXPECT_NE(property.name, "LifeSpanTotalNumber");
+    }
     EXPECT_EQ(findClass("TotalNumber")->properties.size(), 8U);
 }
 
@@ -28,8 +31,9 @@ TEST(Catalogue, OnlyConfigTotalsAndThreadHaveOneInstance)
 {
     std::vector<std::string> single;
     for (const ClassEntry &entry : catalogue()) {
-        if (!entry.keyed())
+        if (!entry.keyed()) {
             single.push_back(entry.shortName());
+        }
     }
     EXPECT_THAT(single, ElementsAre("Config", "TotalNumber", "Thread"));
 }
@@ -40,14 +44,16 @@ TEST(FindClass, TakesFullAndShortNamesInAnyCase)
         ASSERT_NE(findClass(name), nullptr) << name;
         EXPECT_EQ(findClass(name)->name, "TAV_StorageHardDisk");
     }
-    for (const ClassEntry &entry : catalogue())
+    for (const ClassEntry &entry : catalogue()) {
         EXPECT_EQ(findClass(entry.shortName()), &entry);
+    }
 }
 
 TEST(FindClass, KnowsNoOtherNames)
 {
-    for (const char *name : {"", "Hard", "HardDisks", "TAV_Storage", "StorageHardDisk", "TAV_GeneralInformation"})
+    for (const char *name : {"", "Hard", "HardDisks", "TAV_Storage", "StorageHardDisk", "TAV_GeneralInformation"}) {
         EXPECT_EQ(findClass(name), nullptr) << name;
+    }
 }
 
 TEST(FindMethod, TakesAnyCaseWithinItsClass)

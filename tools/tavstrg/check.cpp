@@ -1,13 +1,14 @@
-#include "check.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/check.h"
 
-#include "failure.h"
-#include "session.h"
-#include "wrap.h"
+#include "tavstrg/failure.h"
+#include "tavstrg/session.h"
+#include "tavstrg/wrap.h"
 
+#include "collect/base/text_file.h"
 #include "collect/inf/data_path.h"
 #include "collect/inf/noscsi_inf.h"
 #include "collect/inf/storage_inf.h"
-#include "collect/base/text_file.h"
 #include "endurance/endurance_parse.h"
 #include "sim/sim.h"
 
@@ -44,10 +45,12 @@ constexpr FileKind kKinds[] = {
 
 std::string pathOf(const FileKind &kind, const std::string &directory)
 {
-    if (!directory.empty())
+    if (!directory.empty()) {
         return (fs::path(directory) / kind.name).string();
-    if (!kind.agentsRoot)
+    }
+    if (!kind.agentsRoot) {
         return std::string(kM2SSDRoot) + "data/" + kind.name;
+    }
     char path[kDataPathSize];
     makeDataPath(path, kind.name);
     return path;
@@ -55,11 +58,13 @@ std::string pathOf(const FileKind &kind, const std::string &directory)
 
 std::string directoryOf(const std::string &root)
 {
-    if (root.empty())
+    if (root.empty()) {
         return root;
+    }
     std::error_code error;
-    if (!fs::is_directory(root, error))
+    if (!fs::is_directory(root, error)) {
         throw Failure(root + ": " + (error ? error.message() : "not a directory"));
+    }
     const fs::path data = fs::path(root) / "data";
     return fs::is_directory(data, error) ? data.string() : root;
 }
@@ -73,20 +78,25 @@ CheckedFile wholeFile(const std::string &path, FileState state, const std::strin
 CheckedFile checkFile(const FileKind &kind, const std::string &path)
 {
     const TextFile file(path.c_str());
-    if (file.error() == ENOENT)
+    if (file.error() == ENOENT) {
         return wholeFile(path, FileState::absent, std::string("absent: ") + kind.absent);
+    }
     const auto unreadable = [&](const char *why) {
         return wholeFile(path, FileState::unreadable, std::string(why) + ": " + kind.unreadable);
     };
     if (file.error() != 0) // EINVAL tells what opened but is no regular file
+    {
         return unreadable(file.error() == EINVAL ? "not a regular file" : std::strerror(file.error()));
+    }
     std::string text(kind.largest + 1, '\0');
     const ssize_t got = file.read({text.data(), text.size()});
-    if (got < 0)
+    if (got < 0) {
         return unreadable(std::strerror(errno));
+    }
     text.resize(static_cast<size_t>(got));
-    if (text.size() > kind.largest && kind.tooLarge == nullptr)
+    if (text.size() > kind.largest && kind.tooLarge == nullptr) {
         text.resize(kind.largest);
+    }
     if (text.size() > kind.largest) {
         return wholeFile(path, FileState::tooLarge,
                          "larger than " + std::to_string(kind.largest) + " bytes: " + kind.tooLarge);
@@ -100,8 +110,9 @@ std::vector<CheckedFile> checkFiles(const std::string &root)
 {
     const std::string directory = directoryOf(root);
     std::vector<CheckedFile> files;
-    for (const FileKind &kind : kKinds)
+    for (const FileKind &kind : kKinds) {
         files.push_back(checkFile(kind, pathOf(kind, directory)));
+    }
     return files;
 }
 

@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 // tavstrg check: what the provider makes of the administrator's files.
 #pragma once
 
-#include "check_lines.h"
-#include "commands.h"
+#include "tavstrg/check_lines.h"
+#include "tavstrg/commands.h"
 
 #include <string>
 #include <vector>

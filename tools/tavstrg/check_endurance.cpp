@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
 // The endurance table, line by line.
 
-#include "check_lines.h"
-#include "words.h"
+#include "tavstrg/check_lines.h"
+#include "tavstrg/words.h"
 
 #include "collect/inf/noscsi_inf_parse.h"
 #include "endurance/endurance_parse.h"
@@ -89,16 +90,18 @@ private:
             tell(Verdict::note, "longer than " + std::to_string(kM2SSDLineBuffer - 1) +
                                     " characters: what follows is read as a line of its own");
         }
-        for (std::string_view piece; takeTableLine(line, piece);)
+        for (std::string_view piece; takeTableLine(line, piece);) {
             checkPiece(piece);
+        }
     }
 
     void checkPiece(std::string_view piece)
     {
         const bool empty = withoutBreaks(piece).empty();
         if (!isRead(piece)) {
-            if (piece.starts_with('['))
-                inSection_ = false; // what follows would not be read of any table
+            if (piece.starts_with('[')) {
+                inSection_ = false;
+            } // what follows would not be read of any table
             outside_ += inSection_ || empty ? 0 : 1;
             return;
         }
@@ -131,10 +134,11 @@ private:
         const bool full = entries_.size() == kMaxM2SSD;
         const bool worthTelling =
             inSection_ && !withoutBreaks(piece).empty() && !piece.starts_with('#') && !piece.starts_with('[');
-        if (full && worthTelling)
+        if (full && worthTelling) {
             tell(Verdict::skipped, "the table is full: it holds " + std::to_string(kMaxM2SSD) + " entries");
-        else if (!lines_.more() && worthTelling)
+        } else if (!lines_.more() && worthTelling) {
             tell(Verdict::skipped, "only " + std::to_string(kMaxM2SSDLines) + " lines are read");
+        }
         return lines_.more() && !full;
     }
 
@@ -153,24 +157,29 @@ private:
     {
         checked_.push_back(accepted(number_, entry));
         const std::string model(modelOf(entry));
-        if (findM2SSD(entries_.data(), static_cast<int32_t>(entries_.size()), model.c_str()) != nullptr)
+        if (findM2SSD(entries_.data(), static_cast<int32_t>(entries_.size()), model.c_str()) != nullptr) {
             tell(Verdict::note, "never used: an entry for this model stands before it");
+        }
         entries_.push_back(entry);
         Fields fields;
         splitTableLine(piece, fields);
-        if (fields[0].starts_with('#'))
+        if (fields[0].starts_with('#')) {
             tell(Verdict::note, "the table knows no comments: \"#\" belongs to the model");
-        if (printable(fields[0]) != fields[0])
+        }
+        if (printable(fields[0]) != fields[0]) {
             tell(Verdict::note, "blanks and bytes that are no text belong to the model");
+        }
         for (size_t i = 1; i < kM2SSDFields; ++i) {
-            if (!isPlainNumber(fields[i], i == 1))
+            if (!isPlainNumber(fields[i], i == 1)) {
                 tell(Verdict::note, std::string(kNames[i]) + " is \"" + printable(fields[i]) + "\"" +
                                         (i == 1 ? ", no attribute id from 1 to 255" : ", no number of 16 bits"));
+            }
         }
         for (const Level &level : levelsOf(entry)) {
-            if (level.from > level.to)
+            if (level.from > level.to) {
                 tell(Verdict::note,
                      "level " + std::to_string(level.level) + " holds no figure: the bounds do not fall");
+            }
         }
     }
 

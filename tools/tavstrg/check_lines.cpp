@@ -1,9 +1,10 @@
-#include "check_lines.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/check_lines.h"
 
-#include "words.h"
+#include "tavstrg/words.h"
 
-#include "collect/inf/noscsi_inf_parse.h"
 #include "collect/inf/inf_parse.h"
+#include "collect/inf/noscsi_inf_parse.h"
 
 namespace tool {
 namespace {
@@ -36,23 +37,29 @@ struct PlacedLines {
 Place placeOf(const char *at, const char *next, const InfSections &sections)
 {
     if (sections.second.data() == nullptr) // no headers: everything is the first section
+    {
         return Place::management;
-    if (at >= sections.second.data())
+    }
+    if (at >= sections.second.data()) {
         return Place::diagnostic;
-    if (at < sections.first.data())
+    }
+    if (at < sections.first.data()) {
         return next == sections.first.data() ? Place::header : Place::before;
+    }
     return next == sections.second.data() ? Place::header : Place::management;
 }
 
 PlacedLines placeLines(std::string_view text)
 {
     InfSections sections;
-    if (!splitInfSections(text, kGroupManagementPort, kGroupDiagnosticPort, sections))
+    if (!splitInfSections(text, kGroupManagementPort, kGroupDiagnosticPort, sections)) {
         return {};
+    }
     PlacedLines placed{true};
     std::string_view rest = text;
-    for (std::string_view line; takeWholeLine(rest, line);)
+    for (std::string_view line; takeWholeLine(rest, line);) {
         placed.lines.push_back({placed.lines.size() + 1, line, placeOf(line.data(), rest.data(), sections)});
+    }
     return placed;
 }
 
@@ -76,18 +83,22 @@ Lines checkSections(std::string_view text, Judge judge)
     }
     Lines lines;
     for (const PlacedLine &line : placed.lines) {
-        if (line.place == Place::header || isBlankOrComment(line.text))
+        if (line.place == Place::header || isBlankOrComment(line.text)) {
             continue;
+        }
         CheckedLine checked = judge(line);
         checked.line = line.number;
-        if (checked.verdict == Verdict::accepted && line.place == Place::before)
+        if (checked.verdict == Verdict::accepted && line.place == Place::before) {
             checked = skipped(line.number, std::string("stands before ") + kGroupManagementPort);
-        if (!checked.text.empty())
+        }
+        if (!checked.text.empty()) {
             lines.push_back(checked);
+        }
     }
-    if (read.size() < text.size())
+    if (read.size() < text.size()) {
         lines.push_back(
             skipped(1 + static_cast<size_t>(std::ranges::count(read, '\n')), "a NUL byte: nothing behind it is read"));
+    }
     return lines;
 }
 
@@ -99,8 +110,9 @@ const char *sectionOf(const PlacedLine &line)
 CheckedLine accepted(const PlacedLine &line, const std::string &text, const char *otherwise)
 {
     CheckedLine checked{line.number, Verdict::accepted, text};
-    if (line.place == Place::diagnostic)
+    if (line.place == Place::diagnostic) {
         checked.text += std::string(" (") + kGroupDiagnosticPort + ": " + otherwise + ")";
+    }
     checked.meaning["section"] = sectionOf(line);
     return checked;
 }

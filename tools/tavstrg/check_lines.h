@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the provider makes of each line of the administrator's files: its own parsers asked, line by line.
 #pragma once
 

@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 // What was checked, for people and for programs.
 
-#include "check.h"
-#include "json_document.h"
-#include "words.h"
+#include "tavstrg/check.h"
+#include "tavstrg/json_document.h"
+#include "tavstrg/words.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -55,8 +56,9 @@ std::string checkedText(const std::vector<CheckedFile> &files)
     std::string text;
     for (const CheckedFile &file : files) {
         for (const CheckedLine &line : file.lines) {
-            if (line.verdict != Verdict::skipped)
+            if (line.verdict != Verdict::skipped) {
                 text += located(file, line) + wordFor(line.verdict) + ": " + line.text + "\n";
+            }
         }
         if (file.state == FileState::read) {
             text += file.path + ": " + counted(countOf(file, Verdict::accepted), "line") + " accepted, " +
@@ -72,8 +74,9 @@ std::string checkedJson(const std::vector<CheckedFile> &files)
     json["files"] = Json::array();
     for (const CheckedFile &file : files) {
         Json lines = Json::array();
-        for (const CheckedLine &line : file.lines)
+        for (const CheckedLine &line : file.lines) {
             lines.push_back(lineJson(line));
+        }
         json["files"].push_back({{"name", std::filesystem::path(file.path).filename().string()},
                                  {"file", file.path},
                                  {"state", wordFor(file.state)},
@@ -89,8 +92,9 @@ std::string checkedProblems(const std::vector<CheckedFile> &files)
     std::string text;
     for (const CheckedFile &file : files) {
         for (const CheckedLine &line : file.lines) {
-            if (line.verdict == Verdict::skipped)
+            if (line.verdict == Verdict::skipped) {
                 text += (text.empty() ? "" : "\n") + located(file, line) + "skipped: " + line.text;
+            }
         }
     }
     return text;

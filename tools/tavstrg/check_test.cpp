@@ -1,7 +1,8 @@
-#include "check.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/check.h"
 
-#include "failure.h"
-#include "test_process.h"
+#include "support/tool_process.h"
+#include "tavstrg/failure.h"
 
 #include "endurance/endurance_parse.h"
 #include "sim/sim.h"
@@ -33,8 +34,9 @@ Told told(const std::vector<CheckedLine> &lines)
 {
     constexpr const char *kWords[] = {"accepted", "skipped", "note"};
     Told result;
-    for (const CheckedLine &line : lines)
+    for (const CheckedLine &line : lines) {
         result.push_back(std::to_string(line.line) + " " + kWords[static_cast<int>(line.verdict)] + ": " + line.text);
+    }
     return result;
 }
 
@@ -172,8 +174,9 @@ INSTANTIATE_TEST_SUITE_P(All, Checks, testing::ValuesIn(kCases),
 TEST(CheckEndurance, TellsWhatTheFullTableLeavesOut)
 {
     std::string text = kSection;
-    for (int i = 0; i < 129; ++i)
+    for (int i = 0; i < 129; ++i) {
         text += entry("M" + std::to_string(i));
+    }
     const Told lines = told(checkEndurance(text + "# comment\n\n"));
     ASSERT_EQ(lines.size(), 129U);
     EXPECT_EQ(lines[127], "129 " + exactly("M127"));
@@ -183,10 +186,12 @@ TEST(CheckEndurance, TellsWhatTheFullTableLeavesOut)
 TEST(CheckEndurance, ASectionBehindAFullTableIsNoLoss)
 {
     std::string text = kSection;
-    for (int i = 0; i < 128; ++i)
+    for (int i = 0; i < 128; ++i) {
         text += entry("M" + std::to_string(i));
-    for (const std::string &line : told(checkEndurance(text + "[Other]\n" + entry("X"))))
+    }
+    for (const std::string &line : told(checkEndurance(text + "[Other]\n" + entry("X")))) {
         EXPECT_EQ(line.find("skipped"), std::string::npos) << line;
+    }
 }
 
 TEST(CheckEndurance, TellsWhatLiesBehindTheLastLineThatIsRead)
@@ -274,8 +279,9 @@ TEST_F(CheckFiles, WithoutRootTheAgentsOwnAreChecked)
     sim::Machine machine(R"({"files": {"storage.inf": "ahci\n"}})");
     machine.write("/etc/tavkit/tavkit.conf", "TavDir /opt/qlm/tavkit_sa/other\n");
     std::vector<std::string> paths;
-    for (const CheckedFile &file : checkFiles(""))
+    for (const CheckedFile &file : checkFiles("")) {
         paths.push_back(file.path);
+    }
     EXPECT_THAT(paths,
                 ElementsAre("/opt/qlm/tavkit_sa/other/data/storage.inf", "/opt/qlm/tavkit_sa/other/data/noscsi.inf",
                             "/opt/qlm/tavkit_sa/data/tavm2ssd.inf")); // its root is fixed

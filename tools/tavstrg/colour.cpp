@@ -1,4 +1,5 @@
-#include "colour.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/colour.h"
 
 #include <string_view>
 
@@ -25,8 +26,9 @@ const char *startOf(Mark mark)
 
 bool wantsColour(ColourWhen when, bool terminal, const char *term, const char *noColor)
 {
-    if (when != ColourWhen::automatic)
+    if (when != ColourWhen::automatic) {
         return when == ColourWhen::always;
+    }
     const std::string_view name = term == nullptr ? "" : term;
     return terminal && !name.empty() && name != "dumb" && (noColor == nullptr || *noColor == '\0');
 }

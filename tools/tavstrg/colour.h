@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Colour on a terminal that has it.
 #pragma once
 

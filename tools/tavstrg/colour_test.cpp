@@ -1,4 +1,5 @@
-#include "colour.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/colour.h"
 
 #include <gtest/gtest.h>
 

@@ -1,14 +1,15 @@
-#include "commands.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/commands.h"
 
-#include "ask.h"
-#include "check.h"
-#include "failure.h"
-#include "json.h"
-#include "metrics.h"
-#include "progress.h"
-#include "saved_state.h"
-#include "session.h"
-#include "watch.h"
+#include "tavstrg/ask.h"
+#include "tavstrg/check.h"
+#include "tavstrg/failure.h"
+#include "tavstrg/json.h"
+#include "tavstrg/metrics.h"
+#include "tavstrg/progress.h"
+#include "tavstrg/saved_state.h"
+#include "tavstrg/session.h"
+#include "tavstrg/watch.h"
 
 #include <unistd.h>
 
@@ -46,8 +47,9 @@ Outcome get(broker::Broker &broker, const Arguments &arguments, const TextStyle 
 Outcome call(broker::Broker &broker, const Arguments &arguments)
 {
     std::vector<broker::NamedValue> values;
-    for (const MethodArgument &argument : arguments.methodArguments)
+    for (const MethodArgument &argument : arguments.methodArguments) {
         values.push_back({argument.name, broker::Value::text(argument.value)});
+    }
     const broker::Reply reply = broker.invokeMethod(arguments.className, arguments.method, values);
     Outcome outcome;
     if (reply.ok()) {
@@ -74,8 +76,9 @@ Outcome writeMetrics(broker::Broker &broker, const Arguments &arguments)
 {
     const std::vector<Metric> metrics = metricsOf(buildInventory(askInventory(broker)));
     const std::string text = arguments.json ? metricsJson(metrics) : metricsText(metrics);
-    if (arguments.output.empty())
+    if (arguments.output.empty()) {
         return {kDone, text, ""};
+    }
     writeWhole(arguments.output, text);
     return {};
 }
@@ -127,16 +130,18 @@ Outcome outcomeOf(const Arguments &arguments, const TextStyle &style)
 
 Outcome run(const Arguments &arguments, const TextStyle &style)
 {
-    if (arguments.command == Command::classes)
+    if (arguments.command == Command::classes) {
         return {kDone, arguments.json ? catalogueJson(catalogue()) : catalogueText(catalogue(), style.width), ""};
+    }
     Outcome outcome;
     try {
         outcome = outcomeOf(arguments, style);
     } catch (const Failure &failure) {
         outcome = {kFailed, "", failure.what(), failure.cimStatus()};
     }
-    if (arguments.machine.empty() && geteuid() != 0 && mayLackRights(outcome.error))
+    if (arguments.machine.empty() && geteuid() != 0 && mayLackRights(outcome.error)) {
         outcome.error += "; asking this machine needs root";
+    }
     return outcome;
 }
 

@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 // The commands: ask, and make what is to be printed.
 #pragma once
 
-#include "arguments.h"
-#include "text.h"
+#include "tavstrg/arguments.h"
+#include "tavstrg/text.h"
 
 #include <string>
 

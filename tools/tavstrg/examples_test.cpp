@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
 // The tool on every example machine: against the output that is kept in tests/data/expected, and against what the
 // machine's own description says, so that a wrong answer that was kept by mistake is found too.
 //
 // After a change of what is printed: tavstrg --machine FILE show > tests/data/expected/NAME.txt, the same with --json
 // to NAME.json, both with LC_ALL=C, and read the difference.
 
-#include "test_machine.h"
-#include "test_process.h"
+#include "support/tool_machine.h"
+#include "support/tool_process.h"
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
@@ -46,8 +47,9 @@ std::vector<Example> examples()
 {
     std::vector<Example> found;
     for (const auto &entry : fs::directory_iterator(fs::path(TAV_SOURCE_DIR) / "examples/machines")) {
-        if (entry.path().extension() == ".json")
+        if (entry.path().extension() == ".json") {
             found.push_back({entry.path()});
+        }
     }
     std::sort(found.begin(), found.end(), [](const Example &a, const Example &b) { return a.file < b.file; });
     return found;
@@ -117,8 +119,9 @@ template <class Predicate> size_t countIf(const std::vector<ExpectedController> 
 {
     size_t count = 0;
     for (const ExpectedController &controller : controllers) {
-        for (const ExpectedDevice &device : controller.devices)
+        for (const ExpectedDevice &device : controller.devices) {
             count += holds(device) ? 1 : 0;
+        }
     }
     return count;
 }
@@ -161,8 +164,9 @@ TEST_P(ExampleMachine, IsShownAsItsDescriptionSays)
         EXPECT_EQ(controller["driver"], expected[i].driver);
         EXPECT_EQ(controller["interrupt"], expected[i].interrupt ? json(*expected[i].interrupt) : json(nullptr));
         ASSERT_EQ(controller["devices"].size(), expected[i].devices.size());
-        for (size_t j = 0; j < expected[i].devices.size(); ++j)
+        for (size_t j = 0; j < expected[i].devices.size(); ++j) {
             compareDevice(controller["devices"][j], expected[i].devices[j]);
+        }
     }
     const json &totals = shown["totals"];
     EXPECT_EQ(totals["controllers"], expected.size());

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What ends a command: told in one line on standard error, exit status 1.
 #pragma once
 

@@ -1,6 +1,7 @@
-#include "health.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/health.h"
 
-#include "words.h"
+#include "tavstrg/words.h"
 
 #include <algorithm>
 
@@ -22,15 +23,17 @@ void countDisk(Health &health, const HardDisk &disk)
 void countDisks(Health &health, const std::vector<Device> &devices)
 {
     for (const Device &device : devices) {
-        if (device.disk)
+        if (device.disk) {
             countDisk(health, *device.disk);
+        }
     }
 }
 
 void add(std::string &words, size_t number, const std::string &part)
 {
-    if (number != 0)
+    if (number != 0) {
         words += (words.empty() ? "" : ", ") + part;
+    }
 }
 
 } // namespace
@@ -39,18 +42,21 @@ Health healthOf(const Inventory &inventory)
 {
     Health health;
     health.smartHandled = inventory.monitoring.smartMode == 1;
-    for (const Controller &controller : inventory.controllers)
+    for (const Controller &controller : inventory.controllers) {
         countDisks(health, controller.devices);
+    }
     countDisks(health, inventory.devicesWithoutController);
-    for (const HardDisk &disk : inventory.disksWithoutDevice)
+    for (const HardDisk &disk : inventory.disksWithoutDevice) {
         countDisk(health, disk);
+    }
     return health;
 }
 
 std::string healthWords(const Health &health)
 {
-    if (health.disks == 0)
+    if (health.disks == 0) {
         return "";
+    }
     std::string words;
     add(words, health.failurePredicted,
         std::to_string(health.failurePredicted) + " of " + counted(health.disks, "disk") +
@@ -69,15 +75,17 @@ std::string healthWords(const Health &health)
 Mark markOf(const HardDisk &disk)
 {
     const int level = disk.lifeSpan ? disk.lifeSpan->level : kMostEndurance;
-    if (disk.smartStatus == kFailurePredicted || level == 1)
+    if (disk.smartStatus == kFailurePredicted || level == 1) {
         return Mark::failure;
+    }
     return disk.smartStatus != 0 || level <= 2 ? Mark::warning : Mark::none;
 }
 
 Mark markOf(const Health &health)
 {
-    if (health.failurePredicted + health.leastEndurance != 0)
+    if (health.failurePredicted + health.leastEndurance != 0) {
         return Mark::failure;
+    }
     const bool warns = health.statusNotReadable + health.littleEndurance + health.lifeSpanNotRead != 0;
     return warns ? Mark::warning : Mark::none;
 }

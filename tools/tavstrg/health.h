@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 // How the disks of a machine are, counted.
 #pragma once
 
-#include "colour.h"
-#include "inventory.h"
+#include "tavstrg/colour.h"
+#include "tavstrg/inventory.h"
 
 #include <cstddef>
 #include <string>

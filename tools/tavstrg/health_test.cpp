@@ -1,4 +1,5 @@
-#include "health.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/health.h"
 
 #include <gtest/gtest.h>
 
@@ -12,8 +13,9 @@ HardDisk disk(int smartStatus, std::optional<int> level = std::nullopt)
 {
     HardDisk made;
     made.smartStatus = smartStatus;
-    if (level)
+    if (level) {
         made.lifeSpan = LifeSpan{1, *level};
+    }
     return made;
 }
 

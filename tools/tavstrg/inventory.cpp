@@ -1,6 +1,7 @@
-#include "inventory.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/inventory.h"
 
-#include "words.h"
+#include "tavstrg/words.h"
 
 #include <algorithm>
 #include <charconv>
@@ -79,10 +80,12 @@ HardDisk makeDisk(const Instance &instance)
 std::vector<Device> makeDevices(const Answers &answers)
 {
     std::vector<Device> devices;
-    for (const Instance &instance : instancesOf(answers, "TAV_StorageSCSIDevice"))
+    for (const Instance &instance : instancesOf(answers, "TAV_StorageSCSIDevice")) {
         devices.push_back(makeDevice(instance, kScsi));
-    for (const Instance &instance : instancesOf(answers, "TAV_StorageIDEDevice"))
+    }
+    for (const Instance &instance : instancesOf(answers, "TAV_StorageIDEDevice")) {
         devices.push_back(makeDevice(instance, kIde));
+    }
     return devices;
 }
 
@@ -98,14 +101,16 @@ bool standsBefore(const Device &one, const Device &other)
 std::vector<HardDisk> makeDisks(const Answers &answers)
 {
     std::vector<HardDisk> disks;
-    for (const Instance &instance : instancesOf(answers, "TAV_StorageHardDisk"))
+    for (const Instance &instance : instancesOf(answers, "TAV_StorageHardDisk")) {
         disks.push_back(makeDisk(instance));
+    }
     for (const Instance &instance : instancesOf(answers, "TAV_StorageLifeSpan")) {
         const unsigned diskIndex = unsignedOf(instance, "HDDIndex");
         const auto disk = std::find_if(disks.begin(), disks.end(),
                                        [diskIndex](const HardDisk &candidate) { return candidate.index == diskIndex; });
-        if (disk != disks.end())
+        if (disk != disks.end()) {
             disk->lifeSpan = LifeSpan{unsignedOf(instance, "Index"), intOf(instance, "EnduranceRemaining")};
+        }
     }
     return disks;
 }
@@ -136,8 +141,9 @@ Monitoring makeMonitoring(const Answers &answers)
         monitoring.cycleDefault = unsignedOf(instance, "MonitorCycleDefault");
         monitoring.smartMode = intOf(instance, "HardDiskSmartMode");
     }
-    for (const Instance &instance : instancesOf(answers, "TAV_StorageThread"))
+    for (const Instance &instance : instancesOf(answers, "TAV_StorageThread")) {
         monitoring.running = numberOf(instance, "ThreadRunning") != 0;
+    }
     return monitoring;
 }
 
@@ -146,8 +152,9 @@ Monitoring makeMonitoring(const Answers &answers)
 size_t Inventory::deviceCount() const
 {
     size_t count = devicesWithoutController.size();
-    for (const Controller &controller : controllers)
+    for (const Controller &controller : controllers) {
         count += controller.devices.size();
+    }
     return count;
 }
 
@@ -162,30 +169,34 @@ const std::vector<std::string> &inventoryClasses()
 Inventory buildInventory(const Answers &answers)
 {
     Inventory inventory;
-    for (const Instance &instance : instancesOf(answers, "TAV_StorageController"))
+    for (const Instance &instance : instancesOf(answers, "TAV_StorageController")) {
         inventory.controllers.push_back(makeController(instance));
+    }
 
     std::vector<Device> devices = makeDevices(answers);
     for (HardDisk &disk : makeDisks(answers)) {
         const auto device = std::find_if(devices.begin(), devices.end(), [&disk](const Device &candidate) {
             return candidate.interfaceType == disk.interfaceType && candidate.index == disk.interfaceTypeIndex;
         });
-        if (device == devices.end())
+        if (device == devices.end()) {
             inventory.disksWithoutDevice.push_back(disk);
-        else
+        } else {
             device->disk = disk;
+        }
     }
     for (Device &device : devices) {
         const auto controller =
             std::find_if(inventory.controllers.begin(), inventory.controllers.end(),
                          [&device](const Controller &candidate) { return candidate.index == device.controllerIndex; });
-        if (controller == inventory.controllers.end())
+        if (controller == inventory.controllers.end()) {
             inventory.devicesWithoutController.push_back(std::move(device));
-        else
+        } else {
             controller->devices.push_back(std::move(device));
+        }
     }
-    for (Controller &controller : inventory.controllers)
+    for (Controller &controller : inventory.controllers) {
         std::stable_sort(controller.devices.begin(), controller.devices.end(), standsBefore);
+    }
     inventory.totals = makeTotals(answers);
     inventory.monitoring = makeMonitoring(answers);
     return inventory;
@@ -194,17 +205,22 @@ Inventory buildInventory(const Answers &answers)
 int64_t numberOf(const Instance &instance, const std::string &property)
 {
     const broker::Value *value = instance.find(property);
-    if (value == nullptr)
+    if (value == nullptr) {
         return 0;
-    if (const auto *flag = std::get_if<bool>(&value->data))
+    }
+    if (const auto *flag = std::get_if<bool>(&value->data)) {
         return *flag ? 1 : 0;
-    if (const auto *number = std::get_if<uint64_t>(&value->data))
+    }
+    if (const auto *number = std::get_if<uint64_t>(&value->data)) {
         return static_cast<int64_t>(*number);
-    if (const auto *number = std::get_if<int64_t>(&value->data))
+    }
+    if (const auto *number = std::get_if<int64_t>(&value->data)) {
         return *number;
+    }
     int64_t number = 0;
-    if (const auto *text = std::get_if<std::string>(&value->data))
+    if (const auto *text = std::get_if<std::string>(&value->data)) {
         std::from_chars(text->data(), text->data() + text->size(), number);
+    }
     return number;
 }
 

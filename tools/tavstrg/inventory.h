@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The machine's storage as a tree, put together from the instances of the classes: what hangs on what, ready to be
 // printed.
 #pragma once

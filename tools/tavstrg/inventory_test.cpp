@@ -1,7 +1,8 @@
-#include "inventory.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/inventory.h"
 
-#include "test_instances.h"
-#include "words.h"
+#include "support/tool_instances.h"
+#include "tavstrg/words.h"
 
 #include <gtest/gtest.h>
 
@@ -96,8 +97,9 @@ TEST(BuildInventory, DevicesOfAControllerStandByAddressWhateverTheirNumber)
         buildInventory({{"TAV_StorageController", {controller(1, "ahci")}},
                         {"TAV_StorageSCSIDevice", {scsi(1, 1, 1, 1, 10), scsi(2, 1, 2, 1, 2), scsi(3, 1, 3, 1, 0)}}});
     std::vector<unsigned> order;
-    for (const Device &device : inventory.controllers[0].devices)
+    for (const Device &device : inventory.controllers[0].devices) {
         order.push_back(device.index);
+    }
     EXPECT_EQ(order, (std::vector<unsigned>{3, 2, 1}));
 }
 

@@ -1,8 +1,9 @@
-#include "json.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/json.h"
 
-#include "health.h"
-#include "json_document.h"
-#include "words.h"
+#include "tavstrg/health.h"
+#include "tavstrg/json_document.h"
+#include "tavstrg/words.h"
 
 #include <sstream>
 
@@ -61,8 +62,9 @@ Json deviceJson(const Device &device)
 Json controllerJson(const Controller &controller)
 {
     Json devices = Json::array();
-    for (const Device &device : controller.devices)
+    for (const Device &device : controller.devices) {
         devices.push_back(deviceJson(device));
+    }
     return {{"index", controller.index},
             {"interface", interfaceName(controller.interfaceType)},
             {"model", controller.model},
@@ -105,10 +107,11 @@ Json valueJson(const broker::Value &value)
 {
     return std::visit(
         [](const auto &data) -> Json {
-            if constexpr (std::is_same_v<std::decay_t<decltype(data)>, std::monostate>)
+            if constexpr (std::is_same_v<std::decay_t<decltype(data)>, std::monostate>) {
                 return nullptr;
-            else
+            } else {
                 return data;
+            }
         },
         value.data);
 }
@@ -116,11 +119,13 @@ Json valueJson(const broker::Value &value)
 Json classJson(const ClassEntry &entry)
 {
     Json properties = Json::array();
-    for (const PropertyEntry &property : entry.properties)
+    for (const PropertyEntry &property : entry.properties) {
         properties.push_back({{"name", property.name}, {"type", schemaType(property.type)}, {"key", property.key}});
+    }
     Json methods = Json::array();
-    for (const MethodEntry &method : entry.methods)
+    for (const MethodEntry &method : entry.methods) {
         methods.push_back({{"name", method.name}, {"arguments", method.arguments}});
+    }
     return {{"name", entry.name}, {"oneInstance", !entry.keyed()}, {"properties", properties}, {"methods", methods}};
 }
 
@@ -144,8 +149,9 @@ std::string writtenInOneLine(const Json &json)
 Json propertiesJson(const broker::Instance &instance)
 {
     Json json = Json::object();
-    for (const broker::NamedValue &property : instance.properties)
+    for (const broker::NamedValue &property : instance.properties) {
         json[property.name] = valueJson(property.value);
+    }
     return json;
 }
 
@@ -154,14 +160,17 @@ std::string inventoryJson(const Inventory &inventory)
     Json json = document("show");
     json["machine"] = inventory.machine.empty() ? Json(nullptr) : Json(inventory.machine);
     json["controllers"] = Json::array();
-    for (const Controller &controller : inventory.controllers)
+    for (const Controller &controller : inventory.controllers) {
         json["controllers"].push_back(controllerJson(controller));
+    }
     json["devicesWithoutController"] = Json::array();
-    for (const Device &device : inventory.devicesWithoutController)
+    for (const Device &device : inventory.devicesWithoutController) {
         json["devicesWithoutController"].push_back(deviceJson(device));
+    }
     json["disksWithoutDevice"] = Json::array();
-    for (const HardDisk &disk : inventory.disksWithoutDevice)
+    for (const HardDisk &disk : inventory.disksWithoutDevice) {
         json["disksWithoutDevice"].push_back(diskJson(disk));
+    }
     json["totals"] = totalsJson(inventory.totals);
     json["health"] = healthJson(healthOf(inventory));
     json["monitoring"] = monitoringJson(inventory.monitoring);
@@ -173,8 +182,9 @@ std::string instancesJson(const std::string &className, const std::vector<broker
     Json json = document("enum");
     json["class"] = className;
     json["instances"] = Json::array();
-    for (const broker::Instance &instance : instances)
+    for (const broker::Instance &instance : instances) {
         json["instances"].push_back(propertiesJson(instance));
+    }
     return written(json);
 }
 
@@ -193,8 +203,9 @@ std::string returnValuesJson(const std::string &className, const std::string &me
     json["class"] = className;
     json["method"] = method;
     json["returnValues"] = Json::array();
-    for (const broker::Value &value : values)
+    for (const broker::Value &value : values) {
         json["returnValues"].push_back(valueJson(value));
+    }
     return written(json);
 }
 
@@ -202,8 +213,9 @@ std::string catalogueJson(const std::vector<ClassEntry> &classes)
 {
     Json json = document("classes");
     json["classes"] = Json::array();
-    for (const ClassEntry &entry : classes)
+    for (const ClassEntry &entry : classes) {
         json["classes"].push_back(classJson(entry));
+    }
     return written(json);
 }
 
@@ -215,8 +227,9 @@ std::string metricsJson(const std::vector<Metric> &metrics)
         Json samples = Json::array();
         for (const Sample &sample : metric.samples) {
             Json labels = Json::object();
-            for (const auto &[label, content] : sample.labels)
+            for (const auto &[label, content] : sample.labels) {
                 labels[std::string(label)] = content;
+            }
             samples.push_back({{"labels", labels}, {"value", sample.value}});
         }
         json["metrics"].push_back(
@@ -229,8 +242,9 @@ std::string failureJson(const char *command, int exitStatus, int cimStatus, cons
 {
     Json messages = Json::array();
     std::istringstream lines(error);
-    for (std::string line; std::getline(lines, line);)
+    for (std::string line; std::getline(lines, line);) {
         messages.push_back(line);
+    }
     Json json = document(command);
     json["failure"] = {{"exitStatus", exitStatus},
                        {"cimStatus", cimStatus == 0 ? Json(nullptr) : Json(cimStatus)},

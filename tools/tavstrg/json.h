@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
 // Everything as JSON for programs. A field that a kind of thing has is always there, null where there is nothing to
 // say.
 #pragma once
 
-#include "catalogue.h"
-#include "inventory.h"
-#include "metrics.h"
+#include "tavstrg/catalogue.h"
+#include "tavstrg/inventory.h"
+#include "tavstrg/metrics.h"
 
 #include <string>
 #include <vector>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What all JSON documents of the tool have in common: docs/JSON.md tells it, schema/tavstrg.schema.json has it for
 // programs.
 #pragma once

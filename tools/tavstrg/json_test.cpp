@@ -1,6 +1,7 @@
-#include "json.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/json.h"
 
-#include "test_instances.h"
+#include "support/tool_instances.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

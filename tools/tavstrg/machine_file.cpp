@@ -1,6 +1,7 @@
-#include "machine_file.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/machine_file.h"
 
-#include "failure.h"
+#include "tavstrg/failure.h"
 
 #include <nlohmann/json.hpp>
 
@@ -27,15 +28,18 @@ std::string reasonOf(const nlohmann::json::parse_error &error)
 std::string readMachineFile(const std::string &path)
 {
     const std::unique_ptr<FILE, int (*)(FILE *)> file(std::fopen(path.c_str(), "re"), &std::fclose);
-    if (!file)
+    if (!file) {
         throw Failure(path + ": " + std::strerror(errno));
+    }
     std::string text;
     char buffer[4096];
     size_t count = 0;
-    while ((count = std::fread(buffer, 1, sizeof buffer, file.get())) > 0)
+    while ((count = std::fread(buffer, 1, sizeof buffer, file.get())) > 0) {
         text.append(buffer, count);
-    if (std::ferror(file.get()) != 0)
-        throw Failure(path + ": " + std::strerror(errno)); // a directory opens, but cannot be read
+    }
+    if (std::ferror(file.get()) != 0) {
+        throw Failure(path + ": " + std::strerror(errno));
+    } // a directory opens, but cannot be read
     checkJson(text, path);
     return text;
 }
@@ -56,8 +60,9 @@ void checkJson(const std::string &text, const std::string &name)
 std::string withAgentLibraries(const std::string &description)
 {
     auto machine = nlohmann::ordered_json::parse(description);
-    if (!machine.is_object() || (machine.contains("agent") && !machine["agent"].is_object()))
-        return description; // the mistake is told where the machine is made
+    if (!machine.is_object() || (machine.contains("agent") && !machine["agent"].is_object())) {
+        return description;
+    } // the mistake is told where the machine is made
     machine["agent"]["libraries"] = true;
     return machine.dump();
 }

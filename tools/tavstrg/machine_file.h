@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The description of a simulated machine, read and checked to be JSON, so that a slip in it is told with its line.
 #pragma once
 

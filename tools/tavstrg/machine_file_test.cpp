@@ -1,6 +1,7 @@
-#include "machine_file.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/machine_file.h"
 
-#include "failure.h"
+#include "tavstrg/failure.h"
 
 #include <gmock/gmock.h>
 
@@ -78,8 +79,9 @@ TEST(WithAgentLibraries, AddsThemAndKeepsTheRest)
 
 TEST(WithAgentLibraries, LeavesAMistakeToWhoMakesTheMachine)
 {
-    for (const char *description : {"[1]", "{\"agent\": 7}"})
+    for (const char *description : {"[1]", "{\"agent\": 7}"}) {
         EXPECT_EQ(withAgentLibraries(description), description);
+    }
 }
 
 } // namespace

@@ -1,7 +1,8 @@
-#include "machine_follower.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/machine_follower.h"
 
-#include "failure.h"
-#include "machine_file.h"
+#include "tavstrg/failure.h"
+#include "tavstrg/machine_file.h"
 
 #include <utility>
 
@@ -9,8 +10,9 @@ namespace tool {
 
 bool MachineFollower::State::operator==(const State &other) const
 {
-    if (!there || !other.there)
+    if (!there || !other.there) {
         return there == other.there;
+    }
     return status.st_mtim.tv_sec == other.status.st_mtim.tv_sec &&
            status.st_mtim.tv_nsec == other.status.st_mtim.tv_nsec && status.st_size == other.status.st_size &&
            status.st_dev == other.status.st_dev && status.st_ino == other.status.st_ino;
@@ -31,13 +33,15 @@ MachineFollower::MachineFollower(std::string path)
 
 std::optional<MachineFollower::Change> MachineFollower::look()
 {
-    if (!following_)
+    if (!following_) {
         return std::nullopt;
+    }
     const State now = stateOf(path_);
     const bool settled = now == last_;
     last_ = now;
-    if (!settled || now == known_)
+    if (!settled || now == known_) {
         return std::nullopt;
+    }
     known_ = now;
     try {
         return Change{readMachineFile(path_), ""};

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The description of a simulated machine, followed while somebody edits it.
 #pragma once
 

@@ -1,4 +1,5 @@
-#include "machine_follower.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/machine_follower.h"
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
@@ -35,8 +36,9 @@ protected:
 TEST_F(Following, NothingIsToldWhileNothingChanges)
 {
     MachineFollower follower(path_);
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
         EXPECT_FALSE(follower.look());
+    }
 }
 
 TEST_F(Following, AChangeIsToldOnceWhenTheFileIsLeftAlone)
@@ -88,8 +90,9 @@ TEST_F(Following, WhatIsNoRegularFileIsNotFollowed)
     MachineFollower follower(fifo.string());
     fs::remove(fifo);
     std::ofstream(fifo) << "{}";
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
         EXPECT_FALSE(follower.look());
+    }
 }
 
 } // namespace

@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
 // tavstrg: asks the storage provider from a terminal.
 
-#include "arguments.h"
-#include "commands.h"
-#include "json.h"
-#include "terminal.h"
-#include "wrap.h"
+#include "tavstrg/arguments.h"
+#include "tavstrg/commands.h"
+#include "tavstrg/json.h"
+#include "tavstrg/terminal.h"
+#include "tavstrg/wrap.h"
 
 #include <fcntl.h>
 #include <langinfo.h>
@@ -26,8 +27,9 @@ namespace {
 void keepStandardDescriptors()
 {
     for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-        if (fcntl(descriptor, F_GETFD) < 0)
+        if (fcntl(descriptor, F_GETFD) < 0) {
             open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+        }
     }
 }
 
@@ -44,16 +46,18 @@ int complain(const std::string &text, int status)
 {
     std::string told;
     std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);)
+    for (std::string line; std::getline(lines, line);) {
         told += "tavstrg: " + line + "\n";
+    }
     std::fputs(tool::fitted(told, tool::widthOf(STDERR_FILENO)).c_str(), stderr);
     return status;
 }
 
 int fail(const tool::Arguments &arguments, int status, const std::string &error, int cimStatus = 0)
 {
-    if (!arguments.json)
+    if (!arguments.json) {
         return complain(error, status);
+    }
     std::fputs(tool::failureJson(tool::commandName(arguments.command), status, cimStatus, error).c_str(), stderr);
     return status;
 }
@@ -62,8 +66,9 @@ int fail(const tool::Arguments &arguments, int status, const std::string &error,
 std::string print(const std::string &text)
 {
     const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
-    if (!written || std::fflush(stdout) != 0)
+    if (!written || std::fflush(stdout) != 0) {
         return std::string("standard output: ") + std::strerror(errno);
+    }
     return {};
 }
 
@@ -89,10 +94,13 @@ int runCommand(const tool::Arguments &arguments)
 int runTool(int argc, const char *const *argv)
 {
     const tool::Parsed parsed = tool::parseArguments(argc, argv);
-    if (parsed.arguments)
+    if (parsed.arguments) {
         return runCommand(*parsed.arguments);
+    }
     if (parsed.status != tool::kDone) // whatever the output was to be: usage is a person's affair
+    {
         return complain(parsed.text + " (see tavstrg --help)", parsed.status);
+    }
     const std::string error = print(parsed.text);
     return error.empty() ? tool::kDone : complain(error, tool::kFailed);
 }

@@ -1,7 +1,8 @@
-#include "metrics.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/metrics.h"
 
-#include "failure.h"
-#include "words.h"
+#include "tavstrg/failure.h"
+#include "tavstrg/words.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -21,8 +22,9 @@ std::string escaped(const std::string &value)
 {
     std::string result;
     for (const char c : printable(value)) {
-        if (c == '\\' || c == '"')
+        if (c == '\\' || c == '"') {
             result += '\\';
+        }
         result += c;
     }
     return result;
@@ -42,19 +44,22 @@ struct DiskView {
 void collectDisks(const std::vector<Device> &devices, std::vector<DiskView> &disks)
 {
     for (const Device &device : devices) {
-        if (device.disk)
+        if (device.disk) {
             disks.push_back({&*device.disk, &device});
+        }
     }
 }
 
 std::vector<DiskView> disksOf(const Inventory &inventory)
 {
     std::vector<DiskView> disks;
-    for (const Controller &controller : inventory.controllers)
+    for (const Controller &controller : inventory.controllers) {
         collectDisks(controller.devices, disks);
+    }
     collectDisks(inventory.devicesWithoutController, disks);
-    for (const HardDisk &disk : inventory.disksWithoutDevice)
+    for (const HardDisk &disk : inventory.disksWithoutDevice) {
         disks.push_back({&disk, nullptr});
+    }
     return disks;
 }
 
@@ -65,8 +70,9 @@ Labels nameOf(const DiskView &view)
 
 std::string addressOf(const Device &device)
 {
-    if (device.interfaceType == kIde)
+    if (device.interfaceType == kIde) {
         return std::to_string(device.controllerIndex) + "-" + drivePositionWords(device.ideConfiguration);
+    }
     return std::to_string(device.controllerIndex) + "-" + std::to_string(device.bus) + "-" +
            std::to_string(device.targetId) + "-" + std::to_string(device.lun);
 }
@@ -112,8 +118,9 @@ Metric smartMetric(const std::vector<DiskView> &disks)
 Metric capacityMetric(const std::vector<DiskView> &disks)
 {
     Metric metric = metricCalled("disk_capacity_bytes", "Capacity of a hard disk.");
-    for (const DiskView &view : disks)
+    for (const DiskView &view : disks) {
         metric.samples.push_back({nameOf(view), uint64_t{view.disk->capacity} << 20});
+    }
     return metric;
 }
 
@@ -122,8 +129,9 @@ Metric enduranceMetric(const std::vector<DiskView> &disks)
     Metric metric = metricCalled("disk_endurance_level",
                                  "Endurance left of a solid-state drive, 1 (least) to 5; absent when unknown.");
     for (const DiskView &view : disks) {
-        if (view.disk->lifeSpan && view.disk->lifeSpan->level >= 0)
+        if (view.disk->lifeSpan && view.disk->lifeSpan->level >= 0) {
             metric.samples.push_back({nameOf(view), static_cast<uint64_t>(view.disk->lifeSpan->level)});
+        }
     }
     return metric;
 }
@@ -141,16 +149,18 @@ Metric countMetric(const Totals &totals)
         {"optical_memory", totals.opticalMemories},
         {"other", totals.others},
     };
-    for (const auto &[kind, count] : kinds)
+    for (const auto &[kind, count] : kinds) {
         metric.samples.push_back({{{"kind", std::string(kind)}}, count});
+    }
     return metric;
 }
 
 std::string sampleText(const std::string &name, const Sample &sample)
 {
     std::string list;
-    for (const auto &[label, content] : sample.labels)
+    for (const auto &[label, content] : sample.labels) {
         list += (list.empty() ? "" : ",") + std::string(label) + "=\"" + escaped(content) + "\"";
+    }
     return name + (list.empty() ? "" : "{" + list + "}") + " " + std::to_string(sample.value) + "\n";
 }
 
@@ -163,8 +173,9 @@ std::vector<Metric> metricsOf(const Inventory &inventory)
     Metric handling = metricCalled("smart_handling_enabled", "Whether disks are asked for their SMART verdict.");
     handling.samples.push_back({{}, handled ? uint64_t{1} : 0});
     std::vector<Metric> metrics = {countMetric(inventory.totals), handling, infoMetric(disks), capacityMetric(disks)};
-    if (handled)
+    if (handled) {
         metrics.push_back(smartMetric(disks));
+    }
     metrics.push_back(enduranceMetric(disks));
     return metrics;
 }
@@ -174,8 +185,9 @@ std::string metricsText(const std::vector<Metric> &metrics)
     std::string text;
     for (const Metric &metric : metrics) {
         text += "# HELP " + metric.name + " " + std::string(metric.help) + "\n# TYPE " + metric.name + " gauge\n";
-        for (const Sample &sample : metric.samples)
+        for (const Sample &sample : metric.samples) {
             text += sampleText(metric.name, sample);
+        }
     }
     return text;
 }
@@ -184,8 +196,9 @@ void writeWhole(const std::string &path, const std::string &content)
 {
     std::string temporary = path + ".XXXXXX"; // the collector reads *.prom alone
     const int descriptor = mkstemp(temporary.data());
-    if (descriptor < 0)
+    if (descriptor < 0) {
         throw Failure(path + ": " + std::strerror(errno));
+    }
     constexpr mode_t kReadableByAll = 0644; // the exporter seldom runs as root
     std::FILE *file = fdopen(descriptor, "w");
     bool written = file != nullptr && fchmod(descriptor, kReadableByAll) == 0 &&

@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
 // The inventory as metrics, in the Prometheus text format for the node exporter's textfile collector.
 #pragma once
 
-#include "inventory.h"
+#include "tavstrg/inventory.h"
 
 #include <cstdint>
 #include <string>

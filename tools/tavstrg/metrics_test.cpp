@@ -1,8 +1,9 @@
-#include "metrics.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/metrics.h"
 
-#include "failure.h"
-#include "json.h"
-#include "words.h"
+#include "tavstrg/failure.h"
+#include "tavstrg/json.h"
+#include "tavstrg/words.h"
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
@@ -34,8 +35,9 @@ Device diskDevice(unsigned index, int smartStatus, int level)
     disk.index = index;
     disk.capacity = 1024;
     disk.smartStatus = smartStatus;
-    if (level != 0)
+    if (level != 0) {
         disk.lifeSpan = LifeSpan{1, level};
+    }
     device.disk = disk;
     return device;
 }
@@ -67,8 +69,9 @@ TEST(Metrics, EveryStateCapacityLevelAndCountIsThere)
              "tavstorage_disk_smart_state{disk=\"3\",state=\"unreadable\"} 1\n",
              "tavstorage_disk_endurance_level{disk=\"1\"} 4\n",
              "tavstorage_disk_info{disk=\"4\",interface=\"SCSI\"} 1\n",
-         })
+         }) {
         EXPECT_THAT(text, HasSubstr(line));
+    }
     EXPECT_THAT(text, Not(HasSubstr("endurance_level{disk=\"2\"}"))) << "not read";
     EXPECT_THAT(text, Not(HasSubstr("endurance_level{disk=\"3\"}"))) << "reports none";
 }
@@ -80,8 +83,9 @@ TEST(Metrics, EachKindHasItsOwnCount)
     const std::string text = metricsText(metricsOf(inventory));
     const char *const kinds[] = {"controller", "scsi_device", "ide_device",     "hard_disk",
                                  "cdrom",      "tape",        "optical_memory", "other"};
-    for (int i = 0; i < 8; ++i)
+    for (int i = 0; i < 8; ++i) {
         EXPECT_THAT(text, HasSubstr("devices{kind=\"" + std::string(kinds[i]) + "\"} " + std::to_string(i + 1) + "\n"));
+    }
 }
 
 TEST(Metrics, WithoutSmartNothingIsSaidOfIt)
@@ -123,8 +127,9 @@ TEST(Metrics, EachLineIsOfTheExpositionFormatAndEachMetricHasOneHead)
     std::map<std::string, int> heads;
     for (std::string line; std::getline(lines, line);) {
         EXPECT_TRUE(std::regex_match(line, line[0] == '#' ? head : sample)) << line;
-        if (line.starts_with("# TYPE"))
+        if (line.starts_with("# TYPE")) {
             ++heads[line];
+        }
     }
     EXPECT_EQ(heads.size(), 6U);
     EXPECT_THAT(heads, testing::Each(testing::Pair(testing::_, 1)));
@@ -185,8 +190,9 @@ TEST(Metrics, AsJsonAreTheSameSamples)
                 metric.at("type").get<std::string>() + "\n";
         for (const auto &sample : metric.at("samples")) {
             std::string labels;
-            for (const auto &[label, value] : sample.at("labels").items())
+            for (const auto &[label, value] : sample.at("labels").items()) {
                 labels += (labels.empty() ? "" : ",") + label + "=" + value.dump();
+            }
             text += name + (labels.empty() ? "" : "{" + labels + "}") + " " + sample.at("value").dump() + "\n";
         }
     }

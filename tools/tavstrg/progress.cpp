@@ -1,11 +1,13 @@
-#include "progress.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/progress.h"
 
 namespace tool {
 
 Progress::Progress(bool terminal, std::FILE *out, std::chrono::milliseconds quiet) : out_(out), quiet_(quiet)
 {
-    if (terminal)
+    if (terminal) {
         teller_ = std::jthread([this](const std::stop_token &stop) { tell(stop); });
+    }
 }
 
 Progress::~Progress()

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Tells on a terminal that the disks are still being asked, when that takes long.
 #pragma once
 

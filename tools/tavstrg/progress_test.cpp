@@ -1,4 +1,5 @@
-#include "progress.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/progress.h"
 
 #include <gmock/gmock.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A saved-state file, read as far as it goes: also one that is damaged, of which a person wants to see what is left.
 #pragma once
 

@@ -1,7 +1,8 @@
-#include "saved_state.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/saved_state.h"
 
-#include "failure.h"
-#include "test_state.h"
+#include "support/tool_state.h"
+#include "tavstrg/failure.h"
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
@@ -20,9 +21,10 @@ std::string property(const broker::Instance &instance, const std::string &name)
 std::vector<std::string> summary(const SavedState &state)
 {
     std::vector<std::string> lines;
-    for (const StateBlock &block : state.blocks)
+    for (const StateBlock &block : state.blocks) {
         lines.push_back(block.className + " " + std::to_string(block.offset) + " " +
                         std::to_string(block.records.size()) + "/" + std::to_string(block.expected));
+    }
     return lines;
 }
 
@@ -69,8 +71,9 @@ TEST(SavedState, IsShownAsFarAsItGoesWhereverItIsCut)
         const SavedState state = parseSavedState(whole.substr(0, size));
         EXPECT_NE(state.damage, "") << size;
         size_t records = 0;
-        for (const StateBlock &block : state.blocks)
+        for (const StateBlock &block : state.blocks) {
             records += block.records.size();
+        }
         EXPECT_GE(records, recordsBefore) << size;
         recordsBefore = records;
     }

@@ -1,7 +1,8 @@
-#include "session.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/session.h"
 
-#include "failure.h"
-#include "machine_file.h"
+#include "tavstrg/failure.h"
+#include "tavstrg/machine_file.h"
 
 #include "sim/sim.h"
 
@@ -26,12 +27,14 @@ std::string ownPath()
 std::string locateProvider(const std::string &named)
 {
     std::error_code error;
-    if (!named.empty())
+    if (!named.empty()) {
         return fs::absolute(named, error).string();
+    }
     std::string tried;
     for (const std::string &candidate : providerCandidates(ownPath())) {
-        if (fs::exists(candidate, error))
+        if (fs::exists(candidate, error)) {
             return candidate;
+        }
         tried += (tried.empty() ? "" : ", ") + candidate;
     }
     throw Failure("no provider found (" + tried + "); name one with --provider");
@@ -46,8 +49,9 @@ std::string wanted(const std::string &description, const Session::Options &optio
 
 std::unique_ptr<sim::Machine> makeMachine(const Session::Options &options)
 {
-    if (options.machine.empty())
+    if (options.machine.empty()) {
         return nullptr;
+    }
     const std::string description = wanted(readMachineFile(options.machine), options);
     try {
         return std::make_unique<sim::Machine>(description);
@@ -63,8 +67,9 @@ std::vector<std::string> providerCandidates(const std::string &toolPath)
     std::vector<std::string> candidates;
     // The broker's directory as configured, and where packages of systems with lib64 have it.
     for (const fs::path &directory :
-         {prefix / "lib", prefix / TAV_PROVIDER_DIR, prefix / "lib64/sfcb", system, system / "cmpi"})
+         {prefix / "lib", prefix / TAV_PROVIDER_DIR, prefix / "lib64/sfcb", system, system / "cmpi"}) {
         candidates.push_back((directory / kSharedObject).string());
+    }
     return candidates;
 }
 
@@ -72,8 +77,9 @@ SignalsWait::SignalsWait()
 {
     sigset_t ending;
     sigemptyset(&ending);
-    for (const int signal : {SIGHUP, SIGINT, SIGTERM})
+    for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
         sigaddset(&ending, signal);
+    }
     pthread_sigmask(SIG_BLOCK, &ending, &before_);
 }
 
@@ -102,8 +108,9 @@ void Session::load(bool serviceMode)
     brokerOptions.serviceMode = serviceMode;
     broker_ = std::make_unique<broker::Broker>(brokerOptions);
     const std::string problem = broker_->load(provider_);
-    if (!problem.empty())
+    if (!problem.empty()) {
         throw Failure("cannot load " + provider_ + ": " + problem);
+    }
 }
 
 void Session::reload(bool serviceMode)

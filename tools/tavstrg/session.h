@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The provider, loaded into an embedded broker on the real or a simulated machine, for as long as it is asked.
 #pragma once
 

@@ -1,4 +1,5 @@
-#include "terminal.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/terminal.h"
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -16,8 +17,9 @@ constexpr size_t kUsualWidth = 80;
 
 size_t lineWidth(bool terminal, unsigned reported, const char *columns)
 {
-    if (!terminal || reported != 0)
+    if (!terminal || reported != 0) {
         return terminal ? reported : 0;
+    }
     const std::string_view text = columns == nullptr ? "" : columns;
     unsigned short number = 0; // as wide as the kernel's own figure
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);

@@ -1,8 +1,9 @@
-#include "text.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/text.h"
 
-#include "health.h"
-#include "words.h"
-#include "wrap.h"
+#include "tavstrg/health.h"
+#include "tavstrg/words.h"
+#include "tavstrg/wrap.h"
 
 #include <algorithm>
 
@@ -34,8 +35,9 @@ bool known(const std::string &text)
 
 void append(std::string &line, const std::string &part)
 {
-    if (part.empty())
+    if (part.empty()) {
         return;
+    }
     line += line.empty() ? "" : ", ";
     line += part;
 }
@@ -48,8 +50,9 @@ std::string named(const char *what, const std::string &text)
 
 std::string addressOf(const Device &device)
 {
-    if (device.interfaceType == kIde)
+    if (device.interfaceType == kIde) {
         return drivePositionWords(device.ideConfiguration);
+    }
     return std::to_string(device.bus) + ":" + std::to_string(device.targetId) + ":" + std::to_string(device.lun);
 }
 
@@ -68,8 +71,9 @@ Text healthLine(const HardDisk &disk)
 {
     const Mark mark = markOf(disk);
     std::string line = signOf(mark) + capacityWords(disk.capacity) + ", SMART: " + smartWords(disk.smartStatus);
-    if (disk.lifeSpan)
+    if (disk.lifeSpan) {
         append(line, "life span: " + lifeSpanWords(disk.lifeSpan->level));
+    }
     return {line, mark};
 }
 
@@ -81,17 +85,20 @@ Node deviceNode(const Device &device, size_t addressWidth, bool verbose)
     label +=
         deviceTypeWords(device.interfaceType, device.deviceType) + " " + std::to_string(device.deviceTypeIndex) + ":";
     for (const std::string &text : {printable(device.vendor), printable(device.model)}) {
-        if (!text.empty())
+        if (!text.empty()) {
             label += " " + text;
+        }
     }
     append(label, named("firmware", device.firmwareRevision));
     append(label, named("serial", device.serialNumber));
     Node node{{label}};
-    if (device.disk)
+    if (device.disk) {
         node.details.push_back(healthLine(*device.disk));
+    }
     if (verbose) {
-        if (device.disk)
+        if (device.disk) {
             node.details.push_back({geometryOf(*device.disk)});
+        }
         node.details.push_back({interfaceWords(device.interfaceType) + " device " + std::to_string(device.index)});
     }
     return node;
@@ -100,10 +107,12 @@ Node deviceNode(const Device &device, size_t addressWidth, bool verbose)
 void addDevices(Node &parent, const std::vector<Device> &devices, bool verbose)
 {
     size_t widest = 0;
-    for (const Device &device : devices)
+    for (const Device &device : devices) {
         widest = std::max(widest, addressOf(device).size());
-    for (const Device &device : devices)
+    }
+    for (const Device &device : devices) {
         parent.children.push_back(deviceNode(device, widest, verbose));
+    }
 }
 
 Node controllerNode(const Controller &controller, bool verbose)
@@ -127,8 +136,9 @@ Node controllerNode(const Controller &controller, bool verbose)
 Node diskNode(const HardDisk &disk, bool verbose)
 {
     Node node{{"hard disk " + std::to_string(disk.index)}, {healthLine(disk)}};
-    if (verbose)
+    if (verbose) {
         node.details.push_back({geometryOf(disk)});
+    }
     return node;
 }
 
@@ -139,8 +149,9 @@ Node machineNode(const Inventory &inventory, bool verbose)
                             : "Storage of the simulated machine " + printable(inventory.machine) + ": ";
     label += counted(inventory.controllers.size(), "controller") + ", " + counted(inventory.deviceCount(), "device");
     Node root{{label}};
-    for (const Controller &controller : inventory.controllers)
+    for (const Controller &controller : inventory.controllers) {
         root.children.push_back(controllerNode(controller, verbose));
+    }
     if (!inventory.devicesWithoutController.empty()) {
         Node group{{"Devices without a controller"}};
         addDevices(group, inventory.devicesWithoutController, verbose);
@@ -148,8 +159,9 @@ Node machineNode(const Inventory &inventory, bool verbose)
     }
     if (!inventory.disksWithoutDevice.empty()) {
         Node group{{"Hard disks without a device (the configuration changed meanwhile)"}};
-        for (const HardDisk &disk : inventory.disksWithoutDevice)
+        for (const HardDisk &disk : inventory.disksWithoutDevice) {
             group.children.push_back(diskNode(disk, verbose));
+        }
         root.children.push_back(std::move(group));
     }
     return root;
@@ -180,8 +192,9 @@ void printNode(std::string &out, const Node &node, const std::string &first, con
     // Lines of a node's own stand beside the trunk that leads to its children.
     const std::string own = rest + (node.children.empty() ? glyphs.gap : glyphs.trunk);
     printText(out, node.label, first, own, style);
-    for (const Text &detail : node.details)
+    for (const Text &detail : node.details) {
         printText(out, detail, own, own, style);
+    }
     for (size_t i = 0; i < node.children.size(); ++i) {
         const bool last = i + 1 == node.children.size();
         printNode(out, node.children[i], rest + (last ? glyphs.lastBranch : glyphs.branch),
@@ -220,8 +233,9 @@ std::string inventoryText(const Inventory &inventory, const TextStyle &style)
     std::string out;
     printNode(out, machineNode(inventory, style.verbose), "", "", style);
     out += "\n" + totalsText(inventory.totals, style.width);
-    if (style.verbose)
+    if (style.verbose) {
         out += "\n" + monitoringText(inventory.monitoring, style.width);
+    }
     const Health health = healthOf(inventory);
     if (const std::string words = healthWords(health); !words.empty()) {
         out += "\n";
@@ -235,8 +249,9 @@ std::string instancesText(const std::string &className, const std::vector<broker
     std::string out;
     for (const broker::Instance &instance : instances) {
         Rows rows;
-        for (const broker::NamedValue &property : instance.properties)
+        for (const broker::NamedValue &property : instance.properties) {
             rows.emplace_back(property.name, printable(property.value.toString()));
+        }
         out += (out.empty() ? "" : "\n") + className + "\n" + twoColumns(rows, width);
     }
     return out;
@@ -245,8 +260,9 @@ std::string instancesText(const std::string &className, const std::vector<broker
 std::string returnValuesText(const std::vector<broker::Value> &values)
 {
     std::string out;
-    for (const broker::Value &value : values)
+    for (const broker::Value &value : values) {
         out += "return value " + printable(value.toString()) + "\n";
+    }
     return out;
 }
 
@@ -255,12 +271,14 @@ std::string catalogueText(const std::vector<ClassEntry> &classes, size_t width)
     std::string out;
     for (const ClassEntry &entry : classes) {
         Rows rows;
-        for (const PropertyEntry &property : entry.properties)
+        for (const PropertyEntry &property : entry.properties) {
             rows.emplace_back(property.name, schemaType(property.type) + (property.key ? ", key" : ""));
+        }
         for (const MethodEntry &method : entry.methods) {
             std::string arguments;
-            for (const std::string &argument : method.arguments)
+            for (const std::string &argument : method.arguments) {
                 append(arguments, argument + "=VALUE");
+            }
             rows.emplace_back(method.name, "method" + (arguments.empty() ? "" : ", " + arguments));
         }
         out += (out.empty() ? "" : "\n") + entry.name + (entry.keyed() ? "" : " (one instance)") + "\n" +

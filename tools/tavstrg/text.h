@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 // Everything as text for people.
 #pragma once
 
-#include "catalogue.h"
-#include "inventory.h"
+#include "tavstrg/catalogue.h"
+#include "tavstrg/inventory.h"
 
 #include <string>
 #include <vector>

@@ -1,6 +1,7 @@
-#include "text.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/text.h"
 
-#include "test_instances.h"
+#include "support/tool_instances.h"
 
 #include <gmock/gmock.h>
 
@@ -173,8 +174,9 @@ TEST(InventoryText, NoLineIsWiderThanTheTerminalAndNothingIsLost)
     const std::string text = inventoryText(sample(), style);
     std::istringstream lines(text);
     std::string line;
-    while (std::getline(lines, line))
+    while (std::getline(lines, line)) {
         EXPECT_LE(line.size(), 60U) << line;
+    }
     EXPECT_THAT(text, HasSubstr("|   |-- 0:3:1  hard disk 1: ATA EXAMPLE 1000, firmware FW01,\n"
                                 "|   |           serial SER1\n"));
 
@@ -182,8 +184,9 @@ TEST(InventoryText, NoLineIsWiderThanTheTerminalAndNothingIsLost)
         std::istringstream in(of);
         std::vector<std::string> all;
         for (std::string word; in >> word;) {
-            if (word != "|" && word != "|--" && word != "`--")
+            if (word != "|" && word != "|--" && word != "`--") {
                 all.push_back(word);
+            }
         }
         return all;
     };

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: Apache-2.0
 // metrics, run as a user and as a timer of the node exporter's textfile collector run it.
 
-#include "test_tool.h"
+#include "support/tool_fixture.h"
 
 #include <gmock/gmock.h>
 
@@ -24,15 +25,17 @@ public:
     // What is wrong with the text, with its line; empty for nothing.
     std::string read(const std::string &text)
     {
-        if (text.empty() || text.back() != '\n')
+        if (text.empty() || text.back() != '\n') {
             return "the last line has no end";
+        }
         size_t number = 0;
         for (std::string_view rest = text; !rest.empty();) {
             const std::string_view line = rest.substr(0, rest.find('\n'));
             rest.remove_prefix(line.size() + 1);
             ++number;
-            if (const char *problem = take(line); problem != nullptr)
+            if (const char *problem = take(line); problem != nullptr) {
                 return "line " + std::to_string(number) + ": " + problem + ": " + std::string(line);
+            }
         }
         return typed_ ? "" : "a HELP without TYPE at the end";
     }
@@ -50,8 +53,9 @@ private:
     {
         constexpr std::string_view kHelp = "# HELP ";
         constexpr std::string_view kType = "# TYPE ";
-        if (line.starts_with(kHelp))
+        if (line.starts_with(kHelp)) {
             return begin(line.substr(kHelp.size()));
+        }
         if (line.starts_with(kType)) {
             const bool due = !typed_ && line.substr(kType.size()) == metric_ + " gauge";
             typed_ = true;
@@ -71,16 +75,19 @@ private:
 
     const char *sample(std::string_view line)
     {
-        if (!line.starts_with(metric_))
+        if (!line.starts_with(metric_)) {
             return "a sample of another metric";
+        }
         std::string_view rest = line.substr(metric_.size());
-        if (rest.starts_with('{') && !takeLabels(rest))
+        if (rest.starts_with('{') && !takeLabels(rest)) {
             return "labels that are none";
+        }
         const std::string series(line.substr(0, line.size() - rest.size()));
         double number = 0;
         const char *end = rest.data() + rest.size();
-        if (!rest.starts_with(' ') || std::from_chars(rest.data() + 1, end, number).ptr != end)
+        if (!rest.starts_with(' ') || std::from_chars(rest.data() + 1, end, number).ptr != end) {
             return "a value that is no number";
+        }
         return series_.emplace(series, number).second ? nullptr : "a series that was there";
     }
 
@@ -92,17 +99,20 @@ private:
             rest.remove_prefix(1);
             const std::string_view name = rest.substr(0, rest.find('='));
             rest.remove_prefix(name.size());
-            if (!rest.starts_with("=\"") || name.empty() || !names.insert(name).second)
+            if (!rest.starts_with("=\"") || name.empty() || !names.insert(name).second) {
                 return false;
+            }
             rest.remove_prefix(2);
             while (!rest.empty() && rest.front() != '"') {
                 const bool escape = rest.front() == '\\';
-                if (escape && (rest.size() < 2 || std::string_view("\\\"n").find(rest[1]) == std::string_view::npos))
+                if (escape && (rest.size() < 2 || std::string_view("\\\"n").find(rest[1]) == std::string_view::npos)) {
                     return false;
+                }
                 rest.remove_prefix(escape ? 2 : 1);
             }
-            if (rest.empty())
+            if (rest.empty()) {
                 return false;
+            }
             rest.remove_prefix(1);
         } while (rest.starts_with(','));
         const bool closed = rest.starts_with('}');
@@ -123,8 +133,9 @@ TEST(ExpositionReader, RefusesWhatTheFormatForbids)
     for (const char *wrong :
          {"a_b{x=\"1\"} 2\na_b{x=\"1\"} 3\n", "a_b{x=\"\\x\"} 1\n", "a_b{x=\"1\",x=\"2\"} 1\n", "a_b{x=\"1\" 1\n",
           "a_b\n", "a_b one\n", "a_c 1\n", "a_b 1", "# HELP a_b Text.\n# TYPE a_b gauge\n", "# HELP a_c Text.\n",
-          "# TYPE a_b gauge\n", "a_b{} 1\n"})
+          "# TYPE a_b gauge\n", "a_b{} 1\n"}) {
         EXPECT_NE(Exposition().read(head + wrong), "") << wrong;
+    }
     EXPECT_NE(Exposition().read("a_b 1\n"), "");
 }
 

@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
 // dump-state, run as a user runs it on what a disk or a person may have made of a saved state.
 
-#include "test_state.h"
-#include "test_tool.h"
+#include "support/tool_fixture.h"
+#include "support/tool_state.h"
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>

@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the built tool prints on a terminal: lines fit it, and nothing is lost.
 
-#include "test_state.h"
-#include "test_tool.h"
-#include "wrap.h"
+#include "support/tool_fixture.h"
+#include "support/tool_state.h"
+#include "tavstrg/wrap.h"
 
 #include <gmock/gmock.h>
 
@@ -30,8 +31,9 @@ std::string contentOfLines(std::string text)
 {
     for (const char *drawn : {"├── ", "└── ", "│", " ", "\n"}) {
         const std::string what = drawn;
-        for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at))
+        for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at)) {
             text.erase(at, what.size());
+        }
     }
     return text;
 }
@@ -39,8 +41,9 @@ std::string contentOfLines(std::string text)
 void expectToFit(const std::string &text, size_t columns)
 {
     std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);)
+    for (std::string line; std::getline(lines, line);) {
         EXPECT_LE(tool::columnsOf(line), columns) << line;
+    }
 }
 
 class OnATerminal : public ToolTest, public testing::WithParamInterface<Printed> {
@@ -50,8 +53,9 @@ protected:
     {
         std::vector<std::string> all = {kTool, "--color=never"};
         for (std::string word : GetParam().words) {
-            if (word == "MACHINE")
+            if (word == "MACHINE") {
                 word = std::string(TAV_SOURCE_DIR) + "/examples/machines/failing.json";
+            }
             all.push_back(word.starts_with("./") ? (directory_ / word.substr(2)).string() : word);
         }
         return all;
@@ -72,7 +76,9 @@ TEST_P(OnATerminal, NoLineIsWiderAndNothingIsLost)
         Finished finished = runOnTerminal(words(), utf8, columns);
         if (const size_t erased = finished.err.rfind("\x1b[K");
             erased != std::string::npos) // progress on a busy machine
+        {
             finished.err.erase(0, erased + 3);
+        }
         EXPECT_EQ(finished.status, whole.status) << finished.err;
         expectToFit(finished.out, columns);
         expectToFit(finished.err, columns);

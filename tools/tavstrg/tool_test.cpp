@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: Apache-2.0
 // The built tool, run as a user runs it.
 
-#include "test_tool.h"
+#include "support/tool_fixture.h"
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>

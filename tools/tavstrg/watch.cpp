@@ -1,14 +1,15 @@
-#include "watch.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/watch.h"
 
-#include "alert.h"
-#include "alert_pipe.h"
-#include "ask.h"
-#include "failure.h"
-#include "json.h"
-#include "machine_follower.h"
-#include "session.h"
-#include "terminal.h"
-#include "wrap.h"
+#include "tavstrg/alert.h"
+#include "tavstrg/alert_pipe.h"
+#include "tavstrg/ask.h"
+#include "tavstrg/failure.h"
+#include "tavstrg/json.h"
+#include "tavstrg/machine_follower.h"
+#include "tavstrg/session.h"
+#include "tavstrg/terminal.h"
+#include "tavstrg/wrap.h"
 
 #include <dlfcn.h>
 #include <poll.h>
@@ -35,11 +36,13 @@ public:
     {
         sigset_t ending;
         sigemptyset(&ending);
-        for (const int signal : {SIGHUP, SIGINT, SIGTERM})
+        for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
             sigaddset(&ending, signal);
+        }
         descriptor_ = signalfd(-1, &ending, SFD_CLOEXEC | SFD_NONBLOCK);
-        if (descriptor_ < 0)
+        if (descriptor_ < 0) {
             throw Failure(std::string("no signals: ") + std::strerror(errno));
+        }
         std::signal(SIGPIPE, SIG_IGN); // a reader that goes away is met where it is written to
     }
     ~EndingSignals() { close(descriptor_); }
@@ -76,13 +79,16 @@ void print(const std::string &text, const EndingSignals &signals)
 {
     for (size_t written = 0; written < text.size();) {
         pollfd waits[2] = {{STDOUT_FILENO, POLLOUT, 0}, {signals.descriptor(), POLLIN, 0}};
-        if (poll(waits, 2, -1) < 0)
-            continue; // interrupted
-        if (waits[0].revents == 0)
+        if (poll(waits, 2, -1) < 0) {
+            continue;
+        } // interrupted
+        if (waits[0].revents == 0) {
             return;
+        }
         const ssize_t count = write(STDOUT_FILENO, text.data() + written, text.size() - written);
-        if (count < 0 && errno != EINTR && errno != EAGAIN)
+        if (count < 0 && errno != EINTR && errno != EAGAIN) {
             throw Failure(outputProblem());
+        }
         written += count > 0 ? static_cast<size_t>(count) : 0;
     }
 }
@@ -91,8 +97,9 @@ void invoke(Session &session, const char *className, const char *method,
             const std::vector<broker::NamedValue> &arguments = {})
 {
     const broker::Reply reply = session.broker().invokeMethod(className, method, arguments);
-    if (const int status = statusOf(reply); status != 0)
+    if (const int status = statusOf(reply); status != 0) {
         throw Failure(failureText(std::string(className) + "." + method, status, reply.message), status);
+    }
 }
 
 // The configuration has only methods, and in service mode none before the thread runs, whose first sleep already has
@@ -107,11 +114,13 @@ void setCycle(Session &session, int cycle)
 void tellWhereAlertsGo(const Arguments &arguments)
 {
     void *library = dlopen(kAlertLibrary, RTLD_LAZY | RTLD_NOLOAD);
-    if (library == nullptr)
+    if (library == nullptr) {
         throw Failure(std::string("no alert library: ") + kAlertLibrary +
                       " could not be loaded, so no alert would go out");
-    if (dlsym(library, "TavAlertTakesFile") == nullptr)
+    }
+    if (dlsym(library, "TavAlertTakesFile") == nullptr) {
         note(arguments, std::string("alerts go to this machine's agent (") + kAlertLibrary + "), not to this terminal");
+    }
     dlclose(library);
 }
 
@@ -129,12 +138,14 @@ void tellBeginning(Session &session, const Arguments &arguments)
 void follow(MachineFollower &follower, Session &session, const Arguments &arguments)
 {
     const auto change = follower.look();
-    if (!change)
+    if (!change) {
         return;
+    }
     std::string problem = change->problem;
     try {
-        if (problem.empty())
+        if (problem.empty()) {
             session.changeMachine(change->text);
+        }
     } catch (const Failure &failure) {
         problem = failure.what();
     }
@@ -152,16 +163,19 @@ public:
     {
         Session session({arguments_.provider, arguments_.machine, arguments_.cycle == 0, true});
         const EndingSignals signals;
-        if (arguments_.cycle != 0)
+        if (arguments_.cycle != 0) {
             setCycle(session, arguments_.cycle);
+        }
         invoke(session, kThread, "StartMonitoringThread");
-        if (arguments_.machine.empty())
+        if (arguments_.machine.empty()) {
             tellWhereAlertsGo(arguments_);
+        }
         tellBeginning(session, arguments_);
         const std::string problem = untilEnded(session, signals);
         invoke(session, kThread, "StopMonitoringThread");
-        if (!problem.empty())
+        if (!problem.empty()) {
             throw Failure(problem);
+        }
         printAlerts(signals); // of the pass that was under way
         signals.take();
     }
@@ -174,13 +188,17 @@ private:
         pollfd waits[3] = {{alerts_.descriptor(), POLLIN, 0}, {signals.descriptor(), POLLIN, 0}, {STDOUT_FILENO, 0, 0}};
         while (waits[1].revents == 0) {
             const int ready = poll(waits, 3, arguments_.machine.empty() ? -1 : kBetweenLooks);
-            if (ready < 0)
-                continue; // interrupted
+            if (ready < 0) {
+                continue;
+            } // interrupted
             printAlerts(signals);
-            if (waits[2].revents != 0)
+            if (waits[2].revents != 0) {
                 throw Failure(std::string("standard output: ") + std::strerror(EPIPE));
+            }
             if (ready == 0) // looks that follow an alert at once would find no editor at work
+            {
                 follow(follower_, session, arguments_);
+            }
         }
         return "";
     } catch (const Failure &failure) {
@@ -191,11 +209,12 @@ private:
     {
         for (const std::string &line : alerts_.lines()) {
             const std::optional<Alert> alert = parseAlert(line);
-            if (!alert)
+            if (!alert) {
                 note(arguments_, "an alert that is not understood: " + line);
-            else
+            } else {
                 print(arguments_.json ? alertJson(*alert) : alertText(*alert, colour_, widthOf(STDOUT_FILENO)),
                       signals);
+            }
         }
     }
 
@@ -209,8 +228,9 @@ private:
 
 Outcome watch(const Arguments &arguments, const TextStyle &style)
 {
-    if (write(STDOUT_FILENO, "", 0) < 0)
+    if (write(STDOUT_FILENO, "", 0) < 0) {
         throw Failure(outputProblem());
+    }
     Watch(arguments, style.colour).run();
     return {};
 }

@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
 // tavstrg watch: the monitoring thread at work, its alerts printed as they come.
 #pragma once
 
-#include "commands.h"
+#include "tavstrg/commands.h"
 
 namespace tool {
 

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: Apache-2.0
 // tavstrg watch, run as a user runs it, the machine's file edited meanwhile.
 
-#include "test_process.h"
+#include "support/tool_process.h"
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
@@ -201,7 +202,9 @@ TEST_F(WatchTool, OnTheRealMachineAnotherAlertLibraryIsTheAgents)
     const fs::path libraries = directory_ / "lib";
     fs::create_directory(libraries);
     for (const char *name : {"libtavlog.so", "libtavalert.so"}) // any library but the development one
+    {
         fs::copy_file(fs::path(TAV_BINARY_DIR) / "lib/libtavlog.so", libraries / name);
+    }
     Running watch = watchBelow({{"libraries", true}, {"libraryDirectory", libraries.string()}});
     EXPECT_TRUE(watch.says("watching this machine"));
     watch.send(SIGINT);

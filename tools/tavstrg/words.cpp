@@ -1,4 +1,5 @@
-#include "words.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/words.h"
 
 #include <array>
 #include <span>
@@ -30,8 +31,9 @@ constexpr std::array<Word, 7> kLifeSpan = {{{kLifeSpanNotRead, "not read"},
 std::string wordFor(std::span<const Word> words, int code, const std::string &unknown)
 {
     for (const Word &word : words) {
-        if (word.code == code)
+        if (word.code == code) {
             return word.text;
+        }
     }
     return unknown + " (" + std::to_string(code) + ")";
 }
@@ -77,8 +79,9 @@ std::string lifeSpanWords(int level)
 std::string capacityWords(uint32_t mebibytes)
 {
     constexpr std::array<const char *, 4> kUnits = {"MiB", "GiB", "TiB", "PiB"};
-    if (mebibytes < 1024)
+    if (mebibytes < 1024) {
         return std::to_string(mebibytes) + " MiB";
+    }
     size_t unit = 0;
     uint64_t scale = 1; // MiB in the unit
     uint64_t tenths = 0;
@@ -99,8 +102,9 @@ std::string printable(std::string_view text)
 {
     constexpr std::string_view kBlanks = " \t\r\n";
     const size_t first = text.find_first_not_of(kBlanks);
-    if (first == std::string_view::npos)
+    if (first == std::string_view::npos) {
         return {};
+    }
     text = text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
     constexpr char kHex[] = "0123456789abcdef";
     std::string result;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the provider's numbers mean, in words.
 #pragma once
 

@@ -1,4 +1,5 @@
-#include "words.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/words.h"
 
 #include <gtest/gtest.h>
 

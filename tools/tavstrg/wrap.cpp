@@ -1,4 +1,5 @@
-#include "wrap.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/wrap.h"
 
 #include <algorithm>
 #include <array>
@@ -53,8 +54,9 @@ Character frontOf(std::string_view text)
     const size_t size = lead < 0xc2 ? 1 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : lead < 0xf5 ? 4 : 1;
     uint32_t point = size == 1 ? lead : lead & (0x7fU >> size);
     for (size_t i = 1; i < size; ++i) {
-        if ((byte(i) & 0xc0U) != 0x80)
+        if ((byte(i) & 0xc0U) != 0x80) {
             return {1, 1};
+        }
         point = point << 6 | (byte(i) & 0x3fU);
     }
     return {size, isIn(kCombining, point) ? size_t{0} : isIn(kWide, point) ? size_t{2} : size_t{1}};
@@ -67,8 +69,9 @@ size_t bytesWithin(std::string_view text, size_t width)
     for (size_t columns = 0; bytes < text.size();) {
         const Character next = frontOf(text.substr(bytes));
         columns += next.columns;
-        if (columns > width && bytes > 0)
+        if (columns > width && bytes > 0) {
             break;
+        }
         bytes += next.bytes;
     }
     return bytes;
@@ -91,8 +94,9 @@ size_t cutOf(std::string_view text, size_t width)
 {
     const size_t fits = bytesWithin(text, width);
     const size_t blank = text.find_last_of(' ', fits);
-    if (blank == std::string_view::npos || blank <= text.find_first_not_of(' '))
+    if (blank == std::string_view::npos || blank <= text.find_first_not_of(' ')) {
         return fits;
+    }
     const size_t comma = text.substr(0, blank).rfind(", ");
     const bool near = comma != std::string_view::npos && columnsOf(text.substr(0, comma)) >= width / 2;
     return text[blank - 1] != ',' && near ? comma + 1 : blank;
@@ -120,8 +124,9 @@ std::vector<std::string> wrapped(std::string_view text, size_t firstWidth, size_
         lines.emplace_back(withoutBlanksBehind(rest.substr(0, cut)));
         rest = withoutBlanksBefore(rest.substr(cut));
     }
-    if (lines.empty() || !rest.empty())
+    if (lines.empty() || !rest.empty()) {
         lines.emplace_back(rest);
+    }
     return lines;
 }
 
@@ -130,15 +135,17 @@ std::string hanging(std::string_view line, size_t hang, size_t width)
     const size_t room = width == 0 ? 0 : std::max(width, hang + 1) - hang;
     const std::vector<std::string> lines = wrapped(line, width, room);
     std::string out;
-    for (size_t i = 0; i < lines.size(); ++i)
+    for (size_t i = 0; i < lines.size(); ++i) {
         out += (i == 0 ? "" : std::string(hang, ' ')) + lines[i] + "\n";
+    }
     return out;
 }
 
 std::string fitted(std::string_view text, size_t width)
 {
-    if (width == 0)
+    if (width == 0) {
         return std::string(text);
+    }
     std::string out;
     while (!text.empty()) {
         const std::string_view line = text.substr(0, text.find('\n'));
@@ -151,8 +158,9 @@ std::string fitted(std::string_view text, size_t width)
 std::string twoColumns(const Rows &rows, size_t width)
 {
     size_t widest = 0;
-    for (const auto &row : rows)
+    for (const auto &row : rows) {
         widest = std::max(widest, columnsOf(row.first));
+    }
     const size_t begin = 2 + widest + 2;
     const bool beside = width == 0 || width >= begin + kNarrowest;
     std::string out;

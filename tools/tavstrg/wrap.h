@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Lines that fit the terminal. Nothing is left out: what is too long is broken at a blank, and a word that is longer
 // than a line where the line ends. Widths are columns of the terminal, 0 for as wide as it takes; texts are UTF-8.
 #pragma once

@@ -1,6 +1,7 @@
-#include "wrap.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "tavstrg/wrap.h"
 
-#include "terminal.h"
+#include "tavstrg/terminal.h"
 
 #include <gmock/gmock.h>
 
@@ -13,8 +14,9 @@ using testing::ElementsAre;
 
 TEST(Wrapped, BreaksAtBlanks)
 {
-    for (const size_t width : {size_t{0}, size_t{13}})
+    for (const size_t width : {size_t{0}, size_t{13}}) {
         EXPECT_THAT(wrapped("one two three", width, width), ElementsAre("one two three"));
+    }
     EXPECT_THAT(wrapped("one two three", 12, 12), ElementsAre("one two", "three"));
     EXPECT_THAT(wrapped("one two three", 7, 7), ElementsAre("one two", "three"));
     EXPECT_THAT(wrapped("one two three", 3, 5), ElementsAre("one", "two", "three"));
@@ -107,9 +109,10 @@ TEST(LineWidth, IsTheTerminalsElseThatOfTheVariableElse80)
                                    {true, 0, "0", 80},
                                    {true, 0, "-4", 80},
                                    {true, 0, "40x", 80},
-                                   {true, 0, "99999999999", 80}})
+                                   {true, 0, "99999999999", 80}}) {
         EXPECT_EQ(lineWidth(given.terminal, given.reported, given.columns), given.width)
             << (given.columns == nullptr ? "none" : given.columns);
+    }
 }
 
 } // namespace

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How the flat tables of a collection are allocated, filled and freed.
 #pragma once
 

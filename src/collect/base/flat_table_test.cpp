@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collect/base/flat_table.h"
 
 #include "support/trace_recorder.h"

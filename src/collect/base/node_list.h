@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Owners of what a discovery builds: whatever ends the building early, what was built is released.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Bounded reading of small text files: attributes of sysfs, files of procfs, the administrator's files.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Takes words, numbers and literals off the front of a kernel text, as the conversions of scanf do, but refuses a
 // number that does not fit its type.
 #pragma once

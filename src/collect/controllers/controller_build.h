@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Building of the controller tables from the discovery lists.
 #pragma once
 

@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collect/controllers/controller_build.h"
 
-#include "collect/lists_fixture_test.h"
 #include "sim/sim.h"
+#include "support/lists_fixture.h"
 
 #include <cstdlib>
 #include <memory>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The controller tables of one collection: every storage controller once, and side tables of what it uses.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SCSI host adapters in the controller tables.
 
 #include "collect/base/flat_table.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collect/devices/device_build.h"
 
 #include "collect/devices/ide_table.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Building of the device tables from the discovery lists. The controller tables must stand.
 #pragma once
 

@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collect/devices/device_build.h"
 
 #include "collect/devices/scsi_table.h"
-#include "collect/lists_fixture_test.h"
 #include "devcmd/geometry.h"
 #include "sim/sim.h"
+#include "support/lists_fixture.h"
 
 #include <memory>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How many entries each device table needs: upper bounds, found before any device is opened.
 
 #include "collect/devices/device_build.h"

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collect/devices/device_build.h"
 #include "collect/devices/scsi_table.h"
-#include "collect/lists_fixture_test.h"
+#include "support/lists_fixture.h"
 
 namespace {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a device's type text makes of it. One table per interface serves counting and building, so the two cannot drift.
 #pragma once
 

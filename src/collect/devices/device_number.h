@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Device numbers and drive positions as the kernel assigns them, computed and not read.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The device tables of one collection: flat, numbered without gaps in discovery order, freed at its end.
 #pragma once
 

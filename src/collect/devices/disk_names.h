@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Names and serial numbers of SCSI disks: which /dev node is which address.
 #pragma once
 

@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collect/devices/disk_names.h"
 
-#include "collect/lists_fixture_test.h"
 #include "sim/sim.h"
+#include "support/lists_fixture.h"
 
 #include <fcntl.h>
 #include <filesystem>

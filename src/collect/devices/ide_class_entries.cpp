@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Entries of IDE devices in the class tables.
 
 #include "collect/devices/device_number.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collect/devices/ide_table.h"
 
 #include "collect/controllers/controller_tables.h"

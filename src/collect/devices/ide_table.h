@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The IDE device table, and the class tables' entries of IDE devices.
 #pragma once
 

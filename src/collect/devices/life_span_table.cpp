@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collect/devices/life_span_table.h"
 
 #include "devcmd/smart/wear.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Remaining endurance of solid-state drives.
 #pragma once
 

@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 // Life-span entries: from the table file and the drives' attributes to the records.
 #include "collect/devices/life_span_table.h"
 
-#include "collect/snapshot_fixture_test.h"
 #include "support/short_memory.h"
+#include "support/snapshot_fixture.h"
 #include "support/trace_watch.h"
 
 #include <memory>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collect/devices/managed.h"
 
 #include "collect/devices/device_kinds.h"

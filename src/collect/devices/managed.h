@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What decides, besides a SCSI device itself, whether the device is managed.
 #pragma once
 

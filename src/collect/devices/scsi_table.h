@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The SCSI device table, and the class tables' entries of SCSI devices.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // IDE discovery from /proc/ide.
 #pragma once
 

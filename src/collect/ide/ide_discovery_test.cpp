@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The walk of /proc/ide and the readers of its files.
 #include "collect/ide/ide_discovery.h"
 #include "collect/ide/ide_readers.h"

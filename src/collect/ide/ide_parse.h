@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the texts of /proc/ide mean: parsing without reading.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collect/ide/ide_readers.h"
 
 #include "collect/base/text_file.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Readers of single files of /proc/ide. Each takes a path and gives 0, or -1 when the file cannot be read or does not
 // say.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the administrator's files of the inventory lie.
 #pragma once
 

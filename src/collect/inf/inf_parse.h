@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What stands in the administrator's files and in attribute files: parsing without reading.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collect/base/text_file.h"
 #include "collect/inf/inf_parse.h"
 #include "runtime/memory.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collect/inf/noscsi_inf.h"
 
 #include "collect/inf/data_path.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // "noscsi.inf": disks that the administrator leaves out of the inventory, by vendor and model.
 #pragma once
 

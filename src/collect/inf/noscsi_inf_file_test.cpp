@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
 // The file of unmanaged devices, and what it leaves out of the inventory.
 
 #include "collect/inf/data_path.h"
-#include "collect/snapshot_fixture_test.h"
 #include "devcmd/smart/smart_watch.h"
 #include "support/short_memory.h"
+#include "support/snapshot_fixture.h"
 #include "support/trace_watch.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One line of "noscsi.inf", and its keys.
 
 #include "collect/inf/noscsi_inf.h"

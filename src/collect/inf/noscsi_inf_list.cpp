@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The list of unmanaged devices: its nodes, and whether a device is on it.
 
 #include "collect/base/node_list.h"

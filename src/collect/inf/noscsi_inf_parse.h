@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What stands in "noscsi.inf": parsing without reading.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // "storage.inf": the host-adapter drivers whose controllers and devices are managed.
 #pragma once
 

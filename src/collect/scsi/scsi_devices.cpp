@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collect/scsi/scsi_devices.h"
 
 bool beginDeviceList(SCSIDeviceInfo **list, int32_t *count, int32_t *status)

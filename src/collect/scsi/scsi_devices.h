@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What both readers of the SCSI device list share.
 #pragma once
 

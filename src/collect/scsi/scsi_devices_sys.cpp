@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collect/inf/storage_inf.h"
 #include "collect/scsi/scsi_devices.h"
 #include "collect/scsi/scsi_parse.h"

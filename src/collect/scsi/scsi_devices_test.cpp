@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The device list from sysfs and from procfs.
 #include "collect/scsi/scsi_parse.h"
 #include "collect/scsi/scsi_variants.h"

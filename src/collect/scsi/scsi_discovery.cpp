@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collect/scsi/scsi_discovery.h"
 
 #include "collect/base/node_list.h"

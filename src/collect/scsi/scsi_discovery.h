@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SCSI discovery: devices and host adapters as the kernel shows them in sysfs, or in procfs before 2.6.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Managed host adapters: one reading serves the number, the list and the list of their drivers, so that these agree.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collect/scsi/scsi_hosts.h"
 
 #include "collect/scsi/scsi_parse.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Managed host adapters, their drivers, USB host adapters, and the choice between sysfs and procfs.
 #include "collect/scsi/scsi_hosts.h"
 #include "collect/scsi/scsi_parse.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the SCSI texts of sysfs and procfs mean: parsing without reading.
 #pragma once
 

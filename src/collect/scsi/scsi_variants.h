@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The two variants of every operation of the SCSI discovery: sys_ reads sysfs, proc_ reads procfs.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collect/base/node_list.h"
 #include "collect/base/text_file.h"
 #include "collect/base/text_scan.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Interrupt number and I/O port ranges of a driver, from /proc/interrupts and /proc/ioports.
 #pragma once
 

@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "devcmd/kernel/irq_ports.h"
 
-#include "devcmd/ioctl_double_test.h"
 #include "runtime/memory.h"
 #include "sim/sim.h"
+#include "support/ioctl_double.h"
 #include "support/trace_recorder.h"
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Lines of /proc/interrupts and /proc/ioports: what they say, apart from their reading.
 #pragma once
 

@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "devcmd/kernel/proc_text.h"
 
-#include "devcmd/ioctl_double_test.h"
 #include "runtime/holders.h"
+#include "support/ioctl_double.h"
 
 #include <gtest/gtest.h>
 #include <random>

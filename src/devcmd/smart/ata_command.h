@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SMART through the IDE ioctls (linux/hdreg.h, ATA8-ACS): argument blocks, and what comes back. Pure.
 #pragma once
 

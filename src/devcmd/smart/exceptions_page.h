@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The Informational Exceptions Control mode page (SPC-4, 7.5.11) and what replies about it mean. Pure.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The check for the SMART feature set that both ways of enabling SMART of an ATA disk begin with.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "devcmd/open_device.h"
 #include "devcmd/smart/ata_command.h"
 #include "devcmd/smart/identify.h"

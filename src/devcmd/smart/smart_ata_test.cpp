@@ -1,7 +1,8 @@
-#include "devcmd/ioctl_double_test.h"
+// SPDX-License-Identifier: Apache-2.0
 #include "devcmd/smart/ata_command.h"
 #include "devcmd/smart/smart_kinds.h"
-#include "devcmd/smart_fixture_test.h"
+#include "support/ioctl_double.h"
+#include "support/smart_fixture.h"
 
 #include <algorithm>
 #include <cerrno>

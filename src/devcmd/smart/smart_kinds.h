@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SMART of the three kinds of disk. Every routine opens DevPath for reading and writing, closes it again, and leaves
 // its outcome in the entry; a null entry is traced and nothing is done.
 //

@@ -1,5 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
 // What one call of the SMART watch comes to, over disks of every kind.
-#include "devcmd/smart_fixture_test.h"
+#include "support/smart_fixture.h"
 
 #include <cstring>
 #include <gmock/gmock.h>

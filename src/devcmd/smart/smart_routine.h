@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The frame that the SMART routines of all kinds share: for them alone.
 #pragma once
 

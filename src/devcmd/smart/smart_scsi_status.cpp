@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "devcmd/open_device.h"
 #include "devcmd/smart/exceptions_page.h"
 #include "devcmd/smart/smart_kinds.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "devcmd/smart/smart_watch.h"
 
 #include "devcmd/smart/smart_kinds.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The one entry into SMART handling of a hard disk.
 #pragma once
 

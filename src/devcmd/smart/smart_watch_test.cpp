@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "devcmd/smart/smart_watch.h"
 
-#include "devcmd/ioctl_double_test.h"
-#include "devcmd/smart_fixture_test.h"
+#include "support/ioctl_double.h"
+#include "support/smart_fixture.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>

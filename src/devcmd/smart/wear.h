@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Wear figure of a solid-state drive, from its SMART attributes.
 #pragma once
 

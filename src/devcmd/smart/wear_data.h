@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SMART READ DATA: what is sent and what the reply holds. Pure.
 #pragma once
 

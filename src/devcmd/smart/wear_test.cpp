@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "devcmd/smart/wear.h"
 
-#include "devcmd/ioctl_double_test.h"
 #include "devcmd/smart/wear_data.h"
 #include "runtime/trace.h"
+#include "support/ioctl_double.h"
 #include "support/trace_recorder.h"
 
 #include <gtest/gtest.h>

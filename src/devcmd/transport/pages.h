@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Mode and log pages of SCSI disks: one routine per command, and where in the replies the pages are.
 //
 // The commands go through SG_IO, or, when use_sg_io is not 1, through SCSI_IOCTL_SEND_COMMAND. Each returns 0; -1 on a

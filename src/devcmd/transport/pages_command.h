@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The bytes of the mode and log page commands (SPC-4): CDBs, and the buffers of SCSI_IOCTL_SEND_COMMAND. Pure.
 #pragma once
 

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "devcmd/transport/pages_command.h"
 
-#include "devcmd/ioctl_double_test.h"
+#include "support/ioctl_double.h"
 
 #include <cstring>
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the pages are in the replies of disks. Pure; no byte beyond a span is read, whatever lengths the bytes claim:
 // what a disk did not send is 0.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "devcmd/transport/sat_command.h"
 #include "devcmd/transport/transport.h"
 #include "runtime/trace.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ATA commands in SCSI clothes (SAT-2, ATA PASS-THROUGH): what is sent, its bytes, and what the reply means. Pure.
 #pragma once
 

@@ -1,5 +1,6 @@
-#include "devcmd/ioctl_double_test.h"
+// SPDX-License-Identifier: Apache-2.0
 #include "devcmd/transport/sat_command.h"
+#include "support/ioctl_double.h"
 #include "support/trace_recorder.h"
 
 #include <cerrno>

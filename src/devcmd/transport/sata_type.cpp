@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "devcmd/open_device.h"
 #include "devcmd/transport/transport.h"
 #include "runtime/field_text.h"

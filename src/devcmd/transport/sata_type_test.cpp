@@ -1,6 +1,7 @@
-#include "devcmd/ioctl_double_test.h"
+// SPDX-License-Identifier: Apache-2.0
 #include "devcmd/transport/transport.h"
 #include "runtime/field_text.h"
+#include "support/ioctl_double.h"
 #include "support/trace_recorder.h"
 
 #include <cerrno>

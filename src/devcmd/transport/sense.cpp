@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "devcmd/transport/sense.h"
 
 #include "runtime/trace.h"

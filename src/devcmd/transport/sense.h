@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Decoding of sense data (SPC-4, 4.5) as pure functions of the bytes that a device sent.
 #pragma once
 

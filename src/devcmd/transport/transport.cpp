@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "devcmd/transport/transport.h"
 
 #include "devcmd/open_device.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Commands to disks: transport, sense data, ATA PASS-THROUGH.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the kernel's SCSI generic reply says about the transport, apart from the sending.
 #pragma once
 

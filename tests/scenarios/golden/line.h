@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the agent's libraries of the golden traces write: one line a call, in the order of the calls, to the file that
 // TAV_GOLDEN_FILE names. Each line begins with the calling thread's identifier and a tab.
 #pragma once

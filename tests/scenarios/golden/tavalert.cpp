@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // libtavalert.so of the golden traces: an alert is a line among those of the trace.
 #include "runtime/trace.h"
 #include "scenarios/golden/line.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // libtavlog.so of the golden traces.
 #include "scenarios/golden/line.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A small provider for the broker's own tests. The class name of a request says what it does.
 
 #include "broker/testing/fake_provider.h"

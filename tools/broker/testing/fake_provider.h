@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the small provider of the broker's tests counts, and how it is to behave.
 #pragma once
 

@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 // Saved states for tests, byte for byte as the provider writes them.
 #pragma once
 
-#include "store/state_file_layout.h"
 #include "records/records.h"
+#include "store/state_file_layout.h"
 
 #include <cstring>
 #include <string>

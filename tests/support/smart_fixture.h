@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the tests of SMART have in common: machines of one disk, what was on the wire, what was traced.
 #pragma once
 

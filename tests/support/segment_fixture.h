@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the tests of the segments share: a class whose segment they make, fill and look into.
 #pragma once
 
-#include "store/store_fixture_test.h"
+#include "support/record_fixture.h"
 
 #include <cerrno>
 #include <climits>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the tool must say of a simulated machine, worked out from its description alone: a second way to the answer, by
 // which the files of expected output are checked.
 #pragma once

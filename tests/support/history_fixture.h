@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
 // Passes over snapshots that a test makes up, and the alerts that they give.
 #pragma once
 
 #include "monitor/health.h"
 #include "monitor/monitor.h"
-#include "store/store_fixture_test.h"
 #include "support/alert_recorder.h"
+#include "support/record_fixture.h"
 
 #include <functional>
 

@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
 // One collection, and a machine that has something of everything, for the tests of whole collections.
 #pragma once
 
 #include "collect/collector.h"
-#include "collect/lists_fixture_test.h"
 #include "endurance/endurance.h"
 #include "sim/sim.h"
+#include "support/lists_fixture.h"
 
 #include <cstdlib>
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the tests of devices have in common: an open node, SCSI commands on it, descriptions of one disk.
 #pragma once
 

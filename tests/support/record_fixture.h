@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the tests of the store share: a machine, a broker, a request's call information, and a store that starts from
 // nothing and leaves nothing.
 #pragma once

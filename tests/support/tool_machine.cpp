@@ -1,4 +1,5 @@
-#include "test_machine.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "support/tool_machine.h"
 
 #include <nlohmann/json.hpp>
 
@@ -50,13 +51,16 @@ std::string fileText(const json &machine, const std::string &name)
 {
     const json files = machine.value("files", json::object());
     for (const std::string &key : {name, "/opt/qlm/tavkit_sa/data/" + name}) {
-        if (!files.contains(key) || files[key].is_null())
+        if (!files.contains(key) || files[key].is_null()) {
             continue;
-        if (files[key].is_string())
+        }
+        if (files[key].is_string()) {
             return files[key];
+        }
         std::string text; // a list of lines
-        for (const json &line : files[key])
+        for (const json &line : files[key]) {
             text += line.get<std::string>() + "\n";
+        }
         return text;
     }
     return "";
@@ -71,12 +75,14 @@ std::vector<std::string> managementLines(const std::string &text)
     bool counts = !sections;
     for (std::string line; std::getline(in, line);) {
         line = trimmed(line);
-        if (line.empty() || line.front() == '#')
+        if (line.empty() || line.front() == '#') {
             continue;
-        if (line.front() == '[')
+        }
+        if (line.front() == '[') {
             counts = line == "[Management Port]";
-        else if (counts)
+        } else if (counts) {
             lines.push_back(line);
+        }
     }
     return lines;
 }
@@ -92,8 +98,9 @@ std::vector<WearFigure> enduranceTable(const json &machine)
     while (std::getline(words, word)) {
         WearFigure figure{word.substr(0, kModelWidth)};
         words >> figure.attribute;
-        for (int &bound : figure.bounds)
+        for (int &bound : figure.bounds) {
             words >> bound;
+        }
         std::getline(words, word);
         table.push_back(figure);
     }
@@ -103,14 +110,16 @@ std::vector<WearFigure> enduranceTable(const json &machine)
 Administration readAdministration(const json &machine)
 {
     Administration read;
-    for (const std::string &line : managementLines(fileText(machine, "storage.inf")))
+    for (const std::string &line : managementLines(fileText(machine, "storage.inf"))) {
         read.drivers.insert(line.substr(0, line.find_first_of(" \t#")));
+    }
     for (const std::string &line : managementLines(fileText(machine, "noscsi.inf"))) {
         const size_t vendor = line.find("Vendor:");
         const size_t model = line.find("Model:");
-        if (vendor != std::string::npos && model != std::string::npos)
+        if (vendor != std::string::npos && model != std::string::npos) {
             read.excluded.push_back(
                 {trimmed(line.substr(vendor + 7, model - vendor - 7)), trimmed(line.substr(model + 6))});
+        }
     }
     read.endurance = enduranceTable(machine);
     return read;
@@ -121,11 +130,13 @@ Administration readAdministration(const json &machine)
 int smartStatusOf(const json &device)
 {
     const json smart = device.value("smart", json::object());
-    if (!smart.value("supported", true) || !smart.value("canEnable", true))
+    if (!smart.value("supported", true) || !smart.value("canEnable", true)) {
         return 0;
+    }
     for (const json &fault : device.value("faults", json::array())) {
-        if (fault.value("on", "") == "smartStatus" && fault.contains("errno"))
+        if (fault.value("on", "") == "smartStatus" && fault.contains("errno")) {
             return -1;
+        }
     }
     if (smart.contains("status")) {
         const bool good = smart["status"] == json{0x4F, 0xC2};
@@ -139,11 +150,13 @@ int smartStatusOf(const json &device)
 std::optional<int> wearOf(const json &device, int attribute)
 {
     const json smart = device.value("smart", json::object());
-    if (!smart.value("supported", true) || !smart.value("enabled", true))
+    if (!smart.value("supported", true) || !smart.value("enabled", true)) {
         return std::nullopt;
+    }
     for (const json &candidate : smart.value("attributes", json::array())) {
-        if (candidate["id"] != attribute)
+        if (candidate["id"] != attribute) {
             continue;
+        }
         return attribute == 230 ? 100 - candidate["raw"].at(1).get<int>() : candidate.value("current", 100);
     }
     return std::nullopt;
@@ -154,11 +167,13 @@ std::optional<int> lifeSpanOf(const json &device, const std::vector<WearFigure> 
     const std::string model = device.value("model", "DEVICE").substr(0, kModelWidth);
     const auto known =
         std::find_if(table.begin(), table.end(), [&model](const WearFigure &figure) { return figure.model == model; });
-    if (known == table.end())
+    if (known == table.end()) {
         return std::nullopt;
+    }
     const std::optional<int> left = wearOf(device, known->attribute);
-    if (!left || *left > known->bounds.front() || *left < known->bounds.back())
+    if (!left || *left > known->bounds.front() || *left < known->bounds.back()) {
         return -1;
+    }
     // One level for each lower bound that is reached.
     return static_cast<int>(
         std::count_if(known->bounds.begin() + 1, known->bounds.end(), [&left](int bound) { return *left >= bound; }));
@@ -183,8 +198,9 @@ std::string scsiTypeWords(const json &device)
         {"disk", "hard disk"}, {"cdrom", "CD-ROM drive"}, {"tape", "tape drive"}, {"optical", "optical memory"}};
     static const std::map<int, std::string> byNumber = {
         {0, "hard disk"}, {1, "tape drive"}, {5, "CD-ROM drive"}, {7, "optical memory"}};
-    if (type.is_string())
+    if (type.is_string()) {
         return byName.contains(type) ? byName.at(type) : "other device";
+    }
     return byNumber.contains(type) ? byNumber.at(type) : "other device";
 }
 
@@ -203,8 +219,9 @@ unsigned scsiCapacity(const json &device)
     uint64_t perTrack = sectors < 2097152 ? 32 : 63;
     if (device.contains("geometry")) {
         const json &geometry = device["geometry"];
-        if (geometry.is_null())
+        if (geometry.is_null()) {
             return static_cast<unsigned>(sectors / (blockSize / 512) * blockSize / 1048576);
+        }
         heads = geometry.value("heads", 255U);
         perTrack = geometry.value("sectors", 63U);
     }
@@ -239,9 +256,9 @@ ExpectedDevice scsiDevice(const json &machine, const Administration &administrat
     expected.vendor = cut(device.value("vendor", device.value("ata", false) && disk ? "ATA" : "TEST"), kVendorWidth);
     expected.model = cut(device.value("model", "DEVICE"), kModelWidth);
     expected.firmwareRevision = cut(device.value("revision", "1.0"), kRevisionWidth);
-    if (machine.value("kernel", "").starts_with("2.4"))
-        expected.firmwareRevision.resize(kRevisionWidth,
-                                         ' '); // the last text of its line in /proc/scsi/scsi, blanks and all
+    if (machine.value("kernel", "").starts_with("2.4")) {
+        expected.firmwareRevision.resize(kRevisionWidth, ' ');
+    } // the last text of its line in /proc/scsi/scsi, blanks and all
     if (disk) {
         expected.serialNumber = trimmed(device.value("serial", "").substr(0, kSerialWidth));
         expected.capacity = scsiCapacity(device);
@@ -259,20 +276,23 @@ std::vector<ExpectedController> scsiControllers(const json &machine, const Admin
     for (json host : machine.value("hosts", json::array())) {
         host["number"] = host.value("number", position++);
         const std::string driver = host.value("driver", "ahci");
-        if (!administration.drivers.contains(driver) || isUsb(driver))
+        if (!administration.drivers.contains(driver) || isUsb(driver)) {
             continue;
+        }
         ExpectedController controller{"SCSI Controller", driver, std::nullopt, {}};
         for (const json &device : host.value("devices", json::array())) {
             ExpectedDevice expected = scsiDevice(machine, administration, host, device);
-            if (!expected.capacity || !isExcluded(administration, expected.vendor, expected.model))
+            if (!expected.capacity || !isExcluded(administration, expected.vendor, expected.model)) {
                 controller.devices.push_back(std::move(expected));
+            }
         }
         std::stable_sort(controller.devices.begin(), controller.devices.end(), standsBefore);
         byHost.emplace(host["number"].get<int>(), std::move(controller));
     }
     std::vector<ExpectedController> controllers;
-    for (auto &[number, controller] : byHost)
+    for (auto &[number, controller] : byHost) {
         controllers.push_back(std::move(controller));
+    }
     return controllers;
 }
 
@@ -286,8 +306,9 @@ ExpectedDevice ideDevice(const json &drive)
     expected.model = drive.value("model", "DRIVE");
     expected.firmwareRevision = "Not Supported";
     expected.serialNumber = "Unknown";
-    if (media == "disk")
+    if (media == "disk") {
         expected.capacity = static_cast<unsigned>(sectorsOf(drive, uint64_t{40} << 30) / 2048);
+    }
     return expected;
 }
 
@@ -296,8 +317,9 @@ std::optional<unsigned> interruptOf(const json &machine, const std::string &chan
 {
     for (const json &line : machine.value("interrupts", json::array())) {
         const std::string text = line;
-        if (text.find(channel) != std::string::npos)
+        if (text.find(channel) != std::string::npos) {
             return static_cast<unsigned>(std::stoul(text));
+        }
     }
     return std::nullopt;
 }
@@ -319,8 +341,9 @@ std::vector<ExpectedController> ideControllers(const json &machine)
         byName[name] = {"IDE Controller(ide)", "", interruptOf(machine, name), byChannel[name]};
     }
     std::vector<ExpectedController> controllers;
-    for (auto &[name, controller] : byName)
+    for (auto &[name, controller] : byName) {
         controllers.push_back(std::move(controller));
+    }
     return controllers;
 }
 
@@ -330,8 +353,9 @@ std::vector<ExpectedController> expectedControllers(const std::string &descripti
 {
     const json machine = json::parse(description);
     std::vector<ExpectedController> controllers = scsiControllers(machine, readAdministration(machine));
-    for (ExpectedController &controller : ideControllers(machine))
+    for (ExpectedController &controller : ideControllers(machine)) {
         controllers.push_back(std::move(controller));
+    }
     return controllers;
 }
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Discovery lists made by hand, and machines, for the tests of the tables.
 #pragma once
 

@@ -1,4 +1,5 @@
-#include "test_process.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "support/tool_process.h"
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
@@ -21,8 +22,9 @@ struct Pipe {
     int ends[2] = {-1, -1};
     Pipe()
     {
-        if (pipe2(ends, O_CLOEXEC) != 0)
+        if (pipe2(ends, O_CLOEXEC) != 0) {
             std::abort();
+        }
     }
     ~Pipe()
     {
@@ -33,8 +35,9 @@ struct Pipe {
     Pipe &operator=(const Pipe &) = delete;
     void closeEnd(int which)
     {
-        if (ends[which] >= 0)
+        if (ends[which] >= 0) {
             close(ends[which]);
+        }
         ends[which] = -1;
     }
 };
@@ -42,18 +45,20 @@ struct Pipe {
 [[noreturn]] void become(const std::vector<std::string> &words, const std::vector<std::string> &environment, int out,
                          int err)
 {
-    if (out >= 0)
+    if (out >= 0) {
         dup2(out, STDOUT_FILENO);
-    else
+    } else {
         close(STDOUT_FILENO);
+    }
     dup2(err, STDERR_FILENO);
     for (const std::string &entry : environment) {
         const size_t equals = entry.find('=');
         setenv(entry.substr(0, equals).c_str(), entry.substr(equals + 1).c_str(), 1);
     }
     std::vector<char *> arguments;
-    for (const std::string &word : words)
+    for (const std::string &word : words) {
         arguments.push_back(const_cast<char *>(word.c_str()));
+    }
     arguments.push_back(nullptr);
     execv(arguments[0], arguments.data());
     _exit(127);
@@ -63,17 +68,20 @@ struct Pipe {
 // the program.
 bool readSome(pollfd (&open)[2], std::string *const (&texts)[2], int milliseconds)
 {
-    if (poll(open, 2, milliseconds) < 0)
+    if (poll(open, 2, milliseconds) < 0) {
         return errno == EINTR;
+    }
     for (int i = 0; i < 2; ++i) {
-        if (open[i].fd < 0 || open[i].revents == 0)
+        if (open[i].fd < 0 || open[i].revents == 0) {
             continue;
+        }
         char buffer[4096];
         const ssize_t count = read(open[i].fd, buffer, sizeof buffer);
-        if (count > 0)
+        if (count > 0) {
             texts[i]->append(buffer, static_cast<size_t>(count));
-        else
-            open[i].fd = -1; // a terminal that nobody writes to any more is an error
+        } else {
+            open[i].fd = -1;
+        } // a terminal that nobody writes to any more is an error
     }
     return open[0].fd >= 0 || open[1].fd >= 0;
 }
@@ -91,10 +99,11 @@ void waitFor(Finished &finished)
     int state = 0;
     while (waitpid(finished.pid, &state, 0) < 0 && errno == EINTR) {
     }
-    if (WIFEXITED(state))
+    if (WIFEXITED(state)) {
         finished.status = WEXITSTATUS(state);
-    else
+    } else {
         finished.signal = WTERMSIG(state);
+    }
 }
 
 // Both ends of a terminal in place of a pipe's.
@@ -103,8 +112,9 @@ void makeTerminal(Pipe &out)
     out.closeEnd(0);
     out.closeEnd(1);
     out.ends[0] = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    if (out.ends[0] < 0 || grantpt(out.ends[0]) != 0 || unlockpt(out.ends[0]) != 0)
+    if (out.ends[0] < 0 || grantpt(out.ends[0]) != 0 || unlockpt(out.ends[0]) != 0) {
         std::abort();
+    }
     out.ends[1] = open(ptsname(out.ends[0]), O_RDWR | O_NOCTTY | O_CLOEXEC);
 }
 
@@ -114,8 +124,9 @@ std::string makeDirectory()
 {
     const bool memory = access("/dev/shm", W_OK | X_OK) == 0;
     std::string pattern = std::string(memory ? "/dev/shm" : "/tmp") + "/tavstrg_test_XXXXXX";
-    if (mkdtemp(pattern.data()) == nullptr)
+    if (mkdtemp(pattern.data()) == nullptr) {
         std::abort();
+    }
     return pattern;
 }
 
@@ -125,22 +136,27 @@ Finished runProgram(const std::vector<std::string> &words, const std::vector<std
     Pipe out;
     Pipe err;
     const int full = standardOutput == StandardOutput::full ? open("/dev/full", O_WRONLY | O_CLOEXEC) : -1;
-    if (standardOutput == StandardOutput::nobody)
+    if (standardOutput == StandardOutput::nobody) {
         out.closeEnd(0);
-    if (standardOutput == StandardOutput::terminal)
+    }
+    if (standardOutput == StandardOutput::terminal) {
         makeTerminal(out);
+    }
     Finished finished;
     finished.pid = fork();
-    if (finished.pid == 0)
+    if (finished.pid == 0) {
         become(words, environment,
                standardOutput == StandardOutput::closed ? -1
                : full >= 0                              ? full
                                                         : out.ends[1],
                err.ends[1]);
-    if (signal != 0)
+    }
+    if (signal != 0) {
         kill(finished.pid, signal);
-    if (full >= 0)
+    }
+    if (full >= 0) {
         close(full);
+    }
     out.closeEnd(1);
     err.closeEnd(1);
     drain(out, finished, err);
@@ -165,8 +181,9 @@ Running::Running(const std::vector<std::string> &words, const std::vector<std::s
         }
     }
     finished_.pid = fork();
-    if (finished_.pid == 0)
+    if (finished_.pid == 0) {
         become(words, environment, pipes_->out.ends[1], pipes_->err.ends[1]);
+    }
     pipes_->out.closeEnd(1);
     pipes_->err.closeEnd(1);
 }
@@ -193,8 +210,9 @@ bool Running::says(const std::string &text)
     };
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     while (!said() && std::chrono::steady_clock::now() < end) {
-        if (!readMore(1000))
+        if (!readMore(1000)) {
             return said();
+        }
     }
     return said();
 }
@@ -223,8 +241,9 @@ Finished runOnTerminal(const std::vector<std::string> &words, const std::vector<
 {
     Finished finished = Running(words, environment, columns).finish();
     for (std::string *text : {&finished.out, &finished.err}) {
-        for (size_t at = text->find("\r\n"); at != std::string::npos; at = text->find("\r\n", at))
+        for (size_t at = text->find("\r\n"); at != std::string::npos; at = text->find("\r\n", at)) {
             text->erase(at, 1);
+        }
     }
     return finished;
 }
@@ -246,8 +265,9 @@ int segmentsOf(pid_t creator)
         std::istringstream fields(line);
         long key = 0, id = 0, permissions = 0, size = 0, madeBy = 0, other = 0;
         fields >> key >> id >> permissions >> size >> madeBy;
-        for (int i = 0; i < 8; ++i)
+        for (int i = 0; i < 8; ++i) {
             fields >> other;
+        }
         std::time_t made = 0;
         fields >> made;
         count += madeBy == creator && made >= begun ? 1 : 0;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The nine indexed classes as one family, and a store with records of each, for the tests of their handlers.
 #pragma once
 

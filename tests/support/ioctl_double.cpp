@@ -1,4 +1,5 @@
-#include "devcmd/ioctl_double_test.h"
+// SPDX-License-Identifier: Apache-2.0
+#include "support/ioctl_double.h"
 
 #include <algorithm>
 #include <cerrno>

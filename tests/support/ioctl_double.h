@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A device for tests: answers every ioctl of the test program while one lives, so that what a disk says is told in the
 // test.
 #pragma once

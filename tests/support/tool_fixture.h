@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
 // For tests of the built tool: a directory of the test's own, and a machine to ask.
 #pragma once
 
-#include "test_process.h"
+#include "support/tool_process.h"
 
 #include <gtest/gtest.h>
 
