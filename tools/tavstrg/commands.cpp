@@ -3,12 +3,14 @@
 
 #include "tavstrg/ask.h"
 #include "tavstrg/check.h"
+#include "tavstrg/collection.h"
 #include "tavstrg/failure.h"
 #include "tavstrg/json.h"
 #include "tavstrg/metrics.h"
 #include "tavstrg/progress.h"
 #include "tavstrg/saved_state.h"
 #include "tavstrg/session.h"
+#include "tavstrg/trace_tap.h"
 #include "tavstrg/watch.h"
 
 #include <unistd.h>
@@ -18,9 +20,10 @@
 namespace tool {
 namespace {
 
-Outcome show(broker::Broker &broker, const Arguments &arguments, const TextStyle &style)
+Outcome show(broker::Broker &broker, const SmartReadings &readings, const Arguments &arguments, const TextStyle &style)
 {
-    Inventory inventory = buildInventory(askInventory(broker));
+    Collection collection;
+    Inventory inventory = collectInventory(broker, readings, collection);
     inventory.machine = std::filesystem::path(arguments.machine).filename().string();
     return {kDone, arguments.json ? inventoryJson(inventory) : inventoryText(inventory, style), ""};
 }
@@ -72,15 +75,30 @@ bool mayLackRights(const std::string &error)
            error.find("strgGetInstance() FAILED") != std::string::npos;
 }
 
-Outcome writeMetrics(broker::Broker &broker, const Arguments &arguments)
+Outcome writeMetrics(const std::vector<Metric> &metrics, const Arguments &arguments)
 {
-    const std::vector<Metric> metrics = metricsOf(buildInventory(askInventory(broker)));
     const std::string text = arguments.json ? metricsJson(metrics) : metricsText(metrics);
     if (arguments.output.empty()) {
         return {kDone, text, ""};
     }
     writeWhole(arguments.output, text);
     return {};
+}
+
+// A collection that failed is published too: values of an earlier one would go on saying that all is well.
+Outcome writeMetrics(broker::Broker &broker, const SmartReadings &readings, const Arguments &arguments)
+{
+    Collection collection;
+    std::vector<Metric> metrics;
+    Outcome outcome;
+    try {
+        metrics = metricsOf(collectInventory(broker, readings, collection));
+    } catch (const Failure &failure) {
+        metrics = metricsOfFailure(collection);
+        outcome = {kFailed, "", failure.what(), failure.cimStatus()};
+    }
+    outcome.output = writeMetrics(metrics, arguments).output;
+    return outcome;
 }
 
 Outcome dumpState(const Arguments &arguments, const TextStyle &style)
@@ -97,6 +115,10 @@ Outcome dumpState(const Arguments &arguments, const TextStyle &style)
 Outcome ask(const Arguments &arguments, const TextStyle &style)
 {
     const Progress progress(isatty(STDERR_FILENO) == 1);
+    SmartReadings readings;
+    const TraceTap tap([&readings](int level, const char *function, const char *text) {
+        readings.take(level, function == nullptr ? "" : function, text);
+    });
     Session session({arguments.provider, arguments.machine, arguments.serviceMode});
     switch (arguments.command) {
     case Command::enumerate:
@@ -106,9 +128,9 @@ Outcome ask(const Arguments &arguments, const TextStyle &style)
     case Command::call:
         return call(session.broker(), arguments);
     case Command::metrics:
-        return writeMetrics(session.broker(), arguments);
+        return writeMetrics(session.broker(), readings, arguments);
     default:
-        return show(session.broker(), arguments, style);
+        return show(session.broker(), readings, arguments, style);
     }
 }
 

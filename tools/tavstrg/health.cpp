@@ -3,82 +3,133 @@
 
 #include "tavstrg/words.h"
 
-#include <algorithm>
-
 namespace tool {
 namespace {
 
-void countDisk(Health &health, const HardDisk &disk)
+void countSmart(Health &health, const HardDisk &disk, const std::string &name)
 {
-    ++health.disks;
-    health.failurePredicted += disk.smartStatus == kFailurePredicted ? 1 : 0;
-    health.statusNotReadable += disk.smartStatus == kStatusNotReadable ? 1 : 0;
-    if (disk.lifeSpan) {
-        health.leastEndurance += disk.lifeSpan->level == 1 ? 1 : 0;
-        health.littleEndurance += disk.lifeSpan->level == 2 ? 1 : 0;
-        health.lifeSpanNotRead += disk.lifeSpan->level == kLifeSpanNotRead ? 1 : 0;
+    switch (disk.smart()) {
+    case Smart::good:
+        ++health.good;
+        break;
+    case Smart::failing:
+        ++health.failurePredicted;
+        health.failing.push_back(name);
+        break;
+    case Smart::notReadable:
+        ++health.statusNotReadable;
+        health.notReadable.push_back(name);
+        break;
+    case Smart::notAsked:
+        ++health.notAsked;
+        break;
+    case Smart::notSupported:
+        ++health.notSupported;
+        break;
+    default:
+        break;
     }
 }
 
-void countDisks(Health &health, const std::vector<Device> &devices)
+void countWear(Health &health, const LifeSpan &lifeSpan, const std::string &name)
 {
-    for (const Device &device : devices) {
-        if (device.disk) {
-            countDisk(health, *device.disk);
-        }
+    if (lifeSpan.level == 1) {
+        ++health.leastEndurance;
+        health.worn.push_back(name);
+    } else if (lifeSpan.level == 2) {
+        ++health.littleEndurance;
+        health.wearing.push_back(name);
+    } else if (lifeSpan.level == kLifeSpanNotRead) {
+        ++health.lifeSpanNotRead;
+        health.wearNotRead.push_back(name);
     }
 }
 
-void add(std::string &words, size_t number, const std::string &part)
+void add(std::string &words, const std::string &part, const std::vector<std::string> &names = {})
 {
-    if (number != 0) {
-        words += (words.empty() ? "" : ", ") + part;
+    words += (words.empty() ? "" : "; ") + part;
+    for (size_t i = 0; i < names.size(); ++i) {
+        words += (i == 0 ? ": " : ", ") + names[i];
     }
 }
 
 } // namespace
 
+std::string diskName(const DiskView &view)
+{
+    if (view.device == nullptr) {
+        return "hard disk " + std::to_string(view.disk->index);
+    }
+    const Device &device = *view.device;
+    const std::string name = device.node.empty() ? "hard disk " + std::to_string(view.disk->index) : device.node;
+    const std::string serial = device.serialWords();
+    return name + " (" + device.address() + (serial.empty() ? "" : ", serial " + serial) + ")";
+}
+
 Health healthOf(const Inventory &inventory)
 {
     Health health;
-    health.smartHandled = inventory.monitoring.smartMode == 1;
-    for (const Controller &controller : inventory.controllers) {
-        countDisks(health, controller.devices);
-    }
-    countDisks(health, inventory.devicesWithoutController);
-    for (const HardDisk &disk : inventory.disksWithoutDevice) {
-        countDisk(health, disk);
+    health.smartMode = inventory.monitoring.smartMode;
+    for (const DiskView &view : disksOf(inventory)) {
+        ++health.disks;
+        const std::string name = diskName(view);
+        countSmart(health, *view.disk, name);
+        if (view.disk->lifeSpan) {
+            countWear(health, *view.disk->lifeSpan, name);
+        }
     }
     return health;
 }
 
 std::string healthWords(const Health &health)
 {
-    if (health.disks == 0) {
-        return "";
-    }
     std::string words;
-    add(words, health.failurePredicted,
-        std::to_string(health.failurePredicted) + " of " + counted(health.disks, "disk") +
-            (health.failurePredicted == 1 ? " predicts failure" : " predict failure"));
-    add(words, health.statusNotReadable,
-        "SMART status of " + counted(health.statusNotReadable, "disk") + " not readable");
-    add(words, health.leastEndurance,
-        counted(health.leastEndurance, "drive") + " with least endurance left (level 1 of 5)");
-    add(words, health.littleEndurance,
-        counted(health.littleEndurance, "drive") + " with little endurance left (level 2 of 5)");
-    add(words, health.lifeSpanNotRead, "life span of " + counted(health.lifeSpanNotRead, "drive") + " not read");
-    add(words, health.smartHandled ? 0 : 1, "SMART is not handled");
-    return words.empty() ? "no failure reported by " + counted(health.disks, "disk") : words;
+    if (health.failurePredicted != 0) {
+        add(words,
+            std::to_string(health.failurePredicted) + " of " + counted(health.disks, "disk") +
+                (health.failurePredicted == 1 ? " predicts failure" : " predict failure"),
+            health.failing);
+    }
+    if (health.statusNotReadable != 0) {
+        add(words, "SMART status of " + counted(health.statusNotReadable, "disk") + " not readable",
+            health.notReadable);
+    }
+    if (health.leastEndurance != 0) {
+        add(words, counted(health.leastEndurance, "drive") + " with least endurance left (level 1 of 5)", health.worn);
+    }
+    if (health.littleEndurance != 0) {
+        add(words, counted(health.littleEndurance, "drive") + " with little endurance left (level 2 of 5)",
+            health.wearing);
+    }
+    if (health.lifeSpanNotRead != 0) {
+        add(words, "life span of " + counted(health.lifeSpanNotRead, "drive") + " not read", health.wearNotRead);
+    }
+    if (health.notAsked != 0) {
+        add(words, "SMART status of " + counted(health.notAsked, "disk") + " not asked" +
+                       (health.smartMode == kSmartHandled
+                            ? " (IDE)"
+                            : " (HardDiskSmartMode is " + std::to_string(health.smartMode) + ")"));
+    }
+    if (health.notSupported != 0) {
+        add(words, "SMART not supported by " + counted(health.notSupported, "disk"));
+    }
+    if (health.good != 0) {
+        add(words, counted(health.good, "disk") + " good");
+    }
+    if (words.empty() && health.disks != 0) {
+        add(words, "no failure reported by " + counted(health.disks, "disk"));
+    }
+    return words;
 }
 
 Mark markOf(const HardDisk &disk)
 {
     const int level = disk.lifeSpan ? disk.lifeSpan->level : kMostEndurance;
-    if (disk.smartStatus == kFailurePredicted || level == 1) {
+    const Smart smart = disk.smart();
+    if (smart == Smart::failing || level == 1) {
         return Mark::failure;
     }
-    return disk.smartStatus != 0 || level <= 2 ? Mark::warning : Mark::none;
+    return smart == Smart::notReadable || smart == Smart::unknownCode || level <= 2 ? Mark::warning : Mark::none;
 }
 
 Mark markOf(const Health &health)

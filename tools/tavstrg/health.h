@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// How the disks of a machine are, counted.
+// Health of a machine's disks: how many are in which state, and which need attention.
 #pragma once
 
 #include "tavstrg/colour.h"
@@ -7,26 +7,39 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 namespace tool {
 
 struct Health {
-    bool smartHandled = true; // by the configured SMART mode; without it no disk is asked
+    int smartMode = kSmartHandled;
     size_t disks = 0;
+    size_t good = 0;
     size_t failurePredicted = 0;
     size_t statusNotReadable = 0;
+    size_t notAsked = 0;
+    size_t notSupported = 0;
     size_t leastEndurance = 0; // drives at level 1
     size_t littleEndurance = 0;
     size_t lifeSpanNotRead = 0;
+    std::vector<std::string> failing;     // names of the disks that predict their failure
+    std::vector<std::string> notReadable; // and of those in the other states that need attention
+    std::vector<std::string> worn;
+    std::vector<std::string> wearing;
+    std::vector<std::string> wearNotRead;
 };
 
 Health healthOf(const Inventory &inventory);
 
-// "2 of 8 disks predict failure, life span of 1 drive not read"; empty for a machine without disks.
+// "sdb (0:0:1:0, serial NWK7713101)": what is known of where a disk is and which it is.
+std::string diskName(const DiskView &view);
+
+// "1 of 8 disks predicts failure: sdb (0:0:1:0, serial NWK7713101); SMART not supported by 1 disk"; empty for a machine
+// without disks.
 std::string healthWords(const Health &health);
 
-// The worst that is to be said of one disk: a predicted failure and the least endurance are failures; little endurance
-// and what could not be read are warnings.
+// The worst state of one disk: a predicted failure and the least endurance are failures; little endurance and what
+// could not be read are warnings.
 Mark markOf(const HardDisk &disk);
 Mark markOf(const Health &health);
 

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tavstrg/inventory.h"
 
-#include "tavstrg/words.h"
-
 #include <algorithm>
 #include <charconv>
 #include <tuple>
@@ -147,7 +145,64 @@ Monitoring makeMonitoring(const Answers &answers)
     return monitoring;
 }
 
+void addDisks(const std::vector<Device> &devices, std::vector<DiskView> &disks)
+{
+    for (const Device &device : devices) {
+        if (device.disk) {
+            disks.push_back({&*device.disk, &device});
+        }
+    }
+}
+
 } // namespace
+
+Smart HardDisk::smart() const
+{
+    switch (smartStatus) {
+    case kFailurePredicted:
+        return Smart::failing;
+    case kStatusNotReadable:
+        return Smart::notReadable;
+    case 0:
+        return reading;
+    default:
+        return Smart::unknownCode;
+    }
+}
+
+std::string Device::address() const
+{
+    if (interfaceType == kIde) {
+        return drivePositionWords(ideConfiguration);
+    }
+    return (host ? std::to_string(*host) + ":" : "") + std::to_string(bus) + ":" + std::to_string(targetId) + ":" +
+           std::to_string(lun);
+}
+
+std::string Device::nameWords() const
+{
+    std::string words = printable(vendor);
+    const std::string modelWords = printable(model);
+    return words + (words.empty() || modelWords.empty() ? "" : " ") + modelWords;
+}
+
+std::string Device::serialWords() const
+{
+    return saysSomething(serialNumber) ? printable(serialNumber) : "";
+}
+
+std::vector<DiskView> disksOf(const Inventory &inventory)
+{
+    std::vector<DiskView> disks;
+    for (const Controller &controller : inventory.controllers) {
+        addDisks(controller.devices, disks);
+    }
+    addDisks(inventory.devicesWithoutController, disks);
+    for (const HardDisk &disk : inventory.disksWithoutDevice) {
+        disks.push_back({&disk, nullptr});
+    }
+    return disks;
+}
 
 size_t Inventory::deviceCount() const
 {
@@ -173,8 +228,12 @@ Inventory buildInventory(const Answers &answers)
         inventory.controllers.push_back(makeController(instance));
     }
 
+    inventory.monitoring = makeMonitoring(answers);
     std::vector<Device> devices = makeDevices(answers);
     for (HardDisk &disk : makeDisks(answers)) {
+        if (inventory.monitoring.smartMode != kSmartHandled || disk.interfaceType == kIde) {
+            disk.reading = Smart::notAsked;
+        }
         const auto device = std::find_if(devices.begin(), devices.end(), [&disk](const Device &candidate) {
             return candidate.interfaceType == disk.interfaceType && candidate.index == disk.interfaceTypeIndex;
         });
@@ -198,7 +257,6 @@ Inventory buildInventory(const Answers &answers)
         std::stable_sort(controller.devices.begin(), controller.devices.end(), standsBefore);
     }
     inventory.totals = makeTotals(answers);
-    inventory.monitoring = makeMonitoring(answers);
     return inventory;
 }
 

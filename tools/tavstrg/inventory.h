@@ -3,6 +3,8 @@
 // printed.
 #pragma once
 
+#include "tavstrg/words.h"
+
 #include "broker/broker.h"
 
 #include <cstdint>
@@ -15,6 +17,7 @@ namespace tool {
 
 constexpr unsigned kNoController = 65535; // ControllerIndex of a device whose controller is not known
 constexpr unsigned kNoInterrupt = 65535;
+constexpr int kSmartHandled = 1; // the only HardDiskSmartMode in which disks are asked
 
 struct LifeSpan {
     unsigned index = 0;
@@ -31,6 +34,9 @@ struct HardDisk {
     uint32_t capacity = 0; // MiB
     int smartStatus = 0;
     std::optional<LifeSpan> lifeSpan; // solid-state drives of the endurance table only
+    Smart reading = Smart::unconfirmed; // what a smartStatus of 0 means
+
+    Smart smart() const; // its state as far as it is known; a failure that is predicted is never hidden
 };
 
 struct Device {
@@ -44,6 +50,12 @@ struct Device {
     std::string vendor;                      // SCSI only
     std::string model, firmwareRevision, serialNumber;
     std::optional<HardDisk> disk; // of a hard disk
+    std::optional<unsigned> host;  // number of its SCSI host where the kernel shows it; see places.h
+    std::string node;              // "sda"; empty when not known
+
+    std::string address() const;    // "host:channel:target:LUN", without the host where it is not known; "master"
+    std::string nameWords() const;  // vendor and model, printable
+    std::string serialWords() const; // printable; empty when not known
 };
 
 struct Controller {
@@ -53,6 +65,7 @@ struct Controller {
     unsigned interruptNumber = kNoInterrupt;
     std::string driver, driverVersion;
     std::vector<Device> devices;
+    std::optional<unsigned> host; // number of its SCSI host; see places.h
 };
 
 struct Totals {
@@ -62,12 +75,20 @@ struct Totals {
 
 struct Monitoring {
     unsigned cycle = 0, cycleMin = 0, cycleMax = 0, cycleDefault = 0; // seconds
-    int smartMode = 0;                                                // 1: SMART is handled
+    int smartMode = 0;                                                // kSmartHandled or another
     bool running = false;
+};
+
+// When and how long the provider was asked.
+struct Collection {
+    double time = 0; // seconds since 1970 at its end
+    double seconds = 0;
 };
 
 struct Inventory {
     std::string machine; // name of the simulated machine; empty for the real one
+    Collection collection;
+    std::string explanation; // why it is empty, when it is
     std::vector<Controller> controllers;
     std::vector<Device> devicesWithoutController;
     // Disks whose device record was not found: something was plugged in or out between two answers.
@@ -77,6 +98,15 @@ struct Inventory {
 
     size_t deviceCount() const;
 };
+
+// A disk with its device, which is null where something was plugged in between two answers.
+struct DiskView {
+    const HardDisk *disk;
+    const Device *device;
+};
+
+// All disks in the order of the tree. Valid as long as the inventory.
+std::vector<DiskView> disksOf(const Inventory &inventory);
 
 // The classes that the tree is made of, in the order in which they are asked.
 const std::vector<std::string> &inventoryClasses();

@@ -5,7 +5,10 @@
 #include "tavstrg/json_document.h"
 #include "tavstrg/words.h"
 
+#include <cstdio>
+#include <ctime>
 #include <sstream>
+#include <sys/utsname.h>
 
 namespace tool {
 namespace {
@@ -19,6 +22,22 @@ Json coded(int code, const std::string &text)
 Json unlessUnknown(unsigned number, unsigned unknown)
 {
     return number == unknown ? Json(nullptr) : Json(number);
+}
+
+// A text of the provider, trimmed; null where it says nothing: empty, "Unknown", "Not Supported".
+Json textOrNull(const std::string &text)
+{
+    return saysSomething(text) ? Json(trimmed(text)) : Json(nullptr);
+}
+
+Json nodePath(const std::string &node)
+{
+    return node.empty() ? Json(nullptr) : Json("/dev/" + node);
+}
+
+Json hostNumber(const std::optional<unsigned> &host)
+{
+    return host ? Json(*host) : Json(nullptr);
 }
 
 const char *interfaceName(int interfaceType)
@@ -38,7 +57,8 @@ Json diskJson(const HardDisk &disk)
             {"cylinders", disk.cylinders},
             {"heads", disk.heads},
             {"sectorsPerTrack", disk.sectorsPerTrack},
-            {"smart", coded(disk.smartStatus, smartWords(disk.smartStatus))},
+            {"smart",
+             {{"code", disk.smartStatus}, {"state", smartName(disk.smart())}, {"text", smartWords(disk.smart())}}},
             {"lifeSpan", disk.lifeSpan ? lifeSpanJson(*disk.lifeSpan) : Json(nullptr)}};
 }
 
@@ -50,12 +70,14 @@ Json deviceJson(const Device &device)
             {"index", device.index},
             {"type", coded(device.deviceType, deviceTypeWords(device.interfaceType, device.deviceType))},
             {"typeIndex", device.deviceTypeIndex},
+            {"node", nodePath(device.node)},
+            {"hostNumber", hostNumber(device.host)},
             {"address", ide ? Json(nullptr) : address},
             {"position", ide ? Json(drivePositionName(device.ideConfiguration)) : Json(nullptr)},
-            {"vendor", ide ? Json(nullptr) : Json(device.vendor)},
-            {"model", device.model},
-            {"firmwareRevision", device.firmwareRevision},
-            {"serialNumber", device.serialNumber},
+            {"vendor", textOrNull(device.vendor)},
+            {"model", textOrNull(device.model)},
+            {"firmwareRevision", textOrNull(device.firmwareRevision)},
+            {"serialNumber", textOrNull(device.serialNumber)},
             {"hardDisk", device.disk ? diskJson(*device.disk) : Json(nullptr)}};
 }
 
@@ -67,9 +89,10 @@ Json controllerJson(const Controller &controller)
     }
     return {{"index", controller.index},
             {"interface", interfaceName(controller.interfaceType)},
-            {"model", controller.model},
-            {"driver", controller.driver},
-            {"driverVersion", controller.driverVersion},
+            {"hostNumber", hostNumber(controller.host)},
+            {"model", textOrNull(controller.model)},
+            {"driver", textOrNull(controller.driver)},
+            {"driverVersion", textOrNull(controller.driverVersion)},
             {"interrupt", unlessUnknown(controller.interruptNumber, kNoInterrupt)},
             {"devices", devices}};
 }
@@ -96,8 +119,11 @@ Json monitoringJson(const Monitoring &monitoring)
 Json healthJson(const Health &health)
 {
     return {{"disks", health.disks},
+            {"good", health.good},
             {"failurePredicted", health.failurePredicted},
             {"statusNotReadable", health.statusNotReadable},
+            {"notAsked", health.notAsked},
+            {"notSupported", health.notSupported},
             {"leastEndurance", health.leastEndurance},
             {"littleEndurance", health.littleEndurance},
             {"lifeSpanNotRead", health.lifeSpanNotRead}};
@@ -116,6 +142,13 @@ Json valueJson(const broker::Value &value)
         value.data);
 }
 
+// A whole number without a fraction, as the text format has it.
+Json sampleValue(double value)
+{
+    const auto whole = static_cast<int64_t>(value);
+    return static_cast<double>(whole) == value ? Json(whole) : Json(value);
+}
+
 Json classJson(const ClassEntry &entry)
 {
     Json properties = Json::array();
@@ -131,19 +164,54 @@ Json classJson(const ClassEntry &entry)
 
 } // namespace
 
+namespace {
+
+constexpr bool kOnlyAscii = true; // a terminal may take other characters for controls
+
+std::string hostName()
+{
+    utsname name = {};
+    return uname(&name) == 0 ? name.nodename : "";
+}
+
+} // namespace
+
+std::string utcTime(double seconds)
+{
+    const auto whole = static_cast<time_t>(seconds);
+    const int milliseconds = static_cast<int>((seconds - static_cast<double>(whole)) * 1000);
+    std::tm parts = {};
+    char text[32];
+    gmtime_r(&whole, &parts);
+    const size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
+    std::snprintf(text + length, sizeof text - length, ".%03dZ", milliseconds);
+    return text;
+}
+
+double secondsNow()
+{
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
 Json document(const char *command)
 {
-    return {{"formatVersion", kJsonFormatVersion}, {"command", command}};
+    return {{"formatVersion", kJsonFormatVersion},
+            {"command", command},
+            {"toolVersion", TAV_VERSION},
+            {"hostName", hostName()},
+            {"time", utcTime(secondsNow())}};
 }
 
 std::string written(const Json &json)
 {
-    return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+    return json.dump(2, ' ', kOnlyAscii, Json::error_handler_t::replace) + "\n";
 }
 
 std::string writtenInOneLine(const Json &json)
 {
-    return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+    return json.dump(-1, ' ', kOnlyAscii, Json::error_handler_t::replace) + "\n";
 }
 
 Json propertiesJson(const broker::Instance &instance)
@@ -159,6 +227,9 @@ std::string inventoryJson(const Inventory &inventory)
 {
     Json json = document("show");
     json["machine"] = inventory.machine.empty() ? Json(nullptr) : Json(inventory.machine);
+    json["collection"] = {{"time", utcTime(inventory.collection.time)},
+                          {"durationSeconds", inventory.collection.seconds}};
+    json["explanation"] = inventory.explanation.empty() ? Json(nullptr) : Json(inventory.explanation);
     json["controllers"] = Json::array();
     for (const Controller &controller : inventory.controllers) {
         json["controllers"].push_back(controllerJson(controller));
@@ -230,7 +301,7 @@ std::string metricsJson(const std::vector<Metric> &metrics)
             for (const auto &[label, content] : sample.labels) {
                 labels[std::string(label)] = content;
             }
-            samples.push_back({{"labels", labels}, {"value", sample.value}});
+            samples.push_back({{"labels", labels}, {"value", sampleValue(sample.value)}});
         }
         json["metrics"].push_back(
             {{"name", metric.name}, {"type", "gauge"}, {"help", std::string(metric.help)}, {"samples", samples}});

@@ -12,7 +12,7 @@
 
 namespace tool {
 
-// Each is a document of its own, which ends in a newline. Bytes that are no UTF-8 become U+FFFD.
+// Each is a document of its own, which ends in a newline.
 std::string inventoryJson(const Inventory &inventory);
 std::string instancesJson(const std::string &className, const std::vector<broker::Instance> &instances);
 std::string instanceJson(const std::string &className, const broker::Instance &instance);
@@ -21,10 +21,10 @@ std::string returnValuesJson(const std::string &className, const std::string &me
 std::string catalogueJson(const std::vector<ClassEntry> &classes);
 std::string metricsJson(const std::vector<Metric> &metrics);
 
-// For standard error, in one line: why a command did not do what it was asked. cimStatus is what the provider refused a
-// request with, 0 when it refused none. error has a message a line.
+// For standard error, in one line: why a command failed. cimStatus is the status with which the provider refused a
+// request, 0 when it refused none. error has one message a line.
 std::string failureJson(const char *command, int exitStatus, int cimStatus, const std::string &error);
-// For standard error, in one line: what people may want to know meanwhile.
+// For standard error, in one line: information for people.
 std::string noteJson(const char *command, const std::string &note);
 
 } // namespace tool

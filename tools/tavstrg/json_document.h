@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What all JSON documents of the tool have in common: docs/JSON.md tells it, schema/tavstrg.schema.json has it for
-// programs.
+// What all JSON documents of the tool have in common. The format is described in docs/JSON.md and, for programs, in
+// schema/tavstrg.schema.json.
 #pragma once
 
 #include "broker/broker.h"
@@ -16,9 +16,13 @@ using Json = nlohmann::ordered_json;
 // Changes when a field is renamed, removed or means something else, not when one is added.
 constexpr int kJsonFormatVersion = 1;
 
-Json document(const char *command); // with its formatVersion and the command that it is of
+// A new document: formatVersion, command, and by whom, where and when it was made.
+Json document(const char *command);
 
-// Each ends in a newline; bytes that are no UTF-8 become U+FFFD.
+double secondsNow();                 // since 1970
+std::string utcTime(double seconds); // "2026-01-31T23:59:58.123Z"
+
+// Each ends in a newline. The output is ASCII, all other characters are escaped; bytes that are not UTF-8 become U+FFFD.
 std::string written(const Json &json);
 std::string writtenInOneLine(const Json &json);
 

@@ -5,6 +5,7 @@
 #include "tavstrg/words.h"
 
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -35,37 +36,17 @@ Metric metricCalled(const std::string &name, std::string_view help)
     return {"tavstorage_" + name, help, {}};
 }
 
-// A disk with the device that it is, which is not there when something was plugged in between two answers.
-struct DiskView {
-    const HardDisk *disk;
-    const Device *device;
-};
-
-void collectDisks(const std::vector<Device> &devices, std::vector<DiskView> &disks)
-{
-    for (const Device &device : devices) {
-        if (device.disk) {
-            disks.push_back({&*device.disk, &device});
-        }
-    }
-}
-
-std::vector<DiskView> disksOf(const Inventory &inventory)
-{
-    std::vector<DiskView> disks;
-    for (const Controller &controller : inventory.controllers) {
-        collectDisks(controller.devices, disks);
-    }
-    collectDisks(inventory.devicesWithoutController, disks);
-    for (const HardDisk &disk : inventory.disksWithoutDevice) {
-        disks.push_back({&disk, nullptr});
-    }
-    return disks;
-}
-
+// Index, serial number and node of a disk: the index alone is another disk's after a disk was added or removed.
 Labels nameOf(const DiskView &view)
 {
-    return {{"disk", std::to_string(view.disk->index)}};
+    return {{"disk", std::to_string(view.disk->index)},
+            {"serial", view.device == nullptr ? "" : view.device->serialWords()},
+            {"node", view.device == nullptr ? "" : view.device->node}};
+}
+
+std::string known(const std::string &text)
+{
+    return saysSomething(text) ? text : "";
 }
 
 std::string addressOf(const Device &device)
@@ -81,16 +62,17 @@ Metric infoMetric(const std::vector<DiskView> &disks)
 {
     Metric metric = metricCalled(
         "disk_info",
-        "What a hard disk is; its address is controller-bus-target-LUN, or controller-position. Always 1.");
+        "Identity and place of a hard disk; address is controller-bus-target-LUN or controller-position, hctl is "
+        "host:channel:target:LUN as lsscsi has it, empty when not known. Always 1.");
     for (const DiskView &view : disks) {
         Labels labels = nameOf(view);
         labels.emplace_back("interface", interfaceWords(view.disk->interfaceType));
         if (const Device *device = view.device) {
             labels.insert(labels.end(), {{"address", addressOf(*device)},
-                                         {"vendor", device->vendor},
-                                         {"model", device->model},
-                                         {"firmware", device->firmwareRevision},
-                                         {"serial", device->serialNumber}});
+                                         {"hctl", device->host ? device->address() : ""},
+                                         {"vendor", known(device->vendor)},
+                                         {"model", known(device->model)},
+                                         {"firmware", known(device->firmwareRevision)}});
         }
         metric.samples.push_back({labels, 1});
     }
@@ -99,17 +81,16 @@ Metric infoMetric(const std::vector<DiskView> &disks)
 
 Metric smartMetric(const std::vector<DiskView> &disks)
 {
-    constexpr std::pair<std::string_view, int> kStates[] = {
-        {"no_failure_reported", 0}, {"failing", 1}, {"unreadable", -1}};
-    Metric metric =
-        metricCalled("disk_smart_state",
-                     "1 for what SMART says of a disk, 0 for the others; a disk without SMART reports no failure. "
-                     "Absent while SMART is not handled.");
+    Metric metric = metricCalled(
+        "disk_smart_state",
+        "1 for the SMART state of a disk, 0 for the others. good: asked, no failure predicted; not_readable: asked, no "
+        "verdict obtained; not_asked: SMART handling is off or it is an IDE disk; unconfirmed: no failure reported, "
+        "which may also mean one of the others.");
     for (const DiskView &view : disks) {
-        for (const auto &[state, code] : kStates) {
+        for (const Smart state : allSmartStates()) {
             Labels labels = nameOf(view);
-            labels.emplace_back("state", state);
-            metric.samples.push_back({labels, view.disk->smartStatus == code ? uint64_t{1} : 0});
+            labels.emplace_back("state", smartLabel(state));
+            metric.samples.push_back({labels, view.disk->smart() == state ? 1.0 : 0.0});
         }
     }
     return metric;
@@ -119,7 +100,7 @@ Metric capacityMetric(const std::vector<DiskView> &disks)
 {
     Metric metric = metricCalled("disk_capacity_bytes", "Capacity of a hard disk.");
     for (const DiskView &view : disks) {
-        metric.samples.push_back({nameOf(view), uint64_t{view.disk->capacity} << 20});
+        metric.samples.push_back({nameOf(view), static_cast<double>(uint64_t{view.disk->capacity} << 20)});
     }
     return metric;
 }
@@ -130,10 +111,39 @@ Metric enduranceMetric(const std::vector<DiskView> &disks)
                                  "Endurance left of a solid-state drive, 1 (least) to 5; absent when unknown.");
     for (const DiskView &view : disks) {
         if (view.disk->lifeSpan && view.disk->lifeSpan->level >= 0) {
-            metric.samples.push_back({nameOf(view), static_cast<uint64_t>(view.disk->lifeSpan->level)});
+            metric.samples.push_back({nameOf(view), static_cast<double>(view.disk->lifeSpan->level)});
         }
     }
     return metric;
+}
+
+Metric enduranceReadMetric(const std::vector<DiskView> &disks)
+{
+    Metric metric = metricCalled("disk_endurance_readable",
+                                 "Whether the endurance of a solid-state drive in the endurance table was read.");
+    for (const DiskView &view : disks) {
+        if (view.disk->lifeSpan) {
+            metric.samples.push_back({nameOf(view), view.disk->lifeSpan->level >= 0 ? 1.0 : 0.0});
+        }
+    }
+    return metric;
+}
+
+Metric single(const std::string &name, std::string_view help, double value, const Labels &labels = {})
+{
+    Metric metric = metricCalled(name, help);
+    metric.samples.push_back({labels, value});
+    return metric;
+}
+
+std::vector<Metric> collectionMetrics(const Collection &collection, bool success)
+{
+    return {single("build_info", "Version of the tool. Always 1.", 1, {{"version", TAV_VERSION}}),
+            single("collection_success", "Whether the inventory could be collected; without it no other series is there.",
+                   success ? 1 : 0),
+            single("collection_timestamp_seconds", "When the collection ended, in seconds since 1970.",
+                   collection.time),
+            single("collection_duration_seconds", "How long the collection took.", collection.seconds)};
 }
 
 Metric countMetric(const Totals &totals)
@@ -150,9 +160,18 @@ Metric countMetric(const Totals &totals)
         {"other", totals.others},
     };
     for (const auto &[kind, count] : kinds) {
-        metric.samples.push_back({{{"kind", std::string(kind)}}, count});
+        metric.samples.push_back({{{"kind", std::string(kind)}}, static_cast<double>(count)});
     }
     return metric;
+}
+
+// A whole number without fraction or exponent, any other to the microsecond.
+std::string valueText(double value)
+{
+    char text[64];
+    const bool whole = std::trunc(value) == value;
+    std::snprintf(text, sizeof text, whole ? "%.0f" : "%.6f", value);
+    return text;
 }
 
 std::string sampleText(const std::string &name, const Sample &sample)
@@ -161,7 +180,7 @@ std::string sampleText(const std::string &name, const Sample &sample)
     for (const auto &[label, content] : sample.labels) {
         list += (list.empty() ? "" : ",") + std::string(label) + "=\"" + escaped(content) + "\"";
     }
-    return name + (list.empty() ? "" : "{" + list + "}") + " " + std::to_string(sample.value) + "\n";
+    return name + (list.empty() ? "" : "{" + list + "}") + " " + valueText(sample.value) + "\n";
 }
 
 } // namespace
@@ -169,15 +188,21 @@ std::string sampleText(const std::string &name, const Sample &sample)
 std::vector<Metric> metricsOf(const Inventory &inventory)
 {
     const std::vector<DiskView> disks = disksOf(inventory);
-    const bool handled = inventory.monitoring.smartMode == 1;
-    Metric handling = metricCalled("smart_handling_enabled", "Whether disks are asked for their SMART verdict.");
-    handling.samples.push_back({{}, handled ? uint64_t{1} : 0});
-    std::vector<Metric> metrics = {countMetric(inventory.totals), handling, infoMetric(disks), capacityMetric(disks)};
-    if (handled) {
-        metrics.push_back(smartMetric(disks));
+    std::vector<Metric> metrics = collectionMetrics(inventory.collection, true);
+    for (Metric &metric : std::vector<Metric>{
+             countMetric(inventory.totals),
+             single("smart_handling_enabled", "Whether disks are asked for their SMART status.",
+                    inventory.monitoring.smartMode == kSmartHandled ? 1 : 0),
+             infoMetric(disks), capacityMetric(disks), smartMetric(disks), enduranceMetric(disks),
+             enduranceReadMetric(disks)}) {
+        metrics.push_back(std::move(metric));
     }
-    metrics.push_back(enduranceMetric(disks));
     return metrics;
+}
+
+std::vector<Metric> metricsOfFailure(const Collection &collection)
+{
+    return collectionMetrics(collection, false);
 }
 
 std::string metricsText(const std::vector<Metric> &metrics)

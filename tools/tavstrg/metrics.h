@@ -4,7 +4,6 @@
 
 #include "tavstrg/inventory.h"
 
-#include <cstdint>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -17,7 +16,7 @@ using Labels = std::vector<std::pair<std::string_view, std::string>>;
 
 struct Sample {
     Labels labels;
-    uint64_t value;
+    double value;
 };
 
 // All are gauges.
@@ -27,9 +26,13 @@ struct Metric {
     std::vector<Sample> samples;
 };
 
-// Counts, capacities, SMART states and endurance levels; a disk's vendor, model, firmware, serial number and address
-// are labels of one info metric alone, to be joined by the label "disk".
+// Counts, capacities, SMART states, endurance levels, and the collection's time, duration and success. Each sample of a
+// disk has its index, serial number and node as labels; its vendor, model, firmware and address are labels of the info
+// metric alone.
 std::vector<Metric> metricsOf(const Inventory &inventory);
+
+// When the inventory could not be collected: the collection alone, with success 0.
+std::vector<Metric> metricsOfFailure(const Collection &collection);
 
 std::string metricsText(const std::vector<Metric> &metrics);
 

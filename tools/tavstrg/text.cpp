@@ -2,10 +2,13 @@
 #include "tavstrg/text.h"
 
 #include "tavstrg/health.h"
+#include "tavstrg/schema_words.h"
 #include "tavstrg/words.h"
 #include "tavstrg/wrap.h"
 
 #include <algorithm>
+#include <array>
+#include <iterator>
 
 namespace tool {
 namespace {
@@ -27,12 +30,6 @@ struct Glyphs {
 constexpr Glyphs kAscii = {"|-- ", "`-- ", "|   ", "    "};
 constexpr Glyphs kBoxes = {"├── ", "└── ", "│   ", "    "};
 
-// Texts that stand for "not known" in the records; people need not read them.
-bool known(const std::string &text)
-{
-    return !text.empty() && text != "Unknown" && text != "Not Supported";
-}
-
 void append(std::string &line, const std::string &part)
 {
     if (part.empty()) {
@@ -44,16 +41,7 @@ void append(std::string &line, const std::string &part)
 
 std::string named(const char *what, const std::string &text)
 {
-    const std::string clean = printable(text);
-    return known(clean) ? std::string(what) + " " + clean : std::string();
-}
-
-std::string addressOf(const Device &device)
-{
-    if (device.interfaceType == kIde) {
-        return drivePositionWords(device.ideConfiguration);
-    }
-    return std::to_string(device.bus) + ":" + std::to_string(device.targetId) + ":" + std::to_string(device.lun);
+    return saysSomething(text) ? std::string(what) + " " + printable(text) : std::string();
 }
 
 std::string geometryOf(const HardDisk &disk)
@@ -64,60 +52,117 @@ std::string geometryOf(const HardDisk &disk)
 
 const char *signOf(Mark mark)
 {
-    return mark == Mark::failure ? "!! " : mark == Mark::warning ? "! " : "";
+    return mark == Mark::failure ? "!!" : mark == Mark::warning ? "!" : "";
 }
 
-Text healthLine(const HardDisk &disk)
+// "FAILURE PREDICTED" stays alone: it is what is searched for.
+std::string smartColumn(const HardDisk &disk)
 {
-    const Mark mark = markOf(disk);
-    std::string line = signOf(mark) + capacityWords(disk.capacity) + ", SMART: " + smartWords(disk.smartStatus);
-    if (disk.lifeSpan) {
-        append(line, "life span: " + lifeSpanWords(disk.lifeSpan->level));
+    const Smart smart = disk.smart();
+    std::string words = (smart == Smart::failing ? "" : "SMART ") + smartWords(smart);
+    if (smart == Smart::unknownCode) {
+        words += " " + std::to_string(disk.smartStatus);
     }
-    return {line, mark};
+    return words;
 }
 
-// addressWidth: columns that the address takes, so that those of one list end together.
-Node deviceNode(const Device &device, size_t addressWidth, bool verbose)
+std::string lifeSpanColumn(const HardDisk &disk)
 {
-    std::string label = addressOf(device);
-    label.resize(std::max(addressWidth, label.size()) + 2, ' ');
-    label +=
-        deviceTypeWords(device.interfaceType, device.deviceType) + " " + std::to_string(device.deviceTypeIndex) + ":";
-    for (const std::string &text : {printable(device.vendor), printable(device.model)}) {
-        if (!text.empty()) {
-            label += " " + text;
-        }
-    }
-    append(label, named("firmware", device.firmwareRevision));
-    append(label, named("serial", device.serialNumber));
-    Node node{{label}};
+    return disk.lifeSpan ? "life span " + lifeSpanWords(disk.lifeSpan->level) : "";
+}
+
+// A device in one line: what finds it comes first, then its state, then what it is called.
+struct DeviceLine {
+    std::string sign, address, node, kind, size, state;
+    std::string rest;
+    Mark mark = Mark::none;
+};
+
+std::string restOf(const Device &device)
+{
+    std::string rest = device.nameWords();
+    append(rest, named("serial", device.serialNumber));
+    append(rest, named("firmware", device.firmwareRevision));
     if (device.disk) {
-        node.details.push_back(healthLine(*device.disk));
+        append(rest, lifeSpanColumn(*device.disk));
     }
-    if (verbose) {
-        if (device.disk) {
-            node.details.push_back({geometryOf(*device.disk)});
+    return rest;
+}
+
+DeviceLine lineOf(const Device &device)
+{
+    DeviceLine line;
+    line.address = device.address();
+    line.node = printable(device.node);
+    line.kind = deviceTypeWords(device.interfaceType, device.deviceType) + " " + std::to_string(device.deviceTypeIndex);
+    line.rest = restOf(device);
+    if (device.disk) {
+        line.mark = markOf(*device.disk);
+        line.sign = signOf(line.mark);
+        line.size = capacityWords(device.disk->capacity);
+        line.state = smartColumn(*device.disk);
+    }
+    return line;
+}
+
+// Columns that the lines of one list have in common, the last text beside them.
+constexpr std::string DeviceLine::*kColumns[] = {&DeviceLine::sign, &DeviceLine::address, &DeviceLine::node,
+                                                 &DeviceLine::kind, &DeviceLine::size,    &DeviceLine::state};
+using Widths = std::array<size_t, std::size(kColumns)>;
+
+Widths widthsOf(const std::vector<DeviceLine> &lines)
+{
+    Widths widths = {};
+    for (const DeviceLine &line : lines) {
+        for (size_t i = 0; i < widths.size(); ++i) {
+            widths[i] = std::max(widths[i], (line.*kColumns[i]).size());
         }
-        node.details.push_back({interfaceWords(device.interfaceType) + " device " + std::to_string(device.index)});
     }
-    return node;
+    return widths;
+}
+
+std::string joined(const DeviceLine &line, const Widths &widths)
+{
+    const bool disk = !line.state.empty();
+    std::string text;
+    for (size_t i = 0; i < widths.size(); ++i) {
+        const bool ofDisks = kColumns[i] == &DeviceLine::size || kColumns[i] == &DeviceLine::state;
+        if (widths[i] == 0 || (ofDisks && !disk)) {
+            continue; // no such column; what is no disk has its name behind its kind
+        }
+        std::string column = line.*kColumns[i];
+        column.resize(widths[i], ' ');
+        text += column + (kColumns[i] == &DeviceLine::sign ? " " : "  ");
+    }
+    text += line.rest;
+    text.erase(text.find_last_not_of(' ') + 1);
+    return text;
 }
 
 void addDevices(Node &parent, const std::vector<Device> &devices, bool verbose)
 {
-    size_t widest = 0;
+    std::vector<DeviceLine> lines;
     for (const Device &device : devices) {
-        widest = std::max(widest, addressOf(device).size());
+        lines.push_back(lineOf(device));
     }
-    for (const Device &device : devices) {
-        parent.children.push_back(deviceNode(device, widest, verbose));
+    const Widths widths = widthsOf(lines);
+    for (size_t i = 0; i < devices.size(); ++i) {
+        Node node{{joined(lines[i], widths), lines[i].mark}};
+        if (verbose && devices[i].disk) {
+            node.details.push_back({geometryOf(*devices[i].disk)});
+        }
+        if (verbose) {
+            node.details.push_back(
+                {interfaceWords(devices[i].interfaceType) + " device " + std::to_string(devices[i].index)});
+        }
+        parent.children.push_back(std::move(node));
     }
 }
 
 Node controllerNode(const Controller &controller, bool verbose)
 {
     std::string label = "Controller " + std::to_string(controller.index) + ": " + printable(controller.model);
+    append(label, controller.host ? "host " + std::to_string(*controller.host) : "");
     const std::string driver = printable(controller.driver);
     append(label, driver.empty() ? "no driver" : "driver " + driver);
     append(label, controller.interruptNumber == kNoInterrupt
@@ -125,9 +170,9 @@ Node controllerNode(const Controller &controller, bool verbose)
                       : "interrupt " + std::to_string(controller.interruptNumber));
     Node node{{label}};
     if (verbose) {
-        const std::string version = printable(controller.driverVersion);
+        const std::string &version = controller.driverVersion;
         node.details.push_back({"interface " + interfaceWords(controller.interfaceType) + ", driver version " +
-                                (known(version) ? version : "unknown")});
+                                (saysSomething(version) ? printable(version) : "unknown")});
     }
     addDevices(node, controller.devices, verbose);
     return node;
@@ -135,7 +180,12 @@ Node controllerNode(const Controller &controller, bool verbose)
 
 Node diskNode(const HardDisk &disk, bool verbose)
 {
-    Node node{{"hard disk " + std::to_string(disk.index)}, {healthLine(disk)}};
+    const Mark mark = markOf(disk);
+    std::string label = signOf(mark);
+    label += (label.empty() ? "" : " ") + ("hard disk " + std::to_string(disk.index)) + "  " +
+             capacityWords(disk.capacity) + "  " + smartColumn(disk);
+    append(label, lifeSpanColumn(disk));
+    Node node{{label, mark}};
     if (verbose) {
         node.details.push_back({geometryOf(disk)});
     }
@@ -167,13 +217,13 @@ Node machineNode(const Inventory &inventory, bool verbose)
     return root;
 }
 
-// Columns that are left behind a prefix, enough to read however deep a text stands.
+// Columns that are left behind a prefix, enough to read at any depth.
 size_t roomBehind(size_t prefix, const TextStyle &style)
 {
     return style.width == 0 ? 0 : std::max(style.width > prefix ? style.width - prefix : 0, kNarrowest);
 }
 
-// The first line of a text after one prefix, those that its breaking makes after another and some blanks.
+// A text, its first line behind one prefix, its further lines behind another and an indent.
 void printText(std::string &out, const Text &text, const std::string &first, const std::string &rest,
                const TextStyle &style)
 {
@@ -189,7 +239,7 @@ void printNode(std::string &out, const Node &node, const std::string &first, con
                const TextStyle &style)
 {
     const Glyphs &glyphs = style.utf8 ? kBoxes : kAscii;
-    // Lines of a node's own stand beside the trunk that leads to its children.
+    // A node's own lines are beside the trunk that leads to its children.
     const std::string own = rest + (node.children.empty() ? glyphs.gap : glyphs.trunk);
     printText(out, node.label, first, own, style);
     for (const Text &detail : node.details) {
@@ -222,7 +272,10 @@ std::string monitoringText(const Monitoring &monitoring, size_t width)
                        {"cycle", std::to_string(monitoring.cycle) + " s (" + std::to_string(monitoring.cycleMin) +
                                      " to " + std::to_string(monitoring.cycleMax) + ", default " +
                                      std::to_string(monitoring.cycleDefault) + ")"},
-                       {"SMART", monitoring.smartMode == 1 ? "handled" : "not handled"}},
+                       {"SMART", monitoring.smartMode == kSmartHandled
+                                     ? "disks are asked"
+                                     : "disks are not asked (HardDiskSmartMode is " +
+                                           std::to_string(monitoring.smartMode) + ")"}},
                       width);
 }
 
@@ -232,6 +285,9 @@ std::string inventoryText(const Inventory &inventory, const TextStyle &style)
 {
     std::string out;
     printNode(out, machineNode(inventory, style.verbose), "", "", style);
+    if (!inventory.explanation.empty()) {
+        printText(out, {inventory.explanation}, "", "", style);
+    }
     out += "\n" + totalsText(inventory.totals, style.width);
     if (style.verbose) {
         out += "\n" + monitoringText(inventory.monitoring, style.width);
@@ -250,9 +306,10 @@ std::string instancesText(const std::string &className, const std::vector<broker
     for (const broker::Instance &instance : instances) {
         Rows rows;
         for (const broker::NamedValue &property : instance.properties) {
-            rows.emplace_back(property.name, printable(property.value.toString()));
+            const std::string meaning = schemaMeaning(className, property.name, property.value);
+            rows.emplace_back(printable(property.name), printable(property.value.toString()) + meaning);
         }
-        out += (out.empty() ? "" : "\n") + className + "\n" + twoColumns(rows, width);
+        out += (out.empty() ? "" : "\n") + printable(className) + "\n" + twoColumns(rows, width);
     }
     return out;
 }

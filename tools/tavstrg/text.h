@@ -17,14 +17,16 @@ struct TextStyle {
     bool colour = false;
 };
 
-// The tree: the machine, its controllers, below each its devices, those without a controller; the totals; and a line on
-// the health of the disks. A disk that needs attention is marked "!" or, before it fails, "!!", also without colour.
+// The tree: the machine, its controllers, below each its devices, one line a device, then those without a controller;
+// the totals; and the health of the disks, in which each disk that needs attention is named. Such a disk is marked "!"
+// or, where its failure is predicted or its endurance used up, "!!", also without colour.
 std::string inventoryText(const Inventory &inventory, const TextStyle &style);
 
-// Property and value in columns, a blank line between instances. Texts stand as they are but for unprintable bytes.
+// Property and value in columns, behind a code its word and behind a number its unit, as the schema has them; a blank
+// line between instances.
 std::string instancesText(const std::string &className, const std::vector<broker::Instance> &instances, size_t width);
 
-// What a method gave back; "" for a method that returns nothing.
+// What a method returned; "" for a method that returns nothing.
 std::string returnValuesText(const std::vector<broker::Value> &values);
 
 std::string catalogueText(const std::vector<ClassEntry> &classes, size_t width);

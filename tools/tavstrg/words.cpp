@@ -16,10 +16,20 @@ constexpr std::array<Word, 2> kInterfaces = {{{kScsi, "SCSI"}, {kIde, "IDE"}}};
 constexpr std::array<Word, 5> kScsiTypes = {
     {{0, "hard disk"}, {1, "CD-ROM drive"}, {2, "tape drive"}, {3, "optical memory"}, {4, "other device"}}};
 constexpr std::array<Word, 3> kIdeTypes = {{{2, "hard disk"}, {3, "CD-ROM drive"}, {1, "other device"}}};
-constexpr std::array<Word, 3> kPositions = {{{2, "master"}, {3, "slave"}, {1, "position unknown"}}};
-constexpr std::array<Word, 3> kSmart = {{{0, "no failure reported"},
-                                         {kFailurePredicted, "FAILURE PREDICTED"},
-                                         {kStatusNotReadable, "status not readable"}}};
+constexpr std::array<Word, 3> kPositions = {{{kIdeMaster, "master"}, {kIdeSlave, "slave"}, {1, "position unknown"}}};
+struct SmartWord {
+    Smart state;
+    const char *text, *name, *label;
+};
+constexpr std::array<SmartWord, 7> kSmart = {{
+    {Smart::good, "good", "good", "good"},
+    {Smart::failing, "FAILURE PREDICTED", "failing", "failing"},
+    {Smart::notReadable, "not readable", "notReadable", "not_readable"},
+    {Smart::notAsked, "not asked", "notAsked", "not_asked"},
+    {Smart::notSupported, "not supported", "notSupported", "not_supported"},
+    {Smart::unconfirmed, "no failure reported", "unconfirmed", "unconfirmed"},
+    {Smart::unknownCode, "unknown code", "unknown", "unknown"},
+}};
 constexpr std::array<Word, 7> kLifeSpan = {{{kLifeSpanNotRead, "not read"},
                                             {0, "no level"},
                                             {1, "level 1 of 5, least endurance left"},
@@ -37,6 +47,18 @@ std::string wordFor(std::span<const Word> words, int code, const std::string &un
     }
     return unknown + " (" + std::to_string(code) + ")";
 }
+
+const SmartWord &wordOf(Smart smart)
+{
+    for (const SmartWord &word : kSmart) {
+        if (word.state == smart) {
+            return word;
+        }
+    }
+    return kSmart.back();
+}
+
+constexpr std::string_view kBlanks = " \t\r\n";
 
 } // namespace
 
@@ -63,12 +85,29 @@ std::string drivePositionWords(int ideConfiguration)
 
 const char *drivePositionName(int ideConfiguration)
 {
-    return ideConfiguration == 2 ? "master" : ideConfiguration == 3 ? "slave" : "unknown";
+    return ideConfiguration == kIdeMaster ? "master" : ideConfiguration == kIdeSlave ? "slave" : "unknown";
 }
 
-std::string smartWords(int smartStatus)
+std::string smartWords(Smart smart)
 {
-    return wordFor(kSmart, smartStatus, "unknown status");
+    return wordOf(smart).text;
+}
+
+const char *smartName(Smart smart)
+{
+    return wordOf(smart).name;
+}
+
+const char *smartLabel(Smart smart)
+{
+    return wordOf(smart).label;
+}
+
+std::span<const Smart> allSmartStates()
+{
+    static constexpr std::array<Smart, 6> states = {Smart::good,     Smart::failing,      Smart::notReadable,
+                                                    Smart::notAsked, Smart::notSupported, Smart::unconfirmed};
+    return states;
 }
 
 std::string lifeSpanWords(int level)
@@ -98,14 +137,22 @@ std::string counted(size_t number, std::string_view what)
     return std::to_string(number) + " " + std::string(what) + (number == 1 ? "" : "s");
 }
 
+std::string_view trimmed(std::string_view text)
+{
+    const size_t first = text.find_first_not_of(kBlanks);
+    return first == std::string_view::npos ? std::string_view()
+                                           : text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+}
+
+bool saysSomething(std::string_view text)
+{
+    const std::string_view inner = trimmed(text);
+    return !inner.empty() && inner != "Unknown" && inner != "Not Supported";
+}
+
 std::string printable(std::string_view text)
 {
-    constexpr std::string_view kBlanks = " \t\r\n";
-    const size_t first = text.find_first_not_of(kBlanks);
-    if (first == std::string_view::npos) {
-        return {};
-    }
-    text = text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+    text = trimmed(text);
     constexpr char kHex[] = "0123456789abcdef";
     std::string result;
     for (const char c : text) {

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -13,9 +14,24 @@ namespace tool {
 constexpr int kScsi = 0;
 constexpr int kIde = 1;
 
-// SMART states of a hard disk beside 0, nothing reported.
+// Codes of IDEConfiguration.
+constexpr int kIdeMaster = 2;
+constexpr int kIdeSlave = 3;
+
+// SMART states of a hard disk beside 0.
 constexpr int kFailurePredicted = 1;
 constexpr int kStatusNotReadable = -1;
+
+// What is known of a disk's SMART verdict. A SmartStatus of 0 alone does not say which of the others it is.
+enum class Smart {
+    unconfirmed, // 0, and nothing shows whether the disk was asked and answered
+    good,        // asked, and no failure predicted
+    failing,
+    notReadable,  // asked, and no verdict obtained
+    notAsked,     // SMART handling is off, or the disk is an IDE disk, which is never asked
+    notSupported, // the disk has no SMART
+    unknownCode,
+};
 
 // Remaining endurance goes from 1 (least) to 5 (most).
 constexpr int kMostEndurance = 5;
@@ -30,11 +46,12 @@ bool isHardDisk(int interfaceType, int deviceType);
 std::string drivePositionWords(int ideConfiguration); // "master", "slave", "position unknown"
 const char *drivePositionName(int ideConfiguration);  // "master", "slave", "unknown"
 
-// 0 also stands for a disk without SMART and for SMART that is not handled, so it never says more than that nothing was
-// reported.
-std::string smartWords(int smartStatus);
+std::string smartWords(Smart smart);     // "good", "FAILURE PREDICTED", "not readable", ...
+const char *smartName(Smart smart);      // for JSON: "good", "failing", "notReadable", ...
+const char *smartLabel(Smart smart);     // for metrics: "good", "failing", "not_readable", ...
+std::span<const Smart> allSmartStates(); // that a known code can mean
 
-// A level, -1 where the drive did not tell (no such attribute, a figure outside every level, a failed command), or 0,
+// A level; -1 where no level could be read (no such attribute, a figure outside every level, a failed command); or 0,
 // which no reading gives but which a saved state may hold.
 std::string lifeSpanWords(int level);
 
@@ -43,8 +60,16 @@ std::string capacityWords(uint32_t mebibytes);
 
 std::string counted(size_t number, std::string_view what); // "1 controller", "2 controllers"
 
-// For a terminal: blanks at both ends are dropped, and bytes that are no printable ASCII become \xNN, so that a
-// device's text can neither break the line nor command the terminal.
+// Without the blanks and line ends at both ends.
+std::string_view trimmed(std::string_view text);
+
+// Every text that is not the tool's own (of devices, files, arguments, the provider) is printed through this function:
+// trimmed, and bytes that are not printable ASCII as \xNN, so that it can neither break the line nor control the
+// terminal. Text beyond ASCII is escaped too: a terminal that does not expect UTF-8 takes parts of it for controls.
 std::string printable(std::string_view text);
+
+// Whether a text of the provider says something: not empty, "Unknown" or "Not Supported" (without regard to blanks at
+// its ends).
+bool saysSomething(std::string_view text);
 
 } // namespace tool
