@@ -118,6 +118,37 @@ int openToAppend(const char *path)
     return -1;
 }
 
+int writeLine(int descriptor, const Line &line)
+{
+    const ssize_t written = write(descriptor, line.text(), line.length());
+    if (written < 0) {
+        return errno;
+    }
+    return static_cast<size_t>(written) == line.length() ? 0 : ENOSPC;
+}
+
+bool isPrintable(unsigned char byte)
+{
+    return byte >= 0x20 && byte < 0x7f;
+}
+
+// Texts of devices and files are in the line: on a terminal each byte that is not printable ASCII, but the line end,
+// becomes \xNN, so that none of them can control it.
+int writeEscaped(int descriptor, const Line &line)
+{
+    Line escaped;
+    for (size_t i = 0; i < line.length(); ++i) {
+        const auto byte = static_cast<unsigned char>(line.text()[i]);
+        const bool lineEnd = byte == '\n' && i + 1 == line.length();
+        if (isPrintable(byte) || lineEnd) {
+            escaped.add(line.text() + i, 1);
+        } else {
+            escaped.format("\\x%02x", static_cast<unsigned>(byte));
+        }
+    }
+    return writeLine(descriptor, escaped);
+}
+
 } // namespace
 
 int appendLine(const char *path, const Line &line)
@@ -127,11 +158,7 @@ int appendLine(const char *path, const Line &line)
     if (descriptor < 0) {
         return errno;
     }
-    const ssize_t written = write(descriptor, line.text(), line.length());
-    int result = written < 0 ? errno : 0;
-    if (written >= 0 && static_cast<size_t>(written) != line.length()) {
-        result = ENOSPC;
-    }
+    const int result = isatty(descriptor) == 1 ? writeEscaped(descriptor, line) : writeLine(descriptor, line);
     if (!standard) {
         close(descriptor);
     }

@@ -18,7 +18,7 @@ private:
     int cancelState_;
 };
 
-// Text that grows; what does not fit in memory is left out, and full() then tells.
+// Text that grows; what does not fit in memory is left out, and full() is then true.
 class Line {
 public:
     Line() = default;
@@ -48,7 +48,8 @@ private:
     bool full_ = false;
 };
 
-// Appends the line, in one write, to the file of that name ("-" is standard error). Made readable to its owner and
-// group only. 0, or an errno value. A file, pipe or terminal will do; anything that would block at opening fails, and
-// so does a symbolic link that neither root nor this process's user has made.
+// Appends the line, in one write, to the file of that name ("-" is standard error); a terminal gets it with all bytes
+// but printable ASCII escaped. A new file is readable to its owner and group only. Returns 0 or an errno value. A file,
+// pipe or terminal will do; anything that would block at opening fails, and so does a symbolic link that neither root
+// nor this process's user has made.
 int appendLine(const char *path, const Line &line);

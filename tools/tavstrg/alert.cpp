@@ -120,12 +120,23 @@ std::optional<Disk> diskOf(const Alert &alert)
     return disk;
 }
 
-std::string diskWords(const Disk &disk)
+// "sda, 0:0:0:0, serial S1; ", as far as known.
+std::string placeWords(const Device &device)
+{
+    std::string words = printable(device.node);
+    const std::string serial = device.serialWords();
+    for (const std::string &part : {device.host ? device.address() : "", serial.empty() ? "" : "serial " + serial}) {
+        words += (words.empty() || part.empty() ? "" : ", ") + part;
+    }
+    return words + (words.empty() ? "" : "; ");
+}
+
+std::string diskWords(const Disk &disk, const std::string &place)
 {
     const std::string address =
         disk.scsi ? std::to_string(disk.bus) + ":" + std::to_string(disk.target) + ":" + std::to_string(disk.lun)
                   : drivePositionWords(disk.position);
-    return disk.name + (disk.name.empty() ? "(" : " (") + (disk.scsi ? "SCSI" : "IDE") + " device " +
+    return disk.name + (disk.name.empty() ? "(" : " (") + place + (disk.scsi ? "SCSI" : "IDE") + " device " +
            std::to_string(disk.device) + ", controller " + std::to_string(disk.controller) + ", " + address + ")";
 }
 
@@ -145,7 +156,10 @@ std::string alertWords(const Alert &alert)
         words += lifeSpanWords(event->level);
     }
     if (const std::optional<Disk> disk = diskOf(alert)) {
-        return words + ": " + diskWords(*disk);
+        return words + ": " + diskWords(*disk, alert.device ? placeWords(*alert.device) : "");
+    }
+    if (alert.changes) {
+        return words + (alert.changes->empty() ? "" : ": " + changeWords(*alert.changes));
     }
     for (size_t i = 0; i < alert.strings.size(); ++i) {
         words += (i == 0 ? ": " : ", ") + printable(alert.strings[i]);
@@ -153,7 +167,7 @@ std::string alertWords(const Alert &alert)
     return words;
 }
 
-// A time that is not understood stands as it came.
+// A time that is not understood is printed as it came.
 std::string localTime(const std::string &utc)
 {
     std::tm parts{};
@@ -165,20 +179,61 @@ std::string localTime(const std::string &utc)
     parts.tm_mon -= 1;
     const time_t seconds = timegm(&parts);
     std::tm local{};
-    char text[32];
+    char text[40];
     if (localtime_r(&seconds, &local) == nullptr ||
-        std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local) == 0) {
+        std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S %z", &local) == 0) {
         return printable(utc);
     }
     return text;
 }
 
-Json diskJson(const Disk &disk)
+Json textOrNull(const std::string &text)
+{
+    return text.empty() ? Json(nullptr) : Json(text);
+}
+
+Json nodePath(const std::string &node)
+{
+    return node.empty() ? Json(nullptr) : Json("/dev/" + node);
+}
+
+Json hostNumber(const std::optional<unsigned> &host)
+{
+    return host ? Json(*host) : Json(nullptr);
+}
+
+Json changeJson(const Change &change)
+{
+    return {{"change", change.added ? "added" : "removed"},
+            {"kind", change.kind},
+            {"name", textOrNull(change.name)},
+            {"serialNumber", textOrNull(change.serial)},
+            {"node", nodePath(change.node)},
+            {"hostNumber", hostNumber(change.host)},
+            {"address", textOrNull(change.address)}};
+}
+
+Json changesJson(const Alert &alert)
+{
+    if (!alert.changes) {
+        return nullptr;
+    }
+    Json json = Json::array();
+    for (const Change &change : *alert.changes) {
+        json.push_back(changeJson(change));
+    }
+    return json;
+}
+
+Json diskJson(const Disk &disk, const Device &device)
 {
     const Json address = {{"bus", disk.bus}, {"target", disk.target}, {"lun", disk.lun}};
     return {{"interface", disk.scsi ? "SCSI" : "IDE"},
             {"device", disk.device},
             {"name", disk.name},
+            {"serialNumber", textOrNull(device.serialWords())},
+            {"node", nodePath(device.node)},
+            {"hostNumber", hostNumber(device.host)},
             {"controller", disk.controller},
             {"address", disk.scsi ? address : Json(nullptr)},
             {"position", disk.scsi ? Json(nullptr) : Json(drivePositionName(disk.position))}};
@@ -208,6 +263,37 @@ std::optional<Alert> parseAlert(const std::string &line)
     }
 }
 
+bool isConfigurationChange(const Alert &alert)
+{
+    return alert.eventId == kEvents[0].id;
+}
+
+bool isAboutADisk(const Alert &alert)
+{
+    return diskOf(alert).has_value();
+}
+
+bool addDevice(Alert &alert, const Inventory &inventory)
+{
+    const std::optional<Disk> disk = diskOf(alert);
+    if (!disk) {
+        return false;
+    }
+    const auto consider = [&alert, &disk](const std::vector<Device> &devices) {
+        for (const Device &device : devices) {
+            const bool sameKind = (device.interfaceType == kScsi) == disk->scsi;
+            if (sameKind && device.index == disk->device && disk->name.starts_with(device.nameWords())) {
+                alert.device = device;
+            }
+        }
+    };
+    for (const Controller &controller : inventory.controllers) {
+        consider(controller.devices);
+    }
+    consider(inventory.devicesWithoutController);
+    return alert.device.has_value();
+}
+
 std::string alertText(const Alert &alert, bool colour, size_t width)
 {
     const Severity &severity = severityOf(alert);
@@ -234,7 +320,8 @@ std::string alertJson(const Alert &alert)
                  {"eventId", eventIdText(alert)},
                  {"event", event == nullptr ? "unknown" : event->name},
                  {"level", event == nullptr || event->level == 0 ? Json(nullptr) : Json(event->level)},
-                 {"disk", disk ? diskJson(*disk) : Json(nullptr)},
+                 {"disk", disk ? diskJson(*disk, alert.device.value_or(Device())) : Json(nullptr)},
+                 {"changes", changesJson(alert)},
                  {"text", alertWords(alert)},
                  {"strings", alert.strings}});
     return writtenInOneLine(json);

@@ -32,7 +32,7 @@ const char *wordFor(FileState state)
 
 std::string located(const CheckedFile &file, const CheckedLine &line)
 {
-    return file.path + (line.line == 0 ? "" : ":" + std::to_string(line.line)) + ": ";
+    return printable(file.path) + (line.line == 0 ? "" : ":" + std::to_string(line.line)) + ": ";
 }
 
 size_t countOf(const CheckedFile &file, Verdict verdict)
@@ -61,7 +61,7 @@ std::string checkedText(const std::vector<CheckedFile> &files)
             }
         }
         if (file.state == FileState::read) {
-            text += file.path + ": " + counted(countOf(file, Verdict::accepted), "line") + " accepted, " +
+            text += printable(file.path) + ": " + counted(countOf(file, Verdict::accepted), "line") + " accepted, " +
                     std::to_string(countOf(file, Verdict::skipped)) + " skipped\n";
         }
     }

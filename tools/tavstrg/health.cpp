@@ -3,6 +3,8 @@
 
 #include "tavstrg/words.h"
 
+#include <utility>
+
 namespace tool {
 namespace {
 
@@ -26,7 +28,12 @@ void countSmart(Health &health, const HardDisk &disk, const std::string &name)
     case Smart::notSupported:
         ++health.notSupported;
         break;
+    case Smart::unconfirmed:
+        ++health.unconfirmed;
+        break;
     default:
+        ++health.statusNotReadable; // a code that no provider of this version gives
+        health.notReadable.push_back(name);
         break;
     }
 }
@@ -35,22 +42,33 @@ void countWear(Health &health, const LifeSpan &lifeSpan, const std::string &name
 {
     if (lifeSpan.level == 1) {
         ++health.leastEndurance;
-        health.worn.push_back(name);
+        health.leastLeft.push_back(name);
     } else if (lifeSpan.level == 2) {
         ++health.littleEndurance;
-        health.wearing.push_back(name);
+        health.littleLeft.push_back(name);
     } else if (lifeSpan.level == kLifeSpanNotRead) {
         ++health.lifeSpanNotRead;
         health.wearNotRead.push_back(name);
     }
 }
 
-void add(std::string &words, const std::string &part, const std::vector<std::string> &names = {})
+using Items = std::vector<HealthItem>;
+
+void add(Items &items, size_t number, Mark mark, std::string text, const std::vector<std::string> &names = {})
 {
-    words += (words.empty() ? "" : "; ") + part;
-    for (size_t i = 0; i < names.size(); ++i) {
-        words += (i == 0 ? ": " : ", ") + names[i];
+    if (number == 0) {
+        return;
     }
+    for (size_t i = 0; i < names.size(); ++i) {
+        text += (i == 0 ? ": " : ", ") + names[i];
+    }
+    items.push_back({std::move(text), mark});
+}
+
+std::string whyNotAsked(const Health &health)
+{
+    return health.smartMode == kSmartHandled ? "an IDE disk never is"
+                                             : "HardDiskSmartMode is " + std::to_string(health.smartMode);
 }
 
 } // namespace
@@ -81,45 +99,27 @@ Health healthOf(const Inventory &inventory)
     return health;
 }
 
-std::string healthWords(const Health &health)
+std::vector<HealthItem> healthItems(const Health &health)
 {
-    std::string words;
-    if (health.failurePredicted != 0) {
-        add(words,
-            std::to_string(health.failurePredicted) + " of " + counted(health.disks, "disk") +
-                (health.failurePredicted == 1 ? " predicts failure" : " predict failure"),
-            health.failing);
-    }
-    if (health.statusNotReadable != 0) {
-        add(words, "SMART status of " + counted(health.statusNotReadable, "disk") + " not readable",
-            health.notReadable);
-    }
-    if (health.leastEndurance != 0) {
-        add(words, counted(health.leastEndurance, "drive") + " with least endurance left (level 1 of 5)", health.worn);
-    }
-    if (health.littleEndurance != 0) {
-        add(words, counted(health.littleEndurance, "drive") + " with little endurance left (level 2 of 5)",
-            health.wearing);
-    }
-    if (health.lifeSpanNotRead != 0) {
-        add(words, "life span of " + counted(health.lifeSpanNotRead, "drive") + " not read", health.wearNotRead);
-    }
-    if (health.notAsked != 0) {
-        add(words, "SMART status of " + counted(health.notAsked, "disk") + " not asked" +
-                       (health.smartMode == kSmartHandled
-                            ? " (IDE)"
-                            : " (HardDiskSmartMode is " + std::to_string(health.smartMode) + ")"));
-    }
-    if (health.notSupported != 0) {
-        add(words, "SMART not supported by " + counted(health.notSupported, "disk"));
-    }
-    if (health.good != 0) {
-        add(words, counted(health.good, "disk") + " good");
-    }
-    if (words.empty() && health.disks != 0) {
-        add(words, "no failure reported by " + counted(health.disks, "disk"));
-    }
-    return words;
+    Items items;
+    add(items, health.failurePredicted, Mark::failure,
+        std::to_string(health.failurePredicted) + " of " + counted(health.disks, "disk") +
+            (health.failurePredicted == 1 ? " predicts failure" : " predict failure"),
+        health.failing);
+    add(items, health.leastEndurance, Mark::failure,
+        counted(health.leastEndurance, "drive") + " with least endurance left (level 1 of 5)", health.leastLeft);
+    add(items, health.statusNotReadable, Mark::warning,
+        "SMART status of " + counted(health.statusNotReadable, "disk") + " not readable", health.notReadable);
+    add(items, health.littleEndurance, Mark::warning,
+        counted(health.littleEndurance, "drive") + " with little endurance left (level 2 of 5)", health.littleLeft);
+    add(items, health.lifeSpanNotRead, Mark::warning,
+        "life span of " + counted(health.lifeSpanNotRead, "drive") + " not readable", health.wearNotRead);
+    add(items, health.notAsked, health.smartMode == kSmartHandled ? Mark::none : Mark::warning,
+        "SMART status of " + counted(health.notAsked, "disk") + " not asked (" + whyNotAsked(health) + ")");
+    add(items, health.notSupported, Mark::none, "SMART not supported by " + counted(health.notSupported, "disk"));
+    add(items, health.good, Mark::none, counted(health.good, "disk") + " good");
+    add(items, health.unconfirmed, Mark::none, "no failure reported by " + counted(health.unconfirmed, "disk"));
+    return items;
 }
 
 Mark markOf(const HardDisk &disk)
@@ -130,15 +130,6 @@ Mark markOf(const HardDisk &disk)
         return Mark::failure;
     }
     return smart == Smart::notReadable || smart == Smart::unknownCode || level <= 2 ? Mark::warning : Mark::none;
-}
-
-Mark markOf(const Health &health)
-{
-    if (health.failurePredicted + health.leastEndurance != 0) {
-        return Mark::failure;
-    }
-    const bool warns = health.statusNotReadable + health.littleEndurance + health.lifeSpanNotRead != 0;
-    return warns ? Mark::warning : Mark::none;
 }
 
 } // namespace tool

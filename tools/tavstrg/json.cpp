@@ -124,6 +124,7 @@ Json healthJson(const Health &health)
             {"statusNotReadable", health.statusNotReadable},
             {"notAsked", health.notAsked},
             {"notSupported", health.notSupported},
+            {"unconfirmed", health.unconfirmed},
             {"leastEndurance", health.leastEndurance},
             {"littleEndurance", health.littleEndurance},
             {"lifeSpanNotRead", health.lifeSpanNotRead}};

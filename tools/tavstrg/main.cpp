@@ -5,6 +5,7 @@
 #include "tavstrg/commands.h"
 #include "tavstrg/json.h"
 #include "tavstrg/terminal.h"
+#include "tavstrg/words.h"
 #include "tavstrg/wrap.h"
 
 #include <fcntl.h>
@@ -44,12 +45,12 @@ bool terminalIsUtf8()
 
 int complain(const std::string &text, int status)
 {
-    std::string told;
+    std::string message;
     std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);) {
-        told += "tavstrg: " + line + "\n";
+    for (std::string line; std::getline(lines, line);) { // with names of files and fields in it
+        message += "tavstrg: " + tool::printable(line) + "\n";
     }
-    std::fputs(tool::fitted(told, tool::widthOf(STDERR_FILENO)).c_str(), stderr);
+    std::fputs(tool::fitted(message, tool::widthOf(STDERR_FILENO)).c_str(), stderr);
     return status;
 }
 

@@ -8,11 +8,18 @@ namespace {
 
 constexpr int kFailureLevel = 3;
 constexpr std::string_view kCollector = "strgGetCurrentInfo";
+constexpr std::string_view kPass = "strgCheckConfigChange";
 constexpr std::string_view kDispatcher = "TAVStorageSmartWatch"; // once for each SCSI hard disk, in their order
 
 bool readsStatus(std::string_view function)
 {
     return function.starts_with("get_") && function.ends_with("_smart");
+}
+
+// A status that came with sense data in a format from which no verdict can be taken.
+bool isUndecoded(int level, std::string_view function)
+{
+    return level >= kFailureLevel && function == "scsi_find_sense_data";
 }
 
 bool startsAsking(std::string_view function)
@@ -28,16 +35,23 @@ void SmartReadings::take(int level, std::string_view function, std::string_view 
     const std::lock_guard held(guard_);
     if (function == kCollector && text.starts_with("_IN_")) {
         found_.clear();
+    } else if (function == kPass && text.starts_with("_OUT_")) {
+        ++passes_;
     } else if (function == kDispatcher && text.starts_with("_IN_")) {
-        asked_ = notSupported_ = statusRead_ = statusFailed_ = false;
+        asked_ = notSupported_ = readingStatus_ = statusRead_ = statusFailed_ = false;
     } else if (function == kDispatcher && text.starts_with("_OUT_")) {
         found_.push_back(outcome());
     } else if (startsAsking(function)) {
         asked_ = true;
         // "/dev/sda: not support smart", "/dev/sda : not support S.M.A.R.T."
         notSupported_ = notSupported_ || text.find("not support") != std::string_view::npos;
-        statusRead_ = statusRead_ || readsStatus(function);
-        statusFailed_ = statusFailed_ || (readsStatus(function) && level >= kFailureLevel);
+        if (readsStatus(function)) {
+            readingStatus_ = !text.starts_with("_OUT_");
+            statusRead_ = true;
+            statusFailed_ = statusFailed_ || level >= kFailureLevel;
+        }
+    } else if (readingStatus_ && isUndecoded(level, function)) {
+        statusFailed_ = true;
     }
 }
 
@@ -50,6 +64,12 @@ Smart SmartReadings::outcome() const
         return Smart::notSupported;
     }
     return statusRead_ && !statusFailed_ ? Smart::good : Smart::notReadable;
+}
+
+unsigned SmartReadings::passes() const
+{
+    const std::lock_guard held(guard_);
+    return passes_;
 }
 
 std::vector<Smart> SmartReadings::found() const

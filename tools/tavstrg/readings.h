@@ -19,14 +19,18 @@ public:
     // One for each SCSI hard disk that was met, in the order of their records.
     std::vector<Smart> found() const;
 
+    unsigned passes() const; // of the monitoring thread that have ended
+
 private:
     Smart outcome() const;
 
     mutable std::mutex guard_;
     std::vector<Smart> found_;
+    unsigned passes_ = 0;
     // Of the disk whose turn it is.
     bool asked_ = false;
     bool notSupported_ = false;
+    bool readingStatus_ = false; // between begin and end of the routine that reads it
     bool statusRead_ = false;
     bool statusFailed_ = false;
 };

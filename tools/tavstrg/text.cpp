@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <iterator>
 
 namespace tool {
@@ -292,10 +293,12 @@ std::string inventoryText(const Inventory &inventory, const TextStyle &style)
     if (style.verbose) {
         out += "\n" + monitoringText(inventory.monitoring, style.width);
     }
-    const Health health = healthOf(inventory);
-    if (const std::string words = healthWords(health); !words.empty()) {
-        out += "\n";
-        printText(out, {"Health: " + words, markOf(health)}, "", "", style);
+    const std::vector<HealthItem> items = healthItems(healthOf(inventory));
+    constexpr const char *kHead = "Health: ";
+    const std::string below(std::strlen(kHead), ' ');
+    for (size_t i = 0; i < items.size(); ++i) {
+        out += i == 0 ? "\n" : "";
+        printText(out, {(i == 0 ? kHead : "") + items[i].text, items[i].mark}, i == 0 ? "" : below, below, style);
     }
     return out;
 }

@@ -4,11 +4,16 @@
 #include "tavstrg/alert.h"
 #include "tavstrg/alert_pipe.h"
 #include "tavstrg/ask.h"
+#include "tavstrg/changes.h"
+#include "tavstrg/collection.h"
 #include "tavstrg/failure.h"
+#include "tavstrg/health.h"
 #include "tavstrg/json.h"
 #include "tavstrg/machine_follower.h"
 #include "tavstrg/session.h"
 #include "tavstrg/terminal.h"
+#include "tavstrg/trace_tap.h"
+#include "tavstrg/words.h"
 #include "tavstrg/wrap.h"
 
 #include <dlfcn.h>
@@ -28,8 +33,10 @@ constexpr const char *kThread = "TAV_StorageThread";
 constexpr const char *kConfig = "TAV_StorageConfig";
 constexpr const char *kAlertLibrary = "/opt/qlm/tavkit_sa/lib/libtavalert.so";
 constexpr int kBetweenLooks = 200; // milliseconds between two looks at the machine's file
+constexpr int kTries = 5;          // to find the device of an alert
+constexpr unsigned kBetweenTries = 100000; // microseconds
 
-// Signals that end the watch, as something to wait on. The session keeps them from ending the tool.
+// Signals that end the watch, as a descriptor to wait on. The session blocks them.
 class EndingSignals {
 public:
     EndingSignals()
@@ -61,11 +68,12 @@ private:
     int descriptor_;
 };
 
-// For people, apart from the alerts. With JSON, notes are documents too.
+// Information for people, on standard error. With JSON, notes are documents too.
 void note(const Arguments &arguments, const std::string &text)
 {
+    // With names of files and fields of the machine's description in it.
     const std::string line = arguments.json ? noteJson(commandName(Command::watch), text)
-                                            : fitted("tavstrg: " + text + "\n", widthOf(STDERR_FILENO));
+                                            : fitted("tavstrg: " + printable(text) + "\n", widthOf(STDERR_FILENO));
     std::fputs(line.c_str(), stderr);
 }
 
@@ -102,8 +110,8 @@ void invoke(Session &session, const char *className, const char *method,
     }
 }
 
-// The configuration has only methods, and in service mode none before the thread runs, whose first sleep already has
-// the cycle. So the cycle is set without service mode, and found again in what is saved then.
+// In service mode the configuration's methods are refused until the thread runs, and the thread's first sleep already
+// has the cycle. So the cycle is set without service mode and read again from the saved state.
 void setCycle(Session &session, int cycle)
 {
     invoke(session, kConfig, "SetMonitorCycle", {{"MonitorCycle", broker::Value::text(std::to_string(cycle))}});
@@ -111,7 +119,7 @@ void setCycle(Session &session, int cycle)
 }
 
 // On the real machine the alert library is the agent's, unless the development library was put in its place.
-void tellWhereAlertsGo(const Arguments &arguments)
+void noteWhereAlertsGo(const Arguments &arguments)
 {
     void *library = dlopen(kAlertLibrary, RTLD_LAZY | RTLD_NOLOAD);
     if (library == nullptr) {
@@ -124,7 +132,7 @@ void tellWhereAlertsGo(const Arguments &arguments)
     dlclose(library);
 }
 
-void tellBeginning(Session &session, const Arguments &arguments)
+void noteBeginning(Session &session, const Arguments &arguments)
 {
     const std::string machine =
         arguments.machine.empty()
@@ -134,7 +142,7 @@ void tellBeginning(Session &session, const Arguments &arguments)
     note(arguments, "watching " + machine + ", a pass every " + std::to_string(cycle) + " s, until Ctrl-C");
 }
 
-// A description that is no good leaves the machine as it was.
+// A description with a mistake leaves the machine as it was.
 void follow(MachineFollower &follower, Session &session, const Arguments &arguments)
 {
     const auto change = follower.look();
@@ -161,6 +169,9 @@ public:
 
     void run()
     {
+        const TraceTap tap([this](int level, const char *function, const char *text) {
+            readings_.take(level, function == nullptr ? "" : function, text);
+        });
         Session session({arguments_.provider, arguments_.machine, arguments_.cycle == 0, true});
         const EndingSignals signals;
         if (arguments_.cycle != 0) {
@@ -168,15 +179,16 @@ public:
         }
         invoke(session, kThread, "StartMonitoringThread");
         if (arguments_.machine.empty()) {
-            tellWhereAlertsGo(arguments_);
+            noteWhereAlertsGo(arguments_);
         }
-        tellBeginning(session, arguments_);
+        noteBeginning(session, arguments_);
+        lookAt(session);
         const std::string problem = untilEnded(session, signals);
         invoke(session, kThread, "StopMonitoringThread");
         if (!problem.empty()) {
             throw Failure(problem);
         }
-        printAlerts(signals); // of the pass that was under way
+        printAlerts(nullptr, signals); // of the pass that was under way
         signals.take();
     }
 
@@ -187,15 +199,17 @@ private:
         // Standard output is waited on for nothing but the end of its reader.
         pollfd waits[3] = {{alerts_.descriptor(), POLLIN, 0}, {signals.descriptor(), POLLIN, 0}, {STDOUT_FILENO, 0, 0}};
         while (waits[1].revents == 0) {
-            const int ready = poll(waits, 3, arguments_.machine.empty() ? -1 : kBetweenLooks);
+            const bool looks = !arguments_.machine.empty() || !healthNoted_;
+            const int ready = poll(waits, 3, looks ? kBetweenLooks : -1);
             if (ready < 0) {
                 continue;
             } // interrupted
-            printAlerts(signals);
+            printAlerts(&session, signals);
+            noteHealth(session);
             if (waits[2].revents != 0) {
                 throw Failure(std::string("standard output: ") + std::strerror(EPIPE));
             }
-            if (ready == 0) // looks that follow an alert at once would find no editor at work
+            if (ready == 0 && !arguments_.machine.empty()) // not right after an alert: an editor may be at work
             {
                 follow(follower_, session, arguments_);
             }
@@ -205,13 +219,69 @@ private:
         return failure.what();
     }
 
-    void printAlerts(const EndingSignals &signals)
+    // The inventory as the provider has it now; false when it cannot be had, during a stop for instance.
+    bool lookAt(Session &session)
+    try {
+        Collection unused;
+        inventory_ = collectInventory(session.broker(), readings_, unused);
+        return true;
+    } catch (const Failure &) {
+        return false;
+    }
+
+    // An alert goes out before the pass has stored what it found, so the device may take a moment to be there.
+    void addDetails(Session &session, Alert &alert)
+    {
+        if (isConfigurationChange(alert)) {
+            const std::optional<Inventory> before = inventory_;
+            if (lookAt(session) && before) {
+                alert.changes = changesBetween(*before, *inventory_);
+            }
+            return;
+        }
+        for (int tries = 0; isAboutADisk(alert) && tries < kTries; ++tries) {
+            Inventory now;
+            try {
+                Collection unused;
+                now = collectInventory(session.broker(), readings_, unused);
+            } catch (const Failure &) {
+                return;
+            }
+            if (addDevice(alert, now)) {
+                return;
+            }
+            usleep(kBetweenTries);
+        }
+    }
+
+    // Once, after the first pass: the state of the disks that no alert will speak of.
+    void noteHealth(Session &session)
+    {
+        if (healthNoted_ || readings_.passes() == 0) {
+            return;
+        }
+        healthNoted_ = true;
+        Collection unused;
+        try {
+            const Inventory now = collectInventory(session.broker(), readings_, unused);
+            for (const HealthItem &item : healthItems(healthOf(now))) {
+                note(arguments_, item.text);
+            }
+        } catch (const Failure &) { // the alerts will say more
+        }
+    }
+
+    // session is null where nothing more can be asked.
+    void printAlerts(Session *session, const EndingSignals &signals)
     {
         for (const std::string &line : alerts_.lines()) {
-            const std::optional<Alert> alert = parseAlert(line);
+            std::optional<Alert> alert = parseAlert(line);
             if (!alert) {
                 note(arguments_, "an alert that is not understood: " + line);
             } else {
+                if (session != nullptr) {
+                    addDetails(*session, *alert);
+                }
                 print(arguments_.json ? alertJson(*alert) : alertText(*alert, colour_, widthOf(STDOUT_FILENO)),
                       signals);
             }
@@ -222,6 +292,9 @@ private:
     bool colour_;
     AlertPipe alerts_;
     MachineFollower follower_;
+    SmartReadings readings_;
+    std::optional<Inventory> inventory_; // before the next configuration change
+    bool healthNoted_ = false;
 };
 
 } // namespace
