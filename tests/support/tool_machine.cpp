@@ -145,6 +145,18 @@ int smartStatusOf(const json &device)
     return smart.value("failing", false) ? 1 : 0;
 }
 
+// What the status means, which is 0 for three of these.
+std::string smartStateOf(const json &device)
+{
+    const json smart = device.value("smart", json::object());
+    if (!smart.value("supported", true)) {
+        return "notSupported";
+    }
+    const int status = smartStatusOf(device);
+    const bool staysOff = !smart.value("enabled", true) && !smart.value("canEnable", true);
+    return status == 1 ? "failing" : status == -1 || staysOff ? "notReadable" : "good";
+}
+
 // How much is left, in percent as the model counts it; nothing when the drive has no such attribute or keeps it to
 // itself because its SMART is off.
 std::optional<int> wearOf(const json &device, int attribute)
@@ -229,6 +241,30 @@ unsigned scsiCapacity(const json &device)
     return static_cast<unsigned>(cylinders * heads * perTrack * blockSize / 1048576);
 }
 
+// Gives each device the nodes that the kernel gives in the order of the description.
+void nameNodes(json &machine)
+{
+    std::map<std::string, int> next;
+    const bool sysfs = machine.value("sysfs", !machine.value("kernel", "").starts_with("2.4"));
+    for (json &host : machine["hosts"]) {
+        for (json &device : host["devices"]) {
+            const std::string type = scsiTypeWords(device);
+            const std::string generic = device.value("genericNode", "sg" + std::to_string(next["sg"]++));
+            std::string node = generic;
+            if (type == "hard disk" || type == "optical memory") {
+                const int number = next["sd"]++;
+                const std::string last(1, static_cast<char>('a' + number % 26));
+                node = "sd" + (number < 26 ? "" : std::string(1, static_cast<char>('a' + number / 26 - 1))) + last;
+            } else if (type == "CD-ROM drive") {
+                node = "sr" + std::to_string(next["sr"]++);
+            } else if (type == "tape drive") {
+                node = "st" + std::to_string(next["st"]++);
+            }
+            device["expectedNode"] = !sysfs ? "" : device.value("node", node);
+        }
+    }
+}
+
 std::string numberText(const json &device, const char *name)
 {
     return std::to_string(device.value(name, 0));
@@ -252,6 +288,7 @@ ExpectedDevice scsiDevice(const json &machine, const Administration &administrat
     expected.driver = host.value("driver", "ahci");
     expected.address = numberText(device, "channel") + ":" + numberText(device, "id") + ":" + numberText(device, "lun");
     expected.place = numberText(host, "number") + ":" + expected.address;
+    expected.node = device["expectedNode"];
     expected.type = scsiTypeWords(device);
     expected.vendor = cut(device.value("vendor", device.value("ata", false) && disk ? "ATA" : "TEST"), kVendorWidth);
     expected.model = cut(device.value("model", "DEVICE"), kModelWidth);
@@ -263,6 +300,7 @@ ExpectedDevice scsiDevice(const json &machine, const Administration &administrat
         expected.serialNumber = trimmed(device.value("serial", "").substr(0, kSerialWidth));
         expected.capacity = scsiCapacity(device);
         expected.smartStatus = smartStatusOf(device);
+        expected.smartState = smartStateOf(device);
         expected.lifeSpan = lifeSpanOf(device, administration.endurance);
     }
     return expected;
@@ -280,7 +318,7 @@ std::vector<ExpectedController> scsiControllers(const json &machine, const Admin
             continue;
         }
         ExpectedController controller{"SCSI Controller", driver, std::nullopt, {}};
-        for (const json &device : host.value("devices", json::array())) {
+        for (const json &device : host["devices"]) {
             ExpectedDevice expected = scsiDevice(machine, administration, host, device);
             if (!expected.capacity || !isExcluded(administration, expected.vendor, expected.model)) {
                 controller.devices.push_back(std::move(expected));
@@ -301,6 +339,7 @@ ExpectedDevice ideDevice(const json &drive)
     const std::string media = drive.value("media", "disk");
     ExpectedDevice expected;
     expected.place = drive.value("name", "hda");
+    expected.node = expected.place;
     expected.address = (expected.place.at(2) - 'a') % 2 == 0 ? "master" : "slave";
     expected.type = media == "disk" ? "hard disk" : media == "cdrom" ? "CD-ROM drive" : "other device";
     expected.model = drive.value("model", "DRIVE");
@@ -308,6 +347,7 @@ ExpectedDevice ideDevice(const json &drive)
     expected.serialNumber = "Unknown";
     if (media == "disk") {
         expected.capacity = static_cast<unsigned>(sectorsOf(drive, uint64_t{40} << 30) / 2048);
+        expected.smartState = "notAsked";
     }
     return expected;
 }
@@ -351,7 +391,8 @@ std::vector<ExpectedController> ideControllers(const json &machine)
 
 std::vector<ExpectedController> expectedControllers(const std::string &description)
 {
-    const json machine = json::parse(description);
+    json machine = json::parse(description);
+    nameNodes(machine);
     std::vector<ExpectedController> controllers = scsiControllers(machine, readAdministration(machine));
     for (ExpectedController &controller : ideControllers(machine)) {
         controllers.push_back(std::move(controller));

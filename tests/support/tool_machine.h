@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the tool must say of a simulated machine, worked out from its description alone: a second way to the answer, by
-// which the files of expected output are checked.
+// What the tool must print of a simulated machine, worked out from its description alone: a second way to the answer,
+// by which the files of expected output are checked.
 #pragma once
 
 #include <optional>
@@ -13,10 +13,12 @@ struct ExpectedDevice {
     std::string driver;  // of its controller; empty on IDE
     std::string place;   // "host:bus:target:lun" or the IDE drive's name
     std::string address; // as the tree shows it: "bus:target:lun", "master", "slave"
+    std::string node;    // "sda"; empty on kernels without sysfs
     std::string type;    // in words
     std::string vendor, model, firmwareRevision, serialNumber;
     std::optional<unsigned> capacity; // MiB; of a hard disk
     int smartStatus = 0;              // of a hard disk
+    std::string smartState;           // of a hard disk, as JSON has it
     std::optional<int> lifeSpan;      // level of a hard disk that the endurance table knows
 };
 

@@ -258,4 +258,55 @@ TEST_F(Agent, ALinkOfSomebodyElseIsNotFollowedAndOnesOwnIs)
     EXPECT_EQ(lines().size(), 1U);
 }
 
+// The far end of a terminal, whose near end is what the libraries write to.
+class Terminal {
+public:
+    Terminal() : far_(posix_openpt(O_RDWR | O_NOCTTY))
+    {
+        EXPECT_EQ(grantpt(far_), 0);
+        EXPECT_EQ(unlockpt(far_), 0);
+        near_ = open(ptsname(far_), O_RDWR | O_NOCTTY);
+    }
+    ~Terminal()
+    {
+        close(near_);
+        close(far_);
+    }
+    Terminal(const Terminal &) = delete;
+    Terminal &operator=(const Terminal &) = delete;
+
+    std::string name() const { return ptsname(far_); }
+    std::string received() const
+    {
+        char text[4096];
+        const ssize_t count = read(far_, text, sizeof text);
+        return {text, count > 0 ? static_cast<size_t>(count) : 0};
+    }
+
+private:
+    int far_;
+    int near_ = -1;
+};
+
+TEST_F(Agent, ATerminalGetsNoByteThatWouldControlIt)
+{
+    const Terminal terminal;
+    const char *hostile = "\x1b[2J \x9b"
+                          "2J \xc2\x9b \xe2\x80\xae \xff";
+    setenv("TAVLOG_FILE", terminal.name().c_str(), 1);
+    trace(3, "", "f", 1, "model=[%s]", hostile);
+    EXPECT_THAT(terminal.received(),
+                testing::EndsWith("model=[\\x1b[2J \\x9b2J \\xc2\\x9b \\xe2\\x80\\xae \\xff]\r\n"));
+    setenv("TAVALERT_FILE", terminal.name().c_str(), 1);
+    std::array<const char *, 1> strings{hostile};
+    EXPECT_EQ(send({0, 3, "s", 1, 4, 1, strings.data()}), 0);
+    const std::string received = terminal.received();
+    for (const char c : received.substr(0, received.size() - 2)) {
+        EXPECT_TRUE(c >= 0x20 && c < 0x7f) << received;
+    }
+    setenv("TAVLOG_FILE", path.c_str(), 1); // a file gets every byte as it is
+    trace(3, "", "f", 1, "%s", hostile);
+    EXPECT_THAT(lines().back(), testing::EndsWith(hostile));
+}
+
 } // namespace

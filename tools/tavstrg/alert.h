@@ -20,8 +20,8 @@ struct Alert {
     std::vector<std::string> strings;
 
     // What the inventory adds; see addDetails().
-    std::optional<Device> device;               // that it is about
-    std::optional<std::vector<Change>> changes; // of a configuration change
+    std::optional<Device> device = {};               // that it is about
+    std::optional<std::vector<Change>> changes = {}; // of a configuration change
 };
 
 // One line of the library's file; nothing when it is not an alert.
@@ -34,9 +34,9 @@ bool isAboutADisk(const Alert &alert);
 // while a pass that met a new disk has not stored it yet.
 bool addDevice(Alert &alert, const Inventory &inventory);
 
-// "2026-01-31 23:59:58 +0100  warning      SMART predicts failure: ATA MODEL FW (sda, 0:0:0:0, serial S1; SCSI device 1,
-// controller 1, 0:0:0)" and a newline, in local time; broken where a terminal of that width ends, 0 for none. An event
-// or strings that are not known are printed as they came.
+// "2026-01-31 23:59:58 +0100  warning      SMART predicts failure: ATA MODEL FW (sda, 0:0:0:0, serial S1; SCSI device
+// 1, controller 1, 0:0:0)" and a newline, in local time; broken where a terminal of that width ends, 0 for none. An
+// event or strings that are not known are printed as they came.
 std::string alertText(const Alert &alert, bool colour, size_t width = 0);
 
 // One JSON object in one line, which ends in a newline.

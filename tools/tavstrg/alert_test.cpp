@@ -51,7 +51,7 @@ class AlertWords : public AlertText, public testing::WithParamInterface<WordsCas
 TEST_P(AlertWords, TellTimeSeverityWhatAndWhichDisk)
 {
     EXPECT_EQ(alertText(alert(GetParam().id, GetParam().type, GetParam().strings), false),
-              "2026-01-31 23:59:58  " + std::string(GetParam().line) + "\n");
+              "2026-01-31 23:59:58 +0000  " + std::string(GetParam().line) + "\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -92,7 +92,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(AlertText, TimesAreThoseOfThePlace)
 {
     moveTo("CET-1");
-    EXPECT_THAT(alertText(alert(0x400407D0, 4), false), testing::StartsWith("2026-02-01 00:59:58  "));
+    EXPECT_THAT(alertText(alert(0x400407D0, 4), false), testing::StartsWith("2026-02-01 00:59:58 +0100  "));
 }
 
 TEST_F(AlertText, ATimeThatIsNotUnderstoodStandsAsItCame)
@@ -104,30 +104,37 @@ TEST_F(AlertText, ATimeThatIsNotUnderstoodStandsAsItCame)
 
 TEST_F(AlertText, ColoursTheSeverityAlone)
 {
-    EXPECT_EQ(alertText(alert(0xC0040450, 1), true),
-              "2026-01-31 23:59:58  \x1b[1;31merror\x1b[0m        life span now level 1 of 5, least endurance left\n");
+    EXPECT_EQ(
+        alertText(alert(0xC0040450, 1), true),
+        "2026-01-31 23:59:58 +0000  \x1b[1;31merror\x1b[0m        life span now level 1 of 5, least endurance left\n");
 }
 
 TEST_F(AlertText, IsBrokenBelowItsBeginWhereATerminalHasTheRoom)
 {
     const Alert failing = alert(0x800403E9, 2, kScsiDisk);
     EXPECT_EQ(alertText(failing, true, 80),
-              "2026-01-31 23:59:58  \x1b[33mwarning\x1b[0m      SMART predicts failure: ATA NORDWIND NW2000\n"
-              "                                  NA03 (SCSI device 2, controller 1, 0:3:2)\n");
-    EXPECT_EQ(alertText(failing, false, 50), "2026-01-31 23:59:58  warning      SMART predicts\n"
-                                             "    failure: ATA NORDWIND NW2000 NA03 (SCSI device\n"
-                                             "    2, controller 1, 0:3:2)\n");
+              "2026-01-31 23:59:58 +0000  \x1b[33mwarning\x1b[0m      SMART predicts failure: ATA NORDWIND\n"
+              "                                        NW2000 NA03 (SCSI device 2,\n"
+              "                                        controller 1, 0:3:2)\n");
+    EXPECT_EQ(alertText(failing, false, 50), "2026-01-31 23:59:58 +0000  warning      SMART\n"
+                                             "    predicts failure: ATA NORDWIND NW2000 NA03\n"
+                                             "    (SCSI device 2, controller 1, 0:3:2)\n");
 }
 
 TEST(AlertJson, IsOneObjectInOneLine)
 {
     const std::string text = alertJson(alert(0x8004044F, 2, kScsiDisk));
     EXPECT_EQ(text.find('\n'), text.size() - 1);
-    EXPECT_EQ(json::parse(text), json::parse(R"x({
+    json made = json::parse(text);
+    made.erase("toolVersion");
+    made.erase("hostName");
+    EXPECT_EQ(made, json::parse(R"x({
       "formatVersion": 1, "command": "watch", "time": "2026-01-31T23:59:58.123Z", "severity": "warning", "eventId": "0x8004044F",
       "event": "lifeSpan", "level": 2,
-      "disk": {"interface": "SCSI", "device": 2, "name": "ATA NORDWIND NW2000 NA03", "controller": 1,
+      "disk": {"interface": "SCSI", "device": 2, "name": "ATA NORDWIND NW2000 NA03",
+               "serialNumber": null, "node": null, "hostNumber": null, "controller": 1,
                "address": {"bus": 0, "target": 3, "lun": 2}, "position": null},
+      "changes": null,
       "text": "life span now level 2 of 5, little endurance left: ATA NORDWIND NW2000 NA03 (SCSI device 2, controller 1, 0:3:2)",
       "strings": ["Address(Controller-Bus-ID-LUN) : 1-0-3-2", "Hard Disk[2] : ATA NORDWIND NW2000 NA03"]
 })x"));
@@ -144,6 +151,60 @@ TEST(AlertJson, NamesEachEventAndHasNullForWhatItDoesNotTell)
         json::parse(alertJson(alert(0x800403E9, 2, {"Address(Controller-Drive) : 3-Master", "Hard Disk[1] : OLD "})));
     EXPECT_EQ(ide["disk"]["position"], "master");
     EXPECT_TRUE(ide["disk"].at("address").is_null());
+}
+
+Inventory machineWithTheDisk()
+{
+    Inventory inventory;
+    inventory.controllers.resize(1);
+    Device device;
+    device.index = 2;
+    device.targetId = 3;
+    device.lun = 2;
+    device.vendor = "ATA     ";
+    device.model = "NORDWIND NW2000 ";
+    device.serialNumber = "NW-1";
+    device.node = "sdc";
+    device.host = 4;
+    inventory.controllers[0].devices = {device};
+    return inventory;
+}
+
+TEST_F(AlertText, NamesNodeAddressAndSerialNumberOfTheDisk)
+{
+    Alert failing = alert(0x800403E9, 2, kScsiDisk);
+    EXPECT_TRUE(addDevice(failing, machineWithTheDisk()));
+    EXPECT_EQ(alertText(failing, false), "2026-01-31 23:59:58 +0000  warning      SMART predicts failure: ATA NORDWIND "
+                                         "NW2000 NA03 (sdc, 4:0:3:2, serial NW-1; SCSI device 2, controller 1, "
+                                         "0:3:2)\n");
+    const json disk = json::parse(alertJson(failing))["disk"];
+    EXPECT_EQ(disk["serialNumber"], "NW-1");
+    EXPECT_EQ(disk["node"], "/dev/sdc");
+    EXPECT_EQ(disk["hostNumber"], 4);
+}
+
+// A disk that took the number of the alert's disk meanwhile.
+TEST(AddDevice, NotOfAnotherName)
+{
+    Inventory inventory = machineWithTheDisk();
+    inventory.controllers[0].devices[0].model = "OTHER";
+    Alert failing = alert(0x800403E9, 2, kScsiDisk);
+    EXPECT_FALSE(addDevice(failing, inventory));
+    EXPECT_FALSE(failing.device);
+    EXPECT_FALSE(addDevice(failing, Inventory()));
+}
+
+TEST_F(AlertText, SaysWhatAConfigurationChangeChanged)
+{
+    Alert change = alert(0x400407D0, 4);
+    change.changes = changesBetween(Inventory(), machineWithTheDisk());
+    EXPECT_THAT(alertText(change, false),
+                testing::EndsWith("storage configuration changed: added controller; added hard disk sdc (4:0:3:2, ATA "
+                                  "NORDWIND NW2000, serial NW-1)\n"));
+    const json changes = json::parse(alertJson(change))["changes"];
+    ASSERT_EQ(changes.size(), 2U);
+    EXPECT_EQ(changes[1]["change"], "added");
+    EXPECT_EQ(changes[1]["serialNumber"], "NW-1");
 }
 
 TEST(ParseAlert, ReadsTheLibrarysLine)

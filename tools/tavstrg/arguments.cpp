@@ -137,9 +137,9 @@ void describeMetrics(CLI::App &app, RawArguments &raw)
     raw.metrics = app.add_subcommand("metrics", "Print the inventory in the Prometheus text format");
     raw.metrics->add_option("--output", raw.arguments.output, "Write FILE in one step instead")->type_name("FILE");
     raw.metrics->footer("\nWith --output it is made for the textfile collector of the node exporter: FILE\n"
-                        "is always whole, and stays as it was when the inventory fails. A disk's vendor,\n"
-                        "model, firmware and serial number stand on tavstorage_disk_info alone; join it\n"
-                        "by the label disk. For JSON ask \"tavstrg --json show\".\n");
+                        "is always whole. If the inventory fails, tavstorage_collection_success is 0 and\n"
+                        "no series of a disk is there. Disks are labelled with serial number and node;\n"
+                        "vendor, model and firmware are on tavstorage_disk_info alone.\n");
 }
 
 void describeDumpState(CLI::App &app, RawArguments &raw)

@@ -11,16 +11,23 @@ namespace {
 
 Change changeOf(const Device &device)
 {
-    return {false,       deviceTypeWords(device.interfaceType, device.deviceType),
-            device.nameWords(), device.serialWords(),
-            device.node, device.address(),
+    return {false,
+            deviceTypeWords(device.interfaceType, device.deviceType),
+            device.nameWords(),
+            device.serialWords(),
+            device.node,
+            device.address(),
             device.host};
 }
 
 Change changeOf(const Controller &controller)
 {
-    return {false, "controller", printable(saysSomething(controller.driver) ? controller.driver : controller.model),
-            "",    "",           "",
+    return {false,
+            "controller",
+            printable(saysSomething(controller.driver) ? controller.driver : controller.model),
+            "",
+            "",
+            "",
             controller.host};
 }
 

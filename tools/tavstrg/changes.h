@@ -10,12 +10,12 @@
 namespace tool {
 
 struct Change {
-    bool added = false;      // else removed
-    std::string kind;        // "controller", "hard disk", "tape drive", ...
-    std::string name;        // vendor and model, or a controller's driver; printable
-    std::string serial;      // printable; empty when not known
-    std::string node;        // "sda"; empty when not known
-    std::string address;     // as the tree shows it; empty for a controller
+    bool added = false;  // else removed
+    std::string kind;    // "controller", "hard disk", "tape drive", ...
+    std::string name;    // vendor and model, or a controller's driver; printable
+    std::string serial;  // printable; empty when not known
+    std::string node;    // "sda"; empty when not known
+    std::string address; // as the tree shows it; empty for a controller
     std::optional<unsigned> host;
 };
 

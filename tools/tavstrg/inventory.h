@@ -33,7 +33,7 @@ struct HardDisk {
     uint32_t sectorsPerTrack = 0;
     uint32_t capacity = 0; // MiB
     int smartStatus = 0;
-    std::optional<LifeSpan> lifeSpan; // solid-state drives of the endurance table only
+    std::optional<LifeSpan> lifeSpan;   // solid-state drives of the endurance table only
     Smart reading = Smart::unconfirmed; // what a smartStatus of 0 means
 
     Smart smart() const; // its state as far as it is known; a failure that is predicted is never hidden
@@ -50,11 +50,11 @@ struct Device {
     std::string vendor;                      // SCSI only
     std::string model, firmwareRevision, serialNumber;
     std::optional<HardDisk> disk; // of a hard disk
-    std::optional<unsigned> host;  // number of its SCSI host where the kernel shows it; see places.h
-    std::string node;              // "sda"; empty when not known
+    std::optional<unsigned> host; // number of its SCSI host where the kernel shows it; see places.h
+    std::string node;             // "sda"; empty when not known
 
-    std::string address() const;    // "host:channel:target:LUN", without the host where it is not known; "master"
-    std::string nameWords() const;  // vendor and model, printable
+    std::string address() const;     // "host:channel:target:LUN", without the host where it is not known; "master"
+    std::string nameWords() const;   // vendor and model, printable
     std::string serialWords() const; // printable; empty when not known
 };
 

@@ -52,14 +52,14 @@ Json lifeSpanJson(const LifeSpan &lifeSpan)
 
 Json diskJson(const HardDisk &disk)
 {
-    return {{"index", disk.index},
-            {"capacityMiB", disk.capacity},
-            {"cylinders", disk.cylinders},
-            {"heads", disk.heads},
-            {"sectorsPerTrack", disk.sectorsPerTrack},
-            {"smart",
-             {{"code", disk.smartStatus}, {"state", smartName(disk.smart())}, {"text", smartWords(disk.smart())}}},
-            {"lifeSpan", disk.lifeSpan ? lifeSpanJson(*disk.lifeSpan) : Json(nullptr)}};
+    return {
+        {"index", disk.index},
+        {"capacityMiB", disk.capacity},
+        {"cylinders", disk.cylinders},
+        {"heads", disk.heads},
+        {"sectorsPerTrack", disk.sectorsPerTrack},
+        {"smart", {{"code", disk.smartStatus}, {"state", smartName(disk.smart())}, {"text", smartWords(disk.smart())}}},
+        {"lifeSpan", disk.lifeSpan ? lifeSpanJson(*disk.lifeSpan) : Json(nullptr)}};
 }
 
 Json deviceJson(const Device &device)

@@ -22,7 +22,8 @@ Json document(const char *command);
 double secondsNow();                 // since 1970
 std::string utcTime(double seconds); // "2026-01-31T23:59:58.123Z"
 
-// Each ends in a newline. The output is ASCII, all other characters are escaped; bytes that are not UTF-8 become U+FFFD.
+// Each ends in a newline. The output is ASCII, all other characters are escaped; bytes that are not UTF-8 become
+// U+FFFD.
 std::string written(const Json &json);
 std::string writtenInOneLine(const Json &json);
 

@@ -138,12 +138,12 @@ Metric single(const std::string &name, std::string_view help, double value, cons
 
 std::vector<Metric> collectionMetrics(const Collection &collection, bool success)
 {
-    return {single("build_info", "Version of the tool. Always 1.", 1, {{"version", TAV_VERSION}}),
-            single("collection_success", "Whether the inventory could be collected; without it no other series is there.",
-                   success ? 1 : 0),
-            single("collection_timestamp_seconds", "When the collection ended, in seconds since 1970.",
-                   collection.time),
-            single("collection_duration_seconds", "How long the collection took.", collection.seconds)};
+    return {
+        single("build_info", "Version of the tool. Always 1.", 1, {{"version", TAV_VERSION}}),
+        single("collection_success", "Whether the inventory could be collected; without it no other series is there.",
+               success ? 1 : 0),
+        single("collection_timestamp_seconds", "When the collection ended, in seconds since 1970.", collection.time),
+        single("collection_duration_seconds", "How long the collection took.", collection.seconds)};
 }
 
 Metric countMetric(const Totals &totals)
@@ -189,12 +189,12 @@ std::vector<Metric> metricsOf(const Inventory &inventory)
 {
     const std::vector<DiskView> disks = disksOf(inventory);
     std::vector<Metric> metrics = collectionMetrics(inventory.collection, true);
-    for (Metric &metric : std::vector<Metric>{
-             countMetric(inventory.totals),
-             single("smart_handling_enabled", "Whether disks are asked for their SMART status.",
-                    inventory.monitoring.smartMode == kSmartHandled ? 1 : 0),
-             infoMetric(disks), capacityMetric(disks), smartMetric(disks), enduranceMetric(disks),
-             enduranceReadMetric(disks)}) {
+    for (Metric &metric :
+         std::vector<Metric>{countMetric(inventory.totals),
+                             single("smart_handling_enabled", "Whether disks are asked for their SMART status.",
+                                    inventory.monitoring.smartMode == kSmartHandled ? 1 : 0),
+                             infoMetric(disks), capacityMetric(disks), smartMetric(disks), enduranceMetric(disks),
+                             enduranceReadMetric(disks)}) {
         metrics.push_back(std::move(metric));
     }
     return metrics;

@@ -30,11 +30,14 @@ Device diskDevice(unsigned index, int smartStatus, int level)
     device.vendor = "ATA";
     device.model = "HALDEN \"M2\\S\"\n";
     device.firmwareRevision = "H2.1";
-    device.serialNumber = "HM-\xff";
+    device.serialNumber = "HM" + std::to_string(index) + "-\xff  ";
+    device.node = std::string("sd") + static_cast<char>('a' + index);
+    device.host = 5;
     HardDisk disk;
     disk.index = index;
     disk.capacity = 1024;
     disk.smartStatus = smartStatus;
+    disk.reading = Smart::good;
     if (level != 0) {
         disk.lifeSpan = LifeSpan{1, level};
     }
@@ -45,6 +48,7 @@ Device diskDevice(unsigned index, int smartStatus, int level)
 Inventory threeDisks()
 {
     Inventory inventory;
+    inventory.collection = {1700000000.25, 1.5};
     inventory.totals.hardDisks = 3;
     inventory.monitoring.smartMode = 1;
     inventory.controllers.emplace_back();
@@ -62,18 +66,24 @@ TEST(Metrics, EveryStateCapacityLevelAndCountIsThere)
     for (const char *line : {
              "tavstorage_devices{kind=\"hard_disk\"} 3\n",
              "tavstorage_smart_handling_enabled 1\n",
-             "tavstorage_disk_capacity_bytes{disk=\"1\"} 1073741824\n",
-             "tavstorage_disk_smart_state{disk=\"1\",state=\"no_failure_reported\"} 1\n",
-             "tavstorage_disk_smart_state{disk=\"1\",state=\"failing\"} 0\n",
-             "tavstorage_disk_smart_state{disk=\"2\",state=\"failing\"} 1\n",
-             "tavstorage_disk_smart_state{disk=\"3\",state=\"unreadable\"} 1\n",
-             "tavstorage_disk_endurance_level{disk=\"1\"} 4\n",
-             "tavstorage_disk_info{disk=\"4\",interface=\"SCSI\"} 1\n",
+             "tavstorage_disk_capacity_bytes{disk=\"1\",serial=\"HM1-\\\\xff\",node=\"sdb\"} 1073741824\n",
+             "tavstorage_disk_smart_state{disk=\"1\",serial=\"HM1-\\\\xff\",node=\"sdb\",state=\"good\"} 1\n",
+             "tavstorage_disk_smart_state{disk=\"1\",serial=\"HM1-\\\\xff\",node=\"sdb\",state=\"failing\"} 0\n",
+             "tavstorage_disk_smart_state{disk=\"2\",serial=\"HM2-\\\\xff\",node=\"sdc\",state=\"failing\"} 1\n",
+             "tavstorage_disk_smart_state{disk=\"3\",serial=\"HM3-\\\\xff\",node=\"sdd\",state=\"not_readable\"} 1\n",
+             "tavstorage_disk_endurance_level{disk=\"1\",serial=\"HM1-\\\\xff\",node=\"sdb\"} 4\n",
+             "tavstorage_disk_endurance_readable{disk=\"1\",serial=\"HM1-\\\\xff\",node=\"sdb\"} 1\n",
+             "tavstorage_disk_endurance_readable{disk=\"2\",serial=\"HM2-\\\\xff\",node=\"sdc\"} 0\n",
+             "tavstorage_disk_info{disk=\"4\",serial=\"\",node=\"\",interface=\"SCSI\"} 1\n",
+             "tavstorage_build_info{version=\"" TAV_VERSION "\"} 1\n",
+             "tavstorage_collection_success 1\n",
+             "tavstorage_collection_timestamp_seconds 1700000000.250000\n",
+             "tavstorage_collection_duration_seconds 1.500000\n",
          }) {
         EXPECT_THAT(text, HasSubstr(line));
     }
-    EXPECT_THAT(text, Not(HasSubstr("endurance_level{disk=\"2\"}"))) << "not read";
-    EXPECT_THAT(text, Not(HasSubstr("endurance_level{disk=\"3\"}"))) << "reports none";
+    EXPECT_THAT(text, Not(HasSubstr("endurance_level{disk=\"2\""))) << "not read";
+    EXPECT_THAT(text, Not(HasSubstr("endurance_level{disk=\"3\""))) << "reports none";
 }
 
 TEST(Metrics, EachKindHasItsOwnCount)
@@ -88,13 +98,26 @@ TEST(Metrics, EachKindHasItsOwnCount)
     }
 }
 
-TEST(Metrics, WithoutSmartNothingIsSaidOfIt)
+TEST(Metrics, ADiskThatWasNotAskedIsNeitherGoodNorAbsent)
 {
     Inventory inventory = threeDisks();
     inventory.monitoring.smartMode = 0;
+    inventory.controllers[0].devices[0].disk->reading = Smart::notAsked;
+    inventory.controllers[0].devices[1].disk->smartStatus = 0;
+    inventory.controllers[0].devices[1].disk->reading = Smart::notSupported;
     const std::string text = metricsText(metricsOf(inventory));
     EXPECT_THAT(text, HasSubstr("tavstorage_smart_handling_enabled 0\n"));
-    EXPECT_THAT(text, Not(HasSubstr("disk_smart_state")));
+    EXPECT_THAT(text, HasSubstr("node=\"sdb\",state=\"not_asked\"} 1\n"));
+    EXPECT_THAT(text, HasSubstr("node=\"sdb\",state=\"good\"} 0\n"));
+    EXPECT_THAT(text, HasSubstr("node=\"sdc\",state=\"not_supported\"} 1\n"));
+}
+
+TEST(Metrics, OfAFailureAreTheCollectionAlone)
+{
+    const std::string text = metricsText(metricsOfFailure({1700000000, 0.5}));
+    EXPECT_THAT(text, HasSubstr("tavstorage_collection_success 0\n"));
+    EXPECT_THAT(text, HasSubstr("tavstorage_collection_timestamp_seconds 1700000000\n"));
+    EXPECT_THAT(text, Not(HasSubstr("disk")));
 }
 
 TEST(Metrics, AnIdeDiskHasAPosition)
@@ -106,14 +129,16 @@ TEST(Metrics, AnIdeDiskHasAPosition)
     EXPECT_THAT(metricsText(metricsOf(inventory)), HasSubstr("interface=\"IDE\",address=\"3-master\""));
 }
 
-TEST(Metrics, WhatADiskIsCalledStandsOnTheInfoMetricAloneAndEscaped)
+TEST(Metrics, TheNameOfADiskIsOnTheInfoMetricAloneAndEscaped)
 {
     const std::string text = metricsText(metricsOf(threeDisks()));
-    EXPECT_THAT(text, HasSubstr("tavstorage_disk_info{disk=\"1\",interface=\"SCSI\",address=\"3-0-1-0\",vendor=\"ATA\","
-                                "model=\"HALDEN \\\"M2\\\\S\\\"\",firmware=\"H2.1\",serial=\"HM-\\\\xff\"} 1\n"));
+    EXPECT_THAT(text,
+                HasSubstr("tavstorage_disk_info{disk=\"1\",serial=\"HM1-\\\\xff\",node=\"sdb\",interface=\"SCSI\","
+                          "address=\"3-0-1-0\",hctl=\"5:0:1:0\",vendor=\"ATA\","
+                          "model=\"HALDEN \\\"M2\\\\S\\\"\",firmware=\"H2.1\"} 1\n"));
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
-        if (line.find("serial=") != std::string::npos) {
+        if (line.find("model=") != std::string::npos) {
             EXPECT_THAT(line, testing::StartsWith("tavstorage_disk_info{"));
         }
     }
@@ -121,7 +146,7 @@ TEST(Metrics, WhatADiskIsCalledStandsOnTheInfoMetricAloneAndEscaped)
 
 TEST(Metrics, EachLineIsOfTheExpositionFormatAndEachMetricHasOneHead)
 {
-    const std::regex sample(R"re([a-z_]+(\{([a-z]+="([^"\\]|\\["\\n])*",?)+\})? [0-9]+)re");
+    const std::regex sample(R"re([a-z_]+(\{([a-z]+="([^"\\]|\\["\\n])*",?)+\})? [0-9]+(\.[0-9]{6})?)re");
     const std::regex head(R"re(# (HELP [a-z_]+ .+|TYPE [a-z_]+ gauge))re");
     std::istringstream lines(metricsText(metricsOf(threeDisks())));
     std::map<std::string, int> heads;
@@ -131,7 +156,7 @@ TEST(Metrics, EachLineIsOfTheExpositionFormatAndEachMetricHasOneHead)
             ++heads[line];
         }
     }
-    EXPECT_EQ(heads.size(), 6U);
+    EXPECT_EQ(heads.size(), 11U);
     EXPECT_THAT(heads, testing::Each(testing::Pair(testing::_, 1)));
 }
 
@@ -177,6 +202,7 @@ TEST(Metrics, TheFileIsForEveryoneToReadAndIsNotWrittenThroughALink)
 TEST(Metrics, AsJsonAreTheSameSamples)
 {
     Inventory inventory = threeDisks();
+    inventory.collection = {1700000000, 2}; // fractions are written in another way
     inventory.controllers[0].devices.resize(1);
     inventory.controllers[0].devices[0].model = "M2 \"S\"";
     inventory.controllers[0].devices[0].serialNumber = "HM-1";

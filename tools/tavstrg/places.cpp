@@ -74,8 +74,8 @@ std::vector<KernelHost> readHosts()
     std::vector<KernelHost> hosts;
     for (const std::string &name : namesIn(kHosts)) {
         KernelHost host;
-        const auto [end, error] = std::from_chars(name.data() + std::min(name.size(), size_t{4}),
-                                                  name.data() + name.size(), host.number);
+        const auto [end, error] =
+            std::from_chars(name.data() + std::min(name.size(), size_t{4}), name.data() + name.size(), host.number);
         if (!name.starts_with("host") || error != std::errc() || end != name.data() + name.size()) {
             continue;
         }
@@ -116,9 +116,9 @@ std::vector<KernelDevice> readDevices()
     }
     for (const SCSIDeviceInfo *device = list; device != nullptr; device = device->next) {
         devices.push_back({device->host, device->channel, device->id, device->lun, device->vendor, device->model, ""});
-        devices.back().node = nodeIn(std::string(kDevices) + "/" + std::to_string(device->host) + ":" +
-                                     std::to_string(device->channel) + ":" + std::to_string(device->id) + ":" +
-                                     std::to_string(device->lun));
+        devices.back().node =
+            nodeIn(std::string(kDevices) + "/" + std::to_string(device->host) + ":" + std::to_string(device->channel) +
+                   ":" + std::to_string(device->id) + ":" + std::to_string(device->lun));
     }
     FreeSCSIDeviceInfo(&list);
     return devices;
@@ -147,7 +147,9 @@ bool sameText(const std::string &record, const std::string &kernel)
 bool isAt(const KernelDevice &candidate, const Device &device, unsigned host)
 {
     constexpr unsigned kRecordBits = 0xffff; // numbers of a record have 16 bits
-    const auto same = [](int kernel, unsigned record) { return (static_cast<unsigned>(kernel) & kRecordBits) == record; };
+    const auto same = [](int kernel, unsigned record) {
+        return (static_cast<unsigned>(kernel) & kRecordBits) == record;
+    };
     return static_cast<unsigned>(candidate.host) == host && same(candidate.channel, device.bus) &&
            same(candidate.id, device.targetId) && same(candidate.lun, device.lun);
 }

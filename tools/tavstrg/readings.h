@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a SmartStatus of 0 means for each disk, read from the provider's trace: whether the disk was asked, and what came
-// of it. The record does not say.
+// What a SmartStatus of 0 means for each disk, read from the provider's trace: whether the disk was asked, and what
+// came of it. The record does not say.
 #pragma once
 
 #include "tavstrg/inventory.h"

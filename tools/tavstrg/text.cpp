@@ -106,19 +106,28 @@ DeviceLine lineOf(const Device &device)
     return line;
 }
 
-// Columns that the lines of one list have in common, the last text beside them.
+// Columns that all lines have in common, whatever controller they are below: often each disk has one of its own.
 constexpr std::string DeviceLine::*kColumns[] = {&DeviceLine::sign, &DeviceLine::address, &DeviceLine::node,
                                                  &DeviceLine::kind, &DeviceLine::size,    &DeviceLine::state};
 using Widths = std::array<size_t, std::size(kColumns)>;
 
-Widths widthsOf(const std::vector<DeviceLine> &lines)
+void widen(Widths &widths, const std::vector<Device> &devices)
 {
-    Widths widths = {};
-    for (const DeviceLine &line : lines) {
+    for (const Device &device : devices) {
+        const DeviceLine line = lineOf(device);
         for (size_t i = 0; i < widths.size(); ++i) {
             widths[i] = std::max(widths[i], (line.*kColumns[i]).size());
         }
     }
+}
+
+Widths widthsOf(const Inventory &inventory)
+{
+    Widths widths = {};
+    for (const Controller &controller : inventory.controllers) {
+        widen(widths, controller.devices);
+    }
+    widen(widths, inventory.devicesWithoutController);
     return widths;
 }
 
@@ -140,27 +149,22 @@ std::string joined(const DeviceLine &line, const Widths &widths)
     return text;
 }
 
-void addDevices(Node &parent, const std::vector<Device> &devices, bool verbose)
+void addDevices(Node &parent, const std::vector<Device> &devices, const Widths &widths, bool verbose)
 {
-    std::vector<DeviceLine> lines;
     for (const Device &device : devices) {
-        lines.push_back(lineOf(device));
-    }
-    const Widths widths = widthsOf(lines);
-    for (size_t i = 0; i < devices.size(); ++i) {
-        Node node{{joined(lines[i], widths), lines[i].mark}};
-        if (verbose && devices[i].disk) {
-            node.details.push_back({geometryOf(*devices[i].disk)});
+        const DeviceLine line = lineOf(device);
+        Node node{{joined(line, widths), line.mark}};
+        if (verbose && device.disk) {
+            node.details.push_back({geometryOf(*device.disk)});
         }
         if (verbose) {
-            node.details.push_back(
-                {interfaceWords(devices[i].interfaceType) + " device " + std::to_string(devices[i].index)});
+            node.details.push_back({interfaceWords(device.interfaceType) + " device " + std::to_string(device.index)});
         }
         parent.children.push_back(std::move(node));
     }
 }
 
-Node controllerNode(const Controller &controller, bool verbose)
+Node controllerNode(const Controller &controller, const Widths &widths, bool verbose)
 {
     std::string label = "Controller " + std::to_string(controller.index) + ": " + printable(controller.model);
     append(label, controller.host ? "host " + std::to_string(*controller.host) : "");
@@ -175,7 +179,7 @@ Node controllerNode(const Controller &controller, bool verbose)
         node.details.push_back({"interface " + interfaceWords(controller.interfaceType) + ", driver version " +
                                 (saysSomething(version) ? printable(version) : "unknown")});
     }
-    addDevices(node, controller.devices, verbose);
+    addDevices(node, controller.devices, widths, verbose);
     return node;
 }
 
@@ -199,13 +203,14 @@ Node machineNode(const Inventory &inventory, bool verbose)
                             ? "Storage of this machine: "
                             : "Storage of the simulated machine " + printable(inventory.machine) + ": ";
     label += counted(inventory.controllers.size(), "controller") + ", " + counted(inventory.deviceCount(), "device");
+    const Widths widths = widthsOf(inventory);
     Node root{{label}};
     for (const Controller &controller : inventory.controllers) {
-        root.children.push_back(controllerNode(controller, verbose));
+        root.children.push_back(controllerNode(controller, widths, verbose));
     }
     if (!inventory.devicesWithoutController.empty()) {
         Node group{{"Devices without a controller"}};
-        addDevices(group, inventory.devicesWithoutController, verbose);
+        addDevices(group, inventory.devicesWithoutController, widths, verbose);
         root.children.push_back(std::move(group));
     }
     if (!inventory.disksWithoutDevice.empty()) {
@@ -269,15 +274,15 @@ std::string totalsText(const Totals &totals, size_t width)
 std::string monitoringText(const Monitoring &monitoring, size_t width)
 {
     return "Monitoring\n" +
-           twoColumns({{"thread", monitoring.running ? "running" : "not running"},
-                       {"cycle", std::to_string(monitoring.cycle) + " s (" + std::to_string(monitoring.cycleMin) +
-                                     " to " + std::to_string(monitoring.cycleMax) + ", default " +
-                                     std::to_string(monitoring.cycleDefault) + ")"},
-                       {"SMART", monitoring.smartMode == kSmartHandled
-                                     ? "disks are asked"
-                                     : "disks are not asked (HardDiskSmartMode is " +
-                                           std::to_string(monitoring.smartMode) + ")"}},
-                      width);
+           twoColumns(
+               {{"thread", monitoring.running ? "running" : "not running"},
+                {"cycle", std::to_string(monitoring.cycle) + " s (" + std::to_string(monitoring.cycleMin) + " to " +
+                              std::to_string(monitoring.cycleMax) + ", default " +
+                              std::to_string(monitoring.cycleDefault) + ")"},
+                {"SMART", monitoring.smartMode == kSmartHandled ? "disks are asked"
+                                                                : "disks are not asked (HardDiskSmartMode is " +
+                                                                      std::to_string(monitoring.smartMode) + ")"}},
+               width);
 }
 
 } // namespace

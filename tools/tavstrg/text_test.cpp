@@ -27,6 +27,7 @@ Inventory sample()
     first.model = "SCSI Controller";
     first.driver = "ahci";
     first.driverVersion = "Not Supported";
+    first.host = 4;
     Device disk;
     disk.index = 1;
     disk.deviceTypeIndex = 1;
@@ -39,6 +40,8 @@ Inventory sample()
     disk.firmwareRevision = "FW01";
     disk.serialNumber = "SER1";
     disk.disk = HardDisk{1, 0, 1, 121601, 255, 63, 953869, 1, LifeSpan{1, 2}};
+    disk.host = 4;
+    disk.node = "sdb";
     Device cdrom;
     cdrom.index = 2;
     cdrom.deviceType = 1;
@@ -81,31 +84,53 @@ Inventory sample()
 
 TEST(InventoryText, IsATreeFromTheMachineToItsDevicesAndTheTotals)
 {
-    EXPECT_EQ(
-        inventoryText(sample(), {}),
-        "Storage of the simulated machine sample.json: 2 controllers, 4 devices\n"
-        "|-- Controller 1: SCSI Controller, driver ahci, interrupt unknown\n"
-        "|   |-- 0:3:1  hard disk 1: ATA EXAMPLE 1000, firmware FW01, serial SER1\n"
-        "|   |       !! 931.5 GiB, SMART: FAILURE PREDICTED, life span: level 2 of 5, little endurance left\n"
-        "|   `-- 0:0:0  CD-ROM drive 1: DISCO RW\n"
-        "|-- Controller 2: IDE Controller(ide), no driver, interrupt 14\n"
-        "|   `-- slave  hard disk 2: OLD\n"
-        "|           ! 40 MiB, SMART: status not readable\n"
-        "`-- Devices without a controller\n"
-        "    `-- 0:0:0  tape drive 1:\n"
-        "\n"
-        "Totals\n"
-        "  controllers       2\n"
-        "  SCSI devices      3\n"
-        "  IDE devices       1\n"
-        "  hard disks        2\n"
-        "  CD-ROM drives     1\n"
-        "  tape drives       1\n"
-        "  optical memories  0\n"
-        "  other devices     0\n"
-        "\n"
-        "Health: 1 of 2 disks predicts failure, SMART status of 1 disk not readable, 1 drive with little endurance "
-        "left (level 2 of 5)\n");
+    EXPECT_EQ(inventoryText(sample(), {}),
+              "Storage of the simulated machine sample.json: 2 controllers, 4 devices\n"
+              "|-- Controller 1: SCSI Controller, host 4, driver ahci, interrupt unknown\n"
+              "|   |-- !! 4:0:3:1  sdb  hard disk 1     931.5 GiB  FAILURE PREDICTED   ATA EXAMPLE 1000, serial SER1, "
+              "firmware FW01, life span level 2 of 5, little endurance left\n"
+              "|   `--    0:0:0         CD-ROM drive 1  DISCO RW\n"
+              "|-- Controller 2: IDE Controller(ide), no driver, interrupt 14\n"
+              "|   `-- !  slave         hard disk 2     40 MiB     SMART not readable  OLD\n"
+              "`-- Devices without a controller\n"
+              "    `--    0:0:0         tape drive 1\n"
+              "\n"
+              "Totals\n"
+              "  controllers       2\n"
+              "  SCSI devices      3\n"
+              "  IDE devices       1\n"
+              "  hard disks        2\n"
+              "  CD-ROM drives     1\n"
+              "  tape drives       1\n"
+              "  optical memories  0\n"
+              "  other devices     0\n"
+              "\n"
+              "Health: 1 of 2 disks predicts failure: sdb (4:0:3:1, serial SER1)\n"
+              "        SMART status of 1 disk not readable: hard disk 2 (slave)\n"
+              "        1 drive with little endurance left (level 2 of 5): sdb (4:0:3:1, serial SER1)\n");
+}
+
+// What an operator types at night: the lines with FAIL must say which disk it is.
+TEST(InventoryText, ALineWithAFailureNamesItsDisk)
+{
+    std::istringstream lines(inventoryText(sample(), {}));
+    size_t found = 0;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.find("FAIL") != std::string::npos) {
+            ++found;
+            EXPECT_THAT(line, testing::AllOf(HasSubstr("sdb"), HasSubstr("4:0:3:1"), HasSubstr("SER1")));
+        }
+    }
+    EXPECT_EQ(found, 1U);
+}
+
+TEST(InventoryText, EachDiskIsOneLine)
+{
+    Inventory inventory = sample();
+    const Device disk = inventory.controllers[0].devices[0];
+    inventory.controllers[0].devices.assign(200, disk);
+    const std::string text = inventoryText(inventory, {});
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 200 + 5 + 1 + 9 + 1 + 3);
 }
 
 TEST(InventoryText, ColourMarksTheLinesThatNeedAttentionAndChangesNoText)
@@ -113,10 +138,10 @@ TEST(InventoryText, ColourMarksTheLinesThatNeedAttentionAndChangesNoText)
     TextStyle style;
     style.colour = true;
     const std::string text = inventoryText(sample(), style);
-    EXPECT_THAT(text,
-                HasSubstr("|   |       \x1b[1;31m!! 931.5 GiB, SMART: FAILURE PREDICTED, life span: level 2 of 5, "
-                          "little endurance left\x1b[0m\n"));
-    EXPECT_THAT(text, HasSubstr("|           \x1b[33m! 40 MiB, SMART: status not readable\x1b[0m\n"));
+    EXPECT_THAT(text, HasSubstr("|   |-- \x1b[1;31m!! 4:0:3:1  sdb  hard disk 1"));
+    EXPECT_THAT(
+        text,
+        HasSubstr("|   `-- \x1b[33m!  slave         hard disk 2     40 MiB     SMART not readable  OLD\x1b[0m\n"));
     EXPECT_THAT(text, HasSubstr("\n\x1b[1;31mHealth: 1 of 2 disks"));
     EXPECT_EQ(std::regex_replace(text, std::regex("\x1b\\[[0-9;]*m"), ""), inventoryText(sample(), {}));
 }
@@ -131,14 +156,14 @@ TEST(InventoryText, ColourTakesNoRoomOfALine)
               inventoryText(sample(), plain));
 }
 
-TEST(InventoryText, AddressesOfOneListTakeTheSameRoom)
+TEST(InventoryText, AllListsHaveTheSameColumns)
 {
     Inventory inventory = sample();
     inventory.controllers[0].devices[1].targetId = 10;
     const std::string text = inventoryText(inventory, {});
-    EXPECT_THAT(text, HasSubstr("|-- 0:3:1   hard disk 1:"));
-    EXPECT_THAT(text, HasSubstr("`-- 0:10:0  CD-ROM drive 1:"));
-    EXPECT_THAT(text, HasSubstr("`-- 0:0:0  tape drive 1:"));
+    EXPECT_THAT(text, HasSubstr("|-- !! 4:0:3:1  sdb  hard disk 1 "));
+    EXPECT_THAT(text, HasSubstr("`--    0:10:0        CD-ROM drive 1 "));
+    EXPECT_THAT(text, HasSubstr("`--    0:0:0         tape drive 1\n"));
 }
 
 TEST(InventoryText, VerboseAddsGeometryVersionsNumbersAndMonitoring)
@@ -153,7 +178,7 @@ TEST(InventoryText, VerboseAddsGeometryVersionsNumbersAndMonitoring)
     EXPECT_THAT(text, HasSubstr("Monitoring\n"
                                 "  thread  not running\n"
                                 "  cycle   60 s (10 to 3600, default 60)\n"
-                                "  SMART   handled\n"));
+                                "  SMART   disks are asked\n"));
     EXPECT_THAT(inventoryText(sample(), {}), Not(HasSubstr("geometry")));
 }
 
@@ -163,7 +188,7 @@ TEST(InventoryText, BoxCharactersWhereTheTerminalHasThem)
     style.utf8 = true;
     const std::string text = inventoryText(sample(), style);
     EXPECT_THAT(text, HasSubstr("├── Controller 1"));
-    EXPECT_THAT(text, HasSubstr("│   └── 0:0:0  CD-ROM"));
+    EXPECT_THAT(text, HasSubstr("│   └──    0:0:0         CD-ROM"));
     EXPECT_THAT(text, Not(HasSubstr("|--")));
 }
 
@@ -177,8 +202,8 @@ TEST(InventoryText, NoLineIsWiderThanTheTerminalAndNothingIsLost)
     while (std::getline(lines, line)) {
         EXPECT_LE(line.size(), 60U) << line;
     }
-    EXPECT_THAT(text, HasSubstr("|   |-- 0:3:1  hard disk 1: ATA EXAMPLE 1000, firmware FW01,\n"
-                                "|   |           serial SER1\n"));
+    EXPECT_THAT(text, HasSubstr("|   |-- !! 4:0:3:1  sdb  hard disk 1     931.5 GiB  FAILURE\n"
+                                "|   |       PREDICTED  ATA EXAMPLE 1000, serial SER1,\n"));
 
     const auto words = [](const std::string &of) {
         std::istringstream in(of);
@@ -200,7 +225,7 @@ TEST(InventoryText, ATinyTerminalStillGetsAllWords)
     EXPECT_THAT(inventoryText(sample(), style), HasSubstr("FW01"));
 }
 
-TEST(InventoryText, AnEmptyMachineSaysSo)
+TEST(InventoryText, CountsNothingOfAnEmptyMachine)
 {
     EXPECT_THAT(inventoryText({}, {}), StartsWith("Storage of this machine: 0 controllers, 0 devices\n\nTotals\n"));
 }
@@ -211,8 +236,7 @@ TEST(InventoryText, ADiskThatLostItsDeviceIsShown)
     inventory.disksWithoutDevice = {HardDisk{4, 0, 9, 1, 1, 1, 2048, 0, std::nullopt}};
     EXPECT_THAT(inventoryText(inventory, {}),
                 HasSubstr("`-- Hard disks without a device (the configuration changed meanwhile)\n"
-                          "    `-- hard disk 4\n"
-                          "            2.0 GiB, SMART: no failure reported\n"));
+                          "    `-- hard disk 4  2.0 GiB  SMART no failure reported\n"));
 }
 
 TEST(InventoryText, ADevicesTextCannotCommandTheTerminal)
@@ -229,11 +253,30 @@ TEST(InstancesText, AlignsValuesAndSeparatesInstances)
                                                instance("TAV_StorageTape", {{"Index", "2"}, {"InterfaceType", -1}})};
     EXPECT_EQ(instancesText("TAV_StorageTape", two, 0), "TAV_StorageTape\n"
                                                         "  Index          1\n"
-                                                        "  InterfaceType  0\n"
+                                                        "  InterfaceType  0 (SCSI)\n"
                                                         "\n"
                                                         "TAV_StorageTape\n"
                                                         "  Index          2\n"
-                                                        "  InterfaceType  -1\n");
+                                                        "  InterfaceType  -1 (Unknown)\n");
+}
+
+TEST(InstancesText, CodesHaveTheirWordAndNumbersTheirUnit)
+{
+    using testing_support::instance;
+    EXPECT_EQ(instancesText("TAV_StorageHardDisk",
+                            {instance("TAV_StorageHardDisk", {{"Capacity", 7844}, {"SmartStatus", 1}, {"Index", "1"}})},
+                            0),
+              "TAV_StorageHardDisk\n"
+              "  Capacity     7844 MiB\n"
+              "  SmartStatus  1 (Failure predicted)\n"
+              "  Index        1\n");
+}
+
+TEST(InventoryText, AnEmptyInventoryIsExplained)
+{
+    Inventory inventory;
+    inventory.explanation = "No host adapter is managed.";
+    EXPECT_THAT(inventoryText(inventory, {}), HasSubstr("0 devices\nNo host adapter is managed.\n\nTotals"));
 }
 
 TEST(InstancesText, AnEmptyTextLeavesNoTrailingBlanks)

@@ -166,7 +166,8 @@ TEST_F(MetricsTool, LabelsAreEscapedWhateverADiskIsCalled)
     Exposition exposition;
     EXPECT_EQ(exposition.read(finished.out), "");
     EXPECT_THAT(finished.out, HasSubstr(R"(model="A\\B\"C}, d=")"));
-    EXPECT_EQ(exposition.value("tavstorage_disk_capacity_bytes{disk=\"1\"}"), 7844.0 * 1024 * 1024);
+    EXPECT_EQ(exposition.value("tavstorage_disk_capacity_bytes{disk=\"1\",serial=\"SER-1\",node=\"sda\"}"),
+              7844.0 * 1024 * 1024);
 }
 
 TEST_F(MetricsTool, WithOutputTheFileIsReplacedInOneStepAndReadableByAll)
@@ -179,7 +180,10 @@ TEST_F(MetricsTool, WithOutputTheFileIsReplacedInOneStepAndReadableByAll)
     umask(before);
     EXPECT_EQ(finished.status, 0) << finished.err;
     EXPECT_EQ(finished.out + finished.err, "");
-    EXPECT_EQ(contentOf(path), runSmall({"metrics"}).out);
+    Exposition exposition;
+    EXPECT_EQ(exposition.read(contentOf(path)), "");
+    EXPECT_EQ(exposition.value("tavstorage_collection_success"), 1);
+    EXPECT_GT(exposition.value("tavstorage_collection_timestamp_seconds"), 1e9);
     struct stat status {};
     ASSERT_EQ(stat(path.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0644U);
@@ -189,7 +193,7 @@ TEST_F(MetricsTool, WithOutputTheFileIsReplacedInOneStepAndReadableByAll)
 }
 
 // A managed disk that is no ATA disk fails every inventory.
-TEST_F(MetricsTool, AFailureLeavesTheOldFile)
+TEST_F(MetricsTool, AFailedCollectionIsPublished)
 {
     fs::create_directory(directory_ / "collector");
     const std::string path = write("collector/storage.prom", "old\n");
@@ -199,14 +203,22 @@ TEST_F(MetricsTool, AFailureLeavesTheOldFile)
     const Finished finished = run({"--machine", write("broken.json", broken), "metrics", "--output", path});
     EXPECT_EQ(finished.status, 1);
     EXPECT_THAT(finished.err, testing::MatchesRegex("tavstrg: TAV_Storage[^\n]+\n"));
-    EXPECT_EQ(contentOf(path), "old\n");
+    Exposition exposition;
+    EXPECT_EQ(exposition.read(contentOf(path)), "");
+    EXPECT_EQ(exposition.value("tavstorage_collection_success"), 0);
+    EXPECT_THAT(contentOf(path), testing::Not(HasSubstr("disk=")));
+}
 
+TEST_F(MetricsTool, AFileThatCannotBeReplacedIsAFailure)
+{
+    fs::create_directory(directory_ / "collector");
+    const std::string path = write("collector/storage.prom", "old\n");
     const std::string nowhere = (directory_ / "none/storage.prom").string();
     EXPECT_EQ(runSmall({"metrics", "--output", nowhere}).err, "tavstrg: " + nowhere + ": No such file or directory\n");
     const std::string taken = (directory_ / "collector").string(); // a directory is not replaced
     EXPECT_EQ(runSmall({"metrics", "--output", taken}).err, "tavstrg: " + taken + ": Is a directory\n");
     EXPECT_EQ(std::distance(fs::directory_iterator(directory_ / "collector"), {}), 1);
-    EXPECT_EQ(std::distance(fs::directory_iterator(directory_), {}), 4) << "no temporary file is left";
+    EXPECT_EQ(std::distance(fs::directory_iterator(directory_), {}), 3) << "no temporary file is left";
 }
 
 } // namespace

@@ -107,7 +107,7 @@ TEST_F(WatchOnATerminal, AlertsAndNotesFit)
     watch.send(SIGINT);
     const Finished finished = watch.finish();
     EXPECT_EQ(finished.status, 0) << finished.err;
-    EXPECT_THAT(finished.out, HasSubstr("\r\n    failure: ATA NORDWIND NW4000"));
+    EXPECT_THAT(finished.out, HasSubstr("\r\n    predicts failure: ATA NORDWIND NW4000"));
     expectToFit(finished.out, 51); // with the return before each line end
     expectToFit(finished.err, 51);
     EXPECT_TRUE(leftNothing(finished));

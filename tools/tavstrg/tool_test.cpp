@@ -107,10 +107,10 @@ TEST_F(Tool, ShowIsATree)
     EXPECT_EQ(finished.status, 0) << finished.err;
     EXPECT_EQ(finished.err, "");
     EXPECT_EQ(finished.out, "Storage of the simulated machine small.json: 1 controller, 2 devices\n"
-                            "`-- Controller 1: SCSI Controller, driver ahci, interrupt unknown\n"
-                            "    |-- 0:0:0  hard disk 1: ATA SMALL DISK, firmware FW1, serial SER-1\n"
-                            "    |       7.7 GiB, SMART: no failure reported\n"
-                            "    `-- 0:1:0  CD-ROM drive 1: DISCO RW, firmware 2.0\n"
+                            "`-- Controller 1: SCSI Controller, host 0, driver ahci, interrupt unknown\n"
+                            "    |-- 0:0:0:0  sda  hard disk 1     7.7 GiB  SMART good  ATA SMALL DISK, serial SER-1, "
+                            "firmware FW1\n"
+                            "    `-- 0:0:1:0  sr0  CD-ROM drive 1  DISCO RW, firmware 2.0\n"
                             "\n"
                             "Totals\n"
                             "  controllers       1\n"
@@ -122,7 +122,7 @@ TEST_F(Tool, ShowIsATree)
                             "  optical memories  0\n"
                             "  other devices     0\n"
                             "\n"
-                            "Health: no failure reported by 1 disk\n");
+                            "Health: 1 disk good\n");
     EXPECT_TRUE(leftNothing(finished));
 }
 
@@ -133,6 +133,36 @@ TEST_F(Tool, AMachineWithoutAnythingIsShownAsEmpty)
     const json shown = json::parse(finished.out);
     EXPECT_EQ(shown["controllers"], json::array());
     EXPECT_EQ(shown["totals"]["hardDisks"], 0);
+    EXPECT_THAT(shown["explanation"].get<std::string>(), StartsWith("The kernel has no SCSI host adapter"));
+}
+
+TEST_F(Tool, AMachineOfWhichNothingIsManagedSaysWhy)
+{
+    std::string machine = kSmallMachine;
+    machine.replace(machine.find("ahci\\n"), 4, "isci");
+    EXPECT_THAT(run({"--machine", write("other.json", machine), "show"}).out,
+                HasSubstr("0 devices\nNo host adapter is managed: the adapters here have the drivers ahci, and "
+                          "/opt/qlm/tavkit_sa/data/storage.inf must name those"));
+}
+
+TEST_F(Tool, DisksThatAreNotAskedAreNotCalledGood)
+{
+    std::string machine = kSmallMachine;
+    const std::string state = (directory_ / "state").string();
+    std::filesystem::create_directory(state);
+    const std::vector<std::string> environment = {"LC_ALL=C", "TMPDIR=" + (directory_ / "tmp").string(),
+                                                  "TAVSIM_STATE=" + state,
+                                                  "TAVSIM_MACHINE=" + write("off.json", machine)};
+    ASSERT_EQ(runProgram({kTool, "call", "Config", "SetHardDiskSmartMode", "HardDiskSmartMode=0"}, environment).status,
+              0);
+    const std::string text = runProgram({kTool, "show"}, environment).out;
+    EXPECT_THAT(text, HasSubstr("SMART not asked"));
+    EXPECT_THAT(text, HasSubstr("Health: SMART status of 1 disk not asked (HardDiskSmartMode is 0)\n"));
+    EXPECT_THAT(text, testing::Not(HasSubstr("good")));
+    const json disk =
+        json::parse(runProgram({kTool, "--json", "show"}, environment).out)["controllers"][0]["devices"][0];
+    EXPECT_EQ(disk["hardDisk"]["smart"]["state"], "notAsked");
+    EXPECT_THAT(runProgram({kTool, "metrics"}, environment).out, HasSubstr("state=\"not_asked\"} 1\n"));
 }
 
 TEST_F(Tool, EnumPrintsEveryInstance)
@@ -152,10 +182,10 @@ TEST_F(Tool, WithJsonAFailureIsADocumentOnStandardError)
     const Finished finished = runSmall({"--json", "enum", "Tape"});
     EXPECT_EQ(finished.status, 1);
     EXPECT_EQ(finished.out, "");
-    EXPECT_EQ(json::parse(finished.err), json::parse(R"x({"formatVersion": 1, "command": "enum", "failure":
-        {"exitStatus": 1, "cimStatus": 6, "messages": ["TAV_StorageTape: NotFound Data (status 6)"]
-}
-})x"));
+    EXPECT_EQ(json::parse(finished.err)["command"], "enum");
+    EXPECT_EQ(json::parse(finished.err)["failure"],
+              json::parse(
+                  R"x({"exitStatus": 1, "cimStatus": 6, "messages": ["TAV_StorageTape: NotFound Data (status 6)"]})x"));
     const Finished full = run({"--json", "classes"}, StandardOutput::full);
     EXPECT_EQ(full.status, 1);
     EXPECT_EQ(json::parse(full.err)["failure"]["messages"],
@@ -184,11 +214,11 @@ TEST_F(Tool, GetPrintsTheInstanceWithThatIndex)
 TEST_F(Tool, GetOfASingletonNeedsNoIndex)
 {
     EXPECT_EQ(runSmall({"get", "config"}).out, "TAV_StorageConfig\n"
-                                               "  MonitorCycle         60\n"
-                                               "  MonitorCycleMin      10\n"
-                                               "  MonitorCycleMax      3600\n"
-                                               "  MonitorCycleDefault  60\n"
-                                               "  HardDiskSmartMode    1\n");
+                                               "  MonitorCycle         60 s\n"
+                                               "  MonitorCycleMin      10 s\n"
+                                               "  MonitorCycleMax      3600 s\n"
+                                               "  MonitorCycleDefault  60 s\n"
+                                               "  HardDiskSmartMode    1 (On)\n");
 }
 
 TEST_F(Tool, RefusalsOfTheProviderAreToldWithTheirStatus)
@@ -226,7 +256,8 @@ TEST_F(Tool, InServiceModeOnlyTheThreadAnswersUntilItRuns)
 {
     expectFailure(runSmall({"--service-mode", "enum", "HardDisk"}), 1,
                   "tavstrg: TAV_StorageHardDisk: ServiceMode But NonThread Failure!! (status 1)");
-    EXPECT_EQ(runSmall({"--service-mode", "get", "Thread"}).out, "TAV_StorageThread\n  ThreadRunning  0\n");
+    EXPECT_EQ(runSmall({"--service-mode", "get", "Thread"}).out,
+              "TAV_StorageThread\n  ThreadRunning  0 (Not running)\n");
 }
 
 TEST_F(Tool, OutputThatCannotBeWrittenIsAFailure)
@@ -271,8 +302,8 @@ TEST_F(Tool, AFailingDiskIsMarkedAndNoFailureOfTheTool)
 {
     const Finished finished = run({"--machine", write("failing.json", failingMachine()), "show"});
     EXPECT_EQ(finished.status, 0) << finished.err;
-    EXPECT_THAT(finished.out, HasSubstr("    |       !! 7.7 GiB, SMART: FAILURE PREDICTED\n"));
-    EXPECT_THAT(finished.out, HasSubstr("\nHealth: 1 of 1 disk predicts failure\n"));
+    EXPECT_THAT(finished.out, HasSubstr("|-- !! 0:0:0:0  sda  hard disk 1     7.7 GiB  FAILURE PREDICTED  ATA SMALL"));
+    EXPECT_THAT(finished.out, HasSubstr("\nHealth: 1 of 1 disk predicts failure: sda (0:0:0:0, serial SER-1)\n"));
 }
 
 struct ColourCase {

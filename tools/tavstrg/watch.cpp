@@ -32,8 +32,8 @@ namespace {
 constexpr const char *kThread = "TAV_StorageThread";
 constexpr const char *kConfig = "TAV_StorageConfig";
 constexpr const char *kAlertLibrary = "/opt/qlm/tavkit_sa/lib/libtavalert.so";
-constexpr int kBetweenLooks = 200; // milliseconds between two looks at the machine's file
-constexpr int kTries = 5;          // to find the device of an alert
+constexpr int kBetweenLooks = 200;         // milliseconds between two looks at the machine's file
+constexpr int kTries = 5;                  // to find the device of an alert
 constexpr unsigned kBetweenTries = 100000; // microseconds
 
 // Signals that end the watch, as a descriptor to wait on. The session blocks them.

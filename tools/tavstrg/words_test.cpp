@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <ostream>
+#include <set>
 
 namespace {
 
@@ -49,12 +50,30 @@ TEST(DeviceTypeWords, ScsiAndIdeCodesAreNotTheSame)
     EXPECT_EQ(deviceTypeWords(kScsi, 5), "device of unknown type (5)");
 }
 
-TEST(SmartWords, NeverCallADiskGood)
+TEST(SmartWords, EachStateHasAWordOfItsOwnInEachOutput)
 {
-    EXPECT_EQ(smartWords(0), "no failure reported");
-    EXPECT_EQ(smartWords(1), "FAILURE PREDICTED");
-    EXPECT_EQ(smartWords(-1), "status not readable");
-    EXPECT_EQ(smartWords(7), "unknown status (7)");
+    EXPECT_EQ(smartWords(Smart::good), "good");
+    EXPECT_EQ(smartWords(Smart::failing), "FAILURE PREDICTED");
+    EXPECT_EQ(smartWords(Smart::notReadable), "not readable");
+    EXPECT_EQ(smartWords(Smart::notAsked), "not asked");
+    EXPECT_EQ(smartWords(Smart::notSupported), "not supported");
+    EXPECT_EQ(smartWords(Smart::unconfirmed), "no failure reported");
+    std::set<std::string> names;
+    std::set<std::string> labels;
+    for (const Smart state : allSmartStates()) {
+        names.insert(smartName(state));
+        labels.insert(smartLabel(state));
+    }
+    EXPECT_EQ(names.size(), allSmartStates().size());
+    EXPECT_EQ(labels.size(), allSmartStates().size());
+}
+
+TEST(SaysSomething, NotOfPlaceholders)
+{
+    for (const char *text : {"", "   ", "Unknown", "Not Supported", " Unknown  "}) {
+        EXPECT_FALSE(saysSomething(text)) << text;
+    }
+    EXPECT_TRUE(saysSomething("Unknown 9"));
 }
 
 TEST(LifeSpanWords, NameTheLevelAndWhatItMeans)
@@ -102,6 +121,8 @@ TEST(Printable, DropsOuterBlanksAndShowsBytesThatATerminalWouldObey)
     EXPECT_EQ(printable("a\nb"), "a\\x0ab");
     EXPECT_EQ(printable("\xe4"), "\\xe4");
     EXPECT_EQ(printable("\x7f"), "\\x7f");
+    EXPECT_EQ(printable("\xc2\x9b"), "\\xc2\\x9b") << "CSI as one character";
+    EXPECT_EQ(printable("\xe2\x80\xae"), "\\xe2\\x80\\xae") << "right-to-left override";
 }
 
 } // namespace
