@@ -130,7 +130,7 @@ TEST(InventoryText, EachDiskIsOneLine)
     const Device disk = inventory.controllers[0].devices[0];
     inventory.controllers[0].devices.assign(200, disk);
     const std::string text = inventoryText(inventory, {});
-    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 200 + 5 + 1 + 9 + 1 + 3);
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1 + 1 + 200 + 2 + 2 + 1 + 9 + 1 + 3);
 }
 
 TEST(InventoryText, ColourMarksTheLinesThatNeedAttentionAndChangesNoText)
@@ -203,7 +203,7 @@ TEST(InventoryText, NoLineIsWiderThanTheTerminalAndNothingIsLost)
         EXPECT_LE(line.size(), 60U) << line;
     }
     EXPECT_THAT(text, HasSubstr("|   |-- !! 4:0:3:1  sdb  hard disk 1     931.5 GiB  FAILURE\n"
-                                "|   |       PREDICTED  ATA EXAMPLE 1000, serial SER1,\n"));
+                                "|   |           PREDICTED   ATA EXAMPLE 1000, serial SER1,\n"));
 
     const auto words = [](const std::string &of) {
         std::istringstream in(of);

@@ -63,15 +63,16 @@ protected:
         return finished;
     }
 
-    // All its texts are hostile, also the names of its files.
-    std::string machineWith(const std::string &hostile) const
+    // All its texts are hostile, also the name of its file. With another root the administrator's files are not found.
+    std::string machineWith(const std::string &hostile, bool otherRoot = false) const
     {
         std::string text = R"({"hosts": [{"number": 0, "driver": "ahci", "devices": [
             {"id": 0, "type": "disk", "ata": true, "model": "MXX", "revision": "RXX", "serial": "SXX",
              "smart": {"failing": true}}, {"id": 1, "type": "cdrom", "vendor": "VXX", "model": "MXX"}]}],
-            "files": {"storage.inf": "ahci\nXX\n[Diagnostic Port]\nXX\n", "noscsi.inf": "Vendor: XX Model: XX\nXX\n",
+            "files": {"storage.inf": "[Management Port]\nahci\nXX\n[Diagnostic Port]\nXX\n", "noscsi.inf": "Vendor: XX Model: XX\nXX\n",
                       "tavm2ssd.inf": "[Endurance Remaining]\nMXX,231,100,80,60,40,20,XX\n",
-                      "tavkit.conf": "TavDir /tavXX\n"}})";
+                      "tavkit.conf": "TavDir ROOT\n"}})";
+        text.replace(text.find("ROOT"), 4, otherRoot ? "/tavXX" : "/opt/qlm/tavkit_sa");
         for (size_t at = text.find("XX"); at != std::string::npos; at = text.find("XX", at)) {
             text.replace(at, 2, inJson(hostile));
         }
@@ -98,9 +99,13 @@ TEST_F(HostileText, OfDevicesAndFilesIsEscapedInEveryOutput)
                     words.insert(words.begin(), "--json");
                 }
                 words.insert(words.end(), command.begin(), command.end());
-                runHarmless(words);
+                const Finished finished = runHarmless(words);
+                const bool refused = command[0] == "check" || command[1 % command.size()] == "--raw";
+                EXPECT_EQ(finished.status, refused ? 1 : 0) << finished.err;
+                EXPECT_THAT(finished.out + finished.err, HasSubstr(asJson ? "\\u" : "\\x"));
             }
         }
+        EXPECT_THAT(runHarmless({"--machine", machineWith(hostile, true), "check"}).out, HasSubstr("/tav\\x"));
     }
 }
 

@@ -149,10 +149,11 @@ TEST_F(WatchTool, ASlipInTheFileChangesNothingAndAnEditIsSeenWithinACycle)
     EXPECT_THAT(finished.err, HasSubstr("; the machine stays as it was\n"));
     EXPECT_THAT(
         finished.out,
-        MatchesRegex(kFirstPass + kTime +
-                     "warning      SMART predicts failure: ATA WELL FW1 \\(SCSI device 1, [^\n]*\n" + kTime +
-                     "warning      life span now level 2 of 5, little endurance left: " + kDrive + kTime +
-                     "information  storage configuration changed: added tape drive st0 \\(0:0:2:0, TEST DEVICE\\)\n"));
+        MatchesRegex(
+            kFirstPass + kTime +
+            "warning      SMART predicts failure: ATA WELL FW1 \\(sda, 0:0:0:0, serial SER-1; SCSI device 1, [^\n]*\n" +
+            kTime + "warning      life span now level 2 of 5, little endurance left: " + kDrive + kTime +
+            "information  storage configuration changed: added tape drive st0 \\(0:0:2:0, TEST DEVICE\\)\n"));
     expectNothingLeft(finished);
 }
 
