@@ -199,7 +199,7 @@ TEST_F(Agent, EveryByteMakesValidJson)
     EXPECT_EQ(object["strings"][1], texts[1]);
     EXPECT_EQ(object["strings"][2], texts[2]);
     EXPECT_EQ(object["strings"][3],
-              "\xC3\xA2\xC2\x82"); // bytes that are no character stand as characters of their values
+              "\xC3\xA2\xC2\x82"); // bytes that are not UTF-8 become the characters of their values
     EXPECT_EQ(object["strings"][6], texts[6]);
     EXPECT_TRUE(object["strings"][8].is_null());
 }
@@ -224,7 +224,7 @@ TEST_F(Agent, WithoutQuietAnAlertIsShownToo)
     EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("\"source\":\"source\""));
 }
 
-TEST_F(Agent, FilesAreForTheOwnerAndTheGroupWhateverTheUmask)
+TEST_F(Agent, FilesAreForOwnerAndGroupWithAnyUmask)
 {
     for (const auto &[mask, mode] : {std::pair<mode_t, mode_t>(0, 0640), {077, 0600}}) {
         for (const char *variable : {"TAVLOG_FILE", "TAVALERT_FILE"}) {

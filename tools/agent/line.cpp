@@ -96,7 +96,7 @@ void Line::keepOneLine()
 
 namespace {
 
-// A link of the system's (/dev/stderr) or of one's own; not one that somebody else has put where the file was to be.
+// A link of root (/dev/stderr) or of this process's user; not one that another user put in place of the file.
 bool isTrustedLink(const char *path)
 {
     struct stat info = {};

@@ -4,8 +4,8 @@
 
 #include <cstddef>
 
-// Keeps a thread from being cancelled, and errno as it was, while one of the libraries works: its caller expects
-// neither.
+// While one lives, the thread cannot be cancelled, and errno is restored at its end: callers of the libraries expect
+// neither a cancellation point nor another errno.
 class Undisturbed {
 public:
     Undisturbed();

@@ -43,8 +43,8 @@ size_t characterLength(const unsigned char *text)
     return overlong || outside ? 0 : length;
 }
 
-// A JSON string (RFC 8259). A byte that is not UTF-8 stands as the character of its value (U+0080 to U+00FF): valid for
-// any reader, and nothing is lost.
+// A JSON string (RFC 8259). A byte that is not UTF-8 is written as the character of its value (U+0080 to U+00FF): valid
+// for any reader, and nothing is lost.
 void addString(Line &line, const char *text)
 {
     if (text == nullptr) {
@@ -92,7 +92,7 @@ void addIndication(Line &line, const Indication &record)
 
 } // namespace
 
-// By this a program that shows alerts knows that they can be had here; the agent's own library has no such name.
+// A program that shows alerts looks for this name; the agent's own library does not have it.
 extern "C" [[gnu::visibility("default")]] const int TavAlertTakesFile;
 extern "C" const int TavAlertTakesFile = 1;
 

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Where the alerts of a provider in this process come out: the development alert library is told to write them into a
-// pipe.
+// Receives the alerts of a provider in this process: the development alert library writes them into a pipe.
 #pragma once
 
 #include <string>
@@ -10,20 +9,20 @@ namespace tool {
 
 class AlertPipe {
 public:
-    // Sets TAVALERT_FILE and TAVALERT_QUIET, which the library reads at each alert: to be made while there is no other
-    // thread. Throws Failure. A full pipe loses alerts, as a full disk would; it holds some hundred of them.
+    // Sets TAVALERT_FILE and TAVALERT_QUIET, which the library reads at each alert; create it while there is no other
+    // thread. Throws Failure. A full pipe, which holds some hundred alerts, loses further ones, as a full disk would.
     AlertPipe();
     ~AlertPipe();
     AlertPipe(const AlertPipe &) = delete;
     AlertPipe &operator=(const AlertPipe &) = delete;
 
-    int descriptor() const { return ends_[0]; } // to wait on: readable when something has come
-    // The lines that have come whole, without their ends. Never waits.
+    int descriptor() const { return ends_[0]; } // to poll: readable when an alert has arrived
+    // The complete lines received so far, without their line ends. Never blocks.
     std::vector<std::string> lines();
 
 private:
     int ends_[2] = {-1, -1};
-    std::string begun_; // what has come of a line
+    std::string begun_; // of an incomplete line
 };
 
 } // namespace tool

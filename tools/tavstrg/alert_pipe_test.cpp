@@ -13,7 +13,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using tool::AlertPipe;
 
-// As the library does it: by the name, at each alert anew.
+// As the library does it: by name, opened again for each alert.
 void write(const std::string &text)
 {
     const int file = open(std::getenv("TAVALERT_FILE"), O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC, 0640);

@@ -48,7 +48,7 @@ void PrintTo(const WordsCase &given, std::ostream *out)
 
 class AlertWords : public AlertText, public testing::WithParamInterface<WordsCase> {};
 
-TEST_P(AlertWords, TellTimeSeverityWhatAndWhichDisk)
+TEST_P(AlertWords, NameTimeSeverityEventAndDisk)
 {
     EXPECT_EQ(alertText(alert(GetParam().id, GetParam().type, GetParam().strings), false),
               "2026-01-31 23:59:58 +0000  " + std::string(GetParam().line) + "\n");
@@ -95,7 +95,7 @@ TEST_F(AlertText, TimesAreThoseOfThePlace)
     EXPECT_THAT(alertText(alert(0x400407D0, 4), false), testing::StartsWith("2026-02-01 00:59:58 +0100  "));
 }
 
-TEST_F(AlertText, ATimeThatIsNotUnderstoodStandsAsItCame)
+TEST_F(AlertText, PrintsAnUnknownTimeUnchanged)
 {
     Alert odd = alert(0x400407D0, 4);
     odd.time = "yesterday\n";
@@ -140,7 +140,7 @@ TEST(AlertJson, IsOneObjectInOneLine)
 })x"));
 }
 
-TEST(AlertJson, NamesEachEventAndHasNullForWhatItDoesNotTell)
+TEST(AlertJson, NamesEachEventAndHasNullForAbsentParts)
 {
     const json change = json::parse(alertJson(alert(0x400407D0, 4)));
     EXPECT_EQ(change["event"], "configurationChange");

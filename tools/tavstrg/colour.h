@@ -8,12 +8,12 @@ namespace tool {
 
 enum class ColourWhen { automatic, always, never };
 
-// What a piece of text is about; without colour it is told by the text alone.
+// Importance of a piece of text. Without colour the text alone shows it.
 enum class Mark { none, information, warning, failure };
 
 // Whether output is to be coloured. terminal: whether it goes to one. term and noColor are the variables TERM and
 // NO_COLOR, null when not set. On "automatic" a terminal without a name or called "dumb" has no colours, and NO_COLOR,
-// set to anything but nothing, asks for none (no-color.org); "always" and "never" ask nobody.
+// set and not empty, switches colours off (no-color.org); "always" and "never" override both.
 bool wantsColour(ColourWhen when, bool terminal, const char *term, const char *noColor);
 
 // The text in the colour of its mark (ECMA-48, SELECT GRAPHIC RENDITION), or as it is.

@@ -88,7 +88,7 @@ std::vector<Device> makeDevices(const Answers &answers)
 }
 
 // By address; the provider's order is that of the kernel's lists, in which target 10 comes before target 2.
-bool standsBefore(const Device &one, const Device &other)
+bool isBefore(const Device &one, const Device &other)
 {
     const auto place = [](const Device &device) {
         return std::make_tuple(device.interfaceType, device.bus, device.targetId, device.lun, device.ideConfiguration);
@@ -254,7 +254,7 @@ Inventory buildInventory(const Answers &answers)
         }
     }
     for (Controller &controller : inventory.controllers) {
-        std::stable_sort(controller.devices.begin(), controller.devices.end(), standsBefore);
+        std::stable_sort(controller.devices.begin(), controller.devices.end(), isBefore);
     }
     inventory.totals = makeTotals(answers);
     return inventory;

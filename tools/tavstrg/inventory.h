@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The machine's storage as a tree, put together from the instances of the classes: what hangs on what, ready to be
-// printed.
+// The machine's storage as a tree, built from the instances of the classes, ready to be printed.
 #pragma once
 
 #include "tavstrg/words.h"
@@ -108,15 +107,14 @@ struct DiskView {
 // All disks in the order of the tree. Valid as long as the inventory.
 std::vector<DiskView> disksOf(const Inventory &inventory);
 
-// The classes that the tree is made of, in the order in which they are asked.
+// The classes from which the tree is built, in the order of the requests.
 const std::vector<std::string> &inventoryClasses();
 
-// The instances of each class by its full name; a class that is not in it has none.
+// Instances by full class name; a class that is absent has none.
 using Answers = std::map<std::string, std::vector<broker::Instance>>;
 
-// Devices go to the controller that their ControllerIndex names, disks to the device that they name, life spans to
-// their disk, everything in the order of the answers. A property that is missing or of another type counts as 0 or
-// empty.
+// Puts devices below the controller that their ControllerIndex names, disks below the device that they name, life spans
+// below their disk. A property that is missing or of another type counts as 0 or empty.
 Inventory buildInventory(const Answers &answers);
 
 // A number property, 0 when it is missing; text is read as decimal (the key Index is one).

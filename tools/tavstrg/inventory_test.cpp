@@ -76,7 +76,7 @@ TEST(BuildInventory, NoAnswersAreAnEmptyMachine)
     EXPECT_FALSE(inventory.monitoring.running);
 }
 
-TEST(BuildInventory, DevicesHangOnTheControllerThatTheyName)
+TEST(BuildInventory, PutsDevicesBelowTheControllerThatTheyName)
 {
     const Inventory inventory =
         buildInventory({{"TAV_StorageController", {controller(1, "ahci"), controller(2, "mptsas")}},
@@ -91,7 +91,7 @@ TEST(BuildInventory, DevicesHangOnTheControllerThatTheyName)
     EXPECT_EQ(inventory.deviceCount(), 3U);
 }
 
-TEST(BuildInventory, DevicesOfAControllerStandByAddressWhateverTheirNumber)
+TEST(BuildInventory, SortsDevicesOfAControllerByAddress)
 {
     const Inventory inventory =
         buildInventory({{"TAV_StorageController", {controller(1, "ahci")}},
@@ -103,7 +103,7 @@ TEST(BuildInventory, DevicesOfAControllerStandByAddressWhateverTheirNumber)
     EXPECT_EQ(order, (std::vector<unsigned>{3, 2, 1}));
 }
 
-TEST(BuildInventory, AMasterStandsBeforeItsSlave)
+TEST(BuildInventory, SortsMasterBeforeSlave)
 {
     const Inventory inventory = buildInventory(
         {{"TAV_StorageController", {controller(1, "")}}, {"TAV_StorageIDEDevice", {ide(1, 2, 1, 3), ide(2, 3, 1, 2)}}});
@@ -111,7 +111,7 @@ TEST(BuildInventory, AMasterStandsBeforeItsSlave)
     EXPECT_EQ(inventory.controllers[0].devices.at(1).index, 1U);
 }
 
-TEST(BuildInventory, DevicesOfNoKnownControllerStandApart)
+TEST(BuildInventory, KeepsDevicesWithoutControllerApart)
 {
     const Inventory inventory = buildInventory({{"TAV_StorageController", {controller(1, "ahci")}},
                                                 {"TAV_StorageSCSIDevice", {scsi(1, 1, 1, 65535), scsi(2, 1, 2, 9)}}});
@@ -120,7 +120,7 @@ TEST(BuildInventory, DevicesOfNoKnownControllerStandApart)
     EXPECT_EQ(inventory.deviceCount(), 2U);
 }
 
-TEST(BuildInventory, ADiskBelongsToTheDeviceOfItsInterfaceWithItsNumber)
+TEST(BuildInventory, FindsTheDeviceOfADiskByInterfaceAndNumber)
 {
     const Inventory inventory =
         buildInventory({{"TAV_StorageSCSIDevice", {scsi(1, 0, 2, 65535), scsi(2, 0, 1, 65535)}},

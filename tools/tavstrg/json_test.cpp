@@ -109,7 +109,7 @@ TEST(InventoryJson, TheRealMachineHasNoNameAndAKnownInterruptIsANumber)
     EXPECT_TRUE(shown["disksWithoutDevice"][0].at("lifeSpan").is_null());
 }
 
-TEST(InventoryJson, VersionAndCommandStandFirst)
+TEST(InventoryJson, BeginsWithVersionAndCommand)
 {
     EXPECT_EQ(inventoryJson({}).rfind("{\n  \"formatVersion\": 1,\n  \"command\": \"show\",\n", 0), 0U)
         << inventoryJson({});
@@ -126,8 +126,8 @@ TEST(Document, SaysByWhomWhereAndWhenItWasMade)
                 testing::MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}Z"));
 }
 
-// A state that the record's 0 does not tell from the others.
-TEST(InventoryJson, EachMeaningOfASmartStatusOf0IsAStateOfItsOwn)
+// In the record all of these are 0.
+TEST(InventoryJson, HasAStateForEachMeaningOfSmartStatus0)
 {
     for (const auto &[reading, state] : {std::pair(Smart::good, "good"),
                                          {Smart::notAsked, "notAsked"},

@@ -6,12 +6,11 @@
 
 namespace tool {
 
-// Columns at which lines are broken; 0: they are not, what is no terminal gets whole lines. reported is what the kernel
-// says of the terminal, 0 where it does not know (a serial line); then the variable COLUMNS counts, null when not set,
-// and without a number in it 80.
+// Columns at which lines are broken; 0, for anything but a terminal: they are not. reported is the kernel's figure, 0
+// if it has none (a serial line); then the variable COLUMNS (null when not set) is used, and 80 if it is no number.
 size_t lineWidth(bool terminal, unsigned reported, const char *columns);
 
-// The same, asked of a descriptor now: a terminal's window may be resized at any time.
+// The same for a descriptor at this moment: a terminal's window may be resized at any time.
 size_t widthOf(int descriptor);
 
 } // namespace tool

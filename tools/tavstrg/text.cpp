@@ -17,6 +17,7 @@ namespace {
 struct Text {
     std::string text;
     Mark mark = Mark::none;
+    size_t breakAt = 0; // where a text that does not fit in one line is broken first; 0: anywhere
 };
 
 struct Node {
@@ -131,7 +132,7 @@ Widths widthsOf(const Inventory &inventory)
     return widths;
 }
 
-std::string joined(const DeviceLine &line, const Widths &widths)
+Text joined(const DeviceLine &line, const Widths &widths)
 {
     const bool disk = !line.state.empty();
     std::string text;
@@ -144,16 +145,17 @@ std::string joined(const DeviceLine &line, const Widths &widths)
         column.resize(widths[i], ' ');
         text += column + (kColumns[i] == &DeviceLine::sign ? " " : "  ");
     }
+    const size_t columns = text.size();
     text += line.rest;
     text.erase(text.find_last_not_of(' ') + 1);
-    return text;
+    return {text, line.mark, line.rest.empty() ? 0 : columns};
 }
 
 void addDevices(Node &parent, const std::vector<Device> &devices, const Widths &widths, bool verbose)
 {
     for (const Device &device : devices) {
         const DeviceLine line = lineOf(device);
-        Node node{{joined(line, widths), line.mark}};
+        Node node{joined(line, widths)};
         if (verbose && device.disk) {
             node.details.push_back({geometryOf(*device.disk)});
         }
@@ -233,8 +235,15 @@ size_t roomBehind(size_t prefix, const TextStyle &style)
 void printText(std::string &out, const Text &text, const std::string &first, const std::string &rest,
                const TextStyle &style)
 {
-    const std::vector<std::string> lines =
-        wrapped(text.text, roomBehind(columnsOf(first), style), roomBehind(columnsOf(rest) + kIndent, style));
+    const size_t firstRoom = roomBehind(columnsOf(first), style);
+    const size_t restRoom = roomBehind(columnsOf(rest) + kIndent, style);
+    const bool breaks = text.breakAt != 0 && firstRoom != 0 && columnsOf(text.text) > firstRoom;
+    const size_t head = breaks ? text.breakAt : text.text.size();
+    std::vector<std::string> lines = wrapped(text.text.substr(0, head), firstRoom, restRoom);
+    if (breaks) {
+        const std::vector<std::string> below = wrapped(text.text.substr(head), restRoom, restRoom);
+        lines.insert(lines.end(), below.begin(), below.end());
+    }
     for (size_t i = 0; i < lines.size(); ++i) {
         out += i == 0 ? first : rest + std::string(kIndent, ' ');
         out += painted(lines[i], text.mark, style.colour) + "\n";

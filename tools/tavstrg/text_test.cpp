@@ -203,7 +203,13 @@ TEST(InventoryText, NoLineIsWiderThanTheTerminalAndNothingIsLost)
         EXPECT_LE(line.size(), 60U) << line;
     }
     EXPECT_THAT(text, HasSubstr("|   |-- !! 4:0:3:1  sdb  hard disk 1     931.5 GiB  FAILURE\n"
-                                "|   |           PREDICTED   ATA EXAMPLE 1000, serial SER1,\n"));
+                                "|   |           PREDICTED\n"
+                                "|   |           ATA EXAMPLE 1000, serial SER1,\n"));
+    style.width = 80;
+    EXPECT_THAT(inventoryText(sample(), style),
+                HasSubstr("|   |-- !! 4:0:3:1  sdb  hard disk 1     931.5 GiB  FAILURE PREDICTED\n"
+                          "|   |           ATA EXAMPLE 1000, serial SER1, firmware FW01,\n"))
+        << "the name begins on a line of its own where it does not fit";
 
     const auto words = [](const std::string &of) {
         std::istringstream in(of);
@@ -239,7 +245,7 @@ TEST(InventoryText, ADiskThatLostItsDeviceIsShown)
                           "    `-- hard disk 4  2.0 GiB  SMART no failure reported\n"));
 }
 
-TEST(InventoryText, ADevicesTextCannotCommandTheTerminal)
+TEST(InventoryText, EscapesTextsOfDevices)
 {
     Inventory inventory = sample();
     inventory.controllers[0].devices[0].serialNumber = "\x1b]0;owned\x07";

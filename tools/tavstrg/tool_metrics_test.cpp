@@ -18,7 +18,7 @@ using testing::HasSubstr;
 
 namespace fs = std::filesystem;
 
-// A strict reader of the Prometheus text format, version 0.0.4: HELP and TYPE of a metric stand once, directly before
+// A strict reader of the Prometheus text format, version 0.0.4: HELP and TYPE of a metric appear once, directly before
 // its samples, and no series is there twice.
 class Exposition {
 public:
@@ -40,7 +40,7 @@ public:
         return typed_ ? "" : "a HELP without TYPE at the end";
     }
 
-    // The value of a series as it stands in the text, "name{label="value"}".
+    // The value of a series as written in the text, "name{label="value"}".
     std::optional<double> value(const std::string &series) const
     {
         const auto found = series_.find(series);
@@ -156,7 +156,7 @@ TEST_F(MetricsTool, PrintsTheTextFormatOfEveryMachine)
     }
 }
 
-TEST_F(MetricsTool, LabelsAreEscapedWhateverADiskIsCalled)
+TEST_F(MetricsTool, LabelsAreEscaped)
 {
     std::string machine = kSmallMachine;
     const std::string name = "SMALL DISK";

@@ -26,7 +26,7 @@ void PrintTo(const Printed &printed, std::ostream *out)
     *out << printed.name;
 }
 
-// What stands in the lines, without what draws the tree or separates words.
+// Content of the lines, without the characters that draw the tree or separate words.
 std::string contentOfLines(std::string text)
 {
     for (const char *drawn : {"├── ", "└── ", "│", " ", "\n"}) {
@@ -116,7 +116,7 @@ TEST_F(WatchOnATerminal, AlertsAndNotesFit)
 using ProgressOnATerminal = ToolTest;
 
 // The first answer comes after more than the second in which nothing is said.
-TEST_F(ProgressOnATerminal, IsToldOfASlowMachineAndToNobodyElse)
+TEST_F(ProgressOnATerminal, IsShownForASlowMachineOnATerminalOnly)
 {
     std::string slow = kSmallMachine;
     const std::string place = "\"sectors\": 16065000";

@@ -313,7 +313,7 @@ struct ColourCase {
     bool coloured;
 };
 
-TEST_F(Tool, ColoursGoToATerminalThatHasThemAndToWhoeverAsksForThem)
+TEST_F(Tool, ColoursOnATerminalOrOnRequest)
 {
     const std::string machine = write("failing.json", failingMachine());
     for (const ColourCase &given :

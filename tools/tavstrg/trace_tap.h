@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The provider's trace, as the provider writes it in this process: the tool reads from it what no class publishes.
 //
-// The program stands in for the agent's trace library: its own dlopen() gives the provider the program itself in place
-// of libtavlog.so, whose lines then arrive here and go on to the agent's library, if there is one.
+// The program takes the place of the agent's trace library: its own dlopen() gives the provider the program itself
+// instead of libtavlog.so, whose lines then arrive here and go on to the agent's library, if there is one.
 #pragma once
 
 #include <functional>

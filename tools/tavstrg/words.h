@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the provider's numbers mean, in words.
+// The provider's codes and numbers in words, and texts made fit to be printed.
 #pragma once
 
 #include <cstddef>

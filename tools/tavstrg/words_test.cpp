@@ -50,7 +50,7 @@ TEST(DeviceTypeWords, ScsiAndIdeCodesAreNotTheSame)
     EXPECT_EQ(deviceTypeWords(kScsi, 5), "device of unknown type (5)");
 }
 
-TEST(SmartWords, EachStateHasAWordOfItsOwnInEachOutput)
+TEST(SmartWords, DifferForEachState)
 {
     EXPECT_EQ(smartWords(Smart::good), "good");
     EXPECT_EQ(smartWords(Smart::failing), "FAILURE PREDICTED");
@@ -96,7 +96,7 @@ TEST(DrivePositionWords, AreThoseOfTheAlert)
     EXPECT_EQ(drivePositionWords(9), "unknown position (9)");
 }
 
-TEST(InterfaceWords, TellScsiIdeAndUnknown)
+TEST(InterfaceWords, AreScsiIdeAndUnknown)
 {
     EXPECT_EQ(interfaceWords(0), "SCSI");
     EXPECT_EQ(interfaceWords(1), "IDE");
@@ -111,7 +111,7 @@ TEST(Counted, OneIsSingular)
     EXPECT_EQ(counted(2, "device"), "2 devices");
 }
 
-TEST(Printable, DropsOuterBlanksAndShowsBytesThatATerminalWouldObey)
+TEST(Printable, TrimsAndEscapesAllButPrintableAscii)
 {
     EXPECT_EQ(printable("  ATA     "), "ATA");
     EXPECT_EQ(printable("   "), "");

@@ -17,7 +17,7 @@ struct Range {
     uint32_t first, last;
 };
 
-// Unicode 15: general category Mn and Me of common scripts, and what joins or turns emoji.
+// Unicode 15: general category Mn and Me of common scripts, and joiners and selectors of emoji.
 constexpr std::array<Range, 9> kCombining = {{{0x0300, 0x036f},
                                               {0x0483, 0x0489},
                                               {0x0591, 0x05bd},
@@ -87,9 +87,8 @@ std::string_view withoutBlanksBefore(std::string_view text)
     return text.substr(std::min(text.find_first_not_of(' '), text.size()));
 }
 
-// Bytes of the line that a text begins with, which is too long for one: up to the last blank that fits, or, where the
-// first word alone does not fit, as much of it as does. A comma that is not far from there is the better place: what
-// belongs together stays together.
+// Bytes of the first line of a text that is too long for one: up to the last blank that fits, or, if the first word
+// alone does not fit, as much of it as does. A comma close before that blank is preferred.
 size_t cutOf(std::string_view text, size_t width)
 {
     const size_t fits = bytesWithin(text, width);

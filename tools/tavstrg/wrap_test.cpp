@@ -85,7 +85,7 @@ TEST(TwoColumns, TheRightOneGoesOnBelowItsBegin)
                                     "  Empty\n");
 }
 
-TEST(TwoColumns, WithLittleRoomWhatDoesNotFitStandsOnItsOwnLine)
+TEST(TwoColumns, PutsTextThatDoesNotFitOnTheNextLine)
 {
     EXPECT_EQ(twoColumns({{"Index", "1"}, {"Property", "a long text"}}, 20), "  Index     1\n"
                                                                              "  Property\n"
