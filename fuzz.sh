@@ -45,7 +45,7 @@ while [ $# -gt 0 ]; do
 done
 [ ${#targets[@]} -gt 0 ] || mapfile -t targets < <(all_targets)
 
-scripts/install-deps.sh build test || exit
+scripts/install-deps.sh build clang || exit
 jobs=$(nproc)
 out=$PWD/build/fuzz
 mkdir -p "$out"

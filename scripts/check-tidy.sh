@@ -45,7 +45,7 @@ fi
 # The longest first: what is begun last is then soon done.
 mapfile -t files < <(ls -S -- "${files[@]}")
 
-scripts/install-deps.sh build test check || exit
+scripts/install-deps.sh build clang check || exit
 out=$PWD/build/tidy
 mkdir -p "$out"
 
