@@ -7,8 +7,8 @@ here=$(cd "$(dirname "$0")" && pwd)
 found=$("$here/../../scripts/check-floors.sh" "$here/wrong" | sort |
     sed -E '/^circle/s/\.h\>//g; s,^(circle: )(records/two)( -> records/one -> )\2,\1records/one -> \2 -> records/one,')
 diff -u --label expected --label reported - <(printf '%s\n' "$found") <<'EXPECTED'
-cellar/wine.h: cellar is no floor
+cellar/wine.h: cellar is not a floor
 circle: records/one -> records/two -> records/one
-records/lost.h:3: attic/box.h is on no floor
+records/lost.h:3: attic/box.h is not on a floor
 records/up.h:3: store/store.h is above records
 EXPECTED
