@@ -6,6 +6,9 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_BUILD_TYPE STREQUAL "RelWithDe
   # False positives of GCC 12 inside std::string when less of it is inlined.
   list(APPEND TAV_TOOL_OPTIONS -Wno-array-bounds -Wno-restrict -Wno-stringop-overflow)
 endif()
+if(TAV_SANITIZE AND NOT TAV_FUZZ)
+  list(APPEND TAV_TOOL_OPTIONS -O0) # takes half the time to compile
+endif()
 
 # The headers that take longest to parse, compiled once for all static libraries of the tools.
 set(TAV_TOOL_HEADERS

@@ -35,6 +35,13 @@ if command -v clang-format >/dev/null; then
     "$(clang-format --dry-run "${formatted[@]}" 2>&1 | grep -E 'warning:' | cut -d: -f1 | sort -u)"
 fi
 
+if command -v shellcheck >/dev/null; then
+    # Scripts that only others source are checked with those.
+    mapfile -t scripts < <(find . \( -path './build*' -o -name .git \) -prune -o -name '*.sh' -perm -u+x -print | sort)
+    scripts+=(.ci/run packaging/stage-schema packaging/completion/tavstrg.bash tests/vm/init)
+    breach "shellcheck" "$(shellcheck -x -f gcc "${scripts[@]}")"
+fi
+
 if [ "$breaches" -ne 0 ]; then
     echo "check-rules: $breaches rule(s) violated" >&2
     exit 1
