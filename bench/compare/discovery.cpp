@@ -9,7 +9,7 @@
 #include "compare/stopwatch.h"
 
 #include "collect/devices/disk_names.h"
-#include "collect/discovery_lists.h"
+#include "collect/collection/discovery_lists.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -3,9 +3,9 @@
 
 #include "classes/instance.h"
 #include "lifecycle/access.h"
+#include "runtime/cmpi_data.h"
 #include "runtime/holders.h"
 #include "runtime/request.h"
-#include "runtime/status.h"
 #include "runtime/trace.h"
 
 #include <cstdio>

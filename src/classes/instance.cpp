@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "classes/instance.h"
 
+#include "runtime/cmpi_data.h"
 #include "runtime/holders.h"
 #include "runtime/memory.h"
 #include "runtime/request.h"
-#include "runtime/status.h"
 #include "runtime/trace.h"
 
 #include <cstdio>

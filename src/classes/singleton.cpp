@@ -3,8 +3,8 @@
 
 #include "classes/instance.h"
 #include "lifecycle/access.h"
+#include "runtime/cmpi_data.h"
 #include "runtime/holders.h"
-#include "runtime/status.h"
 #include "runtime/trace.h"
 
 namespace {

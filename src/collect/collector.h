@@ -8,3 +8,9 @@
 // 0, or -1: all or nothing, but after a failure the caller still frees every non-null array of classes 2 to 10.
 // Two collections must never run at once.
 int strgGetCurrentInfo(int smartmode, DatInfo *descriptors);
+
+// Discovery lists, controller tables, device tables, in this order: 0 when all of them stand, else -1.
+int DllMain();
+
+// Frees the device tables, the discovery lists and the controller tables; any of them may be free already.
+void freeCollection();

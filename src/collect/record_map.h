@@ -2,8 +2,8 @@
 // From table entries to records. Texts longer than a record's field are cut; fields without a source stay zero.
 #pragma once
 
-#include "collect/controllers/controller_tables.h"
-#include "collect/devices/device_tables.h"
+#include "collect/collection/controller_tables.h"
+#include "collect/collection/device_tables.h"
 #include "records/records.h"
 
 #include <span>

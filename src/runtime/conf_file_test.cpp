@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "runtime/conf_file.h"
 
-#include "runtime/conf_tokens.h"
 #include "runtime/trace.h"
 #include "sim/sim.h"
 #include "support/trace_recorder.h"

@@ -2,6 +2,7 @@
 // A whole disk whose replies the input is: everything that a collection asks of a disk. The first byte chooses the kind
 // of disk and the way of the commands; fuzz/disk.h tells the rest.
 #include "collect/devices/disk_names.h"
+#include "collect/devices/serial_number.h"
 #include "devcmd/geometry.h"
 #include "devcmd/smart/smart_watch.h"
 #include "devcmd/smart/wear.h"

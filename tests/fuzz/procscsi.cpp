@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // /proc/scsi/scsi: single lines, single records, the whole file.
 #include "collect/scsi/scsi_parse.h"
+#include "collect/scsi/scsi_records.h"
 #include "collect/scsi/scsi_variants.h"
 #include "fuzz/fuzz.h"
 #include "fuzz/lists.h"

@@ -2,7 +2,6 @@
 // SMART READ DATA: the attribute table, walked in a block of just its size, and the figure that a disk's reply gives.
 // The first byte is the attribute that is looked for.
 #include "devcmd/smart/wear.h"
-#include "devcmd/smart/wear_data.h"
 #include "fuzz/disk.h"
 #include "fuzz/fuzz.h"
 

@@ -3,7 +3,6 @@
 #include "fuzz/fuzz.h"
 #include "fuzz/machine.h"
 #include "runtime/conf_file.h"
-#include "runtime/conf_tokens.h"
 
 #include <algorithm>
 #include <memory>

@@ -2,7 +2,7 @@
 // Building of the controller tables from the discovery lists.
 #pragma once
 
-#include "collect/controllers/controller_tables.h"
+#include "collect/collection/controller_tables.h"
 #include "collect/ide/ide_discovery.h"
 #include "collect/scsi/scsi_discovery.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Names and serial numbers of SCSI disks: which /dev node is which address.
+// Names of SCSI disks: which /dev node is which address.
 #pragma once
 
 #include "collect/scsi/scsi_discovery.h"
@@ -10,7 +10,6 @@
 
 constexpr size_t kDiskNames = 128;   // "/dev/sda" to "/dev/sddx"
 constexpr size_t kDiskNameSize = 16; // bytes, the terminator included
-constexpr size_t kSerialNumberSize = 256;
 
 // One disk node that answered, with the kernel's address word: target id in bits 0-7, LUN in 8-15, channel in 16-23,
 // host in 24-31.
@@ -37,6 +36,3 @@ int32_t GetSCSIDeviceName_IDArray(const SCSIDeviceInfo *list, SCSIDiskNameTable 
 // Name of a device's node into name (kDiskNameSize bytes): empty when no node has its address. 0, or -1 for a null
 // argument.
 int32_t TAVStorageGetSCSIDeviceName(const SCSIDiskNameTable *table, const SCSIDeviceInfo *device, char *name);
-// Serial number of a disk into serial (kSerialNumberSize bytes), trimmed; it may run on into the text after its field.
-// 0, or -1 when the node cannot be opened or does not answer as an ATA disk.
-int32_t TAVStorageGetSCSIDeviceSerialNumber(const char *name, char *serial);

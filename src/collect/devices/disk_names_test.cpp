@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/devices/disk_names.h"
 
+#include "collect/devices/serial_number.h"
 #include "sim/sim.h"
 #include "support/lists_fixture.h"
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/devices/ide_table.h"
 
-#include "collect/controllers/controller_tables.h"
+#include "collect/collection/controller_tables.h"
+#include "collect/collection/discovery_lists.h"
 #include "collect/devices/device_number.h"
-#include "collect/discovery_lists.h"
 #include "runtime/cancel.h"
 #include "runtime/field_text.h"
 

@@ -2,7 +2,7 @@
 // The IDE device table, and the class tables' entries of IDE devices.
 #pragma once
 
-#include "collect/devices/device_tables.h"
+#include "collect/collection/device_tables.h"
 #include "collect/ide/ide_discovery.h"
 
 // Fills the tables with the devices of the IDE discovery list: 0, or -1, also for an empty list.

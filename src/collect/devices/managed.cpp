@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/devices/managed.h"
 
-#include "collect/devices/device_kinds.h"
+#include "collect/collection/device_kinds.h"
 #include "runtime/field_text.h"
 
 int SCSISurroundings::loadUSB()

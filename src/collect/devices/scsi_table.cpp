@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/devices/scsi_table.h"
 
-#include "collect/controllers/controller_tables.h"
+#include "collect/collection/controller_tables.h"
+#include "collect/collection/discovery_lists.h"
 #include "collect/devices/life_span_table.h"
-#include "collect/discovery_lists.h"
+#include "collect/devices/serial_number.h"
 #include "runtime/cancel.h"
 #include "runtime/field_text.h"
 

@@ -2,7 +2,7 @@
 // The SCSI device table, and the class tables' entries of SCSI devices.
 #pragma once
 
-#include "collect/devices/device_tables.h"
+#include "collect/collection/device_tables.h"
 #include "collect/devices/disk_names.h"
 #include "collect/devices/managed.h"
 

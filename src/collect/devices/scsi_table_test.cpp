@@ -2,6 +2,7 @@
 #include "collect/devices/scsi_table.h"
 
 #include "collect/devices/device_build.h"
+#include "collect/devices/serial_number.h"
 #include "support/lists_fixture.h"
 
 namespace {

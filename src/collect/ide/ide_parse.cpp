@@ -2,7 +2,6 @@
 #include "collect/ide/ide_parse.h"
 
 #include "collect/base/text_scan.h"
-#include "collect/inf/inf_parse.h"
 
 namespace {
 

@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/inf/inf_parse.h"
 
+#include "collect/base/attribute.h"
+#include "collect/base/text_scan.h"
+#include "collect/inf/inf_section.h"
+
 #include <gtest/gtest.h>
 
 #include <string>

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/inf/noscsi_inf_parse.h"
 
+#include "collect/inf/inf_section.h"
 #include "collect/inf/storage_inf.h"
 #include "devcmd/trim.h"
 

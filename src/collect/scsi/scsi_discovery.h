@@ -61,7 +61,3 @@ int TAVStorageGetUSBCtrl(USBHostEntry **list, int32_t *count);
 
 void FreeSCSIDeviceInfo(SCSIDeviceInfo **list);
 void FreeSCSIControllerTypeDetailInfo(SCSIControllerTypeDetail **list);
-
-// Value of a key in a line of /proc/scsi/scsi, at most 63 characters, into out (64 bytes): 0, or -1 when it is not
-// there.
-int FindName(const char *line, const char *key, char *out);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/scsi/scsi_hosts.h"
 
+#include "collect/base/attribute.h"
 #include "collect/scsi/scsi_parse.h"
 #include "collect/scsi/scsi_variants.h"
 #include "runtime/cancel.h"

@@ -2,8 +2,6 @@
 #include "collect/scsi/scsi_parse.h"
 
 #include "collect/base/text_scan.h"
-#include "collect/inf/inf_parse.h"
-#include "runtime/field_text.h"
 
 #include <algorithm>
 #include <array>
@@ -21,7 +19,6 @@ constexpr std::array<std::string_view, 6> kNeverHostAdapters = {"scsi", "iscsi",
 constexpr std::array<std::string_view, 3> kUsbDrivers = {"usb", "ovfx2", "hub"};
 
 constexpr std::string_view kBlanks = " \t";
-constexpr std::string_view kNoDevices = "Attached devices: none";
 constexpr size_t kHostLabel = 4; // characters of "scsi" before the number of a host's name
 constexpr int kFirstSysfsRelease = 26;
 
@@ -37,22 +34,6 @@ bool takeNumber(TextScan &scan, int32_t &number)
     const bool read = scan.number(wide);
     number = static_cast<int32_t>(wide);
     return read;
-}
-
-// "%s %s %s %d %s %d %s %d": Host: scsi0 Channel: 00 Id: 00 Lun: 00
-bool parseHostLine(std::string_view line, ScsiAddress &address)
-{
-    TextScan scan{line};
-    std::string_view label;
-    std::string_view host;
-    const bool whole = scan.word(label) && scan.word(host) && scan.word(label) && takeNumber(scan, address.channel) &&
-                       scan.word(label) && takeNumber(scan, address.id) && scan.word(label) &&
-                       takeNumber(scan, address.lun);
-    if (!whole || host.size() <= kHostLabel) {
-        return false;
-    }
-    TextScan number{host.substr(kHostLabel)};
-    return number.number(address.host);
 }
 
 // A value that ends at a colon runs into the key of the next value.
@@ -114,6 +95,21 @@ bool isUsbDriver(std::string_view driver)
     return beginsWithOneOf(driver, kUsbDrivers);
 }
 
+bool parseProcHostLine(std::string_view line, ScsiAddress &address)
+{
+    TextScan scan{line};
+    std::string_view label;
+    std::string_view host;
+    const bool whole = scan.word(label) && scan.word(host) && scan.word(label) && takeNumber(scan, address.channel) &&
+                       scan.word(label) && takeNumber(scan, address.id) && scan.word(label) &&
+                       takeNumber(scan, address.lun);
+    if (!whole || host.size() <= kHostLabel) {
+        return false;
+    }
+    TextScan number{host.substr(kHostLabel)};
+    return number.number(address.host);
+}
+
 bool namedValue(std::string_view line, std::string_view key, std::string_view &value)
 {
     constexpr std::string_view kSeparators = ": \t\r\n";
@@ -136,44 +132,4 @@ bool namedValue(std::string_view line, std::string_view key, std::string_view &v
         value = withoutNextKey(value);
     }
     return true;
-}
-
-ScsiRecordReader::Step ScsiRecordReader::takeHost(std::string_view line)
-{
-    if (line.find(kNoDevices) != std::string_view::npos) {
-        return Step::end;
-    }
-    ScsiAddress address = {};
-    if (line.find("Host") != std::string_view::npos && parseHostLine(line, address)) {
-        record_ = {};
-        record_.host = address.host;
-        record_.channel = address.channel;
-        record_.id = address.id;
-        record_.lun = address.lun;
-        expected_ = Expected::identity;
-    }
-    return Step::more;
-}
-
-// A key that is not there leaves its text empty: the record counts all the same.
-ScsiRecordReader::Step ScsiRecordReader::take(std::string_view text)
-{
-    char line[1024];
-    copyText(line, untilNul(text));
-    switch (expected_) {
-    case Expected::host:
-        return takeHost(line);
-    case Expected::identity:
-        FindName(line, "Vendor", record_.vendor);
-        FindName(line, "Model", record_.model);
-        FindName(line, "Rev", record_.scsiRev);
-        expected_ = Expected::type;
-        return Step::more;
-    case Expected::type:
-        FindName(line, "Type", record_.type);
-        FindName(line, "revision", record_.ansiRev);
-        expected_ = Expected::host;
-        return Step::complete;
-    }
-    return Step::end;
 }

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "devcmd/kernel/kernel_version.h"
 #include "devcmd/transport/transport.h"
 #include "support/trace_recorder.h"
 

@@ -2,8 +2,7 @@
 #include "devcmd/open_device.h"
 #include "devcmd/smart/ata_command.h"
 #include "devcmd/smart/identify.h"
-#include "devcmd/smart/smart_kinds.h"
-#include "devcmd/smart/smart_routine.h"
+#include "devcmd/smart/smart_routines.h"
 #include "runtime/holders.h"
 #include "runtime/trace.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "devcmd/smart/smart_kinds.h"
+#include "devcmd/smart/smart_routines.h"
 #include "support/ioctl_double.h"
 #include "support/smart_fixture.h"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "devcmd/smart/smart_watch.h"
 
-#include "devcmd/smart/smart_kinds.h"
+#include "devcmd/smart/smart_routines.h"
 #include "runtime/cancel.h"
 #include "runtime/trace.h"
 

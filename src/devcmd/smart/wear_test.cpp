@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "devcmd/smart/wear.h"
 
-#include "devcmd/smart/wear_data.h"
 #include "runtime/trace.h"
 #include "support/ioctl_double.h"
 #include "support/trace_recorder.h"

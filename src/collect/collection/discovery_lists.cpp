@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "collect/discovery_lists.h"
+#include "collect/collection/discovery_lists.h"
 
 #include "runtime/trace.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "collect/devices/device_tables.h"
+#include "collect/collection/device_tables.h"
 
 DeviceNumbers DevNumMib = {};
 

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "collect/base/flat_table.h"
-#include "collect/devices/device_kinds.h"
+#include "collect/collection/device_kinds.h"
 #include "devcmd/hard_disk.h"
 
 #include <cstdint>

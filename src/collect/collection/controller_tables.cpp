@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "collect/controllers/controller_tables.h"
+#include "collect/collection/controller_tables.h"
 
 #include "collect/base/flat_table.h"
 

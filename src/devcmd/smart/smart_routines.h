@@ -7,6 +7,12 @@
 #pragma once
 
 #include "devcmd/hard_disk.h"
+#include "devcmd/open_device.h"
+#include "runtime/holders.h"
+#include "runtime/trace.h"
+
+#include <cerrno>
+#include <fcntl.h>
 
 // Plain SCSI: the Informational Exceptions mode and log pages, REQUEST SENSE.
 void enable_scsi_smart(HardDiskEntry *hdt);        // sets SmartSupport
@@ -26,3 +32,22 @@ void get_sata_smart(HardDiskEntry *hdt);     // sets SmartPredict; -1, with Smar
 
 // For both kinds of ATA disk: sets SmartEnableState. 0, or -1 when DevPath cannot be opened.
 int fetch_ata_enable_disable(HardDiskEntry *hdt);
+
+// Opens an entry's device for reading and writing, hands it to work(entry, descriptor), and closes it. A device that
+// cannot be opened goes to refused(entry, errno) instead. Traces the entry, a null hdt and the exit in the name of
+// function.
+template <class Work, class Refused> void withOpenDisk(HardDiskEntry *hdt, Work work, Refused refused)
+{
+    TRACE(kDetail, "_IN_");
+    if (hdt == nullptr) {
+        TRACE(kFailure, "_OUT_ hdt is NULL");
+        return;
+    }
+    const FileDesc device(openDevice(hdt->DevPath, O_RDWR));
+    if (device) {
+        work(*hdt, device.get());
+    } else {
+        refused(*hdt, errno);
+    }
+    TRACE(kDetail, "_OUT_");
+}

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "runtime/status.h"
+#include "runtime/cmpi_data.h"
 
 CMPIStatus statusWithChars(const CInfo *cInfo, CMPIrc rc, const char *message)
 {
