@@ -11,6 +11,8 @@
 #include <cstring>
 #include <mutex>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr SingletonClass kConfigClass = {

@@ -12,6 +12,8 @@
 #include <cstdlib>
 #include <cstring>
 
+using namespace tavstrg;
+
 namespace {
 
 // Index is the first field of every record of the family.
@@ -208,20 +210,20 @@ void setKey(CMPIObjectPath *path, CMPIInstance *instance, const void *record)
 
 } // namespace
 
-CMPIStatus indexedGetInstance(const IndexedClass &member, const CInfo *cInfo, const CMPIResult *rslt,
-                              const CMPIObjectPath *cop, const char **properties)
+CMPIStatus tavstrg::indexedGetInstance(const IndexedClass &member, const CInfo *cInfo, const CMPIResult *rslt,
+                                       const CMPIObjectPath *cop, const char **properties)
 {
     return tracedAnswer(cInfo, [&] { return getByKey(member, cInfo, rslt, cop, properties); });
 }
 
-CMPIStatus indexedEnumInstances(const IndexedClass &member, const CInfo *cInfo, const CMPIResult *rslt,
-                                const CMPIObjectPath *cop, const char **properties)
+CMPIStatus tavstrg::indexedEnumInstances(const IndexedClass &member, const CInfo *cInfo, const CMPIResult *rslt,
+                                         const CMPIObjectPath *cop, const char **properties)
 {
     return tracedAnswer(cInfo, [&] { return enumerate(member, cInfo, rslt, cop, properties); });
 }
 
-CMPIInstance *indexedSetPropInst(const IndexedClass &member, const CInfo *cInfo, const CMPIObjectPath *cop,
-                                 const char **properties, const void *record)
+CMPIInstance *tavstrg::indexedSetPropInst(const IndexedClass &member, const CInfo *cInfo, const CMPIObjectPath *cop,
+                                          const char **properties, const void *record)
 {
     return buildInstance(cInfo, cop, properties, kClasses[member.classId], member.recordParam, record, setKey);
 }

@@ -9,6 +9,8 @@
 
 #include <mutex>
 
+using namespace tavstrg;
+
 namespace {
 
 std::mutex startStop; // two requests that start at once must not make two threads

@@ -12,6 +12,8 @@
 
 #include <sys/utsname.h>
 
+using namespace tavstrg;
+
 namespace {
 
 // Frees the tables of a collection on every path, also when its thread is cancelled between two devices.
@@ -162,7 +164,7 @@ int DllMain()
     return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
 }
 
-void freeCollection()
+void tavstrg::freeCollection()
 {
     FreeDeviceTable();
     FreeSCSIAndIDEInfoListFromProc();

@@ -8,6 +8,8 @@
 
 #include <span>
 
+namespace tavstrg {
+
 // Driver and version are those of the first driver entry with the controller's driver index; empty when there is none.
 StrgCtrlRec controllerRecord(const ControllerEntry &entry, std::span<const DriverEntry> drivers);
 StrgScsiRec scsiRecord(const SCSIDeviceEntry &entry);
@@ -21,3 +23,5 @@ template <class Entry> StrgDevRec deviceRecord(const Entry &entry)
 {
     return {entry.Index, static_cast<int16_t>(entry.InterfaceType), entry.InterfaceTypeIndex, 0};
 }
+
+} // namespace tavstrg

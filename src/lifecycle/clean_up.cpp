@@ -8,6 +8,8 @@
 
 #include <mutex>
 
+using namespace tavstrg;
+
 namespace {
 
 // The broker enters a cleanup again while one takes longer than it likes. The later one finds the work done.

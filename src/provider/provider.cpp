@@ -12,6 +12,8 @@
 #include <atomic>
 #include <mutex>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr char kTraceFile[] = "tavstrg.log";

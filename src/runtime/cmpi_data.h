@@ -6,6 +6,8 @@
 
 #include <cmpift.h>
 
+namespace tavstrg {
+
 // The text object in the data, which the broker made for this one call and the provider releases; null when the data
 // has none. Only for data of a call that succeeded.
 inline CMPIString *ownedText(const CMPIData &data)
@@ -29,3 +31,5 @@ inline bool isPlainValue(const CMPIData &data)
 
 // A status with a message, which the broker makes and keeps; without one when the broker cannot make it.
 CMPIStatus statusWithChars(const CInfo *cInfo, CMPIrc rc, const char *message);
+
+} // namespace tavstrg

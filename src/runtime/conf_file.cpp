@@ -11,6 +11,8 @@
 #include <strings.h>
 #include <sys/stat.h>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr char kConfigurationFile[] = "/etc/tavkit/tavkit.conf";

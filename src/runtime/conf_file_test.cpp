@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+using namespace tavstrg;
+
 namespace {
 
 const char kFile[] = "/etc/tavkit/tavkit.conf";

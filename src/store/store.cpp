@@ -7,21 +7,23 @@
 #include "store/arrays.h"
 #include "store/state_file_layout.h"
 
+using namespace tavstrg;
+
 DatInfo instSt[TAV_CID_STRG_MAX];
 ShmInfo shmSt[TAV_CID_STRG_MAX];
 RenewableMutex instMutexSt;
 std::atomic<int32_t> gst_first{0};
 std::atomic<int32_t> gst_SleepSec{60};
 std::atomic<int32_t> gst_SmartMode{0};
-std::shared_mutex g_recordsLock;
-std::mutex g_collectionLock;
+std::shared_mutex tavstrg::g_recordsLock;
+std::mutex tavstrg::g_collectionLock;
 
-bool strgIsBuilt()
+bool tavstrg::strgIsBuilt()
 {
     return gst_first != 1 && instSt[TAV_CID_STRG_CONF].datAdr != nullptr; // the configuration is freed first
 }
 
-bool strgTakeConfig()
+bool tavstrg::strgTakeConfig()
 {
     StrgConfRec conf = {};
     if (!copyRecord(instSt[TAV_CID_STRG_CONF], 0, {reinterpret_cast<uint8_t *>(&conf), sizeof conf})) {
@@ -32,7 +34,7 @@ bool strgTakeConfig()
     return true;
 }
 
-bool strgTakeTotals()
+bool tavstrg::strgTakeTotals()
 {
     // One section for all classes: the totals belong to the counts of one moment.
     return changeRecords<StrgTnumRec>(instSt[TAV_CID_STRG_TNUM], [](StrgTnumRec &totals) {
@@ -43,7 +45,7 @@ bool strgTakeTotals()
     });
 }
 
-void strgDestroyLocks()
+void tavstrg::strgDestroyLocks()
 {
     for (int id = 0; id < TAV_CID_STRG_MAX; ++id) {
         TRACE(kDetail, "pthread_mutex_destroy(%d)", id);
@@ -53,7 +55,7 @@ void strgDestroyLocks()
     destroyMutex(instMutexSt);
 }
 
-int strgPublishAll(const CInfo *cInfo)
+int tavstrg::strgPublishAll(const CInfo *cInfo)
 {
     for (int id = 0; id < TAV_CID_STRG_MAX; ++id) {
         if (recordsNow(instSt[id]).datNum <= 0) {

@@ -11,6 +11,8 @@
 #include "fuzz/fuzz.h"
 #include "runtime/field_text.h"
 
+using namespace tavstrg;
+
 using fuzz::require;
 
 namespace {

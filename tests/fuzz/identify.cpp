@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <vector>
 
+using namespace tavstrg;
+
 using fuzz::Bytes;
 using fuzz::require;
 

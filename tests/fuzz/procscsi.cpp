@@ -11,6 +11,8 @@
 #include <algorithm>
 #include <cstdio>
 
+using namespace tavstrg;
+
 using fuzz::isWithin;
 using fuzz::require;
 

@@ -15,6 +15,8 @@
 #include <cstdio>
 #include <string>
 
+using namespace tavstrg;
+
 using fuzz::isWithin;
 using fuzz::require;
 

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <memory>
 
+using namespace tavstrg;
+
 using fuzz::require;
 
 namespace {

@@ -18,6 +18,8 @@
 #include <string>
 #include <vector>
 
+using namespace tavstrg;
+
 // Puts hand-made lists in the place of what discovery finds, and takes them away again with every table.
 class HandMadeLists {
 public:

@@ -7,6 +7,8 @@
 #include "collect/inf/inf_parse.h"
 #include "collect/inf/noscsi_inf_parse.h"
 
+using namespace tavstrg;
+
 namespace tool {
 namespace {
 

@@ -8,6 +8,8 @@
 
 #include <cstring>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr int32_t kStatusAbsent = 1;
@@ -53,7 +55,7 @@ int GetInfFromFile(int32_t *status, const char *path, char *out)
     return TRACED(0, kDetail, "_OUT_ (0) result=[%s]", value);
 }
 
-std::string_view attributeValue(std::string_view text)
+std::string_view tavstrg::attributeValue(std::string_view text)
 {
     std::string_view value = withoutLeading(untilNul(text), " ");
     const size_t newline = value.find('\n');

@@ -8,6 +8,8 @@
 #include <string_view>
 #include <system_error>
 
+namespace tavstrg {
+
 constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
 
 inline std::string_view withoutLeading(std::string_view text, std::string_view characters)
@@ -92,3 +94,5 @@ struct TextScan {
         return true;
     }
 };
+
+} // namespace tavstrg

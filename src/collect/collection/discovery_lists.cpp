@@ -3,9 +3,11 @@
 
 #include "runtime/trace.h"
 
-SCSIDeviceInfo *g_SCSIDeviceInfo = nullptr;
-int32_t g_SCSIDeviceTotalNumber = 0;
-SCSIControllerTypeDetail *g_SCSIControllerTypeDetail = nullptr;
+using namespace tavstrg;
+
+SCSIDeviceInfo *tavstrg::g_SCSIDeviceInfo = nullptr;
+int32_t tavstrg::g_SCSIDeviceTotalNumber = 0;
+SCSIControllerTypeDetail *tavstrg::g_SCSIControllerTypeDetail = nullptr;
 int32_t g_SCSIControllerTypeTotalNumber = 0;
 int32_t g_SCSIControllerTotalNumber = 0;
 IDEGeneralInfo g_IDEGeneralInfo = {};

@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <limits>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr int32_t kMaxControllers = std::numeric_limits<uint16_t>::max(); // the counts are words

@@ -11,6 +11,8 @@
 
 #include <algorithm>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr uint16_t kInterfaceTypeSCSI = 0;
@@ -111,7 +113,7 @@ int MakeSCSIMiscDevice()
     return finish(pMiscDevTbl, TotalMiscDevice, misc_dev_cnt, newSCSIEntry<ClassDeviceEntry>(misc_dev_cnt));
 }
 
-uint64_t ideCapacityMiB(const IDEDeviceInfo &device)
+uint64_t tavstrg::ideCapacityMiB(const IDEDeviceInfo &device)
 {
     constexpr uint64_t kSectorsPerMiB = 2048; // of 512 bytes
     const auto capacity = static_cast<uint64_t>(std::max<int64_t>(device.capacity, 0));

@@ -7,6 +7,8 @@
 #include "collect/devices/scsi_table.h"
 #include "runtime/field_text.h"
 
+using namespace tavstrg;
+
 namespace {
 
 void countDevice(const DeviceKind &kind, int32_t &interfaceTotal)
@@ -64,7 +66,7 @@ int GetIDEDeviceTotalNumber()
     return TRACED(0, kDetail, "_OUT_ TotalIDEDevice=[%d]", TotalIDEDevice);
 }
 
-void countSCSIDevices(const SCSIDeviceInfo *list, const SCSISurroundings &around)
+void tavstrg::countSCSIDevices(const SCSIDeviceInfo *list, const SCSISurroundings &around)
 {
     for (const SCSIDeviceInfo *device = list; device != nullptr; device = device->next) {
         switch (judgeHost(around, *device)) {

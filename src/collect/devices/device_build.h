@@ -3,7 +3,6 @@
 #pragma once
 
 #include "collect/collection/device_tables.h"
-
 // Counts, allocates and fills the device tables: 0, or -1 with the tables freed.
 int InitDevice();
 

@@ -9,6 +9,8 @@
 
 #include <memory>
 
+using namespace tavstrg;
+
 namespace {
 
 class DeviceBuild : public testing::Test {

@@ -14,6 +14,8 @@
 #include <scsi/scsi.h>
 #include <sys/ioctl.h>
 
+using namespace tavstrg;
+
 static_assert(SCSI_IOCTL_GET_IDLUN == 0x5382);
 
 namespace {
@@ -40,7 +42,7 @@ bool readAddress(const char *name, uint32_t *address)
 
 } // namespace
 
-std::array<char, kDiskNameSize> diskNameCandidate(size_t i)
+std::array<char, kDiskNameSize> tavstrg::diskNameCandidate(size_t i)
 {
     // The 27th name has two letters, as the kernel goes on after "sdz".
     constexpr size_t kLetters = 26;
@@ -53,7 +55,7 @@ std::array<char, kDiskNameSize> diskNameCandidate(size_t i)
     return name;
 }
 
-uint32_t scsiAddressWord(const SCSIDeviceInfo &device)
+uint32_t tavstrg::scsiAddressWord(const SCSIDeviceInfo &device)
 {
     return (static_cast<uint32_t>(device.host) << 24) + ((static_cast<uint32_t>(device.channel) & 0xFF) << 16) +
            ((static_cast<uint32_t>(device.lun) << 8) & 0xFFFF) + (static_cast<uint32_t>(device.id) & 0xFF);

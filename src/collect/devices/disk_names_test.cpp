@@ -9,6 +9,8 @@
 #include <filesystem>
 #include <set>
 
+using namespace tavstrg;
+
 namespace {
 
 // With which access a device of the machine is open, O_RDONLY and so on; -1 when it is not.

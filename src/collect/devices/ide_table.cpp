@@ -7,6 +7,8 @@
 #include "runtime/cancel.h"
 #include "runtime/field_text.h"
 
+using namespace tavstrg;
+
 namespace {
 
 template <size_t N> bool isTerminated(const char (&field)[N])
@@ -97,7 +99,7 @@ int GetIDEDeviceControllerIndex(const IDEDeviceInfo &device, uint16_t *index)
     return TRACED(0, kDetail, "_OUT_ index=[%d]", *index);
 }
 
-int makeIDEDevice(const IDEDeviceInfo *device)
+int tavstrg::makeIDEDevice(const IDEDeviceInfo *device)
 {
     const int type = GetIDEDevType(device);
     if (type < 0) {

@@ -5,6 +5,8 @@
 #include "collect/devices/serial_number.h"
 #include "support/lists_fixture.h"
 
+using namespace tavstrg;
+
 namespace {
 
 class ScsiDevices : public testing::Test {

@@ -13,6 +13,8 @@
 #include <linux/hdreg.h>
 #include <sys/ioctl.h>
 
+using namespace tavstrg;
+
 static_assert(HDIO_GET_IDENTITY == 0x030d);
 
 namespace {

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr std::string_view kBlanks = " \t";
@@ -31,8 +33,8 @@ HeaderLine findHeader(std::string_view text, std::string_view header)
 
 } // namespace
 
-bool splitInfSections(std::string_view text, std::string_view firstHeader, std::string_view secondHeader,
-                      InfSections &sections)
+bool tavstrg::splitInfSections(std::string_view text, std::string_view firstHeader, std::string_view secondHeader,
+                               InfSections &sections)
 {
     const HeaderLine first = findHeader(text, firstHeader);
     const HeaderLine second = findHeader(text, secondHeader);
@@ -47,7 +49,7 @@ bool splitInfSections(std::string_view text, std::string_view firstHeader, std::
     return true;
 }
 
-DriverLine parseDriverLine(std::string_view line, std::string_view &name)
+DriverLine tavstrg::parseDriverLine(std::string_view line, std::string_view &name)
 {
     if (withoutLineEnd(line).size() > kMaxDriverLine) {
         return DriverLine::tooLong;

@@ -6,6 +6,8 @@
 
 #include <string_view>
 
+namespace tavstrg {
+
 struct InfSections {
     std::string_view first;
     std::string_view second;
@@ -19,3 +21,5 @@ enum class DriverLine { name, tooLong, header, comment, blank, nameTooLong };
 constexpr size_t kMaxDriverLine = 256; // characters without the line's end
 // What a line of "storage.inf" is, and the driver name when it has one.
 DriverLine parseDriverLine(std::string_view line, std::string_view &name);
+
+} // namespace tavstrg

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+using namespace tavstrg;
+
 namespace {
 
 using namespace std::string_literals;

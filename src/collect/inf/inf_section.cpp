@@ -8,6 +8,8 @@
 
 #include <cerrno>
 
+using namespace tavstrg;
+
 namespace {
 
 // The buffer holds more than the text: a section is never longer than the file.

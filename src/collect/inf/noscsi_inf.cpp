@@ -13,6 +13,8 @@
 #include <cerrno>
 #include <sys/stat.h>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr int32_t kStatusUnusable = 1; // as if there were no file

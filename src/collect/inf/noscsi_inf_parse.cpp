@@ -5,7 +5,9 @@
 #include "collect/inf/storage_inf.h"
 #include "devcmd/trim.h"
 
-bool takeWholeLine(std::string_view &rest, std::string_view &line)
+using namespace tavstrg;
+
+bool tavstrg::takeWholeLine(std::string_view &rest, std::string_view &line)
 {
     const size_t newline = rest.find('\n');
     line = rest.substr(0, newline == std::string_view::npos ? rest.size() : newline + 1);
@@ -13,8 +15,8 @@ bool takeWholeLine(std::string_view &rest, std::string_view &line)
     return !line.empty();
 }
 
-KeyValue findKeyValue(std::string_view text, std::string_view key, size_t maxLength, std::string_view stop,
-                      std::string_view &value)
+KeyValue tavstrg::findKeyValue(std::string_view text, std::string_view key, size_t maxLength, std::string_view stop,
+                               std::string_view &value)
 {
     value = {};
     const size_t at = text.find(key);
@@ -31,7 +33,7 @@ KeyValue findKeyValue(std::string_view text, std::string_view key, size_t maxLen
     return value.size() > maxLength ? KeyValue::tooLong : KeyValue::found;
 }
 
-NoScsiReading parseNoScsiLine(std::string_view line, size_t vendorSize, size_t modelSize)
+NoScsiReading tavstrg::parseNoScsiLine(std::string_view line, size_t vendorSize, size_t modelSize)
 {
     if (line.empty() || line.starts_with('\n')) {
         return {NoScsiLine::empty};

@@ -15,6 +15,8 @@
 #include <cstring>
 #include <sys/stat.h>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr size_t kMaxLine = 1024; // characters without the line's end

@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 
+namespace tavstrg {
+
 constexpr char kStorageInf[] = "storage.inf";
 
 constexpr size_t kMaxDriverName = 64;
@@ -16,12 +18,15 @@ struct StorageInfo {
     StorageInfo *next;
 };
 
+} // namespace tavstrg
+
 // Builds the two lists, each in the reverse of the file's order; either pointer may be null, not both. Returns 1 when
 // they were built and 0 otherwise, with *status 0, 1 (absent or unusable), -3 (no list), -4 (too large) or -9.
-int CreatStorageInfoTable(StorageInfo **managementList, StorageInfo **diagnosticList, int32_t *status);
+int CreatStorageInfoTable(tavstrg::StorageInfo **managementList, tavstrg::StorageInfo **diagnosticList,
+                          int32_t *status);
 // Frees every node and nulls the list: 1, or 0 for a null list.
-int DestroyStorageInfoTable(StorageInfo **list);
+int DestroyStorageInfoTable(tavstrg::StorageInfo **list);
 // Puts a node at the head; a name that cannot be allocated is dropped.
-void AddStorageInfoTable(StorageInfo **list, const char *name);
+void AddStorageInfoTable(tavstrg::StorageInfo **list, const char *name);
 // Driver name of one line into name (kMaxDriverName + 1 bytes): 1, or 0 with *status -3, -4 or -5.
 int GetInfoFromLine(const char *line, char *name, int32_t *status);

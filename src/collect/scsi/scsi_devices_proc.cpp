@@ -8,6 +8,8 @@
 
 #include <cerrno>
 
+using namespace tavstrg;
+
 namespace {
 
 // All records of the file: 0, or the status of what went wrong.

@@ -13,6 +13,8 @@
 #include <cstdio>
 #include <sys/stat.h>
 
+using namespace tavstrg;
+
 namespace {
 
 // Entries are symbolic links to directories: stat follows them.

@@ -9,6 +9,8 @@
 #include <atomic>
 #include <sys/utsname.h>
 
+using namespace tavstrg;
+
 namespace {
 
 std::atomic<int> interfaceChoice{kInterfaceUndecided};

@@ -11,6 +11,8 @@
 #include <climits>
 #include <cstdio>
 
+using namespace tavstrg;
+
 namespace {
 
 // The driver's name of a host adapter, empty where it cannot be read.
@@ -26,7 +28,7 @@ void readDriver(const char *entry, char (&driver)[kAttributeSize])
 
 } // namespace
 
-int32_t sysReadHosts(HostArray &hosts)
+int32_t tavstrg::sysReadHosts(HostArray &hosts)
 {
     const DirListing entries(kSysHosts);
     if (entries.count() < 0) {

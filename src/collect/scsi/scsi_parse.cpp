@@ -7,6 +7,8 @@
 #include <array>
 #include <span>
 
+using namespace tavstrg;
+
 namespace {
 
 // By the peripheral device type. Deliberate: the spelling of 3 and 9; device classes are told by these texts.
@@ -46,7 +48,7 @@ std::string_view withoutNextKey(std::string_view text)
 
 } // namespace
 
-int interfaceOfRelease(std::string_view release)
+int tavstrg::interfaceOfRelease(std::string_view release)
 {
     char digits[3] = {};
     size_t count = 0;
@@ -60,42 +62,42 @@ int interfaceOfRelease(std::string_view release)
     return number < kFirstSysfsRelease ? kInterfaceProcfs : kInterfaceSysfs;
 }
 
-std::string_view scsiTypeText(std::string_view type)
+std::string_view tavstrg::scsiTypeText(std::string_view type)
 {
     const bool digit = type.size() == 1 && type[0] >= '0' && type[0] <= '9';
     return digit ? kTypes[static_cast<size_t>(type[0] - '0')] : "Unknown";
 }
 
-bool parseScsiAddress(std::string_view name, ScsiAddress &address)
+bool tavstrg::parseScsiAddress(std::string_view name, ScsiAddress &address)
 {
     TextScan scan{name};
     return scan.number(address.host) && scan.literal(":") && takeNumber(scan, address.channel) && scan.literal(":") &&
            takeNumber(scan, address.id) && scan.literal(":") && takeNumber(scan, address.lun);
 }
 
-bool parseHostName(std::string_view name, int32_t &host)
+bool tavstrg::parseHostName(std::string_view name, int32_t &host)
 {
     TextScan scan{name};
     return scan.literal("host") && scan.number(host) && host >= 0;
 }
 
-bool parseHostNumber(std::string_view name, int32_t &host)
+bool tavstrg::parseHostNumber(std::string_view name, int32_t &host)
 {
     TextScan scan{name};
     return name.find_first_not_of("0123456789") == std::string_view::npos && scan.number(host);
 }
 
-bool isNeverHostAdapter(std::string_view driver)
+bool tavstrg::isNeverHostAdapter(std::string_view driver)
 {
     return beginsWithOneOf(driver, kNeverHostAdapters);
 }
 
-bool isUsbDriver(std::string_view driver)
+bool tavstrg::isUsbDriver(std::string_view driver)
 {
     return beginsWithOneOf(driver, kUsbDrivers);
 }
 
-bool parseProcHostLine(std::string_view line, ScsiAddress &address)
+bool tavstrg::parseProcHostLine(std::string_view line, ScsiAddress &address)
 {
     TextScan scan{line};
     std::string_view label;
@@ -110,7 +112,7 @@ bool parseProcHostLine(std::string_view line, ScsiAddress &address)
     return number.number(address.host);
 }
 
-bool namedValue(std::string_view line, std::string_view key, std::string_view &value)
+bool tavstrg::namedValue(std::string_view line, std::string_view key, std::string_view &value)
 {
     constexpr std::string_view kSeparators = ": \t\r\n";
     if (key.empty()) {

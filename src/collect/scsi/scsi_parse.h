@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string_view>
 
+namespace tavstrg {
+
 constexpr int kInterfaceUndecided = -100;
 constexpr int kInterfaceProcfs = 0;
 constexpr int kInterfaceSysfs = 1;
@@ -38,3 +40,5 @@ bool isUsbDriver(std::string_view driver);
 
 // The value of a key in a line of /proc/scsi/scsi, as FindName tells; false when the key or its colon is not there.
 bool namedValue(std::string_view line, std::string_view key, std::string_view &value);
+
+} // namespace tavstrg

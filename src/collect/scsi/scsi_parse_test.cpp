@@ -8,6 +8,8 @@
 
 #include <string>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr char kHost[] = "Host: scsi3 Channel: 02 Id: 05 Lun: 07\n";

@@ -9,6 +9,8 @@
 
 #include <cstring>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr std::string_view kNoDevices = "Attached devices: none";

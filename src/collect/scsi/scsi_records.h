@@ -5,10 +5,11 @@
 #include "collect/scsi/scsi_discovery.h"
 
 #include <string_view>
-
 // Value of a key in a line of /proc/scsi/scsi, at most 63 characters, into out (64 bytes): 0, or -1 when it is not
 // there.
 int FindName(const char *line, const char *key, char *out);
+
+namespace tavstrg {
 
 // Reads the records of /proc/scsi/scsi from its lines: a host line, then one with vendor, model and revision, then one
 // with type and ANSI revision.
@@ -27,3 +28,5 @@ private:
     Expected expected_ = Expected::host;
     SCSIDeviceInfo record_ = {};
 };
+
+} // namespace tavstrg

@@ -13,6 +13,8 @@
 #include <climits>
 #include <cstdio>
 
+using namespace tavstrg;
+
 namespace {
 
 using UsbArray = GrowingArray<USBHostEntry>;

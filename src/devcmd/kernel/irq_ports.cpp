@@ -7,6 +7,8 @@
 #include "runtime/memory.h"
 #include "runtime/trace.h"
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr char kInterrupts[] = "/proc/interrupts";

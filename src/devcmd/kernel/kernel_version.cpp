@@ -11,6 +11,8 @@
 #include <limits>
 #include <string_view>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr size_t kLongestVersion = 255;

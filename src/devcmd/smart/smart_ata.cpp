@@ -12,6 +12,8 @@
 #include <linux/hdreg.h>
 #include <sys/ioctl.h>
 
+using namespace tavstrg;
+
 void enable_atapi_smart(HardDiskEntry *hdt)
 {
     const TraceScope scope;

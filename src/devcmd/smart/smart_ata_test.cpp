@@ -12,6 +12,8 @@
 #include <span>
 #include <tuple>
 
+using namespace tavstrg;
+
 namespace {
 
 using testing::Each;

@@ -13,25 +13,26 @@
 
 #include <cerrno>
 #include <fcntl.h>
-
 // Plain SCSI: the Informational Exceptions mode and log pages, REQUEST SENSE.
-void enable_scsi_smart(HardDiskEntry *hdt);        // sets SmartSupport
-void disable_scsi_smart(HardDiskEntry *hdt);       // SmartSupport becomes 1 when the page cannot be read
-void get_scsi_smart(HardDiskEntry *hdt);           // sets SmartPredict; SmartSupport becomes 1 on failure
-int fetch_scsi_enable_disable(HardDiskEntry *hdt); // sets SmartEnableState: 0, or -1 when it cannot be read
+void enable_scsi_smart(tavstrg::HardDiskEntry *hdt);        // sets SmartSupport
+void disable_scsi_smart(tavstrg::HardDiskEntry *hdt);       // SmartSupport becomes 1 when the page cannot be read
+void get_scsi_smart(tavstrg::HardDiskEntry *hdt);           // sets SmartPredict; SmartSupport becomes 1 on failure
+int fetch_scsi_enable_disable(tavstrg::HardDiskEntry *hdt); // sets SmartEnableState: 0, or -1 when it cannot be read
 
 // ATA and ATAPI through the IDE ioctls.
-void enable_atapi_smart(HardDiskEntry *hdt);  // sets SmartSupport
-void disable_atapi_smart(HardDiskEntry *hdt); // changes no field
-void get_atapi_smart(HardDiskEntry *hdt);     // sets SmartPredict, or SmartSupport to 1 on failure
+void enable_atapi_smart(tavstrg::HardDiskEntry *hdt);  // sets SmartSupport
+void disable_atapi_smart(tavstrg::HardDiskEntry *hdt); // changes no field
+void get_atapi_smart(tavstrg::HardDiskEntry *hdt);     // sets SmartPredict, or SmartSupport to 1 on failure
 
 // ATA behind a SCSI layer, through ATA PASS-THROUGH; IDENTIFY goes through the IDE ioctl here too.
-void enable_sata_smart(HardDiskEntry *hdt);  // sets SmartSupport
-void disable_sata_smart(HardDiskEntry *hdt); // changes no field
-void get_sata_smart(HardDiskEntry *hdt);     // sets SmartPredict; -1, with SmartSupport 1, on failure
+void enable_sata_smart(tavstrg::HardDiskEntry *hdt);  // sets SmartSupport
+void disable_sata_smart(tavstrg::HardDiskEntry *hdt); // changes no field
+void get_sata_smart(tavstrg::HardDiskEntry *hdt);     // sets SmartPredict; -1, with SmartSupport 1, on failure
 
 // For both kinds of ATA disk: sets SmartEnableState. 0, or -1 when DevPath cannot be opened.
-int fetch_ata_enable_disable(HardDiskEntry *hdt);
+int fetch_ata_enable_disable(tavstrg::HardDiskEntry *hdt);
+
+namespace tavstrg {
 
 // Opens an entry's device for reading and writing, hands it to work(entry, descriptor), and closes it. A device that
 // cannot be opened goes to refused(entry, errno) instead. Traces the entry, a null hdt and the exit in the name of
@@ -51,3 +52,5 @@ template <class Work, class Refused> void withOpenDisk(HardDiskEntry *hdt, Work 
     }
     TRACE(kDetail, "_OUT_");
 }
+
+} // namespace tavstrg

@@ -9,6 +9,8 @@
 
 #include <fcntl.h>
 
+using namespace tavstrg;
+
 namespace {
 
 // The commands used here transfer no data.

@@ -11,6 +11,8 @@
 #include <cerrno>
 #include <fcntl.h>
 
+using namespace tavstrg;
+
 namespace {
 
 using PageBuffer = std::array<uint8_t, kPageBuffer>;

@@ -8,6 +8,8 @@
 #include <cstddef>
 #include <iterator>
 
+using namespace tavstrg;
+
 int32_t g_SmartMode = 0;
 
 namespace {

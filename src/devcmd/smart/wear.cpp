@@ -11,6 +11,8 @@
 #include <scsi/sg.h>
 #include <sys/ioctl.h>
 
+using namespace tavstrg;
+
 namespace {
 
 using SmartData = std::array<uint8_t, kSmartDataLength>;
@@ -79,7 +81,7 @@ int GetLifeSpanInfoIoctl(const char *devName, uint8_t attID, uint16_t *endurance
     return TRACED(0, kDetail, "_OUT_ endurance=[%d] ", *endurance);
 }
 
-bool findSmartAttribute(std::span<const uint8_t> data, uint8_t id, SmartAttribute &attribute)
+bool tavstrg::findSmartAttribute(std::span<const uint8_t> data, uint8_t id, SmartAttribute &attribute)
 {
     for (size_t i = 0; i < kSmartAttributes; ++i) {
         const size_t at = kSmartAttributesAt + i * sizeof(SmartAttribute);
@@ -94,7 +96,7 @@ bool findSmartAttribute(std::span<const uint8_t> data, uint8_t id, SmartAttribut
     return false;
 }
 
-uint16_t enduranceOf(const SmartAttribute &attribute)
+uint16_t tavstrg::enduranceOf(const SmartAttribute &attribute)
 {
     return attribute.id == kWearPercentUsed ? static_cast<uint16_t>(100 - attribute.raw[1]) : attribute.current;
 }

@@ -8,11 +8,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
-
 // Reads the figure of an attribute: 0, also when the drive does not have the attribute, which leaves *endurance as it
 // was; -1 when an argument is missing (null, attID 0), the device does not open or the command is not carried. The SCSI
 // and ATA status of the command are not looked at.
 int GetLifeSpanInfoIoctl(const char *devName, uint8_t attID, uint16_t *endurance);
+
+namespace tavstrg {
 
 constexpr size_t kSmartDataLength = 512; // bytes
 
@@ -63,3 +64,5 @@ bool findSmartAttribute(std::span<const uint8_t> data, uint8_t id, SmartAttribut
 // Wear figure of an attribute, more is better. Deliberate: for kWearPercentUsed more than 100 used wraps round to a
 // figure above every level.
 uint16_t enduranceOf(const SmartAttribute &attribute);
+
+} // namespace tavstrg

@@ -14,6 +14,8 @@
 #include <sys/stat.h>
 #include <vector>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr uint16_t kUntouched = 65535;

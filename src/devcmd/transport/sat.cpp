@@ -8,6 +8,8 @@
 #include <array>
 #include <cstring>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr size_t kSenseLength = 32;

@@ -12,7 +12,6 @@
 #include <cstdint>
 #include <optional>
 #include <span>
-
 // SAT command selectors; other values are not supported.
 constexpr int SATCMD_SMART_ENABLE = 0;
 constexpr int SATCMD_SMART_DISABLE = 1;
@@ -26,6 +25,9 @@ constexpr int SATCMD_IDENTIFY_PACKET = 11;
 int sat_ata_cmd_interface(int fd, int command, int unused, uint8_t *data);
 // Whether IDENTIFY (PACKET) DEVICE through SAT succeeds: 0, or -1.
 int sat_ata_pass_through(int fd, int packet);
+
+namespace tavstrg {
+
 // ATA registers and the flags of the pass-through. The defaults are a SMART command that transfers no data.
 struct SatCommand {
     size_t cdbLength = 16; // 16 or 12
@@ -226,3 +228,5 @@ constexpr SatOutcome judgeSatReply(int selector, bool ckCond, const SenseInfo *s
     const bool informs = sense->sense_key <= 1 && sense->asc == 0x00 && sense->ascq == 0x1D;
     return descriptorFormat && informs ? SatOutcome::kStatusError : SatOutcome::kDone;
 }
+
+} // namespace tavstrg

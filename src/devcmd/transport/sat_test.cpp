@@ -9,6 +9,8 @@
 #include <gtest/gtest.h>
 #include <sstream>
 
+using namespace tavstrg;
+
 namespace {
 
 using testing::ElementsAreArray;

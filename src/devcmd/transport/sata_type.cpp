@@ -10,6 +10,8 @@
 #include <fcntl.h>
 #include <string_view>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr size_t kInquiryLength = 64; // standard INQUIRY data that is asked for

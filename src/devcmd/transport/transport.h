@@ -6,7 +6,6 @@
 
 #include <cstddef>
 #include <cstdint>
-
 extern int32_t use_sg_io; // 1 = SG_IO, any other value = SCSI_IOCTL_SEND_COMMAND; set by every collection
 
 constexpr int32_t DIR_NONE = 0;
@@ -30,4 +29,4 @@ struct ScsiIoRequest {
 // Sends a command: 0 when the transport worked (the SCSI status is not judged), or a negative errno value.
 int _sg_IoctlCommon(int fd, ScsiIoRequest *request);
 // Sets DevKind of a SCSI disk that is in fact an ATA disk behind a SCSI layer.
-void fetch_sata_type(HardDiskEntry *hdt);
+void fetch_sata_type(tavstrg::HardDiskEntry *hdt);
