@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
-# The pages say what is so: what they quote stands in the tree.
+# The pages are true: what they quote, name and link to is in the tree.
 #
-# usage: docs_test.sh links|quotes|events|fields|itself SOURCE_DIRECTORY
+# usage: docs_test.sh links|quotes|documents|events|fields|itself SOURCE_DIRECTORY
 #
 #   links    relative links of every page lead to a file, and to a heading of it
-#   quotes   what SECURITY.md, docs/OPERATIONS.md and docs/ARCHITECTURE.md have in backquotes: a text of the provider or
-#            the tool, a file, a function (file.cpp:function) or a test (Suite.Test); what is others' stands in foreign.txt
+#   quotes   what README.md, CONTRIBUTING.md, SECURITY.md and the pages in docs for administrators and developers have in
+#            backquotes: a text of the provider or the tool, a file, a function (file.cpp:function), a test (Suite.Test), or a
+#            script with its options; texts of other programs are in foreign.txt
+#   documents every document that a file of the tree names exists
 #   events   the alert catalogue of docs/OPERATIONS.md has the events of the code, with their severities
 #   fields   docs/SIMULATOR.md has the fields of a machine's description, and no others in its tables
 #   itself   these checks find what is wrong in the pages of tests/docs/wrong
@@ -71,10 +73,32 @@ without_conversions() {
     sed -E 's/\[(0x)?%[0-9a-z]*\]/[]/g; s/\(%[a-z]*\)/()/g'
 }
 
-# corpus: what is compiled into the provider and the tools, and what is shipped with them.
+# corpus: what is compiled into the provider and the tools, what is shipped with them, and how they are built.
 corpus() {
-    find "$tree"/{src,tools,schema,packaging} -type f ! -name '*_test.*' ! -name '*.md' ! -path '*/testing/*'
-    ls "$tree"/*.sh
+    find "$tree"/{src,tools,schema,packaging,scripts,cmake} -type f ! -name '*_test.*' ! -name '*.md' ! -path '*/testing/*'
+    ls "$tree"/*.sh "$tree"/CMakeLists.txt "$tree"/CMakePresets.json
+}
+
+# is_command QUOTE: whether it is a script with options that it has, or runs a preset that there is.
+is_command() {
+    local quote=$1 script word
+    if [[ $quote =~ ^(\./)?([A-Za-z0-9_/.-]+\.sh)(\ .*)?$ ]]; then
+        script=$tree/${BASH_REMATCH[2]}
+        [ -f "$script" ] || return 1
+        for word in ${BASH_REMATCH[3]}; do
+            [[ $word != --* ]] || grep -qwF -- "$word" "$script" || return 1
+        done
+        return
+    fi
+    if [[ $quote =~ (cmake|ctest)\ .*--preset\ ([a-z]+) ]]; then
+        grep -qF -- "\"${BASH_REMATCH[2]}\"" "$tree/CMakePresets.json"
+        return
+    fi
+    if [[ $quote =~ ^-D(TAV_[A-Z_]+)= ]]; then
+        grep -qwF -- "${BASH_REMATCH[1]}" "$work/corpus"
+        return
+    fi
+    return 1
 }
 
 # is_true PAGE QUOTE: whether what is quoted is in the tree.
@@ -96,6 +120,7 @@ is_true() {
         [ "$(wc -l <<<"$file")" -eq 1 ] && grep -qwF -- "$name" "$tree/$file"
         return
     fi
+    ! is_command "$quote" || return 0
     # A file or folder, from the top, from its page, or by its own name; a wildcard may stand in it.
     if compgen -G "$tree/$quote" >/dev/null || compgen -G "$(dirname "$page")/$quote" >/dev/null ||
         grep -qE "(^|/)${quote//./\\.}$" "$work/files" 2>/dev/null; then
@@ -127,6 +152,20 @@ check_quotes() {
                 problem "$page: nothing in the tree says $quote"
         done < <(plain "$page" | grep -oE "\`[^\`]+\`" | tr -d '`' | sort -u)
     done
+}
+
+# check_documents DIRECTORY: every *.md that is named in a file below it exists, seen from the file, from the top, or by its
+# own name. The pages that are wrong on purpose, and what checks them, name others.
+check_documents() {
+    local file name
+    while IFS=: read -r file name; do
+        case ${name##*/} in
+        NEWS.md | compare.md) continue ;; # CHANGELOG.md as it is installed; a result
+        esac
+        [ -e "$(dirname "$file")/$name" ] || [ -e "$tree/$name" ] ||
+            [ -n "$(find "$tree" -name "build*" -prune -o -path "*/$name" -print -quit)" ] ||
+            problem "$file: there is no document $name"
+    done < <(grep -rHoIE --exclude-dir=.git --exclude-dir='build*' "${@:2}" '[A-Za-z0-9_./-]*[A-Za-z0-9_-]\.md\b' "$1" | sort -u)
 }
 
 # Every line of foreign.txt is on a page still.
@@ -196,10 +235,11 @@ links)
     check_links "${all[@]}"
     ;;
 quotes)
-    quoting=("$tree/SECURITY.md" "$tree/docs/OPERATIONS.md" "$tree/docs/ARCHITECTURE.md")
+    quoting=("$tree"/{README,CONTRIBUTING,SECURITY}.md "$tree"/docs/{OPERATIONS,ARCHITECTURE,COVERAGE}.md)
     check_quotes "${quoting[@]}"
     check_foreign "${quoting[@]}"
     ;;
+documents) check_documents "$tree" --exclude-dir=wrong --exclude=docs_test.sh ;;
 events) check_events "$tree/docs/OPERATIONS.md" ;;
 fields) check_fields "$tree/docs/SIMULATOR.md" ;;
 itself)
@@ -207,6 +247,7 @@ itself)
     sed 's/pciAddress/pciPlace/' "$tree/docs/SIMULATOR.md" >"$work/wrong-fields.md"
     found 4 check_links "$here/wrong/links.md"
     found 9 check_quotes "$here/wrong/quotes.md"
+    found 1 check_documents "$here/wrong" --include=documents.md
     found 1 check_events "$here/wrong/events.md"
     found 2 check_fields "$work/wrong-fields.md"
     ;;
