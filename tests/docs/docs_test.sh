@@ -39,9 +39,9 @@ anchors() {
         sed 's/[^a-z0-9 _-]//g; s/ /-/g'
 }
 
-# plain PAGE: without its fenced blocks, in one line.
+# plain PAGE: without its fenced blocks, in one line, as if each paragraph and list item had never been wrapped.
 plain() {
-    awk '/^```/ { fenced = !fenced; next } !fenced' "$1" | tr '\n' ' '
+    awk '/^```/ { fenced = !fenced; next } !fenced { sub(/^ +/, ""); print }' "$1" | tr '\n' ' '
 }
 
 check_links() {
