@@ -1,13 +1,15 @@
 #!/usr/bin/env bash
 # The pages are true: what they quote, name and link to is in the tree.
 #
-# usage: docs_test.sh links|quotes|documents|events|fields|itself SOURCE_DIRECTORY
+# usage: docs_test.sh links|quotes|documents|commands|floors|events|fields|itself SOURCE_DIRECTORY
 #
 #   links    relative links of every page lead to a file, and to a heading of it
 #   quotes   what README.md, CONTRIBUTING.md, SECURITY.md and the pages in docs for administrators and developers have in
 #            backquotes: a text of the provider or the tool, a file, a function (file.cpp:function), a test (Suite.Test), or a
 #            script with its options; texts of other programs are in foreign.txt
 #   documents every document that a file of the tree names exists
+#   commands the table in README.md has the commands of the tool
+#   floors   the first table in docs/ARCHITECTURE.md has the folders of src, in the order of scripts/check-floors.sh
 #   events   the alert catalogue of docs/OPERATIONS.md has the events of the code, with their severities
 #   fields   docs/SIMULATOR.md has the fields of a machine's description, and no others in its tables
 #   itself   these checks find what is wrong in the pages of tests/docs/wrong
@@ -197,6 +199,19 @@ check_events() {
     [ "$(events_of_code | wc -l)" -eq 7 ] || problem "monitor/alert.h: its events are not understood"
 }
 
+# check_commands PAGE: rows that begin with `tavstrg COMMAND are the tool's commands.
+check_commands() {
+    diff <(sed -nE 's/.*add_subcommand\("([a-z-]+)".*/\1/p' "$tree"/tools/tavstrg/*.cpp | sort) \
+        <(sed -nE 's/^\| `tavstrg ([a-z-]+).*/\1/p' "$1" | sort) >&2 || problem "$1: these are not the tool's commands"
+}
+
+# check_floors PAGE: its first table is the list of floors.
+check_floors() {
+    diff <(awk "/^floors='/, /'\$/" "$tree/scripts/check-floors.sh" | sed "s/^floors=//; s/'//g" | tr -s ' ' '\n' | grep .) \
+        <(awk -F'|' '/^\|/ { print $2; table = 1; next } table { exit }' "$1" | grep -oE '`[a-z/]+`' | tr -d '`') >&2 ||
+        problem "$1: these are not the floors of the sources"
+}
+
 # fields_of_code: what is asked of a description, and what a fault can be on.
 fields_of_code() {
     grep -ohE '"[a-z][A-Za-z0-9]{2,}"' "$tree"/tools/sim/description.cpp | tr -d '"' | sort -u
@@ -240,6 +255,8 @@ quotes)
     check_foreign "${quoting[@]}"
     ;;
 documents) check_documents "$tree" --exclude-dir=wrong --exclude=docs_test.sh ;;
+commands) check_commands "$tree/README.md" ;;
+floors) check_floors "$tree/docs/ARCHITECTURE.md" ;;
 events) check_events "$tree/docs/OPERATIONS.md" ;;
 fields) check_fields "$tree/docs/SIMULATOR.md" ;;
 itself)
@@ -248,6 +265,8 @@ itself)
     found 4 check_links "$here/wrong/links.md"
     found 9 check_quotes "$here/wrong/quotes.md"
     found 1 check_documents "$here/wrong" --include=documents.md
+    found 1 check_commands "$here/wrong/commands.md"
+    found 1 check_floors "$here/wrong/commands.md"
     found 1 check_events "$here/wrong/events.md"
     found 2 check_fields "$work/wrong-fields.md"
     ;;
