@@ -208,7 +208,7 @@ check_commands() {
 # check_floors PAGE: its first table is the list of floors.
 check_floors() {
     diff <(awk "/^floors='/, /'\$/" "$tree/scripts/check-floors.sh" | sed "s/^floors=//; s/'//g" | tr -s ' ' '\n' | grep .) \
-        <(awk -F'|' '/^\|/ { print $2; table = 1; next } table { exit }' "$1" | grep -oE '`[a-z/]+`' | tr -d '`') >&2 ||
+        <(awk -F'|' '/^\|/ { print $2; table = 1; next } table { exit }' "$1" | grep -oE "\`[a-z/]+\`" | tr -d '`') >&2 ||
         problem "$1: these are not the floors of the sources"
 }
 
