@@ -19,6 +19,8 @@
 #include <map>
 #include <memory>
 
+using namespace tavstrg;
+
 extern "C" CMPIInstanceMI *TAVStorageProvider_Create_InstanceMI(const CMPIBroker *, const CMPIContext *, CMPIStatus *);
 
 namespace {

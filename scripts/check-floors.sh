@@ -26,10 +26,6 @@ function folder(path) {
     sub(/\/[^\/]*$/, "", path)
     return path
 }
-function unit(path) { # a header and its source are one
-    sub(/\.(h|cpp)$/, "", path)
-    return path
-}
 function visit(place, trail,    edges, n, i) {
     if (state[place] == 1) {
         print "circle: " trail
@@ -62,8 +58,8 @@ function visit(place, trail,    edges, n, i) {
     } else if (rank[target] < rank[from]) {
         print file ":" part[2] ": " included " is above " from
     }
-    if (from != "cmpi" && unit(file) != unit(included)) { # the headers of the interface include each other
-        to[unit(file)] = to[unit(file)] " " unit(included)
+    if (from != "cmpi") { # the headers of the interface include each other
+        to[file] = to[file] " " included
     }
 }
 END {

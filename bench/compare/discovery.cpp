@@ -8,12 +8,14 @@
 // arguments it ends at once.
 #include "compare/stopwatch.h"
 
+#include "collect/collection/discovery_lists.h"
 #include "collect/devices/disk_names.h"
-#include "collect/discovery_lists.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+using namespace tavstrg;
 
 namespace {
 

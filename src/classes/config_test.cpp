@@ -8,6 +8,8 @@
 #include <gmock/gmock.h>
 #include <thread>
 
+using namespace tavstrg;
+
 using broker::NamedValue;
 using broker::Reply;
 using broker::Request;

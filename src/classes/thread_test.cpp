@@ -8,6 +8,8 @@
 #include <thread>
 #include <unistd.h>
 
+using namespace tavstrg;
+
 using broker::Reply;
 using broker::Request;
 using testing::ElementsAre;

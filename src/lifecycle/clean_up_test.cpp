@@ -8,6 +8,8 @@
 #include <semaphore>
 #include <thread>
 
+using namespace tavstrg;
+
 namespace {
 
 using testing::Contains;

@@ -7,6 +7,8 @@
 #include <condition_variable>
 #include <thread>
 
+using namespace tavstrg;
+
 namespace {
 
 using testing::Contains;

@@ -10,6 +10,8 @@
 #include <thread>
 #include <unistd.h>
 
+using namespace tavstrg;
+
 // The collector as it is, but that a test may let it have read what this machine's disks do not say. The program is
 // linked so that the store's calls come here.
 extern "C" int realCollector(int smartmode, DatInfo *descriptors) __asm__("__real__Z18strgGetCurrentInfoiP7DatInfo");

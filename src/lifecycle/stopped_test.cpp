@@ -6,6 +6,8 @@
 #include <atomic>
 #include <thread>
 
+using namespace tavstrg;
+
 namespace {
 
 using testing::Contains;

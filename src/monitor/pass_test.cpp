@@ -6,6 +6,8 @@
 
 #include <cerrno>
 
+using namespace tavstrg;
+
 namespace {
 
 using testing::Contains;

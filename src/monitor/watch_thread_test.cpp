@@ -13,6 +13,8 @@
 #include <unistd.h>
 #include <utility>
 
+using namespace tavstrg;
+
 // The system's, but where a test has it refuse or know no thread. The program is linked so that calls come here.
 static std::atomic<bool> joiningFails{false};
 static std::atomic<bool> threadsAreUnknown{false};

@@ -9,6 +9,8 @@
 #include <thread>
 #include <unistd.h>
 
+using namespace tavstrg;
+
 using broker::NamedValue;
 using broker::Reply;
 using broker::Request;

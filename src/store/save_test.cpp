@@ -7,6 +7,8 @@
 #include <sys/stat.h>
 #include <thread>
 
+using namespace tavstrg;
+
 namespace {
 
 using testing::Contains;

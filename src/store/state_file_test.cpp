@@ -4,6 +4,8 @@
 
 #include <climits>
 
+using namespace tavstrg;
+
 namespace {
 
 using testing::Contains;

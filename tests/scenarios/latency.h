@@ -10,6 +10,8 @@
 #include <chrono>
 #include <sys/prctl.h>
 
+using namespace tavstrg;
+
 namespace scenario {
 
 constexpr std::chrono::milliseconds kDeviceLatency{2};

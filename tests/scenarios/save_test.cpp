@@ -18,6 +18,8 @@
 #include <thread>
 #include <unistd.h>
 
+using namespace tavstrg;
+
 namespace {
 
 using broker::Value;

@@ -9,6 +9,8 @@
 
 #include <functional>
 
+using namespace tavstrg;
+
 // What the collector reads in place of this machine's hardware; history_test.cpp asks it.
 inline std::function<void(DatInfo *)> g_collect;
 

@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+using namespace tavstrg;
+
 // What is told of each member of the family.
 struct Member {
     int classId;

@@ -20,6 +20,8 @@
 #include <sys/shm.h>
 #include <vector>
 
+using namespace tavstrg;
+
 // A machine of n managed ATA disks on one host adapter.
 inline std::string machineWith(int disks, const std::string &firstModel = "MODEL-0")
 {

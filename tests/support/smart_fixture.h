@@ -17,6 +17,8 @@
 #include <string>
 #include <vector>
 
+using namespace tavstrg;
+
 using Lines = std::vector<std::string>;
 
 inline HardDiskEntry freshDisk(const char *path, uint16_t kind)

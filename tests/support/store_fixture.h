@@ -13,6 +13,8 @@
 #include <gtest/gtest.h>
 #include <vector>
 
+using namespace tavstrg;
+
 // The broker's calls without which no handler has an instance, and what is traced when they fail.
 struct FailingBuild {
     const char *slot;

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 
+using namespace tavstrg;
+
 namespace tool {
 namespace {
 

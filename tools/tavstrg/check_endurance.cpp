@@ -12,6 +12,8 @@
 #include <charconv>
 #include <limits>
 
+using namespace tavstrg;
+
 namespace tool {
 namespace {
 

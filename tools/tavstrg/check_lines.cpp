@@ -3,8 +3,11 @@
 
 #include "tavstrg/words.h"
 
+#include "collect/base/text_scan.h"
 #include "collect/inf/inf_parse.h"
 #include "collect/inf/noscsi_inf_parse.h"
+
+using namespace tavstrg;
 
 namespace tool {
 namespace {

@@ -17,6 +17,8 @@
 #include <sys/stat.h>
 #include <vector>
 
+using namespace tavstrg;
+
 namespace {
 
 using namespace tool;

@@ -15,6 +15,8 @@
 #include <fstream>
 #include <limits>
 
+using namespace tavstrg;
+
 namespace tool {
 namespace {
 

@@ -7,6 +7,8 @@
 #include <span>
 #include <string_view>
 
+namespace tavstrg {
+
 // The classes of devices, each with a table of its own.
 enum DeviceClass : uint8_t { kHardDisk, kCdrom, kTape, kOpticalMemory, kOtherDevice };
 constexpr size_t kDeviceClassCount = 5;
@@ -63,3 +65,5 @@ constexpr const DeviceKind &ideKindOf(std::string_view media)
 }
 
 static_assert(scsiKindOf("Proccessor").codes[0] == kNoCode && scsiKindOf("Processor").codes[0] == 2);
+
+} // namespace tavstrg

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "collect/devices/device_kinds.h"
+#include "collect/collection/device_kinds.h"
 #include "collect/devices/device_number.h"
 
 #include <gtest/gtest.h>
+
+using namespace tavstrg;
 
 namespace {
 

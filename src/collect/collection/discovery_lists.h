@@ -7,12 +7,17 @@
 
 #include <cstdint>
 
+namespace tavstrg {
+
 extern SCSIDeviceInfo *g_SCSIDeviceInfo; // null when the kernel shows none
 extern int32_t g_SCSIDeviceTotalNumber;
 extern SCSIControllerTypeDetail *g_SCSIControllerTypeDetail;
+
+} // namespace tavstrg
+
 extern int32_t g_SCSIControllerTypeTotalNumber; // distinct drivers
 extern int32_t g_SCSIControllerTotalNumber;     // managed host adapters
-extern IDEGeneralInfo g_IDEGeneralInfo;
+extern tavstrg::IDEGeneralInfo g_IDEGeneralInfo;
 
 // Builds the lists anew: 0, or -1 with all of them empty. What is not there (no sysfs directory, no "storage.inf", no
 // /proc/ide) is an empty list.

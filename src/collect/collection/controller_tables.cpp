@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "collect/controllers/controller_tables.h"
+#include "collect/collection/controller_tables.h"
 
 #include "collect/base/flat_table.h"
+
+using namespace tavstrg;
 
 ControllerNumbers CtrlNumMib = {};
 
@@ -11,9 +13,9 @@ IDEControllerEntry *pIDECtrlTbl = nullptr;
 PortEntry *pPortTbl = nullptr;
 DriverEntry *pDriverTbl = nullptr;
 
-int32_t ctrl_cnt = 0;
-int32_t scsi_ctrl_cnt = 0;
-int32_t ide_ctrl_cnt = 0;
+int32_t tavstrg::ctrl_cnt = 0;
+int32_t tavstrg::scsi_ctrl_cnt = 0;
+int32_t tavstrg::ide_ctrl_cnt = 0;
 int32_t port_cnt = 0;
 int32_t driver_cnt = 0;
 
@@ -33,32 +35,32 @@ template <class Entry> int mallocTable(Entry *&table, uint16_t number)
 
 } // namespace
 
-bool appendController(const ControllerEntry &entry)
+bool tavstrg::appendController(const ControllerEntry &entry)
 {
     return appendEntry(pCtrlTbl, CtrlNumMib.TotalController, ctrl_cnt, entry);
 }
 
-bool appendSCSIController(const SCSIControllerEntry &entry)
+bool tavstrg::appendSCSIController(const SCSIControllerEntry &entry)
 {
     return appendEntry(pSCSICtrlTbl, CtrlNumMib.TotalSCSIController, scsi_ctrl_cnt, entry);
 }
 
-bool appendIDEController(const IDEControllerEntry &entry)
+bool tavstrg::appendIDEController(const IDEControllerEntry &entry)
 {
     return appendEntry(pIDECtrlTbl, CtrlNumMib.TotalIDEController, ide_ctrl_cnt, entry);
 }
 
-bool appendPort(const PortEntry &entry)
+bool tavstrg::appendPort(const PortEntry &entry)
 {
     return growAndAppend(pPortTbl, portCapacity, port_cnt, entry);
 }
 
-bool appendDriver(const DriverEntry &entry)
+bool tavstrg::appendDriver(const DriverEntry &entry)
 {
     return growAndAppend(pDriverTbl, driverCapacity, driver_cnt, entry);
 }
 
-void resetControllerCounters()
+void tavstrg::resetControllerCounters()
 {
     CtrlNumMib = {};
     ctrl_cnt = scsi_ctrl_cnt = ide_ctrl_cnt = port_cnt = driver_cnt = 0;
@@ -122,7 +124,7 @@ void FreeControllerTable()
     TRACE(kDetail, "_OUT_");
 }
 
-uint16_t controllerIndexOfHost(int32_t host)
+uint16_t tavstrg::controllerIndexOfHost(int32_t host)
 {
     for (int32_t i = 0; i < scsi_ctrl_cnt; ++i) {
         if (pSCSICtrlTbl[i].host == static_cast<uint16_t>(host)) {

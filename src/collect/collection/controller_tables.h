@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+namespace tavstrg {
+
 constexpr uint16_t kInterfaceScsi = 0;
 constexpr uint16_t kInterfaceIde = 1;
 constexpr uint16_t kInterfaceUnknown = 0xFFFF;
@@ -63,20 +65,29 @@ struct ControllerNumbers {
     uint16_t TotalDriver;
 };
 
-extern ControllerNumbers CtrlNumMib;
+} // namespace tavstrg
 
-extern ControllerEntry *pCtrlTbl;
-extern SCSIControllerEntry *pSCSICtrlTbl;
-extern IDEControllerEntry *pIDECtrlTbl;
-extern PortEntry *pPortTbl;
-extern DriverEntry *pDriverTbl;
+extern tavstrg::ControllerNumbers CtrlNumMib;
+
+extern tavstrg::ControllerEntry *pCtrlTbl;
+extern tavstrg::SCSIControllerEntry *pSCSICtrlTbl;
+extern tavstrg::IDEControllerEntry *pIDECtrlTbl;
+extern tavstrg::PortEntry *pPortTbl;
+extern tavstrg::DriverEntry *pDriverTbl;
+
+namespace tavstrg {
 
 // Entries written so far.
 extern int32_t ctrl_cnt;
 extern int32_t scsi_ctrl_cnt;
 extern int32_t ide_ctrl_cnt;
+
+} // namespace tavstrg
+
 extern int32_t port_cnt;
 extern int32_t driver_cnt;
+
+namespace tavstrg {
 
 // The only ways into the tables: true, or false when there is no room left.
 bool appendController(const ControllerEntry &entry);
@@ -87,6 +98,8 @@ bool appendDriver(const DriverEntry &entry); // grows
 
 // Everything from zero. The tables must have been freed.
 void resetControllerCounters();
+
+} // namespace tavstrg
 
 // Each allocates its table for a number of entries: 0, or -1.
 int MallocSCSIControllerTable(uint16_t number);
@@ -99,5 +112,9 @@ int MallocController();
 // Frees every table; they may be free already.
 void FreeControllerTable();
 
+namespace tavstrg {
+
 // Index of the first SCSI controller of a host number; 65535 when there is none.
 uint16_t controllerIndexOfHost(int32_t host);
+
+} // namespace tavstrg

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "collect/devices/device_tables.h"
+#include "collect/collection/device_tables.h"
+
+using namespace tavstrg;
 
 DeviceNumbers DevNumMib = {};
 
@@ -32,7 +34,7 @@ int32_t scsi_hd_cnt = 0;
 
 char gDriverName[65] = "Unknown";
 
-const ClassCounters kClassCounters[kDeviceClassCount] = {
+const ClassCounters tavstrg::kClassCounters[kDeviceClassCount] = {
     {&TotalHDDevice, &hd_dev_cnt}, {&TotalCdromDevice, &cdrom_dev_cnt}, {&TotalTapeDevice, &tape_dev_cnt},
     {&TotalOMDevice, &om_dev_cnt}, {&TotalMiscDevice, &misc_dev_cnt},
 };
@@ -47,7 +49,7 @@ uint16_t word(int32_t number)
 
 } // namespace
 
-void resetDeviceCounters()
+void tavstrg::resetDeviceCounters()
 {
     DevNumMib = {};
     TotalSCSIDevice = TotalIDEDevice = 0;
@@ -57,13 +59,13 @@ void resetDeviceCounters()
     }
 }
 
-void takeReservedNumbers()
+void tavstrg::takeReservedNumbers()
 {
     DevNumMib = {word(TotalSCSIDevice),  word(TotalIDEDevice), word(TotalHDDevice),   word(TotalTapeDevice),
                  word(TotalCdromDevice), word(TotalOMDevice),  word(TotalMiscDevice), 0};
 }
 
-void takeWrittenNumbers()
+void tavstrg::takeWrittenNumbers()
 {
     DevNumMib = {word(scsi_dev_cnt),  word(ide_dev_cnt), word(hd_dev_cnt),   word(tape_dev_cnt),
                  word(cdrom_dev_cnt), word(om_dev_cnt),  word(misc_dev_cnt), DevNumMib.TotalLifeSpan};

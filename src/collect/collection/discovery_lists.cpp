@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "collect/discovery_lists.h"
+#include "collect/collection/discovery_lists.h"
 
 #include "runtime/trace.h"
 
-SCSIDeviceInfo *g_SCSIDeviceInfo = nullptr;
-int32_t g_SCSIDeviceTotalNumber = 0;
-SCSIControllerTypeDetail *g_SCSIControllerTypeDetail = nullptr;
+using namespace tavstrg;
+
+SCSIDeviceInfo *tavstrg::g_SCSIDeviceInfo = nullptr;
+int32_t tavstrg::g_SCSIDeviceTotalNumber = 0;
+SCSIControllerTypeDetail *tavstrg::g_SCSIControllerTypeDetail = nullptr;
 int32_t g_SCSIControllerTypeTotalNumber = 0;
 int32_t g_SCSIControllerTotalNumber = 0;
 IDEGeneralInfo g_IDEGeneralInfo = {};

@@ -3,10 +3,12 @@
 #pragma once
 
 #include "collect/base/flat_table.h"
-#include "collect/devices/device_kinds.h"
+#include "collect/collection/device_kinds.h"
 #include "devcmd/hard_disk.h"
 
 #include <cstdint>
+
+namespace tavstrg {
 
 // One managed SCSI device. Words without a name of their own are not published.
 struct SCSIDeviceEntry {
@@ -88,17 +90,19 @@ struct DeviceNumbers {
     uint16_t TotalLifeSpan;
 };
 
-extern DeviceNumbers DevNumMib;
+} // namespace tavstrg
 
-extern SCSIDeviceEntry *pSCSIDevTbl;
-extern IDEDeviceEntry *pIDEDevTbl;
-extern HardDiskEntry *pHDDevTbl;
-extern CdromDeviceEntry *pCdromDevTbl;
-extern TapeDeviceEntry *pTapeDevTbl;
-extern ClassDeviceEntry *pOMDevTbl;
-extern ClassDeviceEntry *pMiscDevTbl;
-extern LifeSpanEntry *pLifeSpanTbl;
-extern LifeSpanEntry *pLifeSpanTblOld; // the block before pLifeSpanTbl grew
+extern tavstrg::DeviceNumbers DevNumMib;
+
+extern tavstrg::SCSIDeviceEntry *pSCSIDevTbl;
+extern tavstrg::IDEDeviceEntry *pIDEDevTbl;
+extern tavstrg::HardDiskEntry *pHDDevTbl;
+extern tavstrg::CdromDeviceEntry *pCdromDevTbl;
+extern tavstrg::TapeDeviceEntry *pTapeDevTbl;
+extern tavstrg::ClassDeviceEntry *pOMDevTbl;
+extern tavstrg::ClassDeviceEntry *pMiscDevTbl;
+extern tavstrg::LifeSpanEntry *pLifeSpanTbl;
+extern tavstrg::LifeSpanEntry *pLifeSpanTblOld; // the block before pLifeSpanTbl grew
 
 // Entries for which room is reserved.
 extern int32_t TotalSCSIDevice;
@@ -121,6 +125,8 @@ extern int32_t scsi_hd_cnt; // SCSI "Direct-Access" devices met, managed or not:
 
 extern char gDriverName[65]; // driver of the adapter that the current SCSI device hangs on; "Unknown" when none
 
+namespace tavstrg {
+
 // Counters of the class tables, indexed by DeviceClass.
 struct ClassCounters {
     int32_t *total;
@@ -134,6 +140,8 @@ void resetDeviceCounters();
 void takeReservedNumbers();
 // DevNumMib from what was written; the life spans are counted as they are written.
 void takeWrittenNumbers();
+
+} // namespace tavstrg
 
 // Allocates the tables for the totals: 0, or -1.
 int MallocDeviceTable();
