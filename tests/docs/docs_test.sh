@@ -29,13 +29,13 @@ problem() {
     problems=$((problems + 1))
 }
 
-# pages: every page of the tree but those that are wrong on purpose and those of others.
+# pages: every page of the tree, without those that are wrong on purpose and those in hidden and build directories.
 pages() {
     find "$tree" -mindepth 1 -type d \( -name '.*' -o -name 'build*' -o -path '*/tests/docs/wrong' \) -prune -o \
         -name '*.md' -print | sort
 }
 
-# anchors PAGE: its headings, as links name them.
+# anchors PAGE: its headings in the form that links use.
 anchors() {
     awk '/^```/ { fenced = !fenced } !fenced && /^#+ / { sub(/^#+ /, ""); print }' "$1" | tr '[:upper:]' '[:lower:]' |
         sed 's/[^a-z0-9 _-]//g; s/ /-/g'
@@ -59,15 +59,15 @@ check_links() {
             file=${file:+$(dirname "$page")/$file}
             file=${file:-$page}
             if [ ! -e "$file" ]; then
-                problem "$page: $link leads nowhere"
+                problem "$page: $link does not exist"
             elif [ -n "$anchor" ] && ! anchors "$file" | grep -qxF -- "$anchor"; then
-                problem "$page: $link: there is no such heading"
+                problem "$page: $link: no such heading"
             fi
         done < <(plain "$page" | grep -oE '\]\([^) ]+\)' | sed 's/^](//; s/)$//')
     done
 }
 
-# Values in a quoted trace line stand where the format has its conversions: [28] for [%d], (x.so) for (%s).
+# A quoted trace line has values where the format has conversions: [28] for [%d], (x.so) for (%s).
 without_values() {
     sed -E 's/\[[^]]*\]/[]/g; s/\([^)]*\)/()/g'
 }
@@ -103,7 +103,7 @@ is_command() {
     return 1
 }
 
-# is_true PAGE QUOTE: whether what is quoted is in the tree.
+# is_true PAGE QUOTE: succeeds if the quoted text is in the tree.
 is_true() {
     local page=$1 quote=$2 file name=
     # A test, or a method of a class.
@@ -123,12 +123,12 @@ is_true() {
         return
     fi
     ! is_command "$quote" || return 0
-    # A file or folder, from the top, from its page, or by its own name; a wildcard may stand in it.
+    # A file or folder, relative to the tree or the page, or by its own name; may contain a wildcard.
     if compgen -G "$tree/$quote" >/dev/null || compgen -G "$(dirname "$page")/$quote" >/dev/null ||
         grep -qE "(^|/)${quote//./\\.}$" "$work/files" 2>/dev/null; then
         return 0
     fi
-    # A file of the agent's root: a library by its name, a key file without the number of its class.
+    # A file of the agent's root: a library by its name, a key file without its class number.
     if [[ $quote =~ ^(lib/|data/|work/)([a-z./_-]+)[0-9]*$ ]]; then
         [ "${BASH_REMATCH[1]}" = lib/ ] || name=${BASH_REMATCH[1]}
         grep -qF -- "$name${BASH_REMATCH[2]}" "$work/corpus" || grep -qF -- "\"${BASH_REMATCH[2]}\"" "$work/corpus"
@@ -151,7 +151,7 @@ check_quotes() {
     for page in "$@"; do
         while read -r quote; do
             grep -qxF -- "$quote" "$here/foreign.txt" || is_true "$page" "$quote" ||
-                problem "$page: nothing in the tree says $quote"
+                problem "$page: not found in the tree: $quote"
         done < <(plain "$page" | grep -oE "\`[^\`]+\`" | tr -d '`' | sort -u)
     done
 }
@@ -164,13 +164,14 @@ check_documents() {
         case ${name##*/} in
         NEWS.md | compare.md) continue ;; # CHANGELOG.md as it is installed; a result
         esac
+        name=${name#share/doc/tavstrg*/} # as it is installed
         [ -e "$(dirname "$file")/$name" ] || [ -e "$tree/$name" ] ||
             [ -n "$(find "$tree" -name "build*" -prune -o -path "*/$name" -print -quit)" ] ||
             problem "$file: there is no document $name"
     done < <(grep -rHoIE --exclude-dir=.git --exclude-dir='build*' "${@:2}" '[A-Za-z0-9_./-]*[A-Za-z0-9_-]\.md\b' "$1" | sort -u)
 }
 
-# Every line of foreign.txt is on a page still.
+# Every line of foreign.txt is still used on a page.
 check_foreign() {
     local text
     : >"$work/pages"
@@ -178,7 +179,7 @@ check_foreign() {
         plain "$text" >>"$work/pages"
     done
     while read -r text; do
-        grep -qF -- "\`$text\`" "$work/pages" || problem "foreign.txt: no page says $text"
+        grep -qF -- "\`$text\`" "$work/pages" || problem "foreign.txt: not used on any page: $text"
     done <"$here/foreign.txt"
 }
 
@@ -195,8 +196,8 @@ events_of() {
 }
 
 check_events() {
-    diff <(events_of_code) <(events_of "$1") >&2 || problem "$1: these are not the events of the code"
-    [ "$(events_of_code | wc -l)" -eq 7 ] || problem "monitor/alert.h: its events are not understood"
+    diff <(events_of_code) <(events_of "$1") >&2 || problem "$1: the events differ from those of the code"
+    [ "$(events_of_code | wc -l)" -eq 7 ] || problem "monitor/alert.h: cannot parse its events"
 }
 
 # check_commands PAGE: rows that begin with `tavstrg COMMAND are the tool's commands.
@@ -212,7 +213,7 @@ check_floors() {
         problem "$1: these are not the floors of the sources"
 }
 
-# fields_of_code: what is asked of a description, and what a fault can be on.
+# fields_of_code: the fields of a description, and the places where a fault can be.
 fields_of_code() {
     grep -ohE '"[a-z][A-Za-z0-9]{2,}"' "$tree"/tools/sim/description.cpp | tr -d '"' | sort -u
 }
@@ -220,15 +221,15 @@ fields_of_code() {
 check_fields() {
     local field
     while read -r field; do
-        grep -qwF -- "$field" "$1" || problem "$1: nothing about the field $field"
+        grep -qwF -- "$field" "$1" || problem "$1: the field $field is missing"
     done < <(fields_of_code)
-    [ "$(fields_of_code | wc -l)" -ge 80 ] || problem "description.cpp: its fields are not understood"
+    [ "$(fields_of_code | wc -l)" -ge 80 ] || problem "description.cpp: cannot parse its fields"
     while read -r field; do
-        grep -qF -- "\"$field\"" "$tree"/tools/sim/*.cpp || problem "$1: there is no field $field"
+        grep -qF -- "\"$field\"" "$tree"/tools/sim/*.cpp || problem "$1: unknown field $field"
     done < <(awk -F'|' '/^\| `[a-z]/ { print $2 }' "$1" | grep -oE '[A-Za-z]+' | sort -u)
 }
 
-# found N CHECK PAGE: the check finds so many problems in the page.
+# found N CHECK PAGE: requires that the check finds N problems in the page.
 found() {
     local expected=$1 actual
     shift
@@ -271,7 +272,7 @@ itself)
     found 2 check_fields "$work/wrong-fields.md"
     ;;
 *)
-    echo "no check is named $check" >&2
+    echo "unknown check $check" >&2
     exit 2
     ;;
 esac
