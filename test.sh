@@ -19,20 +19,20 @@ fail_usage() {
 
 case ${1:-} in
 "") jobs=(release) ;;
---all) mapfile -t jobs < <(job_names | grep -vxE 'unit|bare') ;;
---bare) mapfile -t jobs < <(job_names | grep -vx unit) ;;
+--all) mapfile -t jobs < <(list_job_names | grep -vxE 'unit|bare') ;;
+--bare) mapfile -t jobs < <(list_job_names | grep -vx unit) ;;
 --quick) jobs=(unit) ;;
 --job)
     shift
     jobs=("$@")
     [ $# -gt 0 ] || fail_usage "--job needs a name"
     for job in "${jobs[@]}"; do
-        job_names | grep -qx -- "$job" || fail_usage "unknown job '$job'"
+        list_job_names | grep -qx -- "$job" || fail_usage "unknown job '$job'"
     done
     set -- --job
     ;;
 --jobs)
-    job_list
+    list_jobs
     exit
     ;;
 -h | --help)

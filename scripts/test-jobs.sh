@@ -64,9 +64,9 @@ job_bare() { check tests/bare/run.sh; }
 passed=0
 failed=0
 
-job_names() { cut -d' ' -f1 <<<"$job_table"; }
+list_job_names() { cut -d' ' -f1 <<<"$job_table"; }
 
-job_list() { sed -E 's/^([a-z]+ +)[a-z,]+ +/\1/' <<<"$job_table"; }
+list_jobs() { sed -E 's/^([a-z]+ +)[a-z,]+ +/\1/' <<<"$job_table"; }
 
 # install_for JOB...: installs the packages that these jobs need and that are missing.
 install_for() {
@@ -132,7 +132,7 @@ report_skipped() {
 run_jobs() {
     local job start bad summary=''
     for job; do
-        printf '\n==== %s: %s\n' "$job" "$(job_list | sed -nE "s/^$job +//p")"
+        printf '\n==== %s: %s\n' "$job" "$(list_jobs | sed -nE "s/^$job +//p")"
         start=$SECONDS
         bad=$failed
         "job_$job" || true # its failures are counted
