@@ -1,4 +1,4 @@
-# For the libraries and programs of tools/. In the shipped build they get less optimisation than the provider, and line numbers
+# For the libraries and programs of tools/, and those of the tests that are not test programs. In the shipped build they get less optimisation than the provider, and line numbers
 # as their only debug information: with the provider's options they take more than twice as long to compile, and at run time they
 # mostly wait for devices and clients.
 set(TAV_TOOL_OPTIONS $<$<CONFIG:RelWithDebInfo>:-O1> $<$<CONFIG:RelWithDebInfo>:-g1>)
@@ -10,7 +10,8 @@ if(TAV_SANITIZE AND NOT TAV_FUZZ)
   list(APPEND TAV_TOOL_OPTIONS -O0) # takes half the time to compile
 endif()
 
-# The headers that take longest to parse, compiled once for all static libraries of the tools.
+# The headers that take longest to parse, compiled once for the static libraries with these options. GCC 12 crashes if a source is
+# optimised differently from its precompiled headers.
 set(TAV_TOOL_HEADERS
   <algorithm> <chrono> <filesystem> <fstream> <functional> <map> <memory> <mutex> <optional> <sstream> <string> <thread> <vector>
   <nlohmann/json.hpp>)
