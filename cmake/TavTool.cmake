@@ -1,6 +1,6 @@
-# For the libraries and programs of tools/, and those of the tests that are not test programs. In the shipped build they get less optimisation than the provider, and line numbers
-# as their only debug information: with the provider's options they take more than twice as long to compile, and at run time they
-# mostly wait for devices and clients.
+# For the libraries and programs of tools/, and for those of tests/ that are not test programs. In the shipped build they get less
+# optimisation than the provider, and line numbers as their only debug information: with the provider's options they take more than
+# twice as long to compile, and at run time they mostly wait for devices and clients.
 set(TAV_TOOL_OPTIONS $<$<CONFIG:RelWithDebInfo>:-O1> $<$<CONFIG:RelWithDebInfo>:-g1>)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo")
   # False positives of GCC 12 inside std::string when less of it is inlined.
