@@ -285,7 +285,7 @@ TEST(AnotherUser, OpensNoneOfTheFilesAndAttachesNoSegment)
             EXPECT_EQ(::shmctl(segment.id, IPC_RMID, nullptr), -1);
         }
     });
-    EXPECT_EQ(somebody.wait(), 0);
+    EXPECT_EQ(somebody.wait().status, 0);
 }
 
 } // namespace
