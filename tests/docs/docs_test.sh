@@ -160,7 +160,7 @@ check_events() {
 
 # fields_of_code: what is asked of a description, and what a fault can be on.
 fields_of_code() {
-    grep -ohE '"[a-z][A-Za-z0-9]{2,}"' "$tree"/tools/sim/description.cpp | tr -d '"' | sort -u
+    grep -ohE '"[a-z][A-Za-z0-9]{2,}"' "$tree"/tools/sim/{description,description_device,description_ide,fields}.cpp | tr -d '"' | sort -u
 }
 
 check_fields() {

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// A machine's description, as read from JSON. Every field is told in README.md.
+// A machine's description, as read from JSON. docs/SIMULATOR.md explains every field.
 #pragma once
+
+#include "sim/paths.h"
 
 #include <array>
 #include <cstdint>
@@ -130,6 +132,9 @@ struct IdeDrive {
     DeviceDescription device;
 };
 
+// While reading: the device has no node. An empty name means one of our choice.
+constexpr const char *kNoNode = "-";
+
 struct Description {
     std::string kernel = "6.1.0-56-amd64";
     bool sysfs = true;
@@ -140,23 +145,20 @@ struct Description {
     std::vector<IdeChannel> channels;
     std::vector<IdeDrive> drives;
     std::optional<std::string> interrupts, ioports;
-    std::map<std::string, std::optional<std::string>> files; // by whole path; nullopt: the file is to be gone
-    bool libraries = false;                                  // the agent's libraries lie in its lib directory
-    std::string libraryDirectory;                            // where they are taken from; empty: beside this library
+    std::map<TreePath, std::optional<std::string>> files; // by path; nullopt: the file is removed
+    bool libraries = false;                               // the agent's libraries are in its lib directory
+    std::string libraryDirectory;                         // where they are taken from; empty: beside this library
     uint64_t seed = 1;
 };
 
 // Throws std::runtime_error naming the place in the description and what is wrong there.
-// before: the devices that are there already; one that stays keeps the name that it was given.
+// before: the devices of the present machine; one that stays keeps its node names.
 Description parseDescription(const std::string &json, const std::vector<DeviceDescription> &before = {});
 
-// A device is the same one before and after a change when it stands in the same place with the same serial number.
+// Whether a device before a change and one after it are the same: same address, type and serial number.
 bool isSameDevice(const DeviceDescription &a, const DeviceDescription &b);
 
 // Release number of a kernel as the thresholds compare it: "2.4.21" gives 2004021, "6.1.0-56" 6001000.
 unsigned long kernelNumber(const std::string &release);
-
-// The nth (0-based) disk name of the kernel: sda, ..., sdz, sdaa, ...
-std::string diskName(unsigned n);
 
 } // namespace sim

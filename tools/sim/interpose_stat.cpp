@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // stat and its kin. A device's node is a plain file in the machine's directory; here it becomes what it stands for.
-#include "sim/device_number.h"
 #include "sim/interpose.h"
+#include "sim/node_names.h"
 
 #include <fcntl.h>
 #include <string_view>

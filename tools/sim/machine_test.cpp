@@ -374,39 +374,156 @@ TEST(Machine, LibrariesAreLoadedFromItsAgentsRoot)
 }
 
 struct Mistake {
-    const char *json, *told;
+    std::string json, message;
 };
 
-TEST(Machine, AMistakeInTheDescriptionIsNamed)
+void expectRefused(const Mistake &mistake)
+{
+    try {
+        const sim::Machine machine(mistake.json);
+        ADD_FAILURE() << mistake.json.substr(0, 200) << " was accepted";
+    } catch (const std::runtime_error &error) {
+        EXPECT_THAT(error.what(), HasSubstr(mistake.message));
+    }
+}
+
+TEST(Description, MistakeIsReportedWithItsPlace)
 {
     for (const Mistake &mistake : {
              Mistake{"{", "not JSON"},
-             {"[]", "an object is wanted"},
-             {R"({"kernal": "6.1"})", "\"kernal\": there is no such field"},
-             {R"({"hosts": {}})", "an array is wanted"},
-             {R"({"hosts": [{"devices": [{"id": "x"}]}]})", "\"hosts\"[0], \"devices\"[0], \"id\": a number is wanted"},
+             {"[]", "the description: expected an object"},
+             {R"({"kernal": "6.1"})", "kernal: unknown field"},
+             {R"({"hosts": {}})", "hosts: expected an array"},
+             {R"({"hosts": [{"devices": [{"id": "x"}]}]})", "hosts[0].devices[0].id: expected a number"},
              {R"({"hosts": [{"devices": [{"id": -5000000000}]}]})", "out of range"},
-             {R"({"hosts": [{"devices": [{"type": "disc"}]}]})", "the type is not known"},
-             {R"({"hosts": [{"devices": [{}, {}]}]})", "there are two of 0:0:0:0"},
-             {R"({"hosts": [{"devices": [{"faults": [{"on": "nothing"}]}]}]})", "no such kind of request"},
-             {R"({"hosts": [{"devices": [{"faults": [{"sense": "70 0"}]}]}]})", "whole bytes"},
-             {R"({"files": {"/etc/passwd": ""}})", "none of the machine's"},
-             {R"({"agent": {"libraries": true, "libraryDirectory": "/nowhere"}})", "there is no /nowhere/libtavlog.so"},
+             {R"({"hosts": [{"devices": [{"type": "disc"}]}]})", "unknown type"},
+             {R"({"hosts": [{"devices": [{}, {}]}]})", "duplicate 0:0:0:0"},
+             {R"({"hosts": [{"devices": [{"faults": [{"on": "nothing"}]}]}]})", "unknown kind of request"},
+             {R"({"hosts": [{"devices": [{"faults": [{"sense": "70 0"}]}]}]})", "odd number of hexadecimal digits"},
+             {R"({"hosts": [{"devices": [{"faults": [{"hangSeconds": 1e300}]}]}]})", "expected seconds"},
+             {R"({"hosts": [{"devices": [{"identifyWords": {"83": 4294967296}}]}]})", "expected numbers by number"},
+             {R"({"interrupts": ["head", 5]})", "interrupts: expected a string in each line"},
+             {R"({"agent": {"libraries": true, "libraryDirectory": "/nowhere"}})", "no file /nowhere/libtavlog.so"},
          }) {
-        try {
-            const sim::Machine machine(mistake.json);
-            ADD_FAILURE() << mistake.json << " was accepted";
-        } catch (const std::runtime_error &error) {
-            EXPECT_THAT(error.what(), HasSubstr(mistake.told));
+        expectRefused(mistake);
+    }
+}
+
+TEST(Description, NameThatIsNoFileNameIsRefused)
+{
+    const std::string tooLong(256, 'x');
+    for (const std::string &name : {std::string("../../../../../tmp/escaped"), std::string("a/b"), std::string(".."),
+                                    std::string("."), std::string("\\u0000"), tooLong}) {
+        const std::string value = R"(": ")" + name + R"(")";
+        const std::string message = ": expected a file name";
+        for (const Mistake &mistake : {
+                 Mistake{R"({"hosts": [{"driver)" + value + "}]}", "hosts[0].driver" + message},
+                 {R"({"hosts": [{"pciAddress)" + value + "}]}", "hosts[0].pciAddress" + message},
+                 {R"({"hosts": [{"devices": [{"node)" + value + "}]}]}", "hosts[0].devices[0].node" + message},
+                 {R"({"hosts": [{"devices": [{"genericNode)" + value + "}]}]}",
+                  "hosts[0].devices[0].genericNode" + message},
+                 {R"({"ide": {"channels": [{"name)" + value + "}]}}", "ide.channels[0].name" + message},
+                 {R"({"ide": {"drives": [{"name)" + value + "}]}}", "ide.drives[0].name" + message},
+                 {R"({"ide": {"drives": [{"channel)" + value + "}]}}", "ide.drives[0].channel" + message},
+             }) {
+            expectRefused(mistake);
         }
     }
 }
 
-TEST(Machine, ADamagedChangeLeavesItAsItWas)
+TEST(Description, FileOutsideTheMachineIsRefused)
+{
+    for (const char *path : {"/etc/passwd", "/sys/../etc/passwd", "/proc/self/mem", "/", ""}) {
+        expectRefused(
+            {std::string(R"({"files": {")") + path + R"(": "x"}})", std::string("files[\"") + path + "\"]: "});
+    }
+    for (const char *path : {"../../../../../../tmp/escaped", "a/../../b", "/sys/./x", "/dev/../sys/x", "x\\u0000"}) {
+        expectRefused({std::string(R"({"files": {")") + path + R"(": "x"}})", "a part of the path is not a file name"});
+    }
+}
+
+TEST(Description, NodeThatStaysRealIsRefused)
+{
+    for (const char *node : {"null", "shm", "fd"}) {
+        const std::string message = std::string("/dev/") + node + " stays the real one";
+        expectRefused({std::string(R"({"hosts": [{"devices": [{"node": ")") + node + R"("}]}]})", message});
+        expectRefused({std::string(R"({"ide": {"drives": [{"name": ")") + node + R"("}]}})", message});
+    }
+}
+
+TEST(Description, ControlCharactersOfFieldNamesAreEscaped)
+{
+    expectRefused({R"({"\u001b[2J": 1})", R"(["\x1b[2J"]: unknown field)"});
+}
+
+TEST(Description, DepthAndLengthAreBounded)
+{
+    const size_t many = 1000000;
+    expectRefused({R"({"comment": )" + std::string(many, '[') + std::string(many, ']') + "}", "nested deeper than 64"});
+    expectRefused({R"({"comment": ")" + std::string(sim::Machine::kLongestDescription, 'x') + R"("})", "longer than"});
+    const sim::Machine machine(R"({"comment": "\"[[[[)" + std::string(1000, '[') + R"(", "kernel": "2.6.9"})");
+}
+
+TEST(Description, EndlessFileIsRefused)
+{
+    EXPECT_THROW(sim::Machine::readFile("/dev/zero"), std::runtime_error);
+    EXPECT_THROW(sim::Machine::readFile("/"), std::runtime_error);
+}
+
+TEST(Machine, RefusedChangeLeavesItAsItWas)
 {
     sim::Machine machine(kTwoDisks);
     EXPECT_THROW(machine.change("{"), std::runtime_error);
     EXPECT_EQ(contentOf("/sys/bus/scsi/devices/0:0:0:0/vendor"), "ATA     \n");
+}
+
+// Its files cannot be written: below a file there is no directory. The first entries of the tree are written before.
+constexpr const char *kImpossible = R"({"hosts": [
+  {"number": 0, "driver": "ahci", "devices": [
+    {"ata": true, "model": "OTHER", "serial": "S1", "openError": "EBUSY"}, {"ata": true, "id": 1, "serial": "NEW"}]}],
+  "files": {"/dev/first": "x", "/proc/interrupts/below": "x"}})";
+
+TEST(Machine, ChangeThatFailsHalfwayLeavesItAsItWas)
+{
+    sim::Machine machine(kTwoDisks);
+    const int before = machine.openDescriptors();
+    EXPECT_THROW(machine.change(kImpossible), std::runtime_error);
+    EXPECT_EQ(contentOf("/sys/bus/scsi/devices/0:0:0:0/model"), "DISKMODEL-100   \n");
+    EXPECT_EQ(contentOf("/sys/bus/scsi/devices/1:0:0:0/model"), "A VERY LONG MODE\n");
+    EXPECT_NE(access("/sys/bus/scsi/devices/0:0:1:0", F_OK), 0);
+    EXPECT_NE(access("/dev/first", F_OK), 0);
+    EXPECT_THAT(contentOf("/proc/interrupts"), HasSubstr("mpt3sas"));
+    const int disk = open("/dev/sda", O_RDONLY);
+    EXPECT_GE(disk, 0) << "the device is not described anew either";
+    close(disk);
+    EXPECT_EQ(machine.openDescriptors(), before);
+}
+
+TEST(Machine, RefusedDescriptionLeavesNothingBehind)
+{
+    const std::string directory = testing::TempDir() + "tavsim-refused-" + std::to_string(getpid());
+    ASSERT_EQ(mkdir(directory.c_str(), 0700), 0);
+    ASSERT_EQ(setenv("TMPDIR", directory.c_str(), 1), 0);
+    expectRefused({kImpossible, "/proc/interrupts/below"});
+    unsetenv("TMPDIR");
+    EXPECT_EQ(rmdir(directory.c_str()), 0) << "it is not empty";
+}
+
+TEST(Machine, DirectoryIsItsUsersAloneAndHasARandomName)
+{
+    std::string former;
+    for (int i = 0; i < 2; ++i) {
+        const sim::Machine machine("{}");
+        std::string root = machine.where("");
+        root.pop_back();
+        struct stat status {};
+        ASSERT_EQ(stat(root.c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 07777, 0700U);
+        const std::string name = root.substr(root.rfind('/') + 1);
+        EXPECT_THAT(name, testing::MatchesRegex("tavsim\\.[0-9a-f]{32}"));
+        EXPECT_NE(name, former);
+        former = name;
+    }
 }
 
 } // namespace

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+#include <stdexcept>
 #include <unistd.h>
 
 namespace sim {
@@ -85,6 +86,57 @@ bool isMachinePath(std::string_view plain)
 {
     return isUnderRoot(plain) && !isOwnProcess(plain) &&
            std::none_of(kReal.begin(), kReal.end(), [plain](std::string_view real) { return isUnder(plain, real); });
+}
+
+bool isFileName(std::string_view text)
+{
+    return !text.empty() && text != "." && text != ".." && text.size() <= NAME_MAX &&
+           text.find_first_of(std::string_view("/\0", 2)) == text.npos;
+}
+
+TreePath::TreePath(std::string_view text)
+{
+    if (!text.starts_with('/')) {
+        throw std::invalid_argument("the path is not absolute");
+    }
+    for (size_t at = 1; at < text.size();) {
+        const size_t end = std::min(text.find('/', at), text.size());
+        if (end != at) {
+            append(text.substr(at, end - at));
+        }
+        at = end + 1;
+    }
+    if (!isMachinePath(text_)) {
+        throw std::invalid_argument("the path is not one of the simulated machine");
+    }
+}
+
+TreePath TreePath::operator/(std::string_view name) const
+{
+    TreePath entry(*this);
+    entry.append(name);
+    return entry;
+}
+
+void TreePath::append(std::string_view name)
+{
+    if (!isFileName(name)) {
+        throw std::invalid_argument(
+            "a part of the path is not a file name (empty, \".\", \"..\", with '/' or too long)");
+    }
+    text_.append("/").append(name);
+}
+
+std::string TreePath::relativeTo(const TreePath &link) const
+{
+    const auto [here, there] = std::mismatch(text_.begin(), text_.end(), link.text_.begin(), link.text_.end());
+    const size_t common = text_.rfind('/', static_cast<size_t>(here - text_.begin()));
+    const size_t up = static_cast<size_t>(std::count(there, link.text_.end(), '/'));
+    std::string target;
+    for (size_t i = 0; i < up; ++i) {
+        target += "../";
+    }
+    return target + text_.substr(common + 1);
 }
 
 Translated::Translated(const char *path) : result_(path)

@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <exception>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <sys/stat.h>
@@ -70,19 +71,18 @@ void look(Followed &file)
     }
 }
 
-void makeMachine(const char *path)
+void startMachine(const char *path)
 {
     const char *state = std::getenv("TAVSIM_STATE");
-    auto *file = new Followed;
+    auto file = std::make_unique<Followed>();
     file->path = path;
     file->owner = getpid();
     stat(path, &file->seen);
-    Description description = parseDescription(Machine::readFile(path));
-    auto *machine = new MachineState(state != nullptr ? state : "");
-    machine->logging = false; // nobody reads it
-    rebuild(*machine, std::move(description));
-    setCurrentMachine(machine);
-    followed = file;
+    std::unique_ptr<MachineState> machine =
+        makeMachine(parseDescription(Machine::readFile(path)), state != nullptr ? state : "");
+    machine->logging = false;
+    setCurrentMachine(std::move(machine));
+    followed = file.release(); // followed until the process ends
 }
 
 [[gnu::constructor(200)]] void beginPreloaded()
@@ -95,7 +95,7 @@ void makeMachine(const char *path)
     beginReport();
     const OwnTime own;
     try {
-        makeMachine(path);
+        startMachine(path);
         machineIsReported();
     } catch (const std::exception &error) {
         complain(path, error.what());

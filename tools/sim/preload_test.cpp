@@ -3,15 +3,19 @@
 #include "sim/sim.h"
 
 #include <array>
+#include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -61,6 +65,13 @@ protected:
         }
         status = pclose(pipe);
         return output;
+    }
+
+    // A directory for the machines of this test.
+    std::string makeMachines() const
+    {
+        std::filesystem::create_directories(directory / "tmp");
+        return directory / "tmp";
     }
 
     std::filesystem::path directory;
@@ -119,8 +130,7 @@ TEST_F(Preload, ADamagedDescriptionStartsNothing)
 TEST_F(Preload, TheDirectoryIsRemovedAtTheEndByTheProcessThatMadeIt)
 {
     SKIP_WITH_SANITIZERS()
-    const std::string machines = directory / "tmp";
-    std::filesystem::create_directories(machines);
+    const std::string machines = makeMachines();
     // The subshell is a forked child: its end must not take the machine away.
     EXPECT_EQ(run("(:); read -r a </sys/bus/scsi/devices/0:0:0:0/vendor; echo $a", "TMPDIR=" + machines), "FIRST\n");
     EXPECT_TRUE(std::filesystem::is_empty(machines));
@@ -129,12 +139,78 @@ TEST_F(Preload, TheDirectoryIsRemovedAtTheEndByTheProcessThatMadeIt)
 TEST_F(Preload, WhatACrashedProcessLeftIsRemovedByTheNext)
 {
     SKIP_WITH_SANITIZERS()
-    const std::string machines = directory / "tmp";
-    std::filesystem::create_directories(machines);
+    const std::string machines = makeMachines();
     run("kill -9 $$", "TMPDIR=" + machines);
     EXPECT_FALSE(std::filesystem::is_empty(machines));
     run("true", "TMPDIR=" + machines);
     EXPECT_TRUE(std::filesystem::is_empty(machines));
+}
+
+TEST_F(Preload, FailedDescriptionLeavesNoDirectory)
+{
+    SKIP_WITH_SANITIZERS()
+    const std::string machines = makeMachines();
+    describe(R"({"files": {"/proc/interrupts/below": "x"}})");
+    EXPECT_THAT(run("echo started", "TMPDIR=" + machines), Not(HasSubstr("started")));
+    EXPECT_TRUE(std::filesystem::is_empty(machines));
+}
+
+// What a killed process leaves: a directory with an unlocked lock file.
+void plant(const std::string &at, mode_t mode = 0700)
+{
+    std::filesystem::create_directories(at);
+    std::ofstream(at + "/.lock") << "";
+    chmod(at.c_str(), mode);
+}
+
+TEST_F(Preload, SweepKeepsDirectoriesOfOthers)
+{
+    SKIP_WITH_SANITIZERS()
+    const std::string machines = makeMachines();
+    plant(machines + "/tavsim.open", 0777);
+    plant(machines + "/tavsim.own");
+    plant(machines + "/tavsim.other");
+    if (chown((machines + "/tavsim.other").c_str(), 65534, 65534) != 0) {
+        std::filesystem::remove_all(machines + "/tavsim.other"); // only root can test it
+    }
+    const bool other = std::filesystem::exists(machines + "/tavsim.other");
+    run("true", "TMPDIR=" + machines);
+    EXPECT_FALSE(std::filesystem::exists(machines + "/tavsim.own"));
+    EXPECT_TRUE(std::filesystem::exists(machines + "/tavsim.open"));
+    EXPECT_EQ(std::filesystem::exists(machines + "/tavsim.other"), other);
+}
+
+TEST_F(Preload, SweepFollowsNoLinks)
+{
+    SKIP_WITH_SANITIZERS()
+    const std::string machines = makeMachines();
+    plant(directory / "elsewhere");
+    std::filesystem::create_directory_symlink(directory / "elsewhere", machines + "/tavsim.link");
+    plant(machines + "/tavsim.locklink");
+    std::filesystem::remove(machines + "/tavsim.locklink/.lock");
+    std::filesystem::create_symlink(directory / "elsewhere/.lock", machines + "/tavsim.locklink/.lock");
+    run("true", "TMPDIR=" + machines);
+    EXPECT_TRUE(std::filesystem::exists(directory / "elsewhere/.lock"));
+    EXPECT_TRUE(std::filesystem::is_symlink(machines + "/tavsim.link"));
+    EXPECT_TRUE(std::filesystem::is_symlink(machines + "/tavsim.locklink/.lock"));
+}
+
+// The kernel lets an open for writing, or for reading against a write lease, wait 45 s for the holder of the lease.
+TEST_F(Preload, SweepDoesNotWaitForLeases)
+{
+    SKIP_WITH_SANITIZERS()
+    const std::string machines = makeMachines();
+    plant(machines + "/tavsim.leased");
+    const std::string lock = machines + "/tavsim.leased/.lock";
+    const int held = open(lock.c_str(), O_RDWR | O_CLOEXEC);
+    std::signal(SIGIO, SIG_IGN); // by which the kernel asks for the lease
+    ASSERT_EQ(fcntl(held, F_SETLEASE, F_WRLCK), 0);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(run("echo started", "TMPDIR=" + machines), "started\n");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+    EXPECT_TRUE(std::filesystem::exists(lock));
+    close(held);
+    std::signal(SIGIO, SIG_DFL);
 }
 
 TEST_F(Preload, TheAgentsDataStayWhereTheyAreWanted)

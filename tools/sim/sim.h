@@ -8,6 +8,7 @@
 // fails with ENOTTY and is counted in unknownIoctls().
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -28,8 +29,13 @@ public:
     // Lays a machine out from its description (docs/SIMULATOR.md) in a fresh temporary directory.
     // Throws std::runtime_error naming what is wrong with a description.
     explicit Machine(const std::string &json);
-    static std::string readFile(const std::string &path); // text of a description, for the constructor
-    ~Machine();                                           // the real machine is seen again; the directory is removed
+    // The text of a description file. Throws std::runtime_error if it cannot be read or checkDescription refuses it.
+    static std::string readFile(const std::string &path);
+    // Throws std::runtime_error if the text of a description is too long or nested too deeply. For callers that parse
+    // it themselves before they hand it over: the bounds keep a JSON library from using up the stack.
+    static void checkDescription(const std::string &text);
+    static constexpr size_t kLongestDescription = size_t{32} << 20; // bytes; one of 10,000 devices has some 4 MB
+    ~Machine(); // the real machine is seen again; the directory is removed
     Machine(const Machine &) = delete;
     Machine &operator=(const Machine &) = delete;
 

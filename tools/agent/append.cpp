@@ -1,0 +1,220 @@
+// SPDX-License-Identifier: Apache-2.0
+// Appending lines to a file. Opening it for each line would cost more than writing, so a regular file is kept open.
+#include "agent/line.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+// An open file. It is shared by the threads that write to it and by keptFile.
+struct OpenFile {
+    int descriptor;
+    unsigned users;
+    dev_t device;
+    ino_t inode;
+    char path[]; // as given
+};
+
+// Guarded by lock, which is never held while a line is written: a file that hangs stops only its own writer.
+OpenFile *keptFile = nullptr;
+pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+
+class Locked {
+public:
+    Locked() { pthread_mutex_lock(&lock); }
+    ~Locked() { pthread_mutex_unlock(&lock); }
+    Locked(const Locked &) = delete;
+    Locked &operator=(const Locked &) = delete;
+};
+
+void lockForFork()
+{
+    pthread_mutex_lock(&lock);
+}
+
+void unlockAfterFork()
+{
+    pthread_mutex_unlock(&lock);
+}
+
+// A child of a process with threads must not inherit a lock that one of them holds.
+[[gnu::constructor]] void prepareFork()
+{
+    pthread_atfork(lockForFork, unlockAfterFork, unlockAfterFork);
+}
+
+// A link of the system (/dev/stderr) or of our own user; not one that another user has put in place of the file.
+bool isTrustedLink(const struct stat &link)
+{
+    return S_ISLNK(link.st_mode) && (link.st_uid == 0 || link.st_uid == geteuid());
+}
+
+int openToAppend(const char *path)
+{
+    constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+    constexpr mode_t kMode = 0640;
+    const int descriptor = open(path, kFlags | O_NOFOLLOW, kMode);
+    if (descriptor >= 0 || errno != ELOOP) {
+        return descriptor;
+    }
+    struct stat link = {};
+    if (lstat(path, &link) == 0 && isTrustedLink(link)) {
+        return open(path, kFlags, kMode);
+    }
+    errno = ELOOP;
+    return -1;
+}
+
+int writeWhole(int descriptor, const Line &line)
+{
+    const ssize_t written = write(descriptor, line.text(), line.length());
+    if (written < 0) {
+        return errno;
+    }
+    return static_cast<size_t>(written) == line.length() ? 0 : ENOSPC;
+}
+
+bool isSameFile(const OpenFile &file, const struct stat &status)
+{
+    return status.st_dev == file.device && status.st_ino == file.inode;
+}
+
+// Whether the path still leads to the open file, by the same rules as if it were opened now.
+bool leadsTo(const char *path, const OpenFile &file)
+{
+    struct stat status = {};
+    if (lstat(path, &status) != 0) {
+        return false;
+    }
+    if (S_ISLNK(status.st_mode) && (!isTrustedLink(status) || stat(path, &status) != 0)) {
+        return false;
+    }
+    return isSameFile(file, status);
+}
+
+// Whether the descriptor is still ours: a host process that becomes a daemon may close all descriptors, and the number
+// may by now be another file's.
+bool isStillOpen(const OpenFile &file)
+{
+    struct stat status = {};
+    return fstat(file.descriptor, &status) == 0 && isSameFile(file, status);
+}
+
+// The functions from here to acquire need the lock.
+
+void release(OpenFile *file)
+{
+    if (file != nullptr && --file->users == 0) {
+        if (isStillOpen(*file)) {
+            close(file->descriptor);
+        }
+        std::free(file);
+    }
+}
+
+void keep(OpenFile *file)
+{
+    release(keptFile);
+    keptFile = file;
+}
+
+// Keeps a descriptor that was opened at the path. Returns null if it is not to be kept: only regular files are. A pipe
+// must be closed, or writing to it would kill the process when its reader is gone.
+OpenFile *keepOpened(int descriptor, const char *path)
+{
+    struct stat status = {};
+    if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
+        return nullptr;
+    }
+    const size_t size = std::strlen(path) + 1;
+    auto *file = static_cast<OpenFile *>(std::malloc(sizeof(OpenFile) + size));
+    if (file != nullptr) {
+        *file = {descriptor, 1, status.st_dev, status.st_ino};
+        std::memcpy(file->path, path, size);
+        keep(file);
+    }
+    return file;
+}
+
+// Moves a descriptor out of the numbers of standard input, output and error, where others would write to it.
+int aboveStandard(int descriptor)
+{
+    if (descriptor > STDERR_FILENO || descriptor < 0) {
+        return descriptor;
+    }
+    const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    close(descriptor);
+    return moved;
+}
+
+// The kept file, if the path leads to it; the caller has to release it. Null otherwise.
+OpenFile *acquire(const char *path)
+{
+    OpenFile *file = keptFile;
+    if (file == nullptr || std::strcmp(file->path, path) != 0 || !leadsTo(path, *file) || !isStillOpen(*file)) {
+        keep(nullptr);
+        return nullptr;
+    }
+    ++file->users;
+    return file;
+}
+
+int appendTo(OpenFile *file, const Line &line)
+{
+    const int result = writeWhole(file->descriptor, line);
+    const Locked held;
+    release(file);
+    return result;
+}
+
+int openAndAppend(const char *path, const Line &line)
+{
+    const int descriptor = aboveStandard(openToAppend(path));
+    if (descriptor < 0) {
+        return errno;
+    }
+    OpenFile *file = nullptr;
+    {
+        const Locked held;
+        file = keepOpened(descriptor, path);
+        if (file != nullptr) {
+            ++file->users;
+        }
+    }
+    if (file != nullptr) {
+        return appendTo(file, line);
+    }
+    const int result = writeWhole(descriptor, line);
+    close(descriptor);
+    return result;
+}
+
+// The library is unloaded, or the process ends.
+[[gnu::destructor]] void closeKept()
+{
+    const Undisturbed undisturbed;
+    const Locked held;
+    keep(nullptr);
+}
+
+} // namespace
+
+int appendLine(const char *path, const Line &line)
+{
+    if (std::strcmp(path, "-") == 0) {
+        return writeWhole(STDERR_FILENO, line);
+    }
+    OpenFile *file = nullptr;
+    {
+        const Locked held;
+        file = acquire(path);
+    }
+    return file != nullptr ? appendTo(file, line) : openAndAppend(path, line);
+}
