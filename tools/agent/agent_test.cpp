@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The two libraries as the provider meets them: loaded by name, called through pointers.
+#include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
@@ -12,7 +14,9 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -38,7 +42,14 @@ public:
     {
         EXPECT_NE(handle_, nullptr) << dlerror();
     }
-    ~Library() { dlclose(handle_); }
+    ~Library() { close(); }
+    void close()
+    {
+        if (handle_ != nullptr) {
+            dlclose(handle_);
+        }
+        handle_ = nullptr;
+    }
     Library(const Library &) = delete;
     Library &operator=(const Library &) = delete;
     template <class F> F *find(const char *name) const
@@ -256,6 +267,183 @@ TEST_F(Agent, ALinkOfSomebodyElseIsNotFollowedAndOnesOwnIs)
     setenv("TAVLOG_FILE", link.c_str(), 1);
     trace(3, "", "f", 1, "x");
     EXPECT_EQ(lines().size(), 1U);
+}
+
+// Descriptors of this process that are open on the file.
+std::vector<int> descriptorsOn(const std::string &file)
+{
+    std::vector<int> result;
+    for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code ignored;
+        if (std::filesystem::read_symlink(entry.path(), ignored) == file) {
+            result.push_back(std::stoi(entry.path().filename()));
+        }
+    }
+    return result;
+}
+
+size_t linesIn(const std::string &file)
+{
+    std::ifstream stream(file);
+    return static_cast<size_t>(std::count(std::istreambuf_iterator<char>(stream), {}, '\n'));
+}
+
+TEST_F(Agent, FileStaysOpenUntilTheLibraryIsUnloaded)
+{
+    setenv("TAVLOG_FILE", path.c_str(), 1);
+    trace(0, "", "f", 1, "x");
+    const std::vector<int> first = descriptorsOn(path);
+    ASSERT_EQ(first.size(), 1U);
+    trace(0, "", "f", 1, "x");
+    EXPECT_EQ(descriptorsOn(path), first);
+    EXPECT_GT(first[0], STDERR_FILENO);
+    EXPECT_NE(fcntl(first[0], F_GETFD) & FD_CLOEXEC, 0);
+    log.close();
+    EXPECT_TRUE(descriptorsOn(path).empty());
+}
+
+TEST_F(Agent, RenamedOrRemovedFileIsOpenedAgain)
+{
+    for (const bool renamed : {true, false}) {
+        for (const char *variable : {"TAVLOG_FILE", "TAVALERT_FILE"}) {
+            setenv(variable, path.c_str(), 1);
+            const auto writeLine = [&] {
+                std::string_view(variable) == "TAVLOG_FILE" ? trace(0, "", "f", 1, "x")
+                                                            : void(send({0, 3, "s", 1, 4, 0, nullptr}));
+            };
+            writeLine();
+            writeLine();
+            if (renamed) {
+                std::filesystem::rename(path, path + ".1");
+                EXPECT_EQ(linesIn(path + ".1"), 2U);
+            } else {
+                std::filesystem::remove(path);
+            }
+            writeLine();
+            EXPECT_EQ(linesIn(path), 1U) << variable;
+            EXPECT_EQ(descriptorsOn(path).size(), 1U);
+            std::filesystem::remove(path);
+            unsetenv(variable);
+        }
+    }
+}
+
+TEST_F(Agent, VariableMayChangeAtAnyTime)
+{
+    const std::string other = path + "-other";
+    for (int i = 0; i < 3; ++i) {
+        setenv("TAVLOG_FILE", path.c_str(), 1);
+        trace(0, "", "f", 1, "x");
+        setenv("TAVLOG_FILE", other.c_str(), 1);
+        trace(0, "", "f", 1, "x");
+        setenv("TAVLOG_LEVEL", "1", 1);
+        trace(0, "", "f", 1, "left out");
+        unsetenv("TAVLOG_LEVEL");
+        unsetenv("TAVLOG_FILE");
+        trace(0, "", "f", 1, "left out");
+    }
+    EXPECT_EQ(linesIn(path), 3U);
+    EXPECT_EQ(linesIn(other), 3U);
+}
+
+TEST_F(Agent, RelativePathFollowsTheWorkingDirectory)
+{
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::create_directories(directory / "sub");
+    setenv("TAVLOG_FILE", "out", 1);
+    for (const std::filesystem::path &at : {directory, directory / "sub"}) {
+        std::filesystem::current_path(at);
+        trace(0, "", "f", 1, "x");
+        EXPECT_EQ(linesIn(at / "out"), 1U);
+    }
+    std::filesystem::current_path(before);
+}
+
+// As a program does that becomes a daemon.
+TEST_F(Agent, DescriptorClosedByTheHostIsNotWrittenTo)
+{
+    setenv("TAVLOG_FILE", path.c_str(), 1);
+    trace(0, "", "f", 1, "x");
+    const std::vector<int> kept = descriptorsOn(path);
+    ASSERT_EQ(kept.size(), 1U);
+    const std::string other = path + "-other";
+    const int file = open(other.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    ASSERT_EQ(dup2(file, kept[0]), kept[0]);
+    trace(0, "", "f", 1, "x");
+    EXPECT_EQ(linesIn(path), 2U);
+    EXPECT_EQ(linesIn(other), 0U);
+    EXPECT_EQ(fcntl(kept[0], F_GETFD), 0) << "the other file was closed";
+    close(kept[0]);
+    close(file);
+}
+
+TEST_F(Agent, PipeWithoutReaderDoesNotEndTheProcess)
+{
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    setenv("TAVLOG_FILE", path.c_str(), 1);
+    const int reader = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    trace(0, "", "f", 1, "x");
+    close(reader);
+    trace(0, "", "f", 1, "x");
+}
+
+TEST_F(Agent, LinesOfSeveralProcessesStayWhole)
+{
+    setenv("TAVLOG_FILE", path.c_str(), 1);
+    trace(0, "", "f", 0, "%s.", std::string(200, 'a').c_str());
+    for (int i = 0; i < 4; ++i) {
+        if (fork() == 0) {
+            for (int n = 0; n < 100; ++n) {
+                trace(0, "", "f", n, "%s.", std::string(200, static_cast<char>('a' + i)).c_str());
+            }
+            _exit(0);
+        }
+    }
+    while (wait(nullptr) > 0) {
+    }
+    EXPECT_EQ(lines().size(), 401U);
+    for (const std::string &line : lines()) {
+        EXPECT_THAT(line, MatchesRegex(".* f:[0-9]+ (a{200}|b{200}|c{200}|d{200})\\."));
+    }
+}
+
+TEST_F(Agent, ForkedChildCanTraceWhateverOtherThreadsDo)
+{
+    setenv("TAVLOG_FILE", path.c_str(), 1);
+    std::atomic<bool> enough{false};
+    std::thread other([&] {
+        while (!enough) {
+            trace(0, "", "f", 1, "x");
+        }
+    });
+    for (int i = 0; i < 200; ++i) {
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(20); // ends a child that waits for a lock of the other thread
+            trace(0, "", "f", 1, "x");
+            _exit(0);
+        }
+        int status = -1;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        ASSERT_EQ(status, 0);
+    }
+    enough = true;
+    other.join();
+}
+
+TEST_F(Agent, ForeignLinkInPlaceOfTheOpenFileIsNotFollowed)
+{
+    setenv("TAVLOG_FILE", path.c_str(), 1);
+    trace(0, "", "f", 1, "x");
+    std::filesystem::rename(path, path + ".1");
+    std::filesystem::create_symlink(path + ".1", path);
+    trace(0, "", "f", 1, "x");
+    EXPECT_EQ(linesIn(path + ".1"), 2U) << "our own link leads to the same file";
+    if (lchown(path.c_str(), 65534, 65534) != 0) {
+        GTEST_SKIP() << "only root can change the owner of the link";
+    }
+    trace(0, "", "f", 1, "x");
+    EXPECT_EQ(linesIn(path + ".1"), 2U);
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "agent/line.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -19,7 +20,7 @@ struct OpenFile {
     unsigned users;
     dev_t device;
     ino_t inode;
-    char path[]; // as given
+    char path[PATH_MAX]; // as given
 };
 
 // Guarded by lock, which is never held while a line is written: a file that hangs stops only its own writer.
@@ -107,8 +108,7 @@ bool isStillOpen(const OpenFile &file)
     return fstat(file.descriptor, &status) == 0 && isSameFile(file, status);
 }
 
-// The functions from here to acquire need the lock.
-
+// These two need the lock.
 void release(OpenFile *file)
 {
     if (file != nullptr && --file->users == 0) {
@@ -125,22 +125,45 @@ void keep(OpenFile *file)
     keptFile = file;
 }
 
-// Keeps a descriptor that was opened at the path. Returns null if it is not to be kept: only regular files are. A pipe
-// must be closed, or writing to it would kill the process when its reader is gone.
-OpenFile *keepOpened(int descriptor, const char *path)
+// A descriptor that was opened at the path, to be used by this thread and kept. Returns null if it is not to be kept:
+// only regular files are. A pipe must be closed, or a later line would end the process when its reader is gone.
+OpenFile *shareOpened(int descriptor, const char *path)
 {
     struct stat status = {};
     if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
         return nullptr;
     }
-    const size_t size = std::strlen(path) + 1;
-    auto *file = static_cast<OpenFile *>(std::malloc(sizeof(OpenFile) + size));
+    auto *file = static_cast<OpenFile *>(std::malloc(sizeof(OpenFile)));
     if (file != nullptr) {
-        *file = {descriptor, 1, status.st_dev, status.st_ino};
-        std::memcpy(file->path, path, size);
+        *file = {descriptor, 2, status.st_dev, status.st_ino, {}};
+        std::snprintf(file->path, sizeof file->path, "%s", path); // fits: longer paths cannot be opened
+        const Locked held;
         keep(file);
     }
     return file;
+}
+
+// The kept file, to be used by this thread, if the path leads to it; null otherwise.
+OpenFile *shareKept(const char *path)
+{
+    OpenFile *file = nullptr;
+    {
+        const Locked held;
+        if (keptFile == nullptr || std::strcmp(keptFile->path, path) != 0) {
+            return nullptr;
+        }
+        file = keptFile;
+        ++file->users;
+    }
+    if (leadsTo(path, *file) && isStillOpen(*file)) {
+        return file;
+    }
+    const Locked held;
+    if (keptFile == file) {
+        keep(nullptr);
+    }
+    release(file);
+    return nullptr;
 }
 
 // Moves a descriptor out of the numbers of standard input, output and error, where others would write to it.
@@ -152,18 +175,6 @@ int aboveStandard(int descriptor)
     const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     close(descriptor);
     return moved;
-}
-
-// The kept file, if the path leads to it; the caller has to release it. Null otherwise.
-OpenFile *acquire(const char *path)
-{
-    OpenFile *file = keptFile;
-    if (file == nullptr || std::strcmp(file->path, path) != 0 || !leadsTo(path, *file) || !isStillOpen(*file)) {
-        keep(nullptr);
-        return nullptr;
-    }
-    ++file->users;
-    return file;
 }
 
 int appendTo(OpenFile *file, const Line &line)
@@ -180,15 +191,7 @@ int openAndAppend(const char *path, const Line &line)
     if (descriptor < 0) {
         return errno;
     }
-    OpenFile *file = nullptr;
-    {
-        const Locked held;
-        file = keepOpened(descriptor, path);
-        if (file != nullptr) {
-            ++file->users;
-        }
-    }
-    if (file != nullptr) {
+    if (OpenFile *file = shareOpened(descriptor, path)) {
         return appendTo(file, line);
     }
     const int result = writeWhole(descriptor, line);
@@ -211,10 +214,6 @@ int appendLine(const char *path, const Line &line)
     if (std::strcmp(path, "-") == 0) {
         return writeWhole(STDERR_FILENO, line);
     }
-    OpenFile *file = nullptr;
-    {
-        const Locked held;
-        file = acquire(path);
-    }
+    OpenFile *file = shareKept(path);
     return file != nullptr ? appendTo(file, line) : openAndAppend(path, line);
 }
