@@ -4,11 +4,12 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
-#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -20,36 +21,12 @@ struct OpenFile {
     unsigned users;
     dev_t device;
     ino_t inode;
+    int64_t checked;     // tick at which the path was last compared
     char path[PATH_MAX]; // as given
 };
 
-// Guarded by lock, which is never held while a line is written: a file that hangs stops only its own writer.
+// Guarded by Locked, which is never held while a line is written: a file that hangs stops only its own writer.
 OpenFile *keptFile = nullptr;
-pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
-
-class Locked {
-public:
-    Locked() { pthread_mutex_lock(&lock); }
-    ~Locked() { pthread_mutex_unlock(&lock); }
-    Locked(const Locked &) = delete;
-    Locked &operator=(const Locked &) = delete;
-};
-
-void lockForFork()
-{
-    pthread_mutex_lock(&lock);
-}
-
-void unlockAfterFork()
-{
-    pthread_mutex_unlock(&lock);
-}
-
-// A child of a process with threads must not inherit a lock that one of them holds.
-[[gnu::constructor]] void prepareFork()
-{
-    pthread_atfork(lockForFork, unlockAfterFork, unlockAfterFork);
-}
 
 // A link of the system (/dev/stderr) or of our own user; not one that another user has put in place of the file.
 bool isTrustedLink(const struct stat &link)
@@ -135,7 +112,7 @@ OpenFile *shareOpened(int descriptor, const char *path)
     }
     auto *file = static_cast<OpenFile *>(std::malloc(sizeof(OpenFile)));
     if (file != nullptr) {
-        *file = {descriptor, 2, status.st_dev, status.st_ino, {}};
+        *file = {descriptor, 2, status.st_dev, status.st_ino, 0, {}};
         std::snprintf(file->path, sizeof file->path, "%s", path); // fits: longer paths cannot be opened
         const Locked held;
         keep(file);
@@ -143,10 +120,19 @@ OpenFile *shareOpened(int descriptor, const char *path)
     return file;
 }
 
+// A clock that advances every 1 to 10 ms and is read without a system call.
+int64_t currentTick()
+{
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return now.tv_sec * int64_t{1000000000} + now.tv_nsec;
+}
+
 // The kept file, to be used by this thread, if the path leads to it; null otherwise.
-OpenFile *shareKept(const char *path)
+OpenFile *shareKept(const char *path, Rotation rotation)
 {
     OpenFile *file = nullptr;
+    bool check = true;
     {
         const Locked held;
         if (keptFile == nullptr || std::strcmp(keptFile->path, path) != 0) {
@@ -154,8 +140,11 @@ OpenFile *shareKept(const char *path)
         }
         file = keptFile;
         ++file->users;
+        const int64_t now = currentTick();
+        check = rotation == Rotation::checkedAtEachLine || file->checked != now;
+        file->checked = now;
     }
-    if (leadsTo(path, *file) && isStillOpen(*file)) {
+    if ((!check || leadsTo(path, *file)) && isStillOpen(*file)) {
         return file;
     }
     const Locked held;
@@ -209,11 +198,11 @@ int openAndAppend(const char *path, const Line &line)
 
 } // namespace
 
-int appendLine(const char *path, const Line &line)
+int appendLine(const char *path, const Line &line, Rotation rotation)
 {
     if (std::strcmp(path, "-") == 0) {
         return writeWhole(STDERR_FILENO, line);
     }
-    OpenFile *file = shareKept(path);
+    OpenFile *file = shareKept(path, rotation);
     return file != nullptr ? appendTo(file, line) : openAndAppend(path, line);
 }

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <pthread.h>
 
 Undisturbed::Undisturbed() : errno_(errno), cancelState_(PTHREAD_CANCEL_ENABLE)
@@ -17,6 +18,37 @@ Undisturbed::~Undisturbed()
 {
     pthread_setcancelstate(cancelState_, nullptr);
     errno = errno_;
+}
+
+namespace {
+
+pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+
+void lockForFork()
+{
+    pthread_mutex_lock(&lock);
+}
+
+void unlockAfterFork()
+{
+    pthread_mutex_unlock(&lock);
+}
+
+[[gnu::constructor]] void prepareForFork()
+{
+    pthread_atfork(lockForFork, unlockAfterFork, unlockAfterFork);
+}
+
+} // namespace
+
+Locked::Locked()
+{
+    pthread_mutex_lock(&lock);
+}
+
+Locked::~Locked()
+{
+    pthread_mutex_unlock(&lock);
 }
 
 Line::~Line()
@@ -74,12 +106,31 @@ void Line::formatList(const char *format, va_list arguments)
     va_copy(again, arguments);
     const int wanted = std::vsnprintf(end(), room_ - length_, format, arguments);
     const size_t length = wanted > 0 ? static_cast<size_t>(wanted) : 0;
-    *end() = '\0'; // drops a part that did not fit
-    if (reserve(length)) {
-        std::vsnprintf(end(), room_ - length_, format, again);
+    if (length < room_ - length_) {
         length_ += length;
+    } else {
+        *end() = '\0'; // drops the part that fits
+        if (reserve(length)) {
+            std::vsnprintf(end(), room_ - length_, format, again);
+            length_ += length;
+        }
     }
+    *end() = '\0';
     va_end(again);
+}
+
+void Line::addTime(const char *format, bool local)
+{
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    tm time = {};
+    char text[32];
+    {
+        const Locked held; // these take a lock of the C library
+        static_cast<void>(local ? localtime_r(&now.tv_sec, &time) : gmtime_r(&now.tv_sec, &time));
+        text[std::strftime(text, sizeof text, format, &time)] = '\0';
+    }
+    this->format("%s.%03ld", text, now.tv_nsec / 1000000);
 }
 
 void Line::keepOneLine()

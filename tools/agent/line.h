@@ -18,6 +18,16 @@ private:
     int cancelState_;
 };
 
+// Holds the lock of the library. A fork() waits for it: a child of a process with threads inherits the locks that other
+// threads hold at that moment, and would wait for them for ever.
+class Locked {
+public:
+    Locked();
+    ~Locked();
+    Locked(const Locked &) = delete;
+    Locked &operator=(const Locked &) = delete;
+};
+
 // Text that grows. Text for which there is no memory is left out; full() then returns true.
 class Line {
 public:
@@ -30,6 +40,8 @@ public:
     void add(const char *text); // null adds nothing
     void format(const char *format, ...) __attribute__((format(printf, 2, 3)));
     void formatList(const char *format, __builtin_va_list arguments) __attribute__((format(printf, 2, 0)));
+    // The time as strftime formats it, and milliseconds.
+    void addTime(const char *format, bool local);
 
     void keepOneLine(); // replaces line ends in the text so far by blanks
 
@@ -48,10 +60,14 @@ private:
     bool full_ = false;
 };
 
+// How soon a renamed or removed file is noticed: at the next line, or at the first line that comes 10 ms later. Looking
+// up the path costs more than writing a line.
+enum class Rotation { checkedAtEachLine, checkedNowAndThen };
+
 // Appends the line, in one write, to the file of that path ("-" is standard error). Returns 0, or an errno value.
 //
 // The file is created readable by its owner and group only. A file, pipe or terminal is possible; an open that would
 // block fails, and so does one through a symbolic link that neither root nor this process's user has made.
 //
-// A regular file stays open until another path is given, or the path leads to another file (the log was rotated).
-int appendLine(const char *path, const Line &line);
+// A regular file stays open until another path is given or the path leads to another file.
+int appendLine(const char *path, const Line &line, Rotation rotation);

@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <cstdlib>
-#include <ctime>
 
 namespace {
 
@@ -66,21 +65,11 @@ void addString(Line &line, const char *text)
     line.add("\"");
 }
 
-void addTime(Line &line)
-{
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    tm utc{};
-    gmtime_r(&now.tv_sec, &utc);
-    char text[32];
-    text[std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &utc)] = '\0';
-    line.format("{\"time\":\"%s.%03ldZ\"", text, now.tv_nsec / 1000000);
-}
-
 void addIndication(Line &line, const Indication &record)
 {
-    addTime(line);
-    line.format(",\"version\":%u,\"method\":%u,\"source\":", record.version, record.method);
+    line.add("{\"time\":\"");
+    line.addTime("%Y-%m-%dT%H:%M:%S", false);
+    line.format("Z\",\"version\":%u,\"method\":%u,\"source\":", record.version, record.method);
     addString(line, record.sourceName);
     line.format(",\"eventId\":\"0x%08X\",\"eventType\":%d,\"strings\":[", record.eventId, record.eventType);
     for (int32_t i = 0; record.strings != nullptr && i < record.numberOfStrings; ++i) {
@@ -103,10 +92,10 @@ extern "C" [[gnu::visibility("default")]] int SendIndication(Indication record)
     Line line;
     addIndication(line, record);
     if (std::getenv("TAVALERT_QUIET") == nullptr) {
-        appendLine("-", line);
+        appendLine("-", line, Rotation::checkedAtEachLine);
     }
     const char *path = std::getenv("TAVALERT_FILE");
     const bool wanted = path != nullptr && *path != '\0';
-    const int result = wanted ? appendLine(path, line) : 0;
+    const int result = wanted ? appendLine(path, line, Rotation::checkedAtEachLine) : 0;
     return result != 0 || line.full() ? 1 : 0;
 }
