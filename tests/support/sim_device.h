@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the tests of devices have in common: an open node, SCSI commands on it, descriptions of one disk.
+// Common parts of the tests of devices: an open node, SCSI commands on it, descriptions of one disk.
 #pragma once
 
 #include "sim/sim.h"

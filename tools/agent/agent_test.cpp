@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The two libraries as the provider meets them: loaded by name, called through pointers.
+// The two libraries as the provider uses them: loaded by name, called through pointers.
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -97,7 +97,7 @@ protected:
     int (*send)(Indication) = alert.find<int(Indication)>("SendIndication");
 };
 
-TEST_F(Agent, ATraceIsOneLineWithTimeLevelFunctionAndLine)
+TEST_F(Agent, TraceLineHasTimeLevelFunctionAndLine)
 {
     setenv("TAVLOG_FILE", path.c_str(), 1);
     setFilePath("tavstrg.log");
@@ -107,18 +107,18 @@ TEST_F(Agent, ATraceIsOneLineWithTimeLevelFunctionAndLine)
                 MatchesRegex("[0-9-]{10} [0-9:]{8}\\.[0-9]{3} 3 strgInitProvider:117 _OUT_ ret=\\[-1\\] name=\\[x\\]"));
 }
 
-TEST_F(Agent, TheAlertLibraryIsKnownAsTheOneForDevelopment)
+TEST_F(Agent, AlertLibraryIsMarkedAsDevelopment)
 {
     EXPECT_EQ(*alert.find<const int>("TavAlertTakesFile"), 1);
 }
 
-TEST_F(Agent, WithoutAFileNothingIsTraced)
+TEST_F(Agent, WithoutFileNothingIsTraced)
 {
     trace(3, "", "f", 1, "x");
     EXPECT_TRUE(std::filesystem::is_empty(directory));
 }
 
-TEST_F(Agent, LowerLevelsCanBeLeftOut)
+TEST_F(Agent, LowerLevelsCanBeOmitted)
 {
     setenv("TAVLOG_FILE", path.c_str(), 1);
     setenv("TAVLOG_LEVEL", "3", 1);
@@ -136,7 +136,7 @@ TEST_F(Agent, TracingKeepsErrno)
     EXPECT_EQ(errno, ENOTTY);
 }
 
-TEST_F(Agent, LineEndsInAMessageDoNotBreakTheLineAndLongOnesAreKept)
+TEST_F(Agent, LineEndsBecomeBlanksAndLongTextIsKept)
 {
     setenv("TAVLOG_FILE", path.c_str(), 1);
     const std::string longText(100000, 'x');
@@ -166,14 +166,14 @@ TEST_F(Agent, LinesOfManyThreadsStayWhole)
     }
 }
 
-TEST_F(Agent, AFifoWithoutReaderDoesNotBlock)
+TEST_F(Agent, FifoWithoutReaderDoesNotBlock)
 {
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
     setenv("TAVLOG_FILE", path.c_str(), 1);
     trace(0, "", "f", 1, "x");
 }
 
-TEST_F(Agent, AnAlertIsOneJsonObject)
+TEST_F(Agent, AlertIsOneJsonObject)
 {
     setenv("TAVALERT_FILE", path.c_str(), 1);
     std::array<const char *, 2> strings{"Hard Disk[1] : ACME DISK 1.0", "SCSI"};
@@ -190,7 +190,7 @@ TEST_F(Agent, AnAlertIsOneJsonObject)
     EXPECT_TRUE(nlohmann::json::parse(lines()[1])["strings"].empty());
 }
 
-TEST_F(Agent, EveryByteMakesValidJson)
+TEST_F(Agent, EveryByteGivesValidJson)
 {
     setenv("TAVALERT_FILE", path.c_str(), 1);
     std::string all;
@@ -211,12 +211,12 @@ TEST_F(Agent, EveryByteMakesValidJson)
     EXPECT_EQ(object["strings"][1], texts[1]);
     EXPECT_EQ(object["strings"][2], texts[2]);
     EXPECT_EQ(object["strings"][3],
-              "\xC3\xA2\xC2\x82"); // bytes that are no character stand as characters of their values
+              "\xC3\xA2\xC2\x82"); // invalid bytes become characters with their values
     EXPECT_EQ(object["strings"][6], texts[6]);
     EXPECT_TRUE(object["strings"][8].is_null());
 }
 
-TEST_F(Agent, AnAlertThatCannotBeWrittenIsReported)
+TEST_F(Agent, UnwritableAlertIsAnError)
 {
     setenv("TAVALERT_FILE", "/nowhere/at/all", 1);
     errno = ENOTTY;
@@ -228,7 +228,7 @@ TEST_F(Agent, AnAlertThatCannotBeWrittenIsReported)
     EXPECT_EQ(send({0, 3, "s", 1, 4, 0, nullptr}), 0);
 }
 
-TEST_F(Agent, WithoutQuietAnAlertIsShownToo)
+TEST_F(Agent, WithoutQuietAlertGoesToStandardErrorToo)
 {
     unsetenv("TAVALERT_QUIET");
     testing::internal::CaptureStderr();
@@ -236,7 +236,7 @@ TEST_F(Agent, WithoutQuietAnAlertIsShownToo)
     EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("\"source\":\"source\""));
 }
 
-TEST_F(Agent, FilesAreForTheOwnerAndTheGroupWhateverTheUmask)
+TEST_F(Agent, FilesAreNotReadableByOthers)
 {
     for (const auto &[mask, mode] : {std::pair<mode_t, mode_t>(0, 0640), {077, 0600}}) {
         for (const char *variable : {"TAVLOG_FILE", "TAVALERT_FILE"}) {
@@ -254,7 +254,7 @@ TEST_F(Agent, FilesAreForTheOwnerAndTheGroupWhateverTheUmask)
     }
 }
 
-TEST_F(Agent, ALinkOfSomebodyElseIsNotFollowedAndOnesOwnIs)
+TEST_F(Agent, OnlyOwnLinksAreFollowed)
 {
     const std::string link = directory / "link";
     std::filesystem::create_symlink(path, link);
@@ -262,7 +262,7 @@ TEST_F(Agent, ALinkOfSomebodyElseIsNotFollowedAndOnesOwnIs)
     EXPECT_EQ(send({0, 3, "s", 1, 4, 0, nullptr}), 0);
     EXPECT_EQ(lines().size(), 1U);
     if (lchown(link.c_str(), 65534, 65534) != 0) {
-        GTEST_SKIP() << "only root can let somebody else have made it";
+        GTEST_SKIP() << "only root can change the owner of the link";
     }
     EXPECT_NE(send({0, 3, "s", 1, 4, 0, nullptr}), 0);
     setenv("TAVLOG_FILE", link.c_str(), 1);
@@ -289,7 +289,7 @@ size_t linesIn(const std::string &file)
     return static_cast<size_t>(std::count(std::istreambuf_iterator<char>(stream), {}, '\n'));
 }
 
-TEST_F(Agent, FileStaysOpenUntilTheLibraryIsUnloaded)
+TEST_F(Agent, FileStaysOpenUntilUnload)
 {
     setenv("TAVLOG_FILE", path.c_str(), 1);
     trace(0, "", "f", 1, "x");
@@ -303,7 +303,7 @@ TEST_F(Agent, FileStaysOpenUntilTheLibraryIsUnloaded)
     EXPECT_TRUE(descriptorsOn(path).empty());
 }
 
-// The trace library looks for a rotated file now and then only.
+// The trace library looks for a rotated file only now and then.
 void awaitNextLook()
 {
     std::this_thread::sleep_for(std::chrono::milliseconds(30));
@@ -370,7 +370,7 @@ TEST_F(Agent, RelativePathFollowsTheWorkingDirectory)
     std::filesystem::current_path(before);
 }
 
-// As a program does that becomes a daemon.
+// A program that becomes a daemon may close all descriptors.
 TEST_F(Agent, DescriptorClosedByTheHostIsNotWrittenTo)
 {
     setenv("TAVLOG_FILE", path.c_str(), 1);
@@ -383,7 +383,7 @@ TEST_F(Agent, DescriptorClosedByTheHostIsNotWrittenTo)
     trace(0, "", "f", 1, "x");
     EXPECT_EQ(linesIn(path), 2U);
     EXPECT_EQ(linesIn(other), 0U);
-    EXPECT_EQ(fcntl(kept[0], F_GETFD), 0) << "the other file was closed";
+    EXPECT_EQ(fcntl(kept[0], F_GETFD), 0) << "the library closed a file of the host";
     close(kept[0]);
     close(file);
 }
@@ -418,7 +418,7 @@ TEST_F(Agent, LinesOfSeveralProcessesStayWhole)
     }
 }
 
-TEST_F(Agent, ForkedChildCanTraceWhateverOtherThreadsDo)
+TEST_F(Agent, ForkedChildDoesNotHangOnLocks)
 {
     setenv("TAVLOG_FILE", path.c_str(), 1);
     std::atomic<bool> enough{false};
@@ -432,7 +432,7 @@ TEST_F(Agent, ForkedChildCanTraceWhateverOtherThreadsDo)
     for (int i = 0; i < 500 && status == 0; ++i) {
         const pid_t child = fork();
         if (child == 0) {
-            alarm(20); // ends a child that waits for a lock of the other thread
+            alarm(20); // ends a child that waits for a lock
             trace(0, "", "f", 1, "x");
             send({0, 3, "s", 1, 4, 0, nullptr});
             _exit(0);
@@ -444,7 +444,7 @@ TEST_F(Agent, ForkedChildCanTraceWhateverOtherThreadsDo)
     other.join();
 }
 
-TEST_F(Agent, ForeignLinkInPlaceOfTheOpenFileIsNotFollowed)
+TEST_F(Agent, ForeignLinkReplacingTheFileIsNotFollowed)
 {
     setenv("TAVLOG_FILE", path.c_str(), 1);
     trace(0, "", "f", 1, "x");

@@ -188,7 +188,7 @@ int openAndAppend(const char *path, const Line &line)
     return result;
 }
 
-// The library is unloaded, or the process ends.
+// When the library is unloaded or the process ends.
 [[gnu::destructor]] void closeKept()
 {
     const Undisturbed undisturbed;

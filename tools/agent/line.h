@@ -40,7 +40,7 @@ public:
     void add(const char *text); // null adds nothing
     void format(const char *format, ...) __attribute__((format(printf, 2, 3)));
     void formatList(const char *format, __builtin_va_list arguments) __attribute__((format(printf, 2, 0)));
-    // The time as strftime formats it, and milliseconds.
+    // Adds the time, formatted by strftime, and milliseconds.
     void addTime(const char *format, bool local);
 
     void keepOneLine(); // replaces line ends in the text so far by blanks

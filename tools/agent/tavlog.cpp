@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// libtavlog.so for development: trace lines go to the file that TAVLOG_FILE names ("-" is standard error), from the
-// level of TAVLOG_LEVEL on; without TAVLOG_FILE nowhere. The name that SetFilePath is given is the real library's
-// business.
+// libtavlog.so for development: writes trace lines of level TAVLOG_LEVEL and above to the file TAVLOG_FILE ("-" is
+// standard error). Without TAVLOG_FILE it writes nothing. The path of SetFilePath is only for the agent's library.
 #include "agent/line.h"
 
 #include <cstdarg>

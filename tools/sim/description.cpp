@@ -26,7 +26,7 @@ void readHost(Fields fields, Description &description)
     description.hosts.push_back(host);
 }
 
-// A file without a directory is one of the administrator's: tavkit.conf, or a file of the agent's data directory.
+// A relative name is one of the administrator's files: tavkit.conf, or a file of the agent's data directory.
 TreePath pathOf(const Fields &fields, const std::string &name)
 {
     try {
@@ -49,7 +49,7 @@ void readFiles(Fields fields, Description &description)
     }
 }
 
-// The tree holds one entry per path: two devices of one name would be one node, a node named "null" none.
+// /dev/null, /dev/shm and the like are not the machine's: a node of that name would never be seen.
 void checkNodes(const Fields &fields, const Description &description)
 {
     const auto check = [&fields](const std::string &node) {

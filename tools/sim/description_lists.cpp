@@ -17,7 +17,7 @@ struct Interrupt {
     std::string name;
 };
 
-// Linux 2.4 and early 2.6 name the controller only; later ones the pin and how it is triggered.
+// Kernels before 2.6 name the controller only, later ones also the pin and its trigger mode.
 std::string interruptLine(const Interrupt &interrupt, bool old)
 {
     char start[128];
@@ -32,7 +32,7 @@ std::string interruptLine(const Interrupt &interrupt, bool old)
 
 constexpr const char *kInterruptHead = "           CPU0       \n";
 
-// What a small PC has, and a line for each driver.
+// The interrupts of a small PC, and a line per driver.
 std::string defaultInterrupts(const Description &description, bool old)
 {
     std::string text = kInterruptHead;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a request to a device node does: SCSI commands in their two envelopes, ATA commands in theirs, and what the
-// kernel itself answers.
-#include "sim/identify.h"
+// Execution of requests to a device node: SCSI commands in their two ioctls, ATA commands in theirs, and the requests
+// that the kernel answers by itself.
+#include "sim/ata_sectors.h"
 #include "sim/requests.h"
 
 #include <algorithm>
@@ -114,7 +114,7 @@ int sendCommand(Device &device, SendCommand &command, const Fault &fault)
     }
     constexpr size_t kSenseLength = 16; // OMAX_SB_LEN of the kernel
     std::copy_n(reply.sense.begin(), std::min(reply.sense.size(), kSenseLength), dataOf(command));
-    constexpr int kDriverSense = 0x08 << 24; // kernels before 2.6 hand the driver byte out too
+    constexpr int kDriverSense = 0x08 << 24; // kernels before 2.6 return the driver byte too
     return reply.status | (device.oldKernel ? kDriverSense : 0);
 }
 
@@ -141,7 +141,7 @@ int driveCommand(Device &device, uint8_t *block)
         std::memset(block + 4, 0, block[3] * size_t(512));
         std::copy_n(reply.data.begin(), std::min(reply.data.size(), block[3] * size_t(512)), block + 4);
     }
-    // libata leaves the block alone unless a command without data succeeds; the IDE driver always tells.
+    // libata changes the block only if a command without data succeeds; the IDE driver always does.
     if (device.is.isIde() || (!data && !reply.failed())) {
         block[0] = reply.status;
         block[1] = reply.error;
@@ -171,7 +171,7 @@ int driveTask(Device &device, uint8_t *block)
     return reply.failed() ? failWith(EIO) : 0;
 }
 
-// ---- what the kernel itself answers ----
+// ---- requests that the kernel answers by itself ----
 
 bool hasBlocks(const DeviceDescription &device)
 {

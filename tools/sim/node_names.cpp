@@ -8,7 +8,7 @@ namespace sim {
 
 namespace {
 
-// The first 256 disks have sixteen majors of sixteen disks.
+// The first 256 disks have 16 major numbers with 16 disks each.
 NodeNumber diskNumber(std::string_view letters)
 {
     unsigned n = 0;

@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::array<std::string_view, 5> kRoots{"/sys", "/proc", "/dev", kConfigurationRoot, kAgentRoot};
 
-// What the C runtime, the sanitizers and the test programs need of the real system.
+// Real paths that the C runtime, the sanitizers and the test programs need.
 constexpr std::array<std::string_view, 22> kReal{
     "/proc/self",    "/proc/thread-self", "/proc/sys",   "/proc/sysvipc",       "/proc/cpuinfo",
     "/proc/meminfo", "/sys/kernel",       "/sys/fs",     "/sys/devices/system", "/dev/null",
@@ -48,7 +48,7 @@ bool isUnderRoot(std::string_view path)
     return std::any_of(kRoots.begin(), kRoots.end(), [path](std::string_view root) { return isUnder(path, root); });
 }
 
-// Most paths of a process can be told by their first letter.
+// A quick test by the first letter excludes most paths.
 bool canBeMachines(const char *path)
 {
     return path[0] == '/' &&
@@ -150,8 +150,7 @@ Translated::Translated(const char *path) : result_(path)
     const OwnTime own;
     const std::string_view root = machine->root;
     const std::string plain = hasDots(path) ? plainPath(path) : std::string(path);
-    // A link on the way may make ".." lead elsewhere than the text says: the kernel resolves the path as it stands
-    // where that stays in the machine.
+    // ".." after a symbolic link leads elsewhere than the text suggests, so the path is left for the kernel to resolve.
     const std::string_view tail = isUnderRoot(path) ? std::string_view(path) : std::string_view(plain);
     machines_ = isMachinePath(plain);
     if (machines_ && root.size() + tail.size() < sizeof buffer_) {
@@ -160,7 +159,8 @@ Translated::Translated(const char *path) : result_(path)
         buffer_[root.size() + tail.size()] = '\0';
         result_ = buffer_;
     } else if (!machines_ && hasDots(path) && isUnderRoot(path) && plain.size() < sizeof buffer_) {
-        plain.copy(buffer_, plain.size()); // out of the machine by a directory that the real system may not have
+        plain.copy(buffer_,
+                   plain.size()); // leads out of the machine through a directory that the real system may not have
         buffer_[plain.size()] = '\0';
         result_ = buffer_;
     }

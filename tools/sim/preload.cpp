@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The machine of a process that knows nothing of it: made when this library is loaded with TAVSIM_MACHINE set, and
-// following its description file from then on.
+// The machine of a preloaded process: made when this library is loaded with TAVSIM_MACHINE set. It follows changes of
+// its description file.
 #include "sim/paths.h"
 #include "sim/report.h"
 #include "sim/state.h"
@@ -24,7 +24,7 @@ namespace {
 
 struct Followed {
     std::string path;
-    pid_t owner = 0; // the process that removes the directory: a forked child does not
+    pid_t owner = 0; // the process that removes the directory; a forked child does not
     struct stat seen {};
     bool complained = false;
     std::mutex following;
@@ -51,7 +51,7 @@ void complain(const std::string &path, const char *what)
     std::fprintf(stderr, "tavsim: %s: %s\n", path.c_str(), what);
 }
 
-// A damaged description leaves the machine as it was, and is told once.
+// A description with a mistake leaves the machine as it was, and is reported once.
 void look(Followed &file)
 {
     struct stat status {};
@@ -99,7 +99,7 @@ void startMachine(const char *path)
         machineIsReported();
     } catch (const std::exception &error) {
         complain(path, error.what());
-        _exit(2); // a program that was to see a machine must not see the real one
+        _exit(2); // the program must not see the real machine instead
     }
 }
 

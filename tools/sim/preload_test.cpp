@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The library preloaded into programs that know nothing of it.
+// The library preloaded into other programs.
 #include "sim/sim.h"
 
 #include <array>
@@ -44,8 +44,7 @@ protected:
     void describe(const std::string &json) { std::ofstream(description()) << json; }
     std::string description() const { return directory / "machine.json"; }
 
-    // Output of a shell command under the machine, its error output included. A sanitized library wants its runtime
-    // first.
+    // Output of a shell command on the machine, including its error output. Does nothing with a sanitized library.
     std::string run(const std::string &command, const std::string &environment = "")
     {
         if (!sim::allocationsCanFail()) {
@@ -80,10 +79,10 @@ protected:
 
 #define SKIP_WITH_SANITIZERS()                                                                                         \
     if (!sim::allocationsCanFail()) {                                                                                  \
-        GTEST_SKIP() << "a sanitized library cannot be preloaded into a program without";                              \
+        GTEST_SKIP() << "a sanitized library cannot be preloaded into a program without sanitizer";                    \
     }
 
-TEST_F(Preload, AnyProgramSeesTheMachine)
+TEST_F(Preload, ProgramSeesTheMachine)
 {
     SKIP_WITH_SANITIZERS()
     EXPECT_EQ(run("cat /sys/bus/scsi/devices/0:0:0:0/vendor"), "FIRST   \n");
@@ -93,10 +92,10 @@ TEST_F(Preload, AnyProgramSeesTheMachine)
     EXPECT_THAT(run("ls -lL /dev/sda"), HasSubstr("8, 0"));
 }
 
-TEST_F(Preload, ChangesOfTheDescriptionAreHotPlug)
+TEST_F(Preload, ChangedDescriptionIsHotPlug)
 {
     SKIP_WITH_SANITIZERS()
-    // The shell itself opens the files, in one process.
+    // The shell itself opens the files: one process sees both descriptions.
     const std::string json =
         R"({"kernel": "6.1.7-test", "hosts": [{"driver": "ahci", "devices": [{"ata": true, "vendor": "SECOND"}]}]})";
     const std::string output =
@@ -105,7 +104,7 @@ TEST_F(Preload, ChangesOfTheDescriptionAreHotPlug)
     EXPECT_EQ(output, "FIRST\nSECOND\n");
 }
 
-TEST_F(Preload, ADamagedChangeIsToldOnceAndLeavesTheMachine)
+TEST_F(Preload, DamagedChangeIsReportedOnceAndIgnored)
 {
     SKIP_WITH_SANITIZERS()
     const std::string output =
@@ -114,12 +113,12 @@ TEST_F(Preload, ADamagedChangeIsToldOnceAndLeavesTheMachine)
             "echo $a; echo '{ ' >>" +
             description() + "; LD_PRELOAD= sleep 0.1; done");
     EXPECT_THAT(output, HasSubstr("FIRST\nFIRST\nFIRST\n"));
-    const size_t told = output.find("tavsim: ");
-    ASSERT_NE(told, output.npos);
-    EXPECT_THAT(output.substr(told + 1), Not(HasSubstr("tavsim: ")));
+    const size_t message = output.find("tavsim: ");
+    ASSERT_NE(message, output.npos);
+    EXPECT_THAT(output.substr(message + 1), Not(HasSubstr("tavsim: ")));
 }
 
-TEST_F(Preload, ADamagedDescriptionStartsNothing)
+TEST_F(Preload, DamagedDescriptionEndsTheProgram)
 {
     SKIP_WITH_SANITIZERS()
     describe("{");
@@ -127,16 +126,16 @@ TEST_F(Preload, ADamagedDescriptionStartsNothing)
     EXPECT_EQ(WEXITSTATUS(status), 2);
 }
 
-TEST_F(Preload, TheDirectoryIsRemovedAtTheEndByTheProcessThatMadeIt)
+TEST_F(Preload, DirectoryIsRemovedByItsProcessOnly)
 {
     SKIP_WITH_SANITIZERS()
     const std::string machines = makeMachines();
-    // The subshell is a forked child: its end must not take the machine away.
+    // The subshell is a forked child: its end must not remove the machine.
     EXPECT_EQ(run("(:); read -r a </sys/bus/scsi/devices/0:0:0:0/vendor; echo $a", "TMPDIR=" + machines), "FIRST\n");
     EXPECT_TRUE(std::filesystem::is_empty(machines));
 }
 
-TEST_F(Preload, WhatACrashedProcessLeftIsRemovedByTheNext)
+TEST_F(Preload, DirectoryOfAKilledProcessIsRemovedByTheNext)
 {
     SKIP_WITH_SANITIZERS()
     const std::string machines = makeMachines();
@@ -203,7 +202,7 @@ TEST_F(Preload, SweepDoesNotWaitForLeases)
     plant(machines + "/tavsim.leased");
     const std::string lock = machines + "/tavsim.leased/.lock";
     const int held = open(lock.c_str(), O_RDWR | O_CLOEXEC);
-    std::signal(SIGIO, SIG_IGN); // by which the kernel asks for the lease
+    std::signal(SIGIO, SIG_IGN); // the kernel's request to give up the lease
     ASSERT_EQ(fcntl(held, F_SETLEASE, F_WRLCK), 0);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(run("echo started", "TMPDIR=" + machines), "started\n");
@@ -213,7 +212,7 @@ TEST_F(Preload, SweepDoesNotWaitForLeases)
     std::signal(SIGIO, SIG_DFL);
 }
 
-TEST_F(Preload, TheAgentsDataStayWhereTheyAreWanted)
+TEST_F(Preload, StateDirectoryKeepsTheAgentsFiles)
 {
     SKIP_WITH_SANITIZERS()
     const std::string state = directory / "state";
@@ -225,25 +224,25 @@ TEST_F(Preload, TheAgentsDataStayWhereTheyAreWanted)
     EXPECT_THAT(run("cat /opt/qlm/tavkit_sa/data/tavstrgsave.dat"), HasSubstr("No such file"));
 }
 
-TEST_F(Preload, WhatTheMachineCostIsReportedOncePerProcess)
+TEST_F(Preload, CostIsReportedOncePerProcess)
 {
     SKIP_WITH_SANITIZERS()
-    const std::string report = directory / "report";
-    run("read -r a </sys/bus/scsi/devices/0:0:0:0/vendor; (:)", "TAVSIM_REPORT=" + report);
-    std::ifstream lines(report);
+    const std::string file = directory / "report";
+    run("read -r a </sys/bus/scsi/devices/0:0:0:0/vendor; (:)", "TAVSIM_REPORT=" + file);
+    std::ifstream lines(file);
     std::string line;
     ASSERT_TRUE(std::getline(lines, line));
-    const nlohmann::json told = nlohmann::json::parse(line);
-    EXPECT_EQ(told["program"], "bash");
-    EXPECT_GT(told["cpuSeconds"], 0.0);
-    EXPECT_LT(told["cpuSeconds"], 10.0);
-    EXPECT_EQ(told["requests"], 0);
-    EXPECT_EQ(told["unknownIoctls"], 0);
-    EXPECT_GT(told["peakKb"], told["machineKb"]);
+    const nlohmann::json report = nlohmann::json::parse(line);
+    EXPECT_EQ(report["program"], "bash");
+    EXPECT_GT(report["cpuSeconds"], 0.0);
+    EXPECT_LT(report["cpuSeconds"], 10.0);
+    EXPECT_EQ(report["requests"], 0);
+    EXPECT_EQ(report["unknownIoctls"], 0);
+    EXPECT_GT(report["peakKb"], report["machineKb"]);
     EXPECT_FALSE(std::getline(lines, line)) << line;
 }
 
-TEST_F(Preload, WithoutADescriptionTheRealMachineIsSeen)
+TEST_F(Preload, EmptyVariableLeavesTheRealMachine)
 {
     SKIP_WITH_SANITIZERS()
     EXPECT_THAT(run("cat /proc/1/comm", "TAVSIM_MACHINE="), Not(HasSubstr("No such file")));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// /proc/scsi and /proc/ide of a machine, as the kernels that have them show them (recorded with 5.10).
+// /proc/scsi and /proc/ide of a machine as recorded with kernel 5.10.
 #include "sim/tree.h"
 
 #include <algorithm>

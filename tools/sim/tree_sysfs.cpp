@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// /sys of a machine: SCSI hosts and devices as the kernel (6.1) shows them, recorded in virtual machines.
+// /sys of a machine: SCSI hosts and devices as recorded in virtual machines with kernel 6.1.
 #include "sim/node_names.h"
 #include "sim/tree.h"
 
@@ -26,8 +26,8 @@ std::string padded(const std::string &text, size_t length)
     return result;
 }
 
-// Where each host is in the tree of devices: SATA drivers have a port per host, USB storage an interface, others the
-// function of a PCI card.
+// The directory of each host in the tree of devices: SATA drivers have a port per host, USB storage an interface,
+// others the function of a PCI card.
 class HostPlaces {
 public:
     TreePath directoryOf(const HostDescription &host)
