@@ -59,7 +59,7 @@ public:
     }
     ~Held()
     {
-        lockGoes(&sleeping);
+        lockReleased(&sleeping);
         pthread_mutex_unlock(&sleeping);
     }
     Held(const Held &) = delete;
@@ -81,7 +81,7 @@ public:
 
 } // namespace
 
-void callComes(Call kind)
+void runActBefore(Call kind)
 {
     unsigned left = callsLeft.load(std::memory_order_relaxed);
     if (left == 0 || actsAt.load(std::memory_order_relaxed) != kind) {
@@ -125,7 +125,7 @@ void sleepUntilWoken()
     const Asleep here;
     for (const unsigned before = wakings; wakings == before && holding;) {
         MayUnwind waiting;
-        lockGoes(&sleeping);
+        lockReleased(&sleeping);
         pthread_cond_wait(&sleepingChanged, &sleeping);
         lockTaken(&sleeping);
         waiting.returned();

@@ -7,7 +7,7 @@
 namespace sim {
 
 // To be called before each call of the product. Runs the act of a test, if one is armed for this call.
-void callComes(Call kind);
+void runActBefore(Call kind);
 
 // Whether the product's sleeps last until they are woken.
 bool holdsSleeps();

@@ -41,7 +41,7 @@ struct Ranges {
 constinit std::atomic<const Ranges *> counted{nullptr};
 constinit std::array<std::atomic<unsigned>, kKinds> made{};
 constinit std::array<std::atomic<unsigned>, kKinds> armed{}; // calls until the one that fails; 0: disarmed
-constinit std::atomic<bool> struck{false};
+constinit std::atomic<bool> failed{false};
 constinit std::atomic<bool> everyCaller{false};
 
 std::mutex &choosing()
@@ -203,14 +203,14 @@ bool mustFail(Call kind, const void *returnAddress, const char *function)
     if (!isProduct(returnAddress, function)) {
         return false;
     }
-    callComes(kind);
+    runActBefore(kind);
     const auto index = static_cast<size_t>(kind);
     made[index].fetch_add(1, std::memory_order_relaxed);
     unsigned left = armed[index].load(std::memory_order_relaxed);
     while (left != 0 && !armed[index].compare_exchange_weak(left, left - 1)) {
     }
     if (left == 1) {
-        struck = true;
+        failed = true;
     }
     return left == 1;
 }
@@ -229,14 +229,14 @@ void countCallsOf(const std::string &sharedObject)
 void failNth(Call kind, unsigned nth)
 {
     if (kind < Call::count) {
-        struck = false;
+        failed = false;
         armed[static_cast<size_t>(kind)] = nth;
     }
 }
 
 bool failureStruck()
 {
-    return struck;
+    return failed;
 }
 
 unsigned callsMade(Call kind)
@@ -251,7 +251,7 @@ void resetCounts()
     }
 }
 
-bool newCounts()
+bool countsOperatorNew()
 {
     return !everyCaller.load(std::memory_order_relaxed);
 }

@@ -28,7 +28,7 @@ bool mustFail(Call kind, const void *returnAddress, const char *function);
 
 // Whether calls of operator new count. They do not if all callers count, because tests use operator new and the product
 // does not.
-bool newCounts();
+bool countsOperatorNew();
 
 // To be called when shared objects were loaded or unloaded.
 void objectsChanged();

@@ -49,26 +49,28 @@ void readFiles(Fields fields, Description &description)
     }
 }
 
-// /dev/null, /dev/shm and the like are not the machine's: a node of that name would never be seen.
+// /dev/null, /dev/shm and the like stay real: a simulated node of that name would never be seen.
+void checkNode(const Fields &fields, const char *field, const std::string &node)
+{
+    if (!node.empty() && !isMachinePath("/dev/" + node)) {
+        fields.fail(field, "/dev/" + node + " stays real");
+    }
+}
+
 void checkNodes(const Fields &fields, const Description &description)
 {
-    const auto check = [&fields](const std::string &node) {
-        if (!node.empty() && !isMachinePath("/dev/" + node)) {
-            fields.fail("hosts", "/dev/" + node + " stays the real one");
-        }
-    };
     for (const DeviceDescription &device : description.devices) {
-        check(device.node);
-        check(device.genericNode);
+        checkNode(fields, "hosts", device.node);
+        checkNode(fields, "hosts", device.genericNode);
     }
     for (const IdeDrive &drive : description.drives) {
-        check(drive.name);
+        checkNode(fields, "ide", drive.name);
     }
 }
 
 // Names nodes as the kernel does: in order, each kind counted separately. A device that was there before keeps its
 // name.
-void giveNodes(Description &description, const std::vector<DeviceDescription> &before)
+void assignNodes(Description &description, const std::vector<DeviceDescription> &before)
 {
     std::set<std::string> taken;
     for (DeviceDescription &device : description.devices) {
@@ -153,7 +155,7 @@ void readMachine(Fields fields, Description &description, const std::vector<Devi
         }
         ide->finish();
     }
-    giveNodes(description, before);
+    assignNodes(description, before);
     checkAddresses(fields, description);
     checkNodes(fields, description);
     description.interrupts = interruptsText(fields, description);

@@ -29,8 +29,8 @@ struct Device {
     bool smartEnabled = true;
     ExceptionsSettings exceptions; // current values
     ExceptionsSettings savedExceptions;
-    bool oldKernel = false; // before 2.6: SCSI_IOCTL_SEND_COMMAND returns the driver status too
-    bool attention = false; // the next command ends in UNIT ATTENTION
+    bool oldKernel = false;     // before 2.6: SCSI_IOCTL_SEND_COMMAND returns the driver status too
+    bool unitAttention = false; // the next command ends in UNIT ATTENTION
     std::vector<uint8_t> lastSense;
     std::vector<unsigned> seen; // per fault: requests of its kind so far
     uint64_t random = 1;        // state of the device's random numbers

@@ -21,7 +21,7 @@ int failWith(int error)
     return -1;
 }
 
-template <class T> int give(void *argument, T value)
+template <class T> int replyWith(void *argument, T value)
 {
     std::memcpy(argument, &value, sizeof value);
     return 0;
@@ -178,7 +178,7 @@ bool hasBlocks(const DeviceDescription &device)
     return device.hasDiskName() || device.type == kCdrom || device.type == kWorm;
 }
 
-int giveAddress(const Device &device, void *argument)
+int replyAddress(const Device &device, void *argument)
 {
     const DeviceDescription &is = device.is;
     if (is.isIde()) {
@@ -189,10 +189,10 @@ int giveAddress(const Device &device, void *argument)
     } const address{static_cast<uint32_t>(is.id & 0xFF) | static_cast<uint32_t>(is.lun & 0xFF) << 8 |
                         static_cast<uint32_t>(is.channel & 0xFF) << 16 | static_cast<uint32_t>(is.host & 0xFF) << 24,
                     0};
-    return give(argument, address);
+    return replyWith(argument, address);
 }
 
-int giveGeometry(const Device &device, void *argument)
+int replyGeometry(const Device &device, void *argument)
 {
     if (!hasBlocks(device.is)) {
         return failWith(EINVAL);
@@ -205,12 +205,12 @@ int giveGeometry(const Device &device, void *argument)
     reply.heads = static_cast<unsigned char>(geometry.heads);
     reply.sectors = static_cast<unsigned char>(geometry.sectors);
     reply.cylinders = static_cast<unsigned short>(geometry.cylinders);
-    return give(argument, reply);
+    return replyWith(argument, reply);
 }
 
-int giveIdentity(const Device &device, void *argument)
+int replyIdentity(const Device &device, void *argument)
 {
-    return device.is.ata ? give(argument, identityForIoctl(device.is, device.smartEnabled)) : failWith(EINVAL);
+    return device.is.ata ? replyWith(argument, identityForIoctl(device.is, device.smartEnabled)) : failWith(EINVAL);
 }
 
 } // namespace
@@ -231,13 +231,13 @@ int executeRequest(Device &device, unsigned long number, void *argument, const F
     case HDIO_DRIVE_TASK:
         return driveTask(device, static_cast<uint8_t *>(argument));
     case kGetIdlun:
-        return giveAddress(device, argument);
+        return replyAddress(device, argument);
     case kGetBusNumber:
-        return device.is.isIde() ? failWith(EINVAL) : give(argument, device.is.host);
+        return device.is.isIde() ? failWith(EINVAL) : replyWith(argument, device.is.host);
     case HDIO_GET_IDENTITY:
-        return giveIdentity(device, argument);
+        return replyIdentity(device, argument);
     case HDIO_GETGEO:
-        return giveGeometry(device, argument);
+        return replyGeometry(device, argument);
     default:
         break;
     }
@@ -245,10 +245,10 @@ int executeRequest(Device &device, unsigned long number, void *argument, const F
         return failWith(EINVAL);
     }
     if (number == BLKSSZGET) {
-        return give(argument, static_cast<int>(device.is.sectorSize));
+        return replyWith(argument, static_cast<int>(device.is.sectorSize));
     }
-    return number == BLKGETSIZE ? give(argument, static_cast<unsigned long>(device.is.sectors))
-                                : give(argument, device.is.sectors * 512);
+    return number == BLKGETSIZE ? replyWith(argument, static_cast<unsigned long>(device.is.sectors))
+                                : replyWith(argument, device.is.sectors * 512);
 }
 
 } // namespace sim

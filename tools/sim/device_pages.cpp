@@ -155,7 +155,7 @@ ScsiReply modeSelect(Device &device, std::span<const uint8_t> cdb, std::span<con
     if (save) {
         device.savedExceptions = device.exceptions;
     }
-    device.attention = exceptions.unitAttention;
+    device.unitAttention = exceptions.unitAttention;
     return {};
 }
 

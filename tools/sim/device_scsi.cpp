@@ -196,8 +196,8 @@ ScsiReply scsiCommand(Device &device, std::span<const uint8_t> cdb, std::span<co
     }
     const Kind kind = kindOfScsi(cdb).own;
     ScsiReply reply;
-    if (device.attention && kind != Kind::inquiry && kind != Kind::requestSense) {
-        device.attention = false;
+    if (device.unitAttention && kind != Kind::inquiry && kind != Kind::requestSense) {
+        device.unitAttention = false;
         reply = checkCondition(6, 0x2A, 0x01); // UNIT ATTENTION: mode parameters changed
     } else if (cdb[0] == kAtaPassThrough16 || cdb[0] == kAtaPassThrough12) {
         reply = passThrough(device, cdb);

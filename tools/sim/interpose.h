@@ -33,12 +33,12 @@ template <class T = int> T failedWith(int error, T value = T(-1))
 // Records a descriptor that was opened by a path. Returns the descriptor. errno is unchanged.
 inline int noteOpened(int descriptor, const Translated &path, bool byProduct)
 {
-    if (descriptor >= 0 && thisThread.inside == 0 && (path.isMachines() || byProduct)) {
+    if (descriptor >= 0 && thisThread.inside == 0 && (path.isInMachine() || byProduct)) {
         const int saved = errno;
         const Inside inside;
         const OwnTime own;
-        opened(descriptor, static_cast<uint8_t>((path.isMachines() ? kOfMachine : 0) | (byProduct ? kOfProduct : 0)),
-               path.isMachines() ? deviceAt(path.c_str()) : nullptr);
+        opened(descriptor, static_cast<uint8_t>((path.isInMachine() ? kOfMachine : 0) | (byProduct ? kOfProduct : 0)),
+               path.isInMachine() ? deviceAt(path.c_str()) : nullptr);
         errno = saved;
     }
     return descriptor;
@@ -47,7 +47,7 @@ inline int noteOpened(int descriptor, const Translated &path, bool byProduct)
 // The error with which opening a path fails because of its device, or 0.
 inline int openErrorOf(const Translated &path)
 {
-    if (!path.isMachines()) {
+    if (!path.isInMachine()) {
         return 0;
     }
     const Inside inside;

@@ -231,35 +231,37 @@ namespace {
 
 void *newBlock(size_t size, bool product)
 {
-    return noted(__libc_malloc(size == 0 ? 1 : size), product && newCounts());
+    return noted(__libc_malloc(size == 0 ? 1 : size), product && countsOperatorNew());
 }
 
 } // namespace
 
 extern "C" void *simNew(size_t size)
 {
-    void *block =
-        newCounts() && SIM_FAILS(allocate, "operator new") ? nullptr : newBlock(size, SIM_IS_PRODUCT("operator new"));
+    void *block = countsOperatorNew() && SIM_FAILS(allocate, "operator new")
+                      ? nullptr
+                      : newBlock(size, SIM_IS_PRODUCT("operator new"));
     return block != nullptr ? block : throw std::bad_alloc();
 }
 
 extern "C" void *simNewArray(size_t size)
 {
-    void *block =
-        newCounts() && SIM_FAILS(allocate, "operator new") ? nullptr : newBlock(size, SIM_IS_PRODUCT("operator new"));
+    void *block = countsOperatorNew() && SIM_FAILS(allocate, "operator new")
+                      ? nullptr
+                      : newBlock(size, SIM_IS_PRODUCT("operator new"));
     return block != nullptr ? block : throw std::bad_alloc();
 }
 
 extern "C" void *simNewQuiet(size_t size, const std::nothrow_t &)
 {
-    return newCounts() && SIM_FAILS(allocate, "operator new") ? nullptr
-                                                              : newBlock(size, SIM_IS_PRODUCT("operator new"));
+    return countsOperatorNew() && SIM_FAILS(allocate, "operator new") ? nullptr
+                                                                      : newBlock(size, SIM_IS_PRODUCT("operator new"));
 }
 
 extern "C" void *simNewArrayQuiet(size_t size, const std::nothrow_t &)
 {
-    return newCounts() && SIM_FAILS(allocate, "operator new") ? nullptr
-                                                              : newBlock(size, SIM_IS_PRODUCT("operator new"));
+    return countsOperatorNew() && SIM_FAILS(allocate, "operator new") ? nullptr
+                                                                      : newBlock(size, SIM_IS_PRODUCT("operator new"));
 }
 
 #endif

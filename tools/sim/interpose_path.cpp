@@ -78,7 +78,7 @@ char *visiblePath(char *text)
 template <class MakeCall> int temporaryThrough(char *path, bool product, MakeCall call)
 {
     const Translated translated(path);
-    if (!translated.isMachines()) {
+    if (!translated.isInMachine()) {
         return noteOpened(call(path), translated, product);
     }
     char copy[Translated::kLongest];

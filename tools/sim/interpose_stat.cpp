@@ -54,7 +54,7 @@ template <class StatCall> int statThrough(const char *path, struct stat *status,
 {
     const Translated translated(path);
     const int result = call(translated.c_str());
-    if (result == 0 && translated.isMachines()) {
+    if (result == 0 && translated.isInMachine()) {
         const Inside inside;
         makeDevice(deviceNumberOf(translated.c_str()), status);
     }
@@ -154,7 +154,7 @@ extern "C" int simStatx(int directory, const char *path, int flags, unsigned mas
     }
     const Translated translated(path);
     const int result = realStatx(directory, translated.c_str(), flags, mask, status);
-    if (result == 0 && translated.isMachines()) {
+    if (result == 0 && translated.isInMachine()) {
         const Inside inside;
         if (const NodeNumber number = deviceNumberOf(translated.c_str()); number.major != 0) {
             status->stx_mode = static_cast<uint16_t>((number.block ? S_IFBLK : S_IFCHR) | 0660);

@@ -52,7 +52,7 @@ template <class OpenCall> FILE *reopenThrough(const char *path, FILE *stream, bo
 }
 
 // As the C library does for a failed read or write, so that ferror() reports it.
-void setError(FILE *stream)
+void setErrorFlag(FILE *stream)
 {
     constexpr int kErrorSeen = 0x20; // _IO_ERR_SEEN of the C library's stream flags
     if (stream != nullptr) {
@@ -116,7 +116,7 @@ extern "C" int simFclose(FILE *stream)
 extern "C" size_t simFread(void *to, size_t size, size_t count, FILE *stream)
 {
     if (SIM_FAILS(read, "fread")) {
-        setError(stream);
+        setErrorFlag(stream);
         return failedWith<size_t>(EIO, 0);
     }
     return realFread(to, size, count, stream);
@@ -125,7 +125,7 @@ extern "C" size_t simFread(void *to, size_t size, size_t count, FILE *stream)
 extern "C" size_t simFreadChk(void *to, size_t room, size_t size, size_t count, FILE *stream)
 {
     if (SIM_FAILS(read, "__fread_chk")) {
-        setError(stream);
+        setErrorFlag(stream);
         return failedWith<size_t>(EIO, 0);
     }
     return realFreadChk(to, room, size, count, stream);
@@ -134,7 +134,7 @@ extern "C" size_t simFreadChk(void *to, size_t room, size_t size, size_t count, 
 extern "C" char *simFgets(char *to, int size, FILE *stream)
 {
     if (SIM_FAILS(read, "fgets")) {
-        setError(stream);
+        setErrorFlag(stream);
         return failedWith<char *>(EIO, nullptr);
     }
     return realFgets(to, size, stream);
@@ -143,7 +143,7 @@ extern "C" char *simFgets(char *to, int size, FILE *stream)
 extern "C" char *simFgetsChk(char *to, size_t room, int size, FILE *stream)
 {
     if (SIM_FAILS(read, "__fgets_chk")) {
-        setError(stream);
+        setErrorFlag(stream);
         return failedWith<char *>(EIO, nullptr);
     }
     return realFgetsChk(to, room, size, stream);
@@ -152,7 +152,7 @@ extern "C" char *simFgetsChk(char *to, size_t room, int size, FILE *stream)
 extern "C" ssize_t simGetline(char **line, size_t *size, FILE *stream)
 {
     if (SIM_FAILS(read, "getline")) {
-        setError(stream);
+        setErrorFlag(stream);
         return failedWith<ssize_t>(EIO);
     }
     return realGetline(line, size, stream);
@@ -161,7 +161,7 @@ extern "C" ssize_t simGetline(char **line, size_t *size, FILE *stream)
 extern "C" ssize_t simGetdelim(char **line, size_t *size, int delimiter, FILE *stream)
 {
     if (SIM_FAILS(read, "getdelim")) {
-        setError(stream);
+        setErrorFlag(stream);
         return failedWith<ssize_t>(EIO);
     }
     return realGetdelim(line, size, delimiter, stream);
@@ -170,7 +170,7 @@ extern "C" ssize_t simGetdelim(char **line, size_t *size, int delimiter, FILE *s
 extern "C" ssize_t simGetdelimInner(char **line, size_t *size, int delimiter, FILE *stream)
 {
     if (SIM_FAILS(read, "__getdelim")) {
-        setError(stream);
+        setErrorFlag(stream);
         return failedWith<ssize_t>(EIO);
     }
     return realGetdelim(line, size, delimiter, stream);
@@ -179,7 +179,7 @@ extern "C" ssize_t simGetdelimInner(char **line, size_t *size, int delimiter, FI
 extern "C" size_t simFwrite(const void *from, size_t size, size_t count, FILE *stream)
 {
     if (SIM_FAILS(write, "fwrite")) {
-        setError(stream);
+        setErrorFlag(stream);
         return failedWith<size_t>(ENOSPC, 0);
     }
     return realFwrite(from, size, count, stream);
@@ -188,7 +188,7 @@ extern "C" size_t simFwrite(const void *from, size_t size, size_t count, FILE *s
 extern "C" int simFflush(FILE *stream)
 {
     if (SIM_FAILS(write, "fflush")) {
-        setError(stream);
+        setErrorFlag(stream);
         return failedWith(ENOSPC);
     }
     return realFflush(stream);

@@ -107,15 +107,15 @@ extern "C" void *simShmat(int id, const void *address, int flags)
 // same.
 extern "C" int simShmdt(const void *address)
 {
-    const bool struck = SIM_FAILS(segment, "shmdt");
+    const bool failed = SIM_FAILS(segment, "shmdt");
     const int result = realShmdt(address);
-    return struck ? failedWith(EINVAL) : result;
+    return failed ? failedWith(EINVAL) : result;
 }
 
 extern "C" int simShmctl(int id, int command, shmid_ds *buffer)
 {
-    const bool struck = SIM_FAILS(segment, "shmctl");
-    if (struck && command != IPC_RMID) {
+    const bool failed = SIM_FAILS(segment, "shmctl");
+    if (failed && command != IPC_RMID) {
         return failedWith(EPERM);
     }
     const int result = realShmctl(id, command, buffer);
@@ -123,7 +123,7 @@ extern "C" int simShmctl(int id, int command, shmid_ds *buffer)
         const std::lock_guard held(segmentsGuard);
         segments().erase(id);
     }
-    return struck ? failedWith(EIDRM) : result;
+    return failed ? failedWith(EIDRM) : result;
 }
 
 extern "C" void *simDlopen(const char *path, int mode)

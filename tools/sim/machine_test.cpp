@@ -445,7 +445,7 @@ TEST(Description, FileOutsideTheMachineIsRefused)
 TEST(Description, NodeThatStaysRealIsRefused)
 {
     for (const char *node : {"null", "shm", "fd"}) {
-        const std::string message = std::string("/dev/") + node + " stays the real one";
+        const std::string message = std::string("/dev/") + node + " stays real";
         expectRefused({std::string(R"({"hosts": [{"devices": [{"node": ")") + node + R"("}]}]})", message});
         expectRefused({std::string(R"({"ide": {"drives": [{"name": ")") + node + R"("}]}})", message});
     }

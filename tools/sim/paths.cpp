@@ -49,10 +49,23 @@ bool isUnderRoot(std::string_view path)
 }
 
 // A quick test by the first letter excludes most paths.
-bool canBeMachines(const char *path)
+bool mayBeInMachine(const char *path)
 {
     return path[0] == '/' &&
            ((path[1] != '\0' && std::strchr("spdeo/.", path[1]) != nullptr) || std::strstr(path, "/../") != nullptr);
+}
+
+// Whether ".." leads above "/", which is "/" again; in the machine's directory it would be the directory above.
+bool risesAboveRoot(std::string_view path)
+{
+    int depth = 0;
+    for (size_t at = 0; at < path.size() && depth >= 0;) {
+        const size_t end = std::min(path.find('/', at), path.size());
+        const std::string_view part = path.substr(at, end - at);
+        depth += part == ".." ? -1 : part.empty() || part == "." ? 0 : 1;
+        at = end + 1;
+    }
+    return depth < 0;
 }
 
 bool hasDots(std::string_view path)
@@ -142,7 +155,7 @@ std::string TreePath::relativeTo(const TreePath &link) const
 Translated::Translated(const char *path) : result_(path)
 {
     const MachineState *machine = currentMachine();
-    if (machine == nullptr || path == nullptr || thisThread.inside != 0 || !canBeMachines(path)) {
+    if (machine == nullptr || path == nullptr || thisThread.inside != 0 || !mayBeInMachine(path)) {
         return;
     }
     const int saved = errno;
@@ -151,14 +164,15 @@ Translated::Translated(const char *path) : result_(path)
     const std::string_view root = machine->root;
     const std::string plain = hasDots(path) ? plainPath(path) : std::string(path);
     // ".." after a symbolic link leads elsewhere than the text suggests, so the path is left for the kernel to resolve.
-    const std::string_view tail = isUnderRoot(path) ? std::string_view(path) : std::string_view(plain);
-    machines_ = isMachinePath(plain);
-    if (machines_ && root.size() + tail.size() < sizeof buffer_) {
+    const bool asGiven = isUnderRoot(path) && !risesAboveRoot(path);
+    const std::string_view tail = asGiven ? std::string_view(path) : std::string_view(plain);
+    inMachine_ = isMachinePath(plain);
+    if (inMachine_ && root.size() + tail.size() < sizeof buffer_) {
         root.copy(buffer_, root.size());
         tail.copy(buffer_ + root.size(), tail.size());
         buffer_[root.size() + tail.size()] = '\0';
         result_ = buffer_;
-    } else if (!machines_ && hasDots(path) && isUnderRoot(path) && plain.size() < sizeof buffer_) {
+    } else if (!inMachine_ && hasDots(path) && isUnderRoot(path) && plain.size() < sizeof buffer_) {
         plain.copy(buffer_,
                    plain.size()); // leads out of the machine through a directory that the real system may not have
         buffer_[plain.size()] = '\0';

@@ -58,11 +58,11 @@ public:
     // machine's, or if the thread works for the simulated machine. errno is unchanged.
     explicit Translated(const char *path);
     const char *c_str() const { return result_; }
-    bool isMachines() const { return machines_; }
+    bool isInMachine() const { return inMachine_; }
 
 private:
     const char *result_;
-    bool machines_ = false;
+    bool inMachine_ = false;
     char buffer_[kLongest];
 };
 

@@ -55,7 +55,7 @@ inline void lockTaken([[maybe_unused]] void *lock)
     __tsan_acquire(lock);
 #endif
 }
-inline void lockGoes([[maybe_unused]] void *lock)
+inline void lockReleased([[maybe_unused]] void *lock)
 {
 #ifdef SIM_THREAD_SANITIZER
     __tsan_release(lock);
