@@ -104,8 +104,8 @@ void Line::formatList(const char *format, va_list arguments)
 {
     va_list again;
     va_copy(again, arguments);
-    const int wanted = std::vsnprintf(end(), room_ - length_, format, arguments);
-    const size_t length = wanted > 0 ? static_cast<size_t>(wanted) : 0;
+    const int needed = std::vsnprintf(end(), room_ - length_, format, arguments);
+    const size_t length = needed > 0 ? static_cast<size_t>(needed) : 0;
     if (length < room_ - length_) {
         length_ += length;
     } else {

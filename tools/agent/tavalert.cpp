@@ -81,7 +81,8 @@ void addIndication(Line &line, const Indication &record)
 
 } // namespace
 
-// Tells programs that show alerts that this library writes them to a file. The agent's library does not have the name.
+// Marks this library for programs that show alerts: it writes them to a file. The agent's library does not have the
+// name.
 extern "C" [[gnu::visibility("default")]] const int TavAlertTakesFile;
 extern "C" const int TavAlertTakesFile = 1;
 
@@ -95,7 +96,7 @@ extern "C" [[gnu::visibility("default")]] int SendIndication(Indication record)
         appendLine("-", line, Rotation::checkedAtEachLine);
     }
     const char *path = std::getenv("TAVALERT_FILE");
-    const bool wanted = path != nullptr && *path != '\0';
-    const int result = wanted ? appendLine(path, line, Rotation::checkedAtEachLine) : 0;
+    const bool hasFile = path != nullptr && *path != '\0';
+    const int result = hasFile ? appendLine(path, line, Rotation::checkedAtEachLine) : 0;
     return result != 0 || line.full() ? 1 : 0;
 }

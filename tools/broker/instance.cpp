@@ -65,8 +65,8 @@ bool fitsClass(Call &call, const InstanceData &held, const char *name, const Dat
         return true;
     }
     const Property *const declared = held.known->find(name);
-    const CMPIType wanted = declared == nullptr ? CMPIType{CMPI_null} : storedType(declared->type);
-    if (wanted == datum.type) {
+    const CMPIType declaredType = declared == nullptr ? CMPIType{CMPI_null} : storedType(declared->type);
+    if (declaredType == datum.type) {
         return true;
     }
     call.core().note(&Accounting::schemaViolations,
@@ -74,12 +74,12 @@ bool fitsClass(Call &call, const InstanceData &held, const char *name, const Dat
     if (declared == nullptr) {
         return true;
     }
-    if (wanted == CMPI_string) {
+    if (declaredType == CMPI_string) {
         call.fail(CMPI_RC_ERR_TYPE_MISMATCH);
     }
     // A number of one type may replace one of another. A text instead of a number is neither rejected nor stored; the
     // real broker crashes.
-    return wanted != CMPI_string && datum.type != CMPI_string;
+    return declaredType != CMPI_string && datum.type != CMPI_string;
 }
 
 void store(InstanceData &held, std::string_view name, Datum datum)

@@ -82,11 +82,11 @@ struct Search {
 
 bool holds(const dl_phdr_info &object, const void *address)
 {
-    const auto wanted = reinterpret_cast<uintptr_t>(address);
+    const auto place = reinterpret_cast<uintptr_t>(address);
     for (size_t i = 0; i < object.dlpi_phnum; ++i) {
         const ElfW(Phdr) &segment = object.dlpi_phdr[i];
         const uintptr_t begin = object.dlpi_addr + segment.p_vaddr;
-        if (segment.p_type == PT_LOAD && wanted >= begin && wanted < begin + segment.p_memsz) {
+        if (segment.p_type == PT_LOAD && place >= begin && place < begin + segment.p_memsz) {
             return true;
         }
     }
@@ -98,8 +98,8 @@ int visitObject(dl_phdr_info *object, size_t, void *context)
     auto &search = *static_cast<Search *>(context);
     const std::string_view path = object->dlpi_name != nullptr ? object->dlpi_name : "";
     const std::string_view name = path.empty() ? std::string_view(search.program) : baseName(path);
-    const std::string &wanted = chosenObject();
-    if (wanted.empty() ? isRuntime(name) || holds(*object, &made) : name != wanted) {
+    const std::string &chosen = chosenObject();
+    if (chosen.empty() ? isRuntime(name) || holds(*object, &made) : name != chosen) {
         return 0;
     }
     for (size_t i = 0; i < object->dlpi_phnum; ++i) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Tells calls of the product, which are counted and can be made to fail, from calls of other code.
+// Distinguishes calls of the product, which are counted and can be made to fail, from calls of other code.
 #pragma once
 
 #include "sim/api.h"

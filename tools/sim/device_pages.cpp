@@ -114,11 +114,11 @@ ScsiReply modeSense(const Device &device, std::span<const uint8_t> cdb, bool ten
     return reply;
 }
 
-bool mayBecome(const Device &device, const ExceptionsSettings &wanted)
+bool isAllowed(const Device &device, const ExceptionsSettings &requested)
 {
     const ExceptionsDescription &is = device.is.exceptions;
-    return (is.changeableDexcpt || wanted.dexcpt == device.exceptions.dexcpt) &&
-           (is.changeableMrie || wanted.mrie == device.exceptions.mrie);
+    return (is.changeableDexcpt || requested.dexcpt == device.exceptions.dexcpt) &&
+           (is.changeableMrie || requested.mrie == device.exceptions.mrie);
 }
 
 ScsiReply modeSelect(Device &device, std::span<const uint8_t> cdb, std::span<const uint8_t> list, bool tenByte)
@@ -143,12 +143,12 @@ ScsiReply modeSelect(Device &device, std::span<const uint8_t> cdb, std::span<con
     if ((list[at] & 0x3F) != kExceptionsPage || list[at + 1] != 0x0A) {
         return checkCondition(kIllegalRequest, kInvalidListField);
     }
-    const ExceptionsSettings wanted{(list[at + 2] & kDexcpt) != 0, static_cast<uint8_t>(list[at + 3] & kMrie),
-                                    static_cast<uint8_t>(list[at + 2] & kFlags)};
-    if (!mayBecome(device, wanted)) {
+    const ExceptionsSettings requested{(list[at + 2] & kDexcpt) != 0, static_cast<uint8_t>(list[at + 3] & kMrie),
+                                       static_cast<uint8_t>(list[at + 2] & kFlags)};
+    if (!isAllowed(device, requested)) {
         return checkCondition(kIllegalRequest, kInvalidListField);
     }
-    device.exceptions = wanted;
+    device.exceptions = requested;
     if (exceptions.fixedMrie >= 0) {
         device.exceptions.mrie = static_cast<uint8_t>(exceptions.fixedMrie);
     }

@@ -80,7 +80,7 @@ ScsiReply inquiry(const Device &device, std::span<const uint8_t> cdb)
 
 struct PassThrough {
     AtaRegisters registers;
-    bool wantsRegisters; // CK_COND
+    bool returnsRegisters; // CK_COND
     bool transfersIn;
 };
 
@@ -88,7 +88,7 @@ PassThrough decodePassThrough(std::span<const uint8_t> cdb)
 {
     const bool longForm = cdb[0] == kAtaPassThrough16;
     PassThrough result{};
-    result.wantsRegisters = (cdb[2] & 0x20) != 0;
+    result.returnsRegisters = (cdb[2] & 0x20) != 0;
     result.transfersIn = (cdb[2] & 0x03) != 0 && (cdb[2] & 0x08) != 0;
     result.registers = longForm ? AtaRegisters{cdb[4], cdb[6], cdb[8], cdb[10], cdb[12], cdb[13], cdb[14]}
                                 : AtaRegisters{cdb[3], cdb[4], cdb[5], cdb[6], cdb[7], cdb[8], cdb[9]};
@@ -119,16 +119,16 @@ ScsiReply passThrough(Device &device, std::span<const uint8_t> cdb)
     if (!device.is.ata || device.is.isIde()) {
         return checkCondition(kIllegalRequest, kInvalidOpcode);
     }
-    const PassThrough wanted = decodePassThrough(cdb);
-    const AtaReply ata = ataCommand(device, wanted.registers);
+    const PassThrough request = decodePassThrough(cdb);
+    const AtaReply ata = ataCommand(device, request.registers);
     ScsiReply reply;
     reply.wholeTransfer = true;
-    if (wanted.transfersIn) {
+    if (request.transfersIn) {
         reply.data = ata.data;
     }
-    if (ata.failed() || wanted.wantsRegisters) {
+    if (ata.failed() || request.returnsRegisters) {
         reply.status = 2;
-        reply.sense = senseOfRegisters(ata, wanted.transfersIn);
+        reply.sense = senseOfRegisters(ata, request.transfersIn);
     }
     return reply;
 }

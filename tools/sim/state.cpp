@@ -56,17 +56,17 @@ void addNodes(std::map<std::string, Device *> &nodes, const DeviceDescription &d
 std::vector<Device *> admitDevices(MachineState &machine, const Description &description)
 {
     std::vector<Device *> admitted;
-    for (const DeviceDescription &wanted : allDevices(description)) {
+    for (const DeviceDescription &described : allDevices(description)) {
         const auto old = std::find_if(machine.present.begin(), machine.present.end(),
-                                      [&](const Device *device) { return isSameDevice(device->is, wanted); });
+                                      [&](const Device *device) { return isSameDevice(device->is, described); });
         if (old != machine.present.end()) {
             admitted.push_back(*old);
         } else {
             machine.devices.push_back(std::make_unique<Device>());
             admitted.push_back(machine.devices.back().get());
-            describe(*admitted.back(), wanted, description);
+            describe(*admitted.back(), described, description);
         }
-        addNodes(machine.nodes, wanted, admitted.back());
+        addNodes(machine.nodes, described, admitted.back());
     }
     return admitted;
 }

@@ -10,8 +10,8 @@
 namespace {
 
 std::atomic<const CMPIBroker *> brokerHandle; // factories run while other requests read it
-FakeProvider nobody;
-std::atomic<FakeProvider *> fake{&nobody};
+FakeProvider unused;
+std::atomic<FakeProvider *> fake{&unused};
 
 const CMPIBroker *theBroker()
 {
@@ -193,7 +193,7 @@ CMPI_EXPORT CMPIMethodMI *FakeProvider_Create_MethodMI(const CMPIBroker *, const
 
 void useFakeProvider(FakeProvider *given)
 {
-    fake = given == nullptr ? &nobody : given;
+    fake = given == nullptr ? &unused : given;
 }
 
 CMPIInstanceMI *FakeProvider_Create_InstanceMI(const CMPIBroker *broker, const CMPIContext *, CMPIStatus *rc)
