@@ -217,11 +217,11 @@ void rebuild(MachineState &machine, Description description)
 
 // ---- sim.h ----
 
-Machine::Machine(const std::string &json)
+Machine::Machine(const std::string &json, const std::string &stateDirectory)
 {
     const Inside inside;
     Description description = parseDescription(json);
-    auto fresh = std::make_unique<MachineState>();
+    auto fresh = std::make_unique<MachineState>(stateDirectory);
     try {
         rebuild(*fresh, std::move(description));
     } catch (...) {

@@ -27,7 +27,8 @@ class Machine {
 public:
     // Lays a machine out from its description (docs/SIMULATOR.md) in a fresh temporary directory.
     // Throws std::runtime_error naming what is wrong with a description.
-    explicit Machine(const std::string &json);
+    // With a state directory, the agent's data and work are kept there: they outlive the machine.
+    explicit Machine(const std::string &json, const std::string &stateDirectory = "");
     static std::string readFile(const std::string &path); // text of a description, for the constructor
     ~Machine();                                           // the real machine is seen again; the directory is removed
     Machine(const Machine &) = delete;
@@ -56,6 +57,17 @@ public:
     // Descriptors and streams that are open on paths of the machine.
     int openDescriptors() const;
 };
+
+// A path to which another one leads, with everything below it and beside it under the same name and an extension: from
+// "/a/b" also "/a/b/c" and "/a/b.tmp".
+struct Redirection {
+    std::string from; // absolute, as the product spells it
+    std::string to;
+};
+
+// Replaces the redirections of the process, which apply on the real and on a simulated machine alike; none at first.
+// To be called while the process has one thread.
+void redirect(std::vector<Redirection> redirections);
 
 // Kinds of call that can be made to fail, counted only when the caller is the product.
 enum class Call {

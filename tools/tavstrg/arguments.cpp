@@ -2,10 +2,15 @@
 #include "tavstrg/arguments.h"
 
 #include "tavstrg/catalogue.h"
+#include "tavstrg/nearest.h"
+#include "tavstrg/words.h"
 
 #include <CLI/CLI.hpp>
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstdlib>
 #include <sstream>
 #include <stdexcept>
 
@@ -38,9 +43,24 @@ constexpr const char *kFooter = "\nExamples:\n"
 constexpr const char *kClassFooter =
     "\nA CLASS may be given short and in any case: HardDisk for TAV_StorageHardDisk.\n";
 
+// A misuse with the command that tells what is right: the help of the command that was given, unless it is another.
 struct UsageError : std::runtime_error {
-    using std::runtime_error::runtime_error;
+    explicit UsageError(const std::string &text, std::string see = "")
+        : std::runtime_error(text), hint(std::move(see))
+    {
+    }
+    std::string hint;
 };
+
+std::string inQuotes(std::string_view text)
+{
+    return '"' + printable(text) + '"';
+}
+
+std::string meant(const std::string &name)
+{
+    return name.empty() ? "" : "; did you mean " + name + "?";
+}
 
 // What CLI11 fills in, before names are looked up.
 struct RawArguments {
@@ -74,6 +94,8 @@ void describeGlobals(CLI::App &app, RawArguments &raw)
     app.set_version_flag("--version", std::string("tavstrg ") + TAV_VERSION, "Print the version and exit");
     app.add_flag("--json", arguments.json, "Print JSON instead of text, for programs");
     app.add_option("--machine", arguments.machine, "Ask the simulated machine that FILE describes")->type_name("FILE");
+    app.add_option("--state", arguments.state, "With --machine: its agent keeps its state in DIR")->type_name("DIR");
+    app.add_flag("--trace", arguments.trace, "Print what the provider traces on standard error");
     app.add_option("--provider", arguments.provider, "Shared object of the provider (see below)")->type_name("FILE");
     app.add_flag("--service-mode", arguments.serviceMode, "Agent counts as in service mode (see below)");
     app.add_option("--color", raw.colour, "When to colour what show and watch print")
@@ -200,9 +222,28 @@ void splitAssignments(const std::vector<std::string> &assignments, Arguments &ar
     for (const std::string &assignment : assignments) {
         const size_t equals = assignment.find('=');
         if (equals == std::string::npos || equals == 0) {
-            throw UsageError("call: \"" + assignment + "\" is not NAME=VALUE");
+            throw UsageError("call: " + inQuotes(assignment) + " is not NAME=VALUE");
         }
         arguments.methodArguments.push_back({assignment.substr(0, equals), assignment.substr(equals + 1)});
+    }
+}
+
+std::string rangeWords(const NumberRange &range)
+{
+    return "a number from " + std::to_string(range.least) + " to " + std::to_string(range.most);
+}
+
+// Name in its right spelling, value within its range.
+void checkArgument(const std::string &target, const MethodEntry &method, MethodArgument &given)
+{
+    const auto known = std::find_if(method.arguments.begin(), method.arguments.end(),
+                                    [&given](const std::string &name) { return sameIgnoringCase(name, given.name); });
+    if (known == method.arguments.end()) {
+        throw UsageError(target + " has no argument " + inQuotes(given.name) + meant(nearest(given.name, method.arguments)));
+    }
+    given.name = *known;
+    if (const NumberRange range = rangeOf(given.name); !isWithin(range, given.value)) {
+        throw UsageError("call: " + given.name + " must be " + rangeWords(range) + ", not " + inQuotes(given.value));
     }
 }
 
@@ -210,17 +251,25 @@ void rightMethodSpelling(const ClassEntry &entry, Arguments &arguments)
 {
     const MethodEntry *method = findMethod(entry, arguments.method);
     if (method == nullptr) {
-        throw UsageError(entry.name + " has no method \"" + arguments.method + "\" (see tavstrg classes)");
+        std::vector<std::string> names;
+        for (const MethodEntry &one : entry.methods) {
+            names.push_back(one.name);
+        }
+        throw UsageError(entry.name + " has no method " + inQuotes(arguments.method) +
+                             meant(nearest(arguments.method, names)),
+                         "classes");
     }
     arguments.method = method->name;
+    const std::string target = entry.name + "." + method->name;
     for (MethodArgument &given : arguments.methodArguments) {
-        const auto known =
-            std::find_if(method->arguments.begin(), method->arguments.end(),
-                         [&given](const std::string &name) { return sameIgnoringCase(name, given.name); });
-        if (known == method->arguments.end()) {
-            throw UsageError(entry.name + "." + method->name + " has no argument \"" + given.name + "\"");
+        checkArgument(target, *method, given);
+    }
+    for (const std::string &name : method->arguments) {
+        const auto times = std::count_if(arguments.methodArguments.begin(), arguments.methodArguments.end(),
+                                         [&name](const MethodArgument &given) { return given.name == name; });
+        if (times != 1) {
+            throw UsageError("call: " + target + " needs " + name + "=VALUE once, " + rangeWords(rangeOf(name)));
         }
-        given.name = *known;
     }
 }
 
@@ -229,7 +278,13 @@ void rightSpelling(Arguments &arguments)
 {
     const ClassEntry *entry = findClass(arguments.className);
     if (entry == nullptr) {
-        throw UsageError("unknown class \"" + arguments.className + "\" (see tavstrg classes, or send it with --raw)");
+        std::vector<std::string> names;
+        for (const ClassEntry &one : catalogue()) {
+            names.push_back(one.shortName());
+            names.push_back(one.name);
+        }
+        throw UsageError("unknown class " + inQuotes(arguments.className) + meant(nearest(arguments.className, names)),
+                         "classes");
     }
     arguments.className = entry->name;
     if (arguments.command == Command::call) {
@@ -241,6 +296,56 @@ void rightSpelling(Arguments &arguments)
     }
 }
 
+// An empty name is most likely a variable of a script that is not set.
+void refuseEmptyNames(const CLI::App &app)
+{
+    for (const CLI::Option *option : app.get_options()) {
+        const bool empty = option->count() > 0 && option->get_items_expected_max() > 0 &&
+                           std::any_of(option->results().begin(), option->results().end(),
+                                       [](const std::string &value) { return value.empty(); });
+        if (empty && !option->get_lnames().empty()) {
+            throw UsageError("--" + option->get_lnames().front() + " must not be empty");
+        }
+    }
+}
+
+void checkTogether(const CLI::App &app, const Arguments &arguments)
+{
+    refuseEmptyNames(app);
+    for (const CLI::App *command : app.get_subcommands()) {
+        refuseEmptyNames(*command);
+    }
+    if (!arguments.root.empty() && !arguments.machine.empty()) {
+        throw UsageError("check: --root and --machine exclude each other");
+    }
+    if (!arguments.state.empty() && arguments.machine.empty()) {
+        throw UsageError("--state needs --machine");
+    }
+}
+
+// The command that was given but is none; empty if there is none on the line.
+std::string unknownCommand(const CLI::App &app)
+{
+    if (!app.get_subcommands().empty()) {
+        return "";
+    }
+    for (const std::string &word : app.remaining(true)) {
+        if (!word.starts_with('-')) {
+            return word;
+        }
+    }
+    return "";
+}
+
+std::vector<std::string> commandNames(const CLI::App &app)
+{
+    std::vector<std::string> names;
+    for (const CLI::App *command : app.get_subcommands([](const CLI::App *) { return true; })) {
+        names.push_back(command->get_name());
+    }
+    return names;
+}
+
 // Usage messages are one line, whatever CLI11 says in several.
 std::string oneLine(std::string text)
 {
@@ -249,6 +354,14 @@ std::string oneLine(std::string text)
     }
     std::replace(text.begin(), text.end(), '\n', ' ');
     return text;
+}
+
+// With the help that applies: that of the command, unless "see" names another command.
+Parsed wrongUsage(const CLI::App &app, const std::string &text, const std::string &see = "")
+{
+    const auto given = app.get_subcommands();
+    const std::string help = !see.empty() ? see : given.empty() ? "--help" : given.front()->get_name() + " --help";
+    return {std::nullopt, kWrongUsage, oneLine(text) + " (see tavstrg " + help + ")"};
 }
 
 } // namespace
@@ -296,9 +409,7 @@ Parsed parseArguments(int argc, const char *const *argv)
         }
         splitAssignments(raw.assignments, arguments);
         arguments.colour = colourOf(raw.colour);
-        if (!arguments.root.empty() && !arguments.machine.empty()) {
-            throw UsageError("check: --root and --machine exclude each other");
-        }
+        checkTogether(app, arguments);
         const bool named = arguments.command == Command::enumerate || arguments.command == Command::get ||
                            arguments.command == Command::call;
         if (named && !arguments.raw) {
@@ -310,10 +421,27 @@ Parsed parseArguments(int argc, const char *const *argv)
         app.exit(request, out, out);
         return {std::nullopt, kDone, out.str()};
     } catch (const CLI::ParseError &error) {
-        return {std::nullopt, kWrongUsage, oneLine(error.what())};
+        if (const std::string command = unknownCommand(app); !command.empty()) {
+            return wrongUsage(app, "unknown command " + inQuotes(command) + meant(nearest(command, commandNames(app))));
+        }
+        return wrongUsage(app, printable(error.what()));
     } catch (const UsageError &error) {
-        return {std::nullopt, kWrongUsage, error.what()};
+        return wrongUsage(app, error.what(), error.hint);
     }
+}
+
+bool takeEnvironment(Arguments &arguments)
+{
+    const char *machine = secure_getenv("TAVSIM_MACHINE");
+    const bool asks = arguments.command != Command::classes && arguments.command != Command::dumpState;
+    if (!asks || machine == nullptr || *machine == '\0' || geteuid() == 0 || !arguments.machine.empty() ||
+        !arguments.root.empty()) {
+        return false;
+    }
+    const char *state = secure_getenv("TAVSIM_STATE");
+    arguments.machine = machine;
+    arguments.state = state == nullptr ? "" : state;
+    return true;
 }
 
 } // namespace tool

@@ -2,7 +2,6 @@
 #include "tavstrg/check.h"
 
 #include "tavstrg/failure.h"
-#include "tavstrg/session.h"
 #include "tavstrg/wrap.h"
 
 #include "collect/base/text_file.h"
@@ -10,7 +9,6 @@
 #include "collect/inf/noscsi_inf.h"
 #include "collect/inf/storage_inf.h"
 #include "endurance/endurance_parse.h"
-#include "sim/sim.h"
 
 #include <cerrno>
 #include <cstring>
@@ -118,8 +116,6 @@ std::vector<CheckedFile> checkFiles(const std::string &root)
 
 Outcome check(const Arguments &arguments, const TextStyle &style)
 {
-    const SignalsWait signals; // nothing of a simulated machine is left behind
-    const std::unique_ptr<sim::Machine> machine = makeMachine({"", arguments.machine});
     const std::vector<CheckedFile> files = checkFiles(arguments.root);
     const std::string problems = checkedProblems(files);
     return {problems.empty() ? kDone : kFailed,

@@ -5,6 +5,7 @@
 #include "tavstrg/commands.h"
 #include "tavstrg/json.h"
 #include "tavstrg/terminal.h"
+#include "tavstrg/words.h"
 #include "tavstrg/wrap.h"
 
 #include <fcntl.h>
@@ -19,6 +20,9 @@
 #include <exception>
 #include <sstream>
 #include <string>
+
+// The simulator's library makes no machine of its own for this program: takeEnvironment() decides.
+extern "C" [[gnu::visibility("default")]] const bool tavsimLeavesEnvironment = true;
 
 namespace {
 
@@ -91,15 +95,30 @@ int runCommand(const tool::Arguments &arguments)
     }
 }
 
+// A machine that the command line does not name must not be taken for this machine.
+void tellSimulated(const tool::Arguments &arguments)
+{
+    const std::string note =
+        "this is the simulated machine " + tool::printable(arguments.machine) + ", which TAVSIM_MACHINE names";
+    if (arguments.json) {
+        std::fputs(tool::noteJson(tool::commandName(arguments.command), note).c_str(), stderr);
+    } else {
+        complain(note, tool::kDone);
+    }
+}
+
 int runTool(int argc, const char *const *argv)
 {
     const tool::Parsed parsed = tool::parseArguments(argc, argv);
     if (parsed.arguments) {
-        return runCommand(*parsed.arguments);
+        tool::Arguments arguments = *parsed.arguments;
+        if (tool::takeEnvironment(arguments)) {
+            tellSimulated(arguments);
+        }
+        return runCommand(arguments);
     }
-    if (parsed.status != tool::kDone) // whatever the output was to be: usage is a person's affair
-    {
-        return complain(parsed.text + " (see tavstrg --help)", parsed.status);
+    if (parsed.status != tool::kDone) { // text also with --json: the call itself is to be corrected
+        return complain(parsed.text, parsed.status);
     }
     const std::string error = print(parsed.text);
     return error.empty() ? tool::kDone : complain(error, tool::kFailed);
