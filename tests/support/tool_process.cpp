@@ -255,22 +255,26 @@ const std::time_t begun = std::time(nullptr);
 
 } // namespace
 
-int segmentsOf(pid_t creator)
+int segmentsOf(pid_t process)
 {
+    constexpr pid_t kYounger = 64; // the tool starts the process that asks at once, so its identifier is soon taken
     std::ifstream table("/proc/sysvipc/shm");
     std::string line;
     std::getline(table, line); // key shmid perms size cpid lpid nattch uid gid cuid cgid atime dtime ctime ...
     int count = 0;
     while (std::getline(table, line)) {
         std::istringstream fields(line);
-        long key = 0, id = 0, permissions = 0, size = 0, madeBy = 0, other = 0;
+        long key = 0, id = 0, permissions = 0, size = 0, other = 0;
+        pid_t madeBy = 0;
         fields >> key >> id >> permissions >> size >> madeBy;
         for (int i = 0; i < 8; ++i) {
             fields >> other;
         }
         std::time_t made = 0;
         fields >> made;
-        count += madeBy == creator && made >= begun ? 1 : 0;
+        const bool its =
+            madeBy == process || (madeBy > process && madeBy <= process + kYounger && kill(madeBy, 0) != 0);
+        count += its && made >= begun ? 1 : 0;
     }
     return count;
 }

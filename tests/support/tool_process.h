@@ -63,7 +63,7 @@ private:
 Finished runOnTerminal(const std::vector<std::string> &words, const std::vector<std::string> &environment,
                        unsigned short columns);
 
-// System V segments that a process made and that are still there.
-int segmentsOf(pid_t creator);
+// System V segments that a process, or one that it started and that has ended, made and that are still there.
+int segmentsOf(pid_t process);
 
 } // namespace tool::testing_support

@@ -45,8 +45,7 @@ constexpr const char *kClassFooter =
 
 // A misuse with the command that tells what is right: the help of the command that was given, unless it is another.
 struct UsageError : std::runtime_error {
-    explicit UsageError(const std::string &text, std::string see = "")
-        : std::runtime_error(text), hint(std::move(see))
+    explicit UsageError(const std::string &text, std::string see = "") : std::runtime_error(text), hint(std::move(see))
     {
     }
     std::string hint;
@@ -239,7 +238,8 @@ void checkArgument(const std::string &target, const MethodEntry &method, MethodA
     const auto known = std::find_if(method.arguments.begin(), method.arguments.end(),
                                     [&given](const std::string &name) { return sameIgnoringCase(name, given.name); });
     if (known == method.arguments.end()) {
-        throw UsageError(target + " has no argument " + inQuotes(given.name) + meant(nearest(given.name, method.arguments)));
+        throw UsageError(target + " has no argument " + inQuotes(given.name) +
+                         meant(nearest(given.name, method.arguments)));
     }
     given.name = *known;
     if (const NumberRange range = rangeOf(given.name); !isWithin(range, given.value)) {

@@ -46,8 +46,8 @@ struct Arguments {
 };
 
 // Either arguments, or what to print and the status to exit with: help and version (kDone, for standard output), or
-// what is wrong (kWrongUsage, one line without the program's name and with a hint to the help that applies, for standard
-// error).
+// what is wrong (kWrongUsage, one line without the program's name and with a hint to the help that applies, for
+// standard error).
 struct Parsed {
     std::optional<Arguments> arguments;
     int status = kDone;

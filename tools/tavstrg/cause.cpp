@@ -96,7 +96,8 @@ std::string wordsFor(const Disk &disk)
 std::string identityCause(const Lines &trace, size_t at, const std::string &)
 {
     const Disk disk = diskAt(trace, at);
-    return wordsFor(disk) + " does not answer HDIO_GET_IDENTITY, as a managed disk must: it is no ATA disk, or it is dead; " +
+    return wordsFor(disk) +
+           " does not answer HDIO_GET_IDENTITY, as a managed disk must: it is no ATA disk, or it is dead; " +
            diskRemedy(disk.vendor, disk.model);
 }
 
@@ -109,8 +110,7 @@ std::string openCause(const Lines &trace, size_t at, const std::string &)
 
 std::string releaseCause(const Lines &, size_t, const std::string &release)
 {
-    return "the kernel release " + printable(release) + " is refused: it must be numbers with dots, then at most \"-\" and more; " +
-           releaseRemedy();
+    return "the kernel release " + printable(release) + " is refused; " + releaseRemedy();
 }
 
 std::string errnoWords(const std::string &text, std::string_view key)
@@ -128,7 +128,8 @@ std::string keyFileCause(const Lines &trace, size_t at, const std::string &)
 std::string segmentCause(const Lines &trace, size_t at, const std::string &)
 {
     return "no shared-memory segment can be made: " + errnoWords(trace[at].text, "errno=") +
-           "; see ipcs -m for segments that are not used any more, and the kernel's limits kernel.shmmni and kernel.shmall";
+           "; see ipcs -m for segments that are not used any more, and the kernel's limits kernel.shmmni and "
+           "kernel.shmall";
 }
 
 std::string saveCause(const Lines &trace, size_t at, const std::string &)
@@ -215,7 +216,7 @@ std::string diskRemedy(const std::string &vendor, const std::string &model)
 
 std::string releaseRemedy()
 {
-    return "boot a kernel with such a release";
+    return "boot a kernel whose release is numbers and dots, then at most \"-\" and more, such as 6.1.0-18-amd64";
 }
 
 } // namespace tool

@@ -116,10 +116,15 @@ std::vector<CheckedFile> checkFiles(const std::string &root)
 
 Outcome check(const Arguments &arguments, const TextStyle &style)
 {
-    const std::vector<CheckedFile> files = checkFiles(arguments.root);
-    const std::string problems = checkedProblems(files);
+    std::vector<CheckedFile> files = checkFiles(arguments.root);
+    std::vector<MachineFinding> machine;
+    if (arguments.root.empty()) { // else the files are for other machines
+        compareDrivers(adapterDrivers(), files.front().lines);
+        machine = checkMachine(!arguments.machine.empty());
+    }
+    const std::string problems = checkedProblems(files, machine);
     return {problems.empty() ? kDone : kFailed,
-            arguments.json ? checkedJson(files) : fitted(checkedText(files), style.width), problems};
+            arguments.json ? checkedJson(files, machine) : fitted(checkedText(files, machine), style.width), problems};
 }
 
 } // namespace tool

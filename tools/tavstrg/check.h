@@ -5,6 +5,7 @@
 #include "tavstrg/check_lines.h"
 #include "tavstrg/commands.h"
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -22,11 +23,27 @@ struct CheckedFile {
 // DIR itself. Throws Failure when DIR is no directory.
 std::vector<CheckedFile> checkFiles(const std::string &root);
 
+// What holds for the machine as a whole.
+struct MachineFinding {
+    bool problem = false; // else a note
+    std::string text;     // printable
+};
+
+// What makes collections fail on the machine that the process sees: its kernel release, the agent's directories, and
+// managed disks that do not answer. Asks disks for their identity, with the provider's own functions.
+std::vector<MachineFinding> checkMachine(bool simulated);
+
+// The drivers of the machine's SCSI host adapters.
+std::set<std::string> adapterDrivers();
+// Adds a note behind each driver of storage.inf that no adapter has, and one at the end if no adapter is managed.
+void compareDrivers(const std::set<std::string> &adapters, std::vector<CheckedLine> &lines);
+
 // "FILE:LINE: ..." for each accepted line and each note, and a summary for each file.
-std::string checkedText(const std::vector<CheckedFile> &files);
-std::string checkedJson(const std::vector<CheckedFile> &files);
-// "FILE:LINE: why" for each line that is skipped and each file that cannot be read, one a line; "" without any.
-std::string checkedProblems(const std::vector<CheckedFile> &files);
+std::string checkedText(const std::vector<CheckedFile> &files, const std::vector<MachineFinding> &machine = {});
+std::string checkedJson(const std::vector<CheckedFile> &files, const std::vector<MachineFinding> &machine = {});
+// "FILE:LINE: why" for each line that is skipped and each file that cannot be read, and the problems of the machine,
+// one a line; "" without any.
+std::string checkedProblems(const std::vector<CheckedFile> &files, const std::vector<MachineFinding> &machine = {});
 
 // Status kFailed when there are problems. Throws Failure.
 Outcome check(const Arguments &arguments, const TextStyle &style);

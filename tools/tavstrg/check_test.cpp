@@ -88,6 +88,21 @@ const CheckCase kCases[] = {
      {"2 skipped: repeats a section header", "3 skipped: the driver name has more than 64 characters",
       "4 skipped: longer than 256 characters", "5 accepted: driver \"" + std::string(64, 'n') + "\"",
       "7 skipped: repeats a section header"}},
+    {"StorageNeverManagedDrivers",
+     checkStorage,
+     "usb-storage\nscsi_debug\nahci\n",
+     {"1 skipped: driver \"usb-storage\" is never managed, like all whose names begin with scsi, iscsi, sg, usb, ovfx2 "
+      "or hub",
+      "2 skipped: driver \"scsi_debug\" is never managed, like all whose names begin with scsi, iscsi, sg, usb, ovfx2 "
+      "or "
+      "hub",
+      "3 accepted: driver \"ahci\""}},
+    {"StorageDriverInBothSections",
+     checkStorage,
+     "[Management Port]\nahci\n[Diagnostic Port]\nahci\nisci\n",
+     {"2 accepted: driver \"ahci\"", "4 accepted: driver \"ahci\" ([Diagnostic Port]: no effect)",
+      "4 note: managed all the same: it is also under [Management Port], and [Diagnostic Port] has no effect",
+      "5 accepted: driver \"isci\" ([Diagnostic Port]: not managed)"}},
     {"StorageNeedsBothHeaders", checkStorage, "[Management Port]\nahci\n", {kBothOrNeither}},
     {"StorageEndsAtNul",
      checkStorage,
@@ -345,6 +360,80 @@ TEST_F(CheckFiles, WrongUsageIsStatus2AndABadRootStatus1)
     const Finished finished = run({"check", "--root", (directory_ / "none").string()});
     EXPECT_EQ(finished.status, 1);
     EXPECT_EQ(finished.err, "tavstrg: " + (directory_ / "none").string() + ": No such file or directory\n");
+}
+
+TEST(CompareDrivers, NotesDriversThatNoAdapterHas)
+{
+    std::vector<CheckedLine> lines = checkStorage("achi\nmptsas\n");
+    compareDrivers({"ahci", "mptsas"}, lines);
+    EXPECT_EQ(told(lines),
+              (Told{"1 accepted: driver \"achi\"",
+                    "1 note: no adapter of this machine has this driver; its drivers are ahci, mptsas; did "
+                    "you mean ahci?",
+                    "2 accepted: driver \"mptsas\""}));
+    lines = checkStorage("achi\n");
+    compareDrivers({"ahci"}, lines);
+    EXPECT_EQ(told(lines).back(),
+              "0 note: no adapter of this machine is managed, so its inventory has no SCSI device; its "
+              "drivers are ahci");
+    lines = checkStorage("ahci\n");
+    compareDrivers({}, lines);
+    EXPECT_EQ(told(lines), (Told{"1 accepted: driver \"ahci\"", "0 note: this machine has no SCSI host adapter"}));
+}
+
+std::vector<std::string> findingsOf(const std::string &machine)
+{
+    const sim::Machine simulated(machine);
+    std::vector<std::string> texts;
+    for (const MachineFinding &finding : checkMachine(true)) {
+        texts.push_back((finding.problem ? "problem: " : "note: ") + finding.text);
+    }
+    return texts;
+}
+
+TEST(CheckMachine, FindsWhatWouldFailEveryCollection)
+{
+    EXPECT_THAT(findingsOf(R"({"hosts": [{"driver": "ahci", "devices": [{"ata": true}]}],
+                               "files": {"storage.inf": "ahci\n"}})"),
+                testing::IsEmpty());
+    EXPECT_THAT(findingsOf(R"({"kernel": "6.12.117+deb12-amd64"})"),
+                ElementsAre(testing::StartsWith("problem: kernel release 6.12.117+deb12-amd64: refused, so every "
+                                                "collection fails; boot a kernel whose release is")));
+    EXPECT_THAT(findingsOf(R"({"kernel": "1.0.0", "hosts": [{"driver": "ahci"}]})"), testing::IsEmpty());
+    const char *disks = R"({"hosts": [{"number": 2, "driver": "mpt3sas", "devices": [
+        {"id": 0, "vendor": "ACME", "model": "SAS 1"}, {"id": 1, "vendor": "ACME", "model": "LEFT OUT"},
+        {"id": 2, "ata": true, "openError": "ENXIO"}]}, {"number": 3, "driver": "other", "devices": [{"id": 0}]}],
+        "files": {"storage.inf": "mpt3sas\n", "noscsi.inf": "Vendor: ACME Model: LEFT\n"}})";
+    EXPECT_THAT(
+        findingsOf(disks),
+        ElementsAre("problem: disk 2:0:0:0 (ACME SAS 1), /dev/sda: does not answer HDIO_GET_IDENTITY, so every "
+                    "collection fails; leave it out with the line \"Vendor: ACME Model: SAS 1\" in noscsi.inf, or "
+                    "its driver out of storage.inf",
+                    testing::StartsWith("problem: disk 2:0:2:0 (ATA")));
+}
+
+TEST(CheckMachine, FindsMissingDirectories)
+{
+    sim::Machine machine("{}");
+    machine.remove("/opt/qlm/tavkit_sa/work");
+    ASSERT_EQ(checkMachine(true).size(), 1U);
+    EXPECT_EQ(checkMachine(true)[0].text, "/opt/qlm/tavkit_sa/work: absent; no segment is made, so the provider fails");
+    machine.remove("/opt/qlm/tavkit_sa");
+    EXPECT_THAT(checkMachine(true)[0].text, HasSubstr("the agent is not installed"));
+}
+
+TEST_F(CheckFiles, TheToolReportsTheMachineOutsideOfRootOnly)
+{
+    const std::string machine = write(
+        "machine.json", R"({"kernel": "6.9.7_1", "hosts": [{"driver": "ahci"}], "files": {"storage.inf": "achi\n"}})");
+    const Finished finished = run({"check", "--machine", machine});
+    EXPECT_EQ(finished.status, 1);
+    EXPECT_THAT(finished.err, HasSubstr("tavstrg: kernel release 6.9.7_1: refused"));
+    EXPECT_THAT(finished.out, HasSubstr("storage.inf:1: note: no adapter of this machine has this driver"));
+    const json document = json::parse(run({"--json", "check", "--machine", machine}).out);
+    EXPECT_EQ(document["machine"][0]["verdict"], "problem");
+    write("storage.inf", "achi\n");
+    EXPECT_EQ(json::parse(run({"--json", "check", "--root", directory_.string()}).out)["machine"], json::array());
 }
 
 } // namespace

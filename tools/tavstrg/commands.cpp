@@ -167,8 +167,9 @@ void refuseUselessCall(const Arguments &arguments)
         return;
     }
     if (const auto monitor = runningMonitor(work, !simulated)) {
-        throw Failure("call: the provider runs in process " + std::to_string(monitor->process) + " (" + monitor->name +
-                      "), which would overwrite what this command saves; call the method through its broker, or stop it first");
+        throw Failure(
+            "call: the provider runs in process " + std::to_string(monitor->process) + " (" + monitor->name +
+            "), which would overwrite what this command saves; call the method through its broker, or stop it first");
     }
 }
 

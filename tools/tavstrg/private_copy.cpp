@@ -77,8 +77,7 @@ std::string savedState()
     std::string state;
     if (fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)) {
         char buffer[16384];
-        for (ssize_t count = 0;
-             state.size() < kLargestRead && (count = read(descriptor, buffer, sizeof buffer)) > 0;) {
+        for (ssize_t count = 0; state.size() < kLargestRead && (count = read(descriptor, buffer, sizeof buffer)) > 0;) {
             state.append(buffer, static_cast<size_t>(count));
         }
     }

@@ -5,7 +5,6 @@
 
 #include <string>
 
-
 namespace tool {
 
 // A directory of the tool's own that takes the place of the saved state and of the agent's work directory for this
@@ -27,7 +26,8 @@ private:
     int lock_ = -1; // while it is held, no other tool takes the directory for one that a killed tool left
 };
 
-// A saved state without devices. The configuration is that of "state" if the provider would accept it, else the default.
+// A saved state without devices. The configuration is that of "state" if the provider would accept it, else the
+// default.
 std::string stateWithoutDevices(const std::string &state);
 
 } // namespace tool

@@ -21,7 +21,7 @@
 namespace tool {
 namespace {
 
-constexpr int kProjectId = 69; // of the provider's keys, ftok(3)
+constexpr int kProjectId = 69;  // of the provider's keys, ftok(3)
 constexpr time_t kRounding = 2; // seconds by which the kernel's times of a start and of a segment may differ
 
 std::string firstLineOf(const std::string &path)

@@ -25,7 +25,8 @@ namespace tool {
 namespace {
 
 constexpr int kEndingSignals[] = {SIGHUP, SIGINT, SIGTERM};
-constexpr std::chrono::milliseconds kDying{200}; // for the end of a killed process; one that hangs in a disk takes longer
+constexpr std::chrono::milliseconds kDying{
+    200}; // for the end of a killed process; one that hangs in a disk takes longer
 
 class Descriptor {
 public:
@@ -187,8 +188,8 @@ int signalDescriptor()
     return signalfd(-1, &ending, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
-// Adds what comes through the pipe to bytes. True at its end; false at a signal if "interruptible", and when the time is
-// over.
+// Adds what comes through the pipe to bytes. True at its end; false at a signal if "interruptible", and when the time
+// is over.
 bool readAll(int pipe, int signals, bool interruptible, std::chrono::milliseconds time, std::string &bytes)
 {
     const auto end = std::chrono::steady_clock::now() + time;

@@ -18,10 +18,10 @@ enum class Ending {
 constexpr std::chrono::milliseconds kGrace{700};
 
 // Runs "work" in a child process and returns its outcome. SIGHUP, SIGINT and SIGTERM are blocked in both processes.
-// After such a signal the outcome is the work's own, if it finishes in time; else it is empty. The signal stays pending,
-// so the caller ends by it when it unblocks the signals, unless the work consumed it: then its outcome is good and the
-// signal is discarded. Segments that the child leaves are removed. showProgress: on a terminal, standard error says that
-// the disks are being asked.
+// After such a signal the outcome is the work's own, if it finishes in time; else it is empty. The signal stays
+// pending, so the caller ends by it when it unblocks the signals, unless the work consumed it: then its outcome is good
+// and the signal is discarded. Segments that the child leaves are removed. showProgress: on a terminal, standard error
+// says that the disks are being asked.
 Outcome supervised(const std::function<Outcome()> &work, Ending ending, bool showProgress);
 
 } // namespace tool

@@ -45,7 +45,7 @@ Surroundings::Surroundings(const Arguments &arguments, Use use)
     if (use_ == Use::none) {
         return;
     }
-    trace_.emplace(printingOf(arguments), use_ != Use::read);
+    trace_.emplace(printingOf(arguments), commandName(arguments.command), use_ != Use::read);
     if (use_ == Use::read) {
         copy_.emplace();
     }

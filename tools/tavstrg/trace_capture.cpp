@@ -25,6 +25,7 @@ struct Store {
     std::vector<TraceLine> lines;
     size_t details = 0;
     TracePrinting printing = TracePrinting::none;
+    const char *command = "";
 };
 
 // Never destroyed: a thread of the provider may trace until the process ends.
@@ -34,11 +35,11 @@ Store &store()
     return *one;
 }
 
-void print(TracePrinting printing, const TraceLine &line)
+void print(const Store &to, const TraceLine &line)
 {
     const std::string text = std::to_string(line.level) + " " + line.function + ": " + line.text;
-    const std::string out =
-        printing == TracePrinting::json ? noteJson("trace", text) : "trace: " + printable(text) + "\n";
+    const std::string out = to.printing == TracePrinting::json ? noteJson(to.command, "trace: " + text)
+                                                               : "trace: " + printable(text) + "\n";
     std::fputs(out.c_str(), stderr);
 }
 
@@ -48,7 +49,7 @@ void take(int level, const char *function, const char *text)
     const std::lock_guard held(to.guard);
     TraceLine line{level, function == nullptr ? "" : function, text == nullptr ? "" : text};
     if (to.printing != TracePrinting::none) {
-        print(to.printing, line);
+        print(to, line);
     }
     if (level > 0 || to.details < kMostDetails) {
         to.details += level > 0 ? 0 : 1;
@@ -78,9 +79,10 @@ template <class F> F *symbol(void *handle, const char *name)
 
 } // namespace
 
-TraceCapture::TraceCapture(TracePrinting printing, bool forward) : library_(ownLibrary())
+TraceCapture::TraceCapture(TracePrinting printing, const char *command, bool forward) : library_(ownLibrary())
 {
     store().printing = printing;
+    store().command = command;
     handle_ = library_.empty() ? nullptr : dlopen(library_.c_str(), RTLD_LAZY);
     auto *traceTo = symbol<std::remove_pointer_t<TraceTo>>(handle_, "TavTraceTo");
     if (traceTo == nullptr) {

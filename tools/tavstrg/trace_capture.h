@@ -16,11 +16,12 @@ struct TraceLine {
 enum class TracePrinting { none, text, json };
 
 // From now on the provider's trace goes to the tool, and with "forward" also to the trace library that the machine has.
-// Lines are printed on standard error as they come if "printing" says so. The library that takes them is libtavtrace.so
-// beside the simulator's library; without it nothing is captured. One per process, made while it has one thread.
+// Lines are printed on standard error as they come if "printing" says so, as JSON in notes of the command. The library
+// that takes them is libtavtrace.so beside the simulator's library; without it nothing is captured. One per process,
+// made while it has one thread.
 class TraceCapture {
 public:
-    TraceCapture(TracePrinting printing, bool forward);
+    TraceCapture(TracePrinting printing, const char *command, bool forward);
     ~TraceCapture();
     TraceCapture(const TraceCapture &) = delete;
     TraceCapture &operator=(const TraceCapture &) = delete;
