@@ -102,7 +102,6 @@ TEST(ParseArguments, AnEmptyNameIsWrongUsage)
                               {"metrics", "--output", ""},
                               {"show", "--machine", "m", "--state", ""}}) {
         EXPECT_EQ(parse(words).status, kWrongUsage);
-        EXPECT_THAT(parse(words).text, HasSubstr("must not be empty"));
     }
     EXPECT_EQ(parse({"show", "--state", "d"}).status, kWrongUsage) << "this machine's agent has its own";
     EXPECT_EQ(parsed({"show", "--machine", "m", "--state", "d"}).state, "d");

@@ -198,7 +198,8 @@ protected:
 
 TEST_F(OneCollection, IsAllThatTheInventoryTakes)
 {
-    const tool::Arguments arguments;
+    tool::Arguments arguments;
+    arguments.provider = TAV_BINARY_DIR "/lib/libTAVStorageProvider.so";
     const int descriptors = machine_.openDescriptors();
     {
         tool::Surroundings surroundings(arguments, tool::Use::read);

@@ -10,6 +10,7 @@
 #include <sys/shm.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -32,10 +33,8 @@ std::string firstLineOf(const std::string &path)
     return line;
 }
 
-// Seconds since the epoch at which a process began; nothing if that cannot be read.
-std::optional<time_t> beginOf(pid_t process)
+time_t bootTime()
 {
-    const std::string line = firstLineOf("/proc/" + std::to_string(process) + "/stat");
     std::ifstream statistics("/proc/stat");
     time_t boot = 0;
     for (std::string word; boot == 0 && statistics >> word;) {
@@ -43,26 +42,30 @@ std::optional<time_t> beginOf(pid_t process)
             statistics >> boot;
         }
     }
-    if (line.empty() || boot == 0) {
-        return std::nullopt;
-    }
-    std::istringstream fields(line.substr(line.rfind(')') + 1)); // the name before it may contain blanks
-    constexpr int kStartTime = 22 - 2;                           // proc(5): field 22, in clock ticks since the boot
-    std::string field;
-    for (int i = 0; i < kStartTime; ++i) {
-        fields >> field;
-    }
-    return boot + static_cast<time_t>(std::strtoull(field.c_str(), nullptr, 10)) / sysconf(_SC_CLK_TCK);
+    return boot;
 }
 
-// Whether the process that made a segment still runs, rather than another one that got its identifier since.
+// Whether the process that made a segment still runs, rather than another one that got its identifier since. A process
+// whose data cannot be read counts as running.
 bool creatorRuns(const Segment &segment)
 {
     if (segment.creator <= 0 || (kill(segment.creator, 0) != 0 && errno == ESRCH)) {
         return false;
     }
-    const std::optional<time_t> begin = beginOf(segment.creator);
-    return !begin || *begin <= segment.made + kRounding;
+    const std::string line = firstLineOf("/proc/" + std::to_string(segment.creator) + "/stat");
+    std::istringstream fields(line.substr(std::min(line.size(), line.rfind(')') + 1))); // the name may contain blanks
+    std::string state;
+    std::string field;
+    if (!(fields >> state)) {
+        return true;
+    }
+    constexpr int kStartTime = 22 - 3; // proc(5): field 22, in clock ticks since the boot
+    for (int i = 0; i < kStartTime; ++i) {
+        fields >> field;
+    }
+    const auto begin =
+        bootTime() + static_cast<time_t>(std::strtoull(field.c_str(), nullptr, 10)) / sysconf(_SC_CLK_TCK);
+    return state != "Z" && state != "X" && begin <= segment.made + kRounding; // zombies run no more
 }
 
 // ftok(3) puts the low byte of the device number into the key's third byte.

@@ -9,10 +9,14 @@
 
 #include <exception>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <system_error>
 
 namespace tool {
 namespace {
 
+constexpr const char *kDataDirectory = "/opt/qlm/tavkit_sa/data/";
 constexpr const char *kWorkDirectory = "/opt/qlm/tavkit_sa/work";
 constexpr const char *kTraceLibrary = "/opt/qlm/tavkit_sa/lib/libtavlog.so";
 constexpr const char *kAlertLibrary = "/opt/qlm/tavkit_sa/lib/libtavalert.so";
@@ -20,6 +24,20 @@ constexpr const char *kAlertLibrary = "/opt/qlm/tavkit_sa/lib/libtavalert.so";
 TracePrinting printingOf(const Arguments &arguments)
 {
     return !arguments.trace ? TracePrinting::none : arguments.json ? TracePrinting::json : TracePrinting::text;
+}
+
+// What the agent of earlier runs has in its data directory, except for files that the description has.
+void copyData(const std::string &stateDirectory, sim::Machine &machine)
+{
+    const std::filesystem::path data = std::filesystem::path(stateDirectory) / "data";
+    std::error_code error;
+    for (const auto &entry : std::filesystem::directory_iterator(data, error)) {
+        const std::string path = kDataDirectory + entry.path().filename().string();
+        if (entry.symlink_status().type() == std::filesystem::file_type::regular && !machine.exists(path)) {
+            std::ifstream file(entry.path(), std::ios::binary);
+            machine.write(path, std::string(std::istreambuf_iterator<char>(file), {}));
+        }
+    }
 }
 
 } // namespace
@@ -63,9 +81,14 @@ std::unique_ptr<sim::Machine> Surroundings::makeMachine() const
         return nullptr;
     }
     const std::string description = readMachineFile(machineFile_);
+    const bool keeps = use_ == Use::write || use_ == Use::watch;
     try {
-        return std::make_unique<sim::Machine>(use_ == Use::watch ? withAgentLibraries(description) : description,
-                                              stateDirectory_);
+        auto machine = std::make_unique<sim::Machine>(
+            use_ == Use::watch ? withAgentLibraries(description) : description, keeps ? stateDirectory_ : "");
+        if (!keeps && !stateDirectory_.empty()) {
+            copyData(stateDirectory_, *machine);
+        }
+        return machine;
     } catch (const std::exception &error) {
         throw Failure(machineFile_ + ": " + error.what());
     }
