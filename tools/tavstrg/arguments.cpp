@@ -17,7 +17,7 @@
 namespace tool {
 namespace {
 
-constexpr const char *kDescription = "Asks the storage provider what this machine, or a simulated one, has.";
+constexpr const char *kDescription = "Shows what the storage provider reports of this machine, or a simulated one.";
 // Help texts fit 80 columns. No line of a footer begins with "-" or is one word in lower case: completion and the test
 // of the manual page read options and commands out of the help.
 constexpr const char *kFooter = "\nExamples:\n"
@@ -25,25 +25,24 @@ constexpr const char *kFooter = "\nExamples:\n"
                                 "  tavstrg --json get HardDisk 2        one disk, for a program\n"
                                 "  tavstrg --machine m.json watch       the alerts of a simulated machine\n"
                                 "  tavstrg check --root ./site          files before they go to servers\n"
-                                "\nOptions of all commands may stand before or behind the command, whose own\n"
-                                "\"tavstrg COMMAND --help\" tells. A CLASS may be given short and in any case:\n"
-                                "HardDisk for TAV_StorageHardDisk.\n"
+                                "\nOptions of all commands may be given before or after the command; see\n"
+                                "\"tavstrg COMMAND --help\" for its own. A CLASS may be given short and in any\n"
+                                "case: HardDisk for TAV_StorageHardDisk.\n"
                                 "\nWithout --provider it is ../lib/libTAVStorageProvider.so from the tool's\n"
                                 "directory, else the one in the broker's directory for providers, the system's\n"
                                 "library directory or its cmpi directory.\n"
-                                "\nOn a terminal lines are broken where it ends; elsewhere they stay whole. Colours\n"
-                                "are used on a terminal that has them, unless the variable NO_COLOR is set to\n"
-                                "anything.\n"
+                                "\nOn a terminal long lines are wrapped; elsewhere they stay whole. Colours are\n"
+                                "used on a terminal that has them, unless the variable NO_COLOR is set.\n"
                                 "\nIn service mode only TAV_StorageThread answers until the monitoring thread runs.\n"
-                                "\nExit status: 0 when all went well; 1 on a failure, such as a refused request,\n"
-                                "a class without instances, a provider that does not load or a\n"
-                                "machine file that cannot be read; 2 on wrong usage. Failures are told on\n"
+                                "\nExit status: 0 on success; 1 on a failure, such as a refused request, a class\n"
+                                "without instances, a provider that does not load or a\n"
+                                "machine file that cannot be read; 2 on wrong usage. A failure is reported on\n"
                                 "standard error in one line. A disk that predicts its failure is an answer, not a\n"
                                 "failure: it does not change the status.\n";
 constexpr const char *kClassFooter =
     "\nA CLASS may be given short and in any case: HardDisk for TAV_StorageHardDisk.\n";
 
-// A misuse with the command that tells what is right: the help of the command that was given, unless it is another.
+// Wrong usage. hint: the command that shows what is right, unless that is the help of the command that was given.
 struct UsageError : std::runtime_error {
     explicit UsageError(const std::string &text, std::string see = "") : std::runtime_error(text), hint(std::move(see))
     {
@@ -78,7 +77,7 @@ struct RawArguments {
     std::string colour;
 };
 
-// CLI11 marks arguments with their type and as required, which the line of usage tells already.
+// CLI11 marks arguments with their type and as required, which the usage line shows already.
 void describeForm(CLI::App &app)
 {
     app.get_formatter()->label("REQUIRED", "");
@@ -101,13 +100,13 @@ void describeGlobals(CLI::App &app, RawArguments &raw)
         ->type_name("WHEN")
         ->check(CLI::IsMember({"auto", "always", "never"}));
     app.footer(kFooter);
-    app.require_subcommand(0, 1); // none is told apart from an unknown one below
+    app.require_subcommand(0, 1); // a missing command has its own message below
 }
 
 void describeAsking(CLI::App &app, RawArguments &raw)
 {
     Arguments &arguments = raw.arguments;
-    raw.show = app.add_subcommand("show", "Show storage as a tree, and how the disks are");
+    raw.show = app.add_subcommand("show", "Show storage as a tree, and the health of the disks");
     raw.show->add_flag("-v,--verbose", arguments.verbose, "Also geometry, versions, numbers, monitoring");
     raw.show->footer("\nA disk that needs attention is marked !, one that is about to fail !!.\n");
     raw.enumerate = app.add_subcommand("enum", "Print all instances of a class");
@@ -115,12 +114,15 @@ void describeAsking(CLI::App &app, RawArguments &raw)
     raw.get = app.add_subcommand("get", "Print one instance of a class");
     raw.get->footer(std::string(kClassFooter) + "\nExample: tavstrg get HardDisk 2\n");
     raw.call = app.add_subcommand("call", "Call a method of a class and print what it returns");
-    raw.call->footer(std::string(kClassFooter) + "\nExample: tavstrg call Config SetMonitorCycle MonitorCycle=120\n");
+    raw.call->footer(std::string(kClassFooter) +
+                     "MonitorCycle takes 10 to 3600, HardDiskSmartMode 0 or 1. A call is refused while\n"
+                     "another process runs the provider: it would overwrite what is saved.\n"
+                     "\nExample: tavstrg call Config SetMonitorCycle MonitorCycle=120\n");
     raw.classes = app.add_subcommand("classes", "List classes, their properties and methods");
     raw.classes->footer("");
     for (CLI::App *command : {raw.enumerate, raw.get, raw.call}) {
         command->add_option("CLASS", arguments.className, "Class, see \"tavstrg classes\"")->required()->type_name("");
-        command->add_flag("--raw", arguments.raw, "Send the names as they are given, known or not");
+        command->add_flag("--raw", arguments.raw, "Send names and values unchecked, as they are given");
     }
     raw.get->add_option("INDEX", raw.index, "Index of the instance, where there are many")->type_name("");
     raw.call->add_option("METHOD", arguments.method, "Method of the class, in any case")->required()->type_name("");
@@ -135,13 +137,13 @@ void describeWatch(CLI::App &app, RawArguments &raw)
         ->check(CLI::Range(10, 3600)); // what SetMonitorCycle takes
     raw.watch->footer("\nThe provider runs in service mode, its monitoring thread is started. Alerts are\n"
                       "printed as they come, with --json as one object a line. With --machine the file\n"
-                      "may be edited meanwhile: within a cycle the thread meets the changed machine. On\n"
+                      "may be edited meanwhile: within a cycle the thread finds the changed machine. On\n"
                       "a machine whose agent is installed the alerts go to the agent.\n");
 }
 
 void describeCheck(CLI::App &app, RawArguments &raw)
 {
-    raw.check = app.add_subcommand("check", "Tell what is made of the administrator's files");
+    raw.check = app.add_subcommand("check", "Check the administrator's files, and this machine");
     raw.check->add_option("--root", raw.arguments.root, "Check the files of DIR, not the installed ones")
         ->type_name("DIR");
     raw.check->footer("\nChecked are storage.inf, noscsi.inf and tavm2ssd.inf in the data directory of\n"
@@ -149,18 +151,21 @@ void describeCheck(CLI::App &app, RawArguments &raw)
                       "DIR/data, or in DIR itself where it has no data. Accepted lines and notes go\n"
                       "to standard output, skipped lines to standard error, each as\n"
                       "FILE:LINE: text; --json prints all of them. A file may be absent.\n"
-                      "\nExit status: 0 when no line is skipped, 1 when one is or a file cannot be read,\n"
-                      "2 on wrong usage.\n");
+                      "Without --root the machine is checked too: its kernel release, the agent's\n"
+                      "directories, its drivers, and whether its managed disks answer.\n"
+                      "\nExit status: 0 without a problem, 1 if a line is skipped, a file cannot be read\n"
+                      "or the machine has a problem, 2 on wrong usage.\n");
 }
 
 void describeMetrics(CLI::App &app, RawArguments &raw)
 {
     raw.metrics = app.add_subcommand("metrics", "Print the inventory in the Prometheus text format");
     raw.metrics->add_option("--output", raw.arguments.output, "Write FILE in one step instead")->type_name("FILE");
-    raw.metrics->footer("\nWith --output it is made for the textfile collector of the node exporter: FILE\n"
-                        "is always whole, and stays as it was when the inventory fails. A disk's vendor,\n"
-                        "model, firmware and serial number stand on tavstorage_disk_info alone; join it\n"
-                        "by the label disk. For JSON ask \"tavstrg --json show\".\n");
+    raw.metrics->footer(
+        "\nWith --output it is made for the textfile collector of the node exporter: FILE\n"
+        "is always whole, and is unchanged if the inventory fails. It must be a regular\n"
+        "file or not exist. A disk's vendor, model, firmware and serial number are\n"
+        "labels of tavstorage_disk_info alone; join it by the label disk. For JSON ask \"tavstrg --json show\".\n");
 }
 
 void describeDumpState(CLI::App &app, RawArguments &raw)
@@ -169,8 +174,8 @@ void describeDumpState(CLI::App &app, RawArguments &raw)
     raw.dumpState->add_option("FILE", raw.arguments.file, "The file, tavstrgsave.dat or a copy of it")
         ->required()
         ->type_name("");
-    raw.dumpState->footer("\nA damaged file is printed as far as it goes; where and how it breaks is told,\n"
-                          "with exit status 1.\n");
+    raw.dumpState->footer("\nOf a damaged file the whole records are printed, and where and how it is\n"
+                          "damaged; the exit status is then 1.\n");
 }
 
 void describeCommands(CLI::App &app, RawArguments &raw)

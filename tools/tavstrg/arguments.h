@@ -42,7 +42,7 @@ struct Arguments {
     std::vector<MethodArgument> methodArguments;
     std::string output; // metrics: file to write; empty: standard output
     std::string file;   // dumpState: saved-state file
-    std::string root;   // check: directory that stands for the agent's root; empty: the agent's own
+    std::string root;   // check: directory in place of the agent's root; empty: the agent's own
 };
 
 // Either arguments, or what to print and the status to exit with: help and version (kDone, for standard output), or

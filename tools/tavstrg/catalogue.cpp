@@ -13,7 +13,7 @@ constexpr std::string_view kPrefix = "TAV_Storage";
 constexpr const char *kMonitorCycle = "MonitorCycle";
 constexpr const char *kSmartMode = "HardDiskSmartMode";
 
-// Only ASCII: the classes have no other letters, and the locale must not change what a name means.
+// ASCII only: the classes have no other letters, and the result must not depend on the locale.
 char lower(char c)
 {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;

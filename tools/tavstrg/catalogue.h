@@ -33,10 +33,10 @@ struct ClassEntry {
 // All twelve, the thread's class last.
 const std::vector<ClassEntry> &catalogue();
 
-// By full or short name ("TAV_StorageHardDisk", "HardDisk"), without regard to case; null when there is none.
+// By full or short name ("TAV_StorageHardDisk", "HardDisk"), without regard to case; null if there is none.
 const ClassEntry *findClass(std::string_view given);
 
-// By name without regard to case; null when the class has no such method.
+// By name without regard to case; null if the class has no such method.
 const MethodEntry *findMethod(const ClassEntry &entry, std::string_view given);
 
 bool sameIgnoringCase(std::string_view one, std::string_view other);

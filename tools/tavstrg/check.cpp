@@ -21,9 +21,9 @@ namespace fs = std::filesystem;
 
 struct FileKind {
     const char *name;
-    size_t largest; // bytes; a larger file the provider does not read, or of the table not beyond them
+    size_t largest; // bytes; the provider ignores a larger file, or of the table what follows them
     std::vector<CheckedLine> (*check)(std::string_view text);
-    bool agentsRoot; // below the root that the agent's configuration tells, not below the default one
+    bool agentsRoot; // below the root of the agent's configuration, not below the default one
     const char *absent;
     const char *tooLarge; // null: its beginning is read
     const char *unreadable;
@@ -82,7 +82,7 @@ CheckedFile checkFile(const FileKind &kind, const std::string &path)
     const auto unreadable = [&](const char *why) {
         return wholeFile(path, FileState::unreadable, std::string(why) + ": " + kind.unreadable);
     };
-    if (file.error() != 0) // EINVAL tells what opened but is no regular file
+    if (file.error() != 0) // EINVAL: it opened, but is no regular file
     {
         return unreadable(file.error() == EINVAL ? "not a regular file" : std::strerror(file.error()));
     }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// tavstrg check: what the provider makes of the administrator's files.
+// tavstrg check: how the provider reads the administrator's files, and what makes collections fail on this machine.
 #pragma once
 
 #include "tavstrg/check_lines.h"
@@ -16,7 +16,7 @@ enum class FileState { read, absent, tooLarge, unreadable };
 struct CheckedFile {
     std::string path;
     FileState state = FileState::read;
-    std::vector<CheckedLine> lines; // what is told of the whole file bears line 0
+    std::vector<CheckedLine> lines; // those for the whole file have line 0
 };
 
 // The three files, as the provider would read them: below the agent's root, or in DIR/data or, where there is none, in

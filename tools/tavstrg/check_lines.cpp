@@ -67,14 +67,14 @@ PlacedLines placeLines(std::string_view text)
     return placed;
 }
 
-// Whatever else the provider says of them: they are not meant to be anything.
+// Not reported, whatever the provider's reason for skipping them.
 bool isBlankOrComment(std::string_view line)
 {
     const size_t first = line.find_first_not_of(" \t\r\n");
     return first == std::string_view::npos || line[first] == '#';
 }
 
-// One line of either file, its text and meaning filled; an empty text for what is not worth telling.
+// One line of either file, its text and meaning filled; an empty text for what is not reported.
 using Judge = CheckedLine (*)(const PlacedLine &line);
 
 Lines checkSections(std::string_view text, Judge judge)
@@ -93,7 +93,7 @@ Lines checkSections(std::string_view text, Judge judge)
         CheckedLine checked = judge(line);
         checked.line = line.number;
         if (checked.verdict == Verdict::accepted && line.place == Place::before) {
-            checked = skipped(line.number, std::string("stands before ") + kGroupManagementPort);
+            checked = skipped(line.number, std::string("before ") + kGroupManagementPort);
         }
         if (!checked.text.empty()) {
             lines.push_back(checked);
@@ -146,7 +146,7 @@ CheckedLine judgeDriver(const PlacedLine &line)
     return checked;
 }
 
-// A driver in both sections is managed, which whoever listed it under [Diagnostic Port] may not expect.
+// A driver in both sections is managed, which its line under [Diagnostic Port] does not suggest.
 Lines withContradictions(const Lines &lines)
 {
     const auto sectionOf = [](const CheckedLine &line) { return line.meaning.value("section", ""); };

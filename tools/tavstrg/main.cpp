@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// tavstrg: asks the storage provider from a terminal.
+// tavstrg: the storage provider's command line.
 
 #include "tavstrg/arguments.h"
 #include "tavstrg/commands.h"
@@ -26,8 +26,8 @@ extern "C" [[gnu::visibility("default")]] const bool tavsimLeavesEnvironment = t
 
 namespace {
 
-// A standard descriptor that is closed would be that of the next file that is opened, a device or the saved state, into
-// which a message would then go. It becomes one on which that fails.
+// The next file that is opened, a device or the saved state, would get the number of a closed standard descriptor, and
+// with it messages. Such a descriptor is opened so that writing to it fails.
 void keepStandardDescriptors()
 {
     for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
@@ -37,7 +37,7 @@ void keepStandardDescriptors()
     }
 }
 
-// Looked up and put back: the provider runs in the plain locale, as in the broker.
+// Looked up and reset: the provider runs in the plain locale, as in the broker.
 bool terminalIsUtf8()
 {
     std::setlocale(LC_CTYPE, "");
@@ -48,12 +48,12 @@ bool terminalIsUtf8()
 
 int complain(const std::string &text, int status)
 {
-    std::string told;
+    std::string all;
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
-        told += "tavstrg: " + line + "\n";
+        all += "tavstrg: " + line + "\n";
     }
-    std::fputs(tool::fitted(told, tool::widthOf(STDERR_FILENO)).c_str(), stderr);
+    std::fputs(tool::fitted(all, tool::widthOf(STDERR_FILENO)).c_str(), stderr);
     return status;
 }
 
@@ -66,7 +66,7 @@ int fail(const tool::Arguments &arguments, int status, const std::string &error,
     return status;
 }
 
-// Why the text could not be written, a full disk for instance; empty when it was.
+// Returns why the text could not be written, such as a full disk; empty on success.
 std::string print(const std::string &text)
 {
     const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();

@@ -216,7 +216,7 @@ TEST_F(WatchThisMachine, TheDevelopmentLibraryGivesTheAlertsToTheTerminal)
     watch.send(SIGINT);
     const Finished finished = watch.finish();
     EXPECT_EQ(finished.status, 0);
-    EXPECT_THAT(finished.out, MatchesRegex(kTime + "[a-z]+ +(the )?configuration changed[^\n]*\n"));
+    EXPECT_THAT(finished.out, MatchesRegex(kTime + "[a-z]+ +storage configuration changed[^\n]*\n"));
     EXPECT_EQ(finished.err, "tavstrg: watching this machine, a pass every 90 s, until Ctrl-C\n");
     expectNothingLeft(finished);
 }
