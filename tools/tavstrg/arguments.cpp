@@ -106,7 +106,7 @@ void describeGlobals(CLI::App &app, RawArguments &raw)
 void describeAsking(CLI::App &app, RawArguments &raw)
 {
     Arguments &arguments = raw.arguments;
-    raw.show = app.add_subcommand("show", "Show storage as a tree, and the health of the disks");
+    raw.show = app.add_subcommand("show", "Show storage as a tree, and how the disks are");
     raw.show->add_flag("-v,--verbose", arguments.verbose, "Also geometry, versions, numbers, monitoring");
     raw.show->footer("\nA disk that needs attention is marked !, one that is about to fail !!.\n");
     raw.enumerate = app.add_subcommand("enum", "Print all instances of a class");
@@ -161,11 +161,11 @@ void describeMetrics(CLI::App &app, RawArguments &raw)
 {
     raw.metrics = app.add_subcommand("metrics", "Print the inventory in the Prometheus text format");
     raw.metrics->add_option("--output", raw.arguments.output, "Write FILE in one step instead")->type_name("FILE");
-    raw.metrics->footer(
-        "\nWith --output it is made for the textfile collector of the node exporter: FILE\n"
-        "is always whole, and is unchanged if the inventory fails. It must be a regular\n"
-        "file or not exist. A disk's vendor, model, firmware and serial number are\n"
-        "labels of tavstorage_disk_info alone; join it by the label disk. For JSON ask \"tavstrg --json show\".\n");
+    raw.metrics->footer("\nWith --output it is made for the textfile collector of the node exporter: FILE\n"
+                        "is always whole, and is unchanged if the inventory fails. It must be a regular\n"
+                        "file or not exist. A disk's vendor, model, firmware and serial number are\n"
+                        "labels of tavstorage_disk_info alone; join it by the label disk. For JSON use\n"
+                        "\"tavstrg --json show\".\n");
 }
 
 void describeDumpState(CLI::App &app, RawArguments &raw)
