@@ -21,7 +21,7 @@ cd "$root"
 
 scripts/install-deps.sh build package
 cmake --preset release
-cmake --build --preset release --target TAVStorageProvider tavstrg tavsim tavlog tavalert
+cmake --build --preset release --target TAVStorageProvider tavstrg tavsim tavtrace tavlog tavalert
 for generator in DEB RPM; do
     cpack --config build/release/CPackConfig.cmake -G "$generator" -B "$directory"
 done

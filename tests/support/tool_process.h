@@ -41,7 +41,8 @@ private:
 Finished runOnTerminal(const std::vector<std::string> &words, const std::vector<std::string> &environment,
                        unsigned short columns);
 
-// Number of System V segments that a process created and that are not removed.
+// Number of System V segments that a process, or one that it started and that has ended, created and that are not
+// removed.
 int segmentsOf(pid_t creator);
 
 } // namespace tool::testing_support

@@ -15,10 +15,10 @@
 
 namespace sim {
 
-Machine::Machine(const std::string &json)
+Machine::Machine(const std::string &json, const std::string &stateDirectory)
 {
     const Inside inside;
-    setCurrentMachine(makeMachine(parseDescription(json)));
+    setCurrentMachine(makeMachine(parseDescription(json), stateDirectory));
 }
 
 std::string Machine::readFile(const std::string &path)

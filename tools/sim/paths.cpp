@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/paths.h"
 
+#include "sim/redirect.h"
 #include "sim/state.h"
 #include "sim/thread.h"
 
@@ -154,6 +155,10 @@ std::string TreePath::relativeTo(const TreePath &link) const
 
 Translated::Translated(const char *path) : result_(path)
 {
+    if (thisThread.inside == 0 && redirected(path, buffer_, sizeof buffer_)) {
+        result_ = buffer_;
+        return;
+    }
     const MachineState *machine = currentMachine();
     if (machine == nullptr || path == nullptr || thisThread.inside != 0 || !mayBeInMachine(path)) {
         return;

@@ -18,6 +18,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+// A program that links this library may define this name: it then decides itself what TAVSIM_MACHINE means to it, and
+// no machine is made for it when the library is loaded.
+extern "C" [[gnu::weak, gnu::visibility("default")]] const bool tavsimLeavesEnvironment;
+
 namespace sim {
 
 namespace {
@@ -88,7 +92,7 @@ void startMachine(const char *path)
 [[gnu::constructor(200)]] void beginPreloaded()
 {
     const char *path = std::getenv("TAVSIM_MACHINE");
-    if (path == nullptr || *path == '\0') {
+    if (path == nullptr || *path == '\0' || &tavsimLeavesEnvironment != nullptr) {
         return;
     }
     const Inside inside;

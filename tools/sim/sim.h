@@ -28,7 +28,8 @@ class Machine {
 public:
     // Makes a machine from its description (docs/SIMULATOR.md) in a new temporary directory. Throws std::runtime_error
     // with the reason if the description is refused or cannot be written, leaving nothing behind.
-    explicit Machine(const std::string &json);
+    // With a state directory, the agent's data and work are kept there: they outlive the machine.
+    explicit Machine(const std::string &json, const std::string &stateDirectory = "");
     // The text of a description file. Throws std::runtime_error if it cannot be read or checkDescription refuses it.
     static std::string readFile(const std::string &path);
     // Throws std::runtime_error if the text of a description is too long or nested too deeply. For callers that parse
@@ -62,6 +63,17 @@ public:
     // Number of descriptors and streams open on paths of the machine.
     int openDescriptors() const;
 };
+
+// A path to which another one leads, with everything below it and beside it under the same name and an extension: from
+// "/a/b" also "/a/b/c" and "/a/b.tmp".
+struct Redirection {
+    std::string from; // absolute, as the product spells it
+    std::string to;
+};
+
+// Replaces the redirections of the process, which apply on the real and on a simulated machine alike; none at first.
+// To be called while the process has one thread.
+void redirect(std::vector<Redirection> redirections);
 
 // Kinds of call of the product that are counted and can be made to fail.
 enum class Call {

@@ -2,13 +2,17 @@
 #include "tavstrg/commands.h"
 
 #include "tavstrg/ask.h"
+#include "tavstrg/cause.h"
 #include "tavstrg/check.h"
 #include "tavstrg/failure.h"
 #include "tavstrg/json.h"
 #include "tavstrg/metrics.h"
-#include "tavstrg/progress.h"
+#include "tavstrg/output_file.h"
 #include "tavstrg/saved_state.h"
+#include "tavstrg/segments.h"
 #include "tavstrg/session.h"
+#include "tavstrg/supervise.h"
+#include "tavstrg/surroundings.h"
 #include "tavstrg/watch.h"
 
 #include <unistd.h>
@@ -18,9 +22,9 @@
 namespace tool {
 namespace {
 
-Outcome show(broker::Broker &broker, const Arguments &arguments, const TextStyle &style)
+Outcome show(Session &session, const Arguments &arguments, const TextStyle &style)
 {
-    Inventory inventory = buildInventory(askInventory(broker));
+    Inventory inventory = buildInventory(askInventory(session));
     inventory.machine = std::filesystem::path(arguments.machine).filename().string();
     return {kDone, arguments.json ? inventoryJson(inventory) : inventoryText(inventory, style), ""};
 }
@@ -64,23 +68,10 @@ Outcome call(broker::Broker &broker, const Arguments &arguments)
     return outcome;
 }
 
-// Device nodes and the agent's directories are root's. The provider only traces that it could not open them; what a
-// client sees of it are these two messages.
-bool mayLackRights(const std::string &error)
+Outcome metrics(Session &session, const Arguments &arguments)
 {
-    return error.find("strgInitProvider() Failure!!") != std::string::npos ||
-           error.find("strgGetInstance() FAILED") != std::string::npos;
-}
-
-Outcome writeMetrics(broker::Broker &broker, const Arguments &arguments)
-{
-    const std::vector<Metric> metrics = metricsOf(buildInventory(askInventory(broker)));
-    const std::string text = arguments.json ? metricsJson(metrics) : metricsText(metrics);
-    if (arguments.output.empty()) {
-        return {kDone, text, ""};
-    }
-    writeWhole(arguments.output, text);
-    return {};
+    const std::vector<Metric> metrics = metricsOf(buildInventory(askInventory(session)));
+    return {kDone, arguments.json ? metricsJson(metrics) : metricsText(metrics), ""};
 }
 
 Outcome dumpState(const Arguments &arguments, const TextStyle &style)
@@ -94,10 +85,8 @@ Outcome dumpState(const Arguments &arguments, const TextStyle &style)
     return outcome;
 }
 
-Outcome ask(const Arguments &arguments, const TextStyle &style)
+Outcome answer(Session &session, const Arguments &arguments, const TextStyle &style)
 {
-    const Progress progress(isatty(STDERR_FILENO) == 1);
-    Session session({arguments.provider, arguments.machine, arguments.serviceMode});
     switch (arguments.command) {
     case Command::enumerate:
         return enumerate(session.broker(), arguments, style);
@@ -106,24 +95,106 @@ Outcome ask(const Arguments &arguments, const TextStyle &style)
     case Command::call:
         return call(session.broker(), arguments);
     case Command::metrics:
-        return writeMetrics(session.broker(), arguments);
+        return metrics(session, arguments);
     default:
-        return show(session.broker(), arguments, style);
+        return show(session, arguments, style);
     }
 }
 
-Outcome outcomeOf(const Arguments &arguments, const TextStyle &style)
+// The provider answers many failures with these two messages; what failed is only traced.
+bool hidesItsCause(const std::string &error)
 {
-    switch (arguments.command) {
-    case Command::watch:
-        return watch(arguments, style);
-    case Command::check:
-        return check(arguments, style);
-    case Command::dumpState:
-        return dumpState(arguments, style);
-    default:
-        return ask(arguments, style);
+    return error.find("strgInitProvider() Failure!!") != std::string::npos ||
+           error.find("strgGetInstance() FAILED") != std::string::npos ||
+           error.find("Storage-Update FAILED") != std::string::npos;
+}
+
+// In the process that asks: its trace says why a request failed.
+Outcome explained(const std::function<Outcome()> &work)
+{
+    Outcome outcome;
+    try {
+        outcome = work();
+    } catch (const Failure &failure) {
+        outcome = {kFailed, "", failure.what(), failure.cimStatus()};
     }
+    if (hidesItsCause(outcome.error)) {
+        const std::string cause = causeOf(TraceCapture::lines(), kernelRelease());
+        outcome.error += cause.empty() ? "" : ": " + cause;
+    }
+    return outcome;
+}
+
+Outcome work(const Arguments &arguments, const TextStyle &style, Surroundings &surroundings)
+{
+    return explained([&]() -> Outcome {
+        if (arguments.command == Command::watch) {
+            return watch(arguments, style, surroundings);
+        }
+        if (arguments.command == Command::check) {
+            return check(arguments, style);
+        }
+        Session session(surroundings, arguments, arguments.serviceMode);
+        return answer(session, arguments, style);
+    });
+}
+
+Use useOf(Command command)
+{
+    switch (command) {
+    case Command::check:
+        return Use::none;
+    case Command::call:
+        return Use::write;
+    case Command::watch:
+        return Use::watch;
+    default:
+        return Use::read;
+    }
+}
+
+// A call whose effect would end with this command, or be overwritten by another process, is refused.
+void refuseUselessCall(const Arguments &arguments)
+{
+    if (arguments.className == "TAV_StorageThread" && arguments.method == "StartMonitoringThread" &&
+        arguments.serviceMode) {
+        throw Failure("call: the monitoring thread would end with this command, before its first pass; tavstrg watch "
+                      "runs it, and so does the broker on this method");
+    }
+    const bool simulated = !arguments.machine.empty();
+    const std::string work = simulated ? arguments.state + "/work" : "/opt/qlm/tavkit_sa/work";
+    if (simulated && arguments.state.empty()) {
+        return;
+    }
+    if (const auto monitor = runningMonitor(work, !simulated)) {
+        throw Failure(
+            "call: the provider runs in process " + std::to_string(monitor->process) + " (" + monitor->name +
+            "), which would overwrite what this command saves; call the method through its broker, or stop it first");
+    }
+}
+
+Outcome ask(const Arguments &arguments, const TextStyle &style)
+{
+    if (arguments.command == Command::call) {
+        refuseUselessCall(arguments);
+    }
+    if (!arguments.output.empty()) {
+        checkReplaceable(arguments.output); // before the disks are asked for nothing
+    }
+    const SignalsWait signals;
+    Outcome outcome;
+    {
+        Surroundings surroundings(arguments, useOf(arguments.command));
+        const bool graceful = arguments.command == Command::watch || arguments.command == Command::call;
+        outcome = supervised([&] { return work(arguments, style, surroundings); },
+                             graceful ? Ending::graceful : Ending::atOnce,
+                             arguments.command != Command::watch && !arguments.trace);
+    }
+    if (!arguments.output.empty() && outcome.status == kDone) {
+        writeWhole(arguments.output, outcome.output);
+        outcome.output.clear();
+    }
+    return outcome;
 }
 
 } // namespace
@@ -135,11 +206,11 @@ Outcome run(const Arguments &arguments, const TextStyle &style)
     }
     Outcome outcome;
     try {
-        outcome = outcomeOf(arguments, style);
+        outcome = arguments.command == Command::dumpState ? dumpState(arguments, style) : ask(arguments, style);
     } catch (const Failure &failure) {
         outcome = {kFailed, "", failure.what(), failure.cimStatus()};
     }
-    if (arguments.machine.empty() && geteuid() != 0 && mayLackRights(outcome.error)) {
+    if (arguments.machine.empty() && geteuid() != 0 && hidesItsCause(outcome.error)) {
         outcome.error += "; asking this machine needs root";
     }
     return outcome;

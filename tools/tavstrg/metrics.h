@@ -33,8 +33,4 @@ std::vector<Metric> metricsOf(const Inventory &inventory);
 
 std::string metricsText(const std::vector<Metric> &metrics);
 
-// Writes a file in one step (a temporary name beside it, then a rename), as the collector needs: it may read at any
-// moment. Throws Failure.
-void writeWhole(const std::string &path, const std::string &content);
-
 } // namespace tool

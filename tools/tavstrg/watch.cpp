@@ -154,14 +154,14 @@ void follow(MachineFollower &follower, Session &session, const Arguments &argume
 
 class Watch {
 public:
-    Watch(const Arguments &arguments, bool colour)
-        : arguments_(arguments), colour_(colour), follower_(arguments.machine)
+    Watch(const Arguments &arguments, bool colour, Surroundings &surroundings)
+        : arguments_(arguments), colour_(colour), surroundings_(surroundings), follower_(arguments.machine)
     {
     }
 
     void run()
     {
-        Session session({arguments_.provider, arguments_.machine, arguments_.cycle == 0, true});
+        Session session(surroundings_, arguments_, arguments_.cycle == 0);
         const EndingSignals signals;
         if (arguments_.cycle != 0) {
             setCycle(session, arguments_.cycle);
@@ -220,18 +220,19 @@ private:
 
     const Arguments &arguments_;
     bool colour_;
+    Surroundings &surroundings_;
     AlertPipe alerts_;
     MachineFollower follower_;
 };
 
 } // namespace
 
-Outcome watch(const Arguments &arguments, const TextStyle &style)
+Outcome watch(const Arguments &arguments, const TextStyle &style, Surroundings &surroundings)
 {
     if (write(STDOUT_FILENO, "", 0) < 0) {
         throw Failure(outputProblem());
     }
-    Watch(arguments, style.colour).run();
+    Watch(arguments, style.colour, surroundings).run();
     return {};
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "tavstrg/commands.h"
+#include "tavstrg/surroundings.h"
 
 namespace tool {
 
@@ -10,6 +11,6 @@ namespace tool {
 // is a failure. Alerts go to standard output one by one, each in one write; what else is to be said goes to standard
 // error. The thread is started and stopped through its methods; whatever happens, it is stopped before this returns.
 // Throws Failure.
-Outcome watch(const Arguments &arguments, const TextStyle &style);
+Outcome watch(const Arguments &arguments, const TextStyle &style, Surroundings &surroundings);
 
 } // namespace tool
