@@ -3,7 +3,7 @@
 #
 # usage: ./bench.sh [OPTION...]          the cost of the provider; options are passed to the benchmark program, for example
 #                                        --benchmark_filter=Collection
-#        ./bench.sh compare [--quick | --places DISKS:MS,...] [--runs N] [--json FILE]
+#        ./bench.sh compare [--quick | --places DISKS:MS[:PERHOST],...] [--runs N] [--json FILE]
 #                                        the provider beside smartctl, smartd and lsscsi, on the same simulated machines
 #        ./bench.sh compare --vm         the same on a real kernel, in the virtual machine of tests/vm
 set -euo pipefail

@@ -18,7 +18,7 @@ using testing::ElementsAre;
 
 namespace {
 
-class ConfigMethods : public StoreFixture {
+class ConfigMethods : public ServedStore {
 protected:
     Reply invoke(const char *method, const std::vector<NamedValue> &args)
     {

@@ -62,7 +62,7 @@ const Member kMembers[] = {
       {"MiscTotalNumber", CMPI_uint16}}},
 };
 
-class Singleton : public StoreFixture {
+class Singleton : public ServedStore {
 protected:
     Reply get(const Member &member, const std::vector<std::string> *properties = nullptr)
     {

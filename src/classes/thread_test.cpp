@@ -16,7 +16,7 @@ using testing::ElementsAre;
 
 namespace {
 
-class ThreadClass : public StoreFixture {
+class ThreadClass : public ServedStore {
 protected:
     Reply get(const std::vector<std::string> *properties = nullptr)
     {

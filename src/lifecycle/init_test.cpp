@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "lifecycle/access.h"
 #include "support/lock_at.h"
-#include "support/record_fixture.h"
+#include "support/store_fixture.h"
 
 #include <atomic>
 #include <linux/capability.h>

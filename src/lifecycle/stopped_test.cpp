@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // A request that meets a stop: the store is being freed, or built anew, while it reads.
 #include "lifecycle/access.h"
-#include "support/record_fixture.h"
+#include "support/store_fixture.h"
 
 #include <atomic>
 #include <thread>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "monitor/monitor.h"
 #include "support/no_threads.h"
-#include "support/record_fixture.h"
+#include "support/store_fixture.h"
 
 #include <atomic>
 #include <cerrno>

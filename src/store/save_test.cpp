@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "runtime/holders.h"
-#include "support/record_fixture.h"
+#include "support/store_fixture.h"
 
 #include <cerrno>
 #include <fcntl.h>

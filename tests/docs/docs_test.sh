@@ -215,7 +215,7 @@ check_floors() {
 
 # fields_of_code: the fields of a description, and the places where a fault can be.
 fields_of_code() {
-    grep -ohE '"[a-z][A-Za-z0-9]{2,}"' "$tree"/tools/sim/description.cpp | tr -d '"' | sort -u
+    grep -ohE '"[a-z][A-Za-z0-9]{2,}"' "$tree"/tools/sim/{description,description_device,description_ide,fields}.cpp | tr -d '"' | sort -u
 }
 
 check_fields() {

@@ -5,7 +5,7 @@
 #include "monitor/health.h"
 #include "monitor/monitor.h"
 #include "support/alert_recorder.h"
-#include "support/record_fixture.h"
+#include "support/store_fixture.h"
 
 #include <functional>
 

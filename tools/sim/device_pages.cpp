@@ -40,7 +40,7 @@ std::vector<uint8_t> exceptionsPage(const Device &device, PageControl control)
 {
     const ExceptionsDescription &is = device.is.exceptions;
     switch (control) {
-    case PageControl::changeable: // ones where MODE SELECT may change something
+    case PageControl::changeable: // a bit is 1 where MODE SELECT may change it
         return pageOf(is, {is.changeableDexcpt, is.changeableMrie ? kMrie : uint8_t{0}, kFlags});
     case PageControl::defaults:
         return pageOf(is, {is.dexcpt, static_cast<uint8_t>(is.mrie), 0});
@@ -64,7 +64,7 @@ std::vector<uint8_t> blockDescriptor(const Device &device)
     return descriptor;
 }
 
-// libata's CHECK CONDITION on a field of the CDB points at it.
+// libata's CHECK CONDITION has a pointer to the invalid field of the CDB.
 ScsiReply invalidPage(const Device &device)
 {
     ScsiReply reply = checkCondition(kIllegalRequest, kInvalidField);
@@ -155,7 +155,7 @@ ScsiReply modeSelect(Device &device, std::span<const uint8_t> cdb, std::span<con
     if (save) {
         device.savedExceptions = device.exceptions;
     }
-    device.attention = exceptions.unitAttention;
+    device.unitAttention = exceptions.unitAttention;
     return {};
 }
 
@@ -194,7 +194,7 @@ ScsiReply logSense(const Device &device, std::span<const uint8_t> cdb)
     return reply;
 }
 
-// Where nothing is pending, the method "report on request" makes a prediction seen here.
+// Returns pending sense data; without any, a predicted failure if the method is "report on request".
 ScsiReply requestSense(const Device &device, std::span<const uint8_t> cdb)
 {
     constexpr uint8_t kOnRequest = 6;

@@ -239,7 +239,7 @@ TEST_F(Tool, OutputThatCannotBeWrittenIsAFailure)
 
 TEST_F(Tool, AReaderThatWentAwayLeavesNothingBehind)
 {
-    const Finished finished = run({"--machine", (directory_ / "small.json").string(), "show"}, StandardOutput::nobody);
+    const Finished finished = run({"--machine", (directory_ / "small.json").string(), "show"}, StandardOutput::unread);
     EXPECT_NE(finished.status, 0);
     EXPECT_TRUE(leftNothing(finished));
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "sim/device_number.h"
+#include "sim/node_names.h"
 
 #include <array>
 #include <charconv>
@@ -8,7 +8,7 @@ namespace sim {
 
 namespace {
 
-// The first 256 disks have sixteen majors of sixteen disks.
+// The first 256 disks have 16 major numbers with 16 disks each.
 NodeNumber diskNumber(std::string_view letters)
 {
     unsigned n = 0;
@@ -52,6 +52,15 @@ NodeNumber nodeNumber(std::string_view name)
         return {true, 11, n};
     }
     return kind == "st" ? NodeNumber{false, 9, n} : kind == "sg" ? NodeNumber{false, 21, n} : NodeNumber{};
+}
+
+std::string diskName(unsigned n)
+{
+    std::string letters;
+    for (unsigned rest = n + 1; rest != 0; rest = (rest - 1) / 26) {
+        letters.insert(letters.begin(), static_cast<char>('a' + (rest - 1) % 26));
+    }
+    return "sd" + letters;
 }
 
 } // namespace sim

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// Device numbers by node names, as the kernel gives them (Documentation/admin-guide/devices.txt).
+// Names of device nodes and their numbers, as the kernel assigns them (Documentation/admin-guide/devices.txt).
 #pragma once
 
+#include <string>
 #include <string_view>
-#include <sys/types.h>
 
 namespace sim {
 
@@ -14,5 +14,8 @@ struct NodeNumber {
 
 // Of "sda", "sdaa", "hdb", "sr0", "st0", "sg0"; zeros for another name.
 NodeNumber nodeNumber(std::string_view name);
+
+// The nth (0-based) disk name: sda, ..., sdz, sdaa, ...
+std::string diskName(unsigned n);
 
 } // namespace sim

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// /proc/interrupts and /proc/ioports of a description: as they stand, from a list, or made up from its drivers.
-#include "sim/describe.h"
+// /proc/interrupts and /proc/ioports of a description: as given, from a list of entries, or made up from its drivers.
+#include "sim/description_parts.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
+#include <set>
 
 namespace sim {
 
@@ -16,23 +17,22 @@ struct Interrupt {
     std::string name;
 };
 
-// Linux 2.4 and early 2.6 name the controller only; later ones the pin and how it is triggered.
+// Kernels before 2.6 name the controller only, later ones also the pin and its trigger mode.
 std::string interruptLine(const Interrupt &interrupt, bool old)
 {
-    char text[256];
+    char start[128];
     if (old) {
-        std::snprintf(text, sizeof text, "%3s: %10u          XT-PIC  %s\n", interrupt.number.c_str(), interrupt.count,
-                      interrupt.name.c_str());
+        std::snprintf(start, sizeof start, "%3s: %10u          XT-PIC  ", interrupt.number.c_str(), interrupt.count);
     } else {
-        std::snprintf(text, sizeof text, "%3s: %10u   IO-APIC %3s-fasteoi   %s\n", interrupt.number.c_str(),
-                      interrupt.count, interrupt.number.c_str(), interrupt.name.c_str());
+        std::snprintf(start, sizeof start, "%3s: %10u   IO-APIC %3s-fasteoi   ", interrupt.number.c_str(),
+                      interrupt.count, interrupt.number.c_str());
     }
-    return text;
+    return start + interrupt.name + "\n";
 }
 
 constexpr const char *kInterruptHead = "           CPU0       \n";
 
-// What a small PC has, and a line for each driver.
+// The interrupts of a small PC, and a line per driver.
 std::string defaultInterrupts(const Description &description, bool old)
 {
     std::string text = kInterruptHead;
@@ -62,10 +62,9 @@ struct Ports {
 
 std::string portLine(const Ports &ports)
 {
-    char text[256];
-    std::snprintf(text, sizeof text, "%*s%04x-%04x : %s\n", static_cast<int>(ports.depth * 2), "", ports.start,
-                  ports.end, ports.name.c_str());
-    return text;
+    char range[32];
+    std::snprintf(range, sizeof range, "%04x-%04x : ", ports.start, ports.end);
+    return std::string(ports.depth * size_t{2}, ' ') + range + ports.name + "\n";
 }
 
 std::string defaultPorts(const Description &description)
@@ -105,14 +104,9 @@ unsigned portNumber(Fields &fields, const char *name)
     char *end = nullptr;
     const unsigned long number = std::strtoul(text.c_str(), &end, 16);
     if (end == text.c_str() || number > std::numeric_limits<unsigned>::max()) {
-        fields.fail(name, "a port is wanted, in hexadecimal digits");
+        fields.fail(name, "expected a port in hexadecimal digits");
     }
     return static_cast<unsigned>(number);
-}
-
-bool isListOfObjects(const nlohmann::json *value)
-{
-    return value->is_array() && !value->empty() && value->front().is_object();
 }
 
 } // namespace
@@ -120,15 +114,11 @@ bool isListOfObjects(const nlohmann::json *value)
 std::optional<std::string> interruptsText(Fields &fields, const Description &description)
 {
     const bool old = kernelNumber(description.kernel) < 2006000;
-    const nlohmann::json *value = fields.value("interrupts");
-    if (value == nullptr) {
+    if (!fields.has("interrupts")) {
         return defaultInterrupts(description, old);
     }
-    if (value->is_null()) {
-        return std::nullopt;
-    }
-    if (!isListOfObjects(value)) {
-        return linesText(*value);
+    if (!fields.isListOfObjects("interrupts")) {
+        return fields.lines("interrupts");
     }
     std::string text = kInterruptHead;
     for (Fields of : fields.objects("interrupts")) {
@@ -141,20 +131,16 @@ std::optional<std::string> interruptsText(Fields &fields, const Description &des
 
 std::optional<std::string> ioportsText(Fields &fields, const Description &description)
 {
-    const nlohmann::json *value = fields.value("ioports");
-    if (value == nullptr) {
+    if (!fields.has("ioports")) {
         return defaultPorts(description);
     }
-    if (value->is_null()) {
-        return std::nullopt;
-    }
-    if (!isListOfObjects(value)) {
-        return linesText(*value);
+    if (!fields.isListOfObjects("ioports")) {
+        return fields.lines("ioports");
     }
     std::string text;
     for (Fields of : fields.objects("ioports")) {
         text += portLine(
-            {portNumber(of, "start"), portNumber(of, "end"), of.text("name", ""), of.number<unsigned>("depth", 0)});
+            {portNumber(of, "start"), portNumber(of, "end"), of.text("name", ""), of.number<uint8_t>("depth", 0)});
         of.finish();
     }
     return text;
