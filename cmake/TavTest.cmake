@@ -9,7 +9,7 @@ target_compile_options(tavtestheaders PRIVATE ${TAV_TEST_OPTIONS})
 target_precompile_headers(tavtestheaders PRIVATE
   <gmock/gmock.h> <gtest/gtest.h> <chrono> <filesystem> <fstream> <thread> <nlohmann/json.hpp>)
 
-# tav_test(NAME SOURCES source... [LIBRARIES library...] [LABEL unit|scenario|threads] [TIMEOUT seconds] [SERIAL])
+# tav_test(NAME SOURCES source... [LIBRARIES library...] [LABEL unit|scenario|threads|sweep|long] [TIMEOUT seconds] [SERIAL])
 # One GoogleTest program. Each of its tests is a test of CTest and runs in a process of its own. SERIAL: no other test runs at the
 # same time. LABEL long: takes over 20 seconds.
 function(tav_test NAME)

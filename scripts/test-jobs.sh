@@ -6,7 +6,7 @@ rules    check                 Checks the rules that a compiler does not: format
 tidy     build,clang,check     Runs clang-tidy over the provider.
 unit     build                 Builds with the optimisation that ships and runs the unit tests.
 release  build,test,vm         Builds with the optimisation that ships and runs all tests but the long ones; the virtual machine too.
-long     build,test            Runs the tests of the same build that take over 20 seconds, and builds the benchmarks.
+long     build,test            Runs the tests of the same build that take over 20 seconds (labels long and sweep), and builds the benchmarks.
 clang    build,clang           Builds the provider with the other compiler and runs its unit tests and the cancellation tests.
 asan     build,clang           Runs the unit and scenario tests with the address and undefined-behaviour sanitizers.
 tsan     build                 Runs the tests of what several threads share with the thread sanitizer.
@@ -30,13 +30,13 @@ job_unit() {
 job_release() {
     build release || return
     tests/vm/run.sh --fetch >build/vm.fetch.log 2>&1 || true # the time limit of the test does not include downloads
-    run_tests release -LE '^(long|bare)$'
+    run_tests release -LE '^(long|sweep|bare)$'
 }
 
 job_long() {
     build release || return
     build release benchmarks || return
-    run_tests release -L '^long$'
+    run_tests release -L '^(long|sweep)$'
 }
 
 job_clang() {
