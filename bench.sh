@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Builds and runs the benchmarks; exits non-zero when a goal is missed (docs/PERFORMANCE.md).
+# Builds and runs the benchmarks. Exits non-zero if a goal is missed (docs/PERFORMANCE.md).
 #
-# usage: ./bench.sh [OPTION...]          what the provider costs; options go to the benchmark program, for example
+# usage: ./bench.sh [OPTION...]          the cost of the provider; options are passed to the benchmark program, for example
 #                                        --benchmark_filter=Collection
-#        ./bench.sh compare [--quick | --places DISKS:MS,...] [--runs N] [--json FILE]
+#        ./bench.sh compare [--quick | --places DISKS:MS[:PERHOST],...] [--runs N] [--json FILE]
 #                                        the provider beside smartctl, smartd and lsscsi, on the same simulated machines
 #        ./bench.sh compare --vm         the same on a real kernel, in the virtual machine of tests/vm
 set -euo pipefail

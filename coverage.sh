@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# Tells which lines and branches of the provider the tests reach, per folder.
+# Reports the lines and branches of the provider that the tests reach, per folder.
 #
 #   ./coverage.sh            all tests, a table
-#   ./coverage.sh --quick    the unit tests alone
-#   ./coverage.sh --html     besides, every line in build/coverage/html/index.html
+#   ./coverage.sh --quick    unit tests only
+#   ./coverage.sh --html     also every line, in build/coverage/html/index.html
 #
-# Exits non-zero when a test fails, or when a folder has less than 95 % of its lines and is not explained in
-# docs/COVERAGE.md.
+# Exits non-zero if a test fails, or if the tests reach less than 95 % of the lines of a folder that docs/COVERAGE.md does not
+# explain.
 set -euo pipefail
 cd "$(dirname "$0")"
 

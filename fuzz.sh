@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# Builds the fuzz targets (Clang, address and undefined-behaviour sanitizers) and runs them, as many at a time as there are
-# processors. Keeps what it finds: build/fuzz/corpus/TARGET is the grown corpus, build/fuzz/findings/TARGET holds the inputs
-# that broke something. Exits non-zero when there is such an input, or when a target hardly ran.
+# Builds the fuzz targets (Clang, address and undefined-behaviour sanitizers) and runs one per processor at a time. Keeps the
+# results: build/fuzz/corpus/TARGET is the grown corpus, build/fuzz/findings/TARGET has the inputs that failed. Exits non-zero if
+# an input failed, or if a target ran too rarely.
 #
-#   ./fuzz.sh                      all targets in turns of a minute, until Ctrl-C
+#   ./fuzz.sh                      all targets in turns of a minute each, until Ctrl-C
 #   ./fuzz.sh --seconds 20         all targets, 20 seconds each
 #   ./fuzz.sh device sense         these targets
-#   ./fuzz.sh --list               names of the targets
+#   ./fuzz.sh --list               lists the targets
 set -uo pipefail
 cd "$(dirname "$0")" || exit
 
@@ -23,7 +23,7 @@ targets=()
 while [ $# -gt 0 ]; do
     case $1 in
     --seconds)
-        [[ ${2:-} =~ ^[1-9][0-9]*$ ]] || fail "--seconds takes a number above 0"
+        [[ ${2:-} =~ ^[1-9][0-9]*$ ]] || fail "--seconds needs a number above 0"
         seconds=$2
         shift
         ;;
@@ -45,7 +45,7 @@ while [ $# -gt 0 ]; do
 done
 [ ${#targets[@]} -gt 0 ] || mapfile -t targets < <(all_targets)
 
-scripts/install-deps.sh build test || exit
+scripts/install-deps.sh build clang || exit
 jobs=$(nproc)
 out=$PWD/build/fuzz
 mkdir -p "$out"
@@ -58,15 +58,15 @@ cmake --build --preset fuzz -j "$jobs" --target "${targets[@]/#/fuzz_}" -- --qui
 scratch=$(mktemp -d -p /dev/shm 2>/dev/null || mktemp -d)
 running=()
 interrupted=false
-broken=() # targets with a finding
+broken=() # targets with a finding, or stuck
 trap 'interrupted=true; kill -INT "${running[@]}" 2>/dev/null' INT TERM
 trap 'rm -rf "$scratch"' EXIT
 
 slice=${seconds:-60}
-# A target that runs, but less often than this, is stuck in something.
+# A target with fewer runs in a slice is stuck.
 least_runs=$((slice * 10))
 
-# start TARGET: one slice in the background, in the directory of its findings.
+# start TARGET: runs one slice in the background, in the directory of its findings.
 start() {
     local target=$1 arguments
     mapfile -t arguments <"$out/bin/fuzz_$target.args"
@@ -82,14 +82,14 @@ start() {
     running+=($!)
 }
 
-# judge TARGET STATUS: one line for what came of it, and how to repeat a finding.
+# judge TARGET STATUS: prints the result in one line, and how to repeat a finding.
 judge() {
     local target=$1 status=$2 runs input
     runs=$(sed -nE 's/^stat::number_of_executed_units: *([0-9]+)$/\1/p' "$scratch/$target.log")
     cp "$scratch/$target.log" "$out/findings/$target.log"
-    if [ "$status" -ne 0 ] && ! { $interrupted && [ "$status" -eq 72 ]; }; then # 72: ended by the interrupt
+    if [ "$status" -ne 0 ] && ! { $interrupted && [ "$status" -eq 72 ]; }; then # 72: interrupted
         broken+=("$target")
-        echo "FINDING  $target (status $status); all of it is in $out/findings/$target.log"
+        echo "FINDING  $target (status $status); complete log: $out/findings/$target.log"
         grep -aE 'does not hold|ERROR:|runtime error:|ALARM|SUMMARY|^ +#[0-9]+ ' "$scratch/$target.log" | head -n 30 |
             sed 's/^/    /'
         input=$(sed -nE 's/.*Test unit written to (.*)$/\1/p' "$scratch/$target.log" | tail -n 1)
@@ -104,7 +104,7 @@ judge() {
     rm -rf "${scratch:?}/$target"
 }
 
-# One turn of all targets, so many at a time.
+# One turn of all targets, one per processor at a time.
 turn() {
     local i j target batch statuses
     for ((i = 0; i < ${#targets[@]}; i += jobs)); do
@@ -115,7 +115,7 @@ turn() {
         for j in "${!batch[@]}"; do
             wait "${running[j]}"
             statuses[j]=$?
-            # a signal that this script took ends the waiting, not the target
+            # a signal to this script ends the wait, not the target
             while kill -0 "${running[j]}" 2>/dev/null; do
                 wait "${running[j]}"
                 statuses[j]=$?
@@ -126,7 +126,7 @@ turn() {
     done
 }
 
-# What has a finding has no more turns: it would end at once with the same.
+# A target with a finding gets no more turns: it would end with the same finding at once.
 sound_targets() { comm -23 <(printf '%s\n' "${targets[@]}" | sort) <(printf '%s\n' "${broken[@]}" | sort); }
 
 turn

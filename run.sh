@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
-# Builds the provider and its tool, and shows a machine's storage as a tree.
+# Builds the provider and its tool, and shows the storage inventory of a machine as a tree.
 #
 # usage: ./run.sh [--real] [-- ARGUMENT...]
 #
 #   ./run.sh                     the simulated machine of examples/machines/server.json
 #   ./run.sh --real              this machine; needs root or sudo
-#   ./run.sh -- enum HardDisk    another command of the tool, see ./run.sh -- --help
+#   ./run.sh -- enum HardDisk    another command of the tool (./run.sh -- --help)
 #
-# Packages that are missing are installed first (Debian 12). Where the agent is not installed, --real makes its directories
-# with development libraries and a list of the drivers found; nothing that exists is changed.
+# Missing packages are installed first (Debian 12). If the agent is not installed, --real creates its directories with
+# development libraries and a list of the drivers found. Existing files are not changed.
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -52,15 +52,15 @@ if [ "$(id -u)" -ne 0 ]; then
     as_root=(sudo)
 fi
 
-# Standard output is the tool's alone.
+# Standard output belongs to the tool.
 build() {
     scripts/install-deps.sh build
     cmake --preset release
     cmake --build --preset release --target "$@"
 } >&2
 
-# Names of the host adapters' drivers, one a line. Those that the provider never manages are left out: USB adapters, names
-# that begin like a directory of the kernel's own, and adapters without a name.
+# Prints the names of the host adapters' drivers, one per line. Leaves out those that the provider never manages: USB adapters,
+# names that begin like a directory of the kernel's own, and adapters without a name.
 drivers_found() {
     local file name
     for file in /sys/class/scsi_host/*/proc_name; do
@@ -73,8 +73,8 @@ drivers_found() {
     done | sort -u
 }
 
-# Whether a driver has a disk that is no ATA disk. Such a disk has no ATA identity to take its serial number from, and one
-# managed disk without it fails the whole inventory.
+# Succeeds if a driver has a disk that is not an ATA disk. Such a disk has no ATA identity with a serial number, and one managed
+# disk without it fails the whole inventory.
 has_other_disks() {
     local host device type vendor
     for host in /sys/class/scsi_host/*; do
@@ -93,37 +93,37 @@ has_other_disks() {
 
 storage_inf() {
     local driver
-    echo "# Drivers of the host adapters whose devices are in the inventory, one a line."
+    echo "# Drivers of the host adapters whose devices are in the inventory, one per line."
     while read -r driver; do
         if has_other_disks "$driver"; then
-            echo "# $driver    # has disks that are no ATA disks: managing it would fail the inventory"
+            echo "# $driver    # has disks that are not ATA disks: managing it would fail the inventory"
         else
             echo "$driver"
         fi
     done < <(drivers_found)
 }
 
-# Puts standard input into a file that does not exist yet.
+# Writes standard input to a file, unless the file exists.
 make_file() {
     if [ -e "$1" ]; then
         cat >/dev/null
-        say "$1 is there and stays as it is"
+        say "$1 exists and is not changed"
     else
         "${as_root[@]}" tee "$1" >/dev/null
-        say "made $1"
+        say "created $1"
     fi
 }
 
 prepare_agent() {
     local directory library
     if [ -e "$agent_conf" ]; then
-        say "the agent is installed ($agent_conf): nothing is prepared"
+        say "the agent is installed ($agent_conf): nothing to prepare"
         return
     fi
     for directory in lib data work; do
         if [ ! -d "$agent_root/$directory" ]; then
             "${as_root[@]}" install -d -m 755 "$agent_root/$directory"
-            say "made $agent_root/$directory"
+            say "created $agent_root/$directory"
         fi
     done
     for library in libtavlog.so libtavalert.so; do

@@ -1,139 +1,48 @@
 #!/usr/bin/env bash
-# Runs every test. Installs what is missing (Debian 12), builds with both compilers and the sanitizers, and exits non-zero
-# on any failure.
+# Builds and tests. Missing packages are installed first (Debian 12). Exits non-zero if anything fails.
 #
-#   ./test.sh           everything
-#   ./test.sh --quick   the unit tests of one build
-#   ./test.sh --bare    everything, and once more as a newcomer in a bare Debian (tests/bare)
+#   ./test.sh                 one optimised build, all its tests but those over 20 seconds, and the virtual machine
+#   ./test.sh --all           all jobs but "bare"; continuous integration runs this
+#   ./test.sh --bare          all jobs
+#   ./test.sh --quick         the unit tests
+#   ./test.sh --job NAME...   these jobs, in this order
+#   ./test.sh --jobs          lists the jobs
 set -euo pipefail
 cd "$(dirname "$0")"
+# shellcheck source=scripts/test-jobs.sh
+. scripts/test-jobs.sh
 
-quick=false
-bare=false
-case "${1:-}" in
-"") ;;
---quick) quick=true ;;
---bare) bare=true ;;
--h | --help)
-    sed -n '2,8s/^# \{0,1\}//p' "$0"
-    exit 0
-    ;;
-*)
-    echo "test.sh: unknown option '$1' (try --help)" >&2
+fail_usage() {
+    echo "test.sh: $* (see ./test.sh --help)" >&2
     exit 2
+}
+
+case ${1:-} in
+"") jobs=(release) ;;
+--all) mapfile -t jobs < <(list_job_names | grep -vxE 'unit|bare') ;;
+--bare) mapfile -t jobs < <(list_job_names | grep -vx unit) ;;
+--quick) jobs=(unit) ;;
+--job)
+    shift
+    jobs=("$@")
+    [ $# -gt 0 ] || fail_usage "--job needs a name"
+    for job in "${jobs[@]}"; do
+        list_job_names | grep -qx -- "$job" || fail_usage "unknown job '$job'"
+    done
+    set -- --job
     ;;
+--jobs)
+    list_jobs
+    exit
+    ;;
+-h | --help)
+    sed -n '2,/^set/{/^set/d;s/^# \{0,1\}//;p}' "$0"
+    exit
+    ;;
+*) fail_usage "unknown option '$1'" ;;
 esac
-
-if $quick; then
-    scripts/install-deps.sh build
-else
-    scripts/install-deps.sh build test check vm
-fi
-
-jobs=$(nproc)
-provider_tests=(test_provider test_classes test_lifecycle test_monitor test_collect test_endurance test_devcmd test_store
-    test_records test_runtime)
-started=$SECONDS
-passed=0
-failed=0
-
-step() { printf '\n==== %s (after %d s)\n' "$1" $((SECONDS - started)); }
-
-# build PRESET [TARGET...]: configures and builds; a build that fails ends the run.
-build() {
-    local preset=$1
-    shift
-    cmake --preset "$preset" >"build/$preset.configure.log" 2>&1 || {
-        cat "build/$preset.configure.log"
-        return 1
-    }
-    if [ $# -gt 0 ]; then
-        cmake --build --preset "$preset" -j "$jobs" --target "$@" -- --quiet
-    else
-        cmake --build --preset "$preset" -j "$jobs" -- --quiet
-    fi
-}
-
-# Tells how many tests were skipped, and why the one in the virtual machine was: it leaves most unsaid.
-skipped() {
-    local count
-    count=$(grep -cE '^\s*[0-9]+ - .*\(Skipped\)' "$1" || true)
-    [ "$count" -eq 0 ] || echo "$count of them skipped"
-    if grep -qE '^\s*[0-9]+ - vm \(Skipped\)' "$1"; then
-        echo "the test in a virtual machine was skipped:"
-        tests/vm/run.sh --fetch 2>&1 | tail -n 3 || true
-    fi
-}
-
-# run PRESET [CTEST-OPTION...]: runs tests and adds their numbers up.
-run() {
-    local preset=$1 log
-    shift
-    log="build/$preset.ctest.log"
-    ctest --preset "$preset" -j "$jobs" "$@" >"$log" 2>&1 || true
-    local total bad
-    total=$(sed -nE 's/.*tests failed out of ([0-9]+).*/\1/p' "$log" | tail -n 1)
-    bad=$(sed -nE 's/.*, ([0-9]+) tests failed out of.*/\1/p' "$log" | tail -n 1)
-    if [ -z "$total" ] || [ "$total" -eq 0 ]; then
-        cat "$log"
-        echo "test.sh: no test ran in the $preset build" >&2
-        failed=$((failed + 1))
-        return
-    fi
-    if [ "$bad" -ne 0 ]; then
-        cat "$log"
-    fi
-    sed -nE '/tests passed|Total Test time|^\s*[0-9]+ - .*\((Failed|Timeout|SEGFAULT|Exit|Not Run)/p' "$log"
-    skipped "$log"
-    passed=$((passed + total - bad))
-    failed=$((failed + bad))
-}
-
-finish() {
-    printf '\n%d passed, %d failed\n' "$passed" "$failed"
-    [ "$failed" -eq 0 ]
-}
+[ $# -le 1 ] || fail_usage "unexpected argument '$2'"
 
 mkdir -p build
-if $quick; then
-    step "unit tests"
-    build release
-    run release -L unit
-    finish
-    exit
-fi
-
-step "rules of the house"
-scripts/check-rules.sh && passed=$((passed + 1)) || failed=$((failed + 1))
-
-step "clang-tidy over the provider"
-scripts/check-tidy.sh && passed=$((passed + 1)) || failed=$((failed + 1))
-
-step "release build, every test"
-build release
-tests/vm/run.sh --fetch >build/vm.fetch.log 2>&1 || true # downloads are not the test's time
-run release -LE bare
-
-step "the other compiler, optimised: the provider's own tests, and cancellation"
-build clang "${provider_tests[@]}" test_cancel
-run clang -LE 'packaging|vm' -E '_NOT_BUILT$'
-
-step "address and undefined-behaviour sanitizers, every test"
-build asan
-run asan
-
-step "thread sanitizer: what several threads share"
-build tsan test_runtime test_provider test_classes test_lifecycle test_store test_monitor test_broker test_threads \
-    test_ends test_cancel test_stress
-run tsan -E '_NOT_BUILT$'
-
-step "fuzz targets, 10 seconds each"
-./fuzz.sh --seconds 10 && passed=$((passed + 1)) || failed=$((failed + 1))
-
-if $bare; then
-    step "a newcomer in a bare Debian"
-    scripts/install-deps.sh bare
-    tests/bare/run.sh && passed=$((passed + 1)) || failed=$((failed + 1))
-fi
-
-finish
+install_for "${jobs[@]}"
+run_jobs "${jobs[@]}"

@@ -1,8 +1,8 @@
-# Where things go when the project is installed, below CMAKE_INSTALL_PREFIX unless absolute. Known before the targets are:
-# the tool looks for the provider where it is installed.
+# Installation directories, below CMAKE_INSTALL_PREFIX unless absolute. Set before the targets, because the tool contains the
+# provider's directory.
 include(GNUInstallDirs)
 
-# The broker's library directory is the system's own name for it, without a subdirectory for the architecture.
+# The broker looks in the library directory without the subdirectory that Debian has for each architecture.
 if(CMAKE_INSTALL_LIBDIR MATCHES "^lib64")
   set(TAV_DEFAULT_PROVIDER_DIR lib64/sfcb)
 else()
@@ -12,8 +12,9 @@ set(TAV_PROVIDER_DIR ${TAV_DEFAULT_PROVIDER_DIR} CACHE STRING "Directory in whic
 set(TAV_ZSH_COMPLETION_DIR ${CMAKE_INSTALL_DATADIR}/zsh/site-functions CACHE STRING
   "Directory in which zsh looks for completions")
 
-# The tool's own libraries, which no other program links.
+# Private directories: no other program links these libraries.
 set(TAV_TOOL_LIBDIR ${CMAKE_INSTALL_LIBDIR}/tavstrg)
+set(TAV_AGENT_LIBDIR ${CMAKE_INSTALL_LIBDIR}/tavstrg-devel-agent)
 if(IS_ABSOLUTE ${TAV_TOOL_LIBDIR})
   set(TAV_TOOL_RPATH ${TAV_TOOL_LIBDIR})
 else()

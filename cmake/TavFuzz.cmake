@@ -1,17 +1,17 @@
 # tav_fuzz(NAME SOURCES source... [LIBRARIES library...] [SEEDS path...])
-# One libFuzzer program, fuzz_NAME, of tests/fuzz. Its seeds are corpus/NAME, and the SEEDS that it finds in the source
-# tree; its dictionary is dictionaries/NAME.dict where there is one. Both are told to ./fuzz.sh in bin/fuzz_NAME.args.
+# One libFuzzer program, fuzz_NAME, of tests/fuzz. Its seeds are corpus/NAME and SEEDS, paths in the source tree; its dictionary is
+# dictionaries/NAME.dict, if it exists. bin/fuzz_NAME.args has both as arguments for ./fuzz.sh.
 function(tav_fuzz NAME)
   cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES;SEEDS" ${ARGN})
   add_executable(fuzz_${NAME} ${ARG_SOURCES})
   target_link_libraries(fuzz_${NAME} PRIVATE tavfuzz tavstrg_objects ${ARG_LIBRARIES})
-  target_compile_options(fuzz_${NAME} PRIVATE -fsanitize=fuzzer-no-link) # the provider's inline functions are in it
+  target_compile_options(fuzz_${NAME} PRIVATE -fsanitize=fuzzer-no-link) # contains inline functions of the provider
   target_link_options(fuzz_${NAME} PRIVATE -fsanitize=fuzzer)
   set_target_properties(fuzz_${NAME} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
   set(ARGUMENTS ${CMAKE_CURRENT_SOURCE_DIR}/corpus/${NAME})
   foreach(SEED ${ARG_SEEDS})
     if(NOT EXISTS ${PROJECT_SOURCE_DIR}/${SEED})
-      message(FATAL_ERROR "fuzz_${NAME}: there is no ${SEED}")
+      message(FATAL_ERROR "fuzz_${NAME}: ${SEED} does not exist")
     endif()
     list(APPEND ARGUMENTS ${PROJECT_SOURCE_DIR}/${SEED})
   endforeach()

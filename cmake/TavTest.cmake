@@ -1,16 +1,17 @@
 include(GoogleTest)
 
-# Test code is compiled often and runs briefly: no optimisation, few debug symbols, and its largest headers once for all
-# test programs.
+# Test code is compiled often and runs briefly: no optimisation, few debug symbols, and the headers that take longest to parse
+# compiled once for all test programs.
 set(TAV_TEST_OPTIONS -O0 -g1 -U_FORTIFY_SOURCE)
 add_executable(tavtestheaders EXCLUDE_FROM_ALL ${CMAKE_CURRENT_LIST_DIR}/test_headers.cpp)
-target_link_libraries(tavtestheaders PRIVATE GTest::gmock GTest::gtest Threads::Threads)
+target_link_libraries(tavtestheaders PRIVATE GTest::gmock GTest::gtest nlohmann_json::nlohmann_json Threads::Threads)
 target_compile_options(tavtestheaders PRIVATE ${TAV_TEST_OPTIONS})
-target_precompile_headers(tavtestheaders PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+target_precompile_headers(tavtestheaders PRIVATE
+  <gmock/gmock.h> <gtest/gtest.h> <chrono> <filesystem> <fstream> <thread> <nlohmann/json.hpp>)
 
-# tav_test(NAME SOURCES source... [LIBRARIES library...] [LABEL unit|scenario|threads] [TIMEOUT seconds] [SERIAL])
-# One GoogleTest program; every test of it becomes a test of its own, so that each meets a fresh process. SERIAL: nothing
-# runs beside it.
+# tav_test(NAME SOURCES source... [LIBRARIES library...] [LABEL unit|scenario|threads|sweep|long] [TIMEOUT seconds] [SERIAL])
+# One GoogleTest program. Each of its tests is a test of CTest and runs in a process of its own. SERIAL: no other test runs at the
+# same time. LABEL long: takes over 20 seconds.
 function(tav_test NAME)
   cmake_parse_arguments(ARG "SERIAL" "LABEL;TIMEOUT" "SOURCES;LIBRARIES" ${ARGN})
   if(NOT ARG_LABEL)
@@ -19,7 +20,7 @@ function(tav_test NAME)
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 120)
   endif()
-  # What takes long begins first, so that nothing waits for it alone at the end.
+  # Slow tests start first, so that none of them runs alone at the end.
   set(COST 0)
   if(ARG_LABEL STREQUAL long)
     set(COST 500)

@@ -12,17 +12,16 @@ set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_SOURCE_DIR}/layout.cmake)
 set(CPACK_TAV_BUILD_LIBDIR ${PROJECT_BINARY_DIR}/lib)
 
 set(TAV_PROVIDER_SUMMARY "Storage inventory and disk health for CIM brokers")
-set(TAV_PROVIDER_TEXT "A CMPI provider that tells a management agent through a CIM broker which
-controllers, disks and other storage devices a server has and how its disks
-are, with the schema, the registration and examples of the administrator's
-files.")
+set(TAV_PROVIDER_TEXT "A CMPI provider that gives a management agent, through a CIM broker, the
+storage inventory of a server and the health of its disks. With the schema, the
+registration, the operations manual and examples of the administrator's files.")
 set(TAV_TOOLS_SUMMARY "Command-line tool of the storage provider")
-set(TAV_TOOLS_TEXT "Shows what the storage provider knows, of this machine or of a simulated one,
-without a CIM broker, and checks the administrator's files.")
+set(TAV_TOOLS_TEXT "Shows the storage inventory and disk health of this machine or of a simulated
+one without a CIM broker, and checks the administrator's files.")
 set(TAV_AGENT_SUMMARY "Development trace and alert libraries for the storage provider")
 set(TAV_AGENT_TEXT "Replacements of the management agent's libraries libtavlog.so and
-libtavalert.so, which write where one can look. Simulated machines use them; on
-a server the agent brings its own.")
+libtavalert.so, which write traces and alerts to files. For a provider in a
+broker on a development machine; on a server the agent has its own.")
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -38,13 +37,13 @@ set(CPACK_RPM_INSTALL_WITH_EXEC OFF)
 set(CPACK_RPM_DEFAULT_USER root)
 set(CPACK_RPM_DEFAULT_GROUP root)
 set(CPACK_RPM_PACKAGE_RELOCATABLE OFF)
-# The tool's private libraries are nobody else's, so nobody may come to depend on them; no links into /usr/lib/.build-id, which
-# packages of other builds would have as well; and no name of the machine that built.
-set(CPACK_RPM_SPEC_MORE_DEFINE "%global __provides_exclude_from ^/usr/.*/(tavstrg|sfcb)/.*$
+# Libraries in private directories: other packages cannot depend on them. No links in /usr/lib/.build-id, which could conflict
+# with packages of other builds. No host name of the machine that built the package.
+set(CPACK_RPM_SPEC_MORE_DEFINE "%global __provides_exclude_from ^/usr/.*/(tavstrg|tavstrg-devel-agent|sfcb)/.*$
 %global __requires_exclude ^libtav
 %define _build_id_links none
 %define _buildhost localhost")
-# What belongs to the system or to other packages.
+# Directories that belong to the system or to other packages.
 set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
   /usr/sbin /usr/lib64 /usr/libexec /usr/share/doc /usr/share/man /usr/share/man/man5 /usr/share/man/man8
   /usr/share/bash-completion /usr/share/bash-completion/completions /usr/share/zsh /usr/share/zsh/site-functions)
@@ -61,14 +60,12 @@ foreach(COMPONENT_AND_PACKAGE PROVIDER:tavstrg-provider TOOLS:tavstrg AGENT:tavs
   set(CPACK_RPM_${LOWER_COMPONENT}_PACKAGE_DESCRIPTION "${TAV_${COMPONENT}_TEXT}")
 endforeach()
 set(CPACK_DEBIAN_AGENT_PACKAGE_SECTION devel)
-set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS
-  "tavstrg-provider (= ${PROJECT_VERSION}), tavstrg-devel-agent (= ${PROJECT_VERSION})")
-set(CPACK_RPM_TOOLS_PACKAGE_REQUIRES
-  "tavstrg-provider = ${PROJECT_VERSION}, tavstrg-devel-agent = ${PROJECT_VERSION}")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "tavstrg-provider (= ${PROJECT_VERSION})")
+set(CPACK_RPM_TOOLS_PACKAGE_REQUIRES "tavstrg-provider = ${PROJECT_VERSION}")
 set(CPACK_DEBIAN_PROVIDER_PACKAGE_SUGGESTS "sfcb, tavstrg")
 set(CPACK_RPM_PROVIDER_PACKAGE_SUGGESTS "sfcb, tavstrg")
 
-# Stage the schema when a broker is there, and take it back.
+# The schema is registered with an installed broker, and removed from it.
 set(TAV_STAGE_SCHEMA ${CPACK_PACKAGING_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBEXECDIR}/tavstrg/stage-schema)
 foreach(SCRIPT deb/postinst deb/prerm rpm/post rpm/preun)
   configure_file(${SCRIPT}.in ${CMAKE_CURRENT_BINARY_DIR}/${SCRIPT} @ONLY FILE_PERMISSIONS

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Makes the packages: .deb and .rpm of each component.
+# Builds a .deb and a .rpm package of each component.
 #
 # usage: packaging/build.sh [DIRECTORY]
 #
-# They come into DIRECTORY, without it into build/packages. Packages that are missing are installed first (Debian 12).
+# Writes them to DIRECTORY (build/packages by default). Missing build tools are installed first (Debian 12).
 set -euo pipefail
 case ${1:-} in
 -h | --help)
@@ -21,7 +21,7 @@ cd "$root"
 
 scripts/install-deps.sh build package
 cmake --preset release
-cmake --build --preset release --target TAVStorageProvider tavstrg tavsim tavlog tavalert
+cmake --build --preset release --target TAVStorageProvider tavstrg tavsim tavtrace tavlog tavalert
 for generator in DEB RPM; do
     cpack --config build/release/CPackConfig.cmake -G "$generator" -B "$directory"
 done

@@ -1,6 +1,6 @@
-# Run by CPack on the files of all components before the packages are made: what differs between the kinds of system. Debian
-# and its kin have their own directory for completions of packages, and libraries that are not executable; those with RPM have
-# 64-bit libraries in lib64, and find out by the executable bit what a library needs.
+# CPack runs this on the installed files of all components before it makes the packages. It does what differs between .deb and
+# .rpm: Debian has its own directory for zsh completions of packages, and libraries that are not executable; RPM systems have
+# 64-bit libraries in lib64, and rpmbuild finds the dependencies of executable files only.
 function(tav_move FROM TO)
   foreach(COMPONENT ${CPACK_COMPONENTS_ALL})
     set(ROOT ${CPACK_TEMPORARY_DIRECTORY}/${COMPONENT}${CPACK_PACKAGING_INSTALL_PREFIX})
@@ -26,12 +26,12 @@ endif()
 foreach(COMPONENT ${CPACK_COMPONENTS_ALL})
   file(GLOB_RECURSE LIBRARIES ${CPACK_TEMPORARY_DIRECTORY}/${COMPONENT}/*.so)
   file(CHMOD ${LIBRARIES} FILE_PERMISSIONS ${LIBRARY_MODE})
-  # Whatever the umask of whoever makes the packages.
+  # Independent of the umask.
   file(CHMOD_RECURSE ${CPACK_TEMPORARY_DIRECTORY}/${COMPONENT} DIRECTORY_PERMISSIONS ${ALL_MAY_ENTER})
 endforeach()
 
-# What a component's binaries need, as Debian names it. CPack's own way to it would also let the packages call ldconfig, for
-# libraries in private directories, which ldconfig does not look at.
+# Sets the Debian dependencies of a component's binaries. CPack's own option would also make the packages call ldconfig, which
+# does not look into private directories.
 function(tav_debian_dependencies COMPONENT)
   set(ROOT ${CPACK_TEMPORARY_DIRECTORY}/${COMPONENT}${CPACK_PACKAGING_INSTALL_PREFIX})
   file(GLOB_RECURSE BINARIES ${ROOT}/*.so ${ROOT}/sbin/*)

@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
-# Prints each include of the provider that runs upwards, and each circle of includes. Nothing is printed when the house
-# stands; usage: scripts/check-floors.sh [SOURCE_DIRECTORY]
+# Prints each include of the provider that runs upwards, each circle of includes, and each folder that is not in the list of
+# floors. Prints nothing if all is well.
+#
+# usage: scripts/check-floors.sh [SOURCE_DIRECTORY]
 set -euo pipefail
 cd "${1:-$(dirname "$0")/../src}"
 
-# Floors from the roof down, and the parts of a floor from the top down: an arrow runs to its own place or a later one.
-# collect's own files use its parts; devcmd's own files are what its parts stand on.
+# Floors from the roof down, and the parts of a floor from the top down. A file may include files of its own place and of later
+# ones. The files of collect itself use its parts; the parts of devcmd use the files of devcmd itself.
 floors='provider classes lifecycle monitor
     collect collect/devices collect/controllers collect/collection collect/ide collect/scsi collect/inf collect/base
     endurance
@@ -22,10 +24,6 @@ BEGIN {
 }
 function folder(path) {
     sub(/\/[^\/]*$/, "", path)
-    return path
-}
-function unit(path) { # a header and its source are one
-    sub(/\.(h|cpp)$/, "", path)
     return path
 }
 function visit(place, trail,    edges, n, i) {
@@ -49,19 +47,19 @@ function visit(place, trail,    edges, n, i) {
     sub(/^[^"]*"/, "", included)
     sub(/".*/, "", included)
     from = folder(file)
-    if (included !~ /\//) { # the interface is included by its headers alone
+    if (included !~ /\//) { # only the headers of the CMPI interface include without a folder
         included = from "/" included
     }
     target = folder(included)
     if (!(from in rank)) {
-        print file ": " from " is no floor"
+        print file ": " from " is not a floor"
     } else if (!(target in rank)) {
-        print file ":" part[2] ": " included " is on no floor"
+        print file ":" part[2] ": " included " is not on a floor"
     } else if (rank[target] < rank[from]) {
         print file ":" part[2] ": " included " is above " from
     }
-    if (from != "cmpi" && unit(file) != unit(included)) { # the headers of the interface include each other
-        to[unit(file)] = to[unit(file)] " " unit(included)
+    if (from != "cmpi") { # the headers of the interface include each other
+        to[file] = to[file] " " included
     }
 }
 END {

@@ -1,42 +1,49 @@
 #!/usr/bin/env bash
-# The rules of the house that a compiler does not check. Prints each breach as file:line and exits non-zero on any.
+# Checks the project's rules that a compiler does not check. Prints each violation as file:line; exits non-zero if there is one.
 set -uo pipefail
 cd "$(dirname "$0")/.." || exit
 
 breaches=0
-breach() { # rule, matches
+breach() { # RULE MATCHES: reports the matches, if there are any
     if [ -n "$2" ]; then
-        printf 'rule broken: %s\n%s\n' "$1" "$2"
+        printf 'rule violated: %s\n%s\n' "$1" "$2"
         breaches=$((breaches + 1))
     fi
 }
 
 mapfile -t product < <(find src -name '*.cpp' -o -name '*.h' | grep -vE '_test\.(cpp|h)$' | grep -v '^src/cmpi/' | sort)
 
-breach "the provider throws nothing" "$(grep -nE '\bthrow\b' "${product[@]}" | grep -vE '//.*\bthrow\b')"
-breach "the provider allocates through memalloc alone" \
+breach "no exceptions in the provider" "$(grep -nE '\bthrow\b' "${product[@]}" | grep -vE '//.*\bthrow\b')"
+breach "the provider allocates through memalloc only" \
   "$(grep -nE 'std::(string|vector|map|unordered_map|list|deque|function|ostringstream|make_unique|make_shared)\b|#include <(string|vector|map|iostream|sstream|functional)>' "${product[@]}")"
 breach "no operator new in the provider" "$(grep -nE '\bnew [A-Za-z]' "${product[@]}" | grep -vE '//|\*|"')"
-breach "the trace library is called in one place" \
+breach "only runtime/trace calls the trace library" \
   "$(grep -nE '\b(TraceLog|SetFilePath)\(' "${product[@]}" | grep -v '^src/runtime/trace\.')"
-breach "descriptors and streams belong to owners" \
+breach "descriptors and streams are closed by their holders" \
   "$(grep -nE '(^|[^.>_A-Za-z])(::)?(fclose|close|closedir)\(' "${product[@]}" | grep -vE '^src/runtime/holders\.|TRACE|//')"
-breach "no hook for tests in the provider" "$(grep -nE '#if(def)? .*TEST' "${product[@]}")"
+breach "no test hooks in the provider" "$(grep -nE '#if(def)? .*TEST' "${product[@]}")"
 
-# Include arrows run downwards only, between floors and inside the two that have parts, and nowhere in a circle.
-breach "include arrows run downwards (scripts/check-floors.sh)" "$(scripts/check-floors.sh)"
+# Includes run downwards only, between floors and inside the two floors that have parts, and never in a circle.
+breach "includes run downwards and not in circles (scripts/check-floors.sh)" "$(scripts/check-floors.sh)"
 
-breach "nothing is left for later" \
+breach "no unfinished work" \
   "$(grep -rnE '\b(TODO|FIXME|XXX|HACK)\b' --include='*.cpp' --include='*.h' --include='*.sh' --include='*.md' --include='CMakeLists.txt' . --exclude-dir=build --exclude-dir=.git | grep -v 'scripts/check-rules.sh')"
 
 if command -v clang-format >/dev/null; then
     mapfile -t formatted < <(find src tools tests bench cmake -name '*.cpp' -o -name '*.h' | sort)
-    breach "the project's own format (clang-format -i FILE)" \
+    breach "formatted (clang-format -i FILE)" \
     "$(clang-format --dry-run "${formatted[@]}" 2>&1 | grep -E 'warning:' | cut -d: -f1 | sort -u)"
 fi
 
+if command -v shellcheck >/dev/null; then
+    # Scripts that only others source are checked with those.
+    mapfile -t scripts < <(find . \( -path './build*' -o -name .git \) -prune -o -name '*.sh' -perm -u+x -print | sort)
+    scripts+=(.ci/run packaging/stage-schema packaging/completion/tavstrg.bash tests/vm/init)
+    breach "shellcheck" "$(shellcheck -x -f gcc "${scripts[@]}")"
+fi
+
 if [ "$breaches" -ne 0 ]; then
-    echo "check-rules: $breaches rule(s) broken" >&2
+    echo "check-rules: $breaches rule(s) violated" >&2
     exit 1
 fi
-echo "check-rules: ${#product[@]} product files, no rule broken"
+echo "check-rules: ${#product[@]} product files, no rule violated"

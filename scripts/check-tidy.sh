@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# Looks for mistakes with clang-tidy, which .clang-tidy tells what to look for (tests/.clang-tidy for tests). Prints what it finds
-# and exits non-zero when it finds anything. What was clean is looked at again when it, or a file that it includes, has changed.
+# Runs clang-tidy with the checks of .clang-tidy (tests/.clang-tidy for tests). Prints the findings; exits non-zero if there are
+# any. A file without findings is checked again only if it, or a file that it includes, has changed.
 #
 #   scripts/check-tidy.sh            the provider
 #   scripts/check-tidy.sh --all      tools, tests and benchmarks too
 #   scripts/check-tidy.sh FILE...    these .cpp files
-#   scripts/check-tidy.sh --again    the provider, whatever was clean; goes with --all and FILE too
+#   scripts/check-tidy.sh --again    checks unchanged files too; may be combined with --all or FILE
 #
-# As many at a time as there are processors. Keeps its compile commands, and what was clean, in build/tidy.
+# One file per processor at a time. Keeps its compile commands, and the list of files without findings, in build/tidy.
 set -uo pipefail
 cd "$(dirname "$0")/.." || exit
 
@@ -30,26 +30,26 @@ while [ $# -gt 0 ]; do
         ;;
     -*) fail "unknown option '$1' (try --help)" ;;
     *)
-        [[ $1 == *.cpp && -f $1 ]] || fail "'$1' is no .cpp file"
+        [[ $1 == *.cpp && -f $1 ]] || fail "'$1' is not a .cpp file"
         files+=("$(realpath --relative-to=. "$1")")
         ;;
     esac
     shift
 done
 if $all; then
-    [ ${#files[@]} -eq 0 ] || fail "--all or files, not both"
+    [ ${#files[@]} -eq 0 ] || fail "use --all or files, not both"
     mapfile -t files < <(find src tools tests bench -name '*.cpp')
 elif [ ${#files[@]} -eq 0 ]; then
     mapfile -t files < <(find src -name '*.cpp' ! -name '*_test.cpp')
 fi
-# The longest first: what is begun last is then soon done.
+# The largest first, so that no large file runs alone at the end.
 mapfile -t files < <(ls -S -- "${files[@]}")
 
-scripts/install-deps.sh build test check || exit
+scripts/install-deps.sh build clang check || exit
 out=$PWD/build/tidy
 mkdir -p "$out"
 
-# configure PRESET DIRECTORY: compile commands without precompiled headers, which only a build would make.
+# configure PRESET DIRECTORY: writes compile commands without precompiled headers, which exist only after a build.
 configure() {
     cmake --preset "$1" -B "$2" -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON >"$2.configure.log" 2>&1 || {
         cat "$2.configure.log"
@@ -57,7 +57,7 @@ configure() {
     }
 }
 
-# Fuzz targets have a build of their own.
+# Fuzz targets have their own build.
 fuzz_targets=()
 generated=()
 for file in "${files[@]}"; do
@@ -81,13 +81,13 @@ for file in "${files[@]}"; do
     if grep -qF "\"file\": \"$PWD/$file\"" "$(database_of "$file")/compile_commands.json"; then
         known+=("$file")
     elif $all; then
-        echo "check-tidy: left out $file, which belongs to no target"
+        echo "check-tidy: skipped $file, which belongs to no target"
     else
-        fail "$file belongs to no target: nothing tells how to compile it"
+        fail "$file belongs to no target, so its compile command is unknown"
     fi
 done
 
-# What was clean stays so for the same checks, the same clang-tidy and the same flags.
+# A result is valid for the same checks, the same clang-tidy and the same compiler flags.
 key=$({
     cat .clang-tidy ./*/.clang-tidy "$0"
     clang-tidy --version
@@ -101,7 +101,7 @@ find "$out/clean" -mindepth 1 -maxdepth 1 ! -name "$key" -exec rm -rf {} + 2>/de
 found=$(mktemp -d)
 trap 'rm -rf "$found"' EXIT
 
-# check FILE: its findings go to $found, or the list of what it includes to $clean when there are none.
+# check FILE: writes its findings to $found, or the list of its includes to $clean if there are none.
 check() {
     local file=$1 includes=$clean/$1 name=${1//\//,} options=() before=()
     if [ -e "$includes" ]; then
@@ -117,7 +117,7 @@ check() {
     if clang-tidy -p "$(database_of "$file")" --quiet --extra-arg=-H "${options[@]}" "$file" \
         >"$found/$name.out" 2>"$found/$name.err"; then
         sed -nE 's/^\.+ //p' "$found/$name.err" >"$includes"
-        touch -r "$found/$name.started" "$includes" # what was written meanwhile is newer
+        touch -r "$found/$name.started" "$includes" # a file changed in the meantime is newer
     elif ! grep -qE ': (warning|error): ' "$found/$name.out"; then
         echo "$PWD/$file:1:1: error: clang-tidy failed: $(grep -vE '^\.+ ' "$found/$name.err" | tail -n 3)" >>"$found/$name.out"
     fi
@@ -128,7 +128,7 @@ export out clean found
 # shellcheck disable=SC2016 # $1 is the inner shell's
 printf '%s\n' "${known[@]}" | xargs -d '\n' -n 1 -P "$(nproc)" bash -c 'check "$1"' check
 
-# A finding is several lines; one in a header is told by every file that includes it.
+# A finding has several lines. One in a header is reported once for every file that includes it.
 findings=$(find "$found" -name '*.out' -exec cat {} + | sed "s,$PWD/,,g" |
     awk '/: (warning|error): /{ if (one) print one; one = $0; next } one { one = one "\1" $0 } END { if (one) print one }' |
     sort -u)
@@ -137,4 +137,4 @@ if [ -n "$findings" ]; then
     echo "check-tidy: $(wc -l <<<"$findings") finding(s)" >&2
     exit 1
 fi
-echo "check-tidy: ${#known[@]} files, nothing found"
+echo "check-tidy: ${#known[@]} files, no findings"

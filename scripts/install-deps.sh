@@ -1,18 +1,19 @@
 #!/usr/bin/env bash
-# Installs what building and testing need, where it is missing. Debian 12.
+# Installs the packages that building and testing need and that are missing. Debian 12.
 #
 # usage: scripts/install-deps.sh GROUP... [-- PACKAGE...]
 #
-# Groups: build (the provider, the tool), package (making .deb and .rpm packages, and looking at them), test (build, package, and
-# the second compiler with the sanitizers' runtime, a JSON Schema checker), check (formatter, linters), vm (the virtual machine of
-# tests/vm), compare (what bench/compare measures the provider against), bare (the bare Debian systems of tests/bare).
-# Packages after -- are wanted besides. Says what it installs; does nothing and says nothing when all is there.
-# Needs root or sudo only when something is missing.
+# Groups: build (the provider, the tool and the test programs), package (making and inspecting .deb and .rpm packages), test (build,
+# package and a JSON Schema checker), clang (the second compiler with its sanitizers), check (formatter and linters), vm (the virtual
+# machine of tests/vm), compare (what bench/compare measures the provider against), bare (the bare Debian systems of tests/bare).
+# Packages after -- are installed as well. Prints what it installs, and nothing if no package is missing; root or sudo is needed
+# only to install.
 set -euo pipefail
 
 build=(g++ cmake ninja-build libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libcli11-dev)
 package=(dpkg-dev file groff-base rpm zsh)
-test=(clang libclang-rt-14-dev python3-jsonschema)
+test=(python3-jsonschema)
+clang=(clang libclang-rt-14-dev)
 check=(clang-format clang-tidy shellcheck)
 vm=(qemu-system-x86 xz-utils)
 compare=(smartmontools lsscsi strace)
@@ -33,6 +34,7 @@ while [ $# -gt 0 ]; do
     build) wanted+=("${build[@]}") ;;
     package) wanted+=("${package[@]}") ;;
     test) wanted+=("${build[@]}" "${package[@]}" "${test[@]}") ;;
+    clang) wanted+=("${clang[@]}") ;;
     check) wanted+=("${check[@]}") ;;
     vm) wanted+=("${vm[@]}") ;;
     compare) wanted+=("${compare[@]}") ;;
@@ -42,13 +44,13 @@ while [ $# -gt 0 ]; do
         wanted+=("$@")
         break
         ;;
-    *) fail "unknown group \"$1\" (build, package, test, check, vm, compare, bare)" ;;
+    *) fail "unknown group \"$1\" (build, package, test, clang, check, vm, compare, bare)" ;;
     esac
     shift
 done
 
 command -v dpkg-query >/dev/null ||
-    fail "no Debian system: install what Debian calls ${wanted[*]} yourself"
+    fail "this is not a Debian system: install the equivalents of ${wanted[*]}"
 
 missing=()
 for package in "${wanted[@]}"; do

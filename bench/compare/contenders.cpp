@@ -11,20 +11,29 @@ namespace compare {
 
 namespace {
 
+constexpr int kProcessesAtOnce = 8; // of smartctl under xargs
+
+// "8-1": disks and disks per host.
+std::string textOf(Place place)
+{
+    return std::to_string(place.disks) + "-" + std::to_string(place.perHost);
+}
+
 bool isResident(Contender contender)
 {
     return contender == Contender::collection || contender == Contender::discovery || contender == Contender::inventory;
 }
 
-// The agent's state is kept between the provider's runs: with it, a fresh process makes one collection and not two.
+// Directory of the agent's state between the provider's runs: with it, a fresh process makes one collection and not
+// two.
 std::string keptState(Contender contender, Place place)
 {
     switch (contender) {
     case Contender::collection:
     case Contender::providerProcess:
-        return "state-" + std::to_string(place.disks);
+        return "state-" + textOf(place);
     case Contender::inventory: // the SMART mode is kept too
-        return "state-off-" + std::to_string(place.disks);
+        return "state-off-" + textOf(place);
     default:
         return "";
     }
@@ -49,20 +58,41 @@ Contest::Contest(Lab &lab, std::string binaries, std::string libraries)
 
 std::string Contest::machine(Place place) const
 {
-    const std::string name = "all-" + std::to_string(place.disks) + "-" + std::to_string(place.latencyMs) + ".json";
-    return std::filesystem::exists(lab_.path(name)) ? lab_.path(name)
-                                                    : lab_.write(name, machineOf(0, place.disks, place.latencyMs));
+    const std::string name = "all-" + textOf(place) + "-" + std::to_string(place.latencyMs) + ".json";
+    return std::filesystem::exists(lab_.path(name))
+               ? lab_.path(name)
+               : lab_.write(name, machineOf(0, place.disks, place.perHost, place.latencyMs));
 }
 
 std::string Contest::machineOfOne(int disk, int latencyMs) const
 {
-    const std::string name = "one-" + std::to_string(disk) + "-" + std::to_string(latencyMs) + ".json";
-    return std::filesystem::exists(lab_.path(name)) ? lab_.path(name) : lab_.write(name, machineOf(disk, 1, latencyMs));
+    const std::string path = pathOfOne(diskOf(disk).node.substr(5), latencyMs);
+    return std::filesystem::exists(path)
+               ? path
+               : lab_.write(std::filesystem::path(path).filename(), machineOf(disk, 1, Place{}.perHost, latencyMs));
 }
 
-Program Contest::smartctl(int disk) const
+std::string Contest::pathOfOne(const std::string &node, int latencyMs) const
 {
-    return {{"smartctl", "-iHA", diskOf(disk).node}, {"smartctl", "-V"}};
+    return lab_.path("one-" + node + "-" + std::to_string(latencyMs) + ".json");
+}
+
+Program Contest::smartctl(const std::string &node, bool database) const
+{
+    return {database ? std::vector<std::string>{"smartctl", "-iHA", node}
+                     : std::vector<std::string>{"smartctl", "-B", "/dev/null", "-iHA", node},
+            {"smartctl", "-V"}};
+}
+
+Cost Contest::smartctlInParallel(Place place)
+{
+    std::string nodes;
+    for (int disk = 0; disk < place.disks; ++disk) {
+        machineOfOne(disk, place.latencyMs);
+        nodes += diskOf(disk).node.substr(5) + "\n";
+    }
+    return lab_.measureEach(smartctl("/dev/{}"), pathOfOne("{}", place.latencyMs), lab_.write("nodes", nodes),
+                            kProcessesAtOnce);
 }
 
 Program Contest::program(Contender contender, Place place, int requests) const
@@ -92,12 +122,12 @@ Program Contest::program(Contender contender, Place place, int requests) const
     return program;
 }
 
-// What more requests take than one is what a request takes, but for the times, which the process tells itself. Memory
-// is not told: the broker keeps the objects of its last requests, to find what is released again.
+// Counts of a request are those of many requests less those of one; its times are printed by the process. Memory is not
+// measured: the broker keeps the objects of its last requests, to detect double releases.
 std::vector<Cost> Contest::resident(Contender contender, Place place, int times)
 {
     const std::string state = keptState(contender, place);
-    lab_.measure(program(contender, place, 1), machine(place), state); // from now on there is a saved state
+    lab_.measure(program(contender, place, 1), machine(place), state); // creates the saved state
     const Cost one = lab_.measure(program(contender, place, 1), machine(place), state);
     std::string output;
     const Cost all = lab_.measure(program(contender, place, times + 1), machine(place), state, &output);
@@ -106,13 +136,14 @@ std::vector<Cost> Contest::resident(Contender contender, Place place, int times)
     };
     std::istringstream lines(output);
     std::vector<Cost> costs;
-    for (Cost cost; lines >> cost.cpuSeconds >> cost.wallSeconds;) {
+    for (Cost cost; lines >> cost.cpuSeconds >> cost.wallSeconds >> cost.rawCpuSeconds >> cost.rawWallSeconds;) {
         cost.requests = perRequest(all.requests, one.requests);
         cost.commands = perRequest(all.commands, one.commands);
         costs.push_back(cost);
     }
     if (costs.size() != static_cast<size_t>(times) + 1) {
-        throw std::runtime_error("the times of " + std::to_string(costs.size()) + " requests are told");
+        throw std::runtime_error("expected the times of " + std::to_string(times + 1) + " requests, got " +
+                                 std::to_string(costs.size()));
     }
     costs.erase(costs.begin());
     return costs;
@@ -120,12 +151,16 @@ std::vector<Cost> Contest::resident(Contender contender, Place place, int times)
 
 Cost Contest::once(Contender contender, Place place)
 {
-    if (contender != Contender::smartctl) {
+    if (contender == Contender::smartctlParallel) {
+        return smartctlInParallel(place);
+    }
+    if (contender != Contender::smartctl && contender != Contender::smartctlBare) {
         return lab_.measure(program(contender, place, 1), machine(place), keptState(contender, place));
     }
     Cost sum;
     for (int disk = 0; disk < place.disks; ++disk) {
-        sum += lab_.measure(smartctl(disk), machineOfOne(disk, place.latencyMs));
+        sum += lab_.measure(smartctl(diskOf(disk).node, contender == Contender::smartctl),
+                            machineOfOne(disk, place.latencyMs));
     }
     return sum;
 }
@@ -136,7 +171,7 @@ std::vector<Cost> Contest::measure(Contender contender, Place place, int times)
         return resident(contender, place, times);
     }
     if (contender == Contender::providerProcess) {
-        once(contender, place); // so that there is a saved state
+        once(contender, place); // creates the saved state
     }
     std::vector<Cost> costs;
     for (int i = 0; i < times; ++i) {
@@ -146,24 +181,28 @@ std::vector<Cost> Contest::measure(Contender contender, Place place, int times)
 }
 
 void Contest::expect(const Program &program, const std::string &machine, int exitStatus,
-                     const std::vector<std::string> &told) const
+                     const std::vector<std::string> &texts) const
 {
-    const Ended ended = lab_.look(program, machine);
-    if (ended.exitStatus != exitStatus) {
-        throw std::runtime_error(program.arguments[0] + " ended with status " + std::to_string(ended.exitStatus) +
-                                 ", not " + std::to_string(exitStatus) + ":\n" + ended.output);
+    const process::Finished finished = lab_.look(program, machine);
+    if (finished.status != exitStatus) {
+        throw std::runtime_error(program.arguments[0] + " ended with status " + std::to_string(finished.status) +
+                                 ", not " + std::to_string(exitStatus) + ":\n" + finished.out);
     }
-    for (const std::string &text : told) {
-        if (ended.output.find(text) == std::string::npos) {
-            throw std::runtime_error(program.arguments[0] + " does not tell \"" + text + "\":\n" + ended.output);
+    for (const std::string &text : texts) {
+        if (finished.out.find(text) == std::string::npos) {
+            throw std::runtime_error(program.arguments[0] + " does not report \"" + text + "\":\n" + finished.out);
         }
     }
 }
 
 long Contest::systemCalls(Contender contender, Place place)
 {
-    if (contender == Contender::smartctl) {
-        return place.disks * lab_.systemCalls(smartctl(0), machineOfOne(0, place.latencyMs));
+    if (contender == Contender::smartctlParallel) {
+        return 0; // smartctl's, and xargs' own
+    }
+    if (contender == Contender::smartctl || contender == Contender::smartctlBare) {
+        return place.disks * lab_.systemCalls(smartctl(diskOf(0).node, contender == Contender::smartctl),
+                                              machineOfOne(0, place.latencyMs));
     }
     const auto calls = [&](int requests) {
         return lab_.systemCalls(program(contender, place, requests), machine(place), keptState(contender, place));
@@ -180,9 +219,11 @@ void Contest::checkThatAllSeeTheMachine()
         const Disk disk = diskOf(i);
         nodes.push_back(disk.node);
         serials.push_back("S/N:" + disk.serial);
-        expect(smartctl(i), machineOfOne(i, 0), 0,
-               {disk.model, disk.serial, "self-assessment test result: PASSED", std::to_string(kPowerOnHours),
-                "0" + std::to_string(kReallocatedThreshold)});
+        for (const bool database : {true, false}) {
+            expect(smartctl(disk.node, database), machineOfOne(i, 0), 0,
+                   {disk.model, disk.serial, "self-assessment test result: PASSED", std::to_string(kPowerOnHours),
+                    "0" + std::to_string(kReallocatedThreshold)});
+        }
     }
     expect(program(Contender::lsscsi, place, 1), machine(place), 0, nodes);
     expect(program(Contender::smartd, place, 1), machine(place), 0, serials);
@@ -190,10 +231,10 @@ void Contest::checkThatAllSeeTheMachine()
     expect(program(Contender::inventory, place, 2), machine(place), 0, {});
     expect(program(Contender::discovery, place, 2), machine(place), 0, {});
 
-    // One of them foretells its failure: none may find all well whatever the disks say.
-    const std::string failing = lab_.write("failing.json", machineOf(0, kDisks, 0, 1));
+    // One disk predicts its failure, and each program reports it: no program says "good" without asking.
+    const std::string failing = lab_.write("failing.json", machineOf(0, kDisks, place.perHost, 0, 1));
     constexpr int kDiskFailing = 1 << 3; // smartctl(8), exit status
-    expect(smartctl(1), failing, kDiskFailing, {"self-assessment test result: FAILED"});
+    expect(smartctl(diskOf(1).node), failing, kDiskFailing, {"self-assessment test result: FAILED"});
     expect(program(Contender::smartd, place, 1), failing, 0, {"FAILED SMART self-check"});
     expect(program(Contender::collection, place, 1), failing, 2, {"SMART status 1"});
 }

@@ -10,12 +10,14 @@
 namespace compare {
 
 enum class Contender {
-    collection,       // the provider, resident: one request makes it collect anew, SMART on
+    collection,       // the provider, resident: one request makes it collect again, SMART on
     providerProcess,  // the provider in a fresh process that makes one collection
     smartctl,         // smartctl -iHA for each disk, one after the other
+    smartctlBare,     // the same with an empty drive database
+    smartctlParallel, // smartctl -iHA for each disk, eight at a time (xargs -P8)
     smartd,           // smartd -q onecheck over all of them
-    smartdStart,      // smartd -q showtests: the same but for the check itself
-    discovery,        // the provider's discovery alone, in a process that goes on
+    smartdStart,      // smartd -q showtests: the same without the check itself
+    discovery,        // the provider's discovery alone, in a resident process
     discoveryProcess, // in a fresh process
     inventory,        // as collection, SMART off
     lsscsi,
@@ -23,34 +25,38 @@ enum class Contender {
 };
 constexpr int kContenders = static_cast<int>(Contender::count);
 
-// One place of the comparison: a machine with so many disks, each of whose commands takes so long.
+// One place of the comparison: a machine.
 struct Place {
-    int disks, latencyMs;
+    int disks;
+    int latencyMs;   // of each command that the disk itself answers
+    int perHost = 8; // disks on a host adapter
     auto operator<=>(const Place &) const = default;
 };
 
 class Contest {
 public:
-    // binaries: the build's directory of programs; library directory beside it.
+    // Directories of the build's programs and libraries.
     Contest(Lab &lab, std::string binaries, std::string libraries);
 
-    // Runs one of them so many times and gives a cost for each. Resident ones do so in one process, after a first time
-    // that is not counted.
+    // Runs a contender and returns the cost of each run. Resident ones run in one process, after a first time that is
+    // not counted.
     std::vector<Cost> measure(Contender contender, Place place, int times);
-    // System calls of one run, for which one disk's share is measured where each disk has a process of its own.
+    // System calls of one run. If each disk has a process, one disk's are measured and multiplied.
     long systemCalls(Contender contender, Place place);
 
-    // Throws std::runtime_error naming what a program has not read as the machine's description says it.
+    // Throws std::runtime_error if a program does not report what the machine's description says.
     void checkThatAllSeeTheMachine();
 
 private:
     std::string machine(Place place) const;
     std::string machineOfOne(int disk, int latencyMs) const;
+    std::string pathOfOne(const std::string &node, int latencyMs) const;
     Program program(Contender contender, Place place, int requests) const;
-    Program smartctl(int disk) const;
+    Program smartctl(const std::string &node, bool database = true) const;
+    Cost smartctlInParallel(Place place);
     std::vector<Cost> resident(Contender contender, Place place, int times);
     void expect(const Program &program, const std::string &machine, int exitStatus,
-                const std::vector<std::string> &told) const;
+                const std::vector<std::string> &texts) const;
     Cost once(Contender contender, Place place);
 
     Lab &lab_;

@@ -3,21 +3,22 @@
 // node of /dev is which disk.
 //
 // usage: compare_discovery DISKS TIMES
-// Prints for each time the seconds of CPU time and on the clock that it took, those of the simulated machine taken off,
-// and ends with status 1 when it has not found so many disks and nothing else (DISKS 0: whatever there is). Without
-// arguments it ends at once.
+// Prints a line for each time, as compare_provider does. Ends with status 1 if it did not find exactly DISKS disks and
+// no other device (DISKS 0: any devices). Ends at once without arguments.
 #include "compare/stopwatch.h"
 
+#include "collect/collection/discovery_lists.h"
 #include "collect/devices/disk_names.h"
-#include "collect/discovery_lists.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
+using namespace tavstrg;
+
 namespace {
 
-// All devices on the list, the disks with their nodes' names.
+// Lists all devices and finds the node of each disk.
 bool discover(SCSIDiskNameTable &names)
 {
     if (GetSCSIAndIDEInfoListFromProc() != 0 || GetSCSIDeviceName_IDArray(g_SCSIDeviceInfo, &names) != 1) {
@@ -53,7 +54,7 @@ int main(int argc, char **argv)
             std::fprintf(stderr, "compare_discovery: %d devices found\n", found);
             return 1;
         }
-        std::printf("%.9f %.9f\n", taken.cpuSeconds, taken.wallSeconds);
+        print(taken);
     }
     return 0;
 }

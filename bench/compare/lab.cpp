@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "compare/lab.h"
 
+#include "compare/median.h"
+
 #include <algorithm>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -46,12 +48,22 @@ std::string textOf(const std::vector<std::string> &arguments)
     return text;
 }
 
+process::Command silent(std::vector<std::string> words, std::vector<std::string> environment = {})
+{
+    return {.words = std::move(words),
+            .environment = std::move(environment),
+            .out = process::Output::discarded,
+            .err = process::Output::discarded};
+}
+
 } // namespace
 
 Cost &Cost::operator+=(const Cost &more)
 {
     wallSeconds += more.wallSeconds;
     cpuSeconds += more.cpuSeconds;
+    rawWallSeconds += more.rawWallSeconds;
+    rawCpuSeconds += more.rawCpuSeconds;
     requests += more.requests;
     commands += more.commands;
     peakKb = std::max(peakKb, more.peakKb);
@@ -95,37 +107,33 @@ double Lab::loadingSeconds(const Program &program)
     constexpr int kTimes = 31;
     std::vector<double> with, without;
     for (int i = 0; i < kTimes; ++i) {
-        with.push_back(run({program.startOnly, {"LD_PRELOAD=" + library_}, true}).cpuSeconds);
-        without.push_back(run({program.startOnly, {}, true}).cpuSeconds);
+        with.push_back(process::run(silent(program.startOnly, {"LD_PRELOAD=" + library_})).cpuSeconds);
+        without.push_back(process::run(silent(program.startOnly)).cpuSeconds);
     }
     return loading_[program.startOnly[0]] = std::max(0.0, medianOf(with) - medianOf(without));
 }
 
-Cost Lab::measure(const Program &program, const std::string &machine, const std::string &keptState, std::string *output)
+Cost Lab::costOf(const process::Finished &finished, const Program &program, const std::string &report, double loading)
 {
-    const double loading = loadingSeconds(program);
-    std::vector<std::string> variables = environment(machine, keptState);
-    const std::string report = write("report", "");
-    variables.push_back("TAVSIM_REPORT=" + report);
-    const Ended ended = run({program.arguments, variables}, output != nullptr);
-    if (ended.exitStatus != 0) {
-        throw std::runtime_error(textOf(program.arguments) + " ended with status " + std::to_string(ended.exitStatus));
+    if (finished.status != 0) {
+        throw std::runtime_error(textOf(program.arguments) + " ended with status " + std::to_string(finished.status));
     }
-    if (output != nullptr) {
-        *output = ended.output;
-    }
-    Cost cost{.wallSeconds = ended.wallSeconds - loading, .cpuSeconds = ended.cpuSeconds - loading};
+    Cost cost{.wallSeconds = finished.wallSeconds,
+              .cpuSeconds = finished.cpuSeconds,
+              .rawWallSeconds = finished.wallSeconds,
+              .rawCpuSeconds = finished.cpuSeconds};
     std::ifstream lines(report);
-    for (std::string line; std::getline(lines, line);) {
-        const nlohmann::json told = nlohmann::json::parse(line);
-        const double simulated = told.at("cpuSeconds");
+    for (std::string line; std::getline(lines, line);) { // one for each process
+        const nlohmann::json reported = nlohmann::json::parse(line);
+        const double simulated = reported.at("cpuSeconds").get<double>() + loading;
         cost.wallSeconds -= simulated;
         cost.cpuSeconds -= simulated;
-        cost.requests += told.at("requests").get<unsigned>();
-        cost.commands += told.at("commands").get<unsigned>();
-        cost.peakKb = std::max(cost.peakKb, told.at("peakKb").get<long>() - told.at("machineKb").get<long>());
-        if (told.at("unknownIoctls") != 0U) {
-            throw std::runtime_error(textOf(program.arguments) + " asked what the simulated machine does not know");
+        cost.requests += reported.at("requests").get<unsigned>();
+        cost.commands += reported.at("commands").get<unsigned>();
+        cost.peakKb = std::max(cost.peakKb, reported.at("peakKb").get<long>() - reported.at("machineKb").get<long>());
+        if (reported.at("unknownIoctls") != 0U) {
+            throw std::runtime_error(textOf(program.arguments) +
+                                     " sent an ioctl that the simulated machine does not know");
         }
     }
     if (cost.peakKb == 0) {
@@ -134,9 +142,46 @@ Cost Lab::measure(const Program &program, const std::string &machine, const std:
     return cost;
 }
 
-Ended Lab::look(const Program &program, const std::string &machine) const
+Cost Lab::measure(const Program &program, const std::string &machine, const std::string &keptState, std::string *output)
 {
-    return run({program.arguments, environment(machine, "")}, true);
+    const double loading = loadingSeconds(program);
+    const std::string report = write("report", "");
+    std::vector<std::string> variables = environment(machine, keptState);
+    variables.push_back("TAVSIM_REPORT=" + report);
+    const process::Finished finished =
+        process::run({.words = program.arguments,
+                      .environment = variables,
+                      .out = output == nullptr ? process::Output::discarded : process::Output::kept,
+                      .err = process::Output::inherited});
+    const Cost cost = costOf(finished, program, report, loading);
+    if (output != nullptr) {
+        *output = finished.out;
+    }
+    return cost;
+}
+
+Cost Lab::measureEach(const Program &program, const std::string &machine, const std::string &items, int atOnce)
+{
+    const double loading = loadingSeconds(program);
+    const std::string report = write("report", "");
+    std::vector<std::string> words = {"xargs", "-a", items, "-P", std::to_string(atOnce), "-I{}", "env"};
+    const std::vector<std::string> variables = environment(machine, "");
+    words.insert(words.end(), variables.begin(), variables.end());
+    words.push_back("TAVSIM_REPORT=" + report);
+    words.insert(words.end(), program.arguments.begin(), program.arguments.end());
+    const process::Finished finished = process::run(
+        {.words = words, .environment = {}, .out = process::Output::discarded, .err = process::Output::inherited});
+    Cost cost = costOf(finished, program, report, loading);
+    cost.wallSeconds = 0; // the machines of processes that run at once overlap
+    return cost;
+}
+
+process::Finished Lab::look(const Program &program, const std::string &machine) const
+{
+    return process::run({.words = program.arguments,
+                         .environment = environment(machine, ""),
+                         .out = process::Output::kept,
+                         .err = process::Output::inherited});
 }
 
 long Lab::tracedCalls(const std::vector<std::string> &arguments, const std::vector<std::string> &environment) const
@@ -146,7 +191,7 @@ long Lab::tracedCalls(const std::vector<std::string> &arguments, const std::vect
         traced.insert(traced.end(), {"-E", variable});
     }
     traced.insert(traced.end(), arguments.begin(), arguments.end());
-    if (run({traced, {}, true}).exitStatus != 0) {
+    if (process::run(silent(traced)).status != 0) {
         throw std::runtime_error(textOf(traced) + " failed");
     }
     return totalCalls(path("strace"));

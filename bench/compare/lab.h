@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Programs on simulated machines, and what they cost there without what the machine itself takes.
+// Runs programs on simulated machines and measures them, with and without what the machine itself takes.
 #pragma once
 
-#include "compare/process.h"
+#include "support/process.h"
 
 #include <filesystem>
 #include <map>
@@ -13,45 +13,52 @@ namespace compare {
 
 // What one run of a program, or several runs one after the other, took.
 struct Cost {
-    double wallSeconds = 0;
-    double cpuSeconds = 0;
+    double wallSeconds = 0; // without the simulated machine; 0: unknown, as processes ran at once
+    double cpuSeconds = 0;  // without the simulated machine
+    double rawWallSeconds = 0;
+    double rawCpuSeconds = 0;
     unsigned requests = 0; // ioctls on device nodes
     unsigned commands = 0; // of these, those that the disk itself had to answer
-    long peakKb = 0;       // of the largest of the runs; 0: not told
+    long peakKb = 0;       // of the largest of the runs; 0: unknown
     Cost &operator+=(const Cost &more);
 };
 
 struct Program {
     std::vector<std::string> arguments;
-    // With these the program ends as soon as it has started: what starting it costs.
+    // With these the program ends as soon as it has started, to measure its start.
     std::vector<std::string> startOnly;
 };
 
 class Lab {
 public:
-    // library: the simulated machine's. Everything else is made in a directory in memory, which goes with the lab.
+    // library: the simulated machine's. All files are in a directory in memory, which the destructor removes.
     explicit Lab(std::string library);
     ~Lab();
     Lab(const Lab &) = delete;
     Lab &operator=(const Lab &) = delete;
 
-    // A file of the lab's directory; write makes or replaces it.
+    // Path of a file in the lab's directory; write creates or replaces it.
     std::string path(const std::string &name) const { return directory_ / name; }
     std::string write(const std::string &name, const std::string &content) const;
 
-    // Runs a program on the machine of a description file. keptState: a name under which what the agent keeps between
-    // runs is found again; empty: nothing is kept. output: where to put standard output. Throws std::runtime_error when
-    // the program ends with another status than 0, or asked its devices what the simulated machine does not know.
+    // Runs a program on the machine of a description file. keptState: name of the directory for files that the agent
+    // keeps between runs; empty: none are kept. output: receives standard output. Throws std::runtime_error if the
+    // program ends with another status than 0, or sent an ioctl that the simulated machine does not know.
     Cost measure(const Program &program, const std::string &machine, const std::string &keptState = "",
                  std::string *output = nullptr);
-    // The same run for what it tells and how it ends alone.
-    Ended look(const Program &program, const std::string &machine) const;
-    // The same run's system calls, those of the simulated machine taken off and its answers to ioctls put in.
+    // Runs a program for each line of items, atOnce at a time (xargs -P). "{}" in its arguments and in the machine's
+    // path is the line.
+    Cost measureEach(const Program &program, const std::string &machine, const std::string &items, int atOnce);
+    // The same run for its output and its exit status alone.
+    process::Finished look(const Program &program, const std::string &machine) const;
+    // Number of the same run's system calls, without those of the simulated machine and with the ioctls it answered.
     long systemCalls(const Program &program, const std::string &machine, const std::string &keptState = "");
-    // CPU time that preloading the machine's library costs a program before its first instruction.
+    // CPU time that preloading the machine's library adds to a program's start.
     double loadingSeconds(const Program &program);
 
 private:
+    // Adds the lines of a report; loading: what preloading the library added to each process.
+    Cost costOf(const process::Finished &finished, const Program &program, const std::string &report, double loading);
     std::vector<std::string> environment(const std::string &machine, const std::string &keptState) const;
     long tracedCalls(const std::vector<std::string> &arguments, const std::vector<std::string> &environment) const;
 

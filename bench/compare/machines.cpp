@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "compare/machines.h"
 
+#include "support/machines.h"
+
 #include <nlohmann/json.hpp>
 
 namespace compare {
 
 namespace {
 
-constexpr int kDisksPerHost = 8;
+constexpr uint64_t kDiskBytes = 7814037168ULL * 512;
 
 // As the kernel names the disks: sda to sdz, sdaa, ...
 std::string nodeName(int number)
@@ -19,7 +21,7 @@ std::string nodeName(int number)
     return "sd" + letters;
 }
 
-// What a common disk counts.
+// The attributes of a common disk.
 nlohmann::json attributes()
 {
     nlohmann::json list = nlohmann::json::array();
@@ -39,11 +41,9 @@ nlohmann::json attributes()
 nlohmann::json deviceOf(int number, int latencyMs, bool failing)
 {
     const Disk disk = diskOf(number);
-    nlohmann::json device = {
-        {"id", number % kDisksPerHost}, {"ata", true},
-        {"node", disk.node.substr(5)},  {"model", disk.model},
-        {"serial", disk.serial},        {"revision", "FW01"},
-        {"sectors", 7814037168ULL},     {"smart", {{"attributes", attributes()}, {"failing", failing}}}};
+    nlohmann::json device = machines::ataDisk(disk.model, disk.serial, kDiskBytes);
+    device["node"] = disk.node.substr(5);
+    device["smart"] = {{"attributes", attributes()}, {"failing", failing}};
     if (latencyMs > 0) {
         device["faults"] = {{{"on", "ata"}, {"delayMs", latencyMs}}};
     }
@@ -57,18 +57,15 @@ Disk diskOf(int number)
     return {"/dev/" + nodeName(number), "NORDWIND NW4000", "NW" + std::to_string(100000 + number)};
 }
 
-std::string machineOf(int first, int number, int latencyMs, int failing)
+std::string machineOf(int first, int number, int perHost, int latencyMs, int failing)
 {
-    nlohmann::json hosts = nlohmann::json::array();
-    int host = -1;
+    nlohmann::json machine = machines::withoutDevices();
+    machine.erase("kernel");
     for (int i = first; i < first + number; ++i) {
-        if (i / kDisksPerHost != host) {
-            host = i / kDisksPerHost;
-            hosts.push_back({{"number", host}, {"driver", "ahci"}, {"devices", nlohmann::json::array()}});
-        }
-        hosts.back()["devices"].push_back(deviceOf(i, latencyMs, i == failing));
+        machines::attach(machine, static_cast<size_t>(i), deviceOf(i, latencyMs, i == failing),
+                         static_cast<size_t>(perHost));
     }
-    return nlohmann::json{{"hosts", hosts}, {"files", {{"storage.inf", "ahci\n"}}}}.dump();
+    return machines::text(machine);
 }
 
 } // namespace compare

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The machines on which the programs are compared: SATA disks with SMART on, eight to a host adapter.
+// The machines on which the programs are compared: SATA disks with SMART on.
 #pragma once
 
 #include <string>
@@ -16,8 +16,9 @@ Disk diskOf(int number); // 0-based
 constexpr int kReallocatedThreshold = 10;
 constexpr int kPowerOnHours = 4242;
 
-// Description (docs/SIMULATOR.md) of the disks first to first + number - 1, all managed. Each command that the disk
-// itself has to answer takes latencyMs. failing: of this number, a disk that foretells its failure; -1: none.
-std::string machineOf(int first, int number, int latencyMs, int failing = -1);
+// Description (docs/SIMULATOR.md) of the disks first to first + number - 1, all managed, perHost on each host adapter.
+// Each command that the disk itself has to answer takes latencyMs. failing: number of a disk that predicts its failure;
+// -1: none.
+std::string machineOf(int first, int number, int perHost, int latencyMs, int failing = -1);
 
 } // namespace compare

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// The provider beside generic tools for the same disks, on simulated machines: prints tables in Markdown, and whether
-// the goals are reached; exits non-zero when one is not.
+// Compares the provider with generic tools for the same disks, on simulated machines. Prints tables in Markdown and
+// whether the goals are reached; exits non-zero if one is not.
 //
-// usage: compare_run [--quick|--places DISKS:MS,...] [--runs N] [--json FILE]
+// usage: compare_run [--quick|--places DISKS:MS[:PERHOST],...] [--runs N] [--json FILE]
 #include "compare/figures.h"
 
 #include <cstdio>
@@ -21,11 +21,11 @@ using namespace compare;
 
 struct Options {
     std::vector<Place> places;
-    int runs = 11; // odd: the median is a run's own
+    int runs = 11; // odd: the median is the figure of one run
     std::string json;
 };
 
-const std::vector<Place> kQuickPlaces = {{1, 0}, {16, 0}, {16, 2}};
+const std::vector<Place> kQuickPlaces = {{1, 0}, {16, 0}, {16, 2}, {16, 0, 1}};
 
 std::vector<Place> allPlaces()
 {
@@ -34,11 +34,14 @@ std::vector<Place> allPlaces()
         for (const int latency : {0, 2, 20}) {
             places.push_back({disks, latency});
         }
+        if (disks > 1) {
+            places.push_back({disks, 0, 1});
+        }
     }
     return places;
 }
 
-// "64:2,128:20"; none when the text is anything else.
+// "64:2,128:20,128:0:1": disks, latency in ms, disks per host adapter. Returns none if the text is anything else.
 std::vector<Place> placesIn(const std::string &text)
 {
     std::vector<Place> places;
@@ -46,8 +49,8 @@ std::vector<Place> placesIn(const std::string &text)
     for (std::string item; std::getline(list, item, ',');) {
         Place place = {};
         int end = 0;
-        if (std::sscanf(item.c_str(), "%d:%d%n", &place.disks, &place.latencyMs, &end) != 2 ||
-            static_cast<size_t>(end) != item.size() || place.disks < 1 || place.latencyMs < 0) {
+        if (std::sscanf(item.c_str(), "%d:%d%n:%d%n", &place.disks, &place.latencyMs, &end, &place.perHost, &end) < 2 ||
+            static_cast<size_t>(end) != item.size() || place.disks < 1 || place.latencyMs < 0 || place.perHost < 1) {
             return {};
         }
         places.push_back(place);
@@ -69,14 +72,15 @@ bool readOptions(int argc, char **argv, Options &options)
         } else if (argument == "--json" && i + 1 < argc) {
             options.json = argv[++i];
         } else {
-            std::fprintf(stderr, "usage: compare_run [--quick|--places DISKS:MS,...] [--runs N] [--json FILE]\n");
+            std::fprintf(stderr,
+                         "usage: compare_run [--quick|--places DISKS:MS[:PERHOST],...] [--runs N] [--json FILE]\n");
             return false;
         }
     }
     return true;
 }
 
-// Discovery sends no command: it is measured without latency alone. What smartd does first is told by a few disks.
+// Discovery sends no command, so it is measured without latency only. smartd's start is measured on few disks.
 bool isMeasured(Contender contender, Place place)
 {
     return (contender < Contender::discovery || place.latencyMs == 0) &&
@@ -86,7 +90,7 @@ bool isMeasured(Contender contender, Place place)
 void measureAll(Contest &contest, const Options &options, Results &results)
 {
     for (const Place place : options.places) {
-        std::fprintf(stderr, "%d disks, %d ms\n", place.disks, place.latencyMs);
+        std::fprintf(stderr, "%d disks, %d a host, %d ms\n", place.disks, place.perHost, place.latencyMs);
         for (int i = 0; i < kContenders; ++i) {
             const auto contender = static_cast<Contender>(i);
             if (isMeasured(contender, place)) {
@@ -99,7 +103,7 @@ void measureAll(Contest &contest, const Options &options, Results &results)
 
 int compareAll(const Options &options)
 {
-    ::prctl(PR_SET_TIMERSLACK, 1UL); // ns, of the children too: a simulated device waits as long as it is said to
+    ::prctl(PR_SET_TIMERSLACK, 1UL); // ns, inherited by the children: a simulated device's sleep is not prolonged
     const std::string build = TAV_BINARY_DIR;
     Lab lab(build + "/lib/libtavsim.so");
     Contest contest(lab, build + "/bin", build + "/lib");

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// The provider asked as a client would ask it: loaded into a broker, once or again and again.
+// Sends requests to the provider as a client does: loaded into a broker, once or repeatedly.
 //
 // usage: compare_provider PROVIDER DISKS REQUESTS [SMART]
-// Loads the shared object PROVIDER and asks for the instances of TAV_StorageHardDisk so many times: each makes the
-// provider, which runs without its monitoring thread, collect anew. SMART, 0 or 1, is set as the SMART mode first.
-// Prints for each request the seconds of CPU time and on the clock that it took, those of the simulated machine taken
-// off. When an answer is not what DISKS good disks give, it says so there and ends with status 2. Without arguments it
-// ends at once.
+// Loads the shared object PROVIDER and enumerates TAV_StorageHardDisk REQUESTS times: each request makes the provider,
+// which runs without its monitoring thread, collect again. SMART, 0 or 1, is set as the SMART mode first.
+// Prints a line for each request: seconds of CPU time and on the clock without the simulated machine's, then both with
+// them. Ends with status 2 and the reason on standard output if an answer is not that of DISKS good disks. Ends at once
+// without arguments.
 #include "compare/stopwatch.h"
 
 #include "broker/broker.h"
@@ -23,7 +23,7 @@ int fail(const std::string &what)
     return 1;
 }
 
-// Empty, or what is wrong. SMART status 0: the disk foretells no failure, or is not asked.
+// Returns what is wrong, empty if nothing is. SMART status 0: the disk predicts no failure, or is not asked.
 std::string judge(const broker::Reply &reply, size_t disks)
 {
     if (!reply.ok() || reply.instances.size() != disks) {
@@ -69,7 +69,7 @@ int main(int argc, char **argv)
             std::puts(wrong.c_str());
             return 2;
         }
-        std::printf("%.9f %.9f\n", taken.cpuSeconds, taken.wallSeconds);
+        print(taken);
     }
     broker.stop();
     return 0;

@@ -4,8 +4,9 @@
 //
 // usage: compare_real PROVIDER TIMES DISK...
 // PROVIDER: the shared object. DISK...: the device nodes of all the disks that storage.inf has managed, all of them
-// good. compare_provider and compare_discovery lie beside this program.
-#include "compare/process.h"
+// good. compare_provider and compare_discovery are in the directory of this program.
+#include "compare/median.h"
+#include "support/process.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -20,20 +21,29 @@
 namespace {
 
 using namespace compare;
+using process::Command;
+using process::Finished;
+using process::Output;
 
 struct Row {
     std::vector<double> cpu, wall; // seconds
     long peakKb = 0;
 };
 
-Ended runWell(const Command &command, bool keepOutput = false)
+// A program whose standard error is the caller's.
+Command program(std::vector<std::string> words, Output out = Output::discarded, Output err = Output::inherited)
 {
-    const Ended ended = run(command, keepOutput);
-    if (ended.exitStatus != 0) {
-        throw std::runtime_error(command.arguments[0] + " ended with status " + std::to_string(ended.exitStatus) +
-                                 ": " + ended.output);
+    return {.words = std::move(words), .out = out, .err = err};
+}
+
+Finished runWell(const Command &command)
+{
+    Finished finished = process::run(command);
+    if (finished.status != 0) {
+        throw std::runtime_error(command.words[0] + " ended with status " + std::to_string(finished.status) + ": " +
+                                 finished.out);
     }
-    return ended;
+    return finished;
 }
 
 // Several commands, one after the other, count as one.
@@ -44,7 +54,7 @@ Row measure(const std::vector<Command> &commands, int times)
         double cpu = 0;
         double wall = 0;
         for (const Command &command : commands) {
-            const Ended ended = runWell(command);
+            const Finished ended = runWell(command);
             cpu += ended.cpuSeconds;
             wall += ended.wallSeconds;
             row.peakKb = std::max(row.peakKb, ended.peakKb);
@@ -57,17 +67,18 @@ Row measure(const std::vector<Command> &commands, int times)
     return row;
 }
 
-// What a resident program tells of each time but the first.
-Row toldBy(const Command &command)
+// The times that a resident program prints, but for the first.
+Row printedBy(std::vector<std::string> words)
 {
-    const Ended ended = runWell(command, true);
-    std::istringstream lines(ended.output);
+    const Finished ended = runWell(program(std::move(words), Output::kept));
+    std::istringstream lines(ended.out);
     Row row;
     row.peakKb = ended.peakKb;
     double cpu = 0;
     double wall = 0;
-    lines >> cpu >> wall;
-    while (lines >> cpu >> wall) {
+    double raw = 0; // the same: no machine is simulated
+    lines >> cpu >> wall >> raw >> raw;
+    while (lines >> cpu >> wall >> raw >> raw) {
         row.cpu.push_back(cpu);
         row.wall.push_back(wall);
     }
@@ -90,25 +101,25 @@ void compareAll(const std::string &provider, int times, const std::vector<std::s
     std::vector<Command> smartctl;
     for (const std::string &disk : disks) {
         file << disk << " -a\n";
-        smartctl.push_back({{"smartctl", "-iHA", disk}, {}});
+        smartctl.push_back(program({"smartctl", "-iHA", disk}));
     }
     file.close();
     const auto smartd = [&](const char *mode) {
-        return Command{{"smartd", "-q", mode, "-s", "", "-A", "", "-c", configuration}, {}};
+        return program({"smartd", "-q", mode, "-s", "", "-A", "", "-c", configuration});
     };
     const std::string number = std::to_string(disks.size());
     const std::string often = std::to_string(times + 1);
     std::printf("| %zu disks | CPU, ms | clock, ms | peak, MiB |\n|---|---:|---:|---:|\n", disks.size());
-    print("a process that collects once", measure({{{asker, provider, number, "1"}, {}}}, times));
-    print("a collection", toldBy({{asker, provider, number, often}, {}}));
+    print("a process that collects once", measure({program({asker, provider, number, "1"})}, times));
+    print("a collection", printedBy({asker, provider, number, often}));
     print("`smartctl -iHA`, one disk after the other", measure(smartctl, times));
     print("`smartd -q onecheck`", measure({smartd("onecheck")}, times));
     print("`smartd -q showtests`", measure({smartd("showtests")}, times));
-    print("discovery, of all devices", toldBy({{discovery, "0", often}, {}}));
-    print("a process that discovers once", measure({{{discovery, "0", "1"}, {}}}, times));
-    print("of that to start and end", measure({{{discovery}, {}}}, times));
-    print("`lsscsi`", measure({{{"lsscsi"}, {}}}, times));
-    print("of that to start and end", measure({{{"lsscsi", "-V"}, {}, true}}, times));
+    print("discovery, of all devices", printedBy({discovery, "0", often}));
+    print("a process that discovers once", measure({program({discovery, "0", "1"})}, times));
+    print("of this, start and end", measure({program({discovery})}, times));
+    print("`lsscsi`", measure({program({"lsscsi"})}, times));
+    print("of this, start and end", measure({program({"lsscsi", "-V"}, Output::discarded, Output::discarded)}, times));
 }
 
 } // namespace

@@ -1,20 +1,29 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a stretch of a program costs without what the simulated machine, preloaded into it, takes of it.
+// Measures a stretch of a program, with and without the time that the preloaded simulated machine takes of it.
 #pragma once
 
 #include <chrono>
+#include <cstdio>
 #include <ctime>
 
 namespace sim {
-// Of the simulated machine; not there in a process without.
+// Defined by the simulated machine; null in a process without it.
 [[gnu::weak]] double ownCpuSecondsOfProcess();
 } // namespace sim
 
 namespace compare {
 
 struct Taken {
-    double cpuSeconds, wallSeconds;
+    double cpuSeconds, wallSeconds;       // without the simulated machine
+    double rawCpuSeconds, rawWallSeconds; // with it
 };
+
+// One line of a program's output, read by measuring programs.
+inline void print(const Taken &taken)
+{
+    std::printf("%.9f %.9f %.9f %.9f\n", taken.cpuSeconds, taken.wallSeconds, taken.rawCpuSeconds,
+                taken.rawWallSeconds);
+}
 
 class Stopwatch {
 public:
@@ -24,7 +33,7 @@ public:
         const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - wall_).count();
         const double cpu = cpuNow() - cpu_;
         const double simulated = simulatedNow() - simulated_;
-        return {cpu - simulated, wall - simulated};
+        return {cpu - simulated, wall - simulated, cpu, wall};
     }
 
 private:

@@ -1,7 +1,7 @@
-# Completion of tavstrg for bash. Commands, options and arguments are what the tool's own help says, so they are always
-# those of the version that is installed. Works with and without the package bash-completion.
+# Completion of tavstrg for bash. Commands, options and arguments come from the tool's help, so they are those of the
+# installed version. Works with and without the package bash-completion.
 
-# Options of the tool, or of its command $2, one a line; what an option takes stands behind it ("--machine FILE").
+# Prints the options of the tool, or of its command $2, one per line, each with its value ("--machine FILE").
 _tavstrg_options()
 {
     local line
@@ -15,7 +15,7 @@ _tavstrg_options()
     done < <("$1" ${2:+"$2"} --help 2>/dev/null)
 }
 
-# Lines of a section of the tool's help, or of its command's $3: the first word of each.
+# Prints the first word of each line in a section of the help of the tool, or of its command $3.
 _tavstrg_section()
 {
     local line inside=
@@ -30,7 +30,7 @@ _tavstrg_section()
     done < <("$1" ${3:+"$3"} --help 2>/dev/null)
 }
 
-# "class method argument...", one method a line, and "class" for each class; classes by their short names.
+# Prints "class" for each class and "class method argument..." for each method, with short class names.
 _tavstrg_catalogue()
 {
     local line class=
@@ -44,7 +44,7 @@ _tavstrg_catalogue()
     done < <("$1" classes 2>/dev/null)
 }
 
-# Candidates for an argument of the kind $2; $3 and $4 are the class and the method on the line so far.
+# Prints the candidates for an argument of kind $2; $3 and $4 are the class and the method on the line, if any.
 _tavstrg_argument()
 {
     local class method arguments wanted=${3-} method_given=${4-} prefix=
@@ -81,11 +81,11 @@ _tavstrg()
     local tool=${COMP_WORDS[0]} cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]}
     local commands command='' takes='' word i given=() kinds=() name kind
     COMPREPLY=()
-    # A word that is not a path of the tool, such as ~/tavstrg, is not run.
+    # Does not run a word that is not a path of the tool, such as ~/tavstrg.
     type -P -- "$tool" >/dev/null || return 0
     commands=$(_tavstrg_section "$tool" Subcommands)
 
-    # bash takes "--option=value" apart.
+    # bash splits "--option=value".
     if [[ $cur == = ]]; then
         cur=
     elif [[ $prev == = ]]; then

@@ -5,6 +5,8 @@
 #include "records/records.h"
 #include "runtime/mode.h"
 
+namespace tavstrg {
+
 // Answers a GetInstance or EnumInstances request: returns instances in the namespace of cop through rslt, with the
 // properties of the client's list (null: all), and closes rslt when all went well. A failure's status has a message,
 // which belongs to the broker, but for a null cInfo.
@@ -15,31 +17,33 @@ template <class Rec>
 using InstanceBuilder = CMPIInstance *(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
                                        const Rec *record);
 
+} // namespace tavstrg
+
 // The nine classes that are keyed by Index.
-InstanceHandler TAV_STRGCtrlGetInstance, TAV_STRGCtrlEnumInstances;
-InstanceHandler TAV_STRGScsiGetInstance, TAV_STRGScsiEnumInstances;
-InstanceHandler TAV_STRGIdeGetInstance, TAV_STRGIdeEnumInstances;
-InstanceHandler TAV_STRGHddGetInstance, TAV_STRGHddEnumInstances;
-InstanceHandler TAV_STRGCdromGetInstance, TAV_STRGCdromEnumInstances;
-InstanceHandler TAV_STRGTapeGetInstance, TAV_STRGTapeEnumInstances;
-InstanceHandler TAV_STRGOptMemGetInstance, TAV_STRGOptMemEnumInstances;
-InstanceHandler TAV_STRGMiscGetInstance, TAV_STRGMiscEnumInstances;
-InstanceHandler TAV_STRGLifeSpanGetInstance, TAV_STRGLifeSpanEnumInstances;
-InstanceBuilder<StrgCtrlRec> TAV_STRGCtrlSetPropInst;
-InstanceBuilder<StrgScsiRec> TAV_STRGScsiSetPropInst;
-InstanceBuilder<StrgIdeRec> TAV_STRGIdeSetPropInst;
-InstanceBuilder<StrgHddRec> TAV_STRGHddSetPropInst;
-InstanceBuilder<StrgDevRec> TAV_STRGCdromSetPropInst;
-InstanceBuilder<StrgDevRec> TAV_STRGTapeSetPropInst;
-InstanceBuilder<StrgDevRec> TAV_STRGOptMemSetPropInst;
-InstanceBuilder<StrgDevRec> TAV_STRGMiscSetPropInst;
-InstanceBuilder<StrgLifeRec> TAV_STRGLifeSpanSetPropInst;
+tavstrg::InstanceHandler TAV_STRGCtrlGetInstance, TAV_STRGCtrlEnumInstances;
+tavstrg::InstanceHandler TAV_STRGScsiGetInstance, TAV_STRGScsiEnumInstances;
+tavstrg::InstanceHandler TAV_STRGIdeGetInstance, TAV_STRGIdeEnumInstances;
+tavstrg::InstanceHandler TAV_STRGHddGetInstance, TAV_STRGHddEnumInstances;
+tavstrg::InstanceHandler TAV_STRGCdromGetInstance, TAV_STRGCdromEnumInstances;
+tavstrg::InstanceHandler TAV_STRGTapeGetInstance, TAV_STRGTapeEnumInstances;
+tavstrg::InstanceHandler TAV_STRGOptMemGetInstance, TAV_STRGOptMemEnumInstances;
+tavstrg::InstanceHandler TAV_STRGMiscGetInstance, TAV_STRGMiscEnumInstances;
+tavstrg::InstanceHandler TAV_STRGLifeSpanGetInstance, TAV_STRGLifeSpanEnumInstances;
+tavstrg::InstanceBuilder<StrgCtrlRec> TAV_STRGCtrlSetPropInst;
+tavstrg::InstanceBuilder<StrgScsiRec> TAV_STRGScsiSetPropInst;
+tavstrg::InstanceBuilder<StrgIdeRec> TAV_STRGIdeSetPropInst;
+tavstrg::InstanceBuilder<StrgHddRec> TAV_STRGHddSetPropInst;
+tavstrg::InstanceBuilder<StrgDevRec> TAV_STRGCdromSetPropInst;
+tavstrg::InstanceBuilder<StrgDevRec> TAV_STRGTapeSetPropInst;
+tavstrg::InstanceBuilder<StrgDevRec> TAV_STRGOptMemSetPropInst;
+tavstrg::InstanceBuilder<StrgDevRec> TAV_STRGMiscSetPropInst;
+tavstrg::InstanceBuilder<StrgLifeRec> TAV_STRGLifeSpanSetPropInst;
 
 // The three classes with one instance and no key; both kinds of request go to their GetInstance handler.
-InstanceHandler TAV_STRGConfigGetInstance, TAV_STRGTotalNumGetInstance, TAV_STRGThreadGetInstance;
-InstanceBuilder<StrgConfRec> TAV_STRGConfigSetPropInst;
-InstanceBuilder<StrgTnumRec> TAV_STRGTotalNumSetPropInst;
-InstanceBuilder<uint16_t> TAV_STRGThreadSetPropInst; // the "record" is the thread's status, 1 running or 0
+tavstrg::InstanceHandler TAV_STRGConfigGetInstance, TAV_STRGTotalNumGetInstance, TAV_STRGThreadGetInstance;
+tavstrg::InstanceBuilder<StrgConfRec> TAV_STRGConfigSetPropInst;
+tavstrg::InstanceBuilder<StrgTnumRec> TAV_STRGTotalNumSetPropInst;
+tavstrg::InstanceBuilder<uint16_t> TAV_STRGThreadSetPropInst; // the "record" is the thread's status, 1 running or 0
 
 // "SetMonitorCycle" and "SetHardDiskSmartMode": change the configuration record, publish and save it. No return value.
 CMPIStatus TAV_STRGConfigInvokeMethod(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
@@ -49,9 +53,13 @@ CMPIStatus TAV_STRGThreadStartInvokeMethod(const CInfo *cInfo, const CMPIResult 
 // "StopMonitoringThread": saves and tears down the store with the thread. A refused stop frees the store too.
 CMPIStatus TAV_STRGThreadStopInvokeMethod(const CInfo *cInfo, const CMPIResult *rslt);
 
+namespace tavstrg {
+
 // A class's SetPropInst where the record has no type: a column of the tables that describe the classes.
 template <class Rec, InstanceBuilder<Rec> *SetPropInst>
 CMPIInstance *buildFrom(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties, const void *record)
 {
     return SetPropInst(cInfo, cop, properties, static_cast<const Rec *>(record));
 }
+
+} // namespace tavstrg

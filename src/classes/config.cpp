@@ -2,14 +2,16 @@
 #include "classes/instance.h"
 #include "classes/singleton.h"
 #include "lifecycle/access.h"
+#include "runtime/cmpi_data.h"
 #include "runtime/request.h"
-#include "runtime/status.h"
 #include "runtime/trace.h"
 #include "store/arrays.h"
 
 #include <cstdio>
 #include <cstring>
 #include <mutex>
+
+using namespace tavstrg;
 
 namespace {
 

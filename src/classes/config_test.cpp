@@ -8,6 +8,8 @@
 #include <gmock/gmock.h>
 #include <thread>
 
+using namespace tavstrg;
+
 using broker::NamedValue;
 using broker::Reply;
 using broker::Request;
@@ -16,7 +18,7 @@ using testing::ElementsAre;
 
 namespace {
 
-class ConfigMethods : public StoreFixture {
+class ConfigMethods : public ServedStore {
 protected:
     Reply invoke(const char *method, const std::vector<NamedValue> &args)
     {

@@ -3,14 +3,16 @@
 
 #include "classes/instance.h"
 #include "lifecycle/access.h"
+#include "runtime/cmpi_data.h"
 #include "runtime/holders.h"
 #include "runtime/request.h"
-#include "runtime/status.h"
 #include "runtime/trace.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+using namespace tavstrg;
 
 namespace {
 
@@ -208,20 +210,20 @@ void setKey(CMPIObjectPath *path, CMPIInstance *instance, const void *record)
 
 } // namespace
 
-CMPIStatus indexedGetInstance(const IndexedClass &member, const CInfo *cInfo, const CMPIResult *rslt,
-                              const CMPIObjectPath *cop, const char **properties)
+CMPIStatus tavstrg::indexedGetInstance(const IndexedClass &member, const CInfo *cInfo, const CMPIResult *rslt,
+                                       const CMPIObjectPath *cop, const char **properties)
 {
     return tracedAnswer(cInfo, [&] { return getByKey(member, cInfo, rslt, cop, properties); });
 }
 
-CMPIStatus indexedEnumInstances(const IndexedClass &member, const CInfo *cInfo, const CMPIResult *rslt,
-                                const CMPIObjectPath *cop, const char **properties)
+CMPIStatus tavstrg::indexedEnumInstances(const IndexedClass &member, const CInfo *cInfo, const CMPIResult *rslt,
+                                         const CMPIObjectPath *cop, const char **properties)
 {
     return tracedAnswer(cInfo, [&] { return enumerate(member, cInfo, rslt, cop, properties); });
 }
 
-CMPIInstance *indexedSetPropInst(const IndexedClass &member, const CInfo *cInfo, const CMPIObjectPath *cop,
-                                 const char **properties, const void *record)
+CMPIInstance *tavstrg::indexedSetPropInst(const IndexedClass &member, const CInfo *cInfo, const CMPIObjectPath *cop,
+                                          const char **properties, const void *record)
 {
     return buildInstance(cInfo, cop, properties, kClasses[member.classId], member.recordParam, record, setKey);
 }

@@ -5,6 +5,8 @@
 
 #include "classes/classes.h"
 
+namespace tavstrg {
+
 struct IndexedClass {
     int classId;
     const char *classIdName;     // as traced before the store is asked
@@ -21,3 +23,5 @@ CMPIStatus indexedEnumInstances(const IndexedClass &member, const CInfo *cInfo, 
                                 const CMPIObjectPath *cop, const char **properties);
 CMPIInstance *indexedSetPropInst(const IndexedClass &member, const CInfo *cInfo, const CMPIObjectPath *cop,
                                  const char **properties, const void *record);
+
+} // namespace tavstrg

@@ -4,6 +4,8 @@
 
 #include <gmock/gmock.h>
 
+using namespace tavstrg;
+
 using broker::NamedValue;
 using broker::Reply;
 using broker::Request;

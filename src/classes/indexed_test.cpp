@@ -7,6 +7,8 @@
 #include <gmock/gmock.h>
 #include <thread>
 
+using namespace tavstrg;
+
 using broker::NamedValue;
 using broker::Reply;
 using broker::Request;

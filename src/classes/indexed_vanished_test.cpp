@@ -7,6 +7,8 @@
 #include <functional>
 #include <string_view>
 
+using namespace tavstrg;
+
 namespace {
 
 using broker::Reply;

@@ -1,15 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "classes/instance.h"
 
+#include "runtime/cmpi_data.h"
 #include "runtime/holders.h"
 #include "runtime/memory.h"
 #include "runtime/request.h"
-#include "runtime/status.h"
 #include "runtime/trace.h"
 
 #include <cstdio>
 
-CMPIObjectPath *newPath(const CInfo *cInfo, const CMPIObjectPath *cop, const char *className)
+using namespace tavstrg;
+
+CMPIObjectPath *tavstrg::newPath(const CInfo *cInfo, const CMPIObjectPath *cop, const char *className)
 {
     char *nameSpace = getNameSpace(cop);
     if (nameSpace == nullptr) {
@@ -25,7 +27,7 @@ CMPIObjectPath *newPath(const CInfo *cInfo, const CMPIObjectPath *cop, const cha
     return path.handOver();
 }
 
-CMPIInstance *newInstance(const CInfo *cInfo, const CMPIObjectPath *path)
+CMPIInstance *tavstrg::newInstance(const CInfo *cInfo, const CMPIObjectPath *path)
 {
     TRACE(kDetail, "CMNewInstance()");
     CMPIStatus status{};
@@ -36,7 +38,7 @@ CMPIInstance *newInstance(const CInfo *cInfo, const CMPIObjectPath *path)
     return instance.handOver();
 }
 
-bool limitProperties(CMPIInstance *instance, const char **properties)
+bool tavstrg::limitProperties(CMPIInstance *instance, const char **properties)
 {
     TRACE(kDetail, "CMSetPropertyFilter()");
     if (instance->ft->setPropertyFilter(instance, properties, nullptr).rc != CMPI_RC_OK) {
@@ -46,7 +48,7 @@ bool limitProperties(CMPIInstance *instance, const char **properties)
     return true;
 }
 
-void setProperties(CMPIInstance *instance, const ClassDesc &desc, const void *record)
+void tavstrg::setProperties(CMPIInstance *instance, const ClassDesc &desc, const void *record)
 {
     for (const FieldDesc &field : desc.fields) {
         if (field.key || (field.use & kPublished) == 0) {
@@ -63,14 +65,14 @@ void setProperties(CMPIInstance *instance, const ClassDesc &desc, const void *re
     }
 }
 
-CMPIStatus failedCall(const CInfo *cInfo, const char *call)
+CMPIStatus tavstrg::failedCall(const CInfo *cInfo, const char *call)
 {
     char message[64];
     std::snprintf(message, sizeof message, "%s() FAILED", call);
     return statusWithChars(cInfo, CMPI_RC_ERR_FAILED, message);
 }
 
-CMPIStatus returnInstance(const CInfo *cInfo, const CMPIResult *rslt, const CMPIInstance *instance)
+CMPIStatus tavstrg::returnInstance(const CInfo *cInfo, const CMPIResult *rslt, const CMPIInstance *instance)
 {
     TRACE(kDetail, "CMReturnInstance()");
     if (rslt->ft->returnInstance(rslt, instance).rc != CMPI_RC_OK) {
@@ -80,14 +82,15 @@ CMPIStatus returnInstance(const CInfo *cInfo, const CMPIResult *rslt, const CMPI
     return {CMPI_RC_OK, nullptr};
 }
 
-void returnDone(const CMPIResult *rslt)
+void tavstrg::returnDone(const CMPIResult *rslt)
 {
     TRACE(kDetail, "CMReturnDone()");
     rslt->ft->returnDone(rslt);
 }
 
-CMPIInstance *buildInstance(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
-                            const ClassDesc &desc, const char *recordParam, const void *record, KeySetter *setKey)
+CMPIInstance *tavstrg::buildInstance(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
+                                     const ClassDesc &desc, const char *recordParam, const void *record,
+                                     KeySetter *setKey)
 {
     TRACE(kDetail, "_IN_");
     if (cInfo == nullptr) {

@@ -7,6 +7,8 @@
 #include "runtime/mode.h"
 #include "runtime/trace.h"
 
+namespace tavstrg {
+
 // Object path of a class in the namespace of cop.
 CMPIObjectPath *newPath(const CInfo *cInfo, const CMPIObjectPath *cop, const char *className);
 // Instance of a path, without properties yet.
@@ -51,3 +53,5 @@ CMPIStatus failedCall(const CInfo *cInfo, const char *call);
 CMPIStatus returnInstance(const CInfo *cInfo, const CMPIResult *rslt, const CMPIInstance *instance);
 // Closes the result and traces.
 void returnDone(const CMPIResult *rslt);
+
+} // namespace tavstrg

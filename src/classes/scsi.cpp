@@ -3,6 +3,8 @@
 
 #include "runtime/trace.h"
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr IndexedClass kScsiClass = {

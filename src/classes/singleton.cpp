@@ -3,9 +3,11 @@
 
 #include "classes/instance.h"
 #include "lifecycle/access.h"
+#include "runtime/cmpi_data.h"
 #include "runtime/holders.h"
-#include "runtime/status.h"
 #include "runtime/trace.h"
+
+using namespace tavstrg;
 
 namespace {
 
@@ -54,13 +56,13 @@ CMPIStatus answer(const SingletonClass &member, const CInfo *cInfo, const CMPIRe
 
 } // namespace
 
-CMPIStatus missingSingleton(const SingletonClass &member, const CInfo *cInfo)
+CMPIStatus tavstrg::missingSingleton(const SingletonClass &member, const CInfo *cInfo)
 {
     TRACE(kFailure, "%s", member.noDataText);
     return statusWithChars(cInfo, CMPI_RC_ERR_NOT_FOUND, "NotFound Data");
 }
 
-CMPIStatus readSingleton(const SingletonClass &member, const CInfo *cInfo, DatInfo &dat)
+CMPIStatus tavstrg::readSingleton(const SingletonClass &member, const CInfo *cInfo, DatInfo &dat)
 {
     TRACE(kDetail, "strgGetInstance(%s)", member.classIdName);
     if (strgGetInstance(cInfo, member.classId, &dat) != 0 || lacksArray(dat)) {
@@ -70,14 +72,14 @@ CMPIStatus readSingleton(const SingletonClass &member, const CInfo *cInfo, DatIn
     return dat.datNum > 0 ? CMPIStatus{CMPI_RC_OK, nullptr} : missingSingleton(member, cInfo);
 }
 
-CMPIStatus singletonGetInstance(const SingletonClass &member, const CInfo *cInfo, const CMPIResult *rslt,
-                                const CMPIObjectPath *cop, const char **properties)
+CMPIStatus tavstrg::singletonGetInstance(const SingletonClass &member, const CInfo *cInfo, const CMPIResult *rslt,
+                                         const CMPIObjectPath *cop, const char **properties)
 {
     return tracedAnswer(cInfo, [&] { return answer(member, cInfo, rslt, cop, properties); });
 }
 
-CMPIInstance *singletonSetPropInst(const SingletonClass &member, const CInfo *cInfo, const CMPIObjectPath *cop,
-                                   const char **properties, const void *record)
+CMPIInstance *tavstrg::singletonSetPropInst(const SingletonClass &member, const CInfo *cInfo, const CMPIObjectPath *cop,
+                                            const char **properties, const void *record)
 {
     return buildInstance(cInfo, cop, properties, kClasses[member.classId], member.recordParam, record);
 }

@@ -5,6 +5,8 @@
 
 #include "classes/classes.h"
 
+namespace tavstrg {
+
 struct SingletonClass {
     int classId;
     const char *classIdName; // as traced before the store is asked
@@ -23,3 +25,5 @@ CMPIInstance *singletonSetPropInst(const SingletonClass &member, const CInfo *cI
 CMPIStatus readSingleton(const SingletonClass &member, const CInfo *cInfo, DatInfo &dat);
 // The failure of a record that is not there.
 CMPIStatus missingSingleton(const SingletonClass &member, const CInfo *cInfo);
+
+} // namespace tavstrg

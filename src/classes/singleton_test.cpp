@@ -6,6 +6,8 @@
 
 #include <gmock/gmock.h>
 
+using namespace tavstrg;
+
 using broker::NamedValue;
 using broker::Reply;
 using broker::Request;
@@ -60,7 +62,7 @@ const Member kMembers[] = {
       {"MiscTotalNumber", CMPI_uint16}}},
 };
 
-class Singleton : public StoreFixture {
+class Singleton : public ServedStore {
 protected:
     Reply get(const Member &member, const std::vector<std::string> *properties = nullptr)
     {

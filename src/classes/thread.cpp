@@ -3,11 +3,13 @@
 #include "classes/instance.h"
 #include "lifecycle/access.h"
 #include "monitor/monitor.h"
+#include "runtime/cmpi_data.h"
 #include "runtime/holders.h"
-#include "runtime/status.h"
 #include "runtime/trace.h"
 
 #include <mutex>
+
+using namespace tavstrg;
 
 namespace {
 

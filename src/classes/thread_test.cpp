@@ -8,13 +8,15 @@
 #include <thread>
 #include <unistd.h>
 
+using namespace tavstrg;
+
 using broker::Reply;
 using broker::Request;
 using testing::ElementsAre;
 
 namespace {
 
-class ThreadClass : public StoreFixture {
+class ThreadClass : public ServedStore {
 protected:
     Reply get(const std::vector<std::string> *properties = nullptr)
     {

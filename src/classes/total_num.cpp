@@ -2,6 +2,8 @@
 #include "classes/singleton.h"
 #include "runtime/trace.h"
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr SingletonClass kTotalNumClass = {

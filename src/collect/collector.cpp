@@ -1,12 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/collector.h"
 
+#include "collect/collection/discovery_lists.h"
+#include "collect/controllers/controller_build.h"
+#include "collect/devices/device_build.h"
 #include "collect/record_map.h"
-#include "collect/sequence.h"
+#include "devcmd/kernel/kernel_version.h"
 #include "devcmd/smart/smart_watch.h"
 #include "devcmd/transport/transport.h"
+#include "runtime/trace.h"
 
 #include <sys/utsname.h>
+
+using namespace tavstrg;
 
 namespace {
 
@@ -137,4 +143,30 @@ int strgGetCurrentInfo(int smartmode, DatInfo *descriptors)
     }
     collection.release();
     return TRACED(0, kDetail, "_OUT_ ret=[TAV_TRUE]");
+}
+
+int DllMain()
+{
+    const TraceScope scope;
+    TRACE(kDetail, "_IN_");
+    if (GetSCSIAndIDEInfoListFromProc() < 0) {
+        return TRACED(-1, kDetail, "_OUT_ GetSCSIAndIDEInfoListFromProc() failed, leafstrg initialize failed.");
+    }
+    if (InitController() < 0) {
+        FreeSCSIAndIDEInfoListFromProc();
+        return TRACED(-1, kDetail, "_OUT_ InitController() failed, leafstrg initialize failed");
+    }
+    if (InitDevice() < 0) {
+        FreeSCSIAndIDEInfoListFromProc();
+        FreeControllerTable();
+        return TRACED(-1, kDetail, "_OUT_ InitDevice() failed, leafstrg initialize failed");
+    }
+    return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
+}
+
+void tavstrg::freeCollection()
+{
+    FreeDeviceTable();
+    FreeSCSIAndIDEInfoListFromProc();
+    FreeControllerTable();
 }

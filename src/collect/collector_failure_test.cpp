@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <pthread.h>
 
+using namespace tavstrg;
+
 namespace {
 
 // What a failed collection leaves: -1, its traces, and nothing held.

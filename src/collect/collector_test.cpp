@@ -8,6 +8,8 @@
 #include <memory>
 #include <utility>
 
+using namespace tavstrg;
+
 namespace {
 
 std::string machineOfKernel(const std::string &release)

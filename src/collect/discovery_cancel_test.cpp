@@ -12,6 +12,8 @@
 #include <pthread.h>
 #include <string>
 
+using namespace tavstrg;
+
 namespace {
 
 std::atomic<int> linesUntilCancel{0};

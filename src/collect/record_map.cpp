@@ -5,7 +5,9 @@
 
 #include <algorithm>
 
-StrgCtrlRec controllerRecord(const ControllerEntry &entry, std::span<const DriverEntry> drivers)
+using namespace tavstrg;
+
+StrgCtrlRec tavstrg::controllerRecord(const ControllerEntry &entry, std::span<const DriverEntry> drivers)
 {
     StrgCtrlRec record = {};
     record.Index = entry.Index;
@@ -22,7 +24,7 @@ StrgCtrlRec controllerRecord(const ControllerEntry &entry, std::span<const Drive
     return record;
 }
 
-StrgScsiRec scsiRecord(const SCSIDeviceEntry &entry)
+StrgScsiRec tavstrg::scsiRecord(const SCSIDeviceEntry &entry)
 {
     StrgScsiRec record = {};
     record.Index = entry.Index;
@@ -39,7 +41,7 @@ StrgScsiRec scsiRecord(const SCSIDeviceEntry &entry)
     return record;
 }
 
-StrgIdeRec ideRecord(const IDEDeviceEntry &entry)
+StrgIdeRec tavstrg::ideRecord(const IDEDeviceEntry &entry)
 {
     StrgIdeRec record = {};
     record.Index = entry.Index;
@@ -53,7 +55,7 @@ StrgIdeRec ideRecord(const IDEDeviceEntry &entry)
     return record;
 }
 
-StrgHddRec hardDiskRecord(const HardDiskEntry &entry)
+StrgHddRec tavstrg::hardDiskRecord(const HardDiskEntry &entry)
 {
     StrgHddRec record = {};
     record.Index = entry.Index;
@@ -67,7 +69,7 @@ StrgHddRec hardDiskRecord(const HardDiskEntry &entry)
     return record;
 }
 
-StrgLifeRec lifeSpanRecord(const LifeSpanEntry &entry)
+StrgLifeRec tavstrg::lifeSpanRecord(const LifeSpanEntry &entry)
 {
     return {entry.Index, static_cast<int16_t>(entry.HDDIndex), entry.EnduranceRemaining, 0};
 }

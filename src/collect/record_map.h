@@ -2,11 +2,13 @@
 // From table entries to records. Texts longer than a record's field are cut; fields without a source stay zero.
 #pragma once
 
-#include "collect/controllers/controller_tables.h"
-#include "collect/devices/device_tables.h"
+#include "collect/collection/controller_tables.h"
+#include "collect/collection/device_tables.h"
 #include "records/records.h"
 
 #include <span>
+
+namespace tavstrg {
 
 // Driver and version are those of the first driver entry with the controller's driver index; empty when there is none.
 StrgCtrlRec controllerRecord(const ControllerEntry &entry, std::span<const DriverEntry> drivers);
@@ -21,3 +23,5 @@ template <class Entry> StrgDevRec deviceRecord(const Entry &entry)
 {
     return {entry.Index, static_cast<int16_t>(entry.InterfaceType), entry.InterfaceTypeIndex, 0};
 }
+
+} // namespace tavstrg

@@ -8,6 +8,8 @@
 #include <cstring>
 #include <string>
 
+using namespace tavstrg;
+
 namespace {
 
 template <class Rec> bool isZeroOutside(const Rec &record, Rec fields)

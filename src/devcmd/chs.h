@@ -9,6 +9,8 @@
 #include <limits>
 #include <optional>
 
+namespace tavstrg {
+
 constexpr int32_t kKernelSector = 512; // bytes of the sectors in which the kernel counts sizes
 
 // Kernel sectors to a logical sector: at least 1, whatever a device claims.
@@ -57,3 +59,5 @@ constexpr uint64_t capacityMiB(int32_t sectorSize, uint64_t cylinders, uint64_t 
 // 3 TiB of 4096-byte sectors, and the same disk without an answer to HDIO_GETGEO
 static_assert(makeGeometry(6442450944, {255, 63}, 8).cylinders == 50128);
 static_assert(capacityMiB(4096, 1, 1, makeGeometry(6442450944, {0, 0}, 8).sectors) == 3145728);
+
+} // namespace tavstrg

@@ -12,6 +12,8 @@
 #include <linux/hdreg.h>
 #include <sys/ioctl.h>
 
+using namespace tavstrg;
+
 int32_t sector_size = kKernelSector;
 
 namespace {

@@ -5,7 +5,6 @@
 #include "devcmd/hard_disk.h"
 
 #include <cstdint>
-
 extern int32_t sector_size; // logical sector size last read, bytes; 512 at first. Meant to outlive a collection.
 
 struct StrgGeoInfo {
@@ -15,11 +14,15 @@ struct StrgGeoInfo {
     uint64_t capacity; // MiB
 };
 
+namespace tavstrg {
+
 struct GeometryTriple {
     uint32_t heads;
     uint32_t sectors; // per track
     uint32_t cylinders;
 };
+
+} // namespace tavstrg
 
 // BLKSSZGET in bytes; 0 on failure.
 int get_sectorsize(int fd);
@@ -29,6 +32,6 @@ int get_kernel_geometry(int fd, StrgGeoInfo *geo);
 uint64_t disksize(int fd);
 // Geometry and capacity of a device node: 0, or -1.
 int GetGeoFromKernel(const char *path, StrgGeoInfo *geo);
-void GetGeometry(int fd, GeometryTriple *geometry);
+void GetGeometry(int fd, tavstrg::GeometryTriple *geometry);
 // Fills the four geometry fields of a hard-disk entry from its device node: 0, or -1 with the entry untouched.
-int GetSCSIHDGeometry(const char *path, HardDiskEntry *disk);
+int GetSCSIHDGeometry(const char *path, tavstrg::HardDiskEntry *disk);

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+namespace tavstrg {
+
 constexpr uint16_t kDevKindScsi = 0;
 constexpr uint16_t kDevKindAta = 1;  // ATA or ATAPI, through the IDE ioctls
 constexpr uint16_t kDevKindSata = 2; // ATA behind a SCSI layer, through ATA PASS-THROUGH
@@ -28,3 +30,5 @@ struct HardDiskEntry {
     uint64_t SmartSupport;     // 1 unknown, 2 supported and enabled, 3 not supported
     uint64_t SmartEnableState; // 0 not read, 2 found enabled, 3 found disabled
 };
+
+} // namespace tavstrg

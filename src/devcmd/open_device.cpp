@@ -9,7 +9,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-int openDevice(const char *path, int mode)
+using namespace tavstrg;
+
+int tavstrg::openDevice(const char *path, int mode)
 {
     struct stat status {};
     if (path == nullptr) {
@@ -24,7 +26,7 @@ int openDevice(const char *path, int mode)
     return ::open(path, mode | O_NOCTTY | O_CLOEXEC);
 }
 
-std::FILE *openProcText(const char *path)
+std::FILE *tavstrg::openProcText(const char *path)
 {
     FileDesc fd(::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     struct stat status {};

@@ -4,6 +4,8 @@
 
 #include <cstdio>
 
+namespace tavstrg {
+
 // Opens a device node with O_RDONLY or O_RDWR: a descriptor, which the caller closes, or -1 with errno. A null path,
 // and a FIFO in place of the node (opening one would wait for its other end), are failed opens.
 int openDevice(const char *path, int mode);
@@ -22,3 +24,5 @@ private:
     char buffer_[128];
     const char *text_;
 };
+
+} // namespace tavstrg

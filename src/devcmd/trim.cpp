@@ -5,7 +5,9 @@
 
 #include <cstring>
 
-std::string_view withoutSpace(std::string_view text)
+using namespace tavstrg;
+
+std::string_view tavstrg::withoutSpace(std::string_view text)
 {
     const size_t first = text.find_first_not_of(" \n\t");
     const size_t last = text.find_last_not_of(" \n\r\t");

@@ -9,6 +9,8 @@
 #include <memory>
 #include <string>
 
+using namespace tavstrg;
+
 namespace {
 
 std::string trimmedBy(const std::string &text)

@@ -10,6 +10,8 @@
 #include <cstdio>
 #include <cstring>
 
+using namespace tavstrg;
+
 M2SSDInf g_M2SSDInf[kMaxM2SSD] = {};
 int32_t g_M2SSDCnt = 0;
 uint16_t g_M2SSDEndu = 0;
@@ -51,7 +53,7 @@ void takeLine(EnduranceLines &lines, char (&text)[kM2SSDLineBuffer])
 
 } // namespace
 
-int16_t enduranceLevel(const M2SSDInf &entry, uint16_t figure)
+int16_t tavstrg::enduranceLevel(const M2SSDInf &entry, uint16_t figure)
 {
     const struct {
         int lower;
@@ -69,7 +71,7 @@ int16_t enduranceLevel(const M2SSDInf &entry, uint16_t figure)
     return kLevelUnknown;
 }
 
-const M2SSDInf *findM2SSD(const M2SSDInf *table, int32_t count, const char *model)
+const M2SSDInf *tavstrg::findM2SSD(const M2SSDInf *table, int32_t count, const char *model)
 {
     for (int32_t i = 0; i < count; ++i) {
         if (std::strncmp(table[i].model, model, sizeof table[i].model) == 0) {

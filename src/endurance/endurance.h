@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
+namespace tavstrg {
+
 // One drive model of "tavm2ssd.inf". The bounds of the levels are figures as the drive's attribute gives them.
 struct M2SSDInf {
     char model[16]; // without a terminator when it has 16 characters
@@ -20,15 +22,23 @@ static_assert(sizeof(M2SSDInf) == 32);
 
 constexpr int32_t kMaxM2SSD = 128;
 
-extern M2SSDInf g_M2SSDInf[kMaxM2SSD];
+} // namespace tavstrg
+
+extern tavstrg::M2SSDInf g_M2SSDInf[tavstrg::kMaxM2SSD];
 extern int32_t g_M2SSDCnt;   // entries loaded
 extern uint16_t g_M2SSDEndu; // endurance figure that was read last
+
+namespace tavstrg {
 
 constexpr char kM2SSDRoot[] = "/opt/qlm/tavkit_sa/"; // fixed, whatever the agent's configuration says
 constexpr char kM2SSDFileName[] = "tavm2ssd.inf";
 
+} // namespace tavstrg
+
 // Loads the endurance table, once per process: not again while it has entries.
 void strgGetInfFile();
+
+namespace tavstrg {
 
 constexpr int16_t kLevelUnknown = -1;
 
@@ -38,3 +48,5 @@ int16_t enduranceLevel(const M2SSDInf &entry, uint16_t figure);
 
 // First of count entries whose model equals a disk's over 16 characters; null when there is none.
 const M2SSDInf *findM2SSD(const M2SSDInf *table, int32_t count, const char *model);
+
+} // namespace tavstrg

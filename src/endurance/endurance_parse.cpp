@@ -6,6 +6,8 @@
 #include <cstring>
 #include <limits>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr std::string_view kBreaks = "\r\n";
@@ -33,7 +35,7 @@ M2SSDInf entryOf(const std::string_view (&fields)[kM2SSDFields + 1])
 
 } // namespace
 
-bool takeTableLine(std::string_view &rest, std::string_view &line)
+bool tavstrg::takeTableLine(std::string_view &rest, std::string_view &line)
 {
     const size_t newline = rest.substr(0, kM2SSDLineBuffer - 1).find('\n');
     const size_t length = newline == std::string_view::npos ? kM2SSDLineBuffer - 1 : newline + 1;
@@ -44,12 +46,12 @@ bool takeTableLine(std::string_view &rest, std::string_view &line)
     return got;
 }
 
-std::string_view withoutBreaks(std::string_view line)
+std::string_view tavstrg::withoutBreaks(std::string_view line)
 {
     return line.substr(0, line.find_last_not_of(kBreaks) + 1);
 }
 
-size_t splitTableLine(std::string_view line, std::string_view (&fields)[kM2SSDFields + 1])
+size_t tavstrg::splitTableLine(std::string_view line, std::string_view (&fields)[kM2SSDFields + 1])
 {
     size_t count = 0;
     while (count <= kM2SSDFields) {
@@ -64,7 +66,7 @@ size_t splitTableLine(std::string_view line, std::string_view (&fields)[kM2SSDFi
     return count;
 }
 
-int32_t numberOf(std::string_view text)
+int32_t tavstrg::numberOf(std::string_view text)
 {
     constexpr std::string_view kSpace = " \t\n\v\f\r";
     text.remove_prefix(std::min(text.find_first_not_of(kSpace), text.size()));

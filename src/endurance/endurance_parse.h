@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <string_view>
 
+namespace tavstrg {
+
 constexpr std::string_view kEnduranceSection = "[Endurance Remaining]";
 constexpr size_t kM2SSDLineBuffer = 128; // bytes with the terminator; the rest of a longer line is a line of its own
 constexpr size_t kMaxM2SSDLines = 65536; // that are read: a file can be of any size
@@ -50,3 +52,5 @@ private:
     bool ended_ = false;
     size_t lines_ = 0;
 };
+
+} // namespace tavstrg

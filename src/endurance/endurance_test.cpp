@@ -14,6 +14,8 @@
 #include <sys/stat.h>
 #include <vector>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr char kInf[] = "/opt/qlm/tavkit_sa/data/tavm2ssd.inf";

@@ -4,8 +4,12 @@
 
 #include "store/store.h"
 
+namespace tavstrg {
+
 // Makes the store lock usable; one that is already in use is left alone. Returns 0 or the error of the initialisation.
 int strgInitStoreMutex();
+
+} // namespace tavstrg
 
 // Initialises the store once; safe to call on every request. 0, or -1 when the initialisation failed or another one
 // took longer than 30 waits of 100 ms.

@@ -3,10 +3,12 @@
 #include "lifecycle/access.h"
 #include "lifecycle/gate.h"
 #include "monitor/monitor.h"
-#include "runtime/status.h"
+#include "runtime/cmpi_data.h"
 #include "runtime/trace.h"
 
 #include <mutex>
+
+using namespace tavstrg;
 
 namespace {
 

@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "lifecycle/access.h"
 #include "monitor/monitor.h"
-#include "support/record_fixture.h"
+#include "support/store_fixture.h"
 
 #include <atomic>
 #include <chrono>
 #include <semaphore>
 #include <thread>
+
+using namespace tavstrg;
 
 namespace {
 
@@ -151,7 +153,7 @@ TEST_F(CleanUp, LeavesToARequestThatBeginsMeanwhileTheStoreThatItBuilds)
     client.join();
     EXPECT_EQ(built, 0);
     EXPECT_THAT(trace->textsOf("strgCleanUpProvider"), Contains("_OUT_ rc=[CMPI_RC_OK] Already CleanUp."));
-    EXPECT_THAT(ownSegments(), Not(Contains(left)));
+    EXPECT_THAT(process::segmentsOf(::getpid(), 0), Not(Contains(testing::Field(&process::Segment::id, left))));
     EXPECT_EQ(segments(), 5) << "configuration, totals, controller and both kinds of record of the disks";
     DatInfo disks = {};
     EXPECT_EQ(strgGetInstance(&cInfo, TAV_CID_STRG_HDD, &disks), 0);

@@ -6,6 +6,8 @@
 
 #include <unistd.h>
 
+namespace tavstrg {
+
 constexpr int kInitWaits = 30;            // about three seconds in all
 constexpr useconds_t kInitPause = 100000; // 100 ms
 
@@ -21,3 +23,5 @@ inline int waitWhileInitialising(int waits)
 // Frees what an initialisation that failed has left; before another one starts and before the provider is unloaded.
 // Untraced: mostly there is nothing.
 void releaseEarlierBuild();
+
+} // namespace tavstrg

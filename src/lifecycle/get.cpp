@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <optional>
 
+using namespace tavstrg;
+
 namespace {
 
 bool reload(const CInfo *cInfo, int classId)

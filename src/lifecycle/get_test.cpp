@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "lifecycle/access.h"
 #include "monitor/monitor.h"
-#include "support/record_fixture.h"
+#include "support/store_fixture.h"
 
 #include <chrono>
 #include <condition_variable>
 #include <thread>
+
+using namespace tavstrg;
 
 namespace {
 

@@ -13,6 +13,8 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+using namespace tavstrg;
+
 namespace {
 
 // Deliberate: the entry of TAV_CID_STRG_LIFE is left as it is; it starts zeroed with the process.
@@ -124,7 +126,7 @@ int publishFirst(const CInfo *cInfo)
 
 } // namespace
 
-void releaseEarlierBuild()
+void tavstrg::releaseEarlierBuild()
 {
     for (DatInfo &dat : instSt) {
         std::free(takeRecords(dat));
@@ -134,7 +136,7 @@ void releaseEarlierBuild()
     }
 }
 
-int strgInitStoreMutex()
+int tavstrg::strgInitStoreMutex()
 {
     return renewMutex(instMutexSt);
 }

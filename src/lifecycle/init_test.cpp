@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "lifecycle/access.h"
 #include "support/lock_at.h"
-#include "support/record_fixture.h"
+#include "support/store_fixture.h"
 
 #include <atomic>
 #include <linux/capability.h>
@@ -9,6 +9,8 @@
 #include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
+
+using namespace tavstrg;
 
 // The collector as it is, but that a test may let it have read what this machine's disks do not say. The program is
 // linked so that the store's calls come here.

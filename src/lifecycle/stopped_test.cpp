@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // A request that meets a stop: the store is being freed, or built anew, while it reads.
 #include "lifecycle/access.h"
-#include "support/record_fixture.h"
+#include "support/store_fixture.h"
 
 #include <atomic>
 #include <thread>
+
+using namespace tavstrg;
 
 namespace {
 

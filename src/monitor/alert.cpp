@@ -10,6 +10,8 @@
 #include <cstdio>
 #include <iterator>
 
+using namespace tavstrg;
+
 static_assert(sizeof(alertDiskSt) == 206 && offsetof(alertDiskSt, Vendor) == 12 && offsetof(alertDiskSt, Model) == 76 &&
               offsetof(alertDiskSt, FirmwareRevision) == 140 && offsetof(alertDiskSt, DrivePosition) == 204);
 

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-
 // Event ids, as they stand in the agent's message catalogue: the severity is in the top two bits.
 constexpr uint32_t TAV_ALERTID_CONFIG_CHANGE = 0x400407D0;
 constexpr uint32_t TAV_ALERTID_SMART_ERROR = 0x800403E9;

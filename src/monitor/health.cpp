@@ -8,20 +8,22 @@
 
 #include <algorithm>
 
-bool smartAlertDue(std::span<const StrgHddRec> stored, size_t position, int16_t smartStatus)
+using namespace tavstrg;
+
+bool tavstrg::smartAlertDue(std::span<const StrgHddRec> stored, size_t position, int16_t smartStatus)
 {
     return position >= stored.size() || stored[position].SmartStatus != smartStatus;
 }
 
-const StrgScsiRec *deviceOfDisk(std::span<const StrgScsiRec> devices, int32_t number)
+const StrgScsiRec *tavstrg::deviceOfDisk(std::span<const StrgScsiRec> devices, int32_t number)
 {
     const auto found =
         std::ranges::find_if(devices, [&](const StrgScsiRec &device) { return device.DeviceTypeIndex == number; });
     return found == devices.end() ? nullptr : &*found;
 }
 
-std::optional<int16_t> storedLevel(std::span<const StrgScsiRec> devices, std::span<const StrgLifeRec> levels,
-                                   const StrgScsiRec &disk)
+std::optional<int16_t> tavstrg::storedLevel(std::span<const StrgScsiRec> devices, std::span<const StrgLifeRec> levels,
+                                            const StrgScsiRec &disk)
 {
     const auto device = std::ranges::find_if(devices, [&](const StrgScsiRec &candidate) {
         return fieldText(candidate.SerialNumber).starts_with(fieldText(disk.SerialNumber));
@@ -35,7 +37,7 @@ std::optional<int16_t> storedLevel(std::span<const StrgScsiRec> devices, std::sp
     return level == levels.end() ? std::nullopt : std::optional(level->EnduranceRemaining);
 }
 
-uint32_t lifeSpanEvent(int16_t level)
+uint32_t tavstrg::lifeSpanEvent(int16_t level)
 {
     constexpr uint32_t kEvents[] = {0,
                                     TAV_ALERTID_LIFESPAN_LV1,
@@ -46,7 +48,7 @@ uint32_t lifeSpanEvent(int16_t level)
     return level < 0 || static_cast<size_t>(level) >= std::size(kEvents) ? 0 : kEvents[level];
 }
 
-alertDiskSt describeDisk(const StrgScsiRec *device, int16_t interfaceType)
+alertDiskSt tavstrg::describeDisk(const StrgScsiRec *device, int16_t interfaceType)
 {
     alertDiskSt disk = {};
     disk.InterfaceType = static_cast<uint16_t>(interfaceType);
@@ -154,14 +156,14 @@ void compareLevel(StrgLifeRec &level, int16_t before, const StrgScsiRec &device,
 
 } // namespace
 
-void freeCollected(DatInfo *current)
+void tavstrg::freeCollected(DatInfo *current)
 {
     for (int id = TAV_CID_STRG_CTRL; id < TAV_CID_STRG_MAX; ++id) {
         memfree(current[id].datAdr);
     }
 }
 
-int strgAlertSmart(DatInfo *current)
+int tavstrg::strgAlertSmart(DatInfo *current)
 {
     if (!smartModeStored()) {
         return 0;
@@ -176,7 +178,7 @@ int strgAlertSmart(DatInfo *current)
     return 0;
 }
 
-int strgAlertLifeSpan(DatInfo *current)
+int tavstrg::strgAlertLifeSpan(DatInfo *current)
 {
     const std::span<const StrgHddRec> disks = recordsOf<const StrgHddRec>(current[TAV_CID_STRG_HDD]);
     const std::span<const StrgScsiRec> devices = recordsOf<const StrgScsiRec>(current[TAV_CID_STRG_SCSI]);

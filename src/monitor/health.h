@@ -8,6 +8,8 @@
 #include <optional>
 #include <span>
 
+namespace tavstrg {
+
 // The records of a descriptor that nobody changes meanwhile: a collection's own, or the store's under g_recordsLock.
 template <class Rec> std::span<Rec> recordsOf(const DatInfo &dat)
 {
@@ -45,3 +47,5 @@ int strgAlertSmart(DatInfo *current);
 // Alerts each changed life-span level. A level that could not be read this time becomes the stored one. 0, or -1 as
 // above.
 int strgAlertLifeSpan(DatInfo *current);
+
+} // namespace tavstrg

@@ -3,6 +3,8 @@
 #include "endurance/endurance.h"
 #include "support/history_fixture.h"
 
+using namespace tavstrg;
+
 namespace {
 
 using testing::Contains;

@@ -2,6 +2,8 @@
 // Which alerts a history of snapshots gives.
 #include "support/history_fixture.h"
 
+using namespace tavstrg;
+
 // The collector as it is, but that a test may say what it has read. The program is linked so that calls come here.
 extern "C" int realCollector(int smartmode, DatInfo *descriptors) __asm__("__real__Z18strgGetCurrentInfoiP7DatInfo");
 extern "C" int testedCollector(int smartmode, DatInfo *descriptors) __asm__("__wrap__Z18strgGetCurrentInfoiP7DatInfo");

@@ -5,21 +5,31 @@
 #include "store/store.h"
 
 #include <mutex>
-
 extern pthread_t gst_thid; // the monitoring thread; 0 when there is none. Read it through getThreadSts or threadNow.
 extern CInfo *gst_thcInfo; // the broker handle and context of the thread, from memalloc; null when there is none. Only
-                           // those who start and stop the thread touch it.
+
+namespace tavstrg {
+
+// those who start and stop the thread touch it.
 
 // Held while the thread is started or stopped, and by whoever does one thing when it runs and another when it does not:
 // requests and cleanups come at the same moment. Taken before every other lock of the store.
 extern std::recursive_mutex g_threadControl;
 
+} // namespace tavstrg
+
 // Address of the monitoring thread's identifier; 0 there means that no thread exists.
 pthread_t *strgGetThreadID();
 // Address of the initialisation state.
 std::atomic<int32_t> *strgGetFirstProc();
+
+namespace tavstrg {
+
 // Frees the context of a thread that died; nothing while one runs.
 void forgetDeadThread();
+
+} // namespace tavstrg
+
 // Starts the monitoring thread, which must not run. The thread gets a context of its own from the broker; one that was
 // prepared for a thread that then could not be made is the broker's. 0, or -1 with no thread and no context.
 int strgCreateThread(const CInfo *cInfo);

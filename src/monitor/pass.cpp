@@ -10,6 +10,8 @@
 #include <cstring>
 #include <unistd.h>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr useconds_t kTurnPause = 10000; // 10 ms

@@ -2,9 +2,11 @@
 #include "monitor/monitor.h"
 #include "support/alert_recorder.h"
 #include "support/lock_at.h"
-#include "support/record_fixture.h"
+#include "support/store_fixture.h"
 
 #include <cerrno>
+
+using namespace tavstrg;
 
 namespace {
 

@@ -7,10 +7,12 @@
 #include <mutex>
 #include <unistd.h>
 
+using namespace tavstrg;
+
 pthread_t gst_thid = 0;
 CInfo *gst_thcInfo = nullptr;
 
-std::recursive_mutex g_threadControl;
+std::recursive_mutex tavstrg::g_threadControl;
 
 namespace {
 
@@ -93,7 +95,7 @@ void stopThread()
 
 } // namespace
 
-void forgetDeadThread()
+void tavstrg::forgetDeadThread()
 {
     const std::lock_guard held(g_threadControl);
     if (threadNow(&gst_thid) == 0) {

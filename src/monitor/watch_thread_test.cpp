@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "monitor/monitor.h"
 #include "support/no_threads.h"
-#include "support/record_fixture.h"
+#include "support/store_fixture.h"
 
 #include <atomic>
 #include <cerrno>
@@ -12,6 +12,8 @@
 #include <thread>
 #include <unistd.h>
 #include <utility>
+
+using namespace tavstrg;
 
 // The system's, but where a test has it refuse or know no thread. The program is linked so that calls come here.
 static std::atomic<bool> joiningFails{false};

@@ -3,6 +3,8 @@
 
 #include <cstring>
 
+using namespace tavstrg;
+
 namespace {
 
 CMPIStatus startThread(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *, const char *,
@@ -64,7 +66,7 @@ constexpr DispatchRow kRows[] = {
 
 } // namespace
 
-const DispatchRow *findClass(const char *className)
+const DispatchRow *tavstrg::findClass(const char *className)
 {
     for (const DispatchRow &row : kRows) {
         if (std::strcmp(row.className, className) == 0) {
@@ -74,7 +76,7 @@ const DispatchRow *findClass(const char *className)
     return nullptr;
 }
 
-const MethodCall *findMethod(const DispatchRow &row, const char *method)
+const MethodCall *tavstrg::findMethod(const DispatchRow &row, const char *method)
 {
     for (const MethodCall &call : row.methods) {
         if (std::strcmp(call.method, method) == 0) {

@@ -6,6 +6,8 @@
 
 #include <span>
 
+namespace tavstrg {
+
 // A handler and its name as traced before it is called.
 struct InstanceCall {
     InstanceHandler *handler;
@@ -32,3 +34,5 @@ struct DispatchRow {
 const DispatchRow *findClass(const char *className);
 // The method of a class, or null.
 const MethodCall *findMethod(const DispatchRow &row, const char *method);
+
+} // namespace tavstrg

@@ -4,13 +4,15 @@
 #include "lifecycle/access.h"
 #include "monitor/monitor.h"
 #include "provider/dispatch.h"
+#include "runtime/cmpi_data.h"
 #include "runtime/memory.h"
 #include "runtime/request.h"
-#include "runtime/status.h"
 #include "runtime/trace.h"
 
 #include <atomic>
 #include <mutex>
+
+using namespace tavstrg;
 
 namespace {
 

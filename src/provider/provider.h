@@ -3,7 +3,6 @@
 #pragma once
 
 #include "runtime/mode.h"
-
 // Loads the agent's libraries and makes the store lock usable. 0, or the error of the mutex's initialisation.
 int TAV_StorageProviderInitProcess();
 

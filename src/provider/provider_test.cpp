@@ -9,6 +9,8 @@
 #include <thread>
 #include <unistd.h>
 
+using namespace tavstrg;
+
 using broker::NamedValue;
 using broker::Reply;
 using broker::Request;
@@ -30,7 +32,7 @@ CMPIMethodMI *makeMethodMI(const broker::Broker &broker)
     return TAVStorageProvider_Create_MethodMI(broker.handle(), broker.emptyContext(), &rc);
 }
 
-class EntryPoints : public StoreFixture {
+class EntryPoints : public ServedStore {
 protected:
     EntryPoints() : instanceMI(makeInstanceMI(broker)), methodMI(makeMethodMI(broker)) { trace.clear(); }
 

@@ -3,6 +3,8 @@
 
 #include <cstring>
 
+using namespace tavstrg;
+
 namespace {
 
 template <class T> struct CmpiTypeOf;
@@ -108,7 +110,7 @@ template <class T> T readField(const FieldDesc &field, const void *record)
 
 } // namespace
 
-const ClassDesc kClasses[TAV_CID_STRG_MAX] = {
+const ClassDesc tavstrg::kClasses[TAV_CID_STRG_MAX] = {
     {TAV_CID_STRG_CONF, "TAV_StorageConfig", sizeof(StrgConfRec), kConfFields},
     {TAV_CID_STRG_TNUM, "TAV_StorageTotalNumber", sizeof(StrgTnumRec), kTnumFields},
     {TAV_CID_STRG_CTRL, "TAV_StorageController", sizeof(StrgCtrlRec), kCtrlFields},
@@ -130,7 +132,7 @@ void strgInitDatInfo(DatInfo *datInfo)
     }
 }
 
-int64_t fieldNumber(const FieldDesc &field, const void *record)
+int64_t tavstrg::fieldNumber(const FieldDesc &field, const void *record)
 {
     switch (field.type) {
     case CMPI_sint16:
@@ -142,7 +144,7 @@ int64_t fieldNumber(const FieldDesc &field, const void *record)
     }
 }
 
-const char *fieldChars(const FieldDesc &field, const void *record)
+const char *tavstrg::fieldChars(const FieldDesc &field, const void *record)
 {
     return static_cast<const char *>(record) + field.offset;
 }

@@ -116,6 +116,8 @@ struct StrgLifeRec {
     uint16_t reserved;
 };
 
+namespace tavstrg {
+
 template <class Rec, size_t Size>
 constexpr bool isStoredRecord =
     sizeof(Rec) == Size &&std::is_trivial_v<Rec> &&std::is_standard_layout_v<Rec>
@@ -158,6 +160,8 @@ static_assert(offsetof(StrgDevRec, Index) == 0 && offsetof(StrgDevRec, Interface
 static_assert(offsetof(StrgLifeRec, Index) == 0 && offsetof(StrgLifeRec, HDDIndex) == 2 &&
               offsetof(StrgLifeRec, EnduranceRemaining) == 4 && offsetof(StrgLifeRec, reserved) == 6);
 
+} // namespace tavstrg
+
 // Records of one class: the store has eleven, indexed by class id; a collection fills an array of the same shape.
 struct DatInfo {
     uint32_t datSize; // bytes of one record
@@ -167,6 +171,8 @@ struct DatInfo {
 
 // Sets the eleven descriptors to their initial values: sizes, one record each for configuration and totals, no arrays.
 void strgInitDatInfo(DatInfo *datInfo);
+
+namespace tavstrg {
 
 // Where a field of a record is seen.
 enum FieldUse : uint8_t {
@@ -198,3 +204,5 @@ extern const ClassDesc kClasses[TAV_CID_STRG_MAX];
 int64_t fieldNumber(const FieldDesc &field, const void *record);
 // Text field of a record. Records are always terminated.
 const char *fieldChars(const FieldDesc &field, const void *record);
+
+} // namespace tavstrg

@@ -9,6 +9,8 @@
 #include <tuple>
 #include <vector>
 
+using namespace tavstrg;
+
 namespace {
 
 // Field, offset, bytes, type: the storage format that segments and files of earlier runs hold.

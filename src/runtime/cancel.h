@@ -4,6 +4,8 @@
 
 #include <pthread.h>
 
+namespace tavstrg {
+
 // A point between two devices: a pending cancel takes effect here and nowhere else, where all that is held is held by
 // owners that release. Elsewhere the thread runs with cancellation disabled. Harmless in a thread that nobody cancels.
 inline void cancellationPoint()
@@ -13,3 +15,5 @@ inline void cancellationPoint()
     pthread_testcancel();
     pthread_setcancelstate(previous, nullptr);
 }
+
+} // namespace tavstrg

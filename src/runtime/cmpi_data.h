@@ -2,7 +2,11 @@
 // Data that the broker's get calls hand out.
 #pragma once
 
+#include "runtime/mode.h"
+
 #include <cmpift.h>
+
+namespace tavstrg {
 
 // The text object in the data, which the broker made for this one call and the provider releases; null when the data
 // has none. Only for data of a call that succeeded.
@@ -24,3 +28,8 @@ inline bool isPlainValue(const CMPIData &data)
     constexpr int unusable = CMPI_nullValue | CMPI_notFound | CMPI_badValue;
     return (data.state & unusable) == 0 && data.type != CMPI_null && (data.type & (CMPI_ENC | CMPI_ARRAY)) == 0;
 }
+
+// A status with a message, which the broker makes and keeps; without one when the broker cannot make it.
+CMPIStatus statusWithChars(const CInfo *cInfo, CMPIrc rc, const char *message);
+
+} // namespace tavstrg

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "runtime/conf_file.h"
 
-#include "runtime/conf_tokens.h"
 #include "runtime/holders.h"
 #include "runtime/trace.h"
 
@@ -9,7 +8,10 @@
 #include <cstring>
 #include <fcntl.h>
 #include <string_view>
+#include <strings.h>
 #include <sys/stat.h>
+
+using namespace tavstrg;
 
 namespace {
 
@@ -104,4 +106,40 @@ int get_TavRootPath(char *path, int size)
         return TRACED(-1, kDetail, "_OUT_ rootpath=[%s]", root);
     }
     return TRACED(length, kDetail, "_OUT_ lpPath=[%s]", path);
+}
+
+void ConfSearch::feed(std::string_view text)
+{
+    constexpr std::string_view whitespace = " \t\n\v\f\r";
+    for (const char c : text) {
+        if (found_) {
+            return;
+        }
+        if (whitespace.find(c) != std::string_view::npos) {
+            endToken();
+            continue;
+        }
+        (atValue_ ? value_ : key_)[length_++] = c;
+        if (length_ == kConfTokenMax) {
+            endToken();
+        }
+    }
+}
+
+void ConfSearch::finish()
+{
+    if (!found_) {
+        endToken();
+    }
+}
+
+void ConfSearch::endToken()
+{
+    if (length_ == 0) {
+        return;
+    }
+    (atValue_ ? value_ : key_)[length_] = '\0';
+    length_ = 0;
+    found_ = atValue_ && name_ != nullptr && ::strcasecmp(key_, name_) == 0;
+    atValue_ = !atValue_;
 }

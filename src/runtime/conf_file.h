@@ -2,6 +2,8 @@
 // The agent's configuration file: where the agent is installed.
 #pragma once
 
+#include <cstddef>
+#include <string_view>
 // Value of a key of "/etc/tavkit/tavkit.conf", a stream of whitespace-separated tokens taken two at a time. Copies it
 // with its terminator into value, which must hold size + 1 bytes: size is compared with the length without the
 // terminator. Returns the length; 0 when the key is absent or value is null; the negated length when it does not fit.
@@ -12,4 +14,35 @@ int get_TavEnv(const char *name, char *value, int size);
 // number when it does not fit; 0 when path is null.
 int get_TavRootPath(char *path, int size);
 
+namespace tavstrg {
+
 constexpr char kDefaultRoot[] = "/opt/qlm/tavkit_sa"; // 18 characters
+
+constexpr size_t kConfTokenMax = 511; // characters of one token; what is longer goes on as the next token
+
+// Looks for the first value of a key in whitespace-separated tokens that are taken two at a time, key then value. Keys
+// compare without regard to case. A last token without a partner counts for nothing.
+class ConfSearch {
+public:
+    // A null name is found nowhere; name must outlive the search.
+    explicit ConfSearch(const char *name) : name_(name) {}
+    // The stream's next characters, in pieces of any size.
+    void feed(std::string_view text);
+    // The stream's end, which ends its last token.
+    void finish();
+    bool found() const { return found_; }
+    // The value found, up to kConfTokenMax characters.
+    std::string_view value() const { return value_; }
+
+private:
+    void endToken();
+
+    const char *name_;
+    char key_[kConfTokenMax + 1] = "";
+    char value_[kConfTokenMax + 1] = "";
+    size_t length_ = 0; // of the token that is being read
+    bool atValue_ = false;
+    bool found_ = false;
+};
+
+} // namespace tavstrg

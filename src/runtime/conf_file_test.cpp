@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "runtime/conf_file.h"
 
-#include "runtime/conf_tokens.h"
 #include "runtime/trace.h"
 #include "sim/sim.h"
 #include "support/trace_recorder.h"
 
 #include <gtest/gtest.h>
+
+using namespace tavstrg;
 
 namespace {
 

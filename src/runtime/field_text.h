@@ -7,6 +7,8 @@
 #include <cstring>
 #include <string_view>
 
+namespace tavstrg {
+
 // Copies as much of text as fits into a field, cutting what does not, and zero-fills the rest: always terminated.
 template <size_t N> void copyText(char (&field)[N], std::string_view text)
 {
@@ -22,3 +24,5 @@ template <size_t N> std::string_view fieldText(const char (&field)[N])
 {
     return {field, ::strnlen(field, N)};
 }
+
+} // namespace tavstrg

@@ -3,6 +3,8 @@
 
 #include <cerrno>
 
+using namespace tavstrg;
+
 DirListing::DirListing(const char *path)
 {
     count_ = ::scandir(path, &entries_, nullptr, ::alphasort);

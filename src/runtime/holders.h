@@ -8,6 +8,8 @@
 #include <unistd.h>
 #include <utility>
 
+namespace tavstrg {
+
 class FileDesc {
 public:
     explicit FileDesc(int fd) : fd_(fd) {}
@@ -101,3 +103,5 @@ public:
 private:
     T *block_;
 };
+
+} // namespace tavstrg

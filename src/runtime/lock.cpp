@@ -7,6 +7,8 @@
 #include <mutex>
 #include <unistd.h>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr int kAttempts = 30;
@@ -53,7 +55,7 @@ int pollLock(pthread_mutex_t *mutex, Attempts attempts)
 
 } // namespace
 
-int renewMutex(RenewableMutex &lock)
+int tavstrg::renewMutex(RenewableMutex &lock)
 {
     const std::lock_guard held(renewing);
     if (lock.live) {
@@ -64,7 +66,7 @@ int renewMutex(RenewableMutex &lock)
     return error;
 }
 
-int destroyMutex(RenewableMutex &lock)
+int tavstrg::destroyMutex(RenewableMutex &lock)
 {
     const std::lock_guard held(renewing);
     if (!lock.live) {

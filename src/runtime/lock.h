@@ -7,6 +7,8 @@
 #include <atomic>
 #include <pthread.h>
 
+namespace tavstrg {
+
 // A mutex that a stop or a cleanup destroys and the next initialisation makes anew.
 struct RenewableMutex {
     pthread_mutex_t mutex;
@@ -18,6 +20,8 @@ int renewMutex(RenewableMutex &lock);
 // Destroys the mutex if it is live and nobody holds it. Returns 0, EBUSY with the mutex left as it was, or another
 // error.
 int destroyMutex(RenewableMutex &lock);
+
+} // namespace tavstrg
 
 // Takes the lock unless in service mode (then nothing is locked and 0 returned). -1 on a null argument, an error, or
 // after 30 attempts 100 ms apart.

@@ -10,6 +10,8 @@
 #include <gmock/gmock.h>
 #include <thread>
 
+using namespace tavstrg;
+
 using testing::ElementsAre;
 
 namespace {

@@ -3,6 +3,8 @@
 
 #include <cerrno>
 
+using namespace tavstrg;
+
 void *memalloc(int32_t size)
 {
     const TraceScope scope;

@@ -10,6 +10,8 @@
 #include <cstdio>
 #include <gmock/gmock.h>
 
+using namespace tavstrg;
+
 using testing::ElementsAre;
 
 namespace {

@@ -9,6 +9,8 @@
 #include <csignal>
 #include <mutex>
 
+using namespace tavstrg;
+
 std::atomic<int32_t> g_srvmod{-1};
 
 namespace {
@@ -116,31 +118,31 @@ int getThreadSts(pthread_t *tid)
     return TRACED(0, kDetail, "_OUT_ thread is NotRun");
 }
 
-pthread_t threadNow(const pthread_t *tid)
+pthread_t tavstrg::threadNow(const pthread_t *tid)
 {
     const std::lock_guard held(threadGuard);
     return *tid;
 }
 
-void threadStarted(pthread_t *tid, pthread_t started)
+void tavstrg::threadStarted(pthread_t *tid, pthread_t started)
 {
     const std::lock_guard held(threadGuard);
     *tid = started;
 }
 
-void threadEnds()
+void tavstrg::threadEnds()
 {
     endedThread = pthread_self();
 }
 
-pthread_t claimThread(const pthread_t *tid)
+pthread_t tavstrg::claimThread(const pthread_t *tid)
 {
     const std::lock_guard held(threadGuard);
     claimedThread = *tid;
     return claimedThread;
 }
 
-void threadJoined(pthread_t *tid)
+void tavstrg::threadJoined(pthread_t *tid)
 {
     const std::lock_guard held(threadGuard);
     if (endedThread == claimedThread) {

@@ -8,7 +8,6 @@
 #include <atomic>
 #include <cstdint>
 #include <pthread.h>
-
 // Broker handle and invocation context of the current request or thread.
 struct CInfo {
     const CMPIBroker *broker;
@@ -28,6 +27,8 @@ int getServiceMode(const CInfo *cInfo);
 // all of this; it is for the functions here only.
 int getThreadSts(pthread_t *tid);
 
+namespace tavstrg {
+
 // The identifier as it is at this moment, 0 for none.
 pthread_t threadNow(const pthread_t *tid);
 // A thread was started: its identifier.
@@ -39,3 +40,5 @@ void threadEnds();
 pthread_t claimThread(const pthread_t *tid);
 // The claimed thread is no more: clears *tid.
 void threadJoined(pthread_t *tid);
+
+} // namespace tavstrg

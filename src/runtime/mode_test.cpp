@@ -10,6 +10,8 @@
 #include <gmock/gmock.h>
 #include <thread>
 
+using namespace tavstrg;
+
 using testing::ElementsAre;
 
 // The system's answer, but where a test has it know no thread. The program is linked so that calls come here.

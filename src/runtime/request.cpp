@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <cstring>
 
+using namespace tavstrg;
+
 namespace {
 
 // atoi for any text: its result for numbers beyond 32 bits is their low 32 bits, where atoi's is undefined.

@@ -5,7 +5,6 @@
 #include "runtime/mode.h"
 
 #include <cstdint>
-
 // The key "Index" as a number 0..65535 (low 16 bits of what was sent); -1 when there is none. A numeric 0 counts as
 // none.
 int getKeyIndex(const CMPIObjectPath *cop);

@@ -10,6 +10,8 @@
 #include <cerrno>
 #include <gmock/gmock.h>
 
+using namespace tavstrg;
+
 using broker::Value;
 using testing::ElementsAre;
 

@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <type_traits>
 
+using namespace tavstrg;
+
 // The library takes the record by value: its layout is the interface.
 static_assert(std::is_trivial_v<AlertIndication> && std::is_standard_layout_v<AlertIndication>);
 static_assert(offsetof(AlertIndication, version) == 0 && offsetof(AlertIndication, method) == 4 &&

@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <gmock/gmock.h>
 
+using namespace tavstrg;
+
 using testing::ElementsAre;
 using testing::IsEmpty;
 

@@ -9,12 +9,14 @@
 #include <syslog.h>
 #include <unistd.h>
 
+using namespace tavstrg;
+
 // Nothing in this file traces: it is what tracing stands on. What fails here goes to the system log.
 
 AgentFunctions g_Func;
 char g_logfnm[16];
-std::atomic<int32_t> g_tracing{0};
-std::atomic<int32_t> g_alerting{0};
+std::atomic<int32_t> tavstrg::g_tracing{0};
+std::atomic<int32_t> tavstrg::g_alerting{0};
 
 namespace {
 

@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <utility>
 
+namespace tavstrg {
+
 // Record handed by value to SendIndication of the alert library.
 struct AlertIndication {
     uint32_t version; // always 0
@@ -40,12 +42,18 @@ struct AgentFunctions {
     AlertLibrary alert;
 };
 
-extern AgentFunctions g_Func;
+} // namespace tavstrg
+
+extern tavstrg::AgentFunctions g_Func;
 extern char g_logfnm[16]; // name of the trace file, always "tavstrg.log" once InitProcess ran
+
+namespace tavstrg {
 
 // Levels of the trace library that the provider uses.
 constexpr int kDetail = 0;  // entry, exit, values, each broker call about to be made
 constexpr int kFailure = 3; // failures, and the start and end of each entry point of the broker
+
+} // namespace tavstrg
 
 // Opens <agent root>/lib/<fileName> lazily. Returns the handle, or null (also for a null name). The root is compiled
 // in.
@@ -57,6 +65,8 @@ void *GetProcAddress(void *module, const char *name);
 int InitProcess(const char *logFileName);
 // Unloads the alert library, then the trace library. One whose dlclose fails stays as it was.
 void FinishProcess();
+
+namespace tavstrg {
 
 // Calls into the trace library, and into the alert library, that are under way; FinishProcess unloads a library only
 // when there are none.
@@ -108,8 +118,12 @@ template <class... Args> void traceLine(int level, int line, const char *format,
     }
 }
 
+} // namespace tavstrg
+
 // A macro for the source line, and so that the compiler checks the format.
+
 #define TRACE(level, ...)                                                                                              \
-    (traceLine(level, __LINE__, __VA_ARGS__), (false ? traceFormatIsChecked(__VA_ARGS__) : void()))
+    (tavstrg::traceLine(level, __LINE__, __VA_ARGS__), (false ? tavstrg::traceFormatIsChecked(__VA_ARGS__) : void()))
 // return TRACED(-1, kFailure, "_OUT_ param(fd) Failure!!"); message and result stand together.
+
 #define TRACED(value, level, ...) (TRACE(level, __VA_ARGS__), (value))

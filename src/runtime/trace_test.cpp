@@ -9,6 +9,8 @@
 #include <syslog.h>
 #include <thread>
 
+using namespace tavstrg;
+
 using testing::ElementsAre;
 using testing::IsEmpty;
 

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <utility>
 
+using namespace tavstrg;
+
 namespace {
 
 uint8_t *recordAt(const DatInfo &dat, int32_t i)
@@ -14,18 +16,18 @@ uint8_t *recordAt(const DatInfo &dat, int32_t i)
 
 } // namespace
 
-DatInfo recordsNow(const DatInfo &dat)
+DatInfo tavstrg::recordsNow(const DatInfo &dat)
 {
     const std::shared_lock held(g_recordsLock);
     return dat;
 }
 
-int32_t recordsHeld(const DatInfo &dat)
+int32_t tavstrg::recordsHeld(const DatInfo &dat)
 {
     return dat.datAdr == nullptr ? 0 : std::max(dat.datNum, 0);
 }
 
-bool copyRecord(const DatInfo &dat, int32_t i, std::span<uint8_t> out)
+bool tavstrg::copyRecord(const DatInfo &dat, int32_t i, std::span<uint8_t> out)
 {
     const std::shared_lock held(g_recordsLock);
     if (i < 0 || i >= recordsHeld(dat) || dat.datSize > out.size()) {
@@ -35,7 +37,7 @@ bool copyRecord(const DatInfo &dat, int32_t i, std::span<uint8_t> out)
     return true;
 }
 
-void replaceRecords(DatInfo &dat, int32_t num, void *adr, ShmInfo *shm)
+void tavstrg::replaceRecords(DatInfo &dat, int32_t num, void *adr, ShmInfo *shm)
 {
     void *old = nullptr;
     {
@@ -49,14 +51,14 @@ void replaceRecords(DatInfo &dat, int32_t num, void *adr, ShmInfo *shm)
     std::free(old);
 }
 
-void *takeRecords(DatInfo &dat)
+void *tavstrg::takeRecords(DatInfo &dat)
 {
     const std::unique_lock held(g_recordsLock);
     dat.datNum = 0;
     return std::exchange(dat.datAdr, nullptr);
 }
 
-void *takeRecordsWithoutSegment(DatInfo &dat, const ShmInfo &shm)
+void *tavstrg::takeRecordsWithoutSegment(DatInfo &dat, const ShmInfo &shm)
 {
     const std::unique_lock held(g_recordsLock);
     if (shm.shmNum > 0 || shm.inBetween) {
@@ -66,7 +68,7 @@ void *takeRecordsWithoutSegment(DatInfo &dat, const ShmInfo &shm)
     return std::exchange(dat.datAdr, nullptr);
 }
 
-bool overwriteRecords(DatInfo &dat, int32_t num, const void *records, ShmInfo *shm)
+bool tavstrg::overwriteRecords(DatInfo &dat, int32_t num, const void *records, ShmInfo *shm)
 {
     const std::unique_lock held(g_recordsLock);
     if (dat.datAdr == nullptr || dat.datNum != num || num <= 0) {
@@ -79,7 +81,7 @@ bool overwriteRecords(DatInfo &dat, int32_t num, const void *records, ShmInfo *s
     return true;
 }
 
-bool overwriteRecord(DatInfo &dat, int32_t i, std::span<const uint8_t> record)
+bool tavstrg::overwriteRecord(DatInfo &dat, int32_t i, std::span<const uint8_t> record)
 {
     const std::unique_lock held(g_recordsLock);
     if (i < 0 || i >= recordsHeld(dat) || record.size() != dat.datSize) {
@@ -89,7 +91,7 @@ bool overwriteRecord(DatInfo &dat, int32_t i, std::span<const uint8_t> record)
     return true;
 }
 
-void terminateTexts(uint32_t recordSize, void *records, int32_t num)
+void tavstrg::terminateTexts(uint32_t recordSize, void *records, int32_t num)
 {
     // The records with texts differ in size; the classes that share a size have none.
     const auto *const desc = std::ranges::find(kClasses, recordSize, &ClassDesc::recordSize);
@@ -106,13 +108,13 @@ void terminateTexts(uint32_t recordSize, void *records, int32_t num)
     }
 }
 
-Segment segmentNow(const ShmInfo &shm)
+Segment tavstrg::segmentNow(const ShmInfo &shm)
 {
     const std::shared_lock held(g_recordsLock);
     return {shm.shmId, shm.shmNum, shm.shmAdr};
 }
 
-void setSegment(ShmInfo &shm, Segment segment, bool storeNewer)
+void tavstrg::setSegment(ShmInfo &shm, Segment segment, bool storeNewer)
 {
     const std::unique_lock held(g_recordsLock);
     shm.shmId = segment.id;
@@ -121,7 +123,7 @@ void setSegment(ShmInfo &shm, Segment segment, bool storeNewer)
     shm.storeNewer = storeNewer;
 }
 
-Segment takeSegment(ShmInfo &shm)
+Segment tavstrg::takeSegment(ShmInfo &shm)
 {
     const std::unique_lock held(g_recordsLock);
     shm.storeNewer = false;
@@ -140,7 +142,7 @@ SegmentExchange::~SegmentExchange()
     shm_.inBetween = false;
 }
 
-void setAttachment(ShmInfo &shm, void *adr)
+void tavstrg::setAttachment(ShmInfo &shm, void *adr)
 {
     const std::unique_lock held(g_recordsLock);
     shm.shmAdr = adr;

@@ -9,6 +9,8 @@
 #include <mutex>
 #include <span>
 
+namespace tavstrg {
+
 constexpr size_t kMaxRecordSize =
     std::max({sizeof(StrgConfRec), sizeof(StrgTnumRec), sizeof(StrgCtrlRec), sizeof(StrgScsiRec), sizeof(StrgIdeRec),
               sizeof(StrgHddRec), sizeof(StrgDevRec), sizeof(StrgLifeRec)});
@@ -88,3 +90,5 @@ struct OwnedRecords {
     OwnedRecords(const OwnedRecords &) = delete;
     OwnedRecords &operator=(const OwnedRecords &) = delete;
 };
+
+} // namespace tavstrg

@@ -5,6 +5,8 @@
 
 #include <cstring>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr int kDevices = 98;    // selector of classes 2 to 10

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "support/record_fixture.h"
+#include "support/store_fixture.h"
+
+using namespace tavstrg;
 
 namespace {
 

@@ -13,6 +13,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr char kDirectory[] = "/opt/qlm/tavkit_sa/data";
@@ -150,7 +152,7 @@ void syncDirectory()
 
 } // namespace
 
-SaveResult strgSaveBinFile(DatInfo *records, int &error)
+SaveResult tavstrg::strgSaveBinFile(DatInfo *records, int &error)
 {
     const std::lock_guard held(saving);
     TRACE(kDetail, "fopen[%s]", kSavedStateFile);

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "runtime/holders.h"
-#include "support/record_fixture.h"
+#include "support/store_fixture.h"
 
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <thread>
+
+using namespace tavstrg;
 
 namespace {
 

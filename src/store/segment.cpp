@@ -11,6 +11,8 @@
 #include <sys/ipc.h>
 #include <sys/shm.h>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr Segment kNoSegment = {-1, 0, nullptr};
@@ -120,7 +122,7 @@ int shmDestroy(const CInfo *cInfo, ShmInfo *shmInfo)
     return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
 }
 
-void shmDiscard(ShmInfo &shmInfo)
+void tavstrg::shmDiscard(ShmInfo &shmInfo)
 {
     const Segment now = segmentNow(shmInfo);
     if (now.id > 0 && now.num > 0) {

@@ -5,6 +5,8 @@
 #include "records/records.h"
 #include "runtime/lock.h"
 
+namespace tavstrg {
+
 // One class's segment. All zero before the first initialisation. Its fields are guarded by g_recordsLock.
 struct ShmInfo {
     int32_t shmId;        // from shmget; -1 when there is none
@@ -15,20 +17,28 @@ struct ShmInfo {
     bool inBetween; // the old segment is removed, its successor is not there yet: the class has records all the same
 };
 
+} // namespace tavstrg
+
 // Creates the segment of class cid with size bytes under a fresh key file "<keyFileBase><cid>". Returns its id, or -1.
 // Does not fill in the entry: its callers store id and count.
-int shmCreate(const CInfo *cInfo, ShmInfo *shmInfo, const char *keyFileBase, int cid, int size);
+int shmCreate(const CInfo *cInfo, tavstrg::ShmInfo *shmInfo, const char *keyFileBase, int cid, int size);
 // Removes a segment and empties the entry: 0, or -1 when there was none or an argument is missing.
-int shmDestroy(const CInfo *cInfo, ShmInfo *shmInfo);
+int shmDestroy(const CInfo *cInfo, tavstrg::ShmInfo *shmInfo);
+
+namespace tavstrg {
+
 // Removes what an earlier attempt left, untraced and unlocked; nothing when there is none.
 void shmDiscard(ShmInfo &shmInfo);
+
+} // namespace tavstrg
+
 // Creates the segments of classes 0 to max inclusive for the store's counts: 0, or -1 with every segment destroyed.
-int shmNew(const CInfo *cInfo, int max, const char *keyFileBase, DatInfo *instSt, ShmInfo *shmSt);
+int shmNew(const CInfo *cInfo, int max, const char *keyFileBase, DatInfo *instSt, tavstrg::ShmInfo *shmSt);
 // Copies a class's records into its segment (shmNum records) and back (datNum records), never more than both hold.
 // 0, also when the segment could not be attached; -1 on a missing argument or a lock failure.
-int setInstToShm(const CInfo *cInfo, DatInfo *ins, ShmInfo *shm);
-int setShmToInst(const CInfo *cInfo, ShmInfo *shm, DatInfo *ins);
+int setInstToShm(const CInfo *cInfo, DatInfo *ins, tavstrg::ShmInfo *shm);
+int setShmToInst(const CInfo *cInfo, tavstrg::ShmInfo *shm, DatInfo *ins);
 // Recreates a class's segment for the new count that stands in ins->datNum, and resizes the record area ins->datAdr to
 // it, which may be null; what the area grows by is zero. 0, or -1; where the area could not be had it is gone and the
 // count 0. A count of 0 removes the segment and leaves the area as it is.
-int reallocDatArea(const CInfo *cInfo, const char *keyFileBase, int cid, DatInfo *ins, ShmInfo *shm);
+int reallocDatArea(const CInfo *cInfo, const char *keyFileBase, int cid, DatInfo *ins, tavstrg::ShmInfo *shm);

@@ -10,6 +10,8 @@
 #include <sys/shm.h>
 #include <utility>
 
+using namespace tavstrg;
+
 namespace {
 
 void *const kNotAttached = reinterpret_cast<void *>(-1); // shmat(2)

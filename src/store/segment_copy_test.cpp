@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/segment_fixture.h"
 
+using namespace tavstrg;
+
 namespace {
 
 using testing::ElementsAre;

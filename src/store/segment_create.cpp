@@ -12,6 +12,8 @@
 #include <sys/shm.h>
 #include <sys/stat.h>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr int kAttempts = 65535;

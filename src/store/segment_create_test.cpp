@@ -7,6 +7,8 @@
 #include <functional>
 #include <sys/stat.h>
 
+using namespace tavstrg;
+
 namespace {
 
 // How many segments get the identifier 0, which is rare enough that it must be arranged, and how many of those were

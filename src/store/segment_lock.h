@@ -4,6 +4,8 @@
 
 #include "store/segment.h"
 
+namespace tavstrg {
+
 // Taken in service mode only: outside it the store's own lock serialises.
 class SegmentLock {
 public:
@@ -36,3 +38,5 @@ private:
     bool needed_;
     bool held_;
 };
+
+} // namespace tavstrg

@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <cstring>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr int kComposeAttempts = 3; // the records change between sizing and composing at most once in a monitoring pass

@@ -5,6 +5,8 @@
 
 #include <cstring>
 
+using namespace tavstrg;
+
 namespace {
 
 const FieldDesc &counterOf(int classId)
@@ -32,7 +34,7 @@ void putTotals(const DatInfo *records, std::span<uint8_t> block)
 
 } // namespace
 
-FileVersion fileVersion(std::string_view line)
+FileVersion tavstrg::fileVersion(std::string_view line)
 {
     if (line == TAV_DAT_STRG_VERNAME) {
         return FileVersion::current;
@@ -40,18 +42,18 @@ FileVersion fileVersion(std::string_view line)
     return line == kOldVersionLine ? FileVersion::old : FileVersion::unknown;
 }
 
-uint16_t totalOf(const StrgTnumRec &totals, int classId)
+uint16_t tavstrg::totalOf(const StrgTnumRec &totals, int classId)
 {
     return static_cast<uint16_t>(fieldNumber(counterOf(classId), &totals));
 }
 
-void setTotal(StrgTnumRec &totals, int classId, int32_t count)
+void tavstrg::setTotal(StrgTnumRec &totals, int classId, int32_t count)
 {
     const auto counter = static_cast<uint16_t>(count);
     std::memcpy(reinterpret_cast<uint8_t *>(&totals) + counterOf(classId).offset, &counter, sizeof counter);
 }
 
-size_t stateFileSize(const DatInfo *records)
+size_t tavstrg::stateFileSize(const DatInfo *records)
 {
     size_t size = kVersionLineSize;
     for (const DatInfo &dat : std::span(records, TAV_CID_STRG_MAX)) {
@@ -60,7 +62,7 @@ size_t stateFileSize(const DatInfo *records)
     return size;
 }
 
-bool composeStateFile(const DatInfo *records, std::span<uint8_t> out)
+bool tavstrg::composeStateFile(const DatInfo *records, std::span<uint8_t> out)
 {
     if (out.size() != stateFileSize(records)) {
         return false;

@@ -13,8 +13,10 @@
 
 #include <span>
 #include <string_view>
-
 constexpr std::string_view TAV_DAT_STRG_VERNAME = "# Version=1.0.0.1\n";
+
+namespace tavstrg {
+
 constexpr std::string_view kOldVersionLine = "# Version=1.0.0.0\n";
 constexpr size_t kVersionLineSize = 18;
 static_assert(TAV_DAT_STRG_VERNAME.size() == kVersionLineSize && kOldVersionLine.size() == kVersionLineSize);
@@ -33,3 +35,5 @@ size_t stateFileSize(const DatInfo *records);
 // Writes the file's content; false, with out unspecified, when it does not just fill out. The counters of the totals
 // are those of the blocks that follow them, whatever the record said: the file is read by them.
 bool composeStateFile(const DatInfo *records, std::span<uint8_t> out);
+
+} // namespace tavstrg

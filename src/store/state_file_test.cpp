@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "store/state_file_layout.h"
-#include "support/record_fixture.h"
+#include "support/store_fixture.h"
 
 #include <climits>
+
+using namespace tavstrg;
 
 namespace {
 

@@ -8,13 +8,14 @@
 #include <cstdio>
 #include <mutex>
 #include <shared_mutex>
-
 extern DatInfo instSt[TAV_CID_STRG_MAX]; // the records behind every answer
-extern ShmInfo shmSt[TAV_CID_STRG_MAX];
-extern RenewableMutex instMutexSt;         // the store lock; always taken before a segment's
-extern std::atomic<int32_t> gst_first;     // 0 not initialised, 1 initialisation running, 2 initialised
-extern std::atomic<int32_t> gst_SleepSec;  // monitoring cycle in seconds, initially 60
-extern std::atomic<int32_t> gst_SmartMode; // SMART mode handed to the collector, initially 0
+extern tavstrg::ShmInfo shmSt[TAV_CID_STRG_MAX];
+extern tavstrg::RenewableMutex instMutexSt; // the store lock; always taken before a segment's
+extern std::atomic<int32_t> gst_first;      // 0 not initialised, 1 initialisation running, 2 initialised
+extern std::atomic<int32_t> gst_SleepSec;   // monitoring cycle in seconds, initially 60
+extern std::atomic<int32_t> gst_SmartMode;  // SMART mode handed to the collector, initially 0
+
+namespace tavstrg {
 
 constexpr char kSavedStateFile[] = "/opt/qlm/tavkit_sa/data/tavstrgsave.dat";
 constexpr char kShmKeyFileBase[] = "/opt/qlm/tavkit_sa/work/tavstrgshm.key";
@@ -42,11 +43,16 @@ private:
     std::shared_lock<std::shared_mutex> held_;
 };
 
+} // namespace tavstrg
+
 // Publishes the whole store to shared memory and saves it to the file; takes the store lock. 0, or -1.
 int strgSetInstance(const CInfo *cInfo);
 // Frees every record array and destroys every segment, between passes; takes no store lock. 0, or -1 if a destruction
 // failed.
 int strgFreeInstance(const CInfo *cInfo);
+
+namespace tavstrg {
+
 // Copies every class that has records into its segment. 0, or -1 after the first failure. Traces each class and the
 // failure in the name of the function that publishes.
 int strgPublishAll(const CInfo *cInfo);
@@ -73,6 +79,8 @@ enum class SaveResult {
 // failure the old file is still there. Traces the steps ("fopen[%s]", "strgPutBinFile()", "fclose") in the name of the
 // function that saves; the failure is left to it. error is the errno of a failed open.
 SaveResult strgSaveBinFile(DatInfo *records, int &error);
+
+} // namespace tavstrg
 
 // Writes the whole state to an open stream / reads it, resizing the record areas. 0, or -1.
 int strgPutBinFile(std::FILE *file, DatInfo *records);

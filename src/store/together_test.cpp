@@ -5,6 +5,8 @@
 #include <fcntl.h>
 #include <sys/file.h>
 
+using namespace tavstrg;
+
 namespace {
 
 using testing::Contains;

@@ -71,8 +71,8 @@ installed() {
     make_broker "$root" 0
     state_of "$root" >"$work/before"
     apt broker "apt-get install of the provider beside a broker" "$root" install ./tavstrg-provider.deb
-    broker_was_told "$root" stage "apt-get install"
+    broker_was_called "$root" stage "apt-get install"
     purge broker-purge "$root" tavstrg-provider
-    broker_was_told "$root" unstage "apt-get purge"
+    broker_was_called "$root" unstage "apt-get purge"
     nothing_left "$root" "apt-get purge beside a broker"
 }

@@ -4,7 +4,7 @@
 #
 # usage: tests/bare/run.sh [--all] [--packages DIR] [--fresh] [--keep]
 #
-#   --all            there the whole ./test.sh, not ./test.sh --quick
+#   --all            runs ./test.sh --all there, not ./test.sh --quick
 #   --packages DIR   build nothing: only install and remove the .deb packages that are in DIR
 #   --fresh          begin with new bare systems and an empty package cache, not with those of an earlier run
 #   --keep           keep the systems in build/bare to look at
@@ -19,7 +19,7 @@ readonly here cache
 tests=(./test.sh --quick) packages='' fresh=false keep=false
 while [ $# -gt 0 ]; do
     case $1 in
-    --all) tests=(./test.sh) ;;
+    --all) tests=(./test.sh --all) ;;
     --packages)
         packages=$(cd "${2:?--packages needs a directory}" && pwd) || exit 2
         shift

@@ -1,11 +1,15 @@
 #!/usr/bin/env bash
-# The pages say what is so: what they quote stands in the tree.
+# The pages are true: what they quote, name and link to is in the tree.
 #
-# usage: docs_test.sh links|quotes|events|fields|itself SOURCE_DIRECTORY
+# usage: docs_test.sh links|quotes|documents|commands|floors|events|fields|itself SOURCE_DIRECTORY
 #
 #   links    relative links of every page lead to a file, and to a heading of it
-#   quotes   what SECURITY.md, docs/OPERATIONS.md and docs/ARCHITECTURE.md have in backquotes: a text of the provider or
-#            the tool, a file, a function (file.cpp:function) or a test (Suite.Test); what is others' stands in foreign.txt
+#   quotes   what README.md, CONTRIBUTING.md, SECURITY.md and the pages in docs for administrators and developers have in
+#            backquotes: a text of the provider or the tool, a file, a function (file.cpp:function), a test (Suite.Test), or a
+#            script with its options; texts of other programs are in foreign.txt
+#   documents every document that a file of the tree names exists
+#   commands the table in README.md has the commands of the tool
+#   floors   the first table in docs/ARCHITECTURE.md has the folders of src, in the order of scripts/check-floors.sh
 #   events   the alert catalogue of docs/OPERATIONS.md has the events of the code, with their severities
 #   fields   docs/SIMULATOR.md has the fields of a machine's description, and no others in its tables
 #   itself   these checks find what is wrong in the pages of tests/docs/wrong
@@ -25,21 +29,21 @@ problem() {
     problems=$((problems + 1))
 }
 
-# pages: every page of the tree but those that are wrong on purpose and those of others.
+# pages: every page of the tree, without those that are wrong on purpose and those in hidden and build directories.
 pages() {
     find "$tree" -mindepth 1 -type d \( -name '.*' -o -name 'build*' -o -path '*/tests/docs/wrong' \) -prune -o \
         -name '*.md' -print | sort
 }
 
-# anchors PAGE: its headings, as links name them.
+# anchors PAGE: its headings in the form that links use.
 anchors() {
     awk '/^```/ { fenced = !fenced } !fenced && /^#+ / { sub(/^#+ /, ""); print }' "$1" | tr '[:upper:]' '[:lower:]' |
         sed 's/[^a-z0-9 _-]//g; s/ /-/g'
 }
 
-# plain PAGE: without its fenced blocks, in one line.
+# plain PAGE: without its fenced blocks, in one line, as if each paragraph and list item had never been wrapped.
 plain() {
-    awk '/^```/ { fenced = !fenced; next } !fenced' "$1" | tr '\n' ' '
+    awk '/^```/ { fenced = !fenced; next } !fenced { sub(/^ +/, ""); print }' "$1" | tr '\n' ' '
 }
 
 check_links() {
@@ -55,15 +59,15 @@ check_links() {
             file=${file:+$(dirname "$page")/$file}
             file=${file:-$page}
             if [ ! -e "$file" ]; then
-                problem "$page: $link leads nowhere"
+                problem "$page: $link does not exist"
             elif [ -n "$anchor" ] && ! anchors "$file" | grep -qxF -- "$anchor"; then
-                problem "$page: $link: there is no such heading"
+                problem "$page: $link: no such heading"
             fi
         done < <(plain "$page" | grep -oE '\]\([^) ]+\)' | sed 's/^](//; s/)$//')
     done
 }
 
-# Values in a quoted trace line stand where the format has its conversions: [28] for [%d], (x.so) for (%s).
+# A quoted trace line has values where the format has conversions: [28] for [%d], (x.so) for (%s).
 without_values() {
     sed -E 's/\[[^]]*\]/[]/g; s/\([^)]*\)/()/g'
 }
@@ -71,13 +75,35 @@ without_conversions() {
     sed -E 's/\[(0x)?%[0-9a-z]*\]/[]/g; s/\(%[a-z]*\)/()/g'
 }
 
-# corpus: what is compiled into the provider and the tools, and what is shipped with them.
+# corpus: what is compiled into the provider and the tools, what is shipped with them, and how they are built.
 corpus() {
-    find "$tree"/{src,tools,schema,packaging} -type f ! -name '*_test.*' ! -name '*.md' ! -path '*/testing/*'
-    ls "$tree"/*.sh
+    find "$tree"/{src,tools,schema,packaging,scripts,cmake} -type f ! -name '*_test.*' ! -name '*.md' ! -path '*/testing/*'
+    ls "$tree"/*.sh "$tree"/CMakeLists.txt "$tree"/CMakePresets.json
 }
 
-# is_true PAGE QUOTE: whether what is quoted is in the tree.
+# is_command QUOTE: whether it is a script with options that it has, or runs a preset that there is.
+is_command() {
+    local quote=$1 script word
+    if [[ $quote =~ ^(\./)?([A-Za-z0-9_/.-]+\.sh)(\ .*)?$ ]]; then
+        script=$tree/${BASH_REMATCH[2]}
+        [ -f "$script" ] || return 1
+        for word in ${BASH_REMATCH[3]}; do
+            [[ $word != --* ]] || grep -qwF -- "$word" "$script" || return 1
+        done
+        return
+    fi
+    if [[ $quote =~ (cmake|ctest)\ .*--preset\ ([a-z]+) ]]; then
+        grep -qF -- "\"${BASH_REMATCH[2]}\"" "$tree/CMakePresets.json"
+        return
+    fi
+    if [[ $quote =~ ^-D(TAV_[A-Z_]+)= ]]; then
+        grep -qwF -- "${BASH_REMATCH[1]}" "$work/corpus"
+        return
+    fi
+    return 1
+}
+
+# is_true PAGE QUOTE: succeeds if the quoted text is in the tree.
 is_true() {
     local page=$1 quote=$2 file name=
     # A test, or a method of a class.
@@ -96,12 +122,13 @@ is_true() {
         [ "$(wc -l <<<"$file")" -eq 1 ] && grep -qwF -- "$name" "$tree/$file"
         return
     fi
-    # A file or folder, from the top, from its page, or by its own name; a wildcard may stand in it.
+    ! is_command "$quote" || return 0
+    # A file or folder, relative to the tree or the page, or by its own name; may contain a wildcard.
     if compgen -G "$tree/$quote" >/dev/null || compgen -G "$(dirname "$page")/$quote" >/dev/null ||
         grep -qE "(^|/)${quote//./\\.}$" "$work/files" 2>/dev/null; then
         return 0
     fi
-    # A file of the agent's root: a library by its name, a key file without the number of its class.
+    # A file of the agent's root: a library by its name, a key file without its class number.
     if [[ $quote =~ ^(lib/|data/|work/)([a-z./_-]+)[0-9]*$ ]]; then
         [ "${BASH_REMATCH[1]}" = lib/ ] || name=${BASH_REMATCH[1]}
         grep -qF -- "$name${BASH_REMATCH[2]}" "$work/corpus" || grep -qF -- "\"${BASH_REMATCH[2]}\"" "$work/corpus"
@@ -124,12 +151,27 @@ check_quotes() {
     for page in "$@"; do
         while read -r quote; do
             grep -qxF -- "$quote" "$here/foreign.txt" || is_true "$page" "$quote" ||
-                problem "$page: nothing in the tree says $quote"
+                problem "$page: not found in the tree: $quote"
         done < <(plain "$page" | grep -oE "\`[^\`]+\`" | tr -d '`' | sort -u)
     done
 }
 
-# Every line of foreign.txt is on a page still.
+# check_documents DIRECTORY: every *.md that is named in a file below it exists, seen from the file, from the top, or by its
+# own name. The pages that are wrong on purpose, and what checks them, name others.
+check_documents() {
+    local file name
+    while IFS=: read -r file name; do
+        case ${name##*/} in
+        NEWS.md | compare.md) continue ;; # CHANGELOG.md as it is installed; a result
+        esac
+        name=${name#share/doc/tavstrg*/} # as it is installed
+        [ -e "$(dirname "$file")/$name" ] || [ -e "$tree/$name" ] ||
+            [ -n "$(find "$tree" -name "build*" -prune -o -path "*/$name" -print -quit)" ] ||
+            problem "$file: there is no document $name"
+    done < <(grep -rHoIE --exclude-dir=.git --exclude-dir='build*' "${@:2}" '[A-Za-z0-9_./-]*[A-Za-z0-9_-]\.md\b' "$1" | sort -u)
+}
+
+# Every line of foreign.txt is still used on a page.
 check_foreign() {
     local text
     : >"$work/pages"
@@ -137,7 +179,7 @@ check_foreign() {
         plain "$text" >>"$work/pages"
     done
     while read -r text; do
-        grep -qF -- "\`$text\`" "$work/pages" || problem "foreign.txt: no page says $text"
+        grep -qF -- "\`$text\`" "$work/pages" || problem "foreign.txt: not used on any page: $text"
     done <"$here/foreign.txt"
 }
 
@@ -154,27 +196,40 @@ events_of() {
 }
 
 check_events() {
-    diff <(events_of_code) <(events_of "$1") >&2 || problem "$1: these are not the events of the code"
-    [ "$(events_of_code | wc -l)" -eq 7 ] || problem "monitor/alert.h: its events are not understood"
+    diff <(events_of_code) <(events_of "$1") >&2 || problem "$1: the events differ from those of the code"
+    [ "$(events_of_code | wc -l)" -eq 7 ] || problem "monitor/alert.h: cannot parse its events"
 }
 
-# fields_of_code: what is asked of a description, and what a fault can be on.
+# check_commands PAGE: rows that begin with `tavstrg COMMAND are the tool's commands.
+check_commands() {
+    diff <(sed -nE 's/.*add_subcommand\("([a-z-]+)".*/\1/p' "$tree"/tools/tavstrg/*.cpp | sort) \
+        <(sed -nE 's/^\| `tavstrg ([a-z-]+).*/\1/p' "$1" | sort) >&2 || problem "$1: these are not the tool's commands"
+}
+
+# check_floors PAGE: its first table is the list of floors.
+check_floors() {
+    diff <(awk "/^floors='/, /'\$/" "$tree/scripts/check-floors.sh" | sed "s/^floors=//; s/'//g" | tr -s ' ' '\n' | grep .) \
+        <(awk -F'|' '/^\|/ { print $2; table = 1; next } table { exit }' "$1" | grep -oE "\`[a-z/]+\`" | tr -d '`') >&2 ||
+        problem "$1: these are not the floors of the sources"
+}
+
+# fields_of_code: the fields of a description, and the places where a fault can be.
 fields_of_code() {
-    grep -ohE '"[a-z][A-Za-z0-9]{2,}"' "$tree"/tools/sim/description.cpp | tr -d '"' | sort -u
+    grep -ohE '"[a-z][A-Za-z0-9]{2,}"' "$tree"/tools/sim/{description,description_device,description_ide,fields}.cpp | tr -d '"' | sort -u
 }
 
 check_fields() {
     local field
     while read -r field; do
-        grep -qwF -- "$field" "$1" || problem "$1: nothing about the field $field"
+        grep -qwF -- "$field" "$1" || problem "$1: the field $field is missing"
     done < <(fields_of_code)
-    [ "$(fields_of_code | wc -l)" -ge 80 ] || problem "description.cpp: its fields are not understood"
+    [ "$(fields_of_code | wc -l)" -ge 80 ] || problem "description.cpp: cannot parse its fields"
     while read -r field; do
-        grep -qF -- "\"$field\"" "$tree"/tools/sim/*.cpp || problem "$1: there is no field $field"
+        grep -qF -- "\"$field\"" "$tree"/tools/sim/*.cpp || problem "$1: unknown field $field"
     done < <(awk -F'|' '/^\| `[a-z]/ { print $2 }' "$1" | grep -oE '[A-Za-z]+' | sort -u)
 }
 
-# found N CHECK PAGE: the check finds so many problems in the page.
+# found N CHECK PAGE: requires that the check finds N problems in the page.
 found() {
     local expected=$1 actual
     shift
@@ -196,10 +251,13 @@ links)
     check_links "${all[@]}"
     ;;
 quotes)
-    quoting=("$tree/SECURITY.md" "$tree/docs/OPERATIONS.md" "$tree/docs/ARCHITECTURE.md")
+    quoting=("$tree"/{README,CONTRIBUTING,SECURITY}.md "$tree"/docs/{OPERATIONS,ARCHITECTURE,COVERAGE}.md)
     check_quotes "${quoting[@]}"
     check_foreign "${quoting[@]}"
     ;;
+documents) check_documents "$tree" --exclude-dir=wrong --exclude=docs_test.sh ;;
+commands) check_commands "$tree/README.md" ;;
+floors) check_floors "$tree/docs/ARCHITECTURE.md" ;;
 events) check_events "$tree/docs/OPERATIONS.md" ;;
 fields) check_fields "$tree/docs/SIMULATOR.md" ;;
 itself)
@@ -207,11 +265,14 @@ itself)
     sed 's/pciAddress/pciPlace/' "$tree/docs/SIMULATOR.md" >"$work/wrong-fields.md"
     found 4 check_links "$here/wrong/links.md"
     found 9 check_quotes "$here/wrong/quotes.md"
+    found 1 check_documents "$here/wrong" --include=documents.md
+    found 1 check_commands "$here/wrong/commands.md"
+    found 1 check_floors "$here/wrong/commands.md"
     found 1 check_events "$here/wrong/events.md"
     found 2 check_fields "$work/wrong-fields.md"
     ;;
 *)
-    echo "no check is named $check" >&2
+    echo "unknown check $check" >&2
     exit 2
     ;;
 esac

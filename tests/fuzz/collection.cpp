@@ -9,6 +9,8 @@
 
 #include <span>
 
+using namespace tavstrg;
+
 using fuzz::require;
 
 namespace {

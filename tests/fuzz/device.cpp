@@ -2,6 +2,7 @@
 // A whole disk whose replies the input is: everything that a collection asks of a disk. The first byte chooses the kind
 // of disk and the way of the commands; fuzz/disk.h tells the rest.
 #include "collect/devices/disk_names.h"
+#include "collect/devices/serial_number.h"
 #include "devcmd/geometry.h"
 #include "devcmd/smart/smart_watch.h"
 #include "devcmd/smart/wear.h"
@@ -9,6 +10,8 @@
 #include "fuzz/disk.h"
 #include "fuzz/fuzz.h"
 #include "runtime/field_text.h"
+
+using namespace tavstrg;
 
 using fuzz::require;
 

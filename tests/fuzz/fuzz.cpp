@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+using namespace tavstrg;
+
 namespace {
 
 void takePath(const char *) {}

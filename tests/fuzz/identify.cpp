@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // IDENTIFY data: the serial number, and what they say of SMART. The input is the 512 bytes, cut or filled with zeros.
 #include "collect/devices/disk_names.h"
+#include "collect/devices/serial_number.h"
 #include "devcmd/smart/ata_command.h"
 #include "devcmd/trim.h"
 #include "fuzz/disk.h"
@@ -8,6 +9,8 @@
 
 #include <algorithm>
 #include <vector>
+
+using namespace tavstrg;
 
 using fuzz::Bytes;
 using fuzz::require;

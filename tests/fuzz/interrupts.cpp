@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <cstdio>
 
+using namespace tavstrg;
+
 using fuzz::require;
 
 namespace {

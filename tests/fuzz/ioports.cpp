@@ -8,6 +8,8 @@
 
 #include <cstdio>
 
+using namespace tavstrg;
+
 using fuzz::require;
 
 namespace {

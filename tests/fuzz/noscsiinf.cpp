@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+using namespace tavstrg;
+
 using fuzz::isWithin;
 using fuzz::require;
 

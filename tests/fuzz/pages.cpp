@@ -7,6 +7,8 @@
 
 #include <vector>
 
+using namespace tavstrg;
+
 using fuzz::Bytes;
 using fuzz::require;
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // /proc/scsi/scsi: single lines, single records, the whole file.
 #include "collect/scsi/scsi_parse.h"
+#include "collect/scsi/scsi_records.h"
 #include "collect/scsi/scsi_variants.h"
 #include "fuzz/fuzz.h"
 #include "fuzz/lists.h"
@@ -9,6 +10,8 @@
 
 #include <algorithm>
 #include <cstdio>
+
+using namespace tavstrg;
 
 using fuzz::isWithin;
 using fuzz::require;

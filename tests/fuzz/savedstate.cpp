@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <vector>
 
+using namespace tavstrg;
+
 using fuzz::Bytes;
 using fuzz::require;
 

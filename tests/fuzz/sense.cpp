@@ -4,6 +4,8 @@
 #include "devcmd/transport/sat_command.h"
 #include "fuzz/fuzz.h"
 
+using namespace tavstrg;
+
 using fuzz::Bytes;
 using fuzz::require;
 

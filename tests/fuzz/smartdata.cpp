@@ -2,12 +2,13 @@
 // SMART READ DATA: the attribute table, walked in a block of just its size, and the figure that a disk's reply gives.
 // The first byte is the attribute that is looked for.
 #include "devcmd/smart/wear.h"
-#include "devcmd/smart/wear_data.h"
 #include "fuzz/disk.h"
 #include "fuzz/fuzz.h"
 
 #include <algorithm>
 #include <vector>
+
+using namespace tavstrg;
 
 using fuzz::Bytes;
 using fuzz::require;

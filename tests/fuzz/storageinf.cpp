@@ -2,7 +2,9 @@
 // storage.inf: its lines, its sections, and the lists that come of it.
 #include "collect/inf/storage_inf.h"
 
+#include "collect/base/text_scan.h"
 #include "collect/inf/inf_parse.h"
+#include "collect/inf/inf_section.h"
 #include "fuzz/fuzz.h"
 #include "fuzz/lists.h"
 #include "fuzz/machine.h"
@@ -11,6 +13,8 @@
 #include <algorithm>
 #include <string>
 #include <vector>
+
+using namespace tavstrg;
 
 using fuzz::isWithin;
 using fuzz::require;

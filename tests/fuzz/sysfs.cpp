@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // sysfs: attributes, the names of directories, and a SCSI host with a device whose files and names the input is.
+#include "collect/base/attribute.h"
 #include "collect/inf/inf_parse.h"
 #include "collect/scsi/scsi_parse.h"
 #include "collect/scsi/scsi_variants.h"
+#include "devcmd/kernel/kernel_version.h"
 #include "devcmd/transport/transport.h"
 #include "fuzz/fuzz.h"
 #include "fuzz/lists.h"
@@ -12,6 +14,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <string>
+
+using namespace tavstrg;
 
 using fuzz::isWithin;
 using fuzz::require;

@@ -3,10 +3,11 @@
 #include "fuzz/fuzz.h"
 #include "fuzz/machine.h"
 #include "runtime/conf_file.h"
-#include "runtime/conf_tokens.h"
 
 #include <algorithm>
 #include <memory>
+
+using namespace tavstrg;
 
 using fuzz::require;
 

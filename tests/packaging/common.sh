@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# What the tests of the packages share. Each is called with the build directory, and sources this first.
+# Common functions of the packaging tests. Each test sources this first, with the build directory as argument.
 set -euo pipefail
 
 build=$(cd "$1" && pwd)
@@ -7,7 +7,7 @@ readonly build
 
 source_directory=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 readonly source_directory
-umask 077 # packages have their modes whatever the umask
+umask 077 # the modes in packages must not depend on it
 
 fail() {
     echo "FAILED: $*" >&2
@@ -32,12 +32,12 @@ make_packages() {
     rm -rf "$work/packages/_CPack_Packages"
 }
 
-# expected_files COMPONENT: "mode path" below the prefix, as cmake --install has them.
+# expected_files COMPONENT: "mode path" below the prefix, as cmake --install installs them.
 expected_files() {
     awk -v component="$1" '$1 == component { print $2, $3 }' "$source_directory/tests/packaging/files.txt" | sort -k 2
 }
 
-# make_broker ROOT STATUS: a broker whose tools note how they are called and exit with STATUS.
+# make_broker ROOT STATUS: a broker whose tools log how they are called and exit with STATUS.
 make_broker() {
     local root=$1 status=$2 tool
     for tool in sfcbstage sfcbunstage sfcbrepos; do
@@ -55,7 +55,21 @@ TOOL
     done
 }
 
-# make_root ROOT STATUS: a root with a shell, and a broker; with 127 as its STATUS without a broker.
+# make_systemd ROOT UNIT: a systemd that logs how it is called, with UNIT as its only active unit.
+make_systemd() {
+    mkdir -p "$1/run/systemd/system"
+    cat >"$1/usr/bin/systemctl" <<TOOL
+#!/bin/sh
+case \$* in
+"is-active --quiet $2") exit 0 ;;
+is-active*) exit 3 ;;
+esac
+echo "systemctl \$*" >>/var/log/broker
+TOOL
+    chmod 755 "$1/usr/bin/systemctl"
+}
+
+# make_root ROOT STATUS: a root with a shell and a broker. Without a broker if STATUS is 127.
 make_root() {
     local root=$1 status=$2 library
     mkdir -p "$root"/{bin,dev,usr/bin,var/log,tmp}
@@ -67,8 +81,8 @@ make_root() {
     [ "$status" -eq 127 ] || make_broker "$root" "$status"
 }
 
-# broker_was_told ROOT stage|unstage|nothing WHEN: what the broker of a root was told since the last question.
-broker_was_told() {
+# broker_was_called ROOT stage|unstage|nothing WHEN: compares the calls of the broker's tools since the last comparison.
+broker_was_called() {
     local expected=
     case $2 in
     stage) expected="sfcbstage -n root/tavkit/as -r SCHEMA/TAVStorageProvider.reg SCHEMA/TAV_Storage.mof
@@ -76,21 +90,21 @@ sfcbrepos -f" ;;
     unstage) expected="sfcbunstage -n root/tavkit/as -r TAVStorageProvider.reg TAV_Storage.mof
 sfcbrepos -f" ;;
     esac
-    same "what the broker is told at $3" "$expected" \
+    same "calls of the broker's tools at $3" "$expected" \
         "$(sed 's,/usr/libexec/tavstrg/../../share/tavstrg/schema,SCHEMA,g' "$1/var/log/broker" 2>/dev/null || true)"
     rm -f "$1/var/log/broker"
 }
 
-# Everything in a root but what the package database keeps for itself.
+# Everything in a root but the package database and logs.
 everything_in() {
     find "$1" -path "$1/var/lib" -prune -o -path "$1/var/log" -prune -o -printf '%M %U:%G %P %l\n' | sort -k 3
 }
 
-# What is installed below a root must not know where it was built, have debug information or look for libraries elsewhere.
+# Installed binaries must not contain build paths or debug information, or search for libraries in other directories.
 check_binaries() {
     local root=$1 file runpath
     if grep -rlF -e "$build" -e "$source_directory" "$root/usr"; then
-        fail "these know where they were built"
+        fail "these files contain build paths"
     fi
     while read -r file; do
         file -b "$file" | grep '^ELF' >/dev/null || continue
@@ -103,7 +117,7 @@ check_binaries() {
     done < <(find "$root/usr" -type f)
 }
 
-# check_tool ROOT: the tool that is installed there finds its libraries, the machines and the provider.
+# check_tool ROOT: the tool installed there finds its libraries, the machines and the provider.
 check_tool() {
     local tool=$1/usr/sbin/tavstrg machine output
     for machine in "$1"/usr/share/tavstrg/machines/*.json; do
@@ -115,7 +129,7 @@ check_tool() {
     mapfile -t provider < <(find "$1/usr" -name libTAVStorageProvider.so)
     mv "${provider[0]}" "$work/provider"
     ! output=$("$tool" --machine "$1/usr/share/tavstrg/machines/server.json" show 2>&1) ||
-        fail "the tool has a provider from elsewhere"
+        fail "the tool found a provider in another directory"
     mv "$work/provider" "${provider[0]}"
     grep -qF "no provider found" <<<"$output" || fail "without its provider the tool says $output"
     grep -qF "${provider[0]}" <<<"$output" || fail "the tool does not look for ${provider[0]}: $output"

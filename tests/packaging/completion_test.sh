@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Completion offers what the tool has. What it has is taken from the help of all commands at once, which completion does not read.
+# Completion offers the commands, options, classes and methods of the tool. The expected ones come from tavstrg --help-all, which
+# completion does not read.
 #
 # usage: completion_test.sh BUILD_DIRECTORY
 # shellcheck source=tests/packaging/common.sh
@@ -7,15 +8,15 @@
 PATH=$build/bin:$PATH
 completions=$source_directory/packaging/completion
 
-# Tool's own words. Commands stand alone on their lines there, their options indented.
+# In this help each command has a line of its own, followed by its options, indented.
 all=$(tavstrg --help-all)
 commands=$(sed -nE '/^Subcommands:/,$s/^([a-z][a-z-]*)$/\1/p' <<<"$all" | sort)
 globals=$(sed -nE '/^Options:/,/^Subcommands:/s/^  (-[^ ]+).*/\1/p' <<<"$all" | tr ',' '\n' | sort)
 [ "$(wc -l <<<"$commands")" -ge 5 ] || fail "commands in the help of all: $commands"
-options_of() { # COMMAND: with what all commands have
+options_of() { # COMMAND: with the options of all commands
     sed -nE "/^$1\$/,/^\$/s/^    (-[^ ]+).*/\\1/p" <<<"$all" | tr ',' '\n' | cat - <(echo "$globals") | sort -u
 }
-positional_of() { # COMMAND: kind of its first argument
+positional_of() { # COMMAND: the kind of its first argument
     sed -nE "/^$1\$/,/^\$/s/^    ([A-Z][^ ]*).*/\\1/p" <<<"$all" | sed -n 1p
 }
 classes=$(tavstrg classes | sed -nE 's/^TAV_Storage([A-Za-z]+).*/\1/p' | sort)
@@ -23,7 +24,7 @@ same "number of classes" 12 "$(wc -l <<<"$classes")"
 
 # shellcheck source=packaging/completion/tavstrg.bash
 . "$completions/tavstrg.bash"
-in_bash() { # WORD...: candidates for the last word; "=" is a word of its own, as it is in bash
+in_bash() { # WORD...: candidates for the last word; "=" is a separate word, as in bash
     COMP_WORDS=(tavstrg "$@")
     COMP_CWORD=$#
     COMPREPLY=()
@@ -45,7 +46,7 @@ in_bash_without_tool() {
 }
 begins_with() { grep -E "^$1" || true; }
 
-cd "$source_directory" # for names of files
+cd "$source_directory" # for file names
 for shell in in_bash in_zsh; do
     same "$shell: commands" "$commands" "$($shell "")"
     same "$shell: options" "$globals" "$($shell -)"
@@ -56,7 +57,7 @@ for shell in in_bash in_zsh; do
         CLASS) same "$shell: classes for $command" "$classes" "$($shell --json "$command" "")" ;;
         FILE) same "$shell: files for $command" "README.md" "$($shell "$command" READ)" ;;
         "") same "$shell: nothing for $command" "" "$($shell "$command" "")" ;;
-        *) fail "no test for what $command takes" ;;
+        *) fail "no test for the arguments of $command" ;;
         esac
     done
     same "$shell: some classes" "$(begins_with T <<<"$classes")" "$($shell get T)"
@@ -72,9 +73,9 @@ SetMonitorCycle" "$($shell call config "")"
 done
 same "bash: file behind a sign" "README.md" "$(in_bash --machine = READ)"
 same "bash: command behind an option with a sign" "show" "$(in_bash --machine = x.json sh)"
-same "bash: no value of an argument" "" "$(in_bash call Config SetMonitorCycle MonitorCycle = "")"
-same "zsh: a description of an option" "--color:When to colour" \
+same "bash: no candidates for a value" "" "$(in_bash call Config SetMonitorCycle MonitorCycle = "")"
+same "zsh: description of an option" "--color:When to colour" \
     "$(in_zsh_described | sed -nE 's/^(--color:When to colour).*/\1/p')"
 same "zsh: file behind a sign" "README.md" "$(in_zsh --machine=READ)"
-same "bash: a tool that is not there" "" "$(in_bash_without_tool)"
+same "bash: missing tool" "" "$(in_bash_without_tool)"
 zsh -n "$completions/_tavstrg" || fail "syntax of the completion for zsh"

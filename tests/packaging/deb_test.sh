@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# The .deb packages: what they say of themselves, and that they install, work, and go without a trace.
+# The .deb packages: their fields, installation, use and complete removal.
 #
 # usage: deb_test.sh BUILD_DIRECTORY
-[ "$(id -u)" -eq 0 ] || exec unshare --map-root-user "$0" "$@" # who is not root becomes it in a name space
+[ "$(id -u)" -eq 0 ] || exec unshare --map-root-user "$0" "$@" # a user becomes root in a name space
 # shellcheck source=tests/packaging/common.sh
 . "$(dirname "$0")/common.sh"
-PATH=$PATH:/usr/sbin:/sbin # dpkg wants ldconfig
+PATH=$PATH:/usr/sbin:/sbin # dpkg requires ldconfig
 
 make_packages DEB
 declare -A file=()
@@ -29,14 +29,13 @@ for name in "${!file[@]}"; do
     dpkg-deb --ctrl-tarfile "${file[$name]}" | tar -t | grep '^\./md5sums$' >/dev/null || fail "no checksums in $name"
 done
 same "runtime of the provider" "" "$(depends tavstrg-provider | grep -vxE 'libc6|libgcc-s1|libstdc\+\+6' || true)"
-same "what the tool wants besides" "tavstrg-devel-agent (= $version)
-tavstrg-provider (= $version)" "$(depends tavstrg | grep -vxE 'libc6|libgcc-s1|libstdc\+\+6' || true)"
+same "other dependencies of the tool" "tavstrg-provider (= $version)" "$(depends tavstrg | grep -vxE 'libc6|libgcc-s1|libstdc\+\+6' || true)"
 same "scripts" "-rwxr-xr-x root/root ./postinst
 -rwxr-xr-x root/root ./prerm" \
     "$(dpkg-deb --ctrl-tarfile "${file[tavstrg-provider]}" | tar -tv | grep -E 'p(re|ost)(inst|rm)$' |
         awk '{ print $1, $2, $6 }' | sort -k 3)"
 
-# The same files as from cmake --install, each root's, in directories that everybody may read.
+# The same files as from cmake --install, owned by root, in directories that everybody may read.
 for pair in provider:tavstrg-provider tools:tavstrg agent:tavstrg-devel-agent; do
     listed=$(dpkg-deb --fsys-tarfile "${file[${pair#*:}]}" | tar -tv)
     same "owners and kinds in ${pair#*:}" "" "$(grep -vE '^[d-]r[w-][x-]r-[x-]r-[x-] root/root ' <<<"$listed" || true)"
@@ -46,12 +45,12 @@ for pair in provider:tavstrg-provider tools:tavstrg agent:tavstrg-devel-agent; d
     same "files of ${pair#*:}" "$(expected_files "${pair%:*}")" "$files"
 done
 
-# make_database ROOT: a package database that has the runtime libraries, as they are here.
+# make_database ROOT: a package database with the runtime libraries of this system.
 make_database() {
     mkdir -p "$1"/var/lib/dpkg/{info,updates}
     dpkg-query -s libc6 libgcc-s1 libstdc++6 | sed '/^\(Depends\|Conffiles\|Recommends\|Breaks\| \)/d' >"$1/var/lib/dpkg/status"
 }
-in_root() { # ROOT DPKG-ARGUMENT...: what dpkg says only if it fails
+in_root() { # ROOT DPKG-ARGUMENT...: prints the output of dpkg only if it fails
     local root=$1
     shift
     dpkg --root="$root" "$@" >"$work/log" 2>&1 || fail "dpkg $*: $(cat "$work/log")"
@@ -61,28 +60,44 @@ root=$work/root
 make_root "$root" 0
 make_database "$root"
 before=$(everything_in "$root")
-in_root "$root" --install "${file[@]}"
-broker_was_told "$root" stage "the installation"
+in_root "$root" --install "${file[tavstrg-provider]}" "${file[tavstrg]}"
+broker_was_called "$root" stage "the installation"
+check_tool "$root" # without the development agent
+in_root "$root" --install "${file[tavstrg-devel-agent]}"
 in_root "$root" --audit
 in_root "$root" --verify
 check_binaries "$root"
-check_tool "$root"
 in_root "$root" --install "${file[tavstrg-provider]}"
-broker_was_told "$root" stage "a second installation"
+broker_was_called "$root" stage "a second installation"
 in_root "$root" --purge "${!file[@]}"
-broker_was_told "$root" unstage "the end"
+broker_was_called "$root" unstage "the removal"
 same "what is left" "$before" "$(everything_in "$root")"
-same "who is left" "libc6 libgcc-s1 libstdc++6" "$(dpkg-query --admindir="$root/var/lib/dpkg" -W -f '${Package} ' | sed 's/ $//')"
+same "packages left" "libc6 libgcc-s1 libstdc++6" "$(dpkg-query --admindir="$root/var/lib/dpkg" -W -f '${Package} ' | sed 's/ $//')"
 
-# Without a broker, and with one that refuses, the package installs and goes all the same.
+# Without a broker, and with one that refuses the schema, installation and removal succeed.
 for status in 127 1; do
     root=$work/root$status
     make_root "$root" "$status"
     make_database "$root"
     before=$(everything_in "$root")
     in_root "$root" --install "${file[tavstrg-provider]}"
-    warned=$(grep -c 'the broker did not take the schema' "$work/log" || true)
+    warned=$(grep -c 'the broker refused the schema' "$work/log" || true)
     same "warnings with status $status" $((status == 1)) "$warned"
     in_root "$root" --purge tavstrg-provider
     same "what is left with status $status" "$before" "$(everything_in "$root")"
+done
+
+# A broker that runs is restarted, whatever its distribution calls its unit.
+for unit in sfcb.service sblim-sfcb.service sfcbd.service other.service; do
+    root=$work/$unit
+    make_root "$root" 0
+    make_database "$root"
+    make_systemd "$root" "$unit"
+    expected="systemctl try-restart $unit"
+    [ "$unit" != other.service ] || expected=
+    in_root "$root" --install "${file[tavstrg-provider]}"
+    same "restart of $unit after the installation" "$expected" "$(grep '^systemctl' "$root/var/log/broker" || true)"
+    rm "$root/var/log/broker"
+    in_root "$root" --purge tavstrg-provider
+    same "restart of $unit after the removal" "$expected" "$(grep '^systemctl' "$root/var/log/broker" || true)"
 done

@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+using namespace tavstrg;
+
 namespace {
 
 using testing::ElementsAre;

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# cmake --install puts every component's files where they belong, with sane modes.
+# cmake --install installs the files of each component in the right places and with the right modes.
 #
 # usage: install_test.sh BUILD_DIRECTORY
 # shellcheck source=tests/packaging/common.sh

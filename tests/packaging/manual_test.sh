@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The manual pages: their form, and that tavstrg(8) has every command and option of the tool.
+# The manual pages are well-formed, and tavstrg(8) has every command and option of the tool.
 #
 # usage: manual_test.sh BUILD_DIRECTORY
 # shellcheck source=tests/packaging/common.sh
@@ -14,7 +14,7 @@ for page in tavstrg.8 storage.inf.5 noscsi.inf.5 tavm2ssd.inf.5; do
         grep -qx "\.SH $section" "$pages/$page" || fail "$page has no $section"
     done
     same "compressed $page" "$(cat "$pages/$page")" "$(gzip -dc "$pages/$page.gz")"
-    # Pages that are named as pages of this project are there.
+    # References to pages of this project lead to existing pages.
     while read -r name section; do
         [ "$name" = smartctl ] || [ -f "$pages/$name.$section" ] || fail "$page names $name($section)"
     done < <(sed -nE 's/^\.BR ([a-z0-9.]+) \(([0-9])\).*/\1 \2/p' "$pages/$page")
@@ -25,12 +25,12 @@ for page in storage.inf.5 noscsi.inf.5 tavm2ssd.inf.5; do
 done
 grep -qx '\.SH EXIT STATUS' "$pages/tavstrg.8" || fail "tavstrg.8 has no EXIT STATUS"
 
-# What the page describes: the words of its tagged paragraphs, without fonts and escapes.
+# The terms that the page describes: the tags of its paragraphs, without fonts and escapes.
 described() { # SECTION
     sed -n "/^\.SH $1\$/,/^\.SH /p" "$pages/tavstrg.8" | sed -nE '/^\.TP$/{n;s/^\.[BIR]+ //;s/[",]//g;s/\\-/-/g;p}'
 }
 all=$("$build/bin/tavstrg" --help-all)
-missing() { # WHAT HAS-LINES: lines of standard input that are not among them
+missing() { # WHAT LINES: compares standard input with LINES; none of it may be missing there
     same "$1 that the page lacks" "" "$(grep -vxF -f <(printf '%s\n' "$2") || true)"
 }
 sed -nE '/^Subcommands:/,$s/^([a-z][a-z-]*)$/\1/p' <<<"$all" |

@@ -21,7 +21,7 @@ const char *const kStorageInf = "/opt/qlm/tavkit_sa/data/storage.inf";
 
 class BadInput : public testing::Test {
 protected:
-    sim::Machine machine_{scenario::machineOfDisks(3)};
+    sim::Machine machine_{machines::ofDisks(3)};
 
     // Number of hard disks that a freshly started provider answers; nothing is left behind afterwards.
     size_t disksSeen()
@@ -60,12 +60,12 @@ TEST_F(BadInput, StorageInfWithBinaryBytesGivesTheNamesThatCanBeRead)
 TEST_F(BadInput, DriverNamesOf64CharactersAreTakenAndOf65Refused)
 {
     for (const size_t length : {64U, 65U}) {
-        json description = json::parse(scenario::machineOfDisks(3));
+        json description = machines::disks(3);
         const std::string driver(length, 'd');
         for (json &host : description["hosts"]) {
             host["driver"] = driver.substr(0, 63); // an attribute is cut to 63 characters
         }
-        machine_.change(description.dump());
+        machine_.change(machines::text(description));
         machine_.write(kStorageInf, driver.substr(0, 63) + "\n" + driver + "\n");
         EXPECT_EQ(disksSeen(), 3U) << length;
         machine_.write(kStorageInf, driver + "\n");
@@ -79,7 +79,7 @@ TEST_F(BadInput, ADirectoryOrAPipeInPlaceOfStorageInfManagesNothingAndDoesNotHan
     machine_.makeDirectory(kStorageInf);
     EXPECT_EQ(disksSeen(), 0U);
     machine_.remove(kStorageInf);
-    ASSERT_EQ(std::system(("mkfifo '" + machine_.where(kStorageInf) + "'").c_str()), 0);
+    ASSERT_EQ(::mkfifo(machine_.where(kStorageInf).c_str(), 0600), 0);
     EXPECT_EQ(disksSeen(), 0U);
 }
 
@@ -198,9 +198,9 @@ INSTANTIATE_TEST_SUITE_P(
 // A machine of three disks whose second has a fault.
 std::string machineWithFault(const json &fault)
 {
-    json description = json::parse(scenario::machineOfDisks(3));
-    description["hosts"][0]["devices"][1]["faults"] = json::array({fault});
-    return description.dump();
+    json description = machines::disks(3);
+    machines::deviceAt(description, 1)["faults"] = json::array({fault});
+    return machines::text(description);
 }
 
 TEST_F(BadInput, ADiskWhoseIdentityFailsFailsTheCollectionAndTheLastGoodStateStays)
@@ -213,7 +213,7 @@ TEST_F(BadInput, ADiskWhoseIdentityFailsFailsTheCollectionAndTheLastGoodStateSta
     EXPECT_EQ(failing.rc, 1);
     EXPECT_EQ(failing.message, "strgGetInstance() FAILED");
     EXPECT_EQ(machine_.read(kStateFile), good) << "nothing is published from half a collection";
-    machine_.change(scenario::machineOfDisks(3));
+    machine_.change(machines::ofDisks(3));
     EXPECT_EQ(server->enumInstances("TAV_StorageHardDisk").instances.size(), 3U);
     server->stop();
     scenario::expectNothingLeft(*server);
@@ -226,7 +226,7 @@ TEST_F(BadInput, AFailingFirstCollectionIsToldAndTriedAgain)
     const Reply failing = server->getInstance("TAV_StorageConfig");
     EXPECT_EQ(failing.rc, 1);
     EXPECT_EQ(failing.message, "strgInitProvider() Failure!!");
-    machine_.change(scenario::machineOfDisks(3));
+    machine_.change(machines::ofDisks(3));
     EXPECT_EQ(server->enumInstances("TAV_StorageHardDisk").instances.size(), 3U);
     server->stop();
     scenario::expectNothingLeft(*server);
@@ -251,9 +251,9 @@ TEST_F(BadInput, AbsurdGeometryAndSizesDoNoHarm)
         {json{{"geometry", {{"heads", 0}, {"sectors", 0}, {"cylinders", 0}}}}, "no geometry"},
         {json{{"geometry", {{"heads", 255}, {"sectors", 255}, {"cylinders", 65535}}}}, "the largest"}};
     for (const auto &[change, what] : sizes) {
-        json description = json::parse(scenario::machineOfDisks(2));
-        description["hosts"][0]["devices"][1].update(change);
-        machine_.change(description.dump());
+        json description = machines::disks(2);
+        machines::deviceAt(description, 1).update(change);
+        machine_.change(machines::text(description));
         Server server;
         const Reply reply = server->enumInstances("TAV_StorageHardDisk");
         EXPECT_TRUE(reply.ok() || reply.rc == 1) << what << ": " << reply.message;

@@ -188,17 +188,17 @@ constexpr WatchedDisk kWatched[] = {{"/dev/sda", false, false}, {"/dev/sdb", tru
 
 std::string watchedMachine()
 {
-    nlohmann::json machine = nlohmann::json::parse(scenario::machineOfDisks(std::size(kWatched)));
-    nlohmann::json &devices = machine["hosts"][0]["devices"];
+    nlohmann::json machine = machines::disks(std::size(kWatched));
     for (size_t i = 0; i < std::size(kWatched); ++i) {
+        nlohmann::json &disk = machines::deviceAt(machine, i);
         if (kWatched[i].scsi) {
-            devices[i]["vendor"] = "TEST";
-            devices[i]["exceptions"] = {{"supported", true}, {"dexcpt", !kWatched[i].on}};
+            disk["vendor"] = "TEST";
+            disk["exceptions"] = {{"supported", true}, {"dexcpt", !kWatched[i].on}};
         } else {
-            devices[i]["smart"] = {{"enabled", kWatched[i].on}};
+            disk["smart"] = {{"enabled", kWatched[i].on}};
         }
     }
-    return machine.dump();
+    return machines::text(machine);
 }
 
 // DEXCPT of the current page 1C (SPC-4) is clear, as the disk itself tells.
@@ -265,14 +265,14 @@ constexpr double kCommandTimeOut = 6; // seconds, of the commands that go throug
 // Three disks of which each hangs in one kind of command, or in none.
 std::string machineThatHangsIn(const char *kind, bool smartIsOn)
 {
-    nlohmann::json machine = nlohmann::json::parse(scenario::machineOfDisks(3));
-    for (nlohmann::json &device : machine["hosts"][0]["devices"]) {
-        device["smart"]["enabled"] = smartIsOn;
+    nlohmann::json machine = machines::disks(3);
+    machines::forEachDevice(machine, [&](nlohmann::json &disk) {
+        disk["smart"]["enabled"] = smartIsOn;
         if (*kind != '\0') {
-            device["faults"] = {{{"on", kind}, {"hangSeconds", 3600}}};
+            disk["faults"] = {{{"on", kind}, {"hangSeconds", 3600}}};
         }
-    }
-    return machine.dump();
+    });
+    return machines::text(machine);
 }
 
 struct Hang {
@@ -315,7 +315,7 @@ TEST(HungDisk, DelaysAStopByNoMoreThanTheTimeOutOfOneCommand)
         children.push_back(std::make_unique<scenario::Child>([&hang] { stopDuring(hang); }));
     }
     for (const auto &child : children) {
-        EXPECT_EQ(child->wait(), 0);
+        EXPECT_EQ(child->wait().status, 0);
     }
 }
 

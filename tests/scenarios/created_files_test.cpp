@@ -95,9 +95,9 @@ public:
         for (const std::string &file : kFiles) {
             expectOwn(where(file), 0600);
         }
-        const std::vector<scenario::SegmentOf> segments = scenario::segmentsOf(::getpid());
+        const std::vector<process::Segment> segments = process::segmentsOf(::getpid());
         EXPECT_EQ(segments.size(), 5U);
-        for (const scenario::SegmentOf &segment : segments) {
+        for (const process::Segment &segment : segments) {
             struct shmid_ds info = {};
             ASSERT_EQ(::shmctl(segment.id, IPC_STAT, &info), 0);
             EXPECT_EQ(info.shm_perm.mode & 0777, 0600);
@@ -154,7 +154,7 @@ TEST_P(Created, IsItsOwnersAndNothingElseIsCreated)
     (*service.server)->stop();
     EXPECT_EQ(service.made(), kFiles) << "a stop leaves the files";
     expectOwn(service.where("data/tavstrgsave.dat"), 0600);
-    EXPECT_THAT(scenario::segmentsOf(::getpid()), IsEmpty());
+    EXPECT_THAT(process::segmentsOf(::getpid()), IsEmpty());
     scenario::expectNothingLeft(**service.server);
 }
 
@@ -264,7 +264,7 @@ TEST(AnotherUser, OpensNoneOfTheFilesAndAttachesNoSegment)
     ASSERT_EQ(::chmod(machine.where("").c_str(), 0755), 0) << "nothing but the files' own modes is to count";
     Server server; // outside service mode: a process of one thread, that can be forked
     ASSERT_TRUE(server->enumInstances("TAV_StorageHardDisk").ok());
-    const std::vector<scenario::SegmentOf> segments = scenario::segmentsOf(::getpid());
+    const std::vector<process::Segment> segments = process::segmentsOf(::getpid());
     ASSERT_EQ(segments.size(), 5U);
     scenario::Child somebody([&] {
         ASSERT_EQ(::setgid(kSomebody), 0);
@@ -277,7 +277,7 @@ TEST(AnotherUser, OpensNoneOfTheFilesAndAttachesNoSegment)
                 EXPECT_EQ(errno, EACCES) << path;
             }
         }
-        for (const scenario::SegmentOf &segment : segments) {
+        for (const process::Segment &segment : segments) {
             for (const int flags : {SHM_RDONLY, 0}) {
                 EXPECT_EQ(::shmat(segment.id, nullptr, flags), reinterpret_cast<void *>(-1));
                 EXPECT_EQ(errno, EACCES);
@@ -285,7 +285,7 @@ TEST(AnotherUser, OpensNoneOfTheFilesAndAttachesNoSegment)
             EXPECT_EQ(::shmctl(segment.id, IPC_RMID, nullptr), -1);
         }
     });
-    EXPECT_EQ(somebody.wait(), 0);
+    EXPECT_EQ(somebody.wait().status, 0);
 }
 
 } // namespace

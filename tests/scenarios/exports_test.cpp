@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// The shared object lives in the broker's name space: what it exports and what it needs is part of its behaviour.
+// The shared object is loaded into the broker's process: the symbols that it exports and the libraries that it needs
+// are part of its behaviour.
+#include "support/process.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <array>
-#include <cstdio>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -13,17 +14,16 @@ namespace {
 
 const std::string kProvider = TAV_BINARY_DIR "/lib/libTAVStorageProvider.so";
 
-std::vector<std::string> linesOf(const std::string &command)
+std::vector<std::string> linesOf(const std::vector<std::string> &command)
 {
+    const process::Finished finished = process::run({.words = command, .err = process::Output::inherited});
+    EXPECT_EQ(finished.status, 0) << testing::PrintToString(command);
     std::vector<std::string> lines;
-    FILE *const pipe = ::popen(command.c_str(), "r");
-    std::array<char, 4096> line{};
-    while (pipe != nullptr && std::fgets(line.data(), line.size(), pipe) != nullptr) {
-        std::string text = line.data();
-        text.erase(text.find_last_not_of("\n ") + 1);
-        lines.push_back(text);
+    std::istringstream text(finished.out);
+    for (std::string line; std::getline(text, line);) {
+        line.erase(line.find_last_not_of("\n ") + 1);
+        lines.push_back(line);
     }
-    EXPECT_EQ(::pclose(pipe), 0) << command;
     return lines;
 }
 
@@ -35,7 +35,7 @@ std::string lastWord(const std::string &line)
 TEST(SharedObject, ExportsExactlyTheTwoFactories)
 {
     std::vector<std::string> names;
-    for (const std::string &line : linesOf("nm -D --defined-only '" + kProvider + "'")) {
+    for (const std::string &line : linesOf({"nm", "-D", "--defined-only", kProvider})) {
         names.push_back(lastWord(line));
     }
     EXPECT_THAT(names, testing::UnorderedElementsAre("TAVStorageProvider_Create_InstanceMI",
@@ -45,7 +45,7 @@ TEST(SharedObject, ExportsExactlyTheTwoFactories)
 TEST(SharedObject, NeedsNothingButTheCAndCppRuntime)
 {
     std::vector<std::string> needed;
-    for (const std::string &line : linesOf("readelf -d '" + kProvider + "'")) {
+    for (const std::string &line : linesOf({"readelf", "-d", kProvider})) {
         if (line.find("(NEEDED)") != std::string::npos) {
             const auto open = line.find('[');
             needed.push_back(line.substr(open + 1, line.find(']') - open - 1));
@@ -60,7 +60,7 @@ TEST(SharedObject, NeedsNothingButTheCAndCppRuntime)
 TEST(SharedObject, IsBoundAtLoadAndReadOnlyAfterwards)
 {
     std::string headers;
-    for (const std::string &line : linesOf("readelf -dlW '" + kProvider + "'")) {
+    for (const std::string &line : linesOf({"readelf", "-dlW", kProvider})) {
         headers += line + "\n";
     }
     EXPECT_THAT(headers, testing::HasSubstr("BIND_NOW"));

@@ -2,6 +2,7 @@
 #include "scenarios/generations.h"
 
 #include "records/records.h"
+#include "support/machines.h"
 
 #include <cstring>
 #include <gtest/gtest.h>
@@ -10,11 +11,12 @@
 #include <string_view>
 #include <vector>
 
+using namespace tavstrg;
+
 namespace scenario {
 
 namespace {
 
-constexpr size_t kDisksPerHost = 8;
 constexpr unsigned kFirstCapacity = 1024; // MiB, of generation 0
 constexpr std::string_view kVersionLine = "# Version=1.0.0.1\n";
 
@@ -128,24 +130,16 @@ size_t disksOf(unsigned generation)
 
 std::string machineOf(unsigned generation, bool agentLibraries)
 {
-    nlohmann::json hosts = nlohmann::json::array();
+    nlohmann::json machine = machines::withoutDevices();
+    machine["agent"]["libraries"] = agentLibraries;
     for (size_t i = 0; i < disksOf(generation); ++i) {
-        if (i % kDisksPerHost == 0) {
-            hosts.push_back({{"number", i / kDisksPerHost}, {"driver", "ahci"}, {"devices", nlohmann::json::array()}});
-        }
-        hosts.back()["devices"].push_back({{"ata", true},
-                                           {"id", i % kDisksPerHost},
-                                           {"model", modelOf(generation)},
-                                           {"serial", serialOf(generation, i)},
-                                           {"revision", firmwareOf(generation)},
-                                           {"sizeBytes", uint64_t{kFirstCapacity + generation} << 20},
-                                           {"geometry", oneMiBPerCylinder(generation)}});
+        nlohmann::json disk = machines::ataDisk(modelOf(generation), serialOf(generation, i),
+                                                uint64_t{kFirstCapacity + generation} << 20);
+        disk["revision"] = firmwareOf(generation);
+        disk["geometry"] = oneMiBPerCylinder(generation);
+        machines::attach(machine, i, std::move(disk));
     }
-    return nlohmann::json{{"kernel", "6.1.0-56-amd64"},
-                          {"hosts", hosts},
-                          {"agent", {{"libraries", agentLibraries}}},
-                          {"files", {{"storage.inf", "ahci\n"}}}}
-        .dump();
+    return machines::text(machine);
 }
 
 std::optional<unsigned> generationOf(const broker::Reply &reply, std::string &why)

@@ -140,7 +140,7 @@ public:
     // Lets every ATA disk predict its failure.
     void fail()
     {
-        forEachDevice([](Json &device) {
+        machines::forEachDevice(description_, [](Json &device) {
             if (device.value("ata", false)) {
                 device["smart"]["failing"] = true;
             }
@@ -203,16 +203,7 @@ private:
         }
         return nullptr;
     }
-    template <class Act> void forEachDevice(Act act)
-    {
-        for (Json &host : description_["hosts"]) {
-            if (host.contains("devices")) {
-                for (Json &device : host["devices"]) {
-                    act(device);
-                }
-            }
-        }
-    }
+
     std::string trace() const { return directory_ + "/trace"; }
     void said(const std::string &line) { answers_.push_back(line); }
     static std::string hexOf(const std::string &bytes)

@@ -10,20 +10,18 @@
 #include <chrono>
 #include <sys/prctl.h>
 
+using namespace tavstrg;
+
 namespace scenario {
 
 constexpr std::chrono::milliseconds kDeviceLatency{2};
 
 // A machine of n managed ATA disks with SMART on, each of which takes kDeviceLatency for every request.
-inline std::string machineOfSlowDisks(int n)
+inline std::string machineOfSlowDisks(size_t n)
 {
-    nlohmann::json machine = nlohmann::json::parse(machineOfDisks(n));
-    for (nlohmann::json &host : machine["hosts"]) {
-        for (nlohmann::json &device : host["devices"]) {
-            device["delayMs"] = kDeviceLatency.count();
-        }
-    }
-    return machine.dump();
+    nlohmann::json machine = machines::disks(n);
+    machines::forEachDevice(machine, [](nlohmann::json &disk) { disk["delayMs"] = kDeviceLatency.count(); });
+    return machines::text(machine);
 }
 
 struct CollectionTime {

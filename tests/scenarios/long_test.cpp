@@ -71,7 +71,7 @@ TEST(Long, TenThousandPassesOverAHundredDisksNeedNoMoreThanTheFirstHundred)
     constexpr int kFirst = 100;
     constexpr int kDisks = 128;
     constexpr long kMorePages = 64;
-    sim::Machine machine(scenario::machineOfDisks(kDisks));
+    sim::Machine machine(machines::ofDisks(kDisks));
     scenario::Steps steps;
     Server server(scenario::inServiceMode());
     ASSERT_TRUE(steps.start(*server));
@@ -101,7 +101,6 @@ TEST(Long, TenThousandPassesOverAHundredDisksNeedNoMoreThanTheFirstHundred)
 // ---- a day of a machine with all kinds of disks, of which something is always amiss ----
 
 constexpr size_t kDayDisks = 32;
-constexpr size_t kPerHost = 8;
 
 enum class DiskKind { sata, scsi, m2 };
 
@@ -158,13 +157,8 @@ std::string nodeOf(size_t disk)
 
 json deviceOf(size_t disk)
 {
-    json device = {{"ata", true},
-                   {"id", disk % kPerHost},
-                   {"node", nodeOf(disk)},
-                   {"serial", "DAY-" + std::to_string(disk)},
-                   {"revision", "FW01"},
-                   {"sizeBytes", uint64_t{1} << 30},
-                   {"faults", faultsOf(disk)}};
+    json device = {{"ata", true},        {"node", nodeOf(disk)},           {"serial", "DAY-" + std::to_string(disk)},
+                   {"revision", "FW01"}, {"sizeBytes", uint64_t{1} << 30}, {"faults", faultsOf(disk)}};
     switch (kindOf(disk)) {
     case DiskKind::scsi: // answers as a SCSI disk does, behind an adapter that identifies it
         device["vendor"] = "TEST";
@@ -186,22 +180,16 @@ json deviceOf(size_t disk)
 // The machine without some of its disks.
 std::string dayMachine(const std::set<size_t> &without, unsigned seed)
 {
-    json hosts = json::array();
+    json machine = machines::withoutDevices();
+    machine["seed"] = seed;
+    machine["files"]["tavm2ssd.inf"] = "[Endurance Remaining]\nHALDEN M2S 256GB,231,100,80,60,40,20,0\n";
     for (size_t disk = 0; disk < kDayDisks; ++disk) {
-        if (disk % kPerHost == 0) {
-            hosts.push_back({{"number", disk / kPerHost}, {"driver", "ahci"}, {"devices", json::array()}});
-        }
+        machines::addHost(machine, disk / machines::kDevicesPerHost);
         if (!without.contains(disk)) {
-            hosts.back()["devices"].push_back(deviceOf(disk));
+            machines::attach(machine, disk, deviceOf(disk));
         }
     }
-    return json{{"kernel", "6.1.0-56-amd64"},
-                {"seed", seed},
-                {"hosts", hosts},
-                {"files",
-                 {{"storage.inf", "ahci\n"},
-                  {"tavm2ssd.inf", "[Endurance Remaining]\nHALDEN M2S 256GB,231,100,80,60,40,20,0\n"}}}}
-        .dump();
+    return machines::text(machine);
 }
 
 // A SCSI disk's answer to MODE SENSE(6) of page 1C: whether DEXCPT is clear, that is, exceptions are reported (SPC-4).
@@ -227,12 +215,8 @@ bool reportsExceptions(const std::string &node)
 void withoutFaults(std::string &description)
 {
     json machine = json::parse(description);
-    for (json &host : machine["hosts"]) {
-        for (json &device : host["devices"]) {
-            device.erase("faults");
-        }
-    }
-    description = machine.dump();
+    machines::forEachDevice(machine, [](json &device) { device.erase("faults"); });
+    description = machines::text(machine);
 }
 
 TEST(Long, ADayOfFailingAndVanishingDisksLeavesNothingAndEachDiskAsItWas)

@@ -72,9 +72,9 @@ TEST(Processes, ThatMonitorOneMachineKeepToTheirOwnSegmentsAndLeaveNone)
         ASSERT_TRUE(await([&] { return stage->arrived == generation * kProcesses; })) << "generation " << generation;
         std::set<unsigned> keys;
         for (const auto &child : children) {
-            const std::vector<scenario::SegmentOf> segments = scenario::segmentsOf(child->pid());
+            const std::vector<process::Segment> segments = process::segmentsOf(child->pid());
             EXPECT_EQ(segments.size(), kSegmentsEach);
-            for (const scenario::SegmentOf &segment : segments) {
+            for (const process::Segment &segment : segments) {
                 keys.insert(segment.key);
             }
         }
@@ -84,8 +84,8 @@ TEST(Processes, ThatMonitorOneMachineKeepToTheirOwnSegmentsAndLeaveNone)
         stage->generation = generation + 1;
     }
     for (const auto &child : children) {
-        EXPECT_EQ(child->wait(), 0);
-        EXPECT_TRUE(scenario::segmentsOf(child->pid()).empty());
+        EXPECT_EQ(child->wait().status, 0);
+        EXPECT_TRUE(process::segmentsOf(child->pid()).empty());
     }
     for (const auto &entry : std::filesystem::directory_iterator(work)) {
         EXPECT_THAT(entry.path().filename().string(), testing::MatchesRegex("tavstrgshm\\.key[0-9]+"));
@@ -135,7 +135,7 @@ TEST(Processes, ThatSaveAtTheSameMomentAllSucceedAndTheFileIsWholeAtAnyMoment)
     }));
     EXPECT_GT(looks, 10U);
     for (const auto &child : children) {
-        EXPECT_EQ(child->wait(), 0);
+        EXPECT_EQ(child->wait().status, 0);
     }
     EXPECT_EQ(generationOf(machine.read(scenario::kStateFile), why), 1U) << why;
     EXPECT_FALSE(machine.exists(std::string(scenario::kStateFile) + ".tmp"));

@@ -110,16 +110,16 @@ TEST(Requests, UnsupportedOperationsAnswerWithoutInitialising)
 
 TEST(Requests, AMachineThatChangedIsSeenByTheNextRequest)
 {
-    sim::Machine machine(scenario::machineOfDisks(3));
+    sim::Machine machine(machines::ofDisks(3));
     Server server;
     EXPECT_EQ(server->enumInstances("TAV_StorageHardDisk").instances.size(), 3U);
-    machine.change(scenario::machineOfDisks(9));
+    machine.change(machines::ofDisks(9));
     EXPECT_EQ(server->enumInstances("TAV_StorageHardDisk").instances.size(), 9U);
     EXPECT_EQ(server->enumInstances("TAV_StorageController").instances.size(), 2U);
     EXPECT_EQ(scenario::totalsOf(*server)[3], 9U);
-    machine.change(scenario::machineOfDisks(1));
+    machine.change(machines::ofDisks(1));
     EXPECT_EQ(server->enumInstances("TAV_StorageHardDisk").instances.size(), 1U);
-    machine.change(scenario::machineOfDisks(0));
+    machine.change(machines::ofDisks(0));
     EXPECT_EQ(server->enumInstances("TAV_StorageHardDisk").message, "NotFound Data");
     server->stop();
     scenario::expectNothingLeft(*server);
@@ -205,8 +205,7 @@ TEST(Requests, AnIdleProviderIsUnloadedAndComesBack)
 
 TEST(Requests, AWholeUnlistedDriverIsLeftOut)
 {
-    nlohmann::json description = nlohmann::json::parse(scenario::machineOfDisks(4));
-    sim::Machine machine(description.dump());
+    sim::Machine machine(machines::ofDisks(4));
     machine.write("/opt/qlm/tavkit_sa/data/storage.inf", "[Management Port]\nanother\n[Diagnostic Port]\n");
     Server server;
     EXPECT_EQ(server->enumInstances("TAV_StorageHardDisk").message, "NotFound Data");

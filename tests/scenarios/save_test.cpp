@@ -18,6 +18,8 @@
 #include <thread>
 #include <unistd.h>
 
+using namespace tavstrg;
+
 namespace {
 
 using broker::Value;
@@ -89,10 +91,10 @@ protected:
             }
             if (moment.nth == 0) {
                 std::this_thread::sleep_for(std::chrono::microseconds(random() % 30000));
-                child.kill();
+                child.send(SIGKILL);
             }
-            EXPECT_EQ(child.wait(), 128 + SIGKILL);
-            scenario::removeSegmentsOf(child.pid());
+            EXPECT_EQ(child.wait().signal, SIGKILL);
+            process::removeSegmentsOf(child.pid());
         }
         std::error_code ignored;
         std::filesystem::remove_all(progress->root, ignored);
@@ -120,7 +122,7 @@ protected:
         Server server(scenario::inServiceMode());
         ASSERT_TRUE(server->getInstance("TAV_StorageThread").ok());
         std::vector<size_t> sizes;
-        for (const scenario::SegmentOf &segment : scenario::segmentsOf(::getpid())) {
+        for (const process::Segment &segment : process::segmentsOf(::getpid())) {
             sizes.push_back(segment.bytes);
         }
         EXPECT_THAT(sizes, testing::Contains(scenario::disksOf(*generation) * sizeof(StrgScsiRec)));

@@ -9,8 +9,6 @@ namespace scenario {
 
 namespace {
 
-constexpr int kDisksPerHost = 8;
-
 // Segments that the provider created and did not remove, of whichever machine.
 void expectNoSegments()
 {
@@ -103,24 +101,6 @@ void expectNothingLeft(broker::Broker &broker)
     EXPECT_EQ(sim::liveBlocks(), 0) << "memory is left";
     EXPECT_EQ(sim::liveDescriptors(), 0) << "descriptors are left open";
     expectNoSegments();
-}
-
-std::string machineOfDisks(int n)
-{
-    nlohmann::json hosts = nlohmann::json::array();
-    for (int i = 0; i < n; ++i) {
-        if (i % kDisksPerHost == 0) {
-            hosts.push_back({{"number", i / kDisksPerHost}, {"driver", "ahci"}, {"devices", nlohmann::json::array()}});
-        }
-        hosts.back()["devices"].push_back({{"ata", true},
-                                           {"id", i % kDisksPerHost},
-                                           {"model", "MODEL-" + std::to_string(1000 + i)},
-                                           {"serial", "SER" + std::to_string(100000 + i)},
-                                           {"revision", "FW01"},
-                                           {"sizeBytes", (uint64_t(i) + 1) << 30}});
-    }
-    return nlohmann::json{{"kernel", "6.1.0-56-amd64"}, {"hosts", hosts}, {"files", {{"storage.inf", "ahci\n"}}}}
-        .dump();
 }
 
 } // namespace scenario

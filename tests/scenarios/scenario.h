@@ -4,6 +4,7 @@
 
 #include "broker/broker.h"
 #include "sim/sim.h"
+#include "support/machines.h"
 
 #include <nlohmann/json.hpp>
 
@@ -45,8 +46,5 @@ std::vector<uint64_t> totalsOf(broker::Broker &broker);
 
 // What a provider that was stopped must not leave behind; adds a failure for each thing that is left.
 void expectNothingLeft(broker::Broker &broker);
-
-// A machine of n ATA disks behind as many host adapters of eight, all managed, as JSON.
-std::string machineOfDisks(int n);
 
 } // namespace scenario

@@ -80,9 +80,9 @@ void everyClass(Run &run)
 
 void changedMachine(Run &run)
 {
-    run.machine->change(scenario::machineOfDisks(10));
+    run.machine->change(machines::ofDisks(10));
     run.ask(run.broker().enumInstances("TAV_StorageHardDisk"));
-    run.machine->change(scenario::machineOfDisks(2));
+    run.machine->change(machines::ofDisks(2));
     run.ask(run.broker().enumInstances("TAV_StorageHardDisk"));
 }
 
@@ -151,7 +151,7 @@ const Fault kFaults[] = {
 
 std::string machineOf(const Scenario &scenario)
 {
-    return *scenario.machine == '\0' ? scenario::machineOfDisks(3) : scenario::exampleMachine(scenario.machine);
+    return *scenario.machine == '\0' ? machines::ofDisks(3) : scenario::exampleMachine(scenario.machine);
 }
 
 // A setting whose call failed may have been made all the same, or not: either is told.

@@ -21,7 +21,7 @@ constexpr int kClients = 8;
 
 TEST(Threads, OneOfSeveralFirstRequestsBuildsTheStore)
 {
-    sim::Machine machine(scenario::machineOfDisks(6));
+    sim::Machine machine(machines::ofDisks(6));
     Server server;
     std::vector<std::thread> clients;
     std::atomic<int> answered = 0;
@@ -68,7 +68,7 @@ void checkDevices(const Reply &reply)
 
 TEST(Threads, RequestsOnAChangingMachineSeeNoTornRecords)
 {
-    sim::Machine machine(scenario::machineOfDisks(2));
+    sim::Machine machine(machines::ofDisks(2));
     Server server;
     ASSERT_TRUE(server->enumInstances("TAV_StorageHardDisk").ok());
     std::atomic<bool> stop = false;
@@ -91,7 +91,7 @@ TEST(Threads, RequestsOnAChangingMachineSeeNoTornRecords)
     const int disks[] = {5, 9, 2};
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(6);
     for (int i = 0; std::chrono::steady_clock::now() < end; ++i) {
-        machine.change(scenario::machineOfDisks(disks[i % 3]));
+        machine.change(machines::ofDisks(disks[i % 3]));
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
     stop = true;
@@ -106,7 +106,7 @@ TEST(Threads, RequestsOnAChangingMachineSeeNoTornRecords)
 TEST(Threads, CleanupsThatOverlapEachReturnAndFreeOnce)
 {
     for (int round = 0; round < 5; ++round) {
-        sim::Machine machine(scenario::machineOfDisks(4));
+        sim::Machine machine(machines::ofDisks(4));
         Server server;
         ASSERT_TRUE(server->enumInstances("TAV_StorageHardDisk").ok());
         std::vector<std::thread> threads;
@@ -131,7 +131,7 @@ TEST(Threads, CleanupsThatOverlapEachReturnAndFreeOnce)
 // A stop that is refused frees the store all the same, beside whatever goes on.
 TEST(Threads, RefusedStopsAndCleanupsBesideRequestsLeaveAStateThatLoads)
 {
-    sim::Machine machine(scenario::machineOfDisks(4));
+    sim::Machine machine(machines::ofDisks(4));
     Server server;
     ASSERT_TRUE(server->enumInstances("TAV_StorageHardDisk").ok());
     std::atomic<bool> stop = false;

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+using namespace tavstrg;
+
 namespace schema_files {
 
 constexpr const char *kThreadClass = "TAV_StorageThread";

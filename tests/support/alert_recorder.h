@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+using namespace tavstrg;
+
 struct AlertRecord {
     uint32_t version;
     uint32_t method;

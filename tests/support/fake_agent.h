@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+using namespace tavstrg;
+
 // While one lives the product finds both libraries, whole; without one, none. One at a time.
 class FakeAgent {
 public:

@@ -5,9 +5,11 @@
 #include "monitor/health.h"
 #include "monitor/monitor.h"
 #include "support/alert_recorder.h"
-#include "support/record_fixture.h"
+#include "support/store_fixture.h"
 
 #include <functional>
+
+using namespace tavstrg;
 
 // What the collector reads in place of this machine's hardware; history_test.cpp asks it.
 inline std::function<void(DatInfo *)> g_collect;

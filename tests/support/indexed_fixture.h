@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+using namespace tavstrg;
+
 // What is told of each member of the family.
 struct Member {
     int classId;
@@ -115,7 +117,7 @@ inline const Member kMembers[] = {
 
 #undef MEMBER
 
-class Indexed : public StoreFixture {
+class Indexed : public ServedStore {
 protected:
     // Records 1 to count of a class, of which every field has a value of its own.
     void fill(int classId, const std::vector<uint16_t> &indices)

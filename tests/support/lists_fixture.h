@@ -2,11 +2,11 @@
 // Discovery lists made by hand, and machines, for the tests of the tables.
 #pragma once
 
-#include "collect/controllers/controller_tables.h"
-#include "collect/devices/device_tables.h"
-#include "collect/discovery_lists.h"
+#include "collect/collection/controller_tables.h"
+#include "collect/collection/device_tables.h"
+#include "collect/collection/discovery_lists.h"
+#include "collect/collector.h"
 #include "collect/inf/noscsi_inf.h"
-#include "collect/sequence.h"
 #include "runtime/field_text.h"
 #include "support/trace_recorder.h"
 
@@ -17,6 +17,8 @@
 #include <deque>
 #include <string>
 #include <vector>
+
+using namespace tavstrg;
 
 // Puts hand-made lists in the place of what discovery finds, and takes them away again with every table.
 class HandMadeLists {

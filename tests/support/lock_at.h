@@ -9,6 +9,8 @@
 #include <pthread.h>
 #include <string>
 
+using namespace tavstrg;
+
 // Takes the lock of a segment at the moment at which a line is traced, and keeps the last failure.
 class LockAt {
 public:

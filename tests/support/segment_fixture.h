@@ -2,7 +2,7 @@
 // What the tests of the segments share: a class whose segment they make, fill and look into.
 #pragma once
 
-#include "support/record_fixture.h"
+#include "support/store_fixture.h"
 
 #include <cerrno>
 #include <climits>

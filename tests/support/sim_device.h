@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the tests of devices have in common: an open node, SCSI commands on it, descriptions of one disk.
+// Helpers for tests of simulated devices: an open node, SCSI commands on it, machines of one disk.
 #pragma once
 
 #include "sim/sim.h"
+#include "support/machines.h"
 
 #include <algorithm>
 #include <array>
@@ -77,11 +78,10 @@ inline const std::vector<uint8_t> kRequestSense{0x03, 0, 0, 0, 0xFF, 0};
 inline const std::vector<uint8_t> kLogPages{0x4D, 0, 0x40, 0, 0, 0, 0, 0, 0xFC, 0};
 inline const std::vector<uint8_t> kLogExceptions{0x4D, 0, 0x6F, 0, 0, 0, 0, 0, 0xFC, 0};
 
-// One disk with the fields given.
+// A machine with one disk, 8:1:5:3, that has these fields.
 inline std::string disk(const std::string &fields)
 {
-    return R"({"hosts": [{"number": 8, "driver": "ahci", "devices": [{"channel": 1, "id": 5, "lun": 3, )" + fields +
-           "}]}]}";
+    return machines::ofOneDevice(R"("channel": 1, "id": 5, "lun": 3, )" + fields, 8);
 }
 
 inline const std::string kAta = R"("ata": true, "model": "TESTMODEL-SATA-0123456789", "revision": "FW1.2",

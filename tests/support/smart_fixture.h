@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the tests of SMART have in common: machines of one disk, what was on the wire, what was traced.
+// Helpers for tests of SMART: machines of one disk, commands on the wire, trace lines.
 #pragma once
 
 #include "devcmd/hard_disk.h"
@@ -8,6 +8,7 @@
 #include "runtime/field_text.h"
 #include "runtime/trace.h"
 #include "sim/sim.h"
+#include "support/machines.h"
 #include "support/trace_recorder.h"
 
 #include <cstdio>
@@ -16,6 +17,8 @@
 #include <scsi/sg.h>
 #include <string>
 #include <vector>
+
+using namespace tavstrg;
 
 using Lines = std::vector<std::string>;
 
@@ -37,10 +40,10 @@ inline const char *nodeOf(uint16_t kind)
 inline std::string oneDisk(uint16_t kind, const std::string &fields)
 {
     if (kind == kDevKindAta) {
-        return R"({"ide": {"drives": [{"name": "hda")" + (fields.empty() ? "" : ", " + fields) + "}]}}";
+        return machines::ofOneIdeDrive(fields);
     }
     const std::string disk = kind == kDevKindSata ? R"("ata": true)" : R"("vendor": "ACME")";
-    return R"({"hosts": [{"driver": "ahci", "devices": [{)" + disk + (fields.empty() ? "" : ", " + fields) + "}]}]}";
+    return machines::ofOneDevice(disk + (fields.empty() ? "" : ", " + fields));
 }
 
 // The ioctl and its bytes: "sg 1a 00 1c 00 ff 00".

@@ -11,6 +11,8 @@
 #include <cstring>
 #include <set>
 
+using namespace tavstrg;
+
 // The nine classes of a collection, and what their arrays hold.
 class Snapshot {
 public:

@@ -8,6 +8,8 @@
 #include <cstring>
 #include <string>
 
+using namespace tavstrg;
+
 namespace tool::testing_support {
 
 template <class Record> std::string bytesOf(const Record &record, size_t size = sizeof(Record))

@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <mutex>
 
+using namespace tavstrg;
+
 namespace {
 
 std::mutex guard;

@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstring>
 
+using namespace tavstrg;
+
 class TraceWatch {
 public:
     TraceWatch(int level, const char *text)

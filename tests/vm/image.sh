@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Makes what the virtual machine boots: an uncompressed Debian kernel and a small root file system.
+# Creates the kernel (Debian's, uncompressed) and the small root file system of the virtual machine.
 #
-# usage: tests/vm/image.sh CACHE                 fetches Debian's packages, makes CACHE/vmlinux and CACHE/base.cpio
-#        tests/vm/image.sh CACHE BUILD INITRAMFS also puts a build's provider and tools on top: INITRAMFS
+# usage: tests/vm/image.sh CACHE                 downloads Debian's packages, creates CACHE/vmlinux and CACHE/base.cpio
+#        tests/vm/image.sh CACHE BUILD INITRAMFS also creates INITRAMFS, with the provider and tools of a build
 #
-# Nothing is installed: packages are downloaded once and unpacked in CACHE. Exit status 77: they cannot be had here.
+# Installs nothing: packages are downloaded once and unpacked in CACHE. Exit status 77: they cannot be downloaded here.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 
@@ -12,9 +12,9 @@ readonly cache=${1:?usage: image.sh CACHE [BUILD INITRAMFS]}
 readonly packages=$cache/packages unpacked=$cache/unpacked
 readonly libraries=usr/lib/x86_64-linux-gnu
 readonly tool_packages=(busybox-static lsscsi smartmontools sg3-utils libsgutils2-1.46-2 libcap-ng0 hdparm)
-# The programs that the provider's answers are compared with.
+# The tools with whose output the provider's answers are compared.
 readonly tools=(usr/bin/lsscsi usr/bin/sg_inq usr/sbin/smartctl usr/sbin/smartd sbin/hdparm)
-# In the order in which they are loaded, each after what it needs. ahci comes first: its disks get the first names.
+# In load order, each after its dependencies. ahci comes before the other adapters, so its disks get the first names.
 readonly modules=(virtio_pci sd_mod sr_mod sg st ahci virtio_scsi sym53c8xx megaraid_sas mptsas xhci-pci usb-storage uas
     scsi_debug target_core_pscsi tcm_loop)
 
@@ -25,7 +25,7 @@ unavailable() {
 
 # --- packages ---------------------------------------------------------------------------------------------------------
 
-# The newest kernel of this Debian release, unless one is there already.
+# Prints the package of a downloaded kernel, or else of the newest one of this Debian release.
 kernel_package() {
     local found
     found=$(find "$packages" -name 'linux-image-*_amd64.deb' -printf '%f\n' | sort -V | tail -n 1)
@@ -33,7 +33,7 @@ kernel_package() {
         echo "${found%%_*}"
     else
         apt-cache depends linux-image-amd64 2>/dev/null | sed -n 's/.*Depends: \(linux-image-[0-9][^ ]*\)/\1/p' | head -n 1 ||
-            true # without package lists there is no name
+            true # no package lists
     fi
 }
 
@@ -61,7 +61,7 @@ fetch() {
     if [ -n "$kernel" ] && download "${missing[@]}"; then
         return
     fi
-    # The package lists may be missing or older than what the archive still has.
+    # The package lists may be missing, or older than the archive.
     if [ "$(id -u)" -eq 0 ]; then
         apt-get update -qq >"$cache/download.log" 2>&1 || true
         kernel=$(kernel_package)
@@ -71,13 +71,13 @@ fetch() {
     download "${missing[@]}" || unavailable "cannot download ${missing[*]}: $(tail -n 1 "$cache/download.log")"
 }
 
-# --- the part that stays the same from run to run -----------------------------------------------------------------------
+# --- the part that is the same in every run -----------------------------------------------------------------------
 
-# The kernel that a bzImage wraps (Debian compresses it with xz). Booting it saves the machine the unpacking.
+# Extracts the kernel from a bzImage (Debian compresses it with xz), so that the machine need not unpack it at each boot.
 extract_kernel() {
     local offset
     offset=$(LC_ALL=C grep -abom1 -P '\xFD7zXZ\x00' "$1" | head -n 1 | cut -d: -f1)
-    tail -c "+$((offset + 1))" "$1" | xz -dc 2>/dev/null >"$2" || true # trailing bytes are not its data
+    tail -c "+$((offset + 1))" "$1" | xz -dc 2>/dev/null >"$2" || true # bytes after the compressed data
     [ "$(head -c 4 "$2" | tail -c 3)" = ELF ] || unavailable "no xz-compressed kernel in $1"
 }
 
@@ -85,7 +85,7 @@ module_file() {
     find "$unpacked/lib/modules" -name "${1//[-_]/[-_]}.ko" -print -quit
 }
 
-# Copies a module after those that it depends on, numbered in that order.
+# Copies the dependencies of a module, then the module, numbered in load order.
 declare -A has_module=()
 add_module() {
     local name=${1//-/_} file dependency
@@ -93,7 +93,7 @@ add_module() {
     has_module[$name]=1
     file=$(module_file "$1")
     [ -n "$file" ] || {
-        # What is built in needs no file.
+        # Built-in modules have no file.
         grep -q "/${1//[-_]/[-_]}\.ko$" "$unpacked"/lib/modules/*/modules.builtin && return 0
         unavailable "the kernel package has no module $1"
     }
@@ -104,7 +104,7 @@ add_module() {
     loaded+=("$name")
 }
 
-# Copies the shared libraries of programs to where the loader of the machine looks for them.
+# Copies the shared libraries of programs to the directories that the machine's loader searches.
 add_libraries() {
     local file
     mkdir -p "$root/lib64" "$root/lib"
@@ -155,7 +155,7 @@ add_build() {
     chmod 755 "$root/init" "$root/test/oracle.sh"
     echo "TavDir /opt/qlm/tavkit_sa" >"$root/etc/tavkit/tavkit.conf"
     cp "$build"/bin/{tavstrg,vm_guest} "$root/test/bin"
-    for file in compare_real compare_provider compare_discovery; do # where the comparison was built
+    for file in compare_real compare_provider compare_discovery; do # if they were built
         [ ! -x "$build/bin/$file" ] || cp "$build/bin/$file" "$root/test/bin"
     done
     cp "$build/lib/libTAVStorageProvider.so" "$root/test/lib"
@@ -166,7 +166,7 @@ add_build() {
     add_libraries "$root"/test/bin/* "$root"/test/lib/* "$agent"/lib/*
 }
 
-[ "$(dpkg --print-architecture 2>/dev/null)" = amd64 ] || unavailable "this is no Debian system for amd64"
+[ "$(dpkg --print-architecture 2>/dev/null)" = amd64 ] || unavailable "this is not a Debian system for amd64"
 command -v xz >/dev/null || unavailable "xz is missing (scripts/install-deps.sh vm)"
 mkdir -p "$packages"
 root=$(mktemp -d "$cache/root.XXXXXX")

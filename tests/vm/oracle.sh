@@ -1,13 +1,13 @@
 #!/bin/sh
-# What the kernel and Debian's tools say of the machine's hosts and devices; runs inside the virtual machine.
+# Prints what the kernel and Debian's tools report about hosts and devices. Runs inside the virtual machine.
 #
-# One fact a line, separated by tabs: a host number or a device's address, the fact's name, its value.
+# One fact per line, separated by tabs: host number or device address, name of the fact, value.
 #   driver                        of the host
-#   kind                          of the device, as lsscsi calls it
-#   disk                          its name, such as sda
+#   kind                          of the device, in the words of lsscsi
+#   disk                          device name, such as sda
 #   vendor model revision         from its INQUIRY data (sg_inq)
-#   serial health                 as smartctl reads them, of an ATA disk
-#   attribute-N                   normalised value of the SMART attribute
+#   serial health                 of an ATA disk, from smartctl
+#   attribute-N                   normalised value of SMART attribute N
 #   bytes sector                  size and logical sector size (blockdev)
 #   heads sectors                 the kernel's geometry (hdparm)
 devices=/sys/bus/scsi/devices
@@ -16,7 +16,7 @@ ask() { timeout 20 "$@" 2>/dev/null; }
 
 fact() { printf '%s\t%s\t%s\n' "$address" "$1" "$2"; }
 
-# The value after "LABEL:" in a tool's answer, without blanks around it.
+# The value after "LABEL:" in the output of a tool, without blanks around it.
 value() { printf '%s\n' "$answer" | sed -n "s/^ *$1: *//p" | sed -n '1s/ *$//p'; }
 
 ata_facts() {

@@ -1,26 +1,27 @@
 #!/usr/bin/env bash
-# Boots a virtual machine with a Debian kernel and storage of many kinds, runs the provider inside, and compares what it says
-# with what the kernel and Debian's tools say.
+# Boots a virtual machine with a Debian kernel and many kinds of storage, runs the provider in it, and compares its answers with
+# the kernel and Debian's tools.
 #
 # usage: tests/vm/run.sh [--build DIR] [--phases A,B,...] [--keep] [--verbose] [--fetch]
 #
 #   --build DIR     the build to test (build/release)
-#   --phases LIST   only these of: inventory smart unmanaged failing monitoring many; or compare, which is no test: it measures
-#                   what the provider costs beside Debian's tools (./bench.sh compare --vm)
-#   --keep          keep the console, traces, alerts and check lines in build/vm/run.*, also when all went well
-#   --verbose       show the machine's console as it runs, and each check
-#   --fetch         only download and unpack what the machine is made of
+#   --phases LIST   only these phases: inventory smart unmanaged failing monitoring many; or compare, which is not a test: it
+#                   measures the cost of the provider and of Debian's tools (./bench.sh compare --vm)
+#   --keep          keep the console, traces, alerts and check results in build/vm/run.* even if all checks passed
+#   --verbose       show the machine's console while it runs, and each check
+#   --fetch         only download and unpack the packages of the machine
 #
 # Packages are kept in build/vm, so that only the first run needs the network. Needs qemu-system-x86 and xz-utils
-# (scripts/install-deps.sh vm), no root. Exit status: 0 all checks held; 1 some did not, or did not run; 77 it cannot run here.
+# (scripts/install-deps.sh vm), but not root. Exit status: 0 all checks passed; 1 a check failed or did not run; 77 the machine
+# cannot run here.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 source=$(cd "$here/../.." && pwd)
 readonly here source cache=$source/build/vm
 readonly all_phases=inventory,smart,unmanaged,failing,monitoring,many
-# Fewer checks than these mean that some did not run: a change of the machine or of the checks changes the number.
+# With fewer checks, some did not run. A change to the machine or to the checks changes the number.
 readonly all_checks=1072
-readonly time_limit=240 # seconds of the machine
+readonly time_limit=240 # seconds that the machine may run
 
 skip() {
     echo "run.sh: skipped: $*" >&2
@@ -56,7 +57,7 @@ done
 
 machine=()
 nodes=0
-# disk SIZE DEVICE: a device with an empty disk of that size, which takes no room.
+# disk SIZE DEVICE: adds a device with an empty disk of that size, which needs no memory.
 disk() {
     nodes=$((nodes + 1))
     machine+=(-blockdev "driver=null-co,node-name=node$nodes,size=$1,read-zeroes=on" -device "$2,drive=node$nodes")
@@ -64,7 +65,7 @@ disk() {
 adapter() { machine+=(-device "$1"); }
 
 readonly mib=$((1 << 20)) gib=$((1 << 30))
-# Of the chip set's AHCI, six hosts: managed, but for the last one's disk, which noscsi.inf names.
+# Six hosts of the chip set's AHCI. All are managed, except the disk of the last one, which noscsi.inf excludes.
 disk $((2 * gib)) ide-hd,bus=ide.0,model=M2SSDMODEL-0123456789,serial=M2SSDSER-0123456789X,ver=0001,rotation_rate=1
 disk $((512 * mib)) ide-hd,bus=ide.1,model=DISKMODEL-100GB,serial=S1AB2C3D400001,ver=A100
 disk $((40 * gib)) ide-hd,bus=ide.2,physical_block_size=4096
@@ -75,7 +76,7 @@ disk $((64 * mib)) ide-hd,bus=ide.5,model=UNWATCHED-DISK,serial=UNWATCHED-1
 adapter lsi53c895a,id=parallel
 adapter scsi-cd,bus=parallel.0,scsi-id=3
 adapter mptsas1068
-# Not managed: disks without an ATA identity, and what hangs on USB.
+# Not managed: disks without an ATA identity, and USB devices.
 adapter virtio-scsi-pci,id=virtio
 disk $((1 * gib)) scsi-hd,bus=virtio.0,scsi-id=1,vendor=ACME,product=TESTDISK,serial=ACME-0001
 adapter megasas,id=raid
@@ -101,12 +102,12 @@ prepare() {
         run=$(mktemp -d "$cache/run.XXXXXX")
         "$here/image.sh" "$cache" "$build" "$run/initramfs" || status=$?
     fi
-    [ $status -ne 77 ] || skip "the machine's packages cannot be had"
-    [ $status -eq 0 ] || fail "the machine's root file system could not be made"
+    [ $status -ne 77 ] || skip "the machine's packages cannot be downloaded"
+    [ $status -eq 0 ] || fail "the machine's root file system could not be created"
 }
 
-# Prints kvm where that works, else tcg. A /dev/kvm that is there need not work: asked by booting the kernel without
-# anything to run, which ends in its panic.
+# Prints kvm if it works, else tcg. A /dev/kvm that exists may not work, so this boots the kernel without a root file system,
+# which ends in a panic.
 accelerator() {
     local said=""
     if [ -w /dev/kvm ]; then
@@ -121,7 +122,7 @@ accelerator() {
     fi
 }
 
-# Sets ended to the machine's exit status.
+# Boots the machine and sets ended to its exit status.
 boot() {
     local console=file:$run/console line
     line="console=ttyS0 quiet panic=-1 mitigations=off vm.devices=$devices vm.phases=$phases"
@@ -149,7 +150,7 @@ show_log() {
     local trace
     for trace in "$run"/out/*.trace; do
         [ -f "$trace" ] || continue
-        echo "==== failures traced in the phase $(basename "$trace" .trace)"
+        echo "==== failures in the trace of the phase $(basename "$trace" .trace)"
         grep -F 'Failure!!' "$trace" | tail -n 20 || true
     done
     echo "==== more in $run"
@@ -174,9 +175,9 @@ judge() {
     elif [ "$failed" -gt 0 ]; then
         problem="$failed of $((held + failed)) checks failed"
     elif [ "$phases" = "$all_phases" ] && [ "$held" -ne "$all_checks" ]; then
-        problem="$held checks held, but $all_checks were expected to run"
+        problem="$held checks passed, but $all_checks were expected"
     elif [ "$held" -eq 0 ]; then
-        problem="no check ran"
+        problem="no checks ran"
     fi
     if [ -n "$problem" ]; then
         show_log
@@ -185,7 +186,7 @@ judge() {
     if [ -f "$run/out/compare.md" ]; then
         cat "$run/out/compare.md"
     fi
-    echo "run.sh: $held checks held in $SECONDS s"
+    echo "run.sh: $held checks passed in $SECONDS s"
 }
 
 prepare
@@ -195,7 +196,7 @@ fi
 boot
 judge
 if $keep; then
-    echo "run.sh: kept in $run"
+    echo "run.sh: results are in $run"
 else
     rm -rf "$run"
 fi

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// The two libraries as the provider meets them: loaded by name, called through pointers.
+// The two libraries as the provider uses them: loaded by name, called through pointers.
+#include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <dlfcn.h>
@@ -12,7 +15,9 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -38,7 +43,14 @@ public:
     {
         EXPECT_NE(handle_, nullptr) << dlerror();
     }
-    ~Library() { dlclose(handle_); }
+    ~Library() { close(); }
+    void close()
+    {
+        if (handle_ != nullptr) {
+            dlclose(handle_);
+        }
+        handle_ = nullptr;
+    }
     Library(const Library &) = delete;
     Library &operator=(const Library &) = delete;
     template <class F> F *find(const char *name) const
@@ -85,7 +97,7 @@ protected:
     int (*send)(Indication) = alert.find<int(Indication)>("SendIndication");
 };
 
-TEST_F(Agent, ATraceIsOneLineWithTimeLevelFunctionAndLine)
+TEST_F(Agent, TraceLineHasTimeLevelFunctionAndLine)
 {
     setenv("TAVLOG_FILE", path.c_str(), 1);
     setFilePath("tavstrg.log");
@@ -95,18 +107,18 @@ TEST_F(Agent, ATraceIsOneLineWithTimeLevelFunctionAndLine)
                 MatchesRegex("[0-9-]{10} [0-9:]{8}\\.[0-9]{3} 3 strgInitProvider:117 _OUT_ ret=\\[-1\\] name=\\[x\\]"));
 }
 
-TEST_F(Agent, TheAlertLibraryIsKnownAsTheOneForDevelopment)
+TEST_F(Agent, AlertLibraryIsMarkedAsDevelopment)
 {
     EXPECT_EQ(*alert.find<const int>("TavAlertTakesFile"), 1);
 }
 
-TEST_F(Agent, WithoutAFileNothingIsTraced)
+TEST_F(Agent, WithoutFileNothingIsTraced)
 {
     trace(3, "", "f", 1, "x");
     EXPECT_TRUE(std::filesystem::is_empty(directory));
 }
 
-TEST_F(Agent, LowerLevelsCanBeLeftOut)
+TEST_F(Agent, LowerLevelsCanBeOmitted)
 {
     setenv("TAVLOG_FILE", path.c_str(), 1);
     setenv("TAVLOG_LEVEL", "3", 1);
@@ -124,7 +136,7 @@ TEST_F(Agent, TracingKeepsErrno)
     EXPECT_EQ(errno, ENOTTY);
 }
 
-TEST_F(Agent, LineEndsInAMessageDoNotBreakTheLineAndLongOnesAreKept)
+TEST_F(Agent, LineEndsBecomeBlanksAndLongTextIsKept)
 {
     setenv("TAVLOG_FILE", path.c_str(), 1);
     const std::string longText(100000, 'x');
@@ -154,14 +166,14 @@ TEST_F(Agent, LinesOfManyThreadsStayWhole)
     }
 }
 
-TEST_F(Agent, AFifoWithoutReaderDoesNotBlock)
+TEST_F(Agent, FifoWithoutReaderDoesNotBlock)
 {
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
     setenv("TAVLOG_FILE", path.c_str(), 1);
     trace(0, "", "f", 1, "x");
 }
 
-TEST_F(Agent, AnAlertIsOneJsonObject)
+TEST_F(Agent, AlertIsOneJsonObject)
 {
     setenv("TAVALERT_FILE", path.c_str(), 1);
     std::array<const char *, 2> strings{"Hard Disk[1] : ACME DISK 1.0", "SCSI"};
@@ -178,7 +190,7 @@ TEST_F(Agent, AnAlertIsOneJsonObject)
     EXPECT_TRUE(nlohmann::json::parse(lines()[1])["strings"].empty());
 }
 
-TEST_F(Agent, EveryByteMakesValidJson)
+TEST_F(Agent, EveryByteGivesValidJson)
 {
     setenv("TAVALERT_FILE", path.c_str(), 1);
     std::string all;
@@ -199,12 +211,12 @@ TEST_F(Agent, EveryByteMakesValidJson)
     EXPECT_EQ(object["strings"][1], texts[1]);
     EXPECT_EQ(object["strings"][2], texts[2]);
     EXPECT_EQ(object["strings"][3],
-              "\xC3\xA2\xC2\x82"); // bytes that are not UTF-8 become the characters of their values
+              "\xC3\xA2\xC2\x82"); // invalid bytes become characters with their values
     EXPECT_EQ(object["strings"][6], texts[6]);
     EXPECT_TRUE(object["strings"][8].is_null());
 }
 
-TEST_F(Agent, AnAlertThatCannotBeWrittenIsReported)
+TEST_F(Agent, UnwritableAlertIsAnError)
 {
     setenv("TAVALERT_FILE", "/nowhere/at/all", 1);
     errno = ENOTTY;
@@ -216,7 +228,7 @@ TEST_F(Agent, AnAlertThatCannotBeWrittenIsReported)
     EXPECT_EQ(send({0, 3, "s", 1, 4, 0, nullptr}), 0);
 }
 
-TEST_F(Agent, WithoutQuietAnAlertIsShownToo)
+TEST_F(Agent, WithoutQuietAlertGoesToStandardErrorToo)
 {
     unsetenv("TAVALERT_QUIET");
     testing::internal::CaptureStderr();
@@ -224,7 +236,7 @@ TEST_F(Agent, WithoutQuietAnAlertIsShownToo)
     EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("\"source\":\"source\""));
 }
 
-TEST_F(Agent, FilesAreForOwnerAndGroupWithAnyUmask)
+TEST_F(Agent, FilesAreNotReadableByOthers)
 {
     for (const auto &[mask, mode] : {std::pair<mode_t, mode_t>(0, 0640), {077, 0600}}) {
         for (const char *variable : {"TAVLOG_FILE", "TAVALERT_FILE"}) {
@@ -242,7 +254,7 @@ TEST_F(Agent, FilesAreForOwnerAndGroupWithAnyUmask)
     }
 }
 
-TEST_F(Agent, ALinkOfSomebodyElseIsNotFollowedAndOnesOwnIs)
+TEST_F(Agent, OnlyOwnLinksAreFollowed)
 {
     const std::string link = directory / "link";
     std::filesystem::create_symlink(path, link);
@@ -250,7 +262,7 @@ TEST_F(Agent, ALinkOfSomebodyElseIsNotFollowedAndOnesOwnIs)
     EXPECT_EQ(send({0, 3, "s", 1, 4, 0, nullptr}), 0);
     EXPECT_EQ(lines().size(), 1U);
     if (lchown(link.c_str(), 65534, 65534) != 0) {
-        GTEST_SKIP() << "only root can let somebody else have made it";
+        GTEST_SKIP() << "only root can change the owner of the link";
     }
     EXPECT_NE(send({0, 3, "s", 1, 4, 0, nullptr}), 0);
     setenv("TAVLOG_FILE", link.c_str(), 1);
@@ -307,6 +319,197 @@ TEST_F(Agent, ATerminalGetsNoByteThatWouldControlIt)
     setenv("TAVLOG_FILE", path.c_str(), 1); // a file gets every byte as it is
     trace(3, "", "f", 1, "%s", hostile);
     EXPECT_THAT(lines().back(), testing::EndsWith(hostile));
+}
+
+// Descriptors of this process that are open on the file.
+std::vector<int> descriptorsOn(const std::string &file)
+{
+    std::vector<int> result;
+    for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code ignored;
+        if (std::filesystem::read_symlink(entry.path(), ignored) == file) {
+            result.push_back(std::stoi(entry.path().filename()));
+        }
+    }
+    return result;
+}
+
+size_t linesIn(const std::string &file)
+{
+    std::ifstream stream(file);
+    return static_cast<size_t>(std::count(std::istreambuf_iterator<char>(stream), {}, '\n'));
+}
+
+TEST_F(Agent, FileStaysOpenUntilUnload)
+{
+    setenv("TAVLOG_FILE", path.c_str(), 1);
+    trace(0, "", "f", 1, "x");
+    const std::vector<int> first = descriptorsOn(path);
+    ASSERT_EQ(first.size(), 1U);
+    trace(0, "", "f", 1, "x");
+    EXPECT_EQ(descriptorsOn(path), first);
+    EXPECT_GT(first[0], STDERR_FILENO);
+    EXPECT_NE(fcntl(first[0], F_GETFD) & FD_CLOEXEC, 0);
+    log.close();
+    EXPECT_TRUE(descriptorsOn(path).empty());
+}
+
+// The trace library looks for a rotated file only now and then.
+void awaitNextLook()
+{
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+}
+
+TEST_F(Agent, RenamedOrRemovedFileIsOpenedAgain)
+{
+    for (const bool renamed : {true, false}) {
+        for (const char *variable : {"TAVLOG_FILE", "TAVALERT_FILE"}) {
+            setenv(variable, path.c_str(), 1);
+            const auto writeLine = [&] {
+                std::string_view(variable) == "TAVLOG_FILE" ? trace(0, "", "f", 1, "x")
+                                                            : void(send({0, 3, "s", 1, 4, 0, nullptr}));
+            };
+            writeLine();
+            writeLine();
+            if (renamed) {
+                std::filesystem::rename(path, path + ".1");
+                EXPECT_EQ(linesIn(path + ".1"), 2U);
+            } else {
+                std::filesystem::remove(path);
+            }
+            if (std::string_view(variable) == "TAVLOG_FILE") {
+                awaitNextLook();
+            }
+            writeLine();
+            EXPECT_EQ(linesIn(path), 1U) << variable;
+            EXPECT_EQ(descriptorsOn(path).size(), 1U);
+            std::filesystem::remove(path);
+            unsetenv(variable);
+        }
+    }
+}
+
+TEST_F(Agent, VariableMayChangeAtAnyTime)
+{
+    const std::string other = path + "-other";
+    for (int i = 0; i < 3; ++i) {
+        setenv("TAVLOG_FILE", path.c_str(), 1);
+        trace(0, "", "f", 1, "x");
+        setenv("TAVLOG_FILE", other.c_str(), 1);
+        trace(0, "", "f", 1, "x");
+        setenv("TAVLOG_LEVEL", "1", 1);
+        trace(0, "", "f", 1, "left out");
+        unsetenv("TAVLOG_LEVEL");
+        unsetenv("TAVLOG_FILE");
+        trace(0, "", "f", 1, "left out");
+    }
+    EXPECT_EQ(linesIn(path), 3U);
+    EXPECT_EQ(linesIn(other), 3U);
+}
+
+TEST_F(Agent, RelativePathFollowsTheWorkingDirectory)
+{
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::create_directories(directory / "sub");
+    setenv("TAVLOG_FILE", "out", 1);
+    for (const std::filesystem::path &at : {directory, directory / "sub"}) {
+        std::filesystem::current_path(at);
+        awaitNextLook();
+        trace(0, "", "f", 1, "x");
+        EXPECT_EQ(linesIn(at / "out"), 1U);
+    }
+    std::filesystem::current_path(before);
+}
+
+// A program that becomes a daemon may close all descriptors.
+TEST_F(Agent, DescriptorClosedByTheHostIsNotWrittenTo)
+{
+    setenv("TAVLOG_FILE", path.c_str(), 1);
+    trace(0, "", "f", 1, "x");
+    const std::vector<int> kept = descriptorsOn(path);
+    ASSERT_EQ(kept.size(), 1U);
+    const std::string other = path + "-other";
+    const int file = open(other.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    ASSERT_EQ(dup2(file, kept[0]), kept[0]);
+    trace(0, "", "f", 1, "x");
+    EXPECT_EQ(linesIn(path), 2U);
+    EXPECT_EQ(linesIn(other), 0U);
+    EXPECT_EQ(fcntl(kept[0], F_GETFD), 0) << "the library closed a file of the host";
+    close(kept[0]);
+    close(file);
+}
+
+TEST_F(Agent, PipeWithoutReaderDoesNotEndTheProcess)
+{
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    setenv("TAVLOG_FILE", path.c_str(), 1);
+    const int reader = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    trace(0, "", "f", 1, "x");
+    close(reader);
+    trace(0, "", "f", 1, "x");
+}
+
+TEST_F(Agent, LinesOfSeveralProcessesStayWhole)
+{
+    setenv("TAVLOG_FILE", path.c_str(), 1);
+    trace(0, "", "f", 0, "%s.", std::string(200, 'a').c_str());
+    for (int i = 0; i < 4; ++i) {
+        if (fork() == 0) {
+            for (int n = 0; n < 100; ++n) {
+                trace(0, "", "f", n, "%s.", std::string(200, static_cast<char>('a' + i)).c_str());
+            }
+            _exit(0);
+        }
+    }
+    while (wait(nullptr) > 0) {
+    }
+    EXPECT_EQ(lines().size(), 401U);
+    for (const std::string &line : lines()) {
+        EXPECT_THAT(line, MatchesRegex(".* f:[0-9]+ (a{200}|b{200}|c{200}|d{200})\\."));
+    }
+}
+
+TEST_F(Agent, ForkedChildDoesNotHangOnLocks)
+{
+    setenv("TAVLOG_FILE", path.c_str(), 1);
+    std::atomic<bool> enough{false};
+    std::thread other([&] {
+        while (!enough) {
+            trace(0, "", "f", 1, "x");
+            send({0, 3, "s", 1, 4, 0, nullptr});
+        }
+    });
+    int status = 0;
+    for (int i = 0; i < 500 && status == 0; ++i) {
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(20); // ends a child that waits for a lock
+            trace(0, "", "f", 1, "x");
+            send({0, 3, "s", 1, 4, 0, nullptr});
+            _exit(0);
+        }
+        EXPECT_EQ(waitpid(child, &status, 0), child);
+    }
+    EXPECT_EQ(status, 0);
+    enough = true;
+    other.join();
+}
+
+TEST_F(Agent, ForeignLinkReplacingTheFileIsNotFollowed)
+{
+    setenv("TAVLOG_FILE", path.c_str(), 1);
+    trace(0, "", "f", 1, "x");
+    std::filesystem::rename(path, path + ".1");
+    std::filesystem::create_symlink(path + ".1", path);
+    awaitNextLook();
+    trace(0, "", "f", 1, "x");
+    EXPECT_EQ(linesIn(path + ".1"), 2U) << "our own link leads to the same file";
+    if (lchown(path.c_str(), 65534, 65534) != 0) {
+        GTEST_SKIP() << "only root can change the owner of the link";
+    }
+    awaitNextLook();
+    trace(0, "", "f", 1, "x");
+    EXPECT_EQ(linesIn(path + ".1"), 2U);
 }
 
 } // namespace

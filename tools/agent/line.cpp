@@ -6,10 +6,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
+#include <ctime>
 #include <pthread.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 Undisturbed::Undisturbed() : errno_(errno), cancelState_(PTHREAD_CANCEL_ENABLE)
 {
@@ -20,6 +18,37 @@ Undisturbed::~Undisturbed()
 {
     pthread_setcancelstate(cancelState_, nullptr);
     errno = errno_;
+}
+
+namespace {
+
+pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+
+void lockForFork()
+{
+    pthread_mutex_lock(&lock);
+}
+
+void unlockAfterFork()
+{
+    pthread_mutex_unlock(&lock);
+}
+
+[[gnu::constructor]] void prepareForFork()
+{
+    pthread_atfork(lockForFork, unlockAfterFork, unlockAfterFork);
+}
+
+} // namespace
+
+Locked::Locked()
+{
+    pthread_mutex_lock(&lock);
+}
+
+Locked::~Locked()
+{
+    pthread_mutex_unlock(&lock);
 }
 
 Line::~Line()
@@ -75,14 +104,33 @@ void Line::formatList(const char *format, va_list arguments)
 {
     va_list again;
     va_copy(again, arguments);
-    const int wanted = std::vsnprintf(end(), room_ - length_, format, arguments);
-    const size_t length = wanted > 0 ? static_cast<size_t>(wanted) : 0;
-    *end() = '\0'; // of a part only, if it did not fit
-    if (reserve(length)) {
-        std::vsnprintf(end(), room_ - length_, format, again);
+    const int needed = std::vsnprintf(end(), room_ - length_, format, arguments);
+    const size_t length = needed > 0 ? static_cast<size_t>(needed) : 0;
+    if (length < room_ - length_) {
         length_ += length;
+    } else {
+        *end() = '\0'; // drops the part that fits
+        if (reserve(length)) {
+            std::vsnprintf(end(), room_ - length_, format, again);
+            length_ += length;
+        }
     }
+    *end() = '\0';
     va_end(again);
+}
+
+void Line::addTime(const char *format, bool local)
+{
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    tm time = {};
+    char text[32];
+    {
+        const Locked held; // these take a lock of the C library
+        static_cast<void>(local ? localtime_r(&now.tv_sec, &time) : gmtime_r(&now.tv_sec, &time));
+        text[std::strftime(text, sizeof text, format, &time)] = '\0';
+    }
+    this->format("%s.%03ld", text, now.tv_nsec / 1000000);
 }
 
 void Line::keepOneLine()
@@ -92,75 +140,4 @@ void Line::keepOneLine()
             *at = ' ';
         }
     }
-}
-
-namespace {
-
-// A link of root (/dev/stderr) or of this process's user; not one that another user put in place of the file.
-bool isTrustedLink(const char *path)
-{
-    struct stat info = {};
-    return lstat(path, &info) == 0 && S_ISLNK(info.st_mode) && (info.st_uid == 0 || info.st_uid == geteuid());
-}
-
-int openToAppend(const char *path)
-{
-    constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
-    constexpr mode_t kMode = 0640;
-    const int descriptor = open(path, kFlags | O_NOFOLLOW, kMode);
-    if (descriptor >= 0 || errno != ELOOP) {
-        return descriptor;
-    }
-    if (isTrustedLink(path)) {
-        return open(path, kFlags, kMode);
-    }
-    errno = ELOOP;
-    return -1;
-}
-
-int writeLine(int descriptor, const Line &line)
-{
-    const ssize_t written = write(descriptor, line.text(), line.length());
-    if (written < 0) {
-        return errno;
-    }
-    return static_cast<size_t>(written) == line.length() ? 0 : ENOSPC;
-}
-
-bool isPrintable(unsigned char byte)
-{
-    return byte >= 0x20 && byte < 0x7f;
-}
-
-// Texts of devices and files are in the line: on a terminal each byte that is not printable ASCII, but the line end,
-// becomes \xNN, so that none of them can control it.
-int writeEscaped(int descriptor, const Line &line)
-{
-    Line escaped;
-    for (size_t i = 0; i < line.length(); ++i) {
-        const auto byte = static_cast<unsigned char>(line.text()[i]);
-        const bool lineEnd = byte == '\n' && i + 1 == line.length();
-        if (isPrintable(byte) || lineEnd) {
-            escaped.add(line.text() + i, 1);
-        } else {
-            escaped.format("\\x%02x", static_cast<unsigned>(byte));
-        }
-    }
-    return writeLine(descriptor, escaped);
-}
-
-} // namespace
-
-int appendLine(const char *path, const Line &line)
-{
-    const bool standard = std::strcmp(path, "-") == 0;
-    const int descriptor = standard ? STDERR_FILENO : openToAppend(path);
-    if (descriptor < 0) {
-        return errno;
-    }
-    const int result = isatty(descriptor) == 1 ? writeEscaped(descriptor, line) : writeLine(descriptor, line);
-    if (!standard) {
-        close(descriptor);
-    }
-    return result;
 }

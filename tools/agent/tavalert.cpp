@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-// libtavalert.so for development: alerts go as JSON, one object per line, to the file that TAVALERT_FILE names and to
-// standard error (not with TAVALERT_QUIET).
+// libtavalert.so for development: writes alerts as JSON, one object per line, to the file TAVALERT_FILE and, unless
+// TAVALERT_QUIET is set, to standard error.
 #include "agent/line.h"
 
 #include <cstdint>
 #include <cstdlib>
-#include <ctime>
 
 namespace {
 
-// Handed over by value; 40 bytes on 64-bit platforms.
+// Passed by value; 40 bytes on 64-bit platforms.
 struct Indication {
     uint32_t version;
     uint32_t method;
@@ -21,8 +20,8 @@ struct Indication {
 };
 static_assert(sizeof(Indication) == 40);
 
-// Length of the UTF-8 character at text (RFC 3629: no overlong forms, no surrogates, nothing above U+10FFFF); 0 when
-// the bytes are none.
+// Length of the UTF-8 character at text (RFC 3629: no overlong forms, no surrogates, nothing above U+10FFFF), or 0 if
+// the bytes are not UTF-8.
 size_t characterLength(const unsigned char *text)
 {
     const unsigned char first = text[0];
@@ -43,8 +42,8 @@ size_t characterLength(const unsigned char *text)
     return overlong || outside ? 0 : length;
 }
 
-// A JSON string (RFC 8259). A byte that is not UTF-8 is written as the character of its value (U+0080 to U+00FF): valid
-// for any reader, and nothing is lost.
+// Adds a JSON string (RFC 8259). A byte that is not UTF-8 becomes the character with its value (U+0080 to U+00FF):
+// every reader accepts it, and no byte is lost.
 void addString(Line &line, const char *text)
 {
     if (text == nullptr) {
@@ -66,21 +65,11 @@ void addString(Line &line, const char *text)
     line.add("\"");
 }
 
-void addTime(Line &line)
-{
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    tm utc{};
-    gmtime_r(&now.tv_sec, &utc);
-    char text[32];
-    text[std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &utc)] = '\0';
-    line.format("{\"time\":\"%s.%03ldZ\"", text, now.tv_nsec / 1000000);
-}
-
 void addIndication(Line &line, const Indication &record)
 {
-    addTime(line);
-    line.format(",\"version\":%u,\"method\":%u,\"source\":", record.version, record.method);
+    line.add("{\"time\":\"");
+    line.addTime("%Y-%m-%dT%H:%M:%S", false);
+    line.format("Z\",\"version\":%u,\"method\":%u,\"source\":", record.version, record.method);
     addString(line, record.sourceName);
     line.format(",\"eventId\":\"0x%08X\",\"eventType\":%d,\"strings\":[", record.eventId, record.eventType);
     for (int32_t i = 0; record.strings != nullptr && i < record.numberOfStrings; ++i) {
@@ -92,21 +81,22 @@ void addIndication(Line &line, const Indication &record)
 
 } // namespace
 
-// A program that shows alerts looks for this name; the agent's own library does not have it.
+// Marks this library for programs that show alerts: it writes them to a file. The agent's library does not have the
+// name.
 extern "C" [[gnu::visibility("default")]] const int TavAlertTakesFile;
 extern "C" const int TavAlertTakesFile = 1;
 
-// 0, or nonzero when the alert could not be written to its file.
+// Returns 0, or another value if the alert could not be written to its file.
 extern "C" [[gnu::visibility("default")]] int SendIndication(Indication record)
 {
     const Undisturbed undisturbed;
     Line line;
     addIndication(line, record);
     if (std::getenv("TAVALERT_QUIET") == nullptr) {
-        appendLine("-", line);
+        appendLine("-", line, Rotation::checkedAtEachLine);
     }
     const char *path = std::getenv("TAVALERT_FILE");
-    const bool wanted = path != nullptr && *path != '\0';
-    const int result = wanted ? appendLine(path, line) : 0;
+    const bool hasFile = path != nullptr && *path != '\0';
+    const int result = hasFile ? appendLine(path, line, Rotation::checkedAtEachLine) : 0;
     return result != 0 || line.full() ? 1 : 0;
 }

@@ -1,27 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// libtavlog.so for development: trace lines go to the file that TAVLOG_FILE names ("-" is standard error), from the
-// level of TAVLOG_LEVEL on; without TAVLOG_FILE nowhere. The name that SetFilePath is given is the real library's
-// business.
+// libtavlog.so for development: writes trace lines of level TAVLOG_LEVEL and above to the file TAVLOG_FILE ("-" is
+// standard error). Without TAVLOG_FILE it writes nothing. The path of SetFilePath is only for the agent's library.
 #include "agent/line.h"
 
 #include <cstdarg>
 #include <cstdlib>
-#include <ctime>
-
-namespace {
-
-void addTime(Line &line)
-{
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    tm local{};
-    localtime_r(&now.tv_sec, &local);
-    char text[32];
-    text[std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local)] = '\0';
-    line.format("%s.%03ld", text, now.tv_nsec / 1000000);
-}
-
-} // namespace
 
 extern "C" [[gnu::visibility("default")]] void SetFilePath(const char *) {}
 
@@ -38,7 +21,7 @@ extern "C" void TraceLog(int level, const char *module, const char *function, in
     }
     const Undisturbed undisturbed;
     Line text;
-    addTime(text);
+    text.addTime("%Y-%m-%d %H:%M:%S", true);
     text.format(" %d %s%s%s:%d ", level, module != nullptr ? module : "",
                 module != nullptr && *module != '\0' ? " " : "", function != nullptr ? function : "?", line);
     va_list arguments;
@@ -47,5 +30,5 @@ extern "C" void TraceLog(int level, const char *module, const char *function, in
     va_end(arguments);
     text.keepOneLine();
     text.add("\n");
-    appendLine(path, text);
+    appendLine(path, text, Rotation::checkedNowAndThen);
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Who releases what, and what is counted when it is done wrong.
+// Ownership of objects, and the counts of mistakes.
 
 #include "broker/testing/broker_fixture.h"
 
@@ -18,12 +18,12 @@ namespace broker {
 
 namespace {
 
-class AccountingOf : public BrokerTest {
+class Accounts : public BrokerTest {
 protected:
     Accounting account() const { return broker.accounting(); }
 };
 
-// Joined at the end of the scope; what it makes belongs to no request.
+// Runs in another thread, which belongs to no request, and waits for it.
 template <class Work> void inThread(const Work &work)
 {
     std::thread(work).join();
@@ -31,7 +31,7 @@ template <class Work> void inThread(const Work &work)
 
 } // namespace
 
-TEST_F(AccountingOf, ARequestThatReleasesAllIsClean)
+TEST_F(Accounts, RequestThatReleasesEverythingIsClean)
 {
     {
         const Request request(broker, "TAV_Thing");
@@ -46,7 +46,7 @@ TEST_F(AccountingOf, ARequestThatReleasesAllIsClean)
     EXPECT_TRUE(account().notes.empty());
 }
 
-TEST_F(AccountingOf, WhatARequestLeavesIsALeak)
+TEST_F(Accounts, UnreleasedObjectIsALeak)
 {
     {
         const Request request(broker, "TAV_Thing");
@@ -60,11 +60,11 @@ TEST_F(AccountingOf, WhatARequestLeavesIsALeak)
     EXPECT_FALSE(account().clean());
     const std::vector<std::string> notes = account().notes;
     EXPECT_TRUE(std::any_of(notes.begin(), notes.end(), [](const std::string &note) {
-        return note == "left to the broker: CMPIObjectPath of newObjectPath [root/TAVKIT/AS:TAV_Thing]";
+        return note == "not released by its request: CMPIObjectPath of newObjectPath [root/TAVKIT/AS:TAV_Thing]";
     }));
 }
 
-TEST_F(AccountingOf, StringsInsideOfValuesAreTheBrokers)
+TEST_F(Accounts, StringInsideAValueIsTheBrokers)
 {
     {
         const Request request(broker, "TAV_Thing", {{"Index", Value::text("1")}});
@@ -76,7 +76,7 @@ TEST_F(AccountingOf, StringsInsideOfValuesAreTheBrokers)
     EXPECT_TRUE(account().clean());
 }
 
-TEST_F(AccountingOf, TheMessageOfAStatusIsTheBrokers)
+TEST_F(Accounts, MessageOfAStatusIsTheBrokers)
 {
     {
         const Request request(broker, "TAV_Thing");
@@ -88,7 +88,7 @@ TEST_F(AccountingOf, TheMessageOfAStatusIsTheBrokers)
     EXPECT_TRUE(account().clean());
 }
 
-TEST_F(AccountingOf, AReleasedMessageIsUseAfterRelease)
+TEST_F(Accounts, ReleasedMessageIsUseAfterRelease)
 {
     {
         const Request request(broker, "TAV_Thing");
@@ -99,7 +99,7 @@ TEST_F(AccountingOf, AReleasedMessageIsUseAfterRelease)
     EXPECT_EQ(account().useAfterRelease, 1);
 }
 
-TEST_F(AccountingOf, ASecondReleaseIsCountedAndFails)
+TEST_F(Accounts, SecondReleaseIsCountedAndFails)
 {
     const Request request(broker, "TAV_Thing");
     CMPIObjectPath *const path = newPath();
@@ -109,7 +109,7 @@ TEST_F(AccountingOf, ASecondReleaseIsCountedAndFails)
     EXPECT_FALSE(account().clean());
 }
 
-TEST_F(AccountingOf, AReleaseAfterTheRequestIsASecondOne)
+TEST_F(Accounts, ReleaseAfterTheRequestIsASecondRelease)
 {
     CMPIObjectPath *path = nullptr;
     {
@@ -120,7 +120,7 @@ TEST_F(AccountingOf, AReleaseAfterTheRequestIsASecondOne)
     EXPECT_EQ(account().doubleReleases, 1);
 }
 
-TEST_F(AccountingOf, UseAfterReleaseIsCountedAndRefused)
+TEST_F(Accounts, UseAfterReleaseIsCountedAndRefused)
 {
     const Request request(broker, "TAV_Thing");
     CMPIObjectPath *const path = newPath();
@@ -134,8 +134,8 @@ TEST_F(AccountingOf, UseAfterReleaseIsCountedAndRefused)
     EXPECT_EQ(account().useAfterRelease, 3);
 }
 
-// The text of a string is read without a call, so it cannot be counted; it must be seen all the same.
-TEST_F(AccountingOf, TheTextOfAReleasedStringIsGone)
+// The text of a string is read without a call, so the read cannot be counted; it must still be noticed.
+TEST_F(Accounts, TextOfAReleasedStringIsOverwritten)
 {
     const Request request(broker, "TAV_Thing");
     CMPIString *const name = request.path()->ft->getClassName(request.path(), nullptr);
@@ -148,7 +148,7 @@ TEST_F(AccountingOf, TheTextOfAReleasedStringIsGone)
 #endif
 }
 
-TEST_F(AccountingOf, WhatWasHandedInIsNotReleased)
+TEST_F(Accounts, ReleaseOfAParameterIsCountedAndFails)
 {
     const Request request(broker, "TAV_Thing", {{"Index", Value::text("1")}});
     EXPECT_EQ(request.path()->ft->release(request.path()).rc, CMPI_RC_ERR_FAILED);
@@ -158,7 +158,7 @@ TEST_F(AccountingOf, WhatWasHandedInIsNotReleased)
     EXPECT_EQ(status.rc, CMPI_RC_OK);
 }
 
-TEST_F(AccountingOf, AContextUsedAfterItsRequestIsUseAfterRelease)
+TEST_F(Accounts, ContextAfterItsRequestIsUseAfterRelease)
 {
     const CMPIContext *context = nullptr;
     {
@@ -169,7 +169,7 @@ TEST_F(AccountingOf, AContextUsedAfterItsRequestIsUseAfterRelease)
     EXPECT_EQ(account().useAfterRelease, 1);
 }
 
-TEST_F(AccountingOf, ClonesOutliveTheRequestAndLiveUntilReleased)
+TEST_F(Accounts, CloneOutlivesTheRequest)
 {
     CMPIObjectPath *clone = nullptr;
     {
@@ -183,7 +183,7 @@ TEST_F(AccountingOf, ClonesOutliveTheRequestAndLiveUntilReleased)
     EXPECT_TRUE(account().clean());
 }
 
-TEST_F(AccountingOf, WhatAThreadOfTheProvidersOwnMakesLivesUntilReleased)
+TEST_F(Accounts, ObjectOfAProvidersThreadLivesUntilReleased)
 {
     CMPIObjectPath *path = nullptr;
     const Request request(broker, "TAV_Thing");
@@ -193,7 +193,7 @@ TEST_F(AccountingOf, WhatAThreadOfTheProvidersOwnMakesLivesUntilReleased)
     EXPECT_TRUE(account().clean());
 }
 
-TEST_F(AccountingOf, TheLatestRequestOfAThreadIsTheOneThatCounts)
+TEST_F(Accounts, ObjectBelongsToTheThreadsLatestRequest)
 {
     const Request outer(broker, "TAV_Thing");
     CMPIObjectPath *ofOuter = newPath();
@@ -207,7 +207,7 @@ TEST_F(AccountingOf, TheLatestRequestOfAThreadIsTheOneThatCounts)
     release(ofOuter);
 }
 
-TEST_F(AccountingOf, CallsWithTheContextOfACleanupAreRefused)
+TEST_F(Accounts, CallWithTheContextOfACleanupIsRefused)
 {
     const CMPIBroker *const handle = broker.handle();
     const Request request(broker, "TAV_Thing");
@@ -219,7 +219,7 @@ TEST_F(AccountingOf, CallsWithTheContextOfACleanupAreRefused)
     release(path);
 }
 
-TEST_F(AccountingOf, ReturningAfterDoneIsCounted)
+TEST_F(Accounts, ReturnAfterDoneIsCounted)
 {
     const Request request(broker, "TAV_Thing");
     const CMPIUint32 code = 0;
@@ -234,7 +234,7 @@ TEST_F(AccountingOf, ReturningAfterDoneIsCounted)
     EXPECT_EQ(request.reply({}).data.size(), 2u);
 }
 
-TEST_F(AccountingOf, ForgettingStartsAfresh)
+TEST_F(Accounts, ForgettingResetsTheCounts)
 {
     const Request request(broker, "TAV_Thing");
     CMPIObjectPath *const clone = request.path()->ft->clone(request.path(), nullptr);
@@ -249,8 +249,8 @@ TEST_F(AccountingOf, ForgettingStartsAfresh)
     EXPECT_TRUE(account().clean());
 }
 
-// Many more than are kept for recognition.
-TEST_F(AccountingOf, LongRunsStayClean)
+// Many more objects than the quarantine keeps.
+TEST_F(Accounts, LongRunsStayClean)
 {
     for (int i = 0; i < 30000; ++i) {
         const Request request(broker, "TAV_Thing");

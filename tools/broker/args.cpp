@@ -14,11 +14,11 @@ CMPIArgs *cloneArgs(const CMPIArgs *self, CMPIStatus *status)
     if (call.refused()) {
         return nullptr;
     }
-    call.loosen();
+    call.attachToNoRequest();
     return call.args(args->held);
 }
 
-// Setting, reading and counting are the same for both, apart from the names of the slots and what is missing.
+// Arguments and contexts differ only in the names of the slots and the code for a missing entry.
 template <class Kind>
 CMPIStatus add(const Kind *self, const char *slot, const char *name, const CMPIValue *value, CMPIType type)
 {

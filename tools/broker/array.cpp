@@ -14,7 +14,7 @@ CMPIArray *cloneArray(const CMPIArray *self, CMPIStatus *status)
     if (call.refused()) {
         return nullptr;
     }
-    call.loosen();
+    call.attachToNoRequest();
     return call.array(array->held);
 }
 
@@ -63,11 +63,11 @@ CMPIEnumeration *cloneEnumeration(const CMPIEnumeration *self, CMPIStatus *statu
     if (call.refused() || !call.usable(enumeration->array.get())) {
         return nullptr;
     }
-    call.loosen();
+    call.attachToNoRequest();
     return call.enumeration(enumeration->array->held);
 }
 
-// The array of an enumeration, unless the provider has released it before.
+// The array of an enumeration, or null if the call fails or the provider has released the array.
 ArrayObject *arrayOf(Call &call, const EnumerationObject &enumeration)
 {
     if (call.refused()) {
@@ -151,7 +151,7 @@ void ArrayObject::set(CMPICount index, Datum datum)
     held.elements[index] = std::move(datum);
 }
 
-void ArrayObject::bury()
+void ArrayObject::dropContent()
 {
     for (std::unique_ptr<Object> &part : parts_) {
         if (part != nullptr) {
@@ -179,7 +179,7 @@ std::string EnumerationObject::describe() const
     return array == nullptr ? "without its array" : array->describe();
 }
 
-void EnumerationObject::bury()
+void EnumerationObject::dropContent()
 {
     if (array != nullptr) {
         core->quarantine(std::move(array));

@@ -7,7 +7,7 @@ namespace broker {
 
 namespace {
 
-// Runs work in a thread of its own, as the real broker serves each request, and gives what it gives.
+// Runs work in its own thread, as the real broker does with each request. Returns its result.
 template <class Work> auto inOwnThread(const Work &work)
 {
     decltype(work()) result{};
@@ -215,14 +215,14 @@ Reply Broker::cleanupMethod(bool terminating)
 bool Broker::idle()
 {
     const std::unique_lock held(impl_->serving, std::try_to_lock);
-    if (!held || !loaded() || impl_->library.staysForGood()) {
+    if (!held || !loaded() || impl_->library.idleCleanupFailed()) {
         return false;
     }
     for (const Impl::Side side : {Impl::Side::instance, Impl::Side::method}) {
         const int rc = impl_->library.met() ? impl_->cleanup(side, false).rc : CMPI_RC_OK;
         if (rc != CMPI_RC_OK) {
             if (rc != CMPI_RC_DO_NOT_UNLOAD) {
-                impl_->library.stayForGood();
+                impl_->library.stopIdleCleanups();
             }
             return false;
         }
@@ -241,7 +241,7 @@ void Broker::stop()
         impl_->cleanup(Impl::Side::instance, true);
         impl_->cleanup(Impl::Side::method, true);
     };
-    // The real broker does not wait for a slow cleanup but enters it again.
+    // The real broker does not wait for a slow cleanup but calls it again.
     std::thread again(bothSides);
     bothSides();
     again.join();

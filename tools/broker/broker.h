@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// The embedded broker: a CMPI host in one process, with the semantics of the real one as far as a provider can see
-// them.
+// The embedded broker: a CMPI host in one process. To a provider it behaves like the real broker.
 //
-// It loads a provider's shared object through its factories, or serves as the broker of functions under test, and it
-// accounts for every object that it hands out: what a provider leaks or releases twice is counted.
+// It loads a provider's shared object through its factories, or serves as the broker of functions under test. It tracks
+// every object that it returns, so that leaks and double releases are counted.
 #pragma once
 
 #include <cmpift.h>
@@ -19,7 +18,7 @@
 
 namespace broker {
 
-// A value as a client sends or sees it; monostate is NULL. Unsigned, signed, boolean and text carry their CMPI type.
+// A value as a client sends or receives it, with its CMPI type; monostate is NULL.
 struct Value {
     CMPIType type = CMPI_null;
     std::variant<std::monostate, bool, uint64_t, int64_t, std::string> data;
@@ -28,7 +27,7 @@ struct Value {
     static Value number(uint64_t number, CMPIType type = CMPI_uint64);
     static Value signedNumber(int64_t number, CMPIType type = CMPI_sint64);
     bool isNull() const { return data.index() == 0; }
-    std::string toString() const; // as printed for people; NULL is ""
+    std::string toString() const; // readable text; "" for NULL
 };
 
 struct NamedValue {
@@ -36,47 +35,47 @@ struct NamedValue {
     Value value;
 };
 
-// As a client sees it. Of a class that is known, every property is there, NULL when it was not set.
+// An instance as a client receives it. One of a known class has all its properties; those not set are NULL.
 struct Instance {
     std::string nameSpace;
     std::string className;
     std::vector<NamedValue> keys;                     // of its object path
-    std::vector<NamedValue> properties;               // in the order in which they were set, then those that were not
-    const Value *find(const std::string &name) const; // by name without regard to case; null when not there
+    std::vector<NamedValue> properties;               // in the order in which they were set, then the unset ones
+    const Value *find(const std::string &name) const; // by name, ignoring case; null if there is none
 };
 
-// A class as its schema declares it: what the broker checks and presets in new instances of it.
+// A property that a class declares. The broker presets it in new instances and checks its type.
 struct Property {
     std::string name;
     CMPIType type = CMPI_string;
     bool key = false;
 };
 
-// What a request came to.
+// The reply to a request.
 struct Reply {
     int rc = 0; // CMPIrc
     std::string message;
-    std::vector<Instance> instances; // returned before a failure too
+    std::vector<Instance> instances; // including those returned before a failure
     std::vector<Value> data;         // method return values
-    std::vector<NamedValue> out;     // arguments that a method handed back
+    std::vector<NamedValue> out;     // output arguments of a method
     bool done = false;               // CMReturnDone was called
     bool ok() const { return rc == 0; }
 };
 
-// Objects handed out and not yet released, and what went wrong with them.
+// Counts of unreleased objects and of mistakes with objects.
 struct Accounting {
-    // Outstanding beyond the end of a request, or outside of any: clones, and what a thread of the provider's own made.
+    // Unreleased objects that belong to no request: clones, and objects made by the provider's own threads.
     int64_t live = 0;
-    // Objects that a request made and left for the broker to free. Strings that a status carries and strings inside of
-    // values that were read are the broker's.
+    // Objects that a request made and did not release. The message of a status and strings inside values belong to the
+    // broker and do not count.
     int64_t leakedByRequests = 0;
     int64_t doubleReleases = 0;
-    int64_t releasedForeign = 0; // releases of objects that were handed in
+    int64_t releasedForeign = 0; // releases of parameters and other objects of the broker
     int64_t useAfterRelease = 0;
-    int64_t callsFromCleanup = 0; // calls into the broker with a cleanup's empty context; they are refused
-    int64_t schemaViolations = 0; // properties of a known class that it does not declare, or declares with another type
-    int64_t returnsAfterDone = 0; // objects or values returned after the result was said to be done
-    std::vector<std::string> notes; // one line each, for a test's failure message
+    int64_t callsFromCleanup = 0;   // calls with the empty context of a cleanup; they are refused
+    int64_t schemaViolations = 0;   // properties that their known class does not declare, or declares with another type
+    int64_t returnsAfterDone = 0;   // objects or values returned after returnDone
+    std::vector<std::string> notes; // one line per mistake, for the message of a failed test
     bool clean() const
     {
         return live == 0 && leakedByRequests == 0 && doubleReleases == 0 && releasedForeign == 0 &&
@@ -87,23 +86,22 @@ struct Accounting {
 struct Options {
     std::optional<bool> serviceMode = false; // InstalledServiceMode of TAV_GeneralInformation; nullopt: no such class
     std::string nameSpace = "root/TAVKIT/AS";
-    bool oldPropertyFilter = false; // the filter of older brokers, which drops a key that is not listed
+    bool oldPropertyFilter = false; // the filter of older brokers, which drops keys that are not listed
     int missingPropertyCode = 12;   // code for a missing property: 12, or 6 in older brokers
-    bool strictToArray = false;     // as really: an enumeration's array is released with it, and not by the provider
-    int ftVersion = 200;            // of the objects' tables; the real broker says 1
-    unsigned brokerVersion = 200;   // the real broker says 0
+    bool strictToArray = false;     // as in the real broker, a provider may not release the array of an enumeration
+    int ftVersion = 200;            // of the objects' tables; 1 in the real broker
+    unsigned brokerVersion = 200;   // 0 in the real broker
 };
 
 class Broker;
 
-// One request as a provider function sees it, for calling such functions directly. Everything handed in belongs to it.
-// What the thread that made it creates while it lives, is counted as the request's; of several, as the latest one's.
-// It must not outlive its broker.
+// One request, for calling a provider's functions directly. It owns the parameters. Objects that its thread makes while
+// it exists belong to it (to the latest one, if there are several). It must not outlive its broker.
 class Request {
 public:
     Request(Broker &broker, const std::string &className, const std::vector<NamedValue> &keys = {},
             const std::string &nameSpace = "");
-    ~Request(); // counts what the provider left unreleased
+    ~Request(); // counts the objects that were not released
     Request(const Request &) = delete;
     Request &operator=(const Request &) = delete;
 
@@ -113,10 +111,10 @@ public:
     CMPIArgs *in() const;
     CMPIArgs *out() const;
     void setIn(const std::vector<NamedValue> &args);
-    // Null-terminated list for a provider function, or null when none was set. An empty list is not none.
+    // The property list: null-terminated, or null if none was set. An empty list is not the same as none.
     const char **properties() const;
     void setProperties(const std::vector<std::string> &names);
-    // What was returned so far, with the status that the function gave. To be called while the request lives.
+    // The values returned so far, with the function's status. To be called while the request exists.
     Reply reply(CMPIStatus status) const;
 
 private:
@@ -131,30 +129,30 @@ public:
     Broker(const Broker &) = delete;
     Broker &operator=(const Broker &) = delete;
 
-    // The broker handle that providers get.
+    // The broker handle, as providers get it.
     const CMPIBroker *handle() const;
-    // An invocation context without entries, as a cleanup gets it.
+    // The invocation context of a cleanup, which has no entries.
     const CMPIContext *emptyContext() const;
 
-    // Makes a class known. Without that, instances of it hold just what is set, and no object path can be made of them.
+    // Declares a class. Instances of an undeclared class have only the properties that were set, and no object path.
     void addClass(const std::string &className, const std::vector<Property> &properties);
-    // Makes the classes of a schema text known (MOF: class declarations, their keys and base classes).
-    // Empty on success, else what was not understood.
+    // Declares the classes of a schema (MOF: class declarations with keys and base classes). Returns "", or a
+    // description of the error.
     std::string addSchema(const std::string &mof);
-    // An instance of another provider's class, for calls into the broker: getInstance by its keys, enumerateInstances.
-    // One of TAV_GeneralInformation stands in for the built-in one.
+    // Adds an instance of another provider's class, for getInstance and enumerateInstances by the provider. One of
+    // TAV_GeneralInformation replaces the built-in one.
     void addInstance(const Instance &instance);
     void setServiceMode(std::optional<bool> serviceMode);
 
-    // Loads a provider's shared object as the real broker does: bound at once, names global, each factory called once
-    // per class in the thread of that class's first request. Empty on success, else why not. Each request runs in a
-    // thread of its own; requests may be made by several threads at once.
+    // Loads a provider's shared object as the real broker does: with immediate binding and global symbols; each factory
+    // is called once per class, in the thread of the class's first request. Returns "", or the reason of a failure.
+    // Each request runs in its own thread; several threads may make requests at the same time.
     std::string load(const std::string &sharedObject, const std::string &providerName = "TAVStorageProvider");
-    void unload(); // without asking the provider, when its requests have ended
+    void unload(); // after the running requests, without a cleanup
     bool loaded() const;
 
-    // As a client meets them: success without an instance is "not found" (6) for getInstance. An unanswered query is
-    // not turned into an enumeration here.
+    // Requests of a client. getInstance turns success without an instance into "not found" (6). A query that is not
+    // supported is not turned into an enumeration.
     Reply getInstance(const std::string &className, const std::vector<NamedValue> &keys = {},
                       const std::optional<std::vector<std::string>> &properties = {});
     Reply enumInstances(const std::string &className, const std::optional<std::vector<std::string>> &properties = {});
@@ -166,33 +164,30 @@ public:
     Reply invokeMethod(const std::string &className, const std::string &method,
                        const std::vector<NamedValue> &args = {});
 
-    // One cleanup entry point each, with the empty context. The factories run first, if no request came before.
+    // Call one cleanup function each, with the empty context. Without a former request the factories run first.
     Reply cleanupInstance(bool terminating);
     Reply cleanupMethod(bool terminating);
-    // As the real broker when a provider has been idle: instance cleanup, then, if that was OK, method cleanup. True
-    // when both agreed; the shared object is then closed, and the next request loads it afresh. Once a cleanup answered
-    // anything but 0 and 50, it is not asked again until it is loaded afresh.
-    // A provider that has had no request yet has nothing to clean up, and is not asked. One that serves a request is
-    // not idle.
+    // Unloads an idle provider as the real broker does: instance cleanup and, if it returned 0, method cleanup. Returns
+    // true if both did; the shared object is then closed, and the next request loads it again. After a status other
+    // than 0 and 50 the cleanups are not called again until it is loaded again. A provider without former requests is
+    // closed without cleanup; one that serves a request is not idle.
     bool idle();
-    // As the real broker when it stops: both cleanups with terminating set, entered by two threads at once; then
-    // closed.
+    // Stops as the real broker does: both cleanups with terminating set, in two threads at the same time; then the
+    // shared object is closed.
     void stop();
 
     Accounting accounting() const;
     void forgetAccounting();
 
-    // The nth call (1-based, from now) of a slot fails with rc: "newObjectPath", "newInstance", "newString",
-    // "getInstance", "getProperty", "getKey", "getArg", "getNameSpace", "getClassName", "setPropertyFilter",
-    // "setProperty", "addKey", "returnInstance", "returnData", "returnDone", "prepareAttachThread", "attachThread",
-    // "enumerateInstances", "toArray", "getSize", "clone" and so on, as the slots are called; "*" counts every call of
-    // every slot but release, which cannot fail. A slot that gives an object gives null, also with rc 0; with
-    // kNullHandle it gives an object without a handle. One failure is armed at a time; 0 disarms.
+    // Makes the nth call of a slot from now on (1-based) fail with rc. slot is the name of the function in its table
+    // ("newObjectPath", "getKey", "returnInstance", ...); "*" counts the calls of all slots but release, which cannot
+    // fail. A slot that returns an object then returns null, also with rc 0; with kNullHandle it returns an object
+    // without a handle. Only one failure is armed at a time; 0 disarms.
     static constexpr int kNullHandle = -1;
     void failCall(const std::string &slot, unsigned nth, int rc = CMPI_RC_ERR_FAILED);
-    // Whether the armed failure has struck.
+    // Whether the call that failCall chose has been made.
     bool failureStruck() const;
-    // Calls of a slot ("*": of all but release) since the broker was made or the counts were forgotten.
+    // Number of calls of a slot ("*": of all but release) since the last forgetCalls.
     unsigned calls(const std::string &slot) const;
     void forgetCalls();
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the classes of broker.h hold.
+// State of the classes of broker.h.
 #pragma once
 
 #include "broker/library.h"
@@ -11,8 +11,8 @@
 namespace broker {
 
 struct RequestState {
-    // ownStatus: whether the one status of the request will be seen, so that all other messages are leaks.
-    // empty: with a context without entries, as for a cleanup.
+    // ownStatus: the request has one status, so that all other messages are leaks. empty: the context has no entries,
+    // as for a cleanup.
     RequestState(Core &given, const PathData &pathData, bool ownStatus, bool empty);
     ~RequestState();
     RequestState(const RequestState &) = delete;
@@ -45,10 +45,10 @@ struct Broker::Impl {
     Core core;
     Library library;
     ContextObject *empty = nullptr; // the context without entries
-    std::shared_mutex serving;      // held shared by each request, so that the shared object is not closed under it
+    std::shared_mutex serving;      // held shared by each request; the shared object is closed only when none runs
 
     using Serve = std::function<CMPIStatus(const ProviderObjects &, RequestState &)>;
-    // Serves one request in a thread of its own.
+    // Serves one request in its own thread.
     Reply request(const std::string &className, const std::vector<NamedValue> &keys, const Serve &function);
     enum class Side { instance, method };
     Reply cleanup(Side side, bool terminating);

@@ -5,7 +5,7 @@ namespace broker {
 
 namespace {
 
-// The content of an object that was handed over as a value; null when it must not be used.
+// The content of an object passed as a value; null if it was released.
 template <class Kind, class Pointer> const Kind *contentOf(Call &call, Pointer *pointer)
 {
     Kind *const object = objectOf(pointer);
@@ -72,7 +72,7 @@ bool Call::usable(const Object *argument)
 std::optional<Datum> Call::read(const CMPIValue *value, CMPIType type)
 {
     std::optional<Datum> datum;
-    const bool isPointer = plainWidth(type) == 0 && type != CMPI_chars; // as all encapsulated values are
+    const bool isPointer = plainWidth(type) == 0 && type != CMPI_chars; // like all encapsulated values
     if (value == nullptr || type == CMPI_null || (isPointer && value->string == nullptr)) {
         datum = nullDatum(type);
     } else if (plainWidth(type) != 0) {

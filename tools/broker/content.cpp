@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// From what is stored to what a reader gets.
+// Conversion of stored values to the values that a reader gets.
 
 #include "broker/objects.h"
 
@@ -65,7 +65,7 @@ std::unique_ptr<Object> contentObject(Core &core, const Datum &datum, CMPIData &
     if (!datum.null) {
         made = std::visit(ContentMaker{core, data}, datum.content);
     } else if (datum.type == CMPI_string) {
-        // A NULL text is a string object without a text, as really: the value word alone does not tell.
+        // A NULL text is a string object without a text, as in the real broker.
         auto nothing = std::make_unique<StringObject>(core.tables.string, std::nullopt);
         data.value.string = nothing.get();
         made = std::move(nothing);
@@ -78,7 +78,7 @@ std::unique_ptr<Object> contentObject(Core &core, const Datum &datum, CMPIData &
 
 Object *anyObject(Core &core, const void *pointer)
 {
-    // Handle and table stand in front of every object.
+    // Every object begins with its handle and table.
     struct Head {
         void *hdl;
         const void *ft;

@@ -10,7 +10,7 @@ namespace broker {
 
 namespace {
 
-// Released objects that are kept to be recognised. Bounded, so that long runs do not grow.
+// Number of released objects that are kept to recognise their use. Bounded for long runs.
 constexpr size_t kQuarantine = 10000;
 constexpr size_t kNotes = 200;
 
@@ -28,7 +28,7 @@ Core::Core(Options given)
     handle.bft = &tables.broker;
     handle.eft = &tables.encapsulated;
     handle.xft = &tables.extended;
-    handle.mft = nullptr; // as in brokers that have no memory functions
+    handle.mft = nullptr; // as in brokers without memory functions
 }
 
 Core::~Core() = default;
@@ -55,7 +55,7 @@ void Core::end(Shelf &shelf, bool countMessages)
     auto left = std::exchange(shelf.objects, {});
     for (auto &[object, owned] : left) {
         if (object->owner == Owner::provider || (object->owner == Owner::message && countMessages)) {
-            note(&Accounting::leakedByRequests, "left to the broker: " + nameOf(*object));
+            note(&Accounting::leakedByRequests, "not released by its request: " + nameOf(*object));
         }
         quarantine(std::move(owned));
     }
@@ -73,7 +73,7 @@ CMPIStatus Core::release(Object &object)
         return {CMPI_RC_OK, nullptr};
     }
     if (object.shelf == nullptr || object.owner == Owner::handedIn) {
-        note(&Accounting::releasedForeign, "not the provider's to release: " + nameOf(object));
+        note(&Accounting::releasedForeign, "released, but owned by the broker: " + nameOf(object));
         return {CMPI_RC_ERR_FAILED, nullptr};
     }
     retire(object);
@@ -93,7 +93,7 @@ void Core::quarantine(std::unique_ptr<Object> object)
     object->released = true;
     object->shelf = nullptr;
     object->whole = nullptr;
-    object->bury();
+    object->dropContent();
     quarantine_.push_back(std::move(object));
     while (quarantine_.size() > kQuarantine) {
         quarantine_.pop_front();
@@ -150,13 +150,13 @@ void Core::failCall(const std::string &slot, unsigned nth, int rc)
     failingSlot_ = slot;
     failIn_ = nth;
     failWith_ = rc;
-    struck_ = false;
+    failed_ = false;
 }
 
 bool Core::failureStruck() const
 {
     const std::lock_guard held(mutex);
-    return struck_;
+    return failed_;
 }
 
 unsigned Core::calls(const std::string &slot) const
@@ -182,8 +182,8 @@ std::optional<int> Core::count(const char *slot)
         return std::nullopt;
     }
     failIn_ -= 1;
-    struck_ = failIn_ == 0;
-    return struck_ ? std::optional(failWith_) : std::nullopt;
+    failed_ = failIn_ == 0;
+    return failed_ ? std::optional(failWith_) : std::nullopt;
 }
 
 Tables makeTables(const Options &options)

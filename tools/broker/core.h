@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The broker's middle: who owns which object, what is counted, which call fails. One lock guards it and all objects.
+// The core of the broker: ownership of objects, counts, failing calls. One lock guards it and all objects.
 #pragma once
 
 #include "broker/data.h"
@@ -17,40 +17,40 @@ namespace broker {
 class Core;
 struct Object;
 
-// Objects that share an end: those of a request, or those that belong to nobody but the provider.
+// Objects that are freed together: those of a request, or those that only the provider owns.
 struct Shelf {
     std::unordered_map<Object *, std::unique_ptr<Object>> objects;
 };
 
-// How an object came to be, which decides who is to release it.
+// How an object was made. This decides who has to release it.
 enum class Owner {
-    provider, // made by a slot for the provider, which is to release it
-    message,  // a text made for the provider, most likely for a status, which the broker then reads: not to be released
-    value,    // part of a value that was read: the broker's when the request is over
-    handedIn, // a parameter of the request: not to be released by the provider
-    parent,   // part of another object, and released with it
-    enumeration, // the array of an enumeration, which the provider may release once
+    provider,    // made for the provider, which has to release it
+    message,     // a text made for the provider, usually the message of a status, which the broker releases
+    value,       // part of a value that was read; released by the broker at the end of the request
+    handedIn,    // a parameter of the request; the provider must not release it
+    parent,      // part of another object; released with it
+    enumeration, // the array of an enumeration; the provider may release it once
 };
 
-// What all objects have behind the part that a provider sees.
+// Common part of all objects, which a provider does not see.
 struct Object {
     Core *core = nullptr;
     Shelf *shelf = nullptr;  // null for parts of other objects and in quarantine
-    Object *whole = nullptr; // of which it is a part
+    Object *whole = nullptr; // the object of which this is a part
     Owner owner = Owner::provider;
     const char *kind = "";   // "CMPIString"
-    const char *source = ""; // slot that made it
+    const char *source = ""; // the slot that made it
     bool released = false;
-    bool forgotten = false; // not counted any more
+    bool forgotten = false; // no longer counted
 
     Object() = default;
     Object(const Object &) = delete;
     Object &operator=(const Object &) = delete;
     virtual ~Object() = default;
     virtual std::string describe() const = 0;
-    // Drops what it holds, so that use after release is not mistaken for use; its parts go into quarantine too.
-    virtual void bury() = 0;
-    // Parts with a part that was released on its own.
+    // Drops the content, so that use after release is noticed; moves parts into quarantine.
+    virtual void dropContent() = 0;
+    // Gives up a part that was released separately.
     virtual std::unique_ptr<Object> giveUp() { return nullptr; }
 };
 
@@ -89,17 +89,17 @@ public:
     Core &operator=(const Core &) = delete;
     static Core &of(const CMPIBroker *broker) { return *static_cast<Core *>(broker->hdl); }
 
-    mutable std::mutex mutex; // guards all that follows, and what objects hold
+    mutable std::mutex mutex; // guards all members below and the content of objects
     const Options options;
     Tables tables;
     CMPIBroker handle;
 
-    // These take the lock.
+    // These functions take the lock.
 
-    // What the calling thread makes from now on belongs to a request, until the request ends.
+    // From now on objects made by the calling thread belong to a request, until it ends.
     void enter(Shelf &shelf);
-    // Ends a request: what is left in its shelf is freed, and counted where the provider was to release it. Messages
-    // count when countMessages is set: the one that a status carried has been made the broker's by then.
+    // Ends a request: frees the remaining objects of its shelf, and counts those that the provider had to release. With
+    // countMessages set messages count too; the one of the status belongs to the broker by then.
     void end(Shelf &shelf, bool countMessages);
     void addClass(std::shared_ptr<const ClassData> added);
     Accounting accounting() const;
@@ -109,9 +109,9 @@ public:
     unsigned calls(const std::string &slot) const;
     void forgetCalls();
 
-    // These are for holders of the lock.
+    // These functions need the lock.
 
-    // The shelf that takes what the calling thread makes: of its latest request, else of the provider at large.
+    // The shelf for new objects of the calling thread: that of its latest request, else the provider's.
     Shelf &currentShelf();
     // Puts a new object on a shelf.
     template <class Kind> Kind &keep(std::unique_ptr<Kind> object, Shelf &shelf, Owner owner, const char *source)
@@ -124,19 +124,19 @@ public:
         shelf.objects.emplace(&kept, std::move(object));
         return kept;
     }
-    // A provider releases an object.
+    // Releases an object for a provider.
     CMPIStatus release(Object &object);
-    // The broker itself ends an object on a shelf.
+    // Ends an object on a shelf for the broker itself.
     void retire(Object &object);
     void quarantine(std::unique_ptr<Object> object);
 
     std::shared_ptr<const ClassData> findClass(std::string_view name) const;
     void note(int64_t Accounting::*counter, const std::string &text);
-    // Counts a call of a slot; the code with which it is to fail, if it is.
+    // Counts a call of a slot. Returns the code with which it has to fail, or nothing.
     std::optional<int> count(const char *slot);
 
-    Shelf loose;    // clones, and what threads without a request made
-    Shelf prepared; // contexts for threads: ended by detachThread, or with the broker
+    Shelf loose;    // clones, and objects of threads without a request
+    Shelf prepared; // contexts for threads, until detachThread or the end of the broker
     std::optional<bool> serviceMode;
     std::vector<InstanceData> instances; // of other providers' classes
 
@@ -148,29 +148,29 @@ private:
     std::map<std::string, unsigned, std::less<>> calls_;
     unsigned allCalls_ = 0;
     std::string failingSlot_;
-    unsigned failIn_ = 0; // calls until it strikes; 0: not armed
+    unsigned failIn_ = 0; // calls until one fails; 0: disarmed
     int failWith_ = CMPI_RC_OK;
-    bool struck_ = false;
+    bool failed_ = false;
 };
 
-// One call of a slot: holds the lock, counts, and decides whether the call is to fail. Sets the caller's status.
+// One call of a slot: holds the lock, counts the call, decides whether it fails, and sets the caller's status.
 class Call {
 public:
     Call(Core &core, const char *slot, CMPIStatus *status = nullptr);
-    // The same for a slot of an object, which must not have been released.
+    // The same for a slot of an object; fails if the object was released.
     Call(const Object &object, const char *slot, CMPIStatus *status = nullptr);
-    // The same for a slot that needs an invocation context.
+    // The same for a slot with an invocation context; fails if it is the one of a cleanup.
     Call(const CMPIBroker *broker, const CMPIContext *context, const char *slot, CMPIStatus *status = nullptr);
 
-    // The call fails, and the status says so.
+    // Whether the call fails. The status is then set.
     bool refused() const { return refused_; }
-    // The object that the call gives is to have no handle.
+    // Whether the call has to return an object without a handle.
     bool withoutHandle() const { return withoutHandle_; }
     CMPIStatus status() const { return {static_cast<CMPIrc>(rc_), nullptr}; }
-    CMPIStatus fail(int rc); // sets the status, and returns it
-    // An object handed over as an argument may be used.
+    CMPIStatus fail(int rc); // sets and returns the status
+    // Whether an argument may be used. Counts one that was released.
     bool usable(const Object *argument);
-    // What a value argument means; nothing, and a failed status, when it cannot be one.
+    // A value argument as it is stored. Returns nothing and sets the status if it has an unknown type.
     std::optional<Datum> read(const CMPIValue *value, CMPIType type);
 
     Core &core() { return core_; }
@@ -178,20 +178,20 @@ public:
 
     // New objects for the caller.
     CMPIString *string(const std::optional<std::string> &text,
-                       Owner owner = Owner::provider); // without a text: no handle
+                       Owner owner = Owner::provider); // no text: no handle
     CMPIObjectPath *path(PathData data);
     CMPIInstance *instance(InstanceData data);
     CMPIArray *array(ArrayData data);
     CMPIArgs *args(NamedData data);
     CMPIDateTime *time(TimeData data);
     CMPIEnumeration *enumeration(ArrayData data);
-    // What a reader gets of a stored value; encapsulated parts become objects of the request.
+    // A stored value as a reader gets it; encapsulated parts become objects of the request.
     CMPIData data(const Datum &datum);
-    CMPIData missing(int rc); // nothing of that name
-    // An entry by its position, for getKeyAt and the like.
+    CMPIData missing(int rc); // result for a name that is not found
+    // An entry by its position, for getKeyAt, getArgAt and getEntryAt.
     CMPIData entryAt(const std::vector<NamedDatum> &entries, CMPICount index, CMPIString **name);
-    // A clone belongs to nobody but who asked for it.
-    void loosen() { shelf_ = &core_.loose; }
+    // New objects belong to no request: for clones.
+    void attachToNoRequest() { shelf_ = &core_.loose; }
 
 private:
     template <class Kind> Kind *give(std::unique_ptr<Kind> object, Owner owner);

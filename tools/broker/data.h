@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What objects hold, apart from the objects themselves: plain values that copy deeply.
+// Content of objects: plain values that are copied deeply.
 #pragma once
 
 #include "broker/broker.h"
@@ -18,8 +18,8 @@ struct InstanceData;
 struct ArrayData;
 struct TimeData;
 
-// One value with its CMPI type. Text is stored as CMPI_string, however it came. Numbers lie in the value word,
-// zero-extended from their width.
+// One value with its CMPI type. All text is stored as CMPI_string. Numbers are in the value word, zero-extended from
+// their width.
 struct Datum {
     CMPIType type = CMPI_null;
     bool null = true;
@@ -33,10 +33,10 @@ struct NamedDatum {
     Datum datum;
 };
 
-// Values in order, each name once.
+// Named values in order; each name occurs once.
 class NamedData {
 public:
-    // Names compare without regard to case; those of context entries exactly.
+    // exact: names are compared with case, as those of context entries.
     NamedData() = default;
     explicit NamedData(bool exactNames) : exact_(exactNames) {}
     const Datum *find(std::string_view name) const;
@@ -57,7 +57,7 @@ struct PathData {
     NamedData keys;
 };
 
-// The broker's knowledge of a class.
+// A declared class.
 struct ClassData {
     std::string name;
     std::vector<Property> properties;
@@ -67,11 +67,11 @@ struct ClassData {
 struct InstanceData {
     std::string nameSpace;
     std::string className;
-    std::shared_ptr<const ClassData> known;           // null when the class is not known
-    NamedData properties;                             // set ones, in that order
-    NamedData presets;                                // NULL ones of a known class that were not set
-    std::vector<std::string> pathKeys;                // names of the keys that came with an object path
-    std::optional<std::vector<std::string>> accepted; // names that the property filter lets through
+    std::shared_ptr<const ClassData> known;           // null if the class is not declared
+    NamedData properties;                             // properties that were set, in that order
+    NamedData presets;                                // properties of a declared class that were not set, as NULL
+    std::vector<std::string> pathKeys;                // names of the keys of its object path
+    std::optional<std::vector<std::string>> accepted; // names that pass the property filter
 
     const Datum *find(std::string_view property) const;
     bool isKey(std::string_view property) const;
@@ -87,16 +87,16 @@ struct TimeData {
     bool interval = false;
 };
 
-// Names of the CIM world compare without regard to case.
+// Compares names as CIM does, ignoring case.
 bool sameName(std::string_view a, std::string_view b);
 
-// Width in bytes of a plain type, 0 of all others.
+// Width of a plain type in bytes, or 0 for other types.
 size_t plainWidth(CMPIType type);
-// The type as which a value of this type is stored: text is CMPI_string, also as elements of arrays.
+// The type in which a value is stored: CMPI_string for text, also for elements of arrays.
 CMPIType storedType(CMPIType type);
 Datum nullDatum(CMPIType type);
 Datum textDatum(std::string text);
-Datum plainDatum(CMPIType type, const void *value); // reads as many bytes as the type has
+Datum plainDatum(CMPIType type, const void *value); // reads only the bytes of the type
 Datum toDatum(const Value &value);
 Value toValue(const Datum &datum);
 std::vector<NamedValue> toValues(const NamedData &data);

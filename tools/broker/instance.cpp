@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Instances: properties, the property filter, and the object path that is made of them.
+// Instances: properties, the property filter, and their object paths.
 
 #include "broker/objects.h"
 
@@ -16,7 +16,7 @@ CMPIInstance *clone(const CMPIInstance *self, CMPIStatus *status)
     if (call.refused()) {
         return nullptr;
     }
-    call.loosen();
+    call.attachToNoRequest();
     return call.instance(instance->held);
 }
 
@@ -57,15 +57,16 @@ bool listed(const std::vector<std::string> &names, std::string_view name)
     return std::any_of(names.begin(), names.end(), [&](const std::string &other) { return sameName(other, name); });
 }
 
-// Compares a value with what the class declares. False when it is not to be stored; call has the status then.
+// Checks a value against the declaration of its class. Returns false if it must not be stored; the call's status is
+// then set.
 bool fitsClass(Call &call, const InstanceData &held, const char *name, const Datum &datum)
 {
     if (held.known == nullptr || datum.type == CMPI_null) {
         return true;
     }
     const Property *const declared = held.known->find(name);
-    const CMPIType wanted = declared == nullptr ? CMPIType{CMPI_null} : storedType(declared->type);
-    if (wanted == datum.type) {
+    const CMPIType declaredType = declared == nullptr ? CMPIType{CMPI_null} : storedType(declared->type);
+    if (declaredType == datum.type) {
         return true;
     }
     call.core().note(&Accounting::schemaViolations,
@@ -73,12 +74,12 @@ bool fitsClass(Call &call, const InstanceData &held, const char *name, const Dat
     if (declared == nullptr) {
         return true;
     }
-    if (wanted == CMPI_string) {
+    if (declaredType == CMPI_string) {
         call.fail(CMPI_RC_ERR_TYPE_MISMATCH);
     }
-    // Numbers replace each other. A text in place of a number is neither rejected nor stored; really, the server
-    // crashes.
-    return wanted != CMPI_string && datum.type != CMPI_string;
+    // A number of one type may replace one of another. A text instead of a number is neither rejected nor stored; the
+    // real broker crashes.
+    return declaredType != CMPI_string && datum.type != CMPI_string;
 }
 
 void store(InstanceData &held, std::string_view name, Datum datum)
@@ -147,7 +148,7 @@ void dropUnlisted(NamedData &data, const std::vector<std::string> &accepted)
     }
 }
 
-// The class's keys that the instance holds, or, of an unknown class, those that came with its path.
+// The keys of the class that the instance has; for an undeclared class, those of its path.
 void appendKeys(std::vector<std::string> &names, const InstanceData &held)
 {
     for (const NamedData *const data : {&held.properties, &held.presets}) {
@@ -179,7 +180,7 @@ CMPIStatus setPropertyFilter(CMPIInstance *self, const char **properties, const 
     if (old) {
         appendNames(accepted, keys);
     } else {
-        appendKeys(accepted, held); // newer brokers ignore the list of keys and know them themselves
+        appendKeys(accepted, held); // newer brokers ignore the list of keys and take those of the class
     }
     dropUnlisted(held.properties, accepted);
     dropUnlisted(held.presets, accepted);
@@ -187,7 +188,7 @@ CMPIStatus setPropertyFilter(CMPIInstance *self, const char **properties, const 
     return call.status();
 }
 
-// Namespace, class and keys of a path; keys become properties.
+// Takes over namespace, class and keys of a path; the keys become properties.
 void adopt(InstanceData &held, const PathData &path)
 {
     held.nameSpace = path.nameSpace;
@@ -253,7 +254,7 @@ CMPIInstanceFT instanceTable(int version)
     table.setProperty = setProperty;
     table.getObjectPath = getObjectPath;
     table.setPropertyFilter = setPropertyFilter;
-    table.setObjectPath = setObjectPath; // setPropertyWithOrigin is null, as really
+    table.setObjectPath = setObjectPath; // setPropertyWithOrigin is null, as in the real broker
     return table;
 }
 

@@ -25,7 +25,7 @@ protected:
         request.result()->ft->returnInstance(request.result(), instance);
         return request.reply({});
     }
-    // As the provider does it: the key goes to the path after the instance was made, and to the instance as a property.
+    // As the provider does: adds the key to the path after the instance was made, and sets it as a property.
     CMPIInstance *thing(const char **filter = nullptr)
     {
         CMPIObjectPath *const path = newPath();
@@ -43,7 +43,7 @@ protected:
 
 } // namespace
 
-TEST_F(Instances, OfAKnownClassHaveEveryPropertyAsNull)
+TEST_F(Instances, KnownClassStartsWithNullProperties)
 {
     addThing();
     CMPIObjectPath *const path = newPath();
@@ -60,7 +60,7 @@ TEST_F(Instances, OfAKnownClassHaveEveryPropertyAsNull)
     release(instance);
 }
 
-TEST_F(Instances, OfAnUnknownClassHoldWhatIsSetAndHaveNoPath)
+TEST_F(Instances, UnknownClassKeepsPropertiesAndHasNoPath)
 {
     CMPIInstance *const instance = thing();
     EXPECT_EQ(instance->ft->getPropertyCount(instance, nullptr), 3u);
@@ -69,7 +69,7 @@ TEST_F(Instances, OfAnUnknownClassHoldWhatIsSetAndHaveNoPath)
     release(instance);
 }
 
-TEST_F(Instances, GetTheirPathFromTheSchemasKey)
+TEST_F(Instances, PathComesFromTheSchemasKey)
 {
     addThing();
     CMPIInstance *const instance = thing();
@@ -85,7 +85,7 @@ TEST_F(Instances, GetTheirPathFromTheSchemasKey)
     EXPECT_TRUE(broker.accounting().clean());
 }
 
-TEST_F(Instances, TakeTheKeysOfThePathThatTheyAreMadeFrom)
+TEST_F(Instances, KeysOfThePathAreTakenOver)
 {
     CMPIObjectPath *const path = newPath();
     path->ft->addKey(path, "Before", asValue("1"), CMPI_chars);
@@ -99,7 +99,7 @@ TEST_F(Instances, TakeTheKeysOfThePathThatTheyAreMadeFrom)
     release(instance);
 }
 
-TEST_F(Instances, AreSeenInTheOrderInWhichPropertiesWereSet)
+TEST_F(Instances, PropertiesKeepTheOrderInWhichTheyWereSet)
 {
     addThing();
     CMPIObjectPath *const path = newPath();
@@ -116,7 +116,7 @@ TEST_F(Instances, AreSeenInTheOrderInWhichPropertiesWereSet)
     release(instance);
 }
 
-TEST_F(Instances, AreCopiedWhenTheyAreReturned)
+TEST_F(Instances, ReturnedInstanceIsACopy)
 {
     CMPIInstance *const instance = thing();
     request.result()->ft->returnInstance(request.result(), instance);
@@ -125,7 +125,7 @@ TEST_F(Instances, AreCopiedWhenTheyAreReturned)
     EXPECT_EQ(request.reply({}).instances.at(0).find("text")->toString(), "words");
 }
 
-TEST_F(Instances, ShowSignedNumbersWithTheirSign)
+TEST_F(Instances, SignedNumbersKeepTheirSign)
 {
     CMPIObjectPath *const path = newPath();
     CMPIInstance *const instance = newInstance(path);
@@ -141,7 +141,7 @@ TEST_F(Instances, ShowSignedNumbersWithTheirSign)
     release(instance);
 }
 
-TEST_F(Instances, AnEmptyTextIsNotNull)
+TEST_F(Instances, EmptyTextIsNotNull)
 {
     CMPIObjectPath *const path = newPath();
     CMPIInstance *const instance = newInstance(path);
@@ -154,7 +154,7 @@ TEST_F(Instances, AnEmptyTextIsNotNull)
     release(instance);
 }
 
-TEST_F(Instances, FilterLetsListedPropertiesAndTheKeyPass)
+TEST_F(Instances, FilterKeepsListedPropertiesAndTheKey)
 {
     addThing();
     Names filter{"number"};
@@ -167,7 +167,7 @@ TEST_F(Instances, FilterLetsListedPropertiesAndTheKeyPass)
     release(instance);
 }
 
-TEST_F(Instances, NoListFiltersNothing)
+TEST_F(Instances, MissingListFiltersNothing)
 {
     addThing();
     CMPIInstance *const instance = thing(nullptr);
@@ -175,7 +175,7 @@ TEST_F(Instances, NoListFiltersNothing)
     release(instance);
 }
 
-TEST_F(Instances, AnEmptyListLetsOnlyTheKeyPass)
+TEST_F(Instances, EmptyListKeepsOnlyTheKey)
 {
     addThing();
     Names filter{};
@@ -186,7 +186,7 @@ TEST_F(Instances, AnEmptyListLetsOnlyTheKeyPass)
     release(instance);
 }
 
-TEST_F(Instances, FilterDropsWhatWasSetBefore)
+TEST_F(Instances, FilterDropsEarlierProperties)
 {
     addThing();
     CMPIInstance *const instance = thing();
@@ -196,7 +196,7 @@ TEST_F(Instances, FilterDropsWhatWasSetBefore)
     release(instance);
 }
 
-TEST_F(Instances, PropertiesOutsideTheFilterAreIgnoredWithSuccess)
+TEST_F(Instances, PropertyOutsideTheFilterIsIgnoredWithSuccess)
 {
     Names filter{"Text"};
     CMPIInstance *const instance = thing(filter.get());
@@ -206,7 +206,7 @@ TEST_F(Instances, PropertiesOutsideTheFilterAreIgnoredWithSuccess)
     release(instance);
 }
 
-TEST(OldFilter, DropsAKeyThatIsNotListed)
+TEST(OldFilter, DropsAnUnlistedKey)
 {
     Options options;
     options.oldPropertyFilter = true;
@@ -229,7 +229,7 @@ TEST(OldFilter, DropsAKeyThatIsNotListed)
     instance->ft->release(instance);
 }
 
-TEST_F(Instances, ATextWhereTheClassHasANumberIsNotStoredAndCounted)
+TEST_F(Instances, TypeMismatchIsCountedAndNotStored)
 {
     addThing();
     CMPIInstance *const instance = thing();
@@ -242,7 +242,7 @@ TEST_F(Instances, ATextWhereTheClassHasANumberIsNotStoredAndCounted)
     release(instance);
 }
 
-TEST_F(Instances, APropertyThatTheClassDoesNotDeclareIsCounted)
+TEST_F(Instances, UndeclaredPropertyIsCounted)
 {
     addThing();
     CMPIInstance *const instance = thing();
@@ -255,7 +255,7 @@ TEST_F(Instances, APropertyThatTheClassDoesNotDeclareIsCounted)
     release(instance);
 }
 
-TEST_F(Instances, TakeOverAPathWithItsKeys)
+TEST_F(Instances, SetObjectPathTakesOverItsKeys)
 {
     addThing();
     CMPIInstance *const instance = thing();
@@ -269,12 +269,12 @@ TEST_F(Instances, TakeOverAPathWithItsKeys)
     release(instance);
 }
 
-TEST(BrokerSchema, MakesClassesKnownWithTheirBaseClassesAndKeys)
+TEST(BrokerSchema, ClassInheritsPropertiesAndKeys)
 {
     Broker broker;
     EXPECT_EQ(broker.addSchema(R"(
         #pragma locale ("en_US")
-        // A class and one derived from it.
+        // A class and a derived class.
         Qualifier Key : boolean = false, Scope(property, reference);
         [Version("1.0"), Description("with ] and ; and \" in it")]
         class TAV_Base { [Key, MaxLen(8)] string Index; /* ; */ };
@@ -299,7 +299,7 @@ TEST(BrokerSchema, MakesClassesKnownWithTheirBaseClassesAndKeys)
     EXPECT_TRUE(broker.accounting().clean());
 }
 
-TEST(BrokerSchema, SaysWhereItWasNotUnderstood)
+TEST(BrokerSchema, ErrorNamesTheLine)
 {
     Broker broker;
     EXPECT_EQ(broker.addSchema("class A {\n nosuchtype X;\n};"), "line 2: unknown type at \"nosuchtype\"");
@@ -309,7 +309,7 @@ TEST(BrokerSchema, SaysWhereItWasNotUnderstood)
     EXPECT_NE(broker.addSchema("instance of A { };"), "");
 }
 
-TEST(BrokerSchema, TheProjectsOwnSchemaIsUnderstood)
+TEST(BrokerSchema, ReadsTheProvidersSchema)
 {
     std::ifstream file(TAV_SOURCE_DIR "/schema/TAV_Storage.mof");
     const std::string mof(std::istreambuf_iterator<char>(file), {});
@@ -323,7 +323,7 @@ TEST(BrokerSchema, TheProjectsOwnSchemaIsUnderstood)
     instance->ft->release(instance);
 }
 
-TEST(BrokerValues, PrintThemselves)
+TEST(BrokerValues, ToString)
 {
     EXPECT_EQ(Value::text("a").toString(), "a");
     EXPECT_EQ(Value::number(7, CMPI_uint16).toString(), "7");

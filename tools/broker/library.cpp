@@ -17,7 +17,7 @@ std::string lowerCase(std::string text)
     return text;
 }
 
-// Calls one factory; the status is preset, because a factory need not write it.
+// Calls one factory. The status is preset, because a factory need not set it.
 template <class Object, class Factory>
 std::string make(Object *&object, Factory factory, const CMPIBroker *broker, const CMPIContext *context)
 {
@@ -36,7 +36,7 @@ std::string Library::load(const std::string &file, const std::string &providerNa
 {
     const std::lock_guard held(mutex_);
     if (handle_ != nullptr) {
-        return "a provider is loaded already";
+        return "a provider is already loaded";
     }
     file_ = file;
     providerName_ = providerName;
@@ -58,7 +58,7 @@ std::string Library::openNow()
     handle_ = dlopen(file_.c_str(), RTLD_NOW | RTLD_GLOBAL);
     if (handle_ == nullptr) {
         const char *const why = dlerror();
-        return why == nullptr ? "not loaded: " + file_ : why;
+        return why == nullptr ? "cannot load " + file_ : why;
     }
     makeInstance_ = reinterpret_cast<InstanceFactory>(dlsym(handle_, (providerName_ + "_Create_InstanceMI").c_str()));
     makeMethod_ = reinterpret_cast<MethodFactory>(dlsym(handle_, (providerName_ + "_Create_MethodMI").c_str()));
@@ -73,7 +73,7 @@ void Library::close()
 {
     const std::lock_guard held(mutex_);
     classes_.clear();
-    staysForGood_ = false;
+    idleCleanupFailed_ = false;
     if (handle_ != nullptr) {
         dlclose(std::exchange(handle_, nullptr));
     }

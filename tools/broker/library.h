@@ -12,7 +12,7 @@
 
 namespace broker {
 
-// What the factories gave for one class.
+// Results of the factories for one class.
 struct ProviderObjects {
     CMPIInstanceMI *instance = nullptr;
     CMPIMethodMI *method = nullptr;
@@ -20,23 +20,23 @@ struct ProviderObjects {
 
 class Library {
 public:
-    // Opens a shared object and finds its factories. Empty on success, else why not.
+    // Opens a shared object and finds its factories. Returns "", or the reason of a failure.
     std::string load(const std::string &file, const std::string &providerName);
-    void close();  // as after an idle provider's cleanup: the next request opens it again
-    void forget(); // for good
+    void close();  // after the cleanup of an idle provider: the next request opens it again
+    void forget(); // the provider is no longer loaded
     bool open() const;
-    bool met() const; // whether a class has had its first request, so that there is something to clean up
+    bool met() const; // whether a class has had a request, so that a cleanup is needed
 
-    // The provider's objects for a class. The factories are called in this thread when it is the class's first time.
-    // Without objects when the provider cannot be loaded or refused; why is in error.
+    // The provider's objects for a class. The factories are called in this thread for the first request of a class.
+    // Returns no objects and sets error if the provider cannot be loaded or a factory failed.
     ProviderObjects objectsFor(const std::string &className, const CMPIBroker *broker, const CMPIContext *context,
                                std::string &error);
-    // Those of any class, for the cleanup, which is called once for all.
+    // The objects of any class, for a cleanup, which is called once for all classes.
     ProviderObjects anyObjects(const CMPIBroker *broker, const CMPIContext *context, std::string &error);
 
-    // Whether a cleanup answered so that an idle provider is not asked again.
-    bool staysForGood() const { return staysForGood_; }
-    void stayForGood() { staysForGood_ = true; }
+    // Whether the cleanup of the idle provider failed, so that it is not repeated.
+    bool idleCleanupFailed() const { return idleCleanupFailed_; }
+    void stopIdleCleanups() { idleCleanupFailed_ = true; }
 
 private:
     using InstanceFactory = CMPIInstanceMI *(*)(const CMPIBroker *, const CMPIContext *, CMPIStatus *);
@@ -44,14 +44,14 @@ private:
 
     std::string openNow(); // with the lock held
 
-    mutable std::mutex mutex_; // factories run one after another, as really
+    mutable std::mutex mutex_; // factories run one after another, as in the real broker
     std::string file_;
     std::string providerName_;
     void *handle_ = nullptr;
     InstanceFactory makeInstance_ = nullptr;
     MethodFactory makeMethod_ = nullptr;
     std::map<std::string, ProviderObjects> classes_; // by name in lower case
-    std::atomic<bool> staysForGood_ = false;
+    std::atomic<bool> idleCleanupFailed_ = false;
 };
 
 } // namespace broker

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The table of functions that make objects.
+// The function table for making objects.
 
 #include "broker/objects.h"
 
@@ -93,11 +93,11 @@ CMPIDateTime *newDateTimeFromChars(const CMPIBroker *broker, const char *text, C
 CMPISelectExp *newSelectExp(const CMPIBroker *broker, const char *, const char *, CMPIArray **, CMPIStatus *status)
 {
     Call call(Core::of(broker), "newSelectExp", status);
-    call.fail(CMPI_RC_ERR_NOT_SUPPORTED); // queries are never evaluated here
+    call.fail(CMPI_RC_ERR_NOT_SUPPORTED); // queries are not evaluated
     return nullptr;
 }
 
-// Base classes are resolved when a class is made known, so only the class itself counts.
+// Compares the class itself only, not its base classes.
 CMPIBoolean classPathIsA(const CMPIBroker *broker, const CMPIObjectPath *given, const char *className,
                          CMPIStatus *status)
 {
@@ -106,7 +106,7 @@ CMPIBoolean classPathIsA(const CMPIBroker *broker, const CMPIObjectPath *given, 
     return call.usable(path) && className != nullptr && sameName(path->held.className, className) ? 1 : 0;
 }
 
-// The object behind any pointer, for the three functions that help debugging.
+// The object behind any pointer, for toString, isOfType and getType.
 Object *inspect(Call &call, const void *pointer)
 {
     Object *const object = call.refused() || pointer == nullptr ? nullptr : anyObject(call.core(), pointer);
@@ -138,7 +138,7 @@ CMPIString *getType(const CMPIBroker *broker, const void *pointer, CMPIStatus *s
     return object == nullptr ? nullptr : call.string(object->kind);
 }
 
-// Messages, log and trace are not supported, as really.
+// Messages, log and trace are not supported, as in the real broker.
 CMPIString *getMessage(const CMPIBroker *broker, const char *, const char *, CMPIStatus *status, CMPICount, ...)
 {
     Call call(Core::of(broker), "getMessage", status);
@@ -160,7 +160,7 @@ CMPIStatus trace(const CMPIBroker *broker, int, const char *, const char *, cons
 
 CMPIBrokerEncFT encapsulatedTable(int version)
 {
-    CMPIBrokerEncFT table{}; // errors and message files stay null, as really
+    CMPIBrokerEncFT table{}; // errors and message files stay null, as in the real broker
     table.ftVersion = version;
     table.newInstance = newInstance;
     table.newObjectPath = newObjectPath;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The broker's objects: in front what a provider sees of them, behind it what they hold.
+// The broker's objects. Each begins with the structure that a provider sees.
 #pragma once
 
 #include "broker/core.h"
@@ -12,85 +12,84 @@ struct StringObject final : CMPIString, Object {
     StringObject(const StringObject &) = delete;
     StringObject &operator=(const StringObject &) = delete;
     std::string describe() const override;
-    void bury() override;
+    void dropContent() override;
     const char *text() const { return static_cast<const char *>(hdl); }
 
 private:
-    std::unique_ptr<char[]> text_; // terminated; null when there is no text
+    std::unique_ptr<char[]> text_; // null-terminated; null if there is no text
     size_t size_ = 0;
 };
 
 struct ArrayObject final : CMPIArray, Object {
     ArrayObject(CMPIArrayFT &table, ArrayData given);
     std::string describe() const override;
-    void bury() override;
-    // An element; what it hands out of objects is the array's own and always the same.
+    void dropContent() override;
+    // An element. Its object belongs to the array and is the same at each call.
     CMPIData elementAt(CMPICount index);
     void set(CMPICount index, Datum datum);
 
     ArrayData held;
 
 private:
-    std::vector<std::unique_ptr<Object>> parts_; // objects of the elements, made when they are asked for
-    std::vector<CMPIData> seen_;                 // that point to them
+    std::vector<std::unique_ptr<Object>> parts_; // objects of the elements, made when they are read
+    std::vector<CMPIData> seen_;                 // values that point to them
 };
 
 struct EnumerationObject final : CMPIEnumeration, Object {
     EnumerationObject(CMPIEnumerationFT &table, CMPIArrayFT &arrayTable, ArrayData given, Core &maker);
     std::string describe() const override;
-    void bury() override;
+    void dropContent() override;
     std::unique_ptr<Object> giveUp() override { return std::move(array); }
 
-    std::unique_ptr<ArrayObject> array; // null when the provider has released it
+    std::unique_ptr<ArrayObject> array; // null after the provider has released it
     mutable CMPICount cursor = 0;
 };
 
 struct InstanceObject final : CMPIInstance, Object {
     InstanceObject(CMPIInstanceFT &table, InstanceData given);
     std::string describe() const override;
-    void bury() override { held = {}; }
+    void dropContent() override { held = {}; }
     InstanceData held;
 };
 
 struct PathObject final : CMPIObjectPath, Object {
     PathObject(CMPIObjectPathFT &table, PathData given);
     std::string describe() const override { return pathText(held); }
-    void bury() override { held = {}; }
+    void dropContent() override { held = {}; }
     PathData held;
 };
 
 struct ArgsObject final : CMPIArgs, Object {
     ArgsObject(CMPIArgsFT &table, NamedData given);
     std::string describe() const override { return "arguments"; }
-    void bury() override { held = NamedData{}; }
+    void dropContent() override { held = NamedData{}; }
     NamedData held;
 };
 
 struct TimeObject final : CMPIDateTime, Object {
     TimeObject(CMPIDateTimeFT &table, TimeData given);
     std::string describe() const override { return timeText(held); }
-    void bury() override {}
+    void dropContent() override {}
     TimeData held;
 };
 
 struct ContextObject final : CMPIContext, Object {
     ContextObject(CMPIContextFT &table, NamedData given);
     std::string describe() const override { return "context"; }
-    void bury() override {}
+    void dropContent() override {}
     NamedData held;
 };
 
 struct ResultObject final : CMPIResult, Object {
     explicit ResultObject(CMPIResultFT &table);
     std::string describe() const override { return "result"; }
-    void bury() override {}
+    void dropContent() override {}
     std::vector<Instance> instances;
     std::vector<Value> data;
     bool done = false;
 };
 
-// From what a provider holds to the object. Whoever gives a broker a pointer that is none of its objects is lost
-// anyway.
+// The object behind a provider's pointer. A pointer that is not one of the broker's objects cannot be recognised.
 inline StringObject *objectOf(const CMPIString *string)
 {
     return static_cast<StringObject *>(const_cast<CMPIString *>(string));
@@ -128,11 +127,11 @@ inline ResultObject *objectOf(const CMPIResult *result)
     return static_cast<ResultObject *>(const_cast<CMPIResult *>(result));
 }
 
-// The object in which a reader gets a value that is not plain, and its place in the value; null for a plain or NULL
-// value.
+// Makes the object through which a reader gets a value that is not plain, and sets data. Returns null for a plain value
+// or NULL.
 std::unique_ptr<Object> contentObject(Core &core, const Datum &datum, CMPIData &data);
 
-// Any object, known by its table; null when it is none of this broker's.
+// The object behind any pointer, recognised by its table; null if it is not one of this broker's.
 Object *anyObject(Core &core, const void *pointer);
 
 // The slots of each kind of object.
@@ -149,10 +148,10 @@ CMPIBrokerFT brokerTable(unsigned version);
 CMPIBrokerEncFT encapsulatedTable(int version);
 CMPIBrokerExtFT extendedTable(int version);
 
-// An instance of a class, as newInstance makes it.
+// A new instance of a class.
 InstanceData freshInstance(const Core &core, const PathData &path);
 
-// Release is the same for all kinds.
+// release of all kinds of object.
 template <class Kind> CMPIStatus releaseSlot(Kind *object)
 {
     auto *const released = objectOf(object);

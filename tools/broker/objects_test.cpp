@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Values as they pass in and out of paths, arguments, contexts, strings and arrays.
+// Values in paths, arguments, contexts, strings and arrays.
 
 #include "broker/testing/broker_fixture.h"
 
@@ -14,7 +14,7 @@ protected:
 
 } // namespace
 
-TEST_F(Objects, TextComesBackAsAStringWhoseHandleIsTheText)
+TEST_F(Objects, TextIsReadAsAStringWithItsHandle)
 {
     CMPIObjectPath *const path = newPath();
     path->ft->addKey(path, "Index", asValue("12"), CMPI_chars);
@@ -27,7 +27,7 @@ TEST_F(Objects, TextComesBackAsAStringWhoseHandleIsTheText)
     release(path);
 }
 
-TEST_F(Objects, NarrowNumbersAreZeroExtendedInTheValueWord)
+TEST_F(Objects, NarrowNumberIsZeroExtended)
 {
     CMPIObjectPath *const path = newPath();
     const CMPISint16 minusOne = -1;
@@ -38,7 +38,7 @@ TEST_F(Objects, NarrowNumbersAreZeroExtendedInTheValueWord)
     release(path);
 }
 
-TEST_F(Objects, OnlyTheBytesOfTheTypeAreRead)
+TEST_F(Objects, OnlyTheTypesBytesAreRead)
 {
     CMPIObjectPath *const path = newPath();
     const CMPIUint64 wide = 0x1122334455667788;
@@ -61,7 +61,7 @@ TEST_F(Objects, KeysFromAClientAreStringsAndUnsignedNumbers)
     EXPECT_EQ(request.path()->ft->getKeyCount(request.path(), nullptr), 2u);
 }
 
-TEST_F(Objects, ANullTextHasAStringWithoutAHandle)
+TEST_F(Objects, NullTextIsAStringWithoutHandle)
 {
     const Request other(broker, "TAV_Thing", {{"Index", Value{}}});
     const CMPIData key = other.path()->ft->getKey(other.path(), "Index", &status);
@@ -72,7 +72,7 @@ TEST_F(Objects, ANullTextHasAStringWithoutAHandle)
     EXPECT_EQ(key.value.string->hdl, nullptr);
 }
 
-TEST_F(Objects, AMissingKeyIsNotFound)
+TEST_F(Objects, MissingKeyIsNotFound)
 {
     const CMPIData key = request.path()->ft->getKey(request.path(), "Other", &status);
     EXPECT_EQ(status.rc, CMPI_RC_ERR_NOT_FOUND);
@@ -81,7 +81,7 @@ TEST_F(Objects, AMissingKeyIsNotFound)
     EXPECT_EQ(key.value.uint64, 0u);
 }
 
-TEST_F(Objects, AnEmptyNameIsAStringWithoutAHandle)
+TEST_F(Objects, EmptyNameIsAStringWithoutHandle)
 {
     CMPIObjectPath *const path = newPath("", nullptr);
     CMPIString *const className = path->ft->getClassName(path, &status);
@@ -92,7 +92,7 @@ TEST_F(Objects, AnEmptyNameIsAStringWithoutAHandle)
     release(path);
 }
 
-TEST_F(Objects, NamesOfAPathAreNewStringsEachTime)
+TEST_F(Objects, NameOfAPathIsANewStringEachTime)
 {
     CMPIString *const first = request.path()->ft->getClassName(request.path(), nullptr);
     CMPIString *const second = request.path()->ft->getClassName(request.path(), nullptr);
@@ -105,14 +105,14 @@ TEST_F(Objects, NamesOfAPathAreNewStringsEachTime)
     release(nameSpace);
 }
 
-TEST_F(Objects, APathPrintsItsKeys)
+TEST_F(Objects, PathToStringHasTheKeys)
 {
     CMPIString *const text = request.path()->ft->toString(request.path(), nullptr);
     EXPECT_EQ(textOf(text), "root/TAVKIT/AS:TAV_Thing.Index=\"3\",Count=5");
     release(text);
 }
 
-TEST_F(Objects, KeysCanBeWalkedByPosition)
+TEST_F(Objects, KeysCanBeReadByPosition)
 {
     CMPIString *name = nullptr;
     const CMPIData key = request.path()->ft->getKeyAt(request.path(), 1, &name, &status);
@@ -123,7 +123,7 @@ TEST_F(Objects, KeysCanBeWalkedByPosition)
     EXPECT_NE(status.rc, CMPI_RC_OK);
 }
 
-TEST_F(Objects, ArgumentsKeepTheirTypeAndAMissingOneIsNotFound)
+TEST_F(Objects, ArgumentKeepsItsType)
 {
     request.setIn({{"Cycle", Value::number(0, CMPI_uint16)}, {"Mode", Value::text("1")}});
     const CMPIData cycle = request.in()->ft->getArg(request.in(), "cycle", &status);
@@ -136,7 +136,7 @@ TEST_F(Objects, ArgumentsKeepTheirTypeAndAMissingOneIsNotFound)
     EXPECT_EQ(missing.state, CMPI_notFound);
 }
 
-TEST_F(Objects, AContextHasTheEntriesOfARequest)
+TEST_F(Objects, ContextHasTheEntriesOfARequest)
 {
     const CMPIContext *const context = request.context();
     const CMPIData flags = context->ft->getEntry(context, CMPIInvocationFlags, &status);
@@ -150,7 +150,7 @@ TEST_F(Objects, AContextHasTheEntriesOfARequest)
     EXPECT_EQ(status.rc, CMPI_RC_ERR_NOT_SUPPORTED);
 }
 
-TEST_F(Objects, ArrayElementsAreTheArraysOwn)
+TEST_F(Objects, ArrayElementBelongsToTheArray)
 {
     CMPIArray *const array = broker.handle()->eft->newArray(broker.handle(), 2, CMPI_chars, &status);
     EXPECT_EQ(array->ft->getSize(array, nullptr), 2u);
@@ -166,7 +166,7 @@ TEST_F(Objects, ArrayElementsAreTheArraysOwn)
     release(array);
 }
 
-TEST_F(Objects, AnElementOutOfRangeIsABadValueWithSuccess)
+TEST_F(Objects, ElementOutOfRangeIsABadValueWithSuccess)
 {
     CMPIArray *const array = broker.handle()->eft->newArray(broker.handle(), 1, CMPI_uint16, nullptr);
     const CMPIData beyond = array->ft->getElementAt(array, 1, &status);
@@ -198,14 +198,14 @@ TEST_F(Objects, DatesAreReadAndWritten)
     EXPECT_TRUE(broker.accounting().clean());
 }
 
-TEST_F(Objects, AnyObjectTellsItsType)
+TEST_F(Objects, IsOfTypeKnowsEveryObject)
 {
     const CMPIBroker *const handle = broker.handle();
     EXPECT_EQ(handle->eft->isOfType(handle, request.path(), "CMPIObjectPath", nullptr), 1);
     EXPECT_EQ(handle->eft->isOfType(handle, request.in(), "CMPIObjectPath", nullptr), 0);
 }
 
-TEST(Tables, SayVersion200UnlessToldOtherwise)
+TEST(Tables, VersionIs200ByDefault)
 {
     const Broker usual;
     EXPECT_EQ(usual.handle()->eft->ftVersion, 200);
@@ -218,7 +218,7 @@ TEST(Tables, SayVersion200UnlessToldOtherwise)
     EXPECT_EQ(real.handle()->bft->brokerVersion, 0u);
 }
 
-TEST(Tables, HaveNoMoreThanTheRealOne)
+TEST(Tables, MissingSlotsOfTheRealBrokerAreNull)
 {
     const Broker broker;
     const CMPIBroker *const handle = broker.handle();

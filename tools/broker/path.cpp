@@ -14,7 +14,7 @@ CMPIObjectPath *clone(const CMPIObjectPath *self, CMPIStatus *status)
     if (call.refused()) {
         return nullptr;
     }
-    call.loosen();
+    call.attachToNoRequest();
     return call.path(path->held);
 }
 
@@ -28,7 +28,7 @@ CMPIStatus setText(CMPIObjectPath *self, const char *slot, std::string PathData:
     return call.status();
 }
 
-// Always a new string; one without a handle for a name that is missing or empty.
+// Always makes a new string; without a handle if the name is missing or empty.
 CMPIString *getText(const CMPIObjectPath *self, const char *slot, std::string PathData::*member, CMPIStatus *status)
 {
     const PathObject *const path = objectOf(self);
@@ -139,7 +139,7 @@ CMPIStatus setHostAndNameSpaceFromObjectPath(CMPIObjectPath *self, const CMPIObj
     return takeOver(self, "setHostAndNameSpaceFromObjectPath", source, true);
 }
 
-// The only qualifier that is known here is "Key".
+// Only the qualifier "Key" is known.
 CMPIData getPropertyQualifier(const CMPIObjectPath *self, const char *property, const char *qualifier,
                               CMPIStatus *status)
 {
@@ -191,7 +191,7 @@ CMPIObjectPathFT pathTable(int version)
     table.getKeyCount = getKeyCount;
     table.setNameSpaceFromObjectPath = setNameSpaceFromObjectPath;
     table.setHostAndNameSpaceFromObjectPath = setHostAndNameSpaceFromObjectPath;
-    table.getPropertyQualifier = getPropertyQualifier; // the other qualifiers' slots are null, as really
+    table.getPropertyQualifier = getPropertyQualifier; // the slots of other qualifiers are null, as in the real broker
     table.toString = toString;
     return table;
 }

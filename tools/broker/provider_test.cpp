@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Loading, factories, requests in their own threads, cleanup: with a small provider of the tests' own.
+// Loading, factories, requests in their own threads, cleanup: with the small provider of testing/.
 
 #include "broker/testing/broker_fixture.h"
 #include "broker/testing/fake_provider.h"
@@ -21,7 +21,7 @@ protected:
         use();
     }
     ~LoadedProvider() override { broker.stop(); }
-    // The provider's own state is gone when it was unloaded.
+    // The provider's state is lost when it is unloaded.
     void use()
     {
         const auto function = reinterpret_cast<FakeProviderUse>(dlsym(RTLD_DEFAULT, "useFakeProvider"));
@@ -35,7 +35,7 @@ protected:
 
 } // namespace
 
-TEST(Loading, SaysWhyItFailed)
+TEST(Loading, FailureIsExplained)
 {
     Broker broker;
     EXPECT_NE(broker.load("/no/such/provider.so"), "");
@@ -47,14 +47,14 @@ TEST(Loading, SaysWhyItFailed)
     EXPECT_EQ(reply.message, "no provider is loaded");
 }
 
-TEST_F(LoadedProvider, IsBoundWithItsNamesGlobal)
+TEST_F(LoadedProvider, SymbolsAreGlobal)
 {
     EXPECT_TRUE(broker.loaded());
     EXPECT_NE(dlsym(RTLD_DEFAULT, "FakeProvider_Create_InstanceMI"), nullptr);
     EXPECT_NE(broker.load(FAKE_PROVIDER, "FakeProvider"), "");
 }
 
-TEST_F(LoadedProvider, CallsEachFactoryOncePerClassInItsFirstRequest)
+TEST_F(LoadedProvider, FactoriesRunInTheFirstRequestOfAClass)
 {
     EXPECT_EQ(fake.instanceFactories, 0);
     broker.getInstance("Fake_Good");
@@ -69,7 +69,7 @@ TEST_F(LoadedProvider, CallsEachFactoryOncePerClassInItsFirstRequest)
     EXPECT_EQ(fake.methodFactories, 2);
 }
 
-TEST_F(LoadedProvider, IsRefusedWhenAFactoryFails)
+TEST_F(LoadedProvider, FailedFactoryIsRefused)
 {
     fake.factoryAnswer = CMPI_RC_ERR_FAILED;
     EXPECT_EQ(broker.getInstance("Fake_Good").rc, CMPI_RC_ERR_FAILED);
@@ -92,20 +92,20 @@ TEST_F(LoadedProvider, AnswersRequests)
     EXPECT_TRUE(broker.accounting().clean());
 }
 
-TEST_F(LoadedProvider, GetsThePropertyListOfTheClient)
+TEST_F(LoadedProvider, PropertyListIsPassedOn)
 {
     const std::vector<std::string> none;
     EXPECT_EQ(broker.getInstance("Fake_Good", {}, none).instances.at(0).find("Number"), nullptr);
     EXPECT_NE(broker.getInstance("Fake_Good").instances.at(0).find("Number"), nullptr);
 }
 
-TEST_F(LoadedProvider, SuccessWithoutAnInstanceIsNotFoundForGetInstanceOnly)
+TEST_F(LoadedProvider, SuccessWithoutInstanceIsNotFound)
 {
     EXPECT_EQ(broker.getInstance("Fake_Nothing").rc, CMPI_RC_ERR_NOT_FOUND);
     EXPECT_EQ(broker.enumInstances("Fake_Nothing").rc, CMPI_RC_OK);
 }
 
-TEST_F(LoadedProvider, StatusAndMessageReachTheClient)
+TEST_F(LoadedProvider, StatusAndMessageAreReturned)
 {
     const Reply reply = broker.getInstance("Fake_Failure");
     EXPECT_EQ(reply.rc, CMPI_RC_ERR_INVALID_PARAMETER);
@@ -118,7 +118,7 @@ TEST_F(LoadedProvider, StatusAndMessageReachTheClient)
     EXPECT_TRUE(broker.accounting().clean());
 }
 
-TEST_F(LoadedProvider, MethodsTakeAndGiveArgumentsAndAValue)
+TEST_F(LoadedProvider, MethodReturnsArgumentsAndValue)
 {
     const Reply reply = broker.invokeMethod("Fake_Good", "Echo", {{"Text", Value::text("hello")}});
     ASSERT_TRUE(reply.ok());
@@ -130,7 +130,7 @@ TEST_F(LoadedProvider, MethodsTakeAndGiveArgumentsAndAValue)
     EXPECT_TRUE(broker.accounting().clean());
 }
 
-// A path, and a message that no status carried.
+// A path, and a message without a status.
 TEST_F(LoadedProvider, LeaksAreCounted)
 {
     EXPECT_EQ(broker.getInstance("Fake_Leak").message, "seen");
@@ -146,7 +146,7 @@ TEST_F(LoadedProvider, RequestsOverlap)
     EXPECT_TRUE(fake.overlapped);
 }
 
-TEST_F(LoadedProvider, ManyClientsAtOnceAreServed)
+TEST_F(LoadedProvider, ManyClientsAreServedAtOnce)
 {
     std::vector<std::thread> clients;
     std::atomic<int> good{0};
@@ -166,7 +166,7 @@ TEST_F(LoadedProvider, ManyClientsAtOnceAreServed)
     EXPECT_TRUE(broker.accounting().clean());
 }
 
-TEST_F(LoadedProvider, IdleAsksBothSidesAndCloses)
+TEST_F(LoadedProvider, IdleCleansUpBothSidesAndCloses)
 {
     broker.getInstance("Fake_Good");
     EXPECT_TRUE(broker.idle());
@@ -175,13 +175,13 @@ TEST_F(LoadedProvider, IdleAsksBothSidesAndCloses)
     EXPECT_EQ(fake.terminatingCleanups, 0);
     EXPECT_FALSE(broker.loaded());
     EXPECT_FALSE(broker.idle());
-    // The next request meets a provider that is loaded afresh.
+    // The next request loads the provider again.
     EXPECT_TRUE(broker.getInstance("Fake_Good").ok());
     EXPECT_TRUE(broker.loaded());
     use();
 }
 
-TEST_F(LoadedProvider, AnIdleProviderMayRefuseAndIsAskedAgain)
+TEST_F(LoadedProvider, RefusedIdleCleanupIsRepeated)
 {
     broker.getInstance("Fake_Good");
     fake.instanceCleanupAnswer = CMPI_RC_DO_NOT_UNLOAD;
@@ -197,7 +197,7 @@ TEST_F(LoadedProvider, AnIdleProviderMayRefuseAndIsAskedAgain)
     EXPECT_TRUE(broker.loaded());
 }
 
-TEST_F(LoadedProvider, AnErrorEndsIdleUnloadingForGood)
+TEST_F(LoadedProvider, FailedIdleCleanupIsNotRepeated)
 {
     broker.getInstance("Fake_Good");
     fake.instanceCleanupAnswer = CMPI_RC_ERR_FAILED;
@@ -208,14 +208,14 @@ TEST_F(LoadedProvider, AnErrorEndsIdleUnloadingForGood)
     EXPECT_TRUE(broker.loaded());
 }
 
-TEST_F(LoadedProvider, AProviderWithoutRequestsIsClosedWithoutBeingAsked)
+TEST_F(LoadedProvider, IdleWithoutRequestsClosesWithoutCleanup)
 {
     EXPECT_TRUE(broker.idle());
     EXPECT_EQ(fake.instanceFactories, 0);
     EXPECT_EQ(fake.instanceCleanups, 0);
 }
 
-TEST_F(LoadedProvider, AProviderThatServesARequestIsNotIdle)
+TEST_F(LoadedProvider, ServingProviderIsNotIdle)
 {
     std::thread client([&] { broker.getInstance("Fake_Meeting"); });
     while (fake.inside == 0) {
@@ -223,12 +223,12 @@ TEST_F(LoadedProvider, AProviderThatServesARequestIsNotIdle)
     }
     EXPECT_FALSE(broker.idle());
     EXPECT_EQ(fake.instanceCleanups, 0);
-    ++fake.inside; // lets the request go on
+    ++fake.inside; // lets the request continue
     client.join();
     EXPECT_TRUE(broker.idle());
 }
 
-TEST_F(LoadedProvider, StopEntersBothCleanupsTwiceAtOnce)
+TEST_F(LoadedProvider, StopRunsBothCleanupsInTwoThreads)
 {
     broker.getInstance("Fake_Good");
     fake.cleanupWaitsForAnother = true;
@@ -255,7 +255,7 @@ TEST_F(LoadedProvider, CleanupsCanBeCalledOneByOne)
     EXPECT_TRUE(broker.accounting().clean());
 }
 
-TEST_F(LoadedProvider, ACleanupThatCallsTheBrokerIsCounted)
+TEST_F(LoadedProvider, CleanupThatCallsTheBrokerIsCounted)
 {
     fake.cleanupCallsBroker = true;
     broker.cleanupInstance(false);
@@ -263,7 +263,7 @@ TEST_F(LoadedProvider, ACleanupThatCallsTheBrokerIsCounted)
     fake.cleanupCallsBroker = false;
 }
 
-TEST_F(LoadedProvider, UnloadingDoesNotAsk)
+TEST_F(LoadedProvider, UnloadRunsNoCleanup)
 {
     broker.getInstance("Fake_Good");
     broker.unload();

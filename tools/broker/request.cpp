@@ -5,7 +5,7 @@ namespace broker {
 
 namespace {
 
-// What a real request's context has.
+// Entries of a request's context in the real broker.
 NamedData contextEntries(const std::string &principal)
 {
     NamedData entries(true);
@@ -70,7 +70,7 @@ Reply RequestState::reply(CMPIStatus status)
             core.note(&Accounting::useAfterRelease, "a status carries a message that was released");
         } else {
             reply.message = message->text() == nullptr ? "" : message->text();
-            message->owner = Owner::value; // the broker's from now on
+            message->owner = Owner::value; // released by the broker from now on
         }
     }
     reply.instances = result->instances;
@@ -85,7 +85,7 @@ Request::Request(Broker &broker, const std::string &className, const std::vector
 {
     Core &core = broker.impl_->core;
     const PathData path{"", nameSpace.empty() ? core.options.nameSpace : nameSpace, className, toData(keys)};
-    // Messages are not counted here: functions under test may give several statuses, of which the broker sees one.
+    // Messages do not count: functions under test may return several statuses, of which the broker sees one.
     impl_ = std::make_unique<Impl>(core, path, false, false);
 }
 

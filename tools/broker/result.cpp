@@ -30,7 +30,7 @@ CMPIStatus returnData(const CMPIResult *self, const CMPIValue *value, const CMPI
     }
     noteWhenDone(call, *result);
     if (type == CMPI_ref) {
-        return call.fail(CMPI_RC_ERR_NOT_SUPPORTED); // it ends the process of the real broker
+        return call.fail(CMPI_RC_ERR_NOT_SUPPORTED); // the real broker's process ends here
     }
     if (const std::optional<Datum> datum = call.read(value, type)) {
         result->data.push_back(toValue(*datum));
@@ -54,7 +54,7 @@ CMPIStatus returnInstance(const CMPIResult *self, const CMPIInstance *given)
     return call.status();
 }
 
-// A path alone is answered as an instance that has only its keys.
+// A path is returned to the client as an instance with only its keys.
 CMPIStatus returnObjectPath(const CMPIResult *self, const CMPIObjectPath *given)
 {
     ResultObject *const result = objectOf(self);
@@ -88,7 +88,7 @@ CMPIDateTime *cloneTime(const CMPIDateTime *self, CMPIStatus *status)
     if (call.refused()) {
         return nullptr;
     }
-    call.loosen();
+    call.attachToNoRequest();
     return call.time(time->held);
 }
 
@@ -138,7 +138,7 @@ CMPIResultFT resultTable(int version)
     table.returnData = returnData;
     table.returnInstance = returnInstance;
     table.returnObjectPath = returnObjectPath;
-    table.returnDone = returnDone; // returnError is null, as really
+    table.returnDone = returnDone; // returnError is null, as in the real broker
     return table;
 }
 

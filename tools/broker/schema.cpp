@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Class declarations out of a schema text (MOF, DSP0004): names, types and keys of properties, with those of base
+// Reads class declarations from a schema (MOF, DSP0004): names, types and keys of properties, including those of base
 // classes.
 
 #include "broker/broker_impl.h"
@@ -13,7 +13,7 @@ namespace broker {
 namespace {
 
 struct Token {
-    std::string text; // of a string literal: with its opening quote
+    std::string text; // a string literal includes its quotes
     int line = 0;
 };
 
@@ -45,7 +45,7 @@ private:
         return found == std::string::npos ? mof.size() : found + std::char_traits<char>::length(what);
     }
 
-    // One token, comment, directive or blank; gives the position after it.
+    // Reads one token, comment, directive or blank. Returns the position after it.
     size_t next(const std::string &mof, size_t at)
     {
         size_t after = at + 1;
@@ -110,7 +110,7 @@ CMPIType typeNamed(const std::string &name)
     return CMPI_null;
 }
 
-// Skips what stands between brackets of one kind, the opening one being taken already. False when it does not end.
+// Skips to the closing bracket; the opening one has been taken. Returns false if there is none.
 bool skipBrackets(Tokens &tokens, std::string_view opening, std::string_view closing)
 {
     for (int depth = 1; depth > 0;) {
@@ -135,7 +135,7 @@ void skipStatement(Tokens &tokens)
     }
 }
 
-// Qualifiers in front of a class or feature; true in key when "Key" is among them.
+// Skips the qualifiers before a class or feature. Sets key if "Key" is one of them. Returns false if they do not end.
 bool skipQualifiers(Tokens &tokens, bool &key)
 {
     key = false;
@@ -153,23 +153,23 @@ bool skipQualifiers(Tokens &tokens, bool &key)
     return true;
 }
 
-std::string complain(const Token &token, const std::string &what)
+std::string syntaxError(const Token &token, const std::string &what)
 {
     return "line " + std::to_string(token.line) + ": " + what + " at \"" + token.text + "\"";
 }
 
-// One property, appended to properties, or one method, which is passed over.
+// Reads one property, which is added to properties, or one method, which is skipped.
 std::string parseFeature(Tokens &tokens, std::vector<Property> &properties)
 {
     bool key = false;
     if (!skipQualifiers(tokens, key)) {
-        return complain(tokens.peek(), "qualifiers do not end");
+        return syntaxError(tokens.peek(), "unterminated qualifiers");
     }
     const Token typeName = tokens.take();
     CMPIType type = tokens.accept("ref") ? CMPIType{CMPI_ref} : typeNamed(typeName.text);
     const Token name = tokens.take();
     if (type == CMPI_null) {
-        return complain(typeName, "unknown type");
+        return syntaxError(typeName, "unknown type");
     }
     if (tokens.accept("(")) {
         skipStatement(tokens);
@@ -190,17 +190,17 @@ std::string parseClass(Tokens &tokens, Core &core)
     made.name = tokens.take().text;
     if (tokens.accept(":")) {
         const std::lock_guard held(core.mutex);
-        // A base class that is not known here belongs to another schema.
+        // An unknown base class belongs to another schema.
         if (const auto base = core.findClass(tokens.take().text)) {
             made.properties = base->properties;
         }
     }
     if (!tokens.accept("{")) {
-        return complain(tokens.peek(), "no body of class " + made.name);
+        return syntaxError(tokens.peek(), "expected the body of class " + made.name);
     }
     while (!tokens.accept("}")) {
         if (tokens.end()) {
-            return complain(tokens.peek(), "class " + made.name + " does not end");
+            return syntaxError(tokens.peek(), "unterminated class " + made.name);
         }
         std::string error = parseFeature(tokens, made.properties);
         if (!error.empty()) {
@@ -221,13 +221,13 @@ std::string Broker::addSchema(const std::string &mof)
     while (error.empty() && !tokens.end()) {
         bool key = false;
         if (!skipQualifiers(tokens, key)) {
-            error = complain(tokens.peek(), "qualifiers do not end");
+            error = syntaxError(tokens.peek(), "unterminated qualifiers");
         } else if (tokens.accept("class")) {
             error = parseClass(tokens, impl_->core);
         } else if (tokens.accept("qualifier")) {
             skipStatement(tokens);
         } else {
-            error = complain(tokens.peek(), "no declaration of a class");
+            error = syntaxError(tokens.peek(), "expected the declaration of a class");
         }
     }
     return error;

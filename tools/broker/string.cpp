@@ -18,7 +18,8 @@ namespace broker {
 
 namespace {
 
-// The text of a string is read without a call, so only the address sanitizer can see that it is read after the release.
+// The text of a string is read without a call, so only the address sanitizer can detect that it is read after the
+// release.
 void forbid([[maybe_unused]] const char *text, [[maybe_unused]] size_t size)
 {
 #ifdef BROKER_POISONS
@@ -40,11 +41,11 @@ CMPIString *clone(const CMPIString *self, CMPIStatus *status)
     if (call.refused()) {
         return nullptr;
     }
-    call.loosen();
+    call.attachToNoRequest();
     return call.string(string->text() == nullptr ? std::nullopt : std::optional<std::string>(string->text()));
 }
 
-// Header sets differ in the const of the result.
+// CMPI headers differ in the const of the result.
 template <class Text> Text getCharPtr(const CMPIString *self, CMPIStatus *status)
 {
     Call call(*objectOf(self), "getCharPtr", status);
@@ -76,10 +77,10 @@ std::string StringObject::describe() const
     return released || text_ == nullptr ? "" : text_.get();
 }
 
-void StringObject::bury()
+void StringObject::dropContent()
 {
     if (text_ != nullptr) {
-        std::memset(text_.get(), '?', size_ - 1); // for those who read it all the same
+        std::memset(text_.get(), '?', size_ - 1); // a reader in other builds gets an obviously wrong text
         forbid(text_.get(), size_);
     }
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The table of threads and locks of the system.
+// The function table for threads and locks.
 
 #include "broker/objects.h"
 
@@ -60,7 +60,7 @@ int threadOnce(int *control, void (*function)())
     return pthread_once(control, function);
 }
 
-// Header sets differ in the type of keys.
+// CMPI headers differ in the type of keys.
 template <class Key> int createThreadKey(Key *key, void (*destructor)(void *))
 {
     pthread_key_t made{};

@@ -13,7 +13,7 @@ namespace {
 constexpr CMPIUint64 kSecond = 1000000;
 constexpr size_t kTextLength = 25;
 
-// A run of digits as a number; nothing when another character is among them.
+// A text of digits as a number; nothing if it has another character.
 std::optional<unsigned long> digits(std::string_view text)
 {
     unsigned long number = 0;

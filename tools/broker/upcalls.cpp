@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The table of requests that a provider makes to the broker: threads, and instances of other providers' classes.
+// The function table for requests to the broker: threads, and instances of other providers' classes.
 
 #include "broker/objects.h"
 
@@ -17,8 +17,7 @@ CMPIContext *prepareAttachThread(const CMPIBroker *broker, const CMPIContext *co
     if (call.refused()) {
         return nullptr;
     }
-    // Outlives the request, and is the broker's until detachThread: a thread that never detaches leaks nothing of its
-    // own.
+    // Outlives the request. The broker owns it until detachThread, so that a thread that never detaches is not a leak.
     Core &core = call.core();
     auto copy = std::make_unique<ContextObject>(core.tables.context, objectOf(context)->held);
     return &core.keep(std::move(copy), core.prepared, Owner::provider, call.slot());
@@ -43,7 +42,7 @@ CMPIStatus detachThread(const CMPIBroker *broker, const CMPIContext *context)
     return call.status();
 }
 
-// The agent's description of itself, as far as it is asked for.
+// The agent's TAV_GeneralInformation, with the property that the provider reads.
 InstanceData generalInformation(const Core &core, const std::string &nameSpace)
 {
     PathData path;
@@ -56,7 +55,7 @@ InstanceData generalInformation(const Core &core, const std::string &nameSpace)
     return data;
 }
 
-// Instances of a class that the broker itself has. A failed call when it has no such class.
+// The broker's own instances of a class. Fails the call if it has no such class.
 std::vector<InstanceData> instancesOf(Call &call, const CMPIObjectPath *given)
 {
     std::vector<InstanceData> found;
@@ -104,7 +103,7 @@ void filter(InstanceData &data, const char **properties)
     data.presets = NamedData{};
 }
 
-// Whether an instance has the keys of a path; types of numbers do not matter.
+// Whether an instance has the keys of a path, whatever the types of numbers.
 bool hasKeys(const InstanceData &data, const PathData &path)
 {
     for (const NamedDatum &key : path.keys.all()) {
@@ -159,7 +158,7 @@ CMPIEnumeration *enumerateInstanceNames(const CMPIBroker *broker, const CMPICont
     return all.elements.empty() ? nullptr : call.enumeration(std::move(all));
 }
 
-// What a provider of this system never asks a broker for.
+// Requests that the provider never makes to a broker.
 template <class... Arguments> CMPIStatus refuse(const CMPIBroker *broker, const CMPIContext *context, Arguments...)
 {
     return Call(broker, context, "notSupported").fail(CMPI_RC_ERR_NOT_SUPPORTED);
@@ -185,7 +184,7 @@ CMPIData refuseData(const CMPIBroker *broker, const CMPIContext *context, Argume
 CMPIBrokerFT brokerTable(unsigned version)
 {
     CMPIBrokerFT table{};
-    table.brokerCapabilities = 0x13F; // as really, without indications
+    table.brokerCapabilities = 0x13F; // as in the real broker, without indications
     table.brokerVersion = version;
     table.brokerName = "RequestHandler";
     table.prepareAttachThread = prepareAttachThread;

@@ -32,7 +32,7 @@ protected:
 
 } // namespace
 
-TEST_F(Upcalls, TheServiceModeIsABooleanOfTheGeneralInformation)
+TEST_F(Upcalls, ServiceModeIsABoolean)
 {
     for (const bool mode : {false, true}) {
         broker.setServiceMode(mode);
@@ -49,7 +49,7 @@ TEST_F(Upcalls, TheServiceModeIsABooleanOfTheGeneralInformation)
     EXPECT_TRUE(broker.accounting().clean());
 }
 
-TEST_F(Upcalls, WithoutAnAgentTheClassIsUnknown)
+TEST_F(Upcalls, WithoutServiceModeTheClassIsUnknown)
 {
     broker.setServiceMode(std::nullopt);
     CMPIObjectPath *const path = newPath("TAV_GeneralInformation");
@@ -58,7 +58,7 @@ TEST_F(Upcalls, WithoutAnAgentTheClassIsUnknown)
     release(path);
 }
 
-TEST_F(Upcalls, TheNamespaceMustBeTheBrokersInAnyCase)
+TEST_F(Upcalls, NamespaceIsComparedWithoutCase)
 {
     CMPIObjectPath *const lower = newPath("TAV_GeneralInformation", "root/tavkit/as");
     CMPIInstance *const instance = general(lower);
@@ -71,7 +71,7 @@ TEST_F(Upcalls, TheNamespaceMustBeTheBrokersInAnyCase)
     release(wrong);
 }
 
-TEST_F(Upcalls, AnInstanceOfItsOwnStandsInForTheBuiltInOne)
+TEST_F(Upcalls, AddedInstanceReplacesTheBuiltInOne)
 {
     broker.addInstance({"", "TAV_GeneralInformation", {}, {{"InstalledServiceMode", Value::number(2, CMPI_boolean)}}});
     CMPIObjectPath *const path = newPath("TAV_GeneralInformation");
@@ -82,7 +82,7 @@ TEST_F(Upcalls, AnInstanceOfItsOwnStandsInForTheBuiltInOne)
     release(path);
 }
 
-TEST_F(Upcalls, InstancesAreFoundByTheirKeys)
+TEST_F(Upcalls, GetInstanceComparesKeys)
 {
     addOthers();
     CMPIObjectPath *const path = newPath("TAV_Other");
@@ -97,7 +97,7 @@ TEST_F(Upcalls, InstancesAreFoundByTheirKeys)
     release(path);
 }
 
-TEST_F(Upcalls, AnEnumerationIsWalkedAndItsArrayIsItsOwn)
+TEST_F(Upcalls, EnumerationGivesItsInstancesAndArray)
 {
     addOthers();
     CMPIObjectPath *const path = newPath("TAV_Other");
@@ -120,7 +120,7 @@ TEST_F(Upcalls, AnEnumerationIsWalkedAndItsArrayIsItsOwn)
     release(path);
 }
 
-TEST_F(Upcalls, TheArrayOfAnEnumerationMayBeReleasedBeforeItOnce)
+TEST_F(Upcalls, ArrayMayBeReleasedBeforeItsEnumeration)
 {
     addOthers();
     CMPIObjectPath *const path = newPath("TAV_Other");
@@ -142,7 +142,7 @@ TEST_F(Upcalls, TheArrayOfAnEnumerationMayBeReleasedBeforeItOnce)
     EXPECT_EQ(broker.accounting().live, 0);
 }
 
-TEST_F(Upcalls, AnArrayThatWentWithItsEnumerationIsNotReleasedAgain)
+TEST_F(Upcalls, ArrayIsReleasedWithItsEnumeration)
 {
     addOthers();
     CMPIObjectPath *const path = newPath("TAV_Other");
@@ -154,7 +154,7 @@ TEST_F(Upcalls, AnArrayThatWentWithItsEnumerationIsNotReleasedAgain)
     release(path);
 }
 
-TEST(StrictToArray, TheArrayIsTheEnumerationsToRelease)
+TEST(StrictToArray, ArrayIsTheEnumerationsToRelease)
 {
     Options options;
     options.strictToArray = true;
@@ -169,7 +169,7 @@ TEST(StrictToArray, TheArrayIsTheEnumerationsToRelease)
     all->ft->release(all);
 }
 
-TEST_F(Upcalls, NamesOfInstancesAreTheirPaths)
+TEST_F(Upcalls, EnumerateInstanceNamesGivesPaths)
 {
     addOthers();
     broker.addClass("TAV_Other", {{"Index", CMPI_string, true}, {"Size", CMPI_uint32}});
@@ -184,7 +184,7 @@ TEST_F(Upcalls, NamesOfInstancesAreTheirPaths)
     release(path);
 }
 
-TEST_F(Upcalls, APropertyListLimitsWhatIsAnswered)
+TEST_F(Upcalls, PropertyListLimitsTheAnswer)
 {
     addOthers();
     CMPIObjectPath *const path = newPath("TAV_Other");
@@ -197,7 +197,7 @@ TEST_F(Upcalls, APropertyListLimitsWhatIsAnswered)
     release(path);
 }
 
-TEST_F(Upcalls, APreparedContextOutlivesItsRequestUntilDetached)
+TEST_F(Upcalls, PreparedContextLivesUntilDetached)
 {
     const CMPIBroker *const handle = broker.handle();
     CMPIContext *prepared = nullptr;
@@ -215,14 +215,14 @@ TEST_F(Upcalls, APreparedContextOutlivesItsRequestUntilDetached)
         instance->ft->release(instance);
         path->ft->release(path);
     }).join();
-    EXPECT_TRUE(broker.accounting().clean()); // a thread that never detaches leaves the context to the broker
+    EXPECT_TRUE(broker.accounting().clean()); // the broker owns the context of a thread that never detaches
     EXPECT_EQ(handle->bft->detachThread(handle, prepared).rc, CMPI_RC_OK);
     EXPECT_EQ(handle->bft->attachThread(handle, prepared).rc, CMPI_RC_ERR_FAILED);
     EXPECT_EQ(broker.accounting().useAfterRelease, 1);
     EXPECT_NE(handle->bft->detachThread(handle, request.context()).rc, CMPI_RC_OK);
 }
 
-TEST_F(Upcalls, WhatTheBrokerDoesNotOfferIsNotSupported)
+TEST_F(Upcalls, OtherRequestsAreNotSupported)
 {
     const CMPIBroker *const handle = broker.handle();
     EXPECT_EQ(handle->bft->execQuery(handle, request.context(), request.path(), "", "", &status), nullptr);
@@ -232,7 +232,7 @@ TEST_F(Upcalls, WhatTheBrokerDoesNotOfferIsNotSupported)
     EXPECT_EQ(status.rc, CMPI_RC_ERR_NOT_SUPPORTED);
 }
 
-TEST_F(Upcalls, SlotsOfTheSystemRunThreadsAndLocks)
+TEST_F(Upcalls, ThreadsAndLocksOfTheExtendedTable)
 {
     CMPIBrokerExtFT *const system = broker.handle()->xft;
     void *const mutex = system->newMutex(0);
@@ -259,7 +259,7 @@ class FailedCalls : public Upcalls {};
 
 } // namespace
 
-TEST_F(FailedCalls, TheNthCallOfASlotFails)
+TEST_F(FailedCalls, NthCallOfASlotFails)
 {
     broker.failCall("newObjectPath", 2, CMPI_RC_ERR_ACCESS_DENIED);
     CMPIObjectPath *const first = newPath();
@@ -274,7 +274,7 @@ TEST_F(FailedCalls, TheNthCallOfASlotFails)
     release(third);
 }
 
-TEST_F(FailedCalls, AStarCountsEveryCallButReleases)
+TEST_F(FailedCalls, StarCountsEveryCallButRelease)
 {
     broker.failCall("*", 3);
     CMPIObjectPath *const path = newPath();
@@ -291,7 +291,7 @@ TEST_F(FailedCalls, AStarCountsEveryCallButReleases)
     EXPECT_EQ(broker.calls("*"), 0u);
 }
 
-TEST_F(FailedCalls, ADisarmedFailureDoesNotStrike)
+TEST_F(FailedCalls, DisarmedFailureDoesNotStrike)
 {
     broker.failCall("newObjectPath", 1);
     broker.failCall("newObjectPath", 0);
@@ -301,7 +301,7 @@ TEST_F(FailedCalls, ADisarmedFailureDoesNotStrike)
     release(path);
 }
 
-TEST_F(FailedCalls, ASlotMayGiveNothingWithSuccess)
+TEST_F(FailedCalls, SlotCanReturnNullWithSuccess)
 {
     broker.failCall("newObjectPath", 1, CMPI_RC_OK);
     EXPECT_EQ(newPath(), nullptr);
@@ -313,7 +313,7 @@ TEST_F(FailedCalls, ASlotMayGiveNothingWithSuccess)
     release(path);
 }
 
-TEST_F(FailedCalls, ASlotMayGiveAnObjectWithoutAHandle)
+TEST_F(FailedCalls, SlotCanReturnAnObjectWithoutHandle)
 {
     broker.failCall("newObjectPath", 1, Broker::kNullHandle);
     CMPIObjectPath *const path = newPath();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Between the values of clients and what objects hold.
+// Conversion between the values of clients and stored values.
 
 #include "broker/data.h"
 
@@ -122,7 +122,7 @@ Value toValue(const Datum &datum)
     }
     switch (datum.type) {
     case CMPI_boolean:
-        // More than 0 and 1 can be stored in one; then the number is what a client would see.
+        // A boolean can hold other numbers than 0 and 1; a client would receive the number.
         if (*word > 1) {
             return Value::number(*word, CMPI_boolean);
         }

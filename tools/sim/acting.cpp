@@ -16,7 +16,7 @@ namespace sim {
 
 namespace {
 
-constinit std::atomic<unsigned> callsLeft{0}; // until the one at which to act; 0 when disarmed
+constinit std::atomic<unsigned> callsLeft{0}; // calls until the act runs; 0: disarmed
 constinit std::atomic<Call> actsAt{Call::count};
 constinit std::mutex choosingAct;
 
@@ -40,8 +40,8 @@ void dropAct(std::function<void()> &&act)
     act = nullptr;
 }
 
-// Sleepers wait for a change of the round. Guarded by sleeping, whose waits a thread can be cancelled in: so it is a
-// plain mutex, with an owner that a cancelled thread unwinds through.
+// Sleepers wait for a change of wakings. A thread can be cancelled while it waits, so the mutex is a plain one with an
+// owner that releases it during unwinding.
 pthread_mutex_t sleeping = PTHREAD_MUTEX_INITIALIZER;
 pthread_cond_t sleepingChanged = PTHREAD_COND_INITIALIZER;
 constinit std::atomic<bool> holding{false};
@@ -59,7 +59,7 @@ public:
     }
     ~Held()
     {
-        lockGoes(&sleeping);
+        lockReleased(&sleeping);
         pthread_mutex_unlock(&sleeping);
     }
     Held(const Held &) = delete;
@@ -81,7 +81,7 @@ public:
 
 } // namespace
 
-void callComes(Call kind)
+void runActBefore(Call kind)
 {
     unsigned left = callsLeft.load(std::memory_order_relaxed);
     if (left == 0 || actsAt.load(std::memory_order_relaxed) != kind) {
@@ -125,7 +125,7 @@ void sleepUntilWoken()
     const Asleep here;
     for (const unsigned before = wakings; wakings == before && holding;) {
         MayUnwind waiting;
-        lockGoes(&sleeping);
+        lockReleased(&sleeping);
         pthread_cond_wait(&sleepingChanged, &sleeping);
         lockTaken(&sleeping);
         waiting.returned();

@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
-// Tests that act in the middle of the product's work: at one of its calls, and while it sleeps.
+// Lets a test act in the middle of the product's work: at one of its calls, and while it sleeps.
 #pragma once
 
 #include "sim/api.h"
 
 namespace sim {
 
-// The product is about to make a call of this kind: what a test wants done at it is done.
-void callComes(Call kind);
+// To be called before each call of the product. Runs the act of a test, if one is armed for this call.
+void runActBefore(Call kind);
 
-// Whether the product's sleeps are held.
+// Whether the product's sleeps last until they are woken.
 bool holdsSleeps();
-// Sleeps until it is woken; can be cancelled, like any sleep.
+// Sleeps until woken. A cancellation point, like any sleep.
 void sleepUntilWoken();
 
 } // namespace sim

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Acting at a call of the product, and holding its sleeps. Here the test program itself stands for the product.
+// Acting at a call of the product, and holding its sleeps. The test program plays the product.
 #include "sim/sim.h"
 
 #include <cerrno>
@@ -29,7 +29,7 @@ protected:
     sim::Machine machine{R"({"files": {"storage.inf": "ahci\n"}})"};
 };
 
-TEST_F(Acting, TheActRunsBeforeTheNthCallOfItsKindAndOnce)
+TEST_F(Acting, ActRunsOnceBeforeTheNthCall)
 {
     int acts = 0;
     sim::atNth(Call::open, 2, [&] {
@@ -48,7 +48,7 @@ TEST_F(Acting, TheActRunsBeforeTheNthCallOfItsKindAndOnce)
     close(first);
 }
 
-TEST_F(Acting, ADisarmedActDoesNotRun)
+TEST_F(Acting, DisarmedActDoesNotRun)
 {
     sim::atNth(Call::open, 1, [] { FAIL(); });
     sim::atNth(Call::open, 0, nullptr);
@@ -64,11 +64,11 @@ void *sleepAndTest(void *)
     return nullptr;
 }
 
-TEST_F(Acting, AThreadThatActsAtACancellationPointIsCancelledThereAndNotInTheAct)
+TEST_F(Acting, CancelInTheActTakesEffectAfterIt)
 {
     sim::holdSleeps(true);
     bool acted = false;
-    sim::atNth(Call::cancelPoint, 3, [&acted] { // test, sleep, test
+    sim::atNth(Call::cancelPoint, 3, [&acted] { // pthread_testcancel, sleep, pthread_testcancel
         pthread_cancel(pthread_self());
         pthread_testcancel();
         acted = true;
@@ -84,7 +84,7 @@ TEST_F(Acting, AThreadThatActsAtACancellationPointIsCancelledThereAndNotInTheAct
     EXPECT_EQ(sim::sleepsBegun(), 1U);
 }
 
-TEST_F(Acting, AHeldSleepLastsUntilItIsWokenOrCancelled)
+TEST_F(Acting, HeldSleepLastsUntilWokenOrCancelled)
 {
     sim::holdSleeps(true);
     const unsigned before = sim::cancelsRequested();

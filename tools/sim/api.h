@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// sim.h as the library itself includes it: what it declares is seen from outside, all else is not.
+// sim.h as the library includes it: its declarations are exported, all others are hidden.
 #pragma once
 
 #pragma GCC visibility push(default)

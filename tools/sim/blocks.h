@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// The product's blocks of memory.
+// Blocks of memory that the product holds.
 #pragma once
 
 namespace sim {
 
-// The product holds this block; null is nothing.
+// Counts a block as the product's; null is ignored.
 void noteBlock(const void *block);
-// A block is given back, by whomever. Whether the product held it.
+// To be called when any code frees a block. Returns whether it was the product's.
 bool forgetBlock(const void *block);
 
 } // namespace sim

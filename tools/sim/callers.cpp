@@ -27,11 +27,11 @@ struct Range {
     uintptr_t begin, end;
 };
 
-// Executable segments of the code whose calls count. A published one is never changed: readers take no lock.
+// Executable segments of the code whose calls count. Never changed once published, because readers take no lock.
 struct Ranges {
     std::array<Range, 64> range;
     size_t count;
-    const Ranges *previous; // keeps replaced ones reachable: a reader may still look at them
+    const Ranges *previous; // still reachable: a reader may be using it
     bool operator==(const Ranges &other) const
     {
         return count == other.count && std::memcmp(range.data(), other.range.data(), count * sizeof(Range)) == 0;
@@ -40,13 +40,13 @@ struct Ranges {
 
 constinit std::atomic<const Ranges *> counted{nullptr};
 constinit std::array<std::atomic<unsigned>, kKinds> made{};
-constinit std::array<std::atomic<unsigned>, kKinds> armed{}; // calls until the one that fails; 0 when disarmed
-constinit std::atomic<bool> struck{false};
+constinit std::array<std::atomic<unsigned>, kKinds> armed{}; // calls until the one that fails; 0: disarmed
+constinit std::atomic<bool> failed{false};
 constinit std::atomic<bool> everyCaller{false};
 
 std::mutex &choosing()
 {
-    static std::mutex *mutex = new std::mutex; // outlives every destructor that may still open a library
+    static std::mutex *mutex = new std::mutex; // never destroyed: destructors may still open a library
     return *mutex;
 }
 
@@ -61,7 +61,7 @@ std::string_view baseName(std::string_view path)
     return path.substr(path.rfind('/') + 1);
 }
 
-// Code that stands below every program: with the empty name its own calls do not count, those of its callers do.
+// The C and C++ runtime. With the empty name its own calls do not count, those of its callers do.
 bool isRuntime(std::string_view name)
 {
     constexpr std::array<std::string_view, 11> kRuntime{"libc.",    "libstdc++.", "libm.",     "libgcc_s.",
@@ -82,11 +82,11 @@ struct Search {
 
 bool holds(const dl_phdr_info &object, const void *address)
 {
-    const auto wanted = reinterpret_cast<uintptr_t>(address);
+    const auto place = reinterpret_cast<uintptr_t>(address);
     for (size_t i = 0; i < object.dlpi_phnum; ++i) {
         const ElfW(Phdr) &segment = object.dlpi_phdr[i];
         const uintptr_t begin = object.dlpi_addr + segment.p_vaddr;
-        if (segment.p_type == PT_LOAD && wanted >= begin && wanted < begin + segment.p_memsz) {
+        if (segment.p_type == PT_LOAD && place >= begin && place < begin + segment.p_memsz) {
             return true;
         }
     }
@@ -98,8 +98,8 @@ int visitObject(dl_phdr_info *object, size_t, void *context)
     auto &search = *static_cast<Search *>(context);
     const std::string_view path = object->dlpi_name != nullptr ? object->dlpi_name : "";
     const std::string_view name = path.empty() ? std::string_view(search.program) : baseName(path);
-    const std::string &wanted = chosenObject();
-    if (wanted.empty() ? isRuntime(name) || holds(*object, &made) : name != wanted) {
+    const std::string &chosen = chosenObject();
+    if (chosen.empty() ? isRuntime(name) || holds(*object, &made) : name != chosen) {
         return 0;
     }
     for (size_t i = 0; i < object->dlpi_phnum; ++i) {
@@ -124,7 +124,7 @@ bool isCounted(uintptr_t address)
     return false;
 }
 
-// The sanitizers' interceptors stand between the caller and this library: looks through them.
+// Finds the caller behind the sanitizers' interceptors.
 struct Unwinding {
     const char *function;
     uintptr_t caller;
@@ -198,19 +198,19 @@ bool isProduct(const void *returnAddress, const char *function)
     return isCounted(reinterpret_cast<uintptr_t>(returnAddress));
 }
 
-bool strikes(Call kind, const void *returnAddress, const char *function)
+bool mustFail(Call kind, const void *returnAddress, const char *function)
 {
     if (!isProduct(returnAddress, function)) {
         return false;
     }
-    callComes(kind);
+    runActBefore(kind);
     const auto index = static_cast<size_t>(kind);
     made[index].fetch_add(1, std::memory_order_relaxed);
     unsigned left = armed[index].load(std::memory_order_relaxed);
     while (left != 0 && !armed[index].compare_exchange_weak(left, left - 1)) {
     }
     if (left == 1) {
-        struck = true;
+        failed = true;
     }
     return left == 1;
 }
@@ -229,14 +229,14 @@ void countCallsOf(const std::string &sharedObject)
 void failNth(Call kind, unsigned nth)
 {
     if (kind < Call::count) {
-        struck = false;
+        failed = false;
         armed[static_cast<size_t>(kind)] = nth;
     }
 }
 
 bool failureStruck()
 {
-    return struck;
+    return failed;
 }
 
 unsigned callsMade(Call kind)
@@ -251,7 +251,7 @@ void resetCounts()
     }
 }
 
-bool newCounts()
+bool countsOperatorNew()
 {
     return !everyCaller.load(std::memory_order_relaxed);
 }

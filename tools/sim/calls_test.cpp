@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Counting and failing of the product's calls. Here the test program itself stands for the product.
+// Counting and failing of the product's calls. The test program plays the product.
 #include "sim/sim.h"
 
 #include <cerrno>
@@ -44,7 +44,7 @@ protected:
 
 constexpr const char *kFile = "/opt/qlm/tavkit_sa/data/storage.inf";
 
-// Keeps the compiler from leaving an allocation out.
+// Keeps the compiler from removing an allocation.
 void *volatile kept;
 
 TEST_F(Calls, OtherCodeIsNotCounted)
@@ -76,7 +76,7 @@ TEST_F(Calls, OnlyTheNthFails)
     EXPECT_EQ(sim::callsMade(Call::open), 0U);
 }
 
-TEST_F(Calls, TheEmptyNameCountsEveryProgramsCode)
+TEST_F(Calls, EmptyNameCountsEveryCaller)
 {
     sim::countCallsOf("");
     sim::resetCounts();
@@ -93,7 +93,7 @@ TEST_F(Calls, ZeroDisarms)
     EXPECT_EQ(uname(&name), 0);
 }
 
-TEST_F(Calls, ReadingFailsAsAStreamsDoes)
+TEST_F(Calls, FailedReadSetsTheStreamsErrorFlag)
 {
     FILE *file = fopen(kFile, "r");
     ASSERT_NE(file, nullptr);
@@ -188,7 +188,7 @@ TEST_F(Calls, SegmentsAreRealCountedAndCanFail)
     EXPECT_EQ(shmctl(id, IPC_RMID, nullptr), 0);
 }
 
-TEST_F(Calls, SegmentsThatTheProductMadeAreCountedUntilTheyAreRemoved)
+TEST_F(Calls, LiveSegmentsAreCounted)
 {
     const int64_t before = sim::liveSegments();
     const int id = shmget(IPC_PRIVATE, 4096, IPC_CREAT | IPC_EXCL | 0600);
@@ -196,14 +196,14 @@ TEST_F(Calls, SegmentsThatTheProductMadeAreCountedUntilTheyAreRemoved)
     EXPECT_EQ(sim::liveSegments(), before + 1);
     sim::failNth(Call::segment, 1);
     EXPECT_EQ(shmctl(id, IPC_RMID, nullptr), -1);
-    EXPECT_EQ(sim::liveSegments(), before); // gone all the same
+    EXPECT_EQ(sim::liveSegments(), before); // removed, though the call failed
     EXPECT_EQ(shmat(id, nullptr, 0), reinterpret_cast<void *>(-1));
 }
 
-TEST_F(Calls, AllocationsFailAndLiveBlocksAreCounted)
+TEST_F(Calls, AllocationsCanFailAndLiveBlocksAreCounted)
 {
     if (!sim::allocationsCanFail()) {
-        GTEST_SKIP() << "the allocator is the sanitizer's";
+        GTEST_SKIP() << "a sanitizer replaces the allocator";
     }
     const int64_t before = sim::liveBlocks();
     sim::failNth(Call::allocate, 1);
@@ -216,7 +216,7 @@ TEST_F(Calls, AllocationsFailAndLiveBlocksAreCounted)
     EXPECT_EQ(sim::liveBlocks(), before + 1);
     sim::failNth(Call::allocate, 1);
     EXPECT_EQ(realloc(kept, 2000), nullptr);
-    EXPECT_EQ(sim::liveBlocks(), before + 1); // the old block stays
+    EXPECT_EQ(sim::liveBlocks(), before + 1); // the old block is still allocated
     free(kept);
     EXPECT_EQ(sim::liveBlocks(), before);
     sim::failNth(Call::allocate, 1);
@@ -232,10 +232,10 @@ TEST_F(Calls, AllocationsFailAndLiveBlocksAreCounted)
     EXPECT_EQ(sim::liveBlocks(), before);
 }
 
-TEST_F(Calls, AListingIsTheCallersToFree)
+TEST_F(Calls, ScandirCountsAsTheCallersBlocks)
 {
     if (!sim::allocationsCanFail()) {
-        GTEST_SKIP() << "the allocator is the sanitizer's";
+        GTEST_SKIP() << "a sanitizer replaces the allocator";
     }
     const int64_t before = sim::liveBlocks();
     dirent **list = nullptr;
@@ -249,10 +249,10 @@ TEST_F(Calls, AListingIsTheCallersToFree)
     EXPECT_EQ(sim::liveBlocks(), before);
 }
 
-TEST_F(Calls, ManyBlocksAreFollowed)
+TEST_F(Calls, ManyBlocksAreCounted)
 {
     if (!sim::allocationsCanFail()) {
-        GTEST_SKIP() << "the allocator is the sanitizer's";
+        GTEST_SKIP() << "a sanitizer replaces the allocator";
     }
     const int64_t before = sim::liveBlocks();
     constexpr size_t kMany = 20000;
@@ -282,7 +282,7 @@ TEST_F(Calls, LiveDescriptorsAreCounted)
     EXPECT_EQ(sim::liveDescriptors(), before);
 }
 
-TEST_F(Calls, SleepsAreSkippedAndSummedUp)
+TEST_F(Calls, SkippedSleepsAreSummedUp)
 {
     sim::skipSleeps(true);
     EXPECT_EQ(sleep(3600), 0U);
@@ -305,7 +305,7 @@ struct Holder {
     ~Holder() { *released = true; }
 };
 
-// Sleeps for ever, where it can be cancelled.
+// Sleeps until it is cancelled.
 void *sleepForEver(void *argument)
 {
     const Holder holder{static_cast<bool *>(argument)};
@@ -314,7 +314,7 @@ void *sleepForEver(void *argument)
     }
 }
 
-TEST_F(Calls, ASleepingThreadCanBeCancelledSkippedOrNot)
+TEST_F(Calls, SleepCanBeCancelledSkippedOrNot)
 {
     for (const bool skip : {true, false}) {
         sim::skipSleeps(skip);
@@ -330,7 +330,7 @@ TEST_F(Calls, ASleepingThreadCanBeCancelledSkippedOrNot)
     }
 }
 
-// Opens and reads for ever with cancelling enabled: every wrapper lets a cancelled thread unwind.
+// Opens and reads until it is cancelled: every wrapper must let a cancelled thread unwind.
 void *readForEver(void *argument)
 {
     const Holder holder{static_cast<bool *>(argument)};
@@ -343,7 +343,7 @@ void *readForEver(void *argument)
     }
 }
 
-TEST_F(Calls, ACancelledThreadUnwindsThroughTheWrappers)
+TEST_F(Calls, CancelledThreadUnwindsThroughTheWrappers)
 {
     for (int round = 0; round < 20; ++round) {
         bool released = false;
@@ -374,7 +374,7 @@ TEST_F(Calls, OwnTimeIsMeasuredOnDemand)
     close(fd);
 }
 
-TEST(Fork, AChildSeesTheMachineAndCanUseIt)
+TEST(Fork, ChildCanUseTheMachine)
 {
     const sim::Machine machine(R"({"hosts": [{"devices": [{"ata": true}]}]})");
     const pid_t child = fork();

@@ -1,178 +1,24 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/description.h"
 
-#include "sim/describe.h"
-#include "sim/paths.h"
+#include "sim/description_parts.h"
+#include "sim/node_names.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <set>
+#include <stdexcept>
 
 namespace sim {
 
 namespace {
 
-constexpr const char *kNoNode = "-"; // while reading: the description wants no node, not a name of our choice
-
-// A default is worked out from the capacity as the kernel does for disks that report none: 255 heads and 63 sectors, or
-// 64 and 32 below a gibibyte.
-Geometry defaultGeometry(uint64_t sectors)
-{
-    const bool small = sectors < (1U << 21);
-    const unsigned heads = small ? 64 : 255;
-    const unsigned perTrack = small ? 32 : 63;
-    const unsigned perCylinder = heads * perTrack;
-    return {heads, perTrack, static_cast<unsigned>(sectors / perCylinder)};
-}
-
-void readSize(Fields &fields, DeviceDescription &device, uint64_t defaultBytes)
-{
-    device.sectorSize =
-        fields.number<unsigned>("sectorSize", device.type == kCdrom || device.type == kWorm ? 2048 : 512);
-    const uint64_t bytes = fields.number<uint64_t>("sizeBytes", defaultBytes);
-    device.sectors = fields.number<uint64_t>("sectors", bytes / 512);
-    device.geometry = defaultGeometry(device.sectors);
-    if (const std::optional<Fields> geometry = fields.object("geometry", true)) {
-        Fields of = *geometry;
-        device.geometry = Geometry{of.number<unsigned>("heads", 255), of.number<unsigned>("sectors", 63),
-                                   of.number<unsigned>("cylinders", device.geometry->cylinders)};
-        of.finish();
-    } else if (fields.isNull("geometry")) {
-        device.geometry.reset();
-    }
-}
-
-void readSmart(Fields fields, SmartDescription &smart)
-{
-    smart.supported = fields.flag("supported", true);
-    smart.enabled = fields.flag("enabled", smart.supported);
-    smart.canEnable = fields.flag("canEnable", true);
-    if (fields.flag("failing", false)) {
-        smart.lbaMid = 0xF4;
-        smart.lbaHigh = 0x2C;
-    }
-    const std::vector<uint8_t> status = fields.bytes("status");
-    if (status.size() == 2) {
-        smart.lbaMid = status[0];
-        smart.lbaHigh = status[1];
-    } else if (!status.empty()) {
-        fields.fail("status", "two bytes, LBA mid and LBA high, are wanted");
-    }
-    for (Fields of : fields.objects("attributes")) {
-        SmartAttribute attribute;
-        attribute.id = of.number<uint8_t>("id", 0);
-        attribute.flags = of.number<unsigned>("flags", 0x32);
-        attribute.current = of.number<uint8_t>("current", 100);
-        attribute.worst = of.number<uint8_t>("worst", attribute.current);
-        attribute.threshold = of.number<uint8_t>("threshold", 0);
-        const std::vector<uint8_t> raw = of.bytes("raw");
-        for (size_t i = 0; i < raw.size() && i < attribute.raw.size(); ++i) {
-            attribute.raw[i] = raw[i];
-        }
-        smart.attributes.push_back(attribute);
-        of.finish();
-    }
-    fields.finish();
-}
-
-void readExceptions(Fields fields, ExceptionsDescription &exceptions)
-{
-    exceptions.supported = fields.flag("supported", exceptions.supported);
-    exceptions.sixByte = fields.flag("modeSense6", true);
-    exceptions.tenByte = fields.flag("modeSense10", true);
-    exceptions.dexcpt = fields.flag("dexcpt", false);
-    exceptions.mrie = fields.number<int>("mrie", 0);
-    exceptions.fixedMrie = fields.number<int>("fixedMrie", -1);
-    exceptions.savable = fields.flag("savable", false);
-    exceptions.changeableDexcpt = fields.flag("changeableDexcpt", true);
-    exceptions.changeableMrie = fields.flag("changeableMrie", true);
-    exceptions.blockDescriptor = fields.flag("blockDescriptor", true);
-    exceptions.canSelect = fields.flag("canSelect", true);
-    exceptions.unitAttention = fields.flag("unitAttention", false);
-    exceptions.logPage = fields.flag("logPage", exceptions.supported);
-    exceptions.predicting = fields.flag("predicting", false);
-    fields.finish();
-}
-
-void readFault(Fields fields, std::vector<Fault> &faults)
-{
-    Fault fault;
-    fault.on = kindOf(fields, "on");
-    fault.nth = fields.number<unsigned>("nth", 0);
-    fault.every = fields.number<unsigned>("every", 1);
-    fault.probability = fields.number<double>("probability", 1.0);
-    fault.delayMs = fields.number<unsigned>("delayMs", 0);
-    fault.hangSeconds = fields.number<double>("hangSeconds", 0.0);
-    fault.errorNumber = errorNumberOf(fields, "errno");
-    fault.hostStatus = fields.number<int>("hostStatus", 0);
-    fault.driverStatus = fields.number<int>("driverStatus", 0);
-    fault.sense = fields.bytes("sense");
-    if (fault.sense.size() > 252) {
-        fields.fail("sense", "at most 252 bytes are possible");
-    }
-    fields.finish();
-    faults.push_back(fault);
-}
-
-void readCommon(Fields &fields, DeviceDescription &device)
-{
-    device.identifyBy = fields.text("identifyBy", device.type == kCdrom ? "packet" : "device");
-    if (device.identifyBy != "device" && device.identifyBy != "packet" && device.identifyBy != "none") {
-        fields.fail("identifyBy", "\"device\", \"packet\" or \"none\" is wanted");
-    }
-    for (const auto &[word, value] : fields.numbersByNumber("identifyWords")) {
-        if (word > 255 || value > 0xFFFF) {
-            fields.fail("identifyWords", "words 0 to 255 with 16 bits are wanted");
-        }
-        device.identifyWords[word] = value;
-    }
-    device.openError = errorNumberOf(fields, "openError");
-    device.delayMs = fields.number<unsigned>("delayMs", 0);
-    device.smart.supported = device.type == kDisk;
-    if (const std::optional<Fields> smart = fields.object("smart")) {
-        readSmart(*smart, device.smart);
-    }
-    for (const Fields &fault : fields.objects("faults")) {
-        readFault(fault, device.faults);
-    }
-}
-
-DeviceDescription readDevice(Fields fields, int host)
-{
-    DeviceDescription device;
-    device.host = host;
-    device.channel = fields.number<int>("channel", 0);
-    device.id = fields.number<int>("id", 0);
-    device.lun = fields.number<int>("lun", 0);
-    device.type = peripheralTypeOf(fields, "type");
-    device.ata = fields.flag("ata", false);
-    const bool ataDisk = device.ata && device.type == kDisk;
-    device.vendor = fields.text("vendor", ataDisk ? "ATA" : "TEST");
-    device.model = fields.text("model", "DEVICE");
-    device.revision = fields.text("revision", "1.0");
-    device.serial = fields.text("serial", "");
-    device.ansiVersion = fields.number<unsigned>("ansiVersion", 5);
-    device.descriptorSense = fields.flag("descriptorSense", false);
-    const bool hasBlocks = device.hasDiskName() || device.type == kCdrom || device.type == kWorm;
-    readSize(fields, device, device.hasDiskName() ? uint64_t(100) << 30 : hasBlocks ? uint64_t(8) << 20 : 0);
-    device.node = fields.text("node", fields.isNull("node") ? kNoNode : "");
-    device.genericNode = fields.text("genericNode", fields.isNull("genericNode") ? kNoNode : "");
-    readCommon(fields, device);
-    device.exceptions.supported = device.exceptions.logPage = device.type == kDisk && !device.ata;
-    if (const std::optional<Fields> exceptions = fields.object("exceptions")) {
-        readExceptions(*exceptions, device.exceptions);
-    }
-    fields.finish();
-    return device;
-}
-
 void readHost(Fields fields, Description &description)
 {
     HostDescription host;
     host.number = fields.number<int>("number", static_cast<int>(description.hosts.size()));
-    host.driver = fields.text("driver", "ahci");
-    host.pciAddress = fields.text("pciAddress", "");
+    host.driver = fields.fileName("driver", "ahci");
+    host.pciAddress = fields.optionalFileName("pciAddress", "");
     for (const Fields &device : fields.objects("devices")) {
         description.devices.push_back(readDevice(device, host.number));
     }
@@ -180,90 +26,51 @@ void readHost(Fields fields, Description &description)
     description.hosts.push_back(host);
 }
 
-IdeChannel readChannel(Fields fields, size_t position)
+// A relative name is one of the administrator's files: tavkit.conf, or a file of the agent's data directory.
+TreePath pathOf(const Fields &fields, const std::string &name)
 {
-    IdeChannel channel;
-    channel.name = fields.text("name", "ide" + std::to_string(position));
-    channel.model = fields.text("model", "pci");
-    channel.mate = fields.text("mate", "(none)");
-    channel.channel = fields.text("channel", std::to_string(position));
-    fields.finish();
-    return channel;
-}
-
-std::string geometryText(const Geometry &geometry)
-{
-    char text[128];
-    std::snprintf(text, sizeof text, "physical     %u/%u/%u\nlogical      %u/255/63\n", geometry.cylinders,
-                  geometry.heads, geometry.sectors,
-                  geometry.cylinders * geometry.heads * geometry.sectors / (255 * 63));
-    return text;
-}
-
-// The kernel's IDE names tell the channel: hda and hdb hang on the first.
-std::string channelOf(const std::string &name)
-{
-    return name.size() > 2 ? "ide" + std::to_string((name[2] - 'a') / 2) : "ide0";
-}
-
-IdeDrive readDrive(Fields fields)
-{
-    IdeDrive drive;
-    drive.name = fields.text("name", "hda");
-    drive.channel = fields.text("channel", channelOf(drive.name));
-    drive.media = fields.text("media", "disk");
-    const bool disk = drive.media == "disk";
-    DeviceDescription &device = drive.device;
-    device.type = disk ? kDisk : drive.media == "cdrom" ? kCdrom : drive.media == "tape" ? kTape : kOptical;
-    device.ata = true;
-    drive.model = device.model = fields.text("model", "DRIVE");
-    device.revision = fields.text("revision", "1.0");
-    device.serial = fields.text("serial", "");
-    const std::string driver = fields.text("driver", disk ? "ide-disk" : "ide-cdrom");
-    const std::string version = fields.text("version", "");
-    drive.driver = version.empty() ? driver : driver + " version " + version;
-    device.node = drive.name;
-    const bool geometryIsText = fields.isText("geometry");
-    const std::string text = geometryIsText ? fields.text("geometry", "") : "";
-    readSize(fields, device, disk ? uint64_t(40) << 30 : uint64_t(8) << 20);
-    if (geometryIsText) {
-        drive.geometry = text;
-    } else if (disk && device.geometry) {
-        drive.geometry = geometryText({std::min(device.geometry->cylinders, 16383U), 16, 63});
-        if (fields.has("geometry")) {
-            drive.geometry = geometryText(*device.geometry);
+    try {
+        if (name.empty() || name.starts_with('/')) {
+            return TreePath(name);
         }
+        const std::string directory =
+            name == "tavkit.conf" ? std::string(kConfigurationRoot) : std::string(kAgentRoot) + "/data";
+        return TreePath(directory + "/" + name);
+    } catch (const std::invalid_argument &error) {
+        fields.fail(name, error.what());
     }
-    if (!fields.isNull("capacity")) {
-        drive.capacity = fields.textOrNumber("capacity", std::to_string(device.sectors));
-    }
-    if (disk && !fields.isNull("cache")) {
-        drive.cache = fields.textOrNumber("cache", "2048");
-    }
-    readCommon(fields, device);
-    fields.finish();
-    return drive;
 }
 
-// A plain name is one of the administrator's files; anything else is told by its whole path.
-std::string wholePath(const Fields &fields, const std::string &name)
+void readFiles(Fields fields, Description &description)
 {
-    if (name == "tavkit.conf") {
-        return std::string(kConfigurationRoot) + "/" + name;
+    for (const std::string &name : fields.names()) {
+        const TreePath path = pathOf(fields, name);
+        description.files.emplace(path, fields.lines(name.c_str()));
     }
-    if (!name.starts_with('/')) {
-        return std::string(kAgentRoot) + "/data/" + name;
-    }
-    std::string path = plainPath(name);
-    if (!isMachinePath(path)) {
-        fields.fail(name.c_str(), "the path is none of the machine's");
-    }
-    return path;
 }
 
-// Names are given out as the kernel does: in order, each kind counted by itself; a device that was there before keeps
-// its.
-void giveNodes(Description &description, const std::vector<DeviceDescription> &before)
+// /dev/null, /dev/shm and the like stay real: a simulated node of that name would never be seen.
+void checkNode(const Fields &fields, const char *field, const std::string &node)
+{
+    if (!node.empty() && !isMachinePath("/dev/" + node)) {
+        fields.fail(field, "/dev/" + node + " stays real");
+    }
+}
+
+void checkNodes(const Fields &fields, const Description &description)
+{
+    for (const DeviceDescription &device : description.devices) {
+        checkNode(fields, "hosts", device.node);
+        checkNode(fields, "hosts", device.genericNode);
+    }
+    for (const IdeDrive &drive : description.drives) {
+        checkNode(fields, "ide", drive.name);
+    }
+}
+
+// Names nodes as the kernel does: in order, each kind counted separately. A device that was there before keeps its
+// name.
+void assignNodes(Description &description, const std::vector<DeviceDescription> &before)
 {
     std::set<std::string> taken;
     for (DeviceDescription &device : description.devices) {
@@ -311,7 +118,7 @@ void checkAddresses(const Fields &fields, const Description &description)
     std::set<std::string> seen;
     const auto once = [&](const std::string &what) {
         if (!what.empty() && !seen.insert(what).second) {
-            fields.fail("hosts", ("there are two of " + what).c_str());
+            fields.fail("hosts", "duplicate " + what);
         }
     };
     for (const HostDescription &host : description.hosts) {
@@ -348,12 +155,13 @@ void readMachine(Fields fields, Description &description, const std::vector<Devi
         }
         ide->finish();
     }
-    giveNodes(description, before);
+    assignNodes(description, before);
     checkAddresses(fields, description);
+    checkNodes(fields, description);
     description.interrupts = interruptsText(fields, description);
     description.ioports = ioportsText(fields, description);
-    for (const auto &[name, content] : fields.texts("files")) {
-        description.files[wholePath(fields, name)] = content;
+    if (const std::optional<Fields> files = fields.object("files")) {
+        readFiles(*files, description);
     }
     if (std::optional<Fields> agent = fields.object("agent")) {
         description.libraries = agent->flag("libraries", false);
@@ -368,8 +176,8 @@ void readMachine(Fields fields, Description &description, const std::vector<Devi
 Description parseDescription(const std::string &json, const std::vector<DeviceDescription> &before)
 {
     Description description;
-    const ParsedJson parsed(json);
-    readMachine(parsed.top(), description, before);
+    const nlohmann::json parsed = parseJson(json);
+    readMachine(Fields(parsed), description, before);
     return description;
 }
 
@@ -392,15 +200,6 @@ unsigned long kernelNumber(const std::string &release)
         text = end + 1;
     }
     return number;
-}
-
-std::string diskName(unsigned n)
-{
-    std::string letters;
-    for (unsigned rest = n + 1; rest != 0; rest = (rest - 1) / 26) {
-        letters.insert(letters.begin(), static_cast<char>('a' + (rest - 1) % 26));
-    }
-    return "sd" + letters;
 }
 
 } // namespace sim

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// A machine's description, as read from JSON. Every field is told in README.md.
+// A machine's description, as read from JSON. docs/SIMULATOR.md explains every field.
 #pragma once
+
+#include "sim/paths.h"
 
 #include <array>
 #include <cstdint>
@@ -18,7 +20,8 @@ struct Geometry {
 // SCSI peripheral device types (SPC-4, INQUIRY) that the simulated machine treats differently from the rest.
 enum PeripheralType : int { kDisk = 0, kTape = 1, kWorm = 4, kCdrom = 5, kOptical = 7, kEnclosure = 13 };
 
-// Kinds of request that a fault can be put on; a request is of one of the first and of the groups that hold it.
+// Kinds of request, for faults. Each request is of one kind before ata and belongs to the groups from ata on that
+// include it.
 enum class Kind {
     address,
     identity,
@@ -36,17 +39,17 @@ enum class Kind {
     modeSelect,
     logSense,
     requestSense,
-    other, // from here on groups
-    ata,   // every ATA command, however it is sent
+    other, // the last kind; groups follow
+    ata,   // every ATA command, by whatever ioctl
     scsi,  // every SCSI command
     any
 };
 
 struct Fault {
     Kind on = Kind::any;
-    unsigned nth = 0;       // only this one (1-based) of the requests of the kind; 0: see every
-    unsigned every = 1;     // each so many
-    double probability = 1; // of those
+    unsigned nth = 0;       // only the nth request (1-based) of the kind; 0: every decides
+    unsigned every = 1;     // every nth request of the kind
+    double probability = 1; // of these requests
     unsigned delayMs = 0;
     double hangSeconds = 0;
     int errorNumber = 0; // the ioctl fails with it
@@ -68,7 +71,7 @@ struct SmartDescription {
     bool supported = true;
     bool enabled = true;
     bool canEnable = true; // else SMART ENABLE is refused
-    uint8_t lbaMid = 0x4F; // what RETURN STATUS answers: 4F C2 good, F4 2C failing
+    uint8_t lbaMid = 0x4F; // reply of RETURN STATUS: 4F C2 good, F4 2C failing
     uint8_t lbaHigh = 0xC2;
     std::vector<SmartAttribute> attributes;
 };
@@ -76,16 +79,16 @@ struct SmartDescription {
 // SCSI informational exceptions: mode page 1C, log page 2F.
 struct ExceptionsDescription {
     bool supported = true;
-    bool sixByte = true, tenByte = true; // forms of MODE SENSE that the disk knows
+    bool sixByte = true, tenByte = true; // forms of MODE SENSE that the disk supports
     bool dexcpt = false;                 // exception control disabled
     int mrie = 0;                        // method of reporting
-    int fixedMrie = -1;           // MODE SELECT changes the method to this, whatever it asks for; -1: it does as asked
-    bool savable = false;         // MODE SELECT may save, and the disk keeps saved values
-    bool changeableDexcpt = true; // else MODE SELECT may not ask for another value than there is
+    int fixedMrie = -1;                  // MODE SELECT always sets this method; -1: the requested one
+    bool savable = false;                // the disk has saved values, and MODE SELECT may set them
+    bool changeableDexcpt = true;        // else a MODE SELECT that would change DEXCPT is refused
     bool changeableMrie = true;
     bool blockDescriptor = true;
     bool canSelect = true;
-    bool unitAttention = false; // the command after a MODE SELECT is answered by a unit attention
+    bool unitAttention = false; // the command after a MODE SELECT ends in UNIT ATTENTION
     bool logPage = true;
     bool predicting = false;
 };
@@ -95,14 +98,14 @@ struct DeviceDescription {
     int type = kDisk;
     std::string vendor, model, revision, serial;
     bool ata = false;
-    std::string identifyBy = "device"; // the IDENTIFY command that is answered: "device", "packet" or "none"
+    std::string identifyBy = "device"; // the IDENTIFY command that succeeds: "device", "packet" or "none"
     std::map<unsigned, unsigned> identifyWords;
     uint64_t sectors = 0; // of 512 bytes
     unsigned sectorSize = 512;
     std::optional<Geometry> geometry; // none: HDIO_GETGEO fails
     std::string node, genericNode;    // "sda", "sg0"; empty: none
     int openError = 0;                // opening the node fails with it
-    unsigned delayMs = 0;             // every request takes so long
+    unsigned delayMs = 0;             // duration of every request
     unsigned ansiVersion = 5;
     bool descriptorSense = false; // sense data in descriptor format (a SCSI disk's D_SENSE)
     SmartDescription smart;
@@ -116,7 +119,7 @@ struct DeviceDescription {
 struct HostDescription {
     int number = 0;
     std::string driver;
-    std::string pciAddress; // "0000:00:1f.2"; empty: one is chosen by the driver
+    std::string pciAddress; // "0000:00:1f.2"; empty: chosen by the driver's name
 };
 
 struct IdeChannel {
@@ -125,10 +128,13 @@ struct IdeChannel {
 };
 
 struct IdeDrive {
-    std::string name, channel, media, model, driver; // driver: the whole line
+    std::string name, channel, media, model, driver; // driver: the whole line of the file
     std::optional<std::string> geometry, capacity, cache;
     DeviceDescription device;
 };
+
+// Node name while a description is read: the device has none. An empty name: one is assigned.
+constexpr const char *kNoNode = "-";
 
 struct Description {
     std::string kernel = "6.1.0-56-amd64";
@@ -136,27 +142,24 @@ struct Description {
     bool procfs = false;
     std::vector<HostDescription> hosts;
     std::vector<DeviceDescription> devices; // of the hosts, in the order of the description
-    bool ide = false;                       // there is /proc/ide
+    bool ide = false;                       // /proc/ide exists
     std::vector<IdeChannel> channels;
     std::vector<IdeDrive> drives;
     std::optional<std::string> interrupts, ioports;
-    std::map<std::string, std::optional<std::string>> files; // by whole path; nullopt: the file is to be gone
-    bool libraries = false;                                  // the agent's libraries lie in its lib directory
-    std::string libraryDirectory;                            // where they are taken from; empty: beside this library
+    std::map<TreePath, std::optional<std::string>> files; // by path; nullopt: the file is removed
+    bool libraries = false;                               // the agent's libraries are in its lib directory
+    std::string libraryDirectory; // source of the libraries; empty: the directory of this library
     uint64_t seed = 1;
 };
 
 // Throws std::runtime_error naming the place in the description and what is wrong there.
-// before: the devices that are there already; one that stays keeps the name that it was given.
+// before: the devices of the present machine; one that stays keeps its node names.
 Description parseDescription(const std::string &json, const std::vector<DeviceDescription> &before = {});
 
-// A device is the same one before and after a change when it stands in the same place with the same serial number.
+// Whether a device before a change and one after it are the same: same address, type and serial number.
 bool isSameDevice(const DeviceDescription &a, const DeviceDescription &b);
 
-// Release number of a kernel as the thresholds compare it: "2.4.21" gives 2004021, "6.1.0-56" 6001000.
+// A kernel release as a number that can be compared: "2.4.21" gives 2004021, "6.1.0-56" 6001000.
 unsigned long kernelNumber(const std::string &release);
-
-// The nth (0-based) disk name of the kernel: sda, ..., sdz, sdaa, ...
-std::string diskName(unsigned n);
 
 } // namespace sim

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What is known of the process's open descriptors: which are the machine's, which the product opened, which are
-// devices.
+// The process's open descriptors: which are on paths of the machine, which the product opened, which are devices.
 #pragma once
 
 #include <cstdint>
@@ -14,14 +13,16 @@ enum DescriptorFlags : uint8_t {
     kOfProduct = 2, // opened by the product
 };
 
-// Descriptors beyond the first 65536 are not followed; nothing happens for a negative one. errno is kept.
+// To be called after an open and before a close. Negative descriptors and those from 65536 on are ignored. errno is
+// unchanged.
 void opened(int descriptor, uint8_t flags, Device *device);
 void closed(int descriptor);
-// The device behind a descriptor; null when it is none of the machine's.
+// The device of a descriptor, or null if it is not one of the machine's.
 Device *deviceOf(int descriptor);
 int openOfMachine();
 int64_t openOfProduct();
-// The machine is gone: its descriptors are no more counted. Devices stay behind theirs, and answer that they are gone.
+// To be called when the machine is gone: its descriptors no longer count. Requests to its devices still reach them and
+// fail with ENODEV.
 void forgetMachineDescriptors();
 
 } // namespace sim

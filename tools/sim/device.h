@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A simulated device: its state, and its answers to requests. Decoding of requests (device_ioctl, device_scsi) stands
-// apart from what the device is and does (device_ata, device_pages, identify).
+// A simulated device: its state, and its replies to requests. device_ioctl.cpp decodes requests and applies faults,
+// device_execute.cpp executes them; device_scsi.cpp, device_pages.cpp and device_ata.cpp are the commands.
 #pragma once
 
 #include "sim/description.h"
@@ -14,37 +14,37 @@
 
 namespace sim {
 
-// What mode page 1C holds.
+// Values of mode page 1C.
 struct ExceptionsSettings {
     bool dexcpt = false;
     uint8_t mrie = 0;
-    uint8_t flags = 0; // byte 2 but for DEXCPT
+    uint8_t flags = 0; // byte 2 without DEXCPT
 };
 
 struct Device {
     std::string name; // "/dev/sda", for the log
     DeviceDescription is;
-    bool gone = false; // taken out of the machine, or the machine is no more
+    bool gone = false; // removed from the machine, or the machine is gone
     // State that commands change:
     bool smartEnabled = true;
-    ExceptionsSettings exceptions; // the current ones
+    ExceptionsSettings exceptions; // current values
     ExceptionsSettings savedExceptions;
-    bool oldKernel = false; // before 2.6: an ioctl hands out more of the result
-    bool attention = false; // the next command is answered by a unit attention
+    bool oldKernel = false;     // before 2.6: SCSI_IOCTL_SEND_COMMAND returns the driver status too
+    bool unitAttention = false; // the next command ends in UNIT ATTENTION
     std::vector<uint8_t> lastSense;
     std::vector<unsigned> seen; // per fault: requests of its kind so far
     uint64_t random = 1;        // state of the device's random numbers
 };
 
-// What a SCSI command came to.
+// Result of a SCSI command.
 struct ScsiReply {
     uint8_t status = 0; // 2: CHECK CONDITION
     std::vector<uint8_t> data;
     std::vector<uint8_t> sense;
-    bool wholeTransfer = false; // libata reports no residue, however little came
+    bool wholeTransfer = false; // no residue is reported, however short the data (libata)
 };
 
-// ATA registers of a command, and as they come back.
+// ATA registers of a command or of its reply.
 struct AtaRegisters {
     uint8_t features = 0, count = 0, lbaLow = 0, lbaMid = 0, lbaHigh = 0, device = 0, command = 0;
 };
@@ -52,16 +52,16 @@ struct AtaRegisters {
 struct AtaReply {
     uint8_t status = 0x50; // DRDY, DSC; bit 0: error
     uint8_t error = 0;
-    AtaRegisters registers; // count and LBA as they come back
+    AtaRegisters registers; // count and LBA of the reply
     std::vector<uint8_t> data;
     bool failed() const { return (status & 1) != 0; }
 };
 
-// Brings the state of a device to what its description says; what commands have changed stays where the description
-// does not differ from before.
+// Applies a description to a device. State that commands have changed stays, except where the description differs from
+// the former one.
 void describeDevice(Device &device, const DeviceDescription &now, uint64_t seed);
 
-// The kinds of a request: its own, and of which commands it is one.
+// Kind of a request, and whether it is an ATA command, a SCSI command or both.
 struct RequestKind {
     Kind own = Kind::other;
     bool ata = false, scsi = false;
@@ -82,7 +82,8 @@ constexpr uint8_t kIllegalRequest = 5;
 constexpr uint8_t kInvalidOpcode = 0x20;
 constexpr uint8_t kInvalidField = 0x24;
 
-// Answers an ioctl on the device: as the system call, -1 with errno set on failure. May take its time.
+// Executes an ioctl on the device, with its faults and delays. Returns the result of the system call: -1 with errno set
+// on failure.
 int answer(Device &device, unsigned long number, void *argument);
 
 } // namespace sim

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// ATA commands, as ACS-3 tells them: IDENTIFY (PACKET) DEVICE and SMART.
+// ATA commands (ACS-3): IDENTIFY (PACKET) DEVICE and SMART.
+#include "sim/ata_sectors.h"
 #include "sim/device.h"
-#include "sim/identify.h"
-#include "sim/smart_data.h"
 
 namespace sim {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a request to a device node does: SCSI commands in their two envelopes, ATA commands in theirs, and what the
-// kernel itself answers.
-#include "sim/identify.h"
+// Execution of requests to a device node: SCSI commands in their two ioctls, ATA commands in theirs, and the requests
+// that the kernel answers by itself.
+#include "sim/ata_sectors.h"
 #include "sim/requests.h"
 
 #include <algorithm>
@@ -21,7 +21,7 @@ int failWith(int error)
     return -1;
 }
 
-template <class T> int give(void *argument, T value)
+template <class T> int replyWith(void *argument, T value)
 {
     std::memcpy(argument, &value, sizeof value);
     return 0;
@@ -114,7 +114,7 @@ int sendCommand(Device &device, SendCommand &command, const Fault &fault)
     }
     constexpr size_t kSenseLength = 16; // OMAX_SB_LEN of the kernel
     std::copy_n(reply.sense.begin(), std::min(reply.sense.size(), kSenseLength), dataOf(command));
-    constexpr int kDriverSense = 0x08 << 24; // kernels before 2.6 hand the driver byte out too
+    constexpr int kDriverSense = 0x08 << 24; // kernels before 2.6 return the driver byte too
     return reply.status | (device.oldKernel ? kDriverSense : 0);
 }
 
@@ -141,7 +141,7 @@ int driveCommand(Device &device, uint8_t *block)
         std::memset(block + 4, 0, block[3] * size_t(512));
         std::copy_n(reply.data.begin(), std::min(reply.data.size(), block[3] * size_t(512)), block + 4);
     }
-    // libata leaves the block alone unless a command without data succeeds; the IDE driver always tells.
+    // libata changes the block only if a command without data succeeds; the IDE driver always does.
     if (device.is.isIde() || (!data && !reply.failed())) {
         block[0] = reply.status;
         block[1] = reply.error;
@@ -171,14 +171,14 @@ int driveTask(Device &device, uint8_t *block)
     return reply.failed() ? failWith(EIO) : 0;
 }
 
-// ---- what the kernel itself answers ----
+// ---- requests that the kernel answers by itself ----
 
 bool hasBlocks(const DeviceDescription &device)
 {
     return device.hasDiskName() || device.type == kCdrom || device.type == kWorm;
 }
 
-int giveAddress(const Device &device, void *argument)
+int replyAddress(const Device &device, void *argument)
 {
     const DeviceDescription &is = device.is;
     if (is.isIde()) {
@@ -189,10 +189,10 @@ int giveAddress(const Device &device, void *argument)
     } const address{static_cast<uint32_t>(is.id & 0xFF) | static_cast<uint32_t>(is.lun & 0xFF) << 8 |
                         static_cast<uint32_t>(is.channel & 0xFF) << 16 | static_cast<uint32_t>(is.host & 0xFF) << 24,
                     0};
-    return give(argument, address);
+    return replyWith(argument, address);
 }
 
-int giveGeometry(const Device &device, void *argument)
+int replyGeometry(const Device &device, void *argument)
 {
     if (!hasBlocks(device.is)) {
         return failWith(EINVAL);
@@ -205,12 +205,12 @@ int giveGeometry(const Device &device, void *argument)
     reply.heads = static_cast<unsigned char>(geometry.heads);
     reply.sectors = static_cast<unsigned char>(geometry.sectors);
     reply.cylinders = static_cast<unsigned short>(geometry.cylinders);
-    return give(argument, reply);
+    return replyWith(argument, reply);
 }
 
-int giveIdentity(const Device &device, void *argument)
+int replyIdentity(const Device &device, void *argument)
 {
-    return device.is.ata ? give(argument, identityForIoctl(device.is, device.smartEnabled)) : failWith(EINVAL);
+    return device.is.ata ? replyWith(argument, identityForIoctl(device.is, device.smartEnabled)) : failWith(EINVAL);
 }
 
 } // namespace
@@ -231,13 +231,13 @@ int executeRequest(Device &device, unsigned long number, void *argument, const F
     case HDIO_DRIVE_TASK:
         return driveTask(device, static_cast<uint8_t *>(argument));
     case kGetIdlun:
-        return giveAddress(device, argument);
+        return replyAddress(device, argument);
     case kGetBusNumber:
-        return device.is.isIde() ? failWith(EINVAL) : give(argument, device.is.host);
+        return device.is.isIde() ? failWith(EINVAL) : replyWith(argument, device.is.host);
     case HDIO_GET_IDENTITY:
-        return giveIdentity(device, argument);
+        return replyIdentity(device, argument);
     case HDIO_GETGEO:
-        return giveGeometry(device, argument);
+        return replyGeometry(device, argument);
     default:
         break;
     }
@@ -245,10 +245,10 @@ int executeRequest(Device &device, unsigned long number, void *argument, const F
         return failWith(EINVAL);
     }
     if (number == BLKSSZGET) {
-        return give(argument, static_cast<int>(device.is.sectorSize));
+        return replyWith(argument, static_cast<int>(device.is.sectorSize));
     }
-    return number == BLKGETSIZE ? give(argument, static_cast<unsigned long>(device.is.sectors))
-                                : give(argument, device.is.sectors * 512);
+    return number == BLKGETSIZE ? replyWith(argument, static_cast<unsigned long>(device.is.sectors))
+                                : replyWith(argument, device.is.sectors * 512);
 }
 
 } // namespace sim

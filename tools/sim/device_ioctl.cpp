@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Requests to a device node: what they are, faults and delays, the log.
+// Requests to a device node: their kinds, faults and delays, the log.
 #include "sim/device.h"
 #include "sim/requests.h"
 #include "sim/state.h"
@@ -96,10 +96,10 @@ bool isOn(const Fault &fault, const RequestKind &kind)
     }
 }
 
-// What the faults of a device make of one request.
+// Effect of a device's faults on one request.
 struct Plan {
     std::chrono::nanoseconds wait{0};
-    Fault failure; // fails() tells whether there is one
+    Fault failure; // none unless fails()
 };
 
 Plan planFor(Device &device, const RequestKind &kind)
@@ -137,7 +137,7 @@ int failWith(int error)
     return -1;
 }
 
-// The kernel gives a command up after its time-out and tells so as a transport status.
+// The kernel aborts a command after its timeout and reports this as a transport status.
 Fault timedOut()
 {
     constexpr int kDidTimeOut = 3;
@@ -146,7 +146,7 @@ Fault timedOut()
     return fault;
 }
 
-// To an ATA disk the kernel sends ATA commands alone: it answers the SCSI ones itself.
+// The kernel sends only ATA commands to an ATA disk and answers SCSI commands by itself.
 void count(MachineState &machine, const Device &device, const RequestKind &kind)
 {
     ++machine.requests;
@@ -155,7 +155,7 @@ void count(MachineState &machine, const Device &device, const RequestKind &kind)
 
 void keepInLog(MachineState &machine, const Device &device, const Request &request)
 {
-    constexpr size_t kLongest = 1 << 17; // of a test that never forgets
+    constexpr size_t kLongest = 1 << 17; // bound for tests that never call forgetCommands
     if (!machine.logging) {
         return;
     }

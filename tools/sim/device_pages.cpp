@@ -40,7 +40,7 @@ std::vector<uint8_t> exceptionsPage(const Device &device, PageControl control)
 {
     const ExceptionsDescription &is = device.is.exceptions;
     switch (control) {
-    case PageControl::changeable: // ones where MODE SELECT may change something
+    case PageControl::changeable: // a bit is 1 where MODE SELECT may change it
         return pageOf(is, {is.changeableDexcpt, is.changeableMrie ? kMrie : uint8_t{0}, kFlags});
     case PageControl::defaults:
         return pageOf(is, {is.dexcpt, static_cast<uint8_t>(is.mrie), 0});
@@ -64,7 +64,7 @@ std::vector<uint8_t> blockDescriptor(const Device &device)
     return descriptor;
 }
 
-// libata's CHECK CONDITION on a field of the CDB points at it.
+// libata's CHECK CONDITION has a pointer to the invalid field of the CDB.
 ScsiReply invalidPage(const Device &device)
 {
     ScsiReply reply = checkCondition(kIllegalRequest, kInvalidField);
@@ -114,11 +114,11 @@ ScsiReply modeSense(const Device &device, std::span<const uint8_t> cdb, bool ten
     return reply;
 }
 
-bool mayBecome(const Device &device, const ExceptionsSettings &wanted)
+bool isAllowed(const Device &device, const ExceptionsSettings &requested)
 {
     const ExceptionsDescription &is = device.is.exceptions;
-    return (is.changeableDexcpt || wanted.dexcpt == device.exceptions.dexcpt) &&
-           (is.changeableMrie || wanted.mrie == device.exceptions.mrie);
+    return (is.changeableDexcpt || requested.dexcpt == device.exceptions.dexcpt) &&
+           (is.changeableMrie || requested.mrie == device.exceptions.mrie);
 }
 
 ScsiReply modeSelect(Device &device, std::span<const uint8_t> cdb, std::span<const uint8_t> list, bool tenByte)
@@ -143,19 +143,19 @@ ScsiReply modeSelect(Device &device, std::span<const uint8_t> cdb, std::span<con
     if ((list[at] & 0x3F) != kExceptionsPage || list[at + 1] != 0x0A) {
         return checkCondition(kIllegalRequest, kInvalidListField);
     }
-    const ExceptionsSettings wanted{(list[at + 2] & kDexcpt) != 0, static_cast<uint8_t>(list[at + 3] & kMrie),
-                                    static_cast<uint8_t>(list[at + 2] & kFlags)};
-    if (!mayBecome(device, wanted)) {
+    const ExceptionsSettings requested{(list[at + 2] & kDexcpt) != 0, static_cast<uint8_t>(list[at + 3] & kMrie),
+                                       static_cast<uint8_t>(list[at + 2] & kFlags)};
+    if (!isAllowed(device, requested)) {
         return checkCondition(kIllegalRequest, kInvalidListField);
     }
-    device.exceptions = wanted;
+    device.exceptions = requested;
     if (exceptions.fixedMrie >= 0) {
         device.exceptions.mrie = static_cast<uint8_t>(exceptions.fixedMrie);
     }
     if (save) {
         device.savedExceptions = device.exceptions;
     }
-    device.attention = exceptions.unitAttention;
+    device.unitAttention = exceptions.unitAttention;
     return {};
 }
 
@@ -194,7 +194,7 @@ ScsiReply logSense(const Device &device, std::span<const uint8_t> cdb)
     return reply;
 }
 
-// Where nothing is pending, the method "report on request" makes a prediction seen here.
+// Returns pending sense data; without any, a predicted failure if the method is "report on request".
 ScsiReply requestSense(const Device &device, std::span<const uint8_t> cdb)
 {
     constexpr uint8_t kOnRequest = 6;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// SCSI commands: SPC-4 for the common ones, SAT-3 for ATA PASS-THROUGH. ATA disks answer as Linux's libata does for
-// them, recorded in virtual machines (kernels 5.10, 6.1 and 6.12).
+// SCSI commands: SPC-4 for the common ones, SAT-3 for ATA PASS-THROUGH. For ATA disks the replies are those of Linux's
+// libata, recorded in virtual machines (kernels 5.10, 6.1 and 6.12).
 #include "sim/device.h"
 
 #include <algorithm>
@@ -80,7 +80,7 @@ ScsiReply inquiry(const Device &device, std::span<const uint8_t> cdb)
 
 struct PassThrough {
     AtaRegisters registers;
-    bool wantsRegisters; // CK_COND
+    bool returnsRegisters; // CK_COND
     bool transfersIn;
 };
 
@@ -88,14 +88,14 @@ PassThrough decodePassThrough(std::span<const uint8_t> cdb)
 {
     const bool longForm = cdb[0] == kAtaPassThrough16;
     PassThrough result{};
-    result.wantsRegisters = (cdb[2] & 0x20) != 0;
+    result.returnsRegisters = (cdb[2] & 0x20) != 0;
     result.transfersIn = (cdb[2] & 0x03) != 0 && (cdb[2] & 0x08) != 0;
     result.registers = longForm ? AtaRegisters{cdb[4], cdb[6], cdb[8], cdb[10], cdb[12], cdb[13], cdb[14]}
                                 : AtaRegisters{cdb[3], cdb[4], cdb[5], cdb[6], cdb[7], cdb[8], cdb[9]};
     return result;
 }
 
-// A command without data hands the registers out in descriptor format (ATA Return descriptor); one with data, or an
+// A command without data returns the registers in descriptor format (ATA Return descriptor); one with data, or an
 // aborted one, in fixed format with the registers in the information bytes.
 std::vector<uint8_t> senseOfRegisters(const AtaReply &ata, bool data)
 {
@@ -109,7 +109,7 @@ std::vector<uint8_t> senseOfRegisters(const AtaReply &ata, bool data)
     sense[2] = 0x0B; // ABORTED COMMAND
     sense[7] = 0x0A;
     sense[8] = ata.error;
-    sense[9] = data && !ata.failed() ? 0x58 : ata.status; // DRQ is still seen at the end of a transfer
+    sense[9] = data && !ata.failed() ? 0x58 : ata.status; // DRQ is still set at the end of a transfer
     sense[11] = data ? 1 : ata.registers.count;
     return sense;
 }
@@ -119,16 +119,16 @@ ScsiReply passThrough(Device &device, std::span<const uint8_t> cdb)
     if (!device.is.ata || device.is.isIde()) {
         return checkCondition(kIllegalRequest, kInvalidOpcode);
     }
-    const PassThrough wanted = decodePassThrough(cdb);
-    const AtaReply ata = ataCommand(device, wanted.registers);
+    const PassThrough request = decodePassThrough(cdb);
+    const AtaReply ata = ataCommand(device, request.registers);
     ScsiReply reply;
     reply.wholeTransfer = true;
-    if (wanted.transfersIn) {
+    if (request.transfersIn) {
         reply.data = ata.data;
     }
-    if (ata.failed() || wanted.wantsRegisters) {
+    if (ata.failed() || request.returnsRegisters) {
         reply.status = 2;
-        reply.sense = senseOfRegisters(ata, wanted.transfersIn);
+        reply.sense = senseOfRegisters(ata, request.transfersIn);
     }
     return reply;
 }
@@ -196,8 +196,8 @@ ScsiReply scsiCommand(Device &device, std::span<const uint8_t> cdb, std::span<co
     }
     const Kind kind = kindOfScsi(cdb).own;
     ScsiReply reply;
-    if (device.attention && kind != Kind::inquiry && kind != Kind::requestSense) {
-        device.attention = false;
+    if (device.unitAttention && kind != Kind::inquiry && kind != Kind::requestSense) {
+        device.unitAttention = false;
         reply = checkCondition(6, 0x2A, 0x01); // UNIT ATTENTION: mode parameters changed
     } else if (cdb[0] == kAtaPassThrough16 || cdb[0] == kAtaPassThrough12) {
         reply = passThrough(device, cdb);

@@ -13,7 +13,7 @@ using namespace device_test;
 using testing::Each;
 using testing::ElementsAre;
 
-TEST(Device, AddressIsTheKernelsWord)
+TEST(Device, AddressIsPackedIntoOneWord)
 {
     const sim::Machine machine(disk(kAta));
     const Node node("/dev/sda");
@@ -22,7 +22,7 @@ TEST(Device, AddressIsTheKernelsWord)
     EXPECT_EQ(words[0], 0x08010305U);
 }
 
-TEST(Device, IdentityIsReadableAndRunsOnIntoTheNextWord)
+TEST(Device, SerialRunsOnIntoTheNextWord)
 {
     const sim::Machine machine(disk(kAta));
     const Node node("/dev/sda");
@@ -41,7 +41,7 @@ TEST(Device, ShortSerialIsBlankPadded)
     EXPECT_STREQ(block.data() + 20, "SHORT1              ");
 }
 
-TEST(Device, SizesAreTheDescriptions)
+TEST(Device, SizesAndGeometryAreAsDescribed)
 {
     const sim::Machine machine(disk(R"("ata": true, "sizeBytes": 4294967296, "sectorSize": 4096,
         "geometry": {"heads": 255, "sectors": 63, "cylinders": 65})"));
@@ -62,7 +62,7 @@ TEST(Device, SizesAreTheDescriptions)
     EXPECT_EQ(geometry.cylinders, 65);
 }
 
-TEST(Device, WithoutGeometryTheKernelHasNone)
+TEST(Device, NullGeometryMakesGetgeoFail)
 {
     const sim::Machine machine(disk(R"("ata": true, "geometry": null)"));
     const Node node("/dev/sda");
@@ -71,7 +71,7 @@ TEST(Device, WithoutGeometryTheKernelHasNone)
     EXPECT_EQ(errno, ENOTTY);
 }
 
-// As Linux 6.1 answers for an AHCI disk (recorded in a virtual machine).
+// Replies of Linux 6.1 for an AHCI disk (recorded in a virtual machine).
 TEST(AtaDisk, InquiryIsAsRecorded)
 {
     const sim::Machine machine(disk(kAta));
@@ -85,7 +85,7 @@ TEST(AtaDisk, InquiryIsAsRecorded)
     EXPECT_EQ(result.data[2], 5);
 }
 
-TEST(AtaDisk, IdentifyHasItsTextsSwapped)
+TEST(AtaDisk, IdentifyTextsAreByteSwapped)
 {
     const sim::Machine machine(disk(kAta));
     const Node node("/dev/sda");
@@ -123,7 +123,7 @@ TEST(AtaDisk, ReturnStatusEndsInDescriptorSense)
                 ElementsAre(0x72, 1, 0, 0x1D, 0, 0, 0, 0x0E, 9, 0x0C, 0, 0, 0, 0, 0, 0, 0, 0x4F, 0, 0xC2, 0, 0x50));
 }
 
-TEST(AtaDisk, AFailingOneSaysSo)
+TEST(AtaDisk, ReturnStatusReportsAFailingDisk)
 {
     const sim::Machine machine(disk(kAta + R"(, "smart": {"failing": true})"));
     const Node node("/dev/sda");
@@ -132,7 +132,7 @@ TEST(AtaDisk, AFailingOneSaysSo)
     EXPECT_EQ(result.sense[19], 0x2C);
 }
 
-// SMART READ LOG of one sector, as a disk's programs send it.
+// SMART READ LOG.
 std::vector<uint8_t> readLog(uint8_t address, uint8_t sectors = 1)
 {
     return {0x85, 8, 0x0E, 0, 0xD5, 0, sectors, 0, address, 0, 0x4F, 0, 0xC2, 0, 0xB0, 0};
@@ -144,7 +144,7 @@ uint8_t sumOf(const Result &result)
     return std::accumulate(result.data.begin(), result.data.end(), uint8_t{0});
 }
 
-TEST(AtaDisk, SmartSectorsTellWhatTheDiskCan)
+TEST(AtaDisk, SmartSectorsReportCapabilities)
 {
     const sim::Machine machine(disk(kAta + R"(, "smart": {"attributes": [{"id": 5, "threshold": 10}, {"id": 9}]})"));
     const Node node("/dev/sda");
@@ -164,7 +164,7 @@ TEST(AtaDisk, SmartSectorsTellWhatTheDiskCan)
     }
 }
 
-TEST(AtaDisk, SmartLogsAreThereWithoutAnEntry)
+TEST(AtaDisk, SmartLogsAreEmpty)
 {
     const sim::Machine machine(disk(kAta));
     const Node node("/dev/sda");
@@ -183,7 +183,7 @@ TEST(AtaDisk, SmartLogsAreThereWithoutAnEntry)
     }
 }
 
-TEST(AtaDisk, WithoutSmartThereIsNeitherThresholdNorLog)
+TEST(AtaDisk, WithoutSmartThresholdsAndLogsAreRefused)
 {
     const sim::Machine machine(disk(kAta + R"(, "smart": {"supported": false})"));
     const Node node("/dev/sda");
@@ -192,7 +192,7 @@ TEST(AtaDisk, WithoutSmartThereIsNeitherThresholdNorLog)
     EXPECT_EQ(send(node, kIdentify).data[2 * 84] & 3, 0);
 }
 
-TEST(AtaDisk, SwitchedOffSmartRefusesDataAndStatus)
+TEST(AtaDisk, DisabledSmartRefusesDataAndStatus)
 {
     const sim::Machine machine(disk(kAta));
     const Node node("/dev/sda");
@@ -248,7 +248,7 @@ TEST(AtaDisk, DriveCommandsAnswerAsLibataDoes)
     EXPECT_THAT(status, ElementsAre(0x50, 0, 0, 0, 0x4F, 0xC2, 0));
 }
 
-TEST(AtaDisk, ModeSenseOfTheExceptionsPageIsRefused)
+TEST(AtaDisk, ExceptionsPageIsRefused)
 {
     const sim::Machine machine(disk(kAta));
     const Node node("/dev/sda");
@@ -260,7 +260,7 @@ TEST(AtaDisk, ModeSenseOfTheExceptionsPageIsRefused)
                 ElementsAre(0x70, 0, 5, 0, 0, 0, 0, 0x12, 0, 0, 0, 0, 0x24, 0, 0, 0xC0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 0));
 }
 
-TEST(AtaDisk, WordsOfTheIdentifyBlockCanBeGiven)
+TEST(AtaDisk, IdentifyWordsCanBeSet)
 {
     const sim::Machine machine(disk(R"("ata": true, "identifyWords": {"83": 0, "82": 16384})"));
     const Node node("/dev/sda");
@@ -270,7 +270,7 @@ TEST(AtaDisk, WordsOfTheIdentifyBlockCanBeGiven)
     EXPECT_EQ(result.data[2 * 82], 0);
 }
 
-TEST(AtaDisk, OneThatKnowsIdentifyPacketOnlyRefusesTheOther)
+TEST(AtaDisk, IdentifyPacketDeviceRefusesIdentify)
 {
     const sim::Machine machine(disk(R"("ata": true, "identifyBy": "packet")"));
     const Node node("/dev/sda");
@@ -278,8 +278,8 @@ TEST(AtaDisk, OneThatKnowsIdentifyPacketOnlyRefusesTheOther)
     EXPECT_EQ(send(node, kIdentifyPacket).header.status, 0);
 }
 
-// As Linux 6.1 answers for a virtio SCSI disk (recorded in a virtual machine).
-TEST(ScsiDisk, KnowsNoAtaCommand)
+// Replies of Linux 6.1 for a virtio SCSI disk (recorded in a virtual machine).
+TEST(ScsiDisk, RefusesAtaCommands)
 {
     const sim::Machine machine(disk(R"("vendor": "ACME", "model": "TESTDISK", "serial": "VS0SERIAL")"));
     const Node node("/dev/sda");
@@ -298,7 +298,7 @@ TEST(ScsiDisk, KnowsNoAtaCommand)
     EXPECT_EQ(serial.text(4, 9), "VS0SERIAL");
 }
 
-TEST(ScsiDisk, ExceptionsAreSwitchedByModeSelect)
+TEST(ScsiDisk, ModeSelectSwitchesExceptions)
 {
     const sim::Machine machine(disk(R"("vendor": "ACME", "sectors": 131072,
         "exceptions": {"dexcpt": true, "unitAttention": true, "predicting": true})"));
@@ -321,7 +321,7 @@ TEST(ScsiDisk, ExceptionsAreSwitchedByModeSelect)
     EXPECT_EQ(send(node, kLogExceptions).text(0, 10), std::string("\x2F\0\0\x07\0\0\x03\x03\x5D\xFF", 10));
 }
 
-TEST(ScsiDisk, OneWithoutThePageOrTheCommandSaysWhich)
+TEST(ScsiDisk, MissingPageAndMissingCommandDiffer)
 {
     {
         const sim::Machine machine(disk(R"("exceptions": {"supported": false})"));
@@ -345,14 +345,14 @@ std::vector<uint8_t> modeSense6(uint8_t pageControl)
     return {0x1A, 0, static_cast<uint8_t>(pageControl << 6 | 0x1C), 0, 0xFF, 0};
 }
 
-// MODE SELECT(6) of byte 2 and 3 of the exceptions page, on a disk without block descriptor.
+// MODE SELECT(6) of bytes 2 and 3 of the exceptions page, for a disk without block descriptor.
 Result select(const Node &node, uint8_t flags, uint8_t mrie, bool save = false)
 {
     const auto options = static_cast<uint8_t>(save ? 0x11 : 0x10);
     return send(node, {0x15, options, 0, 0, 16, 0}, SG_DXFER_TO_DEV, 16, {0, 0, 0, 0, 0x1C, 0x0A, flags, mrie});
 }
 
-TEST(ScsiDisk, KeepsCurrentDefaultAndSavedValuesApart)
+TEST(ScsiDisk, CurrentDefaultAndSavedValuesDiffer)
 {
     const sim::Machine machine(
         disk(R"("exceptions": {"savable": true, "dexcpt": true, "mrie": 3, "blockDescriptor": false})"));
@@ -368,7 +368,7 @@ TEST(ScsiDisk, KeepsCurrentDefaultAndSavedValuesApart)
     }
 }
 
-TEST(ScsiDisk, SavesNothingUnlessItCan)
+TEST(ScsiDisk, SaveIsRefusedUnlessSavable)
 {
     const sim::Machine machine(disk(R"("exceptions": {"blockDescriptor": false})"));
     const Node node("/dev/sda");
@@ -378,7 +378,7 @@ TEST(ScsiDisk, SavesNothingUnlessItCan)
     EXPECT_TRUE(machine.smartSwitchedOn("/dev/sda"));
 }
 
-TEST(ScsiDisk, RefusesToChangeWhatIsNotChangeable)
+TEST(ScsiDisk, ChangeOfUnchangeableFieldIsRefused)
 {
     const sim::Machine machine(disk(R"("exceptions": {"changeableMrie": false, "changeableDexcpt": false, "mrie": 4,
         "blockDescriptor": false})"));
@@ -392,17 +392,17 @@ TEST(ScsiDisk, RefusesToChangeWhatIsNotChangeable)
     EXPECT_EQ(send(node, modeSense6(0)).data[6], 0x10);
 }
 
-TEST(ScsiDisk, SenseDataMayBeInDescriptorFormat)
+TEST(ScsiDisk, SenseDataInDescriptorFormat)
 {
     const sim::Machine machine(
         disk(R"("descriptorSense": true, "exceptions": {"modeSense10": false, "mrie": 6, "predicting": true})"));
     const Node node("/dev/sda");
     EXPECT_THAT(send(node, kModeSense10).senseBytes(), ElementsAre(0x72, 5, 0x20, 0, 0, 0, 0, 0));
-    EXPECT_EQ(send(node, kRequestSense).text(0, 4), std::string("\x72\x05\x20\0", 4)); // of the command before
+    EXPECT_EQ(send(node, kRequestSense).text(0, 4), std::string("\x72\x05\x20\0", 4)); // of the former command
     EXPECT_EQ(send(node, kRequestSense).text(0, 4), std::string("\x72\0\x5D\xFF", 4));
 }
 
-TEST(Device, TellsWhatCommandsHaveSwitched)
+TEST(Device, SmartSwitchedOnFollowsCommands)
 {
     const sim::Machine machine(
         R"({"hosts": [{"devices": [{"ata": true}, {"id": 1, "exceptions": {"blockDescriptor": false}},
@@ -426,7 +426,7 @@ struct Legacy {
     uint8_t data[512];
 };
 
-TEST(ScsiDisk, SendCommandAnswersInPlaceOfTheCdb)
+TEST(ScsiDisk, SendCommandReplyReplacesTheCdb)
 {
     const sim::Machine machine(disk(R"("vendor": "ACME", "exceptions": {"supported": false})"));
     const Node node("/dev/sda");
@@ -439,7 +439,7 @@ TEST(ScsiDisk, SendCommandAnswersInPlaceOfTheCdb)
     EXPECT_EQ(page.data[2], 5);
 }
 
-TEST(ScsiDisk, OldKernelsHandOutTheDriverByteToo)
+TEST(ScsiDisk, OldKernelAddsTheDriverByte)
 {
     const sim::Machine machine(
         R"({"kernel": "2.4.21", "hosts": [{"devices": [{"exceptions": {"supported": false}}]}]})");
@@ -448,8 +448,8 @@ TEST(ScsiDisk, OldKernelsHandOutTheDriverByteToo)
     EXPECT_EQ(ioctl(node.fd, kSendCommand, &page), 0x08000002);
 }
 
-// As the IDE driver of Linux 5.10 answers (recorded in a virtual machine).
-TEST(IdeDrive, AnswersAsTheOldDriverDoes)
+// Replies of the IDE driver of Linux 5.10 (recorded in a virtual machine).
+TEST(IdeDrive, AnswersAsRecorded)
 {
     const sim::Machine machine(R"({"ide": {"drives": [{"name": "hda", "model": "QIDEDISK", "revision": "1.0A",
         "serial": "IDE0SERIAL001", "sectors": 2097152}]}})");
@@ -484,7 +484,7 @@ TEST(Device, UnknownIoctlsFailAndAreCounted)
     EXPECT_EQ(errno, EFAULT);
 }
 
-TEST(Device, WhatReachedItIsLogged)
+TEST(Device, RequestsAreLogged)
 {
     sim::Machine machine(disk(kAta));
     const Node node("/dev/sda");
@@ -504,7 +504,7 @@ TEST(Device, WhatReachedItIsLogged)
     EXPECT_TRUE(machine.commands().empty());
 }
 
-TEST(Device, OneThatIsPulledOutAnswersThatItIsGone)
+TEST(Device, RemovedDeviceAnswersEnodev)
 {
     sim::Machine machine(disk(kAta));
     const Node node("/dev/sda");
@@ -514,7 +514,7 @@ TEST(Device, OneThatIsPulledOutAnswersThatItIsGone)
     EXPECT_EQ(errno, ENODEV);
 }
 
-TEST(Device, OneThatStaysKeepsItsSmartSwitch)
+TEST(Device, RemainingDeviceKeepsItsSmartState)
 {
     sim::Machine machine(disk(kAta));
     const Node node("/dev/sda");
@@ -530,7 +530,7 @@ TEST(Device, OpeningCanFail)
     EXPECT_EQ(errno, EBUSY);
 }
 
-TEST(Device, ManyThreadsMayUseIt)
+TEST(Device, ThreadsMayShareIt)
 {
     const sim::Machine machine(disk(kAta));
     std::vector<std::thread> threads;

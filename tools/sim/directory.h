@@ -8,10 +8,11 @@ namespace sim {
 
 class MachineDirectory {
 public:
-    // Makes one; with a state directory, the agent's data and work lie there. Throws std::runtime_error. The first one
-    // of a process also removes those that crashed processes have left.
+    // Makes a directory that only this user can enter, with a name that cannot be predicted. With a state directory,
+    // the agent's data and work directories are links into it. The first directory of a process also removes those that
+    // processes of the same user left behind when they were killed. Throws std::runtime_error, leaving nothing behind.
     explicit MachineDirectory(const std::string &stateDirectory = "");
-    ~MachineDirectory(); // leaves it where it is
+    ~MachineDirectory(); // does not remove the directory
     MachineDirectory(const MachineDirectory &) = delete;
     MachineDirectory &operator=(const MachineDirectory &) = delete;
 
@@ -19,8 +20,10 @@ public:
     void remove();
 
 private:
+    void linkState(const std::string &stateDirectory) const;
+
     std::string path_;
-    int lock_; // descriptor of a locked file in it: whoever finds it unlocked knows that no process uses the directory
+    int lock_ = -1; // descriptor of a locked file in the directory; unlocked: no process uses the directory any more
 };
 
 } // namespace sim

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The machines that are shipped as examples.
+// The example machines.
 #include "sim/sim.h"
 
 #include <cerrno>
@@ -38,7 +38,7 @@ size_t disksOf(const sim::Machine &machine)
     return disks;
 }
 
-TEST(Examples, EachIsADescriptionWithItsManagedDrivers)
+TEST(Examples, AllCanBeMade)
 {
     int count = 0;
     for (const auto &entry : std::filesystem::directory_iterator(std::string(TAV_SOURCE_DIR) + "/examples/machines")) {
@@ -53,7 +53,7 @@ TEST(Examples, EachIsADescriptionWithItsManagedDrivers)
     EXPECT_GE(count, 6);
 }
 
-TEST(Examples, TheLargeMachineUsesEveryDiskName)
+TEST(Examples, LargeHas128Disks)
 {
     const sim::Machine machine(example("large.json"));
     EXPECT_EQ(disksOf(machine), 128U);
@@ -61,7 +61,7 @@ TEST(Examples, TheLargeMachineUsesEveryDiskName)
     EXPECT_FALSE(machine.exists("/dev/sddy"));
 }
 
-TEST(Examples, TheServerHasTwoDriversAndEveryDiskAnswersWithItsSerial)
+TEST(Examples, ServerHasTwoDriversAndSerialNumbers)
 {
     const sim::Machine machine(example("server.json"));
     EXPECT_EQ(disksOf(machine), 24U);
@@ -77,14 +77,14 @@ TEST(Examples, TheServerHasTwoDriversAndEveryDiskAnswersWithItsSerial)
     EXPECT_TRUE(machine.exists("/dev/sr0"));
 }
 
-TEST(Examples, TheUsbDisksHangOnUsbHosts)
+TEST(Examples, UsbHasUsbHosts)
 {
     const sim::Machine machine(example("usb.json"));
     EXPECT_EQ(firstLine("/sys/class/scsi_host/host2/proc_name"), "usb-storage");
     EXPECT_EQ(disksOf(machine), 4U);
 }
 
-TEST(Examples, TheOldMachineHasIdeAndScsiInProcfs)
+TEST(Examples, IdeHasIdeAndScsiInProcfs)
 {
     const sim::Machine machine(example("ide.json"));
     EXPECT_EQ(firstLine("/proc/ide/hda/media"), "disk");

@@ -11,7 +11,7 @@ namespace {
 
 using namespace device_test;
 
-TEST(Faults, StrikeTheNthRequestOfAKind)
+TEST(Faults, NthRequestOfAKindFails)
 {
     const sim::Machine machine(disk(kAta + R"(, "faults": [{"on": "inquiry", "nth": 2, "errno": "ENXIO"}])"));
     const Node node("/dev/sda");
@@ -23,7 +23,7 @@ TEST(Faults, StrikeTheNthRequestOfAKind)
     EXPECT_EQ(send(node, kInquiry).ret, 0);
 }
 
-TEST(Faults, CanBeAStatusOfTheTransport)
+TEST(Faults, TransportStatusIsReported)
 {
     const sim::Machine machine(disk(kAta + R"(, "faults": [{"on": "inquiry", "hostStatus": 3},
         {"on": "smartStatus", "driverStatus": 6}, {"on": "identify", "sense": "70 00 02 00 00 00 00 0a 00 00 00 00 3a"}])"));
@@ -36,7 +36,7 @@ TEST(Faults, CanBeAStatusOfTheTransport)
     EXPECT_EQ(identify.sense[12], 0x3A);
 }
 
-TEST(Faults, CanStrikeOtherIoctlsToo)
+TEST(Faults, OtherIoctlsCanFail)
 {
     const sim::Machine machine(
         disk(kAta + R"(, "faults": [{"on": "identity", "errno": "EIO"}, {"on": "size", "every": 2, "errno": 5}])"));
@@ -49,7 +49,7 @@ TEST(Faults, CanStrikeOtherIoctlsToo)
     EXPECT_EQ(ioctl(node.fd, BLKGETSIZE64, &bytes), 0);
 }
 
-TEST(Faults, RandomOnesAreTheSameForTheSameSeed)
+TEST(Faults, SameSeedGivesTheSameFaults)
 {
     const auto run = [](const char *seed) {
         std::string json = disk(kAta + R"(, "faults": [{"on": "sectorSize", "probability": 0.5, "errno": "EIO"}])");
@@ -77,7 +77,7 @@ double secondsOf(const std::function<void()> &action)
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-TEST(Faults, DelaysTakeTheirTime)
+TEST(Faults, DelaysAddUp)
 {
     const sim::Machine machine(disk(kAta + R"(, "delayMs": 20, "faults": [{"on": "inquiry", "delayMs": 30}])"));
     const Node node("/dev/sda");
@@ -85,7 +85,7 @@ TEST(Faults, DelaysTakeTheirTime)
     EXPECT_GE(secondsOf([&] { send(node, kIdentify); }), 0.02);
 }
 
-TEST(Faults, AHangIsEndedByTheCommandsTimeOut)
+TEST(Faults, HangEndsWithTheCommandsTimeout)
 {
     const sim::Machine machine(disk(kAta + R"(, "faults": [{"on": "inquiry", "hangSeconds": 60}])"));
     const Node node("/dev/sda");
@@ -95,7 +95,7 @@ TEST(Faults, AHangIsEndedByTheCommandsTimeOut)
     EXPECT_EQ(result.header.host_status, 3);
 }
 
-TEST(Faults, AHangEndsWithItsDevice)
+TEST(Faults, HangEndsWhenItsDeviceIsRemoved)
 {
     sim::Machine machine(disk(kAta + R"(, "faults": [{"on": "sectorSize", "hangSeconds": 60}])"));
     const Node node("/dev/sda");

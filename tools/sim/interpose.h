@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the interposed functions have in common.
+// Common parts of the interposed functions.
 //
-// Each is defined under a name of its own and exported under the C library's by an assembler label: so neither the
-// headers' declarations (exception specifications, fortified inline versions) nor the compiler's knowledge of the name
-// get in the way, and a thread that is cancelled in the real function unwinds through.
+// Each has a name of our own and is exported under the C library's name by an assembler label. This avoids conflicts
+// with the headers' declarations (exception specifications, fortified inline versions) and with the compiler's built-in
+// knowledge of the name; a thread that is cancelled in the real function can unwind through ours.
 #pragma once
 
 #include "sim/callers.h"
@@ -15,10 +15,11 @@
 
 #include <cerrno>
 
-// Exports the function that is declared next.
+// Exports the function declared next.
 #define SIM_EXPORT extern "C" [[gnu::visibility("default")]]
-// Whether this call is to fail; must stand in the interposed function itself, whose return address tells the caller.
-#define SIM_STRIKES(kind, function) ::sim::strikes(::sim::Call::kind, __builtin_return_address(0), function)
+// Whether this call has to fail. Only for use in the interposed function itself, whose return address identifies the
+// caller.
+#define SIM_FAILS(kind, function) ::sim::mustFail(::sim::Call::kind, __builtin_return_address(0), function)
 #define SIM_IS_PRODUCT(function) ::sim::isProduct(__builtin_return_address(0), function)
 
 namespace sim {
@@ -29,24 +30,24 @@ template <class T = int> T failedWith(int error, T value = T(-1))
     return value;
 }
 
-// Notes a descriptor that was opened under a path, and gives it back. errno is kept.
+// Records a descriptor that was opened by a path. Returns the descriptor. errno is unchanged.
 inline int noteOpened(int descriptor, const Translated &path, bool byProduct)
 {
-    if (descriptor >= 0 && thisThread.inside == 0 && (path.isMachines() || byProduct)) {
+    if (descriptor >= 0 && thisThread.inside == 0 && (path.isInMachine() || byProduct)) {
         const int saved = errno;
         const Inside inside;
         const OwnTime own;
-        opened(descriptor, static_cast<uint8_t>((path.isMachines() ? kOfMachine : 0) | (byProduct ? kOfProduct : 0)),
-               path.isMachines() ? deviceAt(path.c_str()) : nullptr);
+        opened(descriptor, static_cast<uint8_t>((path.isInMachine() ? kOfMachine : 0) | (byProduct ? kOfProduct : 0)),
+               path.isInMachine() ? deviceAt(path.c_str()) : nullptr);
         errno = saved;
     }
     return descriptor;
 }
 
-// The error with which a path cannot be opened because of the device there; 0 when it can.
+// The error with which opening a path fails because of its device, or 0.
 inline int openErrorOf(const Translated &path)
 {
-    if (!path.isMachines()) {
+    if (!path.isInMachine()) {
         return 0;
     }
     const Inside inside;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Listing of directories, and the directory that a process works in. Relative paths are the kernel's: after a chdir
-// into the machine they lead there, but a device node that is opened by one is no device.
+// Listing of directories, and the working directory. Relative paths are resolved by the kernel: after a chdir into the
+// machine they lead there, but a device node opened by a relative path is not a device.
 #include "sim/blocks.h"
 #include "sim/interpose.h"
 
@@ -25,7 +25,7 @@ constinit Real<int(const char *)> realChdir{"chdir"};
 constinit Real<char *(char *, size_t)> realGetcwd{"getcwd"};
 constinit Real<char *(char *, size_t, size_t)> realGetcwdChk{"__getcwd_chk"};
 
-char *toldDirectory(char *path)
+char *visibleDirectory(char *path)
 {
     if (path != nullptr && thisThread.inside == 0) {
         const size_t length = withoutRoot(path, std::strlen(path));
@@ -43,7 +43,7 @@ int scanThrough(Real<ScanFunction> &real, bool product, const char *path, dirent
     followDescription();
     const Translated translated(path);
     const int count = real(translated.c_str(), list, filter, compare);
-    if (product && count >= 0) { // the C library took the memory, but the caller has to give it back
+    if (product && count >= 0) { // allocated by the C library, to be freed by the caller
         noteBlock(*list);
         for (int i = 0; i < count; ++i) {
             noteBlock((*list)[i]);
@@ -64,7 +64,7 @@ SIM_EXPORT char *simGetcwdChk(char *to, size_t size, size_t room) __asm__("__get
 
 extern "C" DIR *simOpendir(const char *path)
 {
-    if (SIM_STRIKES(list, "opendir")) {
+    if (SIM_FAILS(list, "opendir")) {
         return failedWith<DIR *>(EMFILE, nullptr);
     }
     followDescription();
@@ -86,7 +86,7 @@ extern "C" int simClosedir(DIR *directory)
 
 extern "C" int simScandir(const char *path, dirent ***list, Filter *filter, Compare *compare)
 {
-    if (SIM_STRIKES(list, "scandir")) {
+    if (SIM_FAILS(list, "scandir")) {
         return failedWith(ENOMEM);
     }
     return scanThrough(realScandir, SIM_IS_PRODUCT("scandir"), path, list, filter, compare);
@@ -94,7 +94,7 @@ extern "C" int simScandir(const char *path, dirent ***list, Filter *filter, Comp
 
 extern "C" int simScandir64(const char *path, dirent ***list, Filter *filter, Compare *compare)
 {
-    if (SIM_STRIKES(list, "scandir64")) {
+    if (SIM_FAILS(list, "scandir64")) {
         return failedWith(ENOMEM);
     }
     return scanThrough(realScandir64, SIM_IS_PRODUCT("scandir64"), path, list, filter, compare);
@@ -108,10 +108,10 @@ extern "C" int simChdir(const char *path)
 
 extern "C" char *simGetcwd(char *to, size_t size)
 {
-    return toldDirectory(realGetcwd(to, size));
+    return visibleDirectory(realGetcwd(to, size));
 }
 
 extern "C" char *simGetcwdChk(char *to, size_t size, size_t room)
 {
-    return toldDirectory(realGetcwdChk(to, size, room));
+    return visibleDirectory(realGetcwdChk(to, size, room));
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The allocator's names, and the product's blocks. Under the sanitizers the allocator is theirs and left alone.
+// The allocator, and the product's blocks. Not interposed under the sanitizers, which have an allocator of their own.
 #include "sim/blocks.h"
 #include "sim/interpose.h"
 
@@ -16,7 +16,7 @@ namespace sim {
 
 namespace {
 
-// An open-addressing set of addresses in pages of its own: it must not allocate.
+// A hash set of addresses with open addressing. It maps its own pages, because it must not allocate.
 class BlockSet {
 public:
     void insert(uintptr_t block)
@@ -34,7 +34,7 @@ public:
 
     bool erase(uintptr_t block)
     {
-        if (live_ == 0) { // nearly always, for code that is not the product
+        if (live_ == 0) { // the usual case for code that is not the product
             return false;
         }
         const Lock held;
@@ -106,7 +106,7 @@ private:
     static constinit std::atomic<bool> busy_;
     uintptr_t *table_ = nullptr;
     size_t capacity_ = 0;
-    size_t used_ = 0; // entries that are not empty, erased ones included
+    size_t used_ = 0; // entries that are not empty, including erased ones
     std::atomic<int64_t> live_{0};
 };
 
@@ -136,8 +136,8 @@ int64_t liveBlocks()
 
 #if !SIM_SANITIZED
 
-// The C library's own allocator, under names that it exports besides the interposed ones: looking the real functions up
-// by name would need memory itself.
+// The C library's allocator under other names that it exports. Looking up the real functions by name would itself
+// allocate.
 extern "C" void *__libc_malloc(size_t size);
 extern "C" void *__libc_calloc(size_t count, size_t size);
 extern "C" void *__libc_realloc(void *block, size_t size);
@@ -179,23 +179,23 @@ char *copyOf(const char *text, size_t length, bool product)
 
 extern "C" void *simMalloc(size_t size)
 {
-    return SIM_STRIKES(allocate, "malloc") ? noMemory() : noted(__libc_malloc(size), SIM_IS_PRODUCT("malloc"));
+    return SIM_FAILS(allocate, "malloc") ? noMemory() : noted(__libc_malloc(size), SIM_IS_PRODUCT("malloc"));
 }
 
 extern "C" void *simCalloc(size_t count, size_t size)
 {
-    return SIM_STRIKES(allocate, "calloc") ? noMemory() : noted(__libc_calloc(count, size), SIM_IS_PRODUCT("calloc"));
+    return SIM_FAILS(allocate, "calloc") ? noMemory() : noted(__libc_calloc(count, size), SIM_IS_PRODUCT("calloc"));
 }
 
 extern "C" void *simRealloc(void *block, size_t size)
 {
-    if (SIM_STRIKES(allocate, "realloc")) {
+    if (SIM_FAILS(allocate, "realloc")) {
         return noMemory();
     }
     const bool product = SIM_IS_PRODUCT("realloc");
-    const bool wasHeld = forgetBlock(block); // before it can be another's
+    const bool wasHeld = forgetBlock(block); // before another thread can get the same address
     void *moved = __libc_realloc(block, size);
-    if (moved == nullptr && size != 0) { // the old block stays
+    if (moved == nullptr && size != 0) { // the old block is still allocated
         noted(block, wasHeld);
         return nullptr;
     }
@@ -210,19 +210,18 @@ extern "C" void simFree(void *block)
 
 extern "C" char *simStrdup(const char *text)
 {
-    return SIM_STRIKES(allocate, "strdup") ? static_cast<char *>(noMemory())
-                                           : copyOf(text, std::strlen(text), SIM_IS_PRODUCT("strdup"));
+    return SIM_FAILS(allocate, "strdup") ? static_cast<char *>(noMemory())
+                                         : copyOf(text, std::strlen(text), SIM_IS_PRODUCT("strdup"));
 }
 
 extern "C" char *simStrndup(const char *text, size_t size)
 {
-    return SIM_STRIKES(allocate, "strndup") ? static_cast<char *>(noMemory())
-                                            : copyOf(text, strnlen(text, size), SIM_IS_PRODUCT("strndup"));
+    return SIM_FAILS(allocate, "strndup") ? static_cast<char *>(noMemory())
+                                          : copyOf(text, strnlen(text, size), SIM_IS_PRODUCT("strndup"));
 }
 
-// The C++ allocator takes its memory by the name malloc from the C++ library, whose calls are nobody's: so it counts
-// for whoever calls it only here. With the empty name it is nobody's at all: tests allocate by it, and the product does
-// not.
+// operator new. It calls malloc from the C++ library, whose calls never count, so calls of the product are counted
+// here. With the empty name they do not count at all: tests use operator new, the product does not.
 SIM_EXPORT void *simNew(size_t size) __asm__("_Znwm");
 SIM_EXPORT void *simNewArray(size_t size) __asm__("_Znam");
 SIM_EXPORT void *simNewQuiet(size_t size, const std::nothrow_t &) __asm__("_ZnwmRKSt9nothrow_t");
@@ -232,35 +231,37 @@ namespace {
 
 void *newBlock(size_t size, bool product)
 {
-    return noted(__libc_malloc(size == 0 ? 1 : size), product && newCounts());
+    return noted(__libc_malloc(size == 0 ? 1 : size), product && countsOperatorNew());
 }
 
 } // namespace
 
 extern "C" void *simNew(size_t size)
 {
-    void *block =
-        newCounts() && SIM_STRIKES(allocate, "operator new") ? nullptr : newBlock(size, SIM_IS_PRODUCT("operator new"));
+    void *block = countsOperatorNew() && SIM_FAILS(allocate, "operator new")
+                      ? nullptr
+                      : newBlock(size, SIM_IS_PRODUCT("operator new"));
     return block != nullptr ? block : throw std::bad_alloc();
 }
 
 extern "C" void *simNewArray(size_t size)
 {
-    void *block =
-        newCounts() && SIM_STRIKES(allocate, "operator new") ? nullptr : newBlock(size, SIM_IS_PRODUCT("operator new"));
+    void *block = countsOperatorNew() && SIM_FAILS(allocate, "operator new")
+                      ? nullptr
+                      : newBlock(size, SIM_IS_PRODUCT("operator new"));
     return block != nullptr ? block : throw std::bad_alloc();
 }
 
 extern "C" void *simNewQuiet(size_t size, const std::nothrow_t &)
 {
-    return newCounts() && SIM_STRIKES(allocate, "operator new") ? nullptr
-                                                                : newBlock(size, SIM_IS_PRODUCT("operator new"));
+    return countsOperatorNew() && SIM_FAILS(allocate, "operator new") ? nullptr
+                                                                      : newBlock(size, SIM_IS_PRODUCT("operator new"));
 }
 
 extern "C" void *simNewArrayQuiet(size_t size, const std::nothrow_t &)
 {
-    return newCounts() && SIM_STRIKES(allocate, "operator new") ? nullptr
-                                                                : newBlock(size, SIM_IS_PRODUCT("operator new"));
+    return countsOperatorNew() && SIM_FAILS(allocate, "operator new") ? nullptr
+                                                                      : newBlock(size, SIM_IS_PRODUCT("operator new"));
 }
 
 #endif

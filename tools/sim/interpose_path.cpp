@@ -47,7 +47,7 @@ constinit Real<int(char *, int)> realMkostemp{"mkostemp"};
 constinit Real<int(char *, int)> realMkostemp64{"mkostemp64"};
 constinit Real<key_t(const char *, int)> realFtok{"ftok"};
 
-// A link inside the machine is told as the machine's process may see it: call reads it into a buffer of our own.
+// Removes the machine's directory from the target of a link. call reads the link into a buffer.
 template <class ReadCall> ssize_t readLinkThrough(char *to, size_t size, ReadCall call)
 {
     if (currentMachine() == nullptr || thisThread.inside != 0) {
@@ -58,12 +58,12 @@ template <class ReadCall> ssize_t readLinkThrough(char *to, size_t size, ReadCal
     if (length < 0) {
         return length;
     }
-    const size_t told = std::min(withoutRoot(text, static_cast<size_t>(length)), size);
-    std::memcpy(to, text, told);
-    return static_cast<ssize_t>(told);
+    const size_t visible = std::min(withoutRoot(text, static_cast<size_t>(length)), size);
+    std::memcpy(to, text, visible);
+    return static_cast<ssize_t>(visible);
 }
 
-char *toldPath(char *text)
+char *visiblePath(char *text)
 {
     if (text != nullptr && thisThread.inside == 0) {
         text[withoutRoot(text, std::strlen(text))] = '\0';
@@ -74,17 +74,17 @@ char *toldPath(char *text)
     return text;
 }
 
-// The template is filled in where it lies: its letters go back to the caller's.
+// Fills in the template of a temporary file: the generated name is copied back to the caller's.
 template <class MakeCall> int temporaryThrough(char *path, bool product, MakeCall call)
 {
     const Translated translated(path);
-    if (!translated.isMachines()) {
+    if (!translated.isInMachine()) {
         return noteOpened(call(path), translated, product);
     }
     char copy[Translated::kLongest];
     std::strcpy(copy, translated.c_str());
     const int descriptor = call(copy);
-    std::strcpy(std::strrchr(path, '/'), std::strrchr(copy, '/')); // the last name is as long in both
+    std::strcpy(std::strrchr(path, '/'), std::strrchr(copy, '/')); // the last name has the same length in both
     return noteOpened(descriptor, translated, product);
 }
 
@@ -124,13 +124,13 @@ SIM_EXPORT key_t simFtok(const char *path, int project) __asm__("ftok");
 
 extern "C" int simAccess(const char *path, int mode)
 {
-    return SIM_STRIKES(stat, "access") ? failedWith(EIO) : realAccess(Translated(path).c_str(), mode);
+    return SIM_FAILS(stat, "access") ? failedWith(EIO) : realAccess(Translated(path).c_str(), mode);
 }
 
 extern "C" int simFaccessAt(int directory, const char *path, int mode, int flags)
 {
-    return SIM_STRIKES(stat, "faccessat") ? failedWith(EIO)
-                                          : realFaccessAt(directory, Translated(path).c_str(), mode, flags);
+    return SIM_FAILS(stat, "faccessat") ? failedWith(EIO)
+                                        : realFaccessAt(directory, Translated(path).c_str(), mode, flags);
 }
 
 extern "C" int simUnlink(const char *path)
@@ -150,20 +150,19 @@ extern "C" int simRemove(const char *path)
 
 extern "C" int simRename(const char *from, const char *to)
 {
-    return SIM_STRIKES(write, "rename") ? failedWith(EIO)
-                                        : realRename(Translated(from).c_str(), Translated(to).c_str());
+    return SIM_FAILS(write, "rename") ? failedWith(EIO) : realRename(Translated(from).c_str(), Translated(to).c_str());
 }
 
 extern "C" int simRenameAt(int fromDirectory, const char *from, int toDirectory, const char *to)
 {
-    return SIM_STRIKES(write, "renameat")
+    return SIM_FAILS(write, "renameat")
                ? failedWith(EIO)
                : realRenameAt(fromDirectory, Translated(from).c_str(), toDirectory, Translated(to).c_str());
 }
 
 extern "C" int simRenameAt2(int fromDirectory, const char *from, int toDirectory, const char *to, unsigned flags)
 {
-    return SIM_STRIKES(write, "renameat2")
+    return SIM_FAILS(write, "renameat2")
                ? failedWith(EIO)
                : realRenameAt2(fromDirectory, Translated(from).c_str(), toDirectory, Translated(to).c_str(), flags);
 }
@@ -225,7 +224,7 @@ extern "C" int simUtimensAt(int directory, const char *path, const timespec *tim
 
 extern "C" ssize_t simReadlink(const char *path, char *to, size_t size)
 {
-    if (SIM_STRIKES(stat, "readlink")) {
+    if (SIM_FAILS(stat, "readlink")) {
         return failedWith<ssize_t>(EIO);
     }
     const Translated at(path);
@@ -234,7 +233,7 @@ extern "C" ssize_t simReadlink(const char *path, char *to, size_t size)
 
 extern "C" ssize_t simReadlinkAt(int directory, const char *path, char *to, size_t size)
 {
-    if (SIM_STRIKES(stat, "readlinkat")) {
+    if (SIM_FAILS(stat, "readlinkat")) {
         return failedWith<ssize_t>(EIO);
     }
     const Translated at(path);
@@ -244,11 +243,11 @@ extern "C" ssize_t simReadlinkAt(int directory, const char *path, char *to, size
 
 extern "C" ssize_t simReadlinkChk(const char *path, char *to, size_t size, size_t room)
 {
-    if (SIM_STRIKES(stat, "__readlink_chk")) {
+    if (SIM_FAILS(stat, "__readlink_chk")) {
         return failedWith<ssize_t>(EIO);
     }
     if (size > room) {
-        return realReadlinkChk(path, to, size, room); // ends the process, as it should
+        return realReadlinkChk(path, to, size, room); // ends the process, as intended
     }
     const Translated at(path);
     return readLinkThrough(to, size, [&](char *text, size_t space) { return realReadlink(at.c_str(), text, space); });
@@ -256,50 +255,50 @@ extern "C" ssize_t simReadlinkChk(const char *path, char *to, size_t size, size_
 
 extern "C" char *simRealpath(const char *path, char *to)
 {
-    return toldPath(realRealpath(Translated(path).c_str(), to));
+    return visiblePath(realRealpath(Translated(path).c_str(), to));
 }
 
 extern "C" char *simRealpathChk(const char *path, char *to, size_t room)
 {
-    return toldPath(realRealpathChk(Translated(path).c_str(), to, room));
+    return visiblePath(realRealpathChk(Translated(path).c_str(), to, room));
 }
 
 extern "C" int simMkstemp(char *path)
 {
-    return SIM_STRIKES(open, "mkstemp")
+    return SIM_FAILS(open, "mkstemp")
                ? failedWith(EMFILE)
                : temporaryThrough(path, SIM_IS_PRODUCT("mkstemp"), [](char *to) { return realMkstemp(to); });
 }
 
 extern "C" int simMkstemp64(char *path)
 {
-    return SIM_STRIKES(open, "mkstemp64")
+    return SIM_FAILS(open, "mkstemp64")
                ? failedWith(EMFILE)
                : temporaryThrough(path, SIM_IS_PRODUCT("mkstemp64"), [](char *to) { return realMkstemp64(to); });
 }
 
 extern "C" int simMkstemps(char *path, int suffix)
 {
-    return SIM_STRIKES(open, "mkstemps") ? failedWith(EMFILE)
-                                         : temporaryThrough(path, SIM_IS_PRODUCT("mkstemps"),
-                                                            [suffix](char *to) { return realMkstemps(to, suffix); });
+    return SIM_FAILS(open, "mkstemps") ? failedWith(EMFILE)
+                                       : temporaryThrough(path, SIM_IS_PRODUCT("mkstemps"),
+                                                          [suffix](char *to) { return realMkstemps(to, suffix); });
 }
 
 extern "C" int simMkostemp(char *path, int flags)
 {
-    return SIM_STRIKES(open, "mkostemp") ? failedWith(EMFILE)
-                                         : temporaryThrough(path, SIM_IS_PRODUCT("mkostemp"),
-                                                            [flags](char *to) { return realMkostemp(to, flags); });
+    return SIM_FAILS(open, "mkostemp") ? failedWith(EMFILE)
+                                       : temporaryThrough(path, SIM_IS_PRODUCT("mkostemp"),
+                                                          [flags](char *to) { return realMkostemp(to, flags); });
 }
 
 extern "C" int simMkostemp64(char *path, int flags)
 {
-    return SIM_STRIKES(open, "mkostemp64") ? failedWith(EMFILE)
-                                           : temporaryThrough(path, SIM_IS_PRODUCT("mkostemp64"),
-                                                              [flags](char *to) { return realMkostemp64(to, flags); });
+    return SIM_FAILS(open, "mkostemp64") ? failedWith(EMFILE)
+                                         : temporaryThrough(path, SIM_IS_PRODUCT("mkostemp64"),
+                                                            [flags](char *to) { return realMkostemp64(to, flags); });
 }
 
 extern "C" key_t simFtok(const char *path, int project)
 {
-    return SIM_STRIKES(segment, "ftok") ? failedWith<key_t>(EIO) : realFtok(Translated(path).c_str(), project);
+    return SIM_FAILS(segment, "ftok") ? failedWith<key_t>(EIO) : realFtok(Translated(path).c_str(), project);
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// stat and its kin. A device's node is a plain file in the machine's directory; here it becomes what it stands for.
-#include "sim/device_number.h"
+// stat and its variants. A device node is a plain file in the machine's directory; its status is changed to a device's.
 #include "sim/interpose.h"
+#include "sim/node_names.h"
 
 #include <fcntl.h>
 #include <string_view>
@@ -34,7 +34,7 @@ constinit Real<int(int, int, struct stat *)> realFxstat64{"__fxstat64"};
 constinit Real<int(int, int, const char *, struct stat *, int)> realFxstatAt{"__fxstatat"};
 constinit Real<int(int, int, const char *, struct stat *, int)> realFxstatAt64{"__fxstatat64"};
 
-// The node number of a device at a path; no device has major 0.
+// The node number of the device at a path; major 0 if there is none.
 NodeNumber deviceNumberOf(const char *path)
 {
     const Device *device = deviceAt(path);
@@ -54,7 +54,7 @@ template <class StatCall> int statThrough(const char *path, struct stat *status,
 {
     const Translated translated(path);
     const int result = call(translated.c_str());
-    if (result == 0 && translated.isMachines()) {
+    if (result == 0 && translated.isInMachine()) {
         const Inside inside;
         makeDevice(deviceNumberOf(translated.c_str()), status);
     }
@@ -96,67 +96,65 @@ SIM_EXPORT int simFxstatAt64(int version, int directory, const char *path, struc
 
 extern "C" int simStat(const char *path, struct stat *status)
 {
-    return SIM_STRIKES(stat, "stat") ? failedWith(EIO)
-                                     : statThrough(path, status, [&](const char *to) { return realStat(to, status); });
+    return SIM_FAILS(stat, "stat") ? failedWith(EIO)
+                                   : statThrough(path, status, [&](const char *to) { return realStat(to, status); });
 }
 
 extern "C" int simStat64(const char *path, struct stat *status)
 {
-    return SIM_STRIKES(stat, "stat64")
+    return SIM_FAILS(stat, "stat64")
                ? failedWith(EIO)
                : statThrough(path, status, [&](const char *to) { return realStat64(to, status); });
 }
 
 extern "C" int simLstat(const char *path, struct stat *status)
 {
-    return SIM_STRIKES(stat, "lstat")
-               ? failedWith(EIO)
-               : statThrough(path, status, [&](const char *to) { return realLstat(to, status); });
+    return SIM_FAILS(stat, "lstat") ? failedWith(EIO)
+                                    : statThrough(path, status, [&](const char *to) { return realLstat(to, status); });
 }
 
 extern "C" int simLstat64(const char *path, struct stat *status)
 {
-    return SIM_STRIKES(stat, "lstat64")
+    return SIM_FAILS(stat, "lstat64")
                ? failedWith(EIO)
                : statThrough(path, status, [&](const char *to) { return realLstat64(to, status); });
 }
 
 extern "C" int simFstat(int descriptor, struct stat *status)
 {
-    return SIM_STRIKES(stat, "fstat")
-               ? failedWith(EIO)
-               : statDescriptor(descriptor, status, [&] { return realFstat(descriptor, status); });
+    return SIM_FAILS(stat, "fstat") ? failedWith(EIO)
+                                    : statDescriptor(descriptor, status, [&] { return realFstat(descriptor, status); });
 }
 
 extern "C" int simFstat64(int descriptor, struct stat *status)
 {
-    return SIM_STRIKES(stat, "fstat64")
+    return SIM_FAILS(stat, "fstat64")
                ? failedWith(EIO)
                : statDescriptor(descriptor, status, [&] { return realFstat64(descriptor, status); });
 }
 
 extern "C" int simFstatAt(int directory, const char *path, struct stat *status, int flags)
 {
-    return SIM_STRIKES(stat, "fstatat")
+    return SIM_FAILS(stat, "fstatat")
                ? failedWith(EIO)
                : statThrough(path, status, [&](const char *to) { return realFstatAt(directory, to, status, flags); });
 }
 
 extern "C" int simFstatAt64(int directory, const char *path, struct stat *status, int flags)
 {
-    return SIM_STRIKES(stat, "fstatat64")
+    return SIM_FAILS(stat, "fstatat64")
                ? failedWith(EIO)
                : statThrough(path, status, [&](const char *to) { return realFstatAt64(directory, to, status, flags); });
 }
 
 extern "C" int simStatx(int directory, const char *path, int flags, unsigned mask, struct statx *status)
 {
-    if (SIM_STRIKES(stat, "statx")) {
+    if (SIM_FAILS(stat, "statx")) {
         return failedWith(EIO);
     }
     const Translated translated(path);
     const int result = realStatx(directory, translated.c_str(), flags, mask, status);
-    if (result == 0 && translated.isMachines()) {
+    if (result == 0 && translated.isInMachine()) {
         const Inside inside;
         if (const NodeNumber number = deviceNumberOf(translated.c_str()); number.major != 0) {
             status->stx_mode = static_cast<uint16_t>((number.block ? S_IFBLK : S_IFCHR) | 0660);
@@ -170,56 +168,56 @@ extern "C" int simStatx(int directory, const char *path, int flags, unsigned mas
 // For programs that were built with a C library older than 2.33, and for the thread sanitizer.
 extern "C" int simXstat(int version, const char *path, struct stat *status)
 {
-    return SIM_STRIKES(stat, "__xstat")
+    return SIM_FAILS(stat, "__xstat")
                ? failedWith(EIO)
                : statThrough(path, status, [&](const char *to) { return realXstat(version, to, status); });
 }
 
 extern "C" int simXstat64(int version, const char *path, struct stat *status)
 {
-    return SIM_STRIKES(stat, "__xstat64")
+    return SIM_FAILS(stat, "__xstat64")
                ? failedWith(EIO)
                : statThrough(path, status, [&](const char *to) { return realXstat64(version, to, status); });
 }
 
 extern "C" int simLxstat(int version, const char *path, struct stat *status)
 {
-    return SIM_STRIKES(stat, "__lxstat")
+    return SIM_FAILS(stat, "__lxstat")
                ? failedWith(EIO)
                : statThrough(path, status, [&](const char *to) { return realLxstat(version, to, status); });
 }
 
 extern "C" int simLxstat64(int version, const char *path, struct stat *status)
 {
-    return SIM_STRIKES(stat, "__lxstat64")
+    return SIM_FAILS(stat, "__lxstat64")
                ? failedWith(EIO)
                : statThrough(path, status, [&](const char *to) { return realLxstat64(version, to, status); });
 }
 
 extern "C" int simFxstat(int version, int descriptor, struct stat *status)
 {
-    return SIM_STRIKES(stat, "__fxstat")
+    return SIM_FAILS(stat, "__fxstat")
                ? failedWith(EIO)
                : statDescriptor(descriptor, status, [&] { return realFxstat(version, descriptor, status); });
 }
 
 extern "C" int simFxstat64(int version, int descriptor, struct stat *status)
 {
-    return SIM_STRIKES(stat, "__fxstat64")
+    return SIM_FAILS(stat, "__fxstat64")
                ? failedWith(EIO)
                : statDescriptor(descriptor, status, [&] { return realFxstat64(version, descriptor, status); });
 }
 
 extern "C" int simFxstatAt(int version, int directory, const char *path, struct stat *status, int flags)
 {
-    return SIM_STRIKES(stat, "__fxstatat") ? failedWith(EIO) : statThrough(path, status, [&](const char *to) {
+    return SIM_FAILS(stat, "__fxstatat") ? failedWith(EIO) : statThrough(path, status, [&](const char *to) {
         return realFxstatAt(version, directory, to, status, flags);
     });
 }
 
 extern "C" int simFxstatAt64(int version, int directory, const char *path, struct stat *status, int flags)
 {
-    return SIM_STRIKES(stat, "__fxstatat64") ? failedWith(EIO) : statThrough(path, status, [&](const char *to) {
+    return SIM_FAILS(stat, "__fxstatat64") ? failedWith(EIO) : statThrough(path, status, [&](const char *to) {
         return realFxstatAt64(version, directory, to, status, flags);
     });
 }

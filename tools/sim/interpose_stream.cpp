@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Streams: fopen and its kin, reading and writing.
+// Streams: fopen and its variants, reading and writing.
 #include "sim/interpose.h"
 
 #include <cstdio>
@@ -28,7 +28,7 @@ constinit Real<ssize_t(char **, size_t *, int, FILE *)> realGetdelim{"__getdelim
 constinit Real<size_t(const void *, size_t, size_t, FILE *)> realFwrite{"fwrite"};
 constinit Real<int(FILE *)> realFflush{"fflush"};
 
-// Opens through a translated path; where it is a device, ioctls on the stream's descriptor are the device's.
+// Opens a stream by a translated path. ioctls on the stream of a device node reach the device.
 template <class OpenCall> FILE *openThrough(const char *path, bool product, OpenCall call)
 {
     followDescription();
@@ -51,8 +51,8 @@ template <class OpenCall> FILE *reopenThrough(const char *path, FILE *stream, bo
     return openThrough(path, product, call);
 }
 
-// As the C library does for a failed read or write: ferror() is to tell it from the end of the file.
-void setError(FILE *stream)
+// As the C library does for a failed read or write, so that ferror() reports it.
+void setErrorFlag(FILE *stream)
 {
     constexpr int kErrorSeen = 0x20; // _IO_ERR_SEEN of the C library's stream flags
     if (stream != nullptr) {
@@ -79,7 +79,7 @@ SIM_EXPORT int simFflush(FILE *stream) __asm__("fflush");
 
 extern "C" FILE *simFopen(const char *path, const char *mode)
 {
-    if (SIM_STRIKES(open, "fopen")) {
+    if (SIM_FAILS(open, "fopen")) {
         return failedWith<FILE *>(EMFILE, nullptr);
     }
     return openThrough(path, SIM_IS_PRODUCT("fopen"), [&](const char *to) { return realFopen(to, mode); });
@@ -87,7 +87,7 @@ extern "C" FILE *simFopen(const char *path, const char *mode)
 
 extern "C" FILE *simFopen64(const char *path, const char *mode)
 {
-    if (SIM_STRIKES(open, "fopen64")) {
+    if (SIM_FAILS(open, "fopen64")) {
         return failedWith<FILE *>(EMFILE, nullptr);
     }
     return openThrough(path, SIM_IS_PRODUCT("fopen64"), [&](const char *to) { return realFopen64(to, mode); });
@@ -115,8 +115,8 @@ extern "C" int simFclose(FILE *stream)
 
 extern "C" size_t simFread(void *to, size_t size, size_t count, FILE *stream)
 {
-    if (SIM_STRIKES(read, "fread")) {
-        setError(stream);
+    if (SIM_FAILS(read, "fread")) {
+        setErrorFlag(stream);
         return failedWith<size_t>(EIO, 0);
     }
     return realFread(to, size, count, stream);
@@ -124,8 +124,8 @@ extern "C" size_t simFread(void *to, size_t size, size_t count, FILE *stream)
 
 extern "C" size_t simFreadChk(void *to, size_t room, size_t size, size_t count, FILE *stream)
 {
-    if (SIM_STRIKES(read, "__fread_chk")) {
-        setError(stream);
+    if (SIM_FAILS(read, "__fread_chk")) {
+        setErrorFlag(stream);
         return failedWith<size_t>(EIO, 0);
     }
     return realFreadChk(to, room, size, count, stream);
@@ -133,8 +133,8 @@ extern "C" size_t simFreadChk(void *to, size_t room, size_t size, size_t count, 
 
 extern "C" char *simFgets(char *to, int size, FILE *stream)
 {
-    if (SIM_STRIKES(read, "fgets")) {
-        setError(stream);
+    if (SIM_FAILS(read, "fgets")) {
+        setErrorFlag(stream);
         return failedWith<char *>(EIO, nullptr);
     }
     return realFgets(to, size, stream);
@@ -142,8 +142,8 @@ extern "C" char *simFgets(char *to, int size, FILE *stream)
 
 extern "C" char *simFgetsChk(char *to, size_t room, int size, FILE *stream)
 {
-    if (SIM_STRIKES(read, "__fgets_chk")) {
-        setError(stream);
+    if (SIM_FAILS(read, "__fgets_chk")) {
+        setErrorFlag(stream);
         return failedWith<char *>(EIO, nullptr);
     }
     return realFgetsChk(to, room, size, stream);
@@ -151,8 +151,8 @@ extern "C" char *simFgetsChk(char *to, size_t room, int size, FILE *stream)
 
 extern "C" ssize_t simGetline(char **line, size_t *size, FILE *stream)
 {
-    if (SIM_STRIKES(read, "getline")) {
-        setError(stream);
+    if (SIM_FAILS(read, "getline")) {
+        setErrorFlag(stream);
         return failedWith<ssize_t>(EIO);
     }
     return realGetline(line, size, stream);
@@ -160,8 +160,8 @@ extern "C" ssize_t simGetline(char **line, size_t *size, FILE *stream)
 
 extern "C" ssize_t simGetdelim(char **line, size_t *size, int delimiter, FILE *stream)
 {
-    if (SIM_STRIKES(read, "getdelim")) {
-        setError(stream);
+    if (SIM_FAILS(read, "getdelim")) {
+        setErrorFlag(stream);
         return failedWith<ssize_t>(EIO);
     }
     return realGetdelim(line, size, delimiter, stream);
@@ -169,8 +169,8 @@ extern "C" ssize_t simGetdelim(char **line, size_t *size, int delimiter, FILE *s
 
 extern "C" ssize_t simGetdelimInner(char **line, size_t *size, int delimiter, FILE *stream)
 {
-    if (SIM_STRIKES(read, "__getdelim")) {
-        setError(stream);
+    if (SIM_FAILS(read, "__getdelim")) {
+        setErrorFlag(stream);
         return failedWith<ssize_t>(EIO);
     }
     return realGetdelim(line, size, delimiter, stream);
@@ -178,8 +178,8 @@ extern "C" ssize_t simGetdelimInner(char **line, size_t *size, int delimiter, FI
 
 extern "C" size_t simFwrite(const void *from, size_t size, size_t count, FILE *stream)
 {
-    if (SIM_STRIKES(write, "fwrite")) {
-        setError(stream);
+    if (SIM_FAILS(write, "fwrite")) {
+        setErrorFlag(stream);
         return failedWith<size_t>(ENOSPC, 0);
     }
     return realFwrite(from, size, count, stream);
@@ -187,8 +187,8 @@ extern "C" size_t simFwrite(const void *from, size_t size, size_t count, FILE *s
 
 extern "C" int simFflush(FILE *stream)
 {
-    if (SIM_STRIKES(write, "fflush")) {
-        setError(stream);
+    if (SIM_FAILS(write, "fflush")) {
+        setErrorFlag(stream);
         return failedWith(ENOSPC);
     }
     return realFflush(stream);

@@ -54,7 +54,7 @@ std::vector<std::string> namesIn(const char *path)
     return names;
 }
 
-TEST(Machine, RealPathsAreSeenWithoutOne)
+TEST(Machine, WithoutOneTheRealPathsAreSeen)
 {
     EXPECT_TRUE(namesIn("/sys/bus/scsi/devices").empty() || access("/sys/bus/scsi/devices", F_OK) == 0);
     EXPECT_EQ(access("/proc/self/status", R_OK), 0);
@@ -72,7 +72,7 @@ TEST(Machine, RealPathsAreSeenWithoutOne)
     EXPECT_STREQ(after.release, before.release);
 }
 
-TEST(Machine, ItsDirectoryIsGoneAfterwards)
+TEST(Machine, DirectoryIsRemovedAtTheEnd)
 {
     std::string root;
     {
@@ -83,7 +83,7 @@ TEST(Machine, ItsDirectoryIsGoneAfterwards)
     EXPECT_NE(access(root.c_str(), F_OK), 0);
 }
 
-TEST(Machine, SysfsTextIsPaddedAsTheKernelDoes)
+TEST(Machine, SysfsTextIsPadded)
 {
     const sim::Machine machine(kTwoDisks);
     EXPECT_EQ(contentOf("/sys/bus/scsi/devices/0:0:0:0/vendor"), "ATA     \n");
@@ -110,7 +110,7 @@ TEST(Machine, SysfsEntriesAreLinksToDirectories)
     EXPECT_STREQ(target, "../../devices/pci0000:00/0000:00:1f.2/ata2/host1/scsi_host/host1");
 }
 
-TEST(Machine, WhatItDoesNotHaveDoesNotExist)
+TEST(Machine, PathItDoesNotHaveDoesNotExist)
 {
     const sim::Machine machine("{}");
     EXPECT_EQ(open("/proc/scsi/scsi", O_RDONLY), -1);
@@ -124,9 +124,9 @@ TEST(Machine, WhatItDoesNotHaveDoesNotExist)
     EXPECT_EQ(fopen("/etc/tavkit/../tavkit/./tavkit.conf", "r"), nullptr);
 }
 
-TEST(Machine, TheProcessKeepsItsOwnEntriesAndTheCommonDevices)
+TEST(Machine, OwnProcfsEntriesAndCommonDevicesStayReal)
 {
-    const int kernel = access("/sys/kernel", F_OK); // a bare system may have no sysfs
+    const int kernel = access("/sys/kernel", F_OK); // a minimal system may not have sysfs
     const sim::Machine machine("{}");
     EXPECT_EQ(access("/proc/self/maps", R_OK), 0);
     EXPECT_EQ(access(("/proc/" + std::to_string(getpid()) + "/stat").c_str(), R_OK), 0);
@@ -138,7 +138,7 @@ TEST(Machine, TheProcessKeepsItsOwnEntriesAndTheCommonDevices)
     EXPECT_EQ(access("/etc/passwd", R_OK), 0);
 }
 
-TEST(Machine, RawFilesCanBePutAndTaken)
+TEST(Machine, FilesCanBeWrittenAndRemoved)
 {
     sim::Machine machine("{}");
     machine.write("/opt/qlm/tavkit_sa/data/storage.inf", "ahci\n");
@@ -154,7 +154,7 @@ TEST(Machine, RawFilesCanBePutAndTaken)
     EXPECT_EQ(machine.read("/proc/ide/nothing"), "");
 }
 
-TEST(Machine, AnAbsoluteLinkLeadsIntoTheMachineAndReadsAsItWasMade)
+TEST(Machine, AbsoluteLinkStaysInTheMachine)
 {
     sim::Machine machine("{}");
     machine.write("/sys/devices/x/vendor", "V\n");
@@ -169,7 +169,7 @@ TEST(Machine, AnAbsoluteLinkLeadsIntoTheMachineAndReadsAsItWasMade)
     free(resolved);
 }
 
-TEST(Machine, FilesCanBeMadeRenamedAndRemovedByThePathsOfTheSystem)
+TEST(Machine, FileOperationsWorkOnItsPaths)
 {
     const sim::Machine machine("{}");
     const char *save = "/opt/qlm/tavkit_sa/data/tavstrgsave.dat";
@@ -192,7 +192,7 @@ TEST(Machine, FilesCanBeMadeRenamedAndRemovedByThePathsOfTheSystem)
     close(directory);
 }
 
-TEST(Machine, ADeviceNodeLooksLikeOne)
+TEST(Machine, DeviceNodeIsABlockOrCharacterDevice)
 {
     const sim::Machine machine(kTwoDisks);
     struct stat status {};
@@ -205,11 +205,11 @@ TEST(Machine, ADeviceNodeLooksLikeOne)
     ASSERT_EQ(stat("/dev/sg0", &status), 0);
     EXPECT_TRUE(S_ISCHR(status.st_mode));
     ASSERT_EQ(fstat(descriptor, &status), 0);
-    EXPECT_TRUE(S_ISBLK(status.st_mode)); // the node of the disk behind it
+    EXPECT_TRUE(S_ISBLK(status.st_mode)); // the disk's node
     close(descriptor);
 }
 
-TEST(Machine, DisksAreNamedInOrderAndCrossTheMajorNumberAtSixteen)
+TEST(Machine, SeventeenthDiskHasTheNextMajorNumber)
 {
     std::string devices;
     for (int i = 0; i < 30; ++i) {
@@ -242,7 +242,7 @@ TEST(Machine, OpenDescriptorsAreCounted)
     EXPECT_EQ(machine.openDescriptors(), 0);
 }
 
-TEST(Machine, ChangePlugsDevicesInAndOut)
+TEST(Machine, ChangeAddsAndRemovesDevices)
 {
     sim::Machine machine(kTwoDisks);
     machine.write("/opt/qlm/tavkit_sa/data/noscsi.inf", "mine");
@@ -255,7 +255,7 @@ TEST(Machine, ChangePlugsDevicesInAndOut)
     EXPECT_EQ(machine.read("/opt/qlm/tavkit_sa/data/noscsi.inf"), "mine");
 }
 
-TEST(Machine, NodesAreFoundByTheirNumbers)
+TEST(Machine, SysfsHasTheNodesNumbers)
 {
     const sim::Machine machine(
         R"({"hosts": [{"devices": [{"ata": true}, {"id": 1, "ata": true}, {"id": 2, "type": "tape"},
@@ -268,7 +268,7 @@ TEST(Machine, NodesAreFoundByTheirNumbers)
     EXPECT_EQ(contentOf(devices + "0:0:3:0/scsi_generic/sg3/device/type"), "13\n");
 }
 
-TEST(Machine, ADiskThatStaysKeepsItsNameWhenAnotherGoes)
+TEST(Machine, RemainingDiskKeepsItsName)
 {
     sim::Machine machine(kTwoDisks);
     machine.change(R"({"hosts": [{"number": 1, "driver": "ahci", "devices": [
@@ -281,7 +281,7 @@ TEST(Machine, ADiskThatStaysKeepsItsNameWhenAnotherGoes)
     EXPECT_THAT(target, HasSubstr("1:0:5:0"));
 }
 
-TEST(Machine, ProcfsViewsAreThereForOldKernels)
+TEST(Machine, OldKernelHasProcScsi)
 {
     const sim::Machine machine(R"({"kernel": "2.4.21", "hosts": [{"number": 2, "driver": "aic7xxx", "devices": [
       {"id": 3, "vendor": "ACME", "model": "SCSIDISK", "revision": "1.0", "ansiVersion": 2},
@@ -298,13 +298,13 @@ TEST(Machine, ProcfsViewsAreThereForOldKernels)
     EXPECT_NE(access("/sys/bus/scsi/devices", F_OK), 0);
 }
 
-TEST(Machine, WithoutDevicesProcScsiSaysNone)
+TEST(Machine, ProcScsiWithoutDevicesSaysNone)
 {
     const sim::Machine machine(R"({"kernel": "2.4.21"})");
     EXPECT_EQ(contentOf("/proc/scsi/scsi"), "Attached devices: none\n");
 }
 
-TEST(Machine, IdeDrivesAreLaidOutAsTheKernelDoes)
+TEST(Machine, ProcIdeIsAsTheKernelShowsIt)
 {
     const sim::Machine machine(R"({"kernel": "2.4.21", "ide": {
       "channels": [{"name": "ide0", "mate": "ide1"}, {"name": "ide1", "mate": "ide0"}],
@@ -327,7 +327,7 @@ TEST(Machine, IdeDrivesAreLaidOutAsTheKernelDoes)
     EXPECT_THAT(contentOf("/proc/ioports"), HasSubstr("01f0-01f7 : ide0\n"));
 }
 
-TEST(Machine, KernelListsCanBeGivenWholeAsEntriesOrNotAtAll)
+TEST(Machine, KernelListsAreTextEntriesOrAbsent)
 {
     {
         const sim::Machine machine(R"({"interrupts": ["head", " 14: x ide0"], "ioports": "01f0-01f7 : ide0\n"})");
@@ -346,7 +346,7 @@ TEST(Machine, KernelListsCanBeGivenWholeAsEntriesOrNotAtAll)
     EXPECT_NE(access("/proc/ioports", F_OK), 0);
 }
 
-TEST(Machine, AdministratorsFilesAreTakenByTheirNames)
+TEST(Machine, FilesWithoutDirectoryAreTheAdministrators)
 {
     sim::Machine machine(R"({"files": {"storage.inf": ["[Management Port]", "ahci"], "tavkit.conf": "TavDir /x\n",
                                        "/sys/firmware/x": "y"}})");
@@ -359,7 +359,7 @@ TEST(Machine, AdministratorsFilesAreTakenByTheirNames)
     EXPECT_FALSE(machine.exists("/sys/firmware/x"));
 }
 
-TEST(Machine, LibrariesAreLoadedFromItsAgentsRoot)
+TEST(Machine, LibrariesAreLoadedFromTheAgentsRoot)
 {
     const char *library = "/opt/qlm/tavkit_sa/lib/libtavlog.so";
     {
@@ -374,39 +374,156 @@ TEST(Machine, LibrariesAreLoadedFromItsAgentsRoot)
 }
 
 struct Mistake {
-    const char *json, *told;
+    std::string json, message;
 };
 
-TEST(Machine, AMistakeInTheDescriptionIsNamed)
+void expectRefused(const Mistake &mistake)
+{
+    try {
+        const sim::Machine machine(mistake.json);
+        ADD_FAILURE() << mistake.json.substr(0, 200) << " was accepted";
+    } catch (const std::runtime_error &error) {
+        EXPECT_THAT(error.what(), HasSubstr(mistake.message));
+    }
+}
+
+TEST(Description, MistakeIsReportedWithItsPlace)
 {
     for (const Mistake &mistake : {
              Mistake{"{", "not JSON"},
-             {"[]", "an object is wanted"},
-             {R"({"kernal": "6.1"})", "\"kernal\": there is no such field"},
-             {R"({"hosts": {}})", "an array is wanted"},
-             {R"({"hosts": [{"devices": [{"id": "x"}]}]})", "\"hosts\"[0], \"devices\"[0], \"id\": a number is wanted"},
+             {"[]", "the description: expected an object"},
+             {R"({"kernal": "6.1"})", "kernal: unknown field"},
+             {R"({"hosts": {}})", "hosts: expected an array"},
+             {R"({"hosts": [{"devices": [{"id": "x"}]}]})", "hosts[0].devices[0].id: expected a number"},
              {R"({"hosts": [{"devices": [{"id": -5000000000}]}]})", "out of range"},
-             {R"({"hosts": [{"devices": [{"type": "disc"}]}]})", "the type is not known"},
-             {R"({"hosts": [{"devices": [{}, {}]}]})", "there are two of 0:0:0:0"},
-             {R"({"hosts": [{"devices": [{"faults": [{"on": "nothing"}]}]}]})", "no such kind of request"},
-             {R"({"hosts": [{"devices": [{"faults": [{"sense": "70 0"}]}]}]})", "whole bytes"},
-             {R"({"files": {"/etc/passwd": ""}})", "none of the machine's"},
-             {R"({"agent": {"libraries": true, "libraryDirectory": "/nowhere"}})", "there is no /nowhere/libtavlog.so"},
+             {R"({"hosts": [{"devices": [{"type": "disc"}]}]})", "unknown type"},
+             {R"({"hosts": [{"devices": [{}, {}]}]})", "duplicate 0:0:0:0"},
+             {R"({"hosts": [{"devices": [{"faults": [{"on": "nothing"}]}]}]})", "unknown kind of request"},
+             {R"({"hosts": [{"devices": [{"faults": [{"sense": "70 0"}]}]}]})", "odd number of hexadecimal digits"},
+             {R"({"hosts": [{"devices": [{"faults": [{"hangSeconds": 1e300}]}]}]})", "expected seconds"},
+             {R"({"hosts": [{"devices": [{"identifyWords": {"83": 4294967296}}]}]})", "expected numbers by number"},
+             {R"({"interrupts": ["head", 5]})", "interrupts: expected a string in each line"},
+             {R"({"agent": {"libraries": true, "libraryDirectory": "/nowhere"}})", "no file /nowhere/libtavlog.so"},
          }) {
-        try {
-            const sim::Machine machine(mistake.json);
-            ADD_FAILURE() << mistake.json << " was accepted";
-        } catch (const std::runtime_error &error) {
-            EXPECT_THAT(error.what(), HasSubstr(mistake.told));
+        expectRefused(mistake);
+    }
+}
+
+TEST(Description, NameThatIsNoFileNameIsRefused)
+{
+    const std::string tooLong(256, 'x');
+    for (const std::string &name : {std::string("../../../../../tmp/escaped"), std::string("a/b"), std::string(".."),
+                                    std::string("."), std::string("\\u0000"), tooLong}) {
+        const std::string value = R"(": ")" + name + R"(")";
+        const std::string message = ": expected a file name";
+        for (const Mistake &mistake : {
+                 Mistake{R"({"hosts": [{"driver)" + value + "}]}", "hosts[0].driver" + message},
+                 {R"({"hosts": [{"pciAddress)" + value + "}]}", "hosts[0].pciAddress" + message},
+                 {R"({"hosts": [{"devices": [{"node)" + value + "}]}]}", "hosts[0].devices[0].node" + message},
+                 {R"({"hosts": [{"devices": [{"genericNode)" + value + "}]}]}",
+                  "hosts[0].devices[0].genericNode" + message},
+                 {R"({"ide": {"channels": [{"name)" + value + "}]}}", "ide.channels[0].name" + message},
+                 {R"({"ide": {"drives": [{"name)" + value + "}]}}", "ide.drives[0].name" + message},
+                 {R"({"ide": {"drives": [{"channel)" + value + "}]}}", "ide.drives[0].channel" + message},
+             }) {
+            expectRefused(mistake);
         }
     }
 }
 
-TEST(Machine, ADamagedChangeLeavesItAsItWas)
+TEST(Description, FileOutsideTheMachineIsRefused)
+{
+    for (const char *path : {"/etc/passwd", "/sys/../etc/passwd", "/proc/self/mem", "/", ""}) {
+        expectRefused(
+            {std::string(R"({"files": {")") + path + R"(": "x"}})", std::string("files[\"") + path + "\"]: "});
+    }
+    for (const char *path : {"../../../../../../tmp/escaped", "a/../../b", "/sys/./x", "/dev/../sys/x", "x\\u0000"}) {
+        expectRefused({std::string(R"({"files": {")") + path + R"(": "x"}})", "a part of the path is not a file name"});
+    }
+}
+
+TEST(Description, NodeThatStaysRealIsRefused)
+{
+    for (const char *node : {"null", "shm", "fd"}) {
+        const std::string message = std::string("/dev/") + node + " stays real";
+        expectRefused({std::string(R"({"hosts": [{"devices": [{"node": ")") + node + R"("}]}]})", message});
+        expectRefused({std::string(R"({"ide": {"drives": [{"name": ")") + node + R"("}]}})", message});
+    }
+}
+
+TEST(Description, ControlCharactersOfFieldNamesAreEscaped)
+{
+    expectRefused({R"({"\u001b[2J": 1})", R"(["\x1b[2J"]: unknown field)"});
+}
+
+TEST(Description, DepthAndLengthAreBounded)
+{
+    const size_t many = 1000000;
+    expectRefused({R"({"comment": )" + std::string(many, '[') + std::string(many, ']') + "}", "nested deeper than 64"});
+    expectRefused({R"({"comment": ")" + std::string(sim::Machine::kLongestDescription, 'x') + R"("})", "longer than"});
+    const sim::Machine machine(R"({"comment": "\"[[[[)" + std::string(1000, '[') + R"(", "kernel": "2.6.9"})");
+}
+
+TEST(Description, EndlessFileIsRefused)
+{
+    EXPECT_THROW(sim::Machine::readFile("/dev/zero"), std::runtime_error);
+    EXPECT_THROW(sim::Machine::readFile("/"), std::runtime_error);
+}
+
+TEST(Machine, RefusedChangeLeavesItAsItWas)
 {
     sim::Machine machine(kTwoDisks);
     EXPECT_THROW(machine.change("{"), std::runtime_error);
     EXPECT_EQ(contentOf("/sys/bus/scsi/devices/0:0:0:0/vendor"), "ATA     \n");
+}
+
+// Cannot be written: there is no directory below a file. Earlier entries of the tree are written before that.
+constexpr const char *kImpossible = R"({"hosts": [
+  {"number": 0, "driver": "ahci", "devices": [
+    {"ata": true, "model": "OTHER", "serial": "S1", "openError": "EBUSY"}, {"ata": true, "id": 1, "serial": "NEW"}]}],
+  "files": {"/dev/first": "x", "/proc/interrupts/below": "x"}})";
+
+TEST(Machine, ChangeThatFailsHalfwayLeavesItAsItWas)
+{
+    sim::Machine machine(kTwoDisks);
+    const int before = machine.openDescriptors();
+    EXPECT_THROW(machine.change(kImpossible), std::runtime_error);
+    EXPECT_EQ(contentOf("/sys/bus/scsi/devices/0:0:0:0/model"), "DISKMODEL-100   \n");
+    EXPECT_EQ(contentOf("/sys/bus/scsi/devices/1:0:0:0/model"), "A VERY LONG MODE\n");
+    EXPECT_NE(access("/sys/bus/scsi/devices/0:0:1:0", F_OK), 0);
+    EXPECT_NE(access("/dev/first", F_OK), 0);
+    EXPECT_THAT(contentOf("/proc/interrupts"), HasSubstr("mpt3sas"));
+    const int disk = open("/dev/sda", O_RDONLY);
+    EXPECT_GE(disk, 0) << "the device has its former description";
+    close(disk);
+    EXPECT_EQ(machine.openDescriptors(), before);
+}
+
+TEST(Machine, RefusedDescriptionLeavesNothingBehind)
+{
+    const std::string directory = testing::TempDir() + "tavsim-refused-" + std::to_string(getpid());
+    ASSERT_EQ(mkdir(directory.c_str(), 0700), 0);
+    ASSERT_EQ(setenv("TMPDIR", directory.c_str(), 1), 0);
+    expectRefused({kImpossible, "/proc/interrupts/below"});
+    unsetenv("TMPDIR");
+    EXPECT_EQ(rmdir(directory.c_str()), 0) << "it is not empty";
+}
+
+TEST(Machine, DirectoryIsPrivateWithARandomName)
+{
+    std::string former;
+    for (int i = 0; i < 2; ++i) {
+        const sim::Machine machine("{}");
+        std::string root = machine.where("");
+        root.pop_back();
+        struct stat status {};
+        ASSERT_EQ(stat(root.c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 07777, 0700U);
+        const std::string name = root.substr(root.rfind('/') + 1);
+        EXPECT_THAT(name, testing::MatchesRegex("tavsim\\.[0-9a-f]{32}"));
+        EXPECT_NE(name, former);
+        former = name;
+    }
 }
 
 } // namespace

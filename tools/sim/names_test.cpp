@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The names by which a path can be reached: each must lead into the machine.
+// Every function of the C library that takes a path must lead into the machine.
 #include "sim/sim.h"
 
 #include <cerrno>
@@ -18,7 +18,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-// Names that the headers use for checked versions of the common ones.
+// Checked versions that the headers use instead of the common functions.
 extern "C" {
 int __open_2(const char *path, int flags);
 int __open64_2(const char *path, int flags);
@@ -66,7 +66,7 @@ int scanned(int count, dirent **list)
     return count;
 }
 
-TEST_F(Names, ThatOpen)
+TEST_F(Names, OpenFunctions)
 {
     EXPECT_TRUE(isOpen(open(kFile, O_RDONLY)));
     EXPECT_TRUE(isOpen(open64(kFile, O_RDONLY)));
@@ -86,7 +86,7 @@ TEST_F(Names, ThatOpen)
     EXPECT_EQ(machine.openDescriptors(), 0);
 }
 
-TEST_F(Names, ThatOpenStreams)
+TEST_F(Names, StreamFunctions)
 {
     EXPECT_TRUE(isOpen(fopen(kFile, "r")));
     EXPECT_TRUE(isOpen(fopen64(kFile, "r")));
@@ -105,7 +105,7 @@ TEST_F(Names, ThatOpenStreams)
     close(descriptor);
 }
 
-TEST_F(Names, ThatList)
+TEST_F(Names, DirectoryFunctions)
 {
     dirent **list = nullptr;
     const int found = scandir(kDirectory, &list, nullptr, alphasort);
@@ -118,7 +118,7 @@ TEST_F(Names, ThatList)
     EXPECT_EQ(closedir(directory), 0);
 }
 
-TEST_F(Names, OfTheDirectoryThatAProcessWorksIn)
+TEST_F(Names, WorkingDirectoryFunctions)
 {
     const std::string before = std::filesystem::current_path();
     char text[PATH_MAX];
@@ -131,7 +131,7 @@ TEST_F(Names, OfTheDirectoryThatAProcessWorksIn)
     EXPECT_NE(chdir("/proc/ide/hdz"), 0);
 }
 
-TEST_F(Names, ThatTellAStatus)
+TEST_F(Names, StatFunctions)
 {
     struct stat status {};
     struct stat64 status64 {};
@@ -149,9 +149,9 @@ TEST_F(Names, ThatTellAStatus)
     EXPECT_EQ(faccessat(AT_FDCWD, kFile, R_OK, 0), 0);
 }
 
-TEST_F(Names, OfOlderProgramsThatTellAStatus)
+TEST_F(Names, StatFunctionsOfOlderPrograms)
 {
-    // The headers no longer declare them, but programs built long ago call them.
+    // The headers no longer declare them, but old programs call them.
     using Versioned = int(int, const char *, struct stat *);
     for (const char *name : {"__xstat", "__xstat64", "__lxstat", "__lxstat64"}) {
         struct stat status {};
@@ -162,7 +162,7 @@ TEST_F(Names, OfOlderProgramsThatTellAStatus)
     }
 }
 
-TEST_F(Names, ThatResolveALink)
+TEST_F(Names, LinkFunctions)
 {
     char text[PATH_MAX] = {};
     EXPECT_EQ(readlink("/proc/ide/link", text, sizeof text), 9);
@@ -174,7 +174,7 @@ TEST_F(Names, ThatResolveALink)
     EXPECT_EQ(readlink("/proc/self/exe", text, 4), 4); // the real one
 }
 
-TEST_F(Names, ThatChangeAPath)
+TEST_F(Names, PathChangingFunctions)
 {
     const auto fresh = [this](const char *path) { machine.write(path, "x"); };
     fresh("/proc/a");
@@ -201,7 +201,7 @@ TEST_F(Names, ThatChangeAPath)
     EXPECT_TRUE(machine.exists("/proc/i"));
 }
 
-TEST_F(Names, ThatMakeATemporaryFile)
+TEST_F(Names, TemporaryFileFunctions)
 {
     const std::function<int(char *)> makers[] = {
         [](char *path) { return mkstemp(path); }, [](char *path) { return mkstemp64(path); },
@@ -217,11 +217,11 @@ TEST_F(Names, ThatMakeATemporaryFile)
     EXPECT_TRUE(machine.exists(path)) << path;
 }
 
-TEST_F(Names, PathsMayBeWrittenInManyWays)
+TEST_F(Names, PathsWithDotsAndDoubleSlashes)
 {
     for (const char *path :
          {"/proc//ide/hda/media", "//proc/ide/hda/media", "/proc/./ide/hda/media", "/proc/ide/../ide/hda/media",
-          "/tmp/../proc/ide/hda/media", "/sys/../proc/ide/hda/media"}) {
+          "/tmp/../proc/ide/hda/media", "/sys/../proc/ide/hda/media", "/sys/../../proc/ide/hda/media"}) {
         EXPECT_EQ(access(path, R_OK), 0) << path;
     }
     EXPECT_EQ(access("/proc/ide/../../etc/passwd", R_OK), 0); // the real one
@@ -231,7 +231,7 @@ TEST_F(Names, PathsMayBeWrittenInManyWays)
     EXPECT_NE(access("", F_OK), 0);
 }
 
-TEST_F(Names, AChainOfLinksIsFollowedAsTheKernelDoes)
+TEST_F(Names, DotDotAfterALinkLeadsToItsTargetsParent)
 {
     machine.write("/sys/devices/a/b/name", "deep\n");
     machine.write("/sys/devices/a/name", "up\n");
@@ -243,7 +243,7 @@ TEST_F(Names, AChainOfLinksIsFollowedAsTheKernelDoes)
     fclose(stream);
 }
 
-TEST_F(Names, ADescriptorOfADirectoryOfTheMachineLeadsOn)
+TEST_F(Names, OpenatBelowADirectoryOfTheMachine)
 {
     const int directory = open("/proc/ide", O_RDONLY | O_DIRECTORY);
     ASSERT_GE(directory, 0);

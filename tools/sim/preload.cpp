@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The machine of a process that knows nothing of it: made when this library is loaded with TAVSIM_MACHINE set, and
-// following its description file from then on.
+// The machine of a preloaded process: made when this library is loaded with TAVSIM_MACHINE set. It follows changes of
+// its description file.
 #include "sim/paths.h"
 #include "sim/report.h"
 #include "sim/state.h"
@@ -12,10 +12,15 @@
 #include <cstdlib>
 #include <ctime>
 #include <exception>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
+
+// A program that links this library may define this name: it then decides itself what TAVSIM_MACHINE means to it, and
+// no machine is made for it when the library is loaded.
+extern "C" [[gnu::weak, gnu::visibility("default")]] const bool tavsimLeavesEnvironment;
 
 namespace sim {
 
@@ -23,14 +28,14 @@ namespace {
 
 struct Followed {
     std::string path;
-    pid_t owner = 0; // the process that removes the directory: a forked child does not
+    pid_t owner = 0; // the process that removes the directory; a forked child does not
     struct stat seen {};
-    bool complained = false;
+    bool reported = false;
     std::mutex following;
 };
 
 constinit std::atomic<Followed *> followed{nullptr};
-constinit std::atomic<int64_t> nextLook{0}; // monotonic time, nanoseconds
+constinit std::atomic<int64_t> nextCheck{0}; // monotonic time, nanoseconds
 
 int64_t now()
 {
@@ -45,13 +50,13 @@ bool isUnchanged(const struct stat &a, const struct stat &b)
            a.st_ino == b.st_ino;
 }
 
-void complain(const std::string &path, const char *what)
+void printError(const std::string &path, const char *what)
 {
     std::fprintf(stderr, "tavsim: %s: %s\n", path.c_str(), what);
 }
 
-// A damaged description leaves the machine as it was, and is told once.
-void look(Followed &file)
+// A description with a mistake leaves the machine as it was, and is reported once.
+void followFile(Followed &file)
 {
     struct stat status {};
     if (stat(file.path.c_str(), &status) != 0 || isUnchanged(status, file.seen)) {
@@ -61,45 +66,44 @@ void look(Followed &file)
     MachineState &machine = *currentMachine();
     try {
         rebuild(machine, parseDescription(Machine::readFile(file.path), machine.description.devices));
-        file.complained = false;
+        file.reported = false;
     } catch (const std::exception &error) {
-        if (!file.complained) {
-            complain(file.path, error.what());
+        if (!file.reported) {
+            printError(file.path, error.what());
         }
-        file.complained = true;
+        file.reported = true;
     }
 }
 
-void makeMachine(const char *path)
+void startMachine(const char *path)
 {
     const char *state = std::getenv("TAVSIM_STATE");
-    auto *file = new Followed;
+    auto file = std::make_unique<Followed>();
     file->path = path;
     file->owner = getpid();
     stat(path, &file->seen);
-    Description description = parseDescription(Machine::readFile(path));
-    auto *machine = new MachineState(state != nullptr ? state : "");
-    machine->logging = false; // nobody reads it
-    rebuild(*machine, std::move(description));
-    setCurrentMachine(machine);
-    followed = file;
+    std::unique_ptr<MachineState> machine =
+        makeMachine(parseDescription(Machine::readFile(path)), state != nullptr ? state : "");
+    machine->logging = false;
+    setCurrentMachine(std::move(machine));
+    followed = file.release(); // followed until the process ends
 }
 
 [[gnu::constructor(200)]] void beginPreloaded()
 {
     const char *path = std::getenv("TAVSIM_MACHINE");
-    if (path == nullptr || *path == '\0') {
+    if (path == nullptr || *path == '\0' || &tavsimLeavesEnvironment != nullptr) {
         return;
     }
     const Inside inside;
     beginReport();
     const OwnTime own;
     try {
-        makeMachine(path);
+        startMachine(path);
         machineIsReported();
     } catch (const std::exception &error) {
-        complain(path, error.what());
-        _exit(2); // a program that was to see a machine must not see the real one
+        printError(path, error.what());
+        _exit(2); // the program must not see the real machine instead
     }
 }
 
@@ -124,10 +128,10 @@ void followDescription()
     if (file == nullptr || thisThread.inside != 0) {
         return;
     }
-    constexpr int64_t kBetweenLooks = 50 * 1000000LL;
+    constexpr int64_t kBetweenChecks = 50 * 1000000LL;
     const int64_t time = now();
-    int64_t next = nextLook.load(std::memory_order_relaxed);
-    if (time < next || !nextLook.compare_exchange_strong(next, time + kBetweenLooks)) {
+    int64_t next = nextCheck.load(std::memory_order_relaxed);
+    if (time < next || !nextCheck.compare_exchange_strong(next, time + kBetweenChecks)) {
         return;
     }
     const int saved = errno;
@@ -135,7 +139,7 @@ void followDescription()
         const Inside inside;
         const OwnTime own;
         if (const std::unique_lock held(file->following, std::try_to_lock); held.owns_lock()) {
-            look(*file);
+            followFile(*file);
         }
     }
     errno = saved;

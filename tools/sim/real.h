@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The C library's own function behind an interposed name: the next definition in the search order.
+// The C library's function of an interposed name: the next definition in the search order.
 #pragma once
 
 #include <atomic>
@@ -11,8 +11,8 @@ template <class F> class Real {
 public:
     constexpr explicit Real(const char *name) : name_(name) {}
 
-    // Looked up at the first use: an interposed name can be called before any constructor has run. Null when the C
-    // library has no such function.
+    // Looked up at the first use, because an interposed function can be called before any constructor has run. Null if
+    // the C library has no such function.
     F *find()
     {
         F *function = function_.load(std::memory_order_relaxed);

@@ -16,7 +16,7 @@ namespace sim {
 
 namespace {
 
-// kB that a field of /proc/self/status tells; 0 when it is not there.
+// A field of /proc/self/status in kB, or 0 if it is missing.
 long statusKb(const char *field)
 {
     std::FILE *const file = std::fopen("/proc/self/status", "re");
@@ -34,8 +34,8 @@ long statusKb(const char *field)
 }
 
 struct Memory {
-    long before = 0; // kB resident before the machine was made
-    long after = 0;  // and when it was
+    long before = 0; // resident kB before the machine was made
+    long after = 0;  // and after
 };
 constinit Memory memory{};
 
@@ -45,7 +45,7 @@ const char *reportFile()
     return path == nullptr || *path == '\0' ? nullptr : path;
 }
 
-// At once, so that lines of processes that end together do not mix.
+// In one write, so that lines of processes that end at the same time do not mix.
 void append(const char *path, const char *line, size_t length)
 {
     const int descriptor = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);

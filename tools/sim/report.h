@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the simulated machine has cost a preloaded process, told at its end: to be taken off where programs are
-// measured.
+// Reports what the simulated machine cost a preloaded process, so that measurements of the program can subtract it.
 #pragma once
 
 namespace sim {
 
-// Before the machine is made, in a process with TAVSIM_REPORT set: from here on its CPU time is measured, and no call
-// is counted or noted as the product's, which costs what other programs do not pay.
+// To be called before the machine is made. With TAVSIM_REPORT set, starts to measure its CPU time and counts no calls
+// as the product's, because counting has a cost of its own.
 void beginReport();
-// When the machine is made: memory that it holds is known, and the process's peak counts anew.
+// To be called when the machine was made. Records its memory and resets the process's peak.
 void machineIsReported();
 // Appends one line of JSON to the file that TAVSIM_REPORT names.
 void endReport();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the sanitizers have to be told where they see less than what happens; nothing in other builds.
+// Hints for the sanitizers where they cannot see what happens. Does nothing in other builds.
 #pragma once
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -23,9 +23,9 @@
 
 namespace sim {
 
-// Around a call in which the thread may be cancelled. The address sanitizer sees the frames that an exception leaves,
-// but not those that a cancel leaves: their marks on the stack would stay and be taken for errors of the destructors
-// that run on the way out. So all marks are taken away before the first of these runs.
+// Around a call in which the thread may be cancelled. The address sanitizer clears its marks of stack frames that an
+// exception unwinds, but not of those that a cancellation unwinds: it would report the destructors that run during
+// unwinding. So this clears all marks before the first of these destructors.
 class MayUnwind {
 public:
     MayUnwind() = default;
@@ -48,15 +48,14 @@ private:
     [[maybe_unused]] bool returned_ = false;
 };
 
-// A lock was taken, or is about to be given back, where the thread sanitizer may not look: it does not within the calls
-// that sleep.
+// A lock was taken or is about to be released within a call that sleeps, which the thread sanitizer does not see.
 inline void lockTaken([[maybe_unused]] void *lock)
 {
 #ifdef SIM_THREAD_SANITIZER
     __tsan_acquire(lock);
 #endif
 }
-inline void lockGoes([[maybe_unused]] void *lock)
+inline void lockReleased([[maybe_unused]] void *lock)
 {
 #ifdef SIM_THREAD_SANITIZER
     __tsan_release(lock);

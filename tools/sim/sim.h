@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-// The simulated machine: the process's view of /sys, /proc, /dev, /etc/tavkit and the agent's root, and the devices
-// behind its device nodes. It stands below the C library's names, so the product knows nothing of it.
+// The simulated machine: the process's view of /sys, /proc, /dev, /etc/tavkit and the agent's root, and the devices of
+// its device nodes. It interposes functions of the C library; the product does not know of it.
 //
-// A program that links the interposing library (or is started with it preloaded) sees the real machine until a Machine
-// is made; then the paths above lead into a directory of the machine's own, and ioctl and uname are answered by its
-// model. A path under those roots that the machine does not have does not exist. An ioctl that the model does not know
-// fails with ENOTTY and is counted in unknownIoctls().
+// A program that links this library (or is started with it preloaded) sees the real machine until a Machine is made.
+// Then these paths lead into the machine's own directory, and its model answers ioctl and uname. A path under these
+// roots that the machine does not have does not exist. An unknown ioctl fails with ENOTTY and is counted in
+// unknownIoctls().
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -16,48 +17,65 @@
 
 namespace sim {
 
-// One ioctl or SCSI command that reached a device, for tests of what is on the wire.
+// One ioctl or SCSI command that reached a device, for tests of the commands on the wire.
 struct Command {
     std::string device;         // "/dev/sda"
-    unsigned long request;      // ioctl number, SG_IO and the like
+    unsigned long request;      // ioctl number, such as SG_IO
     std::vector<uint8_t> bytes; // CDB of SG_IO and SCSI_IOCTL_SEND_COMMAND; the argument block of the HDIO commands
 };
 
 class Machine {
 public:
-    // Lays a machine out from its description (docs/SIMULATOR.md) in a fresh temporary directory.
-    // Throws std::runtime_error naming what is wrong with a description.
-    explicit Machine(const std::string &json);
-    static std::string readFile(const std::string &path); // text of a description, for the constructor
-    ~Machine();                                           // the real machine is seen again; the directory is removed
+    // Makes a machine from its description (docs/SIMULATOR.md) in a new temporary directory. Throws std::runtime_error
+    // with the reason if the description is refused or cannot be written, leaving nothing behind.
+    // With a state directory, the agent's data and work are kept there: they outlive the machine.
+    explicit Machine(const std::string &json, const std::string &stateDirectory = "");
+    // The text of a description file. Throws std::runtime_error if it cannot be read or checkDescription refuses it.
+    static std::string readFile(const std::string &path);
+    // Throws std::runtime_error if the text of a description is too long or nested too deeply. For callers that parse
+    // it themselves before they hand it over: the bounds keep a JSON library from using up the stack.
+    static void checkDescription(const std::string &text);
+    static constexpr size_t kLongestDescription = size_t{32} << 20; // bytes; one of 10,000 devices has some 4 MB
+    ~Machine(); // the process sees the real machine again; the directory is removed
     Machine(const Machine &) = delete;
     Machine &operator=(const Machine &) = delete;
 
-    // Hot-plug: the machine becomes what the new description says. Files of the agent's root that it does not name
-    // stay.
+    // Hot-plug: changes the machine to a new description. Files of the agent's root that it does not name stay. Throws
+    // like the constructor; the machine is then unchanged.
     void change(const std::string &json);
 
-    // Where a path of the machine really lies.
+    // The real path of a path of the machine.
     std::string where(std::string_view path) const;
-    void write(std::string_view path, std::string_view content); // with its directories
-    std::string read(std::string_view path) const;               // "" when absent
+    void write(std::string_view path, std::string_view content); // makes missing directories
+    std::string read(std::string_view path) const;               // "" if absent
     bool exists(std::string_view path) const;
-    void remove(std::string_view path); // also a whole directory
+    void remove(std::string_view path); // a file or a whole directory
     void makeDirectory(std::string_view path);
     void link(std::string_view path, std::string_view target);
 
-    // What reached the devices since the last forget, in order.
+    // Requests that reached the devices since the last forgetCommands, in order.
     std::vector<Command> commands() const;
     void forgetCommands();
     unsigned unknownIoctls() const;
-    // Whether SMART (ATA) or informational exceptions (SCSI) are switched on in the device behind a node ("/dev/sda"),
-    // as commands have left it; false too when there is no such device or it knows neither. Asks without a command.
+    // Whether SMART (ATA) or informational exceptions (SCSI) are enabled in the device of a node ("/dev/sda"). False
+    // also if there is no such device or it supports neither. Sends no command.
     bool smartSwitchedOn(std::string_view node) const;
-    // Descriptors and streams that are open on paths of the machine.
+    // Number of descriptors and streams open on paths of the machine.
     int openDescriptors() const;
 };
 
-// Kinds of call that can be made to fail, counted only when the caller is the product.
+// A path to which another one leads, with everything below it and beside it under the same name and an extension: from
+// "/a/b" also "/a/b/c" and "/a/b.tmp".
+struct Redirection {
+    std::string from; // absolute, as the product spells it
+    std::string to;
+};
+
+// Replaces the redirections of the process, which apply on the real and on a simulated machine alike; none at first.
+// To be called while the process has one thread.
+void redirect(std::vector<Redirection> redirections);
+
+// Kinds of call of the product that are counted and can be made to fail.
 enum class Call {
     allocate, // malloc, calloc, realloc, strdup
     open,     // open, fopen
@@ -72,53 +90,54 @@ enum class Call {
     count
 };
 
-// Which code is the product: calls from other code (the tests', the broker's) are neither counted nor failed. The
-// shared object of that base name, or the program itself by its name; by default "libTAVStorageProvider.so". The empty
-// name counts every caller but the C and C++ runtime; operator new then is nobody's (tests use it, the product does
-// not).
+// Sets which code is the product: calls from other code (tests, the broker) are neither counted nor made to fail. It is
+// the shared object of that base name, or the program itself by its name; by default "libTAVStorageProvider.so". With
+// the empty name all callers count but the C and C++ runtime; operator new then does not count (tests use it, the
+// product does not).
 void countCallsOf(const std::string &sharedObject);
 
-// The nth call of a kind from now (1-based) fails with an error of its own kind (ENOMEM, EIO, ...); 0 disarms.
+// Makes the nth call of a kind from now on (1-based) fail with a suitable error (ENOMEM, EIO, ...); 0 disarms.
 void failNth(Call kind, unsigned nth);
-// False in builds with sanitizers, which keep the allocator: Call::allocate then never strikes and no block is counted.
+// False in builds with sanitizers, which have an allocator of their own: Call::allocate then never fails and no block
+// is counted.
 bool allocationsCanFail();
-// Whether the armed failure has struck.
+// Whether the call that failNth chose has been made.
 bool failureStruck();
 // Calls of a kind since the last reset.
 unsigned callsMade(Call kind);
 void resetCounts();
 
-// Runs act at the product's nth call of a kind from now (1-based): in the thread that makes it, which cannot be
-// cancelled meanwhile, and before the call. One act at a time; 0 disarms.
+// Runs act before the product's nth call of a kind from now on (1-based), in the calling thread, with cancellation
+// disabled. Only one act is armed at a time; 0 disarms.
 void atNth(Call kind, unsigned nth, std::function<void()> act);
-// Cancellations of threads that the product has asked for; counted when they are pending.
+// Number of thread cancellations that the product has requested; counted once they are pending.
 unsigned cancelsRequested();
 
-// Blocks that the product allocated and did not free, and descriptors that it opened and did not close.
+// Blocks that the product allocated and has not freed, and descriptors that it opened and has not closed.
 int64_t liveBlocks();
 int64_t liveDescriptors();
-// Shared-memory segments that the product created and that were not removed.
+// Shared-memory segments that the product created and that have not been removed.
 int64_t liveSegments();
 
-// Sleeps of the product (sleep, usleep, nanosleep) take no time while set, and are summed up.
+// While set, sleeps of the product (sleep, usleep, nanosleep) take no time and are summed up.
 void skipSleeps(bool skip);
 double sleptSeconds();
-// The product's calls of usleep, by which it waits for locks, last only so manieth a part; 1: as they are.
+// Divides the duration of the product's calls of usleep, with which it waits for locks; 1: unchanged.
 void shortenSleeps(unsigned times);
 
-// While set, the product's calls of sleep (not usleep and the like) last until they are woken or cancelled, however
-// long they were to be: a test steps a thread that works and sleeps in turn.
-void holdSleeps(bool hold); // false wakes all; either way sleepsBegun counts from 0
-void wakeSleepers();        // those that sleep now
+// While set, the product's calls of sleep (not usleep and nanosleep) last until they are woken or cancelled, whatever
+// their argument. A test can so step a thread that works and sleeps in turn.
+void holdSleeps(bool hold); // false wakes all; both reset sleepsBegun
+void wakeSleepers();        // wakes the present sleepers
 unsigned sleepsBegun();
-unsigned sleepers(); // that sleep now
-// Waits until so many have begun; false when they have not after so many seconds.
+unsigned sleepers(); // present sleepers
+// Waits until that number of sleeps has begun. Returns false if it has not after the given seconds.
 bool awaitSleep(unsigned number, double seconds);
 
-// CPU time in seconds that the calling thread spent inside the simulated machine while it was being measured: to be
-// taken off in benchmarks. Measuring costs time itself (some 0.5 us per call) and is off at first.
+// CPU time in seconds that the calling thread spent inside the simulated machine while it was measured, for benchmarks
+// to subtract. Measuring itself costs some 0.5 us per call and is off by default.
 void measureOwnCpu(bool on);
 double ownCpuSeconds();
-double ownCpuSecondsOfProcess(); // of all its threads together
+double ownCpuSecondsOfProcess(); // of all threads
 
 } // namespace sim

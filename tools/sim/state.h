@@ -22,39 +22,43 @@ struct MachineState {
     explicit MachineState(const std::string &stateDirectory = "") : directory(stateDirectory), root(directory.path()) {}
 
     MachineDirectory directory;
-    const std::string root; // where the machine's paths lie
+    const std::string root; // real directory of the machine's "/"
     bool logging = true;
 
     // Guarded by model():
     Description description;
-    std::map<std::string, Device *> nodes; // "/dev/sda", "/dev/sg0" to the device behind
+    std::vector<std::unique_ptr<Device>> devices; // all so far: one that was removed may still be open
     std::vector<Device *> present;
-    std::vector<Device *> removed; // somebody may still have one open
-    Tree tree;                     // what the description put there
+    std::map<std::string, Device *> nodes; // "/dev/sda", "/dev/sg0" to their devices
+    Tree tree;                             // files of the description
     std::deque<Command> log;
     unsigned unknownIoctls = 0;
-    unsigned requests = 0;  // that were known
+    unsigned requests = 0;  // with a known ioctl
     unsigned toDevices = 0; // of these the commands that the device itself has to answer, not the kernel
 };
 
-// The one machine, or null: the real one is seen. A machine that is gone stays in memory, so whoever still holds it
-// can.
+// The one machine, or null while the real one is seen. A former machine stays in memory: a thread may still be in a
+// call on it.
 MachineState *currentMachine();
-void setCurrentMachine(MachineState *machine);
+void setCurrentMachine(std::unique_ptr<MachineState> machine);
 
-// Guards the machine and the state of its devices; held for short times only. A condition variable wakes whoever waits
-// for a device (a hang ends with the device).
+// Makes a machine in a directory of its own. Throws std::runtime_error, leaving nothing behind.
+std::unique_ptr<MachineState> makeMachine(Description description, const std::string &stateDirectory = "");
+// Changes files and devices of a machine to a new description. Throws std::runtime_error; the machine is then as
+// before.
+void rebuild(MachineState &machine, Description description);
+
+// Guards the machine and the state of its devices; held for short times only. The condition variable is notified when
+// devices are removed, which ends their hanging requests.
 std::mutex &model();
 std::condition_variable &modelChanged();
 
-// Makes the machine what the description says, in its directory and its devices.
-void rebuild(MachineState &machine, Description description);
-// The device behind a path as the C library sees it; null for any other.
-Device *deviceAt(const char *translated);
+// The device at a real path, or null if there is none.
+Device *deviceAt(const char *realPath);
 int openErrorOf(const Device &device);        // 0: it can be opened
 std::string nodeNameOf(const Device &device); // "sda"
 
-// The preloaded machine follows its description file: called where a directory or a file is opened.
+// Lets the machine of a preloaded process follow its description file. Called where a file or directory is opened.
 void followDescription();
 
 } // namespace sim

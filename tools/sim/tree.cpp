@@ -21,13 +21,13 @@ namespace {
     throw std::runtime_error(std::string("cannot ") + what + " " + path + ": " + std::strerror(errno));
 }
 
-// Files below these stay when a description stops naming them: they are the agent's, and it may have changed them.
-bool isAgents(std::string_view path)
+// Files in these directories stay when a description no longer names them: the agent may have changed them.
+bool belongsToAgent(const TreePath &path)
 {
-    return path.starts_with(kAgentRoot) || path.starts_with(kConfigurationRoot);
+    return path.text().starts_with(kAgentRoot) || path.text().starts_with(kConfigurationRoot);
 }
 
-void makeWay(const std::string &path)
+void makeParents(const std::string &path)
 {
     std::error_code error;
     std::filesystem::create_directories(std::filesystem::path(path).parent_path(), error);
@@ -50,16 +50,17 @@ bool writeAll(int descriptor, std::string_view content)
 
 void addDeviceNodes(Tree &tree, const Description &description)
 {
-    tree["/dev"] = {Node::directory, ""};
+    const TreePath dev("/dev");
+    tree[dev] = {Node::directory, ""};
     for (const DeviceDescription &device : description.devices) {
         for (const std::string &node : {device.node, device.genericNode}) {
             if (!node.empty()) {
-                tree["/dev/" + node] = {Node::file, ""};
+                tree[dev / node] = {Node::file, ""};
             }
         }
     }
     for (const IdeDrive &drive : description.drives) {
-        tree["/dev/" + drive.name] = {Node::file, ""};
+        tree[dev / drive.name] = {Node::file, ""};
     }
 }
 
@@ -70,7 +71,7 @@ Tree treeOf(const Description &description)
     Tree tree;
     for (const char *directory : {"/sys", "/proc", "/etc/tavkit", "/opt/qlm/tavkit_sa/data", "/opt/qlm/tavkit_sa/work",
                                   "/opt/qlm/tavkit_sa/lib"}) {
-        tree[directory] = {Node::directory, ""};
+        tree[TreePath(directory)] = {Node::directory, ""};
     }
     addDeviceNodes(tree, description);
     if (description.sysfs) {
@@ -83,10 +84,10 @@ Tree treeOf(const Description &description)
         addProcIde(tree, description);
     }
     if (description.interrupts) {
-        tree["/proc/interrupts"] = {Node::file, *description.interrupts};
+        tree[TreePath("/proc/interrupts")] = {Node::file, *description.interrupts};
     }
     if (description.ioports) {
-        tree["/proc/ioports"] = {Node::file, *description.ioports};
+        tree[TreePath("/proc/ioports")] = {Node::file, *description.ioports};
     }
     for (const auto &[path, content] : description.files) {
         if (content) {
@@ -98,15 +99,20 @@ Tree treeOf(const Description &description)
     return tree;
 }
 
+std::string realPath(const std::string &root, const TreePath &path)
+{
+    return root + path.text();
+}
+
 void putFile(const std::string &path, const std::string &content)
 {
-    makeWay(path);
+    makeParents(path);
     struct stat old {};
     const bool replaces = lstat(path.c_str(), &old) == 0;
     if (replaces && S_ISDIR(old.st_mode)) {
         std::filesystem::remove_all(path);
     }
-    // In place of the old file at once: who reads meanwhile sees the old text or the new one.
+    // Renamed over the old file: a concurrent reader sees the old text or the new one.
     const std::string fresh = replaces ? path + ".tavsim-new" : path;
     const int descriptor = open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     if (descriptor < 0) {
@@ -122,7 +128,7 @@ void putFile(const std::string &path, const std::string &content)
 
 void putLink(const std::string &path, const std::string &target)
 {
-    makeWay(path);
+    makeParents(path);
     if (symlink(target.c_str(), path.c_str()) == 0) {
         return;
     }
@@ -135,16 +141,16 @@ void putLink(const std::string &path, const std::string &target)
 
 void putDirectory(const std::string &path)
 {
-    makeWay(path + "/x");
+    makeParents(path + "/x");
 }
 
 void layOut(const std::string &root, const Tree &before, const Tree &now)
 {
     for (auto old = before.rbegin(); old != before.rend(); ++old) {
         if (const auto still = now.find(old->first);
-            (still == now.end() || still->second.type != old->second.type) && !isAgents(old->first)) {
+            (still == now.end() || still->second.type != old->second.type) && !belongsToAgent(old->first)) {
             std::error_code ignored;
-            std::filesystem::remove_all(root + old->first, ignored);
+            std::filesystem::remove_all(realPath(root, old->first), ignored);
         }
     }
     for (const auto &[path, node] : now) {
@@ -153,13 +159,13 @@ void layOut(const std::string &root, const Tree &before, const Tree &now)
         }
         switch (node.type) {
         case Node::directory:
-            putDirectory(root + path);
+            putDirectory(realPath(root, path));
             break;
         case Node::file:
-            putFile(root + path, node.content);
+            putFile(realPath(root, path), node.content);
             break;
         case Node::link:
-            putLink(root + path, node.content);
+            putLink(realPath(root, path), node.content);
             break;
         }
     }

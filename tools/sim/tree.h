@@ -3,6 +3,7 @@
 #pragma once
 
 #include "sim/description.h"
+#include "sim/paths.h"
 
 #include <map>
 #include <string>
@@ -15,11 +16,11 @@ struct Node {
     bool operator==(const Node &) const = default;
 };
 
-// By path. The directories on the way are implied.
-using Tree = std::map<std::string, Node>;
+// By path. The directories on the way to an entry are implied.
+using Tree = std::map<TreePath, Node>;
 
-// Everything that the description puts into the machine but device nodes' behaviour: sysfs, procfs, device nodes (as
-// empty files), the administrator's files. Files that are to be gone are not in it.
+// All files, links and directories of a description: sysfs, procfs, device nodes (as empty files), the administrator's
+// files. Files that the description removes are not in it.
 Tree treeOf(const Description &description);
 
 // Parts of it.
@@ -27,11 +28,16 @@ void addSysfs(Tree &tree, const Description &description);
 void addProcScsi(Tree &tree, const Description &description);
 void addProcIde(Tree &tree, const Description &description);
 
-// Lays a tree out under a directory: what was in before and is not now is removed, what differs is put in place of the
-// old at once. Paths under the agent's root and the configuration are never removed. Throws std::runtime_error.
+// Where a path of the tree is in the real file system.
+std::string realPath(const std::string &root, const TreePath &path);
+
+// Changes the directory root from one tree to another: removes what only the first has, writes what is new or differs;
+// a file that differs is replaced atomically. Files of the agent's root and the configuration are never removed. Throws
+// std::runtime_error; the directory is then between the two.
 void layOut(const std::string &root, const Tree &before, const Tree &now);
 
-// One file, link or directory with the directories on its way.
+// Makes one file, link or directory, with the directories on its way, in place of any that is there. Throws
+// std::runtime_error.
 void putFile(const std::string &path, const std::string &content);
 void putLink(const std::string &path, const std::string &target);
 void putDirectory(const std::string &path);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// /proc/scsi and /proc/ide of a machine, as the kernels that have them show them (recorded with 5.10).
+// /proc/scsi and /proc/ide of a machine as recorded with kernel 5.10.
 #include "sim/tree.h"
 
 #include <algorithm>
@@ -34,6 +34,7 @@ std::string deviceText(const DeviceDescription &device)
 
 void addProcScsi(Tree &tree, const Description &description)
 {
+    const TreePath scsi("/proc/scsi");
     std::string all = "Attached devices: \n";
     if (description.devices.empty()) {
         all = "Attached devices: none\n";
@@ -43,42 +44,42 @@ void addProcScsi(Tree &tree, const Description &description)
     for (const DeviceDescription &device : devices) {
         all += deviceText(device);
     }
-    tree["/proc/scsi/scsi"] = {Node::file, all};
+    tree[scsi / "scsi"] = {Node::file, all};
     for (const HostDescription &host : description.hosts) {
-        tree["/proc/scsi/" + host.driver + "/" + std::to_string(host.number)] = {Node::file,
-                                                                                 host.driver + " adapter\n"};
+        tree[scsi / host.driver / std::to_string(host.number)] = {Node::file, host.driver + " adapter\n"};
     }
 }
 
 void addProcIde(Tree &tree, const Description &description)
 {
-    tree["/proc/ide"] = {Node::directory, ""};
+    const TreePath ide("/proc/ide");
+    tree[ide] = {Node::directory, ""};
     std::string drivers;
     for (const IdeChannel &channel : description.channels) {
-        const std::string directory = "/proc/ide/" + channel.name;
-        tree[directory + "/channel"] = {Node::file, channel.channel + "\n"};
-        tree[directory + "/model"] = {Node::file, channel.model + "\n"};
-        tree[directory + "/mate"] = {Node::file, channel.mate + "\n"};
+        const TreePath directory = ide / channel.name;
+        tree[directory / "channel"] = {Node::file, channel.channel + "\n"};
+        tree[directory / "model"] = {Node::file, channel.model + "\n"};
+        tree[directory / "mate"] = {Node::file, channel.mate + "\n"};
     }
     for (const IdeDrive &drive : description.drives) {
-        const std::string directory = "/proc/ide/" + drive.channel + "/" + drive.name;
-        tree[directory + "/media"] = {Node::file, drive.media + "\n"};
-        tree[directory + "/model"] = {Node::file, drive.model + "\n"};
-        tree[directory + "/driver"] = {Node::file, drive.driver + "\n"};
+        const TreePath directory = ide / drive.channel / drive.name;
+        tree[directory / "media"] = {Node::file, drive.media + "\n"};
+        tree[directory / "model"] = {Node::file, drive.model + "\n"};
+        tree[directory / "driver"] = {Node::file, drive.driver + "\n"};
         const auto add = [&](const char *name, const std::optional<std::string> &content) {
             if (content) {
-                tree[directory + "/" + name] = {Node::file, content->ends_with('\n') ? *content : *content + "\n"};
+                tree[directory / name] = {Node::file, content->ends_with('\n') ? *content : *content + "\n"};
             }
         };
         add("geometry", drive.geometry);
         add("capacity", drive.capacity);
         add("cache", drive.cache);
-        tree["/proc/ide/" + drive.name] = {Node::link, drive.channel + "/" + drive.name};
+        tree[ide / drive.name] = {Node::link, directory.relativeTo(ide / drive.name)};
         if (drivers.find(drive.driver + "\n") == drivers.npos) {
             drivers += drive.driver + "\n";
         }
     }
-    tree["/proc/ide/drivers"] = {Node::file, drivers};
+    tree[ide / "drivers"] = {Node::file, drivers};
 }
 
 } // namespace sim

@@ -2,17 +2,22 @@
 #include "tavstrg/arguments.h"
 
 #include "tavstrg/catalogue.h"
+#include "tavstrg/nearest.h"
+#include "tavstrg/words.h"
 
 #include <CLI/CLI.hpp>
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstdlib>
 #include <sstream>
 #include <stdexcept>
 
 namespace tool {
 namespace {
 
-constexpr const char *kDescription = "Asks the storage provider what this machine, or a simulated one, has.";
+constexpr const char *kDescription = "Shows what the storage provider reports of this machine, or a simulated one.";
 // Help texts fit 80 columns. No line of a footer begins with "-" or is one word in lower case: completion and the test
 // of the manual page read options and commands out of the help.
 constexpr const char *kFooter = "\nExamples:\n"
@@ -20,27 +25,40 @@ constexpr const char *kFooter = "\nExamples:\n"
                                 "  tavstrg --json get HardDisk 2        one disk, for a program\n"
                                 "  tavstrg --machine m.json watch       the alerts of a simulated machine\n"
                                 "  tavstrg check --root ./site          files before they go to servers\n"
-                                "\nOptions of all commands may stand before or behind the command, whose own\n"
-                                "\"tavstrg COMMAND --help\" tells. A CLASS may be given short and in any case:\n"
-                                "HardDisk for TAV_StorageHardDisk.\n"
+                                "\nOptions of all commands may be given before or after the command; see\n"
+                                "\"tavstrg COMMAND --help\" for its own. A CLASS may be given short and in any\n"
+                                "case: HardDisk for TAV_StorageHardDisk.\n"
                                 "\nWithout --provider it is ../lib/libTAVStorageProvider.so from the tool's\n"
                                 "directory, else the one in the broker's directory for providers, the system's\n"
                                 "library directory or its cmpi directory.\n"
-                                "\nOn a terminal lines are broken where it ends; elsewhere they stay whole. Colours\n"
-                                "are used on a terminal that has them, unless the variable NO_COLOR is set to\n"
-                                "anything.\n"
+                                "\nOn a terminal long lines are wrapped; elsewhere they stay whole. Colours are\n"
+                                "used on a terminal that has them, unless the variable NO_COLOR is set.\n"
                                 "\nIn service mode only TAV_StorageThread answers until the monitoring thread runs.\n"
-                                "\nExit status: 0 when all went well; 1 on a failure, such as a refused request,\n"
-                                "a class without instances, a provider that does not load or a\n"
-                                "machine file that cannot be read; 2 on wrong usage. Failures are told on\n"
+                                "\nExit status: 0 on success; 1 on a failure, such as a refused request, a class\n"
+                                "without instances, a provider that does not load or a\n"
+                                "machine file that cannot be read; 2 on wrong usage. A failure is reported on\n"
                                 "standard error in one line. A disk that predicts its failure is an answer, not a\n"
                                 "failure: it does not change the status.\n";
 constexpr const char *kClassFooter =
     "\nA CLASS may be given short and in any case: HardDisk for TAV_StorageHardDisk.\n";
 
+// Wrong usage. hint: the command that shows what is right, unless that is the help of the command that was given.
 struct UsageError : std::runtime_error {
-    using std::runtime_error::runtime_error;
+    explicit UsageError(const std::string &text, std::string see = "") : std::runtime_error(text), hint(std::move(see))
+    {
+    }
+    std::string hint;
 };
+
+std::string inQuotes(std::string_view text)
+{
+    return '"' + printable(text) + '"';
+}
+
+std::string meant(const std::string &name)
+{
+    return name.empty() ? "" : "; did you mean " + name + "?";
+}
 
 // What CLI11 fills in, before names are looked up.
 struct RawArguments {
@@ -59,7 +77,7 @@ struct RawArguments {
     std::string colour;
 };
 
-// CLI11 marks arguments with their type and as required, which the line of usage tells already.
+// CLI11 marks arguments with their type and as required, which the usage line shows already.
 void describeForm(CLI::App &app)
 {
     app.get_formatter()->label("REQUIRED", "");
@@ -74,13 +92,15 @@ void describeGlobals(CLI::App &app, RawArguments &raw)
     app.set_version_flag("--version", std::string("tavstrg ") + TAV_VERSION, "Print the version and exit");
     app.add_flag("--json", arguments.json, "Print JSON instead of text, for programs");
     app.add_option("--machine", arguments.machine, "Ask the simulated machine that FILE describes")->type_name("FILE");
+    app.add_option("--state", arguments.state, "With --machine: its agent keeps its state in DIR")->type_name("DIR");
+    app.add_flag("--trace", arguments.trace, "Print what the provider traces on standard error");
     app.add_option("--provider", arguments.provider, "Shared object of the provider (see below)")->type_name("FILE");
     app.add_flag("--service-mode", arguments.serviceMode, "Agent counts as in service mode (see below)");
     app.add_option("--color", raw.colour, "When to colour what show and watch print")
         ->type_name("WHEN")
         ->check(CLI::IsMember({"auto", "always", "never"}));
     app.footer(kFooter);
-    app.require_subcommand(0, 1); // none is told apart from an unknown one below
+    app.require_subcommand(0, 1); // a missing command has its own message below
 }
 
 void describeAsking(CLI::App &app, RawArguments &raw)
@@ -94,12 +114,15 @@ void describeAsking(CLI::App &app, RawArguments &raw)
     raw.get = app.add_subcommand("get", "Print one instance of a class");
     raw.get->footer(std::string(kClassFooter) + "\nExample: tavstrg get HardDisk 2\n");
     raw.call = app.add_subcommand("call", "Call a method of a class and print what it returns");
-    raw.call->footer(std::string(kClassFooter) + "\nExample: tavstrg call Config SetMonitorCycle MonitorCycle=120\n");
+    raw.call->footer(std::string(kClassFooter) +
+                     "MonitorCycle takes 10 to 3600, HardDiskSmartMode 0 or 1. A call is refused while\n"
+                     "another process runs the provider: it would overwrite what is saved.\n"
+                     "\nExample: tavstrg call Config SetMonitorCycle MonitorCycle=120\n");
     raw.classes = app.add_subcommand("classes", "List classes, their properties and methods");
     raw.classes->footer("");
     for (CLI::App *command : {raw.enumerate, raw.get, raw.call}) {
         command->add_option("CLASS", arguments.className, "Class, see \"tavstrg classes\"")->required()->type_name("");
-        command->add_flag("--raw", arguments.raw, "Send the names as they are given, known or not");
+        command->add_flag("--raw", arguments.raw, "Send names and values unchecked, as they are given");
     }
     raw.get->add_option("INDEX", raw.index, "Index of the instance, where there are many")->type_name("");
     raw.call->add_option("METHOD", arguments.method, "Method of the class, in any case")->required()->type_name("");
@@ -114,13 +137,13 @@ void describeWatch(CLI::App &app, RawArguments &raw)
         ->check(CLI::Range(10, 3600)); // what SetMonitorCycle takes
     raw.watch->footer("\nThe provider runs in service mode, its monitoring thread is started. Alerts are\n"
                       "printed as they come, with --json as one object a line. With --machine the file\n"
-                      "may be edited meanwhile: within a cycle the thread meets the changed machine. On\n"
+                      "may be edited meanwhile: within a cycle the thread finds the changed machine. On\n"
                       "a machine whose agent is installed the alerts go to the agent.\n");
 }
 
 void describeCheck(CLI::App &app, RawArguments &raw)
 {
-    raw.check = app.add_subcommand("check", "Tell what is made of the administrator's files");
+    raw.check = app.add_subcommand("check", "Check the administrator's files, and this machine");
     raw.check->add_option("--root", raw.arguments.root, "Check the files of DIR, not the installed ones")
         ->type_name("DIR");
     raw.check->footer("\nChecked are storage.inf, noscsi.inf and tavm2ssd.inf in the data directory of\n"
@@ -128,8 +151,10 @@ void describeCheck(CLI::App &app, RawArguments &raw)
                       "DIR/data, or in DIR itself where it has no data. Accepted lines and notes go\n"
                       "to standard output, skipped lines to standard error, each as\n"
                       "FILE:LINE: text; --json prints all of them. A file may be absent.\n"
-                      "\nExit status: 0 when no line is skipped, 1 when one is or a file cannot be read,\n"
-                      "2 on wrong usage.\n");
+                      "Without --root the machine is checked too: its kernel release, the agent's\n"
+                      "directories, its drivers, and whether its managed disks answer.\n"
+                      "\nExit status: 0 without a problem, 1 if a line is skipped, a file cannot be read\n"
+                      "or the machine has a problem, 2 on wrong usage.\n");
 }
 
 void describeMetrics(CLI::App &app, RawArguments &raw)
@@ -137,9 +162,14 @@ void describeMetrics(CLI::App &app, RawArguments &raw)
     raw.metrics = app.add_subcommand("metrics", "Print the inventory in the Prometheus text format");
     raw.metrics->add_option("--output", raw.arguments.output, "Write FILE in one step instead")->type_name("FILE");
     raw.metrics->footer("\nWith --output it is made for the textfile collector of the node exporter: FILE\n"
-                        "is always whole. If the inventory fails, tavstorage_collection_success is 0 and\n"
-                        "no series of a disk is there. Disks are labelled with serial number and node;\n"
-                        "vendor, model and firmware are on tavstorage_disk_info alone.\n");
+                        "is always whole. It must be a regular file or not exist. If the inventory
+"
+                        "fails, tavstorage_collection_success is 0 and no series of a disk is there.
+"
+                        "Disks are labelled with serial number and node; vendor, model and firmware are
+"
+                        "labels of tavstorage_disk_info alone. For JSON use \"tavstrg --json show\".
+");
 }
 
 void describeDumpState(CLI::App &app, RawArguments &raw)
@@ -148,8 +178,8 @@ void describeDumpState(CLI::App &app, RawArguments &raw)
     raw.dumpState->add_option("FILE", raw.arguments.file, "The file, tavstrgsave.dat or a copy of it")
         ->required()
         ->type_name("");
-    raw.dumpState->footer("\nA damaged file is printed as far as it goes; where and how it breaks is told,\n"
-                          "with exit status 1.\n");
+    raw.dumpState->footer("\nOf a damaged file the whole records are printed, and where and how it is\n"
+                          "damaged; the exit status is then 1.\n");
 }
 
 void describeCommands(CLI::App &app, RawArguments &raw)
@@ -200,9 +230,29 @@ void splitAssignments(const std::vector<std::string> &assignments, Arguments &ar
     for (const std::string &assignment : assignments) {
         const size_t equals = assignment.find('=');
         if (equals == std::string::npos || equals == 0) {
-            throw UsageError("call: \"" + assignment + "\" is not NAME=VALUE");
+            throw UsageError("call: " + inQuotes(assignment) + " is not NAME=VALUE");
         }
         arguments.methodArguments.push_back({assignment.substr(0, equals), assignment.substr(equals + 1)});
+    }
+}
+
+std::string rangeWords(const NumberRange &range)
+{
+    return "a number from " + std::to_string(range.least) + " to " + std::to_string(range.most);
+}
+
+// Name in its right spelling, value within its range.
+void checkArgument(const std::string &target, const MethodEntry &method, MethodArgument &given)
+{
+    const auto known = std::find_if(method.arguments.begin(), method.arguments.end(),
+                                    [&given](const std::string &name) { return sameIgnoringCase(name, given.name); });
+    if (known == method.arguments.end()) {
+        throw UsageError(target + " has no argument " + inQuotes(given.name) +
+                         meant(nearest(given.name, method.arguments)));
+    }
+    given.name = *known;
+    if (const NumberRange range = rangeOf(given.name); !isWithin(range, given.value)) {
+        throw UsageError("call: " + given.name + " must be " + rangeWords(range) + ", not " + inQuotes(given.value));
     }
 }
 
@@ -210,17 +260,25 @@ void rightMethodSpelling(const ClassEntry &entry, Arguments &arguments)
 {
     const MethodEntry *method = findMethod(entry, arguments.method);
     if (method == nullptr) {
-        throw UsageError(entry.name + " has no method \"" + arguments.method + "\" (see tavstrg classes)");
+        std::vector<std::string> names;
+        for (const MethodEntry &one : entry.methods) {
+            names.push_back(one.name);
+        }
+        throw UsageError(entry.name + " has no method " + inQuotes(arguments.method) +
+                             meant(nearest(arguments.method, names)),
+                         "classes");
     }
     arguments.method = method->name;
+    const std::string target = entry.name + "." + method->name;
     for (MethodArgument &given : arguments.methodArguments) {
-        const auto known =
-            std::find_if(method->arguments.begin(), method->arguments.end(),
-                         [&given](const std::string &name) { return sameIgnoringCase(name, given.name); });
-        if (known == method->arguments.end()) {
-            throw UsageError(entry.name + "." + method->name + " has no argument \"" + given.name + "\"");
+        checkArgument(target, *method, given);
+    }
+    for (const std::string &name : method->arguments) {
+        const auto times = std::count_if(arguments.methodArguments.begin(), arguments.methodArguments.end(),
+                                         [&name](const MethodArgument &given) { return given.name == name; });
+        if (times != 1) {
+            throw UsageError("call: " + target + " needs " + name + "=VALUE once, " + rangeWords(rangeOf(name)));
         }
-        given.name = *known;
     }
 }
 
@@ -229,7 +287,13 @@ void rightSpelling(Arguments &arguments)
 {
     const ClassEntry *entry = findClass(arguments.className);
     if (entry == nullptr) {
-        throw UsageError("unknown class \"" + arguments.className + "\" (see tavstrg classes, or send it with --raw)");
+        std::vector<std::string> names;
+        for (const ClassEntry &one : catalogue()) {
+            names.push_back(one.shortName());
+            names.push_back(one.name);
+        }
+        throw UsageError("unknown class " + inQuotes(arguments.className) + meant(nearest(arguments.className, names)),
+                         "classes");
     }
     arguments.className = entry->name;
     if (arguments.command == Command::call) {
@@ -241,6 +305,56 @@ void rightSpelling(Arguments &arguments)
     }
 }
 
+// An empty name is most likely a variable of a script that is not set.
+void refuseEmptyNames(const CLI::App &app)
+{
+    for (const CLI::Option *option : app.get_options()) {
+        const bool empty = option->count() > 0 && option->get_items_expected_max() > 0 &&
+                           std::any_of(option->results().begin(), option->results().end(),
+                                       [](const std::string &value) { return value.empty(); });
+        if (empty && !option->get_lnames().empty()) {
+            throw UsageError("--" + option->get_lnames().front() + " must not be empty");
+        }
+    }
+}
+
+void checkTogether(const CLI::App &app, const Arguments &arguments)
+{
+    refuseEmptyNames(app);
+    for (const CLI::App *command : app.get_subcommands()) {
+        refuseEmptyNames(*command);
+    }
+    if (!arguments.root.empty() && !arguments.machine.empty()) {
+        throw UsageError("check: --root and --machine exclude each other");
+    }
+    if (!arguments.state.empty() && arguments.machine.empty()) {
+        throw UsageError("--state needs --machine");
+    }
+}
+
+// The command that was given but is none; empty if there is none on the line.
+std::string unknownCommand(const CLI::App &app)
+{
+    if (!app.get_subcommands().empty()) {
+        return "";
+    }
+    for (const std::string &word : app.remaining(true)) {
+        if (!word.starts_with('-')) {
+            return word;
+        }
+    }
+    return "";
+}
+
+std::vector<std::string> commandNames(const CLI::App &app)
+{
+    std::vector<std::string> names;
+    for (const CLI::App *command : app.get_subcommands([](const CLI::App *) { return true; })) {
+        names.push_back(command->get_name());
+    }
+    return names;
+}
+
 // Usage messages are one line, whatever CLI11 says in several.
 std::string oneLine(std::string text)
 {
@@ -249,6 +363,14 @@ std::string oneLine(std::string text)
     }
     std::replace(text.begin(), text.end(), '\n', ' ');
     return text;
+}
+
+// With the help that applies: that of the command, unless "see" names another command.
+Parsed wrongUsage(const CLI::App &app, const std::string &text, const std::string &see = "")
+{
+    const auto given = app.get_subcommands();
+    const std::string help = !see.empty() ? see : given.empty() ? "--help" : given.front()->get_name() + " --help";
+    return {std::nullopt, kWrongUsage, oneLine(text) + " (see tavstrg " + help + ")"};
 }
 
 } // namespace
@@ -296,9 +418,7 @@ Parsed parseArguments(int argc, const char *const *argv)
         }
         splitAssignments(raw.assignments, arguments);
         arguments.colour = colourOf(raw.colour);
-        if (!arguments.root.empty() && !arguments.machine.empty()) {
-            throw UsageError("check: --root and --machine exclude each other");
-        }
+        checkTogether(app, arguments);
         const bool named = arguments.command == Command::enumerate || arguments.command == Command::get ||
                            arguments.command == Command::call;
         if (named && !arguments.raw) {
@@ -310,10 +430,27 @@ Parsed parseArguments(int argc, const char *const *argv)
         app.exit(request, out, out);
         return {std::nullopt, kDone, out.str()};
     } catch (const CLI::ParseError &error) {
-        return {std::nullopt, kWrongUsage, oneLine(error.what())};
+        if (const std::string command = unknownCommand(app); !command.empty()) {
+            return wrongUsage(app, "unknown command " + inQuotes(command) + meant(nearest(command, commandNames(app))));
+        }
+        return wrongUsage(app, printable(error.what()));
     } catch (const UsageError &error) {
-        return {std::nullopt, kWrongUsage, error.what()};
+        return wrongUsage(app, error.what(), error.hint);
     }
+}
+
+bool takeEnvironment(Arguments &arguments)
+{
+    const char *machine = secure_getenv("TAVSIM_MACHINE");
+    const bool asks = arguments.command != Command::classes && arguments.command != Command::dumpState;
+    if (!asks || machine == nullptr || *machine == '\0' || geteuid() == 0 || !arguments.machine.empty() ||
+        !arguments.root.empty()) {
+        return false;
+    }
+    const char *state = secure_getenv("TAVSIM_STATE");
+    arguments.machine = machine;
+    arguments.state = state == nullptr ? "" : state;
+    return true;
 }
 
 } // namespace tool

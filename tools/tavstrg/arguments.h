@@ -32,7 +32,9 @@ struct Arguments {
     ColourWhen colour = ColourWhen::automatic; // show, watch
     int cycle = 0;                             // watch: seconds between two passes; 0: as it is configured
     bool raw = false;                          // class and method names are sent as they are
+    bool trace = false;                        // what the provider traces goes to standard error
     std::string machine;                       // description of a simulated machine; empty: the real one
+    std::string state;                         // directory that keeps the simulated agent's state; empty: none
     std::string provider;                      // shared object; empty: it is looked for
     std::string className;                     // in its right spelling unless raw
     std::optional<std::string> index;          // get
@@ -40,11 +42,12 @@ struct Arguments {
     std::vector<MethodArgument> methodArguments;
     std::string output; // metrics: file to write; empty: standard output
     std::string file;   // dumpState: saved-state file
-    std::string root;   // check: directory that stands for the agent's root; empty: the agent's own
+    std::string root;   // check: directory in place of the agent's root; empty: the agent's own
 };
 
 // Either arguments, or what to print and the status to exit with: help and version (kDone, for standard output), or
-// what is wrong (kWrongUsage, one line without the program's name, for standard error).
+// what is wrong (kWrongUsage, one line without the program's name and with a hint to the help that applies, for
+// standard error).
 struct Parsed {
     std::optional<Arguments> arguments;
     int status = kDone;
@@ -52,5 +55,10 @@ struct Parsed {
 };
 
 Parsed parseArguments(int argc, const char *const *argv);
+
+// Where no machine is named, the variables TAVSIM_MACHINE and TAVSIM_STATE name one, as they do for every program with
+// the simulator's library. They are ignored for root: what root is shown as this machine is this machine.
+// Whether they named one.
+bool takeEnvironment(Arguments &arguments);
 
 } // namespace tool

@@ -3,6 +3,9 @@
 
 #include <gmock/gmock.h>
 
+#include <unistd.h>
+
+#include <cstdlib>
 #include <ostream>
 #include <sstream>
 
@@ -85,9 +88,48 @@ TEST(ParseArguments, CallTakesAssignmentsInTheOrderGiven)
     ASSERT_EQ(arguments.methodArguments.size(), 1U);
     EXPECT_EQ(arguments.methodArguments[0].name, "MonitorCycle");
     EXPECT_EQ(arguments.methodArguments[0].value, "120");
-    EXPECT_EQ(parsed({"call", "Config", "SetMonitorCycle", "MonitorCycle=a=b"}).methodArguments[0].value, "a=b");
-    EXPECT_EQ(parsed({"call", "Config", "SetMonitorCycle", "MonitorCycle="}).methodArguments[0].value, "");
-    EXPECT_TRUE(parsed({"call", "Config", "SetMonitorCycle"}).methodArguments.empty());
+    EXPECT_EQ(parsed({"call", "--raw", "Config", "Set", "Cycle=a=b"}).methodArguments[0].value, "a=b");
+    EXPECT_EQ(parsed({"call", "--raw", "Config", "Set", "Cycle="}).methodArguments[0].value, "");
+    EXPECT_TRUE(parsed({"call", "--raw", "Config", "Set"}).methodArguments.empty());
+}
+
+TEST(ParseArguments, AnEmptyNameIsWrongUsage)
+{
+    for (const auto &words : {std::vector<const char *>{"--machine", "", "show"},
+                              {"show", "--machine="},
+                              {"show", "--provider", ""},
+                              {"check", "--root", ""},
+                              {"metrics", "--output", ""},
+                              {"show", "--machine", "m", "--state", ""}}) {
+        EXPECT_EQ(parse(words).status, kWrongUsage);
+    }
+    EXPECT_EQ(parse({"show", "--state", "d"}).status, kWrongUsage) << "this machine's agent has its own";
+    EXPECT_EQ(parsed({"show", "--machine", "m", "--state", "d"}).state, "d");
+}
+
+// As another user, since root's environment is ignored.
+TEST(TakeEnvironment, NamesAMachineWhereTheCommandLineNamesNoneAndNeverForRoot)
+{
+    setenv("TAVSIM_MACHINE", "e.json", 1);
+    setenv("TAVSIM_STATE", "kept", 1);
+    const auto taken = [](std::vector<const char *> words) {
+        Arguments arguments = parsed(words);
+        return takeEnvironment(arguments) ? arguments.machine + " " + arguments.state : "none";
+    };
+    if (geteuid() == 0) {
+        EXPECT_EQ(taken({"show"}), "none");
+    }
+    EXPECT_EXIT(
+        {
+            constexpr uid_t kNobody = 65534;
+            const bool other = geteuid() != 0 || setuid(kNobody) == 0;
+            const bool right = taken({"show"}) == "e.json kept" && taken({"show", "--machine", "m"}) == "none" &&
+                               taken({"classes"}) == "none" && taken({"check", "--root", "d"}) == "none";
+            exit(other && right ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
+    unsetenv("TAVSIM_MACHINE");
+    unsetenv("TAVSIM_STATE");
 }
 
 TEST(ParseArguments, WatchKeepsTheConfiguredCycleUnlessToldOne)

@@ -2,6 +2,7 @@
 #include "tavstrg/ask.h"
 
 #include "tavstrg/failure.h"
+#include "tavstrg/saved_state.h"
 
 namespace tool {
 namespace {
@@ -50,7 +51,23 @@ broker::Instance askOne(broker::Broker &broker, const std::string &className, co
     return std::move(reply.instances.front());
 }
 
-Answers askInventory(broker::Broker &broker)
+Answers askInventory(Session &session)
+{
+    askAll(session.broker(), "TAV_StorageTotalNumber");
+    Answers answers;
+    answers["TAV_StorageThread"] = askAll(session.broker(), "TAV_StorageThread"); // read live, never saved
+    const std::string file = session.surroundings().stateFile();
+    SavedState state = parseSavedState(readStateFile(file));
+    if (!state.damage.empty()) {
+        throw Failure(file + ": " + state.damage);
+    }
+    for (StateBlock &block : state.blocks) {
+        answers[block.className] = std::move(block.records);
+    }
+    return answers;
+}
+
+Answers askPublished(broker::Broker &broker)
 {
     Answers answers;
     for (const std::string &className : inventoryClasses()) {

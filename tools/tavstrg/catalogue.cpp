@@ -4,13 +4,18 @@
 #include "records/records.h"
 
 #include <algorithm>
+#include <charconv>
+
+using namespace tavstrg;
 
 namespace tool {
 namespace {
 
 constexpr std::string_view kPrefix = "TAV_Storage";
+constexpr const char *kMonitorCycle = "MonitorCycle";
+constexpr const char *kSmartMode = "HardDiskSmartMode";
 
-// Only ASCII: the classes have no other letters, and the locale must not change what a name means.
+// ASCII only: the classes have no other letters, and the result must not depend on the locale.
 char lower(char c)
 {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
@@ -25,8 +30,8 @@ ClassEntry fromDescription(const ClassDesc &desc)
         }
     }
     if (desc.id == TAV_CID_STRG_CONF) {
-        entry.methods.push_back({"SetMonitorCycle", {"MonitorCycle"}});
-        entry.methods.push_back({"SetHardDiskSmartMode", {"HardDiskSmartMode"}});
+        entry.methods.push_back({"SetMonitorCycle", {kMonitorCycle}});
+        entry.methods.push_back({"SetHardDiskSmartMode", {kSmartMode}});
     }
     return entry;
 }
@@ -83,6 +88,19 @@ bool sameIgnoringCase(std::string_view one, std::string_view other)
 {
     return std::equal(one.begin(), one.end(), other.begin(), other.end(),
                       [](char a, char b) { return lower(a) == lower(b); });
+}
+
+NumberRange rangeOf(std::string_view argument)
+{
+    return argument == kMonitorCycle ? NumberRange{10, 3600} : NumberRange{0, 1};
+}
+
+bool isWithin(const NumberRange &range, std::string_view text)
+{
+    int number = 0;
+    const bool digits = !text.empty() && text.find_first_not_of("0123456789") == text.npos;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return digits && error == std::errc() && number >= range.least && number <= range.most;
 }
 
 std::string schemaType(CMPIType type)

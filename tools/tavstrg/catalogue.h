@@ -33,13 +33,23 @@ struct ClassEntry {
 // All twelve, the thread's class last.
 const std::vector<ClassEntry> &catalogue();
 
-// By full or short name ("TAV_StorageHardDisk", "HardDisk"), without regard to case; null when there is none.
+// By full or short name ("TAV_StorageHardDisk", "HardDisk"), without regard to case; null if there is none.
 const ClassEntry *findClass(std::string_view given);
 
-// By name without regard to case; null when the class has no such method.
+// By name without regard to case; null if the class has no such method.
 const MethodEntry *findMethod(const ClassEntry &entry, std::string_view given);
 
 bool sameIgnoringCase(std::string_view one, std::string_view other);
+
+// What a method takes for an argument: a decimal number from least to most.
+struct NumberRange {
+    int least;
+    int most;
+};
+// By the exact name of an argument of a known method. Sent text that is no such number would be refused or, worse, read
+// as another number by the provider.
+NumberRange rangeOf(std::string_view argument);
+bool isWithin(const NumberRange &range, std::string_view text);
 
 // "uint16", "sint16", "uint32" or "string", as the schema spells it.
 std::string schemaType(CMPIType type);

@@ -2,7 +2,6 @@
 #include "tavstrg/check.h"
 
 #include "tavstrg/failure.h"
-#include "tavstrg/session.h"
 #include "tavstrg/wrap.h"
 
 #include "collect/base/text_file.h"
@@ -10,11 +9,12 @@
 #include "collect/inf/noscsi_inf.h"
 #include "collect/inf/storage_inf.h"
 #include "endurance/endurance_parse.h"
-#include "sim/sim.h"
 
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+
+using namespace tavstrg;
 
 namespace tool {
 namespace {
@@ -23,9 +23,9 @@ namespace fs = std::filesystem;
 
 struct FileKind {
     const char *name;
-    size_t largest; // bytes; a larger file the provider does not read, or of the table not beyond them
+    size_t largest; // bytes; the provider ignores a larger file, or of the table what follows them
     std::vector<CheckedLine> (*check)(std::string_view text);
-    bool agentsRoot; // below the root that the agent's configuration tells, not below the default one
+    bool agentsRoot; // below the root of the agent's configuration, not below the default one
     const char *absent;
     const char *tooLarge; // null: its beginning is read
     const char *unreadable;
@@ -84,7 +84,7 @@ CheckedFile checkFile(const FileKind &kind, const std::string &path)
     const auto unreadable = [&](const char *why) {
         return wholeFile(path, FileState::unreadable, std::string(why) + ": " + kind.unreadable);
     };
-    if (file.error() != 0) // EINVAL tells what opened but is no regular file
+    if (file.error() != 0) // EINVAL: it opened, but is no regular file
     {
         return unreadable(file.error() == EINVAL ? "not a regular file" : std::strerror(file.error()));
     }
@@ -118,12 +118,15 @@ std::vector<CheckedFile> checkFiles(const std::string &root)
 
 Outcome check(const Arguments &arguments, const TextStyle &style)
 {
-    const SignalsWait signals; // nothing of a simulated machine is left behind
-    const std::unique_ptr<sim::Machine> machine = makeMachine({"", arguments.machine});
-    const std::vector<CheckedFile> files = checkFiles(arguments.root);
-    const std::string problems = checkedProblems(files);
+    std::vector<CheckedFile> files = checkFiles(arguments.root);
+    std::vector<MachineFinding> machine;
+    if (arguments.root.empty()) { // else the files are for other machines
+        compareDrivers(adapterDrivers(), files.front().lines);
+        machine = checkMachine(!arguments.machine.empty());
+    }
+    const std::string problems = checkedProblems(files, machine);
     return {problems.empty() ? kDone : kFailed,
-            arguments.json ? checkedJson(files) : fitted(checkedText(files), style.width), problems};
+            arguments.json ? checkedJson(files, machine) : fitted(checkedText(files, machine), style.width), problems};
 }
 
 } // namespace tool

@@ -12,6 +12,8 @@
 #include <charconv>
 #include <limits>
 
+using namespace tavstrg;
+
 namespace tool {
 namespace {
 
@@ -81,14 +83,14 @@ public:
     }
 
 private:
-    void tell(Verdict verdict, const std::string &text) { checked_.push_back({number_, verdict, text}); }
+    void report(Verdict verdict, const std::string &text) { checked_.push_back({number_, verdict, text}); }
 
     // A line of the file is one line of the table, or several when it is too long.
     void checkLine(std::string_view line)
     {
         if (inSection_ && withoutBreaks(line).size() >= kM2SSDLineBuffer) {
-            tell(Verdict::note, "longer than " + std::to_string(kM2SSDLineBuffer - 1) +
-                                    " characters: what follows is read as a line of its own");
+            report(Verdict::note, "longer than " + std::to_string(kM2SSDLineBuffer - 1) +
+                                      " characters: what follows is read as a line of its own");
         }
         for (std::string_view piece; takeTableLine(line, piece);) {
             checkPiece(piece);
@@ -132,12 +134,12 @@ private:
     bool isRead(std::string_view piece)
     {
         const bool full = entries_.size() == kMaxM2SSD;
-        const bool worthTelling =
+        const bool reportable =
             inSection_ && !withoutBreaks(piece).empty() && !piece.starts_with('#') && !piece.starts_with('[');
-        if (full && worthTelling) {
-            tell(Verdict::skipped, "the table is full: it holds " + std::to_string(kMaxM2SSD) + " entries");
-        } else if (!lines_.more() && worthTelling) {
-            tell(Verdict::skipped, "only " + std::to_string(kMaxM2SSDLines) + " lines are read");
+        if (full && reportable) {
+            report(Verdict::skipped, "the table is full: it holds " + std::to_string(kMaxM2SSD) + " entries");
+        } else if (!lines_.more() && reportable) {
+            report(Verdict::skipped, "only " + std::to_string(kMaxM2SSDLines) + " lines are read");
         }
         return lines_.more() && !full;
     }
@@ -147,9 +149,9 @@ private:
         Fields fields;
         const size_t count = splitTableLine(piece, fields);
         if (!piece.starts_with('#')) {
-            tell(Verdict::skipped, "has " +
-                                       (count > kM2SSDFields ? std::string("more than 8") : std::to_string(count)) +
-                                       " fields instead of 8");
+            report(Verdict::skipped, "has " +
+                                         (count > kM2SSDFields ? std::string("more than 8") : std::to_string(count)) +
+                                         " fields instead of 8");
         }
     }
 
@@ -158,27 +160,27 @@ private:
         checked_.push_back(accepted(number_, entry));
         const std::string model(modelOf(entry));
         if (findM2SSD(entries_.data(), static_cast<int32_t>(entries_.size()), model.c_str()) != nullptr) {
-            tell(Verdict::note, "never used: an entry for this model stands before it");
+            report(Verdict::note, "never used: an earlier entry is for this model");
         }
         entries_.push_back(entry);
         Fields fields;
         splitTableLine(piece, fields);
         if (fields[0].starts_with('#')) {
-            tell(Verdict::note, "the table knows no comments: \"#\" belongs to the model");
+            report(Verdict::note, "the table has no comments: \"#\" is part of the model");
         }
         if (printable(fields[0]) != fields[0]) {
-            tell(Verdict::note, "blanks and bytes that are no text belong to the model");
+            report(Verdict::note, "blanks and unprintable bytes are part of the model");
         }
         for (size_t i = 1; i < kM2SSDFields; ++i) {
             if (!isPlainNumber(fields[i], i == 1)) {
-                tell(Verdict::note, std::string(kNames[i]) + " is \"" + printable(fields[i]) + "\"" +
-                                        (i == 1 ? ", no attribute id from 1 to 255" : ", no number of 16 bits"));
+                report(Verdict::note, std::string(kNames[i]) + " is \"" + printable(fields[i]) + "\"" +
+                                          (i == 1 ? ", no attribute id from 1 to 255" : ", no number of 16 bits"));
             }
         }
         for (const Level &level : levelsOf(entry)) {
             if (level.from > level.to) {
-                tell(Verdict::note,
-                     "level " + std::to_string(level.level) + " holds no figure: the bounds do not fall");
+                report(Verdict::note,
+                       "level " + std::to_string(level.level) + " holds no figure: the bounds do not fall");
             }
         }
     }
@@ -187,10 +189,10 @@ private:
     {
         number_ = 0;
         if (!inSection_ && entries_.empty() && outside_ > 0 && lines_.more()) {
-            tell(Verdict::skipped, "no line begins with \"" + std::string(kEnduranceSection) + "\": nothing is read");
+            report(Verdict::skipped, "no line begins with \"" + std::string(kEnduranceSection) + "\": nothing is read");
         } else if (outside_ > 0) {
-            tell(Verdict::note, counted(outside_, "line") + " outside " + std::string(kEnduranceSection) + " " +
-                                    (outside_ == 1 ? "is" : "are") + " not read");
+            report(Verdict::note, counted(outside_, "line") + " outside " + std::string(kEnduranceSection) + " " +
+                                      (outside_ == 1 ? "is" : "are") + " not read");
         }
     }
 

@@ -3,8 +3,14 @@
 
 #include "tavstrg/words.h"
 
+#include "collect/base/text_scan.h"
 #include "collect/inf/inf_parse.h"
 #include "collect/inf/noscsi_inf_parse.h"
+#include "collect/scsi/scsi_parse.h"
+
+#include <algorithm>
+
+using namespace tavstrg;
 
 namespace tool {
 namespace {
@@ -63,14 +69,14 @@ PlacedLines placeLines(std::string_view text)
     return placed;
 }
 
-// Whatever else the provider says of them: they are not meant to be anything.
+// Not reported, whatever the provider's reason for skipping them.
 bool isBlankOrComment(std::string_view line)
 {
     const size_t first = line.find_first_not_of(" \t\r\n");
     return first == std::string_view::npos || line[first] == '#';
 }
 
-// One line of either file, its text and meaning filled; an empty text for what is not worth telling.
+// One line of either file, its text and meaning filled; an empty text for what is not reported.
 using Judge = CheckedLine (*)(const PlacedLine &line);
 
 Lines checkSections(std::string_view text, Judge judge)
@@ -89,7 +95,7 @@ Lines checkSections(std::string_view text, Judge judge)
         CheckedLine checked = judge(line);
         checked.line = line.number;
         if (checked.verdict == Verdict::accepted && line.place == Place::before) {
-            checked = skipped(line.number, std::string("stands before ") + kGroupManagementPort);
+            checked = skipped(line.number, std::string("before ") + kGroupManagementPort);
         }
         if (!checked.text.empty()) {
             lines.push_back(checked);
@@ -133,9 +139,36 @@ CheckedLine judgeDriver(const PlacedLine &line)
     case DriverLine::blank:
         return {};
     }
+    if (isNeverHostAdapter(name)) {
+        return skipped(0, "driver " + quoted(name) +
+                              " is never managed, like all whose names begin with scsi, iscsi, sg, usb, ovfx2 or hub");
+    }
     CheckedLine checked = accepted(line, "driver " + quoted(name), "not managed");
     checked.meaning["driver"] = name;
     return checked;
+}
+
+// A driver in both sections is managed, which its line under [Diagnostic Port] does not suggest.
+Lines withContradictions(const Lines &lines)
+{
+    const auto sectionOf = [](const CheckedLine &line) { return line.meaning.value("section", ""); };
+    Lines all;
+    for (const CheckedLine &line : lines) {
+        all.push_back(line);
+        const bool both = line.verdict == Verdict::accepted && sectionOf(line) == "Diagnostic Port" &&
+                          std::ranges::any_of(lines, [&](const CheckedLine &other) {
+                              return other.verdict == Verdict::accepted && sectionOf(other) == "Management Port" &&
+                                     other.meaning.value("driver", "") == line.meaning.value("driver", "");
+                          });
+        if (both) {
+            constexpr std::string_view kOtherwise = "not managed)";
+            all.back().text.replace(all.back().text.rfind(kOtherwise), kOtherwise.size(), "no effect)");
+            all.push_back({line.line, Verdict::note,
+                           std::string("managed all the same: it is also under ") + kGroupManagementPort + ", and " +
+                               kGroupDiagnosticPort + " has no effect"});
+        }
+    }
+    return all;
 }
 
 std::string keyProblem(KeyValue key, std::string_view name)
@@ -192,7 +225,7 @@ CheckedLine judgeExclusion(const PlacedLine &line)
 
 std::vector<CheckedLine> checkStorage(std::string_view text)
 {
-    return checkSections(text, judgeDriver);
+    return withContradictions(checkSections(text, judgeDriver));
 }
 
 std::vector<CheckedLine> checkNoScsi(std::string_view text)

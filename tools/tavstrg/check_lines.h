@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the provider makes of each line of the administrator's files: its own parsers asked, line by line.
+// How the provider reads each line of the administrator's files, by its own parsers.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -14,7 +14,7 @@ namespace tool {
 enum class Verdict {
     accepted,
     skipped, // ignored, though it is neither blank nor a comment
-    note,    // what one may want to know about a line, or about the file
+    note,    // worth knowing about a line, or about the file
 };
 
 struct CheckedLine {
@@ -24,7 +24,7 @@ struct CheckedLine {
     nlohmann::ordered_json meaning = nullptr; // the same for programs, of an accepted line
 };
 
-// Blank lines, comments and section headers are not told. Each takes the whole text of a file.
+// Blank lines, comments and section headers are not reported. Each takes the whole text of a file.
 std::vector<CheckedLine> checkStorage(std::string_view text);
 std::vector<CheckedLine> checkNoScsi(std::string_view text);
 std::vector<CheckedLine> checkEndurance(std::string_view text);

@@ -51,7 +51,7 @@ Json lineJson(const CheckedLine &line)
 
 } // namespace
 
-std::string checkedText(const std::vector<CheckedFile> &files)
+std::string checkedText(const std::vector<CheckedFile> &files, const std::vector<MachineFinding> &machine)
 {
     std::string text;
     for (const CheckedFile &file : files) {
@@ -65,10 +65,13 @@ std::string checkedText(const std::vector<CheckedFile> &files)
                     std::to_string(countOf(file, Verdict::skipped)) + " skipped\n";
         }
     }
+    for (const MachineFinding &finding : machine) {
+        text += finding.problem ? "" : "note: " + finding.text + "\n";
+    }
     return text;
 }
 
-std::string checkedJson(const std::vector<CheckedFile> &files)
+std::string checkedJson(const std::vector<CheckedFile> &files, const std::vector<MachineFinding> &machine)
 {
     Json json = document("check");
     json["files"] = Json::array();
@@ -84,10 +87,14 @@ std::string checkedJson(const std::vector<CheckedFile> &files)
                                  {"skipped", countOf(file, Verdict::skipped)},
                                  {"lines", lines}});
     }
+    json["machine"] = Json::array();
+    for (const MachineFinding &finding : machine) {
+        json["machine"].push_back({{"verdict", finding.problem ? "problem" : "note"}, {"text", finding.text}});
+    }
     return written(json);
 }
 
-std::string checkedProblems(const std::vector<CheckedFile> &files)
+std::string checkedProblems(const std::vector<CheckedFile> &files, const std::vector<MachineFinding> &machine)
 {
     std::string text;
     for (const CheckedFile &file : files) {
@@ -96,6 +103,9 @@ std::string checkedProblems(const std::vector<CheckedFile> &files)
                 text += (text.empty() ? "" : "\n") + located(file, line) + "skipped: " + line.text;
             }
         }
+    }
+    for (const MachineFinding &finding : machine) {
+        text += finding.problem ? (text.empty() ? "" : "\n") + finding.text : "";
     }
     return text;
 }

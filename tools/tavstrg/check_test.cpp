@@ -17,6 +17,8 @@
 #include <sys/stat.h>
 #include <vector>
 
+using namespace tavstrg;
+
 namespace {
 
 using namespace tool;
@@ -28,12 +30,12 @@ using testing_support::runProgram;
 
 namespace fs = std::filesystem;
 
-using Told = std::vector<std::string>; // "LINE verdict: text"
+using Reported = std::vector<std::string>; // "LINE verdict: text"
 
-Told told(const std::vector<CheckedLine> &lines)
+Reported reported(const std::vector<CheckedLine> &lines)
 {
     constexpr const char *kWords[] = {"accepted", "skipped", "note"};
-    Told result;
+    Reported result;
     for (const CheckedLine &line : lines) {
         result.push_back(std::to_string(line.line) + " " + kWords[static_cast<int>(line.verdict)] + ": " + line.text);
     }
@@ -46,7 +48,7 @@ struct CheckCase {
     const char *name;
     Check check;
     std::string text;
-    Told told;
+    Reported expected;
 };
 
 void PrintTo(const CheckCase &one, std::ostream *out)
@@ -79,7 +81,7 @@ const CheckCase kCases[] = {
     {"StorageSections",
      checkStorage,
      "old\n# fine\n\n[Management Port]\nahci\n[Diagnostic Port]\nisci\n",
-     {"1 skipped: stands before [Management Port]", "5 accepted: driver \"ahci\"",
+     {"1 skipped: before [Management Port]", "5 accepted: driver \"ahci\"",
       "7 accepted: driver \"isci\" ([Diagnostic Port]: not managed)"}},
     {"StorageReasons",
      checkStorage,
@@ -88,13 +90,28 @@ const CheckCase kCases[] = {
      {"2 skipped: repeats a section header", "3 skipped: the driver name has more than 64 characters",
       "4 skipped: longer than 256 characters", "5 accepted: driver \"" + std::string(64, 'n') + "\"",
       "7 skipped: repeats a section header"}},
+    {"StorageNeverManagedDrivers",
+     checkStorage,
+     "usb-storage\nscsi_debug\nahci\n",
+     {"1 skipped: driver \"usb-storage\" is never managed, like all whose names begin with scsi, iscsi, sg, usb, ovfx2 "
+      "or hub",
+      "2 skipped: driver \"scsi_debug\" is never managed, like all whose names begin with scsi, iscsi, sg, usb, ovfx2 "
+      "or "
+      "hub",
+      "3 accepted: driver \"ahci\""}},
+    {"StorageDriverInBothSections",
+     checkStorage,
+     "[Management Port]\nahci\n[Diagnostic Port]\nahci\nisci\n",
+     {"2 accepted: driver \"ahci\"", "4 accepted: driver \"ahci\" ([Diagnostic Port]: no effect)",
+      "4 note: managed all the same: it is also under [Management Port], and [Diagnostic Port] has no effect",
+      "5 accepted: driver \"isci\" ([Diagnostic Port]: not managed)"}},
     {"StorageNeedsBothHeaders", checkStorage, "[Management Port]\nahci\n", {kBothOrNeither}},
     {"StorageEndsAtNul",
      checkStorage,
      std::string("ahci\nmpt\0sas\nisci\n", 18),
      {"1 accepted: driver \"ahci\"", "2 accepted: driver \"mpt\"", "2 skipped: a NUL byte: nothing behind it is read"}},
     {"StorageTextIsMadePrintable", checkStorage, "a\x1b[31m\n", {"1 accepted: driver \"a\\x1b[31m\""}},
-    {"EmptyFilesHaveNothingToTell", checkStorage, "", {}},
+    {"EmptyFileGivesNothing", checkStorage, "", {}},
     {"StorageCommentsAreNoProblem", checkStorage, " # see [Management Port]\n#" + std::string(300, 'x'), {}},
     {"NoScsiCommentsAreNoProblem", checkNoScsi, " # see [Management Port]\n#" + std::string(300, 'x'), {}},
     {"NoScsiAcceptsExclusions",
@@ -106,7 +123,7 @@ const CheckCase kCases[] = {
     {"NoScsiSections",
      checkNoScsi,
      "Vendor: A Model:\n[Management Port]\n[Diagnostic Port]\nVendor: B Model:\n",
-     {"1 skipped: stands before [Management Port]",
+     {"1 skipped: before [Management Port]",
       "4 accepted: excludes disks: vendor exactly \"B\", any model ([Diagnostic Port]: excludes nothing)"}},
     {"NoScsiReasons",
      checkNoScsi,
@@ -144,16 +161,16 @@ const CheckCase kCases[] = {
      kSection + "#D,0x10,70000,10,20,x,5, 0\nD ,231,100,80,60,40,20,0\n",
      {"2 accepted: drives whose model is exactly \"#D\": attribute 0, level 5 from 10 to 4464, level 4 from 20 to 9, "
       "level 3 from 0 to 19, level 2 from 5 to -1, level 1 from 0 to 4",
-      "2 note: the table knows no comments: \"#\" belongs to the model",
+      "2 note: the table has no comments: \"#\" is part of the model",
       "2 note: attribute is \"0x10\", no attribute id from 1 to 255", "2 note: max is \"70000\", no number of 16 bits",
       "2 note: level 3 is \"x\", no number of 16 bits", "2 note: level 4 holds no figure: the bounds do not fall",
       "2 note: level 2 holds no figure: the bounds do not fall", "3 " + exactly("D"),
-      "3 note: blanks and bytes that are no text belong to the model"}},
+      "3 note: blanks and unprintable bytes are part of the model"}},
     {"EnduranceTheFirstEntryOfAModelCounts",
      checkEndurance,
      kSection + entry("D") + entry("E") + entry("D"),
      {"2 " + exactly("D"), "3 " + exactly("E"), "4 " + exactly("D"),
-      "4 note: never used: an entry for this model stands before it"}},
+      "4 note: never used: an earlier entry is for this model"}},
     {"EnduranceLongLinesAreSeveral",
      checkEndurance,
      kSection + std::string(127, 'x') + entry("REST"),
@@ -163,41 +180,42 @@ const CheckCase kCases[] = {
 
 class Checks : public testing::TestWithParam<CheckCase> {};
 
-TEST_P(Checks, TellWhatTheProviderMakesOfEachLine)
+TEST_P(Checks, ReportHowEachLineIsRead)
 {
-    EXPECT_EQ(told(GetParam().check(GetParam().text)), GetParam().told);
+    EXPECT_EQ(reported(GetParam().check(GetParam().text)), GetParam().expected);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, Checks, testing::ValuesIn(kCases),
                          [](const auto &test) { return std::string(test.param.name); });
 
-TEST(CheckEndurance, TellsWhatTheFullTableLeavesOut)
+TEST(CheckEndurance, ReportsEntriesBeyondAFullTable)
 {
     std::string text = kSection;
     for (int i = 0; i < 129; ++i) {
         text += entry("M" + std::to_string(i));
     }
-    const Told lines = told(checkEndurance(text + "# comment\n\n"));
+    const Reported lines = reported(checkEndurance(text + "# comment\n\n"));
     ASSERT_EQ(lines.size(), 129U);
     EXPECT_EQ(lines[127], "129 " + exactly("M127"));
     EXPECT_EQ(lines[128], "130 skipped: the table is full: it holds 128 entries");
 }
 
-TEST(CheckEndurance, ASectionBehindAFullTableIsNoLoss)
+TEST(CheckEndurance, IgnoresASectionBehindAFullTable)
 {
     std::string text = kSection;
     for (int i = 0; i < 128; ++i) {
         text += entry("M" + std::to_string(i));
     }
-    for (const std::string &line : told(checkEndurance(text + "[Other]\n" + entry("X")))) {
+    for (const std::string &line : reported(checkEndurance(text + "[Other]\n" + entry("X")))) {
         EXPECT_EQ(line.find("skipped"), std::string::npos) << line;
     }
 }
 
-TEST(CheckEndurance, TellsWhatLiesBehindTheLastLineThatIsRead)
+TEST(CheckEndurance, ReportsLinesBeyondTheLastThatIsRead)
 {
     const std::string blank(kMaxM2SSDLines - 1, '\n');
-    EXPECT_EQ(told(checkEndurance(kSection + blank + entry("M"))), Told{"65537 skipped: only 65536 lines are read"});
+    EXPECT_EQ(reported(checkEndurance(kSection + blank + entry("M"))),
+              Reported{"65537 skipped: only 65536 lines are read"});
 }
 
 class CheckFiles : public testing::Test {
@@ -232,7 +250,7 @@ TEST_F(CheckFiles, RootIsADirectoryWithDataOrTheDataDirectoryItself)
     EXPECT_EQ(checkFiles(directory_).front().path, (directory_ / "storage.inf").string());
     write("data/storage.inf", "inside\n");
     EXPECT_EQ(checkFiles(directory_).front().path, (directory_ / "data/storage.inf").string());
-    EXPECT_EQ(told(checkFiles(directory_).front().lines), Told{"1 accepted: driver \"inside\""});
+    EXPECT_EQ(reported(checkFiles(directory_).front().lines), Reported{"1 accepted: driver \"inside\""});
 }
 
 TEST_F(CheckFiles, ARootThatIsNoDirectoryIsAFailure)
@@ -345,6 +363,81 @@ TEST_F(CheckFiles, WrongUsageIsStatus2AndABadRootStatus1)
     const Finished finished = run({"check", "--root", (directory_ / "none").string()});
     EXPECT_EQ(finished.status, 1);
     EXPECT_EQ(finished.err, "tavstrg: " + (directory_ / "none").string() + ": No such file or directory\n");
+}
+
+TEST(CompareDrivers, NotesDriversThatNoAdapterHas)
+{
+    std::vector<CheckedLine> lines = checkStorage("achi\nmptsas\n");
+    compareDrivers({"ahci", "mptsas"}, lines);
+    EXPECT_EQ(reported(lines),
+              (Reported{"1 accepted: driver \"achi\"",
+                        "1 note: no adapter of this machine has this driver; its drivers are ahci, mptsas; did "
+                        "you mean ahci?",
+                        "2 accepted: driver \"mptsas\""}));
+    lines = checkStorage("achi\n");
+    compareDrivers({"ahci"}, lines);
+    EXPECT_EQ(reported(lines).back(),
+              "0 note: no adapter of this machine is managed, so its inventory has no SCSI device; its "
+              "drivers are ahci");
+    lines = checkStorage("ahci\n");
+    compareDrivers({}, lines);
+    EXPECT_EQ(reported(lines),
+              (Reported{"1 accepted: driver \"ahci\"", "0 note: this machine has no SCSI host adapter"}));
+}
+
+std::vector<std::string> findingsOf(const std::string &machine)
+{
+    const sim::Machine simulated(machine);
+    std::vector<std::string> texts;
+    for (const MachineFinding &finding : checkMachine(true)) {
+        texts.push_back((finding.problem ? "problem: " : "note: ") + finding.text);
+    }
+    return texts;
+}
+
+TEST(CheckMachine, FindsWhatWouldFailEveryCollection)
+{
+    EXPECT_THAT(findingsOf(R"({"hosts": [{"driver": "ahci", "devices": [{"ata": true}]}],
+                               "files": {"storage.inf": "ahci\n"}})"),
+                testing::IsEmpty());
+    EXPECT_THAT(findingsOf(R"({"kernel": "6.12.117+deb12-amd64"})"),
+                ElementsAre(testing::StartsWith("problem: kernel release 6.12.117+deb12-amd64: refused, so every "
+                                                "collection fails; boot a kernel whose release is")));
+    EXPECT_THAT(findingsOf(R"({"kernel": "1.0.0", "hosts": [{"driver": "ahci"}]})"), testing::IsEmpty());
+    const char *disks = R"({"hosts": [{"number": 2, "driver": "mpt3sas", "devices": [
+        {"id": 0, "vendor": "ACME", "model": "SAS 1"}, {"id": 1, "vendor": "ACME", "model": "LEFT OUT"},
+        {"id": 2, "ata": true, "openError": "ENXIO"}]}, {"number": 3, "driver": "other", "devices": [{"id": 0}]}],
+        "files": {"storage.inf": "mpt3sas\n", "noscsi.inf": "Vendor: ACME Model: LEFT\n"}})";
+    EXPECT_THAT(
+        findingsOf(disks),
+        ElementsAre("problem: disk 2:0:0:0 (ACME SAS 1), /dev/sda: does not answer HDIO_GET_IDENTITY, so every "
+                    "collection fails; leave it out with the line \"Vendor: ACME Model: SAS 1\" in noscsi.inf, or "
+                    "its driver out of storage.inf",
+                    testing::StartsWith("problem: disk 2:0:2:0 (ATA")));
+}
+
+TEST(CheckMachine, FindsMissingDirectories)
+{
+    sim::Machine machine("{}");
+    machine.remove("/opt/qlm/tavkit_sa/work");
+    ASSERT_EQ(checkMachine(true).size(), 1U);
+    EXPECT_EQ(checkMachine(true)[0].text, "/opt/qlm/tavkit_sa/work: absent; no segment is made, so the provider fails");
+    machine.remove("/opt/qlm/tavkit_sa");
+    EXPECT_THAT(checkMachine(true)[0].text, HasSubstr("the agent is not installed"));
+}
+
+TEST_F(CheckFiles, TheToolReportsTheMachineOutsideOfRootOnly)
+{
+    const std::string machine = write(
+        "machine.json", R"({"kernel": "6.9.7_1", "hosts": [{"driver": "ahci"}], "files": {"storage.inf": "achi\n"}})");
+    const Finished finished = run({"check", "--machine", machine});
+    EXPECT_EQ(finished.status, 1);
+    EXPECT_THAT(finished.err, HasSubstr("tavstrg: kernel release 6.9.7_1: refused"));
+    EXPECT_THAT(finished.out, HasSubstr("storage.inf:1: note: no adapter of this machine has this driver"));
+    const json document = json::parse(run({"--json", "check", "--machine", machine}).out);
+    EXPECT_EQ(document["machine"][0]["verdict"], "problem");
+    write("storage.inf", "achi\n");
+    EXPECT_EQ(json::parse(run({"--json", "check", "--root", directory_.string()}).out)["machine"], json::array());
 }
 
 } // namespace

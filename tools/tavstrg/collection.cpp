@@ -5,47 +5,43 @@
 #include "tavstrg/json_document.h"
 #include "tavstrg/places.h"
 
-#include <chrono>
-
 namespace tool {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-// Sets time and duration when it ends, however that is.
-class Stopwatch {
-public:
-    explicit Stopwatch(Collection &collection) : collection_(collection) {}
-    ~Stopwatch()
-    {
-        collection_.time = secondsNow();
-        collection_.seconds = std::chrono::duration<double>(Clock::now() - begin_).count();
-    }
-    Stopwatch(const Stopwatch &) = delete;
-    Stopwatch &operator=(const Stopwatch &) = delete;
-
-private:
-    Collection &collection_;
-    Clock::time_point begin_ = Clock::now();
-};
-
-Answers timedAnswers(broker::Broker &broker, Collection &collection)
+Inventory completed(const Answers &answers, const SmartReadings &readings)
 {
-    const Stopwatch watch(collection);
-    return askInventory(broker);
-}
-
-} // namespace
-
-Inventory collectInventory(broker::Broker &broker, const SmartReadings &readings, Collection &collection)
-{
-    Inventory inventory = buildInventory(timedAnswers(broker, collection));
-    inventory.collection = collection;
+    Inventory inventory = buildInventory(answers);
     setReadings(inventory, readings.found());
     const KernelView kernel = readKernelView();
     setPlaces(inventory, kernel);
     inventory.explanation = emptyWords(inventory, kernel);
     return inventory;
+}
+
+} // namespace
+
+Stopwatch::~Stopwatch()
+{
+    collection_.time = secondsNow();
+    collection_.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin_).count();
+}
+
+Inventory collectInventory(Session &session, const SmartReadings &readings)
+{
+    Collection collection;
+    Answers answers;
+    {
+        const Stopwatch stopwatch(collection);
+        answers = askInventory(session);
+    }
+    Inventory inventory = completed(answers, readings);
+    inventory.collection = collection;
+    return inventory;
+}
+
+Inventory publishedInventory(Session &session, const SmartReadings &readings)
+{
+    return completed(askPublished(session.broker()), readings);
 }
 
 } // namespace tool

@@ -2,15 +2,18 @@
 #include "tavstrg/commands.h"
 
 #include "tavstrg/ask.h"
+#include "tavstrg/cause.h"
 #include "tavstrg/check.h"
 #include "tavstrg/collection.h"
 #include "tavstrg/failure.h"
 #include "tavstrg/json.h"
 #include "tavstrg/metrics.h"
-#include "tavstrg/progress.h"
+#include "tavstrg/output_file.h"
 #include "tavstrg/saved_state.h"
+#include "tavstrg/segments.h"
 #include "tavstrg/session.h"
-#include "tavstrg/trace_tap.h"
+#include "tavstrg/supervise.h"
+#include "tavstrg/surroundings.h"
 #include "tavstrg/watch.h"
 
 #include <unistd.h>
@@ -20,10 +23,9 @@
 namespace tool {
 namespace {
 
-Outcome show(broker::Broker &broker, const SmartReadings &readings, const Arguments &arguments, const TextStyle &style)
+Outcome show(Session &session, const SmartReadings &readings, const Arguments &arguments, const TextStyle &style)
 {
-    Collection collection;
-    Inventory inventory = collectInventory(broker, readings, collection);
+    Inventory inventory = collectInventory(session, readings);
     inventory.machine = std::filesystem::path(arguments.machine).filename().string();
     return {kDone, arguments.json ? inventoryJson(inventory) : inventoryText(inventory, style), ""};
 }
@@ -67,38 +69,9 @@ Outcome call(broker::Broker &broker, const Arguments &arguments)
     return outcome;
 }
 
-// Device nodes and the agent's directories are root's. The provider only traces that it could not open them; what a
-// client sees of it are these two messages.
-bool mayLackRights(const std::string &error)
+std::string metricsOutput(const std::vector<Metric> &metrics, const Arguments &arguments)
 {
-    return error.find("strgInitProvider() Failure!!") != std::string::npos ||
-           error.find("strgGetInstance() FAILED") != std::string::npos;
-}
-
-Outcome writeMetrics(const std::vector<Metric> &metrics, const Arguments &arguments)
-{
-    const std::string text = arguments.json ? metricsJson(metrics) : metricsText(metrics);
-    if (arguments.output.empty()) {
-        return {kDone, text, ""};
-    }
-    writeWhole(arguments.output, text);
-    return {};
-}
-
-// A collection that failed is published too: values of an earlier one would go on saying that all is well.
-Outcome writeMetrics(broker::Broker &broker, const SmartReadings &readings, const Arguments &arguments)
-{
-    Collection collection;
-    std::vector<Metric> metrics;
-    Outcome outcome;
-    try {
-        metrics = metricsOf(collectInventory(broker, readings, collection));
-    } catch (const Failure &failure) {
-        metrics = metricsOfFailure(collection);
-        outcome = {kFailed, "", failure.what(), failure.cimStatus()};
-    }
-    outcome.output = writeMetrics(metrics, arguments).output;
-    return outcome;
+    return arguments.json ? metricsJson(metrics) : metricsText(metrics);
 }
 
 Outcome dumpState(const Arguments &arguments, const TextStyle &style)
@@ -112,14 +85,8 @@ Outcome dumpState(const Arguments &arguments, const TextStyle &style)
     return outcome;
 }
 
-Outcome ask(const Arguments &arguments, const TextStyle &style)
+Outcome answer(Session &session, const SmartReadings &readings, const Arguments &arguments, const TextStyle &style)
 {
-    const Progress progress(isatty(STDERR_FILENO) == 1);
-    SmartReadings readings;
-    const TraceTap tap([&readings](int level, const char *function, const char *text) {
-        readings.take(level, function == nullptr ? "" : function, text);
-    });
-    Session session({arguments.provider, arguments.machine, arguments.serviceMode});
     switch (arguments.command) {
     case Command::enumerate:
         return enumerate(session.broker(), arguments, style);
@@ -128,24 +95,127 @@ Outcome ask(const Arguments &arguments, const TextStyle &style)
     case Command::call:
         return call(session.broker(), arguments);
     case Command::metrics:
-        return writeMetrics(session.broker(), readings, arguments);
+        return {kDone, metricsOutput(metricsOf(collectInventory(session, readings)), arguments), ""};
     default:
-        return show(session.broker(), readings, arguments, style);
+        return show(session, readings, arguments, style);
     }
 }
 
-Outcome outcomeOf(const Arguments &arguments, const TextStyle &style)
+// The provider answers many failures with these two messages; what failed is only traced.
+bool hidesItsCause(const std::string &error)
 {
-    switch (arguments.command) {
-    case Command::watch:
-        return watch(arguments, style);
-    case Command::check:
-        return check(arguments, style);
-    case Command::dumpState:
-        return dumpState(arguments, style);
-    default:
-        return ask(arguments, style);
+    return error.find("strgInitProvider() Failure!!") != std::string::npos ||
+           error.find("strgGetInstance() FAILED") != std::string::npos ||
+           error.find("Storage-Update FAILED") != std::string::npos;
+}
+
+// In the process that asks: its trace says why a request failed.
+Outcome explained(const std::function<Outcome()> &work)
+{
+    Outcome outcome;
+    try {
+        outcome = work();
+    } catch (const Failure &failure) {
+        outcome = {kFailed, "", failure.what(), failure.cimStatus()};
     }
+    if (hidesItsCause(outcome.error)) {
+        const std::string cause = causeOf(TraceCapture::lines(), kernelRelease());
+        outcome.error += cause.empty() ? "" : ": " + cause;
+    }
+    return outcome;
+}
+
+Outcome work(const Arguments &arguments, const TextStyle &style, Surroundings &surroundings)
+{
+    return explained([&]() -> Outcome {
+        if (arguments.command == Command::watch) {
+            return watch(arguments, style, surroundings);
+        }
+        if (arguments.command == Command::check) {
+            return check(arguments, style);
+        }
+        SmartReadings readings;
+        const TraceListener listener([&readings](const TraceLine &line) { readings.take(line); });
+        Session session(surroundings, arguments, arguments.serviceMode);
+        return answer(session, readings, arguments, style);
+    });
+}
+
+Use useOf(Command command)
+{
+    switch (command) {
+    case Command::check:
+        return Use::none;
+    case Command::call:
+        return Use::write;
+    case Command::watch:
+        return Use::watch;
+    default:
+        return Use::read;
+    }
+}
+
+// A call whose effect would end with this command, or be overwritten by another process, is refused.
+void refuseUselessCall(const Arguments &arguments)
+{
+    if (arguments.className == "TAV_StorageThread" && arguments.method == "StartMonitoringThread" &&
+        arguments.serviceMode) {
+        throw Failure("call: the monitoring thread would end with this command, before its first pass; tavstrg watch "
+                      "runs it, and so does the broker on this method");
+    }
+    const bool simulated = !arguments.machine.empty();
+    const std::string work = simulated ? arguments.state + "/work" : "/opt/qlm/tavkit_sa/work";
+    if (simulated && arguments.state.empty()) {
+        return;
+    }
+    if (const auto monitor = runningMonitor(work, !simulated)) {
+        throw Failure(
+            "call: the provider runs in process " + std::to_string(monitor->process) + " (" + monitor->name +
+            "), which would overwrite what this command saves; call the method through its broker, or stop it first");
+    }
+}
+
+Outcome askSupervised(const Arguments &arguments, const TextStyle &style)
+try {
+    Surroundings surroundings(arguments, useOf(arguments.command));
+    const bool graceful = arguments.command == Command::watch || arguments.command == Command::call;
+    return supervised([&] { return work(arguments, style, surroundings); },
+                      graceful ? Ending::graceful : Ending::atOnce,
+                      arguments.command != Command::watch && !arguments.trace);
+} catch (const Failure &failure) {
+    return {kFailed, "", failure.what(), failure.cimStatus()};
+}
+
+// A collection that failed is published too: with the values of an earlier one, monitoring would not notice it. Only a
+// signal, after which there is no message, leaves an earlier file unchanged.
+Outcome askForMetrics(const Arguments &arguments, const TextStyle &style)
+{
+    Collection collection;
+    Outcome outcome;
+    {
+        const Stopwatch stopwatch(collection);
+        outcome = askSupervised(arguments, style);
+    }
+    if (outcome.status != kDone && !outcome.error.empty()) {
+        outcome.output = metricsOutput(metricsOfFailure(collection), arguments);
+    }
+    if (!arguments.output.empty() && !outcome.output.empty()) {
+        writeWhole(arguments.output, outcome.output);
+        outcome.output.clear();
+    }
+    return outcome;
+}
+
+Outcome ask(const Arguments &arguments, const TextStyle &style)
+{
+    if (arguments.command == Command::call) {
+        refuseUselessCall(arguments);
+    }
+    if (!arguments.output.empty()) {
+        checkReplaceable(arguments.output); // before the disks are asked for nothing
+    }
+    const SignalsWait signals;
+    return arguments.command == Command::metrics ? askForMetrics(arguments, style) : askSupervised(arguments, style);
 }
 
 } // namespace
@@ -157,11 +227,11 @@ Outcome run(const Arguments &arguments, const TextStyle &style)
     }
     Outcome outcome;
     try {
-        outcome = outcomeOf(arguments, style);
+        outcome = arguments.command == Command::dumpState ? dumpState(arguments, style) : ask(arguments, style);
     } catch (const Failure &failure) {
         outcome = {kFailed, "", failure.what(), failure.cimStatus()};
     }
-    if (arguments.machine.empty() && geteuid() != 0 && mayLackRights(outcome.error)) {
+    if (arguments.machine.empty() && geteuid() != 0 && hidesItsCause(outcome.error)) {
         outcome.error += "; asking this machine needs root";
     }
     return outcome;

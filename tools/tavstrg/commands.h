@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The commands: ask, and make what is to be printed.
+// The commands: they ask the provider and return what is to be printed.
 #pragma once
 
 #include "tavstrg/arguments.h"
@@ -12,13 +12,13 @@ namespace tool {
 struct Outcome {
     int status = kDone;
     std::string output; // for standard output
-    std::string error; // for standard error, one line (check: one a problem) without the program's name; empty when all
-                       // went well
-    int cimStatus = 0; // what the provider refused a request with, when it did
+    std::string
+        error; // for standard error, one line (check: one a problem) without the program's name; empty on success
+    int cimStatus = 0; // with which the provider refused a request, 0 if it refused none
 };
 
-// But for watch, nothing is printed while the provider is loaded: a reader that goes away must not keep it from being
-// stopped.
+// Except by watch, nothing is printed before all that the command made is removed: a reader that went away ends the
+// process.
 Outcome run(const Arguments &arguments, const TextStyle &style);
 
 } // namespace tool

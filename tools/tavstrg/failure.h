@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What ends a command: told in one line on standard error, exit status 1.
+// An error that ends a command: reported in one line on standard error, with exit status 1.
 #pragma once
 
 #include <stdexcept>
@@ -9,7 +9,7 @@ namespace tool {
 
 class Failure : public std::runtime_error {
 public:
-    // status: what the provider refused a request with, when it is that.
+    // status: with which the provider refused a request, 0 if it is no refusal.
     explicit Failure(const std::string &text, int status = 0) : std::runtime_error(text), cimStatus_(status) {}
 
     int cimStatus() const { return cimStatus_; }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The description of a simulated machine, read and checked to be JSON, so that a slip in it is told with its line.
+// The description of a simulated machine, read and checked to be JSON, so that an error in it is reported with its
+// line.
 #pragma once
 
 #include <string>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The description of a simulated machine, followed while somebody edits it.
+// The description of a simulated machine, followed while it is edited.
 #pragma once
 
 #include <sys/stat.h>
@@ -11,15 +11,15 @@ namespace tool {
 
 class MachineFollower {
 public:
-    // The file as it is now is known already. Only a regular file is followed.
+    // The present content is no change. Only a regular file is followed.
     explicit MachineFollower(std::string path);
 
     struct Change {
         std::string text;    // the new description
         std::string problem; // or why there is none, "FILE:LINE:COLUMN: why"
     };
-    // To be called again and again, some times a second. A change is told once, at the first look that finds the file
-    // as the look before did: an editor may write it in several steps.
+    // To be called some times a second. Returns a change once, at the first call that finds the file as the previous
+    // call did: an editor may write it in several steps.
     std::optional<Change> look();
 
 private:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// tavstrg: asks the storage provider from a terminal.
+// tavstrg: the storage provider's command line.
 
 #include "tavstrg/arguments.h"
 #include "tavstrg/commands.h"
@@ -21,10 +21,13 @@
 #include <sstream>
 #include <string>
 
+// The simulator's library makes no machine of its own for this program: takeEnvironment() decides.
+extern "C" [[gnu::visibility("default")]] const bool tavsimLeavesEnvironment = true;
+
 namespace {
 
-// A standard descriptor that is closed would be that of the next file that is opened, a device or the saved state, into
-// which a message would then go. It becomes one on which that fails.
+// The next file that is opened, a device or the saved state, would get the number of a closed standard descriptor, and
+// with it messages. Such a descriptor is opened so that writing to it fails.
 void keepStandardDescriptors()
 {
     for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
@@ -34,7 +37,7 @@ void keepStandardDescriptors()
     }
 }
 
-// Looked up and put back: the provider runs in the plain locale, as in the broker.
+// Looked up and reset: the provider runs in the plain locale, as in the broker.
 bool terminalIsUtf8()
 {
     std::setlocale(LC_CTYPE, "");
@@ -63,7 +66,7 @@ int fail(const tool::Arguments &arguments, int status, const std::string &error,
     return status;
 }
 
-// Why the text could not be written, a full disk for instance; empty when it was.
+// Returns why the text could not be written, such as a full disk; empty on success.
 std::string print(const std::string &text)
 {
     const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
@@ -92,15 +95,30 @@ int runCommand(const tool::Arguments &arguments)
     }
 }
 
+// A machine that the command line does not name must not be taken for this machine.
+void tellSimulated(const tool::Arguments &arguments)
+{
+    const std::string note =
+        "this is the simulated machine " + tool::printable(arguments.machine) + ", which TAVSIM_MACHINE names";
+    if (arguments.json) {
+        std::fputs(tool::noteJson(tool::commandName(arguments.command), note).c_str(), stderr);
+    } else {
+        complain(note, tool::kDone);
+    }
+}
+
 int runTool(int argc, const char *const *argv)
 {
     const tool::Parsed parsed = tool::parseArguments(argc, argv);
     if (parsed.arguments) {
-        return runCommand(*parsed.arguments);
+        tool::Arguments arguments = *parsed.arguments;
+        if (tool::takeEnvironment(arguments)) {
+            tellSimulated(arguments);
+        }
+        return runCommand(arguments);
     }
-    if (parsed.status != tool::kDone) // whatever the output was to be: usage is a person's affair
-    {
-        return complain(parsed.text + " (see tavstrg --help)", parsed.status);
+    if (parsed.status != tool::kDone) { // text also with --json: the call itself is to be corrected
+        return complain(parsed.text, parsed.status);
     }
     const std::string error = print(parsed.text);
     return error.empty() ? tool::kDone : complain(error, tool::kFailed);

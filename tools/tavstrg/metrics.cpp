@@ -1,17 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tavstrg/metrics.h"
 
-#include "tavstrg/failure.h"
 #include "tavstrg/words.h"
 
-#include <cerrno>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string_view>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -215,25 +210,6 @@ std::string metricsText(const std::vector<Metric> &metrics)
         }
     }
     return text;
-}
-
-void writeWhole(const std::string &path, const std::string &content)
-{
-    std::string temporary = path + ".XXXXXX"; // the collector reads *.prom alone
-    const int descriptor = mkstemp(temporary.data());
-    if (descriptor < 0) {
-        throw Failure(path + ": " + std::strerror(errno));
-    }
-    constexpr mode_t kReadableByAll = 0644; // the exporter seldom runs as root
-    std::FILE *file = fdopen(descriptor, "w");
-    bool written = file != nullptr && fchmod(descriptor, kReadableByAll) == 0 &&
-                   std::fwrite(content.data(), 1, content.size(), file) == content.size();
-    written = file != nullptr && std::fclose(file) == 0 && written;
-    if (!written || std::rename(temporary.c_str(), path.c_str()) != 0) {
-        const int error = errno;
-        std::remove(temporary.c_str());
-        throw Failure(path + ": " + std::strerror(error));
-    }
 }
 
 } // namespace tool

@@ -36,8 +36,4 @@ std::vector<Metric> metricsOfFailure(const Collection &collection);
 
 std::string metricsText(const std::vector<Metric> &metrics);
 
-// Writes a file in one step (a temporary name beside it, then a rename), as the collector needs: it may read at any
-// moment. Throws Failure.
-void writeWhole(const std::string &path, const std::string &content);
-
 } // namespace tool

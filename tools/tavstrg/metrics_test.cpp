@@ -1,19 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tavstrg/metrics.h"
 
-#include "tavstrg/failure.h"
 #include "tavstrg/json.h"
 #include "tavstrg/words.h"
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
-#include <filesystem>
-#include <fstream>
 #include <regex>
 #include <sstream>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace tool {
 namespace {
@@ -158,44 +153,6 @@ TEST(Metrics, EachLineIsOfTheExpositionFormatAndEachMetricHasOneHead)
     }
     EXPECT_EQ(heads.size(), 11U);
     EXPECT_THAT(heads, testing::Each(testing::Pair(testing::_, 1)));
-}
-
-TEST(Metrics, TheFileIsReplacedAsAWhole)
-{
-    const std::string directory = testing::TempDir() + "metrics" + std::to_string(getpid());
-    std::filesystem::create_directory(directory);
-    const std::string path = directory + "/storage.prom";
-    writeWhole(path, "old\n");
-    writeWhole(path, "new\n");
-    std::stringstream content;
-    content << std::ifstream(path).rdbuf();
-    EXPECT_EQ(content.str(), "new\n");
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory), {}), 1) << "no temporary file is left";
-    EXPECT_THROW(writeWhole(directory + "/none/storage.prom", "new\n"), Failure);
-    std::filesystem::remove_all(directory);
-}
-
-// The directory of an exporter may be others' too.
-TEST(Metrics, TheFileIsForEveryoneToReadAndIsNotWrittenThroughALink)
-{
-    const std::string directory = testing::TempDir() + "metrics-link" + std::to_string(getpid());
-    const std::string path = directory + "/storage.prom";
-    const std::string victim = directory + "/victim";
-    for (const mode_t mask : {mode_t(0), mode_t(077)}) {
-        std::filesystem::create_directory(directory);
-        std::ofstream(victim) << "precious";
-        std::filesystem::create_symlink(victim, path);
-        const mode_t before = umask(mask);
-        writeWhole(path, "new\n");
-        umask(before);
-        struct stat status = {};
-        ASSERT_EQ(lstat(path.c_str(), &status), 0);
-        EXPECT_TRUE(S_ISREG(status.st_mode));
-        EXPECT_EQ(status.st_mode & 07777, 0644U);
-        EXPECT_EQ(status.st_uid, geteuid());
-        EXPECT_EQ(std::filesystem::file_size(victim), 8U);
-        std::filesystem::remove_all(directory);
-    }
 }
 
 } // namespace

@@ -6,28 +6,28 @@ namespace tool {
 Progress::Progress(bool terminal, std::FILE *out, std::chrono::milliseconds quiet) : out_(out), quiet_(quiet)
 {
     if (terminal) {
-        teller_ = std::jthread([this](const std::stop_token &stop) { tell(stop); });
+        shower_ = std::jthread([this](const std::stop_token &stop) { show(stop); });
     }
 }
 
 Progress::~Progress()
 {
-    teller_.request_stop();
+    shower_.request_stop();
 }
 
-void Progress::tell(const std::stop_token &stop)
+void Progress::show(const std::stop_token &stop)
 {
     std::unique_lock lock(mutex_);
     const auto begun = std::chrono::steady_clock::now();
-    bool told = false;
+    bool shown = false;
     for (auto wait = quiet_; !ended_.wait_for(lock, stop, wait, [&stop] { return stop.stop_requested(); });
          wait = std::chrono::milliseconds(1000)) {
         const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - begun);
         std::fprintf(out_, "\rAsking the disks, %d s ...", static_cast<int>(seconds.count()));
         std::fflush(out_);
-        told = true;
+        shown = true;
     }
-    if (told) {
+    if (shown) {
         std::fputs("\r\x1b[K", out_); // erases the line (ECMA-48, EL)
         std::fflush(out_);
     }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Tells on a terminal that the disks are still being asked, when that takes long.
+// Shows on a terminal that the disks are still being asked, if that takes long.
 #pragma once
 
 #include <chrono>
@@ -10,8 +10,8 @@
 
 namespace tool {
 
-// While it lives, one line that counts the seconds, from the end of the first quiet while on; erased at its end. Says
-// nothing when terminal is false: what is read by a program stays as it is.
+// While it lives, one line that counts the seconds, after a first quiet time; erased at its end. Nothing is written if
+// "terminal" is false.
 class Progress {
 public:
     static constexpr std::chrono::milliseconds kQuiet{1000};
@@ -22,13 +22,13 @@ public:
     Progress &operator=(const Progress &) = delete;
 
 private:
-    void tell(const std::stop_token &stop);
+    void show(const std::stop_token &stop);
 
     std::FILE *out_;
     std::chrono::milliseconds quiet_;
     std::mutex mutex_;
     std::condition_variable_any ended_;
-    std::jthread teller_; // the last member: it uses the others
+    std::jthread shower_; // the last member: it uses the others
 };
 
 } // namespace tool

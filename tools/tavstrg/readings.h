@@ -4,6 +4,7 @@
 #pragma once
 
 #include "tavstrg/inventory.h"
+#include "tavstrg/trace_capture.h"
 
 #include <mutex>
 #include <string_view>
@@ -15,6 +16,7 @@ namespace tool {
 class SmartReadings {
 public:
     void take(int level, std::string_view function, std::string_view text);
+    void take(const TraceLine &line) { take(line.level, line.function, line.text); }
 
     // One for each SCSI hard disk that was met, in the order of their records.
     std::vector<Smart> found() const;

@@ -15,6 +15,8 @@
 #include <fstream>
 #include <limits>
 
+using namespace tavstrg;
+
 namespace tool {
 namespace {
 
@@ -120,7 +122,7 @@ SavedState parseSavedState(std::string_view bytes)
     if (version != FileVersion::unknown) {
         state.version = version == FileVersion::current ? "1.0.0.1" : "1.0.0.0";
     }
-    // The configuration stands before anything that a version changes.
+    // The configuration comes before anything that differs between versions.
     if (!reader.takeBlock(state, TAV_CID_STRG_CONF, 1, sizeof(StrgConfRec))) {
         return state;
     }

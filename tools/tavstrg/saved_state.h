@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A saved-state file, read as far as it goes: also one that is damaged, of which a person wants to see what is left.
+// A saved-state file, read as far as it is whole, also if it is damaged.
 #pragma once
 
 #include "broker/broker.h"
@@ -20,7 +20,7 @@ struct StateBlock {
 };
 
 struct SavedState {
-    std::string version;            // "1.0.0.1"; empty when the first line is none that is known
+    std::string version;            // "1.0.0.1"; empty if the first line is unknown
     std::vector<StateBlock> blocks; // in the file's order, whole records only
     std::string damage;             // where the file breaks and how; empty when it is whole
     size_t trailing = 0;            // bytes behind the last block, which the provider ignores

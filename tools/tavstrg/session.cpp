@@ -2,12 +2,8 @@
 #include "tavstrg/session.h"
 
 #include "tavstrg/failure.h"
-#include "tavstrg/machine_file.h"
-
-#include "sim/sim.h"
 
 #include <filesystem>
-#include <stdexcept>
 #include <system_error>
 
 namespace tool {
@@ -17,6 +13,7 @@ namespace fs = std::filesystem;
 
 constexpr const char *kSharedObject = "libTAVStorageProvider.so";
 
+// The process's own entries in /proc are real on a simulated machine too.
 std::string ownPath()
 {
     std::error_code error;
@@ -40,25 +37,7 @@ std::string locateProvider(const std::string &named)
     throw Failure("no provider found (" + tried + "); name one with --provider");
 }
 
-std::string wanted(const std::string &description, const Session::Options &options)
-{
-    return options.agentLibraries ? withAgentLibraries(description) : description;
-}
-
 } // namespace
-
-std::unique_ptr<sim::Machine> makeMachine(const Session::Options &options)
-{
-    if (options.machine.empty()) {
-        return nullptr;
-    }
-    const std::string description = wanted(readMachineFile(options.machine), options);
-    try {
-        return std::make_unique<sim::Machine>(description);
-    } catch (const std::exception &error) {
-        throw Failure(options.machine + ": " + error.what());
-    }
-}
 
 std::vector<std::string> providerCandidates(const std::string &toolPath)
 {
@@ -73,40 +52,22 @@ std::vector<std::string> providerCandidates(const std::string &toolPath)
     return candidates;
 }
 
-SignalsWait::SignalsWait()
+Session::Session(Surroundings &surroundings, const Arguments &arguments, bool serviceMode)
+    : surroundings_(surroundings), provider_(locateProvider(arguments.provider))
 {
-    sigset_t ending;
-    sigemptyset(&ending);
-    for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
-        sigaddset(&ending, signal);
-    }
-    pthread_sigmask(SIG_BLOCK, &ending, &before_);
-}
-
-SignalsWait::~SignalsWait()
-{
-    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-}
-
-// The provider is located before the machine is there: it hides the real /proc, where the tool reads its own path.
-Session::Session(const Options &options)
-    : options_(options), provider_(locateProvider(options.provider)), machine_(makeMachine(options))
-{
-    load(options.serviceMode);
+    load(serviceMode);
 }
 
 Session::~Session()
 {
     broker_->stop();
-    broker_.reset();
-    machine_.reset();
 }
 
 void Session::load(bool serviceMode)
 {
-    broker::Options brokerOptions;
-    brokerOptions.serviceMode = serviceMode;
-    broker_ = std::make_unique<broker::Broker>(brokerOptions);
+    broker::Options options;
+    options.serviceMode = serviceMode;
+    broker_ = std::make_unique<broker::Broker>(options);
     const std::string problem = broker_->load(provider_);
     if (!problem.empty()) {
         throw Failure("cannot load " + provider_ + ": " + problem);
@@ -117,20 +78,6 @@ void Session::reload(bool serviceMode)
 {
     broker_->stop();
     load(serviceMode);
-}
-
-void Session::changeMachine(const std::string &description)
-{
-    try {
-        machine_->change(wanted(description, options_));
-    } catch (const std::exception &error) {
-        throw Failure(options_.machine + ": " + error.what());
-    }
-}
-
-broker::Broker &Session::broker()
-{
-    return *broker_;
 }
 
 } // namespace tool

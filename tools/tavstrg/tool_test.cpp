@@ -6,6 +6,8 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include <unistd.h>
+
 #include <csignal>
 #include <filesystem>
 #include <string>
@@ -44,7 +46,7 @@ TEST_F(Tool, WrongUsageIsStatus2AndOneLineOnStandardError)
         const Finished finished = run(words);
         EXPECT_EQ(finished.status, 2);
         EXPECT_EQ(finished.out, "");
-        EXPECT_THAT(finished.err, MatchesRegex("tavstrg: [^\n]+ \\(see tavstrg --help\\)\n"));
+        EXPECT_THAT(finished.err, MatchesRegex("tavstrg: [^\n(]+ \\(see tavstrg [a-z -]+\\)\n")) << "one hint";
     }
 }
 
@@ -227,9 +229,10 @@ TEST_F(Tool, RefusalsOfTheProviderAreToldWithTheirStatus)
     expectFailure(runSmall({"get", "HardDisk", "0"}), 1,
                   "tavstrg: TAV_StorageHardDisk: getKeyIndex() FAILED (status 1)");
     expectFailure(runSmall({"enum", "--raw", "harddisk"}), 1, "tavstrg: harddisk: Generic Failure!! (status 1)");
-    expectFailure(runSmall({"call", "Config", "SetMonitorCycle", "MonitorCycle=9"}), 1,
+    // What the tool itself refuses, the provider refuses too.
+    expectFailure(runSmall({"call", "--raw", "TAV_StorageConfig", "SetMonitorCycle", "MonitorCycle=9"}), 1,
                   "tavstrg: TAV_StorageConfig.SetMonitorCycle: SetValue(MonitorCycle) FAILED (status 1)");
-    expectFailure(runSmall({"call", "Config", "SetMonitorCycle"}), 1,
+    expectFailure(runSmall({"call", "--raw", "TAV_StorageConfig", "SetMonitorCycle"}), 1,
                   "tavstrg: TAV_StorageConfig.SetMonitorCycle: getArgToInt(MonitorCycle) FAILED (status 1)");
 }
 
@@ -260,6 +263,70 @@ TEST_F(Tool, InServiceModeOnlyTheThreadAnswersUntilItRuns)
               "TAV_StorageThread\n  ThreadRunning  0 (Not running)\n");
 }
 
+TEST_F(Tool, AnArgumentOutOfItsRangeIsNotSent)
+{
+    for (const auto &[argument, range] : {std::pair{"HardDiskSmartMode=abc", "from 0 to 1"},
+                                          {"HardDiskSmartMode=", "from 0 to 1"},
+                                          {"HardDiskSmartMode=0x0", "from 0 to 1"},
+                                          {"HardDiskSmartMode=2", "from 0 to 1"},
+                                          {"MonitorCycle=20x", "from 10 to 3600"},
+                                          {"MonitorCycle= 20", "from 10 to 3600"},
+                                          {"MonitorCycle=9", "from 10 to 3600"},
+                                          {"MonitorCycle=3601", "from 10 to 3600"},
+                                          {"MonitorCycle=4294967316", "from 10 to 3600"}}) {
+        const std::string method = std::string(argument).starts_with("H") ? "SetHardDiskSmartMode" : "SetMonitorCycle";
+        const Finished finished = runSmall({"call", "Config", method, argument});
+        EXPECT_EQ(finished.status, 2) << argument;
+        EXPECT_THAT(finished.err, MatchesRegex("tavstrg: [^\n]+ \\(see tavstrg call --help\\)\n"));
+        EXPECT_THAT(finished.err, HasSubstr(range));
+    }
+    EXPECT_EQ(runSmall({"call", "Config", "SetMonitorCycle"}).status, 2);
+    EXPECT_EQ(runSmall({"call", "Config", "SetMonitorCycle", "MonitorCycle=20", "monitorcycle=30"}).status, 2);
+    for (const char *cycle : {"MonitorCycle=10", "MonitorCycle=3600"}) { // as far as the provider goes
+        EXPECT_EQ(runSmall({"call", "Config", "SetMonitorCycle", cycle}).status, 0);
+    }
+}
+
+TEST_F(Tool, AMisspeltNameIsNamedWithTheNearestAndOneHint)
+{
+    expectFailure(run({"shwo"}), 2, "tavstrg: unknown command \"shwo\"; did you mean show? (see tavstrg --help)");
+    expectFailure(run({"--json", "floppies", "1"}), 2, "tavstrg: unknown command \"floppies\" (see tavstrg --help)");
+    expectFailure(run({"enum", "HardDsk"}), 2,
+                  "tavstrg: unknown class \"HardDsk\"; did you mean HardDisk? (see tavstrg classes)");
+    expectFailure(run({"call", "Config", "SetCycle"}), 2,
+                  "tavstrg: TAV_StorageConfig has no method \"SetCycle\" (see tavstrg classes)");
+    expectFailure(run({"call", "Config", "SetMonitrCycle"}), 2,
+                  "tavstrg: TAV_StorageConfig has no method \"SetMonitrCycle\"; did you mean SetMonitorCycle? (see "
+                  "tavstrg classes)");
+    expectFailure(run({"get", "Tape"}), 2, "tavstrg: get: TAV_StorageTape needs an INDEX (see tavstrg get --help)");
+    EXPECT_THAT(run({"show", "--colour"}).err, HasSubstr("(see tavstrg show --help)"));
+    EXPECT_THAT(run({"sh\x1b[31mow"}).err, testing::Not(HasSubstr("\x1b"))) << "no text commands the terminal";
+}
+
+TEST_F(Tool, TracePrintsWhatTheProviderTraces)
+{
+    const Finished text = runSmall({"--trace", "get", "Config"});
+    EXPECT_EQ(text.status, 0);
+    EXPECT_THAT(text.err, HasSubstr("\ntrace: 3 TAV_StorageProviderGetInstance: ##start##\n"));
+    EXPECT_EQ(text.out, runSmall({"get", "Config"}).out);
+    const Finished document = runSmall({"--json", "--trace", "get", "Config"});
+    EXPECT_EQ(json::parse(document.err.substr(0, document.err.find('\n')))["command"], "get");
+    EXPECT_TRUE(leftNothing(document));
+}
+
+TEST_F(Tool, TheEnvironmentDoesNotMakeThisMachineASimulatedOneForRoot)
+{
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root";
+    }
+    const Finished finished =
+        runProgram({kTool, "show"}, {"LC_ALL=C", "TAVSIM_MACHINE=" TAV_SOURCE_DIR "/examples/machines/server.json",
+                                     "TMPDIR=" + (directory_ / "tmp").string()});
+    EXPECT_THAT(finished.out, testing::Not(HasSubstr("simulated")));
+    EXPECT_THAT(finished.out, testing::Not(HasSubstr("mptsas")));
+    EXPECT_TRUE(leftNothing(finished));
+}
+
 TEST_F(Tool, OutputThatCannotBeWrittenIsAFailure)
 {
     const Finished finished = run({"--machine", (directory_ / "small.json").string(), "show"}, StandardOutput::full);
@@ -270,7 +337,7 @@ TEST_F(Tool, OutputThatCannotBeWrittenIsAFailure)
 
 TEST_F(Tool, AReaderThatWentAwayLeavesNothingBehind)
 {
-    const Finished finished = run({"--machine", (directory_ / "small.json").string(), "show"}, StandardOutput::nobody);
+    const Finished finished = run({"--machine", (directory_ / "small.json").string(), "show"}, StandardOutput::unread);
     EXPECT_NE(finished.status, 0);
     EXPECT_TRUE(leftNothing(finished));
 }

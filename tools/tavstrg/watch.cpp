@@ -12,7 +12,7 @@
 #include "tavstrg/machine_follower.h"
 #include "tavstrg/session.h"
 #include "tavstrg/terminal.h"
-#include "tavstrg/trace_tap.h"
+#include "tavstrg/trace_capture.h"
 #include "tavstrg/words.h"
 #include "tavstrg/wrap.h"
 
@@ -162,17 +162,15 @@ void follow(MachineFollower &follower, Session &session, const Arguments &argume
 
 class Watch {
 public:
-    Watch(const Arguments &arguments, bool colour)
-        : arguments_(arguments), colour_(colour), follower_(arguments.machine)
+    Watch(const Arguments &arguments, bool colour, Surroundings &surroundings)
+        : arguments_(arguments), colour_(colour), surroundings_(surroundings), follower_(arguments.machine)
     {
     }
 
     void run()
     {
-        const TraceTap tap([this](int level, const char *function, const char *text) {
-            readings_.take(level, function == nullptr ? "" : function, text);
-        });
-        Session session({arguments_.provider, arguments_.machine, arguments_.cycle == 0, true});
+        const TraceListener listener([this](const TraceLine &line) { readings_.take(line); });
+        Session session(surroundings_, arguments_, arguments_.cycle == 0);
         const EndingSignals signals;
         if (arguments_.cycle != 0) {
             setCycle(session, arguments_.cycle);
@@ -222,8 +220,7 @@ private:
     // The inventory as the provider has it now; false when it cannot be had, during a stop for instance.
     bool lookAt(Session &session)
     try {
-        Collection unused;
-        inventory_ = collectInventory(session.broker(), readings_, unused);
+        inventory_ = publishedInventory(session, readings_);
         return true;
     } catch (const Failure &) {
         return false;
@@ -242,8 +239,7 @@ private:
         for (int tries = 0; isAboutADisk(alert) && tries < kTries; ++tries) {
             Inventory now;
             try {
-                Collection unused;
-                now = collectInventory(session.broker(), readings_, unused);
+                now = publishedInventory(session, readings_);
             } catch (const Failure &) {
                 return;
             }
@@ -261,9 +257,8 @@ private:
             return;
         }
         healthNoted_ = true;
-        Collection unused;
         try {
-            const Inventory now = collectInventory(session.broker(), readings_, unused);
+            const Inventory now = publishedInventory(session, readings_);
             for (const HealthItem &item : healthItems(healthOf(now))) {
                 note(arguments_, item.text);
             }
@@ -290,6 +285,7 @@ private:
 
     const Arguments &arguments_;
     bool colour_;
+    Surroundings &surroundings_;
     AlertPipe alerts_;
     MachineFollower follower_;
     SmartReadings readings_;
@@ -299,12 +295,12 @@ private:
 
 } // namespace
 
-Outcome watch(const Arguments &arguments, const TextStyle &style)
+Outcome watch(const Arguments &arguments, const TextStyle &style, Surroundings &surroundings)
 {
     if (write(STDOUT_FILENO, "", 0) < 0) {
         throw Failure(outputProblem());
     }
-    Watch(arguments, style.colour).run();
+    Watch(arguments, style.colour, surroundings).run();
     return {};
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "tavstrg/commands.h"
+#include "tavstrg/surroundings.h"
 
 namespace tool {
 
@@ -10,6 +11,6 @@ namespace tool {
 // a failure. Alerts go to standard output one by one, each in one write; notes go to standard error. The thread is
 // started and stopped through its methods; on every path it is stopped before this returns.
 // Throws Failure.
-Outcome watch(const Arguments &arguments, const TextStyle &style);
+Outcome watch(const Arguments &arguments, const TextStyle &style, Surroundings &surroundings);
 
 } // namespace tool

@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "collect/base/attribute.h"
 #include "collect/base/text_file.h"
-#include "collect/inf/inf_parse.h"
+#include "collect/base/text_scan.h"
+
 #include "runtime/field_text.h"
 #include "runtime/trace.h"
 
 #include <cstring>
+
+using namespace tavstrg;
 
 namespace {
 
@@ -49,4 +53,14 @@ int GetInfFromFile(int32_t *status, const char *path, char *out)
     std::memcpy(out, value, ::strnlen(value, sizeof value));
     *status = 0;
     return TRACED(0, kDetail, "_OUT_ (0) result=[%s]", value);
+}
+
+std::string_view tavstrg::attributeValue(std::string_view text)
+{
+    std::string_view value = withoutLeading(untilNul(text), " ");
+    const size_t newline = value.find('\n');
+    if (newline != std::string_view::npos) {
+        value = withoutTrailing(value.substr(0, newline), " ");
+    }
+    return value.substr(0, kAttributeSize - 1);
 }

@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <limits>
 
+namespace tavstrg {
+
 constexpr uint16_t kUnknownWord = 0xFFFF;
 constexpr uint64_t kUnknownValue = 0xFFFFFFFF; // deliberate: 32 bits set in a 64-bit field
 
@@ -69,3 +71,5 @@ template <class Entry> struct ListHolder {
     Entry *entries = nullptr;
     int32_t count = 0;
 };
+
+} // namespace tavstrg

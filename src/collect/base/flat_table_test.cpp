@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+using namespace tavstrg;
+
 namespace {
 
 struct Pair {

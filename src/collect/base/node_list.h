@@ -9,6 +9,8 @@
 #include <type_traits>
 #include <utility>
 
+namespace tavstrg {
+
 // Frees every node of a list and nulls its head.
 template <class Node> void freeNodes(Node *&head)
 {
@@ -95,3 +97,5 @@ private:
     int32_t count_ = 0;
     int32_t capacity_ = 0;
 };
+
+} // namespace tavstrg

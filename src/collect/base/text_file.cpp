@@ -6,6 +6,8 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+using namespace tavstrg;
+
 namespace {
 
 // O_NONBLOCK: the open of a FIFO must not wait for a writer.
@@ -102,12 +104,12 @@ bool TextLines::next(std::string_view &line)
     return !line.empty();
 }
 
-ReadResult readFirstLine(const char *path, std::span<char> buffer, std::string_view &text)
+ReadResult tavstrg::readFirstLine(const char *path, std::span<char> buffer, std::string_view &text)
 {
     return readInto(path, buffer, text, true);
 }
 
-ReadResult readBeginning(const char *path, std::span<char> buffer, std::string_view &text)
+ReadResult tavstrg::readBeginning(const char *path, std::span<char> buffer, std::string_view &text)
 {
     return readInto(path, buffer, text, false);
 }

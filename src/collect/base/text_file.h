@@ -8,6 +8,8 @@
 #include <span>
 #include <string_view>
 
+namespace tavstrg {
+
 // A regular file that is open for reading. A directory, a FIFO or a device in its place is a failed open, never a hang.
 class TextFile {
 public:
@@ -48,3 +50,5 @@ enum class ReadResult { done, absent, notOpened, notRead };
 ReadResult readFirstLine(const char *path, std::span<char> buffer, std::string_view &text);
 // The beginning of a file, as much as the buffer holds.
 ReadResult readBeginning(const char *path, std::span<char> buffer, std::string_view &text);
+
+} // namespace tavstrg

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Takes words, numbers and literals off the front of a kernel text, as the conversions of scanf do, but refuses a
-// number that does not fit its type.
+// Small operations on kernel texts and on lines of the administrator's files.
 #pragma once
 
 #include <algorithm>
@@ -9,8 +8,51 @@
 #include <string_view>
 #include <system_error>
 
+namespace tavstrg {
+
 constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
 
+inline std::string_view withoutLeading(std::string_view text, std::string_view characters)
+{
+    return text.substr(std::min(text.find_first_not_of(characters), text.size()));
+}
+
+inline std::string_view withoutTrailing(std::string_view text, std::string_view characters)
+{
+    return text.substr(0, text.find_last_not_of(characters) + 1);
+}
+
+// Text up to the first NUL: what stands behind one in a file is not text.
+constexpr std::string_view untilNul(std::string_view text)
+{
+    return text.substr(0, text.find('\0'));
+}
+
+// Takes the next line, without its newline, off the front of a text; false when nothing is left.
+inline bool takeLine(std::string_view &rest, std::string_view &line)
+{
+    if (rest.empty()) {
+        return false;
+    }
+    line = rest.substr(0, rest.find('\n'));
+    rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+    return true;
+}
+
+// A line without what ends it, a newline or a carriage return and a newline.
+inline std::string_view withoutLineEnd(std::string_view line)
+{
+    if (line.ends_with('\n')) {
+        line.remove_suffix(1);
+    }
+    if (line.ends_with('\r')) {
+        line.remove_suffix(1);
+    }
+    return line;
+}
+
+// Takes words, numbers and literals off the front of a kernel text, as the conversions of scanf do, but refuses a
+// number that does not fit its type.
 struct TextScan {
     std::string_view rest;
 
@@ -52,3 +94,5 @@ struct TextScan {
         return true;
     }
 };
+
+} // namespace tavstrg

@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+using namespace tavstrg;
+
 TEST(TextScan, TakesWordsBetweenWhiteSpace)
 {
     TextScan scan{"  Host: scsi0\n"};

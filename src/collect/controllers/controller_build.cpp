@@ -2,11 +2,13 @@
 #include "collect/controllers/controller_build.h"
 
 #include "collect/base/flat_table.h"
-#include "collect/discovery_lists.h"
+#include "collect/collection/discovery_lists.h"
 #include "runtime/field_text.h"
 
 #include <cstdlib>
 #include <limits>
+
+using namespace tavstrg;
 
 namespace {
 

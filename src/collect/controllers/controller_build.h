@@ -2,12 +2,11 @@
 // Building of the controller tables from the discovery lists.
 #pragma once
 
-#include "collect/controllers/controller_tables.h"
+#include "collect/collection/controller_tables.h"
 #include "collect/ide/ide_discovery.h"
 #include "collect/scsi/scsi_discovery.h"
 
 #include <string_view>
-
 // Counts, allocates and fills the controller tables: 0, or -1; FreeControllerTable then frees what is left.
 int InitController();
 
@@ -24,15 +23,17 @@ int GetController();
 int _CmpControllerTid(const void *left, const void *right);
 
 // The i-th controller (0-based), which is in pCtrlTbl already, into the tables of its kind: 0, or -1.
-int MakeSCSIController(int32_t i, const SCSIHostEntry &host);
-int MakeSCSIControllerDriver(int32_t i, const SCSIHostEntry &host);
+int MakeSCSIController(int32_t i, const tavstrg::SCSIHostEntry &host);
+int MakeSCSIControllerDriver(int32_t i, const tavstrg::SCSIHostEntry &host);
 int MakeIDEController(int32_t i);
 
 // Bus code of an IDE controller: 2 "isa", 3 "eisa", 4 "pci", 1 any other text.
 uint16_t GetIDEControllerBusType(std::string_view bus);
 // Interrupt and port ranges of an IDE channel into its entry: 0, or -1 when the kernel's list cannot be read.
-int GetControllerInterrupt(const char *channelName, ControllerEntry *entry);
-int GetControllerPort(const char *channelName, ControllerEntry *entry);
+int GetControllerInterrupt(const char *channelName, tavstrg::ControllerEntry *entry);
+int GetControllerPort(const char *channelName, tavstrg::ControllerEntry *entry);
+
+namespace tavstrg {
 
 // An entry of each kind, with what is the same for all of its kind. The unknown kind is for a controller that is
 // counted but is on neither list.
@@ -42,3 +43,5 @@ ControllerEntry newUnknownController(int32_t i);
 
 // Number in an IDE channel's name, "ide0": true, or false when the name is not of that form.
 bool parseIDEChannelName(const char *name, int32_t *channel);
+
+} // namespace tavstrg

@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <memory>
 
+using namespace tavstrg;
+
 namespace {
 
 TEST(IdeChannelName, NumberFollowsIde)

@@ -7,6 +7,8 @@
 #include "devcmd/kernel/irq_ports.h"
 #include "runtime/field_text.h"
 
+using namespace tavstrg;
+
 namespace {
 
 struct RangeHolder {
@@ -31,13 +33,13 @@ constexpr uint16_t kOtherBus = 1;
 
 } // namespace
 
-bool parseIDEChannelName(const char *name, int32_t *channel)
+bool tavstrg::parseIDEChannelName(const char *name, int32_t *channel)
 {
     TextScan scan{name};
     return scan.literal("ide") && scan.number(*channel);
 }
 
-ControllerEntry newIDEController(int32_t i, int32_t position, int32_t channel)
+ControllerEntry tavstrg::newIDEController(int32_t i, int32_t position, int32_t channel)
 {
     ControllerEntry entry = newUnknownController(i);
     entry.InterfaceType = kInterfaceIde;

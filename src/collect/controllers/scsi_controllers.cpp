@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <limits>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr char kNotSupported[] = "Not Supported";
@@ -56,7 +58,7 @@ int _CmpControllerTid(const void *left, const void *right)
     return TRACED(result, kDetail, "_OUT_ ret=[%d]", result);
 }
 
-ControllerEntry newUnknownController(int32_t i)
+ControllerEntry tavstrg::newUnknownController(int32_t i)
 {
     ControllerEntry entry = {};
     entry.Index = static_cast<uint16_t>(i + 1);
@@ -79,7 +81,7 @@ ControllerEntry newUnknownController(int32_t i)
     return entry;
 }
 
-ControllerEntry newSCSIController(int32_t i, int32_t host)
+ControllerEntry tavstrg::newSCSIController(int32_t i, int32_t host)
 {
     ControllerEntry entry = newUnknownController(i);
     entry.InterfaceType = kInterfaceScsi;

@@ -1,8 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
+// How many entries each device table needs: upper bounds, found before any device is opened.
 #include "collect/devices/device_build.h"
 
+#include "collect/collection/discovery_lists.h"
 #include "collect/devices/ide_table.h"
 #include "collect/devices/scsi_table.h"
+#include "runtime/field_text.h"
+
+using namespace tavstrg;
+
+namespace {
+
+void countDevice(const DeviceKind &kind, int32_t &interfaceTotal)
+{
+    ++interfaceTotal;
+    ++*kClassCounters[kind.deviceClass].total;
+}
+
+} // namespace
 
 int InitDevice()
 {
@@ -28,4 +43,77 @@ int MakeDeviceTable()
         return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
     }
     return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
+}
+
+int GetDeviceTotalNumber()
+{
+    const TraceScope scope;
+    TRACE(kDetail, "_IN_");
+    if (GetIDEDeviceTotalNumber() < 0 || GetSCSIDeviceTotalNumber() < 0) {
+        return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
+    }
+    takeReservedNumbers();
+    return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
+}
+
+int GetIDEDeviceTotalNumber()
+{
+    const TraceScope scope;
+    TRACE(kDetail, "_IN_");
+    for (const IDEDeviceInfo *device = g_IDEGeneralInfo.devices; device != nullptr; device = device->next) {
+        countDevice(ideKindOf(fieldText(device->media)), TotalIDEDevice);
+    }
+    return TRACED(0, kDetail, "_OUT_ TotalIDEDevice=[%d]", TotalIDEDevice);
+}
+
+void tavstrg::countSCSIDevices(const SCSIDeviceInfo *list, const SCSISurroundings &around)
+{
+    for (const SCSIDeviceInfo *device = list; device != nullptr; device = device->next) {
+        switch (judgeHost(around, *device)) {
+        case HostVerdict::usb:
+            TRACE(kDetail, "The Device maybe USB Device: Host = %d,Vendor = %s", device->host, device->vendor);
+            continue;
+        case HostVerdict::noDriver:
+            TRACE(kDetail, "######## Do not management ########");
+            TRACE(kDetail, "host=%d,vender=%s,model=%s,scsirev=%s,type=%s ansirevision=%s,channel=%d,Id=%d,lun=%d",
+                  device->host, device->vendor, device->model, device->scsiRev, device->type, device->ansiRev,
+                  device->channel, device->id, device->lun);
+            continue;
+        case HostVerdict::managed:
+            break;
+        }
+        const DeviceKind &kind = scsiKindOf(fieldText(device->type));
+        // Deliberate: the unmanaged-device list is asked for every device but removes disks only.
+        if (isListedUnmanaged(around, *device) && kind.deviceClass == kHardDisk) {
+            continue;
+        }
+        countDevice(kind, TotalSCSIDevice);
+    }
+}
+
+int GetSCSIDeviceTotalNumber()
+{
+    const TraceScope scope;
+    TRACE(kDetail, "_IN_");
+    SCSISurroundings around;
+    if (around.loadUSB() < 0) {
+        return TRACED(-1, kFailure, "_OUT_ TAVStorageGetUSBCtrl() failed");
+    }
+    if (g_SCSIDeviceInfo == nullptr) {
+        return TRACED(0, kDetail, "_OUT_ CurrentInfo is NULL,No scsi disk exist");
+    }
+    if (around.loadUnmanaged() < 0) {
+        return TRACED(-1, kFailure, "_OUT_ CreateNoSCSIInfoTable() failed");
+    }
+    const int controllers = GetSCSIControllerNumber();
+    if (controllers < 0) {
+        return TRACED(-1, kFailure, "_OUT_ GetSCSIControllerNumber() failed");
+    }
+    if (around.loadHosts() < 0) {
+        return TRACED(-1, kFailure, "_OUT_ read_proc_scsi() failed");
+    }
+    TRACE(kDetail, "######## SCSICtrlNum = %d", controllers);
+    countSCSIDevices(g_SCSIDeviceInfo, around);
+    around.release();
+    return TRACED(0, kDetail, "_OUT_ TotalSCSIDevice=[%d]", TotalSCSIDevice);
 }

@@ -2,8 +2,7 @@
 // Building of the device tables from the discovery lists. The controller tables must stand.
 #pragma once
 
-#include "collect/devices/device_tables.h"
-
+#include "collect/collection/device_tables.h"
 // Counts, allocates and fills the device tables: 0, or -1 with the tables freed.
 int InitDevice();
 

@@ -2,11 +2,14 @@
 #include "collect/devices/device_build.h"
 
 #include "collect/devices/scsi_table.h"
+#include "collect/devices/serial_number.h"
 #include "devcmd/geometry.h"
 #include "sim/sim.h"
 #include "support/lists_fixture.h"
 
 #include <memory>
+
+using namespace tavstrg;
 
 namespace {
 

@@ -3,6 +3,8 @@
 #include "collect/devices/scsi_table.h"
 #include "support/lists_fixture.h"
 
+using namespace tavstrg;
+
 namespace {
 
 class DeviceCount : public testing::Test {

@@ -5,10 +5,17 @@
 #include <cstdint>
 #include <string_view>
 
+namespace tavstrg {
+
 constexpr uint16_t kUnknownDeviceNumber = 0xFFFF;
+
+} // namespace tavstrg
 
 // Major numbers of the IDE channels, two drives each (linux/major.h, IDE0_MAJOR to IDE5_MAJOR).
 constexpr uint16_t IDEX_MAJOR[] = {3, 22, 33, 34, 56, 57};
+
+namespace tavstrg {
+
 constexpr int32_t kIDEChannels = sizeof IDEX_MAJOR / sizeof IDEX_MAJOR[0];
 
 // Major * 256 + minor of the n-th SCSI disk (0-based): 16 disks of 16 minors to a major.
@@ -42,3 +49,5 @@ constexpr uint16_t ideDrivePosition(std::string_view name)
     const int32_t letter = ideDriveLetter(name);
     return letter < 0 ? 1 : letter % 2 == 0 ? 2 : 3;
 }
+
+} // namespace tavstrg

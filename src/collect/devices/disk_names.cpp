@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/devices/disk_names.h"
 
-#include "collect/devices/device_kinds.h"
+#include "collect/collection/device_kinds.h"
 #include "devcmd/open_device.h"
-#include "devcmd/trim.h"
 #include "runtime/cancel.h"
 #include "runtime/field_text.h"
 #include "runtime/holders.h"
@@ -12,16 +11,15 @@
 #include <algorithm>
 #include <cstring>
 #include <fcntl.h>
-#include <linux/hdreg.h>
 #include <scsi/scsi.h>
 #include <sys/ioctl.h>
 
-static_assert(SCSI_IOCTL_GET_IDLUN == 0x5382 && HDIO_GET_IDENTITY == 0x030d);
+using namespace tavstrg;
+
+static_assert(SCSI_IOCTL_GET_IDLUN == 0x5382);
 
 namespace {
 
-constexpr size_t kIdentitySize = 512;  // bytes (ATA, IDENTIFY DEVICE)
-constexpr size_t kIdentitySerial = 20; // words 10 to 19, serial number
 constexpr std::string_view kDisk = "/dev/sd";
 
 // Reply of SCSI_IOCTL_GET_IDLUN (linux/drivers/scsi/scsi_ioctl.c, struct scsi_idlun).
@@ -42,22 +40,9 @@ bool readAddress(const char *name, uint32_t *address)
     return true;
 }
 
-// The serial number of an identity block, trimmed and cut to its field.
-void copySerial(const char (&identity)[kIdentitySize + 1], char *serial)
-{
-    static_assert(kDelSpaceMax < kIdentitySize);
-    char text[kIdentitySize + 1 - kIdentitySerial];
-    copyText(text, std::string_view(identity + kIdentitySerial));
-    del_space(text);
-    const std::string_view trimmed = fieldText(text);
-    const size_t length = std::min(trimmed.size(), kSerialNumberSize - 1);
-    std::memcpy(serial, trimmed.data(), length);
-    std::memset(serial + length, 0, kSerialNumberSize - length);
-}
-
 } // namespace
 
-std::array<char, kDiskNameSize> diskNameCandidate(size_t i)
+std::array<char, kDiskNameSize> tavstrg::diskNameCandidate(size_t i)
 {
     // The 27th name has two letters, as the kernel goes on after "sdz".
     constexpr size_t kLetters = 26;
@@ -70,7 +55,7 @@ std::array<char, kDiskNameSize> diskNameCandidate(size_t i)
     return name;
 }
 
-uint32_t scsiAddressWord(const SCSIDeviceInfo &device)
+uint32_t tavstrg::scsiAddressWord(const SCSIDeviceInfo &device)
 {
     return (static_cast<uint32_t>(device.host) << 24) + ((static_cast<uint32_t>(device.channel) & 0xFF) << 16) +
            ((static_cast<uint32_t>(device.lun) << 8) & 0xFFFF) + (static_cast<uint32_t>(device.id) & 0xFF);
@@ -128,22 +113,4 @@ int32_t TAVStorageGetSCSIDeviceName(const SCSIDiskNameTable *table, const SCSIDe
         std::memcpy(name, pair->name, kDiskNameSize);
     }
     return TRACED(0, kDetail, "_OUT_ name=[%s]", name);
-}
-
-int32_t TAVStorageGetSCSIDeviceSerialNumber(const char *name, char *serial)
-{
-    const TraceScope scope;
-    TRACE(kDetail, "_IN_ name=[%s]", name);
-    char identity[kIdentitySize + 1] = {};
-    {
-        const FileDesc device(openDevice(name, O_RDONLY));
-        if (!device) {
-            return TRACED(-1, kFailure, "_OUT_ open failed. [%s]", name);
-        }
-        if (::ioctl(device.get(), HDIO_GET_IDENTITY, identity) < 0) {
-            return TRACED(-1, kFailure, "_OUT_ ioctl(HDIO_GET_IDENTITY) failed");
-        }
-    }
-    copySerial(identity, serial);
-    return TRACED(0, kDetail, "_OUT_ serial=[%s]", serial);
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Names and serial numbers of SCSI disks: which /dev node is which address.
+// Names of SCSI disks: which /dev node is which address.
 #pragma once
 
 #include "collect/scsi/scsi_discovery.h"
@@ -8,9 +8,10 @@
 #include <cstddef>
 #include <cstdint>
 
+namespace tavstrg {
+
 constexpr size_t kDiskNames = 128;   // "/dev/sda" to "/dev/sddx"
 constexpr size_t kDiskNameSize = 16; // bytes, the terminator included
-constexpr size_t kSerialNumberSize = 256;
 
 // One disk node that answered, with the kernel's address word: target id in bits 0-7, LUN in 8-15, channel in 16-23,
 // host in 24-31.
@@ -29,14 +30,14 @@ std::array<char, kDiskNameSize> diskNameCandidate(size_t i);
 // The kernel's address word of a device.
 uint32_t scsiAddressWord(const SCSIDeviceInfo &device);
 
+} // namespace tavstrg
+
 // Number of "Direct-Access" devices on a list.
-int32_t GetSCSIDiskDeviceNumber(const SCSIDeviceInfo *list);
+int32_t GetSCSIDiskDeviceNumber(const tavstrg::SCSIDeviceInfo *list);
 // Asks the candidate nodes for their addresses until as many answered as there are "Direct-Access" devices on the list.
 // 1, also with an empty table; 0 when there is no list. Optical memories have names of this form and use them up too.
-int32_t GetSCSIDeviceName_IDArray(const SCSIDeviceInfo *list, SCSIDiskNameTable *table);
+int32_t GetSCSIDeviceName_IDArray(const tavstrg::SCSIDeviceInfo *list, tavstrg::SCSIDiskNameTable *table);
 // Name of a device's node into name (kDiskNameSize bytes): empty when no node has its address. 0, or -1 for a null
 // argument.
-int32_t TAVStorageGetSCSIDeviceName(const SCSIDiskNameTable *table, const SCSIDeviceInfo *device, char *name);
-// Serial number of a disk into serial (kSerialNumberSize bytes), trimmed; it may run on into the text after its field.
-// 0, or -1 when the node cannot be opened or does not answer as an ATA disk.
-int32_t TAVStorageGetSCSIDeviceSerialNumber(const char *name, char *serial);
+int32_t TAVStorageGetSCSIDeviceName(const tavstrg::SCSIDiskNameTable *table, const tavstrg::SCSIDeviceInfo *device,
+                                    char *name);

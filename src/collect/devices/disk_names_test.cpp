@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/devices/disk_names.h"
 
+#include "collect/devices/serial_number.h"
 #include "sim/sim.h"
 #include "support/lists_fixture.h"
 
 #include <fcntl.h>
 #include <filesystem>
 #include <set>
+
+using namespace tavstrg;
 
 namespace {
 

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/devices/ide_table.h"
 
-#include "collect/controllers/controller_tables.h"
+#include "collect/collection/controller_tables.h"
+#include "collect/collection/discovery_lists.h"
 #include "collect/devices/device_number.h"
-#include "collect/discovery_lists.h"
 #include "runtime/cancel.h"
 #include "runtime/field_text.h"
+
+using namespace tavstrg;
 
 namespace {
 
@@ -97,7 +99,7 @@ int GetIDEDeviceControllerIndex(const IDEDeviceInfo &device, uint16_t *index)
     return TRACED(0, kDetail, "_OUT_ index=[%d]", *index);
 }
 
-int makeIDEDevice(const IDEDeviceInfo *device)
+int tavstrg::makeIDEDevice(const IDEDeviceInfo *device)
 {
     const int type = GetIDEDevType(device);
     if (type < 0) {

@@ -6,6 +6,8 @@
 
 #include <cstring>
 
+using namespace tavstrg;
+
 namespace {
 
 class IdeDevices : public testing::Test {

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <utility>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr uint16_t kFigureUnknown = 65535; // above every level

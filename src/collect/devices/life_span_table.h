@@ -2,8 +2,7 @@
 // Remaining endurance of solid-state drives.
 #pragma once
 
-#include "collect/devices/device_tables.h"
-
+#include "collect/collection/device_tables.h"
 // Appends a life-span entry for a SCSI disk whose model is in the endurance table: at level -1 when its figure cannot
 // be read. When memory is short all life-span entries are given up.
-void GetLifeSpanInfo(const char *devName, const SCSIDeviceEntry *scsiEntry);
+void GetLifeSpanInfo(const char *devName, const tavstrg::SCSIDeviceEntry *scsiEntry);

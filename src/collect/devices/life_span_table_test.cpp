@@ -8,6 +8,8 @@
 
 #include <memory>
 
+using namespace tavstrg;
+
 namespace {
 
 class LifeSpan : public testing::Test {

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/devices/managed.h"
 
-#include "collect/devices/device_kinds.h"
+#include "collect/collection/device_kinds.h"
 #include "runtime/field_text.h"
+
+using namespace tavstrg;
 
 int SCSISurroundings::loadUSB()
 {
@@ -31,7 +33,7 @@ void SCSISurroundings::release()
     hosts.release();
 }
 
-const char *driverOfHost(const SCSISurroundings &around, int32_t host)
+const char *tavstrg::driverOfHost(const SCSISurroundings &around, int32_t host)
 {
     for (int32_t i = 0; i < around.hosts.count; ++i) {
         if (around.hosts.entries[i].host == host) {
@@ -53,12 +55,12 @@ int TAVStorageUSBCheck(const SCSISurroundings &around, int32_t host)
     return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
 }
 
-bool isListedUnmanaged(const SCSISurroundings &around, const SCSIDeviceInfo &device)
+bool tavstrg::isListedUnmanaged(const SCSISurroundings &around, const SCSIDeviceInfo &device)
 {
     return around.checkUnmanaged && TAVStorageNoManage(pleafNoSCSI_Tbl, device.vendor, device.model) == 1;
 }
 
-HostVerdict judgeHost(const SCSISurroundings &around, const SCSIDeviceInfo &device)
+HostVerdict tavstrg::judgeHost(const SCSISurroundings &around, const SCSIDeviceInfo &device)
 {
     if (TAVStorageUSBCheck(around, device.host) == 1) {
         return HostVerdict::usb;
@@ -66,7 +68,7 @@ HostVerdict judgeHost(const SCSISurroundings &around, const SCSIDeviceInfo &devi
     return driverOfHost(around, device.host) == nullptr ? HostVerdict::noDriver : HostVerdict::managed;
 }
 
-bool isManagedDevice(const SCSISurroundings &around, const SCSIDeviceInfo &device)
+bool tavstrg::isManagedDevice(const SCSISurroundings &around, const SCSIDeviceInfo &device)
 {
     if (device.type[0] == '\0' || judgeHost(around, device) != HostVerdict::managed) {
         return false;

@@ -8,6 +8,8 @@
 
 #include <cstdint>
 
+namespace tavstrg {
+
 // The adapter lists and the unmanaged-device list (pleafNoSCSI_Tbl) of one walk over the SCSI devices.
 class SCSISurroundings {
 public:
@@ -30,8 +32,14 @@ public:
 
 // Driver of the first managed adapter of a host number; null when there is none.
 const char *driverOfHost(const SCSISurroundings &around, int32_t host);
+
+} // namespace tavstrg
+
 // 1 when a host number is that of a USB adapter, else 0.
-int TAVStorageUSBCheck(const SCSISurroundings &around, int32_t host);
+int TAVStorageUSBCheck(const tavstrg::SCSISurroundings &around, int32_t host);
+
+namespace tavstrg {
+
 // Whether a device is on the unmanaged-device list; no device is while the check is off.
 bool isListedUnmanaged(const SCSISurroundings &around, const SCSIDeviceInfo &device);
 
@@ -42,3 +50,5 @@ HostVerdict judgeHost(const SCSISurroundings &around, const SCSIDeviceInfo &devi
 // Whether a device gets entries in the tables: it has a type, hangs on a managed adapter that is no USB adapter, and is
 // no disk on the unmanaged-device list.
 bool isManagedDevice(const SCSISurroundings &around, const SCSIDeviceInfo &device);
+
+} // namespace tavstrg

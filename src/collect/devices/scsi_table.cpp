@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/devices/scsi_table.h"
 
-#include "collect/controllers/controller_tables.h"
+#include "collect/collection/controller_tables.h"
+#include "collect/collection/discovery_lists.h"
 #include "collect/devices/life_span_table.h"
-#include "collect/discovery_lists.h"
+#include "collect/devices/serial_number.h"
 #include "runtime/cancel.h"
 #include "runtime/field_text.h"
+
+using namespace tavstrg;
 
 namespace {
 
@@ -93,7 +96,7 @@ int fillDevice(const SCSIDeviceInfo &device, const SCSIDiskNameTable *names, con
 
 } // namespace
 
-SCSIDeviceEntry newSCSIDeviceEntry(const SCSIDeviceInfo &device)
+SCSIDeviceEntry tavstrg::newSCSIDeviceEntry(const SCSIDeviceInfo &device)
 {
     SCSIDeviceEntry entry = {};
     entry.Index = static_cast<uint16_t>(scsi_dev_cnt + 1);
@@ -130,7 +133,7 @@ int GetSCSIDevSpeed(const SCSIDeviceInfo &device, std::string_view driver, const
     return TRACED(-1, kDetail, "_OUT_ (-1)");
 }
 
-int fillSCSIDevices(const SCSIDeviceInfo *list, const SCSIDiskNameTable *names, const SCSISurroundings &around)
+int tavstrg::fillSCSIDevices(const SCSIDeviceInfo *list, const SCSIDiskNameTable *names, const SCSISurroundings &around)
 {
     const SCSIDeviceInfo *device = list;
     for (; device != nullptr && scsi_dev_cnt < TotalSCSIDevice; device = device->next) {

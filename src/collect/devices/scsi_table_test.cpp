@@ -2,7 +2,10 @@
 #include "collect/devices/scsi_table.h"
 
 #include "collect/devices/device_build.h"
+#include "collect/devices/serial_number.h"
 #include "support/lists_fixture.h"
+
+using namespace tavstrg;
 
 namespace {
 

@@ -14,6 +14,8 @@
 #include <cstring>
 #include <sys/stat.h>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr char kProcIde[] = "/proc/ide";

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+namespace tavstrg {
+
 struct IDEControllerInfo {
     int32_t channel; // 65535 when unknown
     char name[64];   // "ide0"
@@ -36,6 +38,8 @@ struct IDEGeneralInfo {
     IDEDeviceInfo *devices;
 };
 
+} // namespace tavstrg
+
 // Fills the block: 0, also where there is no /proc/ide, or -1 with the block empty.
-int GetIDEInfoFromProc(IDEGeneralInfo *info);
-void FreeIDEInfo(IDEGeneralInfo *info);
+int GetIDEInfoFromProc(tavstrg::IDEGeneralInfo *info);
+void FreeIDEInfo(tavstrg::IDEGeneralInfo *info);

@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+using namespace tavstrg;
+
 namespace {
 
 using Texts = std::vector<std::string>;

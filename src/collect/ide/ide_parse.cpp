@@ -2,7 +2,8 @@
 #include "collect/ide/ide_parse.h"
 
 #include "collect/base/text_scan.h"
-#include "collect/inf/inf_parse.h"
+
+using namespace tavstrg;
 
 namespace {
 
@@ -10,18 +11,18 @@ constexpr size_t kMaxLine = 63;
 
 } // namespace
 
-int32_t parseIDEChannel(std::string_view text)
+int32_t tavstrg::parseIDEChannel(std::string_view text)
 {
     int32_t channel = 0;
     return TextScan{text}.number(channel) ? channel : kUnknownWord;
 }
 
-std::string_view parseIDELine(std::string_view text)
+std::string_view tavstrg::parseIDELine(std::string_view text)
 {
     return untilNul(text).substr(0, untilNul(text).find('\n')).substr(0, kMaxLine);
 }
 
-IDEDriver parseIDEDriver(std::string_view line)
+IDEDriver tavstrg::parseIDEDriver(std::string_view line)
 {
     IDEDriver driver;
     TextScan scan{untilNul(line)};
@@ -31,7 +32,7 @@ IDEDriver parseIDEDriver(std::string_view line)
     return matches ? driver : IDEDriver{"Unknown", "Unknown"};
 }
 
-bool parseIDEGeometry(std::string_view text, IDEGeometry &geometry)
+bool tavstrg::parseIDEGeometry(std::string_view text, IDEGeometry &geometry)
 {
     std::string_view line;
     while (takeLine(text, line)) {
@@ -44,17 +45,17 @@ bool parseIDEGeometry(std::string_view text, IDEGeometry &geometry)
     return false;
 }
 
-bool parseIDECapacity(std::string_view text, int64_t &sectors)
+bool tavstrg::parseIDECapacity(std::string_view text, int64_t &sectors)
 {
     return TextScan{text}.number(sectors);
 }
 
-bool parseIDECache(std::string_view text, int32_t &cache)
+bool tavstrg::parseIDECache(std::string_view text, int32_t &cache)
 {
     return TextScan{text}.number(cache);
 }
 
-bool parseIDELink(std::string_view target, std::string_view &controller)
+bool tavstrg::parseIDELink(std::string_view target, std::string_view &controller)
 {
     const size_t slash = target.find('/');
     if (slash == std::string_view::npos) {

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string_view>
 
+namespace tavstrg {
+
 constexpr int32_t kUnknownWord = 65535;
 
 // The first word as a decimal number; kUnknownWord when it is none.
@@ -29,3 +31,5 @@ bool parseIDECapacity(std::string_view text, int64_t &sectors);
 bool parseIDECache(std::string_view text, int32_t &cache);
 // The part of a link's target before its first "/": false when there is no "/".
 bool parseIDELink(std::string_view target, std::string_view &controller);
+
+} // namespace tavstrg

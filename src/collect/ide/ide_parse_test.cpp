@@ -5,6 +5,8 @@
 
 #include <string>
 
+using namespace tavstrg;
+
 TEST(ParseIDEChannel, IsTheFirstWordAsANumber)
 {
     EXPECT_EQ(parseIDEChannel("1\n"), 1);

@@ -11,6 +11,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr size_t kMaxText = 1023; // bytes of a file that are looked at

@@ -7,8 +7,12 @@
 
 #include <cstddef>
 
+namespace tavstrg {
+
 constexpr size_t kIDETextSize = 64; // of the texts below: at most 63 characters and the terminator
 constexpr size_t kIDENameSize = 32; // of a device's controller name
+
+} // namespace tavstrg
 
 // Channel number; 65535 when the file or its first word cannot be read.
 int32_t getIDEControllerChannel(const char *path);

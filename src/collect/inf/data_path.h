@@ -8,6 +8,8 @@
 #include <cstddef>
 #include <cstdio>
 
+namespace tavstrg {
+
 constexpr int kMaxRootPath = 512;                   // characters
 constexpr size_t kDataPathSize = kMaxRootPath + 32; // bytes of a path below the root
 
@@ -20,3 +22,5 @@ inline void makeDataPath(char (&path)[kDataPathSize], const char *fileName)
     }
     std::snprintf(path, sizeof path, "%s/data/%s", root, fileName);
 }
+
+} // namespace tavstrg

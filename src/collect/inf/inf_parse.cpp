@@ -1,21 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/inf/inf_parse.h"
 
+#include "collect/base/text_scan.h"
+#include "collect/inf/inf_section.h"
+
 #include <algorithm>
+
+using namespace tavstrg;
 
 namespace {
 
 constexpr std::string_view kBlanks = " \t";
-
-std::string_view withoutLeading(std::string_view text, std::string_view characters)
-{
-    return text.substr(std::min(text.find_first_not_of(characters), text.size()));
-}
-
-std::string_view withoutTrailing(std::string_view text, std::string_view characters)
-{
-    return text.substr(0, text.find_last_not_of(characters) + 1);
-}
 
 struct HeaderLine {
     bool found = false;
@@ -38,29 +33,8 @@ HeaderLine findHeader(std::string_view text, std::string_view header)
 
 } // namespace
 
-bool takeLine(std::string_view &rest, std::string_view &line)
-{
-    if (rest.empty()) {
-        return false;
-    }
-    line = rest.substr(0, rest.find('\n'));
-    rest.remove_prefix(std::min(line.size() + 1, rest.size()));
-    return true;
-}
-
-std::string_view withoutLineEnd(std::string_view line)
-{
-    if (line.ends_with('\n')) {
-        line.remove_suffix(1);
-    }
-    if (line.ends_with('\r')) {
-        line.remove_suffix(1);
-    }
-    return line;
-}
-
-bool splitInfSections(std::string_view text, std::string_view firstHeader, std::string_view secondHeader,
-                      InfSections &sections)
+bool tavstrg::splitInfSections(std::string_view text, std::string_view firstHeader, std::string_view secondHeader,
+                               InfSections &sections)
 {
     const HeaderLine first = findHeader(text, firstHeader);
     const HeaderLine second = findHeader(text, secondHeader);
@@ -75,7 +49,7 @@ bool splitInfSections(std::string_view text, std::string_view firstHeader, std::
     return true;
 }
 
-DriverLine parseDriverLine(std::string_view line, std::string_view &name)
+DriverLine tavstrg::parseDriverLine(std::string_view line, std::string_view &name)
 {
     if (withoutLineEnd(line).size() > kMaxDriverLine) {
         return DriverLine::tooLong;
@@ -94,14 +68,4 @@ DriverLine parseDriverLine(std::string_view line, std::string_view &name)
     }
     name = text.substr(0, text.find_first_of(kBlanks));
     return name.size() > kMaxDriverName ? DriverLine::nameTooLong : DriverLine::name;
-}
-
-std::string_view attributeValue(std::string_view text)
-{
-    std::string_view value = withoutLeading(untilNul(text), " ");
-    const size_t newline = value.find('\n');
-    if (newline != std::string_view::npos) {
-        value = withoutTrailing(value.substr(0, newline), " ");
-    }
-    return value.substr(0, kAttributeSize - 1);
 }

@@ -1,10 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/inf/inf_parse.h"
 
+#include "collect/base/attribute.h"
+#include "collect/base/text_scan.h"
+#include "collect/inf/inf_section.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
+
+using namespace tavstrg;
 
 namespace {
 

@@ -1,9 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "collect/inf/inf_section.h"
 #include "collect/base/text_file.h"
+
+#include "collect/base/text_scan.h"
 #include "collect/inf/inf_parse.h"
 #include "runtime/memory.h"
 
 #include <cerrno>
+
+using namespace tavstrg;
 
 namespace {
 

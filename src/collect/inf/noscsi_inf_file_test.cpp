@@ -2,6 +2,7 @@
 // The file of unmanaged devices, and what it leaves out of the inventory.
 
 #include "collect/inf/data_path.h"
+#include "collect/inf/inf_section.h"
 #include "devcmd/smart/smart_watch.h"
 #include "support/short_memory.h"
 #include "support/snapshot_fixture.h"
@@ -12,6 +13,8 @@
 #include <string>
 #include <sys/stat.h>
 #include <vector>
+
+using namespace tavstrg;
 
 namespace {
 

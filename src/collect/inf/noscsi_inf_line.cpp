@@ -8,6 +8,8 @@
 
 #include <cstring>
 
+using namespace tavstrg;
+
 namespace {
 
 // A size that is not positive is that of an empty text.

@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/inf/noscsi_inf_parse.h"
 
+#include "collect/inf/inf_section.h"
 #include "collect/inf/storage_inf.h"
 #include "devcmd/trim.h"
 
-bool takeWholeLine(std::string_view &rest, std::string_view &line)
+using namespace tavstrg;
+
+bool tavstrg::takeWholeLine(std::string_view &rest, std::string_view &line)
 {
     const size_t newline = rest.find('\n');
     line = rest.substr(0, newline == std::string_view::npos ? rest.size() : newline + 1);
@@ -12,8 +15,8 @@ bool takeWholeLine(std::string_view &rest, std::string_view &line)
     return !line.empty();
 }
 
-KeyValue findKeyValue(std::string_view text, std::string_view key, size_t maxLength, std::string_view stop,
-                      std::string_view &value)
+KeyValue tavstrg::findKeyValue(std::string_view text, std::string_view key, size_t maxLength, std::string_view stop,
+                               std::string_view &value)
 {
     value = {};
     const size_t at = text.find(key);
@@ -30,7 +33,7 @@ KeyValue findKeyValue(std::string_view text, std::string_view key, size_t maxLen
     return value.size() > maxLength ? KeyValue::tooLong : KeyValue::found;
 }
 
-NoScsiReading parseNoScsiLine(std::string_view line, size_t vendorSize, size_t modelSize)
+NoScsiReading tavstrg::parseNoScsiLine(std::string_view line, size_t vendorSize, size_t modelSize)
 {
     if (line.empty() || line.starts_with('\n')) {
         return {NoScsiLine::empty};

@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <string_view>
 
+namespace tavstrg {
+
 constexpr size_t kMaxNoScsiKey = 64;          // characters of a vendor or a model
 constexpr size_t kMaxNoScsiSectionLine = 256; // characters of a line of a section, newline included
 constexpr size_t kMaxNoScsiLine = 255;        // characters of a line that is looked at, newline included
@@ -44,3 +46,5 @@ struct NoScsiReading {
 // the most characters that each may have.
 NoScsiReading parseNoScsiLine(std::string_view line, size_t vendorSize = kMaxNoScsiKey,
                               size_t modelSize = kMaxNoScsiKey);
+
+} // namespace tavstrg

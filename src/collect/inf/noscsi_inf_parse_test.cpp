@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+using namespace tavstrg;
+
 namespace {
 
 const std::string kLong64(64, 'v');

@@ -3,6 +3,8 @@
 
 #include "support/lists_fixture.h"
 
+using namespace tavstrg;
+
 namespace {
 
 class NoManage : public testing::Test {

@@ -1,14 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/inf/storage_inf.h"
 
+#include "collect/base/node_list.h"
+#include "collect/base/text_scan.h"
 #include "collect/inf/data_path.h"
 #include "collect/inf/inf_parse.h"
+#include "collect/inf/inf_section.h"
 #include "runtime/field_text.h"
 #include "runtime/holders.h"
 #include "runtime/memory.h"
+#include "runtime/trace.h"
 
 #include <cerrno>
+#include <cstring>
 #include <sys/stat.h>
+
+using namespace tavstrg;
 
 namespace {
 
@@ -47,6 +54,10 @@ void addSection(StorageInfo **list, std::string_view section)
         }
     }
 }
+
+constexpr int32_t kStatusNull = -3;
+constexpr int32_t kStatusRefused = -4;
+constexpr int32_t kStatusHeader = -5;
 
 } // namespace
 
@@ -100,5 +111,74 @@ int CreatStorageInfoTable(StorageInfo **managementList, StorageInfo **diagnostic
     if (diagnosticList != nullptr) {
         addSection(diagnosticList, diagnostic.get());
     }
+    return TRACED(1, kDetail, "_OUT_ return 1");
+}
+
+int GetInfoFromLine(const char *line, char *name, int32_t *status)
+{
+    const TraceScope scope;
+    TRACE(kDetail, "_IN_");
+    if (status == nullptr) {
+        return TRACED(0, kFailure, "_OUT_ param(status) Failure!!");
+    }
+    if (line == nullptr || name == nullptr) {
+        *status = kStatusNull;
+        return TRACED(0, kFailure, "_OUT_ param is NULL");
+    }
+    std::string_view driver;
+    const DriverLine kind = parseDriverLine(line, driver);
+    *status = kStatusRefused;
+    switch (kind) {
+    case DriverLine::tooLong:
+        return TRACED(0, kDetail, "_OUT_ return 0.line is too long [%s]", line);
+    case DriverLine::header:
+        *status = kStatusHeader;
+        return TRACED(0, kDetail, "_OUT_ GRP_MGMTPORT or GRP_DIAGNOPORT is invalid");
+    case DriverLine::comment:
+        return TRACED(0, kDetail, "_OUT_ p=# failure");
+    case DriverLine::blank:
+        return TRACED(0, kDetail, "_OUT_ line is null failure");
+    case DriverLine::nameTooLong:
+        return TRACED(0, kDetail, "_OUT_ driver name has more than 64 characters line:[%s]", line);
+    case DriverLine::name:
+        break;
+    }
+    std::memcpy(name, driver.data(), driver.size());
+    name[driver.size()] = '\0';
+    *status = 0;
+    return TRACED(1, kDetail, "_OUT_ result=[%s]", name);
+}
+
+void AddStorageInfoTable(StorageInfo **list, const char *name)
+{
+    const TraceScope scope;
+    TRACE(kDetail, "_IN_");
+    if (list == nullptr) {
+        TRACE(kFailure, "_OUT_ param(list) Failure!!");
+        return;
+    }
+    if (name == nullptr) {
+        TRACE(kFailure, "_OUT_ param(name) Failure!!");
+        return;
+    }
+    auto *const node = static_cast<StorageInfo *>(memalloc(sizeof(StorageInfo)));
+    if (node == nullptr) {
+        TRACE(kFailure, "_OUT_ malloc for pMANAGE_TBL error.");
+        return;
+    }
+    copyText(node->name, name);
+    node->next = *list;
+    *list = node;
+    TRACE(kDetail, "_OUT_");
+}
+
+int DestroyStorageInfoTable(StorageInfo **list)
+{
+    const TraceScope scope;
+    TRACE(kDetail, "_IN_");
+    if (list == nullptr || *list == nullptr) {
+        return TRACED(0, kDetail, "_OUT_ pManageTbl is NULL.");
+    }
+    freeNodes(*list);
     return TRACED(1, kDetail, "_OUT_ return 1");
 }

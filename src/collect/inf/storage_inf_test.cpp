@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/inf/storage_inf.h"
 
+#include "collect/base/attribute.h"
+#include "collect/inf/inf_section.h"
 #include "sim/sim.h"
 #include "support/short_memory.h"
 #include "support/trace_recorder.h"
@@ -11,6 +13,8 @@
 #include <string>
 #include <sys/stat.h>
 #include <vector>
+
+using namespace tavstrg;
 
 namespace {
 

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/scsi/scsi_devices.h"
 
-bool beginDeviceList(SCSIDeviceInfo **list, int32_t *count, int32_t *status)
+using namespace tavstrg;
+
+bool tavstrg::beginDeviceList(SCSIDeviceInfo **list, int32_t *count, int32_t *status)
 {
     if (status != nullptr) {
         *status = kSourceNull;
@@ -21,7 +23,7 @@ bool beginDeviceList(SCSIDeviceInfo **list, int32_t *count, int32_t *status)
     return true;
 }
 
-bool appendDevice(NodeList<SCSIDeviceInfo> &devices, const SCSIDeviceInfo &device)
+bool tavstrg::appendDevice(NodeList<SCSIDeviceInfo> &devices, const SCSIDeviceInfo &device)
 {
     const int32_t sequence = devices.count();
     SCSIDeviceInfo *const node = devices.append();
@@ -38,7 +40,7 @@ bool appendDevice(NodeList<SCSIDeviceInfo> &devices, const SCSIDeviceInfo &devic
     return true;
 }
 
-int finishDeviceList(NodeList<SCSIDeviceInfo> &devices, SCSIDeviceInfo **list, int32_t *count)
+int tavstrg::finishDeviceList(NodeList<SCSIDeviceInfo> &devices, SCSIDeviceInfo **list, int32_t *count)
 {
     *count = devices.count();
     *list = devices.handOver();

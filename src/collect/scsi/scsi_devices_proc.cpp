@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/base/text_file.h"
-#include "collect/inf/inf_parse.h"
 #include "collect/scsi/scsi_devices.h"
-#include "collect/scsi/scsi_parse.h"
+#include "collect/scsi/scsi_records.h"
 #include "collect/scsi/scsi_variants.h"
 #include "runtime/cancel.h"
 #include "runtime/field_text.h"
 
 #include <cerrno>
+
+using namespace tavstrg;
 
 namespace {
 
@@ -57,27 +58,4 @@ int proc_GetSCSIDeviceInfoFromProc(SCSIDeviceInfo **list, int32_t *count, int32_
         return TRACED(-1, kFailure, "_OUT_ (-1) status=[%d]", *status);
     }
     return finishDeviceList(devices, list, count);
-}
-
-int FindName(const char *line, const char *key, char *out)
-{
-    const TraceScope scope;
-    TRACE(kDetail, "_IN_");
-    if (line == nullptr) {
-        return TRACED(-1, kFailure, "_OUT_ param(line) Failure!!");
-    }
-    if (key == nullptr) {
-        return TRACED(-1, kFailure, "_OUT_ param(key) Failure!!");
-    }
-    if (out == nullptr) {
-        return TRACED(-1, kFailure, "_OUT_ param(out) Failure!!");
-    }
-    std::string_view value;
-    if (!namedValue(line, key, value)) {
-        return TRACED(-1, kDetail, "_OUT_ ret=[%d]", -1);
-    }
-    char text[kAttributeSize];
-    copyText(text, value);
-    std::memcpy(out, text, sizeof text);
-    return TRACED(0, kDetail, "_OUT_ (0) result=[%s]", out);
 }

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "collect/base/attribute.h"
 #include "collect/inf/storage_inf.h"
 #include "collect/scsi/scsi_devices.h"
 #include "collect/scsi/scsi_parse.h"
@@ -11,6 +12,8 @@
 #include <climits>
 #include <cstdio>
 #include <sys/stat.h>
+
+using namespace tavstrg;
 
 namespace {
 

@@ -4,6 +4,24 @@
 #include "collect/base/node_list.h"
 #include "collect/scsi/scsi_parse.h"
 #include "collect/scsi/scsi_variants.h"
+#include "runtime/trace.h"
+
+#include <atomic>
+#include <sys/utsname.h>
+
+using namespace tavstrg;
+
+namespace {
+
+std::atomic<int> interfaceChoice{kInterfaceUndecided};
+
+int interfaceOfKernel()
+{
+    utsname kernel = {};
+    return ::uname(&kernel) != 0 ? kInterfaceProcfs : interfaceOfRelease(kernel.release);
+}
+
+} // namespace
 
 int GetSCSIDeviceInfoFromProc(SCSIDeviceInfo **list, int32_t *count, int32_t *status)
 {
@@ -70,4 +88,16 @@ void FreeSCSIControllerTypeDetailInfo(SCSIControllerTypeDetail **list)
         freeNodes(*list);
     }
     TRACE(kDetail, "_OUT_");
+}
+
+int select_proc_or_sys()
+{
+    const TraceScope scope;
+    TRACE(kDetail, "_IN_");
+    int choice = interfaceChoice;
+    if (choice == kInterfaceUndecided) {
+        choice = interfaceOfKernel();
+        interfaceChoice = choice;
+    }
+    return TRACED(choice, kDetail, "_OUT_ (%d)", choice);
 }

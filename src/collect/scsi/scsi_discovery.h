@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+namespace tavstrg {
+
 // One device, in discovery order. Texts are as the kernel gave them.
 struct SCSIDeviceInfo {
     int32_t sequence; // 0-based position in the list
@@ -45,23 +47,21 @@ constexpr int32_t kSourceTruncated = -2; // a record of /proc/scsi/scsi stops ha
 constexpr int32_t kSourceNull = -3;
 constexpr int32_t kSourceNoMemory = -9;
 
+} // namespace tavstrg
+
 // Which interface the kernel has: 0 procfs, 1 sysfs. Decided once for the life of the process.
 int select_proc_or_sys();
 
 // Builders: 0, or negative with *status as above and the list empty. Lists are freed with the functions below.
-int GetSCSIDeviceInfoFromProc(SCSIDeviceInfo **list, int32_t *count, int32_t *status);
-int GetSCSIControllerTypeDetailInfo(SCSIControllerTypeDetail **list, int32_t *typeCount, int32_t *controllerCount,
-                                    int32_t *status);
+int GetSCSIDeviceInfoFromProc(tavstrg::SCSIDeviceInfo **list, int32_t *count, int32_t *status);
+int GetSCSIControllerTypeDetailInfo(tavstrg::SCSIControllerTypeDetail **list, int32_t *typeCount,
+                                    int32_t *controllerCount, int32_t *status);
 // Number of managed host adapters; -1 on failure.
 int GetSCSIControllerNumber();
 // Managed host adapters into *list (one block, memfree), *count entries: 0, or -1 with the list null.
-int read_proc_scsi(SCSIHostEntry **list, int32_t *count);
+int read_proc_scsi(tavstrg::SCSIHostEntry **list, int32_t *count);
 // USB host adapters into *list (one block, memfree), *count entries: 0, or -1 with the list null.
-int TAVStorageGetUSBCtrl(USBHostEntry **list, int32_t *count);
+int TAVStorageGetUSBCtrl(tavstrg::USBHostEntry **list, int32_t *count);
 
-void FreeSCSIDeviceInfo(SCSIDeviceInfo **list);
-void FreeSCSIControllerTypeDetailInfo(SCSIControllerTypeDetail **list);
-
-// Value of a key in a line of /proc/scsi/scsi, at most 63 characters, into out (64 bytes): 0, or -1 when it is not
-// there.
-int FindName(const char *line, const char *key, char *out);
+void FreeSCSIDeviceInfo(tavstrg::SCSIDeviceInfo **list);
+void FreeSCSIControllerTypeDetailInfo(tavstrg::SCSIControllerTypeDetail **list);

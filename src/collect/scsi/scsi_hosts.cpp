@@ -6,6 +6,8 @@
 
 #include <cstring>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr int32_t kInfAbsent = 1;
@@ -80,7 +82,7 @@ bool ManagedDrivers::has(const char *driver) const
     return node != nullptr;
 }
 
-bool appendHost(HostArray &hosts, int32_t host, const char *driver)
+bool tavstrg::appendHost(HostArray &hosts, int32_t host, const char *driver)
 {
     SCSIHostEntry *const entry = hosts.append();
     if (entry == nullptr) {
@@ -102,7 +104,7 @@ int _CmpControllerName(const char *left, const char *right)
     return TRACED(order, kDetail, "_OUT_ strcmp(%s,%s)=(%d)", left, right, order);
 }
 
-int countHosts(HostReader reader)
+int tavstrg::countHosts(HostReader reader)
 {
     HostArray hosts;
     const int32_t status = reader(hosts);
@@ -110,7 +112,7 @@ int countHosts(HostReader reader)
     return TRACED(result, result < 0 ? kFailure : kDetail, "_OUT_ ret=[%d]", result);
 }
 
-int listHosts(HostReader reader, SCSIHostEntry **list, int32_t *count)
+int tavstrg::listHosts(HostReader reader, SCSIHostEntry **list, int32_t *count)
 {
     if (list == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(list) Failure!!");
@@ -130,8 +132,8 @@ int listHosts(HostReader reader, SCSIHostEntry **list, int32_t *count)
     return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
 }
 
-int listHostTypes(HostReader reader, SCSIControllerTypeDetail **list, int32_t *typeCount, int32_t *controllerCount,
-                  int32_t *status)
+int tavstrg::listHostTypes(HostReader reader, SCSIControllerTypeDetail **list, int32_t *typeCount,
+                           int32_t *controllerCount, int32_t *status)
 {
     if (!beginTypes(list, typeCount, controllerCount, status)) {
         return -1;

@@ -6,6 +6,8 @@
 #include "collect/inf/storage_inf.h"
 #include "collect/scsi/scsi_discovery.h"
 
+namespace tavstrg {
+
 // The drivers that "storage.inf" names, for one reading.
 class ManagedDrivers {
 public:
@@ -32,11 +34,17 @@ int32_t procReadHosts(HostArray &hosts);
 // Appends one adapter: false when memory is short.
 bool appendHost(HostArray &hosts, int32_t host, const char *driver);
 
+} // namespace tavstrg
+
 // Appends the adapters in the directory of a driver under /proc/scsi: their number, or kSourceError, kSourceNoMemory.
-int proc_GetSCSIControllerNumFromType(const char *driver, HostArray &hosts);
+int proc_GetSCSIControllerNumFromType(const char *driver, tavstrg::HostArray &hosts);
+
+namespace tavstrg {
 
 // The three products of a reading, with the contracts of the functions of the discovery that give them.
 int countHosts(HostReader reader);
 int listHosts(HostReader reader, SCSIHostEntry **list, int32_t *count);
 int listHostTypes(HostReader reader, SCSIControllerTypeDetail **list, int32_t *typeCount, int32_t *controllerCount,
                   int32_t *status);
+
+} // namespace tavstrg

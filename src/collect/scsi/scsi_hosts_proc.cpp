@@ -11,6 +11,8 @@
 #include <cstdio>
 #include <sys/stat.h>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr int kDotEntries = 2; // "." and "..", the first two of a sorted listing
@@ -56,7 +58,7 @@ int proc_GetSCSIControllerNumFromType(const char *driver, HostArray &hosts)
     return TRACED(found, kDetail, "_OUT_ ret=[%d]", found);
 }
 
-int32_t procReadHosts(HostArray &hosts)
+int32_t tavstrg::procReadHosts(HostArray &hosts)
 {
     const DirListing entries(kProcScsi);
     if (entries.count() < 0) {

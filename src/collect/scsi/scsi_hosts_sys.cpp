@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/scsi/scsi_hosts.h"
 
+#include "collect/base/attribute.h"
 #include "collect/scsi/scsi_parse.h"
 #include "collect/scsi/scsi_variants.h"
 #include "runtime/cancel.h"
@@ -9,6 +10,8 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+
+using namespace tavstrg;
 
 namespace {
 
@@ -25,7 +28,7 @@ void readDriver(const char *entry, char (&driver)[kAttributeSize])
 
 } // namespace
 
-int32_t sysReadHosts(HostArray &hosts)
+int32_t tavstrg::sysReadHosts(HostArray &hosts)
 {
     const DirListing entries(kSysHosts);
     if (entries.count() < 0) {

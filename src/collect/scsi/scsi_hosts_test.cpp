@@ -16,6 +16,8 @@
 #include <string>
 #include <vector>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr char kInf[] = "/opt/qlm/tavkit_sa/data/storage.inf";

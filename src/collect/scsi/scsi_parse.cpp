@@ -2,12 +2,12 @@
 #include "collect/scsi/scsi_parse.h"
 
 #include "collect/base/text_scan.h"
-#include "collect/inf/inf_parse.h"
-#include "runtime/field_text.h"
 
 #include <algorithm>
 #include <array>
 #include <span>
+
+using namespace tavstrg;
 
 namespace {
 
@@ -21,7 +21,6 @@ constexpr std::array<std::string_view, 6> kNeverHostAdapters = {"scsi", "iscsi",
 constexpr std::array<std::string_view, 3> kUsbDrivers = {"usb", "ovfx2", "hub"};
 
 constexpr std::string_view kBlanks = " \t";
-constexpr std::string_view kNoDevices = "Attached devices: none";
 constexpr size_t kHostLabel = 4; // characters of "scsi" before the number of a host's name
 constexpr int kFirstSysfsRelease = 26;
 
@@ -39,8 +38,66 @@ bool takeNumber(TextScan &scan, int32_t &number)
     return read;
 }
 
-// "%s %s %s %d %s %d %s %d": Host: scsi0 Channel: 00 Id: 00 Lun: 00
-bool parseHostLine(std::string_view line, ScsiAddress &address)
+// A value that ends at a colon runs into the key of the next value.
+std::string_view withoutNextKey(std::string_view text)
+{
+    text = text.substr(0, text.find_last_not_of(kBlanks) + 1);
+    text = text.substr(0, text.find_last_of(kBlanks) + 1);
+    return text.substr(0, text.find_last_not_of(kBlanks) + 1);
+}
+
+} // namespace
+
+int tavstrg::interfaceOfRelease(std::string_view release)
+{
+    char digits[3] = {};
+    size_t count = 0;
+    for (const size_t position : {size_t{0}, size_t{2}, size_t{3}}) {
+        if (position < release.size() && !(position == 3 && release[position] == '.')) {
+            digits[count++] = release[position];
+        }
+    }
+    int number = 0;
+    TextScan{{digits, count}}.number(number);
+    return number < kFirstSysfsRelease ? kInterfaceProcfs : kInterfaceSysfs;
+}
+
+std::string_view tavstrg::scsiTypeText(std::string_view type)
+{
+    const bool digit = type.size() == 1 && type[0] >= '0' && type[0] <= '9';
+    return digit ? kTypes[static_cast<size_t>(type[0] - '0')] : "Unknown";
+}
+
+bool tavstrg::parseScsiAddress(std::string_view name, ScsiAddress &address)
+{
+    TextScan scan{name};
+    return scan.number(address.host) && scan.literal(":") && takeNumber(scan, address.channel) && scan.literal(":") &&
+           takeNumber(scan, address.id) && scan.literal(":") && takeNumber(scan, address.lun);
+}
+
+bool tavstrg::parseHostName(std::string_view name, int32_t &host)
+{
+    TextScan scan{name};
+    return scan.literal("host") && scan.number(host) && host >= 0;
+}
+
+bool tavstrg::parseHostNumber(std::string_view name, int32_t &host)
+{
+    TextScan scan{name};
+    return name.find_first_not_of("0123456789") == std::string_view::npos && scan.number(host);
+}
+
+bool tavstrg::isNeverHostAdapter(std::string_view driver)
+{
+    return beginsWithOneOf(driver, kNeverHostAdapters);
+}
+
+bool tavstrg::isUsbDriver(std::string_view driver)
+{
+    return beginsWithOneOf(driver, kUsbDrivers);
+}
+
+bool tavstrg::parseProcHostLine(std::string_view line, ScsiAddress &address)
 {
     TextScan scan{line};
     std::string_view label;
@@ -55,66 +112,7 @@ bool parseHostLine(std::string_view line, ScsiAddress &address)
     return number.number(address.host);
 }
 
-// A value that ends at a colon runs into the key of the next value.
-std::string_view withoutNextKey(std::string_view text)
-{
-    text = text.substr(0, text.find_last_not_of(kBlanks) + 1);
-    text = text.substr(0, text.find_last_of(kBlanks) + 1);
-    return text.substr(0, text.find_last_not_of(kBlanks) + 1);
-}
-
-} // namespace
-
-int interfaceOfRelease(std::string_view release)
-{
-    char digits[3] = {};
-    size_t count = 0;
-    for (const size_t position : {size_t{0}, size_t{2}, size_t{3}}) {
-        if (position < release.size() && !(position == 3 && release[position] == '.')) {
-            digits[count++] = release[position];
-        }
-    }
-    int number = 0;
-    TextScan{{digits, count}}.number(number);
-    return number < kFirstSysfsRelease ? kInterfaceProcfs : kInterfaceSysfs;
-}
-
-std::string_view scsiTypeText(std::string_view type)
-{
-    const bool digit = type.size() == 1 && type[0] >= '0' && type[0] <= '9';
-    return digit ? kTypes[static_cast<size_t>(type[0] - '0')] : "Unknown";
-}
-
-bool parseScsiAddress(std::string_view name, ScsiAddress &address)
-{
-    TextScan scan{name};
-    return scan.number(address.host) && scan.literal(":") && takeNumber(scan, address.channel) && scan.literal(":") &&
-           takeNumber(scan, address.id) && scan.literal(":") && takeNumber(scan, address.lun);
-}
-
-bool parseHostName(std::string_view name, int32_t &host)
-{
-    TextScan scan{name};
-    return scan.literal("host") && scan.number(host) && host >= 0;
-}
-
-bool parseHostNumber(std::string_view name, int32_t &host)
-{
-    TextScan scan{name};
-    return name.find_first_not_of("0123456789") == std::string_view::npos && scan.number(host);
-}
-
-bool isNeverHostAdapter(std::string_view driver)
-{
-    return beginsWithOneOf(driver, kNeverHostAdapters);
-}
-
-bool isUsbDriver(std::string_view driver)
-{
-    return beginsWithOneOf(driver, kUsbDrivers);
-}
-
-bool namedValue(std::string_view line, std::string_view key, std::string_view &value)
+bool tavstrg::namedValue(std::string_view line, std::string_view key, std::string_view &value)
 {
     constexpr std::string_view kSeparators = ": \t\r\n";
     if (key.empty()) {
@@ -136,44 +134,4 @@ bool namedValue(std::string_view line, std::string_view key, std::string_view &v
         value = withoutNextKey(value);
     }
     return true;
-}
-
-ScsiRecordReader::Step ScsiRecordReader::takeHost(std::string_view line)
-{
-    if (line.find(kNoDevices) != std::string_view::npos) {
-        return Step::end;
-    }
-    ScsiAddress address = {};
-    if (line.find("Host") != std::string_view::npos && parseHostLine(line, address)) {
-        record_ = {};
-        record_.host = address.host;
-        record_.channel = address.channel;
-        record_.id = address.id;
-        record_.lun = address.lun;
-        expected_ = Expected::identity;
-    }
-    return Step::more;
-}
-
-// A key that is not there leaves its text empty: the record counts all the same.
-ScsiRecordReader::Step ScsiRecordReader::take(std::string_view text)
-{
-    char line[1024];
-    copyText(line, untilNul(text));
-    switch (expected_) {
-    case Expected::host:
-        return takeHost(line);
-    case Expected::identity:
-        FindName(line, "Vendor", record_.vendor);
-        FindName(line, "Model", record_.model);
-        FindName(line, "Rev", record_.scsiRev);
-        expected_ = Expected::type;
-        return Step::more;
-    case Expected::type:
-        FindName(line, "Type", record_.type);
-        FindName(line, "revision", record_.ansiRev);
-        expected_ = Expected::host;
-        return Step::complete;
-    }
-    return Step::end;
 }

@@ -2,9 +2,10 @@
 // What the SCSI texts of sysfs and procfs mean: parsing without reading.
 #pragma once
 
-#include "collect/scsi/scsi_discovery.h"
-
+#include <cstdint>
 #include <string_view>
+
+namespace tavstrg {
 
 constexpr int kInterfaceUndecided = -100;
 constexpr int kInterfaceProcfs = 0;
@@ -24,6 +25,8 @@ struct ScsiAddress {
 };
 // "%d:%d:%d:%d", the name of a device's directory.
 bool parseScsiAddress(std::string_view name, ScsiAddress &address);
+// A host line of /proc/scsi/scsi, "%s %s %s %d %s %d %s %d": Host: scsi0 Channel: 00 Id: 00 Lun: 00
+bool parseProcHostLine(std::string_view line, ScsiAddress &address);
 // "host%d", the name of a host adapter's directory in sysfs; its number is not negative.
 bool parseHostName(std::string_view name, int32_t &host);
 // The name of a host adapter's file in its driver's directory of procfs: digits alone.
@@ -38,20 +41,4 @@ bool isUsbDriver(std::string_view driver);
 // The value of a key in a line of /proc/scsi/scsi, as FindName tells; false when the key or its colon is not there.
 bool namedValue(std::string_view line, std::string_view key, std::string_view &value);
 
-// Reads the records of /proc/scsi/scsi from its lines: a host line, then one with vendor, model and revision, then one
-// with type and ANSI revision.
-class ScsiRecordReader {
-public:
-    enum class Step { more, complete, end };
-    // Takes the next line: complete when record() stands; end when the kernel says that there are no devices.
-    Step take(std::string_view text);
-    bool insideRecord() const { return expected_ != Expected::host; }
-    const SCSIDeviceInfo &record() const { return record_; } // but for its sequence number and link
-
-private:
-    enum class Expected { host, identity, type };
-    Step takeHost(std::string_view line);
-
-    Expected expected_ = Expected::host;
-    SCSIDeviceInfo record_ = {};
-};
+} // namespace tavstrg

@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/scsi/scsi_parse.h"
 
+#include "collect/scsi/scsi_records.h"
 #include "support/trace_recorder.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
+
+using namespace tavstrg;
 
 namespace {
 

@@ -4,27 +4,31 @@
 
 #include "collect/scsi/scsi_discovery.h"
 
+namespace tavstrg {
+
 constexpr char kSysDevices[] = "/sys/bus/scsi/devices";
 constexpr char kSysHosts[] = "/sys/class/scsi_host";
 constexpr char kProcScsi[] = "/proc/scsi";
 constexpr char kProcDevices[] = "/proc/scsi/scsi";
 
-int sys_GetSCSIDeviceInfoFromSys(SCSIDeviceInfo **list, int32_t *count, int32_t *status);
-int proc_GetSCSIDeviceInfoFromProc(SCSIDeviceInfo **list, int32_t *count, int32_t *status);
+} // namespace tavstrg
 
-int sys_GetSCSIControllerTypeDetailInfo(SCSIControllerTypeDetail **list, int32_t *typeCount, int32_t *controllerCount,
-                                        int32_t *status);
-int proc_GetSCSIControllerTypeDetailInfo(SCSIControllerTypeDetail **list, int32_t *typeCount, int32_t *controllerCount,
-                                         int32_t *status);
+int sys_GetSCSIDeviceInfoFromSys(tavstrg::SCSIDeviceInfo **list, int32_t *count, int32_t *status);
+int proc_GetSCSIDeviceInfoFromProc(tavstrg::SCSIDeviceInfo **list, int32_t *count, int32_t *status);
+
+int sys_GetSCSIControllerTypeDetailInfo(tavstrg::SCSIControllerTypeDetail **list, int32_t *typeCount,
+                                        int32_t *controllerCount, int32_t *status);
+int proc_GetSCSIControllerTypeDetailInfo(tavstrg::SCSIControllerTypeDetail **list, int32_t *typeCount,
+                                         int32_t *controllerCount, int32_t *status);
 
 int sys_GetSCSIControllerNumber();
 int proc_GetSCSIControllerNumber();
 
-int sys_read_scsi_ctrl(SCSIHostEntry **list, int32_t *count);
-int proc_read_scsi_ctrl(SCSIHostEntry **list, int32_t *count);
+int sys_read_scsi_ctrl(tavstrg::SCSIHostEntry **list, int32_t *count);
+int proc_read_scsi_ctrl(tavstrg::SCSIHostEntry **list, int32_t *count);
 
-int sys_GetUSBCtrlFromSys(USBHostEntry **list, int32_t *count);
-int proc_GetUSBCtrlFromProc(USBHostEntry **list, int32_t *count);
+int sys_GetUSBCtrlFromSys(tavstrg::USBHostEntry **list, int32_t *count);
+int proc_GetUSBCtrlFromProc(tavstrg::USBHostEntry **list, int32_t *count);
 
 // strcmp of two names of drivers, traced.
 int _CmpControllerName(const char *left, const char *right);

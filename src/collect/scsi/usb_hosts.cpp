@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "collect/base/attribute.h"
 #include "collect/base/node_list.h"
 #include "collect/base/text_file.h"
 #include "collect/base/text_scan.h"
-#include "collect/inf/inf_parse.h"
 #include "collect/scsi/scsi_parse.h"
 #include "collect/scsi/scsi_variants.h"
 #include "runtime/cancel.h"
@@ -12,6 +12,8 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+
+using namespace tavstrg;
 
 namespace {
 

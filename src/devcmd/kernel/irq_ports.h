@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <string_view>
-
 struct IoportRange {
     unsigned long start;
     unsigned long end;

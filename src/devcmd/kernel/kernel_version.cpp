@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "devcmd/transport/transport.h"
+#include "devcmd/kernel/kernel_version.h"
 #include "runtime/trace.h"
 
 #include <algorithm>
@@ -10,6 +10,8 @@
 #include <cstring>
 #include <limits>
 #include <string_view>
+
+using namespace tavstrg;
 
 namespace {
 

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "devcmd/kernel/kernel_version.h"
 #include "devcmd/transport/transport.h"
 #include "support/trace_recorder.h"
 
 #include <gtest/gtest.h>
 #include <string>
+
+using namespace tavstrg;
 
 namespace {
 

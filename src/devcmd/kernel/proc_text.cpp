@@ -6,6 +6,8 @@
 #include <limits>
 #include <system_error>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr bool isDigit(char c, int base)
@@ -49,7 +51,7 @@ void ProcLine::removeNewline()
     }
 }
 
-bool readProcLine(std::FILE *file, ProcLine &line)
+bool tavstrg::readProcLine(std::FILE *file, ProcLine &line)
 {
     line.length = 0;
     line.complete = false;
@@ -68,7 +70,7 @@ bool readProcLine(std::FILE *file, ProcLine &line)
     return any;
 }
 
-InterruptSearch interruptSearch(std::string_view name)
+InterruptSearch tavstrg::interruptSearch(std::string_view name)
 {
     if (name == "i80421") {
         return {"i8042", false};
@@ -79,7 +81,7 @@ InterruptSearch interruptSearch(std::string_view name)
     return {name, false};
 }
 
-std::optional<uint32_t> parseInterruptLine(std::string_view line, InterruptSearch &search)
+std::optional<uint32_t> tavstrg::parseInterruptLine(std::string_view line, InterruptSearch &search)
 {
     if (line.find(search.key) == std::string_view::npos) {
         return std::nullopt;
@@ -96,7 +98,7 @@ std::optional<uint32_t> parseInterruptLine(std::string_view line, InterruptSearc
     return static_cast<uint32_t>(*number);
 }
 
-std::optional<PortRange> parseIoportLine(std::string_view line)
+std::optional<PortRange> tavstrg::parseIoportLine(std::string_view line)
 {
     const std::optional<unsigned long> start = scanNumber(line, 16);
     if (!start || !line.starts_with('-')) {
@@ -110,7 +112,7 @@ std::optional<PortRange> parseIoportLine(std::string_view line)
     return PortRange{*start, *end};
 }
 
-std::optional<unsigned long> parseIoportStart(std::string_view line)
+std::optional<unsigned long> tavstrg::parseIoportStart(std::string_view line)
 {
     return scanNumber(line, 16);
 }

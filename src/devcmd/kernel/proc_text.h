@@ -10,6 +10,8 @@
 #include <optional>
 #include <string_view>
 
+namespace tavstrg {
+
 constexpr size_t kProcLineMax = 1023; // characters of a line that are looked at
 
 struct ProcLine {
@@ -47,3 +49,5 @@ struct PortRange {
 std::optional<PortRange> parseIoportLine(std::string_view line);
 // The start alone, as "%lx-" reads it: neither the '-' nor an end need to be there.
 std::optional<unsigned long> parseIoportStart(std::string_view line);
+
+} // namespace tavstrg

@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 #include <random>
 
+using namespace tavstrg;
+
 namespace {
 
 std::vector<ProcLine> linesOf(const std::string &text)

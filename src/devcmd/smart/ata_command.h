@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <span>
 
+namespace tavstrg {
+
 // HDIO_DRIVE_CMD: command, sector number, feature, sector count; the data of so many sectors follow. LBA mid and high
 // of SMART commands are the kernel's.
 using DriveCommand = std::array<uint8_t, 4>;
@@ -41,3 +43,5 @@ constexpr uint64_t smartSupportOfIdentify(std::span<const uint8_t, kIdentifyLeng
     }
     return (word82Low & 1) != 0 ? 2 : 3;
 }
+
+} // namespace tavstrg

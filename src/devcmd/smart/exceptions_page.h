@@ -9,6 +9,8 @@
 #include <optional>
 #include <span>
 
+namespace tavstrg {
+
 // The bytes of the page that are used.
 constexpr size_t kExceptionsBytes = 4;
 using ExceptionsPage = std::span<uint8_t, kExceptionsBytes>;
@@ -99,3 +101,5 @@ constexpr uint8_t requestedSenseCode(std::span<const uint8_t> sense)
     const uint8_t code = responseCodeOf(sense);
     return static_cast<uint8_t>(replyByte(sense, code == 0x70 || code == 0x71 ? 12 : 2));
 }
+
+} // namespace tavstrg

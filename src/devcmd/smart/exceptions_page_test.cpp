@@ -6,6 +6,8 @@
 #include <array>
 #include <gtest/gtest.h>
 
+using namespace tavstrg;
+
 namespace {
 
 using Page = std::array<uint8_t, 4>;

@@ -9,6 +9,8 @@
 #include <linux/hdreg.h>
 #include <sys/ioctl.h>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr size_t kBlockLength = 1028; // 4 bytes of arguments and room for two sectors
@@ -34,7 +36,7 @@ bool readIdentify(int fd, IdentifyBlock &block, IdentifyRetry retry)
 
 } // namespace
 
-bool identifyAllowsSmart(int fd, HardDiskEntry &disk, IdentifyRetry retry)
+bool tavstrg::identifyAllowsSmart(int fd, HardDiskEntry &disk, IdentifyRetry retry)
 {
     IdentifyBlock block;
     disk.SmartSupport = 1;

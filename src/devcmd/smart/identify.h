@@ -4,9 +4,13 @@
 
 #include "devcmd/hard_disk.h"
 
+namespace tavstrg {
+
 // What the block holds when IDENTIFY DEVICE failed and IDENTIFY PACKET DEVICE is sent.
 enum class IdentifyRetry { kZeroed, kAsItWas };
 
 // Sends IDENTIFY through HDIO_DRIVE_CMD and sets SmartSupport: 3 without the feature set, 2 with it, 1 when the data do
 // not tell or could not be had. Returns whether SMART is to be enabled. Traces in the name of the sender.
 bool identifyAllowsSmart(int fd, HardDiskEntry &disk, IdentifyRetry retry);
+
+} // namespace tavstrg

@@ -2,8 +2,7 @@
 #include "devcmd/open_device.h"
 #include "devcmd/smart/ata_command.h"
 #include "devcmd/smart/identify.h"
-#include "devcmd/smart/smart_kinds.h"
-#include "devcmd/smart/smart_routine.h"
+#include "devcmd/smart/smart_routines.h"
 #include "runtime/holders.h"
 #include "runtime/trace.h"
 
@@ -12,6 +11,8 @@
 #include <fcntl.h>
 #include <linux/hdreg.h>
 #include <sys/ioctl.h>
+
+using namespace tavstrg;
 
 void enable_atapi_smart(HardDiskEntry *hdt)
 {

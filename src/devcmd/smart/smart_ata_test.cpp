@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "devcmd/smart/ata_command.h"
-#include "devcmd/smart/smart_kinds.h"
+#include "devcmd/smart/smart_routines.h"
 #include "support/ioctl_double.h"
 #include "support/smart_fixture.h"
 
@@ -11,6 +11,8 @@
 #include <gtest/gtest.h>
 #include <span>
 #include <tuple>
+
+using namespace tavstrg;
 
 namespace {
 

@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "devcmd/open_device.h"
 #include "devcmd/smart/identify.h"
-#include "devcmd/smart/smart_kinds.h"
-#include "devcmd/smart/smart_routine.h"
+#include "devcmd/smart/smart_routines.h"
+#include "devcmd/transport/sat_command.h"
 #include "devcmd/transport/transport.h"
 #include "runtime/holders.h"
 #include "runtime/trace.h"
 
 #include <fcntl.h>
+
+using namespace tavstrg;
 
 namespace {
 

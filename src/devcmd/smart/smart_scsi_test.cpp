@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "devcmd/smart/smart_kinds.h"
+#include "devcmd/smart/smart_routines.h"
 #include "support/ioctl_double.h"
 #include "support/smart_fixture.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+using namespace tavstrg;
 
 namespace {
 

@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "devcmd/smart/smart_watch.h"
 
-#include "devcmd/smart/smart_kinds.h"
+#include "devcmd/smart/smart_routines.h"
 #include "runtime/cancel.h"
 #include "runtime/trace.h"
 
 #include <cstddef>
 #include <iterator>
+
+using namespace tavstrg;
 
 int32_t g_SmartMode = 0;
 

@@ -8,6 +8,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+using namespace tavstrg;
+
 namespace {
 
 using testing::Each;

@@ -2,14 +2,16 @@
 #include "devcmd/smart/wear.h"
 
 #include "devcmd/open_device.h"
-#include "devcmd/smart/wear_data.h"
 #include "runtime/holders.h"
 #include "runtime/trace.h"
 
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <scsi/sg.h>
 #include <sys/ioctl.h>
+
+using namespace tavstrg;
 
 namespace {
 
@@ -77,4 +79,24 @@ int GetLifeSpanInfoIoctl(const char *devName, uint8_t attID, uint16_t *endurance
         }
     }
     return TRACED(0, kDetail, "_OUT_ endurance=[%d] ", *endurance);
+}
+
+bool tavstrg::findSmartAttribute(std::span<const uint8_t> data, uint8_t id, SmartAttribute &attribute)
+{
+    for (size_t i = 0; i < kSmartAttributes; ++i) {
+        const size_t at = kSmartAttributesAt + i * sizeof(SmartAttribute);
+        if (at + sizeof(SmartAttribute) > data.size()) {
+            return false;
+        }
+        if (data[at] == id) {
+            std::memcpy(&attribute, data.data() + at, sizeof attribute);
+            return true;
+        }
+    }
+    return false;
+}
+
+uint16_t tavstrg::enduranceOf(const SmartAttribute &attribute)
+{
+    return attribute.id == kWearPercentUsed ? static_cast<uint16_t>(100 - attribute.raw[1]) : attribute.current;
 }

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "devcmd/smart/wear.h"
 
-#include "devcmd/smart/wear_data.h"
 #include "runtime/trace.h"
 #include "support/ioctl_double.h"
 #include "support/trace_recorder.h"
@@ -14,6 +13,8 @@
 #include <string>
 #include <sys/stat.h>
 #include <vector>
+
+using namespace tavstrg;
 
 namespace {
 

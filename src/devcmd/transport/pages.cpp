@@ -11,6 +11,8 @@
 #include <scsi/scsi_ioctl.h>
 #include <sys/ioctl.h>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr uint32_t kTimeoutSeconds = 6;

@@ -16,12 +16,16 @@
 #include <cstddef>
 #include <cstdint>
 
+namespace tavstrg {
+
 constexpr size_t kPageBuffer = 255; // bytes, the most that a MODE SENSE(6) can bring
 constexpr int kLogLength = 252;     // bytes that LOG SENSE is asked for
 
 constexpr int kExceptionsModePage = 0x1C; // Informational Exceptions Control (SPC-4, 7.5.11)
 constexpr int kSupportedLogPages = 0x00;
 constexpr int kExceptionsLogPage = 0x2F; // Informational Exceptions (SPC-4, 7.3.8)
+
+} // namespace tavstrg
 
 // MODE SENSE: page pagenum with page control pc; bufLen in 0 to 255. The 6-byte command always asks for 255 bytes.
 int modesense(int fd, int pagenum, int pc, uint8_t *pBuf, int bufLen);
@@ -39,14 +43,18 @@ int logsense(int fd, int pagenum, uint8_t *pBuf, int bufLen);
 // REQUEST SENSE: 255 bytes.
 int requestsense(int fd, uint8_t *pBuf);
 
+namespace tavstrg {
+
 // What scsiCDBModeSelect finds.
 constexpr int kModeSense6 = 0;
 constexpr int kModeSense10 = 1;
 constexpr int kModeSenseNone = 2;
 
+} // namespace tavstrg
+
 // Which MODE SENSE the disk answers for the Informational Exceptions Control page: 0 with *modese_len kModeSense6 or
 // kModeSense10; -1 with kModeSenseNone, or, *modese_len untouched, on a bad argument or when DevPath cannot be opened.
-int scsiCDBModeSelect(const HardDiskEntry *hdt, int *modese_len);
+int scsiCDBModeSelect(const tavstrg::HardDiskEntry *hdt, int *modese_len);
 
 // Offset of the first mode page in the len bytes of a MODE SENSE reply, or -1. modese_10 is 1 for MODE SENSE(10). At
 // least two bytes of the page lie in the reply.

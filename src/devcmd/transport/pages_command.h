@@ -12,6 +12,8 @@
 #include <cstdint>
 #include <span>
 
+namespace tavstrg {
+
 using Cdb6 = std::array<uint8_t, 6>;
 using Cdb10 = std::array<uint8_t, 10>;
 
@@ -141,3 +143,5 @@ constexpr LegacyBuffer<10> legacyModeSelect10(int savePages, std::span<const uin
     putLegacyPage<10>(buffer, reply, plan);
     return buffer;
 }
+
+} // namespace tavstrg

@@ -8,6 +8,8 @@
 #include <gtest/gtest.h>
 #include <scsi/scsi_ioctl.h>
 
+using namespace tavstrg;
+
 namespace {
 
 using Bytes = std::vector<uint8_t>;

@@ -9,6 +9,8 @@
 #include <array>
 #include <fcntl.h>
 
+using namespace tavstrg;
+
 int scsiCDBModeSelect(const HardDiskEntry *hdt, int *modese_len)
 {
     const TraceScope scope;

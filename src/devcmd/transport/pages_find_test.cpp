@@ -9,6 +9,8 @@
 #include <unistd.h>
 #include <utility>
 
+using namespace tavstrg;
+
 namespace {
 
 using testing::Each;

@@ -8,6 +8,8 @@
 #include <optional>
 #include <span>
 
+namespace tavstrg {
+
 constexpr uint8_t kPageCode = 0x3F; // of a mode page's first byte
 constexpr size_t kPageHeader = 2;   // bytes of a mode page before those that its length counts
 constexpr size_t kModeHeader6 = 4;  // bytes before the block descriptors
@@ -92,3 +94,5 @@ constexpr std::optional<uint8_t> judgeInformationalExceptionsLog(std::span<const
     }
     return parameterLength > 1 ? static_cast<uint8_t>(replyByte(reply, 8)) : uint8_t{0};
 }
+
+} // namespace tavstrg

@@ -14,6 +14,8 @@
 #include <unistd.h>
 #include <utility>
 
+using namespace tavstrg;
+
 namespace {
 
 using Bytes = std::vector<uint8_t>;

@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "devcmd/transport/sat_command.h"
+#include "devcmd/transport/sense.h"
 #include "devcmd/transport/transport.h"
 #include "runtime/trace.h"
 
 #include <algorithm>
 #include <array>
 #include <cstring>
+
+using namespace tavstrg;
 
 namespace {
 

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // ATA commands in SCSI clothes (SAT-2, ATA PASS-THROUGH): what is sent, its bytes, and what the reply means. Pure.
+#include "devcmd/transport/sense.h"
+
 #pragma once
 
 #include "devcmd/transport/transport.h"
@@ -10,6 +12,21 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+// SAT command selectors; other values are not supported.
+constexpr int SATCMD_SMART_ENABLE = 0;
+constexpr int SATCMD_SMART_DISABLE = 1;
+constexpr int SATCMD_SMART_STATUS = 5;
+constexpr int SATCMD_SMART_STATUS_CHECK = 6;
+constexpr int SATCMD_IDENTIFY = 10;
+constexpr int SATCMD_IDENTIFY_PACKET = 11;
+
+// Sends an ATA command: 0; 1 when the SMART threshold is exceeded (only SATCMD_SMART_STATUS_CHECK); -1 on failure. data
+// holds 512 bytes for the IDENTIFY selectors; unused is ignored.
+int sat_ata_cmd_interface(int fd, int command, int unused, uint8_t *data);
+// Whether IDENTIFY (PACKET) DEVICE through SAT succeeds: 0, or -1.
+int sat_ata_pass_through(int fd, int packet);
+
+namespace tavstrg {
 
 // ATA registers and the flags of the pass-through. The defaults are a SMART command that transfers no data.
 struct SatCommand {
@@ -211,3 +228,5 @@ constexpr SatOutcome judgeSatReply(int selector, bool ckCond, const SenseInfo *s
     const bool informs = sense->sense_key <= 1 && sense->asc == 0x00 && sense->ascq == 0x1D;
     return descriptorFormat && informs ? SatOutcome::kStatusError : SatOutcome::kDone;
 }
+
+} // namespace tavstrg

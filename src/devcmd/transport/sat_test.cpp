@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "devcmd/transport/sat_command.h"
+#include "devcmd/transport/sense.h"
 #include "support/ioctl_double.h"
 #include "support/trace_recorder.h"
 
@@ -7,6 +8,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sstream>
+
+using namespace tavstrg;
 
 namespace {
 

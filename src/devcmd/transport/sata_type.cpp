@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "devcmd/open_device.h"
+#include "devcmd/transport/sat_command.h"
 #include "devcmd/transport/transport.h"
 #include "runtime/field_text.h"
 #include "runtime/holders.h"
@@ -8,6 +9,8 @@
 #include <array>
 #include <fcntl.h>
 #include <string_view>
+
+using namespace tavstrg;
 
 namespace {
 

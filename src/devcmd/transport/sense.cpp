@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <limits>
 
+using namespace tavstrg;
+
 namespace {
 
 constexpr uint8_t kResponseCode = 0x7F; // bit 7 of byte 0 is VALID in fixed format
@@ -43,7 +45,7 @@ void decodeDescriptor(std::span<const uint8_t> sense, SenseInfo &info)
 
 } // namespace
 
-SenseFormat decodeSense(std::span<const uint8_t> sense, SenseInfo &info)
+SenseFormat tavstrg::decodeSense(std::span<const uint8_t> sense, SenseInfo &info)
 {
     if (sense.empty() || (sense[0] & 0x70) < 0x70) {
         return SenseFormat::kNone;
@@ -61,12 +63,12 @@ SenseFormat decodeSense(std::span<const uint8_t> sense, SenseInfo &info)
     return SenseFormat::kUnknown;
 }
 
-bool hasSenseDescriptors(std::span<const uint8_t> sense)
+bool tavstrg::hasSenseDescriptors(std::span<const uint8_t> sense)
 {
     return sense.size() >= kHeader && isDescriptorFormat(sense[0] & kResponseCode) && sense[7] != 0;
 }
 
-std::span<const uint8_t> findSenseDescriptor(std::span<const uint8_t> sense, int type)
+std::span<const uint8_t> tavstrg::findSenseDescriptor(std::span<const uint8_t> sense, int type)
 {
     if (!hasSenseDescriptors(sense)) {
         return {};

@@ -2,10 +2,21 @@
 // Decoding of sense data (SPC-4, 4.5) as pure functions of the bytes that a device sent.
 #pragma once
 
-#include "devcmd/transport/transport.h"
-
+#include <cstddef>
 #include <cstdint>
 #include <span>
+// What scsi_chk_sense_data_format decodes.
+struct SenseInfo {
+    uint8_t response_code; // sense byte 0 without bit 7
+    uint8_t sense_key;
+    uint8_t asc;
+    uint8_t ascq;
+    uint8_t zero[3];
+    uint8_t additional_length; // descriptor format only
+};
+static_assert(sizeof(SenseInfo) == 8);
+
+namespace tavstrg {
 
 enum class SenseFormat {
     kNone,       // no sense data
@@ -24,3 +35,10 @@ bool hasSenseDescriptors(std::span<const uint8_t> sense);
 // First descriptor of a type in sense data with descriptors: from its first byte to the end of the sense data, at least
 // two bytes; empty when there is none. A descriptor's own length (its byte 1 + 2) may claim more than is there.
 std::span<const uint8_t> findSenseDescriptor(std::span<const uint8_t> sense, int type);
+
+} // namespace tavstrg
+
+// 0 with *info filled when the bytes are sense data of a known format; -1 otherwise.
+int scsi_chk_sense_data_format(const uint8_t *sense, size_t len, SenseInfo *info);
+// First sense descriptor of a type, or null.
+const uint8_t *scsi_find_sense_data(const uint8_t *sense, size_t len, int type);

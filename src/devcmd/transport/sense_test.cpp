@@ -9,6 +9,8 @@
 #include <memory>
 #include <random>
 
+using namespace tavstrg;
+
 namespace {
 
 using testing::ElementsAre;

@@ -10,6 +10,8 @@
 #include <scsi/sg.h>
 #include <sys/ioctl.h>
 
+using namespace tavstrg;
+
 int32_t use_sg_io = 1;
 
 namespace {

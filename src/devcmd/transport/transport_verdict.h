@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+namespace tavstrg {
+
 enum class TransportOutcome {
     kGood,
     kGoodWithSense, // the driver brought sense data: counts as CHECK CONDITION
@@ -36,3 +38,5 @@ constexpr TransportOutcome judgeTransport(unsigned hostStatus, unsigned driverSt
         return TransportOutcome::kDriverError;
     }
 }
+
+} // namespace tavstrg

@@ -3,6 +3,8 @@
 #include "runtime/trace.h"
 #include "scenarios/golden/line.h"
 
+using namespace tavstrg;
+
 extern "C" [[gnu::visibility("default")]] int SendIndication(AlertIndication record)
 {
     char head[128];

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the tests of the broker share.
+// Common parts of the broker's tests.
 #pragma once
 
 #include "broker/broker.h"
@@ -18,7 +18,7 @@ inline const CMPIValue *asValue(const void *value)
     return static_cast<const CMPIValue *>(value);
 }
 
-// A broker and one request of this thread.
+// A broker, and helpers for calls in this thread.
 class BrokerTest : public ::testing::Test {
 protected:
     CMPIObjectPath *newPath(const char *className = "TAV_Thing", const char *nameSpace = "root/TAVKIT/AS")

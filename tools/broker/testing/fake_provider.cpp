@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A small provider for the broker's own tests. The class name of a request says what it does.
+// A small provider for the broker's tests. The class name of a request selects its behaviour.
 
 #include "broker/testing/fake_provider.h"
 
@@ -10,15 +10,15 @@
 namespace {
 
 std::atomic<const CMPIBroker *> brokerHandle; // factories run while other requests read it
-FakeProvider nobody;
-std::atomic<FakeProvider *> fake{&nobody};
+FakeProvider unused;
+std::atomic<FakeProvider *> fake{&unused};
 
 const CMPIBroker *theBroker()
 {
     return brokerHandle.load();
 }
 
-// Waits until another thread is inside too, or for a second.
+// Waits until another thread is inside too, for at most one second.
 bool meetAnother(std::atomic<int> &inside)
 {
     using namespace std::chrono;
@@ -149,7 +149,7 @@ CMPIStatus FakeMethodCleanup(CMPIMethodMI *, const CMPIContext *context, CMPIBoo
     return cleanup(context, terminating, state.methodCleanups, state.methodCleanupAnswer);
 }
 
-// Hands the argument "Text" back, with the method's name as the return value.
+// Returns the argument "Text" and, as the method's value, its name.
 CMPIStatus FakeInvokeMethod(CMPIMethodMI *, const CMPIContext *, const CMPIResult *result, const CMPIObjectPath *,
                             const char *method, const CMPIArgs *in, CMPIArgs *out)
 {
@@ -171,7 +171,7 @@ CMPIMethodMIFT methodTable = {CMPIVersion200, CMPIVersion200, "methodFakeProvide
 CMPIInstanceMI instanceObject = {nullptr, &instanceTable};
 CMPIMethodMI methodObject = {nullptr, &methodTable};
 
-// A factory that succeeds leaves the status as it is.
+// A successful factory does not change the status.
 void countFactory(std::atomic<int> &count, const CMPIBroker *broker, CMPIStatus *rc)
 {
     brokerHandle = broker;
@@ -193,7 +193,7 @@ CMPI_EXPORT CMPIMethodMI *FakeProvider_Create_MethodMI(const CMPIBroker *, const
 
 void useFakeProvider(FakeProvider *given)
 {
-    fake = given == nullptr ? &nobody : given;
+    fake = given == nullptr ? &unused : given;
 }
 
 CMPIInstanceMI *FakeProvider_Create_InstanceMI(const CMPIBroker *broker, const CMPIContext *, CMPIStatus *rc)

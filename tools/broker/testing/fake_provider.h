@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the small provider of the broker's tests counts, and how it is to behave.
+// Counts and settings of the small provider of the broker's tests.
 #pragma once
 
 #include <atomic>
@@ -11,8 +11,8 @@ struct FakeProvider {
     std::atomic<int> instanceCleanups{0};
     std::atomic<int> methodCleanups{0};
     std::atomic<int> terminatingCleanups{0};
-    std::atomic<bool> cleanupsMet{false}; // two threads were inside of one at the same time
-    std::atomic<int> inside{0};           // threads inside of a request that waits for another
+    std::atomic<bool> cleanupsMet{false}; // two threads were inside one at the same time
+    std::atomic<int> inside{0};           // threads inside a request that waits for another
     std::atomic<bool> overlapped{false};
     std::atomic<std::thread::id> factoryThread{};
     std::atomic<std::thread::id> requestThread{};
@@ -24,5 +24,5 @@ struct FakeProvider {
     std::atomic<bool> cleanupWaitsForAnother{false};
 };
 
-// Exported by the provider: where it is to count.
+// Exported by the provider: sets where it counts.
 using FakeProviderUse = void (*)(FakeProvider *);

@@ -1,0 +1,143 @@
+# shellcheck shell=bash
+# The jobs of ./test.sh, which sources this file at the top of the source tree. A job is a function job_NAME and a line here, in
+# the order in which --all runs them: name, groups of packages (scripts/install-deps.sh), what it does.
+readonly job_table="\
+rules    check                 Checks the rules that a compiler does not: format, include order, forbidden calls.
+tidy     build,clang,check     Runs clang-tidy over the provider.
+unit     build                 Builds with the optimisation that ships and runs the unit tests.
+release  build,test,vm         Builds with the optimisation that ships and runs all tests but the long ones; the virtual machine too.
+long     build,test            Runs the tests of the same build that take over 20 seconds (labels long and sweep), and builds the benchmarks.
+clang    build,clang           Builds the provider with the other compiler and runs its unit tests and the cancellation tests.
+asan     build,clang           Runs the unit and scenario tests with the address and undefined-behaviour sanitizers.
+tsan     build                 Runs the tests of what several threads share with the thread sanitizer.
+fuzz     build,clang           Runs each fuzz target for 10 seconds.
+bare     build,bare            Builds, tests and packages in a bare Debian, and installs the packages in another."
+
+readonly provider_tests=(test_provider test_classes test_lifecycle test_monitor test_collect test_endurance test_devcmd
+    test_store test_records test_runtime)
+# Nothing of these depends on how the code was compiled, or the release build has the only copy.
+readonly not_in_sanitizers='^(packaging|vm|bare|headers)$'
+
+job_rules() { check scripts/check-rules.sh; }
+
+job_tidy() { check scripts/check-tidy.sh; }
+
+job_unit() {
+    build release || return
+    run_tests release -L '^unit$'
+}
+
+job_release() {
+    build release || return
+    tests/vm/run.sh --fetch >build/vm.fetch.log 2>&1 || true # the time limit of the test does not include downloads
+    run_tests release -LE '^(long|sweep|bare)$'
+}
+
+job_long() {
+    build release || return
+    build release benchmarks || return
+    run_tests release -L '^(long|sweep)$'
+}
+
+job_clang() {
+    build clang "${provider_tests[@]}" test_cancel || return
+    run_tests clang -LE 'packaging|vm' -E '_NOT_BUILT$'
+}
+
+job_asan() {
+    build asan || return
+    run_tests asan -LE "$not_in_sanitizers"
+}
+
+job_tsan() {
+    build tsan test_runtime test_provider test_classes test_lifecycle test_store test_monitor test_broker test_threads \
+        test_ends test_cancel test_stress || return
+    run_tests tsan -LE "$not_in_sanitizers" -E '_NOT_BUILT$'
+}
+
+job_fuzz() { check ./fuzz.sh --seconds 10; }
+
+job_bare() { check tests/bare/run.sh; }
+
+# --- what the jobs are made of ------------------------------------------------------------------------------------------
+
+passed=0
+failed=0
+
+list_job_names() { cut -d' ' -f1 <<<"$job_table"; }
+
+list_jobs() { sed -E 's/^([a-z]+ +)[a-z,]+ +/\1/' <<<"$job_table"; }
+
+# install_for JOB...: installs the packages that these jobs need and that are missing.
+install_for() {
+    local job groups
+    mapfile -t groups < <(for job; do awk -v job="$job" '$1 == job { print $2 }' <<<"$job_table"; done | tr ',' '\n' | sort -u)
+    scripts/install-deps.sh "${groups[@]}"
+}
+
+# check COMMAND...: counts as one test.
+check() {
+    if "$@"; then
+        passed=$((passed + 1))
+    else
+        failed=$((failed + 1))
+    fi
+}
+
+# build PRESET [TARGET...]: configures and builds. A build that fails counts as one failed test.
+build() {
+    local preset=$1 log=build/$1.configure.log
+    shift
+    if ! cmake --preset "$preset" >"$log" 2>&1; then
+        cat "$log"
+    elif cmake --build --preset "$preset" -j "$(nproc)" ${1:+--target "$@"} -- --quiet; then
+        return 0
+    fi
+    failed=$((failed + 1))
+    return 1
+}
+
+# run_tests PRESET CTEST-OPTION...: runs tests, prints what failed, and counts them.
+run_tests() {
+    local preset=$1 log=build/$1.ctest.log total bad
+    shift
+    ctest --preset "$preset" -j "$(nproc)" "$@" >"$log" 2>&1 || true
+    total=$(sed -nE 's/.*tests failed out of ([0-9]+).*/\1/p' "$log" | tail -n 1)
+    bad=$(sed -nE 's/.*, ([0-9]+) tests failed out of.*/\1/p' "$log" | tail -n 1)
+    if [ "${total:-0}" -eq 0 ]; then
+        cat "$log"
+        echo "test.sh: no test ran in the $preset build" >&2
+        failed=$((failed + 1))
+        return
+    fi
+    [ "$bad" -eq 0 ] || cat "$log"
+    sed -nE '/tests passed|Total Test time|^\s*[0-9]+ - .*\((Failed|Timeout|SEGFAULT|Exit|Not Run)/p' "$log"
+    report_skipped "$log"
+    passed=$((passed + total - bad))
+    failed=$((failed + bad))
+}
+
+# Prints the number of skipped tests. The reason matters for the virtual machine, because so much depends on it.
+report_skipped() {
+    local count
+    count=$(grep -cE '^\s*[0-9]+ - .*\(Skipped\)' "$1" || true)
+    [ "$count" -eq 0 ] || echo "$count tests skipped"
+    if grep -qE '^\s*[0-9]+ - vm \(Skipped\)' "$1"; then
+        echo "The test in a virtual machine was skipped:"
+        tests/vm/run.sh --fetch 2>&1 | tail -n 3 || true
+    fi
+}
+
+# run_jobs JOB...: runs them, prints a summary, and fails if a test failed.
+run_jobs() {
+    local job start bad summary=''
+    for job; do
+        printf '\n==== %s: %s\n' "$job" "$(list_jobs | sed -nE "s/^$job +//p")"
+        start=$SECONDS
+        bad=$failed
+        "job_$job" || true # its failures are counted
+        summary+=$(printf '%-8s %5d s  %s' "$job" $((SECONDS - start)) "$([ "$failed" -eq "$bad" ] && echo ok || echo FAILED)")$'\n'
+    done
+    printf '\n%s\n%d passed, %d failed\n' "$summary" "$passed" "$failed"
+    [ "$failed" -eq 0 ]
+}

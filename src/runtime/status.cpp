@@ -1,8 +1,0 @@
-// SPDX-License-Identifier: Apache-2.0
-#include "runtime/status.h"
-
-CMPIStatus statusWithChars(const CInfo *cInfo, CMPIrc rc, const char *message)
-{
-    // A function, as the convenience macro for it cannot stand before an else.
-    return {rc, cInfo->broker->eft->newString(cInfo->broker, message, nullptr)};
-}

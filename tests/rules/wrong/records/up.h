@@ -1,0 +1,3 @@
+// SPDX-License-Identifier: Apache-2.0
+// An include that runs upwards.
+#include "store/store.h"

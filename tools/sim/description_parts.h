@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: Apache-2.0
+// Parts of a description, each read from its JSON object. All functions throw std::runtime_error with the place of a
+// mistake.
+#pragma once
+
+#include "sim/fields.h"
+
+namespace sim {
+
+DeviceDescription readDevice(Fields fields, int host);
+// The fields that SCSI devices and IDE drives have in common.
+void readSize(Fields &fields, DeviceDescription &device, uint64_t defaultBytes);
+void readBehaviour(Fields &fields, DeviceDescription &device);
+
+IdeChannel readChannel(Fields fields, size_t position);
+IdeDrive readDrive(Fields fields);
+
+// Text of /proc/interrupts and /proc/ioports: as given, from a list of entries, or made up from the description's
+// drivers. Nothing if the file is to be absent.
+std::optional<std::string> interruptsText(Fields &fields, const Description &description);
+std::optional<std::string> ioportsText(Fields &fields, const Description &description);
+
+} // namespace sim
