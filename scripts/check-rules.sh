@@ -26,6 +26,12 @@ breach "no hook for tests in the provider" "$(grep -nE '#if(def)? .*TEST' "${pro
 # Include arrows run downwards only, between floors and inside the two that have parts, and nowhere in a circle.
 breach "include arrows run downwards (scripts/check-floors.sh)" "$(scripts/check-floors.sh)"
 
+# A helper of tests is in tests/support and has no _test in its name: x_test.cpp holds tests, and includes no other one.
+mapfile -t tests < <(find src tools tests bench \( -name '*_test.cpp' -o -name '*_test.h' \) | sort)
+breach "a file named _test holds tests (helpers are in tests/support)" "$(grep -LE '^(TEST|TEST_F|TEST_P)\(' "${tests[@]}")"
+breach "helpers of unit tests are in tests/support" \
+  "$(grep -rlE '#include <g(test|mock)/' --include='*.cpp' --include='*.h' src tools bench | grep -vE '_test\.cpp$')"
+
 breach "nothing is left for later" \
   "$(grep -rnE '\b(TODO|FIXME|XXX|HACK)\b' --include='*.cpp' --include='*.h' --include='*.sh' --include='*.md' --include='CMakeLists.txt' . --exclude-dir=build --exclude-dir=.git | grep -v 'scripts/check-rules.sh')"
 

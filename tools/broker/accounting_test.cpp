@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Who releases what, and what is counted when it is done wrong.
 
-#include "broker/testing/broker_fixture.h"
+#include "support/broker_fixture.h"
 
 #include <algorithm>
 #include <thread>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Loading, factories, requests in their own threads, cleanup: with a small provider of the tests' own.
 
-#include "broker/testing/broker_fixture.h"
 #include "broker/testing/fake_provider.h"
+#include "support/broker_fixture.h"
 
 #include <dlfcn.h>
 #include <thread>
