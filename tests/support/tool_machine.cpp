@@ -145,7 +145,7 @@ int smartStatusOf(const json &device)
     return smart.value("failing", false) ? 1 : 0;
 }
 
-// How much is left, in percent as the model counts it; nothing when the drive has no such attribute or keeps it to
+// The remaining endurance, in percent as the model counts it; nothing if the drive has no such attribute or keeps it to
 // itself because its SMART is off.
 std::optional<int> wearOf(const json &device, int attribute)
 {
