@@ -313,18 +313,9 @@ TEST_F(Everything, ASecondCollectionIsTheSame)
     }
 }
 
-TEST_F(Everything, KeepsNoTable)
+TEST_F(Everything, LeavesNoCollectionBehind)
 {
-    EXPECT_EQ(pCtrlTbl, nullptr);
-    EXPECT_EQ(pDriverTbl, nullptr);
-    EXPECT_EQ(pPortTbl, nullptr);
-    EXPECT_EQ(pSCSIDevTbl, nullptr);
-    EXPECT_EQ(pIDEDevTbl, nullptr);
-    EXPECT_EQ(pHDDevTbl, nullptr);
-    EXPECT_EQ(pleafNoSCSI_Tbl, nullptr);
-    EXPECT_EQ(g_SCSIDeviceInfo, nullptr);
-    EXPECT_EQ(g_SCSIControllerTypeDetail, nullptr);
-    EXPECT_EQ(g_IDEGeneralInfo.devices, nullptr);
+    EXPECT_EQ(currentCollection(), nullptr);
 }
 
 TEST(Collection, AUsbDiskGetsNoEntry)

@@ -7,6 +7,7 @@
 #include "collect/scsi/scsi_discovery.h"
 
 #include <string_view>
+
 // Counts, allocates and fills the controller tables: 0, or -1; FreeControllerTable then frees what is left.
 int InitController();
 

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Building of the device tables from the discovery lists. The controller tables must stand.
+// Building of the device tables from the discovery lists. The controller tables come before them.
 #pragma once
 
-#include "collect/collection/device_tables.h"
 // Counts, allocates and fills the device tables: 0, or -1 with the tables freed.
 int InitDevice();
 

@@ -4,6 +4,7 @@
 
 #include "collect/collection/device_tables.h"
 #include "collect/ide/ide_discovery.h"
+
 // Fills the tables with the devices of the IDE discovery list: 0, or -1, also for an empty list.
 int MakeIDEDeviceTable();
 

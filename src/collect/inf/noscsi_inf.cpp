@@ -139,8 +139,6 @@ int CreateNoSCSIInfoTable(NoSCSIInfo **managementList, NoSCSIInfo **diagnosticLi
     return TRACED(1, kDetail, "_OUT_ return 1");
 }
 
-NoSCSIInfo *pleafNoSCSI_Tbl = nullptr;
-
 void AddNoSCSITable(NoSCSIInfo **list, const char *vendor, const char *model)
 {
     const TraceScope scope;

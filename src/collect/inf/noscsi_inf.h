@@ -19,8 +19,6 @@ struct NoSCSIInfo {
 
 } // namespace tavstrg
 
-extern tavstrg::NoSCSIInfo *pleafNoSCSI_Tbl; // the list that the device-table builder works with; lives for one build
-
 // Builds the lists of the two sections, each in the reverse of the file's order; either pointer may be null, not both.
 // 1 when they were built, *status 0; otherwise 0 with the lists empty and *status 1 (absent, too large or unusable:
 // nothing is left out), -3 (no list asked for) or -9.

@@ -13,6 +13,11 @@ namespace {
 constexpr int32_t kInfAbsent = 1;
 constexpr int32_t kInfTooLarge = -4;
 
+bool nameIsLess(const char *left, const char *right)
+{
+    return std::strcmp(left, right) < 0;
+}
+
 SCSIControllerTypeDetail *findType(SCSIControllerTypeDetail *types, const char *driver)
 {
     while (types != nullptr && _CmpControllerName(types->driver, driver) != 0) {
@@ -70,16 +75,29 @@ ManagedDrivers::~ManagedDrivers()
 bool ManagedDrivers::load()
 {
     int32_t status = 0;
-    return CreatStorageInfoTable(&list_, nullptr, &status) == 1 || status == kInfAbsent || status == kInfTooLarge;
+    const bool loaded = CreatStorageInfoTable(&list_, nullptr, &status) == 1;
+    return (loaded || status == kInfAbsent || status == kInfTooLarge) && index();
+}
+
+bool ManagedDrivers::index()
+{
+    int32_t count = 0;
+    for (const StorageInfo *node = list_; node != nullptr; node = node->next) {
+        ++count;
+    }
+    if (!names_.reserve(count)) {
+        return false;
+    }
+    for (const StorageInfo *node = list_; node != nullptr; node = node->next) {
+        names_.add(node->name);
+    }
+    names_.sort(nameIsLess);
+    return true;
 }
 
 bool ManagedDrivers::has(const char *driver) const
 {
-    const StorageInfo *node = list_;
-    while (node != nullptr && std::strcmp(node->name, driver) != 0) {
-        node = node->next;
-    }
-    return node != nullptr;
+    return names_.find(driver, nameIsLess) >= 0;
 }
 
 bool tavstrg::appendHost(HostArray &hosts, int32_t host, const char *driver)

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "collect/base/node_list.h"
+#include "collect/base/sorted_index.h"
 #include "collect/inf/storage_inf.h"
 #include "collect/scsi/scsi_discovery.h"
 
@@ -20,7 +21,10 @@ public:
     bool has(const char *driver) const;
 
 private:
+    bool index();
+
     StorageInfo *list_ = nullptr;
+    SortedIndex<const char *> names_;
 };
 
 using HostArray = GrowingArray<SCSIHostEntry>;
