@@ -10,7 +10,8 @@
 namespace tavstrg {
 
 constexpr uint16_t kUnknownWord = 0xFFFF;
-constexpr uint64_t kUnknownValue = 0xFFFFFFFF; // deliberate: 32 bits set in a 64-bit field
+constexpr char kNotSupported[] = "Not Supported"; // a text without a source
+constexpr uint64_t kUnknownValue = 0xFFFFFFFF;    // deliberate: 32 bits set in a 64-bit field
 
 // A zeroed table of capacity entries. An empty one is null and needs no memory. 0, or -1 with the table null.
 template <class Entry> int allocateTable(Entry *&table, int32_t capacity)

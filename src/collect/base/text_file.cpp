@@ -2,6 +2,8 @@
 #include "collect/base/text_file.h"
 
 #include <cerrno>
+#include <climits>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -102,6 +104,14 @@ bool TextLines::next(std::string_view &line)
     line = held.substr(0, newline == std::string_view::npos ? held.size() : newline + 1);
     begin_ += line.size();
     return !line.empty();
+}
+
+bool tavstrg::isDirectory(const char *directory, const char *entry)
+{
+    char path[PATH_MAX];
+    struct stat info = {};
+    const int length = std::snprintf(path, sizeof path, "%s/%s", directory, entry);
+    return length < static_cast<int>(sizeof path) && ::stat(path, &info) == 0 && S_ISDIR(info.st_mode);
 }
 
 ReadResult tavstrg::readFirstLine(const char *path, std::span<char> buffer, std::string_view &text)

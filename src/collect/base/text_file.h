@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Bounded reading of small text files: attributes of sysfs, files of procfs, the administrator's files.
+// Bounded reading of small text files (attributes of sysfs, files of procfs, the administrator's files) and of what is
+// beside them in their directories.
 #pragma once
 
 #include "runtime/holders.h"
@@ -43,6 +44,11 @@ private:
     size_t end_ = 0;
     bool failed_ = false;
 };
+
+constexpr int kDotEntries = 2; // "." and "..", the first two of a sorted listing
+
+// Whether an entry of a directory is a directory, also behind a symbolic link.
+bool isDirectory(const char *directory, const char *entry);
 
 enum class ReadResult { done, absent, notOpened, notRead };
 

@@ -10,6 +10,7 @@
 
 namespace tavstrg {
 
+constexpr std::string_view kBlanks = " \t";
 constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
 
 inline std::string_view withoutLeading(std::string_view text, std::string_view characters)

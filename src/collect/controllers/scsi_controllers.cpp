@@ -12,8 +12,6 @@ using namespace tavstrg;
 
 namespace {
 
-constexpr char kNotSupported[] = "Not Supported";
-
 // Compares as many characters as the stored name has: an adapter whose driver's name only begins with a stored one
 // shares its entry. 0 when there is none.
 uint32_t findDriver(std::string_view driver)

@@ -2,6 +2,7 @@
 #include "collect/devices/device_filter.h"
 
 #include "collect/collection/device_kinds.h"
+#include "collect/inf/inf_section.h"
 #include "runtime/field_text.h"
 
 using namespace tavstrg;
@@ -36,7 +37,7 @@ int DeviceFilter::loadUnmanaged()
 {
     int32_t status = 0;
     checkUnmanaged = CreateNoSCSIInfoTable(&pleafNoSCSI_Tbl, nullptr, &status) != 0;
-    return checkUnmanaged || status == kSourceAbsent ? 0 : -1;
+    return checkUnmanaged || status == kInfUnusable ? 0 : -1;
 }
 
 bool DeviceFilter::index()

@@ -38,8 +38,8 @@ IDEDeviceEntry newIDEDeviceEntry(const DeviceKind &kind)
     IDEDeviceEntry entry = {};
     entry.Index = static_cast<uint16_t>(collection().ide_dev_cnt + 1);
     entry.DeviceTypeIndex = static_cast<uint16_t>(countersOf(collection(), kind.deviceClass).written + 1);
-    copyText(entry.notSupported, "Not Supported");
-    copyText(entry.revision, "Not Supported");
+    copyText(entry.notSupported, kNotSupported);
+    copyText(entry.revision, kNotSupported);
     copyText(entry.SerialNumber, "Unknown");
     entry.classCodes[0] = kind.codes[0];
     entry.classCodes[1] = kind.codes[1];

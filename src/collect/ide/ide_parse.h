@@ -7,9 +7,9 @@
 
 namespace tavstrg {
 
-constexpr int32_t kUnknownWord = 65535;
+constexpr int32_t kUnknownChannel = 65535;
 
-// The first word as a decimal number; kUnknownWord when it is none.
+// The first word as a decimal number; kUnknownChannel when it is none.
 int32_t parseIDEChannel(std::string_view text);
 // One line, without its newline and with at most 63 characters.
 std::string_view parseIDELine(std::string_view text);

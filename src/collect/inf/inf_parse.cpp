@@ -10,8 +10,6 @@ using namespace tavstrg;
 
 namespace {
 
-constexpr std::string_view kBlanks = " \t";
-
 struct HeaderLine {
     bool found = false;
     size_t begin = 0; // of the line

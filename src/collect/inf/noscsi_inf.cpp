@@ -17,10 +17,6 @@ using namespace tavstrg;
 
 namespace {
 
-constexpr int32_t kStatusUnusable = 1; // as if there were no file
-constexpr int32_t kStatusNoList = -3;
-constexpr int32_t kStatusError = -9;
-
 // One line of a section as both lists take it, traced in the words of its section.
 struct SectionLine {
     char text[kMaxNoScsiSectionLine + 1] = {};
@@ -39,7 +35,7 @@ void traceDiagnostic(const SectionLine &line)
     TRACE(kDetail, "=linebuf=%s .vendor=%s,model=%s", line.text, line.vendor, line.model);
 }
 
-void addSection(NoSCSIInfo **list, std::string_view section, TraceLine traceSection)
+void addDevices(NoSCSIInfo **list, std::string_view section, TraceLine traceSection)
 {
     if (list == nullptr) {
         return;
@@ -91,7 +87,7 @@ int CreateNoSCSIInfoTable(NoSCSIInfo **managementList, NoSCSIInfo **diagnosticLi
     }
     *status = 0;
     if (managementList == nullptr && diagnosticList == nullptr) {
-        *status = kStatusNoList;
+        *status = kInfNoList;
         return TRACED(0, kFailure, "_OUT_ both pNoSCSI_Tbl and pNoDiagnoTbl is NULL.");
     }
     for (NoSCSIInfo **const list : {managementList, diagnosticList}) {
@@ -105,15 +101,15 @@ int CreateNoSCSIInfoTable(NoSCSIInfo **managementList, NoSCSIInfo **diagnosticLi
     struct stat info = {};
     if (::stat(path, &info) != 0) {
         const bool absent = errno == ENOENT;
-        *status = absent ? kStatusUnusable : kStatusError;
+        *status = absent ? kInfUnusable : kInfError;
         return absent ? TRACED(0, kDetail, "_OUT_ file noscsi.inf not exist")
                       : TRACED(0, kFailure, "_OUT_ stat error.");
     }
     if (info.st_size > kMaxInfFileSize) {
-        *status = kStatusUnusable; // deliberate: unlike "storage.inf" it then counts as absent
+        *status = kInfUnusable; // deliberate: unlike "storage.inf" it then counts as absent
         return TRACED(0, kFailure, "_OUT_ noscsi.inf files size >64K.");
     }
-    *status = kStatusError;
+    *status = kInfError;
     const int size = static_cast<int>(info.st_size);
     const HeapBlock<char> management(memalloc(size + 1));
     if (!management) {
@@ -129,12 +125,12 @@ int CreateNoSCSIInfoTable(NoSCSIInfo **managementList, NoSCSIInfo **diagnosticLi
         return TRACED(0, kFailure, "_OUT_ getSectionFromInfFile() failed");
     }
     if (result > 0) {
-        *status = kStatusUnusable;
+        *status = kInfUnusable;
         return TRACED(0, kDetail,
                       "_OUT_ getSectionFromInfFile() file not exist or invalid file content or file content nothing.");
     }
-    addSection(managementList, management.get(), traceManagement);
-    addSection(diagnosticList, diagnostic.get(), traceDiagnostic);
+    addDevices(managementList, management.get(), traceManagement);
+    addDevices(diagnosticList, diagnostic.get(), traceDiagnostic);
     *status = 0;
     return TRACED(1, kDetail, "_OUT_ return 1");
 }

@@ -23,6 +23,8 @@ struct NoSCSIInfo {
 // 1 when they were built, *status 0; otherwise 0 with the lists empty and *status 1 (absent, too large or unusable:
 // nothing is left out), -3 (no list asked for) or -9.
 int CreateNoSCSIInfoTable(tavstrg::NoSCSIInfo **managementList, tavstrg::NoSCSIInfo **diagnosticList, int32_t *status);
+// The functions with five parameters below have the system's signatures.
+
 // Vendor and model of one line: 0, or -1 when it has none. The sizes are characters: each text holds one byte more.
 int ParseVendorandModel(const char *line, char *vendor, int vendorSize, char *model, int modelSize);
 // Both keys of a line: 0, or -1 when either cannot be read. Sizes as above.

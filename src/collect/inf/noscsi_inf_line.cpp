@@ -49,7 +49,7 @@ int FindString(const char *text, const char *key, char *value, int size, const c
         return TRACED(0, kFailure, "_OUT_ strlen(name)=[%d]", 0);
     }
     std::string_view found;
-    switch (findKeyValue(text, key, charactersOf(size), stop == nullptr ? "" : stop, found)) {
+    switch (findKeyValue(text, {key, charactersOf(size), stop == nullptr ? "" : stop}, found)) {
     case KeyValue::noKey:
         return TRACED(0, kDetail, "_OUT_ cann't find [%s] in [%s].", key, text);
     case KeyValue::noColon:

@@ -18,10 +18,14 @@ constexpr std::string_view kModelKey = "Model";
 bool takeWholeLine(std::string_view &rest, std::string_view &line);
 
 enum class KeyValue { found, noKey, noColon, tooLong };
-// Value of the first occurrence of a key in a text, which a colon must follow: trimmed, up to the stop text (none when
-// empty) or the end. A value of more than maxLength characters is refused; value is set then, too.
-KeyValue findKeyValue(std::string_view text, std::string_view key, size_t maxLength, std::string_view stop,
-                      std::string_view &value);
+struct WantedKey {
+    std::string_view name;
+    size_t maxLength;        // characters of its value
+    std::string_view stop{}; // text at which the value ends; empty: at the end
+};
+// Value of the first occurrence of a key in a text, which a colon must follow, trimmed. One of more than maxLength
+// characters is refused; value is set then, too.
+KeyValue findKeyValue(std::string_view text, const WantedKey &key, std::string_view &value);
 
 enum class NoScsiLine {
     entry,

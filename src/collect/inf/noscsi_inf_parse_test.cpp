@@ -199,9 +199,9 @@ INSTANTIATE_TEST_SUITE_P(All, Finds, testing::ValuesIn(kFinds));
 TEST(FindKeyValue, TrimsNoMoreThanTheTrimmersLength)
 {
     std::string_view value;
-    EXPECT_EQ(findKeyValue("K:" + std::string(256, ' ') + "v", "K", 64, {}, value), KeyValue::found);
+    EXPECT_EQ(findKeyValue("K:" + std::string(256, ' ') + "v", {"K", 64}, value), KeyValue::found);
     EXPECT_EQ(value, "");
-    EXPECT_EQ(findKeyValue("K:" + std::string(300, 'v'), "K", 256, {}, value), KeyValue::found);
+    EXPECT_EQ(findKeyValue("K:" + std::string(300, 'v'), {"K", 256}, value), KeyValue::found);
     EXPECT_EQ(value.size(), 256U);
 }
 

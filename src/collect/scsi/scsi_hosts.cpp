@@ -10,9 +10,6 @@ using namespace tavstrg;
 
 namespace {
 
-constexpr int32_t kInfAbsent = 1;
-constexpr int32_t kInfTooLarge = -4;
-
 bool nameIsLess(const char *left, const char *right)
 {
     return std::strcmp(left, right) < 0;
@@ -41,27 +38,27 @@ bool countType(NodeList<SCSIControllerTypeDetail> &types, const SCSIHostEntry &h
 }
 
 // Results of a failed or empty list of types; false when an argument is null.
-bool beginTypes(SCSIControllerTypeDetail **list, int32_t *typeCount, int32_t *controllerCount, int32_t *status)
+bool beginTypes(const HostTypes &out)
 {
-    if (status != nullptr) {
-        *status = kSourceNull;
+    if (out.status != nullptr) {
+        *out.status = kSourceNull;
     }
-    if (list == nullptr) {
+    if (out.list == nullptr) {
         return TRACED(false, kFailure, "_OUT_ param(list) Failure!!");
     }
-    *list = nullptr;
-    if (typeCount == nullptr) {
+    *out.list = nullptr;
+    if (out.typeCount == nullptr) {
         return TRACED(false, kFailure, "_OUT_ param(typeCount) Failure!!");
     }
-    *typeCount = 0;
-    if (controllerCount == nullptr) {
+    *out.typeCount = 0;
+    if (out.controllerCount == nullptr) {
         return TRACED(false, kFailure, "_OUT_ param(controllerCount) Failure!!");
     }
-    *controllerCount = 0;
-    if (status == nullptr) {
+    *out.controllerCount = 0;
+    if (out.status == nullptr) {
         return TRACED(false, kFailure, "_OUT_ param(status) Failure!!");
     }
-    *status = 0;
+    *out.status = 0;
     return true;
 }
 
@@ -76,7 +73,7 @@ bool ManagedDrivers::load()
 {
     int32_t status = 0;
     const bool loaded = CreatStorageInfoTable(&list_, nullptr, &status) == 1;
-    return (loaded || status == kInfAbsent || status == kInfTooLarge) && index();
+    return (loaded || status == kInfUnusable || status == kInfTooLarge) && index();
 }
 
 bool ManagedDrivers::index()
@@ -150,25 +147,25 @@ int tavstrg::listHosts(HostReader reader, SCSIHostEntry **list, int32_t *count)
     return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
 }
 
-int tavstrg::listHostTypes(HostReader reader, SCSIControllerTypeDetail **list, int32_t *typeCount,
-                           int32_t *controllerCount, int32_t *status)
+int tavstrg::listHostTypes(HostReader reader, const HostTypes &out)
 {
-    if (!beginTypes(list, typeCount, controllerCount, status)) {
+    if (!beginTypes(out)) {
         return -1;
     }
     HostArray hosts;
-    *status = reader(hosts);
+    int32_t &status = *out.status;
+    status = reader(hosts);
     NodeList<SCSIControllerTypeDetail> types;
-    for (int32_t i = 0; *status == 0 && i < hosts.count(); ++i) {
+    for (int32_t i = 0; status == 0 && i < hosts.count(); ++i) {
         if (!countType(types, hosts[i])) {
-            *status = kSourceNoMemory;
+            status = kSourceNoMemory;
         }
     }
-    if (*status != 0) {
-        return TRACED(-1, *status == kSourceAbsent ? kDetail : kFailure, "_OUT_ (-1) status=[%d]", *status);
+    if (status != 0) {
+        return TRACED(-1, status == kSourceAbsent ? kDetail : kFailure, "_OUT_ (-1) status=[%d]", status);
     }
-    *controllerCount = hosts.count();
-    *typeCount = types.count();
-    *list = types.handOver();
+    *out.controllerCount = hosts.count();
+    *out.typeCount = types.count();
+    *out.list = types.handOver();
     return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
 }

@@ -45,10 +45,17 @@ int proc_GetSCSIControllerNumFromType(const char *driver, tavstrg::HostArray &ho
 
 namespace tavstrg {
 
+// Where the list of types goes, as the functions of the discovery have their arguments.
+struct HostTypes {
+    SCSIControllerTypeDetail **list;
+    int32_t *typeCount;
+    int32_t *controllerCount;
+    int32_t *status;
+};
+
 // The three products of a reading, with the contracts of the functions of the discovery that give them.
 int countHosts(HostReader reader);
 int listHosts(HostReader reader, SCSIHostEntry **list, int32_t *count);
-int listHostTypes(HostReader reader, SCSIControllerTypeDetail **list, int32_t *typeCount, int32_t *controllerCount,
-                  int32_t *status);
+int listHostTypes(HostReader reader, const HostTypes &out);
 
 } // namespace tavstrg

@@ -20,7 +20,6 @@ constexpr std::array<std::string_view, 10> kTypes = {
 constexpr std::array<std::string_view, 6> kNeverHostAdapters = {"scsi", "iscsi", "sg", "usb", "ovfx2", "hub"};
 constexpr std::array<std::string_view, 3> kUsbDrivers = {"usb", "ovfx2", "hub"};
 
-constexpr std::string_view kBlanks = " \t";
 constexpr size_t kHostLabel = 4; // characters of "scsi" before the number of a host's name
 constexpr int kFirstSysfsRelease = 26;
 

@@ -37,7 +37,6 @@ void chooseCdbLength(ScsiDisk &disk)
 // the page that was sent to it must not be taken for its answer.
 int readPage(const ScsiDisk &disk, PageBuffer &buffer)
 {
-    constexpr int kCurrentValues = 0;
     buffer.fill(0);
     const auto sense = disk.modese_len == kModeSense10 ? modesense10 : modesense;
     return sense(disk.fd, kExceptionsModePage, kCurrentValues, buffer.data(), kBufferLength);
@@ -151,8 +150,6 @@ int fetchState(ScsiDisk disk)
     return off ? TRACED(0, kDetail, "HD %s smart disable", entry.DevPath)
                : TRACED(0, kDetail, "HD %s smart enable", entry.DevPath);
 }
-
-using PageBuffer = std::array<uint8_t, kPageBuffer>;
 
 // The additional sense code of the Informational Exceptions log page; none, traced, when it cannot be had.
 std::optional<uint8_t> readLog(int fd, const char *path)
