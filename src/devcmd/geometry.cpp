@@ -137,6 +137,10 @@ int GetGeoFromKernel(const char *path, StrgGeoInfo *geo)
     if (!isUsable({read.heads, read.sectors})) {
         return TRACED(-1, kFailure, "_OUT_ heads=[%u] sectors=[%u] Failure!!", read.heads, read.sectors);
     }
+    // Deliberate: unlike GetGeometry, which takes such a sector as one of the kernel's.
+    if (sectorSize < kKernelSector) {
+        return TRACED(-1, kFailure, "_OUT_ sectorSize=[%d] Failure!!", sectorSize);
+    }
     const uint64_t cylinders = size / (uint64_t{read.heads} * read.sectors * sectorFactor(sectorSize));
     read.cylinders = fitted(cylinders);
     read.capacity = capacityMiB(sectorSize, cylinders, read.heads, read.sectors);

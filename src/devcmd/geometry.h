@@ -5,6 +5,7 @@
 #include "devcmd/hard_disk.h"
 
 #include <cstdint>
+
 extern int32_t sector_size; // logical sector size last read, bytes; 512 at first. Meant to outlive a collection.
 
 struct StrgGeoInfo {
@@ -30,7 +31,7 @@ int get_sectorsize(int fd);
 int get_kernel_geometry(int fd, StrgGeoInfo *geo);
 // Size in 512-byte sectors; 0 on failure.
 uint64_t disksize(int fd);
-// Geometry and capacity of a device node: 0, or -1.
+// Geometry and capacity of a device node: 0, or -1, also for a sector size below 512.
 int GetGeoFromKernel(const char *path, StrgGeoInfo *geo);
 void GetGeometry(int fd, tavstrg::GeometryTriple *geometry);
 // Fills the four geometry fields of a hard-disk entry from its device node: 0, or -1 with the entry untouched.
