@@ -213,8 +213,7 @@ TEST_F(GeometryTest, GeoFromKernelFailsBelow512ByteSectors)
         StrgGeoInfo geo{1, 2, 3, 4};
         EXPECT_EQ(GetGeoFromKernel(node.path(), &geo), -1) << size;
         EXPECT_EQ(geo.cylinders, 1U);
-        EXPECT_TRUE(traces.has(tavstrg::kFailure, "_OUT_ sectorSize=[" + std::to_string(size) + "] Failure!!",
-                               "GetGeoFromKernel"));
+        EXPECT_TRUE(traces.has(3, "_OUT_ sectorSize=[" + std::to_string(size) + "] Failure!!", "GetGeoFromKernel"));
     }
     for (const int size : {512, 513, 520}) {
         disk = kAhciDisk;
