@@ -58,6 +58,7 @@ template <class Entry> bool growAndAppend(Entry *&table, int32_t &capacity, int3
 // A list in one block that must not outlive its scope.
 template <class Entry> struct ListHolder {
     ListHolder() = default;
+    explicit ListHolder(void *block) : entries(static_cast<Entry *>(block)) {}
     ~ListHolder() { release(); }
     ListHolder(const ListHolder &) = delete;
     ListHolder &operator=(const ListHolder &) = delete;

@@ -145,6 +145,8 @@ int GetIDEInfoFromProc(IDEGeneralInfo *info)
     for (int i = kDotEntries; i < entries.count(); ++i) {
         cancellationPoint();
         if (!addIDEEntry(walk, entries.name(i))) {
+            walk.controllers.release();
+            walk.devices.release();
             return TRACED(-1, kFailure, "_OUT_ (-1)");
         }
     }
@@ -160,7 +162,7 @@ void FreeIDEInfo(IDEGeneralInfo *info)
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (info == nullptr) {
-        TRACE(kDetail, "_OUT_ ResultInfo is NULL");
+        TRACE(kFailure, "_OUT_ ResultInfo is NULL");
         return;
     }
     freeNodes(info->controllers);

@@ -2,13 +2,12 @@
 // The list of unmanaged devices: its nodes, and whether a device is on it.
 #include "collect/inf/noscsi_inf.h"
 
+#include "collect/base/flat_table.h"
 #include "collect/base/node_list.h"
 #include "collect/inf/data_path.h"
 #include "collect/inf/inf_section.h"
 #include "collect/inf/storage_inf.h"
 #include "runtime/field_text.h"
-#include "runtime/holders.h"
-#include "runtime/memory.h"
 
 #include <cerrno>
 #include <sys/stat.h>
@@ -111,16 +110,23 @@ int CreateNoSCSIInfoTable(NoSCSIInfo **managementList, NoSCSIInfo **diagnosticLi
     }
     *status = kInfError;
     const int size = static_cast<int>(info.st_size);
-    const HeapBlock<char> management(memalloc(size + 1));
-    if (!management) {
+    ListHolder<char> management(memalloc(size + 1));
+    if (management.entries == nullptr) {
         return TRACED(0, kFailure, "_OUT_ malloc Mpbuf failed.");
     }
-    const HeapBlock<char> diagnostic(memalloc(size + 1));
-    if (!diagnostic) {
+    ListHolder<char> diagnostic(memalloc(size + 1));
+    if (diagnostic.entries == nullptr) {
+        management.release();
         return TRACED(0, kFailure, "_OUT_ malloc Dpbuf failed.");
     }
-    const int result = getSectionFromInfFile(path, size, management.get(), diagnostic.get(), kGroupManagementPort,
+    const int result = getSectionFromInfFile(path, size, management.entries, diagnostic.entries, kGroupManagementPort,
                                              kGroupDiagnosticPort);
+    if (result == 0) {
+        addDevices(managementList, management.entries, traceManagement);
+        addDevices(diagnosticList, diagnostic.entries, traceDiagnostic);
+    }
+    management.release();
+    diagnostic.release();
     if (result < 0) {
         return TRACED(0, kFailure, "_OUT_ getSectionFromInfFile() failed");
     }
@@ -129,8 +135,6 @@ int CreateNoSCSIInfoTable(NoSCSIInfo **managementList, NoSCSIInfo **diagnosticLi
         return TRACED(0, kDetail,
                       "_OUT_ getSectionFromInfFile() file not exist or invalid file content or file content nothing.");
     }
-    addDevices(managementList, management.get(), traceManagement);
-    addDevices(diagnosticList, diagnostic.get(), traceDiagnostic);
     *status = 0;
     return TRACED(1, kDetail, "_OUT_ return 1");
 }

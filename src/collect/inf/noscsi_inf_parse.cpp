@@ -15,7 +15,7 @@ bool tavstrg::takeWholeLine(std::string_view &rest, std::string_view &line)
     return !line.empty();
 }
 
-KeyValue tavstrg::findKeyValue(std::string_view text, const WantedKey &key, std::string_view &value)
+KeyValue tavstrg::findRawValue(std::string_view text, const WantedKey &key, std::string_view &value)
 {
     value = {};
     const size_t at = text.find(key.name);
@@ -28,7 +28,17 @@ KeyValue tavstrg::findKeyValue(std::string_view text, const WantedKey &key, std:
     }
     rest.remove_prefix(1);
     const size_t end = key.stop.empty() ? std::string_view::npos : rest.find(key.stop);
-    value = withoutSpace(rest.substr(0, end).substr(0, kDelSpaceMax));
+    value = rest.substr(0, end).substr(0, kDelSpaceMax);
+    return KeyValue::found;
+}
+
+KeyValue tavstrg::findKeyValue(std::string_view text, const WantedKey &key, std::string_view &value)
+{
+    const KeyValue result = findRawValue(text, key, value);
+    if (result != KeyValue::found) {
+        return result;
+    }
+    value = withoutSpace(value);
     return value.size() > key.maxLength ? KeyValue::tooLong : KeyValue::found;
 }
 

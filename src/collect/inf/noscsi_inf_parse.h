@@ -23,8 +23,10 @@ struct WantedKey {
     size_t maxLength;        // characters of its value
     std::string_view stop{}; // text at which the value ends; empty: at the end
 };
-// Value of the first occurrence of a key in a text, which a colon must follow, trimmed. One of more than maxLength
-// characters is refused; value is set then, too.
+// Value of the first occurrence of a key in a text, which a colon must follow: untrimmed, and of no more characters
+// than del_space handles. found, noKey or noColon; maxLength is not looked at.
+KeyValue findRawValue(std::string_view text, const WantedKey &key, std::string_view &value);
+// The same, trimmed. One of more than maxLength characters is refused; value is set then, too.
 KeyValue findKeyValue(std::string_view text, const WantedKey &key, std::string_view &value);
 
 enum class NoScsiLine {

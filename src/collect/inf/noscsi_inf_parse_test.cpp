@@ -205,6 +205,44 @@ TEST(FindKeyValue, TrimsNoMoreThanTheTrimmersLength)
     EXPECT_EQ(value.size(), 256U);
 }
 
+// The functions that were entered, in order.
+std::vector<std::string> entered(const TraceRecorder &trace)
+{
+    std::vector<std::string> functions;
+    for (const TraceRecord &record : trace.records()) {
+        if (record.text == "_IN_") {
+            functions.push_back(record.function);
+        }
+    }
+    return functions;
+}
+
+TEST(NoScsiTrim, LineVendorAndModelAreTrimmedTraced)
+{
+    const TraceRecorder trace;
+    char vendor[kMaxNoScsiKey + 1] = {};
+    char model[kMaxNoScsiKey + 1] = {};
+    ASSERT_EQ(ParseVendorandModel(" Vendor: A Model: B \n", vendor, kMaxNoScsiKey, model, kMaxNoScsiKey), 0);
+    EXPECT_EQ(entered(trace), (std::vector<std::string>{"ParseVendorandModel", "del_space", "GetNoSCSIInfo",
+                                                        "FindString", "del_space", "FindString", "del_space"}));
+}
+
+TEST(NoScsiTrim, WhatIsRefusedBeforeTrimmingIsNotTrimmed)
+{
+    const TraceRecorder trace;
+    char vendor[kMaxNoScsiKey + 1] = {};
+    char model[kMaxNoScsiKey + 1] = {};
+    for (const std::string &line : {std::string("\n"), std::string(256, 'x'), std::string("[Management Port]")}) {
+        EXPECT_EQ(ParseVendorandModel(line.c_str(), vendor, kMaxNoScsiKey, model, kMaxNoScsiKey), -1);
+    }
+    EXPECT_EQ(FindString("no key", "Vendor", vendor, kMaxNoScsiKey, nullptr), 0);
+    EXPECT_EQ(FindString("Vendor ", "Vendor", vendor, kMaxNoScsiKey, nullptr), 0);
+    EXPECT_TRUE(trace.textsOf("del_space").empty());
+    EXPECT_EQ(ParseVendorandModel(" # \n", vendor, kMaxNoScsiKey, model, kMaxNoScsiKey), -1);
+    EXPECT_EQ(ParseVendorandModel(" \n", vendor, kMaxNoScsiKey, model, kMaxNoScsiKey), -1);
+    EXPECT_EQ(trace.textsOf("del_space").size(), 4U);
+}
+
 TEST(NoScsiArguments, AreCheckedInTheirOrder)
 {
     TraceRecorder trace;

@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/inf/storage_inf.h"
 
+#include "collect/base/flat_table.h"
 #include "collect/base/node_list.h"
 #include "collect/base/text_scan.h"
 #include "collect/inf/data_path.h"
 #include "collect/inf/inf_parse.h"
 #include "collect/inf/inf_section.h"
 #include "runtime/field_text.h"
-#include "runtime/holders.h"
-#include "runtime/memory.h"
 #include "runtime/trace.h"
 
 #include <cerrno>
@@ -43,6 +42,9 @@ void addLine(StorageInfo **list, std::string_view text)
 
 void addDrivers(StorageInfo **list, std::string_view section)
 {
+    if (list == nullptr) {
+        return;
+    }
     std::string_view line;
     while (takeLine(section, line)) {
         const std::string_view text = withoutLineEnd(line);
@@ -88,23 +90,25 @@ int CreatStorageInfoTable(StorageInfo **managementList, StorageInfo **diagnostic
         return TRACED(0, kFailure, "_OUT_ storage.inf files size >64K..");
     }
     const int size = static_cast<int>(info.st_size);
-    const HeapBlock<char> management(memalloc(size + 1));
-    const HeapBlock<char> diagnostic(memalloc(size + 1));
-    if (!management || !diagnostic) {
+    ListHolder<char> management(memalloc(size + 1));
+    ListHolder<char> diagnostic(memalloc(size + 1));
+    if (management.entries == nullptr || diagnostic.entries == nullptr) {
+        management.release();
+        diagnostic.release();
         *status = kInfError;
         return TRACED(0, kFailure, "_OUT_ MPbuf or DPbuf malloc error");
     }
-    const int result = getSectionFromInfFile(path, size, management.get(), diagnostic.get(), kGroupManagementPort,
+    const int result = getSectionFromInfFile(path, size, management.entries, diagnostic.entries, kGroupManagementPort,
                                              kGroupDiagnosticPort);
+    if (result == 0) {
+        addDrivers(managementList, management.entries);
+        addDrivers(diagnosticList, diagnostic.entries);
+    }
+    management.release();
+    diagnostic.release();
     if (result != 0) {
         *status = result == 1 ? kInfUnusable : 0;
         return TRACED(0, result == 1 ? kDetail : kFailure, "_OUT_ getSectionFromInfFile() Rtn=[%d]", result);
-    }
-    if (managementList != nullptr) {
-        addDrivers(managementList, management.get());
-    }
-    if (diagnosticList != nullptr) {
-        addDrivers(diagnosticList, diagnostic.get());
     }
     return TRACED(1, kDetail, "_OUT_ return 1");
 }

@@ -200,12 +200,15 @@ TEST_F(CreatStorageInfoTableTest, RefusedLinesAreSkippedAndTraced)
     EXPECT_EQ(names(management), (Names{std::string(64, 'n'), "ahci"}));
     Names own = trace.textsOf("CreatStorageInfoTable");
     own.erase(own.begin(), own.begin() + 2);
+    for (std::string &text : own) {
+        text = text.starts_with("memfree(0x") ? "memfree" : text;
+    }
     EXPECT_EQ(own, (Names{"this line of storage.inf file is invalid", "this line of storage.inf file is invalid",
                           "MP or DP appears more than 1 times", "line is too long",
                           "this line of storage.inf file is invalid", "this line of storage.inf file is invalid",
-                          "_OUT_ return 1"}));
-    for (const std::string &text : own) {
-        EXPECT_TRUE(trace.has(0, text, "CreatStorageInfoTable")) << text;
+                          "memfree", "memfree", "_OUT_ return 1"}));
+    for (const TraceRecord &record : trace.records()) {
+        EXPECT_EQ(record.level, 0) << record.text;
     }
 }
 

@@ -55,6 +55,7 @@ int proc_GetSCSIDeviceInfoFromProc(SCSIDeviceInfo **list, int32_t *count, int32_
     NodeList<SCSIDeviceInfo> devices;
     *status = readRecords(file, devices);
     if (*status != 0) {
+        devices.release();
         return TRACED(-1, kFailure, "_OUT_ (-1) status=[%d]", *status);
     }
     return finishDeviceList(devices, list, count);

@@ -78,6 +78,7 @@ int sys_GetSCSIDeviceInfoFromSys(SCSIDeviceInfo **list, int32_t *count, int32_t 
         }
         if (!appendDevice(devices, readDevice(entries.name(i), address))) {
             *status = kSourceNoMemory;
+            devices.release();
             return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
         }
     }

@@ -124,6 +124,7 @@ int tavstrg::countHosts(HostReader reader)
     HostArray hosts;
     const int32_t status = reader(hosts);
     const int result = status == 0 || status == kSourceAbsent ? hosts.count() : -1;
+    hosts.release();
     return TRACED(result, result < 0 ? kFailure : kDetail, "_OUT_ ret=[%d]", result);
 }
 
@@ -140,6 +141,7 @@ int tavstrg::listHosts(HostReader reader, SCSIHostEntry **list, int32_t *count)
     HostArray hosts;
     const int32_t status = reader(hosts);
     if (status != 0 && status != kSourceAbsent) {
+        hosts.release();
         return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
     }
     *count = hosts.count();
@@ -161,10 +163,12 @@ int tavstrg::listHostTypes(HostReader reader, const HostTypes &out)
             status = kSourceNoMemory;
         }
     }
+    *out.controllerCount = status == 0 ? hosts.count() : 0;
+    hosts.release();
     if (status != 0) {
+        types.release();
         return TRACED(-1, status == kSourceAbsent ? kDetail : kFailure, "_OUT_ (-1) status=[%d]", status);
     }
-    *out.controllerCount = hosts.count();
     *out.typeCount = types.count();
     *out.list = types.handOver();
     return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
