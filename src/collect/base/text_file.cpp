@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/base/text_file.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -94,8 +95,10 @@ bool TextLines::next(std::string_view &line)
     std::string_view held(buffer_ + begin_, end_ - begin_);
     if (held.find('\n') == std::string_view::npos) {
         std::memmove(buffer_, held.data(), held.size());
-        const ssize_t got = file_.readLine(std::span(buffer_).subspan(held.size()));
+        const size_t room = std::min(sizeof buffer_ - held.size(), left_);
+        const ssize_t got = file_.readLine(std::span(buffer_).subspan(held.size(), room));
         failed_ = got < 0;
+        left_ -= failed_ ? 0 : static_cast<size_t>(got);
         begin_ = 0;
         end_ = failed_ ? 0 : held.size() + static_cast<size_t>(got);
         held = {buffer_, end_};

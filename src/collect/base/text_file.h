@@ -32,13 +32,16 @@ class TextLines {
 public:
     static constexpr size_t kMaxLine = 1023;
 
-    explicit TextLines(const TextFile &file) : file_(file) {}
-    // Next line, valid until the next call; false at the end of the file and on an error.
+    // Of the file at most so many bytes are read.
+    TextLines(const TextFile &file, size_t maxBytes) : file_(file), left_(maxBytes) {}
+    // Next line, valid until the next call; false at the end of the file, at the bound and on an error.
     bool next(std::string_view &line);
     bool failed() const { return failed_; }
+    bool isAtBound() const { return left_ == 0; }
 
 private:
     const TextFile &file_;
+    size_t left_;
     char buffer_[kMaxLine];
     size_t begin_ = 0;
     size_t end_ = 0;

@@ -51,13 +51,14 @@ void ProcLine::removeNewline()
     }
 }
 
-bool tavstrg::readProcLine(std::FILE *file, ProcLine &line)
+bool tavstrg::readProcLine(std::FILE *file, ProcLine &line, size_t &left)
 {
     line.length = 0;
     line.complete = false;
     bool any = false;
-    for (int c = ::getc_unlocked(file); c != EOF; c = ::getc_unlocked(file)) {
+    for (int c = EOF; left > 0 && (c = ::getc_unlocked(file)) != EOF;) {
         any = true;
+        --left;
         if (line.length < kProcLineMax) {
             line.text[line.length++] = static_cast<char>(c);
         }

@@ -23,10 +23,11 @@ struct ProcLine {
     void removeNewline();
 };
 
-// Reads the next line: false at the end of the file. What a line has beyond kProcLineMax characters is passed over: it
+// Reads the next line, of no more than left characters, which become so many fewer: false at the end of the file and
+// with none left. What a line has beyond kProcLineMax characters is passed over: it
 // is never taken for a line of its own, whose number would then be one of the counts in the middle of an interrupt's
 // line.
-bool readProcLine(std::FILE *file, ProcLine &line);
+bool readProcLine(std::FILE *file, ProcLine &line, size_t &left);
 
 // The lines of an interrupt that are looked for.
 struct InterruptSearch {
