@@ -16,7 +16,7 @@ std::string machineOfKernel(const std::string &release)
 {
     return R"({"kernel": ")" + release + R"("})";
 }
-TEST(Collection, OfAMachineWithoutAnyDeviceHasEveryCountZeroAndEveryAddressNull)
+TEST(Collection, WithoutDevicesCountsAreZeroAndArraysNull)
 {
     const sim::Machine machine("{}");
     TraceRecorder trace;
@@ -292,7 +292,7 @@ TEST_F(Everything, HasTheOtherClasses)
     EXPECT_EQ(now_.dat[TAV_CID_STRG_LIFE].datAdr, nullptr);
 }
 
-TEST_F(Everything, MeetsNoIoctlThatTheMachineDoesNotKnowAndLeavesNothingOpen)
+TEST_F(Everything, SendsKnownIoctlsOnlyAndClosesEverything)
 {
     EXPECT_EQ(machine_.unknownIoctls(), 0U);
     EXPECT_EQ(machine_.openDescriptors(), 0);

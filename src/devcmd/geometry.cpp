@@ -18,7 +18,7 @@ int32_t sector_size = kKernelSector;
 
 namespace {
 
-// Traces in the name of the function that asks.
+// Traces under the name of its caller.
 std::optional<uint64_t> readKernelSectors(int fd)
 {
     unsigned long sectors = 0;

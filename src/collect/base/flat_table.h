@@ -38,7 +38,7 @@ template <class Entry> bool appendEntry(Entry *table, int32_t capacity, int32_t 
     return true;
 }
 
-// For tables whose final size is not known beforehand: makes room first. False when memory is short; the table is then
+// For tables whose final size is not known beforehand: makes room first. False if memory is short; the table is then
 // lost, null and empty.
 template <class Entry> bool growAndAppend(Entry *&table, int32_t &capacity, int32_t &count, const Entry &entry)
 {
@@ -55,7 +55,7 @@ template <class Entry> bool growAndAppend(Entry *&table, int32_t &capacity, int3
     return appendEntry(table, capacity, count, entry);
 }
 
-// A list in one block that must not outlive its scope.
+// A list in one block that is freed at the end of its scope.
 template <class Entry> struct ListHolder {
     ListHolder() = default;
     explicit ListHolder(void *block) : entries(static_cast<Entry *>(block)) {}

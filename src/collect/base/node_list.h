@@ -29,7 +29,7 @@ public:
     ~NodeList() { release(); }
     NodeList(const NodeList &) = delete;
     NodeList &operator=(const NodeList &) = delete;
-    // A zero-filled node at the tail, or null when memory is short.
+    // A zero-filled node at the tail, or null if memory is short.
     Node *append()
     {
         auto *const node = static_cast<Node *>(memalloc(sizeof(Node)));
@@ -69,7 +69,7 @@ public:
     ~GrowingArray() { release(); }
     GrowingArray(const GrowingArray &) = delete;
     GrowingArray &operator=(const GrowingArray &) = delete;
-    // A zero-filled entry at the end; null when memory is short, and then what was there is lost.
+    // A zero-filled entry at the end; null if memory is short, and then what was there is lost.
     Entry *append()
     {
         if (count_ == capacity_ && !grow()) {

@@ -20,8 +20,8 @@ public:
     SortedIndex(const SortedIndex &) = delete;
     SortedIndex &operator=(const SortedIndex &) = delete;
 
-    // Room for the keys of count entries: false when memory is short. Not from memalloc, whose lines would tell of
-    // blocks that hold nothing of the collection.
+    // Room for the keys of count entries: false if memory is short. Not from memalloc, whose trace lines would report
+    // blocks that hold no data of the collection.
     bool reserve(int32_t count)
     {
         clear();
@@ -34,14 +34,14 @@ public:
         items_[count_] = {key, count_};
         ++count_;
     }
-    // After the last add. Less tells the order of two keys.
+    // After the last add. less(a, b): whether key a comes before key b.
     template <class Less> void sort(Less less)
     {
         std::sort(items_, items_ + count_, [&](const Item &a, const Item &b) {
             return less(a.key, b.key) || (!less(b.key, a.key) && a.position < b.position);
         });
     }
-    // Position of the first entry with a key; -1 when there is none.
+    // Position of the first entry with a key; -1 if there is none.
     template <class Less> int32_t find(const Key &key, Less less) const
     {
         const Item *const found = std::lower_bound(

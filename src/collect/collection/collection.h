@@ -17,7 +17,7 @@ namespace tavstrg {
 // threads must not have one at the same time.
 struct Collection {
     Collection();
-    // Frees what is left, unless release did.
+    // Frees everything unless release() did.
     ~Collection();
     Collection(const Collection &) = delete;
     Collection &operator=(const Collection &) = delete;
@@ -86,7 +86,7 @@ private:
 
 // The collection that lives; there must be one.
 Collection &collection();
-// The same; null when there is none.
+// The same, or null.
 Collection *currentCollection();
 
 // Reserved and written entries of a class table.
@@ -103,7 +103,7 @@ void takeReservedNumbers(Collection &all);
 // DevNumMib from what was written; the life spans are counted as they are written.
 void takeWrittenNumbers(Collection &all);
 
-// The only ways into the controller tables: true, or false when there is no room left.
+// The only ways into the controller tables. Returns true, or false if there is no room left.
 bool appendController(Collection &all, const ControllerEntry &entry);
 bool appendSCSIController(Collection &all, const SCSIControllerEntry &entry);
 bool appendIDEController(Collection &all, const IDEControllerEntry &entry);
@@ -113,29 +113,29 @@ bool appendDriver(Collection &all, const DriverEntry &entry); // grows
 // Every counter of the controller tables from zero. The tables must have been freed.
 void resetControllerCounters(Collection &all);
 
-// Index of the first SCSI controller of a host number; 65535 when there is none.
+// Index of the first SCSI controller of a host number; 65535 if there is none.
 uint16_t controllerIndexOfHost(const Collection &all, int32_t host);
 
 } // namespace tavstrg
 
-// Builds the discovery lists: 0, or -1 with all of them empty. What is not there (no sysfs directory, no "storage.inf",
-// no /proc/ide) is an empty list.
+// Builds the discovery lists. Returns 0, or -1 with all of them empty. What is not there (no sysfs directory, no
+// "storage.inf", no /proc/ide) is an empty list.
 int GetSCSIAndIDEInfoListFromProc();
 // Frees the lists; they may be empty already.
 void FreeSCSIAndIDEInfoListFromProc();
 
-// Each allocates its table for a number of entries: 0, or -1.
+// Each allocates its table for a number of entries. Returns 0, or -1.
 int MallocSCSIControllerTable(uint16_t number);
 int MallocIDEControllerTable(uint16_t number);
 int MallocPortTable(uint16_t number);
 int MallocDriverTable(uint16_t number);
 int MallocControllerTable(uint16_t number);
-// Allocates all controller tables for what CtrlNumMib says: 0, or -1 with the earlier ones still allocated.
+// Allocates all controller tables for what CtrlNumMib says. Returns 0, or -1 with the earlier ones still allocated.
 int MallocController();
 // Frees every controller table; they may be free already.
 void FreeControllerTable();
 
-// Allocates the device tables for the totals: 0, or -1.
+// Allocates the device tables for the totals. Returns 0, or -1.
 int MallocDeviceTable();
 // Frees the device tables; they may be free already.
 void FreeDeviceTable();

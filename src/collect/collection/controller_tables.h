@@ -10,7 +10,7 @@ constexpr uint16_t kInterfaceScsi = 0;
 constexpr uint16_t kInterfaceIde = 1;
 constexpr uint16_t kInterfaceUnknown = 0xFFFF;
 
-// One controller. Words without a name of their own are not published; their initial values are kept.
+// One controller. Words without a specific name are not published and keep their initial values.
 struct ControllerEntry {
     uint16_t Index;            // 1-based: SCSI host adapters by host number, then IDE channels in discovery order
     uint16_t InterfaceType;    // kInterface...

@@ -8,7 +8,7 @@
 
 namespace tavstrg {
 
-// One managed SCSI device. Words without a name of their own are not published.
+// One managed SCSI device. Words without a specific name are not published.
 struct SCSIDeviceEntry {
     uint16_t Index;           // 1-based
     uint16_t DeviceTypeIndex; // 1-based, in the table of its class

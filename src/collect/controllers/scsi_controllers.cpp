@@ -13,7 +13,7 @@ using namespace tavstrg;
 namespace {
 
 // Compares as many characters as the stored name has: an adapter whose driver's name only begins with a stored one
-// shares its entry. 0 when there is none.
+// shares its entry. Returns 0 if there is none.
 uint32_t findDriver(std::string_view driver)
 {
     for (int32_t i = 0; i < collection().driver_cnt; ++i) {
@@ -105,7 +105,7 @@ int MakeSCSIControllerDriver(int32_t i, const SCSIHostEntry &host)
     const TraceScope scope;
     TRACE(kDetail, "_IN_ i=[%d] driver=[%s]", i, host.driver);
     const std::string_view driver = fieldText(host.driver);
-    uint32_t index = i == 0 ? 0 : findDriver(driver); // the first controller always gets an entry of its own
+    uint32_t index = i == 0 ? 0 : findDriver(driver); // the first controller always gets its own entry
     if (index == 0) {
         if (!appendDriver(collection(), newDriver(collection().driver_cnt + 1, driver))) {
             return TRACED(-1, kFailure, "_OUT_ (-1)");

@@ -78,7 +78,7 @@ TEST_F(DeviceBuild, ADiskThatIsLeftOutTakesADeviceNumberButNoIndex)
     }
 }
 
-TEST_F(DeviceBuild, AnUnmanagedDiskBetweenManagedOnesLeavesNoGapInTheNumbers)
+TEST_F(DeviceBuild, AnUnmanagedDiskLeavesNoGapInTheNumbers)
 {
     machine_ = std::make_unique<sim::Machine>(R"({"hosts": [{"driver": "ahci", "devices": [
         {"id": 0, "ata": true, "model": "FIRST", "serial": "S1", "identifyWords": {"20": 0}},
@@ -115,7 +115,7 @@ TEST_F(DeviceBuild, AnUnmanagedDiskBetweenManagedOnesLeavesNoGapInTheNumbers)
     filter.release();
 }
 
-TEST_F(DeviceBuild, ADiskThatStaysScsiBeginsWithSmartSupportedAndNotEnabled)
+TEST_F(DeviceBuild, AScsiDiskStartsWithSmartUnknownAndNotRead)
 {
     machine_ = std::make_unique<sim::Machine>(R"({"hosts": [{"driver": "ahci", "devices": [{"vendor": "ACME"}]}]})");
     collection().TotalHDDevice = 1;

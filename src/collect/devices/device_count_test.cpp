@@ -122,7 +122,7 @@ TEST_F(DeviceCount, AnAbsentIdeListCountsNothing)
     EXPECT_EQ(collection().TotalIDEDevice, 0);
 }
 
-TEST_F(DeviceCount, ReservedNumbersStandInTheOrderOfTheCountBlock)
+TEST_F(DeviceCount, ReservedNumbersHaveTheOrderOfTheCountBlock)
 {
     collection().TotalSCSIDevice = 1;
     collection().TotalIDEDevice = 2;

@@ -20,16 +20,16 @@ public:
     DeviceFilter(const DeviceFilter &) = delete;
     DeviceFilter &operator=(const DeviceFilter &) = delete;
 
-    // Each 0, or -1.
+    // Each returns 0, or -1.
     int loadUSB();
     int loadHosts();
     int loadUnmanaged(); // an absent list switches the check off
-    // Makes the lookups below know the adapter lists as they are: false when memory is short.
+    // Prepares the lookups below for the current adapter lists. Returns false if memory is short.
     bool index();
     // Frees the unmanaged-device list, the USB list and the adapter list, in this order.
     void release();
 
-    // Driver of the first managed adapter of a host number; null when there is none.
+    // Driver of the first managed adapter of a host number; null if there is none.
     const char *driverOfHost(int32_t host) const;
     bool isUSB(int32_t host) const { return usbHosts_.find(host, std::less<>()) >= 0; }
 
@@ -53,7 +53,7 @@ namespace tavstrg {
 // Whether a device is on the unmanaged-device list; no device is while the check is off.
 bool isListedUnmanaged(const DeviceFilter &filter, const SCSIDeviceInfo &device);
 
-// What becomes of a device before its class is looked at. driver: of its host adapter, null when none is managed.
+// Whether a device's host adapter leaves it out. driver: that of the adapter, null if it is not managed.
 enum class HostVerdict : uint8_t { managed, usb, noDriver };
 HostVerdict judgeHost(const DeviceFilter &filter, int32_t host, const char *driver);
 

@@ -15,8 +15,8 @@ namespace {
 
 constexpr uint16_t kFigureUnknown = 65535; // above every level
 
-// A new entry at the end of pLifeSpanTbl; null when memory is short, and then there is none left. How many drives have
-// one is known only when each is met.
+// A new entry at the end of pLifeSpanTbl; null if memory is short, and then all entries are lost. How many drives have
+// one is known only after the walk.
 LifeSpanEntry *growLifeSpans()
 {
     const int32_t count = collection().DevNumMib.TotalLifeSpan;

@@ -15,7 +15,7 @@ namespace {
 
 class LifeSpan : public testing::Test {
 protected:
-    // A machine whose managed disks stand in this array, and the table in this file.
+    // A machine with these managed disks and this endurance table.
     void prepare(const std::string &disks, const std::string &table)
     {
         collected_.reset(); // one at a time

@@ -9,7 +9,7 @@
 
 #include <string_view>
 
-// Fills the tables with the managed SCSI devices of the discovery list: 0, or -1.
+// Fills the tables with the managed SCSI devices of the discovery list. Returns 0, or -1.
 int MakeSCSIDeviceTable();
 
 namespace tavstrg {
@@ -24,12 +24,12 @@ SCSIDeviceEntry newSCSIDeviceEntry(const SCSIDeviceInfo &device, const DeviceKin
 
 } // namespace tavstrg
 
-// Transfer width of a device's bus: 0, or -1 when the adapter's driver is not among the managed ones. No class
+// Transfer width of a device's bus. Returns 0, or -1 when the adapter's driver is not among the managed ones. No class
 // publishes it.
 int GetSCSIDevSpeed(const tavstrg::SCSIDeviceInfo &device, std::string_view driver, const char **width);
 
-// Each writes the next entry of its class table for the next entry of the SCSI device table: 0, or -1. gDriverName is
-// the driver of the device's host adapter.
+// Each writes the next entry of its class table for the next entry of the SCSI device table. Returns 0, or -1.
+// gDriverName is the driver of the device's host adapter.
 int MakeSCSIHDDevice(const char *devName, std::string_view gDriverName);
 int MakeSCSITapeDevice(std::string_view gDriverName);
 int MakeSCSICdromDevice(std::string_view gDriverName);

@@ -35,7 +35,7 @@ protected:
     SCSIDiskNameTable names_ = {};
 };
 
-TEST_F(ScsiDevices, AnEntryHasWhatTheDiscoveryListTells)
+TEST_F(ScsiDevices, AnEntryHasTheValuesOfTheDiscoveryList)
 {
     SCSIDeviceInfo &info = lists_.scsi(1, "Scanner", "VENDOR  ", "MODEL  ");
     info.channel = 2;

@@ -13,7 +13,7 @@ using namespace tavstrg;
 
 namespace {
 
-constexpr size_t kMaxText = 1023; // bytes of a file that are looked at
+constexpr size_t kMaxText = 1023; // bytes of a file that are read
 
 bool areThere(const char *path, const void *out)
 {
@@ -26,7 +26,7 @@ bool areThere(const char *path, const void *out)
     return true;
 }
 
-// The first line of a file, traced in the name of the reader; false when it cannot be read.
+// The first line of a file, traced under the name of the reader; false when it cannot be read.
 bool readLineOf(const char *path, char (&buffer)[kMaxText], std::string_view &text)
 {
     if (readFirstLine(path, buffer, text) != ReadResult::done) {

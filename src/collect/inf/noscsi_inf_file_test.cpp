@@ -86,7 +86,7 @@ TEST_F(NoScsiFile, TheListsHoldTheirSectionsInReverseOrder)
     EXPECT_EQ(entries(management), (Entries{"/3", "B/", "A/1"}));
     EXPECT_EQ(entries(diagnostic), (Entries{"D/4"}));
     EXPECT_TRUE(trace.has(kDetail, "scsipath=/opt/qlm/tavkit_sa/data/noscsi.inf", "CreateNoSCSIInfoTable"));
-    // Every line is traced as it stands in the file, each section in its own words.
+    // Every line is traced unchanged, with the message of its section.
     for (const char *const text :
          {"linebuf=[Vendor: A Model: 1\n],vendor=[A],model=[1]", "linebuf=[# no\n],vendor=[],model=[]",
           "linebuf=[\n],vendor=[],model=[]", "linebuf=[Vendor: Model: 3\n],vendor=[],model=[3]",

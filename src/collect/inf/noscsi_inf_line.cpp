@@ -18,7 +18,7 @@ size_t charactersOf(int size)
     return size > 0 ? static_cast<size_t>(size) : 0;
 }
 
-// The outputs of ParseVendorandModel and GetNoSCSIInfo; traces in the name of either.
+// The outputs of ParseVendorandModel and GetNoSCSIInfo; traces under the name of its caller.
 bool haveOutputs(const char *vendor, const char *model)
 {
     if (vendor == nullptr) {

@@ -120,7 +120,7 @@ const LineCase kLines[] = {
 
 class NoScsiLines : public testing::TestWithParam<LineCase> {};
 
-TEST_P(NoScsiLines, AreReadAsToldAndSayWhy)
+TEST_P(NoScsiLines, AreParsedOrRefusedWithTheirReason)
 {
     const LineCase &expected = GetParam();
     const NoScsiReading reading = parseNoScsiLine(expected.line);

@@ -26,7 +26,7 @@ bool isDeviceEntry(const char *entry)
     return ::stat(path, &info) == 0 && S_ISDIR(info.st_mode);
 }
 
-// An attribute that is missing or cannot be read is an empty text: a device can go away while it is looked at.
+// An attribute that is missing or cannot be read is an empty text: a device can be removed meanwhile.
 void readAttribute(const char *entry, const char *attribute, char (&text)[kAttributeSize])
 {
     char path[sizeof kSysDevices + NAME_MAX + 1 + 16];

@@ -379,7 +379,7 @@ TEST_F(ProcDeviceList, AReadErrorIsStatusMinus1)
     expectEmpty();
 }
 
-TEST_F(ProcDeviceList, ARecordThatStopsHalfWayIsStatusMinus2AndFreesTheList)
+TEST_F(ProcDeviceList, ATruncatedRecordIsStatusMinus2)
 {
     const std::string record = kRecord;
     const size_t second = record.find('\n') + 1;

@@ -30,12 +30,12 @@ private:
 using HostArray = GrowingArray<SCSIHostEntry>;
 
 // Appends the managed adapters: 0; kSourceAbsent where the kernel shows no such directory; kSourceError;
-// kSourceNoMemory. Traces in the name of function.
+// kSourceNoMemory.
 using HostReader = int32_t (*)(HostArray &hosts);
 int32_t sysReadHosts(HostArray &hosts);
 int32_t procReadHosts(HostArray &hosts);
 
-// Appends one adapter: false when memory is short.
+// Appends one adapter: false if memory is short.
 bool appendHost(HostArray &hosts, int32_t host, const char *driver);
 
 } // namespace tavstrg

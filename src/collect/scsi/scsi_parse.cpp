@@ -11,7 +11,7 @@ using namespace tavstrg;
 
 namespace {
 
-// By the peripheral device type. Deliberate: the spelling of 3 and 9; device classes are told by these texts.
+// By the peripheral device type. Deliberate: the spelling of 3 and 9; these texts decide the device class.
 constexpr std::array<std::string_view, 10> kTypes = {
     "Direct-Access", "Sequential-Access", "Printer",        "Proccessor",     "WORM",
     "CD-ROM",        "Scanner",           "Optical Device", "Medium Changer", "Commnunications",

@@ -31,7 +31,7 @@ bool isWantedLine(std::string_view line, const char *name, unsigned long start)
 }
 
 // Appends a node for each line that was asked for, or for the first one only when name is null. False when memory is
-// short; the nodes made until then are in the list. Traces in the name of its caller.
+// short; the nodes made until then are in the list. Traces under the name of its caller.
 bool appendRanges(std::FILE *file, const char *name, unsigned long start, IoportRange **tail)
 {
     size_t left = kMaxIoports;

@@ -21,7 +21,7 @@ struct IoportRange {
 };
 
 // Interrupt of the first line that mentions name; "i80421" and "i80422" stand for the first and second "i8042" line.
-// *irq is 0xFFFFFFFE and *found 0 when there is none. 0, or -1 for null arguments or a file that cannot be opened.
+// *irq is 0xFFFFFFFE and *found 0 if there is none. 0, or -1 for null arguments or a file that cannot be opened.
 int GetIRQ(const char *name, uint32_t *irq, int32_t *found);
 // Ranges of the lines that mention name, in file order; with a null name the one range that begins at start. 0, or -1.
 int GetIoports(const char *name, long start, IoportRange **head, int32_t *found);

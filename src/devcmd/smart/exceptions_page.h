@@ -53,7 +53,7 @@ constexpr bool exceptionsAreOff(std::span<const uint8_t, kExceptionsBytes> page)
     return (page[2] & kDexcpt) != 0;
 }
 
-// Deliberate: only two bits of the method are looked at, so that 7, 14 and 15 pass too.
+// Deliberate: only two bits of the method are checked, so that 7, 14 and 15 pass too.
 constexpr bool reportsOnRequest(std::span<const uint8_t, kExceptionsBytes> page)
 {
     return (page[3] & kMrieOnRequest) >= kMrieOnRequest;

@@ -103,7 +103,7 @@ void enable(ScsiDisk disk)
     if (!tookPage(disk, readPage(disk, buffer), buffer, senseKeyAfterSelect)) {
         return;
     }
-    // Deliberate: where the page was before, whatever the disk says now.
+    // Deliberate: where the page was before, whatever the disk reports now.
     if (!reportsOnRequest(*page)) {
         entry.SmartSupport = 1;
         TRACE(kFailure, "%s : mrie != 0x06, support = unknown", entry.DevPath);
@@ -155,7 +155,7 @@ int fetchState(ScsiDisk disk)
 std::optional<uint8_t> readLog(int fd, const char *path)
 {
     PageBuffer buffer{};
-    errno = 0; // of a reply that came but says nothing, the error is 0
+    errno = 0; // the error of a reply without information is 0
     const int result = logsense(fd, kExceptionsLogPage, buffer.data(), kLogLength);
     const int error = errno;
     if (result != 0) {
@@ -182,7 +182,7 @@ std::optional<uint8_t> askSense(int fd, const char *path)
     return TRACED(asc, kDetail, "asc=[%d]", asc);
 }
 
-// The additional sense code by which the disk tells a prediction; none when it cannot be read.
+// The additional sense code by which the disk reports a prediction; none when it cannot be read.
 std::optional<uint8_t> readExceptions(int fd, const char *path)
 {
     int dSmartPage = 0;

@@ -28,7 +28,7 @@ constexpr size_t replyWord(std::span<const uint8_t> reply, size_t i)
 enum class PagePlace {
     kInside,
     kBeyondBuffer, // fewer than two of the page's bytes lie in the buffer
-    kBeyondReply,  // or in what the disk says that it sent
+    kBeyondReply,  // or in what the disk reports to have sent
 };
 
 struct ModePage {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The kernel's SCSI generic header: how a request fills it, and what its reply says about the transport.
+// The kernel's SCSI generic header: how a request fills it, and what its reply means for the transport.
 #pragma once
 
 #include "devcmd/transport/transport.h"

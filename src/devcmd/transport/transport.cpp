@@ -29,7 +29,7 @@ std::optional<int> kernelDirection(int32_t direction)
     }
 }
 
-// Reports a reply of the kernel and takes it over into the request. Traces in the name of the function that sent.
+// Reports a reply of the kernel and takes it over into the request. Traces under the name of its caller.
 int takeReply(const sg_io_hdr &header, ScsiIoRequest &request)
 {
     request.scsi_status = header.status;
