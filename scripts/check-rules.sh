@@ -26,6 +26,12 @@ breach "no test hooks in the provider" "$(grep -nE '#if(def)? .*TEST' "${product
 # Includes run downwards only, between floors and inside the two floors that have parts, and never in a circle.
 breach "includes run downwards and not in circles (scripts/check-floors.sh)" "$(scripts/check-floors.sh)"
 
+# A helper of tests is in tests/support and has no _test in its name: x_test.cpp holds tests, and includes no other one.
+mapfile -t tests < <(find src tools tests bench \( -name '*_test.cpp' -o -name '*_test.h' \) | sort)
+breach "a file named _test holds tests (helpers are in tests/support)" "$(grep -LE '^(TEST|TEST_F|TEST_P)\(' "${tests[@]}")"
+breach "helpers of unit tests are in tests/support" \
+  "$(grep -rlE '#include <g(test|mock)/' --include='*.cpp' --include='*.h' src tools bench | grep -vE '_test\.cpp$')"
+
 breach "no unfinished work" \
   "$(grep -rnE '\b(TODO|FIXME|XXX|HACK)\b' --include='*.cpp' --include='*.h' --include='*.sh' --include='*.md' --include='CMakeLists.txt' . --exclude-dir=build --exclude-dir=.git | grep -v 'scripts/check-rules.sh')"
 

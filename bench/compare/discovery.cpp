@@ -7,7 +7,7 @@
 // no other device (DISKS 0: any devices). Ends at once without arguments.
 #include "compare/stopwatch.h"
 
-#include "collect/collection/discovery_lists.h"
+#include "collect/collection/collection.h"
 #include "collect/devices/disk_names.h"
 
 #include <cstdio>
@@ -21,10 +21,10 @@ namespace {
 // Lists all devices and finds the node of each disk.
 bool discover(SCSIDiskNameTable &names)
 {
-    if (GetSCSIAndIDEInfoListFromProc() != 0 || GetSCSIDeviceName_IDArray(g_SCSIDeviceInfo, &names) != 1) {
+    if (GetSCSIAndIDEInfoListFromProc() != 0 || GetSCSIDeviceName_IDArray(collection().g_SCSIDeviceInfo, &names) != 1) {
         return false;
     }
-    for (const SCSIDeviceInfo *device = g_SCSIDeviceInfo; device != nullptr; device = device->next) {
+    for (const SCSIDeviceInfo *device = collection().g_SCSIDeviceInfo; device != nullptr; device = device->next) {
         char name[kDiskNameSize] = "";
         const bool named = TAVStorageGetSCSIDeviceName(&names, device, name) == 0 && name[0] != '\0';
         if (!named && std::strcmp(device->type, "Direct-Access") == 0) {
@@ -44,10 +44,11 @@ int main(int argc, char **argv)
     const int disks = static_cast<int>(std::strtol(argv[1], nullptr, 10));
     const int times = static_cast<int>(std::strtol(argv[2], nullptr, 10));
     for (int i = 0; i < times; ++i) {
+        const Collection inventory;
         const compare::Stopwatch watch;
         SCSIDiskNameTable names;
         const bool done = discover(names);
-        const int32_t found = g_SCSIDeviceTotalNumber;
+        const int32_t found = collection().g_SCSIDeviceTotalNumber;
         FreeSCSIAndIDEInfoListFromProc();
         const compare::Taken taken = watch.taken();
         if (!done || (disks != 0 && (found != disks || names.count != disks))) {

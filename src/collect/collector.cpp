@@ -1,39 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/collector.h"
 
-#include "collect/collection/discovery_lists.h"
+#include "collect/collection/collection.h"
 #include "collect/controllers/controller_build.h"
 #include "collect/devices/device_build.h"
 #include "collect/record_map.h"
 #include "devcmd/kernel/kernel_version.h"
 #include "devcmd/smart/smart_watch.h"
 #include "devcmd/transport/transport.h"
+#include "runtime/memory.h"
 #include "runtime/trace.h"
 
+#include <span>
 #include <sys/utsname.h>
 
 using namespace tavstrg;
 
 namespace {
-
-// Frees the tables of a collection on every path, also when its thread is cancelled between two devices.
-class CollectionHolder {
-public:
-    CollectionHolder() = default;
-    ~CollectionHolder() { release(); }
-    CollectionHolder(const CollectionHolder &) = delete;
-    CollectionHolder &operator=(const CollectionHolder &) = delete;
-    void release()
-    {
-        if (held_) {
-            held_ = false;
-            freeCollection();
-        }
-    }
-
-private:
-    bool held_ = true;
-};
 
 template <class Rec, class Entry, class Map> void fillRecords(DatInfo &dat, const Entry *table, Map map)
 {
@@ -48,36 +31,44 @@ struct CollectedClass {
     int id;
     const char *word;      // in the traces
     const char *tableName; // in the trace of a failed allocation
-    const uint16_t *number;
-    void (*fill)(DatInfo &dat);
+    uint16_t (*number)(const Collection &all);
+    void (*fill)(const Collection &all, DatInfo &dat);
 };
 
 const CollectedClass kCollected[] = {
-    {TAV_CID_STRG_CTRL, "CTRL", "Strg_Ctrl", &CtrlNumMib.TotalController,
-     [](DatInfo &dat) {
-         const std::span<const DriverEntry> drivers(pDriverTbl, static_cast<size_t>(driver_cnt));
-         fillRecords<StrgCtrlRec>(dat, pCtrlTbl,
+    {TAV_CID_STRG_CTRL, "CTRL", "Strg_Ctrl", [](const Collection &all) { return all.CtrlNumMib.TotalController; },
+     [](const Collection &all, DatInfo &dat) {
+         const std::span<const DriverEntry> drivers(all.pDriverTbl, static_cast<size_t>(all.driver_cnt));
+         fillRecords<StrgCtrlRec>(dat, all.pCtrlTbl,
                                   [&](const ControllerEntry &entry) { return controllerRecord(entry, drivers); });
      }},
-    {TAV_CID_STRG_SCSI, "SCSI", "Strg_SCSI", &DevNumMib.TotalSCSIDevice,
-     [](DatInfo &dat) { fillRecords<StrgScsiRec>(dat, pSCSIDevTbl, scsiRecord); }},
-    {TAV_CID_STRG_IDE, "IDE", "Strg_IDE", &DevNumMib.TotalIDEDevice,
-     [](DatInfo &dat) { fillRecords<StrgIdeRec>(dat, pIDEDevTbl, ideRecord); }},
-    {TAV_CID_STRG_HDD, "HDD", "Strg_HDD", &DevNumMib.TotalHDDevice,
-     [](DatInfo &dat) { fillRecords<StrgHddRec>(dat, pHDDevTbl, hardDiskRecord); }},
-    {TAV_CID_STRG_CDROM, "CDROM", "Strg_CDROM", &DevNumMib.TotalCdromDevice,
-     [](DatInfo &dat) { fillRecords<StrgDevRec>(dat, pCdromDevTbl, deviceRecord<CdromDeviceEntry>); }},
-    {TAV_CID_STRG_TAPE, "TAPE", "Strg_Tape", &DevNumMib.TotalTapeDevice,
-     [](DatInfo &dat) { fillRecords<StrgDevRec>(dat, pTapeDevTbl, deviceRecord<TapeDeviceEntry>); }},
-    {TAV_CID_STRG_OPTM, "OPTM", "Strg_OptMem", &DevNumMib.TotalOMDevice,
-     [](DatInfo &dat) { fillRecords<StrgDevRec>(dat, pOMDevTbl, deviceRecord<ClassDeviceEntry>); }},
-    {TAV_CID_STRG_MISC, "MISC", "Strg_Misc", &DevNumMib.TotalMiscDevice,
-     [](DatInfo &dat) { fillRecords<StrgDevRec>(dat, pMiscDevTbl, deviceRecord<ClassDeviceEntry>); }},
-    {TAV_CID_STRG_LIFE, "LIFE", "Strg_Life", &DevNumMib.TotalLifeSpan,
-     [](DatInfo &dat) { fillRecords<StrgLifeRec>(dat, pLifeSpanTbl, lifeSpanRecord); }},
+    {TAV_CID_STRG_SCSI, "SCSI", "Strg_SCSI", [](const Collection &all) { return all.DevNumMib.TotalSCSIDevice; },
+     [](const Collection &all, DatInfo &dat) { fillRecords<StrgScsiRec>(dat, all.pSCSIDevTbl, scsiRecord); }},
+    {TAV_CID_STRG_IDE, "IDE", "Strg_IDE", [](const Collection &all) { return all.DevNumMib.TotalIDEDevice; },
+     [](const Collection &all, DatInfo &dat) { fillRecords<StrgIdeRec>(dat, all.pIDEDevTbl, ideRecord); }},
+    {TAV_CID_STRG_HDD, "HDD", "Strg_HDD", [](const Collection &all) { return all.DevNumMib.TotalHDDevice; },
+     [](const Collection &all, DatInfo &dat) { fillRecords<StrgHddRec>(dat, all.pHDDevTbl, hardDiskRecord); }},
+    {TAV_CID_STRG_CDROM, "CDROM", "Strg_CDROM", [](const Collection &all) { return all.DevNumMib.TotalCdromDevice; },
+     [](const Collection &all, DatInfo &dat) {
+         fillRecords<StrgDevRec>(dat, all.pCdromDevTbl, deviceRecord<CdromDeviceEntry>);
+     }},
+    {TAV_CID_STRG_TAPE, "TAPE", "Strg_Tape", [](const Collection &all) { return all.DevNumMib.TotalTapeDevice; },
+     [](const Collection &all, DatInfo &dat) {
+         fillRecords<StrgDevRec>(dat, all.pTapeDevTbl, deviceRecord<TapeDeviceEntry>);
+     }},
+    {TAV_CID_STRG_OPTM, "OPTM", "Strg_OptMem", [](const Collection &all) { return all.DevNumMib.TotalOMDevice; },
+     [](const Collection &all, DatInfo &dat) {
+         fillRecords<StrgDevRec>(dat, all.pOMDevTbl, deviceRecord<ClassDeviceEntry>);
+     }},
+    {TAV_CID_STRG_MISC, "MISC", "Strg_Misc", [](const Collection &all) { return all.DevNumMib.TotalMiscDevice; },
+     [](const Collection &all, DatInfo &dat) {
+         fillRecords<StrgDevRec>(dat, all.pMiscDevTbl, deviceRecord<ClassDeviceEntry>);
+     }},
+    {TAV_CID_STRG_LIFE, "LIFE", "Strg_Life", [](const Collection &all) { return all.DevNumMib.TotalLifeSpan; },
+     [](const Collection &all, DatInfo &dat) { fillRecords<StrgLifeRec>(dat, all.pLifeSpanTbl, lifeSpanRecord); }},
 };
 
-// Sets the command transport that the running kernel has: 0, or -1 when its version cannot be told.
+// Sets the command transport that the running kernel has: 0, or -1 when its version is unknown.
 int chooseTransport()
 {
     struct utsname kernel = {};
@@ -98,9 +89,9 @@ int chooseTransport()
 }
 
 // Count and array of one class: 0, or -1 when memory is short.
-int allocateRecords(const CollectedClass &collected, DatInfo &dat)
+int allocateRecords(const Collection &all, const CollectedClass &collected, DatInfo &dat)
 {
-    dat.datNum = *collected.number;
+    dat.datNum = collected.number(all);
     dat.datAdr = nullptr;
     if (dat.datNum >= 1) {
         dat.datAdr = memalloc(dat.datNum * static_cast<int32_t>(dat.datSize));
@@ -126,22 +117,22 @@ int strgGetCurrentInfo(int smartmode, DatInfo *descriptors)
         return -1;
     }
 
-    CollectionHolder collection;
+    Collection all;
     if (DllMain() < 0) {
         TRACE(kFailure, "DllMain Failure!!");
-        collection.release();
+        all.release();
         return TRACED(-1, kDetail, "_OUT_ ret=[TAV_FALSE]");
     }
     for (const CollectedClass &collected : kCollected) {
-        if (allocateRecords(collected, descriptors[collected.id]) < 0) {
-            collection.release();
+        if (allocateRecords(all, collected, descriptors[collected.id]) < 0) {
+            all.release();
             return TRACED(-1, kDetail, "_OUT_ ret=[TAV_FALSE]");
         }
     }
     for (const CollectedClass &collected : kCollected) {
-        collected.fill(descriptors[collected.id]);
+        collected.fill(all, descriptors[collected.id]);
     }
-    collection.release();
+    all.release();
     return TRACED(0, kDetail, "_OUT_ ret=[TAV_TRUE]");
 }
 
@@ -162,11 +153,4 @@ int DllMain()
         return TRACED(-1, kDetail, "_OUT_ InitDevice() failed, leafstrg initialize failed");
     }
     return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
-}
-
-void tavstrg::freeCollection()
-{
-    FreeDeviceTable();
-    FreeSCSIAndIDEInfoListFromProc();
-    FreeControllerTable();
 }

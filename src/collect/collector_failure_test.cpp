@@ -42,9 +42,7 @@ void expectFailed(const std::string &json, const std::string &dllMain)
     for (int id = TAV_CID_STRG_CTRL; id < TAV_CID_STRG_MAX; ++id) {
         EXPECT_EQ(now.dat[id].datAdr, nullptr);
     }
-    EXPECT_EQ(g_SCSIDeviceInfo, nullptr);
-    EXPECT_EQ(pCtrlTbl, nullptr);
-    EXPECT_EQ(pSCSIDevTbl, nullptr);
+    EXPECT_EQ(currentCollection(), nullptr);
     EXPECT_EQ(machine.openDescriptors(), 0);
 }
 
@@ -66,51 +64,53 @@ TEST(CollectionFailure, OfEachDiscoveryListFreesTheListsBeforeIt)
     };
     for (unsigned nth = 1; nth <= std::size(texts); ++nth) { // each list begins with a listing of its own
         TraceRecorder trace;
+        const Collection inventory;
         sim::failNth(sim::Call::list, nth);
         EXPECT_EQ(GetSCSIAndIDEInfoListFromProc(), -1);
         sim::failNth(sim::Call::list, 0);
         EXPECT_TRUE(trace.has(kDetail, texts[nth - 1], "GetSCSIAndIDEInfoListFromProc")) << nth;
-        EXPECT_EQ(g_SCSIDeviceInfo, nullptr);
-        EXPECT_EQ(g_SCSIControllerTypeDetail, nullptr);
-        EXPECT_EQ(g_IDEGeneralInfo.controllers, nullptr);
-        EXPECT_EQ(g_IDEGeneralInfo.devices, nullptr);
+        EXPECT_EQ(collection().g_SCSIDeviceInfo, nullptr);
+        EXPECT_EQ(collection().g_SCSIControllerTypeDetail, nullptr);
+        EXPECT_EQ(collection().g_IDEGeneralInfo.controllers, nullptr);
+        EXPECT_EQ(collection().g_IDEGeneralInfo.devices, nullptr);
     }
 }
 
 // The building alone, without the freeing that a collection adds to it.
-void expectBuildFreed(const std::string &json, const std::string &dllMain)
+void expectBuildFreed(const std::string &json, const std::string &dllMain, bool tables)
 {
     const sim::Machine machine(json);
     TraceRecorder trace;
+    const Collection inventory;
     EXPECT_EQ(DllMain(), -1);
     EXPECT_EQ(trace.textsOf("DllMain").back(), dllMain);
     // There was something to free.
     EXPECT_TRUE(trace.has(kDetail, "_OUT_ ret=[0]", "GetSCSIAndIDEInfoListFromProc"));
-    EXPECT_EQ(g_SCSIDeviceInfo, nullptr);
-    EXPECT_EQ(g_SCSIControllerTypeDetail, nullptr);
-    EXPECT_EQ(g_IDEGeneralInfo.controllers, nullptr);
-    EXPECT_EQ(g_IDEGeneralInfo.devices, nullptr);
+    EXPECT_EQ(collection().g_SCSIDeviceInfo, nullptr);
+    EXPECT_EQ(collection().g_SCSIControllerTypeDetail, nullptr);
+    EXPECT_EQ(collection().g_IDEGeneralInfo.controllers, nullptr);
+    EXPECT_EQ(collection().g_IDEGeneralInfo.devices, nullptr);
+    EXPECT_EQ(collection().pSCSIDevTbl, nullptr);
+    EXPECT_EQ(collection().pHDDevTbl, nullptr);
+    if (tables) {
+        EXPECT_EQ(collection().pCtrlTbl, nullptr);
+        EXPECT_EQ(collection().pSCSICtrlTbl, nullptr);
+        EXPECT_EQ(collection().pDriverTbl, nullptr);
+    }
 }
 
 TEST(CollectionFailure, OfTheDeviceTablesFreesListsAndControllerTables)
 {
     expectBuildFreed(R"({"hosts": [{"driver": "ahci", "devices": [{"id": 0, "ata": true},
                          {"id": 1, "vendor": "SEAGATE"}]}], "files": {"storage.inf": "ahci\n"}})",
-                     "_OUT_ InitDevice() failed, leafstrg initialize failed");
-    EXPECT_EQ(pCtrlTbl, nullptr);
-    EXPECT_EQ(pSCSICtrlTbl, nullptr);
-    EXPECT_EQ(pDriverTbl, nullptr);
-    EXPECT_EQ(pSCSIDevTbl, nullptr);
-    EXPECT_EQ(pHDDevTbl, nullptr);
-    freeCollection();
+                     "_OUT_ InitDevice() failed, leafstrg initialize failed", true);
 }
 
 TEST(CollectionFailure, OfTheControllerTablesFreesTheLists)
 {
     expectBuildFreed(R"({"hosts": [{"driver": "ahci", "devices": [{"ata": true}]}],
                          "ide": {"channels": [{"name": "idex"}], "drives": []}, "files": {"storage.inf": "ahci\n"}})",
-                     "_OUT_ InitController() failed, leafstrg initialize failed");
-    freeCollection();
+                     "_OUT_ InitController() failed, leafstrg initialize failed", false);
 }
 
 TEST(CollectionFailure, OfTheControllerTables)
@@ -315,9 +315,7 @@ TEST_F(Failures, ACancelledCollectionLeavesNothingBehind)
     EXPECT_TRUE(cancelled());
     EXPECT_EQ(sim::liveBlocks(), blocks);
     EXPECT_EQ(sim::liveDescriptors(), descriptors);
-    EXPECT_EQ(pCtrlTbl, nullptr);
-    EXPECT_EQ(pSCSIDevTbl, nullptr);
-    EXPECT_EQ(g_SCSIDeviceInfo, nullptr);
+    EXPECT_EQ(currentCollection(), nullptr);
     EXPECT_EQ(strgGetCurrentInfo(0, now_.dat), 0);
 }
 

@@ -16,7 +16,7 @@ std::string machineOfKernel(const std::string &release)
 {
     return R"({"kernel": ")" + release + R"("})";
 }
-TEST(Collection, OfAMachineWithoutAnyDeviceHasEveryCountZeroAndEveryAddressNull)
+TEST(Collection, WithoutDevicesCountsAreZeroAndArraysNull)
 {
     const sim::Machine machine("{}");
     TraceRecorder trace;
@@ -292,7 +292,7 @@ TEST_F(Everything, HasTheOtherClasses)
     EXPECT_EQ(now_.dat[TAV_CID_STRG_LIFE].datAdr, nullptr);
 }
 
-TEST_F(Everything, MeetsNoIoctlThatTheMachineDoesNotKnowAndLeavesNothingOpen)
+TEST_F(Everything, SendsKnownIoctlsOnlyAndClosesEverything)
 {
     EXPECT_EQ(machine_.unknownIoctls(), 0U);
     EXPECT_EQ(machine_.openDescriptors(), 0);
@@ -313,18 +313,70 @@ TEST_F(Everything, ASecondCollectionIsTheSame)
     }
 }
 
-TEST_F(Everything, KeepsNoTable)
+TEST_F(Everything, LeavesNoCollectionBehind)
 {
-    EXPECT_EQ(pCtrlTbl, nullptr);
-    EXPECT_EQ(pDriverTbl, nullptr);
-    EXPECT_EQ(pPortTbl, nullptr);
-    EXPECT_EQ(pSCSIDevTbl, nullptr);
-    EXPECT_EQ(pIDEDevTbl, nullptr);
-    EXPECT_EQ(pHDDevTbl, nullptr);
-    EXPECT_EQ(pleafNoSCSI_Tbl, nullptr);
-    EXPECT_EQ(g_SCSIDeviceInfo, nullptr);
-    EXPECT_EQ(g_SCSIControllerTypeDetail, nullptr);
-    EXPECT_EQ(g_IDEGeneralInfo.devices, nullptr);
+    EXPECT_EQ(currentCollection(), nullptr);
+}
+
+// Blocks that were allocated and not freed, by the trace.
+std::set<std::string> liveBlocks(const TraceRecorder &trace)
+{
+    const auto addressIn = [](const std::string &text, const std::string &before, char end) {
+        const size_t at = text.find(before);
+        return at == std::string::npos ? std::string()
+                                       : text.substr(at + before.size(), text.find(end, at) - at - before.size());
+    };
+    std::set<std::string> live;
+    for (const TraceRecord &record : trace.records()) {
+        if (record.function == "memalloc" || record.function == "memrealloc") {
+            live.erase(addressIn(record.text, "ptr=[", ']'));
+            if (record.text.starts_with("_OUT_ adr=[")) {
+                EXPECT_TRUE(live.insert(addressIn(record.text, "adr=[", ']')).second);
+            }
+        } else if (record.text.starts_with("memfree(")) {
+            EXPECT_EQ(live.erase(addressIn(record.text, "memfree(", ')')), 1U)
+                << record.text << " of " << record.function;
+        }
+    }
+    return live;
+}
+
+// With everything that leaves blocks behind on the way: both administrator's files, and a life-span table that grows.
+TEST(CollectionBlocks, AllButTheRecordsAreFreedOnceInTheTrace)
+{
+    sim::Machine machine(kEverything);
+    machine.write("/opt/qlm/tavkit_sa/data/noscsi.inf",
+                  "[Management Port]\nVendor: NONE Model: X\n[Diagnostic Port]\n");
+    const EnduranceTable table(machine, "DISK A,231,100,80,60,40,20,0\nDISK B,231,100,80,60,40,20,0\n");
+    Snapshot now;
+    const TraceRecorder trace;
+    ASSERT_EQ(strgGetCurrentInfo(0, now.dat), 0);
+    ASSERT_EQ(now.count(TAV_CID_STRG_LIFE), 2);
+    std::set<std::string> records;
+    for (int id = TAV_CID_STRG_CTRL; id < TAV_CID_STRG_MAX; ++id) {
+        char address[32];
+        std::snprintf(address, sizeof address, "%p", now.dat[id].datAdr);
+        records.insert(address);
+    }
+    EXPECT_EQ(liveBlocks(trace), records);
+}
+
+TEST(CollectionBlocks, OfAFailedCollectionAreFreedOnceInTheTrace)
+{
+    sim::Machine machine(kEverything);
+    sim::countCallsOf("");
+    for (unsigned nth = 1;; ++nth) {
+        Snapshot now;
+        const TraceRecorder trace;
+        sim::failNth(sim::Call::list, nth);
+        const int result = strgGetCurrentInfo(0, now.dat);
+        sim::failNth(sim::Call::list, 0);
+        if (result == 0) {
+            EXPECT_GT(nth, 8U);
+            break;
+        }
+        EXPECT_TRUE(liveBlocks(trace).empty()) << nth;
+    }
 }
 
 TEST(Collection, AUsbDiskGetsNoEntry)

@@ -10,7 +10,7 @@
 
 namespace tavstrg {
 
-// Driver and version are those of the first driver entry with the controller's driver index; empty when there is none.
+// Driver and version are those of the first driver entry with the controller's driver index; empty if there is none.
 StrgCtrlRec controllerRecord(const ControllerEntry &entry, std::span<const DriverEntry> drivers);
 StrgScsiRec scsiRecord(const SCSIDeviceEntry &entry);
 StrgIdeRec ideRecord(const IDEDeviceEntry &entry);

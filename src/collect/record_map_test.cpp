@@ -47,7 +47,7 @@ TEST(ControllerRecord, EachFieldHasItsSource)
     EXPECT_TRUE(isZeroOutside(controllerRecord(entry, drivers), expected));
 }
 
-TEST(ControllerRecord, AnUnknownInterruptIs65535AndAnUnknownInterfaceMinusOne)
+TEST(ControllerRecord, UnknownInterruptIs65535UnknownInterfaceMinus1)
 {
     ControllerEntry entry = {};
     entry.InterruptNumber = 0xFFFFFFFF;
@@ -200,7 +200,7 @@ TEST(HardDiskRecord, AnyInterfaceTypeButOneIsPublishedAsZero)
     }
 }
 
-TEST(HardDiskRecord, ACapacityOfTwoToThe32AndMoreIsPublishedModuloTwoToThe32)
+TEST(HardDiskRecord, CapacityKeepsItsLow32Bits)
 {
     HardDiskEntry entry = diskEntry();
     entry.CylindersPerUnit = (uint64_t{1} << 32) + 11;

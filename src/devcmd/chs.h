@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Cylinders, heads and sectors out of what the kernel says of a disk. Pure.
+// Cylinders, heads and sectors from what the kernel reports about a disk. Pure.
 #pragma once
 
 #include "devcmd/geometry.h"

@@ -18,7 +18,7 @@ int32_t sector_size = kKernelSector;
 
 namespace {
 
-// Traces in the name of the function that asks.
+// Traces under the name of its caller.
 std::optional<uint64_t> readKernelSectors(int fd)
 {
     unsigned long sectors = 0;
@@ -136,6 +136,10 @@ int GetGeoFromKernel(const char *path, StrgGeoInfo *geo)
     }
     if (!isUsable({read.heads, read.sectors})) {
         return TRACED(-1, kFailure, "_OUT_ heads=[%u] sectors=[%u] Failure!!", read.heads, read.sectors);
+    }
+    // Deliberate: unlike GetGeometry, which takes such a sector as one of the kernel's.
+    if (sectorSize < kKernelSector) {
+        return TRACED(-1, kFailure, "_OUT_ sectorSize=[%d] Failure!!", sectorSize);
     }
     const uint64_t cylinders = size / (uint64_t{read.heads} * read.sectors * sectorFactor(sectorSize));
     read.cylinders = fitted(cylinders);

@@ -5,6 +5,7 @@
 #include "devcmd/hard_disk.h"
 
 #include <cstdint>
+
 extern int32_t sector_size; // logical sector size last read, bytes; 512 at first. Meant to outlive a collection.
 
 struct StrgGeoInfo {
@@ -26,12 +27,12 @@ struct GeometryTriple {
 
 // BLKSSZGET in bytes; 0 on failure.
 int get_sectorsize(int fd);
-// Heads and sectors per track from HDIO_GETGEO: 0, or -1.
+// Heads and sectors per track from HDIO_GETGEO. Returns 0, or -1.
 int get_kernel_geometry(int fd, StrgGeoInfo *geo);
 // Size in 512-byte sectors; 0 on failure.
 uint64_t disksize(int fd);
-// Geometry and capacity of a device node: 0, or -1.
+// Geometry and capacity of a device node. Returns 0, or -1, also for a sector size below 512.
 int GetGeoFromKernel(const char *path, StrgGeoInfo *geo);
 void GetGeometry(int fd, tavstrg::GeometryTriple *geometry);
-// Fills the four geometry fields of a hard-disk entry from its device node: 0, or -1 with the entry untouched.
+// Fills the four geometry fields of a hard-disk entry from its device node. Returns 0, or -1 with the entry untouched.
 int GetSCSIHDGeometry(const char *path, tavstrg::HardDiskEntry *disk);

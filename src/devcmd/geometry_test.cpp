@@ -205,14 +205,30 @@ TEST_F(GeometryTest, GeoFromKernelFailures)
     EXPECT_TRUE(traces.has(3, "_OUT_ open failed. [/nonexistent/hda]", "GetGeoFromKernel"));
 }
 
-TEST_F(GeometryTest, SmallAndOddSectorSizesDivideByNothing)
+TEST_F(GeometryTest, GeoFromKernelFailsBelow512ByteSectors)
+{
+    for (const int size : {1, 256, 511}) {
+        disk = kAhciDisk;
+        disk.sectorSize = size;
+        StrgGeoInfo geo{1, 2, 3, 4};
+        EXPECT_EQ(GetGeoFromKernel(node.path(), &geo), -1) << size;
+        EXPECT_EQ(geo.cylinders, 1U);
+        EXPECT_TRUE(traces.has(3, "_OUT_ sectorSize=[" + std::to_string(size) + "] Failure!!", "GetGeoFromKernel"));
+    }
+    for (const int size : {512, 513, 520}) {
+        disk = kAhciDisk;
+        disk.sectorSize = size;
+        StrgGeoInfo geo{};
+        EXPECT_EQ(GetGeoFromKernel(node.path(), &geo), 0) << size;
+        EXPECT_EQ(geo.cylinders, 261U);
+    }
+}
+
+TEST_F(GeometryTest, DiskGeometryTakesSmallSectorsAs512)
 {
     for (const int size : {1, 256, 511, 513, 520}) {
         disk = kAhciDisk;
         disk.sectorSize = size;
-        StrgGeoInfo geo{};
-        EXPECT_EQ(GetGeoFromKernel(node.path(), &geo), 0);
-        EXPECT_EQ(geo.cylinders, 261U);
         HardDiskEntry entry{};
         EXPECT_EQ(GetSCSIHDGeometry(node.path(), &entry), 0);
         EXPECT_EQ(entry.CylindersPerUnit, 261U);

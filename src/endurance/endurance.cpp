@@ -18,7 +18,7 @@ uint16_t g_M2SSDEndu = 0;
 
 namespace {
 
-void addEntry(const M2SSDInf &entry)
+void addModel(const M2SSDInf &entry)
 {
     g_M2SSDInf[g_M2SSDCnt] = entry;
     TRACE(kDetail, "g_M2SSDCnt[%d] model=[%.16s] attid=[%d] max=[%d] lv5=[%d] lv4=[%d] lv3=[%d] lv2=[%d] min=[%d] ",
@@ -28,7 +28,7 @@ void addEntry(const M2SSDInf &entry)
 }
 
 // A line as it was read, in the terms of the table. Traced without what ends it.
-void takeLine(EnduranceLines &lines, char (&text)[kM2SSDLineBuffer])
+void useLine(EnduranceLines &lines, char (&text)[kM2SSDLineBuffer])
 {
     text[withoutBreaks(text).size()] = '\0';
     M2SSDInf entry = {};
@@ -43,7 +43,7 @@ void takeLine(EnduranceLines &lines, char (&text)[kM2SSDLineBuffer])
         TRACE(kDetail, "  read data continue. line=[%s].", text);
         break;
     case TableLine::entry:
-        addEntry(entry);
+        addModel(entry);
         break;
     case TableLine::outside:
     case TableLine::sectionBegins:
@@ -101,7 +101,7 @@ void strgGetInfFile()
     EnduranceLines lines;
     char text[kM2SSDLineBuffer];
     while (g_M2SSDCnt < kMaxM2SSD && lines.more() && std::fgets(text, sizeof text, file.get()) != nullptr) {
-        takeLine(lines, text);
+        useLine(lines, text);
     }
     TRACE(kDetail, "_OUT_ g_M2SSDCnt=[%d]", g_M2SSDCnt);
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// SSD endurance: which drives report it and at which level they stand.
+// SSD endurance: which drives report it, and the level of each.
 #pragma once
 
 #include <cstddef>
@@ -30,7 +30,7 @@ extern uint16_t g_M2SSDEndu; // endurance figure that was read last
 
 namespace tavstrg {
 
-constexpr char kM2SSDRoot[] = "/opt/qlm/tavkit_sa/"; // fixed, whatever the agent's configuration says
+constexpr char kM2SSDRoot[] = "/opt/qlm/tavkit_sa/"; // fixed, whatever the agent's configuration is
 constexpr char kM2SSDFileName[] = "tavm2ssd.inf";
 
 } // namespace tavstrg
@@ -46,7 +46,7 @@ constexpr int16_t kLevelUnknown = -1;
 // wins.
 int16_t enduranceLevel(const M2SSDInf &entry, uint16_t figure);
 
-// First of count entries whose model equals a disk's over 16 characters; null when there is none.
+// First of count entries whose model equals a disk's over 16 characters; null if there is none.
 const M2SSDInf *findM2SSD(const M2SSDInf *table, int32_t count, const char *model);
 
 } // namespace tavstrg

@@ -10,8 +10,8 @@ using namespace tavstrg;
 
 namespace {
 
-constexpr std::string_view kBreaks = "\r\n";
-constexpr std::string_view kSeparators = ",\r\n";
+constexpr std::string_view kLineBreaks = "\r\n";
+constexpr std::string_view kFieldBreaks = ",\r\n";
 
 // The low 16 bits, as an assignment to a short field takes them.
 int16_t boundOf(std::string_view field)
@@ -48,18 +48,18 @@ bool tavstrg::takeTableLine(std::string_view &rest, std::string_view &line)
 
 std::string_view tavstrg::withoutBreaks(std::string_view line)
 {
-    return line.substr(0, line.find_last_not_of(kBreaks) + 1);
+    return line.substr(0, line.find_last_not_of(kLineBreaks) + 1);
 }
 
 size_t tavstrg::splitTableLine(std::string_view line, std::string_view (&fields)[kM2SSDFields + 1])
 {
     size_t count = 0;
     while (count <= kM2SSDFields) {
-        line.remove_prefix(std::min(line.find_first_not_of(kSeparators), line.size()));
+        line.remove_prefix(std::min(line.find_first_not_of(kFieldBreaks), line.size()));
         if (line.empty()) {
             break;
         }
-        fields[count] = line.substr(0, line.find_first_of(kSeparators));
+        fields[count] = line.substr(0, line.find_first_of(kFieldBreaks));
         line.remove_prefix(fields[count].size());
         ++count;
     }

@@ -11,7 +11,7 @@
 namespace tavstrg {
 
 constexpr std::string_view kEnduranceSection = "[Endurance Remaining]";
-constexpr size_t kM2SSDLineBuffer = 128; // bytes with the terminator; the rest of a longer line is a line of its own
+constexpr size_t kM2SSDLineBuffer = 128; // bytes with the terminator; the rest of a longer line counts as the next line
 constexpr size_t kMaxM2SSDLines = 65536; // that are read: a file can be of any size
 
 // Takes the next line off the front of a text as fgets does with the line buffer: at most 127 characters, with its
@@ -23,7 +23,7 @@ std::string_view withoutBreaks(std::string_view line);
 
 constexpr size_t kM2SSDFields = 8;
 
-// Splits at commas and line breaks; runs of them count as one. At most nine fields are told apart: the number found.
+// Splits at commas and line breaks; runs of them count as one. Returns the number of fields found, at most nine.
 size_t splitTableLine(std::string_view line, std::string_view (&fields)[kM2SSDFields + 1]);
 
 // What atoi makes of a text, without its undefined cases: a number outside 64 bits is cut to what 64 bits hold, and
@@ -39,7 +39,7 @@ enum class TableLine {
     otherFields,   // not eight fields
 };
 
-// Takes the lines of a file one after the other, so that each is judged by where it stands.
+// Takes the lines of a file one after the other, so that each is judged by its section.
 class EnduranceLines {
 public:
     // What a line is; entry is filled for TableLine::entry alone.

@@ -127,7 +127,7 @@ TEST_F(EnduranceFile, ALineBreakSeparatesAsAComma)
 
 TEST_F(EnduranceFile, MoreThan127CharactersAreAFurtherLine)
 {
-    // 127 characters, then an entry that stands where they end; and one that is torn.
+    // 127 characters, then an entry right after them; and one that is split.
     const std::string padding(127, 'x');
     const std::string torn = "TORN" + std::string(110, 'y') + ",231,100,80,60,40,20,0\n";
     load(kSection + padding + tenOf("REST") + torn + padding + "\n" + tenOf("LAST"));

@@ -41,7 +41,14 @@ bool isRegular(int fd)
 void searchFile(int fd, ConfSearch &search)
 {
     char block[4096];
+    static_assert(kMaxConfFile % sizeof block == 0);
+    size_t total = 0;
     while (!search.found()) {
+        if (total >= kMaxConfFile) {
+            TRACE(kFailure, "[%s] is too long, the rest is not read Failure!!", kConfigurationFile);
+            search.finish();
+            return;
+        }
         const ssize_t got = ::read(fd, block, sizeof block);
         if (got < 0 && errno == EINTR) {
             continue;
@@ -50,6 +57,7 @@ void searchFile(int fd, ConfSearch &search)
             search.finish();
             return;
         }
+        total += static_cast<size_t>(got);
         search.feed({block, static_cast<size_t>(got)});
     }
 }

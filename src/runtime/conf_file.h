@@ -4,10 +4,12 @@
 
 #include <cstddef>
 #include <string_view>
+
 // Value of a key of "/etc/tavkit/tavkit.conf", a stream of whitespace-separated tokens taken two at a time. Copies it
 // with its terminator into value, which must hold size + 1 bytes: size is compared with the length without the
 // terminator. Returns the length; 0 when the key is absent or value is null; the negated length when it does not fit.
-// Where there is no file the answer is the default root, whatever was asked.
+// Of the file the first kMaxConfFile bytes are read. Where there is no file the answer is the default root, whatever
+// was asked.
 int get_TavEnv(const char *name, char *value, int size);
 
 // The agent's root directory without a trailing slash; path must hold size + 1 bytes. Returns the length; a negative
@@ -17,6 +19,8 @@ int get_TavRootPath(char *path, int size);
 namespace tavstrg {
 
 constexpr char kDefaultRoot[] = "/opt/qlm/tavkit_sa"; // 18 characters
+
+constexpr size_t kMaxConfFile = size_t{1} << 20; // bytes; the file of an agent has a few hundred
 
 constexpr size_t kConfTokenMax = 511; // characters of one token; what is longer goes on as the next token
 

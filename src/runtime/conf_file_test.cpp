@@ -189,6 +189,16 @@ TEST_F(Configuration, ALongFileIsReadToItsEnd)
     EXPECT_EQ(machine.openDescriptors(), 0);
 }
 
+TEST_F(Configuration, IsReadNoFurtherThanItsBound)
+{
+    machine.write(kFile, std::string(kMaxConfFile - 100, ' ') + "TavDir /opt/agent");
+    EXPECT_EQ(root(), "/opt/agent");
+    EXPECT_FALSE(trace.has(kFailure, "[/etc/tavkit/tavkit.conf] is too long, the rest is not read Failure!!"));
+    machine.write(kFile, std::string(kMaxConfFile, ' ') + "TavDir /opt/agent");
+    EXPECT_EQ(root(), "/opt/qlm/tavkit_sa");
+    EXPECT_TRUE(trace.has(kFailure, "[/etc/tavkit/tavkit.conf] is too long, the rest is not read Failure!!"));
+}
+
 TEST_F(Configuration, AReadErrorCountsAsTheEnd)
 {
     machine.write(kFile, "TavDir /opt/agent\n");

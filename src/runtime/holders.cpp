@@ -2,12 +2,24 @@
 #include "runtime/holders.h"
 
 #include <cerrno>
+#include <cstring>
 
 using namespace tavstrg;
 
+namespace {
+
+// By bytes, whatever the process's locale: processes that share segments must number devices alike. alphasort compares
+// by LC_COLLATE.
+int compareNames(const dirent **left, const dirent **right)
+{
+    return std::strcmp((*left)->d_name, (*right)->d_name);
+}
+
+} // namespace
+
 DirListing::DirListing(const char *path)
 {
-    count_ = ::scandir(path, &entries_, nullptr, ::alphasort);
+    count_ = ::scandir(path, &entries_, nullptr, compareNames);
     error_ = count_ < 0 ? errno : 0;
 }
 

@@ -20,7 +20,7 @@
 
 namespace {
 
-// Converts to whatever a member is, so that counting initialisers counts members.
+// Converts to any type, so that counting initialisers counts members.
 struct Anything {
     template <class Member> operator Member() const;
 };
@@ -153,7 +153,7 @@ TEST(CMPI_SUITE, StructuresStayPlainSoThatTheyArePassedAsInC)
     EXPECT_TRUE(std::is_trivial_v<CMPIValue> && std::is_standard_layout_v<CMPIValue>);
 }
 
-// A count of members that could not tell one more or one less would prove nothing.
+// The count must detect one member more and one member less.
 TEST(CMPI_SUITE, TheCountOfMembersIsExact)
 {
     EXPECT_TRUE((hasMembers<CMPIStatus, 2>("CMPIStatus")));

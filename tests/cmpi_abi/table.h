@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The table of interface facts, tests/data/cmpi-abi.csv: rows kind,name,member,value without quoting. A semicolon
-// stands for the comma between the parameters of a function.
+// is the comma between the parameters of a function.
 #pragma once
 
 #include <algorithm>
@@ -15,7 +15,7 @@ struct Row {
     std::string line, kind, name, member, value;
 };
 
-// All rows; none when it is no such table.
+// Returns all rows, or none if the text is no such table.
 inline std::vector<Row> readTable(const std::string &path)
 {
     std::ifstream table(path);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A whole collection with SMART on, on a machine of SCSI hosts and IDE channels some of whose files the input is: the
-// administrator's three, the kernel's two lists, and attributes of a disk. Whatever they say, the records are sound.
+// A whole collection with SMART on, on a machine of SCSI hosts and IDE channels. The input is the content of some of
+// its files: the administrator's three, the kernel's two lists, and attributes of a disk. The records are always sound.
 #include "collect/collector.h"
 #include "endurance/endurance.h"
 #include "fuzz/fuzz.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A whole disk whose replies the input is: everything that a collection asks of a disk. The first byte chooses the kind
-// of disk and the way of the commands; fuzz/disk.h tells the rest.
+// A whole disk whose replies are the input: every command of a collection. The first byte selects the kind of disk and
+// the transport of the commands; fuzz/disk.h describes the rest.
 #include "collect/devices/disk_names.h"
 #include "collect/devices/serial_number.h"
 #include "devcmd/geometry.h"

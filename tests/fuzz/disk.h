@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A disk whose every reply is the fuzzer's: answers the ioctls of the process while one lives. It writes where and as
-// much as the kernel would, so that a buffer that is too small is found.
+// A disk whose replies are the fuzzer's input: answers the ioctls of the process during its life. It writes where and
+// as much as the kernel would, so that a buffer that is too small is detected.
 //
 // The input is read once, front to back. A reply begins with a byte of flags, of which those that are set say what
 // follows, in this order:
@@ -9,9 +9,9 @@
 //   2   three bytes: SCSI status, host status, driver status
 //   4   one byte of length and as many bytes: sense data
 //   8   two bytes of length, the low one first, and as many bytes: data
-//   16  one byte: the length of the sense data that the reply claims, whatever came
+//   16  one byte: the length of the sense data that the reply claims, whatever was sent
 //
-// Behind the end of the input everything is zero: commands succeed without data.
+// After the end of the input everything is zero: commands succeed without data.
 #pragma once
 
 #include "fuzz/fuzz.h"
@@ -27,7 +27,7 @@ public:
     Disk(const Disk &) = delete;
     Disk &operator=(const Disk &) = delete;
 
-    // A node that can be opened, as the provider does before it asks.
+    // A node that can be opened, as the provider does before each command.
     static constexpr char kNode[] = "/dev/null";
 
     int answer(unsigned long request, void *argument);

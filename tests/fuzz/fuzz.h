@@ -19,7 +19,7 @@ using Bytes = std::span<const uint8_t>;
 // Ends the process, which is a finding, unless the property holds.
 void require(bool holds, const char *property, const char *file = __builtin_FILE(), int line = __builtin_LINE());
 
-// Whether all of a view lies in another one.
+// Whether a view is completely within another one.
 inline bool isWithin(std::string_view part, std::string_view whole)
 {
     return part.empty() || (part.data() >= whole.data() && part.data() + part.size() <= whole.data() + whole.size());

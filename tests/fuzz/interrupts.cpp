@@ -27,8 +27,9 @@ void checkLines(std::string_view text)
     const FilePtr file(::fmemopen(const_cast<char *>(copy.text().data()), text.size(), "r"));
     require(static_cast<bool>(file), "a stream can be opened");
     ProcLine line;
+    size_t left = text.size() + 1;
     size_t lines = 0;
-    while (readProcLine(file.get(), line)) {
+    while (readProcLine(file.get(), line, left)) {
         require(line.length <= kProcLineMax && line.text[line.length] == '\0', "a line is cut and terminated");
         line.removeNewline();
         require(line.view().find('\n') == std::string_view::npos, "a newline ends a line");

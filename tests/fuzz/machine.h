@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A simulated machine whose files the fuzzer writes. One lives as long as the process.
+// A simulated machine whose files the fuzzer writes. One exists per process.
 #pragma once
 
 #include "sim/sim.h"
@@ -11,7 +11,7 @@ namespace fuzz {
 class FuzzedMachine {
 public:
     explicit FuzzedMachine(const char *description = "{}") : machine_(description) {}
-    // The file of that path, whatever stood there.
+    // Replaces whatever is at that path by a file.
     void file(const char *path, std::string_view content) { machine_.write(path, content); }
     void link(const char *path, std::string_view target);
     void remove(std::string_view path) { machine_.remove(path); }

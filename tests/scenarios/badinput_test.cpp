@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the world may do to the provider: administrator files, the saved-state file, sysfs and devices that are damaged,
-// absurd or hostile. It answers, traces why, keeps its last good state where there is one, and leaves nothing behind.
+// Damaged, absurd or hostile input: administrator files, the saved-state file, sysfs and devices. The provider answers,
+// traces the reason, keeps its last good state and leaks nothing.
 #include "scenarios/scenario.h"
 
 #include <gmock/gmock.h>
@@ -23,7 +23,7 @@ class BadInput : public testing::Test {
 protected:
     sim::Machine machine_{machines::ofDisks(3)};
 
-    // Number of hard disks that a freshly started provider answers; nothing is left behind afterwards.
+    // Returns the number of hard disks that a newly started provider reports. It leaks nothing.
     size_t disksSeen()
     {
         Server server;
@@ -35,7 +35,7 @@ protected:
     }
 };
 
-TEST_F(BadInput, StorageInfOf65536BytesIsReadAndOneOf65537Refused)
+TEST_F(BadInput, StorageInfAbove65536BytesIsRefused)
 {
     const std::string names = "[Management Port]\nahci\n[Diagnostic Port]\n";
     machine_.write(kStorageInf, names + std::string(65536 - names.size(), '\n'));
@@ -44,7 +44,7 @@ TEST_F(BadInput, StorageInfOf65536BytesIsReadAndOneOf65537Refused)
     EXPECT_EQ(disksSeen(), 0U);
 }
 
-TEST_F(BadInput, StorageInfWithBinaryBytesGivesTheNamesThatCanBeRead)
+TEST_F(BadInput, BinaryBytesInStorageInfAreSkipped)
 {
     std::mt19937 random(7);
     std::string noise;
@@ -57,7 +57,7 @@ TEST_F(BadInput, StorageInfWithBinaryBytesGivesTheNamesThatCanBeRead)
     EXPECT_EQ(disksSeen(), 0U);
 }
 
-TEST_F(BadInput, DriverNamesOf64CharactersAreTakenAndOf65Refused)
+TEST_F(BadInput, DriverNameAbove64CharactersDoesNotMatch)
 {
     for (const size_t length : {64U, 65U}) {
         json description = machines::disks(3);
@@ -83,7 +83,7 @@ TEST_F(BadInput, ADirectoryOrAPipeInPlaceOfStorageInfManagesNothingAndDoesNotHan
     EXPECT_EQ(disksSeen(), 0U);
 }
 
-// A provider's state as it saves it.
+// The saved state of a provider on that machine.
 std::string savedState(const sim::Machine &machine)
 {
     Server server;
@@ -92,7 +92,7 @@ std::string savedState(const sim::Machine &machine)
     return machine.read(kStateFile);
 }
 
-TEST_F(BadInput, ASavedStateCutAnywhereIsFollowedByACollection)
+TEST_F(BadInput, TruncatedSavedStateCausesCollection)
 {
     const std::string whole = savedState(machine_);
     ASSERT_GT(whole.size(), 18U + 12U + 20U);
@@ -111,7 +111,7 @@ TEST_F(BadInput, ASavedStateCutAnywhereIsFollowedByACollection)
     }
 }
 
-TEST_F(BadInput, ASavedStateWithMoreBytesThanItCountsIsRead)
+TEST_F(BadInput, SavedStateWithExtraBytesIsRead)
 {
     const std::string whole = savedState(machine_);
     machine_.write(kStateFile, whole + std::string(100000, 'x'));
@@ -166,7 +166,7 @@ TEST_P(BadAttribute, LeavesEveryClassAnswering)
     Server server;
     Reply devices = server->enumInstances("TAV_StorageSCSIDevice");
     if (!devices.ok()) {
-        // A disk that does not say that it is one uses up a disk's name, and the last disk has none: told as a failure.
+        // A disk without its type uses up a disk name, and the last disk has none: reported as a failure.
         EXPECT_STREQ(file, "type");
         EXPECT_EQ(devices.message, "strgInitProvider() Failure!!");
         machine_.remove(path);
@@ -203,7 +203,7 @@ std::string machineWithFault(const json &fault)
     return machines::text(description);
 }
 
-TEST_F(BadInput, ADiskWhoseIdentityFailsFailsTheCollectionAndTheLastGoodStateStays)
+TEST_F(BadInput, FailedIdentityKeepsTheLastGoodState)
 {
     Server server;
     EXPECT_EQ(server->enumInstances("TAV_StorageHardDisk").instances.size(), 3U);
@@ -219,7 +219,7 @@ TEST_F(BadInput, ADiskWhoseIdentityFailsFailsTheCollectionAndTheLastGoodStateSta
     scenario::expectNothingLeft(*server);
 }
 
-TEST_F(BadInput, AFailingFirstCollectionIsToldAndTriedAgain)
+TEST_F(BadInput, FailedFirstCollectionIsReportedAndRetried)
 {
     machine_.change(machineWithFault({{"on", "identity"}, {"errno", "EIO"}}));
     Server server;
@@ -232,7 +232,7 @@ TEST_F(BadInput, AFailingFirstCollectionIsToldAndTriedAgain)
     scenario::expectNothingLeft(*server);
 }
 
-TEST_F(BadInput, TransportErrorsOfAnInquiryLeaveTheDiskAPlainScsiDisk)
+TEST_F(BadInput, DiskWithFailedInquiryIsPlainScsi)
 {
     for (const json &fault :
          {json{{"on", "inquiry"}, {"errno", "EIO"}}, json{{"on", "inquiry"}, {"hostStatus", 3}},
@@ -242,7 +242,7 @@ TEST_F(BadInput, TransportErrorsOfAnInquiryLeaveTheDiskAPlainScsiDisk)
     }
 }
 
-TEST_F(BadInput, AbsurdGeometryAndSizesDoNoHarm)
+TEST_F(BadInput, AbsurdGeometryAndSizesAreSurvived)
 {
     const std::pair<json, const char *> sizes[] = {
         {json{{"sectors", 0}}, "no sectors"},
@@ -263,7 +263,7 @@ TEST_F(BadInput, AbsurdGeometryAndSizesDoNoHarm)
     }
 }
 
-TEST_F(BadInput, AStateFileThatCannotBeReplacedIsToldAndTheProviderGoesOn)
+TEST_F(BadInput, StateFileThatCannotBeReplacedIsReported)
 {
     Server server;
     ASSERT_TRUE(server->enumInstances("TAV_StorageHardDisk").ok());

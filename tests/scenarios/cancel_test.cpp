@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A stop comes whenever a client wants it: at each moment of a pass in turn. It takes effect soon, and leaves nothing.
+// Stops at each point of a pass in turn. Each takes effect soon and leaks nothing.
 #include "scenarios/child.h"
 #include "scenarios/monitored.h"
 
@@ -25,8 +25,7 @@ using scenario::startThread;
 using scenario::stopThread;
 using Clock = std::chrono::steady_clock;
 
-// A stop by another client while the thread is at one of its calls: the thread goes on when the cancellation is
-// pending.
+// A stop by another client during one of the thread's calls: the thread continues when the cancellation is pending.
 class StopMeanwhile {
 public:
     StopMeanwhile(broker::Broker &broker, sim::Call kind, unsigned nth)
@@ -52,7 +51,7 @@ public:
     {
         return await([this] { return begun_.load(); }) && pending_;
     }
-    // The method's code, when it has returned.
+    // Return value of the method, once it has returned.
     int code()
     {
         client_.join();
@@ -116,7 +115,7 @@ protected:
         EXPECT_TRUE(accounting.clean()) << testing::PrintToString(accounting.notes);
     }
 
-    // No lock is held, nothing is half done: the next start works and shows the same machine.
+    // No lock is held and nothing is half done: the next start works and reports the same machine.
     void expectWorks()
     {
         ASSERT_TRUE(steps.start(*server));
@@ -150,12 +149,12 @@ protected:
     Cancellation() : StopsDuringPasses(scenario::exampleMachine(GetParam())) {}
 };
 
-TEST_P(Cancellation, AtEveryCancellationPointOfAPassLeavesNothingAndTheNextStartWorks)
+TEST_P(Cancellation, AtEachCancellationPointLeaksNothing)
 {
     stopAtEach(sim::Call::cancelPoint, 1);
 }
 
-TEST_P(Cancellation, RequestedAtAnyOtherCallOfAPassLeavesNothingAndTheNextStartWorks)
+TEST_P(Cancellation, RequestedAtAnyOtherCallLeaksNothing)
 {
     constexpr unsigned kOfEach = 12;
     for (const sim::Call kind :
@@ -201,10 +200,10 @@ std::string watchedMachine()
     return machines::text(machine);
 }
 
-// DEXCPT of the current page 1C (SPC-4) is clear, as the disk itself tells.
+// Whether DEXCPT of the current page 1C (SPC-4) is clear.
 bool reportsExceptions(const char *node)
 {
-    constexpr size_t kPage = 4; // behind the header, as no block descriptor is asked for
+    constexpr size_t kPage = 4; // after the header: no block descriptor is requested
     struct {
         unsigned int in, out;
         uint8_t bytes[64];
@@ -237,7 +236,7 @@ protected:
     }
 };
 
-TEST_F(SmartWatch, StoppedAtAnyCommandLeavesEachDiskAsItWas)
+TEST_F(SmartWatch, StopAtAnyCommandRestoresEachDisk)
 {
     machine.forgetCommands();
     const unsigned calls = callsOfAPass(sim::Call::ioctl);
@@ -262,7 +261,7 @@ TEST_F(SmartWatch, StoppedAtAnyCommandLeavesEachDiskAsItWas)
 
 constexpr double kCommandTimeOut = 6; // seconds, of the commands that go through SG_IO with a time-out
 
-// Three disks of which each hangs in one kind of command, or in none.
+// Three disks that hang in one kind of command; empty: in none.
 std::string machineThatHangsIn(const char *kind, bool smartIsOn)
 {
     nlohmann::json machine = machines::disks(3);
@@ -292,7 +291,7 @@ void stopDuring(const Hang &hang)
     machine.forgetCommands();
     sim::wakeSleepers();
     size_t sent = 0;
-    EXPECT_TRUE(scenario::await([&] { // until no command follows any more: one hangs
+    EXPECT_TRUE(scenario::await([&] { // until no further command is sent: one hangs
         const size_t before = std::exchange(sent, machine.commands().size());
         std::this_thread::sleep_for(std::chrono::milliseconds(400));
         return sent != 0 && before == sent;
@@ -306,9 +305,9 @@ void stopDuring(const Hang &hang)
     scenario::expectNothingLeft(*server);
 }
 
-TEST(HungDisk, DelaysAStopByNoMoreThanTheTimeOutOfOneCommand)
+TEST(HungDisk, DelaysStopByOneCommandTimeOutAtMost)
 {
-    // Each in a process of its own, so that they hang at the same time.
+    // A process for each, so that they hang at the same time.
     std::vector<std::unique_ptr<scenario::Child>> children;
     for (const Hang &hang : {Hang{"identify", true}, Hang{"smartEnable", true}, Hang{"smartStatus", true},
                              Hang{"smartEnable", false}, Hang{"smartStatus", false}, Hang{"smartDisable", false}}) {

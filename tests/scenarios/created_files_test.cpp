@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Whose is what the provider makes, and who may do what with it: whatever the umask it is started with, and whatever
-// somebody has put in its place before.
+// Owners and modes of what the provider creates, under any umask and with any file that another user has put in its
+// place.
 #include "scenarios/child.h"
 #include "scenarios/generations.h"
 #include "scenarios/monitored.h"
@@ -78,7 +78,7 @@ public:
         return steps.start(**server);
     }
 
-    // What has appeared in the agent's root since this was made.
+    // Files that appeared in the agent's root since construction.
     std::vector<std::string> made() const
     {
         std::vector<std::string> fresh;
@@ -118,7 +118,7 @@ private:
         return names;
     }
 
-    Umask umask_; // before all that creates something
+    Umask umask_; // first: it applies to all that is created
 
 public:
     scenario::Agent agent{0};
@@ -132,7 +132,7 @@ private:
 
 class Created : public testing::TestWithParam<mode_t> {};
 
-TEST_P(Created, IsItsOwnersAndNothingElseIsCreated)
+TEST_P(Created, IsWritableByItsOwnerAlone)
 {
     Service service(GetParam());
     mode_t whileWritten = 0;
@@ -163,13 +163,13 @@ INSTANTIATE_TEST_SUITE_P(UnderUmask, Created, testing::Values(0, 022, 077), [](c
            std::to_string(testInfo.param & 7);
 });
 
-// Somebody who may write to the agent's directories has put something where the provider's files are to be. It works
-// all the same, its files are its own, and nobody's content has changed.
+// A user who may write to the agent's directories has put something at the paths of the provider's files. The provider
+// works, its files are its own, and the other user's content is unchanged.
 using Put = std::function<bool(sim::Machine &)>;
 
 struct Place {
     const char *name;
-    Put put; // false where this process must not
+    Put put; // false if this process is not permitted to
 };
 
 void PrintTo(const Place &place, std::ostream *out)
@@ -214,7 +214,7 @@ const Place kPlaces[] = {
 
 class Placed : public testing::TestWithParam<Place> {};
 
-TEST_P(Placed, IsNeitherWrittenToNorKept)
+TEST_P(Placed, IsReplacedAndNotWritten)
 {
     Service service(0);
     service.machine.write(kVictim, "precious");
@@ -239,7 +239,7 @@ TEST_P(Placed, IsNeitherWrittenToNorKept)
 INSTANTIATE_TEST_SUITE_P(Before, Placed, testing::ValuesIn(kPlaces),
                          [](const auto &testInfo) { return std::string(testInfo.param.name); });
 
-// They are read only, and those who keep them under version control link them from there.
+// They are read only; administrators link them from a checkout.
 TEST(AdministratorsFiles, MayBeLinks)
 {
     sim::Machine machine(machineOf(1));
@@ -254,7 +254,7 @@ TEST(AdministratorsFiles, MayBeLinks)
     scenario::expectGeneration(*server, 1);
 }
 
-TEST(AnotherUser, OpensNoneOfTheFilesAndAttachesNoSegment)
+TEST(AnotherUser, CanOpenNoFileAndAttachNoSegment)
 {
     if (::geteuid() != 0) {
         GTEST_SKIP() << "only root can become somebody else";
@@ -262,7 +262,7 @@ TEST(AnotherUser, OpensNoneOfTheFilesAndAttachesNoSegment)
     const Umask everything(0);
     const sim::Machine machine(machineOf(1));
     ASSERT_EQ(::chmod(machine.where("").c_str(), 0755), 0) << "nothing but the files' own modes is to count";
-    Server server; // outside service mode: a process of one thread, that can be forked
+    Server server; // outside service mode: one thread, so the process can be forked
     ASSERT_TRUE(server->enumInstances("TAV_StorageHardDisk").ok());
     const std::vector<process::Segment> segments = process::segmentsOf(::getpid());
     ASSERT_EQ(segments.size(), 5U);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Ends and new beginnings: cleanups that take long and are entered again, and requests after whatever came before.
+// Long cleanups that are entered again, and requests after every kind of end.
 #include "scenarios/generations.h"
 #include "scenarios/monitored.h"
 
@@ -39,8 +39,8 @@ void expectWorks(broker::Broker &broker, bool service, scenario::Steps &steps, u
 
 class LongCleanup : public testing::TestWithParam<bool> {};
 
-// As the broker does it: while a cleanup takes its time, it is entered again, and again.
-TEST_P(LongCleanup, EnteredAgainMeanwhileFreesOnceAndEveryEntryReturns)
+// As the broker does: a cleanup that takes long is entered again repeatedly.
+TEST_P(LongCleanup, EnteredAgainFreesOnceAndReturns)
 {
     const bool service = GetParam();
     constexpr int kEntries = 5;
@@ -60,7 +60,7 @@ TEST_P(LongCleanup, EnteredAgainMeanwhileFreesOnceAndEveryEntryReturns)
         ++returned;
     };
     std::vector<std::thread> threads;
-    // The save within the first cleanup lasts until the others have come in, and then as long as they need to run on.
+    // The save within the first cleanup lasts until the others have entered, and as long as they need to continue.
     sim::atNth(sim::Call::write, 2, [&] {
         for (int i = 1; i < kEntries; ++i) {
             threads.emplace_back(enter, i);
@@ -92,8 +92,8 @@ INSTANTIATE_TEST_SUITE_P(Modes, LongCleanup, testing::Bool(),
 
 // ---- a start that meets a cleanup ----
 
-// Whichever comes first, there is one thread afterwards that a stop ends, or none and nothing of one.
-TEST(StartAndCleanup, AtTheSameMomentLeaveAThreadThatStopsOrNone)
+// In either order: afterwards there is one thread, which a stop ends, or none.
+TEST(StartAndCleanup, AtOnceLeaveNoThreadOrOneThatStops)
 {
     sim::Machine machine(machineOf(2));
     Server server(optionsFor(true));
@@ -131,7 +131,7 @@ void PrintTo(const End &end, std::ostream *out)
     *out << end.name;
 }
 
-// A first build that fails: no more segments can be had.
+// A first build that fails: no segment can be created.
 void failToInitialise(sim::Machine &machine, broker::Broker &broker)
 {
     broker.cleanupInstance(true);
@@ -153,7 +153,7 @@ const End kEnds[] = {
     {"RefusedStopAndOneThatIsNot", Modes::service,
      [](sim::Machine &, broker::Broker &broker) {
          EXPECT_EQ(stopThread(broker), 0);
-         EXPECT_EQ(stopThread(broker), 1); // has freed the store, and nothing builds it
+         EXPECT_EQ(stopThread(broker), 1); // the store is freed and not rebuilt
          EXPECT_EQ(startThread(broker), 0);
          EXPECT_EQ(stopThread(broker), 0);
      }},
@@ -191,7 +191,7 @@ TEST_P(AfterTheEnd, TheNextRequestsWork)
         expectWorks(*server, service, steps, 1 + round);
         end.come(machine, *server);
         machine.change(machineOf(2 + round));
-        if (service && scenario::threadRuns(*server)) { // an end that does not end the thread
+        if (service && scenario::threadRuns(*server)) { // this end leaves the thread running
             ASSERT_TRUE(steps.pass());
         }
     }

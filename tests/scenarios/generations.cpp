@@ -41,7 +41,7 @@ std::string firmwareOf(unsigned generation)
     return "F" + withDigits(generation % 1000, 3);
 }
 
-// Capacities are told in whole cylinders.
+// Capacities are reported in whole cylinders.
 nlohmann::json oneMiBPerCylinder(unsigned generation)
 {
     return {{"heads", 64}, {"sectors", 32}, {"cylinders", kFirstCapacity + generation}};
@@ -53,7 +53,7 @@ std::nullopt_t no(std::string &why, std::string reason)
     return std::nullopt;
 }
 
-// What is told of one disk.
+// Texts of one disk.
 struct Disk {
     std::string model, serial, firmware;
 };
@@ -109,7 +109,7 @@ std::string textOf(const broker::Instance &instance, const char *name)
     return value == nullptr ? "" : value->toString();
 }
 
-// Takes records off the front of a saved state; false when there are not so many.
+// Removes records from the front of a saved state. Returns false if it has fewer.
 template <class Rec> bool take(std::string_view &bytes, size_t count, std::vector<Rec> &records)
 {
     if (bytes.size() < count * sizeof(Rec)) {

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Golden traces: what the provider answers, traces, sends as alerts and puts on the wire on each example machine is,
-// line by line, what it was when tests/data/golden was recorded. TAV_GOLDEN_UPDATE=1 records anew, after a change on
-// purpose.
+// Golden traces: the provider's answers, trace lines, alerts and device commands on each example machine equal, line by
+// line, the recordings in tests/data/golden. TAV_GOLDEN_UPDATE=1 records again, after an intended change.
 #include "scenarios/monitored.h"
 
 #include <algorithm>
@@ -20,7 +19,7 @@ using broker::Value;
 using Json = nlohmann::json;
 using scenario::Server;
 
-// A trace longer than this is kept as a checksum for each block of so many lines: a test says which block differs.
+// A longer trace is kept as a checksum for each block of lines; the test names the block that differs.
 constexpr size_t kLongestText = 4000;
 constexpr size_t kBlock = 250;
 
@@ -79,7 +78,7 @@ std::vector<std::string> blocksOf(const std::vector<std::string> &lines)
     return blocks;
 }
 
-// One session of a client and a machine, written down.
+// Records one session of a client on a machine.
 class Session {
 public:
     Session(const std::string &name, bool service)
@@ -126,7 +125,7 @@ public:
     {
         answered(method + " " + value, broker().invokeMethod(className, method, {{argument, Value::text(value)}}));
     }
-    // Takes the last device of the first host that has one away, or else the last IDE drive.
+    // Unplugs the last device of the first host that has one, or else the last IDE drive.
     void unplug()
     {
         if (Json *const devices = firstDevices()) {
@@ -137,7 +136,7 @@ public:
         machine_->change(description_.dump());
         said("-- unplugged");
     }
-    // Lets every ATA disk predict its failure.
+    // Makes every ATA disk predict its failure.
     void fail()
     {
         machines::forEachDevice(description_, [](Json &device) {
@@ -148,7 +147,8 @@ public:
         machine_->change(description_.dump());
         said("-- failing");
     }
-    // Everything since the last mark: trace lines of requests, then those of the monitoring thread, then the commands.
+    // Records everything since the last mark: trace lines of requests, then of the monitoring thread, then the
+    // commands.
     void mark(const std::string &step)
     {
         lines_.push_back("== " + step);
@@ -329,7 +329,7 @@ TEST_P(Golden, AnswersTracesAlertsAndCommandsAreAsRecorded)
     const std::string name = std::string(recording.machine) + "-" + recording.kind + ".txt";
     const std::vector<std::string> now = recording.record(recording.machine);
     ASSERT_GT(now.size(), 100U) << "nothing was traced";
-    writeLines(TAV_BINARY_DIR "/golden/" + name, now); // whole, to be compared with that of another state of the tree
+    writeLines(TAV_BINARY_DIR "/golden/" + name, now); // complete, for comparison with another revision
     const std::vector<std::string> kept = now.size() > kLongestText ? blocksOf(now) : now;
     const std::string path = TAV_SOURCE_DIR "/tests/data/golden/" + name;
     if (std::getenv("TAV_GOLDEN_UPDATE") != nullptr) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Between two passes the provider costs nothing: its thread is not woken and nobody uses the processor.
+// Between two passes the provider costs nothing: no thread wakes or uses CPU time.
 #include "scenarios/monitored.h"
 
 #include <chrono>
@@ -51,7 +51,7 @@ Cost costOf(const std::string &task)
     return cost;
 }
 
-// What every thread of this process but the calling one has cost so far.
+// CPU time and wake-ups of every thread of this process but the calling one.
 std::map<std::string, Cost> costs()
 {
     std::map<std::string, Cost> all;
@@ -63,14 +63,14 @@ std::map<std::string, Cost> costs()
     return all;
 }
 
-TEST(Idle, BetweenTwoPassesNoThreadIsWokenAndNoTimeIsUsed)
+TEST(Idle, NoThreadWakesBetweenTwoPasses)
 {
     sim::Machine machine(scenario::exampleMachine("workstation"));
     Server server(scenario::inServiceMode());
     ASSERT_EQ(scenario::startThread(*server), 0);
     ASSERT_TRUE(server->enumInstances("TAV_StorageHardDisk").ok());
     std::map<std::string, Cost> before;
-    for (int quiet = 0; quiet < 5;) { // until the first pass is over: half a second without anything
+    for (int quiet = 0; quiet < 5;) { // until the first pass is over: half a second without activity
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
         std::map<std::string, Cost> now = costs();
         quiet = now == before ? quiet + 1 : 0;

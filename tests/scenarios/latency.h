@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a collection costs in time on a machine whose disks take time for every request: at best as much as the disks
-// take. For programs that have the provider's objects linked in.
+// Time of a collection on a machine whose disks take time for every request: at least as much as the disks take. For
+// programs that link the provider's objects.
 #pragma once
 
 #include "collect/collector.h"
@@ -47,8 +47,8 @@ inline bool isSmartCommand(const sim::Command &command)
                               : !bytes.empty() && bytes[0] == kSmart;
 }
 
-// One collection with SMART mode 1. The thread's timers are made exact first: a device that is simulated by a sleep
-// would else take some 50 us longer than it is said to.
+// One collection with SMART mode 1. The thread's timer slack is set to 1 ns first: otherwise the sleep of a simulated
+// device would take some 50 us longer.
 inline CollectionTime timeCollection(sim::Machine &machine, int disks)
 {
     ::prctl(PR_SET_TIMERSLACK, 1UL); // ns

@@ -9,17 +9,17 @@
 namespace {
 
 constexpr int kDisks = 64;
-constexpr int kRuns = 5; // of which the best counts: others use the processors too
+constexpr int kRuns = 5; // the best one counts: other processes use the processors too
 constexpr double kMostRatio = 1.1;
 
-TEST(Latency, ACollectionOf64DisksWithSmartOnTakesAtMostATenthLongerThanTheDisks)
+TEST(Latency, CollectionTakesATenthMoreThanItsDisksAtMost)
 {
     sim::Machine machine(scenario::machineOfSlowDisks(kDisks));
     double best = 1e9;
     for (int run = 0; run < kRuns && best > kMostRatio; ++run) {
         const scenario::CollectionTime time = scenario::timeCollection(machine, kDisks);
         ASSERT_TRUE(time.done);
-        // Status and enable at the least: else SMART was not on, and the time is that of another collection.
+        // At least status and enable: otherwise SMART was off and this is the time of another collection.
         ASSERT_GE(time.smartCommands, 2U * kDisks);
         ASSERT_GE(time.ratio(), 1.0) << "the disks took less time than they should";
         best = std::min(best, time.ratio());

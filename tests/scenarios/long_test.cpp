@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What only long runs show: that nothing grows, and that every disk is left as it was found.
+// Long runs: memory, descriptors and segments do not grow, and each disk is left in its original state.
 #include "scenarios/monitored.h"
 
 #include <array>
@@ -21,7 +21,7 @@ using broker::Value;
 using nlohmann::json;
 using scenario::Server;
 
-// What the process holds.
+// Resources of the process.
 struct Holding {
     long pages; // of memory, resident
     long descriptors;
@@ -37,7 +37,7 @@ Holding holdingNow()
     return {resident, std::distance(begin(open), end(open)), sim::liveBlocks(), sim::liveSegments()};
 }
 
-// Memory that the C library keeps for itself, here and there, is no growth.
+// Memory that the C library caches does not count as growth.
 void expectNoGrowth(const Holding &now, const Holding &before, long morePages)
 {
     EXPECT_LE(now.pages, before.pages + morePages);
@@ -55,7 +55,7 @@ size_t disksIn(broker::Broker &broker)
 
 constexpr const char *kNoScsi = "/opt/qlm/tavkit_sa/data/noscsi.inf";
 
-// Disks that are left out, by the serial part of their models.
+// noscsi.inf that excludes disks by the number in their models.
 std::string leavesOut(int disks)
 {
     std::string text;
@@ -65,7 +65,7 @@ std::string leavesOut(int disks)
     return text;
 }
 
-TEST(Long, TenThousandPassesOverAHundredDisksNeedNoMoreThanTheFirstHundred)
+TEST(Long, TenThousandPassesDoNotGrow)
 {
     constexpr int kPasses = 10000;
     constexpr int kFirst = 100;
@@ -86,7 +86,7 @@ TEST(Long, TenThousandPassesOverAHundredDisksNeedNoMoreThanTheFirstHundred)
         }
         ASSERT_TRUE(steps.pass());
         machine.forgetCommands();
-        if (pass % 500 == 0) { // seldom: the broker of the tests remembers what it was asked
+        if (pass % 500 == 0) { // seldom: the embedded broker records each request
             ASSERT_EQ(disksIn(*server), static_cast<size_t>(kDisks - leftOut)) << "pass " << pass;
         }
         if (pass == kFirst) {
@@ -98,7 +98,7 @@ TEST(Long, TenThousandPassesOverAHundredDisksNeedNoMoreThanTheFirstHundred)
     scenario::expectNothingLeft(*server);
 }
 
-// ---- a day of a machine with all kinds of disks, of which something is always amiss ----
+// ---- a day of a machine with all kinds of disks and frequent faults ----
 
 constexpr size_t kDayDisks = 32;
 
@@ -115,9 +115,9 @@ bool isOn(size_t disk)
     return disk / 4 % 2 == 0;
 }
 
-// Commands that may fail without that the provider has to leave the disk otherwise than it was: neither those by which
-// it is found out what the setting is, nor those that restore it. A setting that could not be read counts as one that
-// need not be restored, and a SATA disk's whose data cannot be read as off.
+// Commands whose failure does not prevent the provider from restoring the disk: all but those that read the setting and
+// those that restore it. A setting that could not be read is not restored, and a SATA disk whose data cannot be read
+// counts as off.
 std::vector<const char *> failingIn(size_t disk)
 {
     if (kindOf(disk) == DiskKind::scsi) {
@@ -139,7 +139,7 @@ json faultsOf(size_t disk)
         case 0:
             faults.push_back({{"on", on}, {"probability", kShare}, {"errno", "EIO"}});
             break;
-        case 1: // the kernel gave it up after its time-out
+        case 1: // aborted by the kernel after its time-out
             faults.push_back({{"on", on}, {"probability", kShare}, {"hostStatus", 3}});
             break;
         default:
@@ -207,7 +207,7 @@ bool reportsExceptions(const std::string &node)
     header.dxferp = reply.data();
     EXPECT_EQ(::ioctl(fd, SG_IO, &header), 0);
     ::close(fd);
-    constexpr size_t kPage = 4; // behind the header, as no block descriptor is asked for
+    constexpr size_t kPage = 4; // after the header: no block descriptor is requested
     EXPECT_EQ(reply[kPage] & 0x3F, 0x1C) << node;
     return (reply[kPage + 2] & 0x08) == 0;
 }
@@ -219,11 +219,11 @@ void withoutFaults(std::string &description)
     description = machines::text(machine);
 }
 
-TEST(Long, ADayOfFailingAndVanishingDisksLeavesNothingAndEachDiskAsItWas)
+TEST(Long, ADayOfFailingDisksRestoresEachDisk)
 {
     constexpr int kPasses = 24 * 60;
     constexpr int kFirst = 200;
-    constexpr long kMorePages = 2048; // the simulator keeps the disks that were taken out
+    constexpr long kMorePages = 2048; // the simulator keeps removed disks
     std::mt19937 random(86400);
     std::set<size_t> without;
     sim::Machine machine(dayMachine(without, 1));
@@ -244,7 +244,7 @@ TEST(Long, ADayOfFailingAndVanishingDisksLeavesNothingAndEachDiskAsItWas)
                 without.erase(without.begin());
             }
         }
-        if (pass % 5 == 1) { // while a pass may be under way: disks go in the middle of their commands
+        if (pass % 5 == 1) { // also during a pass: disks are removed between their commands
             sim::wakeSleepers();
             machine.change(dayMachine(without, static_cast<unsigned>(pass)));
         }

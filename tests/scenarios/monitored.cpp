@@ -83,7 +83,7 @@ bool Steps::start(broker::Broker &broker)
 
 bool Steps::pass()
 {
-    passes_ = sim::sleepsBegun(); // somebody else may have woken it since
+    passes_ = sim::sleepsBegun(); // another call may have woken it since
     sim::wakeSleepers();
     return sim::awaitSleep(++passes_, kLongestPass);
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What scenarios of monitoring share: starting and stopping the thread as a client does, walking it from pass to pass,
-// and what the agent's libraries were told.
+// Helpers for scenarios of monitoring: starting and stopping the thread as a client does, stepping it from pass to
+// pass, and the calls of the agent's libraries.
 #pragma once
 
 #include "scenarios/scenario.h"
@@ -17,23 +17,23 @@ constexpr const char *kConfigurationChange = "0x400407D0"; // id of its alert
 
 broker::Options inServiceMode();
 
-// Tries until something is so, and then not again; false when it is not after so many seconds.
+// Polls until the condition holds. Returns false if it does not within the time.
 bool await(const std::function<bool()> &condition, double seconds = 60);
 
-// The methods of TAV_StorageThread; the code that the method gave, 0 for success.
+// The methods of TAV_StorageThread. Return the method's return value, 0 for success.
 int startThread(broker::Broker &broker);
 int stopThread(broker::Broker &broker);
 bool threadRuns(broker::Broker &broker);
 
-// The monitoring thread walked from one pass to the next: it sleeps until the next step. Makes the product's sleeps
-// held as long as it lives.
+// Steps the monitoring thread from one pass to the next: during its life the provider's sleeps last until the next
+// step.
 class Steps {
 public:
     Steps();
     ~Steps();
     Steps(const Steps &) = delete;
     Steps &operator=(const Steps &) = delete;
-    // Starts the thread and waits for the end of its first pass. False when that did not come.
+    // Starts the thread and waits for the end of its first pass. Returns false if it does not end.
     bool start(broker::Broker &broker);
     // One more pass.
     bool pass();
@@ -42,7 +42,7 @@ private:
     unsigned passes_ = 0;
 };
 
-// Where the agent's development libraries write, in a directory of its own, as long as this lives. To be made before
+// Directs the output of the agent's development libraries to a temporary directory during its life. Constructed before
 // the provider loads them.
 class Agent {
 public:

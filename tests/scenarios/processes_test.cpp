@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Several processes in service mode on one machine: they share the saved state and the key files, and each has segments
-// of its own.
+// Several processes in service mode on one machine: they share the saved state and the key files, and each has its own
+// segments.
 #include "scenarios/child.h"
 #include "scenarios/generations.h"
 #include "scenarios/monitored.h"
@@ -26,7 +26,7 @@ constexpr size_t kSegmentsEach = 5; // configuration, totals, controllers, SCSI 
 constexpr unsigned kLongest = 60;   // seconds
 const std::string kData = std::filesystem::path(scenario::kStateFile).parent_path();
 
-// What the processes do together: all at once they come to the generation that is told, and say so.
+// Stages of the processes: all move to the given generation at once and report it.
 struct Stage {
     std::atomic<unsigned> generation{1};
     std::atomic<unsigned> arrived{0};
@@ -58,7 +58,7 @@ void takePart(const std::string &data, const std::string &work, Stage &stage)
     scenario::expectNothingLeft(*server);
 }
 
-TEST(Processes, ThatMonitorOneMachineKeepToTheirOwnSegmentsAndLeaveNone)
+TEST(Processes, MonitoringOneMachineUseTheirOwnSegments)
 {
     const sim::Machine machine(machineOf(1));
     const std::string data = machine.where(kData);
@@ -114,7 +114,7 @@ void saveOftenTogether(const std::string &data, const std::string &work, Stage &
     ++stage.finished;
 }
 
-TEST(Processes, ThatSaveAtTheSameMomentAllSucceedAndTheFileIsWholeAtAnyMoment)
+TEST(Processes, SavingAtOnceKeepTheFileWhole)
 {
     const sim::Machine machine(machineOf(1));
     const std::string data = machine.where(kData);

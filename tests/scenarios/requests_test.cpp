@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What clients ask and get, through the shared object as it ships.
+// Requests of clients and their answers, through the shared object as it ships.
 #include "scenarios/scenario.h"
 
 #include <gmock/gmock.h>
@@ -14,7 +14,7 @@ const char *const kStateFile = "/opt/qlm/tavkit_sa/data/tavstrgsave.dat";
 
 class ExampleMachine : public testing::TestWithParam<std::string> {};
 
-TEST_P(ExampleMachine, AnswersEveryClassAndLeavesNothingBehind)
+TEST_P(ExampleMachine, AnswersEveryClassAndLeaksNothing)
 {
     sim::Machine machine(scenario::exampleMachine(GetParam()));
     Server server;
@@ -39,7 +39,7 @@ TEST_P(ExampleMachine, AnswersEveryClassAndLeavesNothingBehind)
     scenario::expectNothingLeft(*server);
 }
 
-TEST_P(ExampleMachine, GivesEachInstanceByItsIndexAsInTheEnumeration)
+TEST_P(ExampleMachine, GetInstanceMatchesTheEnumeration)
 {
     sim::Machine machine(scenario::exampleMachine(GetParam()));
     Server server;
@@ -69,7 +69,7 @@ INSTANTIATE_TEST_SUITE_P(Examples, ExampleMachine,
                          testing::Values("workstation", "server", "large", "ide", "usb", "empty"),
                          [](const auto &testInfo) { return testInfo.param; });
 
-TEST(Requests, UnknownKeyIsAnInvalidParameterAndKeyZeroUnreadable)
+TEST(Requests, UnknownKeyIsInvalidAndKeyZeroUnreadable)
 {
     sim::Machine machine(scenario::exampleMachine("workstation"));
     Server server;
@@ -84,7 +84,7 @@ TEST(Requests, UnknownKeyIsAnInvalidParameterAndKeyZeroUnreadable)
     EXPECT_EQ(reply.message, "NotFound Data");
 }
 
-TEST(Requests, AClassNameInOtherLetterCaseIsUnknown)
+TEST(Requests, ClassNameInOtherCaseIsUnknown)
 {
     sim::Machine machine(scenario::exampleMachine("workstation"));
     Server server;
@@ -108,7 +108,7 @@ TEST(Requests, UnsupportedOperationsAnswerWithoutInitialising)
     EXPECT_FALSE(machine.exists("/opt/qlm/tavkit_sa/work/tavstrgshm.key0")) << "the store was not built";
 }
 
-TEST(Requests, AMachineThatChangedIsSeenByTheNextRequest)
+TEST(Requests, ChangedMachineIsSeenByTheNextRequest)
 {
     sim::Machine machine(machines::ofDisks(3));
     Server server;
@@ -146,7 +146,7 @@ TEST(Requests, SettingsSurviveAStopAndAStart)
     EXPECT_EQ(config.instances[0].find("MonitorCycleDefault")->toString(), "60");
 }
 
-TEST(Requests, ASavedStateIsShownWithoutACollectionAtTheStart)
+TEST(Requests, SavedStateIsReportedWithoutCollection)
 {
     sim::Machine machine(scenario::exampleMachine("workstation"));
     {
@@ -160,7 +160,7 @@ TEST(Requests, ASavedStateIsShownWithoutACollectionAtTheStart)
     EXPECT_TRUE(machine.commands().empty()) << "initialisation read the file and asked no device";
 }
 
-TEST(Requests, EnumerationOfASingletonGivesTheInstanceThatGetInstanceGives)
+TEST(Requests, EnumeratedSingletonEqualsGetInstance)
 {
     sim::Machine machine(scenario::exampleMachine("workstation"));
     Server server;
@@ -176,7 +176,7 @@ TEST(Requests, EnumerationOfASingletonGivesTheInstanceThatGetInstanceGives)
     }
 }
 
-TEST(Requests, InServiceModeOnlyTheThreadClassAnswersWhileNoThreadRuns)
+TEST(Requests, WithoutThreadOnlyTheThreadClassAnswers)
 {
     sim::Machine machine(scenario::exampleMachine("workstation"));
     Server server({.serviceMode = true});
@@ -190,7 +190,7 @@ TEST(Requests, InServiceModeOnlyTheThreadClassAnswersWhileNoThreadRuns)
     scenario::expectNothingLeft(*server);
 }
 
-TEST(Requests, AnIdleProviderIsUnloadedAndComesBack)
+TEST(Requests, IdleProviderIsUnloadedAndReloaded)
 {
     sim::Machine machine(scenario::exampleMachine("workstation"));
     Server server;
@@ -203,7 +203,7 @@ TEST(Requests, AnIdleProviderIsUnloadedAndComesBack)
     scenario::expectNothingLeft(*server);
 }
 
-TEST(Requests, AWholeUnlistedDriverIsLeftOut)
+TEST(Requests, UnlistedDriverIsLeftOut)
 {
     sim::Machine machine(machines::ofDisks(4));
     machine.write("/opt/qlm/tavkit_sa/data/storage.inf", "[Management Port]\nanother\n[Diagnostic Port]\n");

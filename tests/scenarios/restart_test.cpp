@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a restart of any kind tells the operator: nothing when the machine is the same, and what changed when it is not.
+// Alerts after each kind of restart: none if the machine is the same, one for the change if it is not.
 #include "scenarios/generations.h"
 #include "scenarios/monitored.h"
 
@@ -19,7 +19,7 @@ using testing::IsEmpty;
 
 struct Restart {
     const char *name;
-    std::function<void(std::unique_ptr<Server> &)> happen; // ends the thread; what comes after starts it
+    std::function<void(std::unique_ptr<Server> &)> happen; // ends the thread; the test starts it afterwards
 };
 
 void PrintTo(const Restart &restart, std::ostream *out)
@@ -62,7 +62,7 @@ TEST_P(Restarted, WithTheSameHardwareGivesNoAlert)
     }
 }
 
-TEST_P(Restarted, AChangeMeanwhileIsReportedOnceOnTheFirstPass)
+TEST_P(Restarted, ChangeIsReportedOnceOnTheFirstPass)
 {
     ASSERT_TRUE(steps.start(**server));
     for (unsigned generation = 2; generation < 5; ++generation) {
@@ -76,7 +76,7 @@ TEST_P(Restarted, AChangeMeanwhileIsReportedOnceOnTheFirstPass)
     }
 }
 
-TEST_P(Restarted, AReplacedDiskWithTheSameNumberOfThemIsTakenOverSilently)
+TEST_P(Restarted, ReplacedDiskOfTheSameCountGivesNoAlert)
 {
     ASSERT_EQ(scenario::disksOf(1), scenario::disksOf(13));
     ASSERT_TRUE(steps.start(**server));
@@ -88,7 +88,7 @@ TEST_P(Restarted, AReplacedDiskWithTheSameNumberOfThemIsTakenOverSilently)
     EXPECT_THAT(agent.alerts(), IsEmpty());
 }
 
-TEST_P(Restarted, TheMonitoringCycleThatWasSetStays)
+TEST_P(Restarted, MonitoringCycleIsKept)
 {
     ASSERT_TRUE(steps.start(**server));
     const broker::Reply set =

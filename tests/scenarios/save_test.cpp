@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The saved state survives whatever happens while it is saved: a kill at any moment, a full disk, a write that fails.
+// The saved state survives failures during a save: a kill at any moment, a full disk, a failed write.
 #include "records/records.h"
 #include "scenarios/child.h"
 #include "scenarios/generations.h"
@@ -29,15 +29,15 @@ using scenario::Server;
 
 const std::string kData = std::filesystem::path(scenario::kStateFile).parent_path();
 
-// How far a process that saves has come.
+// Progress of a process that saves.
 struct Progress {
-    std::atomic<unsigned> begun{0}; // generation whose collection may be under way, and older ones
-    std::atomic<unsigned> saved{0}; // generation whose collection has been answered, and so was saved
-    std::atomic<bool> ready{false}; // the process under way works
+    std::atomic<unsigned> begun{0}; // newest generation whose collection may be under way
+    std::atomic<unsigned> saved{0}; // newest generation whose collection was answered, and so was saved
+    std::atomic<bool> ready{false}; // the process is running
     char root[256] = {};            // of its machine, to be removed when it is killed
 };
 
-// Moment at which a process ends itself; without one it is ended from outside.
+// Point at which a process kills itself; without one its parent kills it.
 struct Moment {
     sim::Call kind = sim::Call::count;
     unsigned nth = 0;
@@ -52,7 +52,7 @@ void changeCycles(broker::Broker &broker)
 }
 
 // A machine that changes from generation to generation, each collected and saved, while another thread changes the
-// configuration, which saves too. Ends by being killed.
+// configuration, which saves too. Runs until it is killed.
 void saveForEver(const std::string &data, Progress &progress, Moment moment)
 {
     unsigned generation = progress.begun + 1;
@@ -70,7 +70,8 @@ void saveForEver(const std::string &data, Progress &progress, Moment moment)
     for (;; ++generation) {
         progress.begun = generation;
         machine.change(machineOf(generation));
-        while (!server->enumInstances("TAV_StorageHardDisk").ok()) { // the other one had the store's lock for too long
+        while (
+            !server->enumInstances("TAV_StorageHardDisk").ok()) { // the other thread held the store's lock for too long
         }
         progress.saved = generation;
     }
@@ -80,7 +81,7 @@ class Kill : public testing::Test {
 protected:
     Kill() : data(machine.where(kData)) {}
 
-    // Lets a process save until it is killed, and looks at what it has left.
+    // Lets a process save until it is killed, and checks the file that it leaves.
     void killOne(Moment moment)
     {
         progress->ready = false;
@@ -110,7 +111,7 @@ protected:
         EXPECT_LE(*generation, progress->begun);
     }
 
-    // The provider itself reads what is there last: on a machine without disks it publishes the file's.
+    // The provider itself reads the last file: on a machine without disks it publishes the disks of the file.
     void readBack()
     {
         const std::string file = machine.read(scenario::kStateFile);
@@ -136,7 +137,7 @@ protected:
     int states = 0;
 };
 
-TEST_F(Kill, AtAnyMomentLeavesAStateThatWasSavedWhole)
+TEST_F(Kill, AtAnyMomentLeavesAWholeState)
 {
     constexpr int kKills = 100;
     for (int i = 0; i < kKills && !HasFatalFailure(); ++i) {
@@ -147,7 +148,7 @@ TEST_F(Kill, AtAnyMomentLeavesAStateThatWasSavedWhole)
     readBack();
 }
 
-TEST_F(Kill, AtAnyCallThatSavesLeavesAStateThatWasSavedWhole)
+TEST_F(Kill, AtAnyCallOfASaveLeavesAWholeState)
 {
     const sim::Call kinds[] = {sim::Call::write, sim::Call::write, sim::Call::open, sim::Call::stat};
     for (unsigned i = 0; i < 100 && !HasFatalFailure(); ++i) {
@@ -165,14 +166,14 @@ protected:
 
     std::string saved() const { return machine.read(scenario::kStateFile); }
 
-    unsigned generation = 40; // of many disks, so that its state is larger than what a stream buffers
+    unsigned generation = 40; // with many disks, so that its state is larger than a stream buffer
     scenario::Agent agent;
     sim::Machine machine{machineOf(generation, true)};
     scenario::Steps steps;
     Server server{scenario::inServiceMode()};
 };
 
-TEST_F(Failure, AWriteThatFailsKeepsTheOldFileIsTracedAndRaisesNoAlert)
+TEST_F(Failure, FailedWriteKeepsTheOldFile)
 {
     int kept = 0;
     for (unsigned nth = 1; nth < 20; ++nth) {
@@ -203,7 +204,7 @@ TEST_F(Failure, AWriteThatFailsKeepsTheOldFileIsTracedAndRaisesNoAlert)
     EXPECT_EQ(kept, 4) << "writing, flushing, syncing, renaming";
 }
 
-TEST_F(Failure, AFullDiskKeepsTheOldFileIsTracedAndRaisesNoAlert)
+TEST_F(Failure, FullDiskKeepsTheOldFile)
 {
     const std::string before = saved();
     constexpr rlim_t kRoom = 1000; // bytes that still fit: a part of the state
@@ -229,7 +230,7 @@ TEST_F(Failure, AFullDiskKeepsTheOldFileIsTracedAndRaisesNoAlert)
     EXPECT_EQ(generationOf(saved(), why), generation) << why;
 }
 
-TEST_F(Failure, AFileThatCannotBeOpenedIsTracedAndRaisesNoAlert)
+TEST_F(Failure, FailedOpenIsTracedWithoutAlert)
 {
     machine.remove(scenario::kStateFile);
     machine.makeDirectory(scenario::kStateFile);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the scenarios share: the shared object as it ships, in the embedded broker, on a simulated machine.
+// Helpers for scenarios: the shared object as it ships, in the embedded broker, on a simulated machine.
 #pragma once
 
 #include "broker/broker.h"
@@ -24,7 +24,7 @@ const std::vector<std::string> &allClasses();
 // The nine with the key Index.
 const std::vector<std::string> &indexedClasses();
 
-// A broker with the provider loaded, stopped at the end of its life; throws where the provider does not load.
+// A broker with the provider loaded, stopped by the destructor. Throws if the provider does not load.
 class Server {
 public:
     explicit Server(broker::Options options = {});
@@ -44,7 +44,7 @@ nlohmann::json everythingOf(broker::Broker &broker);
 // Numbers of instances per class, from the totals that the provider publishes.
 std::vector<uint64_t> totalsOf(broker::Broker &broker);
 
-// What a provider that was stopped must not leave behind; adds a failure for each thing that is left.
+// Adds a failure for each broker object, block, descriptor and segment that a stopped provider left.
 void expectNothingLeft(broker::Broker &broker);
 
 } // namespace scenario

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Many clients at the same time as the monitoring thread with its starts and stops, and as cleanups, on a machine whose
-// disks come and go. Every answer is one of the states that the machine really had, and none that is older than it may
-// be.
+// Many clients beside the starts and stops of the monitoring thread and beside cleanups, on a machine whose disks are
+// plugged and unplugged. Every answer is a state that the machine had, and none is older than permitted.
 //
 // Runs for TAV_STRESS_SECONDS, by default longer under a sanitizer.
 #include "scenarios/generations.h"
@@ -38,17 +37,17 @@ double stressSeconds()
     return told != nullptr ? std::atof(told) : sim::allocationsCanFail() ? kShort : kLong;
 }
 
-// Generations that an answer may be of: what was published when it was asked for, or came since.
+// Generations that an answer may have: the one published at the request, or a later one.
 struct Span {
     unsigned oldest, newest;
 };
 
-// Keeps those who ask and the one who changes the machine apart.
+// Separates requests from changes of the machine.
 class Change {
 public:
     std::shared_lock<std::shared_mutex> keepOff()
     {
-        while (wanted_) { // those who ask must not starve the one who changes
+        while (wanted_) { // requests must not starve the change
             std::this_thread::yield();
         }
         return std::shared_lock(guard_);
@@ -71,7 +70,7 @@ protected:
     Stress() { sim::shortenSleeps(kShorter); }
     ~Stress() override { sim::shortenSleeps(1); }
 
-    // Runs work over and over in a thread of its own until the time is over.
+    // Repeats work in a new thread until the time is over.
     template <class Work> void repeat(Work work)
     {
         threads.emplace_back([this, work]() mutable {
@@ -82,7 +81,7 @@ protected:
         });
     }
 
-    // Waits for the end. A standstill of everything ends the process, which the test then is reported to have done.
+    // Waits for the end. A deadlock ends the process, so that the test fails.
     void runOn()
     {
         const auto end = Clock::now() + std::chrono::duration<double>(stressSeconds());
@@ -113,7 +112,7 @@ protected:
         EXPECT_GT(generation, 10U);
     }
 
-    // An answer with disks, or a refusal that is told.
+    // An answer with disks, or a specified refusal.
     void check(const Reply &reply, const Span &span, const char *what)
     {
         if (!reply.ok()) {
@@ -132,7 +131,7 @@ protected:
         EXPECT_LE(*seen, span.newest) << what;
     }
 
-    // One request of a client after the other, of all kinds.
+    // Sends requests of all kinds, one after the other.
     template <class Before, class After> void ask(unsigned turn, Before before, After after)
     {
         const unsigned oldest = before();
@@ -192,14 +191,14 @@ protected:
     std::atomic<unsigned> ended = 0;
 };
 
-TEST_F(Stress, InServiceModeEveryAnswerIsAStateThatTheMachineHad)
+TEST_F(Stress, ServiceModeAnswersWithStatesOfTheMachine)
 {
     scenario::Steps steps;
     server.emplace(scenario::inServiceMode());
     ASSERT_TRUE(steps.start(**server));
     std::atomic<unsigned> published = 1;
-    // The machine changes only while the thread sleeps, none is started meanwhile and nobody asks: a request that meets
-    // a stop collects itself. So each collection meets one state.
+    // The machine changes only while the thread sleeps, no thread is started and no request runs: a request during a
+    // stop collects itself. So each collection sees one state.
     std::mutex starting;
     Change change;
     for (unsigned client = 0; client < kClients; ++client) {
@@ -209,7 +208,7 @@ TEST_F(Stress, InServiceModeEveryAnswerIsAStateThatTheMachineHad)
                 turn++, [&] { return published.load(); }, [&] { return generation.load(); });
         });
     }
-    repeat([&] { // disks come and go
+    repeat([&] { // disks are plugged and unplugged
         unsigned passes = 0;
         {
             const std::lock_guard nobodyStarts(starting);
@@ -224,7 +223,7 @@ TEST_F(Stress, InServiceModeEveryAnswerIsAStateThatTheMachineHad)
         }
         while (!sim::awaitSleep(passes + 1, 0.1) && !over) {
         }
-        // A pass that came too late for a lock has failed, and left the state as it was.
+        // A pass that did not get a lock in time has failed and left the state unchanged.
         std::string why;
         if (generationOf(machine.read(scenario::kStateFile), why) == generation.load()) {
             published = generation.load();
@@ -233,7 +232,7 @@ TEST_F(Stress, InServiceModeEveryAnswerIsAStateThatTheMachineHad)
     repeat([&, random = std::mt19937(7)]() mutable { // the thread is stopped and started again
         // As long as one to a few passes take.
         std::this_thread::sleep_for(std::chrono::microseconds(random() % (sim::allocationsCanFail() ? 40000 : 800000)));
-        // Neither is refused, but each may meet an initialisation that takes long.
+        // Neither is refused, but each may wait for an initialisation.
         EXPECT_TRUE(scenario::await([&] { return scenario::stopThread(**server) == 0; }));
         std::this_thread::sleep_for(std::chrono::microseconds(random() % 3000));
         const std::lock_guard nobodyChanges(starting);
@@ -252,10 +251,10 @@ TEST_F(Stress, InServiceModeEveryAnswerIsAStateThatTheMachineHad)
     scenario::expectNothingLeft(**server);
 }
 
-TEST_F(Stress, OutsideServiceModeEveryAnswerIsTheStateThatTheMachineHas)
+TEST_F(Stress, AnswersWithTheCurrentStateOfTheMachine)
 {
     server.emplace();
-    Change change; // the machine stays as it is while anybody asks
+    Change change; // the machine does not change during requests
     for (unsigned client = 0; client < kClients; ++client) {
         repeat([&, turn = client]() mutable {
             const std::shared_lock held = change.keepOff();
@@ -263,7 +262,7 @@ TEST_F(Stress, OutsideServiceModeEveryAnswerIsTheStateThatTheMachineHas)
             ask(turn++, now, now);
         });
     }
-    repeat([&] { // disks come and go
+    repeat([&] { // disks are plugged and unplugged
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
         const std::unique_lock held = change.begin();
         machine.change(machineOf(++generation));

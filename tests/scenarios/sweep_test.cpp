@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Every call that can fail fails once: the 1st, 2nd, 3rd ... call of each kind, until the scenario passes. Whatever
-// failed, the client gets a told answer, the next request works, and nothing is left behind.
+// Every call that can fail fails once: the 1st, 2nd, 3rd ... call of each kind, until the scenario passes. After each
+// failure the client gets a specified answer, the next request works, and nothing is leaked.
 #include "scenarios/scenario.h"
 
 #include <gmock/gmock.h>
@@ -15,9 +15,9 @@ namespace {
 using broker::Reply;
 using scenario::Server;
 
-constexpr unsigned kMostCalls = 5000; // a scenario that makes more calls of one kind than this is wrong itself
+constexpr unsigned kMostCalls = 5000; // more calls of one kind mean an error in the scenario
 
-// Answers that a client may get when something failed underneath.
+// Answers that a client may get when a call failed.
 bool isTold(const Reply &reply)
 {
     static const std::vector<std::pair<int, std::string>> told = {{1, "strgInitProvider() Failure!!"},
@@ -117,8 +117,8 @@ const Scenario kScenarios[] = {
 
 struct Fault {
     const char *name;
-    // Deliberate: how the kernel's lists are read is chosen once in a process, and without an answer of uname it is the
-    // old way. So what a machine shows afterwards may be less than what it has.
+    // Deliberate: how the kernel's lists are read is chosen once in a process, and the old way is chosen if uname
+    // fails. So the provider may report less than the machine has.
     bool decidesForGood;
     std::function<void(broker::Broker &, unsigned nth)> arm; // 0 disarms
     std::function<bool(broker::Broker &)> struck;
@@ -154,7 +154,7 @@ std::string machineOf(const Scenario &scenario)
     return *scenario.machine == '\0' ? machines::ofDisks(3) : scenario::exampleMachine(scenario.machine);
 }
 
-// A setting whose call failed may have been made all the same, or not: either is told.
+// A setting whose call failed may have taken effect or not: both are specified.
 void takeSettings(nlohmann::json &end, const nlohmann::json &expected)
 {
     const char *const name = "TAV_StorageConfig";
@@ -167,7 +167,7 @@ void takeSettings(nlohmann::json &end, const nlohmann::json &expected)
 
 // Deliberate: the endurance table is read once in a process, so that a failure there leaves the drives without life
 // spans; and a disk whose SMART data could not be read counts as switched off and is left so, after which it does not
-// tell its wear. Either is told, nothing else.
+// report its wear. Both are specified.
 void takeLifeSpans(nlohmann::json &end, const nlohmann::json &expected)
 {
     const char *const name = "TAV_StorageLifeSpan";
@@ -184,7 +184,7 @@ void takeLifeSpans(nlohmann::json &end, const nlohmann::json &expected)
     end[name] = expected[name];
 }
 
-// Runs the scenario with the nth call failing. False when it made fewer calls than that: it passed.
+// Runs the scenario with the nth call failing. Returns false if it made fewer calls: then it passed.
 bool runWithFault(const Scenario &scenario, const Fault &fault, unsigned nth, const nlohmann::json &expected)
 {
     Run run;
@@ -218,7 +218,7 @@ bool runWithFault(const Scenario &scenario, const Fault &fault, unsigned nth, co
     return struck;
 }
 
-// What the machine of a scenario looks like at its end when nothing fails.
+// Everything that clients see at the end of a scenario in which nothing fails.
 nlohmann::json expectedEnd(const Scenario &scenario)
 {
     Run run;
@@ -231,8 +231,8 @@ nlohmann::json expectedEnd(const Scenario &scenario)
     return end;
 }
 
-// A long scenario does the same over and over: every call of its beginning, then a part of them, at ever other places
-// of the repetition. The sanitizers are slow and look for other things: there a smaller part is enough.
+// A long scenario repeats itself: every call of its beginning fails, then a part of the calls, at changing places of
+// the repetition. Under sanitizers, which are slow, a smaller part is enough.
 unsigned stepAfter(unsigned nth)
 {
     constexpr unsigned kBeginning = 150;

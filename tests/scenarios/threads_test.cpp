@@ -19,7 +19,7 @@ using scenario::Server;
 
 constexpr int kClients = 8;
 
-TEST(Threads, OneOfSeveralFirstRequestsBuildsTheStore)
+TEST(Threads, FirstRequestsBuildTheStoreOnce)
 {
     sim::Machine machine(machines::ofDisks(6));
     Server server;
@@ -40,11 +40,11 @@ TEST(Threads, OneOfSeveralFirstRequestsBuildsTheStore)
     scenario::expectNothingLeft(*server);
 }
 
-// Every answer is a state that the machine really had while disks came and went one by one: 2 to 9 disks, each whole.
+// Every answer is a state that the machine had while disks were plugged and unplugged: 2 to 9 whole disks.
 void checkDevices(const Reply &reply)
 {
     if (!reply.ok()) {
-        EXPECT_EQ(reply.message, "strgGetInstance() FAILED") << reply.rc; // a disk went in the middle of a collection
+        EXPECT_EQ(reply.message, "strgGetInstance() FAILED") << reply.rc; // a disk was removed during a collection
         return;
     }
     EXPECT_GE(reply.instances.size(), 2U);
@@ -54,19 +54,19 @@ void checkDevices(const Reply &reply)
     for (const broker::Instance &device : reply.instances) {
         EXPECT_EQ(device.find("Index")->toString(), std::to_string(++position));
         if (device.find("DeviceType")->toString() == "4") {
-            continue; // its texts went between the listing and the reading
+            continue; // removed between the listing and the reading
         }
         EXPECT_EQ(device.find("DeviceTypeIndex")->toString(), std::to_string(++disks));
         const std::string serial = device.find("SerialNumber")->toString();
         ASSERT_THAT(serial, testing::StartsWith("SER1000"));
         const int disk = std::stoi(serial.substr(3)) - 100000;
-        const std::string model = device.find("Model")->toString(); // empty when it went after its type was read
+        const std::string model = device.find("Model")->toString(); // empty if it was removed after its type was read
         EXPECT_THAT(model, testing::AnyOf("", testing::StartsWith("MODEL-" + std::to_string(1000 + disk))));
         EXPECT_EQ(device.find("TargetID")->toString(), std::to_string(disk % 8));
     }
 }
 
-TEST(Threads, RequestsOnAChangingMachineSeeNoTornRecords)
+TEST(Threads, RequestsSeeNoTornRecords)
 {
     sim::Machine machine(machines::ofDisks(2));
     Server server;
@@ -103,7 +103,7 @@ TEST(Threads, RequestsOnAChangingMachineSeeNoTornRecords)
     scenario::expectNothingLeft(*server);
 }
 
-TEST(Threads, CleanupsThatOverlapEachReturnAndFreeOnce)
+TEST(Threads, OverlappingCleanupsReturnAndFreeOnce)
 {
     for (int round = 0; round < 5; ++round) {
         sim::Machine machine(machines::ofDisks(4));
@@ -128,8 +128,8 @@ TEST(Threads, CleanupsThatOverlapEachReturnAndFreeOnce)
     }
 }
 
-// A stop that is refused frees the store all the same, beside whatever goes on.
-TEST(Threads, RefusedStopsAndCleanupsBesideRequestsLeaveAStateThatLoads)
+// A refused stop frees the store all the same, beside other requests.
+TEST(Threads, RefusedStopsLeaveALoadableState)
 {
     sim::Machine machine(machines::ofDisks(4));
     Server server;

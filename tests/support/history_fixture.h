@@ -11,7 +11,7 @@
 
 using namespace tavstrg;
 
-// What the collector reads in place of this machine's hardware; history_test.cpp asks it.
+// Fills the records of a collection in place of this machine's hardware; history_test.cpp calls it.
 inline std::function<void(DatInfo *)> g_collect;
 
 constexpr int16_t kNoLevel = -100; // a disk without a life-span record
@@ -50,7 +50,7 @@ protected:
     History() { g_srvmod = 1; }
     ~History() override { g_collect = nullptr; }
 
-    // A store as a first collection builds it: levels and states are for the first pass to tell.
+    // A store as a first collection builds it: levels and states are reported by the first pass.
     void build(const Snapshot &snapshot, int16_t smartMode = 1)
     {
         for (DatInfo &dat : instSt) {

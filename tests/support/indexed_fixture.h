@@ -12,7 +12,7 @@
 
 using namespace tavstrg;
 
-// What is told of each member of the family.
+// Properties of each member of the family.
 struct Member {
     int classId;
     const char *cimName;
@@ -119,7 +119,7 @@ inline const Member kMembers[] = {
 
 class Indexed : public ServedStore {
 protected:
-    // Records 1 to count of a class, of which every field has a value of its own.
+    // Records of a class with these indices; every field has a distinct value.
     void fill(int classId, const std::vector<uint16_t> &indices)
     {
         const ClassDesc &desc = kClasses[classId];

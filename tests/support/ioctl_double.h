@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A device for tests: answers every ioctl of the test program while one lives, so that what a disk says is told in the
-// test.
+// A device for tests: while one exists it answers every ioctl of the test program, so that the test defines what a disk
+// replies.
 #pragma once
 
 #include <cstdint>

@@ -2,10 +2,10 @@
 // Discovery lists made by hand, and machines, for the tests of the tables.
 #pragma once
 
-#include "collect/collection/controller_tables.h"
-#include "collect/collection/device_tables.h"
-#include "collect/collection/discovery_lists.h"
+#include "collect/base/flat_table.h"
+#include "collect/collection/collection.h"
 #include "collect/collector.h"
+#include "collect/devices/device_filter.h"
 #include "collect/inf/noscsi_inf.h"
 #include "runtime/field_text.h"
 #include "support/trace_recorder.h"
@@ -20,21 +20,11 @@
 
 using namespace tavstrg;
 
-// Puts hand-made lists in the place of what discovery finds, and takes them away again with every table.
+// A collection whose lists are made by hand.
 class HandMadeLists {
 public:
-    HandMadeLists()
-    {
-        resetDeviceCounters();
-        resetControllerCounters();
-        clear();
-    }
-    ~HandMadeLists()
-    {
-        clear();
-        freeCollection();
-        resetDeviceCounters();
-    }
+    HandMadeLists() = default;
+    ~HandMadeLists() { clear(); }
     HandMadeLists(const HandMadeLists &) = delete;
     HandMadeLists &operator=(const HandMadeLists &) = delete;
 
@@ -74,21 +64,23 @@ public:
     // Makes what was built by hand what discovery found.
     void use()
     {
-        g_SCSIDeviceInfo = scsi_.empty() ? nullptr : &scsi_.front();
-        g_SCSIDeviceTotalNumber = static_cast<int32_t>(scsi_.size());
-        g_IDEGeneralInfo = {static_cast<int32_t>(channels_.size()), static_cast<int32_t>(ide_.size()),
-                            channels_.empty() ? nullptr : &channels_.front(), ide_.empty() ? nullptr : &ide_.front()};
+        all.g_SCSIDeviceInfo = scsi_.empty() ? nullptr : &scsi_.front();
+        all.g_SCSIDeviceTotalNumber = static_cast<int32_t>(scsi_.size());
+        all.g_IDEGeneralInfo = {static_cast<int32_t>(channels_.size()), static_cast<int32_t>(ide_.size()),
+                                channels_.empty() ? nullptr : &channels_.front(),
+                                ide_.empty() ? nullptr : &ide_.front()};
     }
+    Collection all;
     const SCSIDeviceInfo *scsiList() const { return scsi_.empty() ? nullptr : &scsi_.front(); }
 
 private:
     void clear()
     {
-        g_SCSIDeviceInfo = nullptr;
-        g_SCSIDeviceTotalNumber = 0;
-        g_SCSIControllerTypeDetail = nullptr;
-        g_SCSIControllerTypeTotalNumber = g_SCSIControllerTotalNumber = 0;
-        g_IDEGeneralInfo = {};
+        all.g_SCSIDeviceInfo = nullptr;
+        all.g_SCSIDeviceTotalNumber = 0;
+        all.g_SCSIControllerTypeDetail = nullptr;
+        all.g_SCSIControllerTypeTotalNumber = all.g_SCSIControllerTotalNumber = 0;
+        all.g_IDEGeneralInfo = {};
     }
     template <class Node> static void link(std::deque<Node> &nodes)
     {
@@ -132,14 +124,25 @@ inline USBHostEntry usbEntry(int32_t number)
     return host;
 }
 
-// Puts an entry at the head of the unmanaged-device list of the build.
-inline void addUnmanaged(const char *vendor, const char *model)
+// Puts an entry at the head of an unmanaged-device list.
+inline void addUnmanaged(NoSCSIInfo *&list, const char *vendor, const char *model)
 {
     auto *const node = static_cast<NoSCSIInfo *>(memalloc(sizeof(NoSCSIInfo)));
     copyText(node->vendor, vendor);
     copyText(node->model, model);
-    node->next = pleafNoSCSI_Tbl;
-    pleafNoSCSI_Tbl = node;
+    node->next = list;
+    list = node;
+}
+
+// Gives a filter its adapters.
+inline void setAdapters(DeviceFilter &filter, const std::vector<SCSIHostEntry> &hosts,
+                        const std::vector<USBHostEntry> &usb)
+{
+    filter.hosts.entries = handOut(hosts);
+    filter.hosts.count = static_cast<int32_t>(hosts.size());
+    filter.usb.entries = handOut(usb);
+    filter.usb.count = static_cast<int32_t>(usb.size());
+    EXPECT_TRUE(filter.index());
 }
 
 // What freeing a block traces.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A lock that somebody else takes in the middle of the product's work.
+// A lock that another thread takes during the provider's work.
 #pragma once
 
 #include "runtime/trace.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the tests of the segments share: a class whose segment they make, fill and look into.
+// Fixture for tests of segments: a class whose segment they create, fill and read.
 #pragma once
 
 #include "support/store_fixture.h"
@@ -59,7 +59,7 @@ protected:
 
     key_t keyOf(const char *path) const { return ::ftok(machine.where(path).c_str(), 69); }
 
-    // Somebody who holds a segment's lock for as long as it lives.
+    // Holds a segment's lock during its life.
     class Holder {
     public:
         explicit Holder(pthread_mutex_t &mutex) : mutex_(mutex) { pthread_mutex_lock(&mutex_); }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// For tests of the built tool: a directory of the test's own, and a machine to ask.
+// Fixture for tests of the built tool: a temporary directory and a small machine.
 #pragma once
 
 #include "support/tool_process.h"

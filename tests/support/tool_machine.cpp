@@ -157,7 +157,7 @@ std::string smartStateOf(const json &device)
     return status == 1 ? "failing" : status == -1 || staysOff ? "notReadable" : "good";
 }
 
-// How much is left, in percent as the model counts it; nothing when the drive has no such attribute or keeps it to
+// The remaining endurance, in percent as the model counts it; nothing if the drive has no such attribute or keeps it to
 // itself because its SMART is off.
 std::optional<int> wearOf(const json &device, int attribute)
 {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Runs the built tool as a user would (support/process.h), in a directory of its own.
+// Runs the built tool as a user would (support/process.h).
 #pragma once
 
 #include "support/process.h"

@@ -12,7 +12,7 @@ namespace vm {
 struct Device {
     std::string address; // "host:channel:target:lun"
     int host = -1;
-    std::map<std::string, std::string> facts; // as told in oracle.sh
+    std::map<std::string, std::string> facts; // as documented in oracle.sh
 
     const std::string &operator[](const std::string &name) const; // empty when the oracle does not know
     uint64_t number(const std::string &name) const;
@@ -22,7 +22,7 @@ struct Facts {
     std::map<int, std::string> drivers; // of the hosts, by number
     std::vector<Device> devices;        // in the order of the kernel's listing
 
-    const Device &at(const std::string &address) const; // ends the test when it is not there
+    const Device &at(const std::string &address) const; // ends the test if it does not exist
 };
 
 // What the oracle found before the test began.
@@ -34,7 +34,7 @@ std::string outputOf(const std::string &command);
 // Commands that the kernel has sent to a device since it found it.
 uint64_t requestsTo(const std::string &address);
 
-// Name of the disk at an address, such as "sda"; empty when there is none.
+// Name of the disk at an address, such as "sda"; empty if there is none.
 std::string diskAt(const std::string &address);
 
 // Whether the disk answers SMART READ DATA, which it refuses while its SMART is off. (What the emulated disk's identity
@@ -44,7 +44,7 @@ void switchSmart(const std::string &address, bool on);
 
 // --- the administrator's files ---------------------------------------------------------------------------------------
 
-// The drivers that the test manages. The first two stand in storage.inf as well, but the inventory never has them.
+// The drivers that the test manages. The first two are in storage.inf as well, but the inventory never has them.
 inline const std::vector<std::string> kNeverManaged = {"usb-storage", "scsi_debug"};
 inline const std::vector<std::string> kManaged = {"ahci", "sym53c8xx", "mptsas", "tcm_loopback"};
 // A driver with a disk that has no ATA identity.

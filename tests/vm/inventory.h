@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The inventory that the machine's facts ask for, and its comparison with what the provider says.
+// The inventory expected from the machine's facts, and its comparison with the provider's.
 #pragma once
 
 #include "broker/broker.h"
@@ -11,7 +11,7 @@
 namespace vm {
 
 using Row = std::map<std::string, std::string>; // property, its value as text
-using Rows = std::map<std::string, Row>;        // by what tells the instances of a class apart
+using Rows = std::map<std::string, Row>;        // by the identity of an instance within its class
 
 struct Inventory {
     Rows controllers, devices, hardDisks, cdroms, tapes, opticalMemories, misc, lifeSpans;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The provider loaded into the embedded broker, what it left behind, and changes to the machine.
+// The provider loaded into the embedded broker, checks for what it leaks, and changes to the machine.
 #pragma once
 
 #include "broker/broker.h"
@@ -10,10 +10,10 @@
 
 namespace vm {
 
-// The shared object as it ships, in a broker of its own. Its end is checked: no broker object, no segment is left.
+// The shared object as it ships, in its own broker. The end checks that no broker object and no segment is left.
 class Session {
 public:
-    explicit Session(bool serviceMode = false); // ends the test when the provider does not load
+    explicit Session(bool serviceMode = false); // ends the test if the provider does not load
     ~Session();
     Session(const Session &) = delete;
     Session &operator=(const Session &) = delete;
@@ -24,7 +24,7 @@ public:
 
     // Lines of this session's trace that contain the text.
     size_t traced(const std::string &text) const;
-    // Those of them that are failures; empty when there is none. A class without instances is none.
+    // Lines that report failures; a class without instances is not a failure.
     std::string failuresTraced() const;
 
 private:
@@ -37,10 +37,11 @@ private:
 bool savedStateExists();
 void forgetSavedState();
 
-// Whether it came true within a time that is long enough for a slow machine and one monitoring cycle.
+// Polls until the condition holds, long enough for a slow machine and one monitoring cycle. Returns false if it does
+// not.
 bool waitUntil(const std::function<bool()> &condition);
 
-// As pulling a disk out, and plugging one in (the kernel looks at the host again). Both wait until it has happened.
+// Unplug a disk, and plug one in (the kernel scans the host again). Both wait until it has happened.
 void removeDevice(const std::string &address);
 void scanHost(int host);
 

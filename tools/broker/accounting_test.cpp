@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Ownership of objects, and the counts of mistakes.
 
-#include "broker/testing/broker_fixture.h"
+#include "support/broker_fixture.h"
 
 #include <algorithm>
 #include <thread>

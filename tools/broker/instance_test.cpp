@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Instances of known and unknown classes, and the property filter.
 
-#include "broker/testing/broker_fixture.h"
+#include "support/broker_fixture.h"
 
 #include <fstream>
 #include <iterator>

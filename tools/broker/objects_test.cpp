@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Values in paths, arguments, contexts, strings and arrays.
 
-#include "broker/testing/broker_fixture.h"
+#include "support/broker_fixture.h"
 
 namespace broker {
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Loading, factories, requests in their own threads, cleanup: with the small provider of testing/.
 
-#include "broker/testing/broker_fixture.h"
 #include "broker/testing/fake_provider.h"
+#include "support/broker_fixture.h"
 
 #include <dlfcn.h>
 #include <thread>

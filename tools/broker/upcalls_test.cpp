@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Requests to the broker: the agent's service mode, other classes, enumerations, threads; and calls made to fail.
 
-#include "broker/testing/broker_fixture.h"
+#include "support/broker_fixture.h"
 
 #include <thread>
 

@@ -162,14 +162,10 @@ void describeMetrics(CLI::App &app, RawArguments &raw)
     raw.metrics = app.add_subcommand("metrics", "Print the inventory in the Prometheus text format");
     raw.metrics->add_option("--output", raw.arguments.output, "Write FILE in one step instead")->type_name("FILE");
     raw.metrics->footer("\nWith --output it is made for the textfile collector of the node exporter: FILE\n"
-                        "is always whole. It must be a regular file or not exist. If the inventory
-"
-                        "fails, tavstorage_collection_success is 0 and no series of a disk is there.
-"
-                        "Disks are labelled with serial number and node; vendor, model and firmware are
-"
-                        "labels of tavstorage_disk_info alone. For JSON use \"tavstrg --json show\".
-");
+                        "is always whole. It must be a regular file or not exist. If the inventory\n"
+                        "fails, tavstorage_collection_success is 0 and no series of a disk is there.\n"
+                        "Disks are labelled with serial number and node; vendor, model and firmware are\n"
+                        "labels of tavstorage_disk_info alone. For JSON use \"tavstrg --json show\".\n");
 }
 
 void describeDumpState(CLI::App &app, RawArguments &raw)

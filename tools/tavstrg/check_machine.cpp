@@ -8,8 +8,8 @@
 #include "tavstrg/words.h"
 
 #include "collect/base/attribute.h"
+#include "collect/devices/device_filter.h"
 #include "collect/devices/disk_names.h"
-#include "collect/devices/managed.h"
 #include "collect/devices/serial_number.h"
 #include "collect/inf/storage_inf.h"
 #include "collect/scsi/scsi_discovery.h"
@@ -25,6 +25,8 @@
 #include <cstring>
 #include <memory>
 #include <set>
+
+using namespace tavstrg;
 
 namespace tool {
 namespace {
@@ -115,15 +117,16 @@ struct DeviceList {
 
 void checkDisks(Findings &findings)
 {
-    SCSISurroundings around;
+    DeviceFilter filter;
     const DeviceList devices;
-    if (devices.failed || around.loadUSB() < 0 || around.loadHosts() < 0 || around.loadUnmanaged() < 0) {
+    if (devices.failed || filter.loadUSB() < 0 || filter.loadHosts() < 0 || filter.loadUnmanaged() < 0 ||
+        !filter.index()) {
         return; // the files' own findings say why
     }
     const auto names = std::make_unique<SCSIDiskNameTable>();
     GetSCSIDeviceName_IDArray(devices.first, names.get());
     for (const SCSIDeviceInfo *device = devices.first; device != nullptr; device = device->next) {
-        if (std::strcmp(device->type, "Direct-Access") == 0 && isManagedDevice(around, *device)) {
+        if (std::strcmp(device->type, "Direct-Access") == 0 && isManagedDevice(filter, *device)) {
             checkDisk(*device, *names, findings);
         }
     }

@@ -18,6 +18,8 @@
 #include <set>
 #include <string_view>
 
+using namespace tavstrg;
+
 namespace tool {
 namespace {
 

@@ -21,6 +21,8 @@
 #include <fstream>
 #include <system_error>
 
+using namespace tavstrg;
+
 namespace tool {
 namespace {
 

@@ -19,6 +19,8 @@
 #include <sstream>
 #include <string_view>
 
+using namespace tavstrg;
+
 namespace tool {
 namespace {
 

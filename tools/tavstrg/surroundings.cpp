@@ -13,6 +13,8 @@
 #include <iterator>
 #include <system_error>
 
+using namespace tavstrg;
+
 namespace tool {
 namespace {
 

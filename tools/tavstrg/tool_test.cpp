@@ -327,6 +327,18 @@ TEST_F(Tool, TheEnvironmentDoesNotMakeThisMachineASimulatedOneForRoot)
     EXPECT_TRUE(leftNothing(finished));
 }
 
+TEST_F(Tool, ATooDeeplyNestedMachineIsAFailureOfEveryCommand)
+{
+    const std::string file =
+        write("deep.json", "{\"hosts\": " + std::string(100000, '[') + std::string(100000, ']') + "}");
+    for (const char *command : {"show", "metrics", "check"}) {
+        const Finished finished = run({"--machine", file, command});
+        EXPECT_EQ(finished.status, 1) << command;
+        EXPECT_THAT(finished.err, MatchesRegex("tavstrg: .*/deep\\.json: [^\n]*nested[^\n]*\n"));
+        EXPECT_TRUE(leftNothing(finished));
+    }
+}
+
 TEST_F(Tool, OutputThatCannotBeWrittenIsAFailure)
 {
     const Finished finished = run({"--machine", (directory_ / "small.json").string(), "show"}, StandardOutput::full);

@@ -76,7 +76,7 @@ extern "C" void TraceLog(int level, const char *module, const char *function, in
 }
 
 // Commands that only read send no alert.
-EXPORTED int SendIndication(AlertIndication)
+EXPORTED int SendIndication(tavstrg::AlertIndication)
 {
     return 0;
 }

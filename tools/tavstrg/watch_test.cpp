@@ -211,6 +211,17 @@ TEST_F(WatchTool, AMachineThatCannotBeReadIsAFailure)
     expectNothingLeft(finished);
 }
 
+TEST_F(WatchTool, ATooDeeplyNestedMachineIsAFailure)
+{
+    edit("{\"hosts\": " + std::string(100000, '[') + std::string(100000, ']') + "}");
+    Running watch(words({}), environment());
+    const Finished finished = watch.finish();
+    EXPECT_EQ(finished.status, 1);
+    EXPECT_EQ(finished.out, "");
+    EXPECT_THAT(finished.err, MatchesRegex("tavstrg: .*/m\\.json: [^\n]*nested[^\n]*\n"));
+    expectNothingLeft(finished);
+}
+
 // A managed disk that is no ATA disk fails every inventory.
 TEST_F(WatchTool, AMachineWhoseInventoryFailsIsAFailure)
 {

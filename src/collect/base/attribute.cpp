@@ -12,10 +12,10 @@ using namespace tavstrg;
 
 namespace {
 
-constexpr int32_t kStatusAbsent = 1;
-constexpr int32_t kStatusNotOpened = -1;
-constexpr int32_t kStatusNotRead = -2;
-constexpr int32_t kStatusNull = -3;
+constexpr int32_t kAttributeAbsent = 1;
+constexpr int32_t kAttributeNotOpened = -1;
+constexpr int32_t kAttributeNotRead = -2;
+constexpr int32_t kAttributeNull = -3;
 
 } // namespace
 
@@ -26,7 +26,7 @@ int GetInfFromFile(int32_t *status, const char *path, char *out)
     if (status == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(status) Failure!!");
     }
-    *status = kStatusNull;
+    *status = kAttributeNull;
     if (path == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(path) Failure!!");
     }
@@ -37,13 +37,13 @@ int GetInfFromFile(int32_t *status, const char *path, char *out)
     std::string_view text;
     switch (readFirstLine(path, line, text)) {
     case ReadResult::absent:
-        *status = kStatusAbsent;
+        *status = kAttributeAbsent;
         return TRACED(-1, kDetail, "_OUT_ [%s] is not exist.", path);
     case ReadResult::notOpened:
-        *status = kStatusNotOpened;
+        *status = kAttributeNotOpened;
         return TRACED(-1, kFailure, "_OUT_ open failed. [%s]", path);
     case ReadResult::notRead:
-        *status = kStatusNotRead;
+        *status = kAttributeNotRead;
         return TRACED(-1, kFailure, "_OUT_ read failed. [%s]", path);
     case ReadResult::done:
         break;

@@ -10,7 +10,8 @@
 namespace tavstrg {
 
 constexpr uint16_t kUnknownWord = 0xFFFF;
-constexpr uint64_t kUnknownValue = 0xFFFFFFFF; // deliberate: 32 bits set in a 64-bit field
+constexpr char kNotSupported[] = "Not Supported"; // a text without a source
+constexpr uint64_t kUnknownValue = 0xFFFFFFFF;    // deliberate: 32 bits set in a 64-bit field
 
 // A zeroed table of capacity entries. An empty one is null and needs no memory. 0, or -1 with the table null.
 template <class Entry> int allocateTable(Entry *&table, int32_t capacity)
@@ -37,7 +38,7 @@ template <class Entry> bool appendEntry(Entry *table, int32_t capacity, int32_t 
     return true;
 }
 
-// For tables whose final size is not known beforehand: makes room first. False when memory is short; the table is then
+// For tables whose final size is not known beforehand: makes room first. False if memory is short; the table is then
 // lost, null and empty.
 template <class Entry> bool growAndAppend(Entry *&table, int32_t &capacity, int32_t &count, const Entry &entry)
 {
@@ -54,9 +55,10 @@ template <class Entry> bool growAndAppend(Entry *&table, int32_t &capacity, int3
     return appendEntry(table, capacity, count, entry);
 }
 
-// A list in one block that must not outlive its scope.
+// A list in one block that is freed at the end of its scope.
 template <class Entry> struct ListHolder {
     ListHolder() = default;
+    explicit ListHolder(void *block) : entries(static_cast<Entry *>(block)) {}
     ~ListHolder() { release(); }
     ListHolder(const ListHolder &) = delete;
     ListHolder &operator=(const ListHolder &) = delete;

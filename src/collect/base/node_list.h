@@ -26,10 +26,10 @@ template <class Node> class NodeList {
 
 public:
     NodeList() = default;
-    ~NodeList() { freeNodes(head_); }
+    ~NodeList() { release(); }
     NodeList(const NodeList &) = delete;
     NodeList &operator=(const NodeList &) = delete;
-    // A zero-filled node at the tail, or null when memory is short.
+    // A zero-filled node at the tail, or null if memory is short.
     Node *append()
     {
         auto *const node = static_cast<Node *>(memalloc(sizeof(Node)));
@@ -42,6 +42,12 @@ public:
     }
     Node *head() const { return head_; }
     int32_t count() const { return count_; }
+    void release()
+    {
+        freeNodes(head_);
+        tail_ = nullptr;
+        count_ = 0;
+    }
     Node *handOver()
     {
         tail_ = nullptr;
@@ -60,10 +66,10 @@ template <class Entry> class GrowingArray {
 
 public:
     GrowingArray() = default;
-    ~GrowingArray() { std::free(entries_); }
+    ~GrowingArray() { release(); }
     GrowingArray(const GrowingArray &) = delete;
     GrowingArray &operator=(const GrowingArray &) = delete;
-    // A zero-filled entry at the end; null when memory is short, and then what was there is lost.
+    // A zero-filled entry at the end; null if memory is short, and then what was there is lost.
     Entry *append()
     {
         if (count_ == capacity_ && !grow()) {
@@ -76,6 +82,13 @@ public:
     int32_t count() const { return count_; }
     const Entry &operator[](int32_t i) const { return entries_[i]; }
     Entry *handOver() { return std::exchange(entries_, nullptr); }
+    void release()
+    {
+        if (entries_ != nullptr) {
+            memfree(entries_);
+        }
+        count_ = capacity_ = 0;
+    }
 
 private:
     static constexpr int32_t kFirstCapacity = 16;

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/base/text_file.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -92,8 +95,10 @@ bool TextLines::next(std::string_view &line)
     std::string_view held(buffer_ + begin_, end_ - begin_);
     if (held.find('\n') == std::string_view::npos) {
         std::memmove(buffer_, held.data(), held.size());
-        const ssize_t got = file_.readLine(std::span(buffer_).subspan(held.size()));
+        const size_t room = std::min(sizeof buffer_ - held.size(), left_);
+        const ssize_t got = file_.readLine(std::span(buffer_).subspan(held.size(), room));
         failed_ = got < 0;
+        left_ -= failed_ ? 0 : static_cast<size_t>(got);
         begin_ = 0;
         end_ = failed_ ? 0 : held.size() + static_cast<size_t>(got);
         held = {buffer_, end_};
@@ -102,6 +107,14 @@ bool TextLines::next(std::string_view &line)
     line = held.substr(0, newline == std::string_view::npos ? held.size() : newline + 1);
     begin_ += line.size();
     return !line.empty();
+}
+
+bool tavstrg::isDirectory(const char *directory, const char *entry)
+{
+    char path[PATH_MAX];
+    struct stat info = {};
+    const int length = std::snprintf(path, sizeof path, "%s/%s", directory, entry);
+    return length < static_cast<int>(sizeof path) && ::stat(path, &info) == 0 && S_ISDIR(info.st_mode);
 }
 
 ReadResult tavstrg::readFirstLine(const char *path, std::span<char> buffer, std::string_view &text)

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Bounded reading of small text files: attributes of sysfs, files of procfs, the administrator's files.
+// Bounded reading of small text files (attributes of sysfs, files of procfs, the administrator's files) and of what is
+// beside them in their directories.
 #pragma once
 
 #include "runtime/holders.h"
@@ -31,18 +32,26 @@ class TextLines {
 public:
     static constexpr size_t kMaxLine = 1023;
 
-    explicit TextLines(const TextFile &file) : file_(file) {}
-    // Next line, valid until the next call; false at the end of the file and on an error.
+    // Of the file at most so many bytes are read.
+    TextLines(const TextFile &file, size_t maxBytes) : file_(file), left_(maxBytes) {}
+    // Next line, valid until the next call; false at the end of the file, at the bound and on an error.
     bool next(std::string_view &line);
     bool failed() const { return failed_; }
+    bool isAtBound() const { return left_ == 0; }
 
 private:
     const TextFile &file_;
+    size_t left_;
     char buffer_[kMaxLine];
     size_t begin_ = 0;
     size_t end_ = 0;
     bool failed_ = false;
 };
+
+constexpr int kDotEntries = 2; // "." and "..", the first two of a sorted listing
+
+// Whether an entry of a directory is a directory, also behind a symbolic link.
+bool isDirectory(const char *directory, const char *entry);
 
 enum class ReadResult { done, absent, notOpened, notRead };
 

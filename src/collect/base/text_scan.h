@@ -10,6 +10,7 @@
 
 namespace tavstrg {
 
+constexpr std::string_view kBlanks = " \t";
 constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
 
 inline std::string_view withoutLeading(std::string_view text, std::string_view characters)
@@ -22,7 +23,7 @@ inline std::string_view withoutTrailing(std::string_view text, std::string_view 
     return text.substr(0, text.find_last_not_of(characters) + 1);
 }
 
-// Text up to the first NUL: what stands behind one in a file is not text.
+// Text up to the first NUL: what follows it in a file is not text.
 constexpr std::string_view untilNul(std::string_view text)
 {
     return text.substr(0, text.find('\0'));

@@ -45,7 +45,7 @@ TEST(TextScan, RefusesWhatIsNoNumberOrDoesNotFit)
     EXPECT_EQ(number, 42);
 }
 
-TEST(TextScan, ALiteralMustStandNext)
+TEST(TextScan, ALiteralMustComeNext)
 {
     TextScan scan{"host3"};
     EXPECT_FALSE(scan.literal("Host"));

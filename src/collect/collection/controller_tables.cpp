@@ -1,28 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "collect/collection/controller_tables.h"
-
 #include "collect/base/flat_table.h"
+#include "collect/collection/collection.h"
+
+#include <algorithm>
 
 using namespace tavstrg;
 
-ControllerNumbers CtrlNumMib = {};
-
-ControllerEntry *pCtrlTbl = nullptr;
-SCSIControllerEntry *pSCSICtrlTbl = nullptr;
-IDEControllerEntry *pIDECtrlTbl = nullptr;
-PortEntry *pPortTbl = nullptr;
-DriverEntry *pDriverTbl = nullptr;
-
-int32_t tavstrg::ctrl_cnt = 0;
-int32_t tavstrg::scsi_ctrl_cnt = 0;
-int32_t tavstrg::ide_ctrl_cnt = 0;
-int32_t port_cnt = 0;
-int32_t driver_cnt = 0;
-
 namespace {
-
-int32_t portCapacity = 0;
-int32_t driverCapacity = 0;
 
 template <class Entry> int mallocTable(Entry *&table, uint16_t number)
 {
@@ -35,77 +19,82 @@ template <class Entry> int mallocTable(Entry *&table, uint16_t number)
 
 } // namespace
 
-bool tavstrg::appendController(const ControllerEntry &entry)
+bool tavstrg::appendController(Collection &all, const ControllerEntry &entry)
 {
-    return appendEntry(pCtrlTbl, CtrlNumMib.TotalController, ctrl_cnt, entry);
+    return appendEntry(all.pCtrlTbl, all.CtrlNumMib.TotalController, all.ctrl_cnt, entry);
 }
 
-bool tavstrg::appendSCSIController(const SCSIControllerEntry &entry)
+bool tavstrg::appendSCSIController(Collection &all, const SCSIControllerEntry &entry)
 {
-    return appendEntry(pSCSICtrlTbl, CtrlNumMib.TotalSCSIController, scsi_ctrl_cnt, entry);
+    // Hosts come in ascending order, but only the low 16 bits of their numbers are kept.
+    const bool ascends = all.scsi_ctrl_cnt == 0 || all.pSCSICtrlTbl[all.scsi_ctrl_cnt - 1].host <= entry.host;
+    all.scsiHostsAscend = all.scsiHostsAscend && ascends;
+    return appendEntry(all.pSCSICtrlTbl, all.CtrlNumMib.TotalSCSIController, all.scsi_ctrl_cnt, entry);
 }
 
-bool tavstrg::appendIDEController(const IDEControllerEntry &entry)
+bool tavstrg::appendIDEController(Collection &all, const IDEControllerEntry &entry)
 {
-    return appendEntry(pIDECtrlTbl, CtrlNumMib.TotalIDEController, ide_ctrl_cnt, entry);
+    return appendEntry(all.pIDECtrlTbl, all.CtrlNumMib.TotalIDEController, all.ide_ctrl_cnt, entry);
 }
 
-bool tavstrg::appendPort(const PortEntry &entry)
+bool tavstrg::appendPort(Collection &all, const PortEntry &entry)
 {
-    return growAndAppend(pPortTbl, portCapacity, port_cnt, entry);
+    return growAndAppend(all.pPortTbl, all.portCapacity, all.port_cnt, entry);
 }
 
-bool tavstrg::appendDriver(const DriverEntry &entry)
+bool tavstrg::appendDriver(Collection &all, const DriverEntry &entry)
 {
-    return growAndAppend(pDriverTbl, driverCapacity, driver_cnt, entry);
+    return growAndAppend(all.pDriverTbl, all.driverCapacity, all.driver_cnt, entry);
 }
 
-void tavstrg::resetControllerCounters()
+void tavstrg::resetControllerCounters(Collection &all)
 {
-    CtrlNumMib = {};
-    ctrl_cnt = scsi_ctrl_cnt = ide_ctrl_cnt = port_cnt = driver_cnt = 0;
-    portCapacity = driverCapacity = 0;
+    all.CtrlNumMib = {};
+    all.ctrl_cnt = all.scsi_ctrl_cnt = all.ide_ctrl_cnt = all.port_cnt = all.driver_cnt = 0;
+    all.portCapacity = all.driverCapacity = 0;
+    all.scsiHostsAscend = true;
 }
 
 int MallocSCSIControllerTable(uint16_t number)
 {
     const TraceScope scope;
-    return mallocTable(pSCSICtrlTbl, number);
+    return mallocTable(collection().pSCSICtrlTbl, number);
 }
 
 int MallocIDEControllerTable(uint16_t number)
 {
     const TraceScope scope;
-    return mallocTable(pIDECtrlTbl, number);
+    return mallocTable(collection().pIDECtrlTbl, number);
 }
 
 int MallocPortTable(uint16_t number)
 {
     const TraceScope scope;
-    portCapacity = number;
-    return mallocTable(pPortTbl, number);
+    collection().portCapacity = number;
+    return mallocTable(collection().pPortTbl, number);
 }
 
 int MallocDriverTable(uint16_t number)
 {
     const TraceScope scope;
-    driverCapacity = number;
-    return mallocTable(pDriverTbl, number);
+    collection().driverCapacity = number;
+    return mallocTable(collection().pDriverTbl, number);
 }
 
 int MallocControllerTable(uint16_t number)
 {
     const TraceScope scope;
-    return mallocTable(pCtrlTbl, number);
+    return mallocTable(collection().pCtrlTbl, number);
 }
 
 int MallocController()
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    if (MallocSCSIControllerTable(CtrlNumMib.TotalSCSIController) < 0 ||
-        MallocIDEControllerTable(CtrlNumMib.TotalIDEController) < 0 || MallocPortTable(CtrlNumMib.TotalPort) < 0 ||
-        MallocDriverTable(CtrlNumMib.TotalDriver) < 0 || MallocControllerTable(CtrlNumMib.TotalController) < 0) {
+    const ControllerNumbers &numbers = collection().CtrlNumMib;
+    if (MallocSCSIControllerTable(numbers.TotalSCSIController) < 0 ||
+        MallocIDEControllerTable(numbers.TotalIDEController) < 0 || MallocPortTable(numbers.TotalPort) < 0 ||
+        MallocDriverTable(numbers.TotalDriver) < 0 || MallocControllerTable(numbers.TotalController) < 0) {
         return TRACED(-1, kFailure, "_OUT_ (-1)");
     }
     return TRACED(0, kDetail, "_OUT_ (0)");
@@ -115,21 +104,26 @@ void FreeControllerTable()
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    memfree(pCtrlTbl);
-    memfree(pDriverTbl);
-    memfree(pPortTbl);
-    memfree(pIDECtrlTbl);
-    memfree(pSCSICtrlTbl);
-    resetControllerCounters();
+    Collection &all = collection();
+    memfree(all.pCtrlTbl);
+    memfree(all.pDriverTbl);
+    memfree(all.pPortTbl);
+    memfree(all.pIDECtrlTbl);
+    memfree(all.pSCSICtrlTbl);
+    resetControllerCounters(all);
     TRACE(kDetail, "_OUT_");
 }
 
-uint16_t tavstrg::controllerIndexOfHost(int32_t host)
+uint16_t tavstrg::controllerIndexOfHost(const Collection &all, int32_t host)
 {
-    for (int32_t i = 0; i < scsi_ctrl_cnt; ++i) {
-        if (pSCSICtrlTbl[i].host == static_cast<uint16_t>(host)) {
-            return pSCSICtrlTbl[i].controllerIndex;
-        }
+    const auto number = static_cast<uint16_t>(host);
+    const SCSIControllerEntry *const end = all.pSCSICtrlTbl + all.scsi_ctrl_cnt;
+    const SCSIControllerEntry *found = all.pSCSICtrlTbl;
+    if (all.scsiHostsAscend) {
+        found = std::lower_bound(found, end, number,
+                                 [](const SCSIControllerEntry &entry, uint16_t wanted) { return entry.host < wanted; });
+    } else {
+        found = std::find_if(found, end, [number](const SCSIControllerEntry &entry) { return entry.host == number; });
     }
-    return kUnknownWord;
+    return found == end || found->host != number ? kUnknownWord : found->controllerIndex;
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The controller tables of one collection: every storage controller once, and side tables of what it uses.
+// Entries of the controller tables: every storage controller once, and side tables of what it uses.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@ constexpr uint16_t kInterfaceScsi = 0;
 constexpr uint16_t kInterfaceIde = 1;
 constexpr uint16_t kInterfaceUnknown = 0xFFFF;
 
-// One controller. Words without a name of their own are not published; their initial values are kept.
+// One controller. Words without a specific name are not published and keep their initial values.
 struct ControllerEntry {
     uint16_t Index;            // 1-based: SCSI host adapters by host number, then IDE channels in discovery order
     uint16_t InterfaceType;    // kInterface...
@@ -64,57 +64,5 @@ struct ControllerNumbers {
     uint16_t TotalPort;
     uint16_t TotalDriver;
 };
-
-} // namespace tavstrg
-
-extern tavstrg::ControllerNumbers CtrlNumMib;
-
-extern tavstrg::ControllerEntry *pCtrlTbl;
-extern tavstrg::SCSIControllerEntry *pSCSICtrlTbl;
-extern tavstrg::IDEControllerEntry *pIDECtrlTbl;
-extern tavstrg::PortEntry *pPortTbl;
-extern tavstrg::DriverEntry *pDriverTbl;
-
-namespace tavstrg {
-
-// Entries written so far.
-extern int32_t ctrl_cnt;
-extern int32_t scsi_ctrl_cnt;
-extern int32_t ide_ctrl_cnt;
-
-} // namespace tavstrg
-
-extern int32_t port_cnt;
-extern int32_t driver_cnt;
-
-namespace tavstrg {
-
-// The only ways into the tables: true, or false when there is no room left.
-bool appendController(const ControllerEntry &entry);
-bool appendSCSIController(const SCSIControllerEntry &entry);
-bool appendIDEController(const IDEControllerEntry &entry);
-bool appendPort(const PortEntry &entry);     // grows
-bool appendDriver(const DriverEntry &entry); // grows
-
-// Everything from zero. The tables must have been freed.
-void resetControllerCounters();
-
-} // namespace tavstrg
-
-// Each allocates its table for a number of entries: 0, or -1.
-int MallocSCSIControllerTable(uint16_t number);
-int MallocIDEControllerTable(uint16_t number);
-int MallocPortTable(uint16_t number);
-int MallocDriverTable(uint16_t number);
-int MallocControllerTable(uint16_t number);
-// Allocates all tables for what CtrlNumMib says: 0, or -1 with the earlier ones still allocated.
-int MallocController();
-// Frees every table; they may be free already.
-void FreeControllerTable();
-
-namespace tavstrg {
-
-// Index of the first SCSI controller of a host number; 65535 when there is none.
-uint16_t controllerIndexOfHost(int32_t host);
 
 } // namespace tavstrg

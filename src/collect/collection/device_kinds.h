@@ -9,11 +9,11 @@
 
 namespace tavstrg {
 
-// The classes of devices, each with a table of its own.
+// The classes of devices, each with its own table.
 enum DeviceClass : uint8_t { kHardDisk, kCdrom, kTape, kOpticalMemory, kOtherDevice };
 constexpr size_t kDeviceClassCount = 5;
 
-// A word that the source does not tell.
+// A word without a source.
 constexpr uint16_t kNoCode = 65535;
 
 struct DeviceKind {
@@ -37,7 +37,7 @@ constexpr DeviceKind kDeviceKinds[] = {
     {"", kOtherDevice, 4, {kNoCode, kNoCode}},
 };
 
-// By IDE media text. Deliberate: device types of its own, other than the SCSI ones.
+// By IDE media text. Deliberate: other device types than the SCSI ones.
 constexpr DeviceKind kIDEDeviceKinds[] = {
     {"disk", kHardDisk, 2, {2, 1}},
     {"cdrom", kCdrom, 3, {1, kNoCode}},

@@ -1,43 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "collect/collection/device_tables.h"
+#include "collect/base/flat_table.h"
+#include "collect/collection/collection.h"
 
 using namespace tavstrg;
-
-DeviceNumbers DevNumMib = {};
-
-SCSIDeviceEntry *pSCSIDevTbl = nullptr;
-IDEDeviceEntry *pIDEDevTbl = nullptr;
-HardDiskEntry *pHDDevTbl = nullptr;
-CdromDeviceEntry *pCdromDevTbl = nullptr;
-TapeDeviceEntry *pTapeDevTbl = nullptr;
-ClassDeviceEntry *pOMDevTbl = nullptr;
-ClassDeviceEntry *pMiscDevTbl = nullptr;
-LifeSpanEntry *pLifeSpanTbl = nullptr;
-LifeSpanEntry *pLifeSpanTblOld = nullptr;
-
-int32_t TotalSCSIDevice = 0;
-int32_t TotalIDEDevice = 0;
-int32_t TotalHDDevice = 0;
-int32_t TotalTapeDevice = 0;
-int32_t TotalCdromDevice = 0;
-int32_t TotalOMDevice = 0;
-int32_t TotalMiscDevice = 0;
-
-int32_t scsi_dev_cnt = 0;
-int32_t ide_dev_cnt = 0;
-int32_t hd_dev_cnt = 0;
-int32_t tape_dev_cnt = 0;
-int32_t cdrom_dev_cnt = 0;
-int32_t om_dev_cnt = 0;
-int32_t misc_dev_cnt = 0;
-int32_t scsi_hd_cnt = 0;
-
-char gDriverName[65] = "Unknown";
-
-const ClassCounters tavstrg::kClassCounters[kDeviceClassCount] = {
-    {&TotalHDDevice, &hd_dev_cnt}, {&TotalCdromDevice, &cdrom_dev_cnt}, {&TotalTapeDevice, &tape_dev_cnt},
-    {&TotalOMDevice, &om_dev_cnt}, {&TotalMiscDevice, &misc_dev_cnt},
-};
 
 namespace {
 
@@ -49,36 +14,59 @@ uint16_t word(int32_t number)
 
 } // namespace
 
-void tavstrg::resetDeviceCounters()
+ClassCounters tavstrg::countersOf(Collection &all, DeviceClass deviceClass)
 {
-    DevNumMib = {};
-    TotalSCSIDevice = TotalIDEDevice = 0;
-    scsi_dev_cnt = ide_dev_cnt = scsi_hd_cnt = 0;
-    for (const ClassCounters &counters : kClassCounters) {
-        *counters.total = *counters.written = 0;
+    switch (deviceClass) {
+    case kHardDisk:
+        return {all.TotalHDDevice, all.hd_dev_cnt};
+    case kCdrom:
+        return {all.TotalCdromDevice, all.cdrom_dev_cnt};
+    case kTape:
+        return {all.TotalTapeDevice, all.tape_dev_cnt};
+    case kOpticalMemory:
+        return {all.TotalOMDevice, all.om_dev_cnt};
+    case kOtherDevice:
+        break;
+    }
+    return {all.TotalMiscDevice, all.misc_dev_cnt};
+}
+
+void tavstrg::resetDeviceCounters(Collection &all)
+{
+    all.DevNumMib = {};
+    all.TotalSCSIDevice = all.TotalIDEDevice = 0;
+    all.scsi_dev_cnt = all.ide_dev_cnt = all.scsi_hd_cnt = 0;
+    for (const DeviceClass deviceClass : {kHardDisk, kCdrom, kTape, kOpticalMemory, kOtherDevice}) {
+        const ClassCounters counters = countersOf(all, deviceClass);
+        counters.total = counters.written = 0;
     }
 }
 
-void tavstrg::takeReservedNumbers()
+void tavstrg::takeReservedNumbers(Collection &all)
 {
-    DevNumMib = {word(TotalSCSIDevice),  word(TotalIDEDevice), word(TotalHDDevice),   word(TotalTapeDevice),
-                 word(TotalCdromDevice), word(TotalOMDevice),  word(TotalMiscDevice), 0};
+    all.DevNumMib = {
+        word(all.TotalSCSIDevice),  word(all.TotalIDEDevice), word(all.TotalHDDevice),   word(all.TotalTapeDevice),
+        word(all.TotalCdromDevice), word(all.TotalOMDevice),  word(all.TotalMiscDevice), 0};
 }
 
-void tavstrg::takeWrittenNumbers()
+void tavstrg::takeWrittenNumbers(Collection &all)
 {
-    DevNumMib = {word(scsi_dev_cnt),  word(ide_dev_cnt), word(hd_dev_cnt),   word(tape_dev_cnt),
-                 word(cdrom_dev_cnt), word(om_dev_cnt),  word(misc_dev_cnt), DevNumMib.TotalLifeSpan};
+    all.DevNumMib = {word(all.scsi_dev_cnt), word(all.ide_dev_cnt),      word(all.hd_dev_cnt),
+                     word(all.tape_dev_cnt), word(all.cdrom_dev_cnt),    word(all.om_dev_cnt),
+                     word(all.misc_dev_cnt), all.DevNumMib.TotalLifeSpan};
 }
 
 int MallocDeviceTable()
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    if (allocateTable(pSCSIDevTbl, TotalSCSIDevice) < 0 || allocateTable(pIDEDevTbl, TotalIDEDevice) < 0 ||
-        allocateTable(pHDDevTbl, TotalHDDevice) < 0 || allocateTable(pTapeDevTbl, TotalTapeDevice) < 0 ||
-        allocateTable(pCdromDevTbl, TotalCdromDevice) < 0 || allocateTable(pOMDevTbl, TotalOMDevice) < 0 ||
-        allocateTable(pMiscDevTbl, TotalMiscDevice) < 0) {
+    Collection &all = collection();
+    if (allocateTable(all.pSCSIDevTbl, all.TotalSCSIDevice) < 0 ||
+        allocateTable(all.pIDEDevTbl, all.TotalIDEDevice) < 0 || allocateTable(all.pHDDevTbl, all.TotalHDDevice) < 0 ||
+        allocateTable(all.pTapeDevTbl, all.TotalTapeDevice) < 0 ||
+        allocateTable(all.pCdromDevTbl, all.TotalCdromDevice) < 0 ||
+        allocateTable(all.pOMDevTbl, all.TotalOMDevice) < 0 ||
+        allocateTable(all.pMiscDevTbl, all.TotalMiscDevice) < 0) {
         return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
     }
     return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
@@ -88,14 +76,15 @@ void FreeDeviceTable()
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    memfree(pSCSIDevTbl);
-    memfree(pIDEDevTbl);
-    memfree(pHDDevTbl);
-    memfree(pTapeDevTbl);
-    memfree(pCdromDevTbl);
-    memfree(pOMDevTbl);
-    memfree(pMiscDevTbl);
-    memfree(pLifeSpanTbl);
-    memfree(pLifeSpanTblOld);
+    Collection &all = collection();
+    memfree(all.pSCSIDevTbl);
+    memfree(all.pIDEDevTbl);
+    memfree(all.pHDDevTbl);
+    memfree(all.pTapeDevTbl);
+    memfree(all.pCdromDevTbl);
+    memfree(all.pOMDevTbl);
+    memfree(all.pMiscDevTbl);
+    memfree(all.pLifeSpanTbl);
+    memfree(all.pLifeSpanTblOld);
     TRACE(kDetail, "_OUT_");
 }

@@ -1,16 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-// The device tables of one collection: flat, numbered without gaps in discovery order, freed at its end.
+// Entries of the device tables, which are flat and numbered without gaps in discovery order.
 #pragma once
 
-#include "collect/base/flat_table.h"
-#include "collect/collection/device_kinds.h"
 #include "devcmd/hard_disk.h"
 
 #include <cstdint>
 
 namespace tavstrg {
 
-// One managed SCSI device. Words without a name of their own are not published.
+// One managed SCSI device. Words without a specific name are not published.
 struct SCSIDeviceEntry {
     uint16_t Index;           // 1-based
     uint16_t DeviceTypeIndex; // 1-based, in the table of its class
@@ -78,7 +76,7 @@ struct LifeSpanEntry {
     uint16_t reserved;
 };
 
-// Record counts by class: upper bounds after counting, the entries written once the tables stand.
+// Record counts by class: upper bounds after counting, the entries written once the tables are built.
 struct DeviceNumbers {
     uint16_t TotalSCSIDevice;
     uint16_t TotalIDEDevice;
@@ -91,59 +89,3 @@ struct DeviceNumbers {
 };
 
 } // namespace tavstrg
-
-extern tavstrg::DeviceNumbers DevNumMib;
-
-extern tavstrg::SCSIDeviceEntry *pSCSIDevTbl;
-extern tavstrg::IDEDeviceEntry *pIDEDevTbl;
-extern tavstrg::HardDiskEntry *pHDDevTbl;
-extern tavstrg::CdromDeviceEntry *pCdromDevTbl;
-extern tavstrg::TapeDeviceEntry *pTapeDevTbl;
-extern tavstrg::ClassDeviceEntry *pOMDevTbl;
-extern tavstrg::ClassDeviceEntry *pMiscDevTbl;
-extern tavstrg::LifeSpanEntry *pLifeSpanTbl;
-extern tavstrg::LifeSpanEntry *pLifeSpanTblOld; // the block before pLifeSpanTbl grew
-
-// Entries for which room is reserved.
-extern int32_t TotalSCSIDevice;
-extern int32_t TotalIDEDevice;
-extern int32_t TotalHDDevice;
-extern int32_t TotalTapeDevice;
-extern int32_t TotalCdromDevice;
-extern int32_t TotalOMDevice;
-extern int32_t TotalMiscDevice;
-
-// Entries written.
-extern int32_t scsi_dev_cnt;
-extern int32_t ide_dev_cnt;
-extern int32_t hd_dev_cnt;
-extern int32_t tape_dev_cnt;
-extern int32_t cdrom_dev_cnt;
-extern int32_t om_dev_cnt;
-extern int32_t misc_dev_cnt;
-extern int32_t scsi_hd_cnt; // SCSI "Direct-Access" devices met, managed or not: their order gives the device numbers
-
-extern char gDriverName[65]; // driver of the adapter that the current SCSI device hangs on; "Unknown" when none
-
-namespace tavstrg {
-
-// Counters of the class tables, indexed by DeviceClass.
-struct ClassCounters {
-    int32_t *total;
-    int32_t *written;
-};
-extern const ClassCounters kClassCounters[kDeviceClassCount];
-
-// Sets every counter to zero.
-void resetDeviceCounters();
-// DevNumMib from the reserved sizes, without life spans.
-void takeReservedNumbers();
-// DevNumMib from what was written; the life spans are counted as they are written.
-void takeWrittenNumbers();
-
-} // namespace tavstrg
-
-// Allocates the tables for the totals: 0, or -1.
-int MallocDeviceTable();
-// Frees the tables; they may be free already.
-void FreeDeviceTable();

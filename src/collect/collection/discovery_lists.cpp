@@ -1,27 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "collect/collection/discovery_lists.h"
+#include "collect/collection/collection.h"
 
 #include "runtime/trace.h"
 
 using namespace tavstrg;
 
-SCSIDeviceInfo *tavstrg::g_SCSIDeviceInfo = nullptr;
-int32_t tavstrg::g_SCSIDeviceTotalNumber = 0;
-SCSIControllerTypeDetail *tavstrg::g_SCSIControllerTypeDetail = nullptr;
-int32_t g_SCSIControllerTypeTotalNumber = 0;
-int32_t g_SCSIControllerTotalNumber = 0;
-IDEGeneralInfo g_IDEGeneralInfo = {};
-
 namespace {
 
-void resetLists()
+void resetLists(Collection &all)
 {
-    g_SCSIDeviceInfo = nullptr;
-    g_SCSIDeviceTotalNumber = 0;
-    g_SCSIControllerTypeDetail = nullptr;
-    g_SCSIControllerTypeTotalNumber = 0;
-    g_SCSIControllerTotalNumber = 0;
-    g_IDEGeneralInfo = {};
+    all.g_SCSIDeviceInfo = nullptr;
+    all.g_SCSIDeviceTotalNumber = 0;
+    all.g_SCSIControllerTypeDetail = nullptr;
+    all.g_SCSIControllerTypeTotalNumber = 0;
+    all.g_SCSIControllerTotalNumber = 0;
+    all.g_IDEGeneralInfo = {};
 }
 
 // A builder that found nothing to read reports so beside its negative result; that is no failure.
@@ -36,25 +29,26 @@ int GetSCSIAndIDEInfoListFromProc()
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    resetLists();
+    Collection &all = collection();
+    resetLists(all);
 
     int32_t status = 0;
-    int result = GetSCSIDeviceInfoFromProc(&g_SCSIDeviceInfo, &g_SCSIDeviceTotalNumber, &status);
+    int result = GetSCSIDeviceInfoFromProc(&all.g_SCSIDeviceInfo, &all.g_SCSIDeviceTotalNumber, &status);
     if (builderFailed(result, status)) {
         return TRACED(-1, kDetail, "_OUT_ GetSCSIDeviceInfoFromProc() Failure!! status=[%d]", status);
     }
 
     status = 0;
-    result = GetSCSIControllerTypeDetailInfo(&g_SCSIControllerTypeDetail, &g_SCSIControllerTypeTotalNumber,
-                                             &g_SCSIControllerTotalNumber, &status);
+    result = GetSCSIControllerTypeDetailInfo(&all.g_SCSIControllerTypeDetail, &all.g_SCSIControllerTypeTotalNumber,
+                                             &all.g_SCSIControllerTotalNumber, &status);
     if (builderFailed(result, status)) {
-        FreeSCSIDeviceInfo(&g_SCSIDeviceInfo);
+        FreeSCSIDeviceInfo(&all.g_SCSIDeviceInfo);
         return TRACED(-1, kDetail, "_OUT_ GetSCSIControllerTypeDetailInfo() Failure!! status=[%d]", status);
     }
 
-    if (GetIDEInfoFromProc(&g_IDEGeneralInfo) < 0) {
-        FreeSCSIControllerTypeDetailInfo(&g_SCSIControllerTypeDetail);
-        FreeSCSIDeviceInfo(&g_SCSIDeviceInfo);
+    if (GetIDEInfoFromProc(&all.g_IDEGeneralInfo) < 0) {
+        FreeSCSIControllerTypeDetailInfo(&all.g_SCSIControllerTypeDetail);
+        FreeSCSIDeviceInfo(&all.g_SCSIDeviceInfo);
         return TRACED(-1, kDetail, "_OUT_ GetIDEInfoFromProc() Failure!!");
     }
     return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
@@ -64,9 +58,10 @@ void FreeSCSIAndIDEInfoListFromProc()
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    FreeSCSIDeviceInfo(&g_SCSIDeviceInfo);
-    FreeSCSIControllerTypeDetailInfo(&g_SCSIControllerTypeDetail);
-    FreeIDEInfo(&g_IDEGeneralInfo);
-    resetLists();
+    Collection &all = collection();
+    FreeSCSIDeviceInfo(&all.g_SCSIDeviceInfo);
+    FreeSCSIControllerTypeDetailInfo(&all.g_SCSIControllerTypeDetail);
+    FreeIDEInfo(&all.g_IDEGeneralInfo);
+    resetLists(all);
     TRACE(kDetail, "_OUT_");
 }

@@ -2,7 +2,7 @@
 #include "collect/controllers/controller_build.h"
 
 #include "collect/base/flat_table.h"
-#include "collect/collection/discovery_lists.h"
+#include "collect/collection/collection.h"
 #include "runtime/field_text.h"
 
 #include <cstdlib>
@@ -21,7 +21,7 @@ bool fitsCount(int32_t number)
 
 int makeSCSI(int32_t i, const SCSIHostEntry &host)
 {
-    if (!appendController(newSCSIController(i, host.host))) {
+    if (!appendController(collection(), newSCSIController(i, host.host))) {
         return -1;
     }
     return MakeSCSIController(i, host);
@@ -33,12 +33,12 @@ int makeIDE(int32_t i, const IDEControllerInfo *channel)
     if (channel == nullptr || !parseIDEChannelName(channel->name, &number)) {
         return -1;
     }
-    ControllerEntry entry = newIDEController(i, i - CtrlNumMib.TotalSCSIController + 1, number);
+    ControllerEntry entry = newIDEController(i, i - collection().CtrlNumMib.TotalSCSIController + 1, number);
     entry.busType = GetIDEControllerBusType(fieldText(channel->model));
     if (GetControllerInterrupt(channel->name, &entry) < 0 || GetControllerPort(channel->name, &entry) < 0) {
         return -1;
     }
-    if (!appendController(entry)) {
+    if (!appendController(collection(), entry)) {
         return -1;
     }
     return MakeIDEController(i);
@@ -47,19 +47,19 @@ int makeIDE(int32_t i, const IDEControllerInfo *channel)
 int makeControllers(const ListHolder<SCSIHostEntry> &hosts)
 {
     // Counted from the detail list and read again here: an adapter that came or went in between fails the collection.
-    if (hosts.count != CtrlNumMib.TotalSCSIController) {
+    if (hosts.count != collection().CtrlNumMib.TotalSCSIController) {
         return -1;
     }
-    const IDEControllerInfo *channel = g_IDEGeneralInfo.controllers;
-    for (int32_t i = 0; i < CtrlNumMib.TotalController; ++i) {
+    const IDEControllerInfo *channel = collection().g_IDEGeneralInfo.controllers;
+    for (int32_t i = 0; i < collection().CtrlNumMib.TotalController; ++i) {
         int result = -1;
-        if (i < CtrlNumMib.TotalSCSIController) {
+        if (i < collection().CtrlNumMib.TotalSCSIController) {
             result = makeSCSI(i, hosts.entries[i]);
-        } else if (i < CtrlNumMib.TotalSCSIController + CtrlNumMib.TotalIDEController) {
+        } else if (i < collection().CtrlNumMib.TotalSCSIController + collection().CtrlNumMib.TotalIDEController) {
             result = makeIDE(i, channel);
             channel = channel == nullptr ? nullptr : channel->next;
         } else {
-            result = appendController(newUnknownController(i)) ? 0 : -1;
+            result = appendController(collection(), newUnknownController(i)) ? 0 : -1;
         }
         if (result < 0) {
             return -1;
@@ -74,7 +74,7 @@ int InitController()
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    resetControllerCounters();
+    resetControllerCounters(collection());
     if (GetControllerTotalNumber() < 0 || GetController() < 0) {
         return TRACED(-1, kFailure, "_OUT_ (-1)");
     }
@@ -101,37 +101,40 @@ int GetControllerNumber()
     if (GetSCSIControllerNumber_Leaf() < 0) {
         return TRACED(-1, kFailure, "_OUT_ GetSCSIControllerNumber_Leaf() failed. (-1)");
     }
-    const int32_t total = CtrlNumMib.TotalSCSIController + CtrlNumMib.TotalIDEController;
+    const int32_t total = collection().CtrlNumMib.TotalSCSIController + collection().CtrlNumMib.TotalIDEController;
     if (!fitsCount(total)) {
         return TRACED(-1, kFailure, "_OUT_ TotalController[%d] Failure!!", total);
     }
-    CtrlNumMib.TotalController = static_cast<uint16_t>(total);
+    collection().CtrlNumMib.TotalController = static_cast<uint16_t>(total);
     return TRACED(0, kDetail, "_OUT_ TotalSCSIController=[%d] + TotalIDEController=[%d] = TotalController[%d]",
-                  CtrlNumMib.TotalSCSIController, CtrlNumMib.TotalIDEController, CtrlNumMib.TotalController);
+                  collection().CtrlNumMib.TotalSCSIController, collection().CtrlNumMib.TotalIDEController,
+                  collection().CtrlNumMib.TotalController);
 }
 
 int GetIDEControllerNumber_Leaf()
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    if (!fitsCount(g_IDEGeneralInfo.controllerCount)) {
+    if (!fitsCount(collection().g_IDEGeneralInfo.controllerCount)) {
         return TRACED(-1, kFailure, "_OUT_ (-1)");
     }
-    CtrlNumMib.TotalIDEController = static_cast<uint16_t>(g_IDEGeneralInfo.controllerCount);
-    return TRACED(0, kDetail, "_OUT_ (0) CtrlNumMib.TotalIDEController=[%d]", CtrlNumMib.TotalIDEController);
+    collection().CtrlNumMib.TotalIDEController = static_cast<uint16_t>(collection().g_IDEGeneralInfo.controllerCount);
+    return TRACED(0, kDetail, "_OUT_ (0) CtrlNumMib.TotalIDEController=[%d]",
+                  collection().CtrlNumMib.TotalIDEController);
 }
 
 int GetSCSIControllerNumber_Leaf()
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    const int32_t drivers = CtrlNumMib.TotalDriver + g_SCSIControllerTypeTotalNumber;
-    if (!fitsCount(g_SCSIControllerTotalNumber) || !fitsCount(drivers)) {
+    const int32_t drivers = collection().CtrlNumMib.TotalDriver + collection().g_SCSIControllerTypeTotalNumber;
+    if (!fitsCount(collection().g_SCSIControllerTotalNumber) || !fitsCount(drivers)) {
         return TRACED(-1, kFailure, "_OUT_ (-1)");
     }
-    CtrlNumMib.TotalSCSIController = static_cast<uint16_t>(g_SCSIControllerTotalNumber);
-    CtrlNumMib.TotalDriver = static_cast<uint16_t>(drivers);
-    return TRACED(0, kDetail, "_OUT_ (0) CtrlNumMib.TotalSCSIController=[%d]", CtrlNumMib.TotalSCSIController);
+    collection().CtrlNumMib.TotalSCSIController = static_cast<uint16_t>(collection().g_SCSIControllerTotalNumber);
+    collection().CtrlNumMib.TotalDriver = static_cast<uint16_t>(drivers);
+    return TRACED(0, kDetail, "_OUT_ (0) CtrlNumMib.TotalSCSIController=[%d]",
+                  collection().CtrlNumMib.TotalSCSIController);
 }
 
 int GetController()
@@ -150,7 +153,7 @@ int GetController()
     if (result < 0) {
         return TRACED(-1, kFailure, "_OUT_ (-1)");
     }
-    CtrlNumMib.TotalPort = static_cast<uint16_t>(port_cnt);
-    CtrlNumMib.TotalDriver = static_cast<uint16_t>(driver_cnt);
+    collection().CtrlNumMib.TotalPort = static_cast<uint16_t>(collection().port_cnt);
+    collection().CtrlNumMib.TotalDriver = static_cast<uint16_t>(collection().driver_cnt);
     return TRACED(0, kDetail, "_OUT_ (0)");
 }

@@ -101,11 +101,6 @@ TEST(NewController, OfAnIdeChannelIsNumberedAmongTheIdeControllers)
 
 class Controllers : public testing::Test {
 protected:
-    ~Controllers() override
-    {
-        FreeSCSIAndIDEInfoListFromProc();
-        FreeControllerTable();
-    }
     // A machine, its discovery lists, and the controller tables.
     int init(const std::string &json)
     {
@@ -117,6 +112,7 @@ protected:
 
     TraceRecorder trace_;
     std::unique_ptr<sim::Machine> machine_;
+    Collection collected_;
 };
 
 TEST_F(Controllers, HostsAreNumberedInTheOrderOfTheirNumbers)
@@ -125,19 +121,19 @@ TEST_F(Controllers, HostsAreNumberedInTheOrderOfTheirNumbers)
                                  {"number": 10, "driver": "ahci"}, {"number": 1, "driver": "ahci"}],
                        "files": {"storage.inf": "ahci\n"}})"),
               0);
-    EXPECT_EQ(CtrlNumMib.TotalController, 4);
-    EXPECT_EQ(CtrlNumMib.TotalSCSIController, 4);
-    EXPECT_EQ(CtrlNumMib.TotalIDEController, 0);
+    EXPECT_EQ(collection().CtrlNumMib.TotalController, 4);
+    EXPECT_EQ(collection().CtrlNumMib.TotalSCSIController, 4);
+    EXPECT_EQ(collection().CtrlNumMib.TotalIDEController, 0);
     const uint16_t hosts[] = {0, 1, 3, 10};
     for (uint16_t i = 0; i < 4; ++i) {
-        EXPECT_EQ(pCtrlTbl[i].Index, i + 1);
-        EXPECT_EQ(pCtrlTbl[i].controllerNumber, hosts[i]);
-        EXPECT_EQ(pSCSICtrlTbl[i].controllerIndex, i + 1);
-        EXPECT_EQ(pSCSICtrlTbl[i].controllerIndexAgain, i + 1);
-        EXPECT_EQ(pSCSICtrlTbl[i].host, hosts[i]);
-        EXPECT_EQ(controllerIndexOfHost(hosts[i]), i + 1);
+        EXPECT_EQ(collection().pCtrlTbl[i].Index, i + 1);
+        EXPECT_EQ(collection().pCtrlTbl[i].controllerNumber, hosts[i]);
+        EXPECT_EQ(collection().pSCSICtrlTbl[i].controllerIndex, i + 1);
+        EXPECT_EQ(collection().pSCSICtrlTbl[i].controllerIndexAgain, i + 1);
+        EXPECT_EQ(collection().pSCSICtrlTbl[i].host, hosts[i]);
+        EXPECT_EQ(controllerIndexOfHost(collection(), hosts[i]), i + 1);
     }
-    EXPECT_EQ(controllerIndexOfHost(2), 65535);
+    EXPECT_EQ(controllerIndexOfHost(collection(), 2), 65535);
     EXPECT_TRUE(trace_.has(kDetail, "_OUT_ (0) CtrlNumMib.TotalIDEController=[0]", "GetIDEControllerNumber_Leaf"));
     EXPECT_TRUE(trace_.has(kDetail, "_OUT_ (0) CtrlNumMib.TotalSCSIController=[4]", "GetSCSIControllerNumber_Leaf"));
     EXPECT_TRUE(trace_.has(kDetail, "_OUT_ TotalSCSIController=[4] + TotalIDEController=[0] = TotalController[4]",
@@ -149,17 +145,17 @@ TEST_F(Controllers, HostsOfOneDriverShareItsEntry)
     ASSERT_EQ(init(R"({"hosts": [{"driver": "ahci"}, {"driver": "mptspi"}, {"driver": "ahci"}, {"driver": "mptspi"}],
                        "files": {"storage.inf": "ahci\nmptspi\n"}})"),
               0);
-    ASSERT_EQ(driver_cnt, 2);
-    EXPECT_EQ(CtrlNumMib.TotalDriver, 2);
-    EXPECT_EQ(pDriverTbl[0].index, 1U);
-    EXPECT_EQ(pDriverTbl[0].zero, 0U);
-    EXPECT_STREQ(pDriverTbl[0].name, "ahci");
-    EXPECT_STREQ(pDriverTbl[0].version, "Not Supported");
-    EXPECT_EQ(pDriverTbl[1].index, 2U);
-    EXPECT_STREQ(pDriverTbl[1].name, "mptspi");
+    ASSERT_EQ(collection().driver_cnt, 2);
+    EXPECT_EQ(collection().CtrlNumMib.TotalDriver, 2);
+    EXPECT_EQ(collection().pDriverTbl[0].index, 1U);
+    EXPECT_EQ(collection().pDriverTbl[0].zero, 0U);
+    EXPECT_STREQ(collection().pDriverTbl[0].name, "ahci");
+    EXPECT_STREQ(collection().pDriverTbl[0].version, "Not Supported");
+    EXPECT_EQ(collection().pDriverTbl[1].index, 2U);
+    EXPECT_STREQ(collection().pDriverTbl[1].name, "mptspi");
     const uint16_t drivers[] = {1, 2, 1, 2};
     for (uint16_t i = 0; i < 4; ++i) {
-        EXPECT_EQ(pCtrlTbl[i].driverIndex, drivers[i]) << i;
+        EXPECT_EQ(collection().pCtrlTbl[i].driverIndex, drivers[i]) << i;
     }
 }
 
@@ -168,8 +164,8 @@ TEST_F(Controllers, ADriverIsFoundByAsManyCharactersAsTheStoredNameHas)
     ASSERT_EQ(init(R"({"hosts": [{"driver": "ata"}, {"driver": "ata_piix"}],
                        "files": {"storage.inf": "ata\nata_piix\n"}})"),
               0);
-    EXPECT_EQ(driver_cnt, 1);
-    EXPECT_EQ(pCtrlTbl[1].driverIndex, 1);
+    EXPECT_EQ(collection().driver_cnt, 1);
+    EXPECT_EQ(collection().pCtrlTbl[1].driverIndex, 1);
 }
 
 TEST_F(Controllers, ALongDriverNameIsCutInItsEntry)
@@ -178,9 +174,9 @@ TEST_F(Controllers, ALongDriverNameIsCutInItsEntry)
     ASSERT_EQ(init(R"({"hosts": [{"driver": ")" + name.substr(0, 63) + R"("}, {"driver": ")" + name.substr(0, 63) +
                    R"("}], "files": {"storage.inf": ")" + name.substr(0, 63) + R"(\n"}})"),
               0);
-    ASSERT_EQ(driver_cnt, 1);
-    EXPECT_EQ(std::string(pDriverTbl[0].name), std::string(31, 'd'));
-    EXPECT_EQ(pCtrlTbl[1].driverIndex, 1);
+    ASSERT_EQ(collection().driver_cnt, 1);
+    EXPECT_EQ(std::string(collection().pDriverTbl[0].name), std::string(31, 'd'));
+    EXPECT_EQ(collection().pCtrlTbl[1].driverIndex, 1);
 }
 
 TEST_F(Controllers, IdeChannelsFollowTheScsiHosts)
@@ -191,11 +187,11 @@ TEST_F(Controllers, IdeChannelsFollowTheScsiHosts)
                        "ioports": "01f0-01f7 : ide0\n0170-0177 : ide1\n03f6-03f6 : ide0\n",
                        "files": {"storage.inf": "ahci\n"}})"),
               0);
-    EXPECT_EQ(CtrlNumMib.TotalController, 3);
-    EXPECT_EQ(CtrlNumMib.TotalIDEController, 2);
+    EXPECT_EQ(collection().CtrlNumMib.TotalController, 3);
+    EXPECT_EQ(collection().CtrlNumMib.TotalIDEController, 2);
     EXPECT_TRUE(trace_.has(kDetail, "_OUT_ (0) CtrlNumMib.TotalIDEController=[2]"));
 
-    const ControllerEntry &first = pCtrlTbl[1];
+    const ControllerEntry &first = collection().pCtrlTbl[1];
     EXPECT_EQ(first.Index, 2);
     EXPECT_EQ(first.InterfaceType, 1);
     EXPECT_EQ(first.controllerNumber, 0);
@@ -206,7 +202,7 @@ TEST_F(Controllers, IdeChannelsFollowTheScsiHosts)
     EXPECT_EQ(first.firstPort, 1);
     EXPECT_EQ(first.driverIndex, 0xFFFF);
 
-    const ControllerEntry &second = pCtrlTbl[2];
+    const ControllerEntry &second = collection().pCtrlTbl[2];
     EXPECT_EQ(second.controllerNumber, 1);
     EXPECT_EQ(second.numberInKind, 2);
     EXPECT_EQ(second.busType, 2);
@@ -214,18 +210,18 @@ TEST_F(Controllers, IdeChannelsFollowTheScsiHosts)
     EXPECT_EQ(second.portCount, 1);
     EXPECT_EQ(second.firstPort, 3);
 
-    ASSERT_EQ(port_cnt, 3);
-    EXPECT_EQ(CtrlNumMib.TotalPort, 3);
+    ASSERT_EQ(collection().port_cnt, 3);
+    EXPECT_EQ(collection().CtrlNumMib.TotalPort, 3);
     const PortEntry ports[] = {{1, 0x1F0, 8}, {2, 0x3F6, 1}, {3, 0x170, 8}};
     for (size_t i = 0; i < 3; ++i) {
-        EXPECT_EQ(pPortTbl[i].index, ports[i].index);
-        EXPECT_EQ(pPortTbl[i].start, ports[i].start);
-        EXPECT_EQ(pPortTbl[i].length, ports[i].length);
+        EXPECT_EQ(collection().pPortTbl[i].index, ports[i].index);
+        EXPECT_EQ(collection().pPortTbl[i].start, ports[i].start);
+        EXPECT_EQ(collection().pPortTbl[i].length, ports[i].length);
     }
-    EXPECT_EQ(pIDECtrlTbl[0].controllerIndex, 2);
-    EXPECT_EQ(pIDECtrlTbl[0].position, 1);
-    EXPECT_EQ(pIDECtrlTbl[1].controllerIndex, 3);
-    EXPECT_EQ(pIDECtrlTbl[1].position, 2);
+    EXPECT_EQ(collection().pIDECtrlTbl[0].controllerIndex, 2);
+    EXPECT_EQ(collection().pIDECtrlTbl[0].position, 1);
+    EXPECT_EQ(collection().pIDECtrlTbl[1].controllerIndex, 3);
+    EXPECT_EQ(collection().pIDECtrlTbl[1].position, 2);
 }
 
 TEST_F(Controllers, AChannelWhoseNameIsNoNumberFails)
@@ -250,12 +246,12 @@ TEST_F(Controllers, PortsThatCannotBeReadFail)
 TEST_F(Controllers, WithoutAnyEveryTableIsNullAndAllCountsAreZero)
 {
     ASSERT_EQ(init("{}"), 0);
-    EXPECT_EQ(CtrlNumMib.TotalController, 0);
-    EXPECT_EQ(pCtrlTbl, nullptr);
-    EXPECT_EQ(pSCSICtrlTbl, nullptr);
-    EXPECT_EQ(pIDECtrlTbl, nullptr);
-    EXPECT_EQ(pPortTbl, nullptr);
-    EXPECT_EQ(pDriverTbl, nullptr);
+    EXPECT_EQ(collection().CtrlNumMib.TotalController, 0);
+    EXPECT_EQ(collection().pCtrlTbl, nullptr);
+    EXPECT_EQ(collection().pSCSICtrlTbl, nullptr);
+    EXPECT_EQ(collection().pIDECtrlTbl, nullptr);
+    EXPECT_EQ(collection().pPortTbl, nullptr);
+    EXPECT_EQ(collection().pDriverTbl, nullptr);
 }
 
 TEST_F(Controllers, AnAdapterThatCameAfterTheCountingFails)
@@ -292,18 +288,19 @@ TEST_F(Controllers, FreeingNullsEveryTableInItsOrder)
               0);
     std::vector<std::string> expected{"_IN_"};
     for (const void *const table :
-         {static_cast<void *>(pCtrlTbl), static_cast<void *>(pDriverTbl), static_cast<void *>(pPortTbl),
-          static_cast<void *>(pIDECtrlTbl), static_cast<void *>(pSCSICtrlTbl)}) {
+         {static_cast<void *>(collection().pCtrlTbl), static_cast<void *>(collection().pDriverTbl),
+          static_cast<void *>(collection().pPortTbl), static_cast<void *>(collection().pIDECtrlTbl),
+          static_cast<void *>(collection().pSCSICtrlTbl)}) {
         expected.push_back(freedText(table));
     }
     expected.emplace_back("_OUT_");
     FreeControllerTable();
     EXPECT_EQ(trace_.textsOf("FreeControllerTable"), expected);
-    EXPECT_EQ(pCtrlTbl, nullptr);
-    EXPECT_EQ(pDriverTbl, nullptr);
-    EXPECT_EQ(pPortTbl, nullptr);
-    EXPECT_EQ(pIDECtrlTbl, nullptr);
-    EXPECT_EQ(pSCSICtrlTbl, nullptr);
+    EXPECT_EQ(collection().pCtrlTbl, nullptr);
+    EXPECT_EQ(collection().pDriverTbl, nullptr);
+    EXPECT_EQ(collection().pPortTbl, nullptr);
+    EXPECT_EQ(collection().pIDECtrlTbl, nullptr);
+    EXPECT_EQ(collection().pSCSICtrlTbl, nullptr);
     trace_.clear();
     FreeControllerTable();
     EXPECT_EQ(trace_.textsOf("FreeControllerTable")[1], "memfree already NULL");
@@ -313,26 +310,26 @@ TEST(ControllerNumbers, CountsBeyondAWordFailTheirLeaf)
 {
     TraceRecorder trace;
     HandMadeLists lists;
-    g_IDEGeneralInfo.controllerCount = 65536;
+    collection().g_IDEGeneralInfo.controllerCount = 65536;
     EXPECT_EQ(GetControllerNumber(), -1);
     EXPECT_TRUE(trace.has(kFailure, "_OUT_ GetIDEControllerNumber_Leaf() failed. (-1)", "GetControllerNumber"));
-    g_IDEGeneralInfo.controllerCount = 65535;
-    g_SCSIControllerTotalNumber = -1;
+    collection().g_IDEGeneralInfo.controllerCount = 65535;
+    collection().g_SCSIControllerTotalNumber = -1;
     EXPECT_EQ(GetControllerNumber(), -1);
     EXPECT_TRUE(trace.has(kFailure, "_OUT_ GetSCSIControllerNumber_Leaf() failed. (-1)", "GetControllerNumber"));
-    g_SCSIControllerTotalNumber = 1;
+    collection().g_SCSIControllerTotalNumber = 1;
     EXPECT_EQ(GetControllerNumber(), -1);
 }
 
 TEST(ControllerNumbers, DriversGrowByTheDriversOfTheDetailList)
 {
     HandMadeLists lists;
-    g_SCSIControllerTypeTotalNumber = 3;
-    g_SCSIControllerTotalNumber = 5;
+    collection().g_SCSIControllerTypeTotalNumber = 3;
+    collection().g_SCSIControllerTotalNumber = 5;
     ASSERT_EQ(GetControllerNumber(), 0);
-    EXPECT_EQ(CtrlNumMib.TotalDriver, 3);
-    EXPECT_EQ(CtrlNumMib.TotalSCSIController, 5);
-    EXPECT_EQ(CtrlNumMib.TotalController, 5);
+    EXPECT_EQ(collection().CtrlNumMib.TotalDriver, 3);
+    EXPECT_EQ(collection().CtrlNumMib.TotalSCSIController, 5);
+    EXPECT_EQ(collection().CtrlNumMib.TotalController, 5);
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 
 #include "collect/base/flat_table.h"
 #include "collect/base/text_scan.h"
+#include "collect/collection/collection.h"
 #include "collect/controllers/controller_build.h"
 #include "devcmd/kernel/irq_ports.h"
 #include "runtime/field_text.h"
@@ -87,11 +88,11 @@ int GetControllerPort(const char *channelName, ControllerEntry *entry)
     }
     entry->portCount = 0;
     for (const IoportRange *range = ranges.head; range != nullptr; range = range->next) {
-        if (!appendPort(newPort(port_cnt + 1, *range))) {
+        if (!appendPort(collection(), newPort(collection().port_cnt + 1, *range))) {
             return TRACED(-1, kFailure, "_OUT_ (-1)");
         }
         if (entry->portCount++ == 0) {
-            entry->firstPort = static_cast<uint16_t>(port_cnt);
+            entry->firstPort = static_cast<uint16_t>(collection().port_cnt);
         }
     }
     return TRACED(0, kDetail, "_OUT_ (0)");
@@ -101,8 +102,8 @@ int MakeIDEController(int32_t i)
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_ i=[%d]", i);
-    const int32_t position = i - CtrlNumMib.TotalSCSIController + 1;
-    if (!appendIDEController({static_cast<uint16_t>(i + 1), static_cast<uint16_t>(position)})) {
+    const int32_t position = i - collection().CtrlNumMib.TotalSCSIController + 1;
+    if (!appendIDEController(collection(), {static_cast<uint16_t>(i + 1), static_cast<uint16_t>(position)})) {
         return TRACED(-1, kFailure, "_OUT_ (-1)");
     }
     return TRACED(0, kDetail, "_OUT_ (0)");

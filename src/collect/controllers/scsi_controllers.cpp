@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // SCSI host adapters in the controller tables.
-
 #include "collect/base/flat_table.h"
+#include "collect/collection/collection.h"
 #include "collect/controllers/controller_build.h"
 #include "runtime/field_text.h"
 
@@ -12,15 +12,13 @@ using namespace tavstrg;
 
 namespace {
 
-constexpr char kNotSupported[] = "Not Supported";
-
 // Compares as many characters as the stored name has: an adapter whose driver's name only begins with a stored one
-// shares its entry. 0 when there is none.
+// shares its entry. Returns 0 if there is none.
 uint32_t findDriver(std::string_view driver)
 {
-    for (int32_t i = 0; i < driver_cnt; ++i) {
-        if (driver.starts_with(fieldText(pDriverTbl[i].name))) {
-            return pDriverTbl[i].index;
+    for (int32_t i = 0; i < collection().driver_cnt; ++i) {
+        if (driver.starts_with(fieldText(collection().pDriverTbl[i].name))) {
+            return collection().pDriverTbl[i].index;
         }
     }
     return 0;
@@ -35,13 +33,12 @@ DriverEntry newDriver(int32_t index, std::string_view name)
     return entry;
 }
 
+// The controller of a host, which is in the tables already, gets a driver.
 void linkDriver(int32_t host, uint32_t driverIndex)
 {
-    for (int32_t i = 0; i < ctrl_cnt; ++i) {
-        if (pCtrlTbl[i].controllerNumber == static_cast<uint16_t>(host)) {
-            pCtrlTbl[i].driverIndex = static_cast<uint16_t>(driverIndex);
-            return;
-        }
+    const uint16_t index = controllerIndexOfHost(collection(), host);
+    if (index != kUnknownWord && index <= collection().ctrl_cnt) {
+        collection().pCtrlTbl[index - 1].driverIndex = static_cast<uint16_t>(driverIndex);
     }
 }
 
@@ -96,7 +93,7 @@ int MakeSCSIController(int32_t i, const SCSIHostEntry &host)
     const TraceScope scope;
     TRACE(kDetail, "_IN_ i=[%d]", i);
     const auto index = static_cast<uint16_t>(i + 1);
-    if (!appendSCSIController({index, index, static_cast<uint16_t>(host.host)}) ||
+    if (!appendSCSIController(collection(), {index, index, static_cast<uint16_t>(host.host)}) ||
         MakeSCSIControllerDriver(i, host) < 0) {
         return TRACED(-1, kFailure, "_OUT_ (-1)");
     }
@@ -108,12 +105,12 @@ int MakeSCSIControllerDriver(int32_t i, const SCSIHostEntry &host)
     const TraceScope scope;
     TRACE(kDetail, "_IN_ i=[%d] driver=[%s]", i, host.driver);
     const std::string_view driver = fieldText(host.driver);
-    uint32_t index = i == 0 ? 0 : findDriver(driver); // the first controller always gets an entry of its own
+    uint32_t index = i == 0 ? 0 : findDriver(driver); // the first controller always gets its own entry
     if (index == 0) {
-        if (!appendDriver(newDriver(driver_cnt + 1, driver))) {
+        if (!appendDriver(collection(), newDriver(collection().driver_cnt + 1, driver))) {
             return TRACED(-1, kFailure, "_OUT_ (-1)");
         }
-        index = static_cast<uint32_t>(driver_cnt);
+        index = static_cast<uint32_t>(collection().driver_cnt);
     }
     linkDriver(host.host, index);
     return TRACED(0, kDetail, "_OUT_ (0)");

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Entries of devices in the tables of their classes.
+#include "collect/base/flat_table.h"
+#include "collect/collection/collection.h"
 #include "collect/devices/device_number.h"
 #include "collect/devices/ide_table.h"
 #include "collect/devices/scsi_table.h"
@@ -15,8 +17,6 @@ using namespace tavstrg;
 
 namespace {
 
-constexpr uint16_t kInterfaceTypeSCSI = 0;
-constexpr uint16_t kInterfaceTypeIDE = 1;
 constexpr uint16_t kIDEWord = 65534;
 
 // An entry that follows the written ones of its class and points to the device entry that is written next.
@@ -32,17 +32,17 @@ Entry newClassEntry(int32_t written, uint16_t interfaceType, int32_t interfaceEn
     return entry;
 }
 
-template <class Entry> Entry newSCSIEntry(int32_t written)
+template <class Entry> Entry newSCSIEntry(int32_t written, std::string_view driver)
 {
-    return newClassEntry<Entry>(written, kInterfaceTypeSCSI, scsi_dev_cnt, fieldText(gDriverName));
+    return newClassEntry<Entry>(written, kInterfaceScsi, collection().scsi_dev_cnt, driver);
 }
 
 template <class Entry> Entry newIDEEntry(int32_t written, const IDEDeviceInfo &device)
 {
-    return newClassEntry<Entry>(written, kInterfaceTypeIDE, ide_dev_cnt, fieldText(device.driver));
+    return newClassEntry<Entry>(written, kInterfaceIde, collection().ide_dev_cnt, fieldText(device.driver));
 }
 
-template <class Entry> int finish(Entry *table, int32_t capacity, int32_t &count, const Entry &entry)
+template <class Entry> int appendTraced(Entry *table, int32_t capacity, int32_t &count, const Entry &entry)
 {
     if (!appendEntry(table, capacity, count, entry)) {
         return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
@@ -50,11 +50,11 @@ template <class Entry> int finish(Entry *table, int32_t capacity, int32_t &count
     return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
 }
 
-HardDiskEntry newDisk(const char *devName)
+HardDiskEntry newDisk(const char *devName, std::string_view driver)
 {
-    auto disk = newSCSIEntry<HardDiskEntry>(hd_dev_cnt);
+    auto disk = newSCSIEntry<HardDiskEntry>(collection().hd_dev_cnt, driver);
     disk.unknownWord = 65534;
-    disk.DeviceNumber = scsiDiskDeviceNumber(scsi_hd_cnt - 1);
+    disk.DeviceNumber = scsiDiskDeviceNumber(collection().scsi_hd_cnt - 1);
     copyText(disk.DevPath, devName);
     disk.DevKind = kDevKindScsi;
     disk.SmartPredict = 0;
@@ -65,14 +65,14 @@ HardDiskEntry newDisk(const char *devName)
 
 } // namespace
 
-int MakeSCSIHDDevice(const char *devName)
+int MakeSCSIHDDevice(const char *devName, std::string_view gDriverName)
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (devName == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(devName) Failure!!");
     }
-    HardDiskEntry disk = newDisk(devName);
+    HardDiskEntry disk = newDisk(devName, gDriverName);
     if (GetSCSIHDGeometry(devName, &disk) < 0) {
         return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
     }
@@ -80,37 +80,40 @@ int MakeSCSIHDDevice(const char *devName)
     fetch_sata_type(&disk);
     cancellationPoint();
     TAVStorageSmartWatch(&disk);
-    return finish(pHDDevTbl, TotalHDDevice, hd_dev_cnt, disk);
+    return appendTraced(collection().pHDDevTbl, collection().TotalHDDevice, collection().hd_dev_cnt, disk);
 }
 
-int MakeSCSITapeDevice()
+int MakeSCSITapeDevice(std::string_view gDriverName)
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    auto tape = newSCSIEntry<TapeDeviceEntry>(tape_dev_cnt);
+    auto tape = newSCSIEntry<TapeDeviceEntry>(collection().tape_dev_cnt, gDriverName);
     tape.IndexAgain = tape.Index;
-    return finish(pTapeDevTbl, TotalTapeDevice, tape_dev_cnt, tape);
+    return appendTraced(collection().pTapeDevTbl, collection().TotalTapeDevice, collection().tape_dev_cnt, tape);
 }
 
-int MakeSCSICdromDevice()
+int MakeSCSICdromDevice(std::string_view gDriverName)
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    return finish(pCdromDevTbl, TotalCdromDevice, cdrom_dev_cnt, newSCSIEntry<CdromDeviceEntry>(cdrom_dev_cnt));
+    return appendTraced(collection().pCdromDevTbl, collection().TotalCdromDevice, collection().cdrom_dev_cnt,
+                        newSCSIEntry<CdromDeviceEntry>(collection().cdrom_dev_cnt, gDriverName));
 }
 
-int MakeSCSIOMDevice()
+int MakeSCSIOMDevice(std::string_view gDriverName)
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    return finish(pOMDevTbl, TotalOMDevice, om_dev_cnt, newSCSIEntry<ClassDeviceEntry>(om_dev_cnt));
+    return appendTraced(collection().pOMDevTbl, collection().TotalOMDevice, collection().om_dev_cnt,
+                        newSCSIEntry<ClassDeviceEntry>(collection().om_dev_cnt, gDriverName));
 }
 
-int MakeSCSIMiscDevice()
+int MakeSCSIMiscDevice(std::string_view gDriverName)
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    return finish(pMiscDevTbl, TotalMiscDevice, misc_dev_cnt, newSCSIEntry<ClassDeviceEntry>(misc_dev_cnt));
+    return appendTraced(collection().pMiscDevTbl, collection().TotalMiscDevice, collection().misc_dev_cnt,
+                        newSCSIEntry<ClassDeviceEntry>(collection().misc_dev_cnt, gDriverName));
 }
 
 uint64_t tavstrg::ideCapacityMiB(const IDEDeviceInfo &device)
@@ -135,7 +138,7 @@ int MakeIDEHDDevice(const IDEDeviceInfo &device)
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    auto disk = newIDEEntry<HardDiskEntry>(hd_dev_cnt, device);
+    auto disk = newIDEEntry<HardDiskEntry>(collection().hd_dev_cnt, device);
     disk.unknownWord = kIDEWord;
     disk.CylindersPerUnit = static_cast<uint64_t>(device.cylinders);
     disk.TracksPerCylinder = static_cast<uint64_t>(device.heads);
@@ -147,24 +150,25 @@ int MakeIDEHDDevice(const IDEDeviceInfo &device)
     disk.SmartPredict = 0;
     disk.SmartSupport = 1;
     disk.SmartEnableState = 0;
-    return finish(pHDDevTbl, TotalHDDevice, hd_dev_cnt, disk);
+    return appendTraced(collection().pHDDevTbl, collection().TotalHDDevice, collection().hd_dev_cnt, disk);
 }
 
 int MakeIDECdromDevice(const IDEDeviceInfo &device)
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    auto cdrom = newIDEEntry<CdromDeviceEntry>(cdrom_dev_cnt, device);
+    auto cdrom = newIDEEntry<CdromDeviceEntry>(collection().cdrom_dev_cnt, device);
     cdrom.ideWord = kIDEWord;
     if (GetIDECdromDriver(device, &cdrom) < 0) {
         return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
     }
-    return finish(pCdromDevTbl, TotalCdromDevice, cdrom_dev_cnt, cdrom);
+    return appendTraced(collection().pCdromDevTbl, collection().TotalCdromDevice, collection().cdrom_dev_cnt, cdrom);
 }
 
 int MakeIDEMiscDevice(const IDEDeviceInfo &device)
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    return finish(pMiscDevTbl, TotalMiscDevice, misc_dev_cnt, newIDEEntry<ClassDeviceEntry>(misc_dev_cnt, device));
+    return appendTraced(collection().pMiscDevTbl, collection().TotalMiscDevice, collection().misc_dev_cnt,
+                        newIDEEntry<ClassDeviceEntry>(collection().misc_dev_cnt, device));
 }

@@ -2,7 +2,7 @@
 // How many entries each device table needs: upper bounds, found before any device is opened.
 #include "collect/devices/device_build.h"
 
-#include "collect/collection/discovery_lists.h"
+#include "collect/collection/collection.h"
 #include "collect/devices/ide_table.h"
 #include "collect/devices/scsi_table.h"
 #include "runtime/field_text.h"
@@ -14,7 +14,7 @@ namespace {
 void countDevice(const DeviceKind &kind, int32_t &interfaceTotal)
 {
     ++interfaceTotal;
-    ++*kClassCounters[kind.deviceClass].total;
+    ++countersOf(collection(), kind.deviceClass).total;
 }
 
 } // namespace
@@ -23,7 +23,7 @@ int InitDevice()
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    resetDeviceCounters();
+    resetDeviceCounters(collection());
     if (GetDeviceTotalNumber() < 0) {
         return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
     }
@@ -31,7 +31,7 @@ int InitDevice()
         FreeDeviceTable();
         return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
     }
-    takeWrittenNumbers();
+    takeWrittenNumbers(collection());
     return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
 }
 
@@ -39,7 +39,8 @@ int MakeDeviceTable()
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    if ((TotalSCSIDevice != 0 && MakeSCSIDeviceTable() < 0) || (TotalIDEDevice != 0 && MakeIDEDeviceTable() < 0)) {
+    if ((collection().TotalSCSIDevice != 0 && MakeSCSIDeviceTable() < 0) ||
+        (collection().TotalIDEDevice != 0 && MakeIDEDeviceTable() < 0)) {
         return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
     }
     return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
@@ -52,7 +53,7 @@ int GetDeviceTotalNumber()
     if (GetIDEDeviceTotalNumber() < 0 || GetSCSIDeviceTotalNumber() < 0) {
         return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
     }
-    takeReservedNumbers();
+    takeReservedNumbers(collection());
     return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
 }
 
@@ -60,16 +61,17 @@ int GetIDEDeviceTotalNumber()
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    for (const IDEDeviceInfo *device = g_IDEGeneralInfo.devices; device != nullptr; device = device->next) {
-        countDevice(ideKindOf(fieldText(device->media)), TotalIDEDevice);
+    for (const IDEDeviceInfo *device = collection().g_IDEGeneralInfo.devices; device != nullptr;
+         device = device->next) {
+        countDevice(ideKindOf(fieldText(device->media)), collection().TotalIDEDevice);
     }
-    return TRACED(0, kDetail, "_OUT_ TotalIDEDevice=[%d]", TotalIDEDevice);
+    return TRACED(0, kDetail, "_OUT_ TotalIDEDevice=[%d]", collection().TotalIDEDevice);
 }
 
-void tavstrg::countSCSIDevices(const SCSIDeviceInfo *list, const SCSISurroundings &around)
+void tavstrg::countSCSIDevices(const SCSIDeviceInfo *list, const DeviceFilter &filter)
 {
     for (const SCSIDeviceInfo *device = list; device != nullptr; device = device->next) {
-        switch (judgeHost(around, *device)) {
+        switch (judgeHost(filter, device->host, filter.driverOfHost(device->host))) {
         case HostVerdict::usb:
             TRACE(kDetail, "The Device maybe USB Device: Host = %d,Vendor = %s", device->host, device->vendor);
             continue;
@@ -84,10 +86,10 @@ void tavstrg::countSCSIDevices(const SCSIDeviceInfo *list, const SCSISurrounding
         }
         const DeviceKind &kind = scsiKindOf(fieldText(device->type));
         // Deliberate: the unmanaged-device list is asked for every device but removes disks only.
-        if (isListedUnmanaged(around, *device) && kind.deviceClass == kHardDisk) {
+        if (isListedUnmanaged(filter, *device) && kind.deviceClass == kHardDisk) {
             continue;
         }
-        countDevice(kind, TotalSCSIDevice);
+        countDevice(kind, collection().TotalSCSIDevice);
     }
 }
 
@@ -95,25 +97,25 @@ int GetSCSIDeviceTotalNumber()
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    SCSISurroundings around;
-    if (around.loadUSB() < 0) {
+    DeviceFilter filter;
+    if (filter.loadUSB() < 0) {
         return TRACED(-1, kFailure, "_OUT_ TAVStorageGetUSBCtrl() failed");
     }
-    if (g_SCSIDeviceInfo == nullptr) {
+    if (collection().g_SCSIDeviceInfo == nullptr) {
         return TRACED(0, kDetail, "_OUT_ CurrentInfo is NULL,No scsi disk exist");
     }
-    if (around.loadUnmanaged() < 0) {
+    if (filter.loadUnmanaged() < 0) {
         return TRACED(-1, kFailure, "_OUT_ CreateNoSCSIInfoTable() failed");
     }
     const int controllers = GetSCSIControllerNumber();
     if (controllers < 0) {
         return TRACED(-1, kFailure, "_OUT_ GetSCSIControllerNumber() failed");
     }
-    if (around.loadHosts() < 0) {
+    if (filter.loadHosts() < 0) {
         return TRACED(-1, kFailure, "_OUT_ read_proc_scsi() failed");
     }
     TRACE(kDetail, "######## SCSICtrlNum = %d", controllers);
-    countSCSIDevices(g_SCSIDeviceInfo, around);
-    around.release();
-    return TRACED(0, kDetail, "_OUT_ TotalSCSIDevice=[%d]", TotalSCSIDevice);
+    countSCSIDevices(collection().g_SCSIDeviceInfo, filter);
+    filter.release();
+    return TRACED(0, kDetail, "_OUT_ TotalSCSIDevice=[%d]", collection().TotalSCSIDevice);
 }

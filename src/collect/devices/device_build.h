@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
-// Building of the device tables from the discovery lists. The controller tables must stand.
+// Building of the device tables from the discovery lists. The controller tables come before them.
 #pragma once
 
-#include "collect/collection/device_tables.h"
-// Counts, allocates and fills the device tables: 0, or -1 with the tables freed.
+// Counts, allocates and fills the device tables. Returns 0, or -1 with the tables freed.
 int InitDevice();
 
-// Sizes of the tables, from the discovery lists, into the totals and DevNumMib: 0, or -1. They are upper bounds.
+// Sizes of the tables, from the discovery lists, into the totals and DevNumMib. Returns 0, or -1. They are upper
+// bounds.
 int GetDeviceTotalNumber();
 int GetIDEDeviceTotalNumber();
 int GetSCSIDeviceTotalNumber();
 
-// Fills the tables: 0, or -1.
+// Fills the tables. Returns 0, or -1.
 int MakeDeviceTable();

@@ -8,6 +8,7 @@
 #include "support/lists_fixture.h"
 
 #include <memory>
+#include <optional>
 
 using namespace tavstrg;
 
@@ -15,10 +16,11 @@ namespace {
 
 class DeviceBuild : public testing::Test {
 protected:
-    ~DeviceBuild() override { freeCollection(); }
     int collect(const std::string &json)
     {
-        machine_.reset(); // one machine at a time
+        collected_.reset(); // one at a time
+        collected_.emplace();
+        machine_.reset();
         machine_ = std::make_unique<sim::Machine>(json);
         trace_.clear();
         return DllMain();
@@ -26,6 +28,7 @@ protected:
 
     TraceRecorder trace_;
     std::unique_ptr<sim::Machine> machine_;
+    std::optional<Collection> collected_{std::in_place};
 };
 
 constexpr char kTwoDisks[] = R"({"hosts": [{"number": 4, "driver": "ahci", "devices": [
@@ -36,8 +39,8 @@ constexpr char kTwoDisks[] = R"({"hosts": [{"number": 4, "driver": "ahci", "devi
 TEST_F(DeviceBuild, AHardDiskEntryHasEveryField)
 {
     ASSERT_EQ(collect(kTwoDisks), 0);
-    ASSERT_EQ(hd_dev_cnt, 2);
-    const HardDiskEntry &disk = pHDDevTbl[1];
+    ASSERT_EQ(collection().hd_dev_cnt, 2);
+    const HardDiskEntry &disk = collection().pHDDevTbl[1];
     EXPECT_EQ(disk.Index, 2);
     EXPECT_EQ(disk.reserved, 0);
     EXPECT_EQ(disk.InterfaceType, 0);
@@ -51,11 +54,11 @@ TEST_F(DeviceBuild, AHardDiskEntryHasEveryField)
     EXPECT_EQ(disk.DeviceNumber, 8 * 256 + 16);
     EXPECT_STREQ(disk.DevPath, "/dev/sdb");
     EXPECT_EQ(disk.SmartPredict, 0);
-    EXPECT_EQ(pSCSIDevTbl[2].DeviceType, 0);
-    EXPECT_EQ(pSCSIDevTbl[2].DeviceTypeIndex, 2);
-    EXPECT_EQ(pSCSIDevTbl[2].classCodes[0], 2);
-    EXPECT_EQ(pSCSIDevTbl[2].classCodes[1], 1);
-    EXPECT_STREQ(pSCSIDevTbl[2].SerialNumber, "SECOND");
+    EXPECT_EQ(collection().pSCSIDevTbl[2].DeviceType, 0);
+    EXPECT_EQ(collection().pSCSIDevTbl[2].DeviceTypeIndex, 2);
+    EXPECT_EQ(collection().pSCSIDevTbl[2].classCodes[0], 2);
+    EXPECT_EQ(collection().pSCSIDevTbl[2].classCodes[1], 1);
+    EXPECT_STREQ(collection().pSCSIDevTbl[2].SerialNumber, "SECOND");
 }
 
 TEST_F(DeviceBuild, ADiskThatIsLeftOutTakesADeviceNumberButNoIndex)
@@ -66,17 +69,16 @@ TEST_F(DeviceBuild, ADiskThatIsLeftOutTakesADeviceNumberButNoIndex)
                                   R"(", "devices": [{"ata": true}]}, {"number": 1, "driver": "ahci", "devices": [)" +
                                   R"({"ata": true, "serial": "KEPT", "identifyWords": {"20": 0}}]}],)";
         ASSERT_EQ(collect(hosts + R"( "files": {"storage.inf": "ahci\n"}})"), 0);
-        ASSERT_EQ(hd_dev_cnt, 1);
-        EXPECT_EQ(pHDDevTbl[0].Index, 1);
-        EXPECT_EQ(pHDDevTbl[0].InterfaceTypeIndex, 1);
-        EXPECT_EQ(pHDDevTbl[0].DeviceNumber, 8 * 256 + 16);
-        EXPECT_STREQ(pHDDevTbl[0].DevPath, "/dev/sdb");
-        EXPECT_STREQ(pSCSIDevTbl[0].SerialNumber, "KEPT");
-        freeCollection();
+        ASSERT_EQ(collection().hd_dev_cnt, 1);
+        EXPECT_EQ(collection().pHDDevTbl[0].Index, 1);
+        EXPECT_EQ(collection().pHDDevTbl[0].InterfaceTypeIndex, 1);
+        EXPECT_EQ(collection().pHDDevTbl[0].DeviceNumber, 8 * 256 + 16);
+        EXPECT_STREQ(collection().pHDDevTbl[0].DevPath, "/dev/sdb");
+        EXPECT_STREQ(collection().pSCSIDevTbl[0].SerialNumber, "KEPT");
     }
 }
 
-TEST_F(DeviceBuild, AnUnmanagedDiskBetweenManagedOnesLeavesNoGapInTheNumbers)
+TEST_F(DeviceBuild, AnUnmanagedDiskLeavesNoGapInTheNumbers)
 {
     machine_ = std::make_unique<sim::Machine>(R"({"hosts": [{"driver": "ahci", "devices": [
         {"id": 0, "ata": true, "model": "FIRST", "serial": "S1", "identifyWords": {"20": 0}},
@@ -84,53 +86,52 @@ TEST_F(DeviceBuild, AnUnmanagedDiskBetweenManagedOnesLeavesNoGapInTheNumbers)
         {"id": 2, "ata": true, "model": "LAST", "serial": "S3", "identifyWords": {"20": 0}}]}],
         "files": {"storage.inf": "ahci\n"}})");
     ASSERT_EQ(GetSCSIAndIDEInfoListFromProc(), 0);
-    SCSISurroundings around;
-    ASSERT_EQ(around.loadUSB(), 0);
-    ASSERT_EQ(around.loadHosts(), 0);
-    ASSERT_NE(g_SCSIDeviceInfo, nullptr);
-    ASSERT_NE(g_SCSIDeviceInfo->next, nullptr);
-    addUnmanaged(g_SCSIDeviceInfo->next->vendor, g_SCSIDeviceInfo->next->model);
-    around.checkUnmanaged = true;
-    resetDeviceCounters();
-    countSCSIDevices(g_SCSIDeviceInfo, around);
-    ASSERT_EQ(TotalSCSIDevice, 2);
+    DeviceFilter filter;
+    ASSERT_EQ(filter.loadUSB(), 0);
+    ASSERT_EQ(filter.loadHosts(), 0);
+    ASSERT_NE(collection().g_SCSIDeviceInfo, nullptr);
+    ASSERT_NE(collection().g_SCSIDeviceInfo->next, nullptr);
+    addUnmanaged(filter.pleafNoSCSI_Tbl, collection().g_SCSIDeviceInfo->next->vendor,
+                 collection().g_SCSIDeviceInfo->next->model);
+    filter.checkUnmanaged = true;
+    countSCSIDevices(collection().g_SCSIDeviceInfo, filter);
+    ASSERT_EQ(collection().TotalSCSIDevice, 2);
     ASSERT_EQ(MallocDeviceTable(), 0);
     SCSIDiskNameTable names;
-    ASSERT_NE(GetSCSIDeviceName_IDArray(g_SCSIDeviceInfo, &names), 0);
-    ASSERT_EQ(fillSCSIDevices(g_SCSIDeviceInfo, &names, around), 0);
-    ASSERT_EQ(scsi_dev_cnt, 2);
-    ASSERT_EQ(hd_dev_cnt, 2);
+    ASSERT_NE(GetSCSIDeviceName_IDArray(collection().g_SCSIDeviceInfo, &names), 0);
+    ASSERT_EQ(fillSCSIDevices(collection().g_SCSIDeviceInfo, &names, filter), 0);
+    ASSERT_EQ(collection().scsi_dev_cnt, 2);
+    ASSERT_EQ(collection().hd_dev_cnt, 2);
     const char *const serials[] = {"S1", "S3"};
     const uint16_t numbers[] = {8 * 256, 8 * 256 + 32}; // the disk that is left out has the one between
     for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(pSCSIDevTbl[i].Index, i + 1);
-        EXPECT_EQ(pSCSIDevTbl[i].DeviceTypeIndex, i + 1);
-        EXPECT_STREQ(pSCSIDevTbl[i].SerialNumber, serials[i]);
-        EXPECT_EQ(pHDDevTbl[i].Index, i + 1);
-        EXPECT_EQ(pHDDevTbl[i].InterfaceTypeIndex, i + 1);
-        EXPECT_EQ(pHDDevTbl[i].DeviceNumber, numbers[i]);
+        EXPECT_EQ(collection().pSCSIDevTbl[i].Index, i + 1);
+        EXPECT_EQ(collection().pSCSIDevTbl[i].DeviceTypeIndex, i + 1);
+        EXPECT_STREQ(collection().pSCSIDevTbl[i].SerialNumber, serials[i]);
+        EXPECT_EQ(collection().pHDDevTbl[i].Index, i + 1);
+        EXPECT_EQ(collection().pHDDevTbl[i].InterfaceTypeIndex, i + 1);
+        EXPECT_EQ(collection().pHDDevTbl[i].DeviceNumber, numbers[i]);
     }
-    around.release();
+    filter.release();
 }
 
-TEST_F(DeviceBuild, ADiskThatStaysScsiBeginsWithSmartSupportedAndNotEnabled)
+TEST_F(DeviceBuild, AScsiDiskStartsWithSmartUnknownAndNotRead)
 {
     machine_ = std::make_unique<sim::Machine>(R"({"hosts": [{"driver": "ahci", "devices": [{"vendor": "ACME"}]}]})");
-    resetDeviceCounters();
-    TotalHDDevice = 1;
+    collection().TotalHDDevice = 1;
     ASSERT_EQ(MallocDeviceTable(), 0);
-    ASSERT_EQ(MakeSCSIHDDevice("/dev/sda"), 0);
-    ASSERT_EQ(hd_dev_cnt, 1);
+    ASSERT_EQ(MakeSCSIHDDevice("/dev/sda", "ahci"), 0);
+    ASSERT_EQ(collection().hd_dev_cnt, 1);
     EXPECT_TRUE(trace_.has(kDetail, "manufacturer [ACME    ]", "fetch_sata_type")); // asked, and answered
-    EXPECT_EQ(pHDDevTbl[0].DevKind, 0U);
-    EXPECT_EQ(pHDDevTbl[0].SmartSupport, 1U);
-    EXPECT_EQ(pHDDevTbl[0].SmartEnableState, 0U);
+    EXPECT_EQ(collection().pHDDevTbl[0].DevKind, 0U);
+    EXPECT_EQ(collection().pHDDevTbl[0].SmartSupport, 1U);
+    EXPECT_EQ(collection().pHDDevTbl[0].SmartEnableState, 0U);
 }
 
 TEST_F(DeviceBuild, ADiskIsAskedForItsKindAfterItsGeometry)
 {
     ASSERT_EQ(collect(kTwoDisks), 0);
-    EXPECT_EQ(pHDDevTbl[0].DevKind, kDevKindSata);
+    EXPECT_EQ(collection().pHDDevTbl[0].DevKind, kDevKindSata);
     int geometry = -1;
     int kind = -1;
     int watch = -1;
@@ -156,12 +157,12 @@ TEST_F(DeviceBuild, ADiskIsAskedForItsKindAfterItsGeometry)
 TEST_F(DeviceBuild, WrittenCountsAreTheCounts)
 {
     ASSERT_EQ(collect(kTwoDisks), 0);
-    EXPECT_EQ(DevNumMib.TotalSCSIDevice, 3);
-    EXPECT_EQ(DevNumMib.TotalHDDevice, 2);
-    EXPECT_EQ(DevNumMib.TotalCdromDevice, 1);
-    EXPECT_EQ(DevNumMib.TotalTapeDevice, 0);
-    EXPECT_EQ(DevNumMib.TotalIDEDevice, 0);
-    EXPECT_EQ(DevNumMib.TotalLifeSpan, 0);
+    EXPECT_EQ(collection().DevNumMib.TotalSCSIDevice, 3);
+    EXPECT_EQ(collection().DevNumMib.TotalHDDevice, 2);
+    EXPECT_EQ(collection().DevNumMib.TotalCdromDevice, 1);
+    EXPECT_EQ(collection().DevNumMib.TotalTapeDevice, 0);
+    EXPECT_EQ(collection().DevNumMib.TotalIDEDevice, 0);
+    EXPECT_EQ(collection().DevNumMib.TotalLifeSpan, 0);
 }
 
 TEST_F(DeviceBuild, AFailureFreesTheTables)
@@ -169,8 +170,8 @@ TEST_F(DeviceBuild, AFailureFreesTheTables)
     EXPECT_EQ(collect(R"({"hosts": [{"driver": "ahci", "devices": [{"id": 0, "ata": true}, {"id": 1, "vendor": "X"}]}],
                           "files": {"storage.inf": "ahci\n"}})"),
               -1);
-    EXPECT_EQ(pSCSIDevTbl, nullptr);
-    EXPECT_EQ(pHDDevTbl, nullptr);
+    EXPECT_EQ(collection().pSCSIDevTbl, nullptr);
+    EXPECT_EQ(collection().pHDDevTbl, nullptr);
     EXPECT_TRUE(trace_.has(kFailure, "TAVStorageGetSCSIDeviceSerialNumber() failed!!", "MakeSCSIDeviceTable"));
     EXPECT_TRUE(trace_.has(kFailure, "_OUT_ ret=[-1]", "MakeSCSIDeviceTable"));
     EXPECT_TRUE(trace_.has(kFailure, "_OUT_ ret=[-1]", "InitDevice"));
@@ -181,7 +182,7 @@ TEST_F(DeviceBuild, WithoutDevicesNoTableIsBuilt)
     ASSERT_EQ(collect("{}"), 0);
     EXPECT_TRUE(trace_.textsOf("MakeSCSIDeviceTable").empty());
     EXPECT_TRUE(trace_.textsOf("MakeIDEDeviceTable").empty());
-    EXPECT_EQ(pSCSIDevTbl, nullptr);
+    EXPECT_EQ(collection().pSCSIDevTbl, nullptr);
 }
 
 TEST_F(DeviceBuild, OnlyDevicesThatAreLeftOutBuildNoTable)
@@ -189,7 +190,7 @@ TEST_F(DeviceBuild, OnlyDevicesThatAreLeftOutBuildNoTable)
     ASSERT_EQ(collect(R"({"hosts": [{"driver": "virtio_scsi", "devices": [{"vendor": "VIRT"}]}],
                           "files": {"storage.inf": "ahci\n"}})"),
               0);
-    EXPECT_EQ(TotalSCSIDevice, 0);
+    EXPECT_EQ(collection().TotalSCSIDevice, 0);
     EXPECT_TRUE(trace_.textsOf("MakeSCSIDeviceTable").empty());
     EXPECT_TRUE(trace_.has(kDetail, "######## SCSICtrlNum = 0", "GetSCSIDeviceTotalNumber"));
 }
@@ -203,7 +204,7 @@ protected:
         machine_ = std::make_unique<sim::Machine>(json);
         lists_.scsi(0, type);
         lists_.use();
-        TotalSCSIDevice = TotalCdromDevice = 1;
+        collection().TotalSCSIDevice = collection().TotalCdromDevice = 1;
         ASSERT_EQ(MallocDeviceTable(), 0);
     }
     // Lines of released blocks, in order.
@@ -227,7 +228,7 @@ TEST_F(ScsiTable, WithoutAdaptersBuildingGoesOn)
     prepare("{}", "CD-ROM");
     EXPECT_EQ(MakeSCSIDeviceTable(), 0);
     EXPECT_TRUE(trace_.has(kDetail, "_OUT_ No SCSI Controller is found", "MakeSCSIDeviceTable"));
-    EXPECT_EQ(scsi_dev_cnt, 0);
+    EXPECT_EQ(collection().scsi_dev_cnt, 0);
 }
 
 TEST_F(ScsiTable, AdaptersThatCannotBeCountedFail)
@@ -288,15 +289,15 @@ TEST_F(ScsiTable, ListsAreReleasedInTheirOrder)
     prepare(R"({"hosts": [{"driver": "ahci", "devices": [{"type": 5}]}, {"driver": "usb-storage"}],
                 "files": {"storage.inf": "ahci\n", "noscsi.inf": "Vendor: ACME Model:\n"}})",
             "CD-ROM");
-    SCSISurroundings around;
-    ASSERT_EQ(around.loadUSB(), 0);
-    ASSERT_EQ(around.loadHosts(), 0);
-    ASSERT_EQ(around.loadUnmanaged(), 0);
-    ASSERT_TRUE(around.checkUnmanaged);
-    const std::vector<std::string> expected = {freedText(pleafNoSCSI_Tbl), freedText(around.usb.entries),
-                                               freedText(around.hosts.entries)};
+    DeviceFilter filter;
+    ASSERT_EQ(filter.loadUSB(), 0);
+    ASSERT_EQ(filter.loadHosts(), 0);
+    ASSERT_EQ(filter.loadUnmanaged(), 0);
+    ASSERT_TRUE(filter.checkUnmanaged);
+    const std::vector<std::string> expected = {freedText(filter.pleafNoSCSI_Tbl), freedText(filter.usb.entries),
+                                               freedText(filter.hosts.entries)};
     trace_.clear();
-    around.release();
+    filter.release();
     EXPECT_EQ(freed(), expected);
 
     // Both passes over the devices release before they end.
@@ -304,7 +305,7 @@ TEST_F(ScsiTable, ListsAreReleasedInTheirOrder)
     EXPECT_EQ(trace_.texts().back(), "_OUT_ TotalSCSIDevice=[2]"); // one was counted by hand
     EXPECT_EQ(MakeSCSIDeviceTable(), 0);
     EXPECT_EQ(trace_.texts().back(), "_OUT_ ret=[0]");
-    EXPECT_EQ(scsi_dev_cnt, 1);
+    EXPECT_EQ(collection().scsi_dev_cnt, 1);
 }
 
 } // namespace

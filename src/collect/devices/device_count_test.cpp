@@ -11,23 +11,20 @@ class DeviceCount : public testing::Test {
 protected:
     DeviceCount()
     {
-        around_.hosts.entries = handOut<SCSIHostEntry>({hostEntry(0, "ahci"), hostEntry(1, "mptspi")});
-        around_.hosts.count = 2;
-        around_.usb.entries = handOut<USBHostEntry>({usbEntry(6)});
-        around_.usb.count = 1;
+        setAdapters(filter_, {hostEntry(0, "ahci"), hostEntry(1, "mptspi")}, {usbEntry(6)});
         trace_.clear();
     }
-    ~DeviceCount() override { around_.release(); }
+    ~DeviceCount() override { filter_.release(); }
 
     void count()
     {
         const TraceScope scope("GetSCSIDeviceTotalNumber");
-        countSCSIDevices(lists_.scsiList(), around_);
+        countSCSIDevices(lists_.scsiList(), filter_);
     }
 
     TraceRecorder trace_;
     HandMadeLists lists_;
-    SCSISurroundings around_;
+    DeviceFilter filter_;
 };
 
 TEST_F(DeviceCount, EachTypeCountsOnceInItsClass)
@@ -38,28 +35,28 @@ TEST_F(DeviceCount, EachTypeCountsOnceInItsClass)
         lists_.scsi(0, type);
     }
     count();
-    EXPECT_EQ(TotalSCSIDevice, 14);
-    EXPECT_EQ(TotalHDDevice, 2);
-    EXPECT_EQ(TotalTapeDevice, 1);
-    EXPECT_EQ(TotalCdromDevice, 3);
-    EXPECT_EQ(TotalOMDevice, 1);
-    EXPECT_EQ(TotalMiscDevice, 7);
+    EXPECT_EQ(collection().TotalSCSIDevice, 14);
+    EXPECT_EQ(collection().TotalHDDevice, 2);
+    EXPECT_EQ(collection().TotalTapeDevice, 1);
+    EXPECT_EQ(collection().TotalCdromDevice, 3);
+    EXPECT_EQ(collection().TotalOMDevice, 1);
+    EXPECT_EQ(collection().TotalMiscDevice, 7);
 }
 
 TEST_F(DeviceCount, AnEmptyTypeCountsAsOther)
 {
     lists_.scsi(0, "");
     count();
-    EXPECT_EQ(TotalSCSIDevice, 1);
-    EXPECT_EQ(TotalMiscDevice, 1);
+    EXPECT_EQ(collection().TotalSCSIDevice, 1);
+    EXPECT_EQ(collection().TotalMiscDevice, 1);
 }
 
 TEST_F(DeviceCount, ADeviceOfAUsbAdapterDoesNotCount)
 {
     lists_.scsi(6, "Direct-Access", "USBVEND");
     count();
-    EXPECT_EQ(TotalSCSIDevice, 0);
-    EXPECT_EQ(TotalHDDevice, 0);
+    EXPECT_EQ(collection().TotalSCSIDevice, 0);
+    EXPECT_EQ(collection().TotalHDDevice, 0);
     EXPECT_TRUE(
         trace_.has(kDetail, "The Device maybe USB Device: Host = 6,Vendor = USBVEND", "GetSCSIDeviceTotalNumber"));
 }
@@ -71,7 +68,7 @@ TEST_F(DeviceCount, ADeviceWithoutAManagedAdapterDoesNotCount)
     device.id = 3;
     device.lun = 4;
     count();
-    EXPECT_EQ(TotalSCSIDevice, 0);
+    EXPECT_EQ(collection().TotalSCSIDevice, 0);
     EXPECT_TRUE(trace_.has(kDetail, "######## Do not management ########", "GetSCSIDeviceTotalNumber"));
     EXPECT_TRUE(trace_.has(kDetail,
                            "host=9,vender=V,model=M,scsirev=REV,type=Direct-Access ansirevision=5,channel=2,Id=3,lun=4",
@@ -80,27 +77,27 @@ TEST_F(DeviceCount, ADeviceWithoutAManagedAdapterDoesNotCount)
 
 TEST_F(DeviceCount, TheUnmanagedListRemovesDisksOnly)
 {
-    addUnmanaged("ACME", "");
-    around_.checkUnmanaged = true;
+    addUnmanaged(filter_.pleafNoSCSI_Tbl, "ACME", "");
+    filter_.checkUnmanaged = true;
     for (const char *const type : {"Direct-Access", "CD-ROM", "Sequential-Access", "Optical Device", "Scanner"}) {
         lists_.scsi(0, type, "ACME");
     }
     lists_.scsi(0, "Direct-Access", "OTHER");
     count();
-    EXPECT_EQ(TotalSCSIDevice, 5);
-    EXPECT_EQ(TotalHDDevice, 1);
-    EXPECT_EQ(TotalCdromDevice, 1);
-    EXPECT_EQ(TotalTapeDevice, 1);
-    EXPECT_EQ(TotalOMDevice, 1);
-    EXPECT_EQ(TotalMiscDevice, 1);
+    EXPECT_EQ(collection().TotalSCSIDevice, 5);
+    EXPECT_EQ(collection().TotalHDDevice, 1);
+    EXPECT_EQ(collection().TotalCdromDevice, 1);
+    EXPECT_EQ(collection().TotalTapeDevice, 1);
+    EXPECT_EQ(collection().TotalOMDevice, 1);
+    EXPECT_EQ(collection().TotalMiscDevice, 1);
 }
 
 TEST_F(DeviceCount, WithTheCheckOffNothingIsUnmanaged)
 {
-    addUnmanaged("ACME", "");
+    addUnmanaged(filter_.pleafNoSCSI_Tbl, "ACME", "");
     lists_.scsi(0, "Direct-Access", "ACME");
     count();
-    EXPECT_EQ(TotalHDDevice, 1);
+    EXPECT_EQ(collection().TotalHDDevice, 1);
     EXPECT_TRUE(trace_.textsOf("TAVStorageNoManage").empty());
 }
 
@@ -111,32 +108,32 @@ TEST_F(DeviceCount, IdeDevicesCountByTheirMedia)
     }
     lists_.use();
     EXPECT_EQ(GetIDEDeviceTotalNumber(), 0);
-    EXPECT_EQ(TotalIDEDevice, 6);
-    EXPECT_EQ(TotalHDDevice, 2);
-    EXPECT_EQ(TotalCdromDevice, 1);
-    EXPECT_EQ(TotalMiscDevice, 3);
-    EXPECT_EQ(TotalTapeDevice, 0);
-    EXPECT_EQ(TotalOMDevice, 0);
+    EXPECT_EQ(collection().TotalIDEDevice, 6);
+    EXPECT_EQ(collection().TotalHDDevice, 2);
+    EXPECT_EQ(collection().TotalCdromDevice, 1);
+    EXPECT_EQ(collection().TotalMiscDevice, 3);
+    EXPECT_EQ(collection().TotalTapeDevice, 0);
+    EXPECT_EQ(collection().TotalOMDevice, 0);
 }
 
 TEST_F(DeviceCount, AnAbsentIdeListCountsNothing)
 {
     EXPECT_EQ(GetIDEDeviceTotalNumber(), 0);
-    EXPECT_EQ(TotalIDEDevice, 0);
+    EXPECT_EQ(collection().TotalIDEDevice, 0);
 }
 
-TEST_F(DeviceCount, ReservedNumbersStandInTheOrderOfTheCountBlock)
+TEST_F(DeviceCount, ReservedNumbersHaveTheOrderOfTheCountBlock)
 {
-    TotalSCSIDevice = 1;
-    TotalIDEDevice = 2;
-    TotalHDDevice = 3;
-    TotalTapeDevice = 4;
-    TotalCdromDevice = 5;
-    TotalOMDevice = 6;
-    TotalMiscDevice = 7;
-    DevNumMib.TotalLifeSpan = 8;
-    takeReservedNumbers();
-    const auto *const words = reinterpret_cast<const uint16_t *>(&DevNumMib);
+    collection().TotalSCSIDevice = 1;
+    collection().TotalIDEDevice = 2;
+    collection().TotalHDDevice = 3;
+    collection().TotalTapeDevice = 4;
+    collection().TotalCdromDevice = 5;
+    collection().TotalOMDevice = 6;
+    collection().TotalMiscDevice = 7;
+    collection().DevNumMib.TotalLifeSpan = 8;
+    takeReservedNumbers(collection());
+    const auto *const words = reinterpret_cast<const uint16_t *>(&collection().DevNumMib);
     for (uint16_t i = 0; i < 7; ++i) {
         EXPECT_EQ(words[i], i + 1);
     }
@@ -145,17 +142,18 @@ TEST_F(DeviceCount, ReservedNumbersStandInTheOrderOfTheCountBlock)
 
 TEST_F(DeviceCount, WrittenNumbersReplaceTheUpperBounds)
 {
-    TotalSCSIDevice = TotalIDEDevice = TotalHDDevice = TotalMiscDevice = 50;
-    scsi_dev_cnt = 1;
-    ide_dev_cnt = 2;
-    hd_dev_cnt = 3;
-    tape_dev_cnt = 4;
-    cdrom_dev_cnt = 5;
-    om_dev_cnt = 6;
-    misc_dev_cnt = 7;
-    DevNumMib.TotalLifeSpan = 8;
-    takeWrittenNumbers();
-    const auto *const words = reinterpret_cast<const uint16_t *>(&DevNumMib);
+    collection().TotalSCSIDevice = collection().TotalIDEDevice = collection().TotalHDDevice =
+        collection().TotalMiscDevice = 50;
+    collection().scsi_dev_cnt = 1;
+    collection().ide_dev_cnt = 2;
+    collection().hd_dev_cnt = 3;
+    collection().tape_dev_cnt = 4;
+    collection().cdrom_dev_cnt = 5;
+    collection().om_dev_cnt = 6;
+    collection().misc_dev_cnt = 7;
+    collection().DevNumMib.TotalLifeSpan = 8;
+    takeWrittenNumbers(collection());
+    const auto *const words = reinterpret_cast<const uint16_t *>(&collection().DevNumMib);
     for (uint16_t i = 0; i < 8; ++i) {
         EXPECT_EQ(words[i], i + 1);
     }
@@ -163,8 +161,8 @@ TEST_F(DeviceCount, WrittenNumbersReplaceTheUpperBounds)
 
 TEST_F(DeviceCount, ADeviceIsManagedWhenNothingLeavesItOut)
 {
-    addUnmanaged("ACME", "");
-    around_.checkUnmanaged = true;
+    addUnmanaged(filter_.pleafNoSCSI_Tbl, "ACME", "");
+    filter_.checkUnmanaged = true;
     struct Case {
         int host;
         const char *type;
@@ -179,24 +177,26 @@ TEST_F(DeviceCount, ADeviceIsManagedWhenNothingLeavesItOut)
     };
     for (const Case &expected : cases) {
         const SCSIDeviceInfo &device = lists_.scsi(expected.host, expected.type, expected.vendor);
-        EXPECT_EQ(isManagedDevice(around_, device), expected.managed)
+        EXPECT_EQ(isManagedDevice(filter_, device), expected.managed)
             << expected.host << " " << expected.type << " " << expected.vendor;
     }
 }
 
 TEST_F(DeviceCount, AUsbAdapterWinsOverAManagedOne)
 {
-    around_.usb.entries[0].host = 0;
-    EXPECT_EQ(judgeHost(around_, lists_.scsi(0, "CD-ROM")), HostVerdict::usb);
-    EXPECT_EQ(TAVStorageUSBCheck(around_, 0), 1);
-    EXPECT_EQ(TAVStorageUSBCheck(around_, 1), 0);
+    filter_.usb.entries[0].host = 0;
+    ASSERT_TRUE(filter_.index());
+    EXPECT_EQ(judgeHost(filter_, 0, filter_.driverOfHost(0)), HostVerdict::usb);
+    EXPECT_EQ(TAVStorageUSBCheck(filter_, 0), 1);
+    EXPECT_EQ(TAVStorageUSBCheck(filter_, 1), 0);
 }
 
 TEST_F(DeviceCount, TheFirstAdapterOfAHostNumberNamesTheDriver)
 {
-    around_.hosts.entries[1].host = 0;
-    EXPECT_STREQ(driverOfHost(around_, 0), "ahci");
-    EXPECT_EQ(driverOfHost(around_, 1), nullptr);
+    filter_.hosts.entries[1].host = 0;
+    ASSERT_TRUE(filter_.index());
+    EXPECT_STREQ(filter_.driverOfHost(0), "ahci");
+    EXPECT_EQ(filter_.driverOfHost(1), nullptr);
 }
 
 } // namespace

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/devices/ide_table.h"
 
-#include "collect/collection/controller_tables.h"
-#include "collect/collection/discovery_lists.h"
+#include "collect/base/flat_table.h"
+#include "collect/collection/collection.h"
 #include "collect/devices/device_number.h"
 #include "runtime/cancel.h"
 #include "runtime/field_text.h"
@@ -36,10 +36,10 @@ int makeClassEntry(const DeviceKind &kind, const IDEDeviceInfo &device)
 IDEDeviceEntry newIDEDeviceEntry(const DeviceKind &kind)
 {
     IDEDeviceEntry entry = {};
-    entry.Index = static_cast<uint16_t>(ide_dev_cnt + 1);
-    entry.DeviceTypeIndex = static_cast<uint16_t>(*kClassCounters[kind.deviceClass].written + 1);
-    copyText(entry.notSupported, "Not Supported");
-    copyText(entry.revision, "Not Supported");
+    entry.Index = static_cast<uint16_t>(collection().ide_dev_cnt + 1);
+    entry.DeviceTypeIndex = static_cast<uint16_t>(countersOf(collection(), kind.deviceClass).written + 1);
+    copyText(entry.notSupported, kNotSupported);
+    copyText(entry.revision, kNotSupported);
     copyText(entry.SerialNumber, "Unknown");
     entry.classCodes[0] = kind.codes[0];
     entry.classCodes[1] = kind.codes[1];
@@ -86,14 +86,15 @@ int GetIDEDeviceControllerIndex(const IDEDeviceInfo &device, uint16_t *index)
     TRACE(kDetail, "_IN_");
     *index = kUnknownWord;
     int32_t position = 0;
-    for (const auto *channel = g_IDEGeneralInfo.controllers; channel != nullptr; channel = channel->next, ++position) {
+    for (const auto *channel = collection().g_IDEGeneralInfo.controllers; channel != nullptr;
+         channel = channel->next, ++position) {
         if (fieldText(channel->name) != fieldText(device.controllerName)) {
             continue;
         }
-        if (pIDECtrlTbl == nullptr || position >= ide_ctrl_cnt) {
+        if (collection().pIDECtrlTbl == nullptr || position >= collection().ide_ctrl_cnt) {
             return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
         }
-        *index = pIDECtrlTbl[position].controllerIndex;
+        *index = collection().pIDECtrlTbl[position].controllerIndex;
         break;
     }
     return TRACED(0, kDetail, "_OUT_ index=[%d]", *index);
@@ -120,15 +121,16 @@ int tavstrg::makeIDEDevice(const IDEDeviceInfo *device)
     if (result < 0) {
         return TRACED(-1, kFailure, "GetIDEDeviceControllerIndex() failed! ret = %d loop break!", result);
     }
-    return appendEntry(pIDEDevTbl, TotalIDEDevice, ide_dev_cnt, entry) ? 0 : -1;
+    return appendEntry(collection().pIDEDevTbl, collection().TotalIDEDevice, collection().ide_dev_cnt, entry) ? 0 : -1;
 }
 
 int MakeIDEDeviceTable()
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    int result = g_IDEGeneralInfo.devices == nullptr ? -1 : 0;
-    for (const auto *device = g_IDEGeneralInfo.devices; device != nullptr && result == 0; device = device->next) {
+    int result = collection().g_IDEGeneralInfo.devices == nullptr ? -1 : 0;
+    for (const auto *device = collection().g_IDEGeneralInfo.devices; device != nullptr && result == 0;
+         device = device->next) {
         cancellationPoint();
         result = makeIDEDevice(device);
     }

@@ -16,7 +16,6 @@ protected:
     int build()
     {
         lists_.use();
-        resetDeviceCounters();
         EXPECT_EQ(GetIDEDeviceTotalNumber(), 0);
         EXPECT_EQ(MallocDeviceTable(), 0);
         return MakeIDEDeviceTable();
@@ -24,11 +23,11 @@ protected:
     // The controller tables' entry of the next channel.
     void addController(uint16_t index)
     {
-        CtrlNumMib.TotalIDEController = 4;
-        if (pIDECtrlTbl == nullptr) {
+        collection().CtrlNumMib.TotalIDEController = 4;
+        if (collection().pIDECtrlTbl == nullptr) {
             ASSERT_EQ(MallocIDEControllerTable(4), 0);
         }
-        ASSERT_TRUE(appendIDEController({index, static_cast<uint16_t>(ide_ctrl_cnt + 1)}));
+        ASSERT_TRUE(appendIDEController(collection(), {index, static_cast<uint16_t>(collection().ide_ctrl_cnt + 1)}));
     }
 
     TraceRecorder trace_;
@@ -48,8 +47,8 @@ TEST_F(IdeDevices, ADiskGetsAnIdeAndAHardDiskEntry)
     info.capacity = 2048 * 14 + 2047;
     ASSERT_EQ(build(), 0);
 
-    ASSERT_EQ(ide_dev_cnt, 1);
-    const IDEDeviceEntry &device = pIDEDevTbl[0];
+    ASSERT_EQ(collection().ide_dev_cnt, 1);
+    const IDEDeviceEntry &device = collection().pIDEDevTbl[0];
     EXPECT_EQ(device.Index, 1);
     EXPECT_EQ(device.DeviceTypeIndex, 1);
     EXPECT_EQ(device.IDEConfiguration, 2);
@@ -65,8 +64,8 @@ TEST_F(IdeDevices, ADiskGetsAnIdeAndAHardDiskEntry)
     EXPECT_EQ(device.wordsAfter[1], 65535);
     EXPECT_EQ(device.wordsAfter[2], 1);
 
-    ASSERT_EQ(hd_dev_cnt, 1);
-    const HardDiskEntry &disk = pHDDevTbl[0];
+    ASSERT_EQ(collection().hd_dev_cnt, 1);
+    const HardDiskEntry &disk = collection().pHDDevTbl[0];
     EXPECT_EQ(disk.Index, 1);
     EXPECT_EQ(disk.InterfaceType, 1);
     EXPECT_EQ(disk.InterfaceTypeIndex, 1);
@@ -100,17 +99,17 @@ TEST_F(IdeDevices, ACdromDriveGetsACdromEntry)
 {
     lists_.ide("hdb", "cdrom");
     ASSERT_EQ(build(), 0);
-    ASSERT_EQ(cdrom_dev_cnt, 1);
-    EXPECT_EQ(pCdromDevTbl[0].Index, 1);
-    EXPECT_EQ(pCdromDevTbl[0].InterfaceType, 1);
-    EXPECT_EQ(pCdromDevTbl[0].InterfaceTypeIndex, 1);
-    EXPECT_STREQ(pCdromDevTbl[0].driverName, "ide-driver");
-    EXPECT_STREQ(pCdromDevTbl[0].driverVersion, "Unknown");
-    EXPECT_EQ(pCdromDevTbl[0].ideWord, 65534);
-    EXPECT_EQ(pIDEDevTbl[0].DeviceType, 3);
-    EXPECT_EQ(pIDEDevTbl[0].IDEConfiguration, 3);
-    EXPECT_EQ(pIDEDevTbl[0].classCodes[0], 1);
-    EXPECT_EQ(pIDEDevTbl[0].classCodes[1], 65535);
+    ASSERT_EQ(collection().cdrom_dev_cnt, 1);
+    EXPECT_EQ(collection().pCdromDevTbl[0].Index, 1);
+    EXPECT_EQ(collection().pCdromDevTbl[0].InterfaceType, 1);
+    EXPECT_EQ(collection().pCdromDevTbl[0].InterfaceTypeIndex, 1);
+    EXPECT_STREQ(collection().pCdromDevTbl[0].driverName, "ide-driver");
+    EXPECT_STREQ(collection().pCdromDevTbl[0].driverVersion, "Unknown");
+    EXPECT_EQ(collection().pCdromDevTbl[0].ideWord, 65534);
+    EXPECT_EQ(collection().pIDEDevTbl[0].DeviceType, 3);
+    EXPECT_EQ(collection().pIDEDevTbl[0].IDEConfiguration, 3);
+    EXPECT_EQ(collection().pIDEDevTbl[0].classCodes[0], 1);
+    EXPECT_EQ(collection().pIDEDevTbl[0].classCodes[1], 65535);
 }
 
 TEST_F(IdeDevices, AnythingElseGetsAnOtherDeviceEntry)
@@ -118,29 +117,28 @@ TEST_F(IdeDevices, AnythingElseGetsAnOtherDeviceEntry)
     lists_.ide("hda", "tape");
     lists_.ide("hdb", "floppy");
     ASSERT_EQ(build(), 0);
-    ASSERT_EQ(misc_dev_cnt, 2);
-    EXPECT_EQ(pMiscDevTbl[1].Index, 2);
-    EXPECT_EQ(pMiscDevTbl[1].InterfaceType, 1);
-    EXPECT_EQ(pMiscDevTbl[1].InterfaceTypeIndex, 2);
-    EXPECT_EQ(pIDEDevTbl[1].DeviceType, 1);
-    EXPECT_EQ(pIDEDevTbl[1].DeviceTypeIndex, 2);
-    EXPECT_EQ(pIDEDevTbl[1].classCodes[0], 65535);
-    EXPECT_EQ(pIDEDevTbl[1].classCodes[1], 65535);
+    ASSERT_EQ(collection().misc_dev_cnt, 2);
+    EXPECT_EQ(collection().pMiscDevTbl[1].Index, 2);
+    EXPECT_EQ(collection().pMiscDevTbl[1].InterfaceType, 1);
+    EXPECT_EQ(collection().pMiscDevTbl[1].InterfaceTypeIndex, 2);
+    EXPECT_EQ(collection().pIDEDevTbl[1].DeviceType, 1);
+    EXPECT_EQ(collection().pIDEDevTbl[1].DeviceTypeIndex, 2);
+    EXPECT_EQ(collection().pIDEDevTbl[1].classCodes[0], 65535);
+    EXPECT_EQ(collection().pIDEDevTbl[1].classCodes[1], 65535);
 }
 
 TEST_F(IdeDevices, ClassNumbersGoOnAfterTheScsiDevices)
 {
     lists_.ide("hda", "disk");
     lists_.use();
-    resetDeviceCounters();
-    TotalHDDevice = 2;
-    hd_dev_cnt = 1; // a SCSI disk came first
-    TotalIDEDevice = 1;
+    collection().TotalHDDevice = 2;
+    collection().hd_dev_cnt = 1; // a SCSI disk came first
+    collection().TotalIDEDevice = 1;
     ASSERT_EQ(MallocDeviceTable(), 0);
     ASSERT_EQ(MakeIDEDeviceTable(), 0);
-    EXPECT_EQ(pHDDevTbl[1].Index, 2);
-    EXPECT_EQ(pHDDevTbl[1].InterfaceTypeIndex, 1);
-    EXPECT_EQ(pIDEDevTbl[0].DeviceTypeIndex, 2);
+    EXPECT_EQ(collection().pHDDevTbl[1].Index, 2);
+    EXPECT_EQ(collection().pHDDevTbl[1].InterfaceTypeIndex, 1);
+    EXPECT_EQ(collection().pIDEDevTbl[0].DeviceTypeIndex, 2);
 }
 
 TEST_F(IdeDevices, ADeviceWhoseControllerIsNotThereHasController65535)
@@ -149,7 +147,7 @@ TEST_F(IdeDevices, ADeviceWhoseControllerIsNotThereHasController65535)
     addController(1);
     lists_.ide("hda", "disk", "ide7");
     ASSERT_EQ(build(), 0);
-    EXPECT_EQ(pIDEDevTbl[0].ControllerIndex, 65535);
+    EXPECT_EQ(collection().pIDEDevTbl[0].ControllerIndex, 65535);
 }
 
 TEST_F(IdeDevices, AnEmptyListFails)
@@ -162,18 +160,18 @@ TEST_F(IdeDevices, AHardDiskTableThatIsTooSmallFails)
 {
     lists_.ide("hda", "disk");
     lists_.use();
-    TotalIDEDevice = 1;
+    collection().TotalIDEDevice = 1;
     ASSERT_EQ(MallocDeviceTable(), 0);
     EXPECT_EQ(MakeIDEDeviceTable(), -1);
     EXPECT_TRUE(trace_.has(kFailure, "_OUT_ MakeIDEHDDevice() failed. ret=[-1]", "MakeIDEDeviceTable"));
-    EXPECT_EQ(ide_dev_cnt, 0);
+    EXPECT_EQ(collection().ide_dev_cnt, 0);
 }
 
 TEST_F(IdeDevices, ACdromTableThatIsTooSmallFails)
 {
     lists_.ide("hda", "cdrom");
     lists_.use();
-    TotalIDEDevice = 1;
+    collection().TotalIDEDevice = 1;
     ASSERT_EQ(MallocDeviceTable(), 0);
     EXPECT_EQ(MakeIDEDeviceTable(), -1);
     EXPECT_TRUE(trace_.has(kFailure, "_OUT_ MakeIDECdromDevice() failed. ret=[-1]", "MakeIDEDeviceTable"));
@@ -183,7 +181,7 @@ TEST_F(IdeDevices, AnOtherDeviceTableThatIsTooSmallFails)
 {
     lists_.ide("hda", "tape");
     lists_.use();
-    TotalIDEDevice = 1;
+    collection().TotalIDEDevice = 1;
     ASSERT_EQ(MallocDeviceTable(), 0);
     EXPECT_EQ(MakeIDEDeviceTable(), -1);
     EXPECT_TRUE(trace_.has(kFailure, "_OUT_ MakeIDEMiscDevice() failed. ret=[-1]", "MakeIDEDeviceTable"));
@@ -226,7 +224,7 @@ TEST_F(IdeDevices, AFailureStopsTheWalk)
     std::memset(lists_.ide("hdb", "disk").model, 'm', sizeof(IDEDeviceInfo::model));
     lists_.ide("hdc", "disk");
     EXPECT_EQ(build(), -1);
-    EXPECT_EQ(ide_dev_cnt, 1);
+    EXPECT_EQ(collection().ide_dev_cnt, 1);
 }
 
 TEST_F(IdeDevices, ATableThatIsTooSmallIsNeverWrittenPastItsEnd)
@@ -234,11 +232,11 @@ TEST_F(IdeDevices, ATableThatIsTooSmallIsNeverWrittenPastItsEnd)
     lists_.ide("hda", "tape");
     lists_.ide("hdb", "tape");
     lists_.use();
-    TotalIDEDevice = 1;
-    TotalMiscDevice = 2;
+    collection().TotalIDEDevice = 1;
+    collection().TotalMiscDevice = 2;
     ASSERT_EQ(MallocDeviceTable(), 0);
     EXPECT_EQ(MakeIDEDeviceTable(), -1);
-    EXPECT_EQ(ide_dev_cnt, 1);
+    EXPECT_EQ(collection().ide_dev_cnt, 1);
 }
 
 } // namespace

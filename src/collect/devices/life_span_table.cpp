@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/devices/life_span_table.h"
 
+#include "collect/base/flat_table.h"
+#include "collect/collection/collection.h"
 #include "devcmd/smart/wear.h"
 #include "endurance/endurance.h"
 
@@ -13,23 +15,23 @@ namespace {
 
 constexpr uint16_t kFigureUnknown = 65535; // above every level
 
-// A new entry at the end of pLifeSpanTbl; null when memory is short, and then there is none left. How many drives have
-// one is known only when each is met.
+// A new entry at the end of pLifeSpanTbl; null if memory is short, and then all entries are lost. How many drives have
+// one is known only after the walk.
 LifeSpanEntry *growLifeSpans()
 {
-    const int32_t count = DevNumMib.TotalLifeSpan;
+    const int32_t count = collection().DevNumMib.TotalLifeSpan;
     const auto size = static_cast<int32_t>(sizeof(LifeSpanEntry)) * (count + 1);
-    pLifeSpanTblOld = std::exchange(pLifeSpanTbl, nullptr);
-    pLifeSpanTbl = static_cast<LifeSpanEntry *>(memalloc(size));
-    if (pLifeSpanTbl == nullptr) {
-        DevNumMib.TotalLifeSpan = 0;
-    } else if (pLifeSpanTblOld != nullptr) {
-        std::copy_n(pLifeSpanTblOld, count, pLifeSpanTbl);
+    collection().pLifeSpanTblOld = std::exchange(collection().pLifeSpanTbl, nullptr);
+    collection().pLifeSpanTbl = static_cast<LifeSpanEntry *>(memalloc(size));
+    if (collection().pLifeSpanTbl == nullptr) {
+        collection().DevNumMib.TotalLifeSpan = 0;
+    } else if (collection().pLifeSpanTblOld != nullptr) {
+        std::copy_n(collection().pLifeSpanTblOld, count, collection().pLifeSpanTbl);
     }
-    if (pLifeSpanTblOld != nullptr) {
-        memfree(pLifeSpanTblOld);
+    if (collection().pLifeSpanTblOld != nullptr) {
+        memfree(collection().pLifeSpanTblOld);
     }
-    return pLifeSpanTbl == nullptr ? nullptr : &pLifeSpanTbl[count];
+    return collection().pLifeSpanTbl == nullptr ? nullptr : &collection().pLifeSpanTbl[count];
 }
 
 } // namespace
@@ -57,7 +59,7 @@ void GetLifeSpanInfo(const char *devName, const SCSIDeviceEntry *scsiEntry)
         TRACE(kFailure, "_OUT_ pLifeSpanTbl alloc Failure!!");
         return;
     }
-    life->Index = ++DevNumMib.TotalLifeSpan;
+    life->Index = ++collection().DevNumMib.TotalLifeSpan;
     life->HDDIndex = scsiEntry->DeviceTypeIndex;
     life->EnduranceRemaining = kLevelUnknown;
     uint16_t endurance = kFigureUnknown;

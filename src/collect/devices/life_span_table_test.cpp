@@ -7,6 +7,7 @@
 #include "support/trace_watch.h"
 
 #include <memory>
+#include <optional>
 
 using namespace tavstrg;
 
@@ -14,15 +15,11 @@ namespace {
 
 class LifeSpan : public testing::Test {
 protected:
-    LifeSpan() { resetDeviceCounters(); }
-    ~LifeSpan() override
-    {
-        freeCollection();
-        resetDeviceCounters();
-    }
-    // A machine whose managed disks stand in this array, and the table in this file.
+    // A machine with these managed disks and this endurance table.
     void prepare(const std::string &disks, const std::string &table)
     {
+        collected_.reset(); // one at a time
+        collected_.emplace();
         table_.reset();
         machine_.reset();
         machine_ = std::make_unique<sim::Machine>(R"({"hosts": [{"driver": "ahci", "devices": [)" + disks +
@@ -47,6 +44,7 @@ protected:
     TraceRecorder trace_;
     std::unique_ptr<sim::Machine> machine_;
     std::unique_ptr<EnduranceTable> table_;
+    std::optional<Collection> collected_{std::in_place};
 };
 
 const std::string kTens = "MODELNAME0123456,231,100,80,60,40,20,0\n";
@@ -76,26 +74,26 @@ TEST_F(LifeSpan, EachCoveredDriveGetsOneRecord)
     EXPECT_TRUE(trace_.has(kDetail, "_OUT_ Model:OTHER is not exist!!", "GetLifeSpanInfo"));
     EXPECT_TRUE(trace_.has(kDetail, "_OUT_ LifeSpan->Index=[1] HDDIndex=[2] EnduranceRemaining=[4] endurance=[79]",
                            "GetLifeSpanInfo"));
-    EXPECT_EQ(pLifeSpanTbl, nullptr);
-    EXPECT_EQ(pLifeSpanTblOld, nullptr);
+    EXPECT_EQ(collection().pLifeSpanTbl, nullptr);
+    EXPECT_EQ(collection().pLifeSpanTblOld, nullptr);
 }
 
 TEST_F(LifeSpan, HddIndexCountsDisksAlone)
 {
     prepare(R"({"type": 5, "id": 9},)" + ssd(10, "MODELNAME0123456", R"({"id": 231, "current": 100})"), kTens);
     ASSERT_EQ(DllMain(), 0);
-    ASSERT_EQ(DevNumMib.TotalLifeSpan, 1);
-    EXPECT_EQ(pSCSIDevTbl[1].Index, 2);
-    EXPECT_EQ(pLifeSpanTbl[0].HDDIndex, 1);
-    EXPECT_EQ(pLifeSpanTbl[0].EnduranceRemaining, 5);
+    ASSERT_EQ(collection().DevNumMib.TotalLifeSpan, 1);
+    EXPECT_EQ(collection().pSCSIDevTbl[1].Index, 2);
+    EXPECT_EQ(collection().pLifeSpanTbl[0].HDDIndex, 1);
+    EXPECT_EQ(collection().pLifeSpanTbl[0].EnduranceRemaining, 5);
 }
 
 TEST_F(LifeSpan, ADriveWithoutTheAttributeHasLevelMinus1)
 {
     prepare(ssd(0, "MODELNAME0123456", R"({"id": 9, "current": 50})"), kTens);
     ASSERT_EQ(DllMain(), 0);
-    ASSERT_EQ(DevNumMib.TotalLifeSpan, 1);
-    EXPECT_EQ(pLifeSpanTbl[0].EnduranceRemaining, -1);
+    ASSERT_EQ(collection().DevNumMib.TotalLifeSpan, 1);
+    EXPECT_EQ(collection().pLifeSpanTbl[0].EnduranceRemaining, -1);
     EXPECT_EQ(g_M2SSDEndu, 65535);
     EXPECT_TRUE(trace_.has(kDetail, "_OUT_ LifeSpan->Index=[1] HDDIndex=[1] EnduranceRemaining=[-1] endurance=[65535]",
                            "GetLifeSpanInfo"));
@@ -108,10 +106,10 @@ TEST_F(LifeSpan, ADriveWhoseCommandFailsHasARecordWithLevelMinus1)
             kTens);
     g_M2SSDEndu = 77;
     ASSERT_EQ(DllMain(), 0);
-    ASSERT_EQ(DevNumMib.TotalLifeSpan, 1);
-    EXPECT_EQ(pLifeSpanTbl[0].Index, 1);
-    EXPECT_EQ(pLifeSpanTbl[0].HDDIndex, 1);
-    EXPECT_EQ(pLifeSpanTbl[0].EnduranceRemaining, -1);
+    ASSERT_EQ(collection().DevNumMib.TotalLifeSpan, 1);
+    EXPECT_EQ(collection().pLifeSpanTbl[0].Index, 1);
+    EXPECT_EQ(collection().pLifeSpanTbl[0].HDDIndex, 1);
+    EXPECT_EQ(collection().pLifeSpanTbl[0].EnduranceRemaining, -1);
     EXPECT_EQ(g_M2SSDEndu, 77);
     EXPECT_TRUE(trace_.has(kFailure, "_OUT_ GetLifeSpanInfoIoctl is Failure!!", "GetLifeSpanInfo"));
 }
@@ -120,12 +118,10 @@ TEST_F(LifeSpan, TheAttributeIsTheLowEightBitsOfTheTables)
 {
     prepare(ssd(0, "MODELNAME0123456", R"({"id": 231, "current": 50})"), "MODELNAME0123456,487,100,80,60,40,20,0\n");
     ASSERT_EQ(DllMain(), 0);
-    EXPECT_EQ(pLifeSpanTbl[0].EnduranceRemaining, 3); // 487 is 256 + 231
-    freeCollection();
-    resetDeviceCounters();
+    EXPECT_EQ(collection().pLifeSpanTbl[0].EnduranceRemaining, 3); // 487 is 256 + 231
     prepare(ssd(0, "MODELNAME0123456", R"({"id": 231, "current": 50})"), "MODELNAME0123456,256,100,80,60,40,20,0\n");
     ASSERT_EQ(DllMain(), 0);
-    EXPECT_EQ(pLifeSpanTbl[0].EnduranceRemaining, -1);
+    EXPECT_EQ(collection().pLifeSpanTbl[0].EnduranceRemaining, -1);
     EXPECT_TRUE(trace_.has(kFailure, "_OUT_ param(attID) Failure!!", "GetLifeSpanInfoIoctl"));
 }
 
@@ -133,7 +129,7 @@ TEST_F(LifeSpan, WithoutATableNoDriveIsAsked)
 {
     prepare(ssd(0, "MODELNAME0123456", R"({"id": 231, "current": 50})"), "");
     ASSERT_EQ(DllMain(), 0);
-    EXPECT_EQ(DevNumMib.TotalLifeSpan, 0);
+    EXPECT_EQ(collection().DevNumMib.TotalLifeSpan, 0);
     EXPECT_TRUE(trace_.textsOf("GetLifeSpanInfoIoctl").empty());
 }
 
@@ -144,7 +140,7 @@ TEST_F(LifeSpan, ChecksItsArguments)
     EXPECT_TRUE(trace_.has(kFailure, "_OUT_ param(devName) Failure!!", "GetLifeSpanInfo"));
     GetLifeSpanInfo("/dev/sda", nullptr);
     EXPECT_TRUE(trace_.has(kFailure, "_OUT_ param(scsiEntry) Failure!!", "GetLifeSpanInfo"));
-    EXPECT_EQ(DevNumMib.TotalLifeSpan, 0);
+    EXPECT_EQ(collection().DevNumMib.TotalLifeSpan, 0);
 }
 
 TEST_F(LifeSpan, TheTableGrowsByOneAndKeepsWhatItHas)
@@ -154,12 +150,12 @@ TEST_F(LifeSpan, TheTableGrowsByOneAndKeepsWhatItHas)
         const SCSIDeviceEntry entry = disk("MODELNAME0123456", static_cast<uint16_t>(100 + i));
         GetLifeSpanInfo("/dev/none", &entry);
     }
-    ASSERT_EQ(DevNumMib.TotalLifeSpan, 5);
+    ASSERT_EQ(collection().DevNumMib.TotalLifeSpan, 5);
     for (int i = 0; i < 5; ++i) {
-        EXPECT_EQ(pLifeSpanTbl[i].Index, i + 1);
-        EXPECT_EQ(pLifeSpanTbl[i].HDDIndex, 101 + i);
-        EXPECT_EQ(pLifeSpanTbl[i].EnduranceRemaining, -1);
-        EXPECT_EQ(pLifeSpanTbl[i].reserved, 0);
+        EXPECT_EQ(collection().pLifeSpanTbl[i].Index, i + 1);
+        EXPECT_EQ(collection().pLifeSpanTbl[i].HDDIndex, 101 + i);
+        EXPECT_EQ(collection().pLifeSpanTbl[i].EnduranceRemaining, -1);
+        EXPECT_EQ(collection().pLifeSpanTbl[i].reserved, 0);
     }
 }
 
@@ -169,7 +165,7 @@ TEST_F(LifeSpan, WithoutMemoryAllEntriesAreGivenUp)
     prepare("", kTens);
     const SCSIDeviceEntry entry = disk("MODELNAME0123456");
     GetLifeSpanInfo("/dev/none", &entry);
-    ASSERT_EQ(DevNumMib.TotalLifeSpan, 1);
+    ASSERT_EQ(collection().DevNumMib.TotalLifeSpan, 1);
     int seen = 0;
     {
         const TraceWatch watch(kFailure, "_OUT_ pLifeSpanTbl alloc Failure!!");
@@ -178,11 +174,11 @@ TEST_F(LifeSpan, WithoutMemoryAllEntriesAreGivenUp)
         seen = watch.seen();
     }
     EXPECT_EQ(seen, 1);
-    EXPECT_EQ(DevNumMib.TotalLifeSpan, 0);
-    EXPECT_EQ(pLifeSpanTbl, nullptr);
-    EXPECT_EQ(pLifeSpanTblOld, nullptr);
+    EXPECT_EQ(collection().DevNumMib.TotalLifeSpan, 0);
+    EXPECT_EQ(collection().pLifeSpanTbl, nullptr);
+    EXPECT_EQ(collection().pLifeSpanTblOld, nullptr);
     GetLifeSpanInfo("/dev/none", &entry); // the next starts afresh
-    EXPECT_EQ(DevNumMib.TotalLifeSpan, 1);
+    EXPECT_EQ(collection().DevNumMib.TotalLifeSpan, 1);
 }
 
 TEST_F(LifeSpan, RecordsThatCannotBeAllocatedFailTheCollection)
@@ -208,7 +204,7 @@ TEST_F(LifeSpan, RecordsThatCannotBeAllocatedFailTheCollection)
     EXPECT_EQ(seen, 1);
     EXPECT_EQ(now.dat[TAV_CID_STRG_LIFE].datAdr, nullptr);
     EXPECT_NE(now.dat[TAV_CID_STRG_HDD].datAdr, nullptr);
-    EXPECT_EQ(pLifeSpanTbl, nullptr);
+    EXPECT_EQ(collection().pLifeSpanTbl, nullptr);
 }
 
 } // namespace

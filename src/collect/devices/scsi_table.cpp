@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/devices/scsi_table.h"
 
-#include "collect/collection/controller_tables.h"
-#include "collect/collection/discovery_lists.h"
+#include "collect/base/flat_table.h"
+#include "collect/collection/collection.h"
 #include "collect/devices/life_span_table.h"
 #include "collect/devices/serial_number.h"
 #include "runtime/cancel.h"
@@ -22,85 +22,99 @@ void traceSkipped(const char *why, const SCSIDeviceInfo &device)
 }
 
 // Makers of the other classes' entries, indexed by DeviceClass; a disk needs more than its class.
-using Maker = int (*)();
+using Maker = int (*)(std::string_view gDriverName);
 constexpr Maker kMakers[kDeviceClassCount] = {nullptr, MakeSCSICdromDevice, MakeSCSITapeDevice, MakeSCSIOMDevice,
                                               MakeSCSIMiscDevice};
 
 int appendSCSIDevice(const SCSIDeviceEntry &entry)
 {
-    return appendEntry(pSCSIDevTbl, TotalSCSIDevice, scsi_dev_cnt, entry) ? 0 : -1;
+    Collection &all = collection();
+    return appendEntry(all.pSCSIDevTbl, all.TotalSCSIDevice, all.scsi_dev_cnt, entry) ? 0 : -1;
 }
 
-int fillDisk(const SCSIDeviceInfo &device, const SCSIDiskNameTable *names, const SCSISurroundings &around,
-             SCSIDeviceEntry &entry)
+// The device that the walk is at: what was looked up for it once, and its entry.
+struct CurrentDevice {
+    const SCSIDeviceInfo &info;
+    const DeviceKind &kind;
+    const char *driver; // of its host adapter; null when none is managed
+    SCSIDeviceEntry entry;
+
+    std::string_view driverName() const { return driver == nullptr ? "Unknown" : driver; }
+};
+
+// What is the same for all devices of the walk.
+struct Walk {
+    const SCSIDiskNameTable *names;
+    const DeviceFilter &filter;
+};
+
+int fillDisk(const Walk &walk, CurrentDevice &device)
 {
     char name[kDiskNameSize] = "";
-    if (TAVStorageGetSCSIDeviceName(names, &device, name) < 0) {
+    if (TAVStorageGetSCSIDeviceName(walk.names, &device.info, name) < 0) {
         return TRACED(-1, kFailure, "TAVStorageGetSCSIDeviceName() failed!!");
     }
-    if (isListedUnmanaged(around, device)) {
-        traceSkipped("** NoManage Continue **", device);
+    if (isListedUnmanaged(walk.filter, device.info)) {
+        traceSkipped("** NoManage Continue **", device.info);
         return 0;
     }
-    if (TAVStorageGetSCSIDeviceSerialNumber(name, entry.SerialNumber) < 0) {
+    if (TAVStorageGetSCSIDeviceSerialNumber(name, device.entry.SerialNumber) < 0) {
         return TRACED(-1, kFailure, "TAVStorageGetSCSIDeviceSerialNumber() failed!!");
     }
     cancellationPoint(); // a stop need not wait for all the commands of a disk that does not answer
-    if (MakeSCSIHDDevice(name) < 0) {
+    if (MakeSCSIHDDevice(name, device.driverName()) < 0) {
         return TRACED(-1, kFailure, "MakeSCSIHDDevice() failed!!");
     }
     cancellationPoint();
-    GetLifeSpanInfo(name, &entry);
-    return appendSCSIDevice(entry);
+    GetLifeSpanInfo(name, &device.entry);
+    return appendSCSIDevice(device.entry);
 }
 
-int fillByClass(const SCSIDeviceInfo &device, const SCSIDiskNameTable *names, const SCSISurroundings &around,
-                SCSIDeviceEntry &entry)
+int fillByClass(const Walk &walk, CurrentDevice &device)
 {
-    const DeviceKind &kind = scsiKindOf(fieldText(device.type));
-    entry.DeviceType = kind.deviceType;
-    entry.DeviceTypeIndex = static_cast<uint16_t>(*kClassCounters[kind.deviceClass].written + 1);
-    if (kind.deviceClass == kHardDisk) {
-        return fillDisk(device, names, around, entry);
+    const DeviceClass deviceClass = device.kind.deviceClass;
+    device.entry.DeviceType = device.kind.deviceType;
+    device.entry.DeviceTypeIndex = static_cast<uint16_t>(countersOf(collection(), deviceClass).written + 1);
+    if (deviceClass == kHardDisk) {
+        return fillDisk(walk, device);
     }
-    return kMakers[kind.deviceClass]() < 0 ? -1 : appendSCSIDevice(entry);
+    return kMakers[deviceClass](device.driverName()) < 0 ? -1 : appendSCSIDevice(device.entry);
 }
 
 // One device of the walk: 0, also when it is left out, or -1.
-int fillDevice(const SCSIDeviceInfo &device, const SCSIDiskNameTable *names, const SCSISurroundings &around)
+int fillDevice(const Walk &walk, const SCSIDeviceInfo &info)
 {
-    SCSIDeviceEntry entry = newSCSIDeviceEntry(device);
-    const char *const driver = driverOfHost(around, device.host);
-    copyText(gDriverName, driver == nullptr ? "Unknown" : driver);
+    const DeviceKind &kind = scsiKindOf(fieldText(info.type));
+    CurrentDevice device{info, kind, walk.filter.driverOfHost(info.host), newSCSIDeviceEntry(info, kind)};
     const char *width = nullptr;
-    if (GetSCSIDevSpeed(device, gDriverName, &width) < 0) {
+    if (GetSCSIDevSpeed(info, device.driverName(), &width) < 0) {
         TRACE(kDetail, "Can't get scsi device speed");
     }
-    if (scsiKindOf(fieldText(device.type)).deviceClass == kHardDisk) {
-        ++scsi_hd_cnt;
+    if (kind.deviceClass == kHardDisk) {
+        ++collection().scsi_hd_cnt;
     }
-    if (device.type[0] == '\0') {
+    if (info.type[0] == '\0') {
         return 0;
     }
-    switch (judgeHost(around, device)) {
+    switch (judgeHost(walk.filter, info.host, device.driver)) {
     case HostVerdict::usb:
-        return TRACED(0, kDetail, "The Device maybe USB Device:Host = %d,Vendor = %s", device.host, device.vendor);
+        return TRACED(0, kDetail, "The Device maybe USB Device:Host = %d,Vendor = %s", info.host, info.vendor);
     case HostVerdict::noDriver:
-        traceSkipped("######## Do not management ########", device);
+        traceSkipped("######## Do not management ########", info);
         return 0;
     case HostVerdict::managed:
         break;
     }
-    return fillByClass(device, names, around, entry);
+    return fillByClass(walk, device);
 }
 
 } // namespace
 
-SCSIDeviceEntry tavstrg::newSCSIDeviceEntry(const SCSIDeviceInfo &device)
+SCSIDeviceEntry tavstrg::newSCSIDeviceEntry(const SCSIDeviceInfo &device, const DeviceKind &kind)
 {
     SCSIDeviceEntry entry = {};
-    entry.Index = static_cast<uint16_t>(scsi_dev_cnt + 1);
-    entry.ControllerIndex = controllerIndexOfHost(device.host);
+    entry.Index = static_cast<uint16_t>(collection().scsi_dev_cnt + 1);
+    entry.ControllerIndex = controllerIndexOfHost(collection(), device.host);
     entry.TargetID = static_cast<uint16_t>(device.id);
     entry.Bus = static_cast<uint16_t>(device.channel);
     entry.LUN = static_cast<uint16_t>(device.lun);
@@ -109,7 +123,6 @@ SCSIDeviceEntry tavstrg::newSCSIDeviceEntry(const SCSIDeviceInfo &device)
         copyText(entry.model, fieldText(device.model));
         copyText(entry.revision, fieldText(device.scsiRev));
     }
-    const DeviceKind &kind = scsiKindOf(fieldText(device.type));
     entry.wordsBefore[0] = entry.wordsBefore[1] = kUnknownWord;
     entry.classCodes[0] = kind.codes[0];
     entry.classCodes[1] = kind.codes[1];
@@ -122,9 +135,9 @@ int GetSCSIDevSpeed(const SCSIDeviceInfo &device, std::string_view driver, const
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_ host=[%d] id=[%d]", device.host, device.id);
-    // Neither kernel interface tells what was negotiated; target ids above 7 exist on wide buses only (SPI).
+    // Neither kernel interface reports what was negotiated; target ids above 7 exist on wide buses only (SPI).
     constexpr int32_t kLastNarrowId = 7;
-    for (const auto *type = g_SCSIControllerTypeDetail; type != nullptr; type = type->next) {
+    for (const auto *type = collection().g_SCSIControllerTypeDetail; type != nullptr; type = type->next) {
         if (fieldText(type->driver) == driver) {
             *width = device.id > kLastNarrowId ? "Wide" : "Narrow";
             return TRACED(0, kDetail, "_OUT_ (0) [%s]", *width);
@@ -133,19 +146,20 @@ int GetSCSIDevSpeed(const SCSIDeviceInfo &device, std::string_view driver, const
     return TRACED(-1, kDetail, "_OUT_ (-1)");
 }
 
-int tavstrg::fillSCSIDevices(const SCSIDeviceInfo *list, const SCSIDiskNameTable *names, const SCSISurroundings &around)
+int tavstrg::fillSCSIDevices(const SCSIDeviceInfo *list, const SCSIDiskNameTable *names, const DeviceFilter &filter)
 {
+    const Walk walk{names, filter};
     const SCSIDeviceInfo *device = list;
-    for (; device != nullptr && scsi_dev_cnt < TotalSCSIDevice; device = device->next) {
+    for (; device != nullptr && collection().scsi_dev_cnt < collection().TotalSCSIDevice; device = device->next) {
         cancellationPoint();
-        if (fillDevice(*device, names, around) < 0) {
+        if (fillDevice(walk, *device) < 0) {
             return -1;
         }
     }
     // The table is full. What is left over was left out when it was counted, unless something changed since.
     for (; device != nullptr; device = device->next) {
-        if (isManagedDevice(around, *device)) {
-            return TRACED(-1, kFailure, "TotalSCSIDevice=[%d] is too small Failure!!", TotalSCSIDevice);
+        if (isManagedDevice(filter, *device)) {
+            return TRACED(-1, kFailure, "TotalSCSIDevice=[%d] is too small Failure!!", collection().TotalSCSIDevice);
         }
     }
     return 0;
@@ -156,14 +170,14 @@ int MakeSCSIDeviceTable()
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
     SCSIDiskNameTable names;
-    if (GetSCSIDeviceName_IDArray(g_SCSIDeviceInfo, &names) == 0) {
+    if (GetSCSIDeviceName_IDArray(collection().g_SCSIDeviceInfo, &names) == 0) {
         return TRACED(-1, kFailure, "_OUT_ ret is 0!");
     }
-    if (g_SCSIDeviceInfo == nullptr) { // cannot be met: the name table fails first without a list
+    if (collection().g_SCSIDeviceInfo == nullptr) { // not reached: the name table fails first without a list
         return TRACED(-1, kFailure, "_OUT_ SCSI Device list is NULL");
     }
-    SCSISurroundings around;
-    if (around.loadUSB() < 0) {
+    DeviceFilter filter;
+    if (filter.loadUSB() < 0) {
         return TRACED(-1, kFailure, "_OUT_ TAVStorageGetUSBCtrl() failed");
     }
     const int controllers = GetSCSIControllerNumber();
@@ -172,13 +186,13 @@ int MakeSCSIDeviceTable()
     } else if (controllers < 0) {
         return TRACED(-1, kFailure, "_OUT_ Get SCSI Controller Error");
     }
-    if (around.loadHosts() < 0) {
+    if (filter.loadHosts() < 0) {
         return TRACED(-1, kFailure, "_OUT_ read_proc_scsi() failed");
     }
-    if (around.loadUnmanaged() < 0) {
+    if (filter.loadUnmanaged() < 0) {
         return TRACED(-1, kFailure, "_OUT_ CreateNoSCSIInfoTable() failed");
     }
-    const int result = fillSCSIDevices(g_SCSIDeviceInfo, &names, around);
-    around.release();
+    const int result = fillSCSIDevices(collection().g_SCSIDeviceInfo, &names, filter);
+    filter.release();
     return TRACED(result, result < 0 ? kFailure : kDetail, "_OUT_ ret=[%d]", result);
 }

@@ -11,21 +11,14 @@ namespace {
 
 class ScsiDevices : public testing::Test {
 protected:
-    ScsiDevices()
-    {
-        around_.hosts.entries = handOut<SCSIHostEntry>({hostEntry(0, "ahci"), hostEntry(1, "mptspi")});
-        around_.hosts.count = 2;
-        around_.usb.entries = handOut<USBHostEntry>({usbEntry(6)});
-        around_.usb.count = 1;
-    }
-    ~ScsiDevices() override { around_.release(); }
+    ScsiDevices() { setAdapters(filter_, {hostEntry(0, "ahci"), hostEntry(1, "mptspi")}, {usbEntry(6)}); }
+    ~ScsiDevices() override { filter_.release(); }
 
     // Counts, allocates and fills, as a collection does.
     int build()
     {
         lists_.use();
-        resetDeviceCounters();
-        countSCSIDevices(lists_.scsiList(), around_);
+        countSCSIDevices(lists_.scsiList(), filter_);
         EXPECT_EQ(MallocDeviceTable(), 0);
         trace_.clear();
         return fill(&names_);
@@ -33,29 +26,29 @@ protected:
     int fill(SCSIDiskNameTable *names)
     {
         const TraceScope scope("MakeSCSIDeviceTable");
-        return fillSCSIDevices(lists_.scsiList(), names, around_);
+        return fillSCSIDevices(lists_.scsiList(), names, filter_);
     }
 
     TraceRecorder trace_;
     HandMadeLists lists_;
-    SCSISurroundings around_;
+    DeviceFilter filter_;
     SCSIDiskNameTable names_ = {};
 };
 
-TEST_F(ScsiDevices, AnEntryHasWhatTheDiscoveryListTells)
+TEST_F(ScsiDevices, AnEntryHasTheValuesOfTheDiscoveryList)
 {
     SCSIDeviceInfo &info = lists_.scsi(1, "Scanner", "VENDOR  ", "MODEL  ");
     info.channel = 2;
     info.id = 3;
     info.lun = 4;
-    CtrlNumMib.TotalSCSIController = 2;
+    collection().CtrlNumMib.TotalSCSIController = 2;
     ASSERT_EQ(MallocSCSIControllerTable(2), 0);
-    ASSERT_TRUE(appendSCSIController({7, 7, 0}));
-    ASSERT_TRUE(appendSCSIController({8, 8, 1}));
+    ASSERT_TRUE(appendSCSIController(collection(), {7, 7, 0}));
+    ASSERT_TRUE(appendSCSIController(collection(), {8, 8, 1}));
     ASSERT_EQ(build(), 0);
 
-    ASSERT_EQ(scsi_dev_cnt, 1);
-    const SCSIDeviceEntry &device = pSCSIDevTbl[0];
+    ASSERT_EQ(collection().scsi_dev_cnt, 1);
+    const SCSIDeviceEntry &device = collection().pSCSIDevTbl[0];
     EXPECT_EQ(device.Index, 1);
     EXPECT_EQ(device.DeviceTypeIndex, 1);
     EXPECT_EQ(device.zero, 0);
@@ -81,15 +74,15 @@ TEST_F(ScsiDevices, WithoutAVendorModelAndRevisionStayEmpty)
 {
     lists_.scsi(0, "CD-ROM", "", "MODEL");
     ASSERT_EQ(build(), 0);
-    EXPECT_STREQ(pSCSIDevTbl[0].model, "");
-    EXPECT_STREQ(pSCSIDevTbl[0].revision, "");
+    EXPECT_STREQ(collection().pSCSIDevTbl[0].model, "");
+    EXPECT_STREQ(collection().pSCSIDevTbl[0].revision, "");
 }
 
 TEST_F(ScsiDevices, AHostWithoutAControllerEntryIs65535)
 {
     lists_.scsi(0, "CD-ROM");
     ASSERT_EQ(build(), 0);
-    EXPECT_EQ(pSCSIDevTbl[0].ControllerIndex, 65535);
+    EXPECT_EQ(collection().pSCSIDevTbl[0].ControllerIndex, 65535);
 }
 
 TEST_F(ScsiDevices, EachClassIsNumberedByItselfWithoutGaps)
@@ -106,41 +99,41 @@ TEST_F(ScsiDevices, EachClassIsNumberedByItselfWithoutGaps)
     lists_.scsi(1, "CD-ROM");
     ASSERT_EQ(build(), 0);
 
-    ASSERT_EQ(scsi_dev_cnt, 7);
+    ASSERT_EQ(collection().scsi_dev_cnt, 7);
     const uint16_t types[] = {1, 2, 1, 3, 4, 4, 1};
     const uint16_t typeIndexes[] = {1, 1, 2, 1, 1, 2, 3};
     for (uint16_t i = 0; i < 7; ++i) {
-        EXPECT_EQ(pSCSIDevTbl[i].Index, i + 1);
-        EXPECT_EQ(pSCSIDevTbl[i].DeviceType, types[i]) << i;
-        EXPECT_EQ(pSCSIDevTbl[i].DeviceTypeIndex, typeIndexes[i]) << i;
+        EXPECT_EQ(collection().pSCSIDevTbl[i].Index, i + 1);
+        EXPECT_EQ(collection().pSCSIDevTbl[i].DeviceType, types[i]) << i;
+        EXPECT_EQ(collection().pSCSIDevTbl[i].DeviceTypeIndex, typeIndexes[i]) << i;
     }
-    ASSERT_EQ(cdrom_dev_cnt, 3);
+    ASSERT_EQ(collection().cdrom_dev_cnt, 3);
     const uint16_t cdroms[] = {1, 3, 7};
     for (uint16_t i = 0; i < 3; ++i) {
-        EXPECT_EQ(pCdromDevTbl[i].Index, i + 1);
-        EXPECT_EQ(pCdromDevTbl[i].InterfaceType, 0);
-        EXPECT_EQ(pCdromDevTbl[i].InterfaceTypeIndex, cdroms[i]);
-        EXPECT_STREQ(pCdromDevTbl[i].driverName, i == 2 ? "mptspi" : "ahci");
-        EXPECT_STREQ(pCdromDevTbl[i].driverVersion, "Unknown");
+        EXPECT_EQ(collection().pCdromDevTbl[i].Index, i + 1);
+        EXPECT_EQ(collection().pCdromDevTbl[i].InterfaceType, 0);
+        EXPECT_EQ(collection().pCdromDevTbl[i].InterfaceTypeIndex, cdroms[i]);
+        EXPECT_STREQ(collection().pCdromDevTbl[i].driverName, i == 2 ? "mptspi" : "ahci");
+        EXPECT_STREQ(collection().pCdromDevTbl[i].driverVersion, "Unknown");
     }
-    ASSERT_EQ(tape_dev_cnt, 1);
-    EXPECT_EQ(pTapeDevTbl[0].Index, 1);
-    EXPECT_EQ(pTapeDevTbl[0].IndexAgain, 1);
-    EXPECT_EQ(pTapeDevTbl[0].InterfaceTypeIndex, 2);
-    EXPECT_STREQ(pTapeDevTbl[0].driverName, "mptspi");
-    ASSERT_EQ(om_dev_cnt, 1);
-    EXPECT_EQ(pOMDevTbl[0].InterfaceTypeIndex, 4);
-    ASSERT_EQ(misc_dev_cnt, 2);
-    EXPECT_EQ(pMiscDevTbl[1].Index, 2);
-    EXPECT_EQ(pMiscDevTbl[1].InterfaceTypeIndex, 6);
+    ASSERT_EQ(collection().tape_dev_cnt, 1);
+    EXPECT_EQ(collection().pTapeDevTbl[0].Index, 1);
+    EXPECT_EQ(collection().pTapeDevTbl[0].IndexAgain, 1);
+    EXPECT_EQ(collection().pTapeDevTbl[0].InterfaceTypeIndex, 2);
+    EXPECT_STREQ(collection().pTapeDevTbl[0].driverName, "mptspi");
+    ASSERT_EQ(collection().om_dev_cnt, 1);
+    EXPECT_EQ(collection().pOMDevTbl[0].InterfaceTypeIndex, 4);
+    ASSERT_EQ(collection().misc_dev_cnt, 2);
+    EXPECT_EQ(collection().pMiscDevTbl[1].Index, 2);
+    EXPECT_EQ(collection().pMiscDevTbl[1].InterfaceTypeIndex, 6);
 }
 
 TEST_F(ScsiDevices, ADeviceOfTypeProccessorHasCodes65535And65535)
 {
     lists_.scsi(0, "Proccessor");
     ASSERT_EQ(build(), 0);
-    EXPECT_EQ(pSCSIDevTbl[0].classCodes[0], 65535);
-    EXPECT_EQ(pSCSIDevTbl[0].classCodes[1], 65535);
+    EXPECT_EQ(collection().pSCSIDevTbl[0].classCodes[0], 65535);
+    EXPECT_EQ(collection().pSCSIDevTbl[0].classCodes[1], 65535);
 }
 
 TEST_F(ScsiDevices, AnEmptyTypeIsCountedButNotWritten)
@@ -148,9 +141,9 @@ TEST_F(ScsiDevices, AnEmptyTypeIsCountedButNotWritten)
     lists_.scsi(0, "");
     lists_.scsi(0, "Scanner");
     ASSERT_EQ(build(), 0);
-    EXPECT_EQ(TotalMiscDevice, 2);
-    EXPECT_EQ(misc_dev_cnt, 1);
-    EXPECT_EQ(scsi_dev_cnt, 1);
+    EXPECT_EQ(collection().TotalMiscDevice, 2);
+    EXPECT_EQ(collection().misc_dev_cnt, 1);
+    EXPECT_EQ(collection().scsi_dev_cnt, 1);
 }
 
 TEST_F(ScsiDevices, AUsbDeviceIsSkippedWithItsTrace)
@@ -159,7 +152,7 @@ TEST_F(ScsiDevices, AUsbDeviceIsSkippedWithItsTrace)
     lists_.scsi(0, "CD-ROM");
     ASSERT_EQ(build(), 0);
     EXPECT_TRUE(trace_.has(kDetail, "The Device maybe USB Device:Host = 6,Vendor = USBVEND", "MakeSCSIDeviceTable"));
-    EXPECT_EQ(scsi_dev_cnt, 1);
+    EXPECT_EQ(collection().scsi_dev_cnt, 1);
 }
 
 TEST_F(ScsiDevices, ADeviceWithoutADriverIsSkippedWithItsTraces)
@@ -176,31 +169,22 @@ TEST_F(ScsiDevices, ADeviceWithoutADriverIsSkippedWithItsTraces)
     EXPECT_EQ(trace_.texts()[static_cast<size_t>(at) + 1], "    host=9,vender=V,model=M,scsirev=REV");
     EXPECT_EQ(trace_.texts()[static_cast<size_t>(at) + 2], "    type=CD-ROM ansirevision=5,channel=2,Id=3,lun=4");
     EXPECT_TRUE(trace_.has(kDetail, "    type=CD-ROM ansirevision=5,channel=2,Id=3,lun=4", "MakeSCSIDeviceTable"));
-    EXPECT_STREQ(gDriverName, "ahci");
-}
-
-TEST_F(ScsiDevices, TheDriverNameIsUnknownWhileADeviceHasNone)
-{
-    TotalSCSIDevice = 1;
-    ASSERT_EQ(MallocDeviceTable(), 0);
-    lists_.scsi(9, "CD-ROM");
-    ASSERT_EQ(fillSCSIDevices(lists_.scsiList(), &names_, around_), 0);
-    EXPECT_STREQ(gDriverName, "Unknown");
+    EXPECT_STREQ(collection().pCdromDevTbl[0].driverName, "ahci");
 }
 
 TEST_F(ScsiDevices, AnUnmanagedDiskIsSkippedWithItsTraces)
 {
-    addUnmanaged("ACME", "");
-    around_.checkUnmanaged = true;
+    addUnmanaged(filter_.pleafNoSCSI_Tbl, "ACME", "");
+    filter_.checkUnmanaged = true;
     SCSIDeviceInfo &info = lists_.scsi(0, "Direct-Access", "ACME", "M");
     info.channel = 2;
     info.id = 3;
     info.lun = 4;
     lists_.scsi(0, "CD-ROM", "ACME");
     ASSERT_EQ(build(), 0);
-    EXPECT_EQ(scsi_dev_cnt, 1);
-    EXPECT_EQ(hd_dev_cnt, 0);
-    EXPECT_EQ(pSCSIDevTbl[0].DeviceType, 1);
+    EXPECT_EQ(collection().scsi_dev_cnt, 1);
+    EXPECT_EQ(collection().hd_dev_cnt, 0);
+    EXPECT_EQ(collection().pSCSIDevTbl[0].DeviceType, 1);
     const int at = positionOf(trace_, "** NoManage Continue **");
     ASSERT_GE(at, 0);
     EXPECT_TRUE(trace_.has(kDetail, "** NoManage Continue **", "MakeSCSIDeviceTable"));
@@ -211,19 +195,19 @@ TEST_F(ScsiDevices, AnUnmanagedDiskIsSkippedWithItsTraces)
 
 TEST_F(ScsiDevices, UnmanagedDisksKeepTheirPlaceAmongTheDeviceNumbers)
 {
-    addUnmanaged("ACME", "");
-    around_.checkUnmanaged = true;
+    addUnmanaged(filter_.pleafNoSCSI_Tbl, "ACME", "");
+    filter_.checkUnmanaged = true;
     lists_.scsi(0, "Direct-Access", "ACME");
     lists_.scsi(6, "Direct-Access");
     lists_.scsi(0, "CD-ROM");
     ASSERT_EQ(build(), 0);
-    EXPECT_EQ(scsi_hd_cnt, 2);
+    EXPECT_EQ(collection().scsi_hd_cnt, 2);
 }
 
 TEST_F(ScsiDevices, AFailedNameLookupFailsTheTable)
 {
     lists_.scsi(0, "Direct-Access");
-    countSCSIDevices(lists_.scsiList(), around_);
+    countSCSIDevices(lists_.scsiList(), filter_);
     ASSERT_EQ(MallocDeviceTable(), 0);
     EXPECT_EQ(fill(nullptr), -1);
     EXPECT_TRUE(trace_.has(kFailure, "TAVStorageGetSCSIDeviceName() failed!!", "MakeSCSIDeviceTable"));
@@ -235,7 +219,7 @@ TEST_F(ScsiDevices, ADiskWithoutANameFailsTheTable)
     EXPECT_EQ(build(), -1);
     EXPECT_TRUE(trace_.has(kFailure, "_OUT_ open failed. []", "TAVStorageGetSCSIDeviceSerialNumber"));
     EXPECT_TRUE(trace_.has(kFailure, "TAVStorageGetSCSIDeviceSerialNumber() failed!!", "MakeSCSIDeviceTable"));
-    EXPECT_EQ(scsi_dev_cnt, 0);
+    EXPECT_EQ(collection().scsi_dev_cnt, 0);
 }
 
 TEST_F(ScsiDevices, TheWalkStopsWhenTheTableIsFull)
@@ -243,7 +227,7 @@ TEST_F(ScsiDevices, TheWalkStopsWhenTheTableIsFull)
     lists_.scsi(0, "CD-ROM");
     lists_.scsi(6, "CD-ROM", "USBVEND"); // after the last counted one: not even traced
     ASSERT_EQ(build(), 0);
-    EXPECT_EQ(scsi_dev_cnt, 1);
+    EXPECT_EQ(collection().scsi_dev_cnt, 1);
     EXPECT_FALSE(trace_.has(kDetail, "The Device maybe USB Device:Host = 6,Vendor = USBVEND"));
 }
 
@@ -251,24 +235,23 @@ TEST_F(ScsiDevices, AManagedDeviceThatIsLeftOverFails)
 {
     lists_.scsi(0, "CD-ROM");
     lists_.scsi(0, "CD-ROM");
-    TotalSCSIDevice = 1;
-    TotalCdromDevice = 2;
+    collection().TotalSCSIDevice = 1;
+    collection().TotalCdromDevice = 2;
     ASSERT_EQ(MallocDeviceTable(), 0);
-    EXPECT_EQ(fillSCSIDevices(lists_.scsiList(), &names_, around_), -1);
-    EXPECT_EQ(scsi_dev_cnt, 1);
+    EXPECT_EQ(fillSCSIDevices(lists_.scsiList(), &names_, filter_), -1);
+    EXPECT_EQ(collection().scsi_dev_cnt, 1);
 }
 
 TEST_F(ScsiDevices, AClassTableThatIsTooSmallFails)
 {
     for (const char *const type : {"CD-ROM", "Sequential-Access", "Optical Device", "Scanner"}) {
         lists_.scsi(0, type);
-        resetDeviceCounters();
-        TotalSCSIDevice = 9;
+        collection().TotalSCSIDevice = 9;
         ASSERT_EQ(MallocDeviceTable(), 0);
         SCSIDeviceInfo only = lists_.scsi(0, type);
         only.next = nullptr;
-        EXPECT_EQ(fillSCSIDevices(&only, &names_, around_), -1) << type;
-        EXPECT_EQ(scsi_dev_cnt, 0);
+        EXPECT_EQ(fillSCSIDevices(&only, &names_, filter_), -1) << type;
+        EXPECT_EQ(collection().scsi_dev_cnt, 0);
         FreeDeviceTable();
     }
 }
@@ -280,23 +263,23 @@ TEST_F(ScsiDevices, TheSpeedOfADeviceWithoutAManagedAdapterIsOnlyTraced)
     lists_.scsi(9, "CD-ROM");
     lists_.scsi(0, "CD-ROM");
     lists_.use();
-    g_SCSIControllerTypeDetail = &ahci;
-    countSCSIDevices(lists_.scsiList(), around_);
+    collection().g_SCSIControllerTypeDetail = &ahci;
+    countSCSIDevices(lists_.scsiList(), filter_);
     ASSERT_EQ(MallocDeviceTable(), 0);
     trace_.clear();
     EXPECT_EQ(fill(&names_), 0);
-    g_SCSIControllerTypeDetail = nullptr;
+    collection().g_SCSIControllerTypeDetail = nullptr;
     const std::vector<std::string> texts = trace_.texts();
     EXPECT_EQ(std::count(texts.begin(), texts.end(), "Can't get scsi device speed"), 1);
     EXPECT_TRUE(trace_.has(kDetail, "Can't get scsi device speed", "MakeSCSIDeviceTable"));
-    EXPECT_EQ(scsi_dev_cnt, 1);
+    EXPECT_EQ(collection().scsi_dev_cnt, 1);
 }
 
 TEST_F(ScsiDevices, TargetsAbove7AreOnAWideBus)
 {
     SCSIControllerTypeDetail ahci = {};
     copyText(ahci.driver, "ahci");
-    g_SCSIControllerTypeDetail = &ahci;
+    collection().g_SCSIControllerTypeDetail = &ahci;
     SCSIDeviceInfo device = {};
     const char *width = nullptr;
     device.id = 7;
@@ -308,12 +291,12 @@ TEST_F(ScsiDevices, TargetsAbove7AreOnAWideBus)
     width = nullptr;
     EXPECT_EQ(GetSCSIDevSpeed(device, "Unknown", &width), -1);
     EXPECT_EQ(width, nullptr);
-    g_SCSIControllerTypeDetail = nullptr;
+    collection().g_SCSIControllerTypeDetail = nullptr;
 }
 
 TEST_F(ScsiDevices, AHardDiskNeedsAName)
 {
-    EXPECT_EQ(MakeSCSIHDDevice(nullptr), -1);
+    EXPECT_EQ(MakeSCSIHDDevice(nullptr, "ahci"), -1);
     EXPECT_TRUE(trace_.has(kFailure, "_OUT_ param(devName) Failure!!", "MakeSCSIHDDevice"));
 }
 

@@ -2,6 +2,7 @@
 #include "collect/ide/ide_discovery.h"
 
 #include "collect/base/node_list.h"
+#include "collect/base/text_file.h"
 #include "collect/ide/ide_readers.h"
 #include "devcmd/geometry.h"
 #include "runtime/cancel.h"
@@ -19,7 +20,6 @@ using namespace tavstrg;
 namespace {
 
 constexpr char kProcIde[] = "/proc/ide";
-constexpr int kDotEntries = 2; // "." and "..", the first two of a sorted listing
 
 using EntryPath = char[sizeof kProcIde + NAME_MAX + 1 + 32];
 
@@ -116,7 +116,7 @@ bool addDevice(IdeWalk &walk, const char *entry)
     return true;
 }
 
-bool addEntry(IdeWalk &walk, std::string_view name)
+bool addIDEEntry(IdeWalk &walk, std::string_view name)
 {
     if (name.starts_with("ide")) {
         return addController(walk, name.data());
@@ -144,7 +144,9 @@ int GetIDEInfoFromProc(IDEGeneralInfo *info)
     IdeWalk walk;
     for (int i = kDotEntries; i < entries.count(); ++i) {
         cancellationPoint();
-        if (!addEntry(walk, entries.name(i))) {
+        if (!addIDEEntry(walk, entries.name(i))) {
+            walk.controllers.release();
+            walk.devices.release();
             return TRACED(-1, kFailure, "_OUT_ (-1)");
         }
     }
@@ -160,7 +162,7 @@ void FreeIDEInfo(IDEGeneralInfo *info)
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (info == nullptr) {
-        TRACE(kDetail, "_OUT_ ResultInfo is NULL");
+        TRACE(kFailure, "_OUT_ ResultInfo is NULL");
         return;
     }
     freeNodes(info->controllers);

@@ -40,6 +40,6 @@ struct IDEGeneralInfo {
 
 } // namespace tavstrg
 
-// Fills the block: 0, also where there is no /proc/ide, or -1 with the block empty.
+// Fills the block. Returns 0, also where there is no /proc/ide, or -1 with the block empty.
 int GetIDEInfoFromProc(tavstrg::IDEGeneralInfo *info);
 void FreeIDEInfo(tavstrg::IDEGeneralInfo *info);

@@ -360,7 +360,8 @@ TEST_F(Ide, NullIsAFailureAndNothingToFree)
     EXPECT_EQ(GetIDEInfoFromProc(nullptr), -1);
     FreeIDEInfo(nullptr);
     EXPECT_EQ(trace.textsOf("FreeIDEInfo"), (Texts{"_IN_", "_OUT_ ResultInfo is NULL"}));
-    EXPECT_TRUE(trace.has(0, "_OUT_ ResultInfo is NULL", "FreeIDEInfo"));
+    EXPECT_TRUE(trace.has(3, "_OUT_ ResultInfo is NULL", "GetIDEInfoFromProc"));
+    EXPECT_TRUE(trace.has(3, "_OUT_ ResultInfo is NULL", "FreeIDEInfo"));
 }
 
 TEST_F(IdeReader, GiveTheirValueAndTraceIt)

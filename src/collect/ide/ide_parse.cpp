@@ -7,19 +7,19 @@ using namespace tavstrg;
 
 namespace {
 
-constexpr size_t kMaxLine = 63;
+constexpr size_t kMaxIDELine = 63;
 
 } // namespace
 
 int32_t tavstrg::parseIDEChannel(std::string_view text)
 {
     int32_t channel = 0;
-    return TextScan{text}.number(channel) ? channel : kUnknownWord;
+    return TextScan{text}.number(channel) ? channel : kUnknownChannel;
 }
 
 std::string_view tavstrg::parseIDELine(std::string_view text)
 {
-    return untilNul(text).substr(0, untilNul(text).find('\n')).substr(0, kMaxLine);
+    return untilNul(text).substr(0, untilNul(text).find('\n')).substr(0, kMaxIDELine);
 }
 
 IDEDriver tavstrg::parseIDEDriver(std::string_view line)

@@ -7,9 +7,9 @@
 
 namespace tavstrg {
 
-constexpr int32_t kUnknownWord = 65535;
+constexpr int32_t kUnknownChannel = 65535;
 
-// The first word as a decimal number; kUnknownWord when it is none.
+// The first word as a decimal number; kUnknownChannel if it is not a number.
 int32_t parseIDEChannel(std::string_view text);
 // One line, without its newline and with at most 63 characters.
 std::string_view parseIDELine(std::string_view text);
@@ -25,7 +25,7 @@ struct IDEGeometry {
     int32_t heads;
     int32_t sectors; // per track
 };
-// "physical %d/%d/%d", on the first line that begins so: false when there is none or it reads otherwise.
+// "physical %d/%d/%d", on the first line that begins so. Returns false if there is no such line or its rest differs.
 bool parseIDEGeometry(std::string_view text, IDEGeometry &geometry);
 bool parseIDECapacity(std::string_view text, int64_t &sectors);
 bool parseIDECache(std::string_view text, int32_t &cache);

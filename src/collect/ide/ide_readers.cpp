@@ -7,15 +7,13 @@
 #include "runtime/trace.h"
 
 #include <climits>
-#include <cstdio>
-#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace tavstrg;
 
 namespace {
 
-constexpr size_t kMaxText = 1023; // bytes of a file that are looked at
+constexpr size_t kMaxText = 1023; // bytes of a file that are read
 
 bool areThere(const char *path, const void *out)
 {
@@ -28,7 +26,7 @@ bool areThere(const char *path, const void *out)
     return true;
 }
 
-// The first line of a file, traced in the name of the reader; false when it cannot be read.
+// The first line of a file, traced under the name of the reader; false when it cannot be read.
 bool readLineOf(const char *path, char (&buffer)[kMaxText], std::string_view &text)
 {
     if (readFirstLine(path, buffer, text) != ReadResult::done) {
@@ -65,14 +63,6 @@ template <class Number> int readNumber(const char *path, Number *out, bool (*par
     return TRACED(0, kDetail, "_OUT_ (0) result=[%lld]", static_cast<long long>(value));
 }
 
-bool isDeviceDirectory(const char *directory, const char *entry)
-{
-    char path[PATH_MAX];
-    struct stat info = {};
-    const int length = std::snprintf(path, sizeof path, "%s/%s", directory, entry);
-    return length < static_cast<int>(sizeof path) && ::stat(path, &info) == 0 && S_ISDIR(info.st_mode);
-}
-
 } // namespace
 
 int32_t getIDEControllerChannel(const char *path)
@@ -82,9 +72,9 @@ int32_t getIDEControllerChannel(const char *path)
     char buffer[kMaxText];
     std::string_view text;
     const bool read = path != nullptr && readFirstLine(path, buffer, text) == ReadResult::done;
-    const int32_t channel = read ? parseIDEChannel(text) : kUnknownWord;
-    return channel == kUnknownWord ? TRACED(channel, kDetail, "_OUT_ MIB_UNKNOWN_WORD")
-                                   : TRACED(channel, kDetail, "_OUT_ ret=[%d]", channel);
+    const int32_t channel = read ? parseIDEChannel(text) : kUnknownChannel;
+    return channel == kUnknownChannel ? TRACED(channel, kDetail, "_OUT_ MIB_UNKNOWN_WORD")
+                                      : TRACED(channel, kDetail, "_OUT_ ret=[%d]", channel);
 }
 
 int getIDEControllerModel(const char *path, char *model)
@@ -115,7 +105,7 @@ int getIDEDeviceNumberofController(const char *path, int32_t *number)
     int32_t found = 0;
     for (int i = 0; i < entries.count(); ++i) {
         const bool device = std::string_view(entries.name(i)).starts_with("hd");
-        found += device && isDeviceDirectory(path, entries.name(i)) ? 1 : 0;
+        found += device && isDirectory(path, entries.name(i)) ? 1 : 0;
     }
     *number = found;
     return TRACED(0, kDetail, "_OUT_ (0) result=[%d]", found);

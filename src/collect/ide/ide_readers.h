@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Readers of single files of /proc/ide. Each takes a path and gives 0, or -1 when the file cannot be read or does not
-// say.
+// Readers of single files of /proc/ide. Each takes a path and returns 0, or -1 if the file cannot be read or
+// has no such value.
 #pragma once
 
 #include "collect/ide/ide_discovery.h"
@@ -25,7 +25,7 @@ int getIDEDeviceNumberofController(const char *path, int32_t *number);
 int getIDEDeviceControllerName(const char *path, char *name);
 int getIDEDeviceMedia(const char *path, char *media);
 int getIDEDeviceModel(const char *path, char *model);
-// Name and version of the driver; "Unknown" for both when the file says something else.
+// Name and version of the driver; "Unknown" for both if the file has another text.
 int getIDEDeviceDriver(const char *path, char *driver, char *version);
 int getIDEDeviceGeometry(const char *path, int32_t *cylinders, int32_t *heads, int32_t *sectors);
 // Sectors of 512 bytes.

@@ -10,15 +10,13 @@ using namespace tavstrg;
 
 namespace {
 
-constexpr std::string_view kBlanks = " \t";
-
 struct HeaderLine {
     bool found = false;
     size_t begin = 0; // of the line
     size_t after = 0; // begin of the next line
 };
 
-// Only blanks may stand before a header on its line; anything may follow it.
+// A header may be indented with blanks, and anything may follow it on its line.
 HeaderLine findHeader(std::string_view text, std::string_view header)
 {
     std::string_view rest = text;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What stands in the administrator's files and in attribute files: parsing without reading.
+// Sections and lines of the administrator's files: parsing without reading.
 #pragma once
 
 #include "collect/inf/storage_inf.h"

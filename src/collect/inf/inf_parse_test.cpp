@@ -78,13 +78,13 @@ TEST(SplitInfSections, TheSecondHeaderBeforeTheFirstIsNotUsable)
     EXPECT_FALSE(split("[Diagnostic Port]\nisci\n[Management Port]\nahci\n").usable);
 }
 
-TEST(SplitInfSections, OnlySpacesAndTabsMayStandBeforeAHeader)
+TEST(SplitInfSections, AllowsOnlySpacesAndTabsBeforeAHeader)
 {
     EXPECT_EQ(split(" \t[Management Port]\nahci\n\t[Diagnostic Port]\nisci"), (Split{true, "ahci\n", "isci"}));
     EXPECT_EQ(split("\r[Management Port]\nahci\n"), (Split{true, "\r[Management Port]\nahci\n", ""}));
 }
 
-TEST(SplitInfSections, AHeaderPrecededByOtherCharactersOnItsLineIsNoHeader)
+TEST(SplitInfSections, OtherTextBeforeAHeaderHidesIt)
 {
     EXPECT_EQ(split("# [Management Port]\nahci\n"), (Split{true, "# [Management Port]\nahci\n", ""}));
     EXPECT_EQ(split("x [Management Port] [Management Port]\n[Management Port]\na\n[Diagnostic Port]\n"),
@@ -123,7 +123,7 @@ TEST(TakeLine, GivesEachLineOnceWithoutItsNewline)
     EXPECT_EQ(lines, (std::vector<std::string>{"a", "", "b"}));
 }
 
-TEST(ParseDriverLine, ALineOfBlanksNameWordsAndCommentYieldsTheNameAlone)
+TEST(ParseDriverLine, IgnoresBlanksFurtherWordsAndComment)
 {
     const Line line = parse(" \t megaraid_sas   the RAID one # and a comment\n");
     EXPECT_EQ(line.kind, DriverLine::name);
@@ -140,7 +140,7 @@ TEST(ParseDriverLine, TheUsableTextEndsAtACommentALineEndOrTheText)
     }
 }
 
-TEST(ParseDriverLine, TellsWhyALineHasNoName)
+TEST(ParseDriverLine, ReportsWhyALineHasNoName)
 {
     const std::pair<std::string, DriverLine> cases[] = {
         {"# comment", DriverLine::comment},

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/inf/inf_section.h"
+#include "collect/base/flat_table.h"
 #include "collect/base/text_file.h"
-
 #include "collect/base/text_scan.h"
 #include "collect/inf/inf_parse.h"
-#include "runtime/memory.h"
 
 #include <cerrno>
 
@@ -42,20 +41,24 @@ int getSectionFromInfFile(const char *path, int size, char *first, char *second,
     if (file.error() != 0) {
         return TRACED(-1, kFailure, "_OUT_ fopen [%s] error.", path);
     }
-    const HeapBlock<char> text(size < 0 || size == INT32_MAX ? nullptr : memalloc(size + 1));
-    if (!text) {
+    ListHolder<char> text(size < 0 || size == INT32_MAX ? nullptr : memalloc(size + 1));
+    if (text.entries == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ malloc buf error.");
     }
     // No more than size bytes, even when the file has grown since it was measured.
-    const ssize_t got = file.read({text.get(), static_cast<size_t>(size)});
+    const ssize_t got = file.read({text.entries, static_cast<size_t>(size)});
     if (got < 0) {
+        text.release();
         return TRACED(-1, kFailure, "_OUT_ fread [%s] error.", path);
     }
     InfSections sections;
-    if (!splitInfSections(untilNul({text.get(), static_cast<size_t>(got)}), firstHeader, secondHeader, sections)) {
+    const std::string_view whole = untilNul({text.entries, static_cast<size_t>(got)});
+    if (!splitInfSections(whole, firstHeader, secondHeader, sections)) {
+        text.release();
         return TRACED(1, kDetail, "_OUT_ ret=[%d]", 1);
     }
     copySection(first, sections.first);
     copySection(second, sections.second);
+    text.release();
     return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
 }

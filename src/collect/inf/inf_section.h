@@ -1,8 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
-// The two sections that both administrator's files have.
+// What both administrator's files have: their statuses, and their two sections.
 #pragma once
 
+#include <cstdint>
+
 namespace tavstrg {
+
+// Statuses of the two list builders; 0 after success.
+constexpr int32_t kInfUnusable = 1; // as if there were no file
+constexpr int32_t kInfNoList = -3;  // none was asked for
+constexpr int32_t kInfTooLarge = -4;
+constexpr int32_t kInfError = -9;
 
 constexpr char kGroupManagementPort[] = "[Management Port]";
 constexpr char kGroupDiagnosticPort[] = "[Diagnostic Port]";
@@ -10,7 +18,8 @@ constexpr int kMaxInfFileSize = 65536; // bytes; a larger administrator file is 
 
 } // namespace tavstrg
 
-// Splits a file of size bytes into the text of two sections; both buffers hold size + 1 bytes and are zero-filled.
-// 0; 1 when the file does not exist or its sections are not usable; -1 on other errors.
+// Six parameters: the signature is the system's. Splits a file of size bytes into the text of two sections; both
+// buffers hold size + 1 bytes and are zero-filled. 0; 1 when the file does not exist or its sections are not usable; -1
+// on other errors.
 int getSectionFromInfFile(const char *path, int size, char *first, char *second, const char *firstHeader,
                           const char *secondHeader);

@@ -2,13 +2,12 @@
 // The list of unmanaged devices: its nodes, and whether a device is on it.
 #include "collect/inf/noscsi_inf.h"
 
+#include "collect/base/flat_table.h"
 #include "collect/base/node_list.h"
 #include "collect/inf/data_path.h"
 #include "collect/inf/inf_section.h"
 #include "collect/inf/storage_inf.h"
 #include "runtime/field_text.h"
-#include "runtime/holders.h"
-#include "runtime/memory.h"
 
 #include <cerrno>
 #include <sys/stat.h>
@@ -16,10 +15,6 @@
 using namespace tavstrg;
 
 namespace {
-
-constexpr int32_t kStatusUnusable = 1; // as if there were no file
-constexpr int32_t kStatusNoList = -3;
-constexpr int32_t kStatusError = -9;
 
 // One line of a section as both lists take it, traced in the words of its section.
 struct SectionLine {
@@ -39,7 +34,7 @@ void traceDiagnostic(const SectionLine &line)
     TRACE(kDetail, "=linebuf=%s .vendor=%s,model=%s", line.text, line.vendor, line.model);
 }
 
-void addSection(NoSCSIInfo **list, std::string_view section, TraceLine traceSection)
+void addDevices(NoSCSIInfo **list, std::string_view section, TraceLine traceSection)
 {
     if (list == nullptr) {
         return;
@@ -91,7 +86,7 @@ int CreateNoSCSIInfoTable(NoSCSIInfo **managementList, NoSCSIInfo **diagnosticLi
     }
     *status = 0;
     if (managementList == nullptr && diagnosticList == nullptr) {
-        *status = kStatusNoList;
+        *status = kInfNoList;
         return TRACED(0, kFailure, "_OUT_ both pNoSCSI_Tbl and pNoDiagnoTbl is NULL.");
     }
     for (NoSCSIInfo **const list : {managementList, diagnosticList}) {
@@ -105,41 +100,44 @@ int CreateNoSCSIInfoTable(NoSCSIInfo **managementList, NoSCSIInfo **diagnosticLi
     struct stat info = {};
     if (::stat(path, &info) != 0) {
         const bool absent = errno == ENOENT;
-        *status = absent ? kStatusUnusable : kStatusError;
+        *status = absent ? kInfUnusable : kInfError;
         return absent ? TRACED(0, kDetail, "_OUT_ file noscsi.inf not exist")
                       : TRACED(0, kFailure, "_OUT_ stat error.");
     }
     if (info.st_size > kMaxInfFileSize) {
-        *status = kStatusUnusable; // deliberate: unlike "storage.inf" it then counts as absent
+        *status = kInfUnusable; // deliberate: unlike "storage.inf" it then counts as absent
         return TRACED(0, kFailure, "_OUT_ noscsi.inf files size >64K.");
     }
-    *status = kStatusError;
+    *status = kInfError;
     const int size = static_cast<int>(info.st_size);
-    const HeapBlock<char> management(memalloc(size + 1));
-    if (!management) {
+    ListHolder<char> management(memalloc(size + 1));
+    if (management.entries == nullptr) {
         return TRACED(0, kFailure, "_OUT_ malloc Mpbuf failed.");
     }
-    const HeapBlock<char> diagnostic(memalloc(size + 1));
-    if (!diagnostic) {
+    ListHolder<char> diagnostic(memalloc(size + 1));
+    if (diagnostic.entries == nullptr) {
+        management.release();
         return TRACED(0, kFailure, "_OUT_ malloc Dpbuf failed.");
     }
-    const int result = getSectionFromInfFile(path, size, management.get(), diagnostic.get(), kGroupManagementPort,
+    const int result = getSectionFromInfFile(path, size, management.entries, diagnostic.entries, kGroupManagementPort,
                                              kGroupDiagnosticPort);
+    if (result == 0) {
+        addDevices(managementList, management.entries, traceManagement);
+        addDevices(diagnosticList, diagnostic.entries, traceDiagnostic);
+    }
+    management.release();
+    diagnostic.release();
     if (result < 0) {
         return TRACED(0, kFailure, "_OUT_ getSectionFromInfFile() failed");
     }
     if (result > 0) {
-        *status = kStatusUnusable;
+        *status = kInfUnusable;
         return TRACED(0, kDetail,
                       "_OUT_ getSectionFromInfFile() file not exist or invalid file content or file content nothing.");
     }
-    addSection(managementList, management.get(), traceManagement);
-    addSection(diagnosticList, diagnostic.get(), traceDiagnostic);
     *status = 0;
     return TRACED(1, kDetail, "_OUT_ return 1");
 }
-
-NoSCSIInfo *pleafNoSCSI_Tbl = nullptr;
 
 void AddNoSCSITable(NoSCSIInfo **list, const char *vendor, const char *model)
 {

@@ -86,7 +86,7 @@ TEST_F(NoScsiFile, TheListsHoldTheirSectionsInReverseOrder)
     EXPECT_EQ(entries(management), (Entries{"/3", "B/", "A/1"}));
     EXPECT_EQ(entries(diagnostic), (Entries{"D/4"}));
     EXPECT_TRUE(trace.has(kDetail, "scsipath=/opt/qlm/tavkit_sa/data/noscsi.inf", "CreateNoSCSIInfoTable"));
-    // Every line is traced as it stands in the file, each section in its own words.
+    // Every line is traced unchanged, with the message of its section.
     for (const char *const text :
          {"linebuf=[Vendor: A Model: 1\n],vendor=[A],model=[1]", "linebuf=[# no\n],vendor=[],model=[]",
           "linebuf=[\n],vendor=[],model=[]", "linebuf=[Vendor: Model: 3\n],vendor=[],model=[3]",
@@ -263,11 +263,7 @@ const InventoryCase kInventories[] = {
 class UnmanagedDisks : public testing::TestWithParam<InventoryCase> {
 protected:
     UnmanagedDisks() { g_SmartMode = 1; }
-    ~UnmanagedDisks() override
-    {
-        freeCollection();
-        g_SmartMode = 0;
-    }
+    ~UnmanagedDisks() override { g_SmartMode = 0; }
 };
 
 TEST_P(UnmanagedDisks, AreLeftOutOfTheInventoryAndNotWatched)
@@ -280,19 +276,19 @@ TEST_P(UnmanagedDisks, AreLeftOutOfTheInventoryAndNotWatched)
     machine.write(kInf, GetParam().file);
     const std::string bounds = ",231,100,80,60,40,20,0\n";
     const EnduranceTable table(machine, "NORDWIND 1" + bounds + "NORDWIND 2" + bounds + "SUEDWIND 3" + bounds);
+    const Collection inventory;
     ASSERT_EQ(DllMain(), 0);
-    ASSERT_EQ(pleafNoSCSI_Tbl, nullptr); // it lives for one build
     Entries serials;
     std::set<std::string> nodes;
-    ASSERT_EQ(hd_dev_cnt, scsi_dev_cnt);
-    for (int i = 0; i < scsi_dev_cnt; ++i) {
-        serials.emplace_back(pSCSIDevTbl[i].SerialNumber);
-        nodes.insert(pHDDevTbl[i].DevPath);
-        EXPECT_EQ(pSCSIDevTbl[i].Index, i + 1);
+    ASSERT_EQ(collection().hd_dev_cnt, collection().scsi_dev_cnt);
+    for (int i = 0; i < collection().scsi_dev_cnt; ++i) {
+        serials.emplace_back(collection().pSCSIDevTbl[i].SerialNumber);
+        nodes.insert(collection().pHDDevTbl[i].DevPath);
+        EXPECT_EQ(collection().pSCSIDevTbl[i].Index, i + 1);
     }
     EXPECT_EQ(serials, GetParam().serials);
-    EXPECT_EQ(static_cast<size_t>(hd_dev_cnt), GetParam().serials.size());
-    EXPECT_EQ(DevNumMib.TotalLifeSpan, GetParam().serials.size());
+    EXPECT_EQ(static_cast<size_t>(collection().hd_dev_cnt), GetParam().serials.size());
+    EXPECT_EQ(collection().DevNumMib.TotalLifeSpan, GetParam().serials.size());
     EXPECT_EQ(askedForSmart(machine), nodes);
 }
 
@@ -305,9 +301,9 @@ TEST(UnmanagedCheck, AFileThatCannotBeReadFailsTheCollection)
                              "files": {"storage.inf": "ahci\n"}})");
     machine.makeDirectory(kInf);
     TraceRecorder trace;
+    const Collection inventory;
     EXPECT_EQ(DllMain(), -1);
     EXPECT_TRUE(trace.has(kFailure, "_OUT_ CreateNoSCSIInfoTable() failed", "GetSCSIDeviceTotalNumber"));
-    freeCollection();
 }
 
 } // namespace

@@ -18,7 +18,7 @@ size_t charactersOf(int size)
     return size > 0 ? static_cast<size_t>(size) : 0;
 }
 
-// The outputs of ParseVendorandModel and GetNoSCSIInfo; traces in the name of either.
+// The outputs of ParseVendorandModel and GetNoSCSIInfo; traces under the name of its caller.
 bool haveOutputs(const char *vendor, const char *model)
 {
     if (vendor == nullptr) {
@@ -48,21 +48,24 @@ int FindString(const char *text, const char *key, char *value, int size, const c
     if (key[0] == '\0') {
         return TRACED(0, kFailure, "_OUT_ strlen(name)=[%d]", 0);
     }
-    std::string_view found;
-    switch (findKeyValue(text, key, charactersOf(size), stop == nullptr ? "" : stop, found)) {
+    std::string_view raw;
+    switch (findRawValue(text, {key, charactersOf(size), stop == nullptr ? "" : stop}, raw)) {
     case KeyValue::noKey:
         return TRACED(0, kDetail, "_OUT_ cann't find [%s] in [%s].", key, text);
     case KeyValue::noColon:
         return TRACED(0, kDetail, "_OUT_ b_buf format err.");
     case KeyValue::tooLong:
-        return TRACED(0, kDetail, "_OUT_ v_len[%d] < strlen(h_tmp)[%d]", size, static_cast<int>(found.size()));
     case KeyValue::found:
         break;
     }
-    if (!found.empty()) {
-        std::memcpy(value, found.data(), found.size());
+    char found[kDelSpaceMax + 1];
+    copyText(found, raw);
+    del_space(found);
+    const size_t length = fieldText(found).size();
+    if (length > charactersOf(size)) {
+        return TRACED(0, kDetail, "_OUT_ v_len[%d] < strlen(h_tmp)[%d]", size, static_cast<int>(length));
     }
-    value[found.size()] = '\0';
+    std::memcpy(value, found, length + 1);
     return TRACED(1, kDetail, "_OUT_ value=[%s]", value);
 }
 
@@ -102,9 +105,7 @@ int ParseVendorandModel(const char *line, char *vendor, int vendorSize, char *mo
     case NoScsiLine::header:
         return TRACED(-1, kDetail, "_OUT_ line invalid include Key: GRP_MGMTPORT or GRP_DIAGNOPORT.line:[%s]", line);
     case NoScsiLine::blank:
-        return TRACED(-1, kDetail, "_OUT_ blank line or tab line.");
     case NoScsiLine::comment:
-        return TRACED(-1, kDetail, "_OUT_ This line is commentary.");
     case NoScsiLine::badVendor:
     case NoScsiLine::badModel:
     case NoScsiLine::bothEmpty:
@@ -112,7 +113,14 @@ int ParseVendorandModel(const char *line, char *vendor, int vendorSize, char *mo
         break;
     }
     char text[kMaxNoScsiLine + 1];
-    copyText(text, withoutSpace(line));
+    copyText(text, std::string_view(line));
+    del_space(text);
+    if (kind == NoScsiLine::blank) {
+        return TRACED(-1, kDetail, "_OUT_ blank line or tab line.");
+    }
+    if (kind == NoScsiLine::comment) {
+        return TRACED(-1, kDetail, "_OUT_ This line is commentary.");
+    }
     if (GetNoSCSIInfo(text, vendor, vendorSize, model, modelSize) < 0) {
         return TRACED(-1, kDetail, "_OUT_ invalid line:[%s]", text);
     }

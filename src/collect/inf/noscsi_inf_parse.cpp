@@ -15,22 +15,31 @@ bool tavstrg::takeWholeLine(std::string_view &rest, std::string_view &line)
     return !line.empty();
 }
 
-KeyValue tavstrg::findKeyValue(std::string_view text, std::string_view key, size_t maxLength, std::string_view stop,
-                               std::string_view &value)
+KeyValue tavstrg::findRawValue(std::string_view text, const WantedKey &key, std::string_view &value)
 {
     value = {};
-    const size_t at = text.find(key);
+    const size_t at = text.find(key.name);
     if (at == std::string_view::npos) {
         return KeyValue::noKey;
     }
-    std::string_view rest = text.substr(at + key.size());
+    std::string_view rest = text.substr(at + key.name.size());
     if (!rest.starts_with(':')) {
         return KeyValue::noColon;
     }
     rest.remove_prefix(1);
-    const size_t end = stop.empty() ? std::string_view::npos : rest.find(stop);
-    value = withoutSpace(rest.substr(0, end).substr(0, kDelSpaceMax));
-    return value.size() > maxLength ? KeyValue::tooLong : KeyValue::found;
+    const size_t end = key.stop.empty() ? std::string_view::npos : rest.find(key.stop);
+    value = rest.substr(0, end).substr(0, kDelSpaceMax);
+    return KeyValue::found;
+}
+
+KeyValue tavstrg::findKeyValue(std::string_view text, const WantedKey &key, std::string_view &value)
+{
+    const KeyValue result = findRawValue(text, key, value);
+    if (result != KeyValue::found) {
+        return result;
+    }
+    value = withoutSpace(value);
+    return value.size() > key.maxLength ? KeyValue::tooLong : KeyValue::found;
 }
 
 NoScsiReading tavstrg::parseNoScsiLine(std::string_view line, size_t vendorSize, size_t modelSize)
@@ -53,12 +62,12 @@ NoScsiReading tavstrg::parseNoScsiLine(std::string_view line, size_t vendorSize,
         return {NoScsiLine::comment};
     }
     NoScsiReading reading;
-    reading.key = findKeyValue(text, kVendorKey, vendorSize, kModelKey, reading.vendor);
+    reading.key = findKeyValue(text, {kVendorKey, vendorSize, kModelKey}, reading.vendor);
     if (reading.key != KeyValue::found) {
         reading.kind = NoScsiLine::badVendor;
         return reading;
     }
-    reading.key = findKeyValue(text, kModelKey, modelSize, {}, reading.model);
+    reading.key = findKeyValue(text, {kModelKey, modelSize}, reading.model);
     if (reading.key != KeyValue::found) {
         reading.kind = NoScsiLine::badModel;
         return reading;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What stands in "noscsi.inf": parsing without reading.
+// The lines of "noscsi.inf": parsing without reading.
 #pragma once
 
 #include <cstddef>
@@ -9,7 +9,7 @@ namespace tavstrg {
 
 constexpr size_t kMaxNoScsiKey = 64;          // characters of a vendor or a model
 constexpr size_t kMaxNoScsiSectionLine = 256; // characters of a line of a section, newline included
-constexpr size_t kMaxNoScsiLine = 255;        // characters of a line that is looked at, newline included
+constexpr size_t kMaxNoScsiLine = 255;        // characters of a line that is parsed, newline included
 
 constexpr std::string_view kVendorKey = "Vendor";
 constexpr std::string_view kModelKey = "Model";
@@ -18,10 +18,16 @@ constexpr std::string_view kModelKey = "Model";
 bool takeWholeLine(std::string_view &rest, std::string_view &line);
 
 enum class KeyValue { found, noKey, noColon, tooLong };
-// Value of the first occurrence of a key in a text, which a colon must follow: trimmed, up to the stop text (none when
-// empty) or the end. A value of more than maxLength characters is refused; value is set then, too.
-KeyValue findKeyValue(std::string_view text, std::string_view key, size_t maxLength, std::string_view stop,
-                      std::string_view &value);
+struct WantedKey {
+    std::string_view name;
+    size_t maxLength;        // characters of its value
+    std::string_view stop{}; // text at which the value ends; empty: at the end
+};
+// Value of the first occurrence of a key in a text, which a colon must follow: untrimmed, and of no more characters
+// than del_space handles. found, noKey or noColon; maxLength is ignored.
+KeyValue findRawValue(std::string_view text, const WantedKey &key, std::string_view &value);
+// The same, trimmed. One of more than maxLength characters is refused; value is set then, too.
+KeyValue findKeyValue(std::string_view text, const WantedKey &key, std::string_view &value);
 
 enum class NoScsiLine {
     entry,

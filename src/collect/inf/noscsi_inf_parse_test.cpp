@@ -120,7 +120,7 @@ const LineCase kLines[] = {
 
 class NoScsiLines : public testing::TestWithParam<LineCase> {};
 
-TEST_P(NoScsiLines, AreReadAsToldAndSayWhy)
+TEST_P(NoScsiLines, AreParsedOrRefusedWithTheirReason)
 {
     const LineCase &expected = GetParam();
     const NoScsiReading reading = parseNoScsiLine(expected.line);
@@ -199,10 +199,48 @@ INSTANTIATE_TEST_SUITE_P(All, Finds, testing::ValuesIn(kFinds));
 TEST(FindKeyValue, TrimsNoMoreThanTheTrimmersLength)
 {
     std::string_view value;
-    EXPECT_EQ(findKeyValue("K:" + std::string(256, ' ') + "v", "K", 64, {}, value), KeyValue::found);
+    EXPECT_EQ(findKeyValue("K:" + std::string(256, ' ') + "v", {"K", 64}, value), KeyValue::found);
     EXPECT_EQ(value, "");
-    EXPECT_EQ(findKeyValue("K:" + std::string(300, 'v'), "K", 256, {}, value), KeyValue::found);
+    EXPECT_EQ(findKeyValue("K:" + std::string(300, 'v'), {"K", 256}, value), KeyValue::found);
     EXPECT_EQ(value.size(), 256U);
+}
+
+// The functions that were entered, in order.
+std::vector<std::string> entered(const TraceRecorder &trace)
+{
+    std::vector<std::string> functions;
+    for (const TraceRecord &record : trace.records()) {
+        if (record.text == "_IN_") {
+            functions.push_back(record.function);
+        }
+    }
+    return functions;
+}
+
+TEST(NoScsiTrim, LineVendorAndModelAreTrimmedTraced)
+{
+    const TraceRecorder trace;
+    char vendor[kMaxNoScsiKey + 1] = {};
+    char model[kMaxNoScsiKey + 1] = {};
+    ASSERT_EQ(ParseVendorandModel(" Vendor: A Model: B \n", vendor, kMaxNoScsiKey, model, kMaxNoScsiKey), 0);
+    EXPECT_EQ(entered(trace), (std::vector<std::string>{"ParseVendorandModel", "del_space", "GetNoSCSIInfo",
+                                                        "FindString", "del_space", "FindString", "del_space"}));
+}
+
+TEST(NoScsiTrim, WhatIsRefusedBeforeTrimmingIsNotTrimmed)
+{
+    const TraceRecorder trace;
+    char vendor[kMaxNoScsiKey + 1] = {};
+    char model[kMaxNoScsiKey + 1] = {};
+    for (const std::string &line : {std::string("\n"), std::string(256, 'x'), std::string("[Management Port]")}) {
+        EXPECT_EQ(ParseVendorandModel(line.c_str(), vendor, kMaxNoScsiKey, model, kMaxNoScsiKey), -1);
+    }
+    EXPECT_EQ(FindString("no key", "Vendor", vendor, kMaxNoScsiKey, nullptr), 0);
+    EXPECT_EQ(FindString("Vendor ", "Vendor", vendor, kMaxNoScsiKey, nullptr), 0);
+    EXPECT_TRUE(trace.textsOf("del_space").empty());
+    EXPECT_EQ(ParseVendorandModel(" # \n", vendor, kMaxNoScsiKey, model, kMaxNoScsiKey), -1);
+    EXPECT_EQ(ParseVendorandModel(" \n", vendor, kMaxNoScsiKey, model, kMaxNoScsiKey), -1);
+    EXPECT_EQ(trace.textsOf("del_space").size(), 4U);
 }
 
 TEST(NoScsiArguments, AreCheckedInTheirOrder)

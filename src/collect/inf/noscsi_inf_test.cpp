@@ -9,60 +9,61 @@ namespace {
 
 class NoManage : public testing::Test {
 protected:
-    ~NoManage() override { DestroyNoManageSCSIInfoTable(&pleafNoSCSI_Tbl); }
+    ~NoManage() override { DestroyNoManageSCSIInfoTable(&list_); }
     TraceRecorder trace_;
+    NoSCSIInfo *list_ = nullptr;
 };
 
 TEST_F(NoManage, AnEntryWithoutModelTakesEveryModelOfItsVendor)
 {
-    addUnmanaged("ACME", "");
-    EXPECT_EQ(TAVStorageNoManage(pleafNoSCSI_Tbl, "ACME", "anything"), 1);
+    addUnmanaged(list_, "ACME", "");
+    EXPECT_EQ(TAVStorageNoManage(list_, "ACME", "anything"), 1);
     EXPECT_TRUE(trace_.has(kDetail, "break tbl->vendor=[ACME]", "TAVStorageNoManage"));
     EXPECT_TRUE(trace_.has(kDetail, "_OUT_ vendor=[ACME] model=[anything] return 1.(not watched)"));
 }
 
 TEST_F(NoManage, AVendorMatchesOnlyWholeAndInItsCase)
 {
-    addUnmanaged("ACME", "");
+    addUnmanaged(list_, "ACME", "");
     for (const char *const vendor : {"ACME    ", "acme", "ACM", "ACMEX", ""}) {
-        EXPECT_EQ(TAVStorageNoManage(pleafNoSCSI_Tbl, vendor, "M"), 0) << vendor;
+        EXPECT_EQ(TAVStorageNoManage(list_, vendor, "M"), 0) << vendor;
     }
     EXPECT_TRUE(trace_.has(kDetail, "_OUT_ vendor=[acme] model=[M] return 0.(watched)", "TAVStorageNoManage"));
 }
 
 TEST_F(NoManage, AnEntryWithoutVendorTakesEveryModelThatBeginsWithIts)
 {
-    addUnmanaged("", "DISK1");
-    EXPECT_EQ(TAVStorageNoManage(pleafNoSCSI_Tbl, "any", "DISK1"), 1);
-    EXPECT_EQ(TAVStorageNoManage(pleafNoSCSI_Tbl, "other", "DISK100  "), 1);
-    EXPECT_EQ(TAVStorageNoManage(pleafNoSCSI_Tbl, "", "DISK"), 0);
-    EXPECT_EQ(TAVStorageNoManage(pleafNoSCSI_Tbl, "", "ADISK1"), 0);
+    addUnmanaged(list_, "", "DISK1");
+    EXPECT_EQ(TAVStorageNoManage(list_, "any", "DISK1"), 1);
+    EXPECT_EQ(TAVStorageNoManage(list_, "other", "DISK100  "), 1);
+    EXPECT_EQ(TAVStorageNoManage(list_, "", "DISK"), 0);
+    EXPECT_EQ(TAVStorageNoManage(list_, "", "ADISK1"), 0);
     EXPECT_TRUE(trace_.has(kDetail, "break tbl->model=[DISK1]", "TAVStorageNoManage"));
 }
 
 TEST_F(NoManage, AnEntryWithBothNeedsBoth)
 {
-    addUnmanaged("ACME", "DISK1");
-    EXPECT_EQ(TAVStorageNoManage(pleafNoSCSI_Tbl, "ACME", "DISK100"), 1);
-    EXPECT_EQ(TAVStorageNoManage(pleafNoSCSI_Tbl, "ACME", "DISK2"), 0);
-    EXPECT_EQ(TAVStorageNoManage(pleafNoSCSI_Tbl, "OTHER", "DISK1"), 0);
+    addUnmanaged(list_, "ACME", "DISK1");
+    EXPECT_EQ(TAVStorageNoManage(list_, "ACME", "DISK100"), 1);
+    EXPECT_EQ(TAVStorageNoManage(list_, "ACME", "DISK2"), 0);
+    EXPECT_EQ(TAVStorageNoManage(list_, "OTHER", "DISK1"), 0);
     EXPECT_TRUE(trace_.has(kDetail, "break tbl->vendor=[ACME] tbl->model=[DISK1]", "TAVStorageNoManage"));
 }
 
 TEST_F(NoManage, TheFirstMatchFromTheHeadWins)
 {
-    addUnmanaged("ACME", "DISK1");
-    addUnmanaged("ACME", ""); // at the head
-    EXPECT_EQ(TAVStorageNoManage(pleafNoSCSI_Tbl, "ACME", "DISK1"), 1);
+    addUnmanaged(list_, "ACME", "DISK1");
+    addUnmanaged(list_, "ACME", ""); // at the head
+    EXPECT_EQ(TAVStorageNoManage(list_, "ACME", "DISK1"), 1);
     EXPECT_TRUE(trace_.has(kDetail, "break tbl->vendor=[ACME]"));
     EXPECT_FALSE(trace_.has(kDetail, "break tbl->vendor=[ACME] tbl->model=[DISK1]"));
 }
 
 TEST_F(NoManage, ANullTextIsWatched)
 {
-    addUnmanaged("ACME", "");
-    EXPECT_EQ(TAVStorageNoManage(pleafNoSCSI_Tbl, nullptr, "M"), 0);
-    EXPECT_EQ(TAVStorageNoManage(pleafNoSCSI_Tbl, "ACME", nullptr), 0);
+    addUnmanaged(list_, "ACME", "");
+    EXPECT_EQ(TAVStorageNoManage(list_, nullptr, "M"), 0);
+    EXPECT_EQ(TAVStorageNoManage(list_, "ACME", nullptr), 0);
     EXPECT_TRUE(trace_.has(kFailure, "_OUT_ param error.", "TAVStorageNoManage"));
 }
 
@@ -84,10 +85,10 @@ TEST_F(NoManage, CreateChecksItsArguments)
 
 TEST_F(NoManage, DestroyFreesEveryNode)
 {
-    addUnmanaged("A", "");
-    addUnmanaged("B", "");
-    DestroyNoManageSCSIInfoTable(&pleafNoSCSI_Tbl);
-    EXPECT_EQ(pleafNoSCSI_Tbl, nullptr);
+    addUnmanaged(list_, "A", "");
+    addUnmanaged(list_, "B", "");
+    DestroyNoManageSCSIInfoTable(&list_);
+    EXPECT_EQ(list_, nullptr);
     DestroyNoManageSCSIInfoTable(nullptr);
     EXPECT_TRUE(trace_.has(kFailure, "_OUT_ param(list) Failure!!", "DestroyNoManageSCSIInfoTable"));
 }

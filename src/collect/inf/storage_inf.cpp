@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/inf/storage_inf.h"
 
+#include "collect/base/flat_table.h"
 #include "collect/base/node_list.h"
 #include "collect/base/text_scan.h"
 #include "collect/inf/data_path.h"
 #include "collect/inf/inf_parse.h"
 #include "collect/inf/inf_section.h"
 #include "runtime/field_text.h"
-#include "runtime/holders.h"
-#include "runtime/memory.h"
 #include "runtime/trace.h"
 
 #include <cerrno>
@@ -19,17 +18,16 @@ using namespace tavstrg;
 
 namespace {
 
-constexpr size_t kMaxLine = 1024; // characters without the line's end
+constexpr size_t kMaxSectionLine = 1024; // characters without the line's end
 
-constexpr int32_t kStatusUnusable = 1;
-constexpr int32_t kStatusNoList = -3;
-constexpr int32_t kStatusTooLarge = -4;
-constexpr int32_t kStatusError = -9;
-constexpr int32_t kLineRepeatsHeader = -5; // of GetInfoFromLine
+// Statuses of GetInfoFromLine.
+constexpr int32_t kLineNull = -3;
+constexpr int32_t kLineRefused = -4;
+constexpr int32_t kLineRepeatsHeader = -5;
 
 void addLine(StorageInfo **list, std::string_view text)
 {
-    char line[kMaxLine + 1];
+    char line[kMaxSectionLine + 1];
     copyText(line, text);
     char name[kMaxDriverName + 1] = {};
     int32_t status = 0;
@@ -42,22 +40,21 @@ void addLine(StorageInfo **list, std::string_view text)
     }
 }
 
-void addSection(StorageInfo **list, std::string_view section)
+void addDrivers(StorageInfo **list, std::string_view section)
 {
+    if (list == nullptr) {
+        return;
+    }
     std::string_view line;
     while (takeLine(section, line)) {
         const std::string_view text = withoutLineEnd(line);
-        if (text.size() > kMaxLine) {
+        if (text.size() > kMaxSectionLine) {
             TRACE(kDetail, "line is too long");
         } else {
             addLine(list, text);
         }
     }
 }
-
-constexpr int32_t kStatusNull = -3;
-constexpr int32_t kStatusRefused = -4;
-constexpr int32_t kStatusHeader = -5;
 
 } // namespace
 
@@ -70,7 +67,7 @@ int CreatStorageInfoTable(StorageInfo **managementList, StorageInfo **diagnostic
     }
     *status = 0;
     if (managementList == nullptr && diagnosticList == nullptr) {
-        *status = kStatusNoList;
+        *status = kInfNoList;
         return TRACED(0, kFailure, "_OUT_ both pSCSI_Tbl and pDiagnoTbl is NULL.");
     }
     for (StorageInfo **const list : {managementList, diagnosticList}) {
@@ -84,32 +81,34 @@ int CreatStorageInfoTable(StorageInfo **managementList, StorageInfo **diagnostic
     struct stat info = {};
     if (::stat(path, &info) != 0) {
         const bool absent = errno == ENOENT;
-        *status = absent ? kStatusUnusable : kStatusError;
+        *status = absent ? kInfUnusable : kInfError;
         return absent ? TRACED(0, kDetail, "_OUT_ file storage.inf not exist")
                       : TRACED(0, kFailure, "_OUT_ stat error");
     }
     if (info.st_size > kMaxInfFileSize) {
-        *status = kStatusTooLarge;
+        *status = kInfTooLarge;
         return TRACED(0, kFailure, "_OUT_ storage.inf files size >64K..");
     }
     const int size = static_cast<int>(info.st_size);
-    const HeapBlock<char> management(memalloc(size + 1));
-    const HeapBlock<char> diagnostic(memalloc(size + 1));
-    if (!management || !diagnostic) {
-        *status = kStatusError;
+    ListHolder<char> management(memalloc(size + 1));
+    ListHolder<char> diagnostic(memalloc(size + 1));
+    if (management.entries == nullptr || diagnostic.entries == nullptr) {
+        management.release();
+        diagnostic.release();
+        *status = kInfError;
         return TRACED(0, kFailure, "_OUT_ MPbuf or DPbuf malloc error");
     }
-    const int result = getSectionFromInfFile(path, size, management.get(), diagnostic.get(), kGroupManagementPort,
+    const int result = getSectionFromInfFile(path, size, management.entries, diagnostic.entries, kGroupManagementPort,
                                              kGroupDiagnosticPort);
+    if (result == 0) {
+        addDrivers(managementList, management.entries);
+        addDrivers(diagnosticList, diagnostic.entries);
+    }
+    management.release();
+    diagnostic.release();
     if (result != 0) {
-        *status = result == 1 ? kStatusUnusable : 0;
+        *status = result == 1 ? kInfUnusable : 0;
         return TRACED(0, result == 1 ? kDetail : kFailure, "_OUT_ getSectionFromInfFile() Rtn=[%d]", result);
-    }
-    if (managementList != nullptr) {
-        addSection(managementList, management.get());
-    }
-    if (diagnosticList != nullptr) {
-        addSection(diagnosticList, diagnostic.get());
     }
     return TRACED(1, kDetail, "_OUT_ return 1");
 }
@@ -122,17 +121,17 @@ int GetInfoFromLine(const char *line, char *name, int32_t *status)
         return TRACED(0, kFailure, "_OUT_ param(status) Failure!!");
     }
     if (line == nullptr || name == nullptr) {
-        *status = kStatusNull;
+        *status = kLineNull;
         return TRACED(0, kFailure, "_OUT_ param is NULL");
     }
     std::string_view driver;
     const DriverLine kind = parseDriverLine(line, driver);
-    *status = kStatusRefused;
+    *status = kLineRefused;
     switch (kind) {
     case DriverLine::tooLong:
         return TRACED(0, kDetail, "_OUT_ return 0.line is too long [%s]", line);
     case DriverLine::header:
-        *status = kStatusHeader;
+        *status = kLineRepeatsHeader;
         return TRACED(0, kDetail, "_OUT_ GRP_MGMTPORT or GRP_DIAGNOPORT is invalid");
     case DriverLine::comment:
         return TRACED(0, kDetail, "_OUT_ p=# failure");

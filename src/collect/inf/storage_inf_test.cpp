@@ -65,7 +65,7 @@ using CreatStorageInfoTableTest = StorageInfFile;
 using GetSectionFromInfFile = StorageInfFile;
 using GetInfFromFileTest = StorageInfFile;
 
-TEST_F(CreatStorageInfoTableTest, TheManagementListHoldsThreeNamesInTheReverseOfTheirOrder)
+TEST_F(CreatStorageInfoTableTest, NamesAreInReverseOrder)
 {
     machine.write(kInf, "[Management Port]\nahci\nmegaraid_sas\nmpt3sas\n[Diagnostic Port]\nisci\n");
     EXPECT_EQ(create(), 1);
@@ -74,7 +74,7 @@ TEST_F(CreatStorageInfoTableTest, TheManagementListHoldsThreeNamesInTheReverseOf
     EXPECT_EQ(names(diagnostic), (Names{"isci"}));
 }
 
-TEST_F(CreatStorageInfoTableTest, AFileWithoutAnyHeaderYieldsAllItsNamesInTheManagementList)
+TEST_F(CreatStorageInfoTableTest, WithoutHeadersAllNamesAreManaged)
 {
     machine.write(kInf, "ahci\n  mpt3sas # SAS\n");
     EXPECT_EQ(create(), 1);
@@ -82,7 +82,7 @@ TEST_F(CreatStorageInfoTableTest, AFileWithoutAnyHeaderYieldsAllItsNamesInTheMan
     EXPECT_EQ(names(diagnostic), Names{});
 }
 
-TEST_F(CreatStorageInfoTableTest, AFileWithOnlyADiagnosticPortYieldsStatus1AndNoLists)
+TEST_F(CreatStorageInfoTableTest, OnlyDiagnosticPortIsStatus1)
 {
     machine.write(kInf, "[Diagnostic Port]\nisci\n");
     TraceRecorder trace;
@@ -119,7 +119,7 @@ TEST_F(CreatStorageInfoTableTest, AFileOf65536BytesIsRead)
     EXPECT_EQ(names(management), (Names{"ahci"}));
 }
 
-TEST_F(CreatStorageInfoTableTest, AFileOf65537BytesIsRefusedWithStatusMinus4)
+TEST_F(CreatStorageInfoTableTest, MoreThan65536BytesIsStatusMinus4)
 {
     machine.write(kInf, fileOfSize(65537));
     TraceRecorder trace;
@@ -139,7 +139,7 @@ TEST_F(CreatStorageInfoTableTest, AFailedStatIsStatusMinus9)
     EXPECT_TRUE(trace.has(3, "_OUT_ stat error", "CreatStorageInfoTable"));
 }
 
-TEST_F(CreatStorageInfoTableTest, WithoutMemoryForTheBuffersTheStatusIsMinus9)
+TEST_F(CreatStorageInfoTableTest, WithoutMemoryIsStatusMinus9)
 {
     SKIP_UNLESS_MEMORY_CAN_BE_SHORT();
     machine.write(kInf, "ahci\n");
@@ -200,12 +200,15 @@ TEST_F(CreatStorageInfoTableTest, RefusedLinesAreSkippedAndTraced)
     EXPECT_EQ(names(management), (Names{std::string(64, 'n'), "ahci"}));
     Names own = trace.textsOf("CreatStorageInfoTable");
     own.erase(own.begin(), own.begin() + 2);
+    for (std::string &text : own) {
+        text = text.starts_with("memfree(0x") ? "memfree" : text;
+    }
     EXPECT_EQ(own, (Names{"this line of storage.inf file is invalid", "this line of storage.inf file is invalid",
                           "MP or DP appears more than 1 times", "line is too long",
                           "this line of storage.inf file is invalid", "this line of storage.inf file is invalid",
-                          "_OUT_ return 1"}));
-    for (const std::string &text : own) {
-        EXPECT_TRUE(trace.has(0, text, "CreatStorageInfoTable")) << text;
+                          "memfree", "memfree", "_OUT_ return 1"}));
+    for (const TraceRecord &record : trace.records()) {
+        EXPECT_EQ(record.level, 0) << record.text;
     }
 }
 
@@ -225,7 +228,7 @@ TEST_F(CreatStorageInfoTableTest, AnEmptyFileIsAnEmptyList)
     EXPECT_EQ(management, nullptr);
 }
 
-TEST_F(CreatStorageInfoTableTest, ADirectoryOrAFifoInItsPlaceIsAFailedOpenAndNoHang)
+TEST_F(CreatStorageInfoTableTest, DirectoryOrFifoFailsToOpen)
 {
     machine.makeDirectory(kInf);
     TraceRecorder trace;
@@ -257,7 +260,7 @@ TEST_F(CreatStorageInfoTableTest, ManyNamesAreAllKept)
     EXPECT_EQ(names(management).size(), 10000U);
 }
 
-TEST_F(GetSectionFromInfFile, ReadsNoMoreThanTheGivenSizeOfAFileThatHasGrown)
+TEST_F(GetSectionFromInfFile, ReadsAtMostTheGivenSize)
 {
     machine.write(kInf, "ahci\nsd\nmore\n");
     char first[8] = {};
@@ -277,7 +280,7 @@ TEST_F(GetSectionFromInfFile, TakesAFileThatHasShrunkAsItIs)
     EXPECT_STREQ(first.c_str(), "ahci\n");
 }
 
-TEST_F(GetSectionFromInfFile, TellsItsFailures)
+TEST_F(GetSectionFromInfFile, ReportsItsFailures)
 {
     char first[16] = {};
     char second[16] = {};
@@ -310,7 +313,7 @@ TEST_F(GetSectionFromInfFile, TellsItsFailures)
     EXPECT_EQ(machine.openDescriptors(), 0);
 }
 
-TEST(GetInfoFromLine, ALineMadeOfBlanksANameWordsAndACommentYieldsTheNameAlone)
+TEST(GetInfoFromLine, IgnoresBlanksFurtherWordsAndComment)
 {
     TraceRecorder trace;
     char name[kMaxDriverName + 1] = {};
@@ -369,7 +372,7 @@ TEST(GetInfoFromLine, ANameOf64CharactersFillsItsField)
     EXPECT_STREQ(name, std::string(64, 'n').c_str());
 }
 
-TEST(DestroyStorageInfoTable, FreesEveryNodeOnceAndTellsANullList)
+TEST(DestroyStorageInfoTable, FreesEveryNodeOnceAndReportsANullList)
 {
     StorageInfo *list = nullptr;
     AddStorageInfoTable(&list, "a");

@@ -15,7 +15,7 @@ namespace {
 // All records of the file: 0, or the status of what went wrong.
 int32_t readRecords(const TextFile &file, NodeList<SCSIDeviceInfo> &devices)
 {
-    TextLines lines(file);
+    TextLines lines(file, kMaxProcDevices);
     ScsiRecordReader reader;
     std::string_view line;
     while (lines.next(line)) {
@@ -32,6 +32,9 @@ int32_t readRecords(const TextFile &file, NodeList<SCSIDeviceInfo> &devices)
     }
     if (lines.failed()) {
         return kSourceError;
+    }
+    if (lines.isAtBound()) {
+        return TRACED(kSourceTruncated, kFailure, "[%s] is too long Failure!!", kProcDevices);
     }
     return reader.insideRecord() ? kSourceTruncated : 0;
 }
@@ -55,6 +58,7 @@ int proc_GetSCSIDeviceInfoFromProc(SCSIDeviceInfo **list, int32_t *count, int32_
     NodeList<SCSIDeviceInfo> devices;
     *status = readRecords(file, devices);
     if (*status != 0) {
+        devices.release();
         return TRACED(-1, kFailure, "_OUT_ (-1) status=[%d]", *status);
     }
     return finishDeviceList(devices, list, count);

@@ -17,8 +17,8 @@ using namespace tavstrg;
 
 namespace {
 
-// Entries are symbolic links to directories: stat follows them.
-bool isDeviceDirectory(const char *entry)
+// Entries are symbolic links to directories. Deliberate: a longer name is cut, and the cut path is then no entry.
+bool isDeviceEntry(const char *entry)
 {
     char path[25 + 1 + 230 + 1];
     std::snprintf(path, sizeof path, "%.25s/%.230s", kSysDevices, entry);
@@ -26,7 +26,7 @@ bool isDeviceDirectory(const char *entry)
     return ::stat(path, &info) == 0 && S_ISDIR(info.st_mode);
 }
 
-// An attribute that is missing or cannot be read is an empty text: a device can go away while it is looked at.
+// An attribute that is missing or cannot be read is an empty text: a device can be removed meanwhile.
 void readAttribute(const char *entry, const char *attribute, char (&text)[kAttributeSize])
 {
     char path[sizeof kSysDevices + NAME_MAX + 1 + 16];
@@ -73,11 +73,12 @@ int sys_GetSCSIDeviceInfoFromSys(SCSIDeviceInfo **list, int32_t *count, int32_t 
     for (int i = 0; i < entries.count(); ++i) {
         cancellationPoint();
         ScsiAddress address = {};
-        if (!parseScsiAddress(entries.name(i), address) || !isDeviceDirectory(entries.name(i))) {
+        if (!parseScsiAddress(entries.name(i), address) || !isDeviceEntry(entries.name(i))) {
             continue;
         }
         if (!appendDevice(devices, readDevice(entries.name(i), address))) {
             *status = kSourceNoMemory;
+            devices.release();
             return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
         }
     }

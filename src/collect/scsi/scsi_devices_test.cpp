@@ -4,6 +4,7 @@
 #include "collect/scsi/scsi_variants.h"
 
 #include "sim/sim.h"
+#include "support/long_file.h"
 #include "support/recording.h"
 #include "support/short_memory.h"
 #include "support/trace_recorder.h"
@@ -378,7 +379,7 @@ TEST_F(ProcDeviceList, AReadErrorIsStatusMinus1)
     expectEmpty();
 }
 
-TEST_F(ProcDeviceList, ARecordThatStopsHalfWayIsStatusMinus2AndFreesTheList)
+TEST_F(ProcDeviceList, ATruncatedRecordIsStatusMinus2)
 {
     const std::string record = kRecord;
     const size_t second = record.find('\n') + 1;
@@ -443,6 +444,20 @@ TEST_F(ProcDeviceList, AHugeFileIsReadToItsEnd)
     writeProc(text);
     ASSERT_EQ(buildProc(), 0);
     EXPECT_EQ(addresses().size(), 5000U);
+}
+
+TEST_F(ProcDeviceList, BeyondTheBoundFailsInsteadOfShowingAPart)
+{
+    writeLong(machine, kProcDevices, kMaxProcDevices - 1000, std::string("\n") + kRecord);
+    EXPECT_EQ(buildProc(), 0);
+    EXPECT_EQ(addresses().size(), 1U);
+    FreeSCSIDeviceInfo(&list);
+    writeLong(machine, kProcDevices, kMaxProcDevices, std::string("\n") + kRecord);
+    TraceRecorder trace;
+    EXPECT_EQ(buildProc(), -1);
+    EXPECT_EQ(status, -2);
+    EXPECT_EQ(list, nullptr);
+    EXPECT_TRUE(trace.has(3, "[/proc/scsi/scsi] is too long Failure!!", "proc_GetSCSIDeviceInfoFromProc"));
 }
 
 TEST_F(DeviceList, NullArgumentsAreStatusMinus3)

@@ -58,9 +58,9 @@ int GetSCSIControllerTypeDetailInfo(tavstrg::SCSIControllerTypeDetail **list, in
                                     int32_t *controllerCount, int32_t *status);
 // Number of managed host adapters; -1 on failure.
 int GetSCSIControllerNumber();
-// Managed host adapters into *list (one block, memfree), *count entries: 0, or -1 with the list null.
+// Managed host adapters into *list (one block, memfree), *count entries. Returns 0, or -1 with the list null.
 int read_proc_scsi(tavstrg::SCSIHostEntry **list, int32_t *count);
-// USB host adapters into *list (one block, memfree), *count entries: 0, or -1 with the list null.
+// USB host adapters into *list (one block, memfree), *count entries. Returns 0, or -1 with the list null.
 int TAVStorageGetUSBCtrl(tavstrg::USBHostEntry **list, int32_t *count);
 
 void FreeSCSIDeviceInfo(tavstrg::SCSIDeviceInfo **list);

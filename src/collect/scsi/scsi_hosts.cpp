@@ -10,8 +10,10 @@ using namespace tavstrg;
 
 namespace {
 
-constexpr int32_t kInfAbsent = 1;
-constexpr int32_t kInfTooLarge = -4;
+bool nameIsLess(const char *left, const char *right)
+{
+    return std::strcmp(left, right) < 0;
+}
 
 SCSIControllerTypeDetail *findType(SCSIControllerTypeDetail *types, const char *driver)
 {
@@ -36,27 +38,27 @@ bool countType(NodeList<SCSIControllerTypeDetail> &types, const SCSIHostEntry &h
 }
 
 // Results of a failed or empty list of types; false when an argument is null.
-bool beginTypes(SCSIControllerTypeDetail **list, int32_t *typeCount, int32_t *controllerCount, int32_t *status)
+bool beginTypes(const HostTypes &out)
 {
-    if (status != nullptr) {
-        *status = kSourceNull;
+    if (out.status != nullptr) {
+        *out.status = kSourceNull;
     }
-    if (list == nullptr) {
+    if (out.list == nullptr) {
         return TRACED(false, kFailure, "_OUT_ param(list) Failure!!");
     }
-    *list = nullptr;
-    if (typeCount == nullptr) {
+    *out.list = nullptr;
+    if (out.typeCount == nullptr) {
         return TRACED(false, kFailure, "_OUT_ param(typeCount) Failure!!");
     }
-    *typeCount = 0;
-    if (controllerCount == nullptr) {
+    *out.typeCount = 0;
+    if (out.controllerCount == nullptr) {
         return TRACED(false, kFailure, "_OUT_ param(controllerCount) Failure!!");
     }
-    *controllerCount = 0;
-    if (status == nullptr) {
+    *out.controllerCount = 0;
+    if (out.status == nullptr) {
         return TRACED(false, kFailure, "_OUT_ param(status) Failure!!");
     }
-    *status = 0;
+    *out.status = 0;
     return true;
 }
 
@@ -70,16 +72,29 @@ ManagedDrivers::~ManagedDrivers()
 bool ManagedDrivers::load()
 {
     int32_t status = 0;
-    return CreatStorageInfoTable(&list_, nullptr, &status) == 1 || status == kInfAbsent || status == kInfTooLarge;
+    const bool loaded = CreatStorageInfoTable(&list_, nullptr, &status) == 1;
+    return (loaded || status == kInfUnusable || status == kInfTooLarge) && index();
+}
+
+bool ManagedDrivers::index()
+{
+    int32_t count = 0;
+    for (const StorageInfo *node = list_; node != nullptr; node = node->next) {
+        ++count;
+    }
+    if (!names_.reserve(count)) {
+        return false;
+    }
+    for (const StorageInfo *node = list_; node != nullptr; node = node->next) {
+        names_.add(node->name);
+    }
+    names_.sort(nameIsLess);
+    return true;
 }
 
 bool ManagedDrivers::has(const char *driver) const
 {
-    const StorageInfo *node = list_;
-    while (node != nullptr && std::strcmp(node->name, driver) != 0) {
-        node = node->next;
-    }
-    return node != nullptr;
+    return names_.find(driver, nameIsLess) >= 0;
 }
 
 bool tavstrg::appendHost(HostArray &hosts, int32_t host, const char *driver)
@@ -109,6 +124,7 @@ int tavstrg::countHosts(HostReader reader)
     HostArray hosts;
     const int32_t status = reader(hosts);
     const int result = status == 0 || status == kSourceAbsent ? hosts.count() : -1;
+    hosts.release();
     return TRACED(result, result < 0 ? kFailure : kDetail, "_OUT_ ret=[%d]", result);
 }
 
@@ -125,6 +141,7 @@ int tavstrg::listHosts(HostReader reader, SCSIHostEntry **list, int32_t *count)
     HostArray hosts;
     const int32_t status = reader(hosts);
     if (status != 0 && status != kSourceAbsent) {
+        hosts.release();
         return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
     }
     *count = hosts.count();
@@ -132,25 +149,27 @@ int tavstrg::listHosts(HostReader reader, SCSIHostEntry **list, int32_t *count)
     return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
 }
 
-int tavstrg::listHostTypes(HostReader reader, SCSIControllerTypeDetail **list, int32_t *typeCount,
-                           int32_t *controllerCount, int32_t *status)
+int tavstrg::listHostTypes(HostReader reader, const HostTypes &out)
 {
-    if (!beginTypes(list, typeCount, controllerCount, status)) {
+    if (!beginTypes(out)) {
         return -1;
     }
     HostArray hosts;
-    *status = reader(hosts);
+    int32_t &status = *out.status;
+    status = reader(hosts);
     NodeList<SCSIControllerTypeDetail> types;
-    for (int32_t i = 0; *status == 0 && i < hosts.count(); ++i) {
+    for (int32_t i = 0; status == 0 && i < hosts.count(); ++i) {
         if (!countType(types, hosts[i])) {
-            *status = kSourceNoMemory;
+            status = kSourceNoMemory;
         }
     }
-    if (*status != 0) {
-        return TRACED(-1, *status == kSourceAbsent ? kDetail : kFailure, "_OUT_ (-1) status=[%d]", *status);
+    *out.controllerCount = status == 0 ? hosts.count() : 0;
+    hosts.release();
+    if (status != 0) {
+        types.release();
+        return TRACED(-1, status == kSourceAbsent ? kDetail : kFailure, "_OUT_ (-1) status=[%d]", status);
     }
-    *controllerCount = hosts.count();
-    *typeCount = types.count();
-    *list = types.handOver();
+    *out.typeCount = types.count();
+    *out.list = types.handOver();
     return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/scsi/scsi_hosts.h"
 
+#include "collect/base/text_file.h"
 #include "collect/scsi/scsi_parse.h"
 #include "collect/scsi/scsi_variants.h"
 #include "runtime/cancel.h"
@@ -9,23 +10,12 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
-#include <sys/stat.h>
 
 using namespace tavstrg;
 
 namespace {
 
-constexpr int kDotEntries = 2; // "." and "..", the first two of a sorted listing
-
 using DriverPath = char[sizeof kProcScsi + NAME_MAX + 2];
-
-bool isDriverDirectory(const char *entry)
-{
-    DriverPath path;
-    std::snprintf(path, sizeof path, "%s/%s", kProcScsi, entry);
-    struct stat info = {};
-    return ::stat(path, &info) == 0 && S_ISDIR(info.st_mode);
-}
 
 } // namespace
 
@@ -72,7 +62,7 @@ int32_t tavstrg::procReadHosts(HostArray &hosts)
     for (int i = entries.count() - 1; i >= kDotEntries; --i) {
         cancellationPoint();
         const char *const driver = entries.name(i);
-        if (isNeverHostAdapter(driver) || !managed.has(driver) || !isDriverDirectory(driver)) {
+        if (isNeverHostAdapter(driver) || !managed.has(driver) || !isDirectory(kProcScsi, driver)) {
             continue;
         }
         const int found = proc_GetSCSIControllerNumFromType(driver, hosts);
@@ -102,5 +92,5 @@ int proc_GetSCSIControllerTypeDetailInfo(SCSIControllerTypeDetail **list, int32_
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    return listHostTypes(procReadHosts, list, typeCount, controllerCount, status);
+    return listHostTypes(procReadHosts, {list, typeCount, controllerCount, status});
 }

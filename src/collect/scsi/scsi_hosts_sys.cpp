@@ -77,5 +77,5 @@ int sys_GetSCSIControllerTypeDetailInfo(SCSIControllerTypeDetail **list, int32_t
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    return listHostTypes(sysReadHosts, list, typeCount, controllerCount, status);
+    return listHostTypes(sysReadHosts, {list, typeCount, controllerCount, status});
 }

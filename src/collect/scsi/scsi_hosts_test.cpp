@@ -219,7 +219,7 @@ TEST_F(SysHosts, ADirectoryThatCannotBeListedIsAFailure)
     EXPECT_EQ(status, -1);
 }
 
-TEST_F(ProcHosts, AreTheFilesInTheDirectoriesOfListedDriversFromTheLastDirectoryOn)
+TEST_F(ProcHosts, AreListedFromTheLastDriverDirectory)
 {
     ASSERT_GT(layOutRecording(machine, "vm-pc-5.10-ide", "proc"), 10);
     manage("mptsas\nsym53c8xx\nusb-storage\nsg\n");
@@ -387,7 +387,7 @@ TEST_F(UsbHosts, AHostWhoseDriverBeginsWithUsbIsOne)
     EXPECT_TRUE(trace.has(0, "_OUT_ USB Ctroller number is [1]", "sys_GetUSBCtrlFromSys"));
 }
 
-TEST_F(UsbHosts, InSysfsThreePrefixesTell)
+TEST_F(UsbHosts, InSysfsHaveOneOfThreeDriverPrefixes)
 {
     addSysHost(0, "usb-storage\n");
     addSysHost(1, "ovfx2 more\n");
@@ -402,7 +402,7 @@ TEST_F(UsbHosts, InSysfsThreePrefixesTell)
               (Texts{"0 usb-storage", "1 ovfx2", "2 hubble", "7 usb" + std::string(61, 'x')}));
 }
 
-TEST_F(UsbHosts, InProcfsTheDirectoriesOfThreePrefixesTell)
+TEST_F(UsbHosts, InProcfsHaveOneOfThreeDirectoryPrefixes)
 {
     addProcHost(1, "usb-storage-0");
     addProcHost(2, "usb-storage-1");

@@ -11,7 +11,7 @@ using namespace tavstrg;
 
 namespace {
 
-// By the peripheral device type. Deliberate: the spelling of 3 and 9; device classes are told by these texts.
+// By the peripheral device type. Deliberate: the spelling of 3 and 9; these texts decide the device class.
 constexpr std::array<std::string_view, 10> kTypes = {
     "Direct-Access", "Sequential-Access", "Printer",        "Proccessor",     "WORM",
     "CD-ROM",        "Scanner",           "Optical Device", "Medium Changer", "Commnunications",
@@ -20,7 +20,6 @@ constexpr std::array<std::string_view, 10> kTypes = {
 constexpr std::array<std::string_view, 6> kNeverHostAdapters = {"scsi", "iscsi", "sg", "usb", "ovfx2", "hub"};
 constexpr std::array<std::string_view, 3> kUsbDrivers = {"usb", "ovfx2", "hub"};
 
-constexpr std::string_view kBlanks = " \t";
 constexpr size_t kHostLabel = 4; // characters of "scsi" before the number of a host's name
 constexpr int kFirstSysfsRelease = 26;
 

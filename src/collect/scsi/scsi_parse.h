@@ -38,7 +38,7 @@ bool isNeverHostAdapter(std::string_view driver);
 // Drivers of USB host adapters, by prefix.
 bool isUsbDriver(std::string_view driver);
 
-// The value of a key in a line of /proc/scsi/scsi, as FindName tells; false when the key or its colon is not there.
+// The value of a key in a line of /proc/scsi/scsi, as FindName returns it; false if the key or its colon is missing.
 bool namedValue(std::string_view line, std::string_view key, std::string_view &value);
 
 } // namespace tavstrg

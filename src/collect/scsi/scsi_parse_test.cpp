@@ -26,7 +26,7 @@ std::string valueOf(std::string_view line, std::string_view key)
 
 } // namespace
 
-TEST(InterfaceOfRelease, IsToldByTheFirstThirdAndFourthCharacter)
+TEST(InterfaceOfRelease, UsesFirstThirdAndFourthCharacter)
 {
     const std::pair<const char *, int> cases[] = {
         {"2.4.21", kInterfaceProcfs},

@@ -5,8 +5,8 @@
 #include "collect/scsi/scsi_discovery.h"
 
 #include <string_view>
-// Value of a key in a line of /proc/scsi/scsi, at most 63 characters, into out (64 bytes): 0, or -1 when it is not
-// there.
+// Value of a key in a line of /proc/scsi/scsi, at most 63 characters, into out (64 bytes). Returns 0, or -1 when it is
+// not there.
 int FindName(const char *line, const char *key, char *out);
 
 namespace tavstrg {
@@ -16,7 +16,7 @@ namespace tavstrg {
 class ScsiRecordReader {
 public:
     enum class Step { more, complete, end };
-    // Takes the next line: complete when record() stands; end when the kernel says that there are no devices.
+    // Takes the next line: complete when record() is valid; end when the kernel reports that there are no devices.
     Step take(std::string_view text);
     bool insideRecord() const { return expected_ != Expected::host; }
     const SCSIDeviceInfo &record() const { return record_; } // but for its sequence number and link

@@ -4,12 +4,16 @@
 
 #include "collect/scsi/scsi_discovery.h"
 
+#include <cstddef>
+
 namespace tavstrg {
 
 constexpr char kSysDevices[] = "/sys/bus/scsi/devices";
 constexpr char kSysHosts[] = "/sys/class/scsi_host";
 constexpr char kProcScsi[] = "/proc/scsi";
 constexpr char kProcDevices[] = "/proc/scsi/scsi";
+// Bytes, some 100,000 devices; a longer file is a failure, as a part of the devices is no inventory.
+constexpr size_t kMaxProcDevices = size_t{16} << 20;
 
 } // namespace tavstrg
 

@@ -89,6 +89,7 @@ int listUsb(const char *directory, EntryReader reader, USBHostEntry **list, int3
     for (int i = 0; i < entries.count(); ++i) {
         cancellationPoint();
         if (!reader(entries.name(i), adapters)) {
+            adapters.release();
             return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
         }
     }

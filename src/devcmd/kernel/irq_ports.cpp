@@ -17,6 +17,13 @@ constexpr uint32_t kUnknownIrq = 0xFFFFFFFE;
 constexpr char kIoports[] = "/proc/ioports";
 constexpr size_t kShortestLine = 3; // characters, the newline included
 
+void traceBound(const char *path, size_t left)
+{
+    if (left == 0) {
+        TRACE(kFailure, "[%s] is too long, the rest is not read Failure!!", path);
+    }
+}
+
 // Whether a line is one of those that were asked for: by the driver's name, or by the range's start when name is null.
 bool isWantedLine(std::string_view line, const char *name, unsigned long start)
 {
@@ -24,12 +31,13 @@ bool isWantedLine(std::string_view line, const char *name, unsigned long start)
 }
 
 // Appends a node for each line that was asked for, or for the first one only when name is null. False when memory is
-// short; the nodes made until then are in the list. Traces in the name of its caller.
+// short; the nodes made until then are in the list. Traces under the name of its caller.
 bool appendRanges(std::FILE *file, const char *name, unsigned long start, IoportRange **tail)
 {
+    size_t left = kMaxIoports;
     ProcLine line;
     // Deliberate: a last line that no newline ends is not used.
-    while (readProcLine(file, line) && line.complete) {
+    while (readProcLine(file, line, left) && line.complete) {
         if (line.length < kShortestLine) {
             continue;
         }
@@ -55,6 +63,7 @@ bool appendRanges(std::FILE *file, const char *name, unsigned long start, Ioport
             break;
         }
     }
+    traceBound(kIoports, left);
     return true;
 }
 
@@ -74,8 +83,9 @@ int GetIRQ(const char *name, uint32_t *irq, int32_t *found)
         return TRACED(-1, kFailure, "_OUT_ fopen failed. [%s]", kInterrupts);
     }
     InterruptSearch search = interruptSearch(name);
+    size_t left = kMaxInterrupts;
     ProcLine line;
-    while (readProcLine(file.get(), line)) {
+    while (readProcLine(file.get(), line, left)) {
         if (const std::optional<uint32_t> number = parseInterruptLine(line.view(), search)) {
             *irq = *number;
             *found = 1;
@@ -83,6 +93,7 @@ int GetIRQ(const char *name, uint32_t *irq, int32_t *found)
             break;
         }
     }
+    traceBound(kInterrupts, left);
     return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
 }
 

@@ -4,6 +4,7 @@
 #include "runtime/memory.h"
 #include "sim/sim.h"
 #include "support/ioctl_double.h"
+#include "support/long_file.h"
 #include "support/trace_recorder.h"
 
 #include <gmock/gmock.h>
@@ -104,6 +105,28 @@ TEST_F(GetIrq, I80421IsTheFirstI8042LineAndI80422TheSecond)
     interrupts("  1:  9  XT-PIC  i8042\n");
     EXPECT_EQ(irqOf("i80421"), 1U);
     EXPECT_EQ(irqOf("i80422"), 0xFFFFFFFEU);
+}
+
+TEST_F(GetIrq, ReadsNoFurtherThanItsBound)
+{
+    const TraceRecorder traces;
+    writeLong(machine, "/proc/interrupts", kMaxInterrupts - 100, "\n 14: 7 XT-PIC ide0\n");
+    EXPECT_EQ(irqOf("ide0"), 14U);
+    EXPECT_FALSE(traces.has(kFailure, "[/proc/interrupts] is too long, the rest is not read Failure!!"));
+    writeLong(machine, "/proc/interrupts", kMaxInterrupts, "\n 14: 7 XT-PIC ide0\n");
+    EXPECT_EQ(irqOf("ide0"), 0xFFFFFFFEU);
+    EXPECT_TRUE(traces.has(kFailure, "[/proc/interrupts] is too long, the rest is not read Failure!!", "GetIRQ"));
+}
+
+TEST_F(Ioports, AreReadNoFurtherThanTheBound)
+{
+    const TraceRecorder traces;
+    writeLong(machine, "/proc/ioports", kMaxIoports - 100, "\n01f0-01f7 : ide0\n");
+    EXPECT_EQ(rangesOf("ide0").size(), 1U);
+    EXPECT_FALSE(traces.has(kFailure, "[/proc/ioports] is too long, the rest is not read Failure!!"));
+    writeLong(machine, "/proc/ioports", kMaxIoports, "\n01f0-01f7 : ide0\n");
+    EXPECT_EQ(rangesOf("ide0").size(), 0U);
+    EXPECT_TRUE(traces.has(kFailure, "[/proc/ioports] is too long, the rest is not read Failure!!", "GetIoports"));
 }
 
 TEST_F(GetIrq, GoesOnAfterAMatchWithoutANumber)

@@ -33,13 +33,13 @@ bool hasValidLength(const char *version)
     return length > 0 && length <= kLongestVersion;
 }
 
-// What counts of a release is what stands before its first '-'.
+// The part of a release that is compared: up to its first '-'.
 std::string_view numbersOf(std::string_view version)
 {
     return version.substr(0, version.find('-'));
 }
 
-// Deliberate: a release such as 3.10.0+ is none that can be compared.
+// Deliberate: a release such as 3.10.0+ cannot be compared.
 bool isNumeric(std::string_view text)
 {
     return std::all_of(text.begin(), text.end(), [](char c) { return isDigit(c) || c == '.'; });

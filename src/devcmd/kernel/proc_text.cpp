@@ -10,7 +10,7 @@ using namespace tavstrg;
 
 namespace {
 
-constexpr bool isDigit(char c, int base)
+constexpr bool isDigitOf(char c, int base)
 {
     const bool decimal = c >= '0' && c <= '9';
     return decimal || (base == 16 && ((c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F')));
@@ -29,7 +29,7 @@ std::optional<unsigned long> scanNumber(std::string_view &text, int base)
     if (base == 16 && (rest.starts_with("0x") || rest.starts_with("0X"))) {
         rest.remove_prefix(2);
     }
-    if (rest.empty() || !isDigit(rest.front(), base)) {
+    if (rest.empty() || !isDigitOf(rest.front(), base)) {
         return std::nullopt;
     }
     unsigned long number = 0;
@@ -51,13 +51,14 @@ void ProcLine::removeNewline()
     }
 }
 
-bool tavstrg::readProcLine(std::FILE *file, ProcLine &line)
+bool tavstrg::readProcLine(std::FILE *file, ProcLine &line, size_t &left)
 {
     line.length = 0;
     line.complete = false;
     bool any = false;
-    for (int c = ::getc_unlocked(file); c != EOF; c = ::getc_unlocked(file)) {
+    for (int c = EOF; left > 0 && (c = ::getc_unlocked(file)) != EOF;) {
         any = true;
+        --left;
         if (line.length < kProcLineMax) {
             line.text[line.length++] = static_cast<char>(c);
         }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Lines of /proc/interrupts and /proc/ioports: what they say, apart from their reading.
+// Lines of /proc/interrupts and /proc/ioports: parsing, and reading line by line.
 #pragma once
 
 #include "devcmd/kernel/irq_ports.h"
@@ -12,7 +12,7 @@
 
 namespace tavstrg {
 
-constexpr size_t kProcLineMax = 1023; // characters of a line that are looked at
+constexpr size_t kProcLineMax = 1023; // characters of a line that are kept
 
 struct ProcLine {
     char text[kProcLineMax + 1]; // with its newline, terminated
@@ -23,10 +23,11 @@ struct ProcLine {
     void removeNewline();
 };
 
-// Reads the next line: false at the end of the file. What a line has beyond kProcLineMax characters is passed over: it
-// is never taken for a line of its own, whose number would then be one of the counts in the middle of an interrupt's
+// Reads the next line, of no more than left characters, which become so many fewer: false at the end of the file and
+// with none left. What a line has beyond kProcLineMax characters is passed over: it
+// is never taken for another line, whose number would be one of the counts in the middle of an interrupt's
 // line.
-bool readProcLine(std::FILE *file, ProcLine &line);
+bool readProcLine(std::FILE *file, ProcLine &line, size_t &left);
 
 // The lines of an interrupt that are looked for.
 struct InterruptSearch {

@@ -17,10 +17,27 @@ std::vector<ProcLine> linesOf(const std::string &text)
     EXPECT_EQ(std::fwrite(text.data(), 1, text.size(), file.get()), text.size());
     std::rewind(file.get());
     std::vector<ProcLine> lines;
-    for (ProcLine line; readProcLine(file.get(), line);) {
+    size_t left = text.size() + 1;
+    for (ProcLine line; readProcLine(file.get(), line, left);) {
         lines.push_back(line);
     }
     return lines;
+}
+
+TEST(ReadProcLine, StopsWhenNoCharactersAreLeft)
+{
+    const FilePtr file(std::tmpfile());
+    ASSERT_GE(std::fputs("one\ntwo\nthree\n", file.get()), 0);
+    std::rewind(file.get());
+    size_t left = 6;
+    ProcLine line;
+    ASSERT_TRUE(readProcLine(file.get(), line, left));
+    EXPECT_TRUE(line.complete);
+    ASSERT_TRUE(readProcLine(file.get(), line, left));
+    EXPECT_EQ(line.view(), "tw");
+    EXPECT_FALSE(line.complete);
+    EXPECT_EQ(left, 0U);
+    EXPECT_FALSE(readProcLine(file.get(), line, left));
 }
 
 TEST(ReadProcLine, GivesLinesWithTheirNewlines)

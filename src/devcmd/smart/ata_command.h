@@ -25,7 +25,7 @@ constexpr DriveCommand kIdeSmartReadData{0xB0, 0x00, 0xD0, 0x01};
 using DriveTask = std::array<uint8_t, 7>;
 constexpr DriveTask kIdeSmartStatus{0xB0, 0xDA, 0, 0, kSmartLbaMid, kSmartLbaHigh, 0};
 
-// SmartPredict by the registers of SMART RETURN STATUS. Deliberate: any pair but the one that tells of an exceeded
+// SmartPredict by the registers of SMART RETURN STATUS. Deliberate: any pair but the one for an exceeded
 // threshold is good.
 constexpr int16_t smartPredictOfTask(std::span<const uint8_t, 7> task)
 {

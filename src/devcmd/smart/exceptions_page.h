@@ -3,6 +3,7 @@
 #pragma once
 
 #include "devcmd/transport/pages_parse.h"
+#include "devcmd/transport/sg_header.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -52,7 +53,7 @@ constexpr bool exceptionsAreOff(std::span<const uint8_t, kExceptionsBytes> page)
     return (page[2] & kDexcpt) != 0;
 }
 
-// Deliberate: only two bits of the method are looked at, so that 7, 14 and 15 pass too.
+// Deliberate: only two bits of the method are checked, so that 7, 14 and 15 pass too.
 constexpr bool reportsOnRequest(std::span<const uint8_t, kExceptionsBytes> page)
 {
     return (page[3] & kMrieOnRequest) >= kMrieOnRequest;
@@ -80,8 +81,6 @@ constexpr uint8_t senseKeyAfterSelect(std::span<const uint8_t> sense)
 // SCSI status of a positive result of SCSI_IOCTL_SEND_COMMAND; sense data of the driver count as CHECK CONDITION.
 constexpr unsigned legacyStatus(int result)
 {
-    constexpr unsigned kDriverSense = 8;
-    constexpr unsigned kCheckCondition = 2;
     const auto bits = static_cast<unsigned>(result);
     return (bits >> 24 & 0x0FU) == kDriverSense ? kCheckCondition : bits & 0x7EU;
 }
@@ -90,7 +89,6 @@ constexpr unsigned legacyStatus(int result)
 constexpr bool refusesPage(int result, uint8_t senseKey)
 {
     constexpr uint8_t kIllegalRequest = 5;
-    constexpr unsigned kCheckCondition = 2;
     return senseKey == kIllegalRequest && legacyStatus(result) == kCheckCondition;
 }
 

@@ -29,7 +29,7 @@ TEST(ExceptionsPage, SwitchingOffTouchesDexcptAlone)
     EXPECT_EQ(page, (Page{0x1C, 0x0A, 0x18, 0x33}));
 }
 
-TEST(ExceptionsPage, IsReadAsToldByItsBits)
+TEST(ExceptionsPage, IsReadByItsBits)
 {
     EXPECT_EQ(savePagesBit(Page{0x80, 0, 0, 0}), 1);
     EXPECT_EQ(savePagesBit(Page{0x7F, 0xFF, 0xFF, 0xFF}), 0);
@@ -41,7 +41,7 @@ TEST(ExceptionsPage, IsReadAsToldByItsBits)
     }
 }
 
-TEST(ExceptionsPage, LiesInTheBufferWithAllThatIsUsed)
+TEST(ExceptionsPage, MustFitInTheBuffer)
 {
     std::array<uint8_t, 255> buffer{};
     ASSERT_TRUE(exceptionsPageAt(buffer, 251));

@@ -10,7 +10,7 @@ namespace tavstrg {
 enum class IdentifyRetry { kZeroed, kAsItWas };
 
 // Sends IDENTIFY through HDIO_DRIVE_CMD and sets SmartSupport: 3 without the feature set, 2 with it, 1 when the data do
-// not tell or could not be had. Returns whether SMART is to be enabled. Traces in the name of the sender.
+// not show it or could not be read. Returns whether SMART is to be enabled. Traces under the name of its caller.
 bool identifyAllowsSmart(int fd, HardDiskEntry &disk, IdentifyRetry retry);
 
 } // namespace tavstrg

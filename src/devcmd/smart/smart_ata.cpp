@@ -53,7 +53,7 @@ void disable_atapi_smart(HardDiskEntry *hdt)
     } else if (::ioctl(device.get(), HDIO_DRIVE_CMD, command.data()) != 0) {
         TRACE(kFailure, "ioctl HDIO_DRIVE_CMD :%s failed\n", hdt->DevPath);
     }
-    // Deliberate: the exit says so whatever happened.
+    // Deliberate: the exit reports success whatever happened.
     TRACE(kDetail, "_OUT_ disable device:[%s] success ", hdt->DevPath);
 }
 

@@ -30,7 +30,7 @@ TEST(IdeSmart, RequestNumbersAreTheKernels)
     EXPECT_EQ(HDIO_DRIVE_TASK, 0x031E);
 }
 
-TEST(IdeSmart, EveryByteIsTold)
+TEST(IdeSmart, EveryByteIsRight)
 {
     EXPECT_THAT(kIdeIdentify, ElementsAre(0xEC, 0, 0, 1));
     EXPECT_THAT(kIdeIdentifyPacket, ElementsAre(0xA1, 0, 0, 1));
@@ -50,7 +50,7 @@ TEST(SmartPredictOfTask, OnlyTheExceededPairIsBad)
     }
 }
 
-TEST(SmartSupportOfIdentify, Word83TellsWhetherWord82Counts)
+TEST(SmartSupportOfIdentify, CountsWord82OnlyIfWord83IsValid)
 {
     for (const unsigned valid : {0x0000U, 0x4000U, 0x8000U, 0xC000U}) {
         for (const unsigned other : {0x0000U, 0x3FFFU}) {
@@ -193,7 +193,7 @@ const RoutineCase kCases[] = {
      "! ioctl (HDIO_DRIVE_CMD) status = -1, /dev/sda smart disable|_OUT_ ret=[0]", kSentReadData},
 };
 
-TEST(AtaSmart, EachRoutineSetsItsFieldsAndTellsWhy)
+TEST(AtaSmart, EachRoutineSetsItsFieldsAndTracesWhy)
 {
     for (const RoutineCase &c : kCases) {
         SCOPED_TRACE(std::string(c.routine->name) + ": " + c.name);

@@ -15,7 +15,7 @@ using testing::IsEmpty;
 
 // ---- what is on the wire ----
 
-// SCSI commands stand without the ioctl that carries them.
+// SCSI commands are listed without the ioctl that carries them.
 const std::string kSense6 = "1a 00 1c 00 ff 00";
 const std::string kSense10 = "5a 00 1c 00 00 00 00 00 ff 00";
 const std::string kSelect6 = "15 10 00 00 18 00";
@@ -25,7 +25,7 @@ const std::string kLogPages = "4d 00 40 00 00 00 00 00 fc 00";
 const std::string kLogExceptions = "4d 00 6f 00 00 00 00 00 fc 00";
 const std::string kRequest = "03 00 00 00 ff 00";
 
-const Lines kState{kSense6, kSense6}; // the form of the command is chosen anew every time
+const Lines kState{kSense6, kSense6}; // the form of the command is chosen each time
 const Lines kOn{kSense6, kSense6, kSelect6, kSense6};
 const Lines kOff{kSense6, kSense6, kSelect6};
 const Lines kNoAnswer{kSense6, kSense10, kSense6};
@@ -217,7 +217,7 @@ protected:
     const char *const node = nodeOf(GetParam().kind);
     HardDiskEntry disk = freshDisk(node, GetParam().kind);
 
-    // As the lines of an outcome tell it.
+    // The expected lines of an outcome.
     Lines sent() const
     {
         Lines lines = GetParam().sent;

@@ -13,11 +13,13 @@
 
 #include <cerrno>
 #include <fcntl.h>
+
 // Plain SCSI: the Informational Exceptions mode and log pages, REQUEST SENSE.
-void enable_scsi_smart(tavstrg::HardDiskEntry *hdt);        // sets SmartSupport
-void disable_scsi_smart(tavstrg::HardDiskEntry *hdt);       // SmartSupport becomes 1 when the page cannot be read
-void get_scsi_smart(tavstrg::HardDiskEntry *hdt);           // sets SmartPredict; SmartSupport becomes 1 on failure
-int fetch_scsi_enable_disable(tavstrg::HardDiskEntry *hdt); // sets SmartEnableState: 0, or -1 when it cannot be read
+void enable_scsi_smart(tavstrg::HardDiskEntry *hdt);  // sets SmartSupport
+void disable_scsi_smart(tavstrg::HardDiskEntry *hdt); // SmartSupport becomes 1 when the page cannot be read
+void get_scsi_smart(tavstrg::HardDiskEntry *hdt);     // sets SmartPredict; SmartSupport becomes 1 on failure
+int fetch_scsi_enable_disable(
+    tavstrg::HardDiskEntry *hdt); // sets SmartEnableState. Returns 0, or -1 when it cannot be read
 
 // ATA and ATAPI through the IDE ioctls.
 void enable_atapi_smart(tavstrg::HardDiskEntry *hdt);  // sets SmartSupport
@@ -35,8 +37,8 @@ int fetch_ata_enable_disable(tavstrg::HardDiskEntry *hdt);
 namespace tavstrg {
 
 // Opens an entry's device for reading and writing, hands it to work(entry, descriptor), and closes it. A device that
-// cannot be opened goes to refused(entry, errno) instead. Traces the entry, a null hdt and the exit in the name of
-// function.
+// cannot be opened goes to refused(entry, errno) instead. Traces the entry, a null hdt and the exit under the name
+// of its caller.
 template <class Work, class Refused> void withOpenDisk(HardDiskEntry *hdt, Work work, Refused refused)
 {
     TRACE(kDetail, "_IN_");

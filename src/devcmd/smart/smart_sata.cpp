@@ -59,7 +59,7 @@ void enable_sata_smart(HardDiskEntry *hdt)
             hdt->SmartSupport = 1;
             TRACE(kFailure, "SATA SMART enable failed!");
         } else {
-            // Deliberate: support stays as IDENTIFY told it, also where that is unknown.
+            // Deliberate: support stays as IDENTIFY reported it, even if unknown.
             TRACE(kDetail, "SATA SMART enable successed!");
         }
     }

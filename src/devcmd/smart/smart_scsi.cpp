@@ -37,7 +37,6 @@ void chooseCdbLength(ScsiDisk &disk)
 // the page that was sent to it must not be taken for its answer.
 int readPage(const ScsiDisk &disk, PageBuffer &buffer)
 {
-    constexpr int kCurrentValues = 0;
     buffer.fill(0);
     const auto sense = disk.modese_len == kModeSense10 ? modesense10 : modesense;
     return sense(disk.fd, kExceptionsModePage, kCurrentValues, buffer.data(), kBufferLength);
@@ -104,7 +103,7 @@ void enable(ScsiDisk disk)
     if (!tookPage(disk, readPage(disk, buffer), buffer, senseKeyAfterSelect)) {
         return;
     }
-    // Deliberate: where the page was before, whatever the disk says now.
+    // Deliberate: where the page was before, whatever the disk reports now.
     if (!reportsOnRequest(*page)) {
         entry.SmartSupport = 1;
         TRACE(kFailure, "%s : mrie != 0x06, support = unknown", entry.DevPath);
@@ -152,13 +151,11 @@ int fetchState(ScsiDisk disk)
                : TRACED(0, kDetail, "HD %s smart enable", entry.DevPath);
 }
 
-using PageBuffer = std::array<uint8_t, kPageBuffer>;
-
 // The additional sense code of the Informational Exceptions log page; none, traced, when it cannot be had.
 std::optional<uint8_t> readLog(int fd, const char *path)
 {
     PageBuffer buffer{};
-    errno = 0; // of a reply that came but says nothing, the error is 0
+    errno = 0; // the error of a reply without information is 0
     const int result = logsense(fd, kExceptionsLogPage, buffer.data(), kLogLength);
     const int error = errno;
     if (result != 0) {
@@ -185,7 +182,7 @@ std::optional<uint8_t> askSense(int fd, const char *path)
     return TRACED(asc, kDetail, "asc=[%d]", asc);
 }
 
-// The additional sense code by which the disk tells a prediction; none when it cannot be read.
+// The additional sense code by which the disk reports a prediction; none when it cannot be read.
 std::optional<uint8_t> readExceptions(int fd, const char *path)
 {
     int dSmartPage = 0;

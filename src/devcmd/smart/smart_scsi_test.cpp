@@ -403,7 +403,7 @@ TEST(ScsiSmart, EveryModeSenseReadsIntoAZeroedBuffer)
     }
 }
 
-TEST(ScsiSmart, ADiskThatCannotBeOpenedForTheChoiceIsSentTheSixByteCommands)
+TEST(ScsiSmart, SendsSixByteCommandsIfTheChoiceCannotOpen)
 {
     struct {
         const char *name;

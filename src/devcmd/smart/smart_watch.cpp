@@ -17,7 +17,7 @@ namespace {
 constexpr int32_t kSmartModeOn = 1;
 constexpr uint64_t kSupportUnknown = 1;
 constexpr uint64_t kSupported = 2;
-constexpr uint64_t kNotSupported = 3;
+constexpr uint64_t kSmartNotSupported = 3;
 constexpr uint64_t kStateNotRead = 0;
 constexpr uint64_t kFoundDisabled = 3;
 
@@ -63,7 +63,7 @@ void watch(HardDiskEntry &disk, const SmartRoutines *routines)
     if (disk.SmartSupport == kSupported && disk.SmartPredict == 0) {
         routines->get(&disk);
     }
-    if (disk.SmartSupport != kNotSupported && disk.SmartEnableState == kFoundDisabled) {
+    if (disk.SmartSupport != kSmartNotSupported && disk.SmartEnableState == kFoundDisabled) {
         routines->disable(&disk);
     }
 }

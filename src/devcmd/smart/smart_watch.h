@@ -5,6 +5,7 @@
 #include "devcmd/hard_disk.h"
 
 #include <cstdint>
+
 extern int32_t g_SmartMode; // SMART mode of the collection that runs; only 1 switches SMART handling on
 
 // Called once for every SCSI hard disk of a collection, after fetch_sata_type, with DevKind, DevPath and fresh SMART

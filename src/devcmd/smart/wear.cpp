@@ -2,13 +2,13 @@
 #include "devcmd/smart/wear.h"
 
 #include "devcmd/open_device.h"
+#include "devcmd/transport/sg_header.h"
 #include "runtime/holders.h"
 #include "runtime/trace.h"
 
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <scsi/sg.h>
 #include <sys/ioctl.h>
 
 using namespace tavstrg;
@@ -17,18 +17,13 @@ namespace {
 
 using SmartData = std::array<uint8_t, kSmartDataLength>;
 
-// Deliberate: a request of its own, without sense buffer and time-out (the kernel's default holds), whatever transport
-// the other commands use.
+// Deliberate: SG_IO whatever transport the other commands use, without a sense buffer, and with the kernel's time-out.
 int readSmartData(int fd, SmartData &data)
 {
     auto cdb = kSmartReadDataCdb;
-    sg_io_hdr header{};
-    header.interface_id = 'S';
-    header.dxfer_direction = SG_DXFER_FROM_DEV;
-    header.cmd_len = static_cast<unsigned char>(cdb.size());
-    header.dxfer_len = static_cast<unsigned>(data.size());
-    header.dxferp = data.data();
-    header.cmdp = cdb.data();
+    ScsiIoRequest request = scsiRequest(cdb, {DIR_FROM_DEVICE, data});
+    request.timeout_sec = 0;
+    sg_io_hdr header = sgHeader(request, SG_DXFER_FROM_DEV);
     return ::ioctl(fd, SG_IO, &header);
 }
 

@@ -8,9 +8,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
-// Reads the figure of an attribute: 0, also when the drive does not have the attribute, which leaves *endurance as it
-// was; -1 when an argument is missing (null, attID 0), the device does not open or the command is not carried. The SCSI
-// and ATA status of the command are not looked at.
+
+// Reads the figure of an attribute. Returns 0, also when the drive does not have the attribute, which leaves *endurance
+// as it was; -1 when an argument is missing (null, attID 0), the device does not open or the command is not carried.
+// The SCSI and ATA status of the command are ignored.
 int GetLifeSpanInfoIoctl(const char *devName, uint8_t attID, uint16_t *endurance);
 
 namespace tavstrg {
@@ -57,7 +58,7 @@ static_assert(sizeof(SmartAttribute) == 12);
 
 constexpr uint8_t kWearPercentUsed = 0xE6; // raw byte 1: percent of the rated endurance that is used up
 
-// Takes the first of the 30 entries with this id out of the data, of which only what is there is looked at: false when
+// Takes the first of the 30 entries with this id out of the data, which may be shorter than 512 bytes. Returns false if
 // there is none.
 bool findSmartAttribute(std::span<const uint8_t> data, uint8_t id, SmartAttribute &attribute);
 

@@ -15,7 +15,6 @@ using namespace tavstrg;
 
 namespace {
 
-constexpr uint32_t kTimeoutSeconds = 6;
 constexpr int kUseSgIo = 1;
 
 // What came of a command.
@@ -50,16 +49,10 @@ bool targetIsGood(int fd, const uint8_t *pBuf)
     return true;
 }
 
-Sent sendGeneric(int fd, std::span<uint8_t> cdb, int32_t direction, std::span<uint8_t> data)
+Sent sendGeneric(int fd, std::span<uint8_t> cdb, const ScsiTransfer &transfer)
 {
     TRACE(kDetail, "use SG_IO command for ioctl...");
-    ScsiIoRequest request{};
-    request.cdb = cdb.data();
-    request.cdb_len = cdb.size();
-    request.direction = direction;
-    request.data = data.data();
-    request.data_len = data.size();
-    request.timeout_sec = kTimeoutSeconds;
+    ScsiIoRequest request = scsiRequest(cdb, transfer);
     const int result = _sg_IoctlCommon(fd, &request);
     return result < 0 ? Sent{-1, -result, false} : Sent{0, 0, false};
 }
@@ -74,7 +67,7 @@ Sent sendLegacy(int fd, std::span<uint8_t> buffer)
 template <size_t CdbLength> Sent receive(int fd, std::array<uint8_t, CdbLength> cdb, const Reply &reply)
 {
     if (use_sg_io == kUseSgIo) {
-        return sendGeneric(fd, cdb, DIR_FROM_DEVICE, {reply.data, reply.length});
+        return sendGeneric(fd, cdb, {DIR_FROM_DEVICE, {reply.data, reply.length}});
     }
     alignas(uint32_t) LegacyBuffer<CdbLength> buffer = legacyRequest(cdb, 0, reply.outLength);
     const Sent sent = sendLegacy(fd, buffer);
@@ -156,7 +149,7 @@ int modeselect(int fd, int pagenum, int sp, uint8_t *pBuf, int bufLen)
     pBuf[0] = 0;
     if (use_sg_io == kUseSgIo) {
         Cdb6 cdb = modeSelect6Cdb(sp, plan->total);
-        return finish(sendGeneric(fd, cdb, DIR_TO_DEVICE, {pBuf, plan->total}));
+        return finish(sendGeneric(fd, cdb, {DIR_TO_DEVICE, {pBuf, plan->total}}));
     }
     alignas(uint32_t) LegacyBuffer<6> buffer = legacyModeSelect6(sp, {pBuf, lengthOf(bufLen)}, *plan);
     const Sent sent = sendLegacy(fd, buffer);
@@ -182,7 +175,7 @@ int modeselect10(int fd, int pagenum, int sp, uint8_t *pBuf, int bufLen)
     pBuf[0] = 0;
     if (use_sg_io == kUseSgIo) {
         Cdb10 cdb = modeSelect10Cdb(sp, plan->total);
-        return finish(sendGeneric(fd, cdb, DIR_TO_DEVICE, {pBuf, lengthOf(bufLen)}));
+        return finish(sendGeneric(fd, cdb, {DIR_TO_DEVICE, {pBuf, lengthOf(bufLen)}}));
     }
     alignas(uint32_t) LegacyBuffer<10> buffer = legacyModeSelect10(sp, {pBuf, lengthOf(bufLen)}, *plan);
     const Sent sent = sendLegacy(fd, buffer);

@@ -21,11 +21,14 @@ namespace tavstrg {
 constexpr size_t kPageBuffer = 255; // bytes, the most that a MODE SENSE(6) can bring
 constexpr int kLogLength = 252;     // bytes that LOG SENSE is asked for
 
+constexpr int kCurrentValues = 0;         // page control
 constexpr int kExceptionsModePage = 0x1C; // Informational Exceptions Control (SPC-4, 7.5.11)
 constexpr int kSupportedLogPages = 0x00;
 constexpr int kExceptionsLogPage = 0x2F; // Informational Exceptions (SPC-4, 7.3.8)
 
 } // namespace tavstrg
+
+// The commands take five parameters because their signatures are the system's.
 
 // MODE SENSE: page pagenum with page control pc; bufLen in 0 to 255. The 6-byte command always asks for 255 bytes.
 int modesense(int fd, int pagenum, int pc, uint8_t *pBuf, int bufLen);

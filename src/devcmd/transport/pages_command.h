@@ -56,7 +56,7 @@ constexpr Cdb6 modeSelect6Cdb(int savePages, size_t total)
     return {0x15, selectByte(savePages), 0, 0, lowByte(total), 0};
 }
 
-// Deliberate: only the low byte of the length is told, the high one stays 0.
+// Deliberate: only the low byte of the length is sent, the high byte stays 0.
 constexpr Cdb10 modeSelect10Cdb(int savePages, size_t total)
 {
     return {0x55, selectByte(savePages), 0, 0, 0, 0, 0, 0, lowByte(total), 0};
@@ -120,8 +120,8 @@ constexpr void putLegacyPage(LegacyBuffer<CdbLength> &buffer, std::span<const ui
     }
 }
 
-// The list is made anew: a header that announces one block descriptor, of 512-byte blocks, and the page where it was.
-// Deliberate: also where the reply had no block descriptor.
+// The list is built from scratch: a header that announces one block descriptor, of 512-byte blocks, and the page where
+// it was. Deliberate: also where the reply had no block descriptor.
 constexpr LegacyBuffer<6> legacyModeSelect6(int savePages, std::span<const uint8_t> reply, const SelectPlan &plan)
 {
     constexpr size_t kListAt = kLegacyHeader + 6;

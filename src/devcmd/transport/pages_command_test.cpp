@@ -19,7 +19,7 @@ template <size_t N> Bytes bytesIn(const std::array<uint8_t, N> &bytes)
     return {bytes.begin(), bytes.end()};
 }
 
-// A buffer of SCSI_IOCTL_SEND_COMMAND as it must be: what is not told is zero.
+// A buffer of SCSI_IOCTL_SEND_COMMAND as it must be: other bytes are zero.
 Bytes legacy(size_t size, uint32_t in, uint32_t out, const std::string &rest)
 {
     Bytes buffer(size);
@@ -30,7 +30,7 @@ Bytes legacy(size_t size, uint32_t in, uint32_t out, const std::string &rest)
     return buffer;
 }
 
-TEST(PagesCdb, EveryByteIsTold)
+TEST(PagesCdb, EveryByteIsRight)
 {
     EXPECT_EQ(bytesIn(modeSense6Cdb(0x1C, 0)), bytesOf("1a 00 1c 00 ff 00"));
     EXPECT_EQ(bytesIn(modeSense6Cdb(0x1C, 3)), bytesOf("1a 00 dc 00 ff 00"));
@@ -45,7 +45,7 @@ TEST(PagesCdb, EveryByteIsTold)
     EXPECT_EQ(bytesIn(requestSenseCdb()), bytesOf("03 00 00 00 ff 00"));
 }
 
-TEST(PagesCdb, OfALongParameterListModeSelect10TellsTheLowByteAlone)
+TEST(PagesCdb, ModeSelect10SendsOnlyTheLowByteOfALongLength)
 {
     EXPECT_EQ(bytesIn(modeSelect10Cdb(0, 0x1FC)), bytesOf("55 10 00 00 00 00 00 00 fc 00"));
 }
@@ -150,7 +150,7 @@ TEST(ModePageOffset, IsBehindTheBlockDescriptors)
     }
 }
 
-TEST(PlanModeSelect, APageThatEndsAtTheBuffersEndIsAcceptedOneByteMoreIsNot)
+TEST(PlanModeSelect, AcceptsAPageUpToTheBuffersEnd)
 {
     for (const bool ten : {false, true}) {
         const size_t offset = ten ? 16 : 12;

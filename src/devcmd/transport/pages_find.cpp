@@ -26,7 +26,6 @@ int scsiCDBModeSelect(const HardDiskEntry *hdt, int *modese_len)
         return TRACED(-1, kFailure, "_OUT_ (-1)");
     }
     std::array<uint8_t, kPageBuffer> reply{};
-    constexpr int kCurrentValues = 0;
     if (modesense(device.get(), kExceptionsModePage, kCurrentValues, reply.data(), reply.size()) == 0) {
         *modese_len = kModeSense6;
     } else if (modesense10(device.get(), kExceptionsModePage, kCurrentValues, reply.data(), reply.size()) == 0) {

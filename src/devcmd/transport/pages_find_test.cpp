@@ -104,7 +104,7 @@ struct OffsetCase {
     Lines lines; // between entry and exit
 };
 
-TEST(ScsiModePageOffset, TellsWhyThereIsNone)
+TEST(ScsiModePageOffset, TracesWhyThereIsNone)
 {
     const OffsetCase cases[] = {
         {"17 00 10 08 0 0 0 0 0 0 0 0 1c 0a", 14, 0, 12, {}},

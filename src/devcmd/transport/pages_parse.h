@@ -28,7 +28,7 @@ constexpr size_t replyWord(std::span<const uint8_t> reply, size_t i)
 enum class PagePlace {
     kInside,
     kBeyondBuffer, // fewer than two of the page's bytes lie in the buffer
-    kBeyondReply,  // or in what the disk says that it sent
+    kBeyondReply,  // or in what the disk reports to have sent
 };
 
 struct ModePage {
@@ -72,9 +72,9 @@ constexpr std::optional<SelectPlan> planModeSelect(std::span<const uint8_t> repl
 // Whether a reply of the log page of supported pages lists a page. Only the low byte of the list's length counts.
 constexpr bool listsLogPage(std::span<const uint8_t> reply, int page)
 {
-    constexpr size_t kListAt = 4;
-    const size_t end = kListAt + replyByte(reply, 3);
-    for (size_t i = kListAt; i < end && i < reply.size(); ++i) {
+    constexpr size_t kPagesAt = 4;
+    const size_t end = kPagesAt + replyByte(reply, 3);
+    for (size_t i = kPagesAt; i < end && i < reply.size(); ++i) {
         if (reply[i] == page) {
             return true;
         }

@@ -12,9 +12,6 @@ using namespace tavstrg;
 
 namespace {
 
-constexpr size_t kSenseLength = 32;
-constexpr uint32_t kTimeoutSeconds = 6;
-
 struct SatReply {
     std::array<uint8_t, kSenseLength> sense{};
     size_t senseLength = 0;
@@ -28,15 +25,9 @@ int sendSat(int fd, const SatCommand &command, uint8_t *data, SatReply &reply)
     if (transfer.direction == DIR_FROM_DEVICE) {
         std::memset(data, 0, transfer.length);
     }
-    ScsiIoRequest request{};
-    request.cdb = cdb.bytes.data();
-    request.cdb_len = cdb.length;
-    request.direction = transfer.direction;
-    request.data = transfer.direction == DIR_NONE ? nullptr : data;
-    request.data_len = transfer.length;
-    request.sense = reply.sense.data();
-    request.sense_max = reply.sense.size();
-    request.timeout_sec = kTimeoutSeconds;
+    uint8_t *const place = transfer.direction == DIR_NONE ? nullptr : data;
+    ScsiIoRequest request =
+        scsiRequest({cdb.bytes.data(), cdb.length}, {transfer.direction, {place, transfer.length}}, reply.sense);
     const int result = _sg_IoctlCommon(fd, &request);
     reply.senseLength = std::min(request.sense_len, reply.sense.size());
     return result;

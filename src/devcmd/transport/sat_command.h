@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// ATA commands in SCSI clothes (SAT-2, ATA PASS-THROUGH): what is sent, its bytes, and what the reply means. Pure.
-#include "devcmd/transport/sense.h"
-
+// ATA commands through a SCSI layer (SAT-2, ATA PASS-THROUGH): what is sent, its bytes, and what the reply means. Pure.
 #pragma once
 
+#include "devcmd/transport/sense.h"
 #include "devcmd/transport/transport.h"
 
 #include <algorithm>
@@ -12,6 +11,7 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+
 // SAT command selectors; other values are not supported.
 constexpr int SATCMD_SMART_ENABLE = 0;
 constexpr int SATCMD_SMART_DISABLE = 1;
@@ -23,7 +23,7 @@ constexpr int SATCMD_IDENTIFY_PACKET = 11;
 // Sends an ATA command: 0; 1 when the SMART threshold is exceeded (only SATCMD_SMART_STATUS_CHECK); -1 on failure. data
 // holds 512 bytes for the IDENTIFY selectors; unused is ignored.
 int sat_ata_cmd_interface(int fd, int command, int unused, uint8_t *data);
-// Whether IDENTIFY (PACKET) DEVICE through SAT succeeds: 0, or -1.
+// Whether IDENTIFY (PACKET) DEVICE through SAT succeeds. Returns 0, or -1.
 int sat_ata_pass_through(int fd, int packet);
 
 namespace tavstrg {
@@ -46,7 +46,8 @@ struct SatCommand {
 };
 
 constexpr uint16_t kIdentifyLength = 512; // bytes of IDENTIFY (PACKET) DEVICE data
-// The signature that tells a SMART command from others (ATA8-ACS), also the "good" answer of SMART RETURN STATUS.
+// The signature that distinguishes a SMART command from others (ATA8-ACS), also the "good" answer of SMART RETURN
+// STATUS.
 constexpr uint8_t kSmartLbaMid = 0x4F;
 constexpr uint8_t kSmartLbaHigh = 0xC2;
 constexpr uint8_t kSmartExceededLbaMid = 0xF4;
@@ -191,7 +192,7 @@ enum class SatOutcome {
     kSmartGood,
     kSmartExceeded,
     kSmartUnknown,
-    kStatusError, // the device reports the end of the command where nobody asked for it
+    kStatusError, // the device reports the end of the command without being asked for it
 };
 
 // LBA mid and LBA high as SMART RETURN STATUS leaves them.

@@ -72,7 +72,7 @@ TEST(SatCommands, BytesOfTheTwelveByteForm)
     }
 }
 
-TEST(SatCommands, FlagsStandInTheirBits)
+TEST(SatCommands, FlagsAreInTheirBits)
 {
     EXPECT_EQ(ataPassThrough16({.tDir = false, .byteBlock = false})[2], 0x00);
     EXPECT_EQ(ataPassThrough16({.byteBlock = false})[2], 0x08);
@@ -173,7 +173,7 @@ SgReply returnStatus(const char *registers)
                    .sense = bytesOf(std::string("72 01 00 1d 00 00 00 0e 09 0c 00 00 00 00 00 00 00 ") + registers)};
 }
 
-TEST(SatInterface, ThresholdExceededIsToldOnlyToTheCheckingSelector)
+TEST(SatInterface, OnlyTheCheckingSelectorReportsThresholdExceeded)
 {
     ScsiDouble disk({returnStatus("f4 00 2c 00 50")});
     const TraceRecorder traces;

@@ -15,8 +15,6 @@ using namespace tavstrg;
 namespace {
 
 constexpr size_t kInquiryLength = 64; // standard INQUIRY data that is asked for
-constexpr size_t kSenseLength = 32;
-constexpr uint32_t kTimeoutSeconds = 6;
 
 // T10 VENDOR IDENTIFICATION of the standard INQUIRY data (SPC-4, 6.4.2).
 constexpr size_t kVendorAt = 8;
@@ -30,15 +28,7 @@ int sendInquiry(int fd, InquiryData &data)
 {
     std::array<uint8_t, 6> cdb{0x12, 0, 0, 0, kInquiryLength, 0};
     std::array<uint8_t, kSenseLength> sense{};
-    ScsiIoRequest request{};
-    request.cdb = cdb.data();
-    request.cdb_len = cdb.size();
-    request.direction = DIR_FROM_DEVICE;
-    request.data = data.data();
-    request.data_len = data.size();
-    request.sense = sense.data();
-    request.sense_max = sense.size();
-    request.timeout_sec = kTimeoutSeconds;
+    ScsiIoRequest request = scsiRequest(cdb, {DIR_FROM_DEVICE, data}, sense);
     return _sg_IoctlCommon(fd, &request);
 }
 

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+
 // What scsi_chk_sense_data_format decodes.
 struct SenseInfo {
     uint8_t response_code; // sense byte 0 without bit 7
@@ -25,7 +26,7 @@ enum class SenseFormat {
     kUnknown,    // 0x74 to 0x7F: only the response code is decoded
 };
 
-// Decodes sense data; info is untouched when there are none. No byte beyond the span is read, whatever lengths the
+// Decodes sense data; info is unchanged if there are none. No byte beyond the span is read, whatever lengths the
 // bytes claim: what a device did not send is 0.
 SenseFormat decodeSense(std::span<const uint8_t> sense, SenseInfo &info);
 
@@ -33,7 +34,7 @@ SenseFormat decodeSense(std::span<const uint8_t> sense, SenseInfo &info);
 bool hasSenseDescriptors(std::span<const uint8_t> sense);
 
 // First descriptor of a type in sense data with descriptors: from its first byte to the end of the sense data, at least
-// two bytes; empty when there is none. A descriptor's own length (its byte 1 + 2) may claim more than is there.
+// two bytes; empty if there is none. A descriptor's own length (its byte 1 + 2) may claim more than is there.
 std::span<const uint8_t> findSenseDescriptor(std::span<const uint8_t> sense, int type);
 
 } // namespace tavstrg

@@ -60,7 +60,7 @@ const SenseCase kSenseCases[] = {
     {"72 05 20", 0, 5, 0x20, 0, 0, "descriptor format sense data 72"},
     {"72 05", 0, 5, 0, 0, 0, "descriptor format sense data 72"},
     {"72", 0, 0, 0, 0, 0, "descriptor format sense data 72"},
-    // response codes that nobody knows
+    // unknown response codes
     {"74 05 20 01 00 00 00 00", -1, 0, 0, 0, 0, "Unknown response code 74"},
     {"7f 05 20 01 00 00 00 00", -1, 0, 0, 0, 0, "Unknown response code 7f"},
     {"ff", -1, 0, 0, 0, 0, "Unknown response code 7f"},

@@ -2,12 +2,11 @@
 #include "devcmd/transport/transport.h"
 
 #include "devcmd/open_device.h"
-#include "devcmd/transport/transport_verdict.h"
+#include "devcmd/transport/sg_header.h"
 #include "runtime/trace.h"
 
 #include <cerrno>
 #include <optional>
-#include <scsi/sg.h>
 #include <sys/ioctl.h>
 
 using namespace tavstrg;
@@ -15,9 +14,6 @@ using namespace tavstrg;
 int32_t use_sg_io = 1;
 
 namespace {
-
-constexpr uint8_t kCheckCondition = 2; // SCSI status
-constexpr uint32_t kMillisecondsPerSecond = 1000;
 
 std::optional<int> kernelDirection(int32_t direction)
 {
@@ -33,22 +29,7 @@ std::optional<int> kernelDirection(int32_t direction)
     }
 }
 
-sg_io_hdr kernelRequest(const ScsiIoRequest &request, int direction)
-{
-    sg_io_hdr header{};
-    header.interface_id = 'S';
-    header.dxfer_direction = direction;
-    header.cmd_len = static_cast<uint8_t>(request.cdb_len & 0xFFU);
-    header.mx_sb_len = static_cast<uint8_t>(request.sense_max & 0xFFU);
-    header.dxfer_len = static_cast<uint32_t>(request.data_len & 0xFFFFFFFFU);
-    header.dxferp = request.data;
-    header.cmdp = request.cdb;
-    header.sbp = request.sense;
-    header.timeout = request.timeout_sec * kMillisecondsPerSecond;
-    return header;
-}
-
-// Reports a reply of the kernel and takes it over into the request. Traces in the name of the function that sent.
+// Reports a reply of the kernel and takes it over into the request. Traces under the name of its caller.
 int takeReply(const sg_io_hdr &header, ScsiIoRequest &request)
 {
     request.scsi_status = header.status;
@@ -81,7 +62,7 @@ int sendRequest(int fd, ScsiIoRequest *request)
     if (!direction) {
         return TRACED(-EINVAL, kFailure, "Not support this kind of dirct %d", request->direction);
     }
-    sg_io_hdr header = kernelRequest(*request, *direction);
+    sg_io_hdr header = sgHeader(*request, *direction);
     if (::ioctl(fd, SG_IO, &header) < 0) {
         const int error = errno;
         request->scsi_status = 0;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "devcmd/transport/sg_header.h"
 #include "devcmd/transport/transport.h"
-#include "devcmd/transport/transport_verdict.h"
 #include "support/ioctl_double.h"
 #include "support/trace_recorder.h"
 

@@ -1,10 +1,30 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the kernel's SCSI generic reply says about the transport, apart from the sending.
+// The kernel's SCSI generic header: how a request fills it, and what its reply means for the transport.
 #pragma once
 
+#include "devcmd/transport/transport.h"
+
 #include <cstdint>
+#include <scsi/sg.h>
 
 namespace tavstrg {
+
+// direction: the kernel's, SG_DXFER_...
+constexpr sg_io_hdr sgHeader(const ScsiIoRequest &request, int direction)
+{
+    constexpr uint32_t kMillisecondsPerSecond = 1000;
+    sg_io_hdr header{};
+    header.interface_id = 'S';
+    header.dxfer_direction = direction;
+    header.cmd_len = static_cast<uint8_t>(request.cdb_len & 0xFFU);
+    header.mx_sb_len = static_cast<uint8_t>(request.sense_max & 0xFFU);
+    header.dxfer_len = static_cast<uint32_t>(request.data_len & 0xFFFFFFFFU);
+    header.dxferp = request.data;
+    header.cmdp = request.cdb;
+    header.sbp = request.sense;
+    header.timeout = request.timeout_sec * kMillisecondsPerSecond;
+    return header;
+}
 
 enum class TransportOutcome {
     kGood,
