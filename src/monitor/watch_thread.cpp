@@ -16,14 +16,7 @@ std::recursive_mutex tavstrg::g_threadControl;
 
 namespace {
 
-constexpr char kTraceFile[] = "tavstrg.log";
 constexpr int32_t kDefaultCycle = 60; // seconds
-
-// Ids are words to the threads' functions; the trace prints their low 32 bits.
-int tracedId(pthread_t tid)
-{
-    return static_cast<int>(tid);
-}
 
 // Leaves the mark by which the thread's end is seen, however it ends.
 class EndMark {

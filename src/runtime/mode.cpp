@@ -52,12 +52,6 @@ ThreadState look(pthread_t *tid, pthread_t &seen)
     return ThreadState::running;
 }
 
-// The threads' functions take an identifier as a word; the trace prints its low 32 bits.
-int tracedId(pthread_t tid)
-{
-    return static_cast<int>(tid);
-}
-
 } // namespace
 
 int getServiceMode(const CInfo *cInfo)

@@ -29,6 +29,12 @@ int getThreadSts(pthread_t *tid);
 
 namespace tavstrg {
 
+// A thread's identifier in traces: its low 32 bits.
+inline int tracedId(pthread_t tid)
+{
+    return static_cast<int>(tid);
+}
+
 // The identifier as it is at this moment, 0 for none.
 pthread_t threadNow(const pthread_t *tid);
 // A thread was started: its identifier.

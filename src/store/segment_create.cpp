@@ -16,7 +16,7 @@ using namespace tavstrg;
 
 namespace {
 
-constexpr int kAttempts = 65535;
+constexpr int kKeyAttempts = 65535;
 constexpr int kProjectId = 69;       // second half of the key, see ftok(3)
 constexpr int kPermissions = 0600;   // of segments and key files
 constexpr size_t kRetiredExtra = 24; // ".bak." and a number
@@ -114,7 +114,7 @@ Attempt attempt(const KeyFile &file, int size, int n, int &shmId, int &error)
 int findSegment(const KeyFile &file, int size, int &n, int &error)
 {
     RetiredFile retired;
-    for (n = 1; n <= kAttempts; ++n) {
+    for (n = 1; n <= kKeyAttempts; ++n) {
         int shmId = -1;
         const Attempt outcome = attempt(file, size, n, shmId, error);
         if (outcome == Attempt::made) {
@@ -126,7 +126,7 @@ int findSegment(const KeyFile &file, int size, int &n, int &error)
         nameRetired(retired, file, n); // set aside, not removed: its inode, and with it its key, stays taken
         ::rename(file.path, retired.path);
     }
-    TRACE(kFailure, "_OUT_ shmget Failure!!*[%d]", n > kAttempts ? kAttempts : n);
+    TRACE(kFailure, "_OUT_ shmget Failure!!*[%d]", n > kKeyAttempts ? kKeyAttempts : n);
     return -1;
 }
 
@@ -134,7 +134,7 @@ void removeRetired(const KeyFile &file, int attempts)
 {
     RetiredFile retired;
     bool gap = false;
-    for (int n = 1; n <= kAttempts; ++n) {
+    for (int n = 1; n <= kKeyAttempts; ++n) {
         nameRetired(retired, file, n);
         if (exists(retired.path)) {
             TRACE(kDetail, "unlink[%s]", retired.path);
