@@ -23,11 +23,12 @@ inline const char *textOf(const CMPIString *text)
     return static_cast<const char *>(text->hdl);
 }
 
+constexpr int kUnusable = CMPI_nullValue | CMPI_notFound | CMPI_badValue; // states of data without a value
+
 // Whether the value is in the data itself: a number or a truth value, present and not NULL.
 inline bool isPlainValue(const CMPIData &data)
 {
-    constexpr int unusable = CMPI_nullValue | CMPI_notFound | CMPI_badValue;
-    return (data.state & unusable) == 0 && data.type != CMPI_null && (data.type & (CMPI_ENC | CMPI_ARRAY)) == 0;
+    return (data.state & kUnusable) == 0 && data.type != CMPI_null && (data.type & (CMPI_ENC | CMPI_ARRAY)) == 0;
 }
 
 // Why a request was not fulfilled.
