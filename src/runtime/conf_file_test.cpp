@@ -189,6 +189,20 @@ TEST_F(Configuration, ALongFileIsReadToItsEnd)
     EXPECT_EQ(machine.openDescriptors(), 0);
 }
 
+TEST_F(Configuration, FileIsReadUpToItsBound)
+{
+    const std::string pair = " TavDir /opt/agent";
+    const std::string blanks(kConfBytesMax - pair.size(), ' ');
+    machine.write(kFile, blanks + pair);
+    EXPECT_EQ(root(), "/opt/agent");
+
+    machine.write(kFile, blanks + pair + "s");
+    EXPECT_EQ(root(), "/opt/qlm/tavkit_sa") << "the value that the bound cuts is no value";
+    EXPECT_TRUE(trace.has(kFailure, "/etc/tavkit/tavkit.conf is larger than 1048576 bytes, the rest is not read",
+                          "get_TavEnv"));
+    EXPECT_EQ(machine.openDescriptors(), 0);
+}
+
 TEST_F(Configuration, AReadErrorCountsAsTheEnd)
 {
     machine.write(kFile, "TavDir /opt/agent\n");
