@@ -28,7 +28,7 @@ Refusal failedAt(const char *step)
 void awaitInitialisation(bool terminating)
 {
     constexpr int kPatience = 20; // times three seconds
-    for (int round = 0; gst_first == 1 && round < (terminating ? kPatience : 1); ++round) {
+    for (int round = 0; gst_first == kBuilding && round < (terminating ? kPatience : 1); ++round) {
         waitWhileInitialising(0);
     }
 }
@@ -38,7 +38,7 @@ void awaitInitialisation(bool terminating)
 bool releaseWhereNothingIsBuilt()
 {
     const std::lock_guard held(g_collectionLock);
-    if (gst_first != 0) {
+    if (gst_first != kNotBuilt) {
         return false;
     }
     releaseEarlierBuild();
@@ -49,13 +49,13 @@ Outcome cleanUpNonService(const CInfo *cInfo, bool terminating)
 {
     // A store under construction is neither saved nor freed: the file would be overwritten with what is not there yet.
     awaitInitialisation(terminating);
-    while (gst_first == 0) {
+    while (gst_first == kNotBuilt) {
         if (releaseWhereNothingIsBuilt()) {
             return TRACED(Outcome(), kDetail, "_OUT_ rc=[CMPI_RC_OK] Already CleanUp.");
         }
         awaitInitialisation(terminating);
     }
-    if (gst_first == 1) {
+    if (gst_first == kBuilding) {
         return failedAt("strgSetInstance");
     }
     TRACE(kDetail, "strgSetInstance()");
@@ -67,8 +67,8 @@ Outcome cleanUpNonService(const CInfo *cInfo, bool terminating)
         return failedAt("strgFreeInstance");
     }
     strgDestroyLocks();
-    int32_t built = 2; // a stop may have said so before, and a request begun anew
-    gst_first.compare_exchange_strong(built, 0);
+    int32_t built = kBuilt; // a stop may have reset it before, and a request may build again
+    gst_first.compare_exchange_strong(built, kNotBuilt);
     return TRACED(Outcome(), kDetail, "_OUT_");
 }
 

@@ -14,7 +14,7 @@ constexpr useconds_t kInitPause = 100000; // 100 ms
 // Waits until no initialisation runs or kInitWaits waits were made, those made before included. Returns the waits made.
 inline int waitWhileInitialising(int waits)
 {
-    for (; gst_first == 1 && waits < kInitWaits; ++waits) {
+    for (; gst_first == kBuilding && waits < kInitWaits; ++waits) {
         usleep(kInitPause);
     }
     return waits;

@@ -146,19 +146,19 @@ int strgInitProvider(const CInfo *cInfo)
     const TraceScope scope;
     TRACE(kDetail, "_IN_ gst_first=[%d]", gst_first.load());
     int waits = 0;
-    for (int32_t state = 1; state != 0;) {
+    for (int32_t state = kBuilding; state != kNotBuilt;) {
         waits = waitWhileInitialising(waits);
         if (waits == kInitWaits) { // deliberate: even if the other one finished during the last wait
             return TRACED(-1, kFailure, "_OUT_ gst_first Failure!!");
         }
-        state = 0;
-        if (!gst_first.compare_exchange_strong(state, 1) && state == 2) {
+        state = kNotBuilt;
+        if (!gst_first.compare_exchange_strong(state, kBuilding) && state == kBuilt) {
             return TRACED(0, kDetail, "_OUT_ Already Initialize.");
         }
     }
     TRACE(kDetail, "strgInitInstance()");
     const int ret = strgInitInstance(cInfo);
-    gst_first = ret == 0 ? 2 : 0;
+    gst_first = ret == 0 ? kBuilt : kNotBuilt;
     return TRACED(ret, kDetail, "_OUT_ ret=[%d]", ret);
 }
 

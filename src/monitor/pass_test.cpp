@@ -32,6 +32,7 @@ protected:
             replaceRecords(instSt[id], num, takeRecords(now.dat[id]));
         }
         strgTakeTotals();
+        gst_first = kBuilt;
         EXPECT_EQ(shmNew(&cInfo, 10, kShmKeyFileBase, instSt, shmSt), 0);
         EXPECT_EQ(strgPublishAll(&cInfo), 0);
         trace->clear();

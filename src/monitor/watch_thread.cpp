@@ -168,7 +168,7 @@ void strgExitThread(const CInfo *cInfo)
         TRACE(kFailure, "strgFreeInstance() Failure!!");
     }
     strgDestroyLocks();
-    int32_t built = 2; // a request that builds the store anew meanwhile keeps its state
-    gst_first.compare_exchange_strong(built, 0);
+    int32_t built = kBuilt; // a request that builds the store again meanwhile keeps its state
+    gst_first.compare_exchange_strong(built, kNotBuilt);
     TRACE(kDetail, "_OUT_");
 }
