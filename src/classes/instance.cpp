@@ -64,7 +64,7 @@ RecordsCopy::RecordsCopy(int classId)
 {
     DatInfo dat = {};
     const RecordsReader reader(classId, dat);
-    storeIsBuilt_ = strgIsBuilt();
+    emptyIsKnown_ = strgEmptyIsKnown();
     count_ = std::max(dat.datNum, 0);
     size_ = dat.datSize;
     if (count_ > 0 && dat.datAdr != nullptr) {
@@ -82,7 +82,7 @@ Outcome RecordsCopy::check(const RecordClass &member) const
     if (count_ > 0) {
         return records_ ? Outcome() : unreadStore();
     }
-    return storeIsBuilt_ ? noData(member) : unreadStore();
+    return emptyIsKnown_ ? noData(member) : unreadStore();
 }
 
 Outcome tavstrg::returnInstance(const InstanceRequest &request, const char *builder, CMPIInstance *built)

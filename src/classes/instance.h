@@ -68,7 +68,7 @@ public:
 private:
     int count_ = 0;
     size_t size_ = 0; // bytes of one record
-    bool storeIsBuilt_ = false;
+    bool emptyIsKnown_ = false;
     HeapBlock<uint8_t> records_{nullptr};
 };
 

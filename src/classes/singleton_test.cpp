@@ -198,6 +198,19 @@ TEST_F(Singleton, AMissingRecordIsNotFound)
     EXPECT_TRUE(trace.has(kFailure, config().noData, config().getName));
 }
 
+TEST_F(Singleton, OnAFreedStoreWithAThreadOnlyTheConfigurationFails)
+{
+    *strgGetThreadID() = 0;
+    ASSERT_EQ(strgFreeInstance(&outside), 0);
+    *strgGetThreadID() = pthread_self();
+    Reply reply = get(totals());
+    EXPECT_EQ(reply.rc, CMPI_RC_ERR_NOT_FOUND);
+    EXPECT_EQ(reply.message, "NotFound Data");
+    reply = get(config());
+    EXPECT_EQ(reply.rc, CMPI_RC_ERR_FAILED);
+    EXPECT_EQ(reply.message, "strgGetInstance() FAILED");
+}
+
 TEST_F(Singleton, SetPropInstChecksItsParametersInOrder)
 {
     const uint64_t record[8] = {};

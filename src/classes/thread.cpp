@@ -36,7 +36,7 @@ Outcome start(const CInfo *cInfo)
     }
     // A stop that this start waited for has freed the store, which the thread updates but does not build; another
     // request may be building it at this moment.
-    if ((gst_first != 2 && strgInitProvider(cInfo) != 0) || strgCreateThread(cInfo) != 0) {
+    if ((gst_first != kBuilt && strgInitProvider(cInfo) != 0) || strgCreateThread(cInfo) != 0) {
         TRACE(kFailure, "getClassName() Failure!!"); // deliberate: this failure's line names another call
         return failedCall("strgCreateThread");
     }
