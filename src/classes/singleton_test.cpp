@@ -2,6 +2,7 @@
 #include "classes/instance.h"
 
 #include "runtime/trace.h"
+#include "support/lock_at.h"
 #include "support/store_fixture.h"
 
 #include <gmock/gmock.h>
@@ -209,6 +210,20 @@ TEST_F(Singleton, OnAFreedStoreWithAThreadOnlyTheConfigurationFails)
     reply = get(config());
     EXPECT_EQ(reply.rc, CMPI_RC_ERR_FAILED);
     EXPECT_EQ(reply.message, "strgGetInstance() FAILED");
+}
+
+TEST_F(Singleton, NoRecordsLockIsHeldWhileTheTraceOrTheBrokerIsCalled)
+{
+    for (const Member &member : kMembers) {
+        int met = 0;
+        const AtLine look("CMNewInstance()", [&met] {
+            ++met;
+            const std::unique_lock held(g_recordsLock, std::try_to_lock);
+            EXPECT_TRUE(held.owns_lock());
+        });
+        EXPECT_EQ(get(member).rc, CMPI_RC_OK);
+        EXPECT_EQ(met, 1);
+    }
 }
 
 TEST_F(Singleton, SetPropInstChecksItsParametersInOrder)
