@@ -117,6 +117,7 @@ int collectFirst()
 
 int publishFirst(const CInfo *cInfo)
 {
+    removeRetiredKeys(kShmKeyFileBase);
     TRACE(kDetail, "shmNew(%d,%s)", TAV_CID_STRG_LIFE, kShmKeyFileBase);
     if (shmNew(cInfo, TAV_CID_STRG_LIFE, kShmKeyFileBase, instSt, shmSt) != 0) {
         return TRACED(-1, kFailure, "_OUT_ shmNew() Failure!!");

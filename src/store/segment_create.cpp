@@ -4,10 +4,14 @@
 #include "runtime/trace.h"
 #include "store/segment_lock.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <cstring>
+#include <dirent.h>
 #include <fcntl.h>
+#include <string_view>
 #include <sys/ipc.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
@@ -149,6 +153,52 @@ void removeRetired(const KeyFile &file, int attempts)
     }
 }
 
+// A directory's entries one by one: a killed process may have left more than a listing should hold.
+class OpenDirectory {
+public:
+    explicit OpenDirectory(const char *path) : directory_(::opendir(path)) {}
+    ~OpenDirectory()
+    {
+        if (directory_ != nullptr) {
+            ::closedir(directory_);
+        }
+    }
+    OpenDirectory(const OpenDirectory &) = delete;
+    OpenDirectory &operator=(const OpenDirectory &) = delete;
+    // Name of the next entry; null after the last one, or without a directory.
+    const char *next() const
+    {
+        const dirent *const entry = directory_ == nullptr ? nullptr : ::readdir(directory_);
+        return entry == nullptr ? nullptr : entry->d_name;
+    }
+
+private:
+    DIR *directory_;
+};
+
+// Takes the decimal digits off the front of a text. Returns whether there were any.
+bool takeNumber(std::string_view &text)
+{
+    const size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
+    text.remove_prefix(digits);
+    return digits > 0;
+}
+
+// Whether a name is that of a retired key file: base, class, ".bak.", number.
+bool isRetired(std::string_view name, std::string_view base)
+{
+    constexpr std::string_view kRetired = ".bak.";
+    if (!name.starts_with(base)) {
+        return false;
+    }
+    name.remove_prefix(base.size());
+    if (!takeNumber(name) || !name.starts_with(kRetired)) {
+        return false;
+    }
+    name.remove_prefix(kRetired.size());
+    return takeNumber(name) && name.empty();
+}
+
 int createUnderFreshKey(const char *keyFileBase, int cid, int size, int &error)
 {
     KeyFile file;
@@ -163,6 +213,27 @@ int createUnderFreshKey(const char *keyFileBase, int cid, int size, int &error)
 }
 
 } // namespace
+
+void tavstrg::removeRetiredKeys(const char *keyFileBase)
+{
+    const std::string_view base(keyFileBase);
+    const size_t slash = base.rfind('/');
+    KeyFile directory;
+    if (slash == std::string_view::npos || slash >= sizeof directory.path) {
+        return;
+    }
+    std::memcpy(directory.path, keyFileBase, slash);
+    directory.path[slash] = '\0';
+    const OpenDirectory entries(directory.path);
+    while (const char *const name = entries.next()) {
+        if (isRetired(name, base.substr(slash + 1))) {
+            char path[PATH_MAX + NAME_MAX + 2];
+            std::snprintf(path, sizeof path, "%s/%s", directory.path, name);
+            TRACE(kDetail, "unlink[%s]", path);
+            ::unlink(path);
+        }
+    }
+}
 
 int shmCreate(const CInfo *cInfo, ShmInfo *shmInfo, const char *keyFileBase, int cid, int size)
 {
