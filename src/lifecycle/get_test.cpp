@@ -183,6 +183,15 @@ TEST_F(ServiceGet, AClassWhoseSegmentIsEmptyIsDroppedAndItsArrayFreed)
                 ElementsAre("0 _IN_", "0 shmSt[5].shmNum=0", "0 - return TRUE classID=[5]-", "0 _OUT_ ret=[0]"));
 }
 
+TEST_F(ServiceGet, ClassThatLostItsSegmentKeepsItsRecords)
+{
+    shmDestroy(&cInfo, &shmSt[TAV_CID_STRG_HDD]);
+    markLost(shmSt[TAV_CID_STRG_HDD]);
+    EXPECT_EQ(strgGetInstance(&cInfo, TAV_CID_STRG_HDD, &dat), 0);
+    EXPECT_EQ(dat.datNum, 2);
+    EXPECT_THAT(linesOf("strgGetInstance"), Contains("0 shmSt[5].shmNum=0"));
+}
+
 TEST_F(ServiceGet, ThreadOnAStoreFreedBeforeHasNoRecordsAndNoConfiguration)
 {
     thread.reset();

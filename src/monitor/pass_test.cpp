@@ -159,6 +159,28 @@ TEST_F(Check, AClassWhoseSegmentIsGoneIsEmptiedAndBuiltAnew)
     EXPECT_EQ(published<StrgHddRec>(TAV_CID_STRG_HDD).size(), 2U);
 }
 
+TEST_F(Check, ClassThatLosesItsSegmentKeepsItsRecordsAndTheFileUntilAPassReplacesIt)
+{
+    ASSERT_EQ(strgCheckConfigChange(&cInfo), 0);
+    const std::string saved = machine.read(kSavedStateFile);
+    machine.remove("/opt/qlm/tavkit_sa/work"); // no more segments
+    machine.change(machineWith(3));
+    for (int pass = 0; pass < 2; ++pass) {
+        EXPECT_EQ(strgCheckConfigChange(&cInfo), -1);
+        EXPECT_EQ(disks().size(), 2U);
+    }
+    EXPECT_EQ(strgSetInstance(&cInfo), -1);
+    EXPECT_EQ(linesOf("strgSetInstance").back(), "3 _OUT_ strgPutBinFile() Failure!!");
+    EXPECT_EQ(machine.read(kSavedStateFile), saved);
+
+    machine.makeDirectory("/opt/qlm/tavkit_sa/work");
+    machine.change(machineWith(2)); // the count is the stored one again, the segment is still missing
+    EXPECT_EQ(strgCheckConfigChange(&cInfo), 0);
+    EXPECT_EQ(published<StrgScsiRec>(TAV_CID_STRG_SCSI).size(), 2U);
+    EXPECT_EQ(strgSetInstance(&cInfo), 0);
+    EXPECT_EQ(savedDisks(), 2);
+}
+
 TEST_F(Check, ASegmentThatCannotBeLockedFailsIt)
 {
     g_srvmod = 1;
