@@ -20,8 +20,8 @@ inline int waitWhileInitialising(int waits)
     return waits;
 }
 
-// Frees what an initialisation that failed has left; before another one starts and before the provider is unloaded.
-// Untraced: mostly there is nothing.
+// Frees what a failed initialisation left, before another one starts and before the provider is unloaded. Segments are
+// removed without a trace.
 void releaseEarlierBuild();
 
 } // namespace tavstrg

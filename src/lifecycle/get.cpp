@@ -5,7 +5,6 @@
 #include "runtime/trace.h"
 #include "store/arrays.h"
 
-#include <cstdlib>
 #include <optional>
 
 using namespace tavstrg;
@@ -30,7 +29,7 @@ bool reloadFromThread(const CInfo *cInfo, int classId)
         }
     } else {
         TRACE(kDetail, "shmSt[%d].shmNum=0", classId);
-        std::free(takeRecordsWithoutSegment(instSt[classId], shmSt[classId]));
+        freeRecords(takeRecordsWithoutSegment(instSt[classId], shmSt[classId]));
     }
     TRACE(kDetail, "- return TRUE classID=[%d]-", classId);
     strgLogDumpInstanceDat(classId, instSt);

@@ -68,7 +68,7 @@ std::FILE *openSavedState()
 void forgetSavedState()
 {
     for (int id = TAV_CID_STRG_CTRL; id < TAV_CID_STRG_MAX; ++id) {
-        std::free(takeRecords(instSt[id]));
+        freeRecords(takeRecords(instSt[id]));
     }
     changeRecords<StrgConfRec>(instSt[TAV_CID_STRG_CONF], [](StrgConfRec &conf) { conf = {}; });
     changeRecords<StrgTnumRec>(instSt[TAV_CID_STRG_TNUM], [](StrgTnumRec &totals) { totals = {}; });
@@ -130,7 +130,7 @@ int publishFirst(const CInfo *cInfo)
 void tavstrg::releaseEarlierBuild()
 {
     for (DatInfo &dat : instSt) {
-        std::free(takeRecords(dat));
+        freeRecords(takeRecords(dat));
     }
     for (ShmInfo &shm : shmSt) {
         shmDiscard(shm);

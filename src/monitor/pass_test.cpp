@@ -4,7 +4,9 @@
 #include "support/lock_at.h"
 #include "support/record_fixture.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 
 using namespace tavstrg;
 
@@ -130,6 +132,35 @@ TEST_F(Check, CountsThatGrowAndShrinkReplaceRecordsSegmentsTotalsAndFile)
         EXPECT_EQ(published<StrgTnumRec>(TAV_CID_STRG_TNUM)[0].HardDiskTotalNumber, n);
     }
     EXPECT_EQ(segments(), 5);
+}
+
+TEST_F(Check, ArrayThatAPassReplacesOrDropsIsFreedWithOneLine)
+{
+    const auto freed = [this] {
+        const std::vector<std::string> lines = linesOf("strgCheckConfigChange");
+        return std::ranges::count_if(lines, [](const std::string &line) { return line.starts_with("0 memfree(0x"); });
+    };
+    const auto lineOf = [](const void *array) {
+        char line[40];
+        std::snprintf(line, sizeof line, "0 memfree(%p)", array);
+        return std::string(line);
+    };
+    ASSERT_EQ(strgCheckConfigChange(&cInfo), 0);
+    EXPECT_EQ(freed(), 3) << "what was collected: controllers, SCSI devices, hard disks";
+
+    trace->clear();
+    const std::string replaced = lineOf(instSt[TAV_CID_STRG_SCSI].datAdr);
+    machine.change(machineWith(3));
+    ASSERT_EQ(strgCheckConfigChange(&cInfo), 0);
+    EXPECT_THAT(linesOf("strgCheckConfigChange"), Contains(replaced));
+    EXPECT_EQ(freed(), 3 + 2);
+
+    trace->clear();
+    const std::string dropped = lineOf(instSt[TAV_CID_STRG_HDD].datAdr);
+    ASSERT_EQ(shmDestroy(&cInfo, &shmSt[TAV_CID_STRG_HDD]), 0);
+    ASSERT_EQ(strgCheckConfigChange(&cInfo), 0);
+    EXPECT_THAT(linesOf("strgCheckConfigChange"), Contains(dropped));
+    EXPECT_EQ(freed(), 3 + 1);
 }
 
 TEST_F(Check, ConfigurationTakesNoPartInTheComparison)

@@ -91,9 +91,8 @@ void stopThread()
 void tavstrg::forgetDeadThread()
 {
     const std::lock_guard held(g_threadControl);
-    if (threadNow(&gst_thid) == 0) {
-        std::free(gst_thcInfo);
-        gst_thcInfo = nullptr;
+    if (threadNow(&gst_thid) == 0 && gst_thcInfo != nullptr) {
+        memfree(gst_thcInfo);
     }
 }
 

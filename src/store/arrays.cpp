@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "store/arrays.h"
 
-#include <cstdlib>
+#include "runtime/memory.h"
+
 #include <cstring>
 #include <utility>
 
@@ -48,7 +49,14 @@ void tavstrg::replaceRecords(DatInfo &dat, int32_t num, void *adr, ShmInfo *shm)
             shm->storeNewer = true;
         }
     }
-    std::free(old);
+    freeRecords(old);
+}
+
+void tavstrg::freeRecords(void *records)
+{
+    if (records != nullptr) {
+        memfree(records);
+    }
 }
 
 void *tavstrg::takeRecords(DatInfo &dat)

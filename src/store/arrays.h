@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The record arrays and segment entries: every look at one and every change of one goes through here, under
-// g_recordsLock. Nothing here traces or does I/O, so the lock is held no longer than a copy takes.
+// The record arrays and segment entries: every read and every change of one is done here, under g_recordsLock. Nothing
+// here traces or does I/O while it holds the lock, so the lock is held no longer than a copy takes.
 #pragma once
 
 #include "store/store.h"
@@ -22,11 +22,13 @@ int32_t recordsHeld(const DatInfo &dat);
 // Copies record i into out, which must hold a whole one; false when there is no such record.
 bool copyRecord(const DatInfo &dat, int32_t i, std::span<uint8_t> out);
 
-// Gives a descriptor another count and array, which it owns from then on, and frees the old array. With a segment, its
-// records are older than the store's from then on.
+// Gives a descriptor another count and array, which it owns from then on, and frees the old array, which is traced.
+// With a segment, its records are older than the store's from then on.
 void replaceRecords(DatInfo &dat, int32_t num, void *adr, ShmInfo *shm = nullptr);
 // Takes the array out of a descriptor and sets its count to 0. The caller frees it.
 void *takeRecords(DatInfo &dat);
+// Frees an array that was taken out of a descriptor, with its trace line; nothing where there was none.
+void freeRecords(void *records);
 // The same, only if at this moment the class has no segment, is not getting another one and has not lost it; else null.
 // A pass may have made one, with the store's records for it, since the caller looked.
 void *takeRecordsWithoutSegment(DatInfo &dat, const ShmInfo &shm);
