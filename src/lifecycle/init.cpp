@@ -68,7 +68,7 @@ std::FILE *openSavedState()
 void forgetSavedState()
 {
     for (int id = TAV_CID_STRG_CTRL; id < TAV_CID_STRG_MAX; ++id) {
-        std::free(takeRecords(instSt[id]));
+        freeRecords(takeRecords(instSt[id]));
     }
     changeRecords<StrgConfRec>(instSt[TAV_CID_STRG_CONF], [](StrgConfRec &conf) { conf = {}; });
     changeRecords<StrgTnumRec>(instSt[TAV_CID_STRG_TNUM], [](StrgTnumRec &totals) { totals = {}; });
@@ -117,6 +117,7 @@ int collectFirst()
 
 int publishFirst(const CInfo *cInfo)
 {
+    removeRetiredKeys(kShmKeyFileBase);
     TRACE(kDetail, "shmNew(%d,%s)", TAV_CID_STRG_LIFE, kShmKeyFileBase);
     if (shmNew(cInfo, TAV_CID_STRG_LIFE, kShmKeyFileBase, instSt, shmSt) != 0) {
         return TRACED(-1, kFailure, "_OUT_ shmNew() Failure!!");
@@ -129,7 +130,7 @@ int publishFirst(const CInfo *cInfo)
 void tavstrg::releaseEarlierBuild()
 {
     for (DatInfo &dat : instSt) {
-        std::free(takeRecords(dat));
+        freeRecords(takeRecords(dat));
     }
     for (ShmInfo &shm : shmSt) {
         shmDiscard(shm);
@@ -146,19 +147,19 @@ int strgInitProvider(const CInfo *cInfo)
     const TraceScope scope;
     TRACE(kDetail, "_IN_ gst_first=[%d]", gst_first.load());
     int waits = 0;
-    for (int32_t state = 1; state != 0;) {
+    for (int32_t state = kBuilding; state != kNotBuilt;) {
         waits = waitWhileInitialising(waits);
         if (waits == kInitWaits) { // deliberate: even if the other one finished during the last wait
             return TRACED(-1, kFailure, "_OUT_ gst_first Failure!!");
         }
-        state = 0;
-        if (!gst_first.compare_exchange_strong(state, 1) && state == 2) {
+        state = kNotBuilt;
+        if (!gst_first.compare_exchange_strong(state, kBuilding) && state == kBuilt) {
             return TRACED(0, kDetail, "_OUT_ Already Initialize.");
         }
     }
     TRACE(kDetail, "strgInitInstance()");
     const int ret = strgInitInstance(cInfo);
-    gst_first = ret == 0 ? 2 : 0;
+    gst_first = ret == 0 ? kBuilt : kNotBuilt;
     return TRACED(ret, kDetail, "_OUT_ ret=[%d]", ret);
 }
 

@@ -245,6 +245,28 @@ TEST_F(Init, ACollectionThatFailsFailsIt)
     EXPECT_EQ(segments(), 0);
 }
 
+TEST_F(Init, RetiredKeyFilesOfAKilledProcessAreRemoved)
+{
+    const std::string key = kShmKeyFileBase;
+    const std::vector<std::string> retired = {key + "3.bak.1", key + "3.bak.3", key + "3.bak.65535", key + "10.bak.7"};
+    const std::vector<std::string> others = {key + "3.bak.", key + "3.bak.1x", key + ".bak.1", key + "3.bak.1.old",
+                                             "/opt/qlm/tavkit_sa/work/other3.bak.1"};
+    for (const std::vector<std::string> &files : {retired, others}) {
+        for (const std::string &file : files) {
+            machine.write(file, "");
+        }
+    }
+    EXPECT_EQ(strgInitInstance(&cInfo), 0);
+    for (const std::string &file : retired) {
+        EXPECT_FALSE(machine.exists(file)) << file;
+        EXPECT_THAT(linesOf("strgInitInstance"), Contains("0 unlink[" + file + "]"));
+    }
+    for (const std::string &file : others) {
+        EXPECT_TRUE(machine.exists(file)) << file;
+    }
+    EXPECT_EQ(machine.openDescriptors(), 0);
+}
+
 TEST_F(Init, SegmentsThatCannotBeMadeFailIt)
 {
     machine.remove("/opt/qlm/tavkit_sa/work");

@@ -32,7 +32,7 @@ int refreshFromSegments(const CInfo *cInfo)
         const int32_t shmNum = segmentNow(shmSt[id]).num;
         TRACE(kDetail, "shmSt[%d].shmNum=[%d]", id, shmNum);
         if (shmNum < 1) {
-            std::free(takeRecords(instSt[id]));
+            freeRecords(takeRecordsWithoutSegment(instSt[id], shmSt[id]));
         } else if (setShmToInst(cInfo, &shmSt[id], &instSt[id]) != 0) {
             return TRACED(-1, kFailure, "_OUT_ setShmToInst(%d) Failure!!", id);
         }
@@ -47,7 +47,7 @@ int replaceClass(const CInfo *cInfo, int id, const DatInfo &fresh)
 {
     DatInfo next = {fresh.datSize, fresh.datNum, nullptr};
     if (reallocDatArea(cInfo, kShmKeyFileBase, id, &next, &shmSt[id]) != 0) {
-        std::free(next.datAdr);
+        freeRecords(next.datAdr);
         return TRACED(-1, kFailure, "reallocDatArea() Failure!!");
     }
     if (next.datAdr != nullptr) {
@@ -63,8 +63,8 @@ int takeClass(const CInfo *cInfo, int id, OwnedRecords &current, bool &changed)
     DatInfo &fresh = current.dat[id];
     const int32_t stored = recordsNow(instSt[id]).datNum;
     TRACE(kDetail, "Idx=[%d] curNum[%d]<=>instSt[%d]", id, fresh.datNum, stored);
-    if (fresh.datNum != stored) {
-        changed = true;
+    if (fresh.datNum != stored || isLost(shmSt[id])) {
+        changed = changed || fresh.datNum != stored;
         if (replaceClass(cInfo, id, fresh) != 0) {
             freeCollected(current.dat);
             return TRACED(-1, kDetail, "_OUT_ ret=[%d]", -1);

@@ -4,7 +4,9 @@
 #include "support/lock_at.h"
 #include "support/store_fixture.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 
 using namespace tavstrg;
 
@@ -32,6 +34,7 @@ protected:
             replaceRecords(instSt[id], num, takeRecords(now.dat[id]));
         }
         strgTakeTotals();
+        gst_first = kBuilt;
         EXPECT_EQ(shmNew(&cInfo, 10, kShmKeyFileBase, instSt, shmSt), 0);
         EXPECT_EQ(strgPublishAll(&cInfo), 0);
         trace->clear();
@@ -131,6 +134,35 @@ TEST_F(Check, CountsThatGrowAndShrinkReplaceRecordsSegmentsTotalsAndFile)
     EXPECT_EQ(segments(), 5);
 }
 
+TEST_F(Check, ArrayThatAPassReplacesOrDropsIsFreedWithOneLine)
+{
+    const auto freed = [this] {
+        const std::vector<std::string> lines = linesOf("strgCheckConfigChange");
+        return std::ranges::count_if(lines, [](const std::string &line) { return line.starts_with("0 memfree(0x"); });
+    };
+    const auto lineOf = [](const void *array) {
+        char line[40];
+        std::snprintf(line, sizeof line, "0 memfree(%p)", array);
+        return std::string(line);
+    };
+    ASSERT_EQ(strgCheckConfigChange(&cInfo), 0);
+    EXPECT_EQ(freed(), 3) << "what was collected: controllers, SCSI devices, hard disks";
+
+    trace->clear();
+    const std::string replaced = lineOf(instSt[TAV_CID_STRG_SCSI].datAdr);
+    machine.change(machineWith(3));
+    ASSERT_EQ(strgCheckConfigChange(&cInfo), 0);
+    EXPECT_THAT(linesOf("strgCheckConfigChange"), Contains(replaced));
+    EXPECT_EQ(freed(), 3 + 2);
+
+    trace->clear();
+    const std::string dropped = lineOf(instSt[TAV_CID_STRG_HDD].datAdr);
+    ASSERT_EQ(shmDestroy(&cInfo, &shmSt[TAV_CID_STRG_HDD]), 0);
+    ASSERT_EQ(strgCheckConfigChange(&cInfo), 0);
+    EXPECT_THAT(linesOf("strgCheckConfigChange"), Contains(dropped));
+    EXPECT_EQ(freed(), 3 + 1);
+}
+
 TEST_F(Check, ConfigurationTakesNoPartInTheComparison)
 {
     ASSERT_EQ(strgCheckConfigChange(&cInfo), 0);
@@ -156,6 +188,28 @@ TEST_F(Check, AClassWhoseSegmentIsGoneIsEmptiedAndBuiltAnew)
     EXPECT_TRUE(trace->has(kDetail, "shmSt[5].shmNum=[0]", "strgCheckConfigChange"));
     EXPECT_TRUE(trace->has(kDetail, "Idx=[5] curNum[2]<=>instSt[0]", "strgCheckConfigChange"));
     EXPECT_EQ(published<StrgHddRec>(TAV_CID_STRG_HDD).size(), 2U);
+}
+
+TEST_F(Check, ClassThatLosesItsSegmentKeepsItsRecordsAndTheFileUntilAPassReplacesIt)
+{
+    ASSERT_EQ(strgCheckConfigChange(&cInfo), 0);
+    const std::string saved = machine.read(kSavedStateFile);
+    machine.remove("/opt/qlm/tavkit_sa/work"); // no more segments
+    machine.change(machineWith(3));
+    for (int pass = 0; pass < 2; ++pass) {
+        EXPECT_EQ(strgCheckConfigChange(&cInfo), -1);
+        EXPECT_EQ(disks().size(), 2U);
+    }
+    EXPECT_EQ(strgSetInstance(&cInfo), -1);
+    EXPECT_EQ(linesOf("strgSetInstance").back(), "3 _OUT_ strgPutBinFile() Failure!!");
+    EXPECT_EQ(machine.read(kSavedStateFile), saved);
+
+    machine.makeDirectory("/opt/qlm/tavkit_sa/work");
+    machine.change(machineWith(2)); // the count is the stored one again, the segment is still missing
+    EXPECT_EQ(strgCheckConfigChange(&cInfo), 0);
+    EXPECT_EQ(published<StrgScsiRec>(TAV_CID_STRG_SCSI).size(), 2U);
+    EXPECT_EQ(strgSetInstance(&cInfo), 0);
+    EXPECT_EQ(savedDisks(), 2);
 }
 
 TEST_F(Check, ASegmentThatCannotBeLockedFailsIt)

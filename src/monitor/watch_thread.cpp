@@ -16,14 +16,7 @@ std::recursive_mutex tavstrg::g_threadControl;
 
 namespace {
 
-constexpr char kTraceFile[] = "tavstrg.log";
 constexpr int32_t kDefaultCycle = 60; // seconds
-
-// Ids are words to the threads' functions; the trace prints their low 32 bits.
-int tracedId(pthread_t tid)
-{
-    return static_cast<int>(tid);
-}
 
 // Leaves the mark by which the thread's end is seen, however it ends.
 class EndMark {
@@ -98,9 +91,8 @@ void stopThread()
 void tavstrg::forgetDeadThread()
 {
     const std::lock_guard held(g_threadControl);
-    if (threadNow(&gst_thid) == 0) {
-        std::free(gst_thcInfo);
-        gst_thcInfo = nullptr;
+    if (threadNow(&gst_thid) == 0 && gst_thcInfo != nullptr) {
+        memfree(gst_thcInfo);
     }
 }
 
@@ -175,7 +167,7 @@ void strgExitThread(const CInfo *cInfo)
         TRACE(kFailure, "strgFreeInstance() Failure!!");
     }
     strgDestroyLocks();
-    int32_t built = 2; // a request that builds the store anew meanwhile keeps its state
-    gst_first.compare_exchange_strong(built, 0);
+    int32_t built = kBuilt; // a request that builds the store again meanwhile keeps its state
+    gst_first.compare_exchange_strong(built, kNotBuilt);
     TRACE(kDetail, "_OUT_");
 }

@@ -118,6 +118,11 @@ struct StrgLifeRec {
 
 namespace tavstrg {
 
+// Codes of fields that more than one floor reads or writes.
+constexpr int16_t kInterfaceScsi = 0; // InterfaceType
+constexpr int16_t kInterfaceIde = 1;
+constexpr int16_t kSmartModeOn = 1; // HardDiskSmartMode
+
 template <class Rec, size_t Size>
 constexpr bool isStoredRecord =
     sizeof(Rec) == Size &&std::is_trivial_v<Rec> &&std::is_standard_layout_v<Rec>

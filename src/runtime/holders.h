@@ -98,6 +98,8 @@ public:
     T *get() const { return block_; }
     T &operator[](size_t i) const { return block_[i]; }
     T *handOver() { return std::exchange(block_, nullptr); }
+    // Frees the block and takes another one.
+    void reset(void *block) { std::free(std::exchange(block_, static_cast<T *>(block))); }
     explicit operator bool() const { return block_ != nullptr; }
 
 private:

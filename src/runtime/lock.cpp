@@ -11,7 +11,7 @@ using namespace tavstrg;
 
 namespace {
 
-constexpr int kAttempts = 30;
+constexpr int kLockAttempts = 30;
 constexpr useconds_t kPause = 100000; // 100 ms
 
 // Factories renew the store lock from several threads at once, and a stop destroys locks that requests still try:
@@ -29,7 +29,7 @@ enum class Attempts { quiet, told };
 
 int pollLock(pthread_mutex_t *mutex, Attempts attempts)
 {
-    for (int attempt = 0; attempt < kAttempts;) {
+    for (int attempt = 0; attempt < kLockAttempts;) {
         if (attempts == Attempts::told) {
             TRACE(kDetail, "pthread_mutex_trylock()");
         }
@@ -49,7 +49,7 @@ int pollLock(pthread_mutex_t *mutex, Attempts attempts)
         ++attempt;
         TRACE(kDetail, "pthread_mutex_trylock() retry(%d)", attempt);
     }
-    TRACE(kFailure, "pthread_mutex_trylock() retry(%d) Failre!!", kAttempts);
+    TRACE(kFailure, "pthread_mutex_trylock() retry(%d) Failre!!", kLockAttempts);
     return TRACED(-1, kDetail, "_OUT_");
 }
 

@@ -52,12 +52,6 @@ ThreadState look(pthread_t *tid, pthread_t &seen)
     return ThreadState::running;
 }
 
-// The threads' functions take an identifier as a word; the trace prints its low 32 bits.
-int tracedId(pthread_t tid)
-{
-    return static_cast<int>(tid);
-}
-
 } // namespace
 
 int getServiceMode(const CInfo *cInfo)
@@ -90,8 +84,9 @@ int getServiceMode(const CInfo *cInfo)
         return TRACED(0, kFailure, "_OUT_ CMGetProperty() Failure!!");
     }
     const CmpiHolder<CMPIString> text(ownedText(data)); // nothing when the property is the boolean that it should be
-    const int mode = data.value.boolean;
-    if (mode > 1 || !isPlainValue(data)) { // the value member of a NULL means nothing
+    const bool isNull = (data.state & kUnusable) == CMPI_nullValue;
+    const int mode = isNull ? 0 : data.value.boolean; // the value member of a NULL means nothing
+    if (!isNull && (mode > 1 || !isPlainValue(data))) {
         return TRACED(0, kFailure, "_OUT_ getValue() Failure!! boolean=[%d]", mode);
     }
     g_srvmod = mode;

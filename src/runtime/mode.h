@@ -17,7 +17,8 @@ struct CInfo {
 
 extern std::atomic<int32_t> g_srvmod; // cached service mode; -1 while it is not known
 
-// The agent's installed service mode, 0 or 1, asked of the broker once and cached; any failure is 0 and not cached.
+// The agent's installed service mode, 0 or 1. The broker is asked once and its answer cached; NULL is cached as 0.
+// Returns 0 after any failure, which is not cached.
 int getServiceMode(const CInfo *cInfo);
 
 // 1 while the thread runs, else 0; clears *tid when the thread has gone.
@@ -28,6 +29,12 @@ int getServiceMode(const CInfo *cInfo);
 int getThreadSts(pthread_t *tid);
 
 namespace tavstrg {
+
+// A thread's identifier in traces: its low 32 bits.
+inline int tracedId(pthread_t tid)
+{
+    return static_cast<int>(tid);
+}
 
 // The identifier as it is at this moment, 0 for none.
 pthread_t threadNow(const pthread_t *tid);

@@ -114,10 +114,22 @@ TEST_F(ServiceMode, ACleanupAsksNothingOfTheBroker)
     EXPECT_EQ(getServiceMode(&cleanup), 1) << "what is known needs no broker";
 }
 
-TEST_F(ServiceMode, AValueThatIsNoTruthValueIsAFailure)
+TEST_F(ServiceMode, NullIsZeroAndKept)
 {
+    broker::Broker broker;
     broker::Value null;
     null.type = CMPI_boolean;
+    broker.addInstance({"root/TAVKIT/AS", "TAV_GeneralInformation", {}, {{"InstalledServiceMode", null}}});
+    EXPECT_EQ(ask(broker), 0);
+    EXPECT_EQ(g_srvmod, 0);
+    EXPECT_EQ(lines().back(), "0 _OUT_ InstalledServiceMode=[0]");
+    EXPECT_EQ(ask(broker), 0);
+    EXPECT_EQ(lines().back(), "0 _OUT_ srvmod=[0]") << "the broker is not asked again";
+    EXPECT_TRUE(broker.accounting().clean()) << testing::PrintToString(broker.accounting().notes);
+}
+
+TEST_F(ServiceMode, AValueThatIsNoTruthValueIsAFailure)
+{
     const struct {
         broker::Value value;
         int mode;
@@ -125,7 +137,6 @@ TEST_F(ServiceMode, AValueThatIsNoTruthValueIsAFailure)
     } cases[] = {
         {broker::Value::number(7, CMPI_uint8), 0, "3 _OUT_ getValue() Failure!! boolean=[7]"},
         {broker::Value::number(2, CMPI_uint16), 0, "3 _OUT_ getValue() Failure!! boolean=[2]"},
-        {null, 0, "3 _OUT_ getValue() Failure!! boolean=[0]"},
         {broker::Value::text("1"), 0, "3 _OUT_ getValue() Failure!! boolean=["},
         {broker::Value::number(1, CMPI_uint8), 1, "0 _OUT_ InstalledServiceMode=[1]"},
     };

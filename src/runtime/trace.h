@@ -49,6 +49,8 @@ extern char g_logfnm[16]; // name of the trace file, always "tavstrg.log" once I
 
 namespace tavstrg {
 
+constexpr char kTraceFile[] = "tavstrg.log"; // the name that every caller of InitProcess passes
+
 // Levels of the trace library that the provider uses.
 constexpr int kDetail = 0;  // entry, exit, values, each broker call about to be made
 constexpr int kFailure = 3; // failures, and the start and end of each entry point of the broker

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The record arrays and segment entries: every look at one and every change of one goes through here, under
-// g_recordsLock. Nothing here traces or does I/O, so the lock is held no longer than a copy takes.
+// The record arrays and segment entries: every read and every change of one is done here, under g_recordsLock. Nothing
+// here traces or does I/O while it holds the lock, so the lock is held no longer than a copy takes.
 #pragma once
 
 #include "store/store.h"
@@ -22,13 +22,15 @@ int32_t recordsHeld(const DatInfo &dat);
 // Copies record i into out, which must hold a whole one; false when there is no such record.
 bool copyRecord(const DatInfo &dat, int32_t i, std::span<uint8_t> out);
 
-// Gives a descriptor another count and array, which it owns from then on, and frees the old array. With a segment, its
-// records are older than the store's from then on.
+// Gives a descriptor another count and array, which it owns from then on, and frees the old array, which is traced.
+// With a segment, its records are older than the store's from then on.
 void replaceRecords(DatInfo &dat, int32_t num, void *adr, ShmInfo *shm = nullptr);
 // Takes the array out of a descriptor and sets its count to 0. The caller frees it.
 void *takeRecords(DatInfo &dat);
-// The same, only if the class has no segment at that very moment and is not getting another one; else null. A pass may
-// have made one, and given the store the records for it, since somebody looked.
+// Frees an array that was taken out of a descriptor, with its trace line; nothing where there was none.
+void freeRecords(void *records);
+// The same, only if at this moment the class has no segment, is not getting another one and has not lost it; else null.
+// A pass may have made one, with the store's records for it, since the caller looked.
 void *takeRecordsWithoutSegment(DatInfo &dat, const ShmInfo &shm);
 // Copies num records over those that are there; false, and nothing is done, when there are not just as many.
 bool overwriteRecords(DatInfo &dat, int32_t num, const void *records, ShmInfo *shm = nullptr);
@@ -60,7 +62,12 @@ struct Segment {
 Segment segmentNow(const ShmInfo &shm);
 // storeNewer: the segment was made for records that it was not given yet.
 void setSegment(ShmInfo &shm, Segment segment, bool storeNewer);
-// Empties the entry and gives what it held, so that one who removes a segment cannot empty an entry that got a new one.
+// Notes that a class with records has lost its segment and no other could be made; until setSegment. Its records stay
+// in the store, which is not saved: it may hold the records of some classes from before a pass and of others from
+// after.
+void markLost(ShmInfo &shm);
+bool isLost(const ShmInfo &shm);
+// Empties the entry and returns what it held, so that removing a segment cannot empty an entry that got a new one.
 Segment takeSegment(ShmInfo &shm);
 // Notes that the segment is exchanged for another one, as long as it lives.
 class SegmentExchange {

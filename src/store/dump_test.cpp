@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/store_fixture.h"
 
+#include <atomic>
+#include <thread>
+
 using namespace tavstrg;
 
 namespace {
@@ -191,6 +194,23 @@ TEST_F(Dump, TextWithoutTerminatorEndsWithItsField)
     changeRecords<StrgScsiRec>(sample.dat[TAV_CID_STRG_SCSI],
                                [](StrgScsiRec &record) { std::memset(record.Vendor, 'V', sizeof record.Vendor); });
     EXPECT_THAT(dump(3), testing::Contains("0     Vendor                   =[" + std::string(31, 'V') + "]"));
+}
+
+// For the thread sanitizer.
+TEST_F(Dump, DoesNotRaceWithARebuildThatClearsTheDescriptors)
+{
+    std::atomic<bool> done{false};
+    std::jthread dumper([&] {
+        do {
+            strgLogDumpInstanceDat(99, sample.dat);
+        } while (!done);
+    });
+    for (int i = 0; i < 200; ++i) {
+        OwnedRecords cleared;
+        const std::unique_lock held(g_recordsLock);
+        std::swap(cleared.dat, sample.dat);
+    }
+    done = true;
 }
 
 TEST_F(Dump, WithoutDescriptorsNothingIsPrinted)

@@ -21,7 +21,11 @@ const std::string kOpenTrace = std::string("fopen[") + kSavedStateFile + "]";
 
 class Save : public StoreTest {
 protected:
-    Save() { fillSample(instSt); }
+    Save()
+    {
+        fillSample(instSt);
+        gst_first = kBuilt;
+    }
 
     SaveResult save()
     {
@@ -256,6 +260,7 @@ protected:
     SetInstance()
     {
         fillSample(instSt);
+        gst_first = kBuilt;
         EXPECT_EQ(shmNew(&cInfo, 10, kShmKeyFileBase, instSt, shmSt), 0);
         trace->clear();
     }

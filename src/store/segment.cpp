@@ -198,6 +198,9 @@ int reallocDatArea(const CInfo *cInfo, const char *keyFileBase, int cid, DatInfo
     const int shmId = shmCreate(cInfo, shm, keyFileBase, cid, size);
     if (shmId == -1) {
         const int error = errno;
+        if (oldNum > 0) {
+            markLost(*shm);
+        }
         return TRACED(-1, kFailure, "_OUT_ shmCreate() Failure!! errno=[%d]", error);
     }
     setSegment(*shm, {shmId, wanted.datNum, nullptr}, true);

@@ -15,6 +15,7 @@ struct ShmInfo {
     RenewableMutex mutex; // guards the segment; taken only in service mode
     bool storeNewer;      // the store holds records that the segment was not given yet: nothing is read back from it
     bool inBetween; // the old segment is removed, its successor is not there yet: the class has records all the same
+    bool lost;      // as inBetween, and no successor could be made: the store is not saved until there is one
 };
 
 } // namespace tavstrg
@@ -29,6 +30,8 @@ namespace tavstrg {
 
 // Removes what an earlier attempt left, untraced and unlocked; nothing when there is none.
 void shmDiscard(ShmInfo &shmInfo);
+// Removes the retired key files that a killed process left: "<keyFileBase><class>.bak.<number>".
+void removeRetiredKeys(const char *keyFileBase);
 
 } // namespace tavstrg
 

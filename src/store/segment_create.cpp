@@ -4,10 +4,14 @@
 #include "runtime/trace.h"
 #include "store/segment_lock.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <cstring>
+#include <dirent.h>
 #include <fcntl.h>
+#include <string_view>
 #include <sys/ipc.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
@@ -16,7 +20,7 @@ using namespace tavstrg;
 
 namespace {
 
-constexpr int kAttempts = 65535;
+constexpr int kKeyAttempts = 65535;
 constexpr int kProjectId = 69;       // second half of the key, see ftok(3)
 constexpr int kPermissions = 0600;   // of segments and key files
 constexpr size_t kRetiredExtra = 24; // ".bak." and a number
@@ -114,7 +118,7 @@ Attempt attempt(const KeyFile &file, int size, int n, int &shmId, int &error)
 int findSegment(const KeyFile &file, int size, int &n, int &error)
 {
     RetiredFile retired;
-    for (n = 1; n <= kAttempts; ++n) {
+    for (n = 1; n <= kKeyAttempts; ++n) {
         int shmId = -1;
         const Attempt outcome = attempt(file, size, n, shmId, error);
         if (outcome == Attempt::made) {
@@ -126,7 +130,7 @@ int findSegment(const KeyFile &file, int size, int &n, int &error)
         nameRetired(retired, file, n); // set aside, not removed: its inode, and with it its key, stays taken
         ::rename(file.path, retired.path);
     }
-    TRACE(kFailure, "_OUT_ shmget Failure!!*[%d]", n > kAttempts ? kAttempts : n);
+    TRACE(kFailure, "_OUT_ shmget Failure!!*[%d]", n > kKeyAttempts ? kKeyAttempts : n);
     return -1;
 }
 
@@ -134,7 +138,7 @@ void removeRetired(const KeyFile &file, int attempts)
 {
     RetiredFile retired;
     bool gap = false;
-    for (int n = 1; n <= kAttempts; ++n) {
+    for (int n = 1; n <= kKeyAttempts; ++n) {
         nameRetired(retired, file, n);
         if (exists(retired.path)) {
             TRACE(kDetail, "unlink[%s]", retired.path);
@@ -147,6 +151,52 @@ void removeRetired(const KeyFile &file, int attempts)
             return;
         }
     }
+}
+
+// A directory's entries one by one: a killed process may have left more than a listing should hold.
+class OpenDirectory {
+public:
+    explicit OpenDirectory(const char *path) : directory_(::opendir(path)) {}
+    ~OpenDirectory()
+    {
+        if (directory_ != nullptr) {
+            ::closedir(directory_);
+        }
+    }
+    OpenDirectory(const OpenDirectory &) = delete;
+    OpenDirectory &operator=(const OpenDirectory &) = delete;
+    // Name of the next entry; null after the last one, or without a directory.
+    const char *next() const
+    {
+        const dirent *const entry = directory_ == nullptr ? nullptr : ::readdir(directory_);
+        return entry == nullptr ? nullptr : entry->d_name;
+    }
+
+private:
+    DIR *directory_;
+};
+
+// Takes the decimal digits off the front of a text. Returns whether there were any.
+bool takeNumber(std::string_view &text)
+{
+    const size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
+    text.remove_prefix(digits);
+    return digits > 0;
+}
+
+// Whether a name is that of a retired key file: base, class, ".bak.", number.
+bool isRetired(std::string_view name, std::string_view base)
+{
+    constexpr std::string_view kRetired = ".bak.";
+    if (!name.starts_with(base)) {
+        return false;
+    }
+    name.remove_prefix(base.size());
+    if (!takeNumber(name) || !name.starts_with(kRetired)) {
+        return false;
+    }
+    name.remove_prefix(kRetired.size());
+    return takeNumber(name) && name.empty();
 }
 
 int createUnderFreshKey(const char *keyFileBase, int cid, int size, int &error)
@@ -163,6 +213,27 @@ int createUnderFreshKey(const char *keyFileBase, int cid, int size, int &error)
 }
 
 } // namespace
+
+void tavstrg::removeRetiredKeys(const char *keyFileBase)
+{
+    const std::string_view base(keyFileBase);
+    const size_t slash = base.rfind('/');
+    KeyFile directory;
+    if (slash == std::string_view::npos || slash >= sizeof directory.path) {
+        return;
+    }
+    std::memcpy(directory.path, keyFileBase, slash);
+    directory.path[slash] = '\0';
+    const OpenDirectory entries(directory.path);
+    while (const char *const name = entries.next()) {
+        if (isRetired(name, base.substr(slash + 1))) {
+            char path[PATH_MAX + NAME_MAX + 2];
+            std::snprintf(path, sizeof path, "%s/%s", directory.path, name);
+            TRACE(kDetail, "unlink[%s]", path);
+            ::unlink(path);
+        }
+    }
+}
 
 int shmCreate(const CInfo *cInfo, ShmInfo *shmInfo, const char *keyFileBase, int cid, int size)
 {

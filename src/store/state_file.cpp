@@ -56,12 +56,19 @@ size_t sizeNow(const DatInfo *records)
     return stateFileSize(records);
 }
 
-// A store that was freed meanwhile is no state to save: without configuration and totals nobody could read the file.
-// One that is being built anew has those, but with nothing in them yet.
+// Whether the store is a state of the machine: built, and no class has lost its segment. The caller holds
+// g_recordsLock.
+bool isWhole()
+{
+    return gst_first == kBuilt && std::ranges::none_of(shmSt, &ShmInfo::lost);
+}
+
+// A store that was freed meanwhile must not be saved: a file without configuration and totals cannot be read. A store
+// that is not built has those, but with zeros in them.
 bool compose(const DatInfo *records, std::span<uint8_t> out)
 {
     const std::shared_lock held(g_recordsLock);
-    return gst_first != 1 && recordsHeld(records[TAV_CID_STRG_CONF]) == 1 &&
+    return (records != instSt || isWhole()) && recordsHeld(records[TAV_CID_STRG_CONF]) == 1 &&
            recordsHeld(records[TAV_CID_STRG_TNUM]) == 1 && composeStateFile(records, out);
 }
 

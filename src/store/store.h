@@ -11,11 +11,17 @@
 extern DatInfo instSt[TAV_CID_STRG_MAX]; // the records behind every answer
 extern tavstrg::ShmInfo shmSt[TAV_CID_STRG_MAX];
 extern tavstrg::RenewableMutex instMutexSt; // the store lock; always taken before a segment's
-extern std::atomic<int32_t> gst_first;      // 0 not initialised, 1 initialisation running, 2 initialised
+extern std::atomic<int32_t> gst_first;      // kNotBuilt, kBuilding or kBuilt
 extern std::atomic<int32_t> gst_SleepSec;   // monitoring cycle in seconds, initially 60
 extern std::atomic<int32_t> gst_SmartMode;  // SMART mode handed to the collector, initially 0
 
 namespace tavstrg {
+
+// States of the initialisation. Only in kBuilt are the store's records a state of the machine: a build that runs or
+// failed leaves records of zeros.
+constexpr int32_t kNotBuilt = 0;
+constexpr int32_t kBuilding = 1;
+constexpr int32_t kBuilt = 2;
 
 constexpr char kSavedStateFile[] = "/opt/qlm/tavkit_sa/data/tavstrgsave.dat";
 constexpr char kShmKeyFileBase[] = "/opt/qlm/tavkit_sa/work/tavstrgshm.key";
@@ -30,13 +36,13 @@ extern std::shared_mutex g_recordsLock;
 // segment's.
 extern std::mutex g_collectionLock;
 
-// Reads one class's records: holds g_recordsLock shared and brings the descriptor up to what the store has now, so that
-// it cannot point at an array that was replaced since it was handed out. A store that is just being built has nothing.
+// Reads one class's records: holds g_recordsLock shared and sets the descriptor to what the store has now, so that it
+// cannot point at an array that was replaced meanwhile. A store that is not built has nothing.
 class RecordsReader {
 public:
     RecordsReader(int classId, DatInfo &dat) : held_(g_recordsLock)
     {
-        dat = gst_first == 1 ? DatInfo{instSt[classId].datSize, 0, nullptr} : instSt[classId];
+        dat = gst_first == kBuilt ? instSt[classId] : DatInfo{instSt[classId].datSize, 0, nullptr};
     }
 
 private:
@@ -60,8 +66,7 @@ int strgPublishAll(const CInfo *cInfo);
 // them anew. Traces each in the name of the function that destroys.
 void strgDestroyLocks();
 
-// Whether the store is whole: it was initialised, and no stop or cleanup has begun to free it. A class without records
-// is then one without devices. The caller holds g_recordsLock.
+// Whether the store is built and no stop or cleanup has begun to free it. The caller holds g_recordsLock.
 bool strgIsBuilt();
 
 // Sets gst_SleepSec and gst_SmartMode from the configuration record; false when there is none.

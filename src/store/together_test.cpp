@@ -81,7 +81,11 @@ TEST_F(Together, AStoreThatIsBeingBuiltHasNothingToRead)
 
 class SaveTogether : public StoreTest {
 protected:
-    SaveTogether() { fillSample(instSt); }
+    SaveTogether()
+    {
+        fillSample(instSt);
+        gst_first = kBuilt;
+    }
     int error = -1;
 };
 
