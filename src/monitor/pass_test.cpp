@@ -212,6 +212,19 @@ TEST_F(Check, LostSegmentKeepsRecordsAndFileUntilReplaced)
     EXPECT_EQ(savedDisks(), 2);
 }
 
+TEST_F(Check, LostSegmentIsNotMissedOnceTheClassHasNoRecords)
+{
+    machine.remove("/opt/qlm/tavkit_sa/work");
+    machine.change(machineWith(3));
+    ASSERT_EQ(strgCheckConfigChange(&cInfo), -1);
+    machine.makeDirectory("/opt/qlm/tavkit_sa/work");
+    machine.change(machineWith(0));
+    EXPECT_EQ(strgCheckConfigChange(&cInfo), 0);
+    EXPECT_EQ(disks().size(), 0U);
+    EXPECT_EQ(strgSetInstance(&cInfo), 0);
+    EXPECT_EQ(savedDisks(), 0);
+}
+
 TEST_F(Check, ASegmentThatCannotBeLockedFailsIt)
 {
     g_srvmod = 1;

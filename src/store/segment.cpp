@@ -196,6 +196,9 @@ int reallocDatArea(const CInfo *cInfo, const char *keyFileBase, int cid, DatInfo
         return TRACED(-1, kFailure, "_OUT_ shmDestroy() Failure!! errno=[%d]", error);
     }
     if (wanted.datNum <= 0) {
+        if (isLost(*shm)) {
+            setSegment(*shm, kNoSegment, false); // a class without records needs none
+        }
         return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
     }
     const int size = bytesOf(wanted);
