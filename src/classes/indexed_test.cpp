@@ -18,7 +18,7 @@ using testing::ElementsAre;
 
 namespace {
 
-TEST_F(Indexed, GetInstanceGivesTheRecordWithTheKeyWhereverItStands)
+TEST_F(Indexed, GetInstanceFindsTheKeyAtAnyPosition)
 {
     for (const Member &member : kMembers) {
         SCOPED_TRACE(member.cimName);

@@ -19,7 +19,7 @@ void removeRecords(int classId)
     std::free(takeRecords(instSt[classId]));
 }
 
-TEST_F(Indexed, TheLastDeviceThatGoesMeanwhileLeavesAnEmptyClass)
+TEST_F(Indexed, LastRecordGoneMeanwhileIsNoData)
 {
     for (const Member &member : kMembers) {
         SCOPED_TRACE(member.cimName);
@@ -34,7 +34,7 @@ TEST_F(Indexed, TheLastDeviceThatGoesMeanwhileLeavesAnEmptyClass)
     }
 }
 
-TEST_F(Indexed, AStoreThatIsFreedMeanwhileIsAFailureNotAnEmptyClass)
+TEST_F(Indexed, StoreFreedMeanwhileFailsTheRequest)
 {
     for (const Member &member : kMembers) {
         SCOPED_TRACE(member.cimName);

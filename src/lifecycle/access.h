@@ -6,7 +6,7 @@
 
 namespace tavstrg {
 
-// Makes the store lock usable; one that is already in use is left alone. Returns 0 or the error of the initialisation.
+// Initialises the store lock unless it is in use already. Returns 0, or the error of the initialisation.
 int strgInitStoreMutex();
 
 // Whether a class without records is one without devices. It is not while a stop or a cleanup frees the store, but it
@@ -22,5 +22,5 @@ int strgInitProvider(const CInfo *cInfo);
 int strgInitInstance(const CInfo *cInfo);
 // Brings one class up to date and returns its descriptor; read its records under a RecordsReader. Returns 0 or -1.
 int strgGetInstance(const CInfo *cInfo, int classId, DatInfo *datInfo);
-// The cleanup decision when the broker unloads the provider or stops. May be entered by several threads at once.
+// Decides what a cleanup saves, frees and stops. May be entered by several threads at once.
 CMPIStatus strgCleanUpProvider(const CInfo *cInfo, bool terminating);

@@ -12,7 +12,7 @@ using namespace tavstrg;
 
 namespace {
 
-// The broker enters a cleanup again while one takes longer than it likes. The later one finds the work done.
+// The broker enters a cleanup again while one takes long. The later one finds the work done.
 std::mutex cleaning;
 
 // The end of a cleanup that failed at a step: "strgSetInstance" or "strgFreeInstance".
@@ -23,8 +23,8 @@ Refusal failedAt(const char *step)
     return refusal(CMPI_RC_ERR_FAILED, "%s() Failure!!", step);
 }
 
-// Waits for a store under construction: when the broker stops, as long as slow disks may take, since what is built
-// after the cleanup nobody frees.
+// Waits for a store under construction. When the broker stops, waits as long as slow disks may take: nothing frees what
+// is built after the cleanup.
 void awaitInitialisation(bool terminating)
 {
     constexpr int kPatience = 20; // times three seconds
@@ -33,8 +33,8 @@ void awaitInitialisation(bool terminating)
     }
 }
 
-// Where nothing is built, frees what a failed initialisation left: an unload must not lose it. False when there is
-// something after all: a request that begins now waits at this lock, or has begun before the second look.
+// Frees what a failed initialisation left, which an unload must not leak, if no store is built. Returns false if one is
+// built after all: a request that begins now waits at this lock, or began before the second check.
 bool releaseWhereNothingIsBuilt()
 {
     const std::lock_guard held(g_collectionLock);

@@ -36,7 +36,7 @@ bool reloadFromThread(const CInfo *cInfo, int classId)
     return true;
 }
 
-// Configuration that another process of the broker changed becomes visible.
+// So that a configuration that another process of the broker changed becomes visible.
 bool reloadConfig(const CInfo *cInfo)
 {
     if (!reload(cInfo, TAV_CID_STRG_CONF)) {
@@ -47,7 +47,8 @@ bool reloadConfig(const CInfo *cInfo)
     return true;
 }
 
-// The result that the caller gets together with the records, or nothing when it gets none; then the failure is traced.
+// Returns the result that the caller gets together with the records, or nothing if it gets no records; that failure is
+// traced.
 std::optional<int> bringUpToDate(const CInfo *cInfo, int classId)
 {
     if (getServiceMode(cInfo) == 1 && getThreadSts(&gst_thid) == 1) {

@@ -172,7 +172,7 @@ TEST_F(ServiceGet, TheConfigurationComesTheSameWayAndIsTaken)
     EXPECT_THAT(linesOf("strgGetInstance"), Contains("0 - return TRUE classID=[0]-"));
 }
 
-TEST_F(ServiceGet, AClassWhoseSegmentIsEmptyIsDroppedAndItsArrayFreed)
+TEST_F(ServiceGet, ClassWithoutSegmentIsDroppedAndItsArrayFreed)
 {
     shmDestroy(&cInfo, &shmSt[TAV_CID_STRG_HDD]);
     EXPECT_EQ(strgGetInstance(&cInfo, TAV_CID_STRG_HDD, &dat), 0);
@@ -193,7 +193,7 @@ TEST_F(ServiceGet, ClassThatLostItsSegmentKeepsItsRecords)
     EXPECT_THAT(linesOf("strgGetInstance"), Contains("0 shmSt[5].shmNum=0"));
 }
 
-TEST_F(ServiceGet, ThreadOnAStoreFreedBeforeHasNoRecordsAndNoConfiguration)
+TEST_F(ServiceGet, ThreadOnAFreedStoreHasNoRecordsAndNoConfiguration)
 {
     thread.reset();
     ASSERT_EQ(strgFreeInstance(&cInfo), 0);
@@ -244,7 +244,7 @@ TEST_F(ServiceGet, ASegmentThatCannotBeLockedFailsIt)
     }
 }
 
-TEST_F(ServiceGet, TheStoreLockIsNotTakenButGivenBackAllTheSame)
+TEST_F(ServiceGet, StoreLockIsNotTakenButUnlocked)
 {
     EXPECT_EQ(strgGetInstance(&cInfo, TAV_CID_STRG_HDD, &dat), 0);
     EXPECT_THAT(trace->textsOf("nonsrvMutexLock"), Not(Contains("pthread_mutex_trylock()")));

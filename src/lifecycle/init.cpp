@@ -47,9 +47,9 @@ void initLocks()
     }
 }
 
-// The saved-state file for reading and updating; null where it cannot be opened so, which counts as absent. A directory
-// or a device in its place is neither read nor waited for. A symbolic link counts as absent too: opening what it leads
-// to, a tape or a watchdog, may do something, and the next save replaces it anyway.
+// Opens the saved-state file for reading and updating. Returns null if that fails; the file then counts as absent. A
+// directory or a device in its place is neither read nor waited for. A symbolic link counts as absent too: opening its
+// target, a tape or a watchdog, may have an effect, and the next save replaces the link anyway.
 std::FILE *openSavedState()
 {
     FileDesc file(::open(kSavedStateFile, O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
@@ -64,7 +64,7 @@ std::FILE *openSavedState()
     return stream;
 }
 
-// Half-read records count for nothing: the collection starts from an empty store.
+// Discards half-read records: the collection starts from an empty store.
 void forgetSavedState()
 {
     for (int id = TAV_CID_STRG_CTRL; id < TAV_CID_STRG_MAX; ++id) {
@@ -95,7 +95,7 @@ bool loadSavedState()
     return true;
 }
 
-// The first collection goes into descriptors of its own, so that the store never shows a part of it.
+// The first collection fills separate descriptors, so that the store never shows a part of it.
 int collectFirst()
 {
     TRACE(kDetail, "strgGetCurrentInfo()");
@@ -109,7 +109,7 @@ int collectFirst()
     }
     changeRecords<StrgConfRec>(instSt[TAV_CID_STRG_CONF], [](StrgConfRec &conf) { conf = kDefaultConfig; });
     strgTakeTotals();
-    // Deliberate: what the first collection read for these two is for the first monitoring pass to tell.
+    // Deliberate: the first monitoring pass publishes these two, not the first collection.
     changeRecords<StrgLifeRec>(instSt[TAV_CID_STRG_LIFE], [](StrgLifeRec &life) { life.EnduranceRemaining = -1; });
     changeRecords<StrgHddRec>(instSt[TAV_CID_STRG_HDD], [](StrgHddRec &disk) { disk.SmartStatus = 0; });
     return 0;

@@ -284,7 +284,7 @@ TEST_F(Init, ASegmentThatCannotBeLockedFailsIt)
     EXPECT_EQ(lock.lastFailure(), "strgInitInstance _OUT_ setInstToShm(3) Failure!!");
 }
 
-TEST_F(Init, SegmentsOfABuildThatFailedLateAreReplacedAndNotLeaked)
+TEST_F(Init, SegmentsOfALateFailedBuildAreReplaced)
 {
     machine.write(kSavedStateFile, savedState());
     g_srvmod = 1;
@@ -315,7 +315,7 @@ TEST_F(Init, WithoutMemoryForTheTwoRecordsItFails)
     EXPECT_THAT(linesOf("strgInitInstance"), ElementsAre("0 _IN_", "3 _OUT_ StrgTnum alloc Failure!!"));
 }
 
-TEST_F(Init, WhatAFailedBuildLeftIsFreedBeforeTheNext)
+TEST_F(Init, RemainsOfAFailedBuildAreFreedBeforeTheNext)
 {
     for (int round = 0; round < 3; ++round) {
         machine.remove("/opt/qlm/tavkit_sa/work");
@@ -337,7 +337,7 @@ TEST_F(Init, OnlyTheEntryOfTheLifeSpanIsLeftAsItIs)
     EXPECT_TRUE(trace->has(kDetail, "10: shmAdr=[(nil)] shmNum=[4] instNum=[0]", "shmNew"));
 }
 
-TEST_F(Init, ALockThatWasDestroyedIsMadeAnewAndALiveOneIsLeftAlone)
+TEST_F(Init, DestroyedLockIsRenewedAndALiveOneKept)
 {
     destroyMutex(instMutexSt);
     destroyMutex(shmSt[2].mutex);
@@ -495,7 +495,7 @@ TEST_F(SlowGate, ALaterFirstRequestWaitsForTheOneThatInitialises)
     EXPECT_THAT(trace->textsOf("strgInitProvider"), Contains("_OUT_ Already Initialize."));
 }
 
-TEST_F(SlowGate, ALaterFirstRequestFailsWhenTheFirstCollectionTakesTooLong)
+TEST_F(SlowGate, SecondRequestFailsIfTheFirstCollectionIsTooSlow)
 {
     duringFirst([&] {
         sim::skipSleeps(true); // its three seconds pass while the disk is still at its first commands

@@ -16,8 +16,7 @@ namespace {
 
 constexpr useconds_t kTurnPause = 10000; // 10 ms
 
-// A thread that waits for another one's pass can be cancelled, so that a stop does not take as long as all of its
-// devices together.
+// Waits for another thread's pass. Can be cancelled, so that a stop does not take as long as all devices together.
 void waitForTurn(std::unique_lock<std::mutex> &turn)
 {
     while (!turn.try_lock()) {
@@ -40,9 +39,8 @@ int refreshFromSegments(const CInfo *cInfo)
     return 0;
 }
 
-// A class whose count changed: segment and area are made anew, and the area takes the store's place when it is
-// complete, so that nobody sees the new count with anything but the new records. 0, or -1 with the store's records as
-// they were.
+// Replaces segment and area of a class. The store gets the area when it is complete, so that no reader sees the new
+// count without the new records. Returns 0, or -1 with the store's records unchanged.
 int replaceClass(const CInfo *cInfo, int id, const DatInfo &fresh)
 {
     DatInfo next = {fresh.datSize, fresh.datNum, nullptr};
@@ -57,7 +55,7 @@ int replaceClass(const CInfo *cInfo, int id, const DatInfo &fresh)
     return 0;
 }
 
-// The fresh records of one class become the store's. 0, or -1, traced.
+// Makes the fresh records of one class the store's. Returns 0, or -1, which is traced.
 int takeClass(const CInfo *cInfo, int id, OwnedRecords &current, bool &changed)
 {
     DatInfo &fresh = current.dat[id];
@@ -76,8 +74,8 @@ int takeClass(const CInfo *cInfo, int id, OwnedRecords &current, bool &changed)
     return 0;
 }
 
-// The fresh records become the store's. changed: the number of some class's records is another one than was stored;
-// nothing else is a change of the configuration.
+// Makes the fresh records the store's. Sets changed if the number of records of some class differs from the stored
+// number; nothing else is a change of the configuration.
 int takeClasses(const CInfo *cInfo, OwnedRecords &current, bool &changed)
 {
     for (int id = TAV_CID_STRG_CTRL; id < TAV_CID_STRG_MAX; ++id) {
@@ -152,7 +150,7 @@ int strgCheckConfigChange(const CInfo *cInfo)
     if (publish(cInfo) != 0 || save() != 0) {
         return -1;
     }
-    // Only when segments and file have the new state, so that nobody is told of what they cannot see.
+    // Only when segments and file have the new state, so that a client that reacts to the alert sees it.
     if (changed && serviceMode) {
         static_cast<void>(strgPutAlert(TAV_ALERTID_CONFIG_CHANGE, nullptr));
     }

@@ -111,7 +111,7 @@ TEST_F(Check, AReplacedDiskOfTheSameKindIsTakenOverWithEqualCounts)
     EXPECT_THAT(trace->textsOf("reallocDatArea"), testing::IsEmpty());
 }
 
-TEST_F(Check, CountsThatGrowAndShrinkReplaceRecordsSegmentsTotalsAndFile)
+TEST_F(Check, ChangedCountsReplaceRecordsSegmentsTotalsAndFile)
 {
     for (const int n : {5, 1, 0, 3, 2}) {
         trace->clear();
@@ -180,7 +180,7 @@ TEST_F(Check, TheStoreIsRefreshedFromTheSegmentsFirst)
     EXPECT_EQ(recordsIn<StrgConfRec>(instSt[TAV_CID_STRG_CONF])[0].MonitorCycle, 90);
 }
 
-TEST_F(Check, AClassWhoseSegmentIsGoneIsEmptiedAndBuiltAnew)
+TEST_F(Check, ClassWithoutSegmentIsEmptiedAndRebuilt)
 {
     shmDestroy(&cInfo, &shmSt[TAV_CID_STRG_HDD]);
     trace->clear();
@@ -190,7 +190,7 @@ TEST_F(Check, AClassWhoseSegmentIsGoneIsEmptiedAndBuiltAnew)
     EXPECT_EQ(published<StrgHddRec>(TAV_CID_STRG_HDD).size(), 2U);
 }
 
-TEST_F(Check, ClassThatLosesItsSegmentKeepsItsRecordsAndTheFileUntilAPassReplacesIt)
+TEST_F(Check, LostSegmentKeepsRecordsAndFileUntilReplaced)
 {
     ASSERT_EQ(strgCheckConfigChange(&cInfo), 0);
     const std::string saved = machine.read(kSavedStateFile);
@@ -210,6 +210,19 @@ TEST_F(Check, ClassThatLosesItsSegmentKeepsItsRecordsAndTheFileUntilAPassReplace
     EXPECT_EQ(published<StrgScsiRec>(TAV_CID_STRG_SCSI).size(), 2U);
     EXPECT_EQ(strgSetInstance(&cInfo), 0);
     EXPECT_EQ(savedDisks(), 2);
+}
+
+TEST_F(Check, LostSegmentIsNotMissedOnceTheClassHasNoRecords)
+{
+    machine.remove("/opt/qlm/tavkit_sa/work");
+    machine.change(machineWith(3));
+    ASSERT_EQ(strgCheckConfigChange(&cInfo), -1);
+    machine.makeDirectory("/opt/qlm/tavkit_sa/work");
+    machine.change(machineWith(0));
+    EXPECT_EQ(strgCheckConfigChange(&cInfo), 0);
+    EXPECT_EQ(disks().size(), 0U);
+    EXPECT_EQ(strgSetInstance(&cInfo), 0);
+    EXPECT_EQ(savedDisks(), 0);
 }
 
 TEST_F(Check, ASegmentThatCannotBeLockedFailsIt)
@@ -273,7 +286,7 @@ TEST_F(Check, AnAreaThatCannotBeResizedFailsItAndKeepsTheOldRecords)
     EXPECT_EQ(published<StrgScsiRec>(TAV_CID_STRG_SCSI).size(), 3U);
 }
 
-TEST_F(Check, ASegmentThatCannotBeLockedAtTheEndFailsItUnsavedAndUntold)
+TEST_F(Check, UnlockableSegmentAtTheEndFailsWithoutSaveOrAlert)
 {
     AlertRecorder alerts;
     g_srvmod = 1;
@@ -290,7 +303,7 @@ TEST_F(Check, ASegmentThatCannotBeLockedAtTheEndFailsItUnsavedAndUntold)
     EXPECT_TRUE(alerts.records().empty());
 }
 
-TEST_F(Check, AFileThatCannotBeOpenedFailsItThoughTheSegmentsHaveTheNewState)
+TEST_F(Check, UnopenableFileFailsThePassAfterPublishing)
 {
     machine.makeDirectory(kSavedStateFile);
     machine.change(machineWith(3));
@@ -310,7 +323,7 @@ TEST_F(Check, AFileThatCannotBeWrittenFailsItAndTheOldOneStays)
 }
 
 // Whatever fails once: no pass leaves memory, descriptors or segments, and the next one mends everything.
-TEST_F(Check, APassThatFailsAnywhereLeavesNothingAndTheNextOneMendsIt)
+TEST_F(Check, FailedPassLeaksNothingAndTheNextOneRepairsIt)
 {
     trace.reset(); // thousands of lines
     for (const sim::Call kind : {sim::Call::allocate, sim::Call::open, sim::Call::write, sim::Call::stat,

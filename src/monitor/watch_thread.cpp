@@ -18,7 +18,7 @@ namespace {
 
 constexpr int32_t kDefaultCycle = 60; // seconds
 
-// Leaves the mark by which the thread's end is seen, however it ends.
+// Sets the mark that shows the thread's end, however it ends.
 class EndMark {
 public:
     EndMark() = default;
@@ -131,11 +131,11 @@ int strgCreateThread(const CInfo *cInfo)
     return startThread();
 }
 
-// No noexcept on this path but in destructors: a cancel unwinds it.
+// Nothing on this path is noexcept except destructors: a cancel unwinds it.
 void *strgWatchThread(void *thcInfo)
 {
     const TraceScope scope;
-    const EndMark mark; // the first to be made, so that nothing is in use when the mark stands
+    const EndMark mark; // declared before all that the thread uses, so that it is destroyed after it
     const CancelSwitch off(PTHREAD_CANCEL_DISABLE);
     InitProcess(kTraceFile);
     TRACE(kDetail, "_IN_");

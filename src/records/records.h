@@ -171,7 +171,7 @@ static_assert(offsetof(StrgLifeRec, Index) == 0 && offsetof(StrgLifeRec, HDDInde
 struct DatInfo {
     uint32_t datSize; // bytes of one record
     int32_t datNum;   // records in the array; 0 when there are none
-    void *datAdr;     // datNum * datSize bytes; null when datNum is 0. Owned by whoever owns the descriptor.
+    void *datAdr;     // datNum * datSize bytes; null when datNum is 0. Owned by the owner of the descriptor.
 };
 
 // Sets the eleven descriptors to their initial values: sizes, one record each for configuration and totals, no arrays.
@@ -179,7 +179,7 @@ void strgInitDatInfo(DatInfo *datInfo);
 
 namespace tavstrg {
 
-// Where a field of a record is seen.
+// Where a field of a record is shown.
 enum FieldUse : uint8_t {
     kPublished = 1, // a property of the class
     kDumped = 2,    // a line of the trace dump

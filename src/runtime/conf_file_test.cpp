@@ -138,7 +138,7 @@ TEST_F(Configuration, AKeyThatIsNotThereIsNotFound)
     EXPECT_EQ(result, 18);
 }
 
-TEST_F(Configuration, AValueThatDoesNotFitIsItsNegatedLengthOrMinusOneForTheRoot)
+TEST_F(Configuration, ValueThatDoesNotFitIsNegatedLengthOrMinusOne)
 {
     machine.write(kFile, "TavDir /opt/agent\n");
     EXPECT_EQ(env("TavDir", 9), "untouched");

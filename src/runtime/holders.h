@@ -66,6 +66,29 @@ private:
     int error_ = 0;
 };
 
+// An open directory, whose entries are read one by one, unsorted. For directories that may have very many.
+class OpenDirectory {
+public:
+    explicit OpenDirectory(const char *path) : directory_(::opendir(path)) {}
+    ~OpenDirectory()
+    {
+        if (directory_ != nullptr) {
+            ::closedir(directory_);
+        }
+    }
+    OpenDirectory(const OpenDirectory &) = delete;
+    OpenDirectory &operator=(const OpenDirectory &) = delete;
+    // Name of the next entry; null after the last one, or without a directory.
+    const char *next() const
+    {
+        const dirent *const entry = directory_ == nullptr ? nullptr : ::readdir(directory_);
+        return entry == nullptr ? nullptr : entry->d_name;
+    }
+
+private:
+    DIR *directory_;
+};
+
 // An object that the broker made for the provider: CmpiHolder<CMPIObjectPath>. Released unless handed over.
 template <class Object> class CmpiHolder {
 public:

@@ -18,9 +18,9 @@ namespace {
 constexpr char kNameSpace[] = "root/TAVKIT/AS";
 constexpr char kClassName[] = "TAV_GeneralInformation";
 
-std::mutex threadGuard;                // held for a look and a change only
+std::mutex threadGuard;                // held for a check and a change only
 std::atomic<pthread_t> endedThread{0}; // the end mark; 0 for none. Set without the lock: its thread may be unwinding.
-pthread_t claimedThread = 0;           // being joined by somebody, so perhaps no more; 0 for none
+pthread_t claimedThread = 0;           // being joined by another thread, so perhaps gone; 0 for none
 
 enum class ThreadState {
     none,
@@ -105,7 +105,7 @@ int getThreadSts(pthread_t *tid)
     case ThreadState::running:
         return TRACED(1, kDetail, "_OUT_ thread is Running");
     case ThreadState::ended:
-        pthread_join(seen, nullptr); // it has but to return: what it holds is freed
+        pthread_join(seen, nullptr); // it is about to return; joining frees what it holds
         break;
     case ThreadState::unknown:
         break;

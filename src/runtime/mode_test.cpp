@@ -94,7 +94,7 @@ TEST_F(ServiceMode, AFailureIsZeroAndIsAskedAgain)
     }
 }
 
-TEST_F(ServiceMode, AnAgentThatDoesNotDescribeItselfCountsAsNotInstalled)
+TEST_F(ServiceMode, MissingGeneralInformationIsAFailure)
 {
     broker::Broker broker(installed(std::nullopt));
     EXPECT_EQ(ask(broker), 0);
@@ -225,7 +225,7 @@ TEST(ThreadStatus, OfAThreadThatEndedIsZeroAndClearsTheIdentifier)
                 ElementsAre("_IN_ tid=[" + id + "]", "_OUT_ thread is NotRun", "_IN_ tid=[0]", "_OUT_ thread is non"));
 }
 
-TEST(ThreadStatus, OfAThreadThatTheSystemDoesNotKnowIsZeroAndClearsTheIdentifier)
+TEST(ThreadStatus, IsZeroForAnUnknownThreadAndClearsTheIdentifier)
 {
     TraceRecorder trace;
     pthread_t thread = pthread_self();
@@ -236,7 +236,7 @@ TEST(ThreadStatus, OfAThreadThatTheSystemDoesNotKnowIsZeroAndClearsTheIdentifier
     EXPECT_EQ(trace.textsOf("getThreadSts").back(), "_OUT_ thread is NotRun");
 }
 
-TEST(ThreadStatus, LeavesAThreadThatSomebodyJoinsToThem)
+TEST(ThreadStatus, DoesNotJoinAThreadThatIsBeingJoined)
 {
     pthread_t thread = endedThread();
     const pthread_t claimed = claimThread(&thread);

@@ -15,11 +15,11 @@ constexpr size_t kMaxRecordSize =
     std::max({sizeof(StrgConfRec), sizeof(StrgTnumRec), sizeof(StrgCtrlRec), sizeof(StrgScsiRec), sizeof(StrgIdeRec),
               sizeof(StrgHddRec), sizeof(StrgDevRec), sizeof(StrgLifeRec)});
 
-// A descriptor as it is at this moment. Its array may be gone a moment later: never to be read through the copy.
+// A descriptor as it is at this moment. Never read its array through this copy: it may be gone a moment later.
 DatInfo recordsNow(const DatInfo &dat);
 // Records that a descriptor holds: none without an array or with a negative count. The caller holds g_recordsLock.
 int32_t recordsHeld(const DatInfo &dat);
-// Copies record i into out, which must hold a whole one; false when there is no such record.
+// Copies record i into out, which must have room for it. Returns false if there is no such record.
 bool copyRecord(const DatInfo &dat, int32_t i, std::span<uint8_t> out);
 
 // Gives a descriptor another count and array, which it owns from then on, and frees the old array, which is traced.
@@ -32,12 +32,12 @@ void freeRecords(void *records);
 // The same, only if at this moment the class has no segment, is not getting another one and has not lost it; else null.
 // A pass may have made one, with the store's records for it, since the caller looked.
 void *takeRecordsWithoutSegment(DatInfo &dat, const ShmInfo &shm);
-// Copies num records over those that are there; false, and nothing is done, when there are not just as many.
+// Copies num records over the existing ones. Returns false, with nothing changed, if their number differs.
 bool overwriteRecords(DatInfo &dat, int32_t num, const void *records, ShmInfo *shm = nullptr);
-// Overwrites record i; false when there is no such record.
+// Overwrites record i. Returns false if there is no such record.
 bool overwriteRecord(DatInfo &dat, int32_t i, std::span<const uint8_t> record);
 
-// Lets change write to every record of a class; false when it has none. change does nothing else.
+// Calls change for every record of a class; change does nothing but write to it. Returns false if there is none.
 template <class Rec, class Change> bool changeRecords(DatInfo &dat, Change change)
 {
     const std::unique_lock held(g_recordsLock);
@@ -48,8 +48,8 @@ template <class Rec, class Change> bool changeRecords(DatInfo &dat, Change chang
     return num > 0;
 }
 
-// Ends every text of records that came from outside within its field. Records of a class without texts stay as they
-// are.
+// Terminates every text within its field, in records that come from outside. Records of a class without texts are not
+// changed.
 void terminateTexts(uint32_t recordSize, void *records, int32_t num);
 
 // A class's segment entry without its lock.
@@ -83,7 +83,7 @@ private:
 // Notes where the segment is attached.
 void setAttachment(ShmInfo &shm, void *adr);
 
-// Eleven descriptors that own their arrays: a collection that is still private to the one who made it.
+// Eleven descriptors that own their arrays: a collection that is not part of the store yet.
 struct OwnedRecords {
     DatInfo dat[TAV_CID_STRG_MAX];
 

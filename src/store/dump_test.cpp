@@ -143,7 +143,7 @@ TEST_F(Dump, CdromAndOpticalMemoryHaveTheirNames)
     EXPECT_EQ(dump(6).size(), 6U);
 }
 
-TEST_F(Dump, SelectorFiveOnThreeHardDisksPrintsHeadersNumberedZeroToTwo)
+TEST_F(Dump, Selector5NumbersThreeHardDisksFromZero)
 {
     EXPECT_THAT(dump(5),
                 ElementsAreArray(joined({hddLines(0, {"1", "0", "1", "130", "255", "63", "1024", "0"}),
@@ -156,7 +156,7 @@ TEST_F(Dump, SelectorNinetyNinePrintsEverything)
     EXPECT_THAT(dump(99), ElementsAreArray(joined({kConf, kTnum, devices()})));
 }
 
-TEST_F(Dump, SelectorNinetyEightSkipsConfigurationAndTotalsAndCannotFail)
+TEST_F(Dump, Selector98SkipsConfigurationAndTotals)
 {
     std::free(takeRecords(sample.dat[TAV_CID_STRG_CONF]));
     std::free(takeRecords(sample.dat[TAV_CID_STRG_TNUM]));

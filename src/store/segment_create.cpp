@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Creating a segment: a key that nobody uses yet is found by way of fresh key files.
+// Creating a segment: an unused key is found by way of fresh key files.
 #include "runtime/holders.h"
 #include "runtime/trace.h"
 #include "store/segment_lock.h"
@@ -9,7 +9,6 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
-#include <dirent.h>
 #include <fcntl.h>
 #include <string_view>
 #include <sys/ipc.h>
@@ -56,8 +55,8 @@ bool isLink(const char *path)
     return ::lstat(path, &info) == 0 && S_ISLNK(info.st_mode);
 }
 
-// Makes an empty file where there is none; what is there already, a link too, is neither followed nor touched. One that
-// another process of the broker has made just now will do.
+// Creates an empty file unless something is there already, which is neither followed nor changed. A file that another
+// process of the broker has created just now will do.
 int createEmpty(const char *path)
 {
     const FileDesc file(::open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC, kPermissions));
@@ -66,7 +65,8 @@ int createEmpty(const char *path)
 
 enum class Attempt { made, retry, stop };
 
-// The segment of a key, if that key is free. An identifier of 0 is refused: it reads as "none" elsewhere.
+// Creates the segment of a key if that key is free. An identifier of 0 is refused: it means "none" elsewhere. Five
+// parameters: n is for the trace, and the error is that of shmget, which the trace must not change.
 Attempt createSegment(key_t key, int size, int n, int &shmId, int &error)
 {
     TRACE(kDetail, "shmget(0x%08x , %d)", static_cast<unsigned>(key), size);
@@ -87,6 +87,7 @@ Attempt createSegment(key_t key, int size, int n, int &shmId, int &error)
     return Attempt::retry;
 }
 
+// Five parameters, as above.
 Attempt attempt(const KeyFile &file, int size, int n, int &shmId, int &error)
 {
     if (!exists(file.path)) {
@@ -97,7 +98,7 @@ Attempt attempt(const KeyFile &file, int size, int n, int &shmId, int &error)
             return Attempt::stop;
         }
     }
-    if (isLink(file.path)) { // its key would be that of somebody else's file: set aside like a key that is taken
+    if (isLink(file.path)) { // its key would be that of another file: set aside like a key that is taken
         error = ELOOP;
         TRACE(kFailure, "shmget[%d]=retry. shmId=[%d] errno=[%d]", n, shmId, error);
         return Attempt::retry;
@@ -146,35 +147,13 @@ void removeRetired(const KeyFile &file, int attempts)
         } else {
             gap = true;
         }
-        // Another process that removes at the same moment makes gaps: behind one, only what was retired here is left.
+        // Another process that removes at the same moment makes gaps: after a gap, only our own retired files can be
+        // left.
         if (gap && n >= attempts) {
             return;
         }
     }
 }
-
-// A directory's entries one by one: a killed process may have left more than a listing should hold.
-class OpenDirectory {
-public:
-    explicit OpenDirectory(const char *path) : directory_(::opendir(path)) {}
-    ~OpenDirectory()
-    {
-        if (directory_ != nullptr) {
-            ::closedir(directory_);
-        }
-    }
-    OpenDirectory(const OpenDirectory &) = delete;
-    OpenDirectory &operator=(const OpenDirectory &) = delete;
-    // Name of the next entry; null after the last one, or without a directory.
-    const char *next() const
-    {
-        const dirent *const entry = directory_ == nullptr ? nullptr : ::readdir(directory_);
-        return entry == nullptr ? nullptr : entry->d_name;
-    }
-
-private:
-    DIR *directory_;
-};
 
 // Takes the decimal digits off the front of a text. Returns whether there were any.
 bool takeNumber(std::string_view &text)
@@ -262,11 +241,11 @@ int shmCreate(const CInfo *cInfo, ShmInfo *shmInfo, const char *keyFileBase, int
     const int shmId = createUnderFreshKey(keyFileBase, cid, size, error);
     if (lock.unlock() != 0) {
         if (shmId > 0) {
-            ::shmctl(shmId, IPC_RMID, nullptr); // nobody learns of it
+            ::shmctl(shmId, IPC_RMID, nullptr); // no caller learns its id
         }
         return TRACED(-1, kFailure, "_OUT_ thmutex_unlock Failure!!");
     }
     TRACE(kDetail, "_OUT_ ret=[%d]", shmId);
-    errno = error; // callers tell it
+    errno = error; // callers trace it
     return shmId;
 }

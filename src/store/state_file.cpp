@@ -14,7 +14,7 @@ namespace {
 
 constexpr int kComposeAttempts = 3; // the records change between sizing and composing at most once in a monitoring pass
 
-// Bytes from the stream's position to its end; -1 where that cannot be told.
+// Bytes from the stream's position to its end; -1 if unknown.
 int64_t bytesLeft(std::FILE *file)
 {
     const off_t here = ::ftello(file);
@@ -25,7 +25,7 @@ int64_t bytesLeft(std::FILE *file)
     return ::fseeko(file, here, SEEK_SET) != 0 || end < here ? -1 : end - here;
 }
 
-// Reads size bytes: 0, or errno (0 for a stream that ended) through error and -1.
+// Reads size bytes. Returns 0, or -1 with errno, which is 0 at the end of the stream, in error.
 int readBytes(std::FILE *file, void *out, size_t size, int &error)
 {
     errno = 0;
@@ -83,7 +83,7 @@ void traceSizes(const DatInfo *records, size_t size)
     TRACE(kDetail, "outputSize=[%d]", static_cast<int>(size));
 }
 
-// The whole file in a block of its own, which the caller frees; null when memory is short.
+// Returns the whole file in a block that the caller frees; null if memory is short or the store must not be saved.
 uint8_t *composedFile(const DatInfo *records, size_t &size)
 {
     for (int attempt = 0; attempt < kComposeAttempts; ++attempt) {
@@ -179,7 +179,7 @@ int getDatFromBinFile(std::FILE *file, int num, DatInfo *datInfo)
         }
         return TRACED(0, kDetail, "_OUT_");
     }
-    // What the file says is not believed before the file is seen to be long enough: no memory is taken for it.
+    // No memory is allocated for a count that the file is too short for.
     const int64_t size = static_cast<int64_t>(now.datSize) * num;
     if (bytesLeft(file) < size) {
         return TRACED(-1, kFailure, "_OUT_ fread Failure!! err=[%d]", 0);
