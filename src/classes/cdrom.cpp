@@ -1,13 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "classes/indexed.h"
-
-#include "runtime/trace.h"
+#include "classes/instance.h"
 
 using namespace tavstrg;
 
 namespace {
 
-constexpr IndexedClass kCdromClass = {
+constexpr RecordClass kCdromClass = {
     .classId = TAV_CID_STRG_CDROM,
     .classIdName = "TAV_CID_STRG_CDROM",
     .enumClassIdName = "TAV_CID_STRG_CDROM",
@@ -23,19 +21,19 @@ CMPIStatus TAV_STRGCdromGetInstance(const CInfo *cInfo, const CMPIResult *rslt, 
                                     const char **properties)
 {
     const TraceScope scope;
-    return indexedGetInstance(kCdromClass, cInfo, rslt, cop, properties);
+    return indexedGetInstance(kCdromClass, {cInfo, cop, properties, rslt});
 }
 
 CMPIStatus TAV_STRGCdromEnumInstances(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                       const char **properties)
 {
     const TraceScope scope;
-    return indexedEnumInstances(kCdromClass, cInfo, rslt, cop, properties);
+    return indexedEnumInstances(kCdromClass, {cInfo, cop, properties, rslt});
 }
 
 CMPIInstance *TAV_STRGCdromSetPropInst(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
                                        const StrgDevRec *record)
 {
     const TraceScope scope;
-    return indexedSetPropInst(kCdromClass, cInfo, cop, properties, record);
+    return indexedSetPropInst(kCdromClass, {cInfo, cop, properties}, record);
 }

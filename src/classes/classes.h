@@ -8,11 +8,11 @@
 namespace tavstrg {
 
 // Answers a GetInstance or EnumInstances request: returns instances in the namespace of cop through rslt, with the
-// properties of the client's list (null: all), and closes rslt when all went well. A failure's status has a message,
-// which belongs to the broker, but for a null cInfo.
+// properties of the client's list (null: all), and closes rslt on success. The status of a failure has a message, which
+// belongs to the broker, unless cInfo is null.
 using InstanceHandler = CMPIStatus(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                    const char **properties);
-// Builds one instance from a record in the namespace of cop. The caller releases it; null on failure.
+// Builds one instance from a record in the namespace of cop. The caller releases it. Returns null on failure.
 template <class Rec>
 using InstanceBuilder = CMPIInstance *(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
                                        const Rec *record);
@@ -46,6 +46,7 @@ tavstrg::InstanceBuilder<StrgTnumRec> TAV_STRGTotalNumSetPropInst;
 tavstrg::InstanceBuilder<uint16_t> TAV_STRGThreadSetPropInst; // the "record" is the thread's status, 1 running or 0
 
 // "SetMonitorCycle" and "SetHardDiskSmartMode": change the configuration record, publish and save it. No return value.
+// The broker's interface gives the six parameters.
 CMPIStatus TAV_STRGConfigInvokeMethod(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                       const char *methodName, const CMPIArgs *in, CMPIArgs *out);
 // "StartMonitoringThread": service mode only, and only while no thread runs.
@@ -54,6 +55,14 @@ CMPIStatus TAV_STRGThreadStartInvokeMethod(const CInfo *cInfo, const CMPIResult 
 CMPIStatus TAV_STRGThreadStopInvokeMethod(const CInfo *cInfo, const CMPIResult *rslt);
 
 namespace tavstrg {
+
+// A request for instances, as its handler got it.
+struct InstanceRequest {
+    const CInfo *cInfo;
+    const CMPIObjectPath *cop;
+    const char **properties;
+    const CMPIResult *rslt = nullptr; // null where one instance is built and not returned yet
+};
 
 // A class's SetPropInst where the record has no type: a column of the tables that describe the classes.
 template <class Rec, InstanceBuilder<Rec> *SetPropInst>

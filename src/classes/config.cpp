@@ -1,21 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "classes/instance.h"
-#include "classes/singleton.h"
-#include "lifecycle/access.h"
-#include "runtime/cmpi_data.h"
 #include "runtime/request.h"
-#include "runtime/trace.h"
 #include "store/arrays.h"
 
-#include <cstdio>
 #include <cstring>
 #include <mutex>
+#include <optional>
 
 using namespace tavstrg;
 
 namespace {
 
-constexpr SingletonClass kConfigClass = {
+constexpr RecordClass kConfigClass = {
     .classId = TAV_CID_STRG_CONF,
     .classIdName = "TAV_CID_STRG_CONF",
     .noDataText = "strgGetInstance() NoData Failure!!",
@@ -48,75 +44,69 @@ const ConfigMethod *findMethod(const char *name)
     return nullptr;
 }
 
-CMPIStatus failedOf(const CInfo *cInfo, const char *what, const ConfigMethod &method)
+Refusal refuse(const char *what, const ConfigMethod &method)
 {
-    char message[64];
-    std::snprintf(message, sizeof message, "%s(%s) FAILED", what, method.tracedAs);
-    return statusWithChars(cInfo, CMPI_RC_ERR_FAILED, message);
+    return refusal(CMPI_RC_ERR_FAILED, "%s(%s) FAILED", what, method.tracedAs);
 }
 
-// Puts the value into the record, where it stands now, and gives what was there; false when there is no record any
-// more.
-bool exchangeField(const ConfigMethod &method, uint16_t value, int &previous)
+// Writes the value into the store's record and returns the value that was there; nothing when the record is gone.
+std::optional<int> exchangeField(const ConfigMethod &method, uint16_t value)
 {
     const std::lock_guard held(g_recordsLock);
     const DatInfo &dat = instSt[TAV_CID_STRG_CONF];
     if (recordsHeld(dat) == 0 || !strgIsBuilt()) {
-        return false;
+        return std::nullopt;
     }
+    int previous = 0;
     for (const FieldDesc &field : kClasses[TAV_CID_STRG_CONF].fields) {
         if (std::strcmp(field.name, method.argument) == 0) {
             previous = static_cast<int>(fieldNumber(field, dat.datAdr));
             std::memcpy(static_cast<char *>(dat.datAdr) + field.offset, &value, sizeof value);
         }
     }
-    shmSt[TAV_CID_STRG_CONF].storeNewer = true; // a request that reads the class now must not fetch the old value back
-    return true;
+    shmSt[TAV_CID_STRG_CONF].storeNewer = true; // a request that reads the class now must not read the old value back
+    return previous;
 }
 
 // Takes the argument into the record.
-CMPIStatus takeArgument(const ConfigMethod &method, const CInfo *cInfo, const CMPIArgs *in)
+Outcome takeArgument(const ConfigMethod &method, const CMPIArgs *in)
 {
     TRACE(kDetail, "getArgToInt(%s)", method.tracedAs);
     const int32_t value = getArgToInt(in, method.argument);
     if (value == -1) {
         TRACE(kFailure, "getArgToInt(%s) Failure!!", method.tracedAs);
-        return failedOf(cInfo, "getArgToInt", method);
+        return refuse("getArgToInt", method);
     }
     if (value < method.lowest || value > method.highest) {
         TRACE(kFailure, "%s Failure!! value=[%d]", method.tracedAs, value);
-        return failedOf(cInfo, "SetValue", method);
+        return refuse("SetValue", method);
     }
-    int previous = 0;
-    if (!exchangeField(method, static_cast<uint16_t>(value), previous)) {
-        TRACE(kFailure, "strgGetInstance() Failure!!");
-        return failedCall(cInfo, "strgGetInstance"); // gone since the store handed it out: most likely a stop
+    const std::optional<int> previous = exchangeField(method, static_cast<uint16_t>(value));
+    if (!previous) {
+        return unreadStore(); // gone since the class was refreshed: most likely a stop
     }
-    TRACE(kDetail, "datconf->%s=[%d] dt.value.%s=[%d]", method.argument, previous, method.member, value);
+    TRACE(kDetail, "datconf->%s=[%d] dt.value.%s=[%d]", method.argument, *previous, method.member, value);
     TRACE(kDetail, "datconf->%s=[%d]", method.argument, value);
-    return {CMPI_RC_OK, nullptr};
+    return {};
 }
 
-CMPIStatus invoke(const CInfo *cInfo, const char *methodName, const CMPIArgs *in)
+Outcome invoke(const CInfo *cInfo, const char *methodName, const CMPIArgs *in)
 {
-    DatInfo dat = {};
-    const CMPIStatus read = readSingleton(kConfigClass, cInfo, dat);
-    if (read.rc != CMPI_RC_OK) {
-        return read;
+    if (const Outcome refused = refreshClass(kConfigClass, kConfigClass.classIdName, cInfo)) {
+        return refused;
     }
     if (const ConfigMethod *const method = findMethod(methodName)) {
-        const CMPIStatus taken = takeArgument(*method, cInfo, in);
-        if (taken.rc != CMPI_RC_OK) {
-            return taken;
+        if (const Outcome refused = takeArgument(*method, in)) {
+            return refused;
         }
     }
     TRACE(kDetail, "strgSetInstance()");
     if (strgSetInstance(cInfo) != 0) {
         // Deliberate: the change stays in this process's store, though neither segment nor file has it.
         TRACE(kFailure, "strgSetInstance() Failure!!");
-        return statusWithChars(cInfo, CMPI_RC_ERR_FAILED, "Storage-Update FAILED");
+        return refusal(CMPI_RC_ERR_FAILED, "Storage-Update FAILED");
     }
-    return {CMPI_RC_OK, nullptr};
+    return {};
 }
 
 } // namespace
@@ -125,26 +115,19 @@ CMPIStatus TAV_STRGConfigGetInstance(const CInfo *cInfo, const CMPIResult *rslt,
                                      const char **properties)
 {
     const TraceScope scope;
-    return singletonGetInstance(kConfigClass, cInfo, rslt, cop, properties);
+    return singletonGetInstance(kConfigClass, {cInfo, cop, properties, rslt});
 }
 
 CMPIInstance *TAV_STRGConfigSetPropInst(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
                                         const StrgConfRec *record)
 {
     const TraceScope scope;
-    return singletonSetPropInst(kConfigClass, cInfo, cop, properties, record);
+    return singletonSetPropInst(kConfigClass, {cInfo, cop, properties}, record);
 }
 
 CMPIStatus TAV_STRGConfigInvokeMethod(const CInfo *cInfo, const CMPIResult *, const CMPIObjectPath *,
                                       const char *methodName, const CMPIArgs *in, CMPIArgs *)
 {
     const TraceScope scope;
-    TRACE(kDetail, "_IN_");
-    CMPIStatus status{CMPI_RC_ERR_FAILED, nullptr};
-    if (cInfo == nullptr) {
-        TRACE(kFailure, "param(cInfo) Failure!!");
-    } else {
-        status = invoke(cInfo, methodName, in);
-    }
-    return TRACED(status, kDetail, "_OUT_");
+    return tracedRequest(cInfo, [&] { return invoke(cInfo, methodName, in); });
 }

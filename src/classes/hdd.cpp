@@ -1,13 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "classes/indexed.h"
-
-#include "runtime/trace.h"
+#include "classes/instance.h"
 
 using namespace tavstrg;
 
 namespace {
 
-constexpr IndexedClass kHddClass = {
+constexpr RecordClass kHddClass = {
     .classId = TAV_CID_STRG_HDD,
     .classIdName = "TAV_CID_STRG_HDD",
     .enumClassIdName = "TAV_CID_STRG_HDD",
@@ -23,19 +21,19 @@ CMPIStatus TAV_STRGHddGetInstance(const CInfo *cInfo, const CMPIResult *rslt, co
                                   const char **properties)
 {
     const TraceScope scope;
-    return indexedGetInstance(kHddClass, cInfo, rslt, cop, properties);
+    return indexedGetInstance(kHddClass, {cInfo, cop, properties, rslt});
 }
 
 CMPIStatus TAV_STRGHddEnumInstances(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                     const char **properties)
 {
     const TraceScope scope;
-    return indexedEnumInstances(kHddClass, cInfo, rslt, cop, properties);
+    return indexedEnumInstances(kHddClass, {cInfo, cop, properties, rslt});
 }
 
 CMPIInstance *TAV_STRGHddSetPropInst(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
                                      const StrgHddRec *record)
 {
     const TraceScope scope;
-    return indexedSetPropInst(kHddClass, cInfo, cop, properties, record);
+    return indexedSetPropInst(kHddClass, {cInfo, cop, properties}, record);
 }

@@ -2,6 +2,7 @@
 #include "runtime/trace.h"
 #include "store/arrays.h"
 #include "support/indexed_fixture.h"
+#include "support/lock_at.h"
 
 #include <atomic>
 #include <gmock/gmock.h>
@@ -17,7 +18,7 @@ using testing::ElementsAre;
 
 namespace {
 
-TEST_F(Indexed, GetInstanceGivesTheRecordWithTheKeyWhereverItStands)
+TEST_F(Indexed, GetInstanceFindsTheKeyAtAnyPosition)
 {
     for (const Member &member : kMembers) {
         SCOPED_TRACE(member.cimName);
@@ -266,6 +267,28 @@ TEST_F(Indexed, AnEnumerationShowsOneStateWhileTheArrayIsReplaced)
         for (const broker::Instance &tape : reply.instances) {
             EXPECT_EQ(tape.find("Index")->toString(), tape.find("InterfaceTypeIndex")->toString());
             EXPECT_EQ(tape.find("InterfaceType")->toString(), std::to_string(reply.instances.size()));
+        }
+    }
+}
+
+// So a broker that is slow, or a trace file that hangs, delays no other request and no stop.
+TEST_F(Indexed, NoRecordsLockIsHeldWhileTheTraceOrTheBrokerIsCalled)
+{
+    for (const Member &member : kMembers) {
+        for (const bool one : {true, false}) {
+            fill(member.classId, {1, 2});
+            // Between the copy and the instance's return each step traces, and then calls the broker.
+            for (const char *line : {"CMNewInstance()", "CMSetPropertyFilter()", "CMReturnInstance()"}) {
+                SCOPED_TRACE(std::string(member.cimName) + " " + line);
+                int met = 0;
+                const AtLine look(line, [&met] {
+                    ++met;
+                    const std::unique_lock held(g_recordsLock, std::try_to_lock);
+                    EXPECT_TRUE(held.owns_lock());
+                });
+                EXPECT_EQ((one ? get(member, "2") : enumerate(member)).rc, CMPI_RC_OK);
+                EXPECT_EQ(met, one ? 1 : 2);
+            }
         }
     }
 }

@@ -2,10 +2,9 @@
 // Records that go between the store's handing them out and the handler's taking them.
 #include "store/arrays.h"
 #include "support/indexed_fixture.h"
+#include "support/lock_at.h"
 
 #include <cstdlib>
-#include <functional>
-#include <string_view>
 
 using namespace tavstrg;
 
@@ -13,40 +12,20 @@ namespace {
 
 using broker::Reply;
 
-// Acts when the store has handed out what it has, before the handler looks at it.
-class AfterHandingOut {
-public:
-    explicit AfterHandingOut(std::function<void()> what)
-    {
-        act = std::move(what);
-        g_Func.trace.TraceLog = look;
-    }
-    ~AfterHandingOut() { g_Func.trace.TraceLog = nullptr; }
-    AfterHandingOut(const AfterHandingOut &) = delete;
-    AfterHandingOut &operator=(const AfterHandingOut &) = delete;
-
-private:
-    static void look(int, const char *, const char *function, int, const char *format, ...)
-    {
-        if (std::string_view(function) == "strgGetInstance" && std::string_view(format) == "_OUT_ ret=[%d]") {
-            act();
-        }
-    }
-    static inline std::function<void()> act;
-};
+constexpr char kHandedOut[] = "strgGetInstance _OUT_ ret=[0]"; // before the handler takes its copy
 
 void removeRecords(int classId)
 {
     std::free(takeRecords(instSt[classId]));
 }
 
-TEST_F(Indexed, TheLastDeviceThatGoesMeanwhileLeavesAnEmptyClass)
+TEST_F(Indexed, LastRecordGoneMeanwhileIsNoData)
 {
     for (const Member &member : kMembers) {
         SCOPED_TRACE(member.cimName);
         for (const bool one : {true, false}) {
             fill(member.classId, {1});
-            const AfterHandingOut pass([&] { removeRecords(member.classId); });
+            const AtLine pass(kHandedOut, [&] { removeRecords(member.classId); });
             const Reply reply = one ? get(member, "1") : enumerate(member);
             EXPECT_EQ(reply.rc, CMPI_RC_ERR_NOT_FOUND);
             EXPECT_EQ(reply.message, "NotFound Data");
@@ -55,20 +34,40 @@ TEST_F(Indexed, TheLastDeviceThatGoesMeanwhileLeavesAnEmptyClass)
     }
 }
 
-TEST_F(Indexed, AStoreThatIsFreedMeanwhileIsAFailureNotAnEmptyClass)
+TEST_F(Indexed, StoreFreedMeanwhileFailsTheRequest)
 {
     for (const Member &member : kMembers) {
         SCOPED_TRACE(member.cimName);
         for (const bool one : {true, false}) {
             fill(member.classId, {1});
-            const AfterHandingOut stop([&] {
+            const AtLine stop(kHandedOut, [&] {
+                *strgGetThreadID() = 0;
                 removeRecords(TAV_CID_STRG_CONF); // first of all
                 removeRecords(member.classId);
             });
             const Reply reply = one ? get(member, "1") : enumerate(member);
+            *strgGetThreadID() = pthread_self();
             put<StrgConfRec>(TAV_CID_STRG_CONF, {{60, 10, 3600, 60, 1, 0}});
             EXPECT_EQ(reply.rc, CMPI_RC_ERR_FAILED);
             EXPECT_EQ(reply.message, "strgGetInstance() FAILED");
+        }
+    }
+}
+
+TEST_F(Indexed, ThreadStartedOnAFreedStoreFindsNoData)
+{
+    for (const Member &member : kMembers) {
+        fill(member.classId, {1});
+    }
+    *strgGetThreadID() = 0;
+    ASSERT_EQ(strgFreeInstance(&outside), 0);
+    *strgGetThreadID() = pthread_self();
+    for (const Member &member : kMembers) {
+        SCOPED_TRACE(member.cimName);
+        for (const bool one : {true, false}) {
+            const Reply reply = one ? get(member, "1") : enumerate(member);
+            EXPECT_EQ(reply.rc, CMPI_RC_ERR_NOT_FOUND);
+            EXPECT_EQ(reply.message, "NotFound Data");
         }
     }
 }

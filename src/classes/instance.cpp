@@ -1,25 +1,130 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "classes/instance.h"
 
-#include "runtime/cmpi_data.h"
-#include "runtime/holders.h"
+#include "lifecycle/access.h"
 #include "runtime/memory.h"
 #include "runtime/request.h"
-#include "runtime/trace.h"
+#include "store/arrays.h"
 
-#include <cstdio>
+#include <cstring>
 
 using namespace tavstrg;
 
-CMPIObjectPath *tavstrg::newPath(const CInfo *cInfo, const CMPIObjectPath *cop, const char *className)
+namespace {
+
+// Sets every published property of a class but its key, in order. The instance lacks a property that the broker
+// refuses.
+void setProperties(CMPIInstance *instance, const ClassDesc &desc, const void *record)
 {
-    char *nameSpace = getNameSpace(cop);
+    for (const FieldDesc &field : desc.fields) {
+        if (field.key || (field.use & kPublished) == 0) {
+            continue;
+        }
+        // A text is passed as the text itself, a number by the address of its field.
+        const char *const value = fieldChars(field, record);
+        if (field.type == CMPI_chars) {
+            TRACE(kDetail, "CMSetProperty() %s=[%s]", field.name, value);
+        } else {
+            TRACE(kDetail, "CMSetProperty() %s=[%d]", field.name, static_cast<int>(fieldNumber(field, record)));
+        }
+        instance->ft->setProperty(instance, field.name, reinterpret_cast<const CMPIValue *>(value), field.type);
+    }
+}
+
+} // namespace
+
+Refusal tavstrg::failedCall(const char *call)
+{
+    return refusal(CMPI_RC_ERR_FAILED, "%s() FAILED", call);
+}
+
+Refusal tavstrg::unreadStore()
+{
+    TRACE(kFailure, "strgGetInstance() Failure!!");
+    return failedCall("strgGetInstance");
+}
+
+Refusal tavstrg::noData(const RecordClass &member)
+{
+    TRACE(kFailure, "%s", member.noDataText);
+    return refusal(CMPI_RC_ERR_NOT_FOUND, "NotFound Data");
+}
+
+Outcome tavstrg::refreshClass(const RecordClass &member, const char *classIdName, const CInfo *cInfo)
+{
+    TRACE(kDetail, "strgGetInstance(%s)", classIdName);
+    DatInfo dat = {};
+    if (strgGetInstance(cInfo, member.classId, &dat) != 0 || (dat.datNum > 0 && dat.datAdr == nullptr)) {
+        return unreadStore();
+    }
+    return dat.datNum > 0 ? Outcome() : noData(member);
+}
+
+RecordsCopy::RecordsCopy(int classId)
+{
+    DatInfo dat = {};
+    const RecordsReader reader(classId, dat);
+    emptyIsKnown_ = strgEmptyIsKnown();
+    count_ = std::max(dat.datNum, 0);
+    size_ = dat.datSize;
+    if (count_ > 0 && dat.datAdr != nullptr) {
+        const size_t bytes = static_cast<size_t>(count_) * size_;
+        // Not memalloc, which traces: the records lock is held.
+        records_.reset(std::malloc(bytes));
+        if (records_) {
+            std::memcpy(records_.get(), dat.datAdr, bytes);
+        }
+    }
+}
+
+Outcome RecordsCopy::check(const RecordClass &member) const
+{
+    if (count_ > 0) {
+        return records_ ? Outcome() : unreadStore();
+    }
+    return emptyIsKnown_ ? noData(member) : unreadStore();
+}
+
+Outcome tavstrg::returnInstance(const InstanceRequest &request, const char *builder, CMPIInstance *built)
+{
+    const CmpiHolder<CMPIInstance> instance(built);
+    if (!instance) {
+        TRACE(kFailure, "%s() Failure!!", builder);
+        return failedCall(builder);
+    }
+    TRACE(kDetail, "CMReturnInstance()");
+    if (request.rslt->ft->returnInstance(request.rslt, instance.get()).rc != CMPI_RC_OK) {
+        TRACE(kFailure, "CMReturnInstance() Failure!!");
+        return failedCall("CMReturnInstance");
+    }
+    return {};
+}
+
+Outcome tavstrg::returnRecord(const RecordClass &member, const InstanceRequest &request, const void *record)
+{
+    return returnInstance(request, member.setPropInstName,
+                          member.setPropInst(request.cInfo, request.cop, request.properties, record));
+}
+
+Outcome tavstrg::closed(const InstanceRequest &request, const Outcome &outcome)
+{
+    if (!outcome) {
+        TRACE(kDetail, "CMReturnDone()");
+        request.rslt->ft->returnDone(request.rslt);
+    }
+    return outcome;
+}
+
+CMPIObjectPath *tavstrg::newPath(const InstanceRequest &request, const char *className)
+{
+    char *nameSpace = getNameSpace(request.cop);
     if (nameSpace == nullptr) {
         return TRACED(nullptr, kFailure, "_OUT_ CMGetCharPtr() Failure!!");
     }
     TRACE(kDetail, "CMNewObjectPath() NameSpace=[%s]", nameSpace);
+    const CMPIBroker *const broker = request.cInfo->broker;
     CMPIStatus status{};
-    CmpiHolder<CMPIObjectPath> path(cInfo->broker->eft->newObjectPath(cInfo->broker, nameSpace, className, &status));
+    CmpiHolder<CMPIObjectPath> path(broker->eft->newObjectPath(broker, nameSpace, className, &status));
     memfree(nameSpace);
     if (status.rc != CMPI_RC_OK || !path) {
         return TRACED(nullptr, kFailure, "_OUT_ CMNewObjectPath() Failure!!");
@@ -48,66 +153,26 @@ bool tavstrg::limitProperties(CMPIInstance *instance, const char **properties)
     return true;
 }
 
-void tavstrg::setProperties(CMPIInstance *instance, const ClassDesc &desc, const void *record)
-{
-    for (const FieldDesc &field : desc.fields) {
-        if (field.key || (field.use & kPublished) == 0) {
-            continue;
-        }
-        // A text is passed as the text itself, a number by the address of its field.
-        const char *const value = fieldChars(field, record);
-        if (field.type == CMPI_chars) {
-            TRACE(kDetail, "CMSetProperty() %s=[%s]", field.name, value);
-        } else {
-            TRACE(kDetail, "CMSetProperty() %s=[%d]", field.name, static_cast<int>(fieldNumber(field, record)));
-        }
-        instance->ft->setProperty(instance, field.name, reinterpret_cast<const CMPIValue *>(value), field.type);
-    }
-}
-
-CMPIStatus tavstrg::failedCall(const CInfo *cInfo, const char *call)
-{
-    char message[64];
-    std::snprintf(message, sizeof message, "%s() FAILED", call);
-    return statusWithChars(cInfo, CMPI_RC_ERR_FAILED, message);
-}
-
-CMPIStatus tavstrg::returnInstance(const CInfo *cInfo, const CMPIResult *rslt, const CMPIInstance *instance)
-{
-    TRACE(kDetail, "CMReturnInstance()");
-    if (rslt->ft->returnInstance(rslt, instance).rc != CMPI_RC_OK) {
-        TRACE(kFailure, "CMReturnInstance() Failure!!");
-        return failedCall(cInfo, "CMReturnInstance");
-    }
-    return {CMPI_RC_OK, nullptr};
-}
-
-void tavstrg::returnDone(const CMPIResult *rslt)
-{
-    TRACE(kDetail, "CMReturnDone()");
-    rslt->ft->returnDone(rslt);
-}
-
-CMPIInstance *tavstrg::buildInstance(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
-                                     const ClassDesc &desc, const char *recordParam, const void *record,
+CMPIInstance *tavstrg::buildInstance(const RecordClass &member, const InstanceRequest &request, const void *record,
                                      KeySetter *setKey)
 {
     TRACE(kDetail, "_IN_");
-    if (cInfo == nullptr) {
+    if (request.cInfo == nullptr) {
         return TRACED(nullptr, kFailure, "_OUT_ param(cInfo) Failure!!");
     }
-    if (cop == nullptr) {
+    if (request.cop == nullptr) {
         return TRACED(nullptr, kFailure, "_OUT_ Param(cop) Failure!!");
     }
     if (record == nullptr) {
-        return TRACED(nullptr, kFailure, "_OUT_ Param(%s) Failure!!", recordParam);
+        return TRACED(nullptr, kFailure, "_OUT_ Param(%s) Failure!!", member.recordParam);
     }
-    const CmpiHolder<CMPIObjectPath> path(newPath(cInfo, cop, desc.cimName));
+    const ClassDesc &desc = kClasses[member.classId];
+    const CmpiHolder<CMPIObjectPath> path(newPath(request, desc.cimName));
     if (!path) {
         return nullptr;
     }
-    CmpiHolder<CMPIInstance> instance(newInstance(cInfo, path.get()));
-    if (!instance || !limitProperties(instance.get(), properties)) {
+    CmpiHolder<CMPIInstance> instance(newInstance(request.cInfo, path.get()));
+    if (!instance || !limitProperties(instance.get(), request.properties)) {
         return nullptr;
     }
     if (setKey != nullptr) {

@@ -1,57 +1,98 @@
 // SPDX-License-Identifier: Apache-2.0
-// The steps from a record to a CIM instance that all classes share. Each traces in the name of the function that it
-// serves; the objects made belong to the caller; null on failure, which was traced.
+// From a record to a CIM instance: the steps that all classes share, and the two families of classes that are built
+// from records. Everything traces in the scope of the class's own function.
 #pragma once
 
-#include "records/records.h"
-#include "runtime/mode.h"
+#include "classes/classes.h"
+#include "runtime/cmpi_data.h"
+#include "runtime/holders.h"
 #include "runtime/trace.h"
 
 namespace tavstrg {
 
-// Object path of a class in the namespace of cop.
-CMPIObjectPath *newPath(const CInfo *cInfo, const CMPIObjectPath *cop, const char *className);
-// Instance of a path, without properties yet.
-CMPIInstance *newInstance(const CInfo *cInfo, const CMPIObjectPath *path);
-// Limits what is set from now on to the client's property list (null: everything). Whether that worked.
-bool limitProperties(CMPIInstance *instance, const char **properties);
-// Sets every published property of a class but its key, in order. A broker that refuses one is not heard: the instance
-// then lacks it.
-void setProperties(CMPIInstance *instance, const ClassDesc &desc, const void *record);
+// What distinguishes one class from another whose instances are built from records.
+struct RecordClass {
+    int classId;
+    const char *classIdName;                                       // in the trace of a request to the store
+    const char *enumClassIdName = nullptr;                         // the same for EnumInstances; indexed classes only
+    const char *noDataText = "strgGetInstance() NoData Failure!!"; // trace of a class without records
+    const char *recordName = nullptr;                              // of a record in traces; indexed classes only
+    const char *recordParam;                                       // of SetPropInst's record in traces
+    const char *setPropInstName;
+    InstanceBuilder<void> *setPropInst;
+};
 
-// Sets the key of an instance that has one.
-using KeySetter = void(CMPIObjectPath *path, CMPIInstance *instance, const void *record);
-// The whole way from a record to an instance: checks, path, instance, filter, key, properties. recordParam names the
-// record in the trace of its absence.
-CMPIInstance *buildInstance(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
-                            const ClassDesc &desc, const char *recordParam, const void *record,
-                            KeySetter *setKey = nullptr);
+// The nine classes that are keyed by Index.
+CMPIStatus indexedGetInstance(const RecordClass &member, const InstanceRequest &request);
+CMPIStatus indexedEnumInstances(const RecordClass &member, const InstanceRequest &request);
+CMPIInstance *indexedSetPropInst(const RecordClass &member, const InstanceRequest &request, const void *record);
 
-// Frame of a GetInstance or EnumInstances handler: entry, check of cInfo, the answer, exit.
-template <class Answer> CMPIStatus tracedAnswer(const CInfo *cInfo, Answer answer)
+// The two classes with exactly one record, one instance and no key.
+CMPIStatus singletonGetInstance(const RecordClass &member, const InstanceRequest &request);
+CMPIInstance *singletonSetPropInst(const RecordClass &member, const InstanceRequest &request, const void *record);
+
+// Frame of a handler: entry, check of cInfo, the work, exit. work returns an Outcome.
+template <class Work> CMPIStatus tracedRequest(const CInfo *cInfo, Work work)
 {
     TRACE(kDetail, "_IN_");
-    CMPIStatus status{CMPI_RC_ERR_FAILED, nullptr};
+    CMPIStatus status = {CMPI_RC_ERR_FAILED, nullptr};
     if (cInfo == nullptr) {
         TRACE(kFailure, "param(cInfo) Failure!!");
     } else {
-        status = answer();
+        status = statusOf(cInfo, work());
     }
     return TRACED(status, kDetail, "_OUT_");
 }
 
-// Whether a class's descriptor contradicts itself: records, but no array.
-inline bool lacksArray(const DatInfo &dat)
-{
-    return dat.datNum > 0 && dat.datAdr == nullptr;
-}
+// The refusal after a call that failed, "<call>() FAILED".
+Refusal failedCall(const char *call);
+// Traces that the store could not be read, and refuses.
+Refusal unreadStore();
+// Traces that a class has no records, and refuses.
+Refusal noData(const RecordClass &member);
 
-// The status of a call that failed, "<call>() FAILED".
-CMPIStatus failedCall(const CInfo *cInfo, const char *call);
+// Brings a class up to date. Refuses when that failed and when the class has no records. classIdName is the one that
+// the request traces.
+Outcome refreshClass(const RecordClass &member, const char *classIdName, const CInfo *cInfo);
 
-// Returns the instance to the broker and traces; OK or "CMReturnInstance() FAILED".
-CMPIStatus returnInstance(const CInfo *cInfo, const CMPIResult *rslt, const CMPIInstance *instance);
-// Closes the result and traces.
-void returnDone(const CMPIResult *rslt);
+// The records of one class at one moment. A request builds its answer from such a copy, without a lock: no client and
+// no broker call holds up anything else, and an enumeration shows one state of the machine.
+class RecordsCopy {
+public:
+    explicit RecordsCopy(int classId);
+    // Refuses when the copy has no records: the class became empty, the store was freed, or memory is short.
+    Outcome check(const RecordClass &member) const;
+    int count() const { return count_; }
+    const void *record(int i) const { return records_.get() + static_cast<size_t>(i) * size_; }
+
+private:
+    int count_ = 0;
+    size_t size_ = 0; // bytes of one record
+    bool emptyIsKnown_ = false;
+    HeapBlock<uint8_t> records_{nullptr};
+};
+
+// Returns an instance to the client and releases it. Refuses when there is none, because builder failed, and when the
+// broker does not take it.
+Outcome returnInstance(const InstanceRequest &request, const char *builder, CMPIInstance *built);
+// The same for the instance of a record.
+Outcome returnRecord(const RecordClass &member, const InstanceRequest &request, const void *record);
+// Closes the result of a request that was fulfilled, and passes its outcome on.
+Outcome closed(const InstanceRequest &request, const Outcome &outcome);
+
+// The steps of building an instance. What they make belongs to the caller. Each returns null (false) on failure, which
+// is traced.
+
+// Object path of a class in the namespace of the request's path.
+CMPIObjectPath *newPath(const InstanceRequest &request, const char *className);
+// Instance of a path, without properties yet.
+CMPIInstance *newInstance(const CInfo *cInfo, const CMPIObjectPath *path);
+// Limits what is set from now on to the client's property list (null: everything).
+bool limitProperties(CMPIInstance *instance, const char **properties);
+// Sets the key of an instance that has one.
+using KeySetter = void(CMPIObjectPath *path, CMPIInstance *instance, const void *record);
+// All of it: checks, path, instance, filter, key, properties.
+CMPIInstance *buildInstance(const RecordClass &member, const InstanceRequest &request, const void *record,
+                            KeySetter *setKey = nullptr);
 
 } // namespace tavstrg

@@ -1,13 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "classes/indexed.h"
-
-#include "runtime/trace.h"
+#include "classes/instance.h"
 
 using namespace tavstrg;
 
 namespace {
 
-constexpr IndexedClass kLifeSpanClass = {
+constexpr RecordClass kLifeSpanClass = {
     .classId = TAV_CID_STRG_LIFE,
     .classIdName = "TAV_CID_STRG_LIFE",
     .enumClassIdName = "TAV_CID_STRG_LifeSpan", // deliberate: another spelling here
@@ -23,19 +21,19 @@ CMPIStatus TAV_STRGLifeSpanGetInstance(const CInfo *cInfo, const CMPIResult *rsl
                                        const char **properties)
 {
     const TraceScope scope;
-    return indexedGetInstance(kLifeSpanClass, cInfo, rslt, cop, properties);
+    return indexedGetInstance(kLifeSpanClass, {cInfo, cop, properties, rslt});
 }
 
 CMPIStatus TAV_STRGLifeSpanEnumInstances(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                          const char **properties)
 {
     const TraceScope scope;
-    return indexedEnumInstances(kLifeSpanClass, cInfo, rslt, cop, properties);
+    return indexedEnumInstances(kLifeSpanClass, {cInfo, cop, properties, rslt});
 }
 
 CMPIInstance *TAV_STRGLifeSpanSetPropInst(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
                                           const StrgLifeRec *record)
 {
     const TraceScope scope;
-    return indexedSetPropInst(kLifeSpanClass, cInfo, cop, properties, record);
+    return indexedSetPropInst(kLifeSpanClass, {cInfo, cop, properties}, record);
 }

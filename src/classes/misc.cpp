@@ -1,13 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "classes/indexed.h"
-
-#include "runtime/trace.h"
+#include "classes/instance.h"
 
 using namespace tavstrg;
 
 namespace {
 
-constexpr IndexedClass kMiscClass = {
+constexpr RecordClass kMiscClass = {
     .classId = TAV_CID_STRG_MISC,
     .classIdName = "TAV_CID_STRG_MISC",
     .enumClassIdName = "TAV_CID_STRG_MISC",
@@ -23,19 +21,19 @@ CMPIStatus TAV_STRGMiscGetInstance(const CInfo *cInfo, const CMPIResult *rslt, c
                                    const char **properties)
 {
     const TraceScope scope;
-    return indexedGetInstance(kMiscClass, cInfo, rslt, cop, properties);
+    return indexedGetInstance(kMiscClass, {cInfo, cop, properties, rslt});
 }
 
 CMPIStatus TAV_STRGMiscEnumInstances(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                      const char **properties)
 {
     const TraceScope scope;
-    return indexedEnumInstances(kMiscClass, cInfo, rslt, cop, properties);
+    return indexedEnumInstances(kMiscClass, {cInfo, cop, properties, rslt});
 }
 
 CMPIInstance *TAV_STRGMiscSetPropInst(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
                                       const StrgDevRec *record)
 {
     const TraceScope scope;
-    return indexedSetPropInst(kMiscClass, cInfo, cop, properties, record);
+    return indexedSetPropInst(kMiscClass, {cInfo, cop, properties}, record);
 }

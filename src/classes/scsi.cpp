@@ -1,13 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "classes/indexed.h"
-
-#include "runtime/trace.h"
+#include "classes/instance.h"
 
 using namespace tavstrg;
 
 namespace {
 
-constexpr IndexedClass kScsiClass = {
+constexpr RecordClass kScsiClass = {
     .classId = TAV_CID_STRG_SCSI,
     .classIdName = "TAV_CID_STRG_SCSI",
     .enumClassIdName = "TAV_CID_STRG_SCSI",
@@ -23,19 +21,19 @@ CMPIStatus TAV_STRGScsiGetInstance(const CInfo *cInfo, const CMPIResult *rslt, c
                                    const char **properties)
 {
     const TraceScope scope;
-    return indexedGetInstance(kScsiClass, cInfo, rslt, cop, properties);
+    return indexedGetInstance(kScsiClass, {cInfo, cop, properties, rslt});
 }
 
 CMPIStatus TAV_STRGScsiEnumInstances(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                      const char **properties)
 {
     const TraceScope scope;
-    return indexedEnumInstances(kScsiClass, cInfo, rslt, cop, properties);
+    return indexedEnumInstances(kScsiClass, {cInfo, cop, properties, rslt});
 }
 
 CMPIInstance *TAV_STRGScsiSetPropInst(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
                                       const StrgScsiRec *record)
 {
     const TraceScope scope;
-    return indexedSetPropInst(kScsiClass, cInfo, cop, properties, record);
+    return indexedSetPropInst(kScsiClass, {cInfo, cop, properties}, record);
 }

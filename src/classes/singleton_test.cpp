@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "classes/singleton.h"
+#include "classes/instance.h"
 
 #include "runtime/trace.h"
+#include "support/lock_at.h"
 #include "support/store_fixture.h"
 
 #include <gmock/gmock.h>
@@ -184,20 +185,45 @@ TEST_F(Singleton, AMissingRecordIsNotFound)
     EXPECT_EQ(reply.message, "NotFound Data");
     EXPECT_TRUE(trace.has(kFailure, totals().noData, totals().getName));
 
-    const Request request(broker, "TAV_StorageConfig");
-    const CInfo cInfo = {broker.handle(), request.context()};
-    // A configuration without a record is a store that cannot be read; the answer for a record that is gone by the time
-    // it is to be shown is the family's.
+    // A configuration without a record is a store that cannot be read. Where the record goes between the two looks, the
+    // answer is the family's.
     const TraceScope scope(config().getName);
-    const CMPIStatus status = missingSingleton({.classId = 0,
-                                                .classIdName = "",
-                                                .noDataText = config().noData,
-                                                .recordParam = "",
-                                                .setPropInstName = "",
-                                                .setPropInst = nullptr},
-                                               &cInfo);
-    EXPECT_EQ(status.rc, CMPI_RC_ERR_NOT_FOUND);
+    const Refusal refused = noData({.classId = 0,
+                                    .classIdName = "",
+                                    .noDataText = config().noData,
+                                    .recordParam = "",
+                                    .setPropInstName = "",
+                                    .setPropInst = nullptr});
+    EXPECT_EQ(refused.code, CMPI_RC_ERR_NOT_FOUND);
+    EXPECT_STREQ(refused.text, "NotFound Data");
     EXPECT_TRUE(trace.has(kFailure, config().noData, config().getName));
+}
+
+TEST_F(Singleton, OnAFreedStoreWithAThreadOnlyTheConfigurationFails)
+{
+    *strgGetThreadID() = 0;
+    ASSERT_EQ(strgFreeInstance(&outside), 0);
+    *strgGetThreadID() = pthread_self();
+    Reply reply = get(totals());
+    EXPECT_EQ(reply.rc, CMPI_RC_ERR_NOT_FOUND);
+    EXPECT_EQ(reply.message, "NotFound Data");
+    reply = get(config());
+    EXPECT_EQ(reply.rc, CMPI_RC_ERR_FAILED);
+    EXPECT_EQ(reply.message, "strgGetInstance() FAILED");
+}
+
+TEST_F(Singleton, NoRecordsLockIsHeldWhileTheTraceOrTheBrokerIsCalled)
+{
+    for (const Member &member : kMembers) {
+        int met = 0;
+        const AtLine look("CMNewInstance()", [&met] {
+            ++met;
+            const std::unique_lock held(g_recordsLock, std::try_to_lock);
+            EXPECT_TRUE(held.owns_lock());
+        });
+        EXPECT_EQ(get(member).rc, CMPI_RC_OK);
+        EXPECT_EQ(met, 1);
+    }
 }
 
 TEST_F(Singleton, SetPropInstChecksItsParametersInOrder)

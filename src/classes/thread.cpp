@@ -1,11 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "classes/classes.h"
 #include "classes/instance.h"
 #include "lifecycle/access.h"
 #include "monitor/monitor.h"
-#include "runtime/cmpi_data.h"
-#include "runtime/holders.h"
-#include "runtime/trace.h"
 
 #include <mutex>
 
@@ -13,58 +9,50 @@ using namespace tavstrg;
 
 namespace {
 
-std::mutex startStop; // two requests that start at once must not make two threads
+std::mutex startStop; // two starts at the same moment must not make two threads
 
 uint16_t threadStatus()
 {
     return static_cast<uint16_t>(getThreadSts(strgGetThreadID()));
 }
 
-CMPIStatus answer(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop, const char **properties)
+Outcome getStatus(const InstanceRequest &request)
 {
     const uint16_t running = threadStatus();
-    const CmpiHolder<CMPIInstance> instance(TAV_STRGThreadSetPropInst(cInfo, cop, properties, &running));
-    if (!instance) {
-        TRACE(kFailure, "TAV_STRGThreadSetPropInst() Failure!!");
-        return failedCall(cInfo, "TAV_STRGThreadSetPropInst");
-    }
-    const CMPIStatus returned = returnInstance(cInfo, rslt, instance.get());
-    if (returned.rc == CMPI_RC_OK) {
-        returnDone(rslt);
-    }
-    return returned;
+    CMPIInstance *const built = TAV_STRGThreadSetPropInst(request.cInfo, request.cop, request.properties, &running);
+    return closed(request, returnInstance(request, "TAV_STRGThreadSetPropInst", built));
 }
 
-CMPIStatus start(const CInfo *cInfo)
+Outcome start(const CInfo *cInfo)
 {
     const std::lock_guard held(startStop);
     if (getServiceMode(cInfo) != 1) {
         TRACE(kFailure, "ServiceMode is non-Service Failure!!");
-        return statusWithChars(cInfo, CMPI_RC_ERR_FAILED, "ServiceMode is non-Service FAILED");
+        return refusal(CMPI_RC_ERR_FAILED, "ServiceMode is non-Service FAILED");
     }
     if (threadStatus() != 0) {
         TRACE(kFailure, "Thread is Already WakeUp Failure!!");
-        return statusWithChars(cInfo, CMPI_RC_ERR_FAILED, "Thread is Already WakeUp FAILED");
+        return refusal(CMPI_RC_ERR_FAILED, "Thread is Already WakeUp FAILED");
     }
-    // A stop that this start waited for has freed the store, which the thread keeps and does not build; another request
-    // may be building it anew.
-    if ((gst_first != 2 && strgInitProvider(cInfo) != 0) || strgCreateThread(cInfo) != 0) {
+    // A stop that this start waited for has freed the store, which the thread updates but does not build; another
+    // request may be building it at this moment.
+    if ((gst_first != kBuilt && strgInitProvider(cInfo) != 0) || strgCreateThread(cInfo) != 0) {
         TRACE(kFailure, "getClassName() Failure!!"); // deliberate: this failure's line names another call
-        return failedCall(cInfo, "strgCreateThread");
+        return failedCall("strgCreateThread");
     }
-    return {CMPI_RC_OK, nullptr};
+    return {};
 }
 
 // Deliberate: a stop that is refused frees the store's records and segments all the same.
-CMPIStatus refuseStop(const CInfo *cInfo, const char *message)
+Refusal refuseStop(const CInfo *cInfo, const char *message)
 {
     if (strgFreeInstance(cInfo) != 0) {
         TRACE(kFailure, "fsFreeInstance() Failure!!");
     }
-    return statusWithChars(cInfo, CMPI_RC_ERR_FAILED, message);
+    return refusal(CMPI_RC_ERR_FAILED, "%s", message);
 }
 
-CMPIStatus stop(const CInfo *cInfo)
+Outcome stop(const CInfo *cInfo)
 {
     const std::lock_guard held(startStop);
     if (getServiceMode(cInfo) != 1) {
@@ -76,7 +64,7 @@ CMPIStatus stop(const CInfo *cInfo)
         return refuseStop(cInfo, "Thread is Already Pause FAILED");
     }
     strgExitThread(cInfo);
-    return {CMPI_RC_OK, nullptr};
+    return {};
 }
 
 } // namespace
@@ -95,7 +83,7 @@ CMPIInstance *TAV_STRGThreadSetPropInst(const CInfo *cInfo, const CMPIObjectPath
     if (status == nullptr) {
         return TRACED(nullptr, kFailure, "_OUT_ Param(dattotal) Failure!!"); // deliberate: the totals' name for it
     }
-    CmpiHolder<CMPIObjectPath> path(newPath(cInfo, cop, "TAV_StorageThread"));
+    CmpiHolder<CMPIObjectPath> path(newPath({cInfo, cop, properties}, "TAV_StorageThread"));
     if (!path) {
         return nullptr;
     }
@@ -114,38 +102,17 @@ CMPIStatus TAV_STRGThreadGetInstance(const CInfo *cInfo, const CMPIResult *rslt,
                                      const char **properties)
 {
     const TraceScope scope;
-    TRACE(kDetail, "_IN_");
-    CMPIStatus status{CMPI_RC_ERR_FAILED, nullptr};
-    if (cInfo == nullptr) {
-        TRACE(kFailure, "param(cInfo) Failure!!");
-    } else {
-        status = answer(cInfo, rslt, cop, properties);
-    }
-    return TRACED(status, kDetail, "_OUT_");
+    return tracedRequest(cInfo, [&] { return getStatus({cInfo, cop, properties, rslt}); });
 }
 
 CMPIStatus TAV_STRGThreadStartInvokeMethod(const CInfo *cInfo, const CMPIResult *)
 {
     const TraceScope scope;
-    TRACE(kDetail, "_IN_");
-    CMPIStatus status{CMPI_RC_ERR_FAILED, nullptr};
-    if (cInfo == nullptr) {
-        TRACE(kFailure, "param(cInfo) Failure!!");
-    } else {
-        status = start(cInfo);
-    }
-    return TRACED(status, kDetail, "_OUT_");
+    return tracedRequest(cInfo, [&] { return start(cInfo); });
 }
 
 CMPIStatus TAV_STRGThreadStopInvokeMethod(const CInfo *cInfo, const CMPIResult *)
 {
     const TraceScope scope;
-    TRACE(kDetail, "_IN_");
-    CMPIStatus status{CMPI_RC_ERR_FAILED, nullptr};
-    if (cInfo == nullptr) {
-        TRACE(kFailure, "param(cInfo) Failure!!");
-    } else {
-        status = stop(cInfo);
-    }
-    return TRACED(status, kDetail, "_OUT_");
+    return tracedRequest(cInfo, [&] { return stop(cInfo); });
 }

@@ -46,7 +46,7 @@ protected:
     static constexpr const char *kBuild = "TAV_STRGThreadSetPropInst";
 };
 
-TEST_F(ThreadClass, TellsWhetherTheThreadRuns)
+TEST_F(ThreadClass, ThreadRunningIsTheThreadsStatus)
 {
     for (const bool running : {true, false}) {
         if (!running) {
@@ -112,7 +112,7 @@ void countAtFilter(int, const char *, const char *, int, const char *format, ...
     }
 }
 
-TEST_F(ThreadClass, ThePathIsReleasedAsSoonAsTheInstanceStands)
+TEST_F(ThreadClass, PathIsReleasedOnceTheInstanceIsMade)
 {
     // Outside of any request every object counts: the request's path and the instance are the only ones left.
     CMPIObjectPath *const cop =
@@ -161,7 +161,7 @@ TEST_F(ThreadClass, AnInstanceThatCannotBeBuiltOrTakenFails)
     EXPECT_TRUE(trace.has(kFailure, "CMReturnInstance() Failure!!", kGet));
 }
 
-TEST_F(ThreadClass, EitherMethodIsRefusedOutsideServiceModeWhateverTheThread)
+TEST_F(ThreadClass, MethodsAreRefusedOutsideServiceMode)
 {
     g_srvmod = 0;
     for (const bool running : {true, false}) {
@@ -215,7 +215,7 @@ TEST_F(ThreadClass, AStopEndsTheThreadAndTearsTheStoreDown)
     EXPECT_TRUE(machine.exists(kSavedStateFile));
 }
 
-TEST_F(ThreadClass, AStopWithoutAThreadIsRefusedAndFreesTheStoreAllTheSame)
+TEST_F(ThreadClass, StopWithoutAThreadIsRefusedAndFreesTheStore)
 {
     noThread();
     const Reply reply = stop();
@@ -316,7 +316,7 @@ TEST_F(StartedThread, OneThatDiedReadsNotRunningAndCanBeStartedAgain)
     EXPECT_EQ(stop().rc, CMPI_RC_OK);
 }
 
-TEST_F(StartedThread, AStartThatWaitedForAStopBuildsTheStoreAnew)
+TEST_F(StartedThread, StartThatWaitedForAStopRebuildsTheStore)
 {
     startAndSleep();
     EXPECT_EQ(stop().rc, CMPI_RC_OK);
@@ -327,7 +327,7 @@ TEST_F(StartedThread, AStartThatWaitedForAStopBuildsTheStoreAnew)
     EXPECT_EQ(stop().rc, CMPI_RC_OK);
 }
 
-TEST_F(StartedThread, AStoreThatCannotBeBuiltAnewIsAFailedStart)
+TEST_F(StartedThread, StartFailsIfTheStoreCannotBeRebuilt)
 {
     gst_first = 0;
     machine.remove("/opt/qlm/tavkit_sa/work"); // where the segments' keys come from

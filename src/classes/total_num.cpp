@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "classes/singleton.h"
-#include "runtime/trace.h"
+#include "classes/instance.h"
 
 using namespace tavstrg;
 
 namespace {
 
-constexpr SingletonClass kTotalNumClass = {
+constexpr RecordClass kTotalNumClass = {
     .classId = TAV_CID_STRG_TNUM,
     .classIdName = "TAV_CID_STRG_TNUM",
     .noDataText = "fsGetInstance() NoData Failure!!", // deliberate: another spelling here
@@ -21,12 +20,12 @@ CMPIStatus TAV_STRGTotalNumGetInstance(const CInfo *cInfo, const CMPIResult *rsl
                                        const char **properties)
 {
     const TraceScope scope;
-    return singletonGetInstance(kTotalNumClass, cInfo, rslt, cop, properties);
+    return singletonGetInstance(kTotalNumClass, {cInfo, cop, properties, rslt});
 }
 
 CMPIInstance *TAV_STRGTotalNumSetPropInst(const CInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
                                           const StrgTnumRec *record)
 {
     const TraceScope scope;
-    return singletonSetPropInst(kTotalNumClass, cInfo, cop, properties, record);
+    return singletonSetPropInst(kTotalNumClass, {cInfo, cop, properties}, record);
 }

@@ -12,68 +12,67 @@ using namespace tavstrg;
 
 namespace {
 
-// The broker enters a cleanup again while one takes longer than it likes. The later one finds the work done.
+// The broker enters a cleanup again while one takes long. The later one finds the work done.
 std::mutex cleaning;
 
-constexpr CMPIStatus kOk = {CMPI_RC_OK, nullptr};
-
-CMPIStatus failed(const CInfo *cInfo, const char *trace, const char *message)
+// The end of a cleanup that failed at a step: "strgSetInstance" or "strgFreeInstance".
+Refusal failedAt(const char *step)
 {
-    TRACE(kFailure, "%s", trace);
-    const CMPIStatus status = statusWithChars(cInfo, CMPI_RC_ERR_FAILED, message);
-    return TRACED(status, kDetail, "_OUT_ rc=[CMPI_RC_ERR_FAILED]");
+    TRACE(kFailure, "%s Failure!!", step);
+    TRACE(kDetail, "_OUT_ rc=[CMPI_RC_ERR_FAILED]");
+    return refusal(CMPI_RC_ERR_FAILED, "%s() Failure!!", step);
 }
 
-// Waits for a store under construction: when the broker stops, as long as slow disks may take, since what is built
-// after the cleanup nobody frees.
+// Waits for a store under construction. When the broker stops, waits as long as slow disks may take: nothing frees what
+// is built after the cleanup.
 void awaitInitialisation(bool terminating)
 {
     constexpr int kPatience = 20; // times three seconds
-    for (int round = 0; gst_first == 1 && round < (terminating ? kPatience : 1); ++round) {
+    for (int round = 0; gst_first == kBuilding && round < (terminating ? kPatience : 1); ++round) {
         waitWhileInitialising(0);
     }
 }
 
-// Where nothing is built, frees what a failed initialisation left: an unload must not lose it. False when there is
-// something after all: a request that begins now waits at this lock, or has begun before the second look.
+// Frees what a failed initialisation left, which an unload must not leak, if no store is built. Returns false if one is
+// built after all: a request that begins now waits at this lock, or began before the second check.
 bool releaseWhereNothingIsBuilt()
 {
     const std::lock_guard held(g_collectionLock);
-    if (gst_first != 0) {
+    if (gst_first != kNotBuilt) {
         return false;
     }
     releaseEarlierBuild();
     return true;
 }
 
-CMPIStatus cleanUpNonService(const CInfo *cInfo, bool terminating)
+Outcome cleanUpNonService(const CInfo *cInfo, bool terminating)
 {
     // A store under construction is neither saved nor freed: the file would be overwritten with what is not there yet.
     awaitInitialisation(terminating);
-    while (gst_first == 0) {
+    while (gst_first == kNotBuilt) {
         if (releaseWhereNothingIsBuilt()) {
-            return TRACED(kOk, kDetail, "_OUT_ rc=[CMPI_RC_OK] Already CleanUp.");
+            return TRACED(Outcome(), kDetail, "_OUT_ rc=[CMPI_RC_OK] Already CleanUp.");
         }
         awaitInitialisation(terminating);
     }
-    if (gst_first == 1) {
-        return failed(cInfo, "strgSetInstance Failure!!", "strgSetInstance() Failure!!");
+    if (gst_first == kBuilding) {
+        return failedAt("strgSetInstance");
     }
     TRACE(kDetail, "strgSetInstance()");
     if (strgSetInstance(cInfo) != 0) {
-        return failed(cInfo, "strgSetInstance Failure!!", "strgSetInstance() Failure!!");
+        return failedAt("strgSetInstance");
     }
     TRACE(kDetail, "strgFreeInstance()");
     if (strgFreeInstance(cInfo) != 0) {
-        return failed(cInfo, "strgFreeInstance Failure!!", "strgFreeInstance() Failure!!");
+        return failedAt("strgFreeInstance");
     }
     strgDestroyLocks();
-    int32_t built = 2; // a stop may have said so before, and a request begun anew
-    gst_first.compare_exchange_strong(built, 0);
-    return TRACED(kOk, kDetail, "_OUT_");
+    int32_t built = kBuilt; // a stop may have reset it before, and a request may build again
+    gst_first.compare_exchange_strong(built, kNotBuilt);
+    return TRACED(Outcome(), kDetail, "_OUT_");
 }
 
-CMPIStatus cleanUpService(const CInfo *cInfo, bool terminating)
+Outcome cleanUpService(const CInfo *cInfo, bool terminating)
 {
     const std::lock_guard held(g_threadControl); // no thread starts between the look and what follows from it
     if (getThreadSts(&gst_thid) != 1) {
@@ -83,16 +82,16 @@ CMPIStatus cleanUpService(const CInfo *cInfo, bool terminating)
         if (strgFreeInstance(cInfo) != 0) {
             TRACE(kFailure, "fsFreeInstance() Failure!!");
         }
-        return TRACED(kOk, kDetail, "_OUT_ rc=[CMPI_RC_OK]");
+        return TRACED(Outcome(), kDetail, "_OUT_ rc=[CMPI_RC_OK]");
     }
     if (terminating) {
         TRACE(kDetail, "CleanUp Exit SFCB.");
         strgExitThread(cInfo);
-        return TRACED(kOk, kDetail, "_OUT_ rc=[CMPI_RC_OK]");
+        return TRACED(Outcome(), kDetail, "_OUT_ rc=[CMPI_RC_OK]");
     }
     TRACE(kDetail, "CleanUp TimeOut.");
-    const CMPIStatus status = statusWithChars(cInfo, CMPI_RC_DO_NOT_UNLOAD, "MonitorThread is Running!!");
-    return TRACED(status, kDetail, "_OUT_ rc=[CMPI_RC_DO_NOT_UNLOAD]");
+    return TRACED(refusal(CMPI_RC_DO_NOT_UNLOAD, "MonitorThread is Running!!"), kDetail,
+                  "_OUT_ rc=[CMPI_RC_DO_NOT_UNLOAD]");
 }
 
 } // namespace
@@ -102,5 +101,6 @@ CMPIStatus strgCleanUpProvider(const CInfo *cInfo, bool terminating)
     const TraceScope scope;
     const std::lock_guard held(cleaning);
     TRACE(kDetail, "_IN_");
-    return getServiceMode(cInfo) == 1 ? cleanUpService(cInfo, terminating) : cleanUpNonService(cInfo, terminating);
+    return statusOf(cInfo, getServiceMode(cInfo) == 1 ? cleanUpService(cInfo, terminating)
+                                                      : cleanUpNonService(cInfo, terminating));
 }

@@ -132,7 +132,7 @@ TEST_F(CleanUp, AStoreUnderConstructionIsNeitherSavedNorFreed)
 }
 
 // The request comes in while the cleanup frees what an initialisation that failed had left.
-TEST_F(CleanUp, LeavesToARequestThatBeginsMeanwhileTheStoreThatItBuilds)
+TEST_F(CleanUp, LeavesAStoreThatARequestBuildsMeanwhile)
 {
     cleanUp();
     const int left = ::shmget(IPC_PRIVATE, 8, IPC_CREAT | 0600);
@@ -225,7 +225,7 @@ TEST_F(ServiceCleanUp, TheEndOfTheBrokerStopsTheThread)
 }
 
 // With the monitoring thread itself, in its sleep.
-TEST_F(ServiceCleanUp, TwoAtOnceStopTheThreadOnceAndTheNextRequestBuildsAnew)
+TEST_F(ServiceCleanUp, TwoAtOnceStopTheThreadOnceAndTheNextRequestRebuilds)
 {
     for (int i = 0; i < 2; ++i) {
         sim::holdSleeps(true);

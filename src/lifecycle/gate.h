@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The gate before the store's initialisation, for those who meet one that is running.
+// Waiting for an initialisation of the store that another thread runs.
 #pragma once
 
 #include "store/store.h"
@@ -11,17 +11,18 @@ namespace tavstrg {
 constexpr int kInitWaits = 30;            // about three seconds in all
 constexpr useconds_t kInitPause = 100000; // 100 ms
 
-// Waits until no initialisation runs or kInitWaits waits were made, those made before included. Returns the waits made.
+// Waits until no initialisation runs or kInitWaits waits were made, including the waits of earlier calls. Returns the
+// waits made.
 inline int waitWhileInitialising(int waits)
 {
-    for (; gst_first == 1 && waits < kInitWaits; ++waits) {
+    for (; gst_first == kBuilding && waits < kInitWaits; ++waits) {
         usleep(kInitPause);
     }
     return waits;
 }
 
-// Frees what an initialisation that failed has left; before another one starts and before the provider is unloaded.
-// Untraced: mostly there is nothing.
+// Frees what a failed initialisation left, before another one starts and before the provider is unloaded. Segments are
+// removed without a trace.
 void releaseEarlierBuild();
 
 } // namespace tavstrg

@@ -5,7 +5,6 @@
 #include "runtime/trace.h"
 #include "store/arrays.h"
 
-#include <cstdlib>
 #include <optional>
 
 using namespace tavstrg;
@@ -30,14 +29,14 @@ bool reloadFromThread(const CInfo *cInfo, int classId)
         }
     } else {
         TRACE(kDetail, "shmSt[%d].shmNum=0", classId);
-        std::free(takeRecordsWithoutSegment(instSt[classId], shmSt[classId]));
+        freeRecords(takeRecordsWithoutSegment(instSt[classId], shmSt[classId]));
     }
     TRACE(kDetail, "- return TRUE classID=[%d]-", classId);
     strgLogDumpInstanceDat(classId, instSt);
     return true;
 }
 
-// Configuration that another process of the broker changed becomes visible.
+// So that a configuration that another process of the broker changed becomes visible.
 bool reloadConfig(const CInfo *cInfo)
 {
     if (!reload(cInfo, TAV_CID_STRG_CONF)) {
@@ -48,7 +47,8 @@ bool reloadConfig(const CInfo *cInfo)
     return true;
 }
 
-// The result that the caller gets together with the records, or nothing when it gets none; then the failure is traced.
+// Returns the result that the caller gets together with the records, or nothing if it gets no records; that failure is
+// traced.
 std::optional<int> bringUpToDate(const CInfo *cInfo, int classId)
 {
     if (getServiceMode(cInfo) == 1 && getThreadSts(&gst_thid) == 1) {
@@ -60,16 +60,22 @@ std::optional<int> bringUpToDate(const CInfo *cInfo, int classId)
     return strgCheckConfigChange(cInfo);
 }
 
-// The class's descriptor as it is at this moment; false when the store has begun to be freed or built anew meanwhile,
-// so that no records does not mean no devices.
+// Sets the class's descriptor to what it is at this moment. Returns false when the store is being freed or built, so
+// that no records does not mean no devices.
 bool handOut(int classId, DatInfo &dat)
 {
-    const std::shared_lock held(g_recordsLock);
-    dat = instSt[classId];
-    return recordsHeld(dat) > 0 || strgIsBuilt();
+    const RecordsReader reader(classId, dat);
+    return recordsHeld(dat) > 0 || strgEmptyIsKnown();
 }
 
 } // namespace
+
+bool tavstrg::strgEmptyIsKnown()
+{
+    // The store is freed only while there is no thread: one that exists at this moment was started on what was freed
+    // before. It must be looked for under the caller's lock, which the freeing takes for each array.
+    return strgIsBuilt() || (gst_first == kBuilt && threadNow(&gst_thid) != 0);
+}
 
 int strgGetInstance(const CInfo *cInfo, int classId, DatInfo *datInfo)
 {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "lifecycle/access.h"
 #include "monitor/monitor.h"
+#include "support/lock_at.h"
 #include "support/store_fixture.h"
 
 #include <chrono>
@@ -171,7 +172,7 @@ TEST_F(ServiceGet, TheConfigurationComesTheSameWayAndIsTaken)
     EXPECT_THAT(linesOf("strgGetInstance"), Contains("0 - return TRUE classID=[0]-"));
 }
 
-TEST_F(ServiceGet, AClassWhoseSegmentIsEmptyIsDroppedAndItsArrayFreed)
+TEST_F(ServiceGet, ClassWithoutSegmentIsDroppedAndItsArrayFreed)
 {
     shmDestroy(&cInfo, &shmSt[TAV_CID_STRG_HDD]);
     EXPECT_EQ(strgGetInstance(&cInfo, TAV_CID_STRG_HDD, &dat), 0);
@@ -179,7 +180,56 @@ TEST_F(ServiceGet, AClassWhoseSegmentIsEmptyIsDroppedAndItsArrayFreed)
     EXPECT_EQ(dat.datAdr, nullptr);
     EXPECT_EQ(instSt[TAV_CID_STRG_HDD].datAdr, nullptr);
     EXPECT_THAT(linesOf("strgGetInstance"),
-                ElementsAre("0 _IN_", "0 shmSt[5].shmNum=0", "0 - return TRUE classID=[5]-", "0 _OUT_ ret=[0]"));
+                ElementsAre("0 _IN_", "0 shmSt[5].shmNum=0", testing::StartsWith("0 memfree(0x"),
+                            "0 - return TRUE classID=[5]-", "0 _OUT_ ret=[0]"));
+}
+
+TEST_F(ServiceGet, ClassThatLostItsSegmentKeepsItsRecords)
+{
+    shmDestroy(&cInfo, &shmSt[TAV_CID_STRG_HDD]);
+    markLost(shmSt[TAV_CID_STRG_HDD]);
+    EXPECT_EQ(strgGetInstance(&cInfo, TAV_CID_STRG_HDD, &dat), 0);
+    EXPECT_EQ(dat.datNum, 2);
+    EXPECT_THAT(linesOf("strgGetInstance"), Contains("0 shmSt[5].shmNum=0"));
+}
+
+TEST_F(ServiceGet, ThreadOnAFreedStoreHasNoRecordsAndNoConfiguration)
+{
+    thread.reset();
+    ASSERT_EQ(strgFreeInstance(&cInfo), 0);
+    thread.emplace();
+    trace->clear();
+    for (int id = TAV_CID_STRG_TNUM; id < TAV_CID_STRG_MAX; ++id) {
+        dat = {1, 1, nullptr};
+        EXPECT_EQ(strgGetInstance(&cInfo, id, &dat), 0) << id;
+        EXPECT_EQ(dat.datNum, 0);
+        EXPECT_EQ(dat.datAdr, nullptr);
+    }
+    EXPECT_EQ(linesOf("strgGetInstance").back(), "0 _OUT_ ret=[0]");
+    EXPECT_EQ(strgGetInstance(&cInfo, TAV_CID_STRG_CONF, &dat), -1);
+    EXPECT_EQ(linesOf("strgGetInstance").back(), "3 _OUT_ param(instST[TAV_CID_STRG_CONF].datAdr) Failure!!");
+}
+
+TEST_F(ServiceGet, StopThatFreesTheStoreMeanwhileFailsTheRead)
+{
+    shmDestroy(&cInfo, &shmSt[TAV_CID_STRG_HDD]); // the read finds the class empty, in time before the stop
+    const pthread_t running = gst_thid;
+    const AtLine stop("- return TRUE classID=[5]-", [] {
+        gst_thid = 0; // before anything is freed
+        std::free(takeRecords(instSt[TAV_CID_STRG_CONF]));
+    });
+    EXPECT_EQ(strgGetInstance(&cInfo, TAV_CID_STRG_HDD, &dat), -1);
+    gst_thid = running;
+}
+
+TEST_F(ServiceGet, StoreWhoseRebuildFailedAnswersNothing)
+{
+    gst_first = kNotBuilt; // with the records of zeros that the build has left
+    for (const int id : {TAV_CID_STRG_CONF, TAV_CID_STRG_TNUM, TAV_CID_STRG_HDD}) {
+        EXPECT_EQ(strgGetInstance(&cInfo, id, &dat), -1) << id;
+        EXPECT_EQ(dat.datNum, 0);
+    }
+    gst_first = kBuilt;
 }
 
 TEST_F(ServiceGet, ASegmentThatCannotBeLockedFailsIt)
@@ -194,7 +244,7 @@ TEST_F(ServiceGet, ASegmentThatCannotBeLockedFailsIt)
     }
 }
 
-TEST_F(ServiceGet, TheStoreLockIsNotTakenButGivenBackAllTheSame)
+TEST_F(ServiceGet, StoreLockIsNotTakenButUnlocked)
 {
     EXPECT_EQ(strgGetInstance(&cInfo, TAV_CID_STRG_HDD, &dat), 0);
     EXPECT_THAT(trace->textsOf("nonsrvMutexLock"), Not(Contains("pthread_mutex_trylock()")));

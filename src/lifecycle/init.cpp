@@ -47,9 +47,9 @@ void initLocks()
     }
 }
 
-// The saved-state file for reading and updating; null where it cannot be opened so, which counts as absent. A directory
-// or a device in its place is neither read nor waited for. A symbolic link counts as absent too: opening what it leads
-// to, a tape or a watchdog, may do something, and the next save replaces it anyway.
+// Opens the saved-state file for reading and updating. Returns null if that fails; the file then counts as absent. A
+// directory or a device in its place is neither read nor waited for. A symbolic link counts as absent too: opening its
+// target, a tape or a watchdog, may have an effect, and the next save replaces the link anyway.
 std::FILE *openSavedState()
 {
     FileDesc file(::open(kSavedStateFile, O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
@@ -64,11 +64,11 @@ std::FILE *openSavedState()
     return stream;
 }
 
-// Half-read records count for nothing: the collection starts from an empty store.
+// Discards half-read records: the collection starts from an empty store.
 void forgetSavedState()
 {
     for (int id = TAV_CID_STRG_CTRL; id < TAV_CID_STRG_MAX; ++id) {
-        std::free(takeRecords(instSt[id]));
+        freeRecords(takeRecords(instSt[id]));
     }
     changeRecords<StrgConfRec>(instSt[TAV_CID_STRG_CONF], [](StrgConfRec &conf) { conf = {}; });
     changeRecords<StrgTnumRec>(instSt[TAV_CID_STRG_TNUM], [](StrgTnumRec &totals) { totals = {}; });
@@ -95,7 +95,7 @@ bool loadSavedState()
     return true;
 }
 
-// The first collection goes into descriptors of its own, so that the store never shows a part of it.
+// The first collection fills separate descriptors, so that the store never shows a part of it.
 int collectFirst()
 {
     TRACE(kDetail, "strgGetCurrentInfo()");
@@ -109,7 +109,7 @@ int collectFirst()
     }
     changeRecords<StrgConfRec>(instSt[TAV_CID_STRG_CONF], [](StrgConfRec &conf) { conf = kDefaultConfig; });
     strgTakeTotals();
-    // Deliberate: what the first collection read for these two is for the first monitoring pass to tell.
+    // Deliberate: the first monitoring pass publishes these two, not the first collection.
     changeRecords<StrgLifeRec>(instSt[TAV_CID_STRG_LIFE], [](StrgLifeRec &life) { life.EnduranceRemaining = -1; });
     changeRecords<StrgHddRec>(instSt[TAV_CID_STRG_HDD], [](StrgHddRec &disk) { disk.SmartStatus = 0; });
     return 0;
@@ -117,6 +117,7 @@ int collectFirst()
 
 int publishFirst(const CInfo *cInfo)
 {
+    removeRetiredKeys(kShmKeyFileBase);
     TRACE(kDetail, "shmNew(%d,%s)", TAV_CID_STRG_LIFE, kShmKeyFileBase);
     if (shmNew(cInfo, TAV_CID_STRG_LIFE, kShmKeyFileBase, instSt, shmSt) != 0) {
         return TRACED(-1, kFailure, "_OUT_ shmNew() Failure!!");
@@ -129,7 +130,7 @@ int publishFirst(const CInfo *cInfo)
 void tavstrg::releaseEarlierBuild()
 {
     for (DatInfo &dat : instSt) {
-        std::free(takeRecords(dat));
+        freeRecords(takeRecords(dat));
     }
     for (ShmInfo &shm : shmSt) {
         shmDiscard(shm);
@@ -146,19 +147,19 @@ int strgInitProvider(const CInfo *cInfo)
     const TraceScope scope;
     TRACE(kDetail, "_IN_ gst_first=[%d]", gst_first.load());
     int waits = 0;
-    for (int32_t state = 1; state != 0;) {
+    for (int32_t state = kBuilding; state != kNotBuilt;) {
         waits = waitWhileInitialising(waits);
         if (waits == kInitWaits) { // deliberate: even if the other one finished during the last wait
             return TRACED(-1, kFailure, "_OUT_ gst_first Failure!!");
         }
-        state = 0;
-        if (!gst_first.compare_exchange_strong(state, 1) && state == 2) {
+        state = kNotBuilt;
+        if (!gst_first.compare_exchange_strong(state, kBuilding) && state == kBuilt) {
             return TRACED(0, kDetail, "_OUT_ Already Initialize.");
         }
     }
     TRACE(kDetail, "strgInitInstance()");
     const int ret = strgInitInstance(cInfo);
-    gst_first = ret == 0 ? 2 : 0;
+    gst_first = ret == 0 ? kBuilt : kNotBuilt;
     return TRACED(ret, kDetail, "_OUT_ ret=[%d]", ret);
 }
 

@@ -245,6 +245,28 @@ TEST_F(Init, ACollectionThatFailsFailsIt)
     EXPECT_EQ(segments(), 0);
 }
 
+TEST_F(Init, RetiredKeyFilesOfAKilledProcessAreRemoved)
+{
+    const std::string key = kShmKeyFileBase;
+    const std::vector<std::string> retired = {key + "3.bak.1", key + "3.bak.3", key + "3.bak.65535", key + "10.bak.7"};
+    const std::vector<std::string> others = {key + "3.bak.", key + "3.bak.1x", key + ".bak.1", key + "3.bak.1.old",
+                                             "/opt/qlm/tavkit_sa/work/other3.bak.1"};
+    for (const std::vector<std::string> &files : {retired, others}) {
+        for (const std::string &file : files) {
+            machine.write(file, "");
+        }
+    }
+    EXPECT_EQ(strgInitInstance(&cInfo), 0);
+    for (const std::string &file : retired) {
+        EXPECT_FALSE(machine.exists(file)) << file;
+        EXPECT_THAT(linesOf("strgInitInstance"), Contains("0 unlink[" + file + "]"));
+    }
+    for (const std::string &file : others) {
+        EXPECT_TRUE(machine.exists(file)) << file;
+    }
+    EXPECT_EQ(machine.openDescriptors(), 0);
+}
+
 TEST_F(Init, SegmentsThatCannotBeMadeFailIt)
 {
     machine.remove("/opt/qlm/tavkit_sa/work");
@@ -262,7 +284,7 @@ TEST_F(Init, ASegmentThatCannotBeLockedFailsIt)
     EXPECT_EQ(lock.lastFailure(), "strgInitInstance _OUT_ setInstToShm(3) Failure!!");
 }
 
-TEST_F(Init, SegmentsOfABuildThatFailedLateAreReplacedAndNotLeaked)
+TEST_F(Init, SegmentsOfALateFailedBuildAreReplaced)
 {
     machine.write(kSavedStateFile, savedState());
     g_srvmod = 1;
@@ -293,7 +315,7 @@ TEST_F(Init, WithoutMemoryForTheTwoRecordsItFails)
     EXPECT_THAT(linesOf("strgInitInstance"), ElementsAre("0 _IN_", "3 _OUT_ StrgTnum alloc Failure!!"));
 }
 
-TEST_F(Init, WhatAFailedBuildLeftIsFreedBeforeTheNext)
+TEST_F(Init, RemainsOfAFailedBuildAreFreedBeforeTheNext)
 {
     for (int round = 0; round < 3; ++round) {
         machine.remove("/opt/qlm/tavkit_sa/work");
@@ -315,7 +337,7 @@ TEST_F(Init, OnlyTheEntryOfTheLifeSpanIsLeftAsItIs)
     EXPECT_TRUE(trace->has(kDetail, "10: shmAdr=[(nil)] shmNum=[4] instNum=[0]", "shmNew"));
 }
 
-TEST_F(Init, ALockThatWasDestroyedIsMadeAnewAndALiveOneIsLeftAlone)
+TEST_F(Init, DestroyedLockIsRenewedAndALiveOneKept)
 {
     destroyMutex(instMutexSt);
     destroyMutex(shmSt[2].mutex);
@@ -473,7 +495,7 @@ TEST_F(SlowGate, ALaterFirstRequestWaitsForTheOneThatInitialises)
     EXPECT_THAT(trace->textsOf("strgInitProvider"), Contains("_OUT_ Already Initialize."));
 }
 
-TEST_F(SlowGate, ALaterFirstRequestFailsWhenTheFirstCollectionTakesTooLong)
+TEST_F(SlowGate, SecondRequestFailsIfTheFirstCollectionIsTooSlow)
 {
     duringFirst([&] {
         sim::skipSleeps(true); // its three seconds pass while the disk is still at its first commands

@@ -23,7 +23,7 @@ protected:
     DatInfo dat = {};
 };
 
-TEST_F(Stopped, RecordsThatWereFreedWhileTheyWereBroughtUpToDateAreAFailedReadAndNotAnEmptyClass)
+TEST_F(Stopped, RecordsFreedDuringTheReadFailIt)
 {
     // The last of the pass that the request makes is the saving of its result.
     sim::atNth(sim::Call::write, 1, [] {

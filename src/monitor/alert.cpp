@@ -33,7 +33,7 @@ struct EventKind {
     int32_t method;
 };
 
-// Searched from the top; the first row is what an id of no level would be.
+// Searched from the top; the first row is for an id without a level.
 constexpr EventKind kLifeSpanEvents[] = {
     {0, 0, 0},
     {TAV_ALERTID_LIFESPAN_LV1, kError, 3},
@@ -60,7 +60,7 @@ constexpr const EventKind *findLifeSpan(uint32_t id)
     return kind == std::end(kLifeSpanEvents) || kind->id == 0 ? nullptr : kind;
 }
 
-// What the agent is told: texts longer than their buffers are cut.
+// The content of an alert. Texts longer than their buffers are cut.
 struct Alert {
     char texts[2][kTextSize] = {};
     const char *strings[kMaxStrings] = {};
@@ -113,7 +113,7 @@ bool hasScsiAddress(const alertDiskSt &disk)
     return disk.InterfaceType == 0 || disk.InterfaceType == 2;
 }
 
-// Type, method and strings of an event; false for one that is not sent.
+// Sets type, method and strings of an event. Returns false for an event that is not sent.
 bool describeEvent(uint32_t eventId, const alertDiskSt *disk, Alert &alert)
 {
     if (eventId == TAV_ALERTID_CONFIG_CHANGE) {

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// Alerts: which events there are, and what the agent is told of each.
+// Alerts: the events and their content.
 #pragma once
 
 #include <cstdint>
-// Event ids, as they stand in the agent's message catalogue: the severity is in the top two bits.
+
+// Event ids of the agent's message catalogue. The severity is in the top two bits.
 constexpr uint32_t TAV_ALERTID_CONFIG_CHANGE = 0x400407D0;
 constexpr uint32_t TAV_ALERTID_SMART_ERROR = 0x800403E9;
 constexpr uint32_t TAV_ALERTID_LIFESPAN_LV1 = 0xC0040450; // least endurance left
@@ -26,6 +27,6 @@ struct alertDiskSt {
     uint16_t DrivePosition; // IDE: 1 unknown, 2 master, 3 slave
 };
 
-// Sends the alert of an event. disk is null for the configuration change, which names none; for the others a null disk
-// is refused. 0 when the agent accepted it, -1 when not, and for an id of no event.
+// Sends the alert of an event. disk is null for the configuration change; for other events a null disk is refused.
+// Returns 0 if the agent accepted the alert; -1 if not, and for an unknown id.
 int strgPutAlert(uint32_t eventId, const alertDiskSt *disk);

@@ -68,10 +68,8 @@ alertDiskSt tavstrg::describeDisk(const StrgScsiRec *device, int16_t interfaceTy
 
 namespace {
 
-constexpr int16_t kFailurePredicted = 1;
-constexpr int16_t kSmartModeOn = 1;
-constexpr int16_t kInterfaceScsi = 0;
-constexpr int16_t kNotRead = -1;
+constexpr int16_t kSmartFailing = 1; // SmartStatus
+constexpr int16_t kLevelUnread = -1; // EnduranceRemaining
 
 bool smartModeStored()
 {
@@ -142,7 +140,7 @@ int16_t interfaceTypeOf(const StrgScsiRec &device, std::span<const StrgHddRec> d
 void compareLevel(StrgLifeRec &level, int16_t before, const StrgScsiRec &device, std::span<const StrgHddRec> disks)
 {
     TRACE(kDetail, "cur[LIFE].Endu=[%d] inst[LIFE].Endu=[%d]", level.EnduranceRemaining, before);
-    if (level.EnduranceRemaining == kNotRead) {
+    if (level.EnduranceRemaining == kLevelUnread) {
         level.EnduranceRemaining = before;
     }
     if (level.EnduranceRemaining == before) {
@@ -171,7 +169,7 @@ int tavstrg::strgAlertSmart(DatInfo *current)
     const std::span<const StrgHddRec> disks = recordsOf<const StrgHddRec>(current[TAV_CID_STRG_HDD]);
     const std::span<const StrgScsiRec> devices = recordsOf<const StrgScsiRec>(current[TAV_CID_STRG_SCSI]);
     for (size_t i = 0; i < disks.size(); ++i) {
-        if (disks[i].SmartStatus == kFailurePredicted && alertSmart(disks[i], i, devices, current) != 0) {
+        if (disks[i].SmartStatus == kSmartFailing && alertSmart(disks[i], i, devices, current) != 0) {
             return -1;
         }
     }

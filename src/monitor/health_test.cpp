@@ -48,7 +48,7 @@ TEST_F(Pass, TheStepsOfTheAlertsAreTracedInOrder)
     EXPECT_THAT(sent(), ElementsAre("smart 1", "level 5 of 1", "level 5 of 2", "smart 2", "level 2 of 2"));
 }
 
-TEST_F(Pass, TheConfigurationChangeIsToldWhenSegmentsAndFileHaveTheNewState)
+TEST_F(Pass, ConfigurationChangeIsAlertedAfterPublishingAndSaving)
 {
     build({{"A"}});
     int segment = 0;
@@ -64,7 +64,7 @@ TEST_F(Pass, TheConfigurationChangeIsToldWhenSegmentsAndFileHaveTheNewState)
     EXPECT_EQ(linesOf("strgCheckConfigChange").back(), "0 _OUT_ ret=[0]");
 }
 
-TEST_F(Pass, AChangeThatCannotBeSavedIsNotToldThenOrLater)
+TEST_F(Pass, ChangeThatCannotBeSavedIsNeverAlerted)
 {
     build({{"A"}});
     machine.makeDirectory(kSavedStateFile);

@@ -16,8 +16,7 @@ namespace {
 
 constexpr useconds_t kTurnPause = 10000; // 10 ms
 
-// A thread that waits for another one's pass can be cancelled, so that a stop does not take as long as all of its
-// devices together.
+// Waits for another thread's pass. Can be cancelled, so that a stop does not take as long as all devices together.
 void waitForTurn(std::unique_lock<std::mutex> &turn)
 {
     while (!turn.try_lock()) {
@@ -32,7 +31,7 @@ int refreshFromSegments(const CInfo *cInfo)
         const int32_t shmNum = segmentNow(shmSt[id]).num;
         TRACE(kDetail, "shmSt[%d].shmNum=[%d]", id, shmNum);
         if (shmNum < 1) {
-            std::free(takeRecords(instSt[id]));
+            freeRecords(takeRecordsWithoutSegment(instSt[id], shmSt[id]));
         } else if (setShmToInst(cInfo, &shmSt[id], &instSt[id]) != 0) {
             return TRACED(-1, kFailure, "_OUT_ setShmToInst(%d) Failure!!", id);
         }
@@ -40,14 +39,13 @@ int refreshFromSegments(const CInfo *cInfo)
     return 0;
 }
 
-// A class whose count changed: segment and area are made anew, and the area takes the store's place when it is
-// complete, so that nobody sees the new count with anything but the new records. 0, or -1 with the store's records as
-// they were.
+// Replaces segment and area of a class. The store gets the area when it is complete, so that no reader sees the new
+// count without the new records. Returns 0, or -1 with the store's records unchanged.
 int replaceClass(const CInfo *cInfo, int id, const DatInfo &fresh)
 {
     DatInfo next = {fresh.datSize, fresh.datNum, nullptr};
     if (reallocDatArea(cInfo, kShmKeyFileBase, id, &next, &shmSt[id]) != 0) {
-        std::free(next.datAdr);
+        freeRecords(next.datAdr);
         return TRACED(-1, kFailure, "reallocDatArea() Failure!!");
     }
     if (next.datAdr != nullptr) {
@@ -57,14 +55,14 @@ int replaceClass(const CInfo *cInfo, int id, const DatInfo &fresh)
     return 0;
 }
 
-// The fresh records of one class become the store's. 0, or -1, traced.
+// Makes the fresh records of one class the store's. Returns 0, or -1, which is traced.
 int takeClass(const CInfo *cInfo, int id, OwnedRecords &current, bool &changed)
 {
     DatInfo &fresh = current.dat[id];
     const int32_t stored = recordsNow(instSt[id]).datNum;
     TRACE(kDetail, "Idx=[%d] curNum[%d]<=>instSt[%d]", id, fresh.datNum, stored);
-    if (fresh.datNum != stored) {
-        changed = true;
+    if (fresh.datNum != stored || isLost(shmSt[id])) {
+        changed = changed || fresh.datNum != stored;
         if (replaceClass(cInfo, id, fresh) != 0) {
             freeCollected(current.dat);
             return TRACED(-1, kDetail, "_OUT_ ret=[%d]", -1);
@@ -76,8 +74,8 @@ int takeClass(const CInfo *cInfo, int id, OwnedRecords &current, bool &changed)
     return 0;
 }
 
-// The fresh records become the store's. changed: the number of some class's records is another one than was stored;
-// nothing else is a change of the configuration.
+// Makes the fresh records the store's. Sets changed if the number of records of some class differs from the stored
+// number; nothing else is a change of the configuration.
 int takeClasses(const CInfo *cInfo, OwnedRecords &current, bool &changed)
 {
     for (int id = TAV_CID_STRG_CTRL; id < TAV_CID_STRG_MAX; ++id) {
@@ -152,7 +150,7 @@ int strgCheckConfigChange(const CInfo *cInfo)
     if (publish(cInfo) != 0 || save() != 0) {
         return -1;
     }
-    // Only when segments and file have the new state, so that nobody is told of what they cannot see.
+    // Only when segments and file have the new state, so that a client that reacts to the alert sees it.
     if (changed && serviceMode) {
         static_cast<void>(strgPutAlert(TAV_ALERTID_CONFIG_CHANGE, nullptr));
     }

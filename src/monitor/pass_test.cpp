@@ -4,7 +4,9 @@
 #include "support/lock_at.h"
 #include "support/store_fixture.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 
 using namespace tavstrg;
 
@@ -32,6 +34,7 @@ protected:
             replaceRecords(instSt[id], num, takeRecords(now.dat[id]));
         }
         strgTakeTotals();
+        gst_first = kBuilt;
         EXPECT_EQ(shmNew(&cInfo, 10, kShmKeyFileBase, instSt, shmSt), 0);
         EXPECT_EQ(strgPublishAll(&cInfo), 0);
         trace->clear();
@@ -108,7 +111,7 @@ TEST_F(Check, AReplacedDiskOfTheSameKindIsTakenOverWithEqualCounts)
     EXPECT_THAT(trace->textsOf("reallocDatArea"), testing::IsEmpty());
 }
 
-TEST_F(Check, CountsThatGrowAndShrinkReplaceRecordsSegmentsTotalsAndFile)
+TEST_F(Check, ChangedCountsReplaceRecordsSegmentsTotalsAndFile)
 {
     for (const int n : {5, 1, 0, 3, 2}) {
         trace->clear();
@@ -131,6 +134,35 @@ TEST_F(Check, CountsThatGrowAndShrinkReplaceRecordsSegmentsTotalsAndFile)
     EXPECT_EQ(segments(), 5);
 }
 
+TEST_F(Check, ArrayThatAPassReplacesOrDropsIsFreedWithOneLine)
+{
+    const auto freed = [this] {
+        const std::vector<std::string> lines = linesOf("strgCheckConfigChange");
+        return std::ranges::count_if(lines, [](const std::string &line) { return line.starts_with("0 memfree(0x"); });
+    };
+    const auto lineOf = [](const void *array) {
+        char line[40];
+        std::snprintf(line, sizeof line, "0 memfree(%p)", array);
+        return std::string(line);
+    };
+    ASSERT_EQ(strgCheckConfigChange(&cInfo), 0);
+    EXPECT_EQ(freed(), 3) << "what was collected: controllers, SCSI devices, hard disks";
+
+    trace->clear();
+    const std::string replaced = lineOf(instSt[TAV_CID_STRG_SCSI].datAdr);
+    machine.change(machineWith(3));
+    ASSERT_EQ(strgCheckConfigChange(&cInfo), 0);
+    EXPECT_THAT(linesOf("strgCheckConfigChange"), Contains(replaced));
+    EXPECT_EQ(freed(), 3 + 2);
+
+    trace->clear();
+    const std::string dropped = lineOf(instSt[TAV_CID_STRG_HDD].datAdr);
+    ASSERT_EQ(shmDestroy(&cInfo, &shmSt[TAV_CID_STRG_HDD]), 0);
+    ASSERT_EQ(strgCheckConfigChange(&cInfo), 0);
+    EXPECT_THAT(linesOf("strgCheckConfigChange"), Contains(dropped));
+    EXPECT_EQ(freed(), 3 + 1);
+}
+
 TEST_F(Check, ConfigurationTakesNoPartInTheComparison)
 {
     ASSERT_EQ(strgCheckConfigChange(&cInfo), 0);
@@ -148,7 +180,7 @@ TEST_F(Check, TheStoreIsRefreshedFromTheSegmentsFirst)
     EXPECT_EQ(recordsIn<StrgConfRec>(instSt[TAV_CID_STRG_CONF])[0].MonitorCycle, 90);
 }
 
-TEST_F(Check, AClassWhoseSegmentIsGoneIsEmptiedAndBuiltAnew)
+TEST_F(Check, ClassWithoutSegmentIsEmptiedAndRebuilt)
 {
     shmDestroy(&cInfo, &shmSt[TAV_CID_STRG_HDD]);
     trace->clear();
@@ -156,6 +188,41 @@ TEST_F(Check, AClassWhoseSegmentIsGoneIsEmptiedAndBuiltAnew)
     EXPECT_TRUE(trace->has(kDetail, "shmSt[5].shmNum=[0]", "strgCheckConfigChange"));
     EXPECT_TRUE(trace->has(kDetail, "Idx=[5] curNum[2]<=>instSt[0]", "strgCheckConfigChange"));
     EXPECT_EQ(published<StrgHddRec>(TAV_CID_STRG_HDD).size(), 2U);
+}
+
+TEST_F(Check, LostSegmentKeepsRecordsAndFileUntilReplaced)
+{
+    ASSERT_EQ(strgCheckConfigChange(&cInfo), 0);
+    const std::string saved = machine.read(kSavedStateFile);
+    machine.remove("/opt/qlm/tavkit_sa/work"); // no more segments
+    machine.change(machineWith(3));
+    for (int pass = 0; pass < 2; ++pass) {
+        EXPECT_EQ(strgCheckConfigChange(&cInfo), -1);
+        EXPECT_EQ(disks().size(), 2U);
+    }
+    EXPECT_EQ(strgSetInstance(&cInfo), -1);
+    EXPECT_EQ(linesOf("strgSetInstance").back(), "3 _OUT_ strgPutBinFile() Failure!!");
+    EXPECT_EQ(machine.read(kSavedStateFile), saved);
+
+    machine.makeDirectory("/opt/qlm/tavkit_sa/work");
+    machine.change(machineWith(2)); // the count is the stored one again, the segment is still missing
+    EXPECT_EQ(strgCheckConfigChange(&cInfo), 0);
+    EXPECT_EQ(published<StrgScsiRec>(TAV_CID_STRG_SCSI).size(), 2U);
+    EXPECT_EQ(strgSetInstance(&cInfo), 0);
+    EXPECT_EQ(savedDisks(), 2);
+}
+
+TEST_F(Check, LostSegmentIsNotMissedOnceTheClassHasNoRecords)
+{
+    machine.remove("/opt/qlm/tavkit_sa/work");
+    machine.change(machineWith(3));
+    ASSERT_EQ(strgCheckConfigChange(&cInfo), -1);
+    machine.makeDirectory("/opt/qlm/tavkit_sa/work");
+    machine.change(machineWith(0));
+    EXPECT_EQ(strgCheckConfigChange(&cInfo), 0);
+    EXPECT_EQ(disks().size(), 0U);
+    EXPECT_EQ(strgSetInstance(&cInfo), 0);
+    EXPECT_EQ(savedDisks(), 0);
 }
 
 TEST_F(Check, ASegmentThatCannotBeLockedFailsIt)
@@ -219,7 +286,7 @@ TEST_F(Check, AnAreaThatCannotBeResizedFailsItAndKeepsTheOldRecords)
     EXPECT_EQ(published<StrgScsiRec>(TAV_CID_STRG_SCSI).size(), 3U);
 }
 
-TEST_F(Check, ASegmentThatCannotBeLockedAtTheEndFailsItUnsavedAndUntold)
+TEST_F(Check, UnlockableSegmentAtTheEndFailsWithoutSaveOrAlert)
 {
     AlertRecorder alerts;
     g_srvmod = 1;
@@ -236,7 +303,7 @@ TEST_F(Check, ASegmentThatCannotBeLockedAtTheEndFailsItUnsavedAndUntold)
     EXPECT_TRUE(alerts.records().empty());
 }
 
-TEST_F(Check, AFileThatCannotBeOpenedFailsItThoughTheSegmentsHaveTheNewState)
+TEST_F(Check, UnopenableFileFailsThePassAfterPublishing)
 {
     machine.makeDirectory(kSavedStateFile);
     machine.change(machineWith(3));
@@ -256,7 +323,7 @@ TEST_F(Check, AFileThatCannotBeWrittenFailsItAndTheOldOneStays)
 }
 
 // Whatever fails once: no pass leaves memory, descriptors or segments, and the next one mends everything.
-TEST_F(Check, APassThatFailsAnywhereLeavesNothingAndTheNextOneMendsIt)
+TEST_F(Check, FailedPassLeaksNothingAndTheNextOneRepairsIt)
 {
     trace.reset(); // thousands of lines
     for (const sim::Call kind : {sim::Call::allocate, sim::Call::open, sim::Call::write, sim::Call::stat,

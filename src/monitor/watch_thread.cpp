@@ -16,16 +16,9 @@ std::recursive_mutex tavstrg::g_threadControl;
 
 namespace {
 
-constexpr char kTraceFile[] = "tavstrg.log";
 constexpr int32_t kDefaultCycle = 60; // seconds
 
-// Ids are words to the threads' functions; the trace prints their low 32 bits.
-int tracedId(pthread_t tid)
-{
-    return static_cast<int>(tid);
-}
-
-// Leaves the mark by which the thread's end is seen, however it ends.
+// Sets the mark that shows the thread's end, however it ends.
 class EndMark {
 public:
     EndMark() = default;
@@ -98,9 +91,8 @@ void stopThread()
 void tavstrg::forgetDeadThread()
 {
     const std::lock_guard held(g_threadControl);
-    if (threadNow(&gst_thid) == 0) {
-        std::free(gst_thcInfo);
-        gst_thcInfo = nullptr;
+    if (threadNow(&gst_thid) == 0 && gst_thcInfo != nullptr) {
+        memfree(gst_thcInfo);
     }
 }
 
@@ -139,11 +131,11 @@ int strgCreateThread(const CInfo *cInfo)
     return startThread();
 }
 
-// No noexcept on this path but in destructors: a cancel unwinds it.
+// Nothing on this path is noexcept except destructors: a cancel unwinds it.
 void *strgWatchThread(void *thcInfo)
 {
     const TraceScope scope;
-    const EndMark mark; // the first to be made, so that nothing is in use when the mark stands
+    const EndMark mark; // declared before all that the thread uses, so that it is destroyed after it
     const CancelSwitch off(PTHREAD_CANCEL_DISABLE);
     InitProcess(kTraceFile);
     TRACE(kDetail, "_IN_");
@@ -175,7 +167,7 @@ void strgExitThread(const CInfo *cInfo)
         TRACE(kFailure, "strgFreeInstance() Failure!!");
     }
     strgDestroyLocks();
-    int32_t built = 2; // a request that builds the store anew meanwhile keeps its state
-    gst_first.compare_exchange_strong(built, 0);
+    int32_t built = kBuilt; // a request that builds the store again meanwhile keeps its state
+    gst_first.compare_exchange_strong(built, kNotBuilt);
     TRACE(kDetail, "_OUT_");
 }

@@ -199,7 +199,7 @@ TEST_F(MonitoringThread, TwoStopsAtTheSameMomentJoinItOnce)
     expectTornDown();
 }
 
-TEST_F(MonitoringThread, StartingPreparesAContextForItAndTellsItsIdentifier)
+TEST_F(MonitoringThread, StartPreparesAContextAndTracesTheIdentifier)
 {
     startAndSleep();
     ASSERT_NE(gst_thcInfo, nullptr);
@@ -292,7 +292,7 @@ TEST_F(MonitoringThread, OneThatDiedIsFoundGoneAndCanBeStartedAgain)
     EXPECT_EQ(getThreadSts(&gst_thid), 1);
 }
 
-TEST_F(MonitoringThread, OneThatTheSystemDoesNotKnowIsForgottenAndCanBeStartedAgain)
+TEST_F(MonitoringThread, UnknownToTheSystemCanBeStartedAgain)
 {
     gst_thid = pthread_self();
     threadsAreUnknown = true;

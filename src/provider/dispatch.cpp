@@ -7,28 +7,28 @@ using namespace tavstrg;
 
 namespace {
 
-CMPIStatus startThread(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *, const char *,
+CMPIStatus invokeStart(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *, const char *,
                        const CMPIArgs *, CMPIArgs *)
 {
     return TAV_STRGThreadStartInvokeMethod(cInfo, rslt);
 }
 
-CMPIStatus stopThread(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *, const char *,
+CMPIStatus invokeStop(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *, const char *,
                       const CMPIArgs *, CMPIArgs *)
 {
     return TAV_STRGThreadStopInvokeMethod(cInfo, rslt);
 }
 
 constexpr MethodCall kThreadMethods[] = {
-    {"StartMonitoringThread", startThread, "TAV_STRGThreadStartInvokeMethod"},
-    {"StopMonitoringThread", stopThread, "TAV_STRGThreadStopInvokeMethod"},
+    {"StartMonitoringThread", invokeStart, "TAV_STRGThreadStartInvokeMethod"},
+    {"StopMonitoringThread", invokeStop, "TAV_STRGThreadStopInvokeMethod"},
 };
 constexpr MethodCall kConfigMethods[] = {
     {"SetMonitorCycle", TAV_STRGConfigInvokeMethod, "TAV_STRGConfigInvokeMethod"},
     {"SetHardDiskSmartMode", TAV_STRGConfigInvokeMethod, "TAV_STRGConfigInvokeMethod"},
 };
 
-// A macro, because a function and its name can be had no other way.
+// A macro, because only a macro gets a function together with its name.
 #define CALL(function)                                                                                                 \
     InstanceCall                                                                                                       \
     {                                                                                                                  \
@@ -45,7 +45,7 @@ constexpr DispatchRow indexed(const char *className, InstanceCall get, InstanceC
 }
 
 constexpr DispatchRow kRows[] = {
-    // Deliberate: the thread's class is answered always, so that a client can see and start the thread.
+    // Deliberate: the thread's class is always answered, so that a client can see and start the thread.
     {"TAV_StorageThread", kThreadGet, kThreadGet, kThreadMethods, true, true},
     {"TAV_StorageConfig", kConfigGet, kConfigGet, kConfigMethods, false, false},
     {"TAV_StorageTotalNumber", kTotalNumGet, kTotalNumGet, {}, false, false},

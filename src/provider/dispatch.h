@@ -16,6 +16,7 @@ struct InstanceCall {
 
 struct MethodCall {
     const char *method;
+    // The six parameters are those of the broker's interface.
     CMPIStatus (*handler)(const CInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop, const char *methodName,
                           const CMPIArgs *in, CMPIArgs *out);
     const char *tracedAs;
@@ -25,8 +26,8 @@ struct DispatchRow {
     const char *className; // compared exactly
     InstanceCall get;
     InstanceCall enumerate;
-    std::span<const MethodCall> methods; // none: the class takes no methods at all
-    bool always;                         // answered in service mode too while the monitoring thread is not running
+    std::span<const MethodCall> methods; // empty: the class has no methods
+    bool always;                         // answered in service mode even while the monitoring thread does not run
     bool statusIsReturned;               // a method's outcome is its return value, and the call itself succeeds
 };
 

@@ -16,12 +16,10 @@ using namespace tavstrg;
 
 namespace {
 
-constexpr char kTraceFile[] = "tavstrg.log";
-
 std::atomic<const CMPIBroker *> _broker; // both factories receive the same one
 
-// The broker enters a cleanup again, in another thread, while one takes its time: the later one waits and then finds
-// the work done.
+// The broker enters a cleanup again, in another thread, while one takes long: the later one waits and then finds the
+// work done.
 std::mutex cleaningUp;
 
 const CMPIInstanceMIFT instMIFT__ = {
@@ -48,113 +46,102 @@ const CMPIMethodMIFT methMIFT__ = {
 CMPIInstanceMI instanceInterface = {nullptr, const_cast<CMPIInstanceMIFT *>(&instMIFT__)};
 CMPIMethodMI methodInterface = {nullptr, const_cast<CMPIMethodMIFT *>(&methMIFT__)};
 
-constexpr CMPIStatus kOk = {CMPI_RC_OK, nullptr};
-
-CMPIStatus failed(const CInfo &cInfo, const char *message)
-{
-    return statusWithChars(&cInfo, CMPI_RC_ERR_FAILED, message);
-}
-
-// Initialises the store if need be and finds out whom the request is for. The caller frees className, also on failure.
-CMPIStatus openRequest(const CInfo &cInfo, const CMPIObjectPath *cop, char *&className)
-{
-    if (strgInitProvider(&cInfo) != 0) {
-        TRACE(kFailure, "strgInitProvider() Failure!!");
-        return failed(cInfo, "strgInitProvider() Failure!!");
-    }
-    className = getClassName(cop);
-    if (className == nullptr) {
-        TRACE(kFailure, "getClassName() Failure!!");
-        return failed(cInfo, "getClassName() Failure!!");
-    }
-    return kOk;
-}
-
-// In service mode the monitoring thread keeps the records: without it there is nothing to answer from.
-CMPIStatus passGate(const CInfo &cInfo)
-{
-    if (getServiceMode(&cInfo) == 1 && getThreadSts(strgGetThreadID()) != 1) {
-        TRACE(kFailure, "ServiceMode And NonThread Failure!!");
-        return failed(cInfo, "ServiceMode But NonThread Failure!!"); // deliberate: not the trace's word
-    }
-    return kOk;
-}
-
-CMPIStatus unknownClass(const CInfo &cInfo, const char *className)
-{
-    TRACE(kFailure, "ClassName Failure!![%s]", className);
-    return failed(cInfo, "Generic Failure!!");
-}
-
-CMPIStatus unknownMethod(const CInfo &cInfo, const char *method)
-{
-    TRACE(kFailure, "MethodName Failure!![%s]", method);
-    return failed(cInfo, "Generic Failure!!");
-}
-
-CMPIStatus dispatchInstance(InstanceCall DispatchRow::*kind, const CInfo &cInfo, const char *className,
-                            const CMPIResult *rslt, const CMPIObjectPath *cop, const char **properties)
-{
-    const DispatchRow *const row = findClass(className);
-    if (row == nullptr || !row->always) {
-        if (const CMPIStatus gate = passGate(cInfo); gate.rc != CMPI_RC_OK) {
-            return gate;
-        }
-    }
-    if (row == nullptr) {
-        return unknownClass(cInfo, className);
-    }
-    const InstanceCall &call = row->*kind;
-    TRACE(kFailure, "->%s()", call.tracedAs);
-    return call.handler(&cInfo, rslt, cop, properties);
-}
-
-// The frame of GetInstance and EnumInstances.
-CMPIStatus instanceRequest(InstanceCall DispatchRow::*kind, const CMPIContext *ctx, const CMPIResult *rslt,
-                           const CMPIObjectPath *cop, const char **properties)
-{
-    TRACE(kFailure, "##start##");
-    const CInfo cInfo = {_broker, ctx};
-    char *className = nullptr;
-    CMPIStatus status = openRequest(cInfo, cop, className);
-    if (status.rc == CMPI_RC_OK) {
-        status = dispatchInstance(kind, cInfo, className, rslt, cop, properties);
-    }
-    memfree(className);
-    return TRACED(status, kFailure, "## end ##");
-}
-
 struct MethodRequest {
-    const CMPIResult *rslt;
+    const CInfo *cInfo;
     const CMPIObjectPath *cop;
     const char *method;
     const CMPIArgs *in;
     CMPIArgs *out;
+    const CMPIResult *rslt;
 };
 
-CMPIStatus callMethod(const CInfo &cInfo, const DispatchRow &row, const MethodRequest &request)
+// Traces a failure and refuses with the same text.
+Refusal refuse(const char *text)
 {
-    const MethodCall *const call = findMethod(row, request.method);
-    if (call == nullptr) {
-        return unknownMethod(cInfo, request.method);
-    }
-    TRACE(kFailure, "->%s()", call->tracedAs);
-    return call->handler(&cInfo, request.rslt, request.cop, request.method, request.in, request.out);
+    TRACE(kFailure, "%s", text);
+    return refusal(CMPI_RC_ERR_FAILED, "%s", text);
 }
 
-CMPIStatus dispatchMethod(const CInfo &cInfo, const char *className, const MethodRequest &request)
+// In service mode the monitoring thread updates the records: without it there is nothing to answer from.
+Outcome passGate(const CInfo *cInfo)
+{
+    if (getServiceMode(cInfo) == 1 && getThreadSts(strgGetThreadID()) != 1) {
+        TRACE(kFailure, "ServiceMode And NonThread Failure!!");
+        // Deliberate: another word than the trace's.
+        return refusal(CMPI_RC_ERR_FAILED, "ServiceMode But NonThread Failure!!");
+    }
+    return {};
+}
+
+Refusal unknownClass(const char *className)
+{
+    TRACE(kFailure, "ClassName Failure!![%s]", className);
+    return refusal(CMPI_RC_ERR_FAILED, "Generic Failure!!");
+}
+
+Refusal unknownMethod(const char *method)
+{
+    TRACE(kFailure, "MethodName Failure!![%s]", method);
+    return refusal(CMPI_RC_ERR_FAILED, "Generic Failure!!");
+}
+
+// Answers the request by the row of its class, unless the gate is closed or no class has that name.
+template <class Request, class Answer> CMPIStatus dispatch(const Request &request, const char *className, Answer answer)
 {
     const DispatchRow *const row = findClass(className);
     if (row == nullptr || !row->always) {
-        if (const CMPIStatus gate = passGate(cInfo); gate.rc != CMPI_RC_OK) {
-            return gate;
+        if (const Outcome refused = passGate(request.cInfo)) {
+            return statusOf(request.cInfo, refused);
         }
     }
-    if (row == nullptr || row->methods.empty()) {
-        return unknownClass(cInfo, className);
+    return row == nullptr ? statusOf(request.cInfo, unknownClass(className)) : answer(*row);
+}
+
+// The frame of all requests: initialises the store if need be, finds the class and dispatches.
+template <class Request, class Answer> CMPIStatus serve(const Request &request, Answer answer)
+{
+    char *className = nullptr;
+    CMPIStatus status = {CMPI_RC_OK, nullptr};
+    if (strgInitProvider(request.cInfo) != 0) {
+        status = statusOf(request.cInfo, refuse("strgInitProvider() Failure!!"));
+    } else if ((className = getClassName(request.cop)) == nullptr) {
+        status = statusOf(request.cInfo, refuse("getClassName() Failure!!"));
+    } else {
+        status = dispatch(request, className, answer);
     }
-    CMPIStatus status = callMethod(cInfo, *row, request);
-    if (row->statusIsReturned) {
+    memfree(className);
+    return status;
+}
+
+// The frame of GetInstance and EnumInstances.
+CMPIStatus instanceRequest(InstanceCall DispatchRow::*kind, const InstanceRequest &request)
+{
+    TRACE(kFailure, "##start##");
+    const CMPIStatus status = serve(request, [&](const DispatchRow &row) {
+        const InstanceCall &call = row.*kind;
+        TRACE(kFailure, "->%s()", call.tracedAs);
+        return call.handler(request.cInfo, request.rslt, request.cop, request.properties);
+    });
+    return TRACED(status, kFailure, "## end ##");
+}
+
+CMPIStatus callMethod(const DispatchRow &row, const MethodRequest &request)
+{
+    const MethodCall *const call = findMethod(row, request.method);
+    if (call == nullptr) {
+        return statusOf(request.cInfo, unknownMethod(request.method));
+    }
+    TRACE(kFailure, "->%s()", call->tracedAs);
+    return call->handler(request.cInfo, request.rslt, request.cop, request.method, request.in, request.out);
+}
+
+CMPIStatus answerMethod(const DispatchRow &row, const MethodRequest &request)
+{
+    if (row.methods.empty()) {
+        return statusOf(request.cInfo, unknownClass(row.className));
+    }
+    CMPIStatus status = callMethod(row, request);
+    if (row.statusIsReturned) {
         TRACE(kDetail, "CMReturnData()");
         const CMPIUint32 code = status.rc;
         request.rslt->ft->returnData(request.rslt, reinterpret_cast<const CMPIValue *>(&code), CMPI_uint32);
@@ -163,18 +150,18 @@ CMPIStatus dispatchMethod(const CInfo &cInfo, const char *className, const Metho
     return status;
 }
 
-// What no class of this provider offers; nothing is initialised for it.
+// An operation that no class of this provider has. Initialises nothing.
 CMPIStatus notSupported()
 {
     TRACE(kFailure, "##start##");
     const CInfo cInfo = {_broker, nullptr};
     TRACE(kDetail, "CMSetStatusWithChars() - NOT_SUPPORTED");
-    const CMPIStatus status = statusWithChars(&cInfo, CMPI_RC_ERR_NOT_SUPPORTED, "NOT_SUPPORTED");
+    const CMPIStatus status = statusOf(&cInfo, refusal(CMPI_RC_ERR_NOT_SUPPORTED, "NOT_SUPPORTED"));
     return TRACED(status, kFailure, "## end ##");
 }
 
-// The frame of both cleanups. The context that the broker hands in is empty, and a call made with it takes the broker
-// down: the store gets none.
+// The frame of both cleanups. The broker's context is empty there, and a call made with it crashes the broker: the
+// store gets none.
 CMPIStatus cleanUp(bool terminating)
 {
     const std::lock_guard held(cleaningUp);
@@ -218,14 +205,16 @@ CMPIStatus TAV_StorageProviderGetInstance(CMPIInstanceMI *, const CMPIContext *c
                                           const CMPIObjectPath *cop, const char **properties)
 {
     const TraceScope scope;
-    return instanceRequest(&DispatchRow::get, ctx, rslt, cop, properties);
+    const CInfo cInfo = {_broker, ctx};
+    return instanceRequest(&DispatchRow::get, {&cInfo, cop, properties, rslt});
 }
 
 CMPIStatus TAV_StorageProviderEnumInstances(CMPIInstanceMI *, const CMPIContext *ctx, const CMPIResult *rslt,
                                             const CMPIObjectPath *cop, const char **properties)
 {
     const TraceScope scope;
-    return instanceRequest(&DispatchRow::enumerate, ctx, rslt, cop, properties);
+    const CInfo cInfo = {_broker, ctx};
+    return instanceRequest(&DispatchRow::enumerate, {&cInfo, cop, properties, rslt});
 }
 
 CMPIStatus TAV_StorageProviderInvokeMethod(CMPIMethodMI *, const CMPIContext *ctx, const CMPIResult *rslt,
@@ -235,13 +224,8 @@ CMPIStatus TAV_StorageProviderInvokeMethod(CMPIMethodMI *, const CMPIContext *ct
     const TraceScope scope;
     TRACE(kFailure, "##start##");
     const CInfo cInfo = {_broker, ctx};
-    char *className = nullptr;
-    CMPIStatus status = openRequest(cInfo, cop, className);
-    if (status.rc == CMPI_RC_OK) {
-        const MethodRequest request = {rslt, cop, method != nullptr ? method : "", in, out};
-        status = dispatchMethod(cInfo, className, request);
-    }
-    memfree(className);
+    const MethodRequest request = {&cInfo, cop, method != nullptr ? method : "", in, out, rslt};
+    const CMPIStatus status = serve(request, [&](const DispatchRow &row) { return answerMethod(row, request); });
     TRACE(kDetail, "CMReturnDone()");
     rslt->ft->returnDone(rslt);
     return TRACED(status, kFailure, "## end ##");

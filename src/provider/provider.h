@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// The entry points that the broker reaches through the two function tables. Outside this floor nothing calls them.
+// The entry points that the broker reaches through the two function tables. Nothing outside this folder calls them.
+// Their parameters are those of the broker's interface.
 #pragma once
 
 #include "runtime/mode.h"
-// Loads the agent's libraries and makes the store lock usable. 0, or the error of the mutex's initialisation.
+
+// Loads the agent's libraries and makes the store lock usable. Returns 0, or the error of the mutex's initialisation.
 int TAV_StorageProviderInitProcess();
 
 extern "C" {

@@ -297,7 +297,7 @@ TEST_F(EntryPoints, AMethodOfAClassWithoutMethodsFailsAndClosesTheResult)
     }
 }
 
-TEST_F(EntryPoints, AnUnknownMethodIsAReturnValueOfTheThreadClassButAFailureOfTheConfiguration)
+TEST_F(EntryPoints, UnknownMethodFailsExceptInTheThreadClass)
 {
     for (const char *const method : {"Other", "startMonitoringThread", "SetMonitorCycle", ""}) {
         SCOPED_TRACE(method);
@@ -365,7 +365,7 @@ TEST_F(EntryPoints, AStoreThatCannotBeBuiltFailsEveryRequest)
     gst_first = 2;
 }
 
-TEST_F(EntryPoints, AStoreLockThatIsHeldForMoreThanThreeSecondsFailsTheRequestOutsideServiceMode)
+TEST_F(EntryPoints, StoreLockHeldForThreeSecondsFailsRequests)
 {
     put<StrgHddRec>(TAV_CID_STRG_HDD, {{1, 0, 1, 0, "", 0, 0, 0, 0, 0, 0}});
     g_srvmod = 0;
@@ -503,7 +503,7 @@ TEST_F(CleanUp, IsRefusedWhileTheThreadRunsAndThePlaceIsKept)
     EXPECT_NE(instSt[TAV_CID_STRG_CONF].datAdr, nullptr);
 }
 
-TEST_F(CleanUp, AtTheBrokersEndStopsTheThreadThatAnIdleCleanupLeftAlone)
+TEST_F(CleanUp, StopsAtTheBrokersEndTheThreadKeptByAnIdleCleanup)
 {
     FakeAgent agent;
     pthread_t idle = 0;
@@ -519,7 +519,7 @@ TEST_F(CleanUp, AtTheBrokersEndStopsTheThreadThatAnIdleCleanupLeftAlone)
     EXPECT_THAT(agent.lines, testing::Contains("0||strgCleanUpProvider|CleanUp Exit SFCB."));
 }
 
-TEST_F(CleanUp, SavesAndFreesTheStoreOutsideServiceModeAndUnloadsTheLibraries)
+TEST_F(CleanUp, OutsideServiceModeSavesFreesAndUnloads)
 {
     FakeAgent agent;
     g_srvmod = 0;

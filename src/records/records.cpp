@@ -21,7 +21,7 @@ template <size_t N> struct CmpiTypeOf<char[N]> {
     static constexpr CMPIType value = CMPI_chars;
 };
 
-// A macro, because a field's name and offset can be had no other way.
+// A macro, because only a macro gets a field's name and offset.
 #define FIELD(Rec, f, use)                                                                                             \
     FieldDesc                                                                                                          \
     {                                                                                                                  \

@@ -118,6 +118,11 @@ struct StrgLifeRec {
 
 namespace tavstrg {
 
+// Codes of fields that more than one floor reads or writes.
+constexpr int16_t kInterfaceScsi = 0; // InterfaceType
+constexpr int16_t kInterfaceIde = 1;
+constexpr int16_t kSmartModeOn = 1; // HardDiskSmartMode
+
 template <class Rec, size_t Size>
 constexpr bool isStoredRecord =
     sizeof(Rec) == Size &&std::is_trivial_v<Rec> &&std::is_standard_layout_v<Rec>
@@ -166,7 +171,7 @@ static_assert(offsetof(StrgLifeRec, Index) == 0 && offsetof(StrgLifeRec, HDDInde
 struct DatInfo {
     uint32_t datSize; // bytes of one record
     int32_t datNum;   // records in the array; 0 when there are none
-    void *datAdr;     // datNum * datSize bytes; null when datNum is 0. Owned by whoever owns the descriptor.
+    void *datAdr;     // datNum * datSize bytes; null when datNum is 0. Owned by the owner of the descriptor.
 };
 
 // Sets the eleven descriptors to their initial values: sizes, one record each for configuration and totals, no arrays.
@@ -174,7 +179,7 @@ void strgInitDatInfo(DatInfo *datInfo);
 
 namespace tavstrg {
 
-// Where a field of a record is seen.
+// Where a field of a record is shown.
 enum FieldUse : uint8_t {
     kPublished = 1, // a property of the class
     kDumped = 2,    // a line of the trace dump

@@ -120,7 +120,7 @@ TEST(Records, FieldsStandWhereTheStorageFormatHasThem)
     }
 }
 
-TEST(Records, OnlyTheLifeSpanTotalIsKeptFromClientsAndOnlyThePnpIdFromTheDump)
+TEST(Records, OnlyLifeSpanTotalIsUnpublishedAndOnlyPnpIdUndumped)
 {
     std::vector<std::string> unpublished;
     std::vector<std::string> undumped;

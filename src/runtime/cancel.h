@@ -6,8 +6,8 @@
 
 namespace tavstrg {
 
-// A point between two devices: a pending cancel takes effect here and nowhere else, where all that is held is held by
-// owners that release. Elsewhere the thread runs with cancellation disabled. Harmless in a thread that nobody cancels.
+// A point between two devices. A pending cancel takes effect only here and in the thread's sleep, where destructors
+// release all that the thread holds. Has no effect in a thread that is not cancelled.
 inline void cancellationPoint()
 {
     int previous = PTHREAD_CANCEL_DISABLE;

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// Data that the broker's get calls hand out.
+// Data that the broker's get calls return, and the outcome of a request as a value.
 #pragma once
 
 #include "runtime/mode.h"
 
 #include <cmpift.h>
+#include <optional>
 
 namespace tavstrg {
 
@@ -22,14 +23,28 @@ inline const char *textOf(const CMPIString *text)
     return static_cast<const char *>(text->hdl);
 }
 
-// Whether the value stands in the data itself: a number or a truth value, there and not NULL.
+constexpr int kUnusable = CMPI_nullValue | CMPI_notFound | CMPI_badValue; // states of data without a value
+
+// Whether the value is in the data itself: a number or a truth value, present and not NULL.
 inline bool isPlainValue(const CMPIData &data)
 {
-    constexpr int unusable = CMPI_nullValue | CMPI_notFound | CMPI_badValue;
-    return (data.state & unusable) == 0 && data.type != CMPI_null && (data.type & (CMPI_ENC | CMPI_ARRAY)) == 0;
+    return (data.state & kUnusable) == 0 && data.type != CMPI_null && (data.type & (CMPI_ENC | CMPI_ARRAY)) == 0;
 }
 
-// A status with a message, which the broker makes and keeps; without one when the broker cannot make it.
-CMPIStatus statusWithChars(const CInfo *cInfo, CMPIrc rc, const char *message);
+// Why a request was not fulfilled.
+struct Refusal {
+    CMPIrc code;
+    char text[64]; // message of the status; empty: the status has none
+};
+
+// What became of a request: nothing when it was fulfilled.
+using Outcome = std::optional<Refusal>;
+
+// A refusal with a message, which is cut to what fits.
+__attribute__((format(printf, 2, 3))) Refusal refusal(CMPIrc code, const char *format, ...);
+
+// The status for the broker. Its message is made by the broker, which keeps it; the status has no message where the
+// broker cannot make one.
+CMPIStatus statusOf(const CInfo *cInfo, const Outcome &outcome);
 
 } // namespace tavstrg

@@ -4,6 +4,7 @@
 #include "runtime/holders.h"
 #include "runtime/trace.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -30,26 +31,22 @@ bool copyIfFits(char *field, int size, std::string_view text)
     return true;
 }
 
-// What stands in the file's place must neither hang the provider nor feed it.
+// A FIFO or a device in place of the file must neither block the provider nor be read.
 bool isRegular(int fd)
 {
     struct stat about = {};
     return ::fstat(fd, &about) == 0 && S_ISREG(about.st_mode);
 }
 
-// Feeds the file to the search until that has what it looks for. An error while reading counts as the file's end.
+// Feeds the file to the search until the key is found. An error while reading counts as the file's end. A token that
+// the bound cuts counts for nothing.
 void searchFile(int fd, ConfSearch &search)
 {
     char block[4096];
-    static_assert(kMaxConfFile % sizeof block == 0);
-    size_t total = 0;
+    static_assert(kConfBytesMax % sizeof block == 0);
+    size_t read = 0;
     while (!search.found()) {
-        if (total >= kMaxConfFile) {
-            TRACE(kFailure, "[%s] is too long, the rest is not read Failure!!", kConfigurationFile);
-            search.finish();
-            return;
-        }
-        const ssize_t got = ::read(fd, block, sizeof block);
+        const ssize_t got = ::read(fd, block, std::min(sizeof block, kConfBytesMax + 1 - read));
         if (got < 0 && errno == EINTR) {
             continue;
         }
@@ -57,7 +54,12 @@ void searchFile(int fd, ConfSearch &search)
             search.finish();
             return;
         }
-        total += static_cast<size_t>(got);
+        read += static_cast<size_t>(got);
+        if (read > kConfBytesMax) {
+            TRACE(kFailure, "%s is larger than %d bytes, the rest is not read", kConfigurationFile,
+                  static_cast<int>(kConfBytesMax));
+            return;
+        }
         search.feed({block, static_cast<size_t>(got)});
     }
 }

@@ -7,22 +7,21 @@
 
 // Value of a key of "/etc/tavkit/tavkit.conf", a stream of whitespace-separated tokens taken two at a time. Copies it
 // with its terminator into value, which must hold size + 1 bytes: size is compared with the length without the
-// terminator. Returns the length; 0 when the key is absent or value is null; the negated length when it does not fit.
-// Of the file the first kMaxConfFile bytes are read. Where there is no file the answer is the default root, whatever
-// was asked.
+// terminator. Returns the length; 0 if the key is absent or value is null; the negated length if it does not fit.
+// Of the file the
+// first kConfBytesMax bytes are read. Without a file the result is the default root, whatever the name.
 int get_TavEnv(const char *name, char *value, int size);
 
 // The agent's root directory without a trailing slash; path must hold size + 1 bytes. Returns the length; a negative
-// number when it does not fit; 0 when path is null.
+// number if it does not fit; 0 if path is null.
 int get_TavRootPath(char *path, int size);
 
 namespace tavstrg {
 
 constexpr char kDefaultRoot[] = "/opt/qlm/tavkit_sa"; // 18 characters
 
-constexpr size_t kMaxConfFile = size_t{1} << 20; // bytes; the file of an agent has a few hundred
-
-constexpr size_t kConfTokenMax = 511; // characters of one token; what is longer goes on as the next token
+constexpr size_t kConfTokenMax = 511;         // characters of one token; the rest of a longer one is the next token
+constexpr size_t kConfBytesMax = 1024 * 1024; // of the file; the rest of a larger one is not read
 
 // Looks for the first value of a key in whitespace-separated tokens that are taken two at a time, key then value. Keys
 // compare without regard to case. A last token without a partner counts for nothing.

@@ -138,7 +138,7 @@ TEST_F(Configuration, AKeyThatIsNotThereIsNotFound)
     EXPECT_EQ(result, 18);
 }
 
-TEST_F(Configuration, AValueThatDoesNotFitIsItsNegatedLengthOrMinusOneForTheRoot)
+TEST_F(Configuration, ValueThatDoesNotFitIsNegatedLengthOrMinusOne)
 {
     machine.write(kFile, "TavDir /opt/agent\n");
     EXPECT_EQ(env("TavDir", 9), "untouched");
@@ -189,14 +189,18 @@ TEST_F(Configuration, ALongFileIsReadToItsEnd)
     EXPECT_EQ(machine.openDescriptors(), 0);
 }
 
-TEST_F(Configuration, IsReadNoFurtherThanItsBound)
+TEST_F(Configuration, FileIsReadUpToItsBound)
 {
-    machine.write(kFile, std::string(kMaxConfFile - 100, ' ') + "TavDir /opt/agent");
+    const std::string pair = " TavDir /opt/agent";
+    const std::string blanks(kConfBytesMax - pair.size(), ' ');
+    machine.write(kFile, blanks + pair);
     EXPECT_EQ(root(), "/opt/agent");
-    EXPECT_FALSE(trace.has(kFailure, "[/etc/tavkit/tavkit.conf] is too long, the rest is not read Failure!!"));
-    machine.write(kFile, std::string(kMaxConfFile, ' ') + "TavDir /opt/agent");
-    EXPECT_EQ(root(), "/opt/qlm/tavkit_sa");
-    EXPECT_TRUE(trace.has(kFailure, "[/etc/tavkit/tavkit.conf] is too long, the rest is not read Failure!!"));
+
+    machine.write(kFile, blanks + pair + "s");
+    EXPECT_EQ(root(), "/opt/qlm/tavkit_sa") << "the value that the bound cuts is no value";
+    EXPECT_TRUE(trace.has(kFailure, "/etc/tavkit/tavkit.conf is larger than 1048576 bytes, the rest is not read",
+                          "get_TavEnv"));
+    EXPECT_EQ(machine.openDescriptors(), 0);
 }
 
 TEST_F(Configuration, AReadErrorCountsAsTheEnd)

@@ -66,6 +66,29 @@ private:
     int error_ = 0;
 };
 
+// An open directory, whose entries are read one by one, unsorted. For directories that may have very many.
+class OpenDirectory {
+public:
+    explicit OpenDirectory(const char *path) : directory_(::opendir(path)) {}
+    ~OpenDirectory()
+    {
+        if (directory_ != nullptr) {
+            ::closedir(directory_);
+        }
+    }
+    OpenDirectory(const OpenDirectory &) = delete;
+    OpenDirectory &operator=(const OpenDirectory &) = delete;
+    // Name of the next entry; null after the last one, or without a directory.
+    const char *next() const
+    {
+        const dirent *const entry = directory_ == nullptr ? nullptr : ::readdir(directory_);
+        return entry == nullptr ? nullptr : entry->d_name;
+    }
+
+private:
+    DIR *directory_;
+};
+
 // An object that the broker made for the provider: CmpiHolder<CMPIObjectPath>. Released unless handed over.
 template <class Object> class CmpiHolder {
 public:
@@ -98,6 +121,8 @@ public:
     T *get() const { return block_; }
     T &operator[](size_t i) const { return block_[i]; }
     T *handOver() { return std::exchange(block_, nullptr); }
+    // Frees the block and takes another one.
+    void reset(void *block) { std::free(std::exchange(block_, static_cast<T *>(block))); }
     explicit operator bool() const { return block_ != nullptr; }
 
 private:

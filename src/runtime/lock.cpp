@@ -11,11 +11,11 @@ using namespace tavstrg;
 
 namespace {
 
-constexpr int kAttempts = 30;
+constexpr int kLockAttempts = 30;
 constexpr useconds_t kPause = 100000; // 100 ms
 
-// Factories renew the store lock from several threads at once, and a stop destroys locks that requests still try:
-// nobody may look at a mutex while it is made or destroyed.
+// Factories renew the store lock from several threads at once, and a stop destroys locks that requests still try: no
+// thread may use a mutex while another one initialises or destroys it.
 std::mutex renewing;
 
 int tryLock(pthread_mutex_t *mutex)
@@ -24,18 +24,18 @@ int tryLock(pthread_mutex_t *mutex)
     return pthread_mutex_trylock(mutex);
 }
 
-// The store's lock tells of each attempt, a segment's only of what goes wrong.
-enum class Attempts { quiet, told };
+// Each attempt at the store's lock is traced; for a segment's lock, only failures are.
+enum class Attempts { quiet, traced };
 
 int pollLock(pthread_mutex_t *mutex, Attempts attempts)
 {
-    for (int attempt = 0; attempt < kAttempts;) {
-        if (attempts == Attempts::told) {
+    for (int attempt = 0; attempt < kLockAttempts;) {
+        if (attempts == Attempts::traced) {
             TRACE(kDetail, "pthread_mutex_trylock()");
         }
         const int error = tryLock(mutex);
         if (error == 0) {
-            if (attempts == Attempts::told) {
+            if (attempts == Attempts::traced) {
                 TRACE(kDetail, "pthread_mutex_trylock() success");
             }
             return TRACED(0, kDetail, "_OUT_");
@@ -49,7 +49,7 @@ int pollLock(pthread_mutex_t *mutex, Attempts attempts)
         ++attempt;
         TRACE(kDetail, "pthread_mutex_trylock() retry(%d)", attempt);
     }
-    TRACE(kFailure, "pthread_mutex_trylock() retry(%d) Failre!!", kAttempts);
+    TRACE(kFailure, "pthread_mutex_trylock() retry(%d) Failre!!", kLockAttempts);
     return TRACED(-1, kDetail, "_OUT_");
 }
 
@@ -94,7 +94,7 @@ int nonsrvMutexLock(const CInfo *cInfo, pthread_mutex_t *mutex)
     if (getServiceMode(cInfo) == 1) {
         return TRACED(0, kDetail, "_OUT_ now is ServiceMode.");
     }
-    return pollLock(mutex, Attempts::told);
+    return pollLock(mutex, Attempts::traced);
 }
 
 void mutexUnlock(pthread_mutex_t *mutex)

@@ -9,7 +9,7 @@
 
 namespace tavstrg {
 
-// A mutex that a stop or a cleanup destroys and the next initialisation makes anew.
+// A mutex that a stop or a cleanup destroys and the next initialisation creates again.
 struct RenewableMutex {
     pthread_mutex_t mutex;
     std::atomic<bool> live; // between initialisation and destruction; zero-initialised: not live
@@ -17,18 +17,18 @@ struct RenewableMutex {
 
 // Initialises the mutex unless it is live, and so perhaps held. Returns 0, or the error of pthread_mutex_init.
 int renewMutex(RenewableMutex &lock);
-// Destroys the mutex if it is live and nobody holds it. Returns 0, EBUSY with the mutex left as it was, or another
+// Destroys the mutex if it is live and not held. Returns 0, EBUSY with the mutex left as it was, or another
 // error.
 int destroyMutex(RenewableMutex &lock);
 
 } // namespace tavstrg
 
-// Takes the lock unless in service mode (then nothing is locked and 0 returned). -1 on a null argument, an error, or
-// after 30 attempts 100 ms apart.
+// Takes the lock, except in service mode, where nothing is locked. Returns 0; -1 on a null argument, an error, or after
+// 30 attempts 100 ms apart.
 int nonsrvMutexLock(const CInfo *cInfo, pthread_mutex_t *mutex);
 // Releases a lock, also one that nonsrvMutexLock did not take in service mode: deliberate.
 void mutexUnlock(pthread_mutex_t *mutex);
 
-// The same discipline for a segment's mutex: 0, or -1.
+// The same for a segment's mutex, also in service mode. Each returns 0 or -1.
 int shmMutexLock(pthread_mutex_t *mutex);
 int shmMutexUnlock(pthread_mutex_t *mutex);

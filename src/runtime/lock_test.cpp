@@ -115,7 +115,7 @@ TEST_F(Locks, ALockThatComesFreeMeanwhileIsTaken)
     EXPECT_EQ(taken, 0);
 }
 
-TEST_F(Locks, ErrorsOfTheLockAreToldWithTheirNumber)
+TEST_F(Locks, LockErrorsAreTracedWithTheirNumber)
 {
     pthread_mutexattr_t attributes;
     pthread_mutexattr_init(&attributes);

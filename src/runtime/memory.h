@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+
 // Zero-filled block of size bytes, or null when size is not positive or memory is short. The caller frees it (memfree).
 void *memalloc(int32_t size);
 // Block resized to size bytes; the added tail is not zeroed. Null with ptr untouched when size is not positive; null

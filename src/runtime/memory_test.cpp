@@ -44,7 +44,7 @@ TEST(Memalloc, RefusesZeroAndNegativeSizes)
     }
 }
 
-TEST(Memalloc, TellsWhenMemoryIsShort)
+TEST(Memalloc, TracesShortMemory)
 {
     SKIP_UNLESS_MEMORY_CAN_BE_SHORT();
     const TraceWatch told(kFailure, kShort.c_str());

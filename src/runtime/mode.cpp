@@ -18,9 +18,9 @@ namespace {
 constexpr char kNameSpace[] = "root/TAVKIT/AS";
 constexpr char kClassName[] = "TAV_GeneralInformation";
 
-std::mutex threadGuard;                // held for a look and a change only
+std::mutex threadGuard;                // held for a check and a change only
 std::atomic<pthread_t> endedThread{0}; // the end mark; 0 for none. Set without the lock: its thread may be unwinding.
-pthread_t claimedThread = 0;           // being joined by somebody, so perhaps no more; 0 for none
+pthread_t claimedThread = 0;           // being joined by another thread, so perhaps gone; 0 for none
 
 enum class ThreadState {
     none,
@@ -50,12 +50,6 @@ ThreadState look(pthread_t *tid, pthread_t &seen)
         return ThreadState::unknown;
     }
     return ThreadState::running;
-}
-
-// The threads' functions take an identifier as a word; the trace prints its low 32 bits.
-int tracedId(pthread_t tid)
-{
-    return static_cast<int>(tid);
 }
 
 } // namespace
@@ -90,8 +84,9 @@ int getServiceMode(const CInfo *cInfo)
         return TRACED(0, kFailure, "_OUT_ CMGetProperty() Failure!!");
     }
     const CmpiHolder<CMPIString> text(ownedText(data)); // nothing when the property is the boolean that it should be
-    const int mode = data.value.boolean;
-    if (mode > 1 || !isPlainValue(data)) { // the value member of a NULL means nothing
+    const bool isNull = (data.state & kUnusable) == CMPI_nullValue;
+    const int mode = isNull ? 0 : data.value.boolean; // the value member of a NULL means nothing
+    if (!isNull && (mode > 1 || !isPlainValue(data))) {
         return TRACED(0, kFailure, "_OUT_ getValue() Failure!! boolean=[%d]", mode);
     }
     g_srvmod = mode;
@@ -110,7 +105,7 @@ int getThreadSts(pthread_t *tid)
     case ThreadState::running:
         return TRACED(1, kDetail, "_OUT_ thread is Running");
     case ThreadState::ended:
-        pthread_join(seen, nullptr); // it has but to return: what it holds is freed
+        pthread_join(seen, nullptr); // it is about to return; joining frees what it holds
         break;
     case ThreadState::unknown:
         break;

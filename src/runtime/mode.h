@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What every store and handler function is handed first, and the two questions about the process's mode: whether the
-// agent runs as a service, and whether the monitoring thread runs.
+// The first argument of every store and handler function, and the process's mode: whether the agent runs as a service,
+// and whether the monitoring thread runs.
 #pragma once
 
 #include <cmpift.h>
@@ -8,37 +8,45 @@
 #include <atomic>
 #include <cstdint>
 #include <pthread.h>
+
 // Broker handle and invocation context of the current request or thread.
 struct CInfo {
     const CMPIBroker *broker;
     const CMPIContext *context; // null where no call into the broker may be made: a cleanup's context is empty, and a
-                                // call made with it takes the broker down
+                                // call made with it crashes the broker
 };
 
 extern std::atomic<int32_t> g_srvmod; // cached service mode; -1 while it is not known
 
-// The agent's installed service mode, 0 or 1, asked of the broker once and cached; any failure is 0 and not cached.
+// The agent's installed service mode, 0 or 1. The broker is asked once and its answer cached; NULL is cached as 0.
+// Returns 0 after any failure, which is not cached.
 int getServiceMode(const CInfo *cInfo);
 
 // 1 while the thread runs, else 0; clears *tid when the thread has gone.
 //
-// Current C libraries still find a thread that ended and was not joined, so the thread leaves a mark at its end.
-// Whoever first sees the mark joins the thread, and nothing of it is left. *tid is read and written under one lock with
-// all of this; it is for the functions here only.
+// Current C libraries still find a thread that ended and was not joined, so the thread sets a mark at its end. The
+// first caller that sees the mark joins the thread. *tid is read and written under the same lock, by the functions here
+// only.
 int getThreadSts(pthread_t *tid);
 
 namespace tavstrg {
+
+// A thread's identifier in traces: its low 32 bits.
+inline int tracedId(pthread_t tid)
+{
+    return static_cast<int>(tid);
+}
 
 // The identifier as it is at this moment, 0 for none.
 pthread_t threadNow(const pthread_t *tid);
 // A thread was started: its identifier.
 void threadStarted(pthread_t *tid, pthread_t started);
-// The thread itself is about to end, however that came; it touches nothing of the provider's afterwards.
+// Called by the thread itself at its end; it uses nothing of the provider afterwards.
 void threadEnds();
-// The thread that the caller is going to join, or 0 when there is none or it has gone. From then on getThreadSts leaves
-// it alone and says that it runs, until threadJoined.
+// Returns the thread that the caller is going to join, or 0 if there is none or it has gone. From then on, until
+// threadJoined, getThreadSts reports that it runs and does not join it.
 pthread_t claimThread(const pthread_t *tid);
-// The claimed thread is no more: clears *tid.
+// The claimed thread was joined: clears *tid.
 void threadJoined(pthread_t *tid);
 
 } // namespace tavstrg

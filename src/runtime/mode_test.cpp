@@ -94,7 +94,7 @@ TEST_F(ServiceMode, AFailureIsZeroAndIsAskedAgain)
     }
 }
 
-TEST_F(ServiceMode, AnAgentThatDoesNotDescribeItselfCountsAsNotInstalled)
+TEST_F(ServiceMode, MissingGeneralInformationIsAFailure)
 {
     broker::Broker broker(installed(std::nullopt));
     EXPECT_EQ(ask(broker), 0);
@@ -114,10 +114,22 @@ TEST_F(ServiceMode, ACleanupAsksNothingOfTheBroker)
     EXPECT_EQ(getServiceMode(&cleanup), 1) << "what is known needs no broker";
 }
 
-TEST_F(ServiceMode, AValueThatIsNoTruthValueIsAFailure)
+TEST_F(ServiceMode, NullIsZeroAndKept)
 {
+    broker::Broker broker;
     broker::Value null;
     null.type = CMPI_boolean;
+    broker.addInstance({"root/TAVKIT/AS", "TAV_GeneralInformation", {}, {{"InstalledServiceMode", null}}});
+    EXPECT_EQ(ask(broker), 0);
+    EXPECT_EQ(g_srvmod, 0);
+    EXPECT_EQ(lines().back(), "0 _OUT_ InstalledServiceMode=[0]");
+    EXPECT_EQ(ask(broker), 0);
+    EXPECT_EQ(lines().back(), "0 _OUT_ srvmod=[0]") << "the broker is not asked again";
+    EXPECT_TRUE(broker.accounting().clean()) << testing::PrintToString(broker.accounting().notes);
+}
+
+TEST_F(ServiceMode, AValueThatIsNoTruthValueIsAFailure)
+{
     const struct {
         broker::Value value;
         int mode;
@@ -125,7 +137,6 @@ TEST_F(ServiceMode, AValueThatIsNoTruthValueIsAFailure)
     } cases[] = {
         {broker::Value::number(7, CMPI_uint8), 0, "3 _OUT_ getValue() Failure!! boolean=[7]"},
         {broker::Value::number(2, CMPI_uint16), 0, "3 _OUT_ getValue() Failure!! boolean=[2]"},
-        {null, 0, "3 _OUT_ getValue() Failure!! boolean=[0]"},
         {broker::Value::text("1"), 0, "3 _OUT_ getValue() Failure!! boolean=["},
         {broker::Value::number(1, CMPI_uint8), 1, "0 _OUT_ InstalledServiceMode=[1]"},
     };
@@ -214,7 +225,7 @@ TEST(ThreadStatus, OfAThreadThatEndedIsZeroAndClearsTheIdentifier)
                 ElementsAre("_IN_ tid=[" + id + "]", "_OUT_ thread is NotRun", "_IN_ tid=[0]", "_OUT_ thread is non"));
 }
 
-TEST(ThreadStatus, OfAThreadThatTheSystemDoesNotKnowIsZeroAndClearsTheIdentifier)
+TEST(ThreadStatus, IsZeroForAnUnknownThreadAndClearsTheIdentifier)
 {
     TraceRecorder trace;
     pthread_t thread = pthread_self();
@@ -225,7 +236,7 @@ TEST(ThreadStatus, OfAThreadThatTheSystemDoesNotKnowIsZeroAndClearsTheIdentifier
     EXPECT_EQ(trace.textsOf("getThreadSts").back(), "_OUT_ thread is NotRun");
 }
 
-TEST(ThreadStatus, LeavesAThreadThatSomebodyJoinsToThem)
+TEST(ThreadStatus, DoesNotJoinAThreadThatIsBeingJoined)
 {
     pthread_t thread = endedThread();
     const pthread_t claimed = claimThread(&thread);

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// Keys, arguments and names out of requests. All report failures through their result and a trace, never a status.
+// Keys, arguments and names of requests. All report failures through their result and a trace, never a status.
 #pragma once
 
 #include "runtime/mode.h"
 
 #include <cstdint>
+
 // The key "Index" as a number 0..65535 (low 16 bits of what was sent); -1 when there is none. A numeric 0 counts as
 // none.
 int getKeyIndex(const CMPIObjectPath *cop);

@@ -20,7 +20,7 @@ namespace {
 constexpr int32_t kFirstMethod = 1;
 constexpr int32_t kLastMethod = 3;
 
-void traceRecord(const AlertIndication &info)
+void traceIndication(const AlertIndication &info)
 {
     TRACE(kDetail, "-> Info.version=[%d]", static_cast<int>(info.version));
     TRACE(kDetail, "-> Info.method=[%d]", static_cast<int>(info.method));
@@ -60,7 +60,7 @@ int TAVSendIndication(const char *sourceName, uint32_t eventId, int32_t eventTyp
     }
     const AlertIndication info = {0,      static_cast<uint32_t>(method), sourceName, eventId, eventType, numOfStrings,
                                   strings};
-    traceRecord(info);
+    traceIndication(info);
     const int ret = hand(info);
     return TRACED(ret, kDetail, "_OUT_ ret=[%d]", ret);
 }

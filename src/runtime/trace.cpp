@@ -11,7 +11,7 @@
 
 using namespace tavstrg;
 
-// Nothing in this file traces: it is what tracing stands on. What fails here goes to the system log.
+// Nothing in this file traces: tracing depends on it. Failures here go to the system log.
 
 AgentFunctions g_Func;
 char g_logfnm[16];
@@ -20,7 +20,7 @@ std::atomic<int32_t> tavstrg::g_alerting{0};
 
 namespace {
 
-constexpr int kUnloadWaits = 1000;        // about a second: a call writes one line, or hands one alert over
+constexpr int kUnloadWaits = 1000;        // about a second: a call writes one line or sends one alert
 constexpr useconds_t kUnloadPause = 1000; // 1 ms
 
 // Whether no thread is inside a library any more. Its pointers are null by now, so none goes in.
@@ -50,7 +50,7 @@ bool everythingLoaded()
            g_Func.alert.handle != nullptr && g_Func.alert.SendIndication != nullptr;
 }
 
-// A handle that is there already is kept: opening anew would leave one reference to the library that nobody closes.
+// An existing handle is kept: opening again would leave a reference to the library that is never closed.
 bool loadInto(std::atomic<void *> &handle, const char *library)
 {
     if (handle == nullptr) {
@@ -65,8 +65,8 @@ template <class Function> bool resolveInto(std::atomic<Function> &function, void
     return function != nullptr;
 }
 
-// Request threads read the name without a lock once SetFilePath is there, so it is written only where it differs: the
-// provider has but one name, which stands there before the library is loaded.
+// Request threads read the name without a lock once SetFilePath is set, so it is written only if it differs: the
+// provider has only one name, which is set before the library is loaded.
 void rememberLogFile(const char *name)
 {
     const size_t length = strnlen(name, sizeof g_logfnm - 1);
@@ -128,8 +128,8 @@ int InitProcess(const char *logFileName)
 void FinishProcess()
 {
     const std::lock_guard held(loading);
-    // The pointers go before the library does, so that no thread finds one into what is gone; a library that stays gets
-    // them back.
+    // The pointers are cleared before the library is unloaded, so that no thread calls into it; a library that stays
+    // gets them back.
     AlertLibrary &alert = g_Func.alert;
     if (void *const handle = alert.handle) {
         const auto sendIndication = alert.SendIndication.exchange(nullptr);

@@ -10,7 +10,7 @@
 
 namespace tavstrg {
 
-// Record handed by value to SendIndication of the alert library.
+// Argument of SendIndication of the alert library, passed by value.
 struct AlertIndication {
     uint32_t version; // always 0
     uint32_t method;  // how the agent delivers it, 1 to 3
@@ -49,6 +49,8 @@ extern char g_logfnm[16]; // name of the trace file, always "tavstrg.log" once I
 
 namespace tavstrg {
 
+constexpr char kTraceFile[] = "tavstrg.log"; // the name that every caller of InitProcess passes
+
 // Levels of the trace library that the provider uses.
 constexpr int kDetail = 0;  // entry, exit, values, each broker call about to be made
 constexpr int kFailure = 3; // failures, and the start and end of each entry point of the broker
@@ -58,10 +60,10 @@ constexpr int kFailure = 3; // failures, and the start and end of each entry poi
 // Opens <agent root>/lib/<fileName> lazily. Returns the handle, or null (also for a null name). The root is compiled
 // in.
 void *LoadLibrary(const char *fileName);
-// Address of a symbol of a loaded library; null when either argument is null or there is no such symbol.
+// Returns the address of a symbol of a loaded library; null if either argument is null or there is no such symbol.
 void *GetProcAddress(void *module, const char *name);
-// Sets g_logfnm and loads what is missing of the two libraries. 0 when every function is there; -1 otherwise, after one
-// message to the system log; what was loaded before the failure stays.
+// Sets g_logfnm and loads what is missing of the two libraries. Returns 0 if every function is there; otherwise -1,
+// after one message to the system log. What was loaded before the failure stays.
 int InitProcess(const char *logFileName);
 // Unloads the alert library, then the trace library. One whose dlclose fails stays as it was.
 void FinishProcess();
@@ -73,7 +75,7 @@ namespace tavstrg {
 extern std::atomic<int32_t> g_tracing;
 extern std::atomic<int32_t> g_alerting;
 
-// One such call. Made before the library's function is looked up: whoever takes it away then sees the call.
+// One such call. Counted before the library's function is looked up, so that FinishProcess sees it.
 class LibraryCall {
 public:
     explicit LibraryCall(std::atomic<int32_t> &calls) : calls_(calls) { calls_.fetch_add(1); }
@@ -88,9 +90,9 @@ private:
 inline void traceFormatIsChecked(const char *, ...) __attribute__((format(printf, 1, 2)));
 inline void traceFormatIsChecked(const char *, ...) {}
 
-// The named function in whose name this thread traces. A named function opens a scope as its first statement, so that
-// it is destroyed last; whatever the function calls traces under its name until a function called opens a scope of its
-// own. Leaving a scope, also by an unwinding cancellation, puts the outer name back.
+// The named function under whose name this thread traces. A named function opens a scope as its first statement, so
+// that it is destroyed last; whatever the function calls traces under its name until a function called opens a scope of
+// its own. Leaving a scope, also by an unwinding cancellation, puts the outer name back.
 class TraceScope {
 public:
     explicit TraceScope(const char *function = __builtin_FUNCTION()) : outer_(std::exchange(current_, function)) {}

@@ -59,7 +59,7 @@ TEST_F(AgentLibraries, TheFileNameIsTakenEveryTime)
     EXPECT_STREQ(g_logfnm, "tavstrg.log");
 }
 
-TEST_F(AgentLibraries, EachFailureIsToldToTheSystemLogOnceAndStopsThere)
+TEST_F(AgentLibraries, EachFailureIsLoggedOnceAndEndsTheLoading)
 {
     const struct {
         const char *missing;

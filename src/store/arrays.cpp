@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "store/arrays.h"
 
-#include <cstdlib>
+#include "runtime/memory.h"
+
 #include <cstring>
 #include <utility>
 
@@ -48,7 +49,14 @@ void tavstrg::replaceRecords(DatInfo &dat, int32_t num, void *adr, ShmInfo *shm)
             shm->storeNewer = true;
         }
     }
-    std::free(old);
+    freeRecords(old);
+}
+
+void tavstrg::freeRecords(void *records)
+{
+    if (records != nullptr) {
+        memfree(records);
+    }
 }
 
 void *tavstrg::takeRecords(DatInfo &dat)
@@ -61,7 +69,7 @@ void *tavstrg::takeRecords(DatInfo &dat)
 void *tavstrg::takeRecordsWithoutSegment(DatInfo &dat, const ShmInfo &shm)
 {
     const std::unique_lock held(g_recordsLock);
-    if (shm.shmNum > 0 || shm.inBetween) {
+    if (shm.shmNum > 0 || shm.inBetween || shm.lost) {
         return nullptr;
     }
     dat.datNum = 0;
@@ -121,6 +129,19 @@ void tavstrg::setSegment(ShmInfo &shm, Segment segment, bool storeNewer)
     shm.shmNum = segment.num;
     shm.shmAdr = segment.adr;
     shm.storeNewer = storeNewer;
+    shm.lost = false;
+}
+
+void tavstrg::markLost(ShmInfo &shm)
+{
+    const std::unique_lock held(g_recordsLock);
+    shm.lost = true;
+}
+
+bool tavstrg::isLost(const ShmInfo &shm)
+{
+    const std::shared_lock held(g_recordsLock);
+    return shm.lost;
 }
 
 Segment tavstrg::takeSegment(ShmInfo &shm)

@@ -14,7 +14,7 @@ constexpr int kEverything = 99; // selector of all classes
 
 using RecordCopy = std::array<uint8_t, kMaxRecordSize>;
 
-// Traces in the name of the dump. "    Name                     =[value]", the name in a column of 25 characters.
+// "    Name                     =[value]", the name in a column of 25 characters.
 void dumpField(const FieldDesc &field, const RecordCopy &record)
 {
     if (field.type == CMPI_chars && !field.key) {
@@ -33,20 +33,21 @@ void dumpFields(const ClassDesc &desc, const RecordCopy &record)
     }
 }
 
-// Each record is copied before it is traced: the trace library writes to a file, which no lock may wait for.
-bool copyForDump(const DatInfo &dat, int32_t i, RecordCopy &record)
+// Each record is copied before it is traced: the trace library writes to a file, which no lock may wait for. The size
+// is the class's: the descriptor's may be read under the records lock only.
+bool copyForDump(const ClassDesc &desc, const DatInfo &dat, int32_t i, RecordCopy &record)
 {
     if (!copyRecord(dat, i, record)) {
         return false;
     }
-    terminateTexts(dat.datSize, record.data(), 1);
+    terminateTexts(desc.recordSize, record.data(), 1);
     return true;
 }
 
 bool dumpSingle(const ClassDesc &desc, const DatInfo &dat)
 {
     RecordCopy record = {};
-    if (!copyForDump(dat, 0, record)) {
+    if (!copyForDump(desc, dat, 0, record)) {
         return false;
     }
     TRACE(kDetail, "++++ %s ++++", desc.cimName);
@@ -57,7 +58,7 @@ bool dumpSingle(const ClassDesc &desc, const DatInfo &dat)
 void dumpAll(const ClassDesc &desc, const DatInfo &dat)
 {
     RecordCopy record = {};
-    for (int32_t i = 0; copyForDump(dat, i, record); ++i) {
+    for (int32_t i = 0; copyForDump(desc, dat, i, record); ++i) {
         TRACE(kDetail, "++++ %s[%d] ++++", desc.cimName, i);
         dumpFields(desc, record);
     }

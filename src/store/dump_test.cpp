@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/store_fixture.h"
 
+#include <atomic>
+#include <thread>
+
 using namespace tavstrg;
 
 namespace {
@@ -140,7 +143,7 @@ TEST_F(Dump, CdromAndOpticalMemoryHaveTheirNames)
     EXPECT_EQ(dump(6).size(), 6U);
 }
 
-TEST_F(Dump, SelectorFiveOnThreeHardDisksPrintsHeadersNumberedZeroToTwo)
+TEST_F(Dump, Selector5NumbersThreeHardDisksFromZero)
 {
     EXPECT_THAT(dump(5),
                 ElementsAreArray(joined({hddLines(0, {"1", "0", "1", "130", "255", "63", "1024", "0"}),
@@ -153,7 +156,7 @@ TEST_F(Dump, SelectorNinetyNinePrintsEverything)
     EXPECT_THAT(dump(99), ElementsAreArray(joined({kConf, kTnum, devices()})));
 }
 
-TEST_F(Dump, SelectorNinetyEightSkipsConfigurationAndTotalsAndCannotFail)
+TEST_F(Dump, Selector98SkipsConfigurationAndTotals)
 {
     std::free(takeRecords(sample.dat[TAV_CID_STRG_CONF]));
     std::free(takeRecords(sample.dat[TAV_CID_STRG_TNUM]));
@@ -191,6 +194,23 @@ TEST_F(Dump, TextWithoutTerminatorEndsWithItsField)
     changeRecords<StrgScsiRec>(sample.dat[TAV_CID_STRG_SCSI],
                                [](StrgScsiRec &record) { std::memset(record.Vendor, 'V', sizeof record.Vendor); });
     EXPECT_THAT(dump(3), testing::Contains("0     Vendor                   =[" + std::string(31, 'V') + "]"));
+}
+
+// For the thread sanitizer.
+TEST_F(Dump, DoesNotRaceWithARebuildThatClearsTheDescriptors)
+{
+    std::atomic<bool> done{false};
+    std::jthread dumper([&] {
+        do {
+            strgLogDumpInstanceDat(99, sample.dat);
+        } while (!done);
+    });
+    for (int i = 0; i < 200; ++i) {
+        OwnedRecords cleared;
+        const std::unique_lock held(g_recordsLock);
+        std::swap(cleared.dat, sample.dat);
+    }
+    done = true;
 }
 
 TEST_F(Dump, WithoutDescriptorsNothingIsPrinted)

@@ -29,8 +29,8 @@ constexpr useconds_t kLockPause = 10000; // 10 ms
 
 std::mutex saving; // in service mode a request and the monitoring thread may save at the same moment
 
-// What renaming over the path would meet: 0 for nothing, a file, or a symbolic link, which is replaced and not
-// followed; else the error that opening it for writing gives.
+// Returns 0 if a rename may replace the path: it is absent, a file, or a symbolic link, which is not followed.
+// Otherwise returns the error that opening it for writing would give.
 int replaceError(const char *path)
 {
     struct stat info = {};
@@ -52,14 +52,14 @@ bool isStillThere(int fd, const char *path)
            open.st_ino == there.st_ino;
 }
 
-// Whether what is written there is seen by no other name and no other owner.
+// Whether the file has no other name and no other owner.
 bool isOwn(const struct stat &info)
 {
     return info.st_uid == ::geteuid() && info.st_nlink == 1;
 }
 
-// A file of one's own may still have been made with another mode, by hand or by a restored backup. A file system
-// without modes refuses, and has no other.
+// Our own file may still have another mode, set by hand or by a restored backup. On a file system without modes this
+// fails, which does no harm.
 void closeToOthers(int fd, const struct stat &info)
 {
     if ((info.st_mode & ALLPERMS) != kOwnerOnly) {
@@ -91,8 +91,8 @@ Turn takeTurn(int fd, int &error)
         closeToOthers(fd, info);
         return Turn::mine;
     }
-    // Somebody else's file, or a second name of one: it keeps its content and loses this name. Only who has its lock
-    // takes it away, else it could be the fresh file of another process by now.
+    // Another owner's file, or one with a second name: it keeps its content and loses this name. It is unlinked only
+    // under its lock; otherwise it could be the new file of another process by now.
     if (::unlink(kTemporaryFile) != 0) {
         error = errno;
         return Turn::failed;
@@ -119,7 +119,7 @@ int openTemporary(int &error)
         if (turn == Turn::failed) {
             return -1;
         }
-        error = EWOULDBLOCK; // should every turn be somebody else's
+        error = EWOULDBLOCK; // if another process keeps the lock to the end
         if (waits == kLockWaits) {
             return -1;
         }
@@ -141,7 +141,7 @@ std::FILE *streamOver(const FileDesc &file, int &error)
     return stream;
 }
 
-// The name is on the disk only when its directory is. The new file stands already, so a failure changes nothing.
+// The name is on the disk only when its directory is. The new file is in place already, so a failure is ignored.
 void syncDirectory()
 {
     const FileDesc directory(::open(kDirectory, O_RDONLY | O_DIRECTORY | O_CLOEXEC));

@@ -21,7 +21,11 @@ const std::string kOpenTrace = std::string("fopen[") + kSavedStateFile + "]";
 
 class Save : public StoreTest {
 protected:
-    Save() { fillSample(instSt); }
+    Save()
+    {
+        fillSample(instSt);
+        gst_first = kBuilt;
+    }
 
     SaveResult save()
     {
@@ -85,7 +89,7 @@ TEST_F(Save, ATemporaryFileThatOthersMayReadIsClosedToThem)
     EXPECT_EQ(statOf(kSavedStateFile).st_mode & ALLPERMS, 0600U);
 }
 
-TEST_F(Save, ATemporaryFileWithASecondNameLosesThisOneAndKeepsItsContent)
+TEST_F(Save, TemporaryFileWithASecondNameKeepsItsContent)
 {
     machine.write(kVictim, "precious");
     ASSERT_EQ(::link(machine.where(kVictim).c_str(), machine.where(kTemporary).c_str()), 0);
@@ -96,7 +100,7 @@ TEST_F(Save, ATemporaryFileWithASecondNameLosesThisOneAndKeepsItsContent)
     EXPECT_FALSE(machine.exists(kTemporary));
 }
 
-TEST_F(Save, ATemporaryFileOfSomebodyElseIsReplaced)
+TEST_F(Save, TemporaryFileOfAnotherOwnerIsReplaced)
 {
     machine.write(kTemporary, "x");
     if (::chown(machine.where(kTemporary).c_str(), 65534, 65534) != 0) {
@@ -153,7 +157,7 @@ TEST_F(Save, ADirectoryInPlaceOfTheFileIsAFailedOpen)
     EXPECT_FALSE(machine.exists(kTemporary));
 }
 
-TEST_F(Save, ADirectoryInPlaceOfTheTemporaryFileIsAFailedOpenAndKeepsTheOldFile)
+TEST_F(Save, DirectoryInPlaceOfTheTemporaryFileFailsTheOpen)
 {
     machine.write(kSavedStateFile, "old");
     machine.makeDirectory(kTemporary);
@@ -256,6 +260,7 @@ protected:
     SetInstance()
     {
         fillSample(instSt);
+        gst_first = kBuilt;
         EXPECT_EQ(shmNew(&cInfo, 10, kShmKeyFileBase, instSt, shmSt), 0);
         trace->clear();
     }

@@ -17,7 +17,7 @@ namespace {
 
 constexpr Segment kNoSegment = {-1, 0, nullptr};
 
-// Bytes of num records; -1, which every taker refuses, when they are more than an int can say.
+// Bytes of all records; -1, which every callee refuses, if they exceed an int.
 int bytesOf(const DatInfo &dat)
 {
     const int64_t bytes = static_cast<int64_t>(dat.datSize) * dat.datNum;
@@ -30,7 +30,8 @@ void traceEntry(const ShmInfo &shm, int cid)
     TRACE(kDetail, "%d: shmId=[%d],shmNum=[%d],shmAdr=[%p]", cid, now.id, now.num, now.adr);
 }
 
-// Creates the segment of a class that has records, unless the entry has a usable one of that count. 0, or -1.
+// Creates the segment of a class that has records, unless the entry has a usable one of that count. Returns 0 or -1.
+// Five parameters: those of shmCreate, with the class's two entries.
 int newSegment(const CInfo *cInfo, const char *keyFileBase, int cid, const DatInfo &ins, ShmInfo &shm)
 {
     const Segment before = segmentNow(shm);
@@ -49,6 +50,7 @@ int newSegment(const CInfo *cInfo, const char *keyFileBase, int cid, const DatIn
     return 0;
 }
 
+// Five parameters, as above.
 int newEntry(const CInfo *cInfo, const char *keyFileBase, int cid, const DatInfo &ins, ShmInfo &shm)
 {
     const Segment before = segmentNow(shm);
@@ -69,7 +71,8 @@ int newEntry(const CInfo *cInfo, const char *keyFileBase, int cid, const DatInfo
     return 0;
 }
 
-// Resizes the record area to size bytes; oldNum records of it are kept, the rest is zero. 0, or -1 with the area gone.
+// Resizes the record area to size bytes; oldNum records are kept, the rest is zero. Returns 0, or -1 with the area
+// gone.
 int resizeArea(DatInfo &ins, int32_t oldNum, int size)
 {
     const DatInfo before = recordsNow(ins);
@@ -81,7 +84,8 @@ int resizeArea(DatInfo &ins, int32_t oldNum, int size)
         replaceRecords(ins, area == nullptr ? 0 : before.datNum, area);
         return area == nullptr ? -1 : 0;
     }
-    // Out of the descriptor while it is resized, which traces: nobody reads it then, and no lock is held.
+    // Taken out of the descriptor while it is resized, so that no thread reads it: memrealloc traces, so no lock is
+    // held.
     void *const area = memrealloc(takeRecords(ins), size);
     if (area == nullptr) {
         return -1;
@@ -183,7 +187,7 @@ int reallocDatArea(const CInfo *cInfo, const char *keyFileBase, int cid, DatInfo
     const DatInfo wanted = recordsNow(*ins);
     const int32_t oldNum = segmentNow(*shm).num;
     TRACE(kDetail, "cid=[%d] insNum=[%d] shmNum=[%d]", cid, wanted.datNum, oldNum);
-    std::optional<SegmentExchange> exchange; // who reads the class now gets what the store still has
+    std::optional<SegmentExchange> exchange; // a read in between is answered from the store
     if (wanted.datNum > 0) {
         exchange.emplace(*shm);
     }
@@ -192,12 +196,18 @@ int reallocDatArea(const CInfo *cInfo, const char *keyFileBase, int cid, DatInfo
         return TRACED(-1, kFailure, "_OUT_ shmDestroy() Failure!! errno=[%d]", error);
     }
     if (wanted.datNum <= 0) {
+        if (isLost(*shm)) {
+            setSegment(*shm, kNoSegment, false); // a class without records needs none
+        }
         return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
     }
     const int size = bytesOf(wanted);
     const int shmId = shmCreate(cInfo, shm, keyFileBase, cid, size);
     if (shmId == -1) {
         const int error = errno;
+        if (oldNum > 0) {
+            markLost(*shm);
+        }
         return TRACED(-1, kFailure, "_OUT_ shmCreate() Failure!! errno=[%d]", error);
     }
     setSegment(*shm, {shmId, wanted.datNum, nullptr}, true);

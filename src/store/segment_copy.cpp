@@ -18,7 +18,7 @@ void *const kNotAttached = reinterpret_cast<void *>(-1); // shmat(2)
 
 class Attachment {
 public:
-    // An identifier of 0, which an entry has before its first segment, may be somebody else's segment.
+    // An identifier of 0, which an entry has before its first segment, may be another program's segment.
     explicit Attachment(int shmId) : adr_(shmId > 0 ? ::shmat(shmId, nullptr, 0) : kNotAttached)
     {
         error_ = shmId > 0 ? errno : EINVAL;

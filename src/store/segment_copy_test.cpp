@@ -71,7 +71,7 @@ TEST_F(ShmCopy, ASegmentThatWasGivenNothingYetGivesNothingBack)
     EXPECT_STREQ(recordsIn<StrgScsiRec>(ins)[0].Model, "ONE") << "its zeros are no records";
 }
 
-TEST_F(ShmCopy, NewerRecordsOfTheStoreAreNotOverwrittenBeforeTheyArePublished)
+TEST_F(ShmCopy, NewerStoreRecordsAreNotOverwrittenUntilPublished)
 {
     twoRecords();
     ASSERT_EQ(shmNew(&cInfo, 10, kBase, instSt, shmSt), 0);

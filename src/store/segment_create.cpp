@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
-// Creating a segment: a key that nobody uses yet is found by way of fresh key files.
+// Creating a segment: an unused key is found by way of fresh key files.
 #include "runtime/holders.h"
 #include "runtime/trace.h"
 #include "store/segment_lock.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <cstring>
 #include <fcntl.h>
+#include <string_view>
 #include <sys/ipc.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
@@ -16,7 +19,7 @@ using namespace tavstrg;
 
 namespace {
 
-constexpr int kAttempts = 65535;
+constexpr int kKeyAttempts = 65535;
 constexpr int kProjectId = 69;       // second half of the key, see ftok(3)
 constexpr int kPermissions = 0600;   // of segments and key files
 constexpr size_t kRetiredExtra = 24; // ".bak." and a number
@@ -52,8 +55,8 @@ bool isLink(const char *path)
     return ::lstat(path, &info) == 0 && S_ISLNK(info.st_mode);
 }
 
-// Makes an empty file where there is none; what is there already, a link too, is neither followed nor touched. One that
-// another process of the broker has made just now will do.
+// Creates an empty file unless something is there already, which is neither followed nor changed. A file that another
+// process of the broker has created just now will do.
 int createEmpty(const char *path)
 {
     const FileDesc file(::open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC, kPermissions));
@@ -62,7 +65,8 @@ int createEmpty(const char *path)
 
 enum class Attempt { made, retry, stop };
 
-// The segment of a key, if that key is free. An identifier of 0 is refused: it reads as "none" elsewhere.
+// Creates the segment of a key if that key is free. An identifier of 0 is refused: it means "none" elsewhere. Five
+// parameters: n is for the trace, and the error is that of shmget, which the trace must not change.
 Attempt createSegment(key_t key, int size, int n, int &shmId, int &error)
 {
     TRACE(kDetail, "shmget(0x%08x , %d)", static_cast<unsigned>(key), size);
@@ -83,6 +87,7 @@ Attempt createSegment(key_t key, int size, int n, int &shmId, int &error)
     return Attempt::retry;
 }
 
+// Five parameters, as above.
 Attempt attempt(const KeyFile &file, int size, int n, int &shmId, int &error)
 {
     if (!exists(file.path)) {
@@ -93,7 +98,7 @@ Attempt attempt(const KeyFile &file, int size, int n, int &shmId, int &error)
             return Attempt::stop;
         }
     }
-    if (isLink(file.path)) { // its key would be that of somebody else's file: set aside like a key that is taken
+    if (isLink(file.path)) { // its key would be that of another file: set aside like a key that is taken
         error = ELOOP;
         TRACE(kFailure, "shmget[%d]=retry. shmId=[%d] errno=[%d]", n, shmId, error);
         return Attempt::retry;
@@ -114,7 +119,7 @@ Attempt attempt(const KeyFile &file, int size, int n, int &shmId, int &error)
 int findSegment(const KeyFile &file, int size, int &n, int &error)
 {
     RetiredFile retired;
-    for (n = 1; n <= kAttempts; ++n) {
+    for (n = 1; n <= kKeyAttempts; ++n) {
         int shmId = -1;
         const Attempt outcome = attempt(file, size, n, shmId, error);
         if (outcome == Attempt::made) {
@@ -126,7 +131,7 @@ int findSegment(const KeyFile &file, int size, int &n, int &error)
         nameRetired(retired, file, n); // set aside, not removed: its inode, and with it its key, stays taken
         ::rename(file.path, retired.path);
     }
-    TRACE(kFailure, "_OUT_ shmget Failure!!*[%d]", n > kAttempts ? kAttempts : n);
+    TRACE(kFailure, "_OUT_ shmget Failure!!*[%d]", n > kKeyAttempts ? kKeyAttempts : n);
     return -1;
 }
 
@@ -134,7 +139,7 @@ void removeRetired(const KeyFile &file, int attempts)
 {
     RetiredFile retired;
     bool gap = false;
-    for (int n = 1; n <= kAttempts; ++n) {
+    for (int n = 1; n <= kKeyAttempts; ++n) {
         nameRetired(retired, file, n);
         if (exists(retired.path)) {
             TRACE(kDetail, "unlink[%s]", retired.path);
@@ -142,11 +147,35 @@ void removeRetired(const KeyFile &file, int attempts)
         } else {
             gap = true;
         }
-        // Another process that removes at the same moment makes gaps: behind one, only what was retired here is left.
+        // Another process that removes at the same moment makes gaps: after a gap, only our own retired files can be
+        // left.
         if (gap && n >= attempts) {
             return;
         }
     }
+}
+
+// Takes the decimal digits off the front of a text. Returns whether there were any.
+bool takeNumber(std::string_view &text)
+{
+    const size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
+    text.remove_prefix(digits);
+    return digits > 0;
+}
+
+// Whether a name is that of a retired key file: base, class, ".bak.", number.
+bool isRetired(std::string_view name, std::string_view base)
+{
+    constexpr std::string_view kRetired = ".bak.";
+    if (!name.starts_with(base)) {
+        return false;
+    }
+    name.remove_prefix(base.size());
+    if (!takeNumber(name) || !name.starts_with(kRetired)) {
+        return false;
+    }
+    name.remove_prefix(kRetired.size());
+    return takeNumber(name) && name.empty();
 }
 
 int createUnderFreshKey(const char *keyFileBase, int cid, int size, int &error)
@@ -163,6 +192,27 @@ int createUnderFreshKey(const char *keyFileBase, int cid, int size, int &error)
 }
 
 } // namespace
+
+void tavstrg::removeRetiredKeys(const char *keyFileBase)
+{
+    const std::string_view base(keyFileBase);
+    const size_t slash = base.rfind('/');
+    KeyFile directory;
+    if (slash == std::string_view::npos || slash >= sizeof directory.path) {
+        return;
+    }
+    std::memcpy(directory.path, keyFileBase, slash);
+    directory.path[slash] = '\0';
+    const OpenDirectory entries(directory.path);
+    while (const char *const name = entries.next()) {
+        if (isRetired(name, base.substr(slash + 1))) {
+            char path[PATH_MAX + NAME_MAX + 2];
+            std::snprintf(path, sizeof path, "%s/%s", directory.path, name);
+            TRACE(kDetail, "unlink[%s]", path);
+            ::unlink(path);
+        }
+    }
+}
 
 int shmCreate(const CInfo *cInfo, ShmInfo *shmInfo, const char *keyFileBase, int cid, int size)
 {
@@ -191,11 +241,11 @@ int shmCreate(const CInfo *cInfo, ShmInfo *shmInfo, const char *keyFileBase, int
     const int shmId = createUnderFreshKey(keyFileBase, cid, size, error);
     if (lock.unlock() != 0) {
         if (shmId > 0) {
-            ::shmctl(shmId, IPC_RMID, nullptr); // nobody learns of it
+            ::shmctl(shmId, IPC_RMID, nullptr); // no caller learns its id
         }
         return TRACED(-1, kFailure, "_OUT_ thmutex_unlock Failure!!");
     }
     TRACE(kDetail, "_OUT_ ret=[%d]", shmId);
-    errno = error; // callers tell it
+    errno = error; // callers trace it
     return shmId;
 }

@@ -150,7 +150,7 @@ TEST_F(ShmCreate, AFailedAttemptIsFollowedByAnother)
     ::shmctl(id, IPC_RMID, nullptr);
 }
 
-TEST_F(ShmCreate, ASegmentWithTheIdentifierZeroIsRemovedAndAnotherKeyTried)
+TEST_F(ShmCreate, SegmentWithIdentifierZeroIsReplaced)
 {
     machine.write(kKeyFile, "");
     const key_t first = keyOf(kKeyFile);
@@ -228,7 +228,7 @@ TEST_F(ShmCreate, TheKeyFileIsItsOwnersWhateverTheUmask)
 }
 
 // Nothing of what is there is opened: only the number of its inode counts.
-TEST_F(ShmCreate, WhateverElseStandsInPlaceOfTheKeyFileGivesAKeyAndIsLeftAsItIs)
+TEST_F(ShmCreate, OtherKindOfKeyFileGivesAKeyAndStaysUnchanged)
 {
     const std::string path = machine.where(kKeyFile);
     machine.write("/opt/qlm/tavkit_sa/work/victim", "precious");

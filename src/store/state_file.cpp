@@ -14,7 +14,7 @@ namespace {
 
 constexpr int kComposeAttempts = 3; // the records change between sizing and composing at most once in a monitoring pass
 
-// Bytes from the stream's position to its end; -1 where that cannot be told.
+// Bytes from the stream's position to its end; -1 if unknown.
 int64_t bytesLeft(std::FILE *file)
 {
     const off_t here = ::ftello(file);
@@ -25,7 +25,7 @@ int64_t bytesLeft(std::FILE *file)
     return ::fseeko(file, here, SEEK_SET) != 0 || end < here ? -1 : end - here;
 }
 
-// Reads size bytes: 0, or errno (0 for a stream that ended) through error and -1.
+// Reads size bytes. Returns 0, or -1 with errno, which is 0 at the end of the stream, in error.
 int readBytes(std::FILE *file, void *out, size_t size, int &error)
 {
     errno = 0;
@@ -56,12 +56,19 @@ size_t sizeNow(const DatInfo *records)
     return stateFileSize(records);
 }
 
-// A store that was freed meanwhile is no state to save: without configuration and totals nobody could read the file.
-// One that is being built anew has those, but with nothing in them yet.
+// Whether the store is a state of the machine: built, and no class has lost its segment. The caller holds
+// g_recordsLock.
+bool isWhole()
+{
+    return gst_first == kBuilt && std::ranges::none_of(shmSt, &ShmInfo::lost);
+}
+
+// A store that was freed meanwhile must not be saved: a file without configuration and totals cannot be read. A store
+// that is not built has those, but with zeros in them.
 bool compose(const DatInfo *records, std::span<uint8_t> out)
 {
     const std::shared_lock held(g_recordsLock);
-    return gst_first != 1 && recordsHeld(records[TAV_CID_STRG_CONF]) == 1 &&
+    return (records != instSt || isWhole()) && recordsHeld(records[TAV_CID_STRG_CONF]) == 1 &&
            recordsHeld(records[TAV_CID_STRG_TNUM]) == 1 && composeStateFile(records, out);
 }
 
@@ -76,7 +83,7 @@ void traceSizes(const DatInfo *records, size_t size)
     TRACE(kDetail, "outputSize=[%d]", static_cast<int>(size));
 }
 
-// The whole file in a block of its own, which the caller frees; null when memory is short.
+// Returns the whole file in a block that the caller frees; null if memory is short or the store must not be saved.
 uint8_t *composedFile(const DatInfo *records, size_t &size)
 {
     for (int attempt = 0; attempt < kComposeAttempts; ++attempt) {
@@ -172,7 +179,7 @@ int getDatFromBinFile(std::FILE *file, int num, DatInfo *datInfo)
         }
         return TRACED(0, kDetail, "_OUT_");
     }
-    // What the file says is not believed before the file is seen to be long enough: no memory is taken for it.
+    // No memory is allocated for a count that the file is too short for.
     const int64_t size = static_cast<int64_t>(now.datSize) * num;
     if (bytesLeft(file) < size) {
         return TRACED(-1, kFailure, "_OUT_ fread Failure!! err=[%d]", 0);

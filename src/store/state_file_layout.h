@@ -13,6 +13,7 @@
 
 #include <span>
 #include <string_view>
+
 constexpr std::string_view TAV_DAT_STRG_VERNAME = "# Version=1.0.0.1\n";
 
 namespace tavstrg {
@@ -26,14 +27,14 @@ constexpr uint32_t kOldTotalsSize = 16; // the first eight counters; the old ver
 enum class FileVersion { current, old, unknown };
 FileVersion fileVersion(std::string_view line);
 
-// The counter of a class 2 to 10 in the totals record, in which the counters stand in the order of the classes.
+// The counter of a class 2 to 10 in the totals record, which has the counters in the order of the classes.
 uint16_t totalOf(const StrgTnumRec &totals, int classId);
 void setTotal(StrgTnumRec &totals, int classId, int32_t count); // its low 16 bits
 
 // Bytes of the file for these descriptors. The caller holds g_recordsLock or owns the descriptors, here and below.
 size_t stateFileSize(const DatInfo *records);
-// Writes the file's content; false, with out unspecified, when it does not just fill out. The counters of the totals
-// are those of the blocks that follow them, whatever the record said: the file is read by them.
+// Writes the file's content. Returns false, with out unspecified, if its size differs from out's. The counters of the
+// totals are those of the blocks that follow them, whatever the record said: the file is read by them.
 bool composeStateFile(const DatInfo *records, std::span<uint8_t> out);
 
 } // namespace tavstrg

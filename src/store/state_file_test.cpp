@@ -150,7 +150,7 @@ TEST_F(SavedStateFile, ComesBackOverWhatTheStoreHad)
     EXPECT_EQ(fileOf(store.dat), sampleFile());
 }
 
-TEST_F(SavedStateFile, AClassWithoutRecordsHasNoBytesAndComesBackWithAFreedArea)
+TEST_F(SavedStateFile, ClassWithoutRecordsHasNoBytes)
 {
     fill<StrgDevRec>(store.dat[TAV_CID_STRG_CDROM], {{1, 0, 1, 0}, {2, 0, 2, 0}});
     ASSERT_EQ(read(sampleFile(), store.dat), 0);
@@ -460,7 +460,7 @@ TEST(FileLayout, ATotalKeepsTheLowSixteenBitsOfItsCount)
     EXPECT_EQ(totals.MiscTotalNumber, 7);
 }
 
-TEST(FileLayout, VersionsAreToldApart)
+TEST(FileLayout, VersionsAreDistinguished)
 {
     EXPECT_EQ(fileVersion(kNewLine), FileVersion::current);
     EXPECT_EQ(fileVersion(kOldLine), FileVersion::old);

@@ -11,6 +11,7 @@ protected:
     {
         resetStore();
         fillSample(instSt);
+        gst_first = kBuilt;
     }
     ~StoreState() override { resetStore(); }
 };

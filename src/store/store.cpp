@@ -20,7 +20,7 @@ std::mutex tavstrg::g_collectionLock;
 
 bool tavstrg::strgIsBuilt()
 {
-    return gst_first != 1 && instSt[TAV_CID_STRG_CONF].datAdr != nullptr; // the configuration is freed first
+    return gst_first == kBuilt && instSt[TAV_CID_STRG_CONF].datAdr != nullptr; // the configuration is freed first
 }
 
 bool tavstrg::strgTakeConfig()
@@ -76,7 +76,7 @@ int strgSetInstance(const CInfo *cInfo)
     if (nonsrvMutexLock(cInfo, &instMutexSt.mutex) != 0) {
         return TRACED(-1, kFailure, "_OUT_ nonsrvMutexLock(instMutexSt) Failure!!");
     }
-    if (gst_first == 1 || !strgTakeConfig()) { // what is being built anew has no configuration yet
+    if (gst_first != kBuilt || !strgTakeConfig()) { // a store under construction has no configuration yet
         TRACE(kFailure, "_OUT_ param(instSt[TAV_CID_STRG_CONF].datAdr) Failure!!");
         mutexUnlock(&instMutexSt.mutex);
         return -1;

@@ -22,7 +22,7 @@ TEST_F(Together, AKeyFileThatAnotherProcessHasJustMadeIsUsed)
     EXPECT_THAT(linesOf("shmCreate"), Contains("0 shmget[1]=OK. shmId=[" + std::to_string(shm.shmId) + "]"));
 }
 
-TEST_F(Together, AKeyFileThatAnotherProcessHasJustRetiredIsMadeAnew)
+TEST_F(Together, KeyFileRetiredMeanwhileIsCreatedAgain)
 {
     machine.write(kKeyFile, "");
     sim::atNth(sim::Call::segment, 1, [this] { machine.remove(kKeyFile); }); // before ftok looks at it
@@ -31,7 +31,7 @@ TEST_F(Together, AKeyFileThatAnotherProcessHasJustRetiredIsMadeAnew)
     EXPECT_TRUE(machine.exists(kKeyFile));
 }
 
-TEST_F(Together, RetiredKeyFilesBehindAGapThatAnotherProcessMadeAreRemovedToo)
+TEST_F(Together, RetiredKeyFilesBehindAGapAreRemoved)
 {
     machine.write(kKeyFile, "");
     const int taken = ::shmget(keyOf(kKeyFile), 8, IPC_CREAT | IPC_EXCL | 0600);
@@ -43,7 +43,7 @@ TEST_F(Together, RetiredKeyFilesBehindAGapThatAnotherProcessMadeAreRemovedToo)
     ::shmctl(taken, IPC_RMID, nullptr);
 }
 
-TEST_F(Together, WhoReadsAClassWhileItsSegmentIsExchangedKeepsTheOldRecords)
+TEST_F(Together, ReadDuringASegmentExchangeGetsTheOldRecords)
 {
     twoRecords();
     withSegment(2);
@@ -64,7 +64,7 @@ TEST_F(Together, WhoReadsAClassWhileItsSegmentIsExchangedKeepsTheOldRecords)
     EXPECT_EQ(ins.datNum, 0) << "one that is gone for good has no records";
 }
 
-TEST_F(Together, AStoreThatIsBeingBuiltHasNothingToRead)
+TEST_F(Together, StoreUnderConstructionHasNoRecords)
 {
     twoRecords();
     DatInfo dat = {};
@@ -81,7 +81,11 @@ TEST_F(Together, AStoreThatIsBeingBuiltHasNothingToRead)
 
 class SaveTogether : public StoreTest {
 protected:
-    SaveTogether() { fillSample(instSt); }
+    SaveTogether()
+    {
+        fillSample(instSt);
+        gst_first = kBuilt;
+    }
     int error = -1;
 };
 
@@ -103,7 +107,7 @@ TEST_F(SaveTogether, AnotherProcessThatSavesIsWaitedForThreeSeconds)
     EXPECT_FALSE(machine.exists(kTemporary));
 }
 
-TEST_F(SaveTogether, AFileThatAnotherProcessRenamesAtThatMomentIsNotWrittenTo)
+TEST_F(SaveTogether, FileRenamedMeanwhileIsNotWritten)
 {
     machine.write(kTemporary, "another's");
     sim::atNth(sim::Call::stat, 2, [this] { // between opening it and looking whether it is still there
@@ -118,7 +122,7 @@ TEST_F(SaveTogether, AFileThatAnotherProcessRenamesAtThatMomentIsNotWrittenTo)
     ::close(kept);
 }
 
-TEST_F(SaveTogether, AStoreThatIsBeingBuiltAnewIsNotSaved)
+TEST_F(SaveTogether, StoreUnderConstructionIsNotSaved)
 {
     machine.write(kSavedStateFile, "old");
     gst_first = 1;

@@ -47,7 +47,11 @@ inline void fillSnapshot(DatInfo *descriptors, const Snapshot &disks)
 
 class History : public StoreTest {
 protected:
-    History() { g_srvmod = 1; }
+    History()
+    {
+        g_srvmod = 1;
+        gst_first = kBuilt;
+    }
     ~History() override { g_collect = nullptr; }
 
     // A store as a first collection builds it: levels and states are reported by the first pass.

@@ -2,7 +2,7 @@
 // The nine indexed classes as one family, and a store with records of each, for the tests of their handlers.
 #pragma once
 
-#include "classes/indexed.h"
+#include "classes/instance.h"
 #include "support/store_fixture.h"
 
 #include <cstring>

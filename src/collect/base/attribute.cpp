@@ -35,7 +35,15 @@ int GetInfFromFile(int32_t *status, const char *path, char *out)
     }
     char line[kMaxAttributeLine];
     std::string_view text;
-    switch (readFirstLine(path, line, text)) {
+    AttributeText attribute = {};
+    attribute.result = readFirstLine(path, line, text);
+    copyText(attribute.value, attributeValue(text));
+    return reportAttribute(attribute, path, status, out);
+}
+
+int tavstrg::reportAttribute(const AttributeText &text, const char *path, int32_t *status, char *out)
+{
+    switch (text.result) {
     case ReadResult::absent:
         *status = kAttributeAbsent;
         return TRACED(-1, kDetail, "_OUT_ [%s] is not exist.", path);
@@ -48,11 +56,9 @@ int GetInfFromFile(int32_t *status, const char *path, char *out)
     case ReadResult::done:
         break;
     }
-    char value[kAttributeSize];
-    copyText(value, attributeValue(text));
-    std::memcpy(out, value, ::strnlen(value, sizeof value));
+    std::memcpy(out, text.value, ::strnlen(text.value, sizeof text.value));
     *status = 0;
-    return TRACED(0, kDetail, "_OUT_ (0) result=[%s]", value);
+    return TRACED(0, kDetail, "_OUT_ (0) result=[%s]", text.value);
 }
 
 std::string_view tavstrg::attributeValue(std::string_view text)

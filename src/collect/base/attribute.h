@@ -2,6 +2,8 @@
 // An attribute of sysfs or another small text file: its first line.
 #pragma once
 
+#include "collect/base/text_file.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -12,6 +14,14 @@ constexpr size_t kAttributeSize = 64; // bytes of an attribute's field: 63 chara
 constexpr size_t kMaxAttributeLine = 1023;
 // Value in the first line of an attribute file: at most 63 characters. Trailing blanks go only where a newline ends it.
 std::string_view attributeValue(std::string_view text);
+
+// A reading of an attribute file.
+struct AttributeText {
+    ReadResult result;
+    char value[kAttributeSize];
+};
+// The end of GetInfFromFile, in its trace scope: the value into out, or the status of the failure.
+int reportAttribute(const AttributeText &text, const char *path, int32_t *status, char *out);
 
 } // namespace tavstrg
 

@@ -19,10 +19,13 @@ int openForReading(const char *path)
     return ::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
 }
 
-int openErrorOf(int fd)
+int openErrorOf(const char *path, int fd)
 {
     if (fd < 0) {
         return errno;
+    }
+    if (std::string_view(path).starts_with("/sys/")) {
+        return 0;
     }
     struct stat info = {};
     if (::fstat(fd, &info) != 0) {
@@ -69,6 +72,9 @@ ReadResult readInto(const char *path, std::span<char> buffer, std::string_view &
         return file.error() == ENOENT ? ReadResult::absent : ReadResult::notOpened;
     }
     const ssize_t got = stopAtNewline ? file.readLine(buffer) : file.read(buffer);
+    if (got <= 0 && !file.isRegular()) {
+        return ReadResult::notOpened;
+    }
     if (got < 0) {
         return ReadResult::notRead;
     }
@@ -78,7 +84,13 @@ ReadResult readInto(const char *path, std::span<char> buffer, std::string_view &
 
 } // namespace
 
-TextFile::TextFile(const char *path) : file_(openForReading(path)), error_(openErrorOf(file_.get())) {}
+TextFile::TextFile(const char *path) : file_(openForReading(path)), error_(openErrorOf(path, file_.get())) {}
+
+bool TextFile::isRegular() const
+{
+    struct stat info = {};
+    return ::fstat(file_.get(), &info) == 0 && S_ISREG(info.st_mode);
+}
 
 ssize_t TextFile::read(std::span<char> buffer) const
 {

@@ -14,7 +14,9 @@ namespace tavstrg {
 // A regular file that is open for reading. A directory, a FIFO or a device in its place is a failed open, never a hang.
 class TextFile {
 public:
+    // Below /sys, where nothing can take a file's place, the check for a regular file is left to isRegular.
     explicit TextFile(const char *path);
+    bool isRegular() const;
     // 0 when open, else the errno of what failed: ENOENT where there is no such file.
     int error() const { return error_; }
     // Reads until the buffer is full or the file ends: the bytes read, or -1 with errno.

@@ -11,12 +11,13 @@ Collection *current = nullptr;
 
 } // namespace
 
-Collection::Collection() : outer_(std::exchange(current, this)) {}
+Collection::Collection() : outer_(std::exchange(current, this)), outerHosts_(exchangeSysHosts(&sysHosts)) {}
 
 Collection::~Collection()
 {
     release();
     current = outer_;
+    exchangeSysHosts(outerHosts_);
 }
 
 void Collection::release()

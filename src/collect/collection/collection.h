@@ -8,6 +8,7 @@
 #include "collect/collection/device_tables.h"
 #include "collect/ide/ide_discovery.h"
 #include "collect/scsi/scsi_discovery.h"
+#include "collect/scsi/sys_hosts.h"
 
 #include <cstdint>
 
@@ -79,8 +80,11 @@ struct Collection {
     int32_t misc_dev_cnt = 0;
     int32_t scsi_hd_cnt = 0; // SCSI "Direct-Access" devices met, managed or not: their order gives the device numbers
 
+    SysHosts sysHosts; // read when first asked for
+
 private:
     Collection *const outer_;
+    SysHosts *const outerHosts_;
     bool released_ = false;
 };
 

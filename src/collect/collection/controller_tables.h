@@ -2,13 +2,13 @@
 // Entries of the controller tables: every storage controller once, and side tables of what it uses.
 #pragma once
 
+#include "records/records.h"
+
 #include <cstdint>
 
 namespace tavstrg {
 
-constexpr uint16_t kInterfaceScsi = 0;
-constexpr uint16_t kInterfaceIde = 1;
-constexpr uint16_t kInterfaceUnknown = 0xFFFF;
+constexpr uint16_t kInterfaceUnknown = 0xFFFF; // beside the codes of the records
 
 // One controller. Words without a specific name are not published and keep their initial values.
 struct ControllerEntry {

@@ -46,7 +46,8 @@ int makeIDE(int32_t i, const IDEControllerInfo *channel)
 
 int makeControllers(const ListHolder<SCSIHostEntry> &hosts)
 {
-    // Counted from the detail list and read again here: an adapter that came or went in between fails the collection.
+    // Counted from the detail list and listed again here: a change of "storage.inf" (or, in procfs, of the adapters) in
+    // between fails the collection.
     if (hosts.count != collection().CtrlNumMib.TotalSCSIController) {
         return -1;
     }

@@ -254,14 +254,24 @@ TEST_F(Controllers, WithoutAnyEveryTableIsNullAndAllCountsAreZero)
     EXPECT_EQ(collection().pDriverTbl, nullptr);
 }
 
-TEST_F(Controllers, AnAdapterThatCameAfterTheCountingFails)
+TEST_F(Controllers, AnAdapterThatComesDuringACollectionIsInTheNext)
 {
     machine_ = std::make_unique<sim::Machine>(R"({"hosts": [{"driver": "ahci"}], "files": {"storage.inf": "ahci\n"}})");
     ASSERT_EQ(GetSCSIAndIDEInfoListFromProc(), 0);
     machine_->change(R"({"hosts": [{"driver": "ahci"}, {"driver": "ahci"}]})");
-    EXPECT_EQ(InitController(), -1);
-    machine_->change(R"({"hosts": []})");
-    FreeControllerTable();
+    EXPECT_EQ(InitController(), 0);
+    EXPECT_EQ(collection().CtrlNumMib.TotalController, 1);
+    const Collection next;
+    ASSERT_EQ(GetSCSIAndIDEInfoListFromProc(), 0);
+    EXPECT_EQ(InitController(), 0);
+    EXPECT_EQ(collection().CtrlNumMib.TotalController, 2);
+}
+
+TEST_F(Controllers, AnotherNumberOfAdaptersThanCountedFails)
+{
+    machine_ = std::make_unique<sim::Machine>(R"({"hosts": [{"driver": "ahci"}], "files": {"storage.inf": "ahci\n"}})");
+    ASSERT_EQ(GetSCSIAndIDEInfoListFromProc(), 0);
+    machine_->write("/opt/qlm/tavkit_sa/data/storage.inf", "other\n");
     EXPECT_EQ(InitController(), -1);
 }
 

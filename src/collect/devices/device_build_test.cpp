@@ -266,11 +266,11 @@ TEST_F(ScsiTable, AnAdapterListThatCannotBeReadFails)
         SCOPED_TRACE(pass.name);
         int result = 0;
         for (unsigned nth = 1; !trace_.has(kFailure, "_OUT_ read_proc_scsi() failed", pass.name); ++nth) {
-            ASSERT_LT(nth, 10U);
+            ASSERT_LT(nth, 100U);
             trace_.clear();
-            sim::failNth(sim::Call::list, nth);
+            sim::failNth(sim::Call::open, nth);
             result = pass.run();
-            sim::failNth(sim::Call::list, 0);
+            sim::failNth(sim::Call::open, 0);
         }
         EXPECT_EQ(result, -1);
     }

@@ -17,7 +17,7 @@ template <class Entry> bool indexHosts(SortedIndex<int32_t> &index, const ListHo
     for (int32_t i = 0; i < list.count; ++i) {
         index.add(list.entries[i].host);
     }
-    index.sort(std::less<>());
+    index.sort(hostIsLess);
     return true;
 }
 
@@ -59,7 +59,7 @@ void DeviceFilter::release()
 
 const char *DeviceFilter::driverOfHost(int32_t host) const
 {
-    const int32_t position = managedHosts_.find(host, std::less<>());
+    const int32_t position = managedHosts_.find(host, hostIsLess);
     return position < 0 ? nullptr : hosts.entries[position].driver;
 }
 

@@ -8,9 +8,14 @@
 #include "collect/scsi/scsi_discovery.h"
 
 #include <cstdint>
-#include <functional>
 
 namespace tavstrg {
+
+// Order of host numbers.
+constexpr bool hostIsLess(int32_t left, int32_t right)
+{
+    return left < right;
+}
 
 // The adapter lists and the unmanaged-device list of one walk over the SCSI devices.
 class DeviceFilter {
@@ -31,7 +36,7 @@ public:
 
     // Driver of the first managed adapter of a host number; null if there is none.
     const char *driverOfHost(int32_t host) const;
-    bool isUSB(int32_t host) const { return usbHosts_.find(host, std::less<>()) >= 0; }
+    bool isUSB(int32_t host) const { return usbHosts_.find(host, hostIsLess) >= 0; }
 
     ListHolder<USBHostEntry> usb;
     ListHolder<SCSIHostEntry> hosts; // managed adapters

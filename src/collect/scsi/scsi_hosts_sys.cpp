@@ -4,8 +4,8 @@
 #include "collect/base/attribute.h"
 #include "collect/scsi/scsi_parse.h"
 #include "collect/scsi/scsi_variants.h"
+#include "collect/scsi/sys_hosts.h"
 #include "runtime/cancel.h"
-#include "runtime/holders.h"
 
 #include <cerrno>
 #include <climits>
@@ -15,13 +15,16 @@ using namespace tavstrg;
 
 namespace {
 
-// The driver's name of a host adapter, empty where it cannot be read.
-void readDriver(const char *entry, char (&driver)[kAttributeSize])
+// The driver's name of a host adapter, empty if it cannot be read. The name was read before; the trace is that of each
+// reading.
+void reportDriver(const SysHosts &hosts, int32_t i, char (&driver)[kAttributeSize])
 {
+    const TraceScope scope("GetInfFromFile");
+    TRACE(kDetail, "_IN_");
     char path[sizeof kSysHosts + NAME_MAX + 1 + 16];
-    std::snprintf(path, sizeof path, "%s/%s/proc_name", kSysHosts, entry);
+    std::snprintf(path, sizeof path, "%s/%s/proc_name", kSysHosts, hosts.name(i));
     int32_t status = 0;
-    if (GetInfFromFile(&status, path, driver) != 0) {
+    if (reportAttribute(hosts[i].driver, path, &status, driver) != 0) {
         driver[0] = '\0';
     }
 }
@@ -30,28 +33,29 @@ void readDriver(const char *entry, char (&driver)[kAttributeSize])
 
 int32_t tavstrg::sysReadHosts(HostArray &hosts)
 {
-    const DirListing entries(kSysHosts);
-    if (entries.count() < 0) {
-        TRACE(kDetail, "scandir failed. [%s] errno=[%d]", kSysHosts, entries.error());
-        return entries.error() == ENOENT ? kSourceAbsent : kSourceError;
+    SysHosts own;
+    SysHosts &shown = sysHostsOr(own);
+    const int error = shown.load();
+    if (error != 0) {
+        TRACE(kDetail, "scandir failed. [%s] errno=[%d]", kSysHosts, error);
+        return error == ENOENT ? kSourceAbsent : kSourceError;
     }
     ManagedDrivers managed;
     if (!managed.load()) {
         return kSourceError;
     }
-    for (int i = 0; i < entries.count(); ++i) {
+    for (int32_t i = 0; i < shown.count(); ++i) {
         cancellationPoint();
-        int32_t host = 0;
-        if (!parseHostName(entries.name(i), host)) {
+        if (!shown[i].isHost) {
             continue;
         }
         char driver[kAttributeSize] = {};
-        readDriver(entries.name(i), driver);
+        reportDriver(shown, i, driver);
         if (isNeverHostAdapter(driver) || !managed.has(driver)) {
             continue;
         }
-        TRACE(kDetail, "pNAME->id=[%d] pNAME->name=[%s]", host, driver);
-        if (!appendHost(hosts, host, driver)) {
+        TRACE(kDetail, "pNAME->id=[%d] pNAME->name=[%s]", shown[i].host, driver);
+        if (!appendHost(hosts, shown[i].host, driver)) {
             return kSourceNoMemory;
         }
     }

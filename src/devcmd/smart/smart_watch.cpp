@@ -2,6 +2,7 @@
 #include "devcmd/smart/smart_watch.h"
 
 #include "devcmd/smart/smart_routines.h"
+#include "records/records.h"
 #include "runtime/cancel.h"
 #include "runtime/trace.h"
 
@@ -14,7 +15,6 @@ int32_t g_SmartMode = 0;
 
 namespace {
 
-constexpr int32_t kSmartModeOn = 1;
 constexpr uint64_t kSupportUnknown = 1;
 constexpr uint64_t kSupported = 2;
 constexpr uint64_t kSmartNotSupported = 3;
