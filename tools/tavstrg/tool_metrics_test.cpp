@@ -209,6 +209,17 @@ TEST_F(MetricsTool, AFailedCollectionIsPublished)
     EXPECT_THAT(contentOf(path), testing::Not(HasSubstr("disk=")));
 }
 
+TEST_F(MetricsTool, AFailureBeforeTheCollectionIsPublished)
+{
+    const std::string path = write("storage.prom", "old\n");
+    const Finished finished = runSmall({"--provider", "/nonexistent/provider.so", "metrics", "--output", path});
+    EXPECT_EQ(finished.status, 1);
+    EXPECT_THAT(finished.err, HasSubstr("cannot load /nonexistent/provider.so"));
+    Exposition exposition;
+    EXPECT_EQ(exposition.read(contentOf(path)), "");
+    EXPECT_EQ(exposition.value("tavstorage_collection_success"), 0);
+}
+
 TEST_F(MetricsTool, AFileThatCannotBeReplacedIsAFailure)
 {
     fs::create_directory(directory_ / "collector");

@@ -149,20 +149,14 @@ TEST_F(Tool, AMachineOfWhichNothingIsManagedSaysWhy)
 
 TEST_F(Tool, DisksThatAreNotAskedAreNotCalledGood)
 {
-    std::string machine = kSmallMachine;
     const std::string state = (directory_ / "state").string();
     std::filesystem::create_directory(state);
-    const std::vector<std::string> environment = {"LC_ALL=C", "TMPDIR=" + (directory_ / "tmp").string(),
-                                                  "TAVSIM_STATE=" + state,
-                                                  "TAVSIM_MACHINE=" + write("off.json", machine)};
-    ASSERT_EQ(runProgram({kTool, "call", "Config", "SetHardDiskSmartMode", "HardDiskSmartMode=0"}, environment).status,
-              0);
-    const std::string text = runProgram({kTool, "show"}, environment).out;
+    ASSERT_EQ(runSmall({"--state", state, "call", "Config", "SetHardDiskSmartMode", "HardDiskSmartMode=0"}).status, 0);
+    const std::string text = runSmall({"--state", state, "show"}).out;
     EXPECT_THAT(text, HasSubstr("SMART not asked"));
     EXPECT_THAT(text, HasSubstr("Health: SMART status of 1 disk not asked (HardDiskSmartMode is 0)\n"));
     EXPECT_THAT(text, testing::Not(HasSubstr("good")));
-    const json disk =
-        json::parse(runProgram({kTool, "--json", "show"}, environment).out)["controllers"][0]["devices"][0];
+    const json disk = json::parse(runSmall({"--state", state, "--json", "show"}).out)["controllers"][0]["devices"][0];
     EXPECT_EQ(disk["hardDisk"]["smart"]["state"], "notAsked");
     EXPECT_THAT(runProgram({kTool, "metrics"}, environment).out, HasSubstr("state=\"not_asked\"} 1\n"));
 }

@@ -33,6 +33,7 @@ constexpr const char *kThread = "TAV_StorageThread";
 constexpr const char *kConfig = "TAV_StorageConfig";
 constexpr const char *kAlertLibrary = "/opt/qlm/tavkit_sa/lib/libtavalert.so";
 constexpr int kBetweenLooks = 200;         // milliseconds between two looks at the machine's file
+constexpr int kBetweenCleanups = 60000;    // milliseconds
 constexpr int kTries = 5;                  // to find the device of an alert
 constexpr unsigned kBetweenTries = 100000; // microseconds
 
@@ -198,12 +199,13 @@ private:
         pollfd waits[3] = {{alerts_.descriptor(), POLLIN, 0}, {signals.descriptor(), POLLIN, 0}, {STDOUT_FILENO, 0, 0}};
         while (waits[1].revents == 0) {
             const bool looks = !arguments_.machine.empty() || !healthNoted_;
-            const int ready = poll(waits, 3, looks ? kBetweenLooks : -1);
+            const int ready = poll(waits, 3, looks ? kBetweenLooks : kBetweenCleanups);
             if (ready < 0) {
                 continue;
             } // interrupted
             printAlerts(&session, signals);
             noteHealth(session);
+            TraceCapture::forget(); // or the trace of every pass would stay in memory
             if (waits[2].revents != 0) {
                 throw Failure(std::string("standard output: ") + std::strerror(EPIPE));
             }
