@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "schema/schema_files.h"
 
+#include "tavstrg/schema_words.h"
 #include "tavstrg/words.h"
 
 #include <gmock/gmock.h>
@@ -117,6 +118,14 @@ mof::Values codesKnownToTheTool(const std::function<std::string(int)> &words)
     return known;
 }
 
+// What the tool prints beside a SmartStatus; the code itself in parentheses if it knows none.
+std::string smartStatusWords(int code)
+{
+    const std::string meaning =
+        tool::schemaMeaning("TAV_StorageHardDisk", "SmartStatus", broker::Value::signedNumber(code, CMPI_sint16));
+    return meaning.empty() ? "(" + std::to_string(code) + ")" : meaning;
+}
+
 TEST(Qualifiers, ValueMapsHaveTheCodesThatTheToolKnows)
 {
     using tool::deviceTypeWords;
@@ -125,7 +134,7 @@ TEST(Qualifiers, ValueMapsHaveTheCodesThatTheToolKnows)
         {"TAV_StorageSCSIDevice.DeviceType", [](int code) { return deviceTypeWords(tool::kScsi, code); }},
         {"TAV_StorageIDEDevice.DeviceType", [](int code) { return deviceTypeWords(tool::kIde, code); }},
         {"TAV_StorageIDEDevice.IDEConfiguration", tool::drivePositionWords},
-        {"TAV_StorageHardDisk.SmartStatus", tool::smartWords},
+        {"TAV_StorageHardDisk.SmartStatus", smartStatusWords},
         {"TAV_StorageLifeSpan.EnduranceRemaining", tool::lifeSpanWords},
     };
     for (const auto &[name, code] : words) {
