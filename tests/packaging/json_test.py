@@ -98,6 +98,9 @@ def check_failures(directory):
     why = run("--machine", os.path.join(directory, "none.json"), "show", status=1)[1]
     same("a machine that is not there", None, why["cimStatus"])
     run("--provider", "/nonexistent.so", "show", machine="empty.json", status=1)
+    printed, _ = run("--provider", "/nonexistent.so", "metrics", machine="empty.json", status=1)
+    success = [metric["samples"] for metric in printed["metrics"] if metric["name"] == "tavstorage_collection_success"]
+    same("the success of a failed collection", [[{"labels": {}, "value": 0}]], success)
     run("dump-state", os.path.join(directory, "none.dat"), status=1)
     run("check", "--root", os.path.join(directory, "none"), status=1)
     with open("/dev/full", "wb") as full:
@@ -148,6 +151,13 @@ def check_watch():
         validate("a note of watch", line)
 
 
+def check_trace():
+    words = [TOOL, "--json", "--trace", "--machine", os.path.join(MACHINES, "empty.json"), "get", "Config"]
+    done = subprocess.run(words, capture_output=True, text=True, timeout=60, check=False)
+    notes = [validate("a trace line", line) for line in done.stderr.splitlines()]
+    same("trace lines", {("get", True)}, {(note["command"], note["note"].startswith("trace: ")) for note in notes})
+
+
 def places(value):
     """Every object or list of a document, with each of its keys. Of a list only the first: the others are like it."""
     inside = list(value.items()) if isinstance(value, dict) else list(enumerate(value))[:1]
@@ -195,5 +205,6 @@ with tempfile.TemporaryDirectory() as temporary:
     check_checked(temporary)
     check_states(temporary)
 check_watch()
+check_trace()
 check_strictness()
 sys.exit(1 if failures else 0)
