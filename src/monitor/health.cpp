@@ -91,8 +91,8 @@ std::optional<int16_t> storedLevelNow(const StrgScsiRec &disk)
                        recordsOf<const StrgLifeRec>(instSt[TAV_CID_STRG_LIFE]), disk);
 }
 
-// The device record that a hard disk says it is, which for a disk that is none of them may be another one's:
-// deliberate. Null outside the array.
+// The SCSI device record at a hard disk's InterfaceTypeIndex. Deliberate: also for an IDE disk, whose index then
+// selects an unrelated device. Null outside the array.
 const StrgScsiRec *deviceAt(std::span<const StrgScsiRec> devices, uint16_t interfaceTypeIndex)
 {
     return interfaceTypeIndex < 1 || interfaceTypeIndex > devices.size() ? nullptr : &devices[interfaceTypeIndex - 1U];
@@ -131,7 +131,7 @@ const StrgScsiRec *findDeviceOfLevel(const StrgLifeRec &level, std::span<const S
     return found;
 }
 
-// Deliberate: the disk's number counts from 1 and is taken as a position all the same, so that this is the next disk's.
+// Deliberate: the 1-based number is used as a 0-based position, so this is the interface type of the next disk.
 int16_t interfaceTypeOf(const StrgScsiRec &device, std::span<const StrgHddRec> disks)
 {
     return device.DeviceTypeIndex < disks.size() ? disks[device.DeviceTypeIndex].InterfaceType : kInterfaceScsi;

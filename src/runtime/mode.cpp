@@ -26,7 +26,7 @@ enum class ThreadState {
     none,
     running,
     ended,   // by its mark; the caller joins it
-    unknown, // to the system: there is nothing to join
+    unknown, // the system reports no such thread; not joined
 };
 
 // What has become of the thread; *tid is cleared when it has gone.
@@ -83,7 +83,7 @@ int getServiceMode(const CInfo *cInfo)
     if (status.rc != CMPI_RC_OK) {
         return TRACED(0, kFailure, "_OUT_ CMGetProperty() Failure!!");
     }
-    const CmpiHolder<CMPIString> text(ownedText(data)); // nothing when the property is the boolean that it should be
+    const CmpiHolder<CMPIString> text(ownedText(data)); // empty if the property is a boolean, as expected
     const bool isNull = (data.state & kUnusable) == CMPI_nullValue;
     const int mode = isNull ? 0 : data.value.boolean; // the value member of a NULL means nothing
     if (!isNull && (mode > 1 || !isPlainValue(data))) {

@@ -69,7 +69,7 @@ void markLost(ShmInfo &shm);
 bool isLost(const ShmInfo &shm);
 // Empties the entry and returns what it held, so that removing a segment cannot empty an entry that got a new one.
 Segment takeSegment(ShmInfo &shm);
-// Notes that the segment is exchanged for another one, as long as it lives.
+// Marks the segment as being replaced while this object exists.
 class SegmentExchange {
 public:
     explicit SegmentExchange(ShmInfo &shm);

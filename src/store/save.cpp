@@ -52,7 +52,7 @@ bool isStillThere(int fd, const char *path)
            open.st_ino == there.st_ino;
 }
 
-// Whether the file has no other name and no other owner.
+// Whether the file has one hard link and belongs to this process's user.
 bool isOwn(const struct stat &info)
 {
     return info.st_uid == ::geteuid() && info.st_nlink == 1;

@@ -212,9 +212,9 @@ constexpr SatOutcome judgeSmartStatus(std::span<const uint8_t> ataReturn)
     return SatOutcome::kSmartUnknown;
 }
 
-// What a command that the transport carried came to. sense: what was decoded, null when there was nothing to decode;
-// ataReturn: ataReturnBytes of the descriptor, empty when there was none, which makes an asked-for status count as not
-// asked for. Deliberate: a disk that rejects the command with other sense data counts as having done it.
+// Outcome of a command whose transport succeeded. sense: the decoded sense data, null if there was none. ataReturn:
+// ataReturnBytes of the ATA Return descriptor, empty if there was none; a requested status is then ignored.
+// Deliberate: a disk that rejects the command with other sense data counts as having done it.
 constexpr SatOutcome judgeSatReply(int selector, bool ckCond, const SenseInfo *sense,
                                    std::span<const uint8_t> ataReturn)
 {
