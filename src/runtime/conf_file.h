@@ -20,8 +20,8 @@ namespace tavstrg {
 
 constexpr char kDefaultRoot[] = "/opt/qlm/tavkit_sa"; // 18 characters
 
-constexpr size_t kConfTokenMax = 511;         // characters of one token; the rest of a longer one is the next token
-constexpr size_t kConfBytesMax = 1024 * 1024; // of the file; the rest of a larger one is not read
+constexpr size_t kConfTokenMax = 511;             // characters of one token; the rest of a longer one is the next token
+constexpr size_t kConfBytesMax = size_t{1} << 20; // of the file; the rest of a larger one is not read
 
 // Looks for the first value of a key in whitespace-separated tokens that are taken two at a time, key then value. Keys
 // compare without regard to case. A last token without a partner counts for nothing.

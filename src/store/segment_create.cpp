@@ -198,7 +198,7 @@ void tavstrg::removeRetiredKeys(const char *keyFileBase)
     const std::string_view base(keyFileBase);
     const size_t slash = base.rfind('/');
     KeyFile directory;
-    if (slash == std::string_view::npos || slash >= sizeof directory.path) {
+    if (slash >= sizeof directory.path) { // also where there is no "/"
         return;
     }
     std::memcpy(directory.path, keyFileBase, slash);

@@ -12,7 +12,6 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
-#include <utility>
 
 using namespace tavstrg;
 
@@ -49,15 +48,10 @@ int SysHosts::load()
         return listing_->error();
     }
     // Not from memalloc: the list replaces readings that allocated nothing, and the trace stays as it was.
-    auto *const hosts =
-        static_cast<SysHost *>(std::calloc(static_cast<size_t>(listing_->count()) + 1, sizeof(SysHost)));
-    if (hosts == nullptr) {
+    HeapBlock<SysHost> hosts(std::calloc(static_cast<size_t>(listing_->count()) + 1, sizeof(SysHost)));
+    if (!hosts) {
         return ENOMEM;
     }
-    struct Holder {
-        SysHost *block;
-        ~Holder() { std::free(block); }
-    } holder{hosts};
     for (int i = 0; i < listing_->count(); ++i) {
         cancellationPoint();
         hosts[i].isHost = parseHostName(listing_->name(i), hosts[i].host);
@@ -65,7 +59,7 @@ int SysHosts::load()
             readDriver(listing_->name(i), hosts[i]);
         }
     }
-    hosts_ = std::exchange(holder.block, nullptr);
+    hosts_ = hosts.handOver();
     return 0;
 }
 
