@@ -37,7 +37,7 @@ Outcome returnByKey(const RecordClass &member, const InstanceRequest &request, i
     for (int i = 0; i < copy.count(); ++i) {
         traceIndex(member, i, copy.record(i));
         if (indexOf(copy.record(i)) == key) {
-            return returnRecord(member, request, copy.record(i));
+            return returnRecord(member, request, copy.record(i), Following::none);
         }
     }
     TRACE(kDetail, "CMSetStatusWithChars() - CMPI_RC_ERR_INVALID_PARAMETER Index");
@@ -55,7 +55,7 @@ Outcome getByKey(const RecordClass &member, const InstanceRequest &request)
     if (const Outcome refused = refreshClass(member, member.classIdName, request.cInfo)) {
         return refused;
     }
-    return closed(request, returnByKey(member, request, key));
+    return returnByKey(member, request, key);
 }
 
 Outcome enumerate(const RecordClass &member, const InstanceRequest &request)
@@ -69,11 +69,12 @@ Outcome enumerate(const RecordClass &member, const InstanceRequest &request)
     }
     for (int i = 0; i < copy.count(); ++i) {
         traceIndex(member, i, copy.record(i));
-        if (const Outcome refused = returnRecord(member, request, copy.record(i))) {
+        if (const Outcome refused = returnRecord(member, request, copy.record(i), Following::more)) {
             return refused; // deliberate: the result stays open after a failure
         }
     }
-    return closed(request, {});
+    closeResult(request);
+    return {};
 }
 
 // After the instance was made from the path: whether the key reaches the instance's own path depends on the broker, so

@@ -85,7 +85,8 @@ Outcome RecordsCopy::check(const RecordClass &member) const
     return emptyIsKnown_ ? noData(member) : unreadStore();
 }
 
-Outcome tavstrg::returnInstance(const InstanceRequest &request, const char *builder, CMPIInstance *built)
+Outcome tavstrg::returnInstance(const InstanceRequest &request, const char *builder, CMPIInstance *built,
+                                Following following)
 {
     const CmpiHolder<CMPIInstance> instance(built);
     if (!instance) {
@@ -97,22 +98,23 @@ Outcome tavstrg::returnInstance(const InstanceRequest &request, const char *buil
         TRACE(kFailure, "CMReturnInstance() Failure!!");
         return failedCall("CMReturnInstance");
     }
+    if (following == Following::none) {
+        closeResult(request);
+    }
     return {};
 }
 
-Outcome tavstrg::returnRecord(const RecordClass &member, const InstanceRequest &request, const void *record)
+Outcome tavstrg::returnRecord(const RecordClass &member, const InstanceRequest &request, const void *record,
+                              Following following)
 {
     return returnInstance(request, member.setPropInstName,
-                          member.setPropInst(request.cInfo, request.cop, request.properties, record));
+                          member.setPropInst(request.cInfo, request.cop, request.properties, record), following);
 }
 
-Outcome tavstrg::closed(const InstanceRequest &request, const Outcome &outcome)
+void tavstrg::closeResult(const InstanceRequest &request)
 {
-    if (!outcome) {
-        TRACE(kDetail, "CMReturnDone()");
-        request.rslt->ft->returnDone(request.rslt);
-    }
-    return outcome;
+    TRACE(kDetail, "CMReturnDone()");
+    request.rslt->ft->returnDone(request.rslt);
 }
 
 CMPIObjectPath *tavstrg::newPath(const InstanceRequest &request, const char *className)

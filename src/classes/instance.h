@@ -72,13 +72,16 @@ private:
     HeapBlock<uint8_t> records_{nullptr};
 };
 
-// Returns an instance to the client and releases it. Refuses when there is none, because builder failed, and when the
-// broker does not take it.
-Outcome returnInstance(const InstanceRequest &request, const char *builder, CMPIInstance *built);
+// Whether more instances follow the one that is returned.
+enum class Following { none, more };
+
+// Returns an instance to the client, closes the result if no more follow, and releases the instance after that. Refuses
+// when there is no instance, because builder failed, and when the broker does not take it; the result then stays open.
+Outcome returnInstance(const InstanceRequest &request, const char *builder, CMPIInstance *built, Following following);
 // The same for the instance of a record.
-Outcome returnRecord(const RecordClass &member, const InstanceRequest &request, const void *record);
-// Closes the result of a request that was fulfilled, and passes its outcome on.
-Outcome closed(const InstanceRequest &request, const Outcome &outcome);
+Outcome returnRecord(const RecordClass &member, const InstanceRequest &request, const void *record,
+                     Following following);
+void closeResult(const InstanceRequest &request);
 
 // The steps of building an instance. What they make belongs to the caller. Each returns null (false) on failure, which
 // is traced.

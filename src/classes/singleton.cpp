@@ -15,7 +15,7 @@ Outcome getSingle(const RecordClass &member, const InstanceRequest &request)
     if (const Outcome refused = copy.check(member)) {
         return refused;
     }
-    return closed(request, returnRecord(member, request, copy.record(0)));
+    return returnRecord(member, request, copy.record(0), Following::none);
 }
 
 } // namespace

@@ -20,7 +20,7 @@ Outcome getStatus(const InstanceRequest &request)
 {
     const uint16_t running = threadStatus();
     CMPIInstance *const built = TAV_STRGThreadSetPropInst(request.cInfo, request.cop, request.properties, &running);
-    return closed(request, returnInstance(request, "TAV_STRGThreadSetPropInst", built));
+    return returnInstance(request, "TAV_STRGThreadSetPropInst", built, Following::none);
 }
 
 Outcome start(const CInfo *cInfo)

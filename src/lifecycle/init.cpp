@@ -159,7 +159,9 @@ int strgInitProvider(const CInfo *cInfo)
     }
     TRACE(kDetail, "strgInitInstance()");
     const int ret = strgInitInstance(cInfo);
-    gst_first = ret == 0 ? kBuilt : kNotBuilt;
+    if (ret != 0) {
+        gst_first = kNotBuilt;
+    }
     return TRACED(ret, kDetail, "_OUT_ ret=[%d]", ret);
 }
 
@@ -187,5 +189,7 @@ int strgInitInstance(const CInfo *cInfo)
     if (publishFirst(cInfo) != 0) {
         return -1;
     }
+    int32_t building = kBuilding; // under the lock still, so that a stop that waits for it frees a built store
+    gst_first.compare_exchange_strong(building, kBuilt);
     return TRACED(0, kDetail, "_OUT_");
 }

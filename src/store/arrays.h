@@ -62,9 +62,8 @@ struct Segment {
 Segment segmentNow(const ShmInfo &shm);
 // storeNewer: the segment was made for records that it was not given yet.
 void setSegment(ShmInfo &shm, Segment segment, bool storeNewer);
-// Notes that a class with records has lost its segment and no other could be made; until setSegment. Its records stay
-// in the store, which is not saved: it may hold the records of some classes from before a pass and of others from
-// after.
+// Notes that a class with records has no segment because none could be made; until setSegment. Its records stay in the
+// store, which is not saved: it may hold the records of some classes from before a pass and of others from after.
 void markLost(ShmInfo &shm);
 bool isLost(const ShmInfo &shm);
 // Empties the entry and returns what it held, so that removing a segment cannot empty an entry that got a new one.

@@ -205,13 +205,12 @@ int reallocDatArea(const CInfo *cInfo, const char *keyFileBase, int cid, DatInfo
     const int shmId = shmCreate(cInfo, shm, keyFileBase, cid, size);
     if (shmId == -1) {
         const int error = errno;
-        if (oldNum > 0) {
-            markLost(*shm);
-        }
+        markLost(*shm); // the classes before this one may have been replaced already
         return TRACED(-1, kFailure, "_OUT_ shmCreate() Failure!! errno=[%d]", error);
     }
     setSegment(*shm, {shmId, wanted.datNum, nullptr}, true);
     if (resizeArea(*ins, oldNum, size) != 0) {
+        markLost(*shm);
         return TRACED(-1, kFailure, "_OUT_ memrealloc() Failure!!");
     }
     return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);

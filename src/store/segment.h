@@ -15,7 +15,7 @@ struct ShmInfo {
     RenewableMutex mutex; // guards the segment; taken only in service mode
     bool storeNewer;      // the store holds records that the segment was not given yet: nothing is read back from it
     bool inBetween; // the old segment is removed, its successor is not there yet: the class has records all the same
-    bool lost;      // as inBetween, and no successor could be made: the store is not saved until there is one
+    bool lost;      // the class has records and no segment could be made: the store is not saved until there is one
 };
 
 } // namespace tavstrg
