@@ -88,7 +88,7 @@ TEST(Threads, RequestsSeeNoTornRecords)
             }
         });
     }
-    const int disks[] = {5, 9, 2};
+    const size_t disks[] = {5, 9, 2};
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(6);
     for (int i = 0; std::chrono::steady_clock::now() < end; ++i) {
         machine.change(machines::ofDisks(disks[i % 3]));

@@ -93,19 +93,30 @@ std::string wordsFor(const Disk &disk)
     return words;
 }
 
+// What hits no other disk comes first.
+std::string remedyFor(const Disk &disk)
+{
+    const std::string device = disk.node.empty()
+                                   ? "/sys/bus/scsi/devices/" + std::to_string(disk.address.host) +
+                                         ":*:" + std::to_string(disk.address.id) + ":*"
+                                   : "/sys/block/" + printable(disk.node.substr(disk.node.rfind('/') + 1)) + "/device";
+    return "if it is dead, remove it from the kernel (echo 1 > " + device + "/delete); otherwise " +
+           diskRemedy(disk.vendor, disk.model);
+}
+
 std::string identityCause(const Lines &trace, size_t at, const std::string &)
 {
     const Disk disk = diskAt(trace, at);
     return wordsFor(disk) +
            " does not answer HDIO_GET_IDENTITY, as a managed disk must: it is no ATA disk, or it is dead; " +
-           diskRemedy(disk.vendor, disk.model);
+           remedyFor(disk);
 }
 
 std::string openCause(const Lines &trace, size_t at, const std::string &)
 {
     const Disk disk = diskAt(trace, at);
     return (disk.node.empty() ? "no device node answers for " + wordsFor(disk) : wordsFor(disk) + " cannot be opened") +
-           "; " + diskRemedy(disk.vendor, disk.model);
+           "; " + remedyFor(disk);
 }
 
 std::string releaseCause(const Lines &, size_t, const std::string &release)
@@ -209,9 +220,10 @@ std::string kernelRelease()
 std::string diskRemedy(const std::string &vendor, const std::string &model)
 {
     return vendor.empty() && model.empty()
-               ? "leave it out with a line in noscsi.inf, or its driver out of storage.inf"
-               : "leave it out with the line \"Vendor: " + printable(vendor) + " Model: " + printable(model) +
-                     "\" in noscsi.inf, or its driver out of storage.inf";
+               ? "leave it out with a line in noscsi.inf, or all disks of its driver by removing that from storage.inf"
+               : "leave out all disks of its model with the line \"Vendor: " + printable(vendor) +
+                     " Model: " + printable(model) +
+                     "\" in noscsi.inf, or all disks of its driver by removing that from storage.inf";
 }
 
 std::string releaseRemedy()

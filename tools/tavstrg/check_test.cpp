@@ -411,8 +411,9 @@ TEST(CheckMachine, FindsWhatWouldFailEveryCollection)
     EXPECT_THAT(
         findingsOf(disks),
         ElementsAre("problem: disk 2:0:0:0 (ACME SAS 1), /dev/sda: does not answer HDIO_GET_IDENTITY, so every "
-                    "collection fails; leave it out with the line \"Vendor: ACME Model: SAS 1\" in noscsi.inf, or "
-                    "its driver out of storage.inf",
+                    "collection fails; leave out all disks of its model with the line "
+                    "\"Vendor: ACME Model: SAS 1\" in noscsi.inf, or all disks of its driver by removing that from "
+                    "storage.inf",
                     testing::StartsWith("problem: disk 2:0:2:0 (ATA")));
 }
 

@@ -55,9 +55,10 @@ int SysHosts::load()
     }
     for (int i = 0; i < listing_->count(); ++i) {
         cancellationPoint();
-        hosts[i].isHost = parseHostName(listing_->name(i), hosts[i].host);
-        if (hosts[i].isHost) {
-            readDriver(listing_->name(i), hosts[i]);
+        SysHost &host = hosts[static_cast<size_t>(i)];
+        host.isHost = parseHostName(listing_->name(i), host.host);
+        if (host.isHost) {
+            readDriver(listing_->name(i), host);
         }
     }
     hosts_ = hosts.handOver();
