@@ -9,7 +9,12 @@
 namespace sim {
 namespace {
 
-// Never freed: another thread may still read the previous list.
+// Lists stay: another thread may still read the previous one.
+struct Kept {
+    std::vector<Redirection> redirections;
+    const Kept *before;
+};
+constinit const Kept *kept = nullptr;
 constinit std::atomic<const std::vector<Redirection> *> current{nullptr};
 
 // "/a/b" applies to itself, to "/a/b/c" and to "/a/b.tmp", not to "/a/bc".
@@ -23,7 +28,12 @@ bool applies(std::string_view from, std::string_view path)
 
 void redirect(std::vector<Redirection> redirections)
 {
-    current.store(redirections.empty() ? nullptr : new std::vector<Redirection>(std::move(redirections)));
+    if (redirections.empty()) {
+        current.store(nullptr);
+        return;
+    }
+    kept = new Kept{std::move(redirections), kept};
+    current.store(&kept->redirections);
 }
 
 bool redirected(const char *path, char *buffer, size_t size)
