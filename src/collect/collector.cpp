@@ -9,6 +9,7 @@
 #include "devcmd/smart/smart_watch.h"
 #include "devcmd/transport/transport.h"
 #include "runtime/memory.h"
+#include "runtime/options.h"
 #include "runtime/trace.h"
 
 #include <span>
@@ -113,6 +114,7 @@ int strgGetCurrentInfo(int smartmode, DatInfo *descriptors)
     if (descriptors == nullptr) {
         return TRACED(-1, kDetail, "_OUT_ param(descriptors) Failure!!");
     }
+    takeOptions();
     if (chooseTransport() < 0) {
         return -1;
     }

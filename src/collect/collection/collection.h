@@ -9,6 +9,7 @@
 #include "collect/ide/ide_discovery.h"
 #include "collect/scsi/scsi_discovery.h"
 #include "collect/scsi/sys_hosts.h"
+#include "runtime/options.h"
 
 #include <cstdint>
 
@@ -81,6 +82,8 @@ struct Collection {
     int32_t scsi_hd_cnt = 0; // SCSI "Direct-Access" devices met, managed or not: their order gives the device numbers
 
     SysHosts sysHosts; // read when first asked for
+
+    const Options options = currentOptions(); // what the administrator has switched on
 
 private:
     Collection *const outer_;
