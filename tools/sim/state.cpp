@@ -5,6 +5,7 @@
 #include "sim/device_plan.h"
 #include "sim/paths.h"
 #include "sim/tree_block.h"
+#include "sim/uevents.h"
 
 #include <algorithm>
 #include <atomic>
@@ -219,6 +220,7 @@ void rebuild(MachineState &machine, Description description)
 {
     checkLibraries(description);
     const Tree tree = treeOf(description);
+    Tree before;
     std::vector<Device *> admitted;
     {
         const std::lock_guard held(model());
@@ -241,9 +243,10 @@ void rebuild(MachineState &machine, Description description)
         }
         setPresent(machine, std::move(admitted));
         machine.description = std::move(description);
-        machine.tree = tree;
+        before = std::exchange(machine.tree, tree);
     }
     modelChanged().notify_all();
+    sendDifferences(before, tree);
 }
 
 Device *deviceAt(const char *realPath)
