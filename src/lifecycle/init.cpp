@@ -9,6 +9,7 @@
 #include "runtime/memory.h"
 #include "runtime/options.h"
 #include "store/arrays.h"
+#include "store/segment_rules.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -118,7 +119,7 @@ int collectFirst()
 
 int publishFirst(const CInfo *cInfo)
 {
-    removeRetiredKeys(kShmKeyFileBase);
+    segmentRules().clearWork(kShmKeyFileBase);
     TRACE(kDetail, "shmNew(%d,%s)", TAV_CID_STRG_LIFE, kShmKeyFileBase);
     if (shmNew(cInfo, TAV_CID_STRG_LIFE, kShmKeyFileBase, instSt, shmSt) != 0) {
         return TRACED(-1, kFailure, "_OUT_ shmNew() Failure!!");

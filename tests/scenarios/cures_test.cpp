@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The lines of options.inf that cure a fault of the base system, in the provider as it ships: the broken case without
 // the line, the cured case with it alone and with all of them.
+#include "scenarios/killed_starts.h"
 #include "scenarios/monitored.h"
 
 #include <gmock/gmock.h>
@@ -132,6 +133,71 @@ TEST_P(Cures, FirstDevicesAreTakenOver)
     ASSERT_TRUE(steps.pass());
     EXPECT_EQ(agent.alerts().size(), 2U) << "once";
     EXPECT_EQ(scenario::stopThread(*server), 0);
+}
+
+TEST_P(Cures, SegmentsOfKilledProcessesAreRemovedByTheNextStart)
+{
+    constexpr size_t kKills = 6;
+    using scenario::KilledStarts;
+    KilledStarts without("");
+    KilledStarts with(line("stale-segments"));
+    for (size_t kills = 1; kills <= kKills && !HasFailure(); ++kills) {
+        without.killOneThatAnswers();
+        EXPECT_EQ(without.segmentsLeft(), kills * KilledStarts::kSegmentsEach);
+        with.killOneThatAnswers();
+        EXPECT_EQ(with.segmentsLeft(), KilledStarts::kSegmentsEach) << "those of the last one";
+    }
+}
+
+TEST_P(Cures, SegmentsOfKillsAtAnyMomentAreRemovedByTheNextStart)
+{
+    constexpr int kKills = 60;
+    scenario::KilledStarts starts(line("stale-segments"));
+    for (int i = 0; i < kKills; ++i) {
+        starts.killOneAtAnyMoment();
+    }
+    starts.killOneThatAnswers();
+    EXPECT_EQ(starts.segmentsLeft(), scenario::KilledStarts::kSegmentsEach);
+}
+
+// Two providers on one machine: what the first one holds stays when the second one starts, also many times.
+TEST_P(Cures, SegmentsOfALivingProcessAreNeverTouched)
+{
+    const sim::Machine machine(oneDisk("SERIAL").dump());
+    const std::string work = machine.where(scenario::kWork);
+    const std::string options = line("stale-segments");
+    struct Stage {
+        std::atomic<bool> started{false}, others{false};
+    };
+    scenario::Shared<Stage> stage;
+    scenario::Child holder([&] {
+        sim::Machine own(withOptions(oneDisk("SERIAL"), options));
+        own.link(scenario::kWork, work);
+        scenario::Steps steps;
+        Server server(scenario::inServiceMode());
+        EXPECT_TRUE(steps.start(*server));
+        stage->started = true;
+        EXPECT_TRUE(scenario::await([&] { return stage->others.load(); }));
+        EXPECT_THAT(serialNumbers(*server), ElementsAre("SERIAL")) << "read from its segments";
+        EXPECT_TRUE(steps.pass());
+        server->stop();
+        scenario::expectNothingLeft(*server);
+    });
+    ASSERT_TRUE(scenario::await([&] { return stage->started.load(); }));
+    const size_t before = process::segmentsOf(holder.pid()).size();
+    EXPECT_EQ(before, scenario::KilledStarts::kSegmentsEach);
+    for (int start = 0; start < 5; ++start) {
+        scenario::Child other([&] {
+            sim::Machine own(withOptions(oneDisk("SERIAL"), options));
+            own.link(scenario::kWork, work);
+            Server server;
+            EXPECT_THAT(serialNumbers(*server), ElementsAre("SERIAL"));
+        });
+        EXPECT_EQ(other.wait().status, 0);
+        EXPECT_EQ(process::segmentsOf(holder.pid()).size(), before);
+    }
+    stage->others = true;
+    EXPECT_EQ(holder.wait().status, 0);
 }
 
 } // namespace

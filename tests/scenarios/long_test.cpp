@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Long runs: memory, descriptors and segments do not grow, and each disk is left in its original state.
+#include "scenarios/killed_starts.h"
 #include "scenarios/monitored.h"
 
 #include <array>
@@ -96,6 +97,22 @@ TEST(Long, TenThousandPassesDoNotGrow)
     expectNoGrowth(holdingNow(), afterFirst, kMorePages);
     server->stop();
     scenario::expectNothingLeft(*server);
+}
+
+// More kills than the kernel has room for: without the line, starts fail after some 800.
+TEST(Long, FiveThousandKillsAndStartsGoOn)
+{
+    constexpr int kKills = 5000;
+    constexpr int kEach = 50;
+    scenario::KilledStarts starts("stale-segments\n");
+    for (int i = 1; i <= kKills && !HasFailure(); ++i) {
+        if (i % kEach != 0) {
+            starts.killOneAtAnyMoment();
+            continue;
+        }
+        starts.killOneThatAnswers();
+        EXPECT_EQ(starts.segmentsLeft(), scenario::KilledStarts::kSegmentsEach) << "after " << i << " kills";
+    }
 }
 
 // ---- a day of a machine with all kinds of disks and frequent faults ----
