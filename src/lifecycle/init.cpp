@@ -8,6 +8,7 @@
 #include "runtime/holders.h"
 #include "runtime/memory.h"
 #include "runtime/options.h"
+#include "runtime/turns.h"
 #include "store/arrays.h"
 #include "store/segment_rules.h"
 
@@ -150,7 +151,7 @@ int strgInitProvider(const CInfo *cInfo)
     TRACE(kDetail, "_IN_ gst_first=[%d]", gst_first.load());
     int waits = 0;
     for (int32_t state = kBuilding; state != kNotBuilt;) {
-        waits = waitWhileInitialising(waits);
+        waits = waitWhileInitialising(waits, turnRules().waitsAfter);
         if (waits == kInitWaits) { // deliberate: even if the other one finished during the last wait
             return TRACED(-1, kFailure, "_OUT_ gst_first Failure!!");
         }

@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // The lines of options.inf that cure a fault of the base system, in the provider as it ships: the broken case without
 // the line, the cured case with it alone and with all of them.
+#include "scenarios/clients.h"
 #include "scenarios/killed_starts.h"
 #include "scenarios/monitored.h"
 
+#include <chrono>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <thread>
 
 namespace {
 
@@ -198,6 +201,67 @@ TEST_P(Cures, SegmentsOfALivingProcessAreNeverTouched)
     }
     stage->others = true;
     EXPECT_EQ(holder.wait().status, 0);
+}
+
+// Disks that take so long together that a collection is longer than a request waits for the store. The provider's
+// pauses are shortened, so that it waits 30 ms and not three seconds.
+Json slowDisks()
+{
+    Json description = machines::disks(4);
+    machines::forEachDevice(description, [](Json &disk) { disk["delayMs"] = 5; });
+    return description;
+}
+
+TEST_P(Cures, RequestsThatWaitForACollectionAreServedWithFairRequestsOnly)
+{
+    constexpr size_t kClients = 8;
+    sim::Machine machine(withOptions(slowDisks(), ""));
+    Server server;
+    EXPECT_TRUE(server->enumInstances("TAV_StorageHardDisk").ok());
+    sim::shortenSleeps(100);
+    const scenario::ClientsSeen without = scenario::letClientsAsk(*server, kClients, 3, 0);
+    machine.write(kOptionsFile, line("fair-requests"));
+    EXPECT_TRUE(server->enumInstances("TAV_StorageHardDisk").ok()); // reads the options
+    const scenario::ClientsSeen with = scenario::letClientsAsk(*server, kClients, 3, 0);
+    sim::shortenSleeps(1);
+    EXPECT_THAT(without.refusals, testing::Not(IsEmpty()));
+    EXPECT_THAT(with.refusals, IsEmpty());
+    EXPECT_LE(with.collections.back(), 3U);
+    EXPECT_LT(with.collectionsOfAll, with.requests / 2) << "shared with all that arrived meanwhile";
+}
+
+TEST_P(Cures, RequestsDuringTheFirstBuildAreServedWithFairRequestsOnly)
+{
+    for (const bool on : {false, true}) {
+        const sim::Machine machine(withOptions(slowDisks(), on ? line("fair-requests") : ""));
+        Server server;
+        sim::shortenSleeps(100);
+        const scenario::ClientsSeen seen = scenario::letClientsAsk(*server, 4, 1, 0);
+        sim::shortenSleeps(1);
+        EXPECT_EQ(seen.refusals.empty(), on) << testing::PrintToString(seen.refusals);
+    }
+}
+
+// A disk whose answer takes five seconds: meanwhile nothing gets further, and a request behind it is refused after
+// three.
+TEST_P(Cures, RequestsForAStuckStoreAreRefusedWithFairRequestsToo)
+{
+    Json description = oneDisk("SERIAL");
+    sim::Machine machine(withOptions(description, line("fair-requests")));
+    Server server;
+    EXPECT_TRUE(server->enumInstances("TAV_StorageHardDisk").ok());
+    machines::deviceAt(description, 0)["faults"] = {{{"on", "identity"}, {"nth", 1}, {"delayMs", 5000}}};
+    machine.change(withOptions(description, line("fair-requests")));
+    const unsigned before = sim::callsMade(sim::Call::uname);
+    std::thread first([&] { EXPECT_TRUE(server->enumInstances("TAV_StorageHardDisk").ok()); });
+    EXPECT_TRUE(scenario::await([&] { return sim::callsMade(sim::Call::uname) > before; }));
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(server->enumInstances("TAV_StorageHardDisk").ok());
+    const auto waited = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(waited, std::chrono::milliseconds(2900));
+    EXPECT_LT(waited, std::chrono::milliseconds(4900));
+    first.join();
+    EXPECT_TRUE(server->enumInstances("TAV_StorageHardDisk").ok()) << "and works again";
 }
 
 } // namespace
