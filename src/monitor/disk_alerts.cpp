@@ -179,7 +179,12 @@ bool save(DiskBook &book)
 // Where the deliveries of events are noted: in the file, or in the text that stands for it.
 class Notes {
 public:
-    Notes() : file_(g_unsaved.size != 0 ? -1 : ::open(kDiskBookFile, O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)) {}
+    Notes() : file_(g_unsaved.size != 0 ? -1 : ::open(kDiskBookFile, O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC))
+    {
+        struct stat info = {};
+        isOwn_ = file_ && ::fstat(file_.get(), &info) == 0 && S_ISREG(info.st_mode) && info.st_uid == ::geteuid() &&
+                 info.st_nlink == 1; // nothing outside the directory is written to by way of a link
+    }
 
     bool put(DiskEvent &event, Delivery delivery) const
     {
@@ -189,7 +194,7 @@ public:
             g_unsaved.block[event.deliveryAt] = letter;
             return true;
         }
-        if (file_ && ::lseek(file_.get(), static_cast<off_t>(event.deliveryAt), SEEK_SET) >= 0 &&
+        if (isOwn_ && ::lseek(file_.get(), static_cast<off_t>(event.deliveryAt), SEEK_SET) >= 0 &&
             ::write(file_.get(), &letter, 1) == 1) {
             return true;
         }
@@ -198,6 +203,7 @@ public:
 
 private:
     FileDesc file_;
+    bool isOwn_ = false;
 };
 
 // Returns whether the library accepted it.

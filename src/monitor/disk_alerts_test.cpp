@@ -277,6 +277,20 @@ TEST_F(DiskAlerts, ASymbolicLinkIsNotFollowed)
     EXPECT_THAT(book(), HasSubstr(" B "));
 }
 
+TEST_F(DiskAlerts, AFileWithASecondNameIsNotWrittenTo)
+{
+    pass({{"A"}, {"B"}});
+    alerts.answer = 1;
+    pass({{"A"}, {"C"}});
+    alerts.answer = 0;
+    const std::string waiting = book();
+    machine.write("/opt/qlm/tavkit_sa/work/victim", waiting);
+    machine.remove(kDiskBookFile);
+    ASSERT_EQ(::link(machine.where("/opt/qlm/tavkit_sa/work/victim").c_str(), machine.where(kDiskBookFile).c_str()), 0);
+    EXPECT_THAT(pass({{"A"}, {"C"}}), IsEmpty());
+    EXPECT_EQ(machine.read("/opt/qlm/tavkit_sa/work/victim"), waiting);
+}
+
 TEST_F(DiskAlerts, EventsComeAlsoWhileTheFileCannotBeSaved)
 {
     pass({{"A"}, {"B"}});
