@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "monitor/alert.h"
 
+#include "runtime/clean_text.h"
 #include "runtime/send_alert.h"
 #include "runtime/trace.h"
 
@@ -80,9 +81,13 @@ void takeTexts(Alert &alert)
 
 void describeScsi(char (&address)[kTextSize], char (&label)[kTextSize], const alertDiskSt &disk)
 {
+    char vendor[sizeof disk.Vendor];
+    char model[sizeof disk.Model];
+    char revision[sizeof disk.FirmwareRevision];
     print(address, "Address(Controller-Bus-ID-LUN) : %u-%u-%u-%u", disk.ControllerIndex, disk.Bus, disk.TargetID,
           disk.LUN);
-    print(label, "Hard Disk[%u] : %s %s %s", disk.Index, disk.Vendor, disk.Model, disk.FirmwareRevision);
+    print(label, "Hard Disk[%u] : %s %s %s", disk.Index, publishedText(disk.Vendor, vendor),
+          publishedText(disk.Model, model), publishedText(disk.FirmwareRevision, revision));
 }
 
 const char *positionText(uint16_t position)
@@ -93,9 +98,10 @@ const char *positionText(uint16_t position)
 
 void describeIde(char (&address)[kTextSize], char (&label)[kTextSize], const alertDiskSt &disk)
 {
+    char model[sizeof disk.Model];
     print(address, "Address(Controller-Drive) : %u-%s", disk.ControllerIndex, positionText(disk.DrivePosition));
     // Deliberate: the last text is empty, so the string ends in a blank.
-    print(label, "Hard Disk[%u] : %s %s", disk.Index, disk.Model, "");
+    print(label, "Hard Disk[%u] : %s %s", disk.Index, publishedText(disk.Model, model), "");
 }
 
 bool hasScsiAddress(const alertDiskSt &disk)

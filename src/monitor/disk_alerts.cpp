@@ -3,6 +3,7 @@
 
 #include "collect/base/text_file.h"
 #include "monitor/alert.h"
+#include "runtime/clean_text.h"
 #include "runtime/field_text.h"
 #include "runtime/send_alert.h"
 #include "runtime/trace.h"
@@ -352,11 +353,13 @@ DiskEventTexts tavstrg::diskEventTexts(const DiskEvent &event, bool repeated)
     DiskEventTexts texts = {};
     addText(texts, "%s", event.disk.address);
     addText(texts, "%s", event.disk.label);
-    addText(texts, "Serial Number : %s", event.disk.serial[0] != '\0' ? event.disk.serial : event.disk.wwid);
+    char clean[sizeof event.disk.serial];
+    const char *const identity = event.disk.serial[0] != '\0' ? event.disk.serial : event.disk.wwid;
+    addText(texts, "Serial Number : %s", publishedText(identity, clean));
     addText(texts, "Kernel Name : %s", event.disk.name);
     addText(texts, "Event : %u%s", event.number, repeated ? " (repeated)" : "");
     if (event.change == DiskChange::replaced) {
-        addText(texts, "Replaced Serial Number : %s", event.former);
+        addText(texts, "Replaced Serial Number : %s", publishedText(event.former, clean));
     }
     return texts;
 }

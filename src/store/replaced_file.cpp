@@ -3,7 +3,9 @@
 
 #include "runtime/holders.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -89,6 +91,46 @@ Turn takeTurn(int fd, const char *temporary, int &error)
     return Turn::others;
 }
 
+// Whether a file is as a save leaves it, its content aside.
+bool looksSaved(const struct stat &info, size_t size)
+{
+    return S_ISREG(info.st_mode) && (info.st_mode & ALLPERMS) == kOwnerOnly && isOwn(info) &&
+           static_cast<size_t>(info.st_size) == size;
+}
+
+// Whether a new file could be made and renamed: the directory can be written to, and nothing is in its place.
+bool couldReplace(const ReplacedFile &place)
+{
+    struct stat info = {};
+    return ::faccessat(AT_FDCWD, place.directory, W_OK | X_OK, AT_EACCESS) == 0 &&
+           ::lstat(place.temporary, &info) != 0 && errno == ENOENT;
+}
+
+// Whether the rest of the file has these bytes and no more.
+bool readsAs(int fd, std::span<const uint8_t> bytes)
+{
+    uint8_t buffer[4096];
+    for (;;) {
+        const ssize_t got = ::read(fd, buffer, sizeof buffer);
+        const auto length = static_cast<size_t>(std::max<ssize_t>(got, 0));
+        if (got <= 0 || length > bytes.size() || std::memcmp(buffer, bytes.data(), length) != 0) {
+            return got == 0 && bytes.empty();
+        }
+        bytes = bytes.subspan(length);
+    }
+}
+
+bool fileHas(const char *path, std::span<const uint8_t> state)
+{
+    struct stat info = {};
+    if (::lstat(path, &info) != 0 || !looksSaved(info, state.size())) {
+        return false;
+    }
+    // O_NOATIME: the reading does not change the file either.
+    const FileDesc file(::open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | O_NOATIME));
+    return file && ::fstat(file.get(), &info) == 0 && looksSaved(info, state.size()) && readsAs(file.get(), state);
+}
+
 // The name is on the disk only when its directory is. The new file is in place already, so a failure is ignored.
 void syncDirectory(const char *path)
 {
@@ -140,4 +182,9 @@ bool tavstrg::putInPlace(const ReplacedFile &place)
 void tavstrg::dropReplacement(const ReplacedFile &place)
 {
     ::unlink(place.temporary);
+}
+
+bool tavstrg::isInPlace(const ReplacedFile &place, std::span<const uint8_t> bytes)
+{
+    return couldReplace(place) && fileHas(place.file, bytes);
 }

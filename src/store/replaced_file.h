@@ -3,6 +3,8 @@
 // or a power failure leaves the old file or the new one, never a part of one.
 #pragma once
 
+#include <cstdint>
+#include <span>
 #include <string_view>
 
 namespace tavstrg {
@@ -29,5 +31,7 @@ int openReplacement(const ReplacedFile &place, int &error);
 bool putInPlace(const ReplacedFile &place);
 // Removes the temporary file.
 void dropReplacement(const ReplacedFile &place);
+// Whether a replacement by these bytes is possible and would change nothing. What cannot be found out is no.
+bool isInPlace(const ReplacedFile &place, std::span<const uint8_t> bytes);
 
 } // namespace tavstrg

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // Saving so that a crash, a full disk or a power failure leaves either the old file or the new one, never a part of
-// one.
+// one. A file that would not change is not written: a pass in which nothing changed does not wake the system's disk.
 #include "runtime/holders.h"
 #include "runtime/trace.h"
 #include "store/replaced_file.h"
+#include "store/state_file_layout.h"
 #include "store/store.h"
 
 #include <cerrno>
@@ -34,13 +35,8 @@ std::FILE *streamOver(const FileDesc &file, int &error)
     return stream;
 }
 
-} // namespace
-
-SaveResult tavstrg::strgSaveBinFile(DatInfo *records, int &error)
+SaveResult replaceFile(DatInfo *records, int &error)
 {
-    const std::lock_guard held(saving);
-    TRACE(kDetail, "fopen[%s]", kSavedStateFile);
-    error = 0;
     const FileDesc locked(openReplacement(kPlace, error)); // until the file has its name
     FilePtr file(streamOver(locked, error));
     if (!file) {
@@ -55,4 +51,54 @@ SaveResult tavstrg::strgSaveBinFile(DatInfo *records, int &error)
         return SaveResult::notWritten;
     }
     return putInPlace(kPlace) ? SaveResult::saved : SaveResult::notWritten;
+}
+
+// Whether a save would replace the file by one with the same bytes. What cannot be found out is no.
+bool isOnDisk(const DatInfo *records)
+{
+    size_t size = 0;
+    {
+        const std::shared_lock held(g_recordsLock);
+        size = stateFileSize(records);
+    }
+    HeapBlock<uint8_t> state(std::malloc(size)); // not memalloc, which traces: a save of the same state traces the same
+    if (!state) {
+        return false;
+    }
+    {
+        const std::shared_lock held(g_recordsLock);
+        if (!composeStateFile(records, {state.get(), size})) {
+            return false;
+        }
+    }
+    return isInPlace(kPlace, {state.get(), size});
+}
+
+ssize_t discard(void *, const char *, size_t size)
+{
+    return static_cast<ssize_t>(size);
+}
+
+// A stream that takes everything and writes it nowhere; null if memory is short.
+std::FILE *streamToNowhere()
+{
+    return ::fopencookie(nullptr, "wb", {nullptr, discard, nullptr, nullptr});
+}
+
+} // namespace
+
+SaveResult tavstrg::strgSaveBinFile(DatInfo *records, int &error)
+{
+    const std::lock_guard held(saving);
+    TRACE(kDetail, "fopen[%s]", kSavedStateFile);
+    error = 0;
+    FilePtr nowhere(isOnDisk(records) ? streamToNowhere() : nullptr);
+    if (!nowhere) {
+        return replaceFile(records, error);
+    }
+    // The steps and their traces are those of a file that is written. Whoever changes the records meanwhile saves them.
+    TRACE(kDetail, "strgPutBinFile()");
+    const bool put = strgPutBinFile(nowhere.get(), records) == 0;
+    TRACE(kDetail, "fclose");
+    return nowhere.close() == 0 && put ? SaveResult::saved : SaveResult::notWritten;
 }
