@@ -44,14 +44,14 @@ struct CurrentDevice {
 
 // What is the same for all devices of the walk.
 struct Walk {
-    const SCSIDiskNameTable *names;
+    const DiskNaming &naming;
     const DeviceFilter &filter;
 };
 
 int fillDisk(const Walk &walk, CurrentDevice &device)
 {
-    char name[kDiskNameSize] = "";
-    if (TAVStorageGetSCSIDeviceName(walk.names, &device.info, name) < 0) {
+    char name[kDiskPathSize] = "";
+    if (walk.naming.find(walk.naming.table, device.info, name) < 0) {
         return TRACED(-1, kFailure, "TAVStorageGetSCSIDeviceName() failed!!");
     }
     if (isListedUnmanaged(walk.filter, device.info)) {
@@ -146,9 +146,9 @@ int GetSCSIDevSpeed(const SCSIDeviceInfo &device, std::string_view driver, const
     return TRACED(-1, kDetail, "_OUT_ (-1)");
 }
 
-int tavstrg::fillSCSIDevices(const SCSIDeviceInfo *list, const SCSIDiskNameTable *names, const DeviceFilter &filter)
+int tavstrg::fillSCSIDevices(const SCSIDeviceInfo *list, const DiskNaming &naming, const DeviceFilter &filter)
 {
-    const Walk walk{names, filter};
+    const Walk walk{naming, filter};
     const SCSIDeviceInfo *device = list;
     for (; device != nullptr && collection().scsi_dev_cnt < collection().TotalSCSIDevice; device = device->next) {
         cancellationPoint();
@@ -170,7 +170,8 @@ int MakeSCSIDeviceTable()
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
     SCSIDiskNameTable names;
-    if (GetSCSIDeviceName_IDArray(collection().g_SCSIDeviceInfo, &names) == 0) {
+    const DiskNaming naming = namingOf(collection().options, collection().g_SCSIDeviceInfo, names);
+    if (naming.find == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ ret is 0!");
     }
     if (collection().g_SCSIDeviceInfo == nullptr) { // not reached: the name table fails first without a list
@@ -192,7 +193,7 @@ int MakeSCSIDeviceTable()
     if (filter.loadUnmanaged() < 0) {
         return TRACED(-1, kFailure, "_OUT_ CreateNoSCSIInfoTable() failed");
     }
-    const int result = fillSCSIDevices(collection().g_SCSIDeviceInfo, &names, filter);
+    const int result = fillSCSIDevices(collection().g_SCSIDeviceInfo, naming, filter);
     filter.release();
     return TRACED(result, result < 0 ? kFailure : kDetail, "_OUT_ ret=[%d]", result);
 }

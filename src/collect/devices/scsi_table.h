@@ -17,7 +17,7 @@ namespace tavstrg {
 // The two walks over the discovery list: count into the totals; fill the tables, until the SCSI table is full. The
 // second returns 0, or -1 also when a managed device is left over.
 void countSCSIDevices(const SCSIDeviceInfo *list, const DeviceFilter &filter);
-int fillSCSIDevices(const SCSIDeviceInfo *list, const SCSIDiskNameTable *names, const DeviceFilter &filter);
+int fillSCSIDevices(const SCSIDeviceInfo *list, const DiskNaming &naming, const DeviceFilter &filter);
 
 // The next entry of the SCSI device table, as far as the discovery list has its values.
 SCSIDeviceEntry newSCSIDeviceEntry(const SCSIDeviceInfo &device, const DeviceKind &kind);

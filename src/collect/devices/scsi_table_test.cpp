@@ -26,7 +26,7 @@ protected:
     int fill(SCSIDiskNameTable *names)
     {
         const TraceScope scope("MakeSCSIDeviceTable");
-        return fillSCSIDevices(lists_.scsiList(), names, filter_);
+        return fillSCSIDevices(lists_.scsiList(), namingByTable(names), filter_);
     }
 
     TraceRecorder trace_;
@@ -238,7 +238,7 @@ TEST_F(ScsiDevices, AManagedDeviceThatIsLeftOverFails)
     collection().TotalSCSIDevice = 1;
     collection().TotalCdromDevice = 2;
     ASSERT_EQ(MallocDeviceTable(), 0);
-    EXPECT_EQ(fillSCSIDevices(lists_.scsiList(), &names_, filter_), -1);
+    EXPECT_EQ(fillSCSIDevices(lists_.scsiList(), namingByTable(&names_), filter_), -1);
     EXPECT_EQ(collection().scsi_dev_cnt, 1);
 }
 
@@ -250,7 +250,7 @@ TEST_F(ScsiDevices, AClassTableThatIsTooSmallFails)
         ASSERT_EQ(MallocDeviceTable(), 0);
         SCSIDeviceInfo only = lists_.scsi(0, type);
         only.next = nullptr;
-        EXPECT_EQ(fillSCSIDevices(&only, &names_, filter_), -1) << type;
+        EXPECT_EQ(fillSCSIDevices(&only, namingByTable(&names_), filter_), -1) << type;
         EXPECT_EQ(collection().scsi_dev_cnt, 0);
         FreeDeviceTable();
     }
