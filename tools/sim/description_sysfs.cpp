@@ -79,16 +79,30 @@ void readBlock(Fields &fields, DeviceDescription &device)
     block.readOnly = fields.flag("readOnly", device.type == kCdrom);
 }
 
+void readPower(Fields fields, PowerDescription &power)
+{
+    const std::string state = fields.oneOf("state", {"active", "idle", "standby", "sleep"});
+    power.state = state == "idle"      ? Power::idle
+                  : state == "standby" ? Power::standby
+                  : state == "sleep"   ? Power::sleep
+                                       : Power::active;
+    power.idleTimer = fields.number<unsigned>("idleTimer", 0);
+    power.standbyTimer = fields.number<unsigned>("standbyTimer", 0);
+    power.spinUpMs = fields.number<unsigned>("spinUpMs", 0);
+    power.reported = fields.flag("reported", true);
+    power.runtimeStatus =
+        fields.oneOf("runtimeStatus", {"active", "suspended", "suspending", "resuming", "error", "unsupported"});
+    fields.finish();
+}
+
 } // namespace
 
 void readSysfs(Fields &fields, DeviceDescription &device)
 {
     readIdentity(fields, device.identity);
     readBlock(fields, device);
-    if (std::optional<Fields> power = fields.object("power")) {
-        device.identity.runtimeStatus =
-            power->oneOf("runtimeStatus", {"active", "suspended", "suspending", "resuming", "error", "unsupported"});
-        power->finish();
+    if (const std::optional<Fields> power = fields.object("power")) {
+        readPower(*power, device.power);
     }
 }
 

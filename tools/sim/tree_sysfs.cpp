@@ -134,7 +134,7 @@ void addDevice(Tree &tree, const DeviceDescription &device, const TreePath &host
     tree[directory / "type"] = {Node::file, std::to_string(device.type) + "\n"};
     tree[directory / "scsi_level"] = {Node::file, std::to_string(device.ansiVersion + 1) + "\n"};
     tree[directory / "state"] = {Node::file, device.identity.state + "\n"};
-    tree[directory / "power" / "runtime_status"] = {Node::file, device.identity.runtimeStatus + "\n", 0444};
+    tree[directory / "power" / "runtime_status"] = {Node::file, device.power.runtimeStatus + "\n", 0444};
     addPages(tree, device, directory, kernel);
     if (!device.node.empty() && device.hasBlocks()) {
         addBlock(tree, device, directory);
