@@ -11,6 +11,8 @@
 
 using namespace tavstrg;
 
+NodeUse tavstrg::g_nodeUse = NodeUse::kAsAsked;
+
 int tavstrg::openDevice(const char *path, int mode)
 {
     struct stat status {};
@@ -18,12 +20,14 @@ int tavstrg::openDevice(const char *path, int mode)
         errno = EFAULT;
         return -1;
     }
-    // O_NONBLOCK would not wait for a FIFO either, but it also opens drives without a medium, which must fail.
+    // O_NONBLOCK would not wait for a FIFO either, but it also opens drives without a medium, which must fail as long
+    // as nothing else is asked for.
     if (::stat(path, &status) == 0 && S_ISFIFO(status.st_mode)) {
         errno = ENODEV;
         return -1;
     }
-    return ::open(path, mode | O_NOCTTY | O_CLOEXEC);
+    const int flags = g_nodeUse == NodeUse::kReadOnly ? O_RDONLY | O_NONBLOCK : mode;
+    return ::open(path, flags | O_NOCTTY | O_CLOEXEC);
 }
 
 std::FILE *tavstrg::openProcText(const char *path)
