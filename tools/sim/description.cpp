@@ -13,6 +13,8 @@ namespace sim {
 
 namespace {
 
+constexpr double kLongestClock = 1e9; // 32 years
+
 void readHost(Fields fields, Description &description)
 {
     HostDescription host;
@@ -141,6 +143,7 @@ void readMachine(Fields fields, Description &description, const std::vector<Devi
     const bool old = kernelNumber(description.kernel) < 2006000;
     description.sysfs = fields.flag("sysfs", !old);
     description.procfs = fields.flag("procfs", old);
+    description.clock = fields.seconds("clock", kLongestClock);
     description.seed = fields.number<uint64_t>("seed", 1);
     for (const Fields &host : fields.objects("hosts")) {
         readHost(host, description);

@@ -24,6 +24,20 @@ struct Command {
     std::vector<uint8_t> bytes; // CDB of SG_IO and SCSI_IOCTL_SEND_COMMAND; the argument block of the HDIO commands
 };
 
+// An attempt to open a device node.
+struct Opening {
+    std::string node; // "/dev/sda"
+    int flags;        // of open(); a stream's mode is given as O_RDONLY, O_WRONLY or O_RDWR
+    int error;        // with which the description makes it fail, or 0
+};
+
+struct DiskPower {
+    std::string condition; // "active", "idle", "standby", "sleep"
+    unsigned spinUps = 0;  // how often it was woken from standby, sleep or runtime suspension
+    unsigned resumes = 0;  // how often the kernel ended its runtime suspension
+    bool suspended = false;
+};
+
 class Machine {
 public:
     // Makes a machine from its description (docs/SIMULATOR.md) in a new temporary directory. Throws std::runtime_error
@@ -56,10 +70,30 @@ public:
     // Requests that reached the devices since the last forgetCommands, in order.
     std::vector<Command> commands() const;
     void forgetCommands();
+    // Attempts to open device nodes since the last forgetOpenings, in order.
+    std::vector<Opening> openings() const;
+    void forgetOpenings();
     unsigned unknownIoctls() const;
     // Whether SMART (ATA) or informational exceptions (SCSI) are enabled in the device of a node ("/dev/sda"). False
     // also if there is no such device or it supports neither. Sends no command.
     bool smartSwitchedOn(std::string_view node) const;
+    // Of the disk of a node; all fields are empty if there is none. Sends no command.
+    DiskPower power(std::string_view node) const;
+    // The machine has a clock of its own, which only this advances (and "clock" of a description): timers of disks run
+    // by it.
+    void advanceClock(double seconds);
+    // Programs of the machine read and write a disk, which wakes it: counted in its "stat".
+    void useDisk(std::string_view node, unsigned reads, unsigned writes);
+
+    // From now on every request to a device, and opening its nodes, hangs until it is released or removed, whatever the
+    // command's own timeout.
+    void hold(std::string_view node);
+    // Ends what hangs on a device, also by a fault with "hang"; later requests meet that fault again.
+    void release(std::string_view node);
+    unsigned waiting(std::string_view node) const; // requests and openings that hang
+    // Waits until at least that many hang. Returns false if they do not after the given seconds.
+    bool awaitWaiting(std::string_view node, unsigned number, double seconds) const;
+
     // Number of descriptors and streams open on paths of the machine.
     int openDescriptors() const;
 };
