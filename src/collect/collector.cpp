@@ -4,10 +4,8 @@
 #include "collect/collection/collection.h"
 #include "collect/controllers/controller_build.h"
 #include "collect/devices/device_build.h"
-#include "collect/devices/scsi_table.h"
 #include "collect/record_map.h"
 #include "devcmd/kernel/kernel_version.h"
-#include "devcmd/open_device.h"
 #include "devcmd/smart/smart_watch.h"
 #include "devcmd/transport/transport.h"
 #include "runtime/memory.h"
@@ -91,14 +89,6 @@ int chooseTransport()
     return 0;
 }
 
-// How the disks are asked.
-void chooseDiskHandling(const Options &options)
-{
-    const bool byState = options.has(Option::smartState);
-    g_nodeUse = byState ? NodeUse::kReadOnly : NodeUse::kAsAsked;
-    g_makeDisk = byState ? makeDiskByState : makeDisk;
-}
-
 // Count and array of one class: 0, or -1 when memory is short.
 int allocateRecords(const Collection &all, const CollectedClass &collected, DatInfo &dat)
 {
@@ -130,7 +120,6 @@ int strgGetCurrentInfo(int smartmode, DatInfo *descriptors)
     }
 
     Collection all;
-    chooseDiskHandling(all.options);
     if (DllMain() < 0) {
         TRACE(kFailure, "DllMain Failure!!");
         all.release();

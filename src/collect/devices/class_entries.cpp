@@ -4,10 +4,8 @@
 #include "collect/collection/collection.h"
 #include "collect/devices/device_number.h"
 #include "collect/devices/ide_table.h"
-#include "collect/devices/life_span_table.h"
 #include "collect/devices/scsi_table.h"
 #include "devcmd/geometry.h"
-#include "devcmd/smart/smart_state.h"
 #include "devcmd/smart/smart_watch.h"
 #include "devcmd/transport/transport.h"
 #include "runtime/cancel.h"
@@ -65,38 +63,7 @@ HardDiskEntry newDisk(const char *devName, std::string_view driver)
     return disk;
 }
 
-// What comes before SMART: 0, or -1.
-int readGeometryAndKind(const char *devName, HardDiskEntry &disk)
-{
-    if (GetSCSIHDGeometry(devName, &disk) < 0) {
-        return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
-    }
-    cancellationPoint(); // a stop need not wait for all the commands of a disk that does not answer
-    fetch_sata_type(&disk);
-    cancellationPoint();
-    return 0;
-}
-
-int appendDisk(const HardDiskEntry &disk)
-{
-    return appendTraced(collection().pHDDevTbl, collection().TotalHDDevice, collection().hd_dev_cnt, disk);
-}
-
-// A disk whose wear is to be read.
-struct WornDisk {
-    const char *devName;
-    const SCSIDeviceEntry *device;
-};
-
-void readWear(const void *context)
-{
-    const auto *const disk = static_cast<const WornDisk *>(context);
-    GetLifeSpanInfo(disk->devName, disk->device);
-}
-
 } // namespace
-
-DiskMaker tavstrg::g_makeDisk = makeDisk;
 
 int MakeSCSIHDDevice(const char *devName, std::string_view gDriverName)
 {
@@ -106,34 +73,14 @@ int MakeSCSIHDDevice(const char *devName, std::string_view gDriverName)
         return TRACED(-1, kFailure, "_OUT_ param(devName) Failure!!");
     }
     HardDiskEntry disk = newDisk(devName, gDriverName);
-    if (readGeometryAndKind(devName, disk) < 0) {
-        return -1;
+    if (GetSCSIHDGeometry(devName, &disk) < 0) {
+        return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
     }
-    TAVStorageSmartWatch(&disk);
-    return appendDisk(disk);
-}
-
-int tavstrg::makeDisk(const char *devName, std::string_view gDriverName, const SCSIDeviceEntry &device)
-{
-    if (MakeSCSIHDDevice(devName, gDriverName) < 0) {
-        return TRACED(-1, kFailure, "MakeSCSIHDDevice() failed!!");
-    }
+    cancellationPoint(); // a stop need not wait for all the commands of a disk that does not answer
+    fetch_sata_type(&disk);
     cancellationPoint();
-    GetLifeSpanInfo(devName, &device);
-    return 0;
-}
-
-int tavstrg::makeDiskByState(const char *devName, std::string_view gDriverName, const SCSIDeviceEntry &device)
-{
-    const TraceScope scope;
-    TRACE(kDetail, "_IN_");
-    HardDiskEntry disk = newDisk(devName, gDriverName);
-    if (readGeometryAndKind(devName, disk) < 0) {
-        return -1;
-    }
-    const WornDisk worn{devName, &device};
-    watchSmartState(disk, {readWear, &worn});
-    return appendDisk(disk);
+    TAVStorageSmartWatch(&disk);
+    return appendTraced(collection().pHDDevTbl, collection().TotalHDDevice, collection().hd_dev_cnt, disk);
 }
 
 int MakeSCSITapeDevice(std::string_view gDriverName)

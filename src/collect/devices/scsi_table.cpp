@@ -3,6 +3,7 @@
 
 #include "collect/base/flat_table.h"
 #include "collect/collection/collection.h"
+#include "collect/devices/life_span_table.h"
 #include "collect/devices/serial_number.h"
 #include "runtime/cancel.h"
 #include "runtime/field_text.h"
@@ -61,7 +62,12 @@ int fillDisk(const Walk &walk, CurrentDevice &device)
         return TRACED(-1, kFailure, "TAVStorageGetSCSIDeviceSerialNumber() failed!!");
     }
     cancellationPoint(); // a stop need not wait for all the commands of a disk that does not answer
-    return g_makeDisk(name, device.driverName(), device.entry) < 0 ? -1 : appendSCSIDevice(device.entry);
+    if (MakeSCSIHDDevice(name, device.driverName()) < 0) {
+        return TRACED(-1, kFailure, "MakeSCSIHDDevice() failed!!");
+    }
+    cancellationPoint();
+    GetLifeSpanInfo(name, &device.entry);
+    return appendSCSIDevice(device.entry);
 }
 
 int fillByClass(const Walk &walk, CurrentDevice &device)

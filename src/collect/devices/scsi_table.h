@@ -22,15 +22,6 @@ int fillSCSIDevices(const SCSIDeviceInfo *list, const SCSIDiskNameTable *names, 
 // The next entry of the SCSI device table, as far as the discovery list has its values.
 SCSIDeviceEntry newSCSIDeviceEntry(const SCSIDeviceInfo &device, const DeviceKind &kind);
 
-// Asks a disk and writes its entry in the hard-disk table, and in the life-span table if its wear is reported. device
-// is its SCSI device entry, not yet in the table. Returns 0, or -1, traced.
-using DiskMaker = int (*)(const char *devName, std::string_view gDriverName, const SCSIDeviceEntry &device);
-int makeDisk(const char *devName, std::string_view gDriverName, const SCSIDeviceEntry &device);
-// The same, but SMART is handled by watchSmartState, and the wear is read while it is on.
-int makeDiskByState(const char *devName, std::string_view gDriverName, const SCSIDeviceEntry &device);
-
-extern DiskMaker g_makeDisk; // set by every collection
-
 } // namespace tavstrg
 
 // Transfer width of a device's bus. Returns 0, or -1 when the adapter's driver is not among the managed ones. No class

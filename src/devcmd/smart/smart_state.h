@@ -10,8 +10,8 @@ constexpr int16_t kVerdictUnknown = -1; // SmartPredict
 
 // What else is asked of a disk while its SMART is on. context outlives the call that it is handed to.
 struct WhileSmartOn {
-    void (*work)(const void *context) = nullptr; // null: nothing
-    const void *context = nullptr;
+    void (*work)(void *context) = nullptr; // null: nothing
+    void *context = nullptr;
 };
 
 // Called once for every SCSI hard disk of a collection, after fetch_sata_type, with DevKind, DevPath and fresh SMART
