@@ -13,7 +13,7 @@
 
 using namespace tavstrg;
 
-NodeUse tavstrg::g_nodeUse = NodeUse::kAsAsked;
+std::atomic<NodeUse> tavstrg::g_nodeUse = NodeUse::kAsAsked;
 
 namespace {
 

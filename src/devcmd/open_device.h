@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdio>
 #include <string_view>
@@ -15,7 +16,7 @@ enum class NodeUse {
                // command on such a descriptor, and udev does not probe the disk when it is closed, as after one for
                // writing
 };
-extern NodeUse g_nodeUse; // how nodes are opened; set by every collection
+extern std::atomic<NodeUse> g_nodeUse; // how nodes are opened; set by every collection
 
 // Opens a device node with O_RDONLY or O_RDWR, or as g_nodeUse says: a descriptor, which the caller closes, or -1 with
 // errno. A null path, and a FIFO in place of the node (opening one would wait for its other end), are failed opens.
