@@ -4,6 +4,7 @@
 
 #include "collect/collection/collection.h"
 #include "collect/collector.h"
+#include "devcmd/open_device.h"
 #include "devcmd/smart/smart_watch.h"
 #include "devcmd/transport/transport.h"
 #include "endurance/endurance.h"
@@ -33,6 +34,7 @@ protected:
         collected_.reset();
         machine_.reset();
         takeOptions(); // no file any more: nothing is on
+        g_nodeUse = NodeUse::kAsAsked;
     }
 
     void boot(json machine)

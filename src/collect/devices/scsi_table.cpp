@@ -168,6 +168,8 @@ int MakeSCSIDeviceTable()
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
+    const DiskMethods &methods = methodsOf(collection().options);
+    g_nodeUse = methods.nodes;
     SCSIDiskNameTable names;
     const DiskNaming naming = namingOf(collection().options, collection().g_SCSIDeviceInfo, names);
     if (naming.find == nullptr) {
@@ -192,7 +194,7 @@ int MakeSCSIDeviceTable()
     if (filter.loadUnmanaged() < 0) {
         return TRACED(-1, kFailure, "_OUT_ CreateNoSCSIInfoTable() failed");
     }
-    AskNow asker(naming, methodsOf(collection().options));
+    AskNow asker(naming, methods);
     const int result = fillSCSIDevices(collection().g_SCSIDeviceInfo, asker, filter);
     filter.release();
     return TRACED(result, result < 0 ? kFailure : kDetail, "_OUT_ ret=[%d]", result);
