@@ -210,8 +210,7 @@ bool fileHas(std::span<const uint8_t> state)
         return false;
     }
     // O_NOATIME: the reading does not change the file either.
-    const FileDesc file(
-        ::open(kSavedStateFile, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | O_NOATIME));
+    const FileDesc file(::open(kSavedStateFile, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | O_NOATIME));
     return file && ::fstat(file.get(), &info) == 0 && looksSaved(info, state.size()) && readsAs(file.get(), state);
 }
 
