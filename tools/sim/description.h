@@ -18,7 +18,16 @@ struct Geometry {
 };
 
 // SCSI peripheral device types (SPC-4, INQUIRY) that the simulated machine treats differently from the rest.
-enum PeripheralType : int { kDisk = 0, kTape = 1, kWorm = 4, kCdrom = 5, kOptical = 7, kEnclosure = 13 };
+enum PeripheralType : int {
+    kDisk = 0,
+    kTape = 1,
+    kWorm = 4,
+    kCdrom = 5,
+    kOptical = 7,
+    kEnclosure = 13,
+    kReduced = 14, // RBC: reduced block commands
+    kZoned = 20    // ZBC: host-managed zones
+};
 
 // Kinds of request, for faults. Each request is of one kind before ata and belongs to the groups from ata on that
 // include it.
@@ -35,14 +44,16 @@ enum class Kind {
     smartDisable,
     smartStatus,
     smartData,
+    powerMode,
     modeSense,
     modeSelect,
     logSense,
     requestSense,
+    open,  // opening a node: no request, and in no group
     other, // the last kind; groups follow
     ata,   // every ATA command, by whatever ioctl
     scsi,  // every SCSI command
-    any
+    any    // every ioctl
 };
 
 struct Fault {
@@ -52,10 +63,12 @@ struct Fault {
     double probability = 1; // of these requests
     unsigned delayMs = 0;
     double hangSeconds = 0;
+    bool hang = false;   // until a test releases the device
     int errorNumber = 0; // the ioctl fails with it
     int hostStatus = 0;  // of the SG_IO reply
     int driverStatus = 0;
     std::vector<uint8_t> sense; // the command ends in CHECK CONDITION with these bytes
+    bool operator==(const Fault &) const = default;
     bool fails() const { return errorNumber != 0 || hostStatus != 0 || driverStatus != 0 || !sense.empty(); }
 };
 
@@ -93,6 +106,44 @@ struct ExceptionsDescription {
     bool predicting = false;
 };
 
+// What the kernel keeps about a device's identity and shows in sysfs without asking the device.
+struct IdentityDescription {
+    std::vector<uint8_t> wwn; // 8 or 16 bytes, as an NAA designator; empty: none
+    // VPD pages that replace those made up from the other fields; nullopt: the device has no such page.
+    std::map<uint8_t, std::optional<std::vector<uint8_t>>> vpdPages;
+    std::optional<std::string> wwid; // nullopt: as the kernel derives it from page 83
+    std::string state = "running";   // file "state" of the device
+};
+
+// Conditions of a disk, from the one in which it does most to the one in which it does least.
+enum class Power { active, idle, standby, sleep };
+
+struct PowerDescription {
+    Power state = Power::active;
+    unsigned idleTimer = 0;               // seconds without a command until the disk is idle; 0: never
+    unsigned standbyTimer = 0;            // the same until it spins down
+    unsigned spinUpMs = 0;                // how much longer the command takes that wakes it
+    bool reported = true;                 // the disk answers CHECK POWER MODE, or REQUEST SENSE with its condition
+    std::string runtimeStatus = "active"; // of the kernel's runtime power management
+    bool operator==(const PowerDescription &) const = default;
+};
+
+// Attributes of a block device in sysfs.
+struct BlockDescription {
+    unsigned physicalSectorSize = 0;      // 0: the logical one
+    std::optional<unsigned> rotationRate; // per minute, 0: solid state; nullopt: not reported
+    uint64_t reads = 0, writes = 0;       // requests so far, file "stat"
+    bool removable = false, readOnly = false;
+};
+
+// A bay of an enclosure.
+struct SlotDescription {
+    std::string name;
+    unsigned number = 0;
+    std::string device; // SCSI address of the device in it, "0:0:1:0"; empty: none
+    bool fault = false, locate = false;
+};
+
 struct DeviceDescription {
     int host = -1, channel = 0, id = 0, lun = 0; // host -1: a drive of the IDE driver
     int type = kDisk;
@@ -105,21 +156,32 @@ struct DeviceDescription {
     std::optional<Geometry> geometry; // none: HDIO_GETGEO fails
     std::string node, genericNode;    // "sda", "sg0"; empty: none
     int openError = 0;                // opening the node fails with it
+    int writeOpenError = 0;           // opening it for writing fails with it
     unsigned delayMs = 0;             // duration of every request
     unsigned ansiVersion = 5;
     bool descriptorSense = false; // sense data in descriptor format (a SCSI disk's D_SENSE)
+    bool fixedAtaStatus = false;  // registers of ATA PASS-THROUGH are in fixed-format sense data (SAT-4)
     SmartDescription smart;
     ExceptionsDescription exceptions;
+    IdentityDescription identity;
+    PowerDescription power;
+    BlockDescription block;
     std::vector<Fault> faults;
+    std::string enclosureId; // of an enclosure, "0x500304801f2c3d3d"
+    std::vector<SlotDescription> slots;
 
+    std::string address() const; // "0:0:1:0": host, channel, id and LUN
     bool isIde() const { return host < 0; }
-    bool hasDiskName() const { return type == kDisk || type == kOptical || type == 14 || type == 20; }
+    bool hasDiskName() const { return type == kDisk || type == kOptical || type == kReduced || type == kZoned; }
+    bool hasBlocks() const { return hasDiskName() || type == kCdrom || type == kWorm; }
+    bool isAtaDisk() const { return ata && (type == kDisk || type == kZoned); }
 };
 
 struct HostDescription {
     int number = 0;
     std::string driver;
     std::string pciAddress; // "0000:00:1f.2"; empty: chosen by the driver's name
+    std::string transport;  // "ata", "sas", "usb", "virtio", "pci"; empty: by the driver's name
 };
 
 struct IdeChannel {
@@ -150,6 +212,7 @@ struct Description {
     bool libraries = false;                               // the agent's libraries are in its lib directory
     std::string libraryDirectory; // source of the libraries; empty: the directory of this library
     uint64_t seed = 1;
+    double clock = 0; // seconds that have passed on the machine's clock
 };
 
 // Throws std::runtime_error naming the place in the description and what is wrong there.

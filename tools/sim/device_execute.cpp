@@ -145,7 +145,7 @@ int driveCommand(Device &device, uint8_t *block)
     if (device.is.isIde() || (!data && !reply.failed())) {
         block[0] = reply.status;
         block[1] = reply.error;
-        block[2] = device.is.isIde() && smart && data ? 1 : 0;
+        block[2] = device.is.isIde() && smart && data ? 1 : reply.registers.count;
     }
     return reply.failed() ? failWith(EIO) : 0;
 }
@@ -173,11 +173,6 @@ int driveTask(Device &device, uint8_t *block)
 
 // ---- requests that the kernel answers by itself ----
 
-bool hasBlocks(const DeviceDescription &device)
-{
-    return device.hasDiskName() || device.type == kCdrom || device.type == kWorm;
-}
-
 int replyAddress(const Device &device, void *argument)
 {
     const DeviceDescription &is = device.is;
@@ -194,7 +189,7 @@ int replyAddress(const Device &device, void *argument)
 
 int replyGeometry(const Device &device, void *argument)
 {
-    if (!hasBlocks(device.is)) {
+    if (!device.is.hasBlocks()) {
         return failWith(EINVAL);
     }
     if (!device.is.geometry || device.is.type == kCdrom) {
@@ -241,7 +236,7 @@ int executeRequest(Device &device, unsigned long number, void *argument, const F
     default:
         break;
     }
-    if (!hasBlocks(device.is)) {
+    if (!device.is.hasBlocks()) {
         return failWith(EINVAL);
     }
     if (number == BLKSSZGET) {

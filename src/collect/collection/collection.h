@@ -10,6 +10,7 @@
 #include "collect/scsi/scsi_discovery.h"
 #include "collect/scsi/sys_hosts.h"
 #include "devcmd/open_device.h"
+#include "runtime/options.h"
 
 #include <cstdint>
 
@@ -83,6 +84,8 @@ struct Collection {
 
     SysHosts sysHosts;     // read when first asked for
     KnownNodes knownNodes; // the nodes that this collection opened before
+
+    const Options options = currentOptions(); // what the administrator has switched on
 
 private:
     Collection *const outer_;
