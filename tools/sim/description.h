@@ -136,6 +136,14 @@ struct BlockDescription {
     bool removable = false, readOnly = false;
 };
 
+// A bay of an enclosure.
+struct SlotDescription {
+    std::string name;
+    unsigned number = 0;
+    std::string device; // SCSI address of the device in it, "0:0:1:0"; empty: none
+    bool fault = false, locate = false;
+};
+
 struct DeviceDescription {
     int host = -1, channel = 0, id = 0, lun = 0; // host -1: a drive of the IDE driver
     int type = kDisk;
@@ -159,7 +167,10 @@ struct DeviceDescription {
     PowerDescription power;
     BlockDescription block;
     std::vector<Fault> faults;
+    std::string enclosureId; // of an enclosure, "0x500304801f2c3d3d"
+    std::vector<SlotDescription> slots;
 
+    std::string address() const; // "0:0:1:0": host, channel, id and LUN
     bool isIde() const { return host < 0; }
     bool hasDiskName() const { return type == kDisk || type == kOptical || type == kReduced || type == kZoned; }
     bool hasBlocks() const { return hasDiskName() || type == kCdrom || type == kWorm; }
@@ -170,6 +181,7 @@ struct HostDescription {
     int number = 0;
     std::string driver;
     std::string pciAddress; // "0000:00:1f.2"; empty: chosen by the driver's name
+    std::string transport;  // "ata", "sas", "usb", "virtio", "pci"; empty: by the driver's name
 };
 
 struct IdeChannel {

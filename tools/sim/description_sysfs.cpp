@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <bit>
 #include <charconv>
+#include <set>
+#include <string>
 
 namespace sim {
 
@@ -95,12 +97,35 @@ void readPower(Fields fields, PowerDescription &power)
     fields.finish();
 }
 
+void readSlots(Fields &fields, DeviceDescription &device)
+{
+    device.enclosureId = fields.text("enclosureId", "");
+    std::set<std::string> names;
+    for (Fields of : fields.objects("slots")) {
+        SlotDescription slot;
+        slot.name = of.fileName("name", "Slot " + std::to_string(device.slots.size()));
+        slot.number = of.number<unsigned>("number", static_cast<unsigned>(device.slots.size()));
+        slot.device = of.text("device", "");
+        slot.fault = of.flag("fault", false);
+        slot.locate = of.flag("locate", false);
+        of.finish();
+        if (!names.insert(slot.name).second) {
+            of.fail("name", "duplicate " + slot.name);
+        }
+        device.slots.push_back(slot);
+    }
+    if (!device.slots.empty() && device.type != kEnclosure) {
+        fields.fail("slots", "only a device of type \"enclosure\" has slots");
+    }
+}
+
 } // namespace
 
 void readSysfs(Fields &fields, DeviceDescription &device)
 {
     readIdentity(fields, device.identity);
     readBlock(fields, device);
+    readSlots(fields, device);
     if (const std::optional<Fields> power = fields.object("power")) {
         readPower(*power, device.power);
     }

@@ -304,10 +304,7 @@ void show(const std::string &path, const std::string &text)
 
 void showRuntimeStatus(const MachineState &machine, const Device &device)
 {
-    const DeviceDescription &is = device.is;
-    const std::string address = std::to_string(is.host) + ":" + std::to_string(is.channel) + ":" +
-                                std::to_string(is.id) + ":" + std::to_string(is.lun);
-    show(machine.root + "/sys/bus/scsi/devices/" + address + "/power/runtime_status",
+    show(machine.root + "/sys/bus/scsi/devices/" + device.is.address() + "/power/runtime_status",
          device.suspended ? "suspended\n" : "active\n");
 }
 
