@@ -174,13 +174,13 @@ TEST(StoredLevel, HasAFigureOfThatLevel)
         ASSERT_TRUE(figure);
         EXPECT_EQ(enduranceLevel(rated, *figure), level);
     }
-    for (const int16_t none : {-1, 0, 6, 32767, -32768}) {
+    for (const int16_t none : {int16_t{-1}, int16_t{0}, int16_t{6}, int16_t{32767}, int16_t{-32768}}) {
         EXPECT_FALSE(figureOfLevel(rated, none));
     }
     const M2SSDInf odd = {{}, 231, 100, 80, 80, 80, 80, 80};
     EXPECT_FALSE(figureOfLevel(odd, 1)); // that level has no figure
     const M2SSDInf negative = {{}, 231, 100, 80, 60, 40, 20, -5};
-    EXPECT_FALSE(figureOfLevel(negative, 1));
+    EXPECT_EQ(figureOfLevel(negative, 1), uint16_t{0});
 }
 
 } // namespace

@@ -73,7 +73,7 @@ std::optional<uint16_t> tavstrg::figureOfLevel(const M2SSDInf &rated, int16_t le
     if (level < 1 || static_cast<size_t>(level) > std::size(bounds)) {
         return std::nullopt;
     }
-    const auto figure = static_cast<uint16_t>(bounds[level - 1]);
+    const auto figure = static_cast<uint16_t>(std::max<int16_t>(bounds[level - 1], 0));
     return enduranceLevel(rated, figure) == level ? std::optional(figure) : std::nullopt;
 }
 
