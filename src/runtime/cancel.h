@@ -2,14 +2,17 @@
 // Where the monitoring thread may be cancelled inside a collection.
 #pragma once
 
+#include "runtime/progress.h"
+
 #include <pthread.h>
 
 namespace tavstrg {
 
 // A point between two devices. A pending cancel takes effect only here and in the thread's sleep, where destructors
-// release all that the thread holds. Has no effect in a thread that is not cancelled.
+// release all that the thread holds. In a thread that is not cancelled it notes progress only.
 inline void cancellationPoint()
 {
+    noteProgress();
     int previous = PTHREAD_CANCEL_DISABLE;
     pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &previous);
     pthread_testcancel();

@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: Apache-2.0
+// Whether the work that others wait for gets further. Waiting requests give up only where nothing does.
+#pragma once
+
+#include <chrono>
+
+namespace tavstrg {
+
+using ProgressClock = std::chrono::steady_clock;
+
+// Notes that a step of a collection is done, or that the store's lock was given back. Side effect free otherwise; may
+// be called by any thread.
+void noteProgress();
+// When that was done last; the clock's epoch if never.
+ProgressClock::time_point lastProgress();
+
+} // namespace tavstrg
