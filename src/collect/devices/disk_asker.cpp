@@ -2,6 +2,7 @@
 #include "collect/devices/disk_asker.h"
 
 #include "collect/devices/serial_number.h"
+#include "collect/devices/sleeping_disks.h"
 #include "devcmd/geometry.h"
 #include "devcmd/open_device.h"
 #include "devcmd/smart/smart_state.h"
@@ -122,17 +123,24 @@ constexpr DiskMethods kStrict = {Smart::kNodes, strictSerialNumber, strictDescri
 template <class Smart>
 constexpr DiskMethods kTolerant = {Smart::kNodes, tolerantSerialNumber, tolerantDescribe<Smart>, tolerantWear<Smart>};
 
+struct Pair {
+    const DiskMethods &all;
+    const DiskMethods &unlessLeftAlone;
+};
+template <const DiskMethods &methods> constexpr Pair kPair = {methods, UnlessLeftAlone<methods>::kMethods};
+
 } // namespace
 
 const DiskMethods tavstrg::kStrictMethods = kStrict<TrustingSmart>;
 
 const DiskMethods &tavstrg::methodsOf(const Options &options)
 {
-    static constexpr const DiskMethods *kMethods[2][2] = {
-        {&kStrict<TrustingSmart>, &kTolerant<TrustingSmart>},
-        {&kStrict<ReportedSmart>, &kTolerant<ReportedSmart>},
+    static constexpr Pair kPairs[2][2] = {
+        {kPair<kStrict<TrustingSmart>>, kPair<kTolerant<TrustingSmart>>},
+        {kPair<kStrict<ReportedSmart>>, kPair<kTolerant<ReportedSmart>>},
     };
-    return *kMethods[options.has(Option::smartState)][options.has(Option::diskIdentity)];
+    const Pair &pair = kPairs[options.has(Option::smartState)][options.has(Option::diskIdentity)];
+    return options.has(Option::sleepingDisks) ? pair.unlessLeftAlone : pair.all;
 }
 
 AskedDisk tavstrg::askedDisk(const SCSIDeviceInfo &device)

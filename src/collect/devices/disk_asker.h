@@ -4,6 +4,7 @@
 
 #include "collect/devices/disk_names.h"
 #include "collect/devices/kernel_disk.h"
+#include "collect/devices/last_values.h"
 #include "devcmd/hard_disk.h"
 #include "devcmd/open_device.h"
 #include "runtime/options.h"
@@ -27,6 +28,7 @@ struct AskedDisk {
     char vendor[64];          // as the kernel shows it
     char model[64];           // the same; empty without a vendor
     WearReading worn;
+    KeptDisk kept;
 };
 
 // A disk of the discovery list before anything about it is known. Its path is empty.
@@ -50,6 +52,7 @@ extern const DiskMethods kStrictMethods;
 //   disk-identity: a disk that does not answer is listed with what the kernel knows about it, its SmartPredict is -1,
 //     and it is named in the trace.
 //   smart-state: watchSmartState handles SMART, and nodes are opened for reading alone.
+//   sleeping-disks: a disk that is left alone (sleeping_disks.h) is not asked; nodes are opened for reading alone.
 const DiskMethods &methodsOf(const Options &options);
 
 // Fills in what the kernel knows about a disk that is not asked.
