@@ -2,6 +2,7 @@
 #include "classes/instance.h"
 
 #include "lifecycle/access.h"
+#include "runtime/clean_text.h"
 #include "runtime/memory.h"
 #include "runtime/request.h"
 #include "store/arrays.h"
@@ -12,6 +13,8 @@ using namespace tavstrg;
 
 namespace {
 
+constexpr size_t kLongestField = sizeof(StrgScsiRec::SerialNumber);
+
 // Sets every published property of a class but its key, in order. The instance lacks a property that the broker
 // refuses.
 void setProperties(CMPIInstance *instance, const ClassDesc &desc, const void *record)
@@ -21,8 +24,10 @@ void setProperties(CMPIInstance *instance, const ClassDesc &desc, const void *re
             continue;
         }
         // A text is passed as the text itself, a number by the address of its field.
-        const char *const value = fieldChars(field, record);
+        char text[kLongestField];
+        const char *value = fieldChars(field, record);
         if (field.type == CMPI_chars) {
+            value = publishedText(value, text);
             TRACE(kDetail, "CMSetProperty() %s=[%s]", field.name, value);
         } else {
             TRACE(kDetail, "CMSetProperty() %s=[%d]", field.name, static_cast<int>(fieldNumber(field, record)));
@@ -77,12 +82,12 @@ RecordsCopy::RecordsCopy(int classId)
     }
 }
 
-Outcome RecordsCopy::check(const RecordClass &member) const
+Outcome tavstrg::checkRecords(const RecordClass &member, const CopyState &copy)
 {
-    if (count_ > 0) {
-        return records_ ? Outcome() : unreadStore();
+    if (copy.count > 0) {
+        return copy.held ? Outcome() : unreadStore();
     }
-    return emptyIsKnown_ ? noData(member) : unreadStore();
+    return copy.emptyIsKnown ? noData(member) : unreadStore();
 }
 
 Outcome tavstrg::returnInstance(const InstanceRequest &request, const char *builder, CMPIInstance *built,

@@ -5,10 +5,11 @@
 #include "collect/controllers/controller_build.h"
 #include "collect/devices/device_build.h"
 #include "collect/record_map.h"
-#include "devcmd/kernel/kernel_version.h"
+#include "collect/scsi/kernel_rules.h"
 #include "devcmd/smart/smart_watch.h"
 #include "devcmd/transport/transport.h"
 #include "runtime/memory.h"
+#include "runtime/options.h"
 #include "runtime/trace.h"
 
 #include <span>
@@ -75,7 +76,7 @@ int chooseTransport()
     if (::uname(&kernel) < 0) {
         return TRACED(-1, kDetail, "_OUT_ can't get the Kernel Version, stop the service.");
     }
-    const int order = CmpVersion(kernel.release, "2.6.9");
+    const int order = kernelRules().orderOfTransport(kernel.release);
     if (order == -2) {
         return TRACED(-1, kDetail, "_OUT_ version comaparing failed, stop the service.");
     }
@@ -113,6 +114,7 @@ int strgGetCurrentInfo(int smartmode, DatInfo *descriptors)
     if (descriptors == nullptr) {
         return TRACED(-1, kDetail, "_OUT_ param(descriptors) Failure!!");
     }
+    takeOptions();
     if (chooseTransport() < 0) {
         return -1;
     }

@@ -402,32 +402,4 @@ TEST(SectorFactor, IsAtLeast1)
     EXPECT_EQ(sectorFactor(INT32_MAX), 4194303U);
 }
 
-TEST(OpenDevice, AFifoInPlaceOfANodeIsAFailedOpen)
-{
-    const std::string path = testing::TempDir() + "tavfifo" + std::to_string(getpid());
-    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-    EXPECT_EQ(openDevice(path.c_str(), O_RDONLY), -1);
-    EXPECT_EQ(openDevice(path.c_str(), O_RDWR), -1);
-    EXPECT_EQ(openProcText(path.c_str()), nullptr);
-    unlink(path.c_str());
-}
-
-TEST(OpenDevice, NullAndMissingPathsAreFailedOpens)
-{
-    errno = 0;
-    EXPECT_EQ(openDevice(nullptr, O_RDONLY), -1);
-    EXPECT_EQ(errno, EFAULT);
-    EXPECT_EQ(openDevice("/nonexistent/sda", O_RDWR), -1);
-    EXPECT_EQ(errno, ENOENT);
-}
-
-TEST(OpenProcText, OnlyRegularFilesAreOpened)
-{
-    const int before = openDescriptors();
-    EXPECT_EQ(openProcText("/proc"), nullptr);
-    EXPECT_EQ(openProcText("/dev/null"), nullptr);
-    EXPECT_EQ(openProcText("/nonexistent"), nullptr);
-    EXPECT_EQ(openDescriptors(), before);
-}
-
 } // namespace

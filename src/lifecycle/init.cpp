@@ -7,6 +7,7 @@
 #include "monitor/monitor.h"
 #include "runtime/holders.h"
 #include "runtime/memory.h"
+#include "runtime/options.h"
 #include "store/arrays.h"
 
 #include <cerrno>
@@ -180,6 +181,7 @@ int strgInitInstance(const CInfo *cInfo)
     }
     initLocks();
     strgGetInfFile();
+    takeOptions(); // a start from the saved state collects nothing
     if (!loadSavedState() && collectFirst() != 0) {
         return -1;
     }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "monitor/alert.h"
 
+#include "runtime/clean_text.h"
 #include "runtime/send_alert.h"
 #include "runtime/trace.h"
 
@@ -88,9 +89,13 @@ void takeTexts(Alert &alert)
 
 void describeScsi(Alert &alert, const alertDiskSt &disk)
 {
+    char vendor[sizeof disk.Vendor];
+    char model[sizeof disk.Model];
+    char revision[sizeof disk.FirmwareRevision];
     print(alert.texts[0], "Address(Controller-Bus-ID-LUN) : %u-%u-%u-%u", disk.ControllerIndex, disk.Bus, disk.TargetID,
           disk.LUN);
-    print(alert.texts[1], "Hard Disk[%u] : %s %s %s", disk.Index, disk.Vendor, disk.Model, disk.FirmwareRevision);
+    print(alert.texts[1], "Hard Disk[%u] : %s %s %s", disk.Index, publishedText(disk.Vendor, vendor),
+          publishedText(disk.Model, model), publishedText(disk.FirmwareRevision, revision));
     takeTexts(alert);
 }
 
@@ -102,9 +107,10 @@ const char *positionText(uint16_t position)
 
 void describeIde(Alert &alert, const alertDiskSt &disk)
 {
+    char model[sizeof disk.Model];
     print(alert.texts[0], "Address(Controller-Drive) : %u-%s", disk.ControllerIndex, positionText(disk.DrivePosition));
     // Deliberate: the last text is empty, so the string ends in a blank.
-    print(alert.texts[1], "Hard Disk[%u] : %s %s", disk.Index, disk.Model, "");
+    print(alert.texts[1], "Hard Disk[%u] : %s %s", disk.Index, publishedText(disk.Model, model), "");
     takeTexts(alert);
 }
 

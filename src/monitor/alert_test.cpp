@@ -3,6 +3,7 @@
 
 #include "runtime/field_text.h"
 #include "support/alert_recorder.h"
+#include "support/options_fixture.h"
 #include "support/trace_recorder.h"
 
 #include <gmock/gmock.h>
@@ -37,6 +38,29 @@ protected:
     AlertRecorder alerts;
     alertDiskSt disk = {};
 };
+
+TEST_F(PutAlert, TextsOfTheDeviceAreCleanWithTheLineOnly)
+{
+    sim::Machine machine("{}");
+    copyText(disk.Vendor, " VEN\x01"
+                          "DOR ");
+    copyText(disk.Model, "MOD\xFF"
+                         "EL  ");
+    copyText(disk.FirmwareRevision, "FW\n");
+    const std::string raw = "Hard Disk[2] :  VEN\x01"
+                            "DOR  MOD\xFF"
+                            "EL   FW\n";
+    EXPECT_EQ(stringsOf(disk)[1], raw);
+    for (const char *const line : {"clean-text\n", "all\n"}) {
+        const OptionsInForce on(machine, line);
+        disk.InterfaceType = 0;
+        EXPECT_EQ(stringsOf(disk)[1], "Hard Disk[2] : VEN?DOR MOD?EL FW");
+        disk.InterfaceType = 1;
+        EXPECT_EQ(stringsOf(disk)[1], "Hard Disk[2] : MOD?EL ");
+        disk.InterfaceType = 0;
+    }
+    EXPECT_EQ(stringsOf(disk)[1], raw);
+}
 
 TEST_F(PutAlert, EachEventHasItsTypeMethodAndStrings)
 {

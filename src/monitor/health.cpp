@@ -4,6 +4,7 @@
 
 #include "runtime/field_text.h"
 #include "runtime/memory.h"
+#include "runtime/options.h"
 #include "store/arrays.h"
 
 #include <algorithm>
@@ -78,6 +79,13 @@ bool smartModeStored()
     return !conf.empty() && conf[0].HardDiskSmartMode == kSmartModeOn;
 }
 
+// Whether a pass can compare with what is stored of a class. Without first-devices it cannot where the class has no
+// array; with it such a class has no stored record, so that its first device is a new one.
+bool isComparable(const DatInfo &stored)
+{
+    return recordsNow(stored).datAdr != nullptr || currentOptions().has(Option::firstDevices);
+}
+
 bool smartAlertDueNow(size_t position, int16_t smartStatus)
 {
     const std::shared_lock held(g_recordsLock);
@@ -102,7 +110,7 @@ const StrgScsiRec *deviceAt(std::span<const StrgScsiRec> devices, uint16_t inter
 int alertSmart(const StrgHddRec &disk, size_t position, std::span<const StrgScsiRec> devices, DatInfo *current)
 {
     TRACE(kDetail, "HDD[%d] need SMART-alert.", static_cast<int>(position));
-    if (recordsNow(instSt[TAV_CID_STRG_HDD]).datAdr == nullptr) {
+    if (!isComparable(instSt[TAV_CID_STRG_HDD])) {
         return TRACED(-1, kFailure, "_OUT_ param(instSt[TAV_CID_STRG_HDD].datAdr) Failure!!");
     }
     if (!smartAlertDueNow(position, disk.SmartStatus)) {
@@ -188,7 +196,7 @@ int tavstrg::strgAlertLifeSpan(DatInfo *current)
         if (device == nullptr) {
             continue;
         }
-        if (recordsNow(instSt[TAV_CID_STRG_SCSI]).datAdr == nullptr) {
+        if (!isComparable(instSt[TAV_CID_STRG_SCSI])) {
             return TRACED(-1, kFailure, "_OUT_ param(instSt[TAV_CID_STRG_SCSI].datAdr) Failure!!");
         }
         if (const std::optional<int16_t> before = storedLevelNow(*device)) {

@@ -38,9 +38,9 @@ bool isRegular(int fd)
     return ::fstat(fd, &about) == 0 && S_ISREG(about.st_mode);
 }
 
-// Feeds the file to the search until the key is found. An error while reading counts as the file's end. A token that
-// the bound cuts counts for nothing.
-void searchFile(int fd, ConfSearch &search)
+// Feeds the file to the search until the key is found: true, or false when the file is larger than what is read. An
+// error while reading counts as the file's end. A token that the bound cuts counts for nothing.
+bool searchFile(int fd, ConfSearch &search)
 {
     char block[4096];
     static_assert(kConfBytesMax % sizeof block == 0);
@@ -52,16 +52,22 @@ void searchFile(int fd, ConfSearch &search)
         }
         if (got <= 0) {
             search.finish();
-            return;
+            return true;
         }
         read += static_cast<size_t>(got);
         if (read > kConfBytesMax) {
-            TRACE(kFailure, "%s is larger than %d bytes, the rest is not read", kConfigurationFile,
-                  static_cast<int>(kConfBytesMax));
-            return;
+            return false;
         }
         search.feed({block, static_cast<size_t>(got)});
     }
+    return true;
+}
+
+// A descriptor, which the caller closes, or -1.
+int openConfiguration()
+{
+    FileDesc file(::open(kConfigurationFile, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    return file && isRegular(file.get()) ? file.handOver() : -1;
 }
 
 } // namespace
@@ -74,8 +80,8 @@ int get_TavEnv(const char *name, char *value, int size)
     if (value == nullptr) {
         return TRACED(0, kFailure, "_OUT_ EnvString is NULL");
     }
-    const FileDesc file(::open(kConfigurationFile, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    if (!file || !isRegular(file.get())) {
+    const FileDesc file(openConfiguration());
+    if (!file) {
         // Deliberate: the default root is the answer to every question.
         if (!copyIfFits(value, size, kDefaultRoot)) {
             return TRACED(-kDefaultRootLength, kDetail, "_OUT_ size=[%d]", size);
@@ -83,7 +89,10 @@ int get_TavEnv(const char *name, char *value, int size)
         return TRACED(kDefaultRootLength, kDetail, "_OUT_ EnvString=[%s]", value);
     }
     ConfSearch search(name);
-    searchFile(file.get(), search);
+    if (!searchFile(file.get(), search)) {
+        TRACE(kFailure, "%s is larger than %d bytes, the rest is not read", kConfigurationFile,
+              static_cast<int>(kConfBytesMax));
+    }
     if (!search.found()) {
         return TRACED(0, kDetail, "_OUT_");
     }
@@ -116,6 +125,18 @@ int get_TavRootPath(char *path, int size)
         return TRACED(-1, kDetail, "_OUT_ rootpath=[%s]", root);
     }
     return TRACED(length, kDetail, "_OUT_ lpPath=[%s]", path);
+}
+
+void tavstrg::findRootPath(std::span<char> path)
+{
+    ConfSearch search("TavDir");
+    if (const FileDesc file(openConfiguration()); file) {
+        static_cast<void>(searchFile(file.get(), search));
+    }
+    const std::string_view root = search.found() ? search.value() : std::string_view(kDefaultRoot);
+    const std::string_view fitting = root.size() < path.size() ? root : std::string_view(kDefaultRoot);
+    fitting.copy(path.data(), fitting.size());
+    path[fitting.size()] = '\0';
 }
 
 void ConfSearch::feed(std::string_view text)

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <span>
 #include <string_view>
 
 // Value of a key of "/etc/tavkit/tavkit.conf", a stream of whitespace-separated tokens taken two at a time. Copies it
@@ -22,6 +23,10 @@ constexpr char kDefaultRoot[] = "/opt/qlm/tavkit_sa"; // 18 characters
 
 constexpr size_t kConfTokenMax = 511;             // characters of one token; the rest of a longer one is the next token
 constexpr size_t kConfBytesMax = size_t{1} << 20; // of the file; the rest of a larger one is not read
+
+// The agent's root directory as get_TavRootPath finds it, without a trace line, into path, which holds more than
+// kDefaultRoot: the default root where the configured one does not fit.
+void findRootPath(std::span<char> path);
 
 // Looks for the first value of a key in whitespace-separated tokens that are taken two at a time, key then value. Keys
 // compare without regard to case. A last token without a partner counts for nothing.

@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // Saving so that a crash, a full disk or a power failure leaves either the old file or the new one, never a part of
-// one.
+// one. A file that would not change is not written: a pass in which nothing changed does not wake the system's disk.
 #include "runtime/holders.h"
 #include "runtime/trace.h"
+#include "store/state_file_layout.h"
 #include "store/store.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <mutex>
 #include <string_view>
@@ -150,13 +153,8 @@ void syncDirectory()
     }
 }
 
-} // namespace
-
-SaveResult tavstrg::strgSaveBinFile(DatInfo *records, int &error)
+SaveResult replaceFile(DatInfo *records, int &error)
 {
-    const std::lock_guard held(saving);
-    TRACE(kDetail, "fopen[%s]", kSavedStateFile);
-    error = 0;
     const FileDesc locked(openTemporary(error)); // until the file has its name
     FilePtr file(streamOver(locked, error));
     if (!file) {
@@ -172,4 +170,97 @@ SaveResult tavstrg::strgSaveBinFile(DatInfo *records, int &error)
     }
     syncDirectory();
     return SaveResult::saved;
+}
+
+// ---- a file that would not change ----
+
+// Whether a file is as a save leaves it, its content aside.
+bool looksSaved(const struct stat &info, size_t size)
+{
+    return S_ISREG(info.st_mode) && (info.st_mode & ALLPERMS) == kOwnerOnly && isOwn(info) &&
+           static_cast<size_t>(info.st_size) == size;
+}
+
+// Whether a new file could be made and renamed: the directory can be written to, and nothing is in its place.
+bool couldReplace()
+{
+    struct stat info = {};
+    return ::faccessat(AT_FDCWD, kDirectory, W_OK | X_OK, AT_EACCESS) == 0 && ::lstat(kTemporaryFile, &info) != 0 &&
+           errno == ENOENT;
+}
+
+// Whether the rest of the file has these bytes and no more.
+bool readsAs(int fd, std::span<const uint8_t> bytes)
+{
+    uint8_t buffer[4096];
+    for (;;) {
+        const ssize_t got = ::read(fd, buffer, sizeof buffer);
+        const auto length = static_cast<size_t>(std::max<ssize_t>(got, 0));
+        if (got <= 0 || length > bytes.size() || std::memcmp(buffer, bytes.data(), length) != 0) {
+            return got == 0 && bytes.empty();
+        }
+        bytes = bytes.subspan(length);
+    }
+}
+
+bool fileHas(std::span<const uint8_t> state)
+{
+    struct stat info = {};
+    if (::lstat(kSavedStateFile, &info) != 0 || !looksSaved(info, state.size())) {
+        return false;
+    }
+    // O_NOATIME: the reading does not change the file either.
+    const FileDesc file(
+        ::open(kSavedStateFile, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | O_NOATIME));
+    return file && ::fstat(file.get(), &info) == 0 && looksSaved(info, state.size()) && readsAs(file.get(), state);
+}
+
+// Whether a save would replace the file by one with the same bytes. What cannot be found out is no.
+bool isOnDisk(const DatInfo *records)
+{
+    size_t size = 0;
+    {
+        const std::shared_lock held(g_recordsLock);
+        size = stateFileSize(records);
+    }
+    HeapBlock<uint8_t> state(std::malloc(size)); // not memalloc, which traces: a save of the same state traces the same
+    if (!state) {
+        return false;
+    }
+    {
+        const std::shared_lock held(g_recordsLock);
+        if (!composeStateFile(records, {state.get(), size})) {
+            return false;
+        }
+    }
+    return couldReplace() && fileHas({state.get(), size});
+}
+
+ssize_t discard(void *, const char *, size_t size)
+{
+    return static_cast<ssize_t>(size);
+}
+
+// A stream that takes everything and writes it nowhere; null if memory is short.
+std::FILE *streamToNowhere()
+{
+    return ::fopencookie(nullptr, "wb", {nullptr, discard, nullptr, nullptr});
+}
+
+} // namespace
+
+SaveResult tavstrg::strgSaveBinFile(DatInfo *records, int &error)
+{
+    const std::lock_guard held(saving);
+    TRACE(kDetail, "fopen[%s]", kSavedStateFile);
+    error = 0;
+    FilePtr nowhere(isOnDisk(records) ? streamToNowhere() : nullptr);
+    if (!nowhere) {
+        return replaceFile(records, error);
+    }
+    // The steps and their traces are those of a file that is written. Whoever changes the records meanwhile saves them.
+    TRACE(kDetail, "strgPutBinFile()");
+    const bool put = strgPutBinFile(nowhere.get(), records) == 0;
+    TRACE(kDetail, "fclose");
+    return nowhere.close() == 0 && put ? SaveResult::saved : SaveResult::notWritten;
 }

@@ -18,7 +18,16 @@ struct Geometry {
 };
 
 // SCSI peripheral device types (SPC-4, INQUIRY) that the simulated machine treats differently from the rest.
-enum PeripheralType : int { kDisk = 0, kTape = 1, kWorm = 4, kCdrom = 5, kOptical = 7, kEnclosure = 13 };
+enum PeripheralType : int {
+    kDisk = 0,
+    kTape = 1,
+    kWorm = 4,
+    kCdrom = 5,
+    kOptical = 7,
+    kEnclosure = 13,
+    kReduced = 14, // RBC: reduced block commands
+    kZoned = 20    // ZBC: host-managed zones
+};
 
 // Kinds of request, for faults. Each request is of one kind before ata and belongs to the groups from ata on that
 // include it.
@@ -93,6 +102,24 @@ struct ExceptionsDescription {
     bool predicting = false;
 };
 
+// What the kernel keeps about a device's identity and shows in sysfs without asking the device.
+struct IdentityDescription {
+    std::vector<uint8_t> wwn; // 8 or 16 bytes, as an NAA designator; empty: none
+    // VPD pages that replace those made up from the other fields; nullopt: the device has no such page.
+    std::map<uint8_t, std::optional<std::vector<uint8_t>>> vpdPages;
+    std::optional<std::string> wwid; // nullopt: as the kernel derives it from page 83
+    std::string state = "running";   // file "state" of the device
+    std::string runtimeStatus = "active";
+};
+
+// Attributes of a block device in sysfs.
+struct BlockDescription {
+    unsigned physicalSectorSize = 0;      // 0: the logical one
+    std::optional<unsigned> rotationRate; // per minute, 0: solid state; nullopt: not reported
+    uint64_t reads = 0, writes = 0;       // requests so far, file "stat"
+    bool removable = false, readOnly = false;
+};
+
 struct DeviceDescription {
     int host = -1, channel = 0, id = 0, lun = 0; // host -1: a drive of the IDE driver
     int type = kDisk;
@@ -105,15 +132,20 @@ struct DeviceDescription {
     std::optional<Geometry> geometry; // none: HDIO_GETGEO fails
     std::string node, genericNode;    // "sda", "sg0"; empty: none
     int openError = 0;                // opening the node fails with it
+    int writeOpenError = 0;           // opening it for writing fails with it
     unsigned delayMs = 0;             // duration of every request
     unsigned ansiVersion = 5;
     bool descriptorSense = false; // sense data in descriptor format (a SCSI disk's D_SENSE)
     SmartDescription smart;
     ExceptionsDescription exceptions;
+    IdentityDescription identity;
+    BlockDescription block;
     std::vector<Fault> faults;
 
     bool isIde() const { return host < 0; }
-    bool hasDiskName() const { return type == kDisk || type == kOptical || type == 14 || type == 20; }
+    bool hasDiskName() const { return type == kDisk || type == kOptical || type == kReduced || type == kZoned; }
+    bool hasBlocks() const { return hasDiskName() || type == kCdrom || type == kWorm; }
+    bool isAtaDisk() const { return ata && (type == kDisk || type == kZoned); }
 };
 
 struct HostDescription {

@@ -122,7 +122,8 @@ void readBehaviour(Fields &fields, DeviceDescription &device)
     }
     device.openError = fields.errorNumber("openError");
     device.delayMs = fields.number<unsigned>("delayMs", 0);
-    device.smart.supported = device.type == kDisk;
+    device.writeOpenError = fields.errorNumber("writeOpenError");
+    device.smart.supported = device.type == kDisk || device.isAtaDisk();
     if (const std::optional<Fields> smart = fields.object("smart")) {
         readSmart(*smart, device.smart);
     }
@@ -140,18 +141,17 @@ DeviceDescription readDevice(Fields fields, int host)
     device.lun = fields.number<int>("lun", 0);
     device.type = fields.peripheralType("type");
     device.ata = fields.flag("ata", false);
-    const bool ataDisk = device.ata && device.type == kDisk;
-    device.vendor = fields.text("vendor", ataDisk ? "ATA" : "TEST");
+    device.vendor = fields.text("vendor", device.isAtaDisk() ? "ATA" : "TEST");
     device.model = fields.text("model", "DEVICE");
     device.revision = fields.text("revision", "1.0");
     device.serial = fields.text("serial", "");
     device.ansiVersion = fields.number<unsigned>("ansiVersion", 5);
     device.descriptorSense = fields.flag("descriptorSense", false);
-    const bool hasBlocks = device.hasDiskName() || device.type == kCdrom || device.type == kWorm;
-    readSize(fields, device, device.hasDiskName() ? uint64_t(100) << 30 : hasBlocks ? uint64_t(8) << 20 : 0);
+    readSize(fields, device, device.hasDiskName() ? uint64_t(100) << 30 : device.hasBlocks() ? uint64_t(8) << 20 : 0);
     device.node = fields.isNull("node") ? kNoNode : fields.optionalFileName("node", "");
     device.genericNode = fields.isNull("genericNode") ? kNoNode : fields.optionalFileName("genericNode", "");
     readBehaviour(fields, device);
+    readSysfs(fields, device);
     device.exceptions.supported = device.exceptions.logPage = device.type == kDisk && !device.ata;
     if (const std::optional<Fields> exceptions = fields.object("exceptions")) {
         readExceptions(*exceptions, device.exceptions);

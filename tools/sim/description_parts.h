@@ -12,6 +12,9 @@ DeviceDescription readDevice(Fields fields, int host);
 void readSize(Fields &fields, DeviceDescription &device, uint64_t defaultBytes);
 void readBehaviour(Fields &fields, DeviceDescription &device);
 
+// What the kernel shows of a SCSI device in sysfs.
+void readSysfs(Fields &fields, DeviceDescription &device);
+
 IdeChannel readChannel(Fields fields, size_t position);
 IdeDrive readDrive(Fields fields);
 

@@ -30,7 +30,7 @@ AtaReply smartCommand(Device &device, const AtaRegisters &registers)
 {
     const SmartDescription &smart = device.is.smart;
     const bool signature = registers.lbaMid == 0x4F && registers.lbaHigh == 0xC2;
-    if (device.is.type != kDisk || !smart.supported || !signature) {
+    if ((device.is.type != kDisk && !device.is.isAtaDisk()) || !smart.supported || !signature) {
         return aborted(registers);
     }
     AtaReply reply;

@@ -173,11 +173,6 @@ int driveTask(Device &device, uint8_t *block)
 
 // ---- requests that the kernel answers by itself ----
 
-bool hasBlocks(const DeviceDescription &device)
-{
-    return device.hasDiskName() || device.type == kCdrom || device.type == kWorm;
-}
-
 int replyAddress(const Device &device, void *argument)
 {
     const DeviceDescription &is = device.is;
@@ -194,7 +189,7 @@ int replyAddress(const Device &device, void *argument)
 
 int replyGeometry(const Device &device, void *argument)
 {
-    if (!hasBlocks(device.is)) {
+    if (!device.is.hasBlocks()) {
         return failWith(EINVAL);
     }
     if (!device.is.geometry || device.is.type == kCdrom) {
@@ -241,7 +236,7 @@ int executeRequest(Device &device, unsigned long number, void *argument, const F
     default:
         break;
     }
-    if (!hasBlocks(device.is)) {
+    if (!device.is.hasBlocks()) {
         return failWith(EINVAL);
     }
     if (number == BLKSSZGET) {

@@ -155,12 +155,11 @@ void count(MachineState &machine, const Device &device, const RequestKind &kind)
 
 void keepInLog(MachineState &machine, const Device &device, const Request &request)
 {
-    constexpr size_t kLongest = 1 << 17; // bound for tests that never call forgetCommands
     if (!machine.logging) {
         return;
     }
     machine.log.push_back({device.name, request.number, {request.bytes.begin(), request.bytes.end()}});
-    if (machine.log.size() > kLongest) {
+    if (machine.log.size() > kLongestLog) {
         machine.log.pop_front();
     }
 }

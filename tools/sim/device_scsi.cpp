@@ -2,8 +2,11 @@
 // SCSI commands: SPC-4 for the common ones, SAT-3 for ATA PASS-THROUGH. For ATA disks the replies are those of Linux's
 // libata, recorded in virtual machines (kernels 5.10, 6.1 and 6.12).
 #include "sim/device.h"
+#include "sim/vpd_pages.h"
 
 #include <algorithm>
+#include <optional>
+#include <utility>
 
 namespace sim {
 
@@ -53,17 +56,11 @@ ScsiReply standardInquiry(const Device &device)
 ScsiReply vitalProductData(const Device &device, uint8_t page)
 {
     ScsiReply reply;
-    const auto type = static_cast<uint8_t>(device.is.type & 0x1F);
-    if (page == 0x00) {
-        reply.data = {type, 0x00, 0, 2, 0x00, 0x80};
-    } else if (page == 0x80) { // unit serial number
-        const size_t length = device.is.ata ? 20 : device.is.serial.size();
-        reply.data = {type, 0x80, 0, static_cast<uint8_t>(length)};
-        reply.data.resize(4 + length);
-        putPadded(reply.data, 4, length, device.is.serial);
-    } else {
+    std::optional<std::vector<uint8_t>> data = vpdPage(device.is, page);
+    if (!data) {
         return checkCondition(kIllegalRequest, kInvalidField);
     }
+    reply.data = *std::move(data);
     return reply;
 }
 

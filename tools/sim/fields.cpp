@@ -46,15 +46,17 @@ constexpr Named<Kind> kKinds[] = {
 };
 
 constexpr Named<int> kErrors[] = {
-    {"EIO", EIO},       {"EINVAL", EINVAL}, {"ENODEV", ENODEV}, {"ENXIO", ENXIO},   {"EBUSY", EBUSY},
-    {"EACCES", EACCES}, {"EPERM", EPERM},   {"ENOTTY", ENOTTY}, {"ENOMEM", ENOMEM}, {"ETIMEDOUT", ETIMEDOUT},
-    {"EINTR", EINTR},   {"EAGAIN", EAGAIN}, {"ENOENT", ENOENT}, {"EFAULT", EFAULT}, {"ENOMEDIUM", ENOMEDIUM},
+    {"EIO", EIO},       {"EINVAL", EINVAL},       {"ENODEV", ENODEV},       {"ENXIO", ENXIO},
+    {"EBUSY", EBUSY},   {"EACCES", EACCES},       {"EPERM", EPERM},         {"ENOTTY", ENOTTY},
+    {"ENOMEM", ENOMEM}, {"ETIMEDOUT", ETIMEDOUT}, {"EINTR", EINTR},         {"EAGAIN", EAGAIN},
+    {"ENOENT", ENOENT}, {"EFAULT", EFAULT},       {"ENOMEDIUM", ENOMEDIUM}, {"EROFS", EROFS},
 };
 
 // Peripheral device types, SPC-4.
 constexpr Named<int> kTypes[] = {
-    {"disk", 0},    {"tape", 1},    {"printer", 2}, {"processor", 3},      {"worm", 4},  {"cdrom", 5},
-    {"scanner", 6}, {"optical", 7}, {"changer", 8}, {"communications", 9}, {"raid", 12}, {"enclosure", 13},
+    {"disk", 0},  {"tape", 1},       {"printer", 2}, {"processor", 3}, {"worm", 4},
+    {"cdrom", 5}, {"scanner", 6},    {"optical", 7}, {"changer", 8},   {"communications", 9},
+    {"raid", 12}, {"enclosure", 13}, {"rbc", 14},    {"zoned", 20},
 };
 
 template <class T, size_t n> const T *byName(const Named<T> (&table)[n], const std::string &name)
@@ -344,6 +346,19 @@ int Fields::errorNumber(const char *name)
         fail(name, "unknown name of an error; give its number");
     }
     return *number;
+}
+
+std::string Fields::oneOf(const char *name, std::initializer_list<const char *> allowed)
+{
+    std::string list;
+    const std::string found = text(name, *allowed.begin());
+    for (const char *one : allowed) {
+        if (found == one) {
+            return found;
+        }
+        list += (list.empty() ? "" : ", ") + std::string(one);
+    }
+    fail(name, "expected one of: " + list);
 }
 
 int Fields::peripheralType(const char *name)

@@ -5,6 +5,7 @@
 
 #include "sim/description.h"
 
+#include <initializer_list>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -47,6 +48,8 @@ public:
     Kind requestKind(const char *name);
     int errorNumber(const char *name);    // or by number
     int peripheralType(const char *name); // or by number
+    // One of these texts, of which the first is the default.
+    std::string oneOf(const char *name, std::initializer_list<const char *> allowed);
 
     std::vector<std::string> names() const; // of all fields
     void finish() const;                    // throws if there is a field that was not read: it is a slip of the writer

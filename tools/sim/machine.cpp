@@ -120,6 +120,19 @@ void Machine::forgetCommands()
     currentMachine()->log.clear();
 }
 
+std::vector<Opening> Machine::openings() const
+{
+    const std::lock_guard held(model());
+    const std::deque<Opening> &log = currentMachine()->openings;
+    return {log.begin(), log.end()};
+}
+
+void Machine::forgetOpenings()
+{
+    const std::lock_guard held(model());
+    currentMachine()->openings.clear();
+}
+
 unsigned Machine::unknownIoctls() const
 {
     const std::lock_guard held(model());

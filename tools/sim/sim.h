@@ -24,6 +24,13 @@ struct Command {
     std::vector<uint8_t> bytes; // CDB of SG_IO and SCSI_IOCTL_SEND_COMMAND; the argument block of the HDIO commands
 };
 
+// An attempt to open a device node.
+struct Opening {
+    std::string node; // "/dev/sda"
+    int flags;        // of open(); a stream's mode is given as O_RDONLY, O_WRONLY or O_RDWR
+    int error;        // with which the description makes it fail, or 0
+};
+
 class Machine {
 public:
     // Makes a machine from its description (docs/SIMULATOR.md) in a new temporary directory. Throws std::runtime_error
@@ -56,6 +63,9 @@ public:
     // Requests that reached the devices since the last forgetCommands, in order.
     std::vector<Command> commands() const;
     void forgetCommands();
+    // Attempts to open device nodes since the last forgetOpenings, in order.
+    std::vector<Opening> openings() const;
+    void forgetOpenings();
     unsigned unknownIoctls() const;
     // Whether SMART (ATA) or informational exceptions (SCSI) are enabled in the device of a node ("/dev/sda"). False
     // also if there is no such device or it supports neither. Sends no command.

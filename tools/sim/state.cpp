@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <filesystem>
 #include <pthread.h>
 #include <stdexcept>
@@ -191,6 +192,7 @@ void setCurrentMachine(std::unique_ptr<MachineState> machine)
         const std::lock_guard held(model());
         setPresent(*before, {});
         before->log.clear();
+        before->openings.clear();
         before->tree.clear();
         formerMachines().push_back(std::move(before));
     }
@@ -252,10 +254,19 @@ Device *deviceAt(const char *realPath)
     return found == machine->nodes.end() ? nullptr : found->second;
 }
 
-int openErrorOf(const Device &device)
+int beginOpening(const Device &device, const char *realPath, int flags)
 {
+    MachineState *machine = currentMachine();
     const std::lock_guard held(model());
-    return device.is.openError;
+    const bool forWriting = (flags & O_ACCMODE) != O_RDONLY;
+    const int error = device.is.openError != 0 || !forWriting ? device.is.openError : device.is.writeOpenError;
+    if (machine != nullptr && machine->logging) {
+        machine->openings.push_back({plainPath(realPath + machine->root.size()), flags, error});
+        if (machine->openings.size() > kLongestLog) {
+            machine->openings.pop_front();
+        }
+    }
+    return error;
 }
 
 std::string nodeNameOf(const Device &device)

@@ -18,6 +18,8 @@
 
 namespace sim {
 
+inline constexpr size_t kLongestLog = 1 << 17; // entries; bound for tests that never call forgetCommands
+
 struct MachineState {
     explicit MachineState(const std::string &stateDirectory = "") : directory(stateDirectory), root(directory.path()) {}
 
@@ -32,6 +34,7 @@ struct MachineState {
     std::map<std::string, Device *> nodes; // "/dev/sda", "/dev/sg0" to their devices
     Tree tree;                             // files of the description
     std::deque<Command> log;
+    std::deque<Opening> openings;
     unsigned unknownIoctls = 0;
     unsigned requests = 0;  // with a known ioctl
     unsigned toDevices = 0; // of these the commands that the device itself has to answer, not the kernel
@@ -55,7 +58,8 @@ std::condition_variable &modelChanged();
 
 // The device at a real path, or null if there is none.
 Device *deviceAt(const char *realPath);
-int openErrorOf(const Device &device);        // 0: it can be opened
+// Logs that the node at a real path is opened with these flags of open(). Returns its error, or 0.
+int beginOpening(const Device &device, const char *realPath, int flags);
 std::string nodeNameOf(const Device &device); // "sda"
 
 // Lets the machine of a preloaded process follow its description file. Called where a file or directory is opened.

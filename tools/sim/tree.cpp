@@ -104,7 +104,7 @@ std::string realPath(const std::string &root, const TreePath &path)
     return root + path.text();
 }
 
-void putFile(const std::string &path, const std::string &content)
+void putFile(const std::string &path, const std::string &content, unsigned mode)
 {
     makeParents(path);
     struct stat old {};
@@ -114,7 +114,7 @@ void putFile(const std::string &path, const std::string &content)
     }
     // Renamed over the old file: a concurrent reader sees the old text or the new one.
     const std::string fresh = replaces ? path + ".tavsim-new" : path;
-    const int descriptor = open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    const int descriptor = open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
     if (descriptor < 0) {
         failOn(path, "create");
     }
@@ -162,7 +162,7 @@ void layOut(const std::string &root, const Tree &before, const Tree &now)
             putDirectory(realPath(root, path));
             break;
         case Node::file:
-            putFile(realPath(root, path), node.content);
+            putFile(realPath(root, path), node.content, node.mode);
             break;
         case Node::link:
             putLink(realPath(root, path), node.content);

@@ -12,7 +12,8 @@ namespace sim {
 
 struct Node {
     enum Type { directory, file, link } type = file;
-    std::string content; // text of a file, target of a link
+    std::string content;  // text of a file, target of a link
+    unsigned mode = 0644; // of a file
     bool operator==(const Node &) const = default;
 };
 
@@ -38,7 +39,7 @@ void layOut(const std::string &root, const Tree &before, const Tree &now);
 
 // Makes one file, link or directory, with the directories on its way, in place of any that is there. Throws
 // std::runtime_error.
-void putFile(const std::string &path, const std::string &content);
+void putFile(const std::string &path, const std::string &content, unsigned mode = 0644);
 void putLink(const std::string &path, const std::string &target);
 void putDirectory(const std::string &path);
 

@@ -2,8 +2,12 @@
 // /sys of a machine: SCSI hosts and devices as recorded in virtual machines with kernel 6.1.
 #include "sim/node_names.h"
 #include "sim/tree.h"
+#include "sim/tree_block.h"
+#include "sim/vpd_pages.h"
 
 #include <cstdio>
+#include <optional>
+#include <vector>
 
 namespace sim {
 
@@ -85,11 +89,36 @@ TreePath addNode(Tree &tree, const TreePath &directory, const char *nodeClass, c
 void addBlock(Tree &tree, const DeviceDescription &device, const TreePath &directory)
 {
     const TreePath block = addNode(tree, directory, "block", device.node);
-    tree[block / "size"] = {Node::file, std::to_string(device.sectors) + "\n"};
+    addBlockAttributes(tree, device, block);
     addLink(tree, TreePath("/sys/block") / device.node, block);
+    addLink(tree, TreePath("/sys/class/block") / device.node, block);
 }
 
-void addDevice(Tree &tree, const DeviceDescription &device, const TreePath &hostDirectory)
+// The pages that the kernel keeps. Each has been shown since another release of it.
+void addPages(Tree &tree, const DeviceDescription &device, const TreePath &directory, unsigned long kernel)
+{
+    struct Shown {
+        uint8_t page;
+        const char *name;
+        unsigned long since;
+    };
+    constexpr Shown kShown[] = {{kUnitSerialNumber, "vpd_pg80", 3015000},
+                                {kDeviceIdentification, "vpd_pg83", 3015000},
+                                {kAtaInformation, "vpd_pg89", 5004000}};
+    for (const Shown &shown : kShown) {
+        const std::optional<std::vector<uint8_t>> page =
+            kernel >= shown.since ? vpdPage(device, shown.page) : std::nullopt;
+        if (page && page->size() > 4) {
+            tree[directory / shown.name] = {Node::file, std::string(page->begin(), page->end()), 0444};
+        }
+    }
+    const std::string wwid = device.identity.wwid ? *device.identity.wwid : wwidOf(device);
+    if (kernel >= 4004000 && !wwid.empty()) {
+        tree[directory / "wwid"] = {Node::file, wwid + "\n", 0444};
+    }
+}
+
+void addDevice(Tree &tree, const DeviceDescription &device, const TreePath &hostDirectory, unsigned long kernel)
 {
     const std::string address = std::to_string(device.channel) + ":" + std::to_string(device.id);
     const std::string target = "target" + std::to_string(device.host) + ":" + address;
@@ -104,8 +133,10 @@ void addDevice(Tree &tree, const DeviceDescription &device, const TreePath &host
     tree[directory / "rev"] = {Node::file, padded(device.revision, 4) + "\n"};
     tree[directory / "type"] = {Node::file, std::to_string(device.type) + "\n"};
     tree[directory / "scsi_level"] = {Node::file, std::to_string(device.ansiVersion + 1) + "\n"};
-    tree[directory / "state"] = {Node::file, "running\n"};
-    if (!device.node.empty() && (device.hasDiskName() || device.type == kCdrom || device.type == kWorm)) {
+    tree[directory / "state"] = {Node::file, device.identity.state + "\n"};
+    tree[directory / "power" / "runtime_status"] = {Node::file, device.identity.runtimeStatus + "\n", 0444};
+    addPages(tree, device, directory, kernel);
+    if (!device.node.empty() && device.hasBlocks()) {
         addBlock(tree, device, directory);
     } else if (!device.node.empty() && device.type == kTape) {
         addNode(tree, directory, "scsi_tape", device.node);
@@ -128,7 +159,7 @@ void addSysfs(Tree &tree, const Description &description)
         addHost(tree, host, directory);
         for (const DeviceDescription &device : description.devices) {
             if (device.host == host.number) {
-                addDevice(tree, device, directory);
+                addDevice(tree, device, directory, kernelNumber(description.kernel));
             }
         }
     }

@@ -2,23 +2,21 @@
 #include "collect/scsi/scsi_discovery.h"
 
 #include "collect/base/node_list.h"
+#include "collect/scsi/kernel_rules.h"
 #include "collect/scsi/scsi_parse.h"
 #include "collect/scsi/scsi_variants.h"
 #include "runtime/trace.h"
 
-#include <atomic>
 #include <sys/utsname.h>
 
 using namespace tavstrg;
 
 namespace {
 
-std::atomic<int> interfaceChoice{kInterfaceUndecided};
-
-int interfaceOfKernel()
+int interfaceOfKernel(const KernelRules &rules)
 {
     utsname kernel = {};
-    return ::uname(&kernel) != 0 ? kInterfaceProcfs : interfaceOfRelease(kernel.release);
+    return ::uname(&kernel) != 0 ? kInterfaceProcfs : rules.interfaceOf(kernel.release);
 }
 
 } // namespace
@@ -94,10 +92,11 @@ int select_proc_or_sys()
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
-    int choice = interfaceChoice;
+    KernelRules &rules = kernelRules();
+    int choice = rules.choice;
     if (choice == kInterfaceUndecided) {
-        choice = interfaceOfKernel();
-        interfaceChoice = choice;
+        choice = interfaceOfKernel(rules);
+        rules.choice = choice;
     }
     return TRACED(choice, kDetail, "_OUT_ (%d)", choice);
 }

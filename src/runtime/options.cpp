@@ -1,0 +1,199 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "runtime/options.h"
+
+#include "runtime/conf_file.h"
+#include "runtime/holders.h"
+#include "runtime/memory.h"
+#include "runtime/trace.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <iterator>
+#include <span>
+#include <sys/stat.h>
+
+using namespace tavstrg;
+
+namespace {
+
+std::atomic<uint32_t> g_current = 0;
+std::atomic<uint64_t> g_reported = 0; // mark of the file, or of the error, that was traced last
+
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF"; // UTF-8
+
+class OwnedText {
+public:
+    explicit OwnedText(size_t size) : text_(static_cast<char *>(std::malloc(size))) {}
+    ~OwnedText() { std::free(text_); }
+    OwnedText(const OwnedText &) = delete;
+    OwnedText &operator=(const OwnedText &) = delete;
+    char *get() const { return text_; }
+
+private:
+    char *text_;
+};
+
+// Reads until the buffer is full or the file ends: the bytes read, or -1 with errno.
+ssize_t readWhole(int fd, std::span<char> buffer)
+{
+    size_t total = 0;
+    while (total < buffer.size()) {
+        const ssize_t got = ::read(fd, buffer.data() + total, buffer.size() - total);
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        if (got < 0) {
+            return -1;
+        }
+        if (got == 0) {
+            break;
+        }
+        total += static_cast<size_t>(got);
+    }
+    return static_cast<ssize_t>(total);
+}
+
+// 0 for a regular file of a size that is read, else an errno.
+int refusalOf(int fd)
+{
+    struct stat about = {};
+    if (fd < 0 || ::fstat(fd, &about) != 0) {
+        return errno;
+    }
+    if (!S_ISREG(about.st_mode)) {
+        return EINVAL;
+    }
+    return about.st_size > static_cast<off_t>(kMaxOptionsSize) ? EFBIG : 0;
+}
+
+// FNV-1a, 64 bits.
+uint64_t markOf(std::string_view text)
+{
+    uint64_t mark = 0xcbf29ce484222325U;
+    for (const char c : text) {
+        mark = (mark ^ static_cast<unsigned char>(c)) * 0x100000001b3U;
+    }
+    return mark;
+}
+
+bool isNews(uint64_t mark)
+{
+    return g_reported.exchange(mark) != mark;
+}
+
+void traceUnknownNames(std::string_view text)
+{
+    OptionLines lines(text);
+    while (lines.next()) {
+        if (!optionsOfName(lines.name())) {
+            constexpr size_t kShown = 64;
+            TRACE(kFailure, "options.inf line %d: unknown option [%.*s]", lines.line(),
+                  static_cast<int>(std::min(lines.name().size(), kShown)), lines.name().data());
+        }
+    }
+}
+
+// The options of an open file, or nothing with errno.
+std::optional<Options> readOptions(int fd)
+{
+    if (const int error = refusalOf(fd); error != 0) {
+        errno = error;
+        return std::nullopt;
+    }
+    const OwnedText buffer(kMaxOptionsSize);
+    if (buffer.get() == nullptr) {
+        return std::nullopt;
+    }
+    const ssize_t got = readWhole(fd, {buffer.get(), kMaxOptionsSize});
+    if (got < 0) {
+        return std::nullopt;
+    }
+    const std::string_view text(buffer.get(), static_cast<size_t>(got));
+    if (isNews(markOf(text))) {
+        traceUnknownNames(text);
+    }
+    return parseOptions(text);
+}
+
+std::string_view firstWord(std::string_view line)
+{
+    constexpr std::string_view kBlanks = " \t\r\v\f";
+    line.remove_prefix(std::min(line.find_first_not_of(kBlanks), line.size()));
+    return line.substr(0, line.find_first_of(" \t\r\v\f#"));
+}
+
+} // namespace
+
+OptionLines::OptionLines(std::string_view text) : rest_(text.substr(0, text.find('\0')))
+{
+    if (rest_.starts_with(kByteOrderMark)) {
+        rest_.remove_prefix(kByteOrderMark.size());
+    }
+}
+
+bool OptionLines::next()
+{
+    while (!rest_.empty()) {
+        const std::string_view line = rest_.substr(0, rest_.find('\n'));
+        rest_.remove_prefix(std::min(line.size() + 1, rest_.size()));
+        ++line_;
+        name_ = firstWord(line);
+        if (!name_.empty()) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::optional<Options> tavstrg::optionsOfName(std::string_view name)
+{
+    Options options;
+    for (const OptionName &known : kOptionNames) {
+        if (name == kAllOptions || name == known.line) {
+            options.add(known.option);
+        }
+    }
+    return options.bits == 0 ? std::nullopt : std::optional(options);
+}
+
+Options tavstrg::parseOptions(std::string_view text)
+{
+    Options all;
+    OptionLines lines(text);
+    while (lines.next()) {
+        all.bits |= optionsOfName(lines.name()).value_or(Options{}).bits;
+    }
+    return all;
+}
+
+Options tavstrg::takeOptions()
+{
+    char root[kConfTokenMax + 1];
+    char path[kConfTokenMax + sizeof "/data/" + sizeof kOptionsInf];
+    findRootPath(root);
+    std::snprintf(path, sizeof path, "%s/data/%s", root, kOptionsInf);
+    const FileDesc file(::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!file && (errno == ENOENT || errno == ENOTDIR)) {
+        g_current = 0;
+        g_reported = 0;
+        return {};
+    }
+    if (const std::optional<Options> read = readOptions(file.get())) {
+        g_current = read->bits;
+        return *read;
+    }
+    if (const int error = errno; isNews(static_cast<uint64_t>(error))) {
+        TRACE(kFailure, "%s is not read, the options stay: errno=[%d]", path, error);
+    }
+    return currentOptions();
+}
+
+Options tavstrg::currentOptions()
+{
+    return {g_current.load()};
+}
