@@ -31,8 +31,10 @@ Bays::Bays(const AttributeDirectory &sysfs, const char *sysfsPath)
 {
     readEnclosures(sysfs, sysfsPath);
     readSlots(sysfs, sysfsPath);
-    std::stable_sort(bays_.begin(), bays_.end(),
-                     [](const Bay &a, const Bay &b) { return std::strcmp(a.address, b.address) < 0; });
+    std::sort(bays_.begin(), bays_.end(), [](const Bay &a, const Bay &b) {
+        const int by = std::strcmp(a.address, b.address);
+        return by != 0 ? by < 0 : std::strcmp(a.name, b.name) < 0;
+    });
 }
 
 void Bays::add(std::string_view address, const char *format, const char *first, const char *second)

@@ -87,7 +87,8 @@ void appendPlace(Disk &disk)
 
 void appendSerial(Disk &disk)
 {
-    appendPart(disk.id, disk.vendor);
+    const bool nameless = disk.vendor[0] == '\0' && disk.model[0] == '\0'; // as virtio-blk disks are
+    appendPart(disk.id, nameless ? nameOf(disk.transport) : disk.vendor);
     appendPart(disk.id, disk.vendor[0] == '\0' || disk.model[0] == '\0' ? "" : "_");
     appendPart(disk.id, disk.model);
     appendPart(disk.id, ".");

@@ -5,7 +5,7 @@
 // place, moving the disk:
 //   naa.5000c500a1b2c3d4           a world wide name (naa, eui, uuid), as the kernel spells it
 //   cid.1501004d44...              the CID of an MMC or SD card
-//   serial.VENDOR_MODEL.SERIAL     where there is no such name
+//   serial.VENDOR_MODEL.SERIAL     where there is no such name; the transport in place of an unknown vendor and model
 //   place.0000:00:1f.2.0:0:0:0     where there is no serial number either
 // Two different disks that report the same identity get "@" and their place behind it.
 #pragma once

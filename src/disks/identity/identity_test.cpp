@@ -91,6 +91,15 @@ TEST(NameDisk, WithoutAdapterAndAddressTheKernelNameIsThePlace)
     EXPECT_STREQ(disk.id, "place.xvda");
 }
 
+TEST(NameDisk, WithoutVendorAndModelTheTransportStandsForThem)
+{
+    Disk disk{};
+    disk.transport = Transport::virtio;
+    copyText(disk.serial, "root-1");
+    nameDisk(disk);
+    EXPECT_STREQ(disk.id, "serial.virtio.root-1");
+}
+
 TEST(WorldWideName, PlaceholdersAreNone)
 {
     EXPECT_TRUE(isWorldWideName("naa.5000c500a1b2c3d4"));
