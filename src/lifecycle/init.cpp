@@ -8,7 +8,9 @@
 #include "runtime/holders.h"
 #include "runtime/memory.h"
 #include "runtime/options.h"
+#include "runtime/turns.h"
 #include "store/arrays.h"
+#include "store/segment_rules.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -118,7 +120,7 @@ int collectFirst()
 
 int publishFirst(const CInfo *cInfo)
 {
-    removeRetiredKeys(kShmKeyFileBase);
+    segmentRules().clearWork(kShmKeyFileBase);
     TRACE(kDetail, "shmNew(%d,%s)", TAV_CID_STRG_LIFE, kShmKeyFileBase);
     if (shmNew(cInfo, TAV_CID_STRG_LIFE, kShmKeyFileBase, instSt, shmSt) != 0) {
         return TRACED(-1, kFailure, "_OUT_ shmNew() Failure!!");
@@ -149,7 +151,7 @@ int strgInitProvider(const CInfo *cInfo)
     TRACE(kDetail, "_IN_ gst_first=[%d]", gst_first.load());
     int waits = 0;
     for (int32_t state = kBuilding; state != kNotBuilt;) {
-        waits = waitWhileInitialising(waits);
+        waits = waitWhileInitialising(waits, turnRules().waitsAfter);
         if (waits == kInitWaits) { // deliberate: even if the other one finished during the last wait
             return TRACED(-1, kFailure, "_OUT_ gst_first Failure!!");
         }

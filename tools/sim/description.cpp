@@ -13,12 +13,15 @@ namespace sim {
 
 namespace {
 
+constexpr double kLongestClock = 1e9; // 32 years
+
 void readHost(Fields fields, Description &description)
 {
     HostDescription host;
     host.number = fields.number<int>("number", static_cast<int>(description.hosts.size()));
     host.driver = fields.fileName("driver", "ahci");
     host.pciAddress = fields.optionalFileName("pciAddress", "");
+    host.transport = fields.has("transport") ? fields.oneOf("transport", {"pci", "ata", "sas", "usb", "virtio"}) : "";
     for (const Fields &device : fields.objects("devices")) {
         description.devices.push_back(readDevice(device, host.number));
     }
@@ -125,13 +128,27 @@ void checkAddresses(const Fields &fields, const Description &description)
         once("host" + std::to_string(host.number));
     }
     for (const DeviceDescription &device : description.devices) {
-        once(std::to_string(device.host) + ":" + std::to_string(device.channel) + ":" + std::to_string(device.id) +
-             ":" + std::to_string(device.lun));
+        once(device.address());
         once(device.node);
         once(device.genericNode);
     }
     for (const IdeDrive &drive : description.drives) {
         once(drive.name);
+    }
+}
+
+void checkSlots(const Fields &fields, const Description &description)
+{
+    std::set<std::string> addresses;
+    for (const DeviceDescription &device : description.devices) {
+        addresses.insert(device.address());
+    }
+    for (const DeviceDescription &device : description.devices) {
+        for (const SlotDescription &slot : device.slots) {
+            if (!slot.device.empty() && !addresses.contains(slot.device)) {
+                fields.fail("hosts", "slot " + slot.name + ": there is no device " + slot.device);
+            }
+        }
     }
 }
 
@@ -141,6 +158,7 @@ void readMachine(Fields fields, Description &description, const std::vector<Devi
     const bool old = kernelNumber(description.kernel) < 2006000;
     description.sysfs = fields.flag("sysfs", !old);
     description.procfs = fields.flag("procfs", old);
+    description.clock = fields.seconds("clock", kLongestClock);
     description.seed = fields.number<uint64_t>("seed", 1);
     for (const Fields &host : fields.objects("hosts")) {
         readHost(host, description);
@@ -158,6 +176,7 @@ void readMachine(Fields fields, Description &description, const std::vector<Devi
     assignNodes(description, before);
     checkAddresses(fields, description);
     checkNodes(fields, description);
+    checkSlots(fields, description);
     description.interrupts = interruptsText(fields, description);
     description.ioports = ioportsText(fields, description);
     if (const std::optional<Fields> files = fields.object("files")) {
@@ -179,6 +198,11 @@ Description parseDescription(const std::string &json, const std::vector<DeviceDe
     const nlohmann::json parsed = parseJson(json);
     readMachine(Fields(parsed), description, before);
     return description;
+}
+
+std::string DeviceDescription::address() const
+{
+    return std::to_string(host) + ":" + std::to_string(channel) + ":" + std::to_string(id) + ":" + std::to_string(lun);
 }
 
 bool isSameDevice(const DeviceDescription &a, const DeviceDescription &b)

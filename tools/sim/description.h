@@ -44,14 +44,16 @@ enum class Kind {
     smartDisable,
     smartStatus,
     smartData,
+    powerMode,
     modeSense,
     modeSelect,
     logSense,
     requestSense,
+    open,  // opening a node: no request, and in no group
     other, // the last kind; groups follow
     ata,   // every ATA command, by whatever ioctl
     scsi,  // every SCSI command
-    any
+    any    // every ioctl
 };
 
 struct Fault {
@@ -61,10 +63,12 @@ struct Fault {
     double probability = 1; // of these requests
     unsigned delayMs = 0;
     double hangSeconds = 0;
+    bool hang = false;   // until a test releases the device
     int errorNumber = 0; // the ioctl fails with it
     int hostStatus = 0;  // of the SG_IO reply
     int driverStatus = 0;
     std::vector<uint8_t> sense; // the command ends in CHECK CONDITION with these bytes
+    bool operator==(const Fault &) const = default;
     bool fails() const { return errorNumber != 0 || hostStatus != 0 || driverStatus != 0 || !sense.empty(); }
 };
 
@@ -109,7 +113,19 @@ struct IdentityDescription {
     std::map<uint8_t, std::optional<std::vector<uint8_t>>> vpdPages;
     std::optional<std::string> wwid; // nullopt: as the kernel derives it from page 83
     std::string state = "running";   // file "state" of the device
-    std::string runtimeStatus = "active";
+};
+
+// Conditions of a disk, from the one in which it does most to the one in which it does least.
+enum class Power { active, idle, standby, sleep };
+
+struct PowerDescription {
+    Power state = Power::active;
+    unsigned idleTimer = 0;               // seconds without a command until the disk is idle; 0: never
+    unsigned standbyTimer = 0;            // the same until it spins down
+    unsigned spinUpMs = 0;                // how much longer the command takes that wakes it
+    bool reported = true;                 // the disk answers CHECK POWER MODE, or REQUEST SENSE with its condition
+    std::string runtimeStatus = "active"; // of the kernel's runtime power management
+    bool operator==(const PowerDescription &) const = default;
 };
 
 // Attributes of a block device in sysfs.
@@ -118,6 +134,14 @@ struct BlockDescription {
     std::optional<unsigned> rotationRate; // per minute, 0: solid state; nullopt: not reported
     uint64_t reads = 0, writes = 0;       // requests so far, file "stat"
     bool removable = false, readOnly = false;
+};
+
+// A bay of an enclosure.
+struct SlotDescription {
+    std::string name;
+    unsigned number = 0;
+    std::string device; // SCSI address of the device in it, "0:0:1:0"; empty: none
+    bool fault = false, locate = false;
 };
 
 struct DeviceDescription {
@@ -136,12 +160,17 @@ struct DeviceDescription {
     unsigned delayMs = 0;             // duration of every request
     unsigned ansiVersion = 5;
     bool descriptorSense = false; // sense data in descriptor format (a SCSI disk's D_SENSE)
+    bool fixedAtaStatus = false;  // registers of ATA PASS-THROUGH are in fixed-format sense data (SAT-4)
     SmartDescription smart;
     ExceptionsDescription exceptions;
     IdentityDescription identity;
+    PowerDescription power;
     BlockDescription block;
     std::vector<Fault> faults;
+    std::string enclosureId; // of an enclosure, "0x500304801f2c3d3d"
+    std::vector<SlotDescription> slots;
 
+    std::string address() const; // "0:0:1:0": host, channel, id and LUN
     bool isIde() const { return host < 0; }
     bool hasDiskName() const { return type == kDisk || type == kOptical || type == kReduced || type == kZoned; }
     bool hasBlocks() const { return hasDiskName() || type == kCdrom || type == kWorm; }
@@ -152,6 +181,7 @@ struct HostDescription {
     int number = 0;
     std::string driver;
     std::string pciAddress; // "0000:00:1f.2"; empty: chosen by the driver's name
+    std::string transport;  // "ata", "sas", "usb", "virtio", "pci"; empty: by the driver's name
 };
 
 struct IdeChannel {
@@ -182,6 +212,7 @@ struct Description {
     bool libraries = false;                               // the agent's libraries are in its lib directory
     std::string libraryDirectory; // source of the libraries; empty: the directory of this library
     uint64_t seed = 1;
+    double clock = 0; // seconds that have passed on the machine's clock
 };
 
 // Throws std::runtime_error naming the place in the description and what is wrong there.

@@ -78,6 +78,7 @@ void readFault(Fields fields, std::vector<Fault> &faults)
     fault.probability = fields.number<double>("probability", 1.0);
     fault.delayMs = fields.number<unsigned>("delayMs", 0);
     fault.hangSeconds = fields.seconds("hangSeconds");
+    fault.hang = fields.flag("hang", false);
     fault.errorNumber = fields.errorNumber("errno");
     fault.hostStatus = fields.number<int>("hostStatus", 0);
     fault.driverStatus = fields.number<int>("driverStatus", 0);
@@ -147,6 +148,7 @@ DeviceDescription readDevice(Fields fields, int host)
     device.serial = fields.text("serial", "");
     device.ansiVersion = fields.number<unsigned>("ansiVersion", 5);
     device.descriptorSense = fields.flag("descriptorSense", false);
+    device.fixedAtaStatus = fields.oneOf("ataStatus", {"descriptor", "fixed"}) == "fixed";
     readSize(fields, device, device.hasDiskName() ? uint64_t(100) << 30 : device.hasBlocks() ? uint64_t(8) << 20 : 0);
     device.node = fields.isNull("node") ? kNoNode : fields.optionalFileName("node", "");
     device.genericNode = fields.isNull("genericNode") ? kNoNode : fields.optionalFileName("genericNode", "");

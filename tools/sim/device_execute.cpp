@@ -145,7 +145,7 @@ int driveCommand(Device &device, uint8_t *block)
     if (device.is.isIde() || (!data && !reply.failed())) {
         block[0] = reply.status;
         block[1] = reply.error;
-        block[2] = device.is.isIde() && smart && data ? 1 : 0;
+        block[2] = device.is.isIde() && smart && data ? 1 : reply.registers.count;
     }
     return reply.failed() ? failWith(EIO) : 0;
 }

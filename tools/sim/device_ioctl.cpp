@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Requests to a device node: their kinds, faults and delays, the log.
 #include "sim/device.h"
+#include "sim/device_plan.h"
 #include "sim/requests.h"
 #include "sim/state.h"
 
@@ -73,64 +74,6 @@ Request decode(unsigned long number, void *argument)
     return request;
 }
 
-uint64_t nextRandom(uint64_t &state) // splitmix64
-{
-    state += 0x9E3779B97F4A7C15;
-    uint64_t mixed = state;
-    mixed = (mixed ^ (mixed >> 30)) * 0xBF58476D1CE4E5B9;
-    mixed = (mixed ^ (mixed >> 27)) * 0x94D049BB133111EB;
-    return mixed ^ (mixed >> 31);
-}
-
-bool isOn(const Fault &fault, const RequestKind &kind)
-{
-    switch (fault.on) {
-    case Kind::any:
-        return true;
-    case Kind::ata:
-        return kind.ata;
-    case Kind::scsi:
-        return kind.scsi;
-    default:
-        return fault.on == kind.own;
-    }
-}
-
-// Effect of a device's faults on one request.
-struct Plan {
-    std::chrono::nanoseconds wait{0};
-    Fault failure; // none unless fails()
-};
-
-Plan planFor(Device &device, const RequestKind &kind)
-{
-    using std::chrono::duration;
-    using std::chrono::duration_cast;
-    using std::chrono::nanoseconds;
-    Plan plan;
-    plan.wait = std::chrono::milliseconds(device.is.delayMs);
-    device.seen.resize(device.is.faults.size());
-    for (size_t i = 0; i < device.is.faults.size(); ++i) {
-        const Fault &fault = device.is.faults[i];
-        if (!isOn(fault, kind)) {
-            continue;
-        }
-        const unsigned count = ++device.seen[i];
-        const bool due = fault.nth != 0 ? count == fault.nth : count % std::max(fault.every, 1U) == 0;
-        constexpr double kScale = 1.0 / 9007199254740992.0; // 2^-53: the upper bits as a number below 1
-        if (!due || (fault.probability < 1 &&
-                     static_cast<double>(nextRandom(device.random) >> 11) * kScale >= fault.probability)) {
-            continue;
-        }
-        plan.wait +=
-            std::chrono::milliseconds(fault.delayMs) + duration_cast<nanoseconds>(duration<double>(fault.hangSeconds));
-        if (fault.fails() && !plan.failure.fails()) {
-            plan.failure = fault;
-        }
-    }
-    return plan;
-}
-
 int failWith(int error)
 {
     errno = error;
@@ -138,12 +81,13 @@ int failWith(int error)
 }
 
 // The kernel aborts a command after its timeout and reports this as a transport status.
-Fault timedOut()
+Plan timedOut(std::chrono::milliseconds limit)
 {
     constexpr int kDidTimeOut = 3;
-    Fault fault;
-    fault.hostStatus = kDidTimeOut;
-    return fault;
+    Plan plan;
+    plan.wait = limit;
+    plan.failure.hostStatus = kDidTimeOut;
+    return plan;
 }
 
 // The kernel sends only ATA commands to an ATA disk and answers SCSI commands by itself.
@@ -162,6 +106,33 @@ void keepInLog(MachineState &machine, const Device &device, const Request &reque
     if (machine.log.size() > kLongestLog) {
         machine.log.pop_front();
     }
+}
+
+void describePower(Device &device, const DeviceDescription *before, const DeviceDescription &now, uint64_t nowMs)
+{
+    if (before == nullptr) {
+        device.lastUsedMs = nowMs;
+    }
+    if (before == nullptr || before->power != now.power) {
+        device.power = now.power.state;
+        device.byTimer = false;
+        device.standbyTimer = now.power.standbyTimer;
+        device.suspended = now.power.runtimeStatus == "suspended";
+    }
+    if (before == nullptr || before->block.reads != now.block.reads || before->block.writes != now.block.writes) {
+        device.reads = now.block.reads;
+        device.writes = now.block.writes;
+    }
+}
+
+std::chrono::milliseconds wakeUp(MachineState &machine, Device &device, const Request &request)
+{
+    const unsigned before = device.resumes;
+    const std::chrono::milliseconds wait(wakeFor(device, request.kind, request.bytes, machine.clockMs));
+    if (device.resumes != before) {
+        showRuntimeStatus(machine, device);
+    }
+    return wait;
 }
 
 } // namespace
@@ -186,14 +157,13 @@ int answer(Device &device, unsigned long number, void *argument)
             count(*machine, device, request.kind);
             keepInLog(*machine, device, request);
             Plan plan = planFor(device, request.kind);
+            plan.wait += wakeUp(*machine, device, request);
             const auto limit =
                 std::chrono::milliseconds(number == SG_IO ? static_cast<const sg_io_hdr_t *>(argument)->timeout : 0);
-            if (limit.count() != 0 && plan.wait > limit) {
-                plan = {limit, timedOut()};
+            if (limit.count() != 0 && plan.wait > limit && !plan.hangs) {
+                plan = timedOut(limit);
             }
-            if (plan.wait.count() != 0) {
-                modelChanged().wait_for(held, plan.wait, [&device] { return device.gone; });
-            }
+            waitOut(held, device, plan);
             result = device.gone ? failWith(ENODEV) : executeRequest(device, number, argument, plan.failure);
         }
         error = errno;
@@ -203,7 +173,7 @@ int answer(Device &device, unsigned long number, void *argument)
     return result;
 }
 
-void describeDevice(Device &device, const DeviceDescription &now, uint64_t seed)
+void describeDevice(Device &device, const DeviceDescription &now, uint64_t seed, uint64_t nowMs)
 {
     const bool fresh = device.name.empty();
     const DeviceDescription before = fresh ? DeviceDescription() : device.is;
@@ -217,6 +187,8 @@ void describeDevice(Device &device, const DeviceDescription &now, uint64_t seed)
     if (fresh || before.faults.size() != now.faults.size()) {
         device.seen.assign(now.faults.size(), 0);
     }
+    device.releases += before.faults == now.faults ? 0 : 1;
+    describePower(device, fresh ? nullptr : &before, now, nowMs);
     device.is = now;
     device.name = "/dev/" + (now.node.empty() ? now.genericNode : now.node);
     if (fresh) {

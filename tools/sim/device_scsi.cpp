@@ -94,10 +94,14 @@ PassThrough decodePassThrough(std::span<const uint8_t> cdb)
 
 // A command without data returns the registers in descriptor format (ATA Return descriptor); one with data, or an
 // aborted one, in fixed format with the registers in the information bytes.
-std::vector<uint8_t> senseOfRegisters(const AtaReply &ata, bool data)
+std::vector<uint8_t> senseOfRegisters(const AtaReply &ata, bool data, bool fixed)
 {
+    const AtaRegisters &r = ata.registers;
+    if (!ata.failed() && !data && fixed) { // SAT-4: in INFORMATION and COMMAND-SPECIFIC INFORMATION
+        return {0x70,     0,        0x01,      ata.error, ata.status, r.device, r.count, 0x0A, 0,
+                r.lbaLow, r.lbaMid, r.lbaHigh, 0x00,      0x1D,       0,        0,       0,    0};
+    }
     if (!ata.failed() && !data) {
-        const AtaRegisters &r = ata.registers;
         return {0x72,      0x01, 0x00,    0x1D, 0,        0, 0,        0x0E, 0x09,      0x0C,     0,
                 ata.error, 0,    r.count, 0,    r.lbaLow, 0, r.lbaMid, 0,    r.lbaHigh, r.device, ata.status};
     }
@@ -125,7 +129,7 @@ ScsiReply passThrough(Device &device, std::span<const uint8_t> cdb)
     }
     if (ata.failed() || request.returnsRegisters) {
         reply.status = 2;
-        reply.sense = senseOfRegisters(ata, request.transfersIn);
+        reply.sense = senseOfRegisters(ata, request.transfersIn, device.is.fixedAtaStatus);
     }
     return reply;
 }

@@ -35,10 +35,12 @@ constexpr Named<Kind> kKinds[] = {
     {"smartDisable", Kind::smartDisable},
     {"smartStatus", Kind::smartStatus},
     {"smartData", Kind::smartData},
+    {"powerMode", Kind::powerMode},
     {"modeSense", Kind::modeSense},
     {"modeSelect", Kind::modeSelect},
     {"logSense", Kind::logSense},
     {"requestSense", Kind::requestSense},
+    {"open", Kind::open},
     {"other", Kind::other},
     {"ata", Kind::ata},
     {"scsi", Kind::scsi},
@@ -229,12 +231,11 @@ bool Fields::flag(const char *name, bool otherwise)
     return found != nullptr ? found->get<bool>() : otherwise;
 }
 
-double Fields::seconds(const char *name)
+double Fields::seconds(const char *name, double longest)
 {
-    constexpr double kDay = 86400;
     const double found = number<double>(name, 0.0);
-    if (!(found >= 0 && found <= kDay)) {
-        fail(name, "expected seconds, from 0 to 86400");
+    if (!(found >= 0 && found <= longest)) {
+        fail(name, "expected seconds, from 0 to " + std::to_string(static_cast<uint64_t>(longest)));
     }
     return found;
 }

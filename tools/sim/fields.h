@@ -38,7 +38,7 @@ public:
     std::optional<std::string> lines(const char *name);
     bool flag(const char *name, bool otherwise);
     template <class T> T number(const char *name, T otherwise);
-    double seconds(const char *name);
+    double seconds(const char *name, double longest = 86400);
     std::vector<uint8_t> bytes(const char *name); // array of numbers, or hexadecimal text
     std::optional<Fields> object(const char *name, bool nullable = false);
     std::vector<Fields> objects(const char *name);

@@ -52,7 +52,7 @@ inline int beginOpening(const Translated &path, int flags)
     }
     const Inside inside;
     const OwnTime own;
-    const Device *device = deviceAt(path.c_str());
+    Device *device = deviceAt(path.c_str());
     return device == nullptr ? 0 : beginOpening(*device, path.c_str(), flags);
 }
 

@@ -2,10 +2,14 @@
 #include "sim/state.h"
 
 #include "sim/descriptors.h"
+#include "sim/device_plan.h"
 #include "sim/paths.h"
+#include "sim/tree_block.h"
+#include "sim/uevents.h"
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -37,9 +41,9 @@ std::vector<DeviceDescription> allDevices(const Description &description)
     return all;
 }
 
-void describe(Device &device, const DeviceDescription &now, const Description &description)
+void describe(const MachineState &machine, Device &device, const DeviceDescription &now, const Description &description)
 {
-    describeDevice(device, now, description.seed);
+    describeDevice(device, now, description.seed, machine.clockMs);
     device.oldKernel = kernelNumber(description.kernel) < 2006000;
 }
 
@@ -65,7 +69,7 @@ std::vector<Device *> admitDevices(MachineState &machine, const Description &des
         } else {
             machine.devices.push_back(std::make_unique<Device>());
             admitted.push_back(machine.devices.back().get());
-            describe(*admitted.back(), described, description);
+            describe(machine, *admitted.back(), described, description);
         }
         addNodes(machine.nodes, described, admitted.back());
     }
@@ -216,9 +220,11 @@ void rebuild(MachineState &machine, Description description)
 {
     checkLibraries(description);
     const Tree tree = treeOf(description);
+    Tree before;
     std::vector<Device *> admitted;
     {
         const std::lock_guard held(model());
+        machine.clockMs = std::max(machine.clockMs, static_cast<uint64_t>(description.clock * 1000));
         admitted = admitDevices(machine, description);
     }
     try {
@@ -233,13 +239,14 @@ void rebuild(MachineState &machine, Description description)
         const std::lock_guard held(model());
         const std::vector<DeviceDescription> all = allDevices(description);
         for (size_t i = 0; i < all.size(); ++i) {
-            describe(*admitted[i], all[i], description);
+            describe(machine, *admitted[i], all[i], description);
         }
         setPresent(machine, std::move(admitted));
         machine.description = std::move(description);
-        machine.tree = tree;
+        before = std::exchange(machine.tree, tree);
     }
     modelChanged().notify_all();
+    sendDifferences(before, tree);
 }
 
 Device *deviceAt(const char *realPath)
@@ -254,19 +261,56 @@ Device *deviceAt(const char *realPath)
     return found == machine->nodes.end() ? nullptr : found->second;
 }
 
-int beginOpening(const Device &device, const char *realPath, int flags)
+int beginOpening(Device &device, const char *realPath, int flags)
 {
-    MachineState *machine = currentMachine();
-    const std::lock_guard held(model());
-    const bool forWriting = (flags & O_ACCMODE) != O_RDONLY;
-    const int error = device.is.openError != 0 || !forWriting ? device.is.openError : device.is.writeOpenError;
-    if (machine != nullptr && machine->logging) {
-        machine->openings.push_back({plainPath(realPath + machine->root.size()), flags, error});
-        if (machine->openings.size() > kLongestLog) {
-            machine->openings.pop_front();
+    int cancelState = 0;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelState); // opening a disk that hangs cannot be cancelled
+    int error = 0;
+    {
+        std::unique_lock held(model());
+        MachineState *machine = currentMachine();
+        const bool forWriting = (flags & O_ACCMODE) != O_RDONLY;
+        const Plan plan = planFor(device, {Kind::open, false, false});
+        error = device.is.openError != 0 || !forWriting ? device.is.openError : device.is.writeOpenError;
+        error = error == 0 ? plan.failure.errorNumber : error;
+        if (machine != nullptr && machine->logging) {
+            machine->openings.push_back({plainPath(realPath + machine->root.size()), flags, error});
+            if (machine->openings.size() > kLongestLog) {
+                machine->openings.pop_front();
+            }
         }
+        waitOut(held, device, plan);
+        error = device.gone ? ENXIO : error;
     }
+    pthread_setcancelstate(cancelState, nullptr);
     return error;
+}
+
+namespace {
+
+void show(const std::string &path, const std::string &text)
+{
+    std::error_code ignored;
+    if (!std::filesystem::exists(path, ignored)) {
+        return;
+    }
+    try {
+        putFile(path, text, 0444);
+    } catch (const std::runtime_error &) { // NOLINT(bugprone-empty-catch): the file then shows what it did before
+    }
+}
+
+} // namespace
+
+void showRuntimeStatus(const MachineState &machine, const Device &device)
+{
+    show(machine.root + "/sys/bus/scsi/devices/" + device.is.address() + "/power/runtime_status",
+         device.suspended ? "suspended\n" : "active\n");
+}
+
+void showStatistics(const MachineState &machine, const Device &device)
+{
+    show(machine.root + "/sys/block/" + device.is.node + "/stat", statText(device.reads, device.writes));
 }
 
 std::string nodeNameOf(const Device &device)

@@ -99,7 +99,8 @@ TEST_F(DeviceBuild, AnUnmanagedDiskLeavesNoGapInTheNumbers)
     ASSERT_EQ(MallocDeviceTable(), 0);
     SCSIDiskNameTable names;
     ASSERT_NE(GetSCSIDeviceName_IDArray(collection().g_SCSIDeviceInfo, &names), 0);
-    ASSERT_EQ(fillSCSIDevices(collection().g_SCSIDeviceInfo, &names, filter), 0);
+    AskNow asker(namingByTable(&names), kStrictMethods);
+    ASSERT_EQ(fillSCSIDevices(collection().g_SCSIDeviceInfo, asker, filter), 0);
     ASSERT_EQ(collection().scsi_dev_cnt, 2);
     ASSERT_EQ(collection().hd_dev_cnt, 2);
     const char *const serials[] = {"S1", "S3"};
