@@ -161,13 +161,6 @@ void tavstrg::describeUnasked(const AskedDisk &disk, HardDiskEntry &entry)
     entry.SmartPredict = kUnreadable;
 }
 
-AskedDisk tavstrg::askedDisk(const SCSIDeviceInfo &device)
-{
-    AskedDisk disk = {};
-    disk.address = {device.host, device.channel, device.id, device.lun};
-    return disk;
-}
-
 const DiskAsker::Functions AskNow::kFunctions = {
     [](DiskAsker &self, const SCSIDeviceInfo &device, char *path) {
         auto &now = static_cast<AskNow &>(self);
@@ -193,14 +186,4 @@ const DiskAsker::Functions AskNow::kFunctions = {
 AskNow::AskNow(const char *path) : DiskAsker(kFunctions), naming_{}, methods_(kStrictMethods)
 {
     copyText(disk_.path, path);
-}
-
-int32_t AskNow::begin(const SCSIDeviceInfo &device, char *path)
-{
-    disk_ = askedDisk(device);
-    if (naming_.find(naming_.table, device, disk_.path) < 0) {
-        return -1;
-    }
-    std::memcpy(path, disk_.path, sizeof disk_.path);
-    return 0;
 }
