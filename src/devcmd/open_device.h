@@ -14,8 +14,8 @@ namespace tavstrg {
 // FIFO is looked up once in the life of a KnownNodes.
 int openDevice(const char *path, int mode);
 
-// The paths that openDevice found in this thread not to be a FIFO while this object is the one that the thread made last
-// and that still lives.
+// The paths that openDevice found in this thread not to be a FIFO while this object is the one that the thread made
+// last and that still lives.
 class KnownNodes {
 public:
     KnownNodes();

@@ -2,6 +2,7 @@
 // The monitoring thread: its start, its loop and its end.
 #include "monitor/monitor.h"
 #include "runtime/memory.h"
+#include "runtime/side_by_side.h"
 
 #include <cerrno>
 #include <mutex>
@@ -84,6 +85,7 @@ void stopThread()
         TRACE(kFailure, "pthread_join Failure!! errno=[%d]", error);
     }
     threadJoined(&gst_thid);
+    joinReturned();
 }
 
 } // namespace
