@@ -5,6 +5,7 @@
 #include "runtime/cancel.h"
 #include "runtime/memory.h"
 #include "runtime/options.h"
+#include "runtime/side_by_side.h"
 
 #include <cerrno>
 #include <mutex>
@@ -105,6 +106,7 @@ void stopThread()
         TRACE(kFailure, "pthread_join Failure!! errno=[%d]", error);
     }
     threadJoined(&gst_thid);
+    joinReturned();
 }
 
 } // namespace
