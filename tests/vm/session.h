@@ -50,5 +50,7 @@ void addSimulatedDisks(int number);
 
 // The phase of the monitoring thread.
 void monitoring();
+// The phase of the suspended disk.
+void sleeping();
 
 } // namespace vm
