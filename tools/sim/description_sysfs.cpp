@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <bit>
 #include <charconv>
+#include <set>
+#include <string>
 
 namespace sim {
 
@@ -60,6 +62,46 @@ bool isSectorSize(unsigned bytes)
     return bytes >= 512 && bytes <= 65536 && std::has_single_bit(bytes);
 }
 
+void readPower(Fields fields, PowerDescription &power)
+{
+    const std::string state = fields.oneOf("state", {"active", "idle", "standby", "sleep"});
+    power.state = state == "idle"      ? Power::idle
+                  : state == "standby" ? Power::standby
+                  : state == "sleep"   ? Power::sleep
+                                       : Power::active;
+    power.idleTimer = fields.number<unsigned>("idleTimer", 0);
+    power.standbyTimer = fields.number<unsigned>("standbyTimer", 0);
+    power.spinUpMs = fields.number<unsigned>("spinUpMs", 0);
+    power.reported = fields.flag("reported", true);
+    power.runtimeStatus =
+        fields.oneOf("runtimeStatus", {"active", "suspended", "suspending", "resuming", "error", "unsupported"});
+    fields.finish();
+}
+
+void readSlots(Fields &fields, DeviceDescription &device)
+{
+    device.enclosureId = fields.text("enclosureId", "");
+    std::set<std::string> names;
+    for (Fields of : fields.objects("slots")) {
+        SlotDescription slot;
+        slot.name = of.fileName("name", "Slot " + std::to_string(device.slots.size()));
+        slot.number = of.number<unsigned>("number", static_cast<unsigned>(device.slots.size()));
+        slot.device = of.text("device", "");
+        slot.fault = of.flag("fault", false);
+        slot.locate = of.flag("locate", false);
+        of.finish();
+        if (!names.insert(slot.name).second) {
+            of.fail("name", "duplicate " + slot.name);
+        }
+        device.slots.push_back(slot);
+    }
+    if (!device.slots.empty() && device.type != kEnclosure) {
+        fields.fail("slots", "only a device of type \"enclosure\" has slots");
+    }
+}
+
+} // namespace
+
 void readBlock(Fields &fields, DeviceDescription &device)
 {
     BlockDescription &block = device.block;
@@ -79,28 +121,11 @@ void readBlock(Fields &fields, DeviceDescription &device)
     block.readOnly = fields.flag("readOnly", device.type == kCdrom);
 }
 
-void readPower(Fields fields, PowerDescription &power)
-{
-    const std::string state = fields.oneOf("state", {"active", "idle", "standby", "sleep"});
-    power.state = state == "idle"      ? Power::idle
-                  : state == "standby" ? Power::standby
-                  : state == "sleep"   ? Power::sleep
-                                       : Power::active;
-    power.idleTimer = fields.number<unsigned>("idleTimer", 0);
-    power.standbyTimer = fields.number<unsigned>("standbyTimer", 0);
-    power.spinUpMs = fields.number<unsigned>("spinUpMs", 0);
-    power.reported = fields.flag("reported", true);
-    power.runtimeStatus =
-        fields.oneOf("runtimeStatus", {"active", "suspended", "suspending", "resuming", "error", "unsupported"});
-    fields.finish();
-}
-
-} // namespace
-
 void readSysfs(Fields &fields, DeviceDescription &device)
 {
     readIdentity(fields, device.identity);
     readBlock(fields, device);
+    readSlots(fields, device);
     if (const std::optional<Fields> power = fields.object("power")) {
         readPower(*power, device.power);
     }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Files by their descriptors: open and its variants, close, reading and writing.
 #include "sim/interpose.h"
+#include "sim/uevents.h"
 
 #include <cstdarg>
 #include <fcntl.h>
@@ -177,12 +178,18 @@ extern "C" int simClose(int descriptor)
 
 extern "C" ssize_t simRead(int descriptor, void *to, size_t size)
 {
-    return SIM_FAILS(read, "read") ? failedWith<ssize_t>(EIO) : realRead(descriptor, to, size);
+    if (SIM_FAILS(read, "read")) {
+        return failedWith<ssize_t>(EIO);
+    }
+    return isEventSocket(descriptor) ? readEvent(descriptor, to, size) : realRead(descriptor, to, size);
 }
 
 extern "C" ssize_t simReadChk(int descriptor, void *to, size_t size, size_t room)
 {
-    return SIM_FAILS(read, "__read_chk") ? failedWith<ssize_t>(EIO) : realReadChk(descriptor, to, size, room);
+    if (SIM_FAILS(read, "__read_chk")) {
+        return failedWith<ssize_t>(EIO);
+    }
+    return isEventSocket(descriptor) ? readEvent(descriptor, to, size) : realReadChk(descriptor, to, size, room);
 }
 
 extern "C" ssize_t simWrite(int descriptor, const void *from, size_t size)

@@ -4,6 +4,7 @@
 #include "sim/fields.h"
 #include "sim/state.h"
 #include "sim/thread.h"
+#include "sim/uevents.h"
 
 #include <cerrno>
 #include <chrono>
@@ -226,6 +227,18 @@ bool Machine::awaitWaiting(std::string_view node, unsigned number, double second
     const Device *device = deviceOfNode(node);
     return device != nullptr && modelChanged().wait_for(held, std::chrono::duration<double>(seconds),
                                                         [&] { return device->waiting >= number; });
+}
+
+void Machine::uevent(const std::string &action, const std::string &node, unsigned times)
+{
+    const Inside inside;
+    const std::lock_guard held(model());
+    sendBlockUevents(action, node, times, currentMachine()->tree);
+}
+
+unsigned Machine::ueventListeners() const
+{
+    return eventListeners();
 }
 
 int Machine::openDescriptors() const

@@ -5,6 +5,7 @@
 #include "sim/device_plan.h"
 #include "sim/paths.h"
 #include "sim/tree_block.h"
+#include "sim/uevents.h"
 
 #include <algorithm>
 #include <atomic>
@@ -31,15 +32,6 @@ std::vector<std::unique_ptr<MachineState>> &formerMachines()
     return *machines;
 }
 
-std::vector<DeviceDescription> allDevices(const Description &description)
-{
-    std::vector<DeviceDescription> all = description.devices;
-    for (const IdeDrive &drive : description.drives) {
-        all.push_back(drive.device);
-    }
-    return all;
-}
-
 void describe(const MachineState &machine, Device &device, const DeviceDescription &now, const Description &description)
 {
     describeDevice(device, now, description.seed, machine.clockMs);
@@ -60,7 +52,7 @@ void addNodes(std::map<std::string, Device *> &nodes, const DeviceDescription &d
 std::vector<Device *> admitDevices(MachineState &machine, const Description &description)
 {
     std::vector<Device *> admitted;
-    for (const DeviceDescription &described : allDevices(description)) {
+    for (const DeviceDescription &described : description.allDevices()) {
         const auto old = std::find_if(machine.present.begin(), machine.present.end(),
                                       [&](const Device *device) { return isSameDevice(device->is, described); });
         if (old != machine.present.end()) {
@@ -219,6 +211,7 @@ void rebuild(MachineState &machine, Description description)
 {
     checkLibraries(description);
     const Tree tree = treeOf(description);
+    Tree before;
     std::vector<Device *> admitted;
     {
         const std::lock_guard held(model());
@@ -235,15 +228,16 @@ void rebuild(MachineState &machine, Description description)
     }
     {
         const std::lock_guard held(model());
-        const std::vector<DeviceDescription> all = allDevices(description);
+        const std::vector<DeviceDescription> all = description.allDevices();
         for (size_t i = 0; i < all.size(); ++i) {
             describe(machine, *admitted[i], all[i], description);
         }
         setPresent(machine, std::move(admitted));
         machine.description = std::move(description);
-        machine.tree = tree;
+        before = std::exchange(machine.tree, tree);
     }
     modelChanged().notify_all();
+    sendDifferences(before, tree);
 }
 
 Device *deviceAt(const char *realPath)
@@ -301,10 +295,7 @@ void show(const std::string &path, const std::string &text)
 
 void showRuntimeStatus(const MachineState &machine, const Device &device)
 {
-    const DeviceDescription &is = device.is;
-    const std::string address = std::to_string(is.host) + ":" + std::to_string(is.channel) + ":" +
-                                std::to_string(is.id) + ":" + std::to_string(is.lun);
-    show(machine.root + "/sys/bus/scsi/devices/" + address + "/power/runtime_status",
+    show(machine.root + "/sys/bus/scsi/devices/" + device.is.address() + "/power/runtime_status",
          device.suspended ? "suspended\n" : "active\n");
 }
 

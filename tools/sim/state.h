@@ -68,5 +68,9 @@ std::string nodeNameOf(const Device &device); // "sda"
 
 // Lets the machine of a preloaded process follow its description file. Called where a file or directory is opened.
 void followDescription();
+// A descriptor that becomes readable when the description file of a preloaded process changes, or -1. Then the second
+// function is to be called.
+int descriptionWatch();
+void descriptionChanged();
 
 } // namespace sim

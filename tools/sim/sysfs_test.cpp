@@ -5,6 +5,7 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <iterator>
+#include <memory>
 #include <stdexcept>
 #include <sys/stat.h>
 
@@ -165,6 +166,51 @@ TEST(Sysfs, WrongValuesAreRefusedWithTheirPlace)
     EXPECT_THAT(refusal(R"("physicalSectorSize": 600)"), HasSubstr("physicalSectorSize: expected a power of 2"));
     EXPECT_THAT(refusal(R"("rotationRate": 70000)"), HasSubstr("rotationRate: the number is out of range"));
     EXPECT_THAT(refusal(R"("io": {"read": 1})"), HasSubstr("io.read: unknown field"));
+}
+
+TEST(Sysfs, PathShowsTheTransport)
+{
+    const sim::Machine machine(R"({"hosts": [
+        {"driver": "mpt3sas", "transport": "sas", "devices": [{"wwn": "5000c500a1b2c3d4"}, {"id": 9}, {"id": 9, "lun": 1}]},
+        {"driver": "virtio_scsi", "transport": "virtio", "devices": [{}]},
+        {"driver": "uas", "transport": "usb", "devices": [{}]}]})");
+    const auto placeOf = [](const char *device) {
+        const std::unique_ptr<char, void (*)(void *)> path(realpath(device, nullptr), free);
+        return std::string(path.get());
+    };
+    const std::string card = "/sys/devices/pci0000:00/0000:00:0";
+    EXPECT_EQ(placeOf("/sys/bus/scsi/devices/0:0:0:0"), card + "2.0/host0/port-0:0/end_device-0:0/target0:0:0/0:0:0:0");
+    EXPECT_EQ(placeOf("/sys/bus/scsi/devices/0:0:9:1"), card + "2.0/host0/port-0:1/end_device-0:1/target0:0:9/0:0:9:1");
+    EXPECT_EQ(contentOf("/sys/bus/scsi/devices/0:0:0:0/sas_address"), "0x5000c500a1b2c3d5\n");
+    EXPECT_EQ(placeOf("/sys/block/sdd"), card + "3.0/virtio0/host1/target1:0:0/1:0:0:0/block/sdd");
+    EXPECT_EQ(placeOf("/sys/bus/scsi/devices/2:0:0:0"),
+              "/sys/devices/pci0000:00/0000:00:14.0/usb2/2-1/2-1:1.0/host2/target2:0:0/2:0:0:0");
+}
+
+TEST(Sysfs, EnclosureShowsItsBays)
+{
+    const sim::Machine machine(R"({"hosts": [{"transport": "sas", "devices": [{}, {"id": 1, "type": "enclosure",
+        "enclosureId": "0x5003", "slots": [{"name": "Bay 1", "number": 1, "device": "0:0:0:0", "fault": true}, {}]}]}]})");
+    const std::string enclosure = "/sys/class/enclosure/0:0:1:0/";
+    EXPECT_EQ(contentOf(enclosure + "components"), "2\n");
+    EXPECT_EQ(contentOf(enclosure + "id"), "0x5003\n");
+    EXPECT_EQ(contentOf(enclosure + "Bay 1/slot"), "1\n");
+    EXPECT_EQ(contentOf(enclosure + "Bay 1/status"), "critical\n");
+    EXPECT_EQ(contentOf(enclosure + "Bay 1/device/type"), "0\n");
+    EXPECT_EQ(contentOf("/sys/block/sda/device/enclosure_device:Bay 1/fault"), "1\n");
+    EXPECT_EQ(contentOf(enclosure + "Slot 1/status"), "not installed\n");
+    EXPECT_FALSE(machine.exists(enclosure + "Slot 1/device"));
+}
+
+TEST(Sysfs, WrongBaysAreRefused)
+{
+    EXPECT_THAT(refusal(R"("slots": [{}])"), HasSubstr("slots: only a device of type"));
+    EXPECT_THAT(refusal(R"("type": "enclosure", "slots": [{"device": "0:0:0:0"}])"),
+                HasSubstr("hosts: slot Slot 0: there is no device 0:0:0:0"));
+    EXPECT_THAT(refusal(R"("type": "enclosure", "slots": [{"name": "../x"}])"),
+                HasSubstr("name: expected a file name"));
+    EXPECT_THAT(refusal(R"("type": "enclosure", "slots": [{"name": "a"}, {"name": "a"}])"),
+                HasSubstr("slots[1].name: duplicate a"));
 }
 
 // ---- opening a node ----

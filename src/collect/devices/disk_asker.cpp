@@ -161,17 +161,29 @@ void tavstrg::describeUnasked(const AskedDisk &disk, HardDiskEntry &entry)
     entry.SmartPredict = kUnreadable;
 }
 
-AskNow::AskNow(const char *path) : naming_{}, methods_(kStrictMethods)
+const DiskAsker::Functions AskNow::kFunctions = {
+    [](DiskAsker &self, const SCSIDeviceInfo &device, char *path) {
+        auto &now = static_cast<AskNow &>(self);
+        now.disk_ = askedDisk(device);
+        const int32_t result = now.naming_.find(now.naming_.table, device, now.disk_.path);
+        std::memcpy(path, now.disk_.path, sizeof now.disk_.path);
+        return result;
+    },
+    [](DiskAsker &self, char *serial) {
+        auto &now = static_cast<AskNow &>(self);
+        return now.methods_.serialNumber(now.disk_, serial);
+    },
+    [](DiskAsker &self, HardDiskEntry &entry) {
+        auto &now = static_cast<AskNow &>(self);
+        return now.methods_.describe(now.disk_, entry);
+    },
+    [](DiskAsker &self, uint8_t attribute, uint16_t *figure) {
+        auto &now = static_cast<AskNow &>(self);
+        return now.methods_.wear(now.disk_, attribute, figure);
+    },
+};
+
+AskNow::AskNow(const char *path) : DiskAsker(kFunctions), naming_{}, methods_(kStrictMethods)
 {
     copyText(disk_.path, path);
-}
-
-int32_t AskNow::begin(const SCSIDeviceInfo &device, char *path)
-{
-    disk_ = askedDisk(device);
-    if (naming_.find(naming_.table, device, disk_.path) < 0) {
-        return -1;
-    }
-    std::memcpy(path, disk_.path, sizeof disk_.path);
-    return 0;
 }
