@@ -51,5 +51,7 @@ void addSimulatedDisks(int number);
 // The phase of the monitoring thread, and that of the kernel's events.
 void monitoring();
 void hotplug();
+// The phase of the suspended disk.
+void sleeping();
 
 } // namespace vm
