@@ -2,6 +2,7 @@
 // The monitoring thread: its start, its loop and its end.
 #include "monitor/monitor.h"
 #include "runtime/memory.h"
+#include "runtime/pause.h"
 
 #include <cerrno>
 #include <mutex>
@@ -50,7 +51,7 @@ void sleepOneCycle()
     TRACE(kDetail, "- sleep[%d]sec -", cycle);
     {
         const CancelSwitch on(PTHREAD_CANCEL_ENABLE);
-        ::sleep(secondsToSleep(cycle));
+        pauseForSeconds(secondsToSleep(cycle));
     }
     TRACE(kDetail, "- wakeUp -");
 }

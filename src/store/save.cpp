@@ -2,6 +2,7 @@
 // Saving so that a crash, a full disk or a power failure leaves either the old file or the new one, never a part of
 // one.
 #include "runtime/holders.h"
+#include "runtime/pause.h"
 #include "runtime/trace.h"
 #include "store/store.h"
 
@@ -123,7 +124,7 @@ int openTemporary(int &error)
         if (waits == kLockWaits) {
             return -1;
         }
-        ::usleep(kLockPause);
+        pauseFor(kLockPause);
     }
     return -1;
 }
