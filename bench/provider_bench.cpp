@@ -115,10 +115,15 @@ void BM_CollectionTraced(benchmark::State &state)
 }
 
 // Tape drives, a host adapter each: the table of disk names ends at 128 disks.
+std::string tapesText(size_t tapes)
+{
+    const std::vector<nlohmann::json> devices(tapes, {{"type", "tape"}, {"model", "TAPE"}});
+    return machines::text(machines::withDevices(devices, 1));
+}
+
 void BM_CollectionOfTapes(benchmark::State &state)
 {
-    const std::vector<nlohmann::json> tapes(devicesOf(state), {{"type", "tape"}, {"model", "TAPE"}});
-    collect(state, machines::text(machines::withDevices(tapes, 1)), TAV_CID_STRG_TAPE);
+    collect(state, tapesText(devicesOf(state)), TAV_CID_STRG_TAPE);
 }
 
 // Disks that take 2 ms for every request, SMART on: seconds on the clock, and their ratio to the disks' own time.
@@ -144,8 +149,9 @@ void BM_CollectionOfSlowDisks(benchmark::State &state)
 // A provider in service mode with an up-to-date store: requests read what the monitoring thread published.
 class FreshStore {
 public:
-    explicit FreshStore(size_t disks)
-        : machine_(machineText(disks, machines::kDevicesPerHost, false)), broker_({.serviceMode = true}),
+    explicit FreshStore(size_t disks) : FreshStore(machineText(disks, machines::kDevicesPerHost, false)) {}
+    explicit FreshStore(const std::string &description)
+        : machine_(description), broker_({.serviceMode = true}),
           mi_(TAVStorageProvider_Create_InstanceMI(broker_.handle(), broker_.emptyContext(), &status_))
     {
         broker::Request request(broker_, "TAV_StorageThread");
@@ -168,11 +174,11 @@ private:
     CMPIInstanceMI *mi_;
 };
 
-void BM_GetLastHardDisk(benchmark::State &state)
+// GetInstance of the device with the last index of a class.
+void getLast(benchmark::State &state, FreshStore &store, const char *className)
 {
-    FreshStore store(static_cast<size_t>(state.range(0)));
     for (auto _ : state) {
-        broker::Request request(store.broker(), "TAV_StorageHardDisk",
+        broker::Request request(store.broker(), className,
                                 {{"Index", broker::Value::text(std::to_string(state.range(0)))}});
         const double start = threadCpuSeconds();
         const CMPIStatus status =
@@ -182,6 +188,18 @@ void BM_GetLastHardDisk(benchmark::State &state)
             state.SkipWithError("GetInstance failed");
         }
     }
+}
+
+void BM_GetLastHardDisk(benchmark::State &state)
+{
+    FreshStore store(devicesOf(state));
+    getLast(state, store, "TAV_StorageHardDisk");
+}
+
+void BM_GetLastScsiDevice(benchmark::State &state)
+{
+    FreshStore store(tapesText(devicesOf(state)));
+    getLast(state, store, "TAV_StorageSCSIDevice");
 }
 
 void BM_EnumHardDisks(benchmark::State &state)
@@ -253,6 +271,7 @@ BENCHMARK(BM_CollectionOfTapes)
     ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_CollectionOfSlowDisks)->Arg(1)->Arg(64)->UseManualTime()->Iterations(3)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_GetLastHardDisk)->FOR_DISKS->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_GetLastScsiDevice)->Arg(1024)->Arg(10000)->UseManualTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_EnumHardDisks)->FOR_DISKS->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_SaveState)->FOR_DISKS->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_ReadState)->FOR_DISKS->Unit(benchmark::kMicrosecond);

@@ -1,8 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // The nine classes that are keyed by Index.
 #include "classes/instance.h"
+#include "lifecycle/access.h"
 #include "runtime/request.h"
+#include "store/arrays.h"
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
@@ -23,22 +27,74 @@ int indexOf(const void *record)
     return index;
 }
 
-void traceIndex(const RecordClass &member, int i, const void *record)
+void traceIndex(const RecordClass &member, int i, int index)
 {
-    TRACE(kDetail, "%s[%d]->Index=[%d]", member.recordName, i, indexOf(record));
+    TRACE(kDetail, "%s[%d]->Index=[%d]", member.recordName, i, index);
 }
+
+// A search for the first record with one index: a copy of it and of the indices up to it, all of one moment. A class
+// may have thousands of records, which a request for one of them does not copy.
+class Search {
+public:
+    Search(int classId, int key)
+    {
+        DatInfo dat = {};
+        const RecordsReader reader(classId, dat);
+        emptyIsKnown_ = strgEmptyIsKnown();
+        count_ = std::max(dat.datNum, 0);
+        if (count_ > 0 && dat.datAdr != nullptr) {
+            // Not memalloc, which traces: the records lock is held.
+            indices_.reset(std::malloc(static_cast<size_t>(count_) * sizeof(uint16_t)));
+            if (indices_) {
+                find(dat, key);
+            }
+        }
+    }
+    // Refuses when there was nothing to search: the class became empty, the store was freed, or memory is short.
+    Outcome check(const RecordClass &member) const
+    {
+        return checkRecords(member, {count_, static_cast<bool>(indices_), emptyIsKnown_});
+    }
+    // Indices met, the one that was found last.
+    int count() const { return count_; }
+    int index(int i) const { return indices_[static_cast<size_t>(i)]; }
+    // The record, or null if none has the index.
+    const void *found() const { return found_ ? record_.data() : nullptr; }
+
+private:
+    void find(const DatInfo &dat, int key)
+    {
+        const auto *const records = static_cast<const uint8_t *>(dat.datAdr);
+        for (int i = 0; i < count_; ++i) {
+            const uint8_t *const record = records + static_cast<size_t>(i) * dat.datSize;
+            indices_[static_cast<size_t>(i)] = static_cast<uint16_t>(indexOf(record));
+            if (indexOf(record) == key) {
+                std::memcpy(record_.data(), record, std::min<size_t>(dat.datSize, record_.size()));
+                found_ = true;
+                count_ = i + 1;
+                return;
+            }
+        }
+    }
+
+    int count_ = 0;
+    bool emptyIsKnown_ = false;
+    bool found_ = false;
+    HeapBlock<uint16_t> indices_{nullptr};
+    std::array<uint8_t, kMaxRecordSize> record_ = {};
+};
 
 Outcome returnByKey(const RecordClass &member, const InstanceRequest &request, int key)
 {
-    const RecordsCopy copy(member.classId);
-    if (const Outcome refused = copy.check(member)) {
+    const Search search(member.classId, key);
+    if (const Outcome refused = search.check(member)) {
         return refused;
     }
-    for (int i = 0; i < copy.count(); ++i) {
-        traceIndex(member, i, copy.record(i));
-        if (indexOf(copy.record(i)) == key) {
-            return returnRecord(member, request, copy.record(i), Following::none);
-        }
+    for (int i = 0; i < search.count(); ++i) {
+        traceIndex(member, i, search.index(i));
+    }
+    if (search.found() != nullptr) {
+        return returnRecord(member, request, search.found(), Following::none);
     }
     TRACE(kDetail, "CMSetStatusWithChars() - CMPI_RC_ERR_INVALID_PARAMETER Index");
     // Deliberate: an unknown key is an invalid parameter, not a missing object.
@@ -68,7 +124,7 @@ Outcome enumerate(const RecordClass &member, const InstanceRequest &request)
         return refused;
     }
     for (int i = 0; i < copy.count(); ++i) {
-        traceIndex(member, i, copy.record(i));
+        traceIndex(member, i, indexOf(copy.record(i)));
         if (const Outcome refused = returnRecord(member, request, copy.record(i), Following::more)) {
             return refused; // deliberate: the result stays open after a failure
         }

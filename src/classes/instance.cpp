@@ -82,12 +82,12 @@ RecordsCopy::RecordsCopy(int classId)
     }
 }
 
-Outcome RecordsCopy::check(const RecordClass &member) const
+Outcome tavstrg::checkRecords(const RecordClass &member, const CopyState &copy)
 {
-    if (count_ > 0) {
-        return records_ ? Outcome() : unreadStore();
+    if (copy.count > 0) {
+        return copy.held ? Outcome() : unreadStore();
     }
-    return emptyIsKnown_ ? noData(member) : unreadStore();
+    return copy.emptyIsKnown ? noData(member) : unreadStore();
 }
 
 Outcome tavstrg::returnInstance(const InstanceRequest &request, const char *builder, CMPIInstance *built,

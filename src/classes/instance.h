@@ -55,13 +55,24 @@ Refusal noData(const RecordClass &member);
 // the request traces.
 Outcome refreshClass(const RecordClass &member, const char *classIdName, const CInfo *cInfo);
 
+// What a copy of a class's records came to.
+struct CopyState {
+    int count;         // records of the class
+    bool held;         // and they could be copied
+    bool emptyIsKnown; // strgEmptyIsKnown() at that moment
+};
+// Refuses when there is no copy: the class became empty, the store was freed, or memory is short.
+Outcome checkRecords(const RecordClass &member, const CopyState &copy);
+
 // The records of one class at one moment. A request builds its answer from such a copy, without a lock: no client and
 // no broker call holds up anything else, and an enumeration shows one state of the machine.
 class RecordsCopy {
 public:
     explicit RecordsCopy(int classId);
-    // Refuses when the copy has no records: the class became empty, the store was freed, or memory is short.
-    Outcome check(const RecordClass &member) const;
+    Outcome check(const RecordClass &member) const
+    {
+        return checkRecords(member, {count_, static_cast<bool>(records_), emptyIsKnown_});
+    }
     int count() const { return count_; }
     const void *record(int i) const { return records_.get() + static_cast<size_t>(i) * size_; }
 

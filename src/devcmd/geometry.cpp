@@ -45,12 +45,12 @@ HeadsAndSectors readHeadsAndSectors(int fd)
     return chs;
 }
 
-void setGeometry(HardDiskEntry &disk, uint64_t cylinders, uint64_t heads, uint64_t sectors)
+void setGeometry(HardDiskEntry &disk, const GeometryTriple &triple, int32_t sectorSize)
 {
-    disk.CylindersPerUnit = cylinders;
-    disk.TracksPerCylinder = heads;
-    disk.SectorsPerTrack = sectors;
-    disk.Capacity = capacityMiB(sector_size, cylinders, heads, sectors);
+    disk.CylindersPerUnit = triple.cylinders;
+    disk.TracksPerCylinder = triple.heads;
+    disk.SectorsPerTrack = triple.sectors;
+    disk.Capacity = capacityMiB(sectorSize, triple.cylinders, triple.heads, triple.sectors);
 }
 
 } // namespace
@@ -183,13 +183,24 @@ int GetSCSIHDGeometry(const char *path, HardDiskEntry *disk)
     GeometryTriple triple{};
     GetGeometry(device.get(), &triple);
     if (triple.cylinders != 0 && triple.heads != 0 && triple.sectors != 0) {
-        setGeometry(*disk, triple.cylinders, triple.heads, triple.sectors);
+        setGeometry(*disk, triple, sector_size);
         return TRACED(0, kDetail, "_OUT_ (0)");
     }
     hd_geometry geometry{};
     if (::ioctl(device.get(), HDIO_GETGEO, &geometry) < 0) {
         return TRACED(-1, kFailure, "_OUT_ (-1)");
     }
-    setGeometry(*disk, geometry.cylinders, geometry.heads, geometry.sectors);
+    setGeometry(*disk, {geometry.heads, geometry.sectors, geometry.cylinders}, sector_size);
     return TRACED(0, kDetail, "_OUT_ (0)");
+}
+
+void tavstrg::setUsualGeometry(HardDiskEntry &disk, uint64_t kernelSectors, int32_t sectorSize)
+{
+    constexpr HeadsAndSectors kUsual{255, 63}; // linux/drivers/ata/libata-scsi.c, ata_std_bios_param
+    const int32_t logical = sectorSize > 0 ? sectorSize : kKernelSector;
+    GeometryTriple triple = makeGeometry(kernelSectors, kUsual, sectorFactor(logical));
+    if (triple.cylinders == 0) {
+        triple = makeGeometry(kernelSectors, {0, 0}, sectorFactor(logical));
+    }
+    setGeometry(disk, triple, logical);
 }

@@ -36,3 +36,11 @@ int GetGeoFromKernel(const char *path, StrgGeoInfo *geo);
 void GetGeometry(int fd, tavstrg::GeometryTriple *geometry);
 // Fills the four geometry fields of a hard-disk entry from its device node. Returns 0, or -1 with the entry untouched.
 int GetSCSIHDGeometry(const char *path, tavstrg::HardDiskEntry *disk);
+
+namespace tavstrg {
+
+// Fills them from a size in 512-byte sectors alone: with 255 heads and 63 sectors per track, as the kernel's drivers
+// do, or as one track if the disk is smaller than a cylinder. sectorSize: of a logical sector, bytes; 0 if unknown.
+void setUsualGeometry(HardDiskEntry &disk, uint64_t kernelSectors, int32_t sectorSize);
+
+} // namespace tavstrg

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Where the monitoring thread may be cancelled inside a collection.
+// Where the monitoring thread may be cancelled.
 #pragma once
 
 #include "runtime/progress.h"
@@ -18,5 +18,17 @@ inline void cancellationPoint()
     pthread_testcancel();
     pthread_setcancelstate(previous, nullptr);
 }
+
+// Sets whether this thread can be cancelled, and puts back what was set before.
+class CancelSwitch {
+public:
+    explicit CancelSwitch(int state) { pthread_setcancelstate(state, &previous_); }
+    ~CancelSwitch() { pthread_setcancelstate(previous_, nullptr); }
+    CancelSwitch(const CancelSwitch &) = delete;
+    CancelSwitch &operator=(const CancelSwitch &) = delete;
+
+private:
+    int previous_ = PTHREAD_CANCEL_ENABLE;
+};
 
 } // namespace tavstrg

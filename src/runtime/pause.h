@@ -2,6 +2,8 @@
 // Pauses that a signal does not shorten: the host's signals may come at any rate.
 #pragma once
 
+#include "runtime/progress.h"
+
 #include <cerrno>
 #include <chrono>
 #include <unistd.h>
@@ -11,10 +13,9 @@ namespace tavstrg {
 // Sleeps for that many microseconds.
 inline void pauseFor(useconds_t microseconds)
 {
-    using Clock = std::chrono::steady_clock;
-    const auto end = Clock::now() + std::chrono::microseconds(microseconds);
+    const auto end = ProgressClock::now() + std::chrono::microseconds(microseconds);
     for (auto left = std::chrono::microseconds(microseconds); left.count() > 0;
-         left = std::chrono::duration_cast<std::chrono::microseconds>(end - Clock::now())) {
+         left = std::chrono::duration_cast<std::chrono::microseconds>(end - ProgressClock::now())) {
         if (::usleep(static_cast<useconds_t>(left.count())) == 0 || errno != EINTR) {
             return;
         }
@@ -24,10 +25,9 @@ inline void pauseFor(useconds_t microseconds)
 // Sleeps for that many seconds, with sleep(3). Cancellation points are its own.
 inline void pauseForSeconds(unsigned seconds)
 {
-    using Clock = std::chrono::steady_clock;
-    const auto end = Clock::now() + std::chrono::seconds(seconds);
+    const auto end = ProgressClock::now() + std::chrono::seconds(seconds);
     for (auto left = std::chrono::seconds(seconds); left.count() > 0;
-         left = std::chrono::ceil<std::chrono::seconds>(end - Clock::now())) {
+         left = std::chrono::ceil<std::chrono::seconds>(end - ProgressClock::now())) {
         if (::sleep(static_cast<unsigned>(left.count())) == 0) {
             return;
         }

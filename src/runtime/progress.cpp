@@ -2,6 +2,7 @@
 #include "runtime/progress.h"
 
 #include <atomic>
+#include <ctime>
 
 using namespace tavstrg;
 
@@ -10,6 +11,13 @@ namespace {
 std::atomic<ProgressClock::rep> g_last{0};
 
 } // namespace
+
+ProgressClock::time_point ProgressClock::now()
+{
+    timespec time{};
+    ::clock_gettime(CLOCK_MONOTONIC, &time);
+    return time_point(std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
+}
 
 void tavstrg::noteProgress()
 {

@@ -6,7 +6,15 @@
 
 namespace tavstrg {
 
-using ProgressClock = std::chrono::steady_clock;
+// The kernel's monotonic clock, without the C++ library's part of it.
+struct ProgressClock {
+    using duration = std::chrono::nanoseconds;
+    using rep = duration::rep;
+    using period = duration::period;
+    using time_point = std::chrono::time_point<ProgressClock>;
+    static constexpr bool is_steady = true;
+    static time_point now();
+};
 
 // Notes that a step of a collection is done, or that the store's lock was given back. Side effect free otherwise; may
 // be called by any thread.

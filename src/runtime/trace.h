@@ -4,6 +4,8 @@
 // The provider does not link the agent's libraries: it must load, and fail softly, where the agent is damaged.
 #pragma once
 
+#include "runtime/trace_lines.h"
+
 #include <atomic>
 #include <cstdint>
 #include <utility>
@@ -107,10 +109,24 @@ private:
     static constinit inline thread_local const char *current_ = "";
 };
 
-// One trace line under the current scope's name: SetFilePath, then TraceLog, each only if it is loaded. line is the
-// source line. May change errno: save it before.
-template <class... Args> void traceLine(int level, int line, const char *format, Args... args)
+// Whether a trace line has a receiver at this moment. For traces that take work to compose.
+inline bool traceIsReceived()
 {
+    return g_Func.trace.SetFilePath.load() != nullptr || g_Func.trace.TraceLog.load() != nullptr;
+}
+
+// One trace line under the current scope's name: SetFilePath, then TraceLog, each only if it is loaded; or, where this
+// thread's lines are kept, into those. line is the source line. May change errno: save it before. Not inline: copies of
+// it would be most of the provider's code.
+template <class... Args> [[gnu::noinline]] void traceLine(int level, int line, const char *format, Args... args)
+{
+    if (!traceIsReceived()) {
+        return; // without the cost of counting the call
+    }
+    if (TraceLines *const kept = TraceInto::current()) {
+        kept->add(level, line, format, args...);
+        return;
+    }
     const LibraryCall now(g_tracing);
     if (const auto setFilePath = g_Func.trace.SetFilePath.load()) {
         setFilePath(g_logfnm);

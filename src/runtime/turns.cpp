@@ -55,7 +55,7 @@ const TurnRules &tavstrg::turnRules()
 void TurnQueue::changed()
 {
     const std::lock_guard held(guard_);
-    changed_.notify_all();
+    changed_.notifyAll();
 }
 
 void TurnQueue::join(Waiter &me)
@@ -75,7 +75,7 @@ void TurnQueue::leave(Waiter &me)
         link = &(*link)->next;
     }
     *link = me.next;
-    changed_.notify_all(); // another one is the first now
+    changed_.notifyAll(); // another one is the first now
 }
 
 bool TurnQueue::sleepUntilChanged(std::unique_lock<std::mutex> &held, const Waiter &me)
@@ -85,6 +85,6 @@ bool TurnQueue::sleepUntilChanged(std::unique_lock<std::mutex> &held, const Wait
     if (ProgressClock::now() >= end) {
         return false;
     }
-    changed_.wait_until(held, end);
+    changed_.waitUntil(held, end.time_since_epoch().count());
     return true;
 }

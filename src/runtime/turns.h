@@ -3,7 +3,8 @@
 // the order in which they arrive.
 #pragma once
 
-#include <condition_variable>
+#include "runtime/condition.h"
+
 #include <cstdint>
 #include <mutex>
 #include <pthread.h>
@@ -61,7 +62,7 @@ private:
     bool sleepUntilChanged(std::unique_lock<std::mutex> &held, const Waiter &me);
 
     std::mutex guard_;
-    std::condition_variable changed_;
+    Condition changed_;
     Waiter *first_ = nullptr;
 };
 

@@ -68,6 +68,9 @@ void dumpAll(const ClassDesc &desc, const DatInfo &dat)
 
 void strgLogDumpInstanceDat(int selector, DatInfo *datLog)
 {
+    if (!traceIsReceived()) {
+        return; // all that this function does is to trace
+    }
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
     if (datLog == nullptr) {

@@ -2,6 +2,9 @@
 #include "support/store_fixture.h"
 
 #include <atomic>
+#include <chrono>
+#include <future>
+#include <mutex>
 #include <thread>
 
 using namespace tavstrg;
@@ -218,6 +221,18 @@ TEST_F(Dump, WithoutDescriptorsNothingIsPrinted)
     const TraceRecorder trace;
     strgLogDumpInstanceDat(99, nullptr);
     EXPECT_THAT(trace.texts(), testing::ElementsAre("_IN_", "_OUT_ param(datLog) Failure!!"));
+}
+
+TEST_F(Dump, WithoutAReceiverNoRecordIsRead)
+{
+    ASSERT_FALSE(traceIsReceived());
+    std::future<void> dumped;
+    {
+        const std::unique_lock held(g_recordsLock); // reading a record would wait for it
+        dumped = std::async(std::launch::async, [this] { strgLogDumpInstanceDat(99, sample.dat); });
+        EXPECT_EQ(dumped.wait_for(std::chrono::seconds(30)), std::future_status::ready);
+    }
+    dumped.get();
 }
 
 } // namespace

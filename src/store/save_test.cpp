@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <regex>
 #include <sys/stat.h>
 #include <thread>
 
@@ -112,7 +113,7 @@ TEST_F(Save, TemporaryFileOfAnotherOwnerIsReplaced)
     struct stat info = {};
     ASSERT_EQ(::fstat(theirs.get(), &info), 0);
     EXPECT_EQ(info.st_nlink, 0U);
-    EXPECT_EQ(info.st_size, 1) << "whoever has it open reads nothing of the state";
+    EXPECT_EQ(info.st_size, 1) << "an open descriptor does not give access to the state";
     EXPECT_FALSE(machine.exists(kTemporary));
 }
 
@@ -255,6 +256,159 @@ TEST_F(Save, SaversAtTheSameMomentLeaveAWholeFile)
     std::fclose(file);
 }
 
+class SaveAgain : public Save {
+protected:
+    SaveAgain() { EXPECT_EQ(save(), SaveResult::saved); }
+
+    // Saves. Returns whether that replaced the file. Afterwards only the owner can read it, in both cases.
+    bool replaces()
+    {
+        const ino_t before = statOf(kSavedStateFile).st_ino;
+        trace->clear();
+        EXPECT_EQ(save(), SaveResult::saved);
+        EXPECT_EQ(statOf(kSavedStateFile).st_mode & ALLPERMS, 0600U);
+        EXPECT_EQ(statOf(kSavedStateFile).st_nlink, 1U);
+        EXPECT_FALSE(machine.exists(kTemporary));
+        EXPECT_EQ(sim::liveDescriptors(), 0);
+        return statOf(kSavedStateFile).st_ino != before;
+    }
+
+    std::vector<std::string> textsWithoutAddresses() const
+    {
+        std::vector<std::string> texts = trace->texts();
+        for (std::string &text : texts) {
+            text = std::regex_replace(text, std::regex("0x[0-9a-f]+"), "0x");
+        }
+        return texts;
+    }
+};
+
+TEST_F(SaveAgain, TheSameStateIsNotWritten)
+{
+    const struct stat before = statOf(kSavedStateFile);
+    EXPECT_FALSE(replaces());
+    const struct stat after = statOf(kSavedStateFile);
+    EXPECT_EQ(after.st_ctim.tv_sec, before.st_ctim.tv_sec);
+    EXPECT_EQ(after.st_ctim.tv_nsec, before.st_ctim.tv_nsec);
+    EXPECT_EQ(after.st_atim.tv_nsec, before.st_atim.tv_nsec) << "reading it changes nothing either";
+}
+
+TEST_F(SaveAgain, TheSameStateIsTracedLikeAnotherOne)
+{
+    machine.write(kSavedStateFile, "another");
+    EXPECT_TRUE(replaces());
+    const std::vector<std::string> written = textsWithoutAddresses();
+    EXPECT_FALSE(replaces());
+    EXPECT_EQ(textsWithoutAddresses(), written);
+}
+
+TEST_F(SaveAgain, AnotherStateIsWritten)
+{
+    changeRecords<StrgConfRec>(instSt[TAV_CID_STRG_CONF], [](StrgConfRec &conf) { conf.MonitorCycle = 61; });
+    const std::string before = machine.read(kSavedStateFile);
+    EXPECT_TRUE(replaces());
+    EXPECT_NE(machine.read(kSavedStateFile), before);
+}
+
+TEST_F(SaveAgain, AFileThatWasDamagedIsWritten)
+{
+    const std::string good = machine.read(kSavedStateFile);
+    std::string flipped = good;
+    flipped.back() = static_cast<char>(~flipped.back());
+    for (const std::string &damaged : {flipped, good.substr(0, good.size() - 1), good + "x", std::string()}) {
+        machine.write(kSavedStateFile, damaged);
+        EXPECT_TRUE(replaces());
+        EXPECT_EQ(machine.read(kSavedStateFile), good);
+    }
+}
+
+TEST_F(SaveAgain, AFileThatWasRemovedIsWritten)
+{
+    const std::string good = machine.read(kSavedStateFile);
+    machine.remove(kSavedStateFile);
+    EXPECT_EQ(save(), SaveResult::saved);
+    EXPECT_EQ(machine.read(kSavedStateFile), good);
+}
+
+TEST_F(SaveAgain, AFileWithAnotherModeIsWritten)
+{
+    for (const mode_t mode : {mode_t(0644), mode_t(0400), mode_t(04600)}) {
+        ASSERT_EQ(::chmod(machine.where(kSavedStateFile).c_str(), mode), 0);
+        EXPECT_TRUE(replaces()) << mode;
+    }
+}
+
+TEST_F(SaveAgain, AFileWithASecondNameIsWritten)
+{
+    ASSERT_EQ(::link(machine.where(kSavedStateFile).c_str(), machine.where(kVictim).c_str()), 0);
+    EXPECT_TRUE(replaces());
+}
+
+TEST_F(SaveAgain, AFileOfAnotherOwnerIsWritten)
+{
+    if (::chown(machine.where(kSavedStateFile).c_str(), 65534, 65534) != 0) {
+        GTEST_SKIP() << "only root can give a file away";
+    }
+    EXPECT_TRUE(replaces());
+}
+
+TEST_F(SaveAgain, ALinkToTheSameStateIsReplaced)
+{
+    const std::string good = machine.read(kSavedStateFile);
+    machine.remove(kSavedStateFile);
+    machine.write(kVictim, good);
+    ASSERT_EQ(::chmod(machine.where(kVictim).c_str(), 0600), 0);
+    machine.link(kSavedStateFile, kVictim);
+    EXPECT_EQ(save(), SaveResult::saved);
+    EXPECT_TRUE(S_ISREG(statOf(kSavedStateFile).st_mode));
+}
+
+TEST_F(SaveAgain, WhatACrashLeftBesideTheSameStateGoes)
+{
+    machine.write(kTemporary, "half");
+    EXPECT_TRUE(replaces());
+}
+
+// Each way to find out about the file fails once. Not being able to compare is no reason not to save.
+TEST_F(SaveAgain, AFileThatCannotBeReadIsWritten)
+{
+    for (const sim::Call kind : {sim::Call::allocate, sim::Call::open, sim::Call::read, sim::Call::stat}) {
+        if (kind == sim::Call::allocate && !sim::allocationsCanFail()) {
+            continue;
+        }
+        const ino_t before = statOf(kSavedStateFile).st_ino;
+        sim::failNth(kind, 1);
+        EXPECT_EQ(save(), SaveResult::saved);
+        EXPECT_TRUE(sim::failureStruck()) << static_cast<int>(kind);
+        sim::failNth(kind, 0);
+        EXPECT_NE(statOf(kSavedStateFile).st_ino, before) << static_cast<int>(kind);
+    }
+}
+
+TEST_F(SaveAgain, TheSameStateFailsIfItCannotBeComposed)
+{
+    if (!sim::allocationsCanFail()) {
+        GTEST_SKIP() << "the sanitizers have an allocator of their own";
+    }
+    trace->clear();
+    sim::failNth(sim::Call::allocate, 2); // the first one is the comparison's
+    EXPECT_EQ(save(), SaveResult::notWritten);
+    sim::failNth(sim::Call::allocate, 0);
+    EXPECT_THAT(trace->textsOf("strgPutBinFile"), Contains("_OUT_ outputAdr alloc Failure!!"));
+}
+
+TEST_F(SaveAgain, AReadOnlyDirectoryIsStillAFailure)
+{
+    if (::geteuid() == 0) {
+        GTEST_SKIP() << "root can write to every directory";
+    }
+    const std::string directory = machine.where("/opt/qlm/tavkit_sa/data");
+    ASSERT_EQ(::chmod(directory.c_str(), 0500), 0);
+    EXPECT_EQ(save(), SaveResult::notOpened);
+    EXPECT_EQ(error, EACCES);
+    ASSERT_EQ(::chmod(directory.c_str(), 0700), 0);
+}
+
 class SetInstance : public StoreTest {
 protected:
     SetInstance()
@@ -329,7 +483,7 @@ TEST_F(SetInstance, ASegmentThatCannotBeLockedFailsIt)
     EXPECT_FALSE(machine.exists(kSavedStateFile));
 }
 
-TEST_F(SetInstance, AFileThatCannotBeOpenedFailsItBeforeTheLockIsGivenBack)
+TEST_F(SetInstance, AFileNotOpenedFailsBeforeTheUnlock)
 {
     machine.makeDirectory(kSavedStateFile);
     EXPECT_EQ(strgSetInstance(&cInfo), -1);
@@ -339,7 +493,7 @@ TEST_F(SetInstance, AFileThatCannotBeOpenedFailsItBeforeTheLockIsGivenBack)
     EXPECT_EQ(all.back(), "_OUT_") << "of mutexUnlock, which comes last";
 }
 
-TEST_F(SetInstance, AFileThatCannotBeWrittenFailsItAfterTheLockIsGivenBack)
+TEST_F(SetInstance, AFileNotWrittenFailsAfterTheUnlock)
 {
     sim::failNth(sim::Call::write, 1);
     EXPECT_EQ(strgSetInstance(&cInfo), -1);

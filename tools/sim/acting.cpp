@@ -2,6 +2,7 @@
 #include "sim/acting.h"
 
 #include "sim/sanitizers.h"
+#include "sim/sleeps.h"
 #include "sim/thread.h"
 
 #include <atomic>
@@ -10,6 +11,9 @@
 #include <functional>
 #include <mutex>
 #include <pthread.h>
+#include <set>
+#include <sys/eventfd.h>
+#include <unistd.h>
 #include <utility>
 
 namespace sim {
@@ -65,6 +69,23 @@ public:
     Held(const Held &) = delete;
     Held &operator=(const Held &) = delete;
 };
+
+// Descriptors of the sleepers that wait in poll. Never destroyed, as above.
+std::set<int> &descriptorSleepers()
+{
+    static auto *const all = new std::set<int>;
+    return *all;
+}
+
+// Needs the lock.
+void wakeAll()
+{
+    pthread_cond_broadcast(&sleepingChanged);
+    const Inside inside;
+    for (const int descriptor : descriptorSleepers()) {
+        eventfd_write(descriptor, 1);
+    }
+}
 
 class Asleep {
 public:
@@ -137,14 +158,41 @@ void holdSleeps(bool hold)
     const Held held;
     holding = hold;
     begun = 0;
-    pthread_cond_broadcast(&sleepingChanged);
+    if (!hold) {
+        wakeAll();
+    }
 }
 
 void wakeSleepers()
 {
     const Held held;
     ++wakings;
+    wakeAll();
+}
+
+WokenByDescriptor::WokenByDescriptor() : descriptor_(-1)
+{
+    const Inside inside;
+    descriptor_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    const Held held;
+    descriptorSleepers().insert(descriptor_);
+    ++begun;
+    ++asleep;
     pthread_cond_broadcast(&sleepingChanged);
+}
+
+WokenByDescriptor::~WokenByDescriptor()
+{
+    int cancelState = 0;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelState); // close() is a cancellation point
+    {
+        const Inside inside;
+        const Held held;
+        descriptorSleepers().erase(descriptor_);
+        close(descriptor_);
+        --asleep;
+    }
+    pthread_setcancelstate(cancelState, nullptr);
 }
 
 unsigned sleepsBegun()

@@ -3,6 +3,7 @@
 #include "sim/ata_sectors.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <string>
 #include <utility>
@@ -55,6 +56,26 @@ void putSize(IdentifyBlock &block, uint64_t sectors)
     }
 }
 
+// Sector sizes, rotation rate and world wide name, where they are described.
+void putBlockAttributes(IdentifyBlock &block, const DeviceDescription &device)
+{
+    const unsigned physical = device.block.physicalSectorSize;
+    if (physical > device.sectorSize) {
+        putWord(block, 106, 0x6000 | static_cast<unsigned>(std::countr_zero(physical / device.sectorSize)));
+    }
+    if (device.block.rotationRate) {
+        putWord(block, 217, *device.block.rotationRate == 0 ? 1 : *device.block.rotationRate);
+    }
+    const std::vector<uint8_t> &wwn = device.identity.wwn;
+    for (size_t i = 0; i < 4 && wwn.size() == 8; ++i) {
+        putWord(block, 108 + i, static_cast<unsigned>(wwn[2 * i] << 8 | wwn[2 * i + 1]));
+    }
+    if (wwn.size() == 8) {
+        block[2 * size_t{84} + 1] |= 1; // bit 8: the name is valid
+        block[2 * size_t{87} + 1] |= 1;
+    }
+}
+
 // ---- SMART ----
 
 constexpr size_t kSector = 512;
@@ -99,7 +120,7 @@ void putCapabilities(std::vector<uint8_t> &data)
 IdentifyBlock identifyBlock(const DeviceDescription &device, bool smartEnabled)
 {
     IdentifyBlock block{};
-    const bool packet = device.type != kDisk;
+    const bool packet = device.type != kDisk && !device.isAtaDisk();
     const unsigned smart = device.smart.supported ? 1 : 0;
     putWord(block, 0, packet ? 0x85C0 : 0x0040);
     if (!packet) {
@@ -121,6 +142,7 @@ IdentifyBlock identifyBlock(const DeviceDescription &device, bool smartEnabled)
     putWord(block, 85, packet ? 0 : 0x4020U | (smart != 0 && smartEnabled ? 1U : 0U));
     putWord(block, 86, packet ? 0 : 0x3400);
     putWord(block, 87, packet ? 0 : 0x4000 | logs);
+    putBlockAttributes(block, device);
     for (const auto &[word, value] : device.identifyWords) {
         putWord(block, word, value);
     }

@@ -13,12 +13,15 @@ namespace sim {
 
 namespace {
 
+constexpr double kLongestClock = 1e9; // 32 years
+
 void readHost(Fields fields, Description &description)
 {
     HostDescription host;
     host.number = fields.number<int>("number", static_cast<int>(description.hosts.size()));
     host.driver = fields.fileName("driver", "ahci");
     host.pciAddress = fields.optionalFileName("pciAddress", "");
+    host.transport = fields.has("transport") ? fields.oneOf("transport", {"pci", "ata", "sas", "usb", "virtio"}) : "";
     for (const Fields &device : fields.objects("devices")) {
         description.devices.push_back(readDevice(device, host.number));
     }
@@ -63,8 +66,8 @@ void checkNodes(const Fields &fields, const Description &description)
         checkNode(fields, "hosts", device.node);
         checkNode(fields, "hosts", device.genericNode);
     }
-    for (const IdeDrive &drive : description.drives) {
-        checkNode(fields, "ide", drive.name);
+    for (const DeviceDescription &device : description.allDevices()) {
+        checkNode(fields, device.isIde() ? "ide" : "node", device.node);
     }
 }
 
@@ -125,13 +128,29 @@ void checkAddresses(const Fields &fields, const Description &description)
         once("host" + std::to_string(host.number));
     }
     for (const DeviceDescription &device : description.devices) {
-        once(std::to_string(device.host) + ":" + std::to_string(device.channel) + ":" + std::to_string(device.id) +
-             ":" + std::to_string(device.lun));
+        once(device.address());
         once(device.node);
         once(device.genericNode);
     }
-    for (const IdeDrive &drive : description.drives) {
-        once(drive.name);
+    for (const DeviceDescription &device : description.allDevices()) {
+        if (device.bus != Bus::scsi) {
+            once(device.node);
+        }
+    }
+}
+
+void checkSlots(const Fields &fields, const Description &description)
+{
+    std::set<std::string> addresses;
+    for (const DeviceDescription &device : description.devices) {
+        addresses.insert(device.address());
+    }
+    for (const DeviceDescription &device : description.devices) {
+        for (const SlotDescription &slot : device.slots) {
+            if (!slot.device.empty() && !addresses.contains(slot.device)) {
+                fields.fail("hosts", "slot " + slot.name + ": there is no device " + slot.device);
+            }
+        }
     }
 }
 
@@ -141,6 +160,7 @@ void readMachine(Fields fields, Description &description, const std::vector<Devi
     const bool old = kernelNumber(description.kernel) < 2006000;
     description.sysfs = fields.flag("sysfs", !old);
     description.procfs = fields.flag("procfs", old);
+    description.clock = fields.seconds("clock", kLongestClock);
     description.seed = fields.number<uint64_t>("seed", 1);
     for (const Fields &host : fields.objects("hosts")) {
         readHost(host, description);
@@ -155,9 +175,19 @@ void readMachine(Fields fields, Description &description, const std::vector<Devi
         }
         ide->finish();
     }
+    for (const Fields &controller : fields.objects("nvme")) {
+        readNvme(controller, description);
+    }
+    for (const Fields &disk : fields.objects("virtio")) {
+        description.virtio.push_back(readVirtio(disk, description.virtio.size()));
+    }
+    for (const Fields &card : fields.objects("mmc")) {
+        description.mmc.push_back(readMmc(card, description.mmc.size()));
+    }
     assignNodes(description, before);
     checkAddresses(fields, description);
     checkNodes(fields, description);
+    checkSlots(fields, description);
     description.interrupts = interruptsText(fields, description);
     description.ioports = ioportsText(fields, description);
     if (const std::optional<Fields> files = fields.object("files")) {
@@ -181,10 +211,40 @@ Description parseDescription(const std::string &json, const std::vector<DeviceDe
     return description;
 }
 
+std::vector<DeviceDescription> Description::allDevices() const
+{
+    std::vector<DeviceDescription> all = devices;
+    for (const IdeDrive &drive : drives) {
+        all.push_back(drive.device);
+    }
+    std::set<std::string> heads; // one node for all paths of a namespace
+    for (const std::shared_ptr<const NvmeController> &controller : nvme) {
+        all.push_back(controller->device);
+        all.back().nvme = controller;
+        for (const NvmeNamespace &space : controller->namespaces) {
+            if (heads.insert(space.node).second) {
+                all.push_back(space.device);
+                all.back().nvme = controller;
+            }
+        }
+    }
+    for (const std::vector<CardDescription> *cards : {&virtio, &mmc}) {
+        for (const CardDescription &card : *cards) {
+            all.push_back(card.device);
+        }
+    }
+    return all;
+}
+
+std::string DeviceDescription::address() const
+{
+    return std::to_string(host) + ":" + std::to_string(channel) + ":" + std::to_string(id) + ":" + std::to_string(lun);
+}
+
 bool isSameDevice(const DeviceDescription &a, const DeviceDescription &b)
 {
-    return a.host == b.host && a.channel == b.channel && a.id == b.id && a.lun == b.lun && a.serial == b.serial &&
-           a.type == b.type && (!a.isIde() || a.node == b.node);
+    return a.bus == b.bus && a.host == b.host && a.channel == b.channel && a.id == b.id && a.lun == b.lun &&
+           a.serial == b.serial && a.type == b.type && (a.bus == Bus::scsi || a.node == b.node);
 }
 
 unsigned long kernelNumber(const std::string &release)

@@ -78,9 +78,11 @@ void readFault(Fields fields, std::vector<Fault> &faults)
     fault.probability = fields.number<double>("probability", 1.0);
     fault.delayMs = fields.number<unsigned>("delayMs", 0);
     fault.hangSeconds = fields.seconds("hangSeconds");
+    fault.hang = fields.flag("hang", false);
     fault.errorNumber = fields.errorNumber("errno");
     fault.hostStatus = fields.number<int>("hostStatus", 0);
     fault.driverStatus = fields.number<int>("driverStatus", 0);
+    fault.nvmeStatus = fields.number<uint16_t>("nvmeStatus", 0);
     fault.sense = fields.bytes("sense");
     if (fault.sense.size() > 252) {
         fields.fail("sense", "expected at most 252 bytes");
@@ -108,6 +110,16 @@ void readSize(Fields &fields, DeviceDescription &device, uint64_t defaultBytes)
     }
 }
 
+void readFaults(Fields &fields, DeviceDescription &device)
+{
+    device.openError = fields.errorNumber("openError");
+    device.writeOpenError = fields.errorNumber("writeOpenError");
+    device.delayMs = fields.number<unsigned>("delayMs", 0);
+    for (const Fields &fault : fields.objects("faults")) {
+        readFault(fault, device.faults);
+    }
+}
+
 void readBehaviour(Fields &fields, DeviceDescription &device)
 {
     device.identifyBy = fields.text("identifyBy", device.type == kCdrom ? "packet" : "device");
@@ -120,15 +132,11 @@ void readBehaviour(Fields &fields, DeviceDescription &device)
         }
         device.identifyWords[word] = value;
     }
-    device.openError = fields.errorNumber("openError");
-    device.delayMs = fields.number<unsigned>("delayMs", 0);
-    device.smart.supported = device.type == kDisk;
+    device.smart.supported = device.type == kDisk || device.isAtaDisk();
     if (const std::optional<Fields> smart = fields.object("smart")) {
         readSmart(*smart, device.smart);
     }
-    for (const Fields &fault : fields.objects("faults")) {
-        readFault(fault, device.faults);
-    }
+    readFaults(fields, device);
 }
 
 DeviceDescription readDevice(Fields fields, int host)
@@ -140,18 +148,18 @@ DeviceDescription readDevice(Fields fields, int host)
     device.lun = fields.number<int>("lun", 0);
     device.type = fields.peripheralType("type");
     device.ata = fields.flag("ata", false);
-    const bool ataDisk = device.ata && device.type == kDisk;
-    device.vendor = fields.text("vendor", ataDisk ? "ATA" : "TEST");
+    device.vendor = fields.text("vendor", device.isAtaDisk() ? "ATA" : "TEST");
     device.model = fields.text("model", "DEVICE");
     device.revision = fields.text("revision", "1.0");
     device.serial = fields.text("serial", "");
     device.ansiVersion = fields.number<unsigned>("ansiVersion", 5);
     device.descriptorSense = fields.flag("descriptorSense", false);
-    const bool hasBlocks = device.hasDiskName() || device.type == kCdrom || device.type == kWorm;
-    readSize(fields, device, device.hasDiskName() ? uint64_t(100) << 30 : hasBlocks ? uint64_t(8) << 20 : 0);
+    device.fixedAtaStatus = fields.oneOf("ataStatus", {"descriptor", "fixed"}) == "fixed";
+    readSize(fields, device, device.hasDiskName() ? uint64_t(100) << 30 : device.hasBlocks() ? uint64_t(8) << 20 : 0);
     device.node = fields.isNull("node") ? kNoNode : fields.optionalFileName("node", "");
     device.genericNode = fields.isNull("genericNode") ? kNoNode : fields.optionalFileName("genericNode", "");
     readBehaviour(fields, device);
+    readSysfs(fields, device);
     device.exceptions.supported = device.exceptions.logPage = device.type == kDisk && !device.ata;
     if (const std::optional<Fields> exceptions = fields.object("exceptions")) {
         readExceptions(*exceptions, device.exceptions);

@@ -2,6 +2,7 @@
 #include "sim/descriptors.h"
 
 #include "sim/api.h"
+#include "sim/uevents.h"
 
 #include <array>
 #include <atomic>
@@ -39,9 +40,17 @@ void opened(int descriptor, uint8_t flags, Device *device)
     }
 }
 
+uint8_t flagsOfDescriptor(int descriptor)
+{
+    return isFollowed(descriptor) ? flagsOf[static_cast<size_t>(descriptor)].load() : uint8_t{0};
+}
+
 void closed(int descriptor)
 {
     if (isFollowed(descriptor)) {
+        if ((flagsOf[static_cast<size_t>(descriptor)] & kOfEvents) != 0) {
+            eventSocketClosed(descriptor);
+        }
         devices[static_cast<size_t>(descriptor)] = nullptr;
         setFlags(descriptor, 0);
     }
@@ -67,7 +76,7 @@ void forgetMachineDescriptors()
     for (int descriptor = 0; ofMachine > 0 && descriptor < kFollowed; ++descriptor) {
         const uint8_t flags = flagsOf[static_cast<size_t>(descriptor)];
         if ((flags & kOfMachine) != 0) {
-            setFlags(descriptor, flags & kOfProduct);
+            setFlags(descriptor, flags & (kOfProduct | kOfEvents));
         }
     }
 }

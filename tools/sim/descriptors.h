@@ -11,12 +11,14 @@ struct Device;
 enum DescriptorFlags : uint8_t {
     kOfMachine = 1, // opened under a path of the machine
     kOfProduct = 2, // opened by the product
+    kOfEvents = 4,  // a socket for device events
 };
 
 // To be called after an open and before a close. Negative descriptors and those from 65536 on are ignored. errno is
 // unchanged.
 void opened(int descriptor, uint8_t flags, Device *device);
 void closed(int descriptor);
+uint8_t flagsOfDescriptor(int descriptor); // 0 if it is not followed
 // The device of a descriptor, or null if it is not one of the machine's.
 Device *deviceOf(int descriptor);
 int openOfMachine();

@@ -8,6 +8,7 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -34,6 +35,17 @@ struct Device {
     std::vector<uint8_t> lastSense;
     std::vector<unsigned> seen; // per fault: requests of its kind so far
     uint64_t random = 1;        // state of the device's random numbers
+    unsigned waiting = 0;       // requests that hang until release
+    unsigned releases = 0;      // how often those were released
+    bool held = false;          // every request hangs
+    Power power = Power::active;
+    bool byTimer = false;      // the condition was entered by a timer, not by a command
+    unsigned standbyTimer = 0; // seconds; commands can change it
+    uint64_t lastUsedMs = 0;   // on the machine's clock
+    unsigned spinUps = 0;
+    bool suspended = false; // by the kernel's runtime power management
+    unsigned resumes = 0;
+    uint64_t reads = 0, writes = 0; // of the file "stat"
 };
 
 // Result of a SCSI command.
@@ -59,13 +71,15 @@ struct AtaReply {
 
 // Applies a description to a device. State that commands have changed stays, except where the description differs from
 // the former one.
-void describeDevice(Device &device, const DeviceDescription &now, uint64_t seed);
+// nowMs: the machine's clock.
+void describeDevice(Device &device, const DeviceDescription &now, uint64_t seed, uint64_t nowMs);
 
 // Kind of a request, and whether it is an ATA command, a SCSI command or both.
 struct RequestKind {
     Kind own = Kind::other;
-    bool ata = false, scsi = false;
+    bool ata = false, scsi = false, nvme = false;
 };
+RequestKind kindOfNvme(uint8_t opcode);
 RequestKind kindOfScsi(std::span<const uint8_t> cdb);
 RequestKind kindOfAta(uint8_t command, uint8_t features);
 
@@ -81,6 +95,18 @@ std::vector<uint8_t> inDescriptorFormat(std::span<const uint8_t> fixed);
 constexpr uint8_t kIllegalRequest = 5;
 constexpr uint8_t kInvalidOpcode = 0x20;
 constexpr uint8_t kInvalidField = 0x24;
+
+// Lets the timers of a device do what they have done until now, on the machine's clock.
+void settlePower(Device &device, uint64_t nowMs);
+// A disk's power conditions see a request before the disk answers it: it may wake the disk. Returns for how many
+// milliseconds it waits for this.
+unsigned wakeFor(Device &device, const RequestKind &kind, std::span<const uint8_t> bytes, uint64_t nowMs);
+// Access to the medium, by other programs of the machine. Returns the same.
+unsigned wake(Device &device, uint64_t nowMs);
+// CHECK POWER MODE, IDLE, STANDBY and SLEEP; nothing if it is none of them.
+std::optional<AtaReply> powerCommand(Device &device, const AtaRegisters &registers);
+// Sense data of REQUEST SENSE in a low power condition, with key NO SENSE; ASC 0 if the disk is active.
+ScsiReply powerSense(const Device &device);
 
 // Executes an ioctl on the device, with its faults and delays. Returns the result of the system call: -1 with errno set
 // on failure.

@@ -9,6 +9,7 @@ namespace {
 
 constexpr uint8_t kIdentifyDevice = 0xEC;
 constexpr uint8_t kIdentifyPacketDevice = 0xA1;
+constexpr uint8_t kCheckPowerMode = 0xE5;
 constexpr uint8_t kSmart = 0xB0;
 constexpr uint8_t kSmartReadData = 0xD0;
 constexpr uint8_t kSmartReadThresholds = 0xD1;
@@ -30,7 +31,7 @@ AtaReply smartCommand(Device &device, const AtaRegisters &registers)
 {
     const SmartDescription &smart = device.is.smart;
     const bool signature = registers.lbaMid == 0x4F && registers.lbaHigh == 0xC2;
-    if (device.is.type != kDisk || !smart.supported || !signature) {
+    if ((device.is.type != kDisk && !device.is.isAtaDisk()) || !smart.supported || !signature) {
         return aborted(registers);
     }
     AtaReply reply;
@@ -66,6 +67,9 @@ RequestKind kindOfAta(uint8_t command, uint8_t features)
     if (command == kIdentifyDevice || command == kIdentifyPacketDevice) {
         return {Kind::identify, true, false};
     }
+    if (command == kCheckPowerMode) {
+        return {Kind::powerMode, true, false};
+    }
     if (command == kSmart) {
         switch (features) {
         case kSmartEnable:
@@ -92,6 +96,9 @@ AtaReply ataCommand(Device &device, const AtaRegisters &registers)
         const IdentifyBlock block = identifyBlock(device.is, device.smartEnabled);
         reply.data.assign(block.begin(), block.end());
         return reply;
+    }
+    if (const std::optional<AtaReply> reply = powerCommand(device, registers)) {
+        return *reply;
     }
     return registers.command == kSmart ? smartCommand(device, registers) : aborted(registers);
 }

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <linux/fs.h>
 #include <linux/hdreg.h>
+#include <linux/nvme_ioctl.h>
 #include <scsi/sg.h>
 
 namespace sim {
@@ -145,7 +146,7 @@ int driveCommand(Device &device, uint8_t *block)
     if (device.is.isIde() || (!data && !reply.failed())) {
         block[0] = reply.status;
         block[1] = reply.error;
-        block[2] = device.is.isIde() && smart && data ? 1 : 0;
+        block[2] = device.is.isIde() && smart && data ? 1 : reply.registers.count;
     }
     return reply.failed() ? failWith(EIO) : 0;
 }
@@ -173,11 +174,6 @@ int driveTask(Device &device, uint8_t *block)
 
 // ---- requests that the kernel answers by itself ----
 
-bool hasBlocks(const DeviceDescription &device)
-{
-    return device.hasDiskName() || device.type == kCdrom || device.type == kWorm;
-}
-
 int replyAddress(const Device &device, void *argument)
 {
     const DeviceDescription &is = device.is;
@@ -194,7 +190,7 @@ int replyAddress(const Device &device, void *argument)
 
 int replyGeometry(const Device &device, void *argument)
 {
-    if (!hasBlocks(device.is)) {
+    if (!device.is.hasBlocks()) {
         return failWith(EINVAL);
     }
     if (!device.is.geometry || device.is.type == kCdrom) {
@@ -218,7 +214,8 @@ int replyIdentity(const Device &device, void *argument)
 int executeRequest(Device &device, unsigned long number, void *argument, const Fault &fault)
 {
     const bool toScsi = number == SG_IO || number == kSendCommand;
-    if (fault.errorNumber != 0 || (fault.fails() && !toScsi)) {
+    const bool toNvme = number == NVME_IOCTL_ADMIN_CMD && fault.nvmeStatus != 0;
+    if (fault.errorNumber != 0 || (fault.fails() && !toScsi && !toNvme)) {
         return failWith(fault.errorNumber != 0 ? fault.errorNumber : EIO);
     }
     switch (number) {
@@ -238,10 +235,13 @@ int executeRequest(Device &device, unsigned long number, void *argument, const F
         return replyIdentity(device, argument);
     case HDIO_GETGEO:
         return replyGeometry(device, argument);
+    case NVME_IOCTL_ID:
+    case NVME_IOCTL_ADMIN_CMD:
+        return nvmeRequest(device, number, argument, fault);
     default:
         break;
     }
-    if (!hasBlocks(device.is)) {
+    if (!device.is.hasBlocks()) {
         return failWith(EINVAL);
     }
     if (number == BLKSSZGET) {

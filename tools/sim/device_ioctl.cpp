@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Requests to a device node: their kinds, faults and delays, the log.
 #include "sim/device.h"
+#include "sim/device_plan.h"
 #include "sim/requests.h"
 #include "sim/state.h"
 
@@ -10,6 +11,7 @@
 #include <cstring>
 #include <linux/fs.h>
 #include <linux/hdreg.h>
+#include <linux/nvme_ioctl.h>
 #include <pthread.h>
 #include <scsi/sg.h>
 
@@ -67,68 +69,17 @@ Request decode(unsigned long number, void *argument)
     case BLKGETSIZE64:
         request.kind.own = Kind::size;
         break;
+    case NVME_IOCTL_ID:
+        request.kind.own = Kind::address;
+        break;
+    case NVME_IOCTL_ADMIN_CMD:
+        request.bytes = {block, sizeof(nvme_admin_cmd)};
+        request.kind = kindOfNvme(block[0]);
+        break;
     default:
         request.known = false;
     }
     return request;
-}
-
-uint64_t nextRandom(uint64_t &state) // splitmix64
-{
-    state += 0x9E3779B97F4A7C15;
-    uint64_t mixed = state;
-    mixed = (mixed ^ (mixed >> 30)) * 0xBF58476D1CE4E5B9;
-    mixed = (mixed ^ (mixed >> 27)) * 0x94D049BB133111EB;
-    return mixed ^ (mixed >> 31);
-}
-
-bool isOn(const Fault &fault, const RequestKind &kind)
-{
-    switch (fault.on) {
-    case Kind::any:
-        return true;
-    case Kind::ata:
-        return kind.ata;
-    case Kind::scsi:
-        return kind.scsi;
-    default:
-        return fault.on == kind.own;
-    }
-}
-
-// Effect of a device's faults on one request.
-struct Plan {
-    std::chrono::nanoseconds wait{0};
-    Fault failure; // none unless fails()
-};
-
-Plan planFor(Device &device, const RequestKind &kind)
-{
-    using std::chrono::duration;
-    using std::chrono::duration_cast;
-    using std::chrono::nanoseconds;
-    Plan plan;
-    plan.wait = std::chrono::milliseconds(device.is.delayMs);
-    device.seen.resize(device.is.faults.size());
-    for (size_t i = 0; i < device.is.faults.size(); ++i) {
-        const Fault &fault = device.is.faults[i];
-        if (!isOn(fault, kind)) {
-            continue;
-        }
-        const unsigned count = ++device.seen[i];
-        const bool due = fault.nth != 0 ? count == fault.nth : count % std::max(fault.every, 1U) == 0;
-        constexpr double kScale = 1.0 / 9007199254740992.0; // 2^-53: the upper bits as a number below 1
-        if (!due || (fault.probability < 1 &&
-                     static_cast<double>(nextRandom(device.random) >> 11) * kScale >= fault.probability)) {
-            continue;
-        }
-        plan.wait +=
-            std::chrono::milliseconds(fault.delayMs) + duration_cast<nanoseconds>(duration<double>(fault.hangSeconds));
-        if (fault.fails() && !plan.failure.fails()) {
-            plan.failure = fault;
-        }
-    }
-    return plan;
 }
 
 int failWith(int error)
@@ -138,31 +89,86 @@ int failWith(int error)
 }
 
 // The kernel aborts a command after its timeout and reports this as a transport status.
-Fault timedOut()
+Plan timedOut(std::chrono::milliseconds limit)
 {
     constexpr int kDidTimeOut = 3;
-    Fault fault;
-    fault.hostStatus = kDidTimeOut;
-    return fault;
+    constexpr int kHostAborted = 0x371;
+    Plan plan;
+    plan.wait = limit;
+    plan.failure.hostStatus = kDidTimeOut;
+    plan.failure.nvmeStatus = kHostAborted;
+    return plan;
 }
 
 // The kernel sends only ATA commands to an ATA disk and answers SCSI commands by itself.
 void count(MachineState &machine, const Device &device, const RequestKind &kind)
 {
     ++machine.requests;
-    machine.toDevices += (device.is.ata ? kind.ata : kind.scsi) ? 1U : 0U;
+    machine.toDevices += kind.nvme || (device.is.ata ? kind.ata : kind.scsi) ? 1U : 0U;
 }
 
 void keepInLog(MachineState &machine, const Device &device, const Request &request)
 {
-    constexpr size_t kLongest = 1 << 17; // bound for tests that never call forgetCommands
     if (!machine.logging) {
         return;
     }
     machine.log.push_back({device.name, request.number, {request.bytes.begin(), request.bytes.end()}});
-    if (machine.log.size() > kLongest) {
+    if (machine.log.size() > kLongestLog) {
         machine.log.pop_front();
     }
+}
+
+void describePower(Device &device, const DeviceDescription *before, const DeviceDescription &now, uint64_t nowMs)
+{
+    if (before == nullptr) {
+        device.lastUsedMs = nowMs;
+    }
+    if (before == nullptr || before->power != now.power) {
+        device.power = now.power.state;
+        device.byTimer = false;
+        device.standbyTimer = now.power.standbyTimer;
+        device.suspended = now.power.runtimeStatus == "suspended";
+    }
+    if (before == nullptr || before->block.reads != now.block.reads || before->block.writes != now.block.writes) {
+        device.reads = now.block.reads;
+        device.writes = now.block.writes;
+    }
+}
+
+std::chrono::milliseconds wakeUp(MachineState &machine, Device &device, const Request &request)
+{
+    const unsigned before = device.resumes;
+    const std::chrono::milliseconds wait(wakeFor(device, request.kind, request.bytes, machine.clockMs));
+    if (device.resumes != before) {
+        showRuntimeStatus(machine, device);
+    }
+    return wait;
+}
+
+// The command's own timeout; 0: none.
+std::chrono::milliseconds timeoutOf(const Request &request)
+{
+    constexpr unsigned kAdminTimeout = 60000; // of the kernel's module parameter
+    if (request.number == SG_IO) {
+        return std::chrono::milliseconds(static_cast<const sg_io_hdr_t *>(request.argument)->timeout);
+    }
+    if (request.number == NVME_IOCTL_ADMIN_CMD) {
+        const unsigned given = static_cast<const nvme_admin_cmd *>(request.argument)->timeout_ms;
+        return std::chrono::milliseconds(given == 0 ? kAdminTimeout : given);
+    }
+    return {};
+}
+
+// Which of the known requests the kernel's driver of a node has.
+bool isOfDriver(const DeviceDescription &device, const Request &request)
+{
+    const bool nvme = device.bus == Bus::nvmeController || device.bus == Bus::nvmeNamespace;
+    const bool nvmeOnly = request.number == NVME_IOCTL_ID || request.number == NVME_IOCTL_ADMIN_CMD;
+    const bool ofBlocks = request.kind.own == Kind::size || request.kind.own == Kind::sectorSize;
+    if (device.bus == Bus::scsi || device.bus == Bus::ide) {
+        return !nvmeOnly;
+    }
+    return (nvme && nvmeOnly) || (ofBlocks && device.hasBlocks());
 }
 
 } // namespace
@@ -180,21 +186,20 @@ int answer(Device &device, unsigned long number, void *argument)
             result = failWith(ENODEV);
         } else if (argument == nullptr) {
             result = failWith(EFAULT);
-        } else if (const Request request = decode(number, argument); !request.known) {
-            ++machine->unknownIoctls;
+        } else if (const Request request = decode(number, argument);
+                   !request.known || !isOfDriver(device.is, request)) {
+            machine->unknownIoctls += request.known ? 0 : 1;
             result = failWith(ENOTTY);
         } else {
             count(*machine, device, request.kind);
             keepInLog(*machine, device, request);
             Plan plan = planFor(device, request.kind);
-            const auto limit =
-                std::chrono::milliseconds(number == SG_IO ? static_cast<const sg_io_hdr_t *>(argument)->timeout : 0);
-            if (limit.count() != 0 && plan.wait > limit) {
-                plan = {limit, timedOut()};
+            plan.wait += wakeUp(*machine, device, request);
+            const std::chrono::milliseconds limit = timeoutOf(request);
+            if (limit.count() != 0 && plan.wait > limit && !plan.hangs) {
+                plan = timedOut(limit);
             }
-            if (plan.wait.count() != 0) {
-                modelChanged().wait_for(held, plan.wait, [&device] { return device.gone; });
-            }
+            waitOut(held, device, plan);
             result = device.gone ? failWith(ENODEV) : executeRequest(device, number, argument, plan.failure);
         }
         error = errno;
@@ -204,7 +209,7 @@ int answer(Device &device, unsigned long number, void *argument)
     return result;
 }
 
-void describeDevice(Device &device, const DeviceDescription &now, uint64_t seed)
+void describeDevice(Device &device, const DeviceDescription &now, uint64_t seed, uint64_t nowMs)
 {
     const bool fresh = device.name.empty();
     const DeviceDescription before = fresh ? DeviceDescription() : device.is;
@@ -218,6 +223,8 @@ void describeDevice(Device &device, const DeviceDescription &now, uint64_t seed)
     if (fresh || before.faults.size() != now.faults.size()) {
         device.seen.assign(now.faults.size(), 0);
     }
+    device.releases += before.faults == now.faults ? 0 : 1;
+    describePower(device, fresh ? nullptr : &before, now, nowMs);
     device.is = now;
     device.name = "/dev/" + (now.node.empty() ? now.genericNode : now.node);
     if (fresh) {

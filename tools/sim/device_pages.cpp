@@ -198,15 +198,16 @@ ScsiReply logSense(const Device &device, std::span<const uint8_t> cdb)
 ScsiReply requestSense(const Device &device, std::span<const uint8_t> cdb)
 {
     constexpr uint8_t kOnRequest = 6;
-    ScsiReply reply = checkCondition(0, 0);
-    if (predicts(device) && device.exceptions.mrie == kOnRequest) {
+    ScsiReply reply = powerSense(device);
+    const bool lowPower = reply.sense[12] != 0;
+    if (!lowPower && predicts(device) && device.exceptions.mrie == kOnRequest) {
         reply.sense[12] = kPredicted;
         reply.sense[13] = 0xFF;
     }
     const bool descriptors = device.is.descriptorSense && !device.is.ata;
-    reply.data = !device.lastSense.empty() ? device.lastSense
-                 : descriptors             ? inDescriptorFormat(reply.sense)
-                                           : reply.sense;
+    reply.data = !device.lastSense.empty() && !lowPower ? device.lastSense
+                 : descriptors                          ? inDescriptorFormat(reply.sense)
+                                                        : reply.sense;
     reply.data.resize(std::min<size_t>(reply.data.size(), cdb[4]));
     if (!device.is.ata) {
         reply.status = 0;

@@ -2,8 +2,11 @@
 // SCSI commands: SPC-4 for the common ones, SAT-3 for ATA PASS-THROUGH. For ATA disks the replies are those of Linux's
 // libata, recorded in virtual machines (kernels 5.10, 6.1 and 6.12).
 #include "sim/device.h"
+#include "sim/vpd_pages.h"
 
 #include <algorithm>
+#include <optional>
+#include <utility>
 
 namespace sim {
 
@@ -53,17 +56,11 @@ ScsiReply standardInquiry(const Device &device)
 ScsiReply vitalProductData(const Device &device, uint8_t page)
 {
     ScsiReply reply;
-    const auto type = static_cast<uint8_t>(device.is.type & 0x1F);
-    if (page == 0x00) {
-        reply.data = {type, 0x00, 0, 2, 0x00, 0x80};
-    } else if (page == 0x80) { // unit serial number
-        const size_t length = device.is.ata ? 20 : device.is.serial.size();
-        reply.data = {type, 0x80, 0, static_cast<uint8_t>(length)};
-        reply.data.resize(4 + length);
-        putPadded(reply.data, 4, length, device.is.serial);
-    } else {
+    std::optional<std::vector<uint8_t>> data = vpdPage(device.is, page);
+    if (!data) {
         return checkCondition(kIllegalRequest, kInvalidField);
     }
+    reply.data = *std::move(data);
     return reply;
 }
 
@@ -97,10 +94,14 @@ PassThrough decodePassThrough(std::span<const uint8_t> cdb)
 
 // A command without data returns the registers in descriptor format (ATA Return descriptor); one with data, or an
 // aborted one, in fixed format with the registers in the information bytes.
-std::vector<uint8_t> senseOfRegisters(const AtaReply &ata, bool data)
+std::vector<uint8_t> senseOfRegisters(const AtaReply &ata, bool data, bool fixed)
 {
+    const AtaRegisters &r = ata.registers;
+    if (!ata.failed() && !data && fixed) { // SAT-4: in INFORMATION and COMMAND-SPECIFIC INFORMATION
+        return {0x70,     0,        0x01,      ata.error, ata.status, r.device, r.count, 0x0A, 0,
+                r.lbaLow, r.lbaMid, r.lbaHigh, 0x00,      0x1D,       0,        0,       0,    0};
+    }
     if (!ata.failed() && !data) {
-        const AtaRegisters &r = ata.registers;
         return {0x72,      0x01, 0x00,    0x1D, 0,        0, 0,        0x0E, 0x09,      0x0C,     0,
                 ata.error, 0,    r.count, 0,    r.lbaLow, 0, r.lbaMid, 0,    r.lbaHigh, r.device, ata.status};
     }
@@ -128,7 +129,7 @@ ScsiReply passThrough(Device &device, std::span<const uint8_t> cdb)
     }
     if (ata.failed() || request.returnsRegisters) {
         reply.status = 2;
-        reply.sense = senseOfRegisters(ata, request.transfersIn);
+        reply.sense = senseOfRegisters(ata, request.transfersIn, device.is.fixedAtaStatus);
     }
     return reply;
 }

@@ -50,7 +50,7 @@ TEST(Examples, AllCanBeMade)
         EXPECT_EQ(firstLine("/proc/ioports").substr(0, 5), "0000-");
         ++count;
     }
-    EXPECT_GE(count, 6);
+    EXPECT_GE(count, 8);
 }
 
 TEST(Examples, LargeHas128Disks)
@@ -75,6 +75,23 @@ TEST(Examples, ServerHasTwoDriversAndSerialNumbers)
     close(fd);
     EXPECT_TRUE(machine.exists("/dev/st0"));
     EXPECT_TRUE(machine.exists("/dev/sr0"));
+}
+
+TEST(Examples, TodayHasABackplaneAndDisksThatDoNotAnswer)
+{
+    const sim::Machine machine(example("today.json"));
+    EXPECT_EQ(disksOf(machine), 28U);
+    const std::string bay = "/sys/class/enclosure/258:0:24:0/Slot 23/";
+    EXPECT_EQ(firstLine(bay + "slot"), "23");
+    EXPECT_EQ(firstLine(bay + "device/wwid"), "naa.5000c500b0a1005c");
+    EXPECT_EQ(firstLine(bay + "device/sas_address"), "0x5000c500b0a1005d");
+    EXPECT_EQ(firstLine("/sys/class/scsi_host/host259/proc_name"), "mpt3sas");
+    EXPECT_TRUE(machine.exists("/sys/bus/scsi/devices/259:0:260:0/block/sdab"));
+    EXPECT_EQ(firstLine("/sys/block/sdab/queue/zoned"), "host-managed");
+    EXPECT_EQ(open("/dev/sdk", O_RDONLY | O_NONBLOCK), -1); // the dead one
+    EXPECT_EQ(errno, ENXIO);
+    EXPECT_EQ(machine.power("/dev/sdc").condition, "standby");
+    EXPECT_EQ(machine.power("/dev/sds").condition, "standby");
 }
 
 TEST(Examples, UsbHasUsbHosts)

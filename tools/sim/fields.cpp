@@ -35,26 +35,32 @@ constexpr Named<Kind> kKinds[] = {
     {"smartDisable", Kind::smartDisable},
     {"smartStatus", Kind::smartStatus},
     {"smartData", Kind::smartData},
+    {"powerMode", Kind::powerMode},
     {"modeSense", Kind::modeSense},
     {"modeSelect", Kind::modeSelect},
     {"logSense", Kind::logSense},
     {"requestSense", Kind::requestSense},
+    {"open", Kind::open},
+    {"readLog", Kind::readLog},
     {"other", Kind::other},
     {"ata", Kind::ata},
     {"scsi", Kind::scsi},
+    {"nvme", Kind::nvme},
     {"any", Kind::any},
 };
 
 constexpr Named<int> kErrors[] = {
-    {"EIO", EIO},       {"EINVAL", EINVAL}, {"ENODEV", ENODEV}, {"ENXIO", ENXIO},   {"EBUSY", EBUSY},
-    {"EACCES", EACCES}, {"EPERM", EPERM},   {"ENOTTY", ENOTTY}, {"ENOMEM", ENOMEM}, {"ETIMEDOUT", ETIMEDOUT},
-    {"EINTR", EINTR},   {"EAGAIN", EAGAIN}, {"ENOENT", ENOENT}, {"EFAULT", EFAULT}, {"ENOMEDIUM", ENOMEDIUM},
+    {"EIO", EIO},       {"EINVAL", EINVAL},       {"ENODEV", ENODEV},       {"ENXIO", ENXIO},
+    {"EBUSY", EBUSY},   {"EACCES", EACCES},       {"EPERM", EPERM},         {"ENOTTY", ENOTTY},
+    {"ENOMEM", ENOMEM}, {"ETIMEDOUT", ETIMEDOUT}, {"EINTR", EINTR},         {"EAGAIN", EAGAIN},
+    {"ENOENT", ENOENT}, {"EFAULT", EFAULT},       {"ENOMEDIUM", ENOMEDIUM}, {"EROFS", EROFS},
 };
 
 // Peripheral device types, SPC-4.
 constexpr Named<int> kTypes[] = {
-    {"disk", 0},    {"tape", 1},    {"printer", 2}, {"processor", 3},      {"worm", 4},  {"cdrom", 5},
-    {"scanner", 6}, {"optical", 7}, {"changer", 8}, {"communications", 9}, {"raid", 12}, {"enclosure", 13},
+    {"disk", 0},  {"tape", 1},       {"printer", 2}, {"processor", 3}, {"worm", 4},
+    {"cdrom", 5}, {"scanner", 6},    {"optical", 7}, {"changer", 8},   {"communications", 9},
+    {"raid", 12}, {"enclosure", 13}, {"rbc", 14},    {"zoned", 20},
 };
 
 template <class T, size_t n> const T *byName(const Named<T> (&table)[n], const std::string &name)
@@ -227,12 +233,11 @@ bool Fields::flag(const char *name, bool otherwise)
     return found != nullptr ? found->get<bool>() : otherwise;
 }
 
-double Fields::seconds(const char *name)
+double Fields::seconds(const char *name, double longest)
 {
-    constexpr double kDay = 86400;
     const double found = number<double>(name, 0.0);
-    if (!(found >= 0 && found <= kDay)) {
-        fail(name, "expected seconds, from 0 to 86400");
+    if (!(found >= 0 && found <= longest)) {
+        fail(name, "expected seconds, from 0 to " + std::to_string(static_cast<uint64_t>(longest)));
     }
     return found;
 }
@@ -265,7 +270,7 @@ std::vector<uint8_t> Fields::hexBytes(const char *name, const std::string &text)
     int high = -1;
     for (const char c : text) {
         const int digit = hexDigit(c);
-        if (digit < 0 && c != ' ') {
+        if (digit < 0 && c != ' ' && c != '-' && c != ':') {
             fail(name, "expected hexadecimal digits");
         } else if (digit >= 0 && high >= 0) {
             result.push_back(static_cast<uint8_t>(high << 4 | digit));
@@ -344,6 +349,19 @@ int Fields::errorNumber(const char *name)
         fail(name, "unknown name of an error; give its number");
     }
     return *number;
+}
+
+std::string Fields::oneOf(const char *name, std::initializer_list<const char *> allowed)
+{
+    std::string list;
+    const std::string found = text(name, *allowed.begin());
+    for (const char *one : allowed) {
+        if (found == one) {
+            return found;
+        }
+        list += (list.empty() ? "" : ", ") + std::string(one);
+    }
+    fail(name, "expected one of: " + list);
 }
 
 int Fields::peripheralType(const char *name)

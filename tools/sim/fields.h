@@ -5,6 +5,7 @@
 
 #include "sim/description.h"
 
+#include <initializer_list>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -37,7 +38,7 @@ public:
     std::optional<std::string> lines(const char *name);
     bool flag(const char *name, bool otherwise);
     template <class T> T number(const char *name, T otherwise);
-    double seconds(const char *name);
+    double seconds(const char *name, double longest = 86400);
     std::vector<uint8_t> bytes(const char *name); // array of numbers, or hexadecimal text
     std::optional<Fields> object(const char *name, bool nullable = false);
     std::vector<Fields> objects(const char *name);
@@ -47,6 +48,8 @@ public:
     Kind requestKind(const char *name);
     int errorNumber(const char *name);    // or by number
     int peripheralType(const char *name); // or by number
+    // One of these texts, of which the first is the default.
+    std::string oneOf(const char *name, std::initializer_list<const char *> allowed);
 
     std::vector<std::string> names() const; // of all fields
     void finish() const;                    // throws if there is a field that was not read: it is a slip of the writer

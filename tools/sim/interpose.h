@@ -44,16 +44,16 @@ inline int noteOpened(int descriptor, const Translated &path, bool byProduct)
     return descriptor;
 }
 
-// The error with which opening a path fails because of its device, or 0.
-inline int openErrorOf(const Translated &path)
+// Logs the opening of a device's node. Returns the error with which it fails because of its device, or 0.
+inline int beginOpening(const Translated &path, int flags)
 {
     if (!path.isInMachine()) {
         return 0;
     }
     const Inside inside;
     const OwnTime own;
-    const Device *device = deviceAt(path.c_str());
-    return device == nullptr ? 0 : openErrorOf(*device);
+    Device *device = deviceAt(path.c_str());
+    return device == nullptr ? 0 : beginOpening(*device, path.c_str(), flags);
 }
 
 } // namespace sim

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Files by their descriptors: open and its variants, close, reading and writing.
 #include "sim/interpose.h"
+#include "sim/uevents.h"
 
 #include <cstdarg>
 #include <fcntl.h>
@@ -37,11 +38,11 @@ mode_t modeOf(int flags, va_list arguments)
 }
 
 // call opens the translated path.
-template <class OpenCall> int openThrough(const char *path, bool product, OpenCall call)
+template <class OpenCall> int openThrough(const char *path, int flags, bool product, OpenCall call)
 {
     followDescription();
     const Translated translated(path);
-    if (const int error = openErrorOf(translated); error != 0) {
+    if (const int error = beginOpening(translated, flags); error != 0) {
         return failedWith(error);
     }
     return noteOpened(call(translated.c_str()), translated, product);
@@ -75,7 +76,7 @@ extern "C" int simOpen(const char *path, int flags, ...)
     if (SIM_FAILS(open, "open")) {
         return failedWith(EMFILE);
     }
-    return openThrough(path, SIM_IS_PRODUCT("open"), [&](const char *to) { return realOpen(to, flags, mode); });
+    return openThrough(path, flags, SIM_IS_PRODUCT("open"), [&](const char *to) { return realOpen(to, flags, mode); });
 }
 
 extern "C" int simOpen64(const char *path, int flags, ...)
@@ -87,7 +88,8 @@ extern "C" int simOpen64(const char *path, int flags, ...)
     if (SIM_FAILS(open, "open64")) {
         return failedWith(EMFILE);
     }
-    return openThrough(path, SIM_IS_PRODUCT("open64"), [&](const char *to) { return realOpen64(to, flags, mode); });
+    return openThrough(path, flags, SIM_IS_PRODUCT("open64"),
+                       [&](const char *to) { return realOpen64(to, flags, mode); });
 }
 
 extern "C" int simOpenAt(int directory, const char *path, int flags, ...)
@@ -99,7 +101,7 @@ extern "C" int simOpenAt(int directory, const char *path, int flags, ...)
     if (SIM_FAILS(open, "openat")) {
         return failedWith(EMFILE);
     }
-    return openThrough(path, SIM_IS_PRODUCT("openat"),
+    return openThrough(path, flags, SIM_IS_PRODUCT("openat"),
                        [&](const char *to) { return realOpenAt(directory, to, flags, mode); });
 }
 
@@ -112,7 +114,7 @@ extern "C" int simOpenAt64(int directory, const char *path, int flags, ...)
     if (SIM_FAILS(open, "openat64")) {
         return failedWith(EMFILE);
     }
-    return openThrough(path, SIM_IS_PRODUCT("openat64"),
+    return openThrough(path, flags, SIM_IS_PRODUCT("openat64"),
                        [&](const char *to) { return realOpenAt64(directory, to, flags, mode); });
 }
 
@@ -121,7 +123,7 @@ extern "C" int simCreat(const char *path, mode_t mode)
     if (SIM_FAILS(open, "creat")) {
         return failedWith(EMFILE);
     }
-    return openThrough(path, SIM_IS_PRODUCT("creat"), [&](const char *to) { return realCreat(to, mode); });
+    return openThrough(path, O_WRONLY, SIM_IS_PRODUCT("creat"), [&](const char *to) { return realCreat(to, mode); });
 }
 
 extern "C" int simCreat64(const char *path, mode_t mode)
@@ -129,7 +131,8 @@ extern "C" int simCreat64(const char *path, mode_t mode)
     if (SIM_FAILS(open, "creat64")) {
         return failedWith(EMFILE);
     }
-    return openThrough(path, SIM_IS_PRODUCT("creat64"), [&](const char *to) { return realCreat64(to, mode); });
+    return openThrough(path, O_WRONLY, SIM_IS_PRODUCT("creat64"),
+                       [&](const char *to) { return realCreat64(to, mode); });
 }
 
 extern "C" int simOpen2(const char *path, int flags)
@@ -137,7 +140,7 @@ extern "C" int simOpen2(const char *path, int flags)
     if (SIM_FAILS(open, "__open_2")) {
         return failedWith(EMFILE);
     }
-    return openThrough(path, SIM_IS_PRODUCT("__open_2"), [&](const char *to) { return realOpen2(to, flags); });
+    return openThrough(path, flags, SIM_IS_PRODUCT("__open_2"), [&](const char *to) { return realOpen2(to, flags); });
 }
 
 extern "C" int simOpen64Two(const char *path, int flags)
@@ -145,7 +148,8 @@ extern "C" int simOpen64Two(const char *path, int flags)
     if (SIM_FAILS(open, "__open64_2")) {
         return failedWith(EMFILE);
     }
-    return openThrough(path, SIM_IS_PRODUCT("__open64_2"), [&](const char *to) { return realOpen64Two(to, flags); });
+    return openThrough(path, flags, SIM_IS_PRODUCT("__open64_2"),
+                       [&](const char *to) { return realOpen64Two(to, flags); });
 }
 
 extern "C" int simOpenAt2(int directory, const char *path, int flags)
@@ -153,7 +157,7 @@ extern "C" int simOpenAt2(int directory, const char *path, int flags)
     if (SIM_FAILS(open, "__openat_2")) {
         return failedWith(EMFILE);
     }
-    return openThrough(path, SIM_IS_PRODUCT("__openat_2"),
+    return openThrough(path, flags, SIM_IS_PRODUCT("__openat_2"),
                        [&](const char *to) { return realOpenAt2(directory, to, flags); });
 }
 
@@ -162,7 +166,7 @@ extern "C" int simOpenAt64Two(int directory, const char *path, int flags)
     if (SIM_FAILS(open, "__openat64_2")) {
         return failedWith(EMFILE);
     }
-    return openThrough(path, SIM_IS_PRODUCT("__openat64_2"),
+    return openThrough(path, flags, SIM_IS_PRODUCT("__openat64_2"),
                        [&](const char *to) { return realOpenAt64Two(directory, to, flags); });
 }
 
@@ -174,12 +178,18 @@ extern "C" int simClose(int descriptor)
 
 extern "C" ssize_t simRead(int descriptor, void *to, size_t size)
 {
-    return SIM_FAILS(read, "read") ? failedWith<ssize_t>(EIO) : realRead(descriptor, to, size);
+    if (SIM_FAILS(read, "read")) {
+        return failedWith<ssize_t>(EIO);
+    }
+    return isEventSocket(descriptor) ? readEvent(descriptor, to, size) : realRead(descriptor, to, size);
 }
 
 extern "C" ssize_t simReadChk(int descriptor, void *to, size_t size, size_t room)
 {
-    return SIM_FAILS(read, "__read_chk") ? failedWith<ssize_t>(EIO) : realReadChk(descriptor, to, size, room);
+    if (SIM_FAILS(read, "__read_chk")) {
+        return failedWith<ssize_t>(EIO);
+    }
+    return isEventSocket(descriptor) ? readEvent(descriptor, to, size) : realReadChk(descriptor, to, size, room);
 }
 
 extern "C" ssize_t simWrite(int descriptor, const void *from, size_t size)

@@ -3,6 +3,8 @@
 #include "sim/interpose.h"
 
 #include <cstdio>
+#include <cstring>
+#include <fcntl.h>
 #include <sys/types.h>
 
 using namespace sim;
@@ -28,12 +30,17 @@ constinit Real<ssize_t(char **, size_t *, int, FILE *)> realGetdelim{"__getdelim
 constinit Real<size_t(const void *, size_t, size_t, FILE *)> realFwrite{"fwrite"};
 constinit Real<int(FILE *)> realFflush{"fflush"};
 
+int flagsOf(const char *mode)
+{
+    return std::strchr(mode, '+') != nullptr ? O_RDWR : *mode == 'r' ? O_RDONLY : O_WRONLY;
+}
+
 // Opens a stream by a translated path. ioctls on the stream of a device node reach the device.
-template <class OpenCall> FILE *openThrough(const char *path, bool product, OpenCall call)
+template <class OpenCall> FILE *openThrough(const char *path, const char *mode, bool product, OpenCall call)
 {
     followDescription();
     const Translated translated(path);
-    if (const int error = openErrorOf(translated); error != 0) {
+    if (const int error = beginOpening(translated, flagsOf(mode)); error != 0) {
         return failedWith<FILE *>(error, nullptr);
     }
     FILE *stream = call(translated.c_str());
@@ -43,12 +50,13 @@ template <class OpenCall> FILE *openThrough(const char *path, bool product, Open
     return stream;
 }
 
-template <class OpenCall> FILE *reopenThrough(const char *path, FILE *stream, bool product, OpenCall call)
+template <class OpenCall>
+FILE *reopenThrough(const char *path, const char *mode, FILE *stream, bool product, OpenCall call)
 {
     if (stream != nullptr) {
         closed(realFileno(stream));
     }
-    return openThrough(path, product, call);
+    return openThrough(path, mode, product, call);
 }
 
 // As the C library does for a failed read or write, so that ferror() reports it.
@@ -82,7 +90,7 @@ extern "C" FILE *simFopen(const char *path, const char *mode)
     if (SIM_FAILS(open, "fopen")) {
         return failedWith<FILE *>(EMFILE, nullptr);
     }
-    return openThrough(path, SIM_IS_PRODUCT("fopen"), [&](const char *to) { return realFopen(to, mode); });
+    return openThrough(path, mode, SIM_IS_PRODUCT("fopen"), [&](const char *to) { return realFopen(to, mode); });
 }
 
 extern "C" FILE *simFopen64(const char *path, const char *mode)
@@ -90,18 +98,18 @@ extern "C" FILE *simFopen64(const char *path, const char *mode)
     if (SIM_FAILS(open, "fopen64")) {
         return failedWith<FILE *>(EMFILE, nullptr);
     }
-    return openThrough(path, SIM_IS_PRODUCT("fopen64"), [&](const char *to) { return realFopen64(to, mode); });
+    return openThrough(path, mode, SIM_IS_PRODUCT("fopen64"), [&](const char *to) { return realFopen64(to, mode); });
 }
 
 extern "C" FILE *simFreopen(const char *path, const char *mode, FILE *stream)
 {
-    return reopenThrough(path, stream, SIM_IS_PRODUCT("freopen"),
+    return reopenThrough(path, mode, stream, SIM_IS_PRODUCT("freopen"),
                          [&](const char *to) { return realFreopen(to, mode, stream); });
 }
 
 extern "C" FILE *simFreopen64(const char *path, const char *mode, FILE *stream)
 {
-    return reopenThrough(path, stream, SIM_IS_PRODUCT("freopen64"),
+    return reopenThrough(path, mode, stream, SIM_IS_PRODUCT("freopen64"),
                          [&](const char *to) { return realFreopen64(to, mode, stream); });
 }
 

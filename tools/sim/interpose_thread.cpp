@@ -3,6 +3,7 @@
 #include "sim/acting.h"
 #include "sim/interpose.h"
 #include "sim/sanitizers.h"
+#include "sim/sleeps.h"
 
 #include <atomic>
 #include <cstdint>
@@ -21,6 +22,8 @@ constinit Real<int(const timespec *, timespec *)> realNanosleep{"nanosleep"};
 constinit Real<int(clockid_t, int, const timespec *, timespec *)> realClockNanosleep{"clock_nanosleep"};
 constinit Real<void()> realTestCancel{"pthread_testcancel"};
 constinit Real<int(pthread_t)> realCancel{"pthread_cancel"};
+using ThreadFunction = void *(void *);
+constinit Real<int(pthread_t *, const pthread_attr_t *, ThreadFunction *, void *)> realCreate{"pthread_create"};
 
 constinit std::atomic<unsigned> requested{0};
 constinit std::atomic<bool> skipping{false};
@@ -40,16 +43,26 @@ bool skips(bool product, int64_t nanoseconds)
     if (!product || !skipping) {
         return false;
     }
-    sleptNanoseconds += nanoseconds;
-    const Inside inside; // the caller has counted the cancellation point
-    pthread_testcancel();
-    sched_yield();
+    addSkippedSleep(nanoseconds);
     return true;
 }
 
 } // namespace
 
 namespace sim {
+
+bool skipsSleeps()
+{
+    return skipping;
+}
+
+void addSkippedSleep(int64_t nanoseconds)
+{
+    sleptNanoseconds += nanoseconds;
+    const Inside inside; // the caller has counted the cancellation point
+    pthread_testcancel();
+    sched_yield();
+}
 
 void skipSleeps(bool skip)
 {
@@ -80,6 +93,8 @@ SIM_EXPORT int simNanosleep(const timespec *time, timespec *left) __asm__("nanos
 SIM_EXPORT int simClockNanosleep(clockid_t clock, int flags, const timespec *time,
                                  timespec *left) __asm__("clock_nanosleep");
 SIM_EXPORT void simTestCancel() __asm__("pthread_testcancel");
+SIM_EXPORT int simCreate(pthread_t *thread, const pthread_attr_t *attributes, ThreadFunction *function,
+                         void *argument) __asm__("pthread_create");
 SIM_EXPORT int simCancel(pthread_t thread) __asm__("pthread_cancel");
 
 extern "C" unsigned simSleep(unsigned seconds)
@@ -142,4 +157,9 @@ extern "C" int simCancel(pthread_t thread)
     const int result = realCancel(thread);
     requested += product && result == 0 ? 1 : 0;
     return result;
+}
+
+extern "C" int simCreate(pthread_t *thread, const pthread_attr_t *attributes, ThreadFunction *function, void *argument)
+{
+    return SIM_FAILS(thread, "pthread_create") ? EAGAIN : realCreate(thread, attributes, function, argument);
 }

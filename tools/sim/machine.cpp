@@ -4,8 +4,10 @@
 #include "sim/fields.h"
 #include "sim/state.h"
 #include "sim/thread.h"
+#include "sim/uevents.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -120,22 +122,123 @@ void Machine::forgetCommands()
     currentMachine()->log.clear();
 }
 
+std::vector<Opening> Machine::openings() const
+{
+    const std::lock_guard held(model());
+    const std::deque<Opening> &log = currentMachine()->openings;
+    return {log.begin(), log.end()};
+}
+
+void Machine::forgetOpenings()
+{
+    const std::lock_guard held(model());
+    currentMachine()->openings.clear();
+}
+
 unsigned Machine::unknownIoctls() const
 {
     const std::lock_guard held(model());
     return currentMachine()->unknownIoctls;
 }
 
+namespace {
+
+// Needs the lock. Null if there is no such device.
+Device *deviceOfNode(std::string_view node)
+{
+    const auto found = currentMachine()->nodes.find(std::string(node));
+    return found == currentMachine()->nodes.end() ? nullptr : found->second;
+}
+
+} // namespace
+
 bool Machine::smartSwitchedOn(std::string_view node) const
 {
     const std::lock_guard held(model());
-    const auto found = currentMachine()->nodes.find(std::string(node));
-    if (found == currentMachine()->nodes.end()) {
+    const Device *device = deviceOfNode(node);
+    if (device == nullptr) {
         return false;
     }
-    const Device &device = *found->second;
-    return device.is.ata ? device.is.smart.supported && device.smartEnabled
-                         : device.is.exceptions.supported && !device.exceptions.dexcpt;
+    return device->is.ata ? device->is.smart.supported && device->smartEnabled
+                          : device->is.exceptions.supported && !device->exceptions.dexcpt;
+}
+
+DiskPower Machine::power(std::string_view node) const
+{
+    constexpr const char *kNames[] = {"active", "idle", "standby", "sleep"};
+    const std::lock_guard held(model());
+    Device *device = deviceOfNode(node);
+    if (device == nullptr) {
+        return {};
+    }
+    settlePower(*device, currentMachine()->clockMs);
+    return {kNames[static_cast<size_t>(device->power)], device->spinUps, device->resumes, device->suspended};
+}
+
+void Machine::advanceClock(double seconds)
+{
+    const std::lock_guard held(model());
+    currentMachine()->clockMs += static_cast<uint64_t>(seconds * 1000);
+}
+
+void Machine::useDisk(std::string_view node, unsigned reads, unsigned writes)
+{
+    const Inside inside;
+    const std::lock_guard held(model());
+    Device *device = deviceOfNode(node);
+    if (device == nullptr) {
+        return;
+    }
+    wake(*device, currentMachine()->clockMs);
+    device->reads += reads;
+    device->writes += writes;
+    showRuntimeStatus(*currentMachine(), *device);
+    showStatistics(*currentMachine(), *device);
+}
+
+void Machine::hold(std::string_view node)
+{
+    const std::lock_guard held(model());
+    if (Device *device = deviceOfNode(node)) {
+        device->held = true;
+    }
+}
+
+void Machine::release(std::string_view node)
+{
+    const std::lock_guard held(model());
+    if (Device *device = deviceOfNode(node)) {
+        device->held = false;
+        ++device->releases;
+    }
+    modelChanged().notify_all();
+}
+
+unsigned Machine::waiting(std::string_view node) const
+{
+    const std::lock_guard held(model());
+    const Device *device = deviceOfNode(node);
+    return device == nullptr ? 0 : device->waiting;
+}
+
+bool Machine::awaitWaiting(std::string_view node, unsigned number, double seconds) const
+{
+    std::unique_lock held(model());
+    const Device *device = deviceOfNode(node);
+    return device != nullptr && modelChanged().wait_for(held, std::chrono::duration<double>(seconds),
+                                                        [&] { return device->waiting >= number; });
+}
+
+void Machine::uevent(const std::string &action, const std::string &node, unsigned times)
+{
+    const Inside inside;
+    const std::lock_guard held(model());
+    sendBlockUevents(action, node, times, currentMachine()->tree);
+}
+
+unsigned Machine::ueventListeners() const
+{
+    return eventListeners();
 }
 
 int Machine::openDescriptors() const

@@ -15,6 +15,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -31,6 +32,7 @@ struct Followed {
     pid_t owner = 0; // the process that removes the directory; a forked child does not
     struct stat seen {};
     bool reported = false;
+    int watch = -1; // inotify of its directory; -1: none yet
     std::mutex following;
 };
 
@@ -143,6 +145,36 @@ void followDescription()
         }
     }
     errno = saved;
+}
+
+int descriptionWatch()
+{
+    Followed *file = followed.load(std::memory_order_acquire);
+    if (file == nullptr || file->owner != getpid()) {
+        return -1;
+    }
+    const Inside inside;
+    const std::lock_guard held(file->following);
+    if (file->watch < 0) {
+        const size_t slash = file->path.rfind('/');
+        const std::string directory = slash == std::string::npos ? "." : file->path.substr(0, slash + 1);
+        file->watch = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+        inotify_add_watch(file->watch, directory.c_str(), IN_CLOSE_WRITE | IN_MOVED_TO);
+        followFile(*file); // what has changed before the watch began
+    }
+    return file->watch;
+}
+
+void descriptionChanged()
+{
+    Followed *file = followed.load(std::memory_order_acquire);
+    const Inside inside;
+    const OwnTime own;
+    const std::lock_guard held(file->following);
+    char events[4096];
+    while (read(file->watch, events, sizeof events) > 0) {
+    }
+    followFile(*file);
 }
 
 } // namespace sim

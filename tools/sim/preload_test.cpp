@@ -104,6 +104,26 @@ TEST_F(Preload, ChangedDescriptionIsHotPlug)
     EXPECT_EQ(output, "FIRST\nSECOND\n");
 }
 
+TEST_F(Preload, WaitForAnEventEndsWithAChangeOfTheDescription)
+{
+    SKIP_WITH_SANITIZERS()
+    const std::string fresh = description() + ".new";
+    std::ofstream(fresh) << R"({"hosts": [{"devices": [{"ata": true}, {"ata": true, "id": 1}]}]})";
+    const std::string program = "import os, select, socket, subprocess\n"
+                                "s = socket.socket(socket.AF_NETLINK, socket.SOCK_RAW, 15)\n"
+                                "s.bind((0, 1))\n"
+                                "p = select.poll()\n"
+                                "p.register(s, select.POLLIN)\n"
+                                "print(p.poll(1))\n"
+                                "os.rename('" +
+                                fresh + "', '" + description() +
+                                "')\n"
+                                "print(len(p.poll()))\n"
+                                "print(s.recv(4096).split(bytes(1))[1].decode(), os.path.exists('/dev/sdb'))\n";
+    std::ofstream(directory / "events.py") << program;
+    EXPECT_EQ(run("python3 " + (directory / "events.py").string()), "[]\n1\nACTION=add True\n");
+}
+
 TEST_F(Preload, DamagedChangeIsReportedOnceAndIgnored)
 {
     SKIP_WITH_SANITIZERS()

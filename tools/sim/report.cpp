@@ -57,6 +57,15 @@ void append(const char *path, const char *line, size_t length)
     }
 }
 
+unsigned spinUps(const MachineState &machine)
+{
+    unsigned sum = 0;
+    for (const std::unique_ptr<Device> &device : machine.devices) {
+        sum += device->spinUps;
+    }
+    return sum;
+}
+
 } // namespace
 
 void beginReport()
@@ -94,10 +103,10 @@ void endReport()
     char line[512];
     const int length = std::snprintf(
         line, sizeof line,
-        R"({"program":"%s","cpuSeconds":%.6f,"requests":%u,"commands":%u,"unknownIoctls":%u,"peakKb":%ld,"machineKb":%ld})"
+        R"({"program":"%s","cpuSeconds":%.6f,"requests":%u,"commands":%u,"unknownIoctls":%u,"spinUps":%u,"peakKb":%ld,"machineKb":%ld})"
         "\n",
         program_invocation_short_name, ownCpuSecondsOfProcess(), machine.requests, machine.toDevices,
-        machine.unknownIoctls, statusKb("VmHWM"), memory.after - memory.before);
+        machine.unknownIoctls, spinUps(machine), statusKb("VmHWM"), memory.after - memory.before);
     append(path, line, static_cast<size_t>(length));
 }
 

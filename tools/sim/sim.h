@@ -24,6 +24,20 @@ struct Command {
     std::vector<uint8_t> bytes; // CDB of SG_IO and SCSI_IOCTL_SEND_COMMAND; the argument block of the HDIO commands
 };
 
+// An attempt to open a device node.
+struct Opening {
+    std::string node; // "/dev/sda"
+    int flags;        // of open(); a stream's mode is given as O_RDONLY, O_WRONLY or O_RDWR
+    int error;        // with which the description makes it fail, or 0
+};
+
+struct DiskPower {
+    std::string condition; // "active", "idle", "standby", "sleep"
+    unsigned spinUps = 0;  // how often it was woken from standby, sleep or runtime suspension
+    unsigned resumes = 0;  // how often the kernel ended its runtime suspension
+    bool suspended = false;
+};
+
 class Machine {
 public:
     // Makes a machine from its description (docs/SIMULATOR.md) in a new temporary directory. Throws std::runtime_error
@@ -56,13 +70,47 @@ public:
     // Requests that reached the devices since the last forgetCommands, in order.
     std::vector<Command> commands() const;
     void forgetCommands();
+    // Attempts to open device nodes since the last forgetOpenings, in order.
+    std::vector<Opening> openings() const;
+    void forgetOpenings();
     unsigned unknownIoctls() const;
     // Whether SMART (ATA) or informational exceptions (SCSI) are enabled in the device of a node ("/dev/sda"). False
     // also if there is no such device or it supports neither. Sends no command.
     bool smartSwitchedOn(std::string_view node) const;
+    // Of the disk of a node; all fields are empty if there is none. Sends no command.
+    DiskPower power(std::string_view node) const;
+    // The machine has a clock of its own, which only this advances (and "clock" of a description): timers of disks run
+    // by it.
+    void advanceClock(double seconds);
+    // Programs of the machine read and write a disk, which wakes it: counted in its "stat".
+    void useDisk(std::string_view node, unsigned reads, unsigned writes);
+
+    // From now on every request to a device, and opening its nodes, hangs until it is released or removed, whatever the
+    // command's own timeout.
+    void hold(std::string_view node);
+    // Ends what hangs on a device, also by a fault with "hang"; later requests meet that fault again.
+    void release(std::string_view node);
+    unsigned waiting(std::string_view node) const; // requests and openings that hang
+    // Waits until at least that many hang. Returns false if they do not after the given seconds.
+    bool awaitWaiting(std::string_view node, unsigned number, double seconds) const;
+
+    // The kernel reports about the block device of a node ("sda"): "add", "remove", "change". See also sendUevent. A
+    // change of the description reports the devices that it removes and adds.
+    void uevent(const std::string &action, const std::string &node, unsigned times = 1);
+    unsigned ueventListeners() const; // sockets that receive the kernel's events
+
     // Number of descriptors and streams open on paths of the machine.
     int openDescriptors() const;
 };
+
+struct UeventSender {
+    uint32_t port = 0; // 0: the kernel; else a process
+    uint32_t groups = 1;
+    uint32_t user = 0;
+};
+// Sends a message to the netlink sockets for device events that listen to one of these groups. The text may have any
+// bytes; the kernel's have "add@/devices/...", then "ACTION=add" and so on, each ended by a zero.
+void sendUevent(std::string_view text, UeventSender sender = {});
 
 // A path to which another one leads, with everything below it and beside it under the same name and an extension: from
 // "/a/b" also "/a/b/c" and "/a/b.tmp".
@@ -86,7 +134,9 @@ enum class Call {
     ioctl,
     segment, // shmget, shmat, shmdt, shmctl, ftok
     uname,
-    cancelPoint, // pthread_testcancel, and the sleeps; cannot fail
+    socket,      // socket, bind, setsockopt, recv, recvfrom, recvmsg
+    thread,      // pthread_create
+    cancelPoint, // pthread_testcancel, the sleeps, and poll; cannot fail
     count
 };
 
@@ -119,14 +169,15 @@ int64_t liveDescriptors();
 // Shared-memory segments that the product created and that have not been removed.
 int64_t liveSegments();
 
-// While set, sleeps of the product (sleep, usleep, nanosleep) take no time and are summed up.
+// While set, sleeps of the product (sleep, usleep, nanosleep, poll with a timeout) take no time and are summed up.
 void skipSleeps(bool skip);
 double sleptSeconds();
 // Divides the duration of the product's calls of usleep, with which it waits for locks; 1: unchanged.
 void shortenSleeps(unsigned times);
 
 // While set, the product's calls of sleep (not usleep and nanosleep) last until they are woken or cancelled, whatever
-// their argument. A test can so step a thread that works and sleeps in turn.
+// their argument, and so do its calls of poll and ppoll, unless a descriptor is ready or their timeout is 0. A test can
+// so step a thread that works and sleeps in turn.
 void holdSleeps(bool hold); // false wakes all; both reset sleepsBegun
 void wakeSleepers();        // wakes the present sleepers
 unsigned sleepsBegun();

@@ -2,12 +2,17 @@
 #include "sim/state.h"
 
 #include "sim/descriptors.h"
+#include "sim/device_plan.h"
 #include "sim/paths.h"
+#include "sim/tree_block.h"
+#include "sim/uevents.h"
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <filesystem>
 #include <pthread.h>
 #include <stdexcept>
@@ -27,18 +32,9 @@ std::vector<std::unique_ptr<MachineState>> &formerMachines()
     return *machines;
 }
 
-std::vector<DeviceDescription> allDevices(const Description &description)
+void describe(const MachineState &machine, Device &device, const DeviceDescription &now, const Description &description)
 {
-    std::vector<DeviceDescription> all = description.devices;
-    for (const IdeDrive &drive : description.drives) {
-        all.push_back(drive.device);
-    }
-    return all;
-}
-
-void describe(Device &device, const DeviceDescription &now, const Description &description)
-{
-    describeDevice(device, now, description.seed);
+    describeDevice(device, now, description.seed, machine.clockMs);
     device.oldKernel = kernelNumber(description.kernel) < 2006000;
 }
 
@@ -56,7 +52,7 @@ void addNodes(std::map<std::string, Device *> &nodes, const DeviceDescription &d
 std::vector<Device *> admitDevices(MachineState &machine, const Description &description)
 {
     std::vector<Device *> admitted;
-    for (const DeviceDescription &described : allDevices(description)) {
+    for (const DeviceDescription &described : description.allDevices()) {
         const auto old = std::find_if(machine.present.begin(), machine.present.end(),
                                       [&](const Device *device) { return isSameDevice(device->is, described); });
         if (old != machine.present.end()) {
@@ -64,7 +60,7 @@ std::vector<Device *> admitDevices(MachineState &machine, const Description &des
         } else {
             machine.devices.push_back(std::make_unique<Device>());
             admitted.push_back(machine.devices.back().get());
-            describe(*admitted.back(), described, description);
+            describe(machine, *admitted.back(), described, description);
         }
         addNodes(machine.nodes, described, admitted.back());
     }
@@ -191,6 +187,7 @@ void setCurrentMachine(std::unique_ptr<MachineState> machine)
         const std::lock_guard held(model());
         setPresent(*before, {});
         before->log.clear();
+        before->openings.clear();
         before->tree.clear();
         formerMachines().push_back(std::move(before));
     }
@@ -214,9 +211,11 @@ void rebuild(MachineState &machine, Description description)
 {
     checkLibraries(description);
     const Tree tree = treeOf(description);
+    Tree before;
     std::vector<Device *> admitted;
     {
         const std::lock_guard held(model());
+        machine.clockMs = std::max(machine.clockMs, static_cast<uint64_t>(description.clock * 1000));
         admitted = admitDevices(machine, description);
     }
     try {
@@ -229,15 +228,16 @@ void rebuild(MachineState &machine, Description description)
     }
     {
         const std::lock_guard held(model());
-        const std::vector<DeviceDescription> all = allDevices(description);
+        const std::vector<DeviceDescription> all = description.allDevices();
         for (size_t i = 0; i < all.size(); ++i) {
-            describe(*admitted[i], all[i], description);
+            describe(machine, *admitted[i], all[i], description);
         }
         setPresent(machine, std::move(admitted));
         machine.description = std::move(description);
-        machine.tree = tree;
+        before = std::exchange(machine.tree, tree);
     }
     modelChanged().notify_all();
+    sendDifferences(before, tree);
 }
 
 Device *deviceAt(const char *realPath)
@@ -252,10 +252,56 @@ Device *deviceAt(const char *realPath)
     return found == machine->nodes.end() ? nullptr : found->second;
 }
 
-int openErrorOf(const Device &device)
+int beginOpening(Device &device, const char *realPath, int flags)
 {
-    const std::lock_guard held(model());
-    return device.is.openError;
+    int cancelState = 0;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelState); // opening a disk that hangs cannot be cancelled
+    int error = 0;
+    {
+        std::unique_lock held(model());
+        MachineState *machine = currentMachine();
+        const bool forWriting = (flags & O_ACCMODE) != O_RDONLY;
+        const Plan plan = planFor(device, {Kind::open, false, false});
+        error = device.is.openError != 0 || !forWriting ? device.is.openError : device.is.writeOpenError;
+        error = error == 0 ? plan.failure.errorNumber : error;
+        if (machine != nullptr && machine->logging) {
+            machine->openings.push_back({plainPath(realPath + machine->root.size()), flags, error});
+            if (machine->openings.size() > kLongestLog) {
+                machine->openings.pop_front();
+            }
+        }
+        waitOut(held, device, plan);
+        error = device.gone ? ENXIO : error;
+    }
+    pthread_setcancelstate(cancelState, nullptr);
+    return error;
+}
+
+namespace {
+
+void show(const std::string &path, const std::string &text)
+{
+    std::error_code ignored;
+    if (!std::filesystem::exists(path, ignored)) {
+        return;
+    }
+    try {
+        putFile(path, text, 0444);
+    } catch (const std::runtime_error &) { // NOLINT(bugprone-empty-catch): the file then shows what it did before
+    }
+}
+
+} // namespace
+
+void showRuntimeStatus(const MachineState &machine, const Device &device)
+{
+    show(machine.root + "/sys/bus/scsi/devices/" + device.is.address() + "/power/runtime_status",
+         device.suspended ? "suspended\n" : "active\n");
+}
+
+void showStatistics(const MachineState &machine, const Device &device)
+{
+    show(machine.root + "/sys/block/" + device.is.node + "/stat", statText(device.reads, device.writes));
 }
 
 std::string nodeNameOf(const Device &device)

@@ -18,6 +18,8 @@
 
 namespace sim {
 
+inline constexpr size_t kLongestLog = 1 << 17; // entries; bound for tests that never call forgetCommands
+
 struct MachineState {
     explicit MachineState(const std::string &stateDirectory = "") : directory(stateDirectory), root(directory.path()) {}
 
@@ -32,6 +34,8 @@ struct MachineState {
     std::map<std::string, Device *> nodes; // "/dev/sda", "/dev/sg0" to their devices
     Tree tree;                             // files of the description
     std::deque<Command> log;
+    std::deque<Opening> openings;
+    uint64_t clockMs = 0; // the machine's own clock; only tests advance it
     unsigned unknownIoctls = 0;
     unsigned requests = 0;  // with a known ioctl
     unsigned toDevices = 0; // of these the commands that the device itself has to answer, not the kernel
@@ -55,10 +59,18 @@ std::condition_variable &modelChanged();
 
 // The device at a real path, or null if there is none.
 Device *deviceAt(const char *realPath);
-int openErrorOf(const Device &device);        // 0: it can be opened
+// Writes what sysfs shows of a device and requests change. Needs the lock.
+void showRuntimeStatus(const MachineState &machine, const Device &device);
+void showStatistics(const MachineState &machine, const Device &device);
+// Logs that the node at a real path is opened with these flags of open(). Returns its error, or 0.
+int beginOpening(Device &device, const char *realPath, int flags);
 std::string nodeNameOf(const Device &device); // "sda"
 
 // Lets the machine of a preloaded process follow its description file. Called where a file or directory is opened.
 void followDescription();
+// A descriptor that becomes readable when the description file of a preloaded process changes, or -1. Then the second
+// function is to be called.
+int descriptionWatch();
+void descriptionChanged();
 
 } // namespace sim

@@ -52,15 +52,12 @@ void addDeviceNodes(Tree &tree, const Description &description)
 {
     const TreePath dev("/dev");
     tree[dev] = {Node::directory, ""};
-    for (const DeviceDescription &device : description.devices) {
+    for (const DeviceDescription &device : description.allDevices()) {
         for (const std::string &node : {device.node, device.genericNode}) {
             if (!node.empty()) {
                 tree[dev / node] = {Node::file, ""};
             }
         }
-    }
-    for (const IdeDrive &drive : description.drives) {
-        tree[dev / drive.name] = {Node::file, ""};
     }
 }
 
@@ -76,6 +73,8 @@ Tree treeOf(const Description &description)
     addDeviceNodes(tree, description);
     if (description.sysfs) {
         addSysfs(tree, description);
+        addNvme(tree, description);
+        addCards(tree, description);
     }
     if (description.procfs) {
         addProcScsi(tree, description);
@@ -99,12 +98,17 @@ Tree treeOf(const Description &description)
     return tree;
 }
 
+void addLink(Tree &tree, const TreePath &link, const TreePath &target)
+{
+    tree[link] = {Node::link, target.relativeTo(link)};
+}
+
 std::string realPath(const std::string &root, const TreePath &path)
 {
     return root + path.text();
 }
 
-void putFile(const std::string &path, const std::string &content)
+void putFile(const std::string &path, const std::string &content, unsigned mode)
 {
     makeParents(path);
     struct stat old {};
@@ -114,7 +118,7 @@ void putFile(const std::string &path, const std::string &content)
     }
     // Renamed over the old file: a concurrent reader sees the old text or the new one.
     const std::string fresh = replaces ? path + ".tavsim-new" : path;
-    const int descriptor = open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    const int descriptor = open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
     if (descriptor < 0) {
         failOn(path, "create");
     }
@@ -162,7 +166,7 @@ void layOut(const std::string &root, const Tree &before, const Tree &now)
             putDirectory(realPath(root, path));
             break;
         case Node::file:
-            putFile(realPath(root, path), node.content);
+            putFile(realPath(root, path), node.content, node.mode);
             break;
         case Node::link:
             putLink(realPath(root, path), node.content);

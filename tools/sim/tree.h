@@ -12,7 +12,8 @@ namespace sim {
 
 struct Node {
     enum Type { directory, file, link } type = file;
-    std::string content; // text of a file, target of a link
+    std::string content;  // text of a file, target of a link
+    unsigned mode = 0644; // of a file
     bool operator==(const Node &) const = default;
 };
 
@@ -25,8 +26,13 @@ Tree treeOf(const Description &description);
 
 // Parts of it.
 void addSysfs(Tree &tree, const Description &description);
+void addNvme(Tree &tree, const Description &description);
+void addCards(Tree &tree, const Description &description); // virtio-blk and MMC
 void addProcScsi(Tree &tree, const Description &description);
 void addProcIde(Tree &tree, const Description &description);
+
+// A symbolic link as sysfs has them, relative.
+void addLink(Tree &tree, const TreePath &link, const TreePath &target);
 
 // Where a path of the tree is in the real file system.
 std::string realPath(const std::string &root, const TreePath &path);
@@ -38,7 +44,7 @@ void layOut(const std::string &root, const Tree &before, const Tree &now);
 
 // Makes one file, link or directory, with the directories on its way, in place of any that is there. Throws
 // std::runtime_error.
-void putFile(const std::string &path, const std::string &content);
+void putFile(const std::string &path, const std::string &content, unsigned mode = 0644);
 void putLink(const std::string &path, const std::string &target);
 void putDirectory(const std::string &path);
 

@@ -2,8 +2,17 @@
 // /sys of a machine: SCSI hosts and devices as recorded in virtual machines with kernel 6.1.
 #include "sim/node_names.h"
 #include "sim/tree.h"
+#include "sim/tree_block.h"
+#include "sim/vpd_pages.h"
 
+#include <array>
+#include <cinttypes>
 #include <cstdio>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace sim {
 
@@ -33,18 +42,31 @@ public:
     TreePath directoryOf(const HostDescription &host)
     {
         const std::string name = "host" + std::to_string(host.number);
-        const bool sata = host.driver == "ahci" || host.driver.starts_with("ata_") || host.driver.starts_with("sata_");
-        if (sata) {
+        const std::string transport = transportOf(host);
+        if (transport == "ata") {
             return slotOf(host, 0x1f) / ("ata" + std::to_string(++ports_)) / name;
         }
-        if (host.driver.starts_with("usb")) {
+        if (transport == "usb") {
             const std::string port = "2-" + std::to_string(++usbPorts_);
             return slotOf(host, 0x14) / "usb2" / port / (port + ":1.0") / name;
+        }
+        if (transport == "virtio") {
+            return slotOf(host, -1) / ("virtio" + std::to_string(virtioDevices_++)) / name;
         }
         return slotOf(host, -1) / name;
     }
 
 private:
+    static std::string transportOf(const HostDescription &host)
+    {
+        const std::string &driver = host.driver;
+        if (!host.transport.empty()) {
+            return host.transport;
+        }
+        const bool sata = driver == "ahci" || driver.starts_with("ata_") || driver.starts_with("sata_");
+        return sata ? "ata" : driver.starts_with("usb") ? "usb" : "pci";
+    }
+
     TreePath slotOf(const HostDescription &host, int slot)
     {
         char address[32];
@@ -55,13 +77,35 @@ private:
 
     int ports_ = 0;
     int usbPorts_ = 0;
+    int virtioDevices_ = 0;
     int cards_ = 0;
 };
 
-void addLink(Tree &tree, const TreePath &link, const TreePath &target)
-{
-    tree[link] = {Node::link, target.relativeTo(link)};
-}
+// Where the targets of a host are: below the host, and with SAS below the end device at a port of the host.
+class TargetPlaces {
+public:
+    TargetPlaces(const HostDescription &host, TreePath directory)
+        : number_(std::to_string(host.number)), isSas_(host.transport == "sas"), directory_(std::move(directory))
+    {
+    }
+
+    TreePath directoryOf(const std::string &target)
+    {
+        if (!isSas_) {
+            return directory_ / target;
+        }
+        const size_t next = ports_.size();
+        const std::string port = number_ + ":" + std::to_string(ports_.emplace(target, next).first->second);
+        return directory_ / ("port-" + port) / ("end_device-" + port) / target;
+    }
+    bool isSas() const { return isSas_; }
+
+private:
+    std::string number_;
+    bool isSas_;
+    TreePath directory_;
+    std::map<std::string, size_t> ports_; // by target
+};
 
 void addHost(Tree &tree, const HostDescription &host, const TreePath &directory)
 {
@@ -85,16 +129,53 @@ TreePath addNode(Tree &tree, const TreePath &directory, const char *nodeClass, c
 void addBlock(Tree &tree, const DeviceDescription &device, const TreePath &directory)
 {
     const TreePath block = addNode(tree, directory, "block", device.node);
-    tree[block / "size"] = {Node::file, std::to_string(device.sectors) + "\n"};
+    addBlockAttributes(tree, device, block);
     addLink(tree, TreePath("/sys/block") / device.node, block);
+    addLink(tree, TreePath("/sys/class/block") / device.node, block);
 }
 
-void addDevice(Tree &tree, const DeviceDescription &device, const TreePath &hostDirectory)
+// The pages that the kernel keeps. Each has been shown since another release of it.
+void addPages(Tree &tree, const DeviceDescription &device, const TreePath &directory, unsigned long kernel)
+{
+    struct Shown {
+        uint8_t page;
+        const char *name;
+        unsigned long since;
+    };
+    constexpr Shown kShown[] = {{kUnitSerialNumber, "vpd_pg80", 3015000},
+                                {kDeviceIdentification, "vpd_pg83", 3015000},
+                                {kAtaInformation, "vpd_pg89", 5004000}};
+    for (const Shown &shown : kShown) {
+        const std::optional<std::vector<uint8_t>> page =
+            kernel >= shown.since ? vpdPage(device, shown.page) : std::nullopt;
+        if (page && page->size() > 4) {
+            tree[directory / shown.name] = {Node::file, std::string(page->begin(), page->end()), 0444};
+        }
+    }
+    const std::string wwid = device.identity.wwid ? *device.identity.wwid : wwidOf(device);
+    if (kernel >= 4004000 && !wwid.empty()) {
+        tree[directory / "wwid"] = {Node::file, wwid + "\n", 0444};
+    }
+}
+
+// The address of a disk's port: usually the next number after the disk's name.
+std::string sasAddressOf(const std::vector<uint8_t> &wwn)
+{
+    uint64_t number = 0;
+    for (const uint8_t byte : wwn) {
+        number = number << 8 | byte;
+    }
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "0x%016" PRIx64, number + 1);
+    return text.data();
+}
+
+void addDevice(Tree &tree, const DeviceDescription &device, TargetPlaces &targets, unsigned long kernel)
 {
     const std::string address = std::to_string(device.channel) + ":" + std::to_string(device.id);
     const std::string target = "target" + std::to_string(device.host) + ":" + address;
-    const std::string name = std::to_string(device.host) + ":" + address + ":" + std::to_string(device.lun);
-    const TreePath targetDirectory = hostDirectory / target;
+    const std::string name = device.address();
+    const TreePath targetDirectory = targets.directoryOf(target);
     const TreePath directory = targetDirectory / name;
     tree[targetDirectory / "uevent"] = {Node::file, "DEVTYPE=scsi_target\n"};
     addLink(tree, scsiDevices() / target, targetDirectory);
@@ -104,8 +185,13 @@ void addDevice(Tree &tree, const DeviceDescription &device, const TreePath &host
     tree[directory / "rev"] = {Node::file, padded(device.revision, 4) + "\n"};
     tree[directory / "type"] = {Node::file, std::to_string(device.type) + "\n"};
     tree[directory / "scsi_level"] = {Node::file, std::to_string(device.ansiVersion + 1) + "\n"};
-    tree[directory / "state"] = {Node::file, "running\n"};
-    if (!device.node.empty() && (device.hasDiskName() || device.type == kCdrom || device.type == kWorm)) {
+    tree[directory / "state"] = {Node::file, device.identity.state + "\n"};
+    tree[directory / "power" / "runtime_status"] = {Node::file, device.power.runtimeStatus + "\n", 0444};
+    addPages(tree, device, directory, kernel);
+    if (targets.isSas() && device.identity.wwn.size() == 8) {
+        tree[directory / "sas_address"] = {Node::file, sasAddressOf(device.identity.wwn) + "\n", 0444};
+    }
+    if (!device.node.empty() && device.hasBlocks()) {
         addBlock(tree, device, directory);
     } else if (!device.node.empty() && device.type == kTape) {
         addNode(tree, directory, "scsi_tape", device.node);
@@ -113,6 +199,45 @@ void addDevice(Tree &tree, const DeviceDescription &device, const TreePath &host
     if (!device.genericNode.empty()) {
         const TreePath generic = addNode(tree, directory, "scsi_generic", device.genericNode);
         addLink(tree, directory / "generic", generic);
+    }
+}
+
+// ---- enclosures: Documentation/ABI/testing/sysfs-class-enclosure ----
+
+// The directory to which a link leads.
+TreePath targetOf(const Tree &tree, const TreePath &link)
+{
+    return TreePath(plainPath(link.text() + "/../" + tree.at(link).content));
+}
+
+void addSlot(Tree &tree, const SlotDescription &slot, const TreePath &directory)
+{
+    const auto add = [&](const char *name, const std::string &text) {
+        tree[directory / name] = {Node::file, text + "\n"};
+    };
+    add("active", "0");
+    add("fault", slot.fault ? "1" : "0");
+    add("locate", slot.locate ? "1" : "0");
+    add("power_status", "on");
+    add("slot", std::to_string(slot.number));
+    add("status", slot.fault ? "critical" : slot.device.empty() ? "not installed" : "OK");
+    add("type", "array device");
+    if (!slot.device.empty()) {
+        const TreePath device = targetOf(tree, scsiDevices() / slot.device);
+        addLink(tree, directory / "device", device);
+        addLink(tree, device / ("enclosure_device:" + slot.name), directory);
+    }
+}
+
+void addEnclosure(Tree &tree, const DeviceDescription &device)
+{
+    const TreePath directory = targetOf(tree, scsiDevices() / device.address()) / "enclosure" / device.address();
+    tree[directory / "components"] = {Node::file, std::to_string(device.slots.size()) + "\n"};
+    tree[directory / "id"] = {Node::file, device.enclosureId + "\n"};
+    addLink(tree, TreePath("/sys/class/enclosure") / device.address(), directory);
+    addLink(tree, directory / "device", targetOf(tree, scsiDevices() / device.address()));
+    for (const SlotDescription &slot : device.slots) {
+        addSlot(tree, slot, directory / slot.name);
     }
 }
 
@@ -126,10 +251,16 @@ void addSysfs(Tree &tree, const Description &description)
     for (const HostDescription &host : description.hosts) {
         const TreePath directory = places.directoryOf(host);
         addHost(tree, host, directory);
+        TargetPlaces targets(host, directory);
         for (const DeviceDescription &device : description.devices) {
             if (device.host == host.number) {
-                addDevice(tree, device, directory);
+                addDevice(tree, device, targets, kernelNumber(description.kernel));
             }
+        }
+    }
+    for (const DeviceDescription &device : description.devices) {
+        if (!device.slots.empty()) {
+            addEnclosure(tree, device);
         }
     }
 }

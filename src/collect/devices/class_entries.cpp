@@ -5,10 +5,6 @@
 #include "collect/devices/device_number.h"
 #include "collect/devices/ide_table.h"
 #include "collect/devices/scsi_table.h"
-#include "devcmd/geometry.h"
-#include "devcmd/smart/smart_watch.h"
-#include "devcmd/transport/transport.h"
-#include "runtime/cancel.h"
 #include "runtime/field_text.h"
 
 #include <algorithm>
@@ -67,19 +63,21 @@ HardDiskEntry newDisk(const char *devName, std::string_view driver)
 
 int MakeSCSIHDDevice(const char *devName, std::string_view gDriverName)
 {
-    const TraceScope scope;
+    AskNow asker(devName == nullptr ? "" : devName);
+    return tavstrg::makeSCSIDisk(devName, gDriverName, asker);
+}
+
+int tavstrg::makeSCSIDisk(const char *devName, std::string_view gDriverName, DiskAsker &asker)
+{
+    const TraceScope scope("MakeSCSIHDDevice");
     TRACE(kDetail, "_IN_");
     if (devName == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(devName) Failure!!");
     }
     HardDiskEntry disk = newDisk(devName, gDriverName);
-    if (GetSCSIHDGeometry(devName, &disk) < 0) {
+    if (asker.describe(disk) < 0) {
         return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);
     }
-    cancellationPoint(); // a stop need not wait for all the commands of a disk that does not answer
-    fetch_sata_type(&disk);
-    cancellationPoint();
-    TAVStorageSmartWatch(&disk);
     return appendTraced(collection().pHDDevTbl, collection().TotalHDDevice, collection().hd_dev_cnt, disk);
 }
 

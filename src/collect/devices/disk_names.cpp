@@ -40,7 +40,36 @@ bool readAddress(const char *name, uint32_t *address)
     return true;
 }
 
+int32_t findInTable(const SCSIDiskNameTable *table, const SCSIDeviceInfo &device, char *path)
+{
+    return TAVStorageGetSCSIDeviceName(table, &device, path);
+}
+
+int32_t findInSysfs(const SCSIDiskNameTable *, const SCSIDeviceInfo &device, char *path)
+{
+    char found[kDiskPathSize];
+    readNodePath({device.host, device.channel, device.id, device.lun}, found);
+    std::memcpy(path, found, sizeof found);
+    return TRACED(0, kDetail, "%d:%d:%d:%d is [%s]", device.host, device.channel, device.id, device.lun, path);
+}
+
 } // namespace
+
+DiskNaming tavstrg::namingByTable(const SCSIDiskNameTable *table)
+{
+    return {findInTable, table};
+}
+
+DiskNaming tavstrg::namingOf(const Options &options, const SCSIDeviceInfo *list, SCSIDiskNameTable &table)
+{
+    // To open a node and ask it for its address would wake a disk that the kernel has suspended. A kernel that shows
+    // its devices in procfs has no such directories.
+    const bool asksNoNode = options.has(Option::diskNames) || options.has(Option::sleepingDisks);
+    if (asksNoNode && select_proc_or_sys() == kInterfaceSysfs) {
+        return {findInSysfs, nullptr};
+    }
+    return GetSCSIDeviceName_IDArray(list, &table) == 0 ? DiskNaming{} : namingByTable(&table);
+}
 
 std::array<char, kDiskNameSize> tavstrg::diskNameCandidate(size_t i)
 {

@@ -2,7 +2,9 @@
 // Names of SCSI disks: which /dev node is which address.
 #pragma once
 
+#include "collect/devices/kernel_disk.h"
 #include "collect/scsi/scsi_discovery.h"
+#include "runtime/options.h"
 
 #include <array>
 #include <cstddef>
@@ -29,6 +31,20 @@ struct SCSIDiskNameTable {
 std::array<char, kDiskNameSize> diskNameCandidate(size_t i);
 // The kernel's address word of a device.
 uint32_t scsiAddressWord(const SCSIDeviceInfo &device);
+
+// How one collection finds the node of a disk.
+struct DiskNaming {
+    // Path of the node into path (kDiskPathSize bytes), empty if no node is known. 0, or -1.
+    int32_t (*find)(const SCSIDiskNameTable *table, const SCSIDeviceInfo &device, char *path);
+    const SCSIDiskNameTable *table;
+};
+
+// From a table that GetSCSIDeviceName_IDArray has filled.
+DiskNaming namingByTable(const SCSIDiskNameTable *table);
+
+// As the options ask for: by the table, which is then filled, or from the directory of the disk itself in sysfs.
+// Without find if the table cannot be filled.
+DiskNaming namingOf(const Options &options, const SCSIDeviceInfo *list, SCSIDiskNameTable &table);
 
 } // namespace tavstrg
 

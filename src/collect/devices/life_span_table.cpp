@@ -3,7 +3,6 @@
 
 #include "collect/base/flat_table.h"
 #include "collect/collection/collection.h"
-#include "devcmd/smart/wear.h"
 #include "endurance/endurance.h"
 
 #include <algorithm>
@@ -38,7 +37,13 @@ LifeSpanEntry *growLifeSpans()
 
 void GetLifeSpanInfo(const char *devName, const SCSIDeviceEntry *scsiEntry)
 {
-    const TraceScope scope;
+    AskNow asker(devName == nullptr ? "" : devName);
+    addLifeSpan(devName, scsiEntry, asker);
+}
+
+void tavstrg::addLifeSpan(const char *devName, const SCSIDeviceEntry *scsiEntry, DiskAsker &asker)
+{
+    const TraceScope scope("GetLifeSpanInfo");
     TRACE(kDetail, "_IN_");
     if (devName == nullptr) {
         TRACE(kFailure, "_OUT_ param(devName) Failure!!");
@@ -63,7 +68,7 @@ void GetLifeSpanInfo(const char *devName, const SCSIDeviceEntry *scsiEntry)
     life->HDDIndex = scsiEntry->DeviceTypeIndex;
     life->EnduranceRemaining = kLevelUnknown;
     uint16_t endurance = kFigureUnknown;
-    if (GetLifeSpanInfoIoctl(devName, static_cast<uint8_t>(rated->attid), &endurance) < 0) {
+    if (asker.wear(static_cast<uint8_t>(rated->attid), &endurance) < 0) {
         TRACE(kFailure, "_OUT_ GetLifeSpanInfoIoctl is Failure!!");
         return;
     }

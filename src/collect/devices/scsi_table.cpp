@@ -4,7 +4,6 @@
 #include "collect/base/flat_table.h"
 #include "collect/collection/collection.h"
 #include "collect/devices/life_span_table.h"
-#include "collect/devices/serial_number.h"
 #include "runtime/cancel.h"
 #include "runtime/field_text.h"
 
@@ -44,29 +43,29 @@ struct CurrentDevice {
 
 // What is the same for all devices of the walk.
 struct Walk {
-    const SCSIDiskNameTable *names;
+    DiskAsker &asker;
     const DeviceFilter &filter;
 };
 
 int fillDisk(const Walk &walk, CurrentDevice &device)
 {
-    char name[kDiskNameSize] = "";
-    if (TAVStorageGetSCSIDeviceName(walk.names, &device.info, name) < 0) {
+    char name[kDiskPathSize] = "";
+    if (walk.asker.begin(device.info, name) < 0) {
         return TRACED(-1, kFailure, "TAVStorageGetSCSIDeviceName() failed!!");
     }
     if (isListedUnmanaged(walk.filter, device.info)) {
         traceSkipped("** NoManage Continue **", device.info);
         return 0;
     }
-    if (TAVStorageGetSCSIDeviceSerialNumber(name, device.entry.SerialNumber) < 0) {
+    if (walk.asker.serialNumber(device.entry.SerialNumber) < 0) {
         return TRACED(-1, kFailure, "TAVStorageGetSCSIDeviceSerialNumber() failed!!");
     }
     cancellationPoint(); // a stop need not wait for all the commands of a disk that does not answer
-    if (MakeSCSIHDDevice(name, device.driverName()) < 0) {
+    if (makeSCSIDisk(name, device.driverName(), walk.asker) < 0) {
         return TRACED(-1, kFailure, "MakeSCSIHDDevice() failed!!");
     }
     cancellationPoint();
-    GetLifeSpanInfo(name, &device.entry);
+    addLifeSpan(name, &device.entry, walk.asker);
     return appendSCSIDevice(device.entry);
 }
 
@@ -146,9 +145,9 @@ int GetSCSIDevSpeed(const SCSIDeviceInfo &device, std::string_view driver, const
     return TRACED(-1, kDetail, "_OUT_ (-1)");
 }
 
-int tavstrg::fillSCSIDevices(const SCSIDeviceInfo *list, const SCSIDiskNameTable *names, const DeviceFilter &filter)
+int tavstrg::fillSCSIDevices(const SCSIDeviceInfo *list, DiskAsker &asker, const DeviceFilter &filter)
 {
-    const Walk walk{names, filter};
+    const Walk walk{asker, filter};
     const SCSIDeviceInfo *device = list;
     for (; device != nullptr && collection().scsi_dev_cnt < collection().TotalSCSIDevice; device = device->next) {
         cancellationPoint();
@@ -169,8 +168,11 @@ int MakeSCSIDeviceTable()
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
+    const DiskMethods &methods = methodsOf(collection().options);
+    g_nodeUse = methods.nodes;
     SCSIDiskNameTable names;
-    if (GetSCSIDeviceName_IDArray(collection().g_SCSIDeviceInfo, &names) == 0) {
+    const DiskNaming naming = namingOf(collection().options, collection().g_SCSIDeviceInfo, names);
+    if (naming.find == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ ret is 0!");
     }
     if (collection().g_SCSIDeviceInfo == nullptr) { // not reached: the name table fails first without a list
@@ -192,7 +194,8 @@ int MakeSCSIDeviceTable()
     if (filter.loadUnmanaged() < 0) {
         return TRACED(-1, kFailure, "_OUT_ CreateNoSCSIInfoTable() failed");
     }
-    const int result = fillSCSIDevices(collection().g_SCSIDeviceInfo, &names, filter);
+    AskNow asker(naming, methods);
+    const int result = fillSCSIDevices(collection().g_SCSIDeviceInfo, asker, filter);
     filter.release();
     return TRACED(result, result < 0 ? kFailure : kDetail, "_OUT_ ret=[%d]", result);
 }

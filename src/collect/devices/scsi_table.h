@@ -5,7 +5,7 @@
 #include "collect/collection/device_kinds.h"
 #include "collect/collection/device_tables.h"
 #include "collect/devices/device_filter.h"
-#include "collect/devices/disk_names.h"
+#include "collect/devices/disk_asker.h"
 
 #include <string_view>
 
@@ -17,7 +17,7 @@ namespace tavstrg {
 // The two walks over the discovery list: count into the totals; fill the tables, until the SCSI table is full. The
 // second returns 0, or -1 also when a managed device is left over.
 void countSCSIDevices(const SCSIDeviceInfo *list, const DeviceFilter &filter);
-int fillSCSIDevices(const SCSIDeviceInfo *list, const SCSIDiskNameTable *names, const DeviceFilter &filter);
+int fillSCSIDevices(const SCSIDeviceInfo *list, DiskAsker &asker, const DeviceFilter &filter);
 
 // The next entry of the SCSI device table, as far as the discovery list has its values.
 SCSIDeviceEntry newSCSIDeviceEntry(const SCSIDeviceInfo &device, const DeviceKind &kind);
@@ -35,3 +35,10 @@ int MakeSCSITapeDevice(std::string_view gDriverName);
 int MakeSCSICdromDevice(std::string_view gDriverName);
 int MakeSCSIOMDevice(std::string_view gDriverName);
 int MakeSCSIMiscDevice(std::string_view gDriverName);
+
+namespace tavstrg {
+
+// MakeSCSIHDDevice for the disk that the asker is at.
+int makeSCSIDisk(const char *devName, std::string_view gDriverName, DiskAsker &asker);
+
+} // namespace tavstrg

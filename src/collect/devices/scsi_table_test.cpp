@@ -26,7 +26,8 @@ protected:
     int fill(SCSIDiskNameTable *names)
     {
         const TraceScope scope("MakeSCSIDeviceTable");
-        return fillSCSIDevices(lists_.scsiList(), names, filter_);
+        AskNow asker(namingByTable(names), kStrictMethods);
+        return fillSCSIDevices(lists_.scsiList(), asker, filter_);
     }
 
     TraceRecorder trace_;
@@ -238,7 +239,8 @@ TEST_F(ScsiDevices, AManagedDeviceThatIsLeftOverFails)
     collection().TotalSCSIDevice = 1;
     collection().TotalCdromDevice = 2;
     ASSERT_EQ(MallocDeviceTable(), 0);
-    EXPECT_EQ(fillSCSIDevices(lists_.scsiList(), &names_, filter_), -1);
+    AskNow asker(namingByTable(&names_), kStrictMethods);
+    EXPECT_EQ(fillSCSIDevices(lists_.scsiList(), asker, filter_), -1);
     EXPECT_EQ(collection().scsi_dev_cnt, 1);
 }
 
@@ -250,7 +252,8 @@ TEST_F(ScsiDevices, AClassTableThatIsTooSmallFails)
         ASSERT_EQ(MallocDeviceTable(), 0);
         SCSIDeviceInfo only = lists_.scsi(0, type);
         only.next = nullptr;
-        EXPECT_EQ(fillSCSIDevices(&only, &names_, filter_), -1) << type;
+        AskNow asker(namingByTable(&names_), kStrictMethods);
+        EXPECT_EQ(fillSCSIDevices(&only, asker, filter_), -1) << type;
         EXPECT_EQ(collection().scsi_dev_cnt, 0);
         FreeDeviceTable();
     }

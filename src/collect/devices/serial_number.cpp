@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collect/devices/serial_number.h"
 
+#include "collect/devices/vpd_serial.h"
 #include "devcmd/open_device.h"
 #include "devcmd/trim.h"
 #include "runtime/field_text.h"
@@ -8,6 +9,7 @@
 #include "runtime/trace.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <linux/hdreg.h>
@@ -35,7 +37,28 @@ void copySerial(const char (&identity)[kIdentitySize + 1], char *serial)
     std::memset(serial + length, 0, kSerialNumberSize - length);
 }
 
+// Errors of a disk that does not answer. With any other one the kernel says that it is no ATA disk.
+constexpr bool isGoneOrFails(int error)
+{
+    return error == ENXIO || error == ENODEV || error == EIO || error == ETIMEDOUT;
+}
+
 } // namespace
+
+int tavstrg::readAnsweredSerialNumber(const char *path, char (&serial)[kSerialNumberSize])
+{
+    char identity[kIdentitySize] = {};
+    copyText(serial, "");
+    const FileDesc device(openDevice(path, O_RDONLY));
+    if (!device) {
+        return errno;
+    }
+    if (::ioctl(device.get(), HDIO_GET_IDENTITY, identity) < 0) {
+        return isGoneOrFails(errno) ? errno : 0;
+    }
+    copyText(serial, serialOfIdentity({identity, sizeof identity}));
+    return TRACED(0, kDetail, "serial=[%s] of [HDIO_GET_IDENTITY]", serial);
+}
 
 int32_t TAVStorageGetSCSIDeviceSerialNumber(const char *name, char *serial)
 {
