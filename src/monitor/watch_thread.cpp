@@ -5,6 +5,7 @@
 #include "runtime/cancel.h"
 #include "runtime/memory.h"
 #include "runtime/options.h"
+#include "runtime/pause.h"
 #include "runtime/side_by_side.h"
 
 #include <cerrno>
@@ -40,7 +41,7 @@ unsigned secondsToSleep(int32_t cycle)
 void sleepPlainly(unsigned seconds)
 {
     const CancelSwitch on(PTHREAD_CANCEL_ENABLE);
-    ::sleep(seconds);
+    pauseForSeconds(seconds);
 }
 
 // The sleep ends early when a disk comes or goes.
