@@ -72,7 +72,7 @@ void sleepOneCycle(UeventSocket &events)
     if (currentOptions().has(Option::uevents)) {
         sleepUntilEvent(events, secondsToSleep(cycle));
     } else {
-        events.close();
+        events.drop();
         sleepPlainly(secondsToSleep(cycle));
     }
     TRACE(kDetail, "- wakeUp -");
