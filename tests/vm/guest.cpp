@@ -140,7 +140,8 @@ int run(const std::string &phase)
 {
     const std::pair<const char *, void (*)()> phases[] = {{"inventory", inventory},   {"smart", smart},
                                                           {"unmanaged", unmanaged},   {"failing", failing},
-                                                          {"monitoring", monitoring}, {"many", many}};
+                                                          {"monitoring", monitoring}, {"disks", disks},
+                                                          {"many", many}};
     for (const auto &[name, function] : phases) {
         if (phase == name) {
             forgetSavedState();

@@ -50,5 +50,7 @@ void addSimulatedDisks(int number);
 
 // The phase of the monitoring thread.
 void monitoring();
+// The phase of the tool's disks.
+void disks();
 
 } // namespace vm
