@@ -17,7 +17,7 @@ std::atomic<NodeUse> tavstrg::g_nodeUse = NodeUse::kAsAsked;
 
 namespace {
 
-KnownNodes *current = nullptr;
+thread_local constinit KnownNodes *current = nullptr;
 
 // FNV-1a, 32 bits.
 constexpr uint32_t hashOf(std::string_view text)

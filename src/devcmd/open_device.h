@@ -23,8 +23,8 @@ extern std::atomic<NodeUse> g_nodeUse; // how nodes are opened; set by every col
 // Whether the path is a FIFO is looked up once in the life of a KnownNodes.
 int openDevice(const char *path, int mode);
 
-// The paths that openDevice found not to be a FIFO while this object is the one that was made last and still lives.
-// Two threads must not have one at the same time.
+// The paths that openDevice found not to be a FIFO while this object is the one that its thread made last and that
+// still lives. Other threads do not use it: they look at each node at each open.
 class KnownNodes {
 public:
     KnownNodes();

@@ -59,7 +59,9 @@ TEST(OpenDevice, AFifoIsRefusedEachTimeWhileNodesAreKnown)
 // Opens a FIFO by the path of a node that was opened before. For reading and writing it would not be waited for.
 bool opensFifoInPlaceOf(const char *path)
 {
-    { const FileDesc node(openDevice(path, O_RDWR)); }
+    {
+        const FileDesc node(openDevice(path, O_RDWR));
+    }
     unlink(path);
     mkfifo(path, 0600);
     const FileDesc fifo(openDevice(path, O_RDWR));

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Building the store, once, on the first request.
 #include "collect/collector.h"
+#include "collect/devices/last_values.h"
 #include "endurance/endurance.h"
 #include "lifecycle/access.h"
 #include "lifecycle/gate.h"
@@ -184,6 +185,7 @@ int strgInitInstance(const CInfo *cInfo)
     initLocks();
     strgGetInfFile();
     takeOptions(); // a start from the saved state collects nothing
+    g_lastValues.clear();
     if (!loadSavedState() && collectFirst() != 0) {
         return -1;
     }

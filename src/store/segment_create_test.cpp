@@ -301,7 +301,7 @@ TEST_F(ShmCreate, OtherKindOfKeyFileGivesAKeyAndStaysUnchanged)
     EXPECT_EQ(machine.read("/opt/qlm/tavkit_sa/work/victim"), "precious");
 }
 
-TEST_F(ShmCreate, InServiceModeALockHeldElsewhereFailsItAfterThreeSeconds)
+TEST_F(ShmCreate, InServiceModeAHeldLockFailsAfterThreeSeconds)
 {
     g_srvmod = 1;
     sim::skipSleeps(true);

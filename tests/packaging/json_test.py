@@ -114,7 +114,8 @@ def check_failures(directory):
 def check_checked(directory):
     for name, text in (("storage.inf", "ahci\n" + "x" * 65 + "\n"),
                        ("noscsi.inf", "Vendor: A\nVendor: ACME Model: DISK\n"),
-                       ("tavm2ssd.inf", "outside\n[Endurance Remaining]\nM,231,100,80,60,40,20,0\nM,1\n")):
+                       ("tavm2ssd.inf", "outside\n[Endurance Remaining]\nM,231,100,80,60,40,20,0\nM,1\n"),
+                       ("options.inf", "clean-text\nunknown\nall\n")):
         with open(os.path.join(directory, name), "w", encoding="utf-8") as written:
             written.write(text)
     printed, why = run("check", "--root", directory, status=1)

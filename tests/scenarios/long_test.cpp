@@ -122,12 +122,11 @@ TEST(Long, SixteenClientsForAMinuteAreAllServedInTurn)
     constexpr size_t kDisks = 128;
     json description = machines::disks(kDisks);
     description["files"]["options.inf"] = "fair-requests\n";
-    machines::forEachDevice(description, [](json &disk) { disk["delayMs"] = 2; });
     sim::Machine machine(description.dump());
     Server server;
     const scenario::ClientsSeen seen = scenario::letClientsAsk(*server, kClients, 1, 60);
     EXPECT_THAT(seen.refusals, testing::IsEmpty());
-    ASSERT_GT(seen.requests, 10 * kClients);
+    ASSERT_GT(seen.requests, 4 * kClients);
     EXPECT_LE(seen.collections[seen.requests * 99 / 100], 3U);
     RecordProperty("requests", static_cast<int>(seen.requests));
     RecordProperty("collections", static_cast<int>(seen.collectionsOfAll));

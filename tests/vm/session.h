@@ -48,9 +48,9 @@ void scanHost(int host);
 // Disks of the kernel's simulated SCSI host adapter, which is never managed.
 void addSimulatedDisks(int number);
 
-// The phase of the monitoring thread.
+// The phases of the monitoring thread, of the kernel's events and of the tool's disks.
 void monitoring();
-// The phase of the tool's disks.
+void hotplug();
 void disks();
 
 } // namespace vm

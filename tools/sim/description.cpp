@@ -66,8 +66,8 @@ void checkNodes(const Fields &fields, const Description &description)
         checkNode(fields, "hosts", device.node);
         checkNode(fields, "hosts", device.genericNode);
     }
-    for (const IdeDrive &drive : description.drives) {
-        checkNode(fields, "ide", drive.name);
+    for (const DeviceDescription &device : description.allDevices()) {
+        checkNode(fields, device.isIde() ? "ide" : "node", device.node);
     }
 }
 
@@ -132,8 +132,10 @@ void checkAddresses(const Fields &fields, const Description &description)
         once(device.node);
         once(device.genericNode);
     }
-    for (const IdeDrive &drive : description.drives) {
-        once(drive.name);
+    for (const DeviceDescription &device : description.allDevices()) {
+        if (device.bus != Bus::scsi) {
+            once(device.node);
+        }
     }
 }
 
@@ -173,6 +175,15 @@ void readMachine(Fields fields, Description &description, const std::vector<Devi
         }
         ide->finish();
     }
+    for (const Fields &controller : fields.objects("nvme")) {
+        readNvme(controller, description);
+    }
+    for (const Fields &disk : fields.objects("virtio")) {
+        description.virtio.push_back(readVirtio(disk, description.virtio.size()));
+    }
+    for (const Fields &card : fields.objects("mmc")) {
+        description.mmc.push_back(readMmc(card, description.mmc.size()));
+    }
     assignNodes(description, before);
     checkAddresses(fields, description);
     checkNodes(fields, description);
@@ -200,6 +211,31 @@ Description parseDescription(const std::string &json, const std::vector<DeviceDe
     return description;
 }
 
+std::vector<DeviceDescription> Description::allDevices() const
+{
+    std::vector<DeviceDescription> all = devices;
+    for (const IdeDrive &drive : drives) {
+        all.push_back(drive.device);
+    }
+    std::set<std::string> heads; // one node for all paths of a namespace
+    for (const std::shared_ptr<const NvmeController> &controller : nvme) {
+        all.push_back(controller->device);
+        all.back().nvme = controller;
+        for (const NvmeNamespace &space : controller->namespaces) {
+            if (heads.insert(space.node).second) {
+                all.push_back(space.device);
+                all.back().nvme = controller;
+            }
+        }
+    }
+    for (const std::vector<CardDescription> *cards : {&virtio, &mmc}) {
+        for (const CardDescription &card : *cards) {
+            all.push_back(card.device);
+        }
+    }
+    return all;
+}
+
 std::string DeviceDescription::address() const
 {
     return std::to_string(host) + ":" + std::to_string(channel) + ":" + std::to_string(id) + ":" + std::to_string(lun);
@@ -207,8 +243,8 @@ std::string DeviceDescription::address() const
 
 bool isSameDevice(const DeviceDescription &a, const DeviceDescription &b)
 {
-    return a.host == b.host && a.channel == b.channel && a.id == b.id && a.lun == b.lun && a.serial == b.serial &&
-           a.type == b.type && (!a.isIde() || a.node == b.node);
+    return a.bus == b.bus && a.host == b.host && a.channel == b.channel && a.id == b.id && a.lun == b.lun &&
+           a.serial == b.serial && a.type == b.type && (a.bus == Bus::scsi || a.node == b.node);
 }
 
 unsigned long kernelNumber(const std::string &release)

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -49,11 +50,13 @@ enum class Kind {
     modeSelect,
     logSense,
     requestSense,
-    open,  // opening a node: no request, and in no group
-    other, // the last kind; groups follow
-    ata,   // every ATA command, by whatever ioctl
-    scsi,  // every SCSI command
-    any    // every ioctl
+    open,    // opening a node: no request, and in no group
+    readLog, // READ LOG EXT, SMART READ LOG, and NVMe's Get Log Page
+    other,   // the last kind; groups follow
+    ata,     // every ATA command, by whatever ioctl
+    scsi,    // every SCSI command
+    nvme,    // every NVMe command
+    any      // every ioctl
 };
 
 struct Fault {
@@ -67,9 +70,13 @@ struct Fault {
     int errorNumber = 0; // the ioctl fails with it
     int hostStatus = 0;  // of the SG_IO reply
     int driverStatus = 0;
+    int nvmeStatus = 0;         // an NVMe command ends with this status
     std::vector<uint8_t> sense; // the command ends in CHECK CONDITION with these bytes
     bool operator==(const Fault &) const = default;
-    bool fails() const { return errorNumber != 0 || hostStatus != 0 || driverStatus != 0 || !sense.empty(); }
+    bool fails() const
+    {
+        return errorNumber != 0 || hostStatus != 0 || driverStatus != 0 || nvmeStatus != 0 || !sense.empty();
+    }
 };
 
 struct SmartAttribute {
@@ -136,6 +143,10 @@ struct BlockDescription {
     bool removable = false, readOnly = false;
 };
 
+struct NvmeController;
+
+enum class Bus { scsi, ide, nvmeController, nvmeNamespace, virtio, mmc };
+
 // A bay of an enclosure.
 struct SlotDescription {
     std::string name;
@@ -145,7 +156,8 @@ struct SlotDescription {
 };
 
 struct DeviceDescription {
-    int host = -1, channel = 0, id = 0, lun = 0; // host -1: a drive of the IDE driver
+    Bus bus = Bus::scsi;
+    int host = -1, channel = 0, id = 0, lun = 0; // address on the SCSI bus
     int type = kDisk;
     std::string vendor, model, revision, serial;
     bool ata = false;
@@ -170,11 +182,53 @@ struct DeviceDescription {
     std::string enclosureId; // of an enclosure, "0x500304801f2c3d3d"
     std::vector<SlotDescription> slots;
 
-    std::string address() const; // "0:0:1:0": host, channel, id and LUN
-    bool isIde() const { return host < 0; }
+    std::string address() const;                // "0:0:1:0": host, channel, id and LUN
+    std::shared_ptr<const NvmeController> nvme; // of NVMe's two kinds of node
+    unsigned nsid = 0;                          // of a namespace's node
+
+    bool isIde() const { return bus == Bus::ide; }
     bool hasDiskName() const { return type == kDisk || type == kOptical || type == kReduced || type == kZoned; }
-    bool hasBlocks() const { return hasDiskName() || type == kCdrom || type == kWorm; }
+    bool hasBlocks() const { return bus != Bus::nvmeController && (hasDiskName() || type == kCdrom || type == kWorm); }
     bool isAtaDisk() const { return ata && (type == kDisk || type == kZoned); }
+};
+
+// SMART / Health Information of NVMe 1.4, with its units.
+struct NvmeHealth {
+    unsigned criticalWarning = 0;
+    std::optional<int> temperature = 35; // degrees Celsius; nullopt: not reported
+    unsigned availableSpare = 100, spareThreshold = 10, percentageUsed = 0;
+    uint64_t dataUnitsRead = 0, dataUnitsWritten = 0; // of 512,000 bytes
+    uint64_t hostReads = 0, hostWrites = 0, busyMinutes = 0, powerCycles = 0, powerOnHours = 0, unsafeShutdowns = 0;
+    uint64_t mediaErrors = 0, errorLogEntries = 0;
+    unsigned warningMinutes = 0, criticalMinutes = 0; // above the composite temperature thresholds
+    std::vector<std::optional<int>> sensors;          // degrees Celsius
+    std::vector<uint8_t> raw;                         // the whole page, in place of all this
+};
+
+struct NvmeNamespace {
+    unsigned nsid = 1;
+    std::vector<uint8_t> nguid, eui, uuid; // 16, 8 and 16 bytes; empty: none
+    std::optional<std::string> wwid;       // nullopt: as the kernel derives it
+    std::string node, path;                // "nvme0n1"; "nvme0c0n1", the hidden node of a path, or empty
+    DeviceDescription device;
+};
+
+struct NvmeController {
+    unsigned number = 0, cntlid = 0, subsystem = 0, vendorId = 0x1B36;
+    std::string model, serial, firmware, transport, address, state, nqn;
+    bool multipath = false; // the kernel makes one node for all paths of a namespace
+    NvmeHealth health;
+    std::vector<NvmeNamespace> namespaces;
+    DeviceDescription device; // its character node; without pointer to this
+};
+
+// A disk that is neither SCSI nor NVMe: virtio-blk, or an MMC or SD card.
+struct CardDescription {
+    std::string type, name, cid, date, lifeTime, preEol; // attributes of MMC
+    unsigned manufacturer = 0, oem = 0;
+    std::string pciAddress;
+    bool bootPartitions = false;
+    DeviceDescription device;
 };
 
 struct HostDescription {
@@ -207,11 +261,16 @@ struct Description {
     bool ide = false;                       // /proc/ide exists
     std::vector<IdeChannel> channels;
     std::vector<IdeDrive> drives;
+    std::vector<std::shared_ptr<const NvmeController>> nvme;
+    std::vector<CardDescription> virtio, mmc;
     std::optional<std::string> interrupts, ioports;
     std::map<TreePath, std::optional<std::string>> files; // by path; nullopt: the file is removed
     bool libraries = false;                               // the agent's libraries are in its lib directory
     std::string libraryDirectory; // source of the libraries; empty: the directory of this library
     uint64_t seed = 1;
+    // Of all nodes, SCSI devices first.
+    std::vector<DeviceDescription> allDevices() const;
+
     double clock = 0; // seconds that have passed on the machine's clock
 };
 

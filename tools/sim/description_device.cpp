@@ -82,6 +82,7 @@ void readFault(Fields fields, std::vector<Fault> &faults)
     fault.errorNumber = fields.errorNumber("errno");
     fault.hostStatus = fields.number<int>("hostStatus", 0);
     fault.driverStatus = fields.number<int>("driverStatus", 0);
+    fault.nvmeStatus = fields.number<uint16_t>("nvmeStatus", 0);
     fault.sense = fields.bytes("sense");
     if (fault.sense.size() > 252) {
         fields.fail("sense", "expected at most 252 bytes");
@@ -109,6 +110,16 @@ void readSize(Fields &fields, DeviceDescription &device, uint64_t defaultBytes)
     }
 }
 
+void readFaults(Fields &fields, DeviceDescription &device)
+{
+    device.openError = fields.errorNumber("openError");
+    device.writeOpenError = fields.errorNumber("writeOpenError");
+    device.delayMs = fields.number<unsigned>("delayMs", 0);
+    for (const Fields &fault : fields.objects("faults")) {
+        readFault(fault, device.faults);
+    }
+}
+
 void readBehaviour(Fields &fields, DeviceDescription &device)
 {
     device.identifyBy = fields.text("identifyBy", device.type == kCdrom ? "packet" : "device");
@@ -121,16 +132,11 @@ void readBehaviour(Fields &fields, DeviceDescription &device)
         }
         device.identifyWords[word] = value;
     }
-    device.openError = fields.errorNumber("openError");
-    device.delayMs = fields.number<unsigned>("delayMs", 0);
-    device.writeOpenError = fields.errorNumber("writeOpenError");
     device.smart.supported = device.type == kDisk || device.isAtaDisk();
     if (const std::optional<Fields> smart = fields.object("smart")) {
         readSmart(*smart, device.smart);
     }
-    for (const Fields &fault : fields.objects("faults")) {
-        readFault(fault, device.faults);
-    }
+    readFaults(fields, device);
 }
 
 DeviceDescription readDevice(Fields fields, int host)

@@ -71,6 +71,7 @@ IdeDrive readDrive(Fields fields)
     if (disk && !fields.isNull("cache")) {
         drive.cache = fields.textOrNumber("cache", "2048");
     }
+    device.bus = Bus::ide;
     readBehaviour(fields, device);
     fields.finish();
     return drive;

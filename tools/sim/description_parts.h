@@ -12,6 +12,18 @@ DeviceDescription readDevice(Fields fields, int host);
 void readSize(Fields &fields, DeviceDescription &device, uint64_t defaultBytes);
 void readBehaviour(Fields &fields, DeviceDescription &device);
 
+// Errors, delays and faults of a node.
+void readFaults(Fields &fields, DeviceDescription &device);
+// Attributes of a block device in sysfs.
+void readBlock(Fields &fields, DeviceDescription &device);
+// Bytes of a fixed number, given as hexadecimal text in which "-" and ":" may separate them, or as an array.
+std::vector<uint8_t> readBytes(Fields &fields, const char *name, size_t number);
+
+// Adds to the description.
+void readNvme(Fields fields, Description &description);
+CardDescription readVirtio(Fields fields, size_t position);
+CardDescription readMmc(Fields fields, size_t position);
+
 // What the kernel shows of a SCSI device in sysfs.
 void readSysfs(Fields &fields, DeviceDescription &device);
 

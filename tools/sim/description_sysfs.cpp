@@ -62,25 +62,6 @@ bool isSectorSize(unsigned bytes)
     return bytes >= 512 && bytes <= 65536 && std::has_single_bit(bytes);
 }
 
-void readBlock(Fields &fields, DeviceDescription &device)
-{
-    BlockDescription &block = device.block;
-    block.physicalSectorSize = fields.number<unsigned>("physicalSectorSize", 0);
-    if (block.physicalSectorSize != 0 && !isSectorSize(block.physicalSectorSize)) {
-        fields.fail("physicalSectorSize", "expected a power of 2 from 512 to 65536");
-    }
-    if (fields.has("rotationRate")) {
-        block.rotationRate = fields.number<uint16_t>("rotationRate", 0);
-    }
-    if (std::optional<Fields> io = fields.object("io")) {
-        block.reads = io->number<uint64_t>("reads", 0);
-        block.writes = io->number<uint64_t>("writes", 0);
-        io->finish();
-    }
-    block.removable = fields.flag("removable", device.type == kCdrom);
-    block.readOnly = fields.flag("readOnly", device.type == kCdrom);
-}
-
 void readPower(Fields fields, PowerDescription &power)
 {
     const std::string state = fields.oneOf("state", {"active", "idle", "standby", "sleep"});
@@ -120,6 +101,25 @@ void readSlots(Fields &fields, DeviceDescription &device)
 }
 
 } // namespace
+
+void readBlock(Fields &fields, DeviceDescription &device)
+{
+    BlockDescription &block = device.block;
+    block.physicalSectorSize = fields.number<unsigned>("physicalSectorSize", 0);
+    if (block.physicalSectorSize != 0 && !isSectorSize(block.physicalSectorSize)) {
+        fields.fail("physicalSectorSize", "expected a power of 2 from 512 to 65536");
+    }
+    if (fields.has("rotationRate")) {
+        block.rotationRate = fields.number<uint16_t>("rotationRate", 0);
+    }
+    if (std::optional<Fields> io = fields.object("io")) {
+        block.reads = io->number<uint64_t>("reads", 0);
+        block.writes = io->number<uint64_t>("writes", 0);
+        io->finish();
+    }
+    block.removable = fields.flag("removable", device.type == kCdrom);
+    block.readOnly = fields.flag("readOnly", device.type == kCdrom);
+}
 
 void readSysfs(Fields &fields, DeviceDescription &device)
 {

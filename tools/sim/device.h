@@ -77,8 +77,9 @@ void describeDevice(Device &device, const DeviceDescription &now, uint64_t seed,
 // Kind of a request, and whether it is an ATA command, a SCSI command or both.
 struct RequestKind {
     Kind own = Kind::other;
-    bool ata = false, scsi = false;
+    bool ata = false, scsi = false, nvme = false;
 };
+RequestKind kindOfNvme(uint8_t opcode);
 RequestKind kindOfScsi(std::span<const uint8_t> cdb);
 RequestKind kindOfAta(uint8_t command, uint8_t features);
 

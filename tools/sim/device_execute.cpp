@@ -9,6 +9,7 @@
 #include <cstring>
 #include <linux/fs.h>
 #include <linux/hdreg.h>
+#include <linux/nvme_ioctl.h>
 #include <scsi/sg.h>
 
 namespace sim {
@@ -213,7 +214,8 @@ int replyIdentity(const Device &device, void *argument)
 int executeRequest(Device &device, unsigned long number, void *argument, const Fault &fault)
 {
     const bool toScsi = number == SG_IO || number == kSendCommand;
-    if (fault.errorNumber != 0 || (fault.fails() && !toScsi)) {
+    const bool toNvme = number == NVME_IOCTL_ADMIN_CMD && fault.nvmeStatus != 0;
+    if (fault.errorNumber != 0 || (fault.fails() && !toScsi && !toNvme)) {
         return failWith(fault.errorNumber != 0 ? fault.errorNumber : EIO);
     }
     switch (number) {
@@ -233,6 +235,9 @@ int executeRequest(Device &device, unsigned long number, void *argument, const F
         return replyIdentity(device, argument);
     case HDIO_GETGEO:
         return replyGeometry(device, argument);
+    case NVME_IOCTL_ID:
+    case NVME_IOCTL_ADMIN_CMD:
+        return nvmeRequest(device, number, argument, fault);
     default:
         break;
     }

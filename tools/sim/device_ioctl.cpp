@@ -11,6 +11,7 @@
 #include <cstring>
 #include <linux/fs.h>
 #include <linux/hdreg.h>
+#include <linux/nvme_ioctl.h>
 #include <pthread.h>
 #include <scsi/sg.h>
 
@@ -68,6 +69,13 @@ Request decode(unsigned long number, void *argument)
     case BLKGETSIZE64:
         request.kind.own = Kind::size;
         break;
+    case NVME_IOCTL_ID:
+        request.kind.own = Kind::address;
+        break;
+    case NVME_IOCTL_ADMIN_CMD:
+        request.bytes = {block, sizeof(nvme_admin_cmd)};
+        request.kind = kindOfNvme(block[0]);
+        break;
     default:
         request.known = false;
     }
@@ -84,9 +92,11 @@ int failWith(int error)
 Plan timedOut(std::chrono::milliseconds limit)
 {
     constexpr int kDidTimeOut = 3;
+    constexpr int kHostAborted = 0x371;
     Plan plan;
     plan.wait = limit;
     plan.failure.hostStatus = kDidTimeOut;
+    plan.failure.nvmeStatus = kHostAborted;
     return plan;
 }
 
@@ -94,7 +104,7 @@ Plan timedOut(std::chrono::milliseconds limit)
 void count(MachineState &machine, const Device &device, const RequestKind &kind)
 {
     ++machine.requests;
-    machine.toDevices += (device.is.ata ? kind.ata : kind.scsi) ? 1U : 0U;
+    machine.toDevices += kind.nvme || (device.is.ata ? kind.ata : kind.scsi) ? 1U : 0U;
 }
 
 void keepInLog(MachineState &machine, const Device &device, const Request &request)
@@ -135,6 +145,32 @@ std::chrono::milliseconds wakeUp(MachineState &machine, Device &device, const Re
     return wait;
 }
 
+// The command's own timeout; 0: none.
+std::chrono::milliseconds timeoutOf(const Request &request)
+{
+    constexpr unsigned kAdminTimeout = 60000; // of the kernel's module parameter
+    if (request.number == SG_IO) {
+        return std::chrono::milliseconds(static_cast<const sg_io_hdr_t *>(request.argument)->timeout);
+    }
+    if (request.number == NVME_IOCTL_ADMIN_CMD) {
+        const unsigned given = static_cast<const nvme_admin_cmd *>(request.argument)->timeout_ms;
+        return std::chrono::milliseconds(given == 0 ? kAdminTimeout : given);
+    }
+    return {};
+}
+
+// Which of the known requests the kernel's driver of a node has.
+bool isOfDriver(const DeviceDescription &device, const Request &request)
+{
+    const bool nvme = device.bus == Bus::nvmeController || device.bus == Bus::nvmeNamespace;
+    const bool nvmeOnly = request.number == NVME_IOCTL_ID || request.number == NVME_IOCTL_ADMIN_CMD;
+    const bool ofBlocks = request.kind.own == Kind::size || request.kind.own == Kind::sectorSize;
+    if (device.bus == Bus::scsi || device.bus == Bus::ide) {
+        return !nvmeOnly;
+    }
+    return (nvme && nvmeOnly) || (ofBlocks && device.hasBlocks());
+}
+
 } // namespace
 
 int answer(Device &device, unsigned long number, void *argument)
@@ -150,16 +186,16 @@ int answer(Device &device, unsigned long number, void *argument)
             result = failWith(ENODEV);
         } else if (argument == nullptr) {
             result = failWith(EFAULT);
-        } else if (const Request request = decode(number, argument); !request.known) {
-            ++machine->unknownIoctls;
+        } else if (const Request request = decode(number, argument);
+                   !request.known || !isOfDriver(device.is, request)) {
+            machine->unknownIoctls += request.known ? 0 : 1;
             result = failWith(ENOTTY);
         } else {
             count(*machine, device, request.kind);
             keepInLog(*machine, device, request);
             Plan plan = planFor(device, request.kind);
             plan.wait += wakeUp(*machine, device, request);
-            const auto limit =
-                std::chrono::milliseconds(number == SG_IO ? static_cast<const sg_io_hdr_t *>(argument)->timeout : 0);
+            const std::chrono::milliseconds limit = timeoutOf(request);
             if (limit.count() != 0 && plan.wait > limit && !plan.hangs) {
                 plan = timedOut(limit);
             }

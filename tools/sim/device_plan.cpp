@@ -27,6 +27,8 @@ bool isOn(const Fault &fault, const RequestKind &kind)
         return kind.ata;
     case Kind::scsi:
         return kind.scsi;
+    case Kind::nvme:
+        return kind.nvme;
     default:
         return fault.on == kind.own;
     }

@@ -41,9 +41,11 @@ constexpr Named<Kind> kKinds[] = {
     {"logSense", Kind::logSense},
     {"requestSense", Kind::requestSense},
     {"open", Kind::open},
+    {"readLog", Kind::readLog},
     {"other", Kind::other},
     {"ata", Kind::ata},
     {"scsi", Kind::scsi},
+    {"nvme", Kind::nvme},
     {"any", Kind::any},
 };
 
@@ -268,7 +270,7 @@ std::vector<uint8_t> Fields::hexBytes(const char *name, const std::string &text)
     int high = -1;
     for (const char c : text) {
         const int digit = hexDigit(c);
-        if (digit < 0 && c != ' ') {
+        if (digit < 0 && c != ' ' && c != '-' && c != ':') {
             fail(name, "expected hexadecimal digits");
         } else if (digit >= 0 && high >= 0) {
             result.push_back(static_cast<uint8_t>(high << 4 | digit));

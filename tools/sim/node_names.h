@@ -12,7 +12,7 @@ struct NodeNumber {
     unsigned major = 0, minor = 0;
 };
 
-// Of "sda", "sdaa", "hdb", "sr0", "st0", "sg0"; zeros for another name.
+// Of "sda", "sdaa", "hdb", "sr0", "st0", "sg0", "nvme0", "nvme0n1", "vda", "mmcblk0"; zeros for another name.
 NodeNumber nodeNumber(std::string_view name);
 
 // The nth (0-based) disk name: sda, ..., sdz, sdaa, ...

@@ -35,4 +35,7 @@ inline std::span<const uint8_t> sentCdb(SendCommand &command)
 // failure.
 int executeRequest(Device &device, unsigned long number, void *argument, const Fault &fault);
 
+// NVMe's own requests, on a node of NVMe.
+int nvmeRequest(Device &device, unsigned long number, void *argument, const Fault &fault);
+
 } // namespace sim

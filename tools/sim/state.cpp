@@ -32,15 +32,6 @@ std::vector<std::unique_ptr<MachineState>> &formerMachines()
     return *machines;
 }
 
-std::vector<DeviceDescription> allDevices(const Description &description)
-{
-    std::vector<DeviceDescription> all = description.devices;
-    for (const IdeDrive &drive : description.drives) {
-        all.push_back(drive.device);
-    }
-    return all;
-}
-
 void describe(const MachineState &machine, Device &device, const DeviceDescription &now, const Description &description)
 {
     describeDevice(device, now, description.seed, machine.clockMs);
@@ -61,7 +52,7 @@ void addNodes(std::map<std::string, Device *> &nodes, const DeviceDescription &d
 std::vector<Device *> admitDevices(MachineState &machine, const Description &description)
 {
     std::vector<Device *> admitted;
-    for (const DeviceDescription &described : allDevices(description)) {
+    for (const DeviceDescription &described : description.allDevices()) {
         const auto old = std::find_if(machine.present.begin(), machine.present.end(),
                                       [&](const Device *device) { return isSameDevice(device->is, described); });
         if (old != machine.present.end()) {
@@ -237,7 +228,7 @@ void rebuild(MachineState &machine, Description description)
     }
     {
         const std::lock_guard held(model());
-        const std::vector<DeviceDescription> all = allDevices(description);
+        const std::vector<DeviceDescription> all = description.allDevices();
         for (size_t i = 0; i < all.size(); ++i) {
             describe(machine, *admitted[i], all[i], description);
         }

@@ -52,15 +52,12 @@ void addDeviceNodes(Tree &tree, const Description &description)
 {
     const TreePath dev("/dev");
     tree[dev] = {Node::directory, ""};
-    for (const DeviceDescription &device : description.devices) {
+    for (const DeviceDescription &device : description.allDevices()) {
         for (const std::string &node : {device.node, device.genericNode}) {
             if (!node.empty()) {
                 tree[dev / node] = {Node::file, ""};
             }
         }
-    }
-    for (const IdeDrive &drive : description.drives) {
-        tree[dev / drive.name] = {Node::file, ""};
     }
 }
 
@@ -76,6 +73,8 @@ Tree treeOf(const Description &description)
     addDeviceNodes(tree, description);
     if (description.sysfs) {
         addSysfs(tree, description);
+        addNvme(tree, description);
+        addCards(tree, description);
     }
     if (description.procfs) {
         addProcScsi(tree, description);
@@ -97,6 +96,11 @@ Tree treeOf(const Description &description)
         }
     }
     return tree;
+}
+
+void addLink(Tree &tree, const TreePath &link, const TreePath &target)
+{
+    tree[link] = {Node::link, target.relativeTo(link)};
 }
 
 std::string realPath(const std::string &root, const TreePath &path)

@@ -26,8 +26,13 @@ Tree treeOf(const Description &description);
 
 // Parts of it.
 void addSysfs(Tree &tree, const Description &description);
+void addNvme(Tree &tree, const Description &description);
+void addCards(Tree &tree, const Description &description); // virtio-blk and MMC
 void addProcScsi(Tree &tree, const Description &description);
 void addProcIde(Tree &tree, const Description &description);
+
+// A symbolic link as sysfs has them, relative.
+void addLink(Tree &tree, const TreePath &link, const TreePath &target);
 
 // Where a path of the tree is in the real file system.
 std::string realPath(const std::string &root, const TreePath &path);

@@ -107,11 +107,6 @@ private:
     std::map<std::string, size_t> ports_; // by target
 };
 
-void addLink(Tree &tree, const TreePath &link, const TreePath &target)
-{
-    tree[link] = {Node::link, target.relativeTo(link)};
-}
-
 void addHost(Tree &tree, const HostDescription &host, const TreePath &directory)
 {
     const std::string name = "host" + std::to_string(host.number);

@@ -152,10 +152,10 @@ void describeCheck(CLI::App &app, RawArguments &raw)
     raw.check = app.add_subcommand("check", "Check the administrator's files, and this machine");
     raw.check->add_option("--root", raw.arguments.root, "Check the files of DIR, not the installed ones")
         ->type_name("DIR");
-    raw.check->footer("\nChecked are storage.inf, noscsi.inf and tavm2ssd.inf in the data directory of\n"
-                      "the agent, of the simulated machine (--machine), or of DIR (--root): in\n"
-                      "DIR/data, or in DIR itself where it has no data. Accepted lines and notes go\n"
-                      "to standard output, skipped lines to standard error, each as\n"
+    raw.check->footer("\nChecked are storage.inf, noscsi.inf, tavm2ssd.inf and options.inf in the data\n"
+                      "directory of the agent, of the simulated machine (--machine), or of DIR\n"
+                      "(--root): in DIR/data, or in DIR itself where it has no data. Accepted lines\n"
+                      "and notes go to standard output, skipped lines to standard error, each as\n"
                       "FILE:LINE: text; --json prints all of them. A file may be absent.\n"
                       "Without --root the machine is checked too: its kernel release, the agent's\n"
                       "directories, its drivers, and whether its managed disks answer.\n"

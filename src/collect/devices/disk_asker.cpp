@@ -2,6 +2,7 @@
 #include "collect/devices/disk_asker.h"
 
 #include "collect/devices/serial_number.h"
+#include "collect/devices/sleeping_disks.h"
 #include "devcmd/geometry.h"
 #include "devcmd/open_device.h"
 #include "devcmd/smart/smart_state.h"
@@ -122,17 +123,24 @@ constexpr DiskMethods kStrict = {Smart::kNodes, strictSerialNumber, strictDescri
 template <class Smart>
 constexpr DiskMethods kTolerant = {Smart::kNodes, tolerantSerialNumber, tolerantDescribe<Smart>, tolerantWear<Smart>};
 
+struct Pair {
+    const DiskMethods &all;
+    const DiskMethods &unlessLeftAlone;
+};
+template <const DiskMethods &methods> constexpr Pair kPair = {methods, UnlessLeftAlone<methods>::kMethods};
+
 } // namespace
 
 const DiskMethods tavstrg::kStrictMethods = kStrict<TrustingSmart>;
 
 const DiskMethods &tavstrg::methodsOf(const Options &options)
 {
-    static constexpr const DiskMethods *kMethods[2][2] = {
-        {&kStrict<TrustingSmart>, &kTolerant<TrustingSmart>},
-        {&kStrict<ReportedSmart>, &kTolerant<ReportedSmart>},
+    static constexpr Pair kPairs[2][2] = {
+        {kPair<kStrict<TrustingSmart>>, kPair<kTolerant<TrustingSmart>>},
+        {kPair<kStrict<ReportedSmart>>, kPair<kTolerant<ReportedSmart>>},
     };
-    return *kMethods[options.has(Option::smartState)][options.has(Option::diskIdentity)];
+    const Pair &pair = kPairs[options.has(Option::smartState)][options.has(Option::diskIdentity)];
+    return options.has(Option::sleepingDisks) ? pair.unlessLeftAlone : pair.all;
 }
 
 AskedDisk tavstrg::askedDisk(const SCSIDeviceInfo &device)
@@ -153,17 +161,29 @@ void tavstrg::describeUnasked(const AskedDisk &disk, HardDiskEntry &entry)
     entry.SmartPredict = kUnreadable;
 }
 
-AskNow::AskNow(const char *path) : naming_{}, methods_(kStrictMethods)
+const DiskAsker::Functions AskNow::kFunctions = {
+    [](DiskAsker &self, const SCSIDeviceInfo &device, char *path) {
+        auto &now = static_cast<AskNow &>(self);
+        now.disk_ = askedDisk(device);
+        const int32_t result = now.naming_.find(now.naming_.table, device, now.disk_.path);
+        std::memcpy(path, now.disk_.path, sizeof now.disk_.path);
+        return result;
+    },
+    [](DiskAsker &self, char *serial) {
+        auto &now = static_cast<AskNow &>(self);
+        return now.methods_.serialNumber(now.disk_, serial);
+    },
+    [](DiskAsker &self, HardDiskEntry &entry) {
+        auto &now = static_cast<AskNow &>(self);
+        return now.methods_.describe(now.disk_, entry);
+    },
+    [](DiskAsker &self, uint8_t attribute, uint16_t *figure) {
+        auto &now = static_cast<AskNow &>(self);
+        return now.methods_.wear(now.disk_, attribute, figure);
+    },
+};
+
+AskNow::AskNow(const char *path) : DiskAsker(kFunctions), naming_{}, methods_(kStrictMethods)
 {
     copyText(disk_.path, path);
-}
-
-int32_t AskNow::begin(const SCSIDeviceInfo &device, char *path)
-{
-    disk_ = askedDisk(device);
-    if (naming_.find(naming_.table, device, disk_.path) < 0) {
-        return -1;
-    }
-    std::memcpy(path, disk_.path, sizeof disk_.path);
-    return 0;
 }

@@ -4,6 +4,7 @@
 
 #include "collect/devices/disk_names.h"
 #include "collect/devices/kernel_disk.h"
+#include "collect/devices/last_values.h"
 #include "devcmd/hard_disk.h"
 #include "devcmd/open_device.h"
 #include "runtime/options.h"
@@ -27,6 +28,7 @@ struct AskedDisk {
     char vendor[64];          // as the kernel shows it
     char model[64];           // the same; empty without a vendor
     WearReading worn;
+    KeptDisk kept;
 };
 
 // A disk of the discovery list before anything about it is known. Its path is empty.
@@ -50,38 +52,56 @@ extern const DiskMethods kStrictMethods;
 //   disk-identity: a disk that does not answer is listed with what the kernel knows about it, its SmartPredict is -1,
 //     and it is named in the trace.
 //   smart-state: watchSmartState handles SMART, and nodes are opened for reading alone.
+//   sleeping-disks: a disk that is left alone (sleeping_disks.h) is not asked; nodes are opened for reading alone.
 const DiskMethods &methodsOf(const Options &options);
 
 // Fills in what the kernel knows about a disk that is not asked.
 void describeUnasked(const AskedDisk &disk, HardDiskEntry &entry);
 
+// A disk of the discovery list before anything is known about it. Its path is empty.
+AskedDisk askedDisk(const SCSIDeviceInfo &device);
+
 // What the walk asks about one disk after the other. begin comes first, the others are about the disk that it named.
+// Without virtual functions, whose type descriptions are in the C++ library.
 class DiskAsker {
 public:
+    DiskAsker(const DiskAsker &) = delete;
+    DiskAsker &operator=(const DiskAsker &) = delete;
+
     // Path of the disk's node into path (kDiskPathSize bytes). 0, or -1.
-    virtual int32_t begin(const SCSIDeviceInfo &device, char *path) = 0;
+    int32_t begin(const SCSIDeviceInfo &device, char *path) { return functions_.begin(*this, device, path); }
     // As in DiskMethods.
-    virtual int32_t serialNumber(char *serial) = 0;
-    virtual int describe(HardDiskEntry &entry) = 0;
-    virtual int wear(uint8_t attribute, uint16_t *figure) = 0;
+    int32_t serialNumber(char *serial) { return functions_.serialNumber(*this, serial); }
+    int describe(HardDiskEntry &entry) { return functions_.describe(*this, entry); }
+    int wear(uint8_t attribute, uint16_t *figure) { return functions_.wear(*this, attribute, figure); }
 
 protected:
+    struct Functions {
+        int32_t (*begin)(DiskAsker &self, const SCSIDeviceInfo &device, char *path);
+        int32_t (*serialNumber)(DiskAsker &self, char *serial);
+        int (*describe)(DiskAsker &self, HardDiskEntry &entry);
+        int (*wear)(DiskAsker &self, uint8_t attribute, uint16_t *figure);
+    };
+    explicit DiskAsker(const Functions &functions) : functions_(functions) {}
     ~DiskAsker() = default;
+
+private:
+    const Functions &functions_;
 };
 
 // Asks each disk when the walk comes to it.
 class AskNow final : public DiskAsker {
 public:
-    AskNow(const DiskNaming &naming, const DiskMethods &methods) : naming_(naming), methods_(methods) {}
+    AskNow(const DiskNaming &naming, const DiskMethods &methods)
+        : DiskAsker(kFunctions), naming_(naming), methods_(methods)
+    {
+    }
     // For a disk whose path is known: without begin.
     explicit AskNow(const char *path);
 
-    int32_t begin(const SCSIDeviceInfo &device, char *path) override;
-    int32_t serialNumber(char *serial) override { return methods_.serialNumber(disk_, serial); }
-    int describe(HardDiskEntry &entry) override { return methods_.describe(disk_, entry); }
-    int wear(uint8_t attribute, uint16_t *figure) override { return methods_.wear(disk_, attribute, figure); }
-
 private:
+    static const Functions kFunctions;
+
     const DiskNaming naming_;
     const DiskMethods &methods_;
     AskedDisk disk_ = {};
