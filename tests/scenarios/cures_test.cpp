@@ -32,6 +32,14 @@ std::string withOptions(Json machine, const std::string &text)
 class Cures : public testing::TestWithParam<bool> {
 protected:
     static std::string line(const char *name) { return GetParam() ? "all\n" : std::string(name) + "\n"; }
+    // The same for a test whose disks have to be asked at each collection, which an unused disk is not with
+    // "sleeping-disks".
+    static std::string lineThatAsks(const char *name)
+    {
+        return GetParam()
+                   ? "fair-requests\nsmart-state\ndisk-identity\ndisk-names\nuevents\nclean-text\nfirst-devices\n"
+                   : std::string(name) + "\n";
+    }
 };
 
 INSTANTIATE_TEST_SUITE_P(Lines, Cures, testing::Bool(),
@@ -220,7 +228,7 @@ TEST_P(Cures, RequestsThatWaitForACollectionAreServedWithFairRequestsOnly)
     EXPECT_TRUE(server->enumInstances("TAV_StorageHardDisk").ok());
     sim::shortenSleeps(100);
     const scenario::ClientsSeen without = scenario::letClientsAsk(*server, kClients, 3, 0);
-    machine.write(kOptionsFile, line("fair-requests"));
+    machine.write(kOptionsFile, lineThatAsks("fair-requests"));
     EXPECT_TRUE(server->enumInstances("TAV_StorageHardDisk").ok()); // reads the options
     const scenario::ClientsSeen with = scenario::letClientsAsk(*server, kClients, 3, 0);
     sim::shortenSleeps(1);
@@ -233,7 +241,7 @@ TEST_P(Cures, RequestsThatWaitForACollectionAreServedWithFairRequestsOnly)
 TEST_P(Cures, RequestsDuringTheFirstBuildAreServedWithFairRequestsOnly)
 {
     for (const bool on : {false, true}) {
-        const sim::Machine machine(withOptions(slowDisks(), on ? line("fair-requests") : ""));
+        const sim::Machine machine(withOptions(slowDisks(), on ? lineThatAsks("fair-requests") : ""));
         Server server;
         sim::shortenSleeps(100);
         const scenario::ClientsSeen seen = scenario::letClientsAsk(*server, 4, 1, 0);
@@ -247,11 +255,11 @@ TEST_P(Cures, RequestsDuringTheFirstBuildAreServedWithFairRequestsOnly)
 TEST_P(Cures, RequestsForAStuckStoreAreRefusedWithFairRequestsToo)
 {
     Json description = oneDisk("SERIAL");
-    sim::Machine machine(withOptions(description, line("fair-requests")));
+    sim::Machine machine(withOptions(description, lineThatAsks("fair-requests")));
     Server server;
     EXPECT_TRUE(server->enumInstances("TAV_StorageHardDisk").ok());
     machines::deviceAt(description, 0)["faults"] = {{{"on", "identity"}, {"nth", 1}, {"delayMs", 5000}}};
-    machine.change(withOptions(description, line("fair-requests")));
+    machine.change(withOptions(description, lineThatAsks("fair-requests")));
     const unsigned before = sim::callsMade(sim::Call::uname);
     std::thread first([&] { EXPECT_TRUE(server->enumInstances("TAV_StorageHardDisk").ok()); });
     EXPECT_TRUE(scenario::await([&] { return sim::callsMade(sim::Call::uname) > before; }));

@@ -39,7 +39,7 @@ struct TrustingSmart {
     }
 };
 
-constexpr uint16_t kFigureUnknown = 65535; // above every level
+constexpr uint16_t kUnreadFigure = 65535; // above every level
 
 // Reads the wear of a disk whose wear will be asked for.
 void readWear(void *context)
@@ -48,7 +48,7 @@ void readWear(void *context)
     const M2SSDInf *const rated = findM2SSD(g_M2SSDInf, g_M2SSDCnt, disk.model);
     if (rated != nullptr) {
         WearReading &worn = disk.worn;
-        worn = {static_cast<uint8_t>(rated->attid), -1, kFigureUnknown};
+        worn = {static_cast<uint8_t>(rated->attid), -1, kUnreadFigure};
         worn.result = GetLifeSpanInfoIoctl(disk.path, worn.attribute, &worn.figure);
     }
 }
@@ -152,6 +152,15 @@ AskedDisk tavstrg::askedDisk(const SCSIDeviceInfo &device)
         copyText(disk.model, fieldText(device.model));
     }
     return disk;
+}
+
+void tavstrg::beginDescription(HardDiskEntry &entry, const char *path)
+{
+    copyText(entry.DevPath, path);
+    entry.DevKind = kDevKindScsi;
+    entry.SmartPredict = 0;
+    entry.SmartSupport = 1;
+    entry.SmartEnableState = 0;
 }
 
 void tavstrg::describeUnasked(const AskedDisk &disk, HardDiskEntry &entry)
