@@ -8,7 +8,8 @@
 #   ./run.sh -- enum HardDisk    another command of the tool (./run.sh -- --help)
 #
 # Missing packages are installed first (Debian 12). If the agent is not installed, --real creates its directories with
-# development libraries and a list of the drivers found. Existing files are not changed.
+# development libraries, a list of the drivers found, and an options.inf that switches everything on. Existing files are not
+# changed.
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -103,6 +104,11 @@ storage_inf() {
     done < <(drivers_found)
 }
 
+options_inf() {
+    echo "# Everything beyond the base system is on. Remove this file for the base system alone; see options.inf(5)."
+    echo "all"
+}
+
 # Writes standard input to a file, unless the file exists.
 make_file() {
     if [ -e "$1" ]; then
@@ -130,6 +136,8 @@ prepare_agent() {
         make_file "$agent_root/lib/$library" <"$lib/$library"
     done
     storage_inf | make_file "$agent_root/data/storage.inf"
+    [ -e "$agent_root/data/options.inf" ] || say "switching on everything beyond the base system (options.inf: all)"
+    options_inf | make_file "$agent_root/data/options.inf"
 }
 
 if $real; then

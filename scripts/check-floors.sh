@@ -7,10 +7,11 @@ set -euo pipefail
 cd "${1:-$(dirname "$0")/../src}"
 
 # Floors from the roof down, and the parts of a floor from the top down. A file may include files of its own place and of later
-# ones. The files of collect itself use its parts; the parts of devcmd use the files of devcmd itself.
+# ones. The files of collect itself use its parts; the parts of devcmd and of disks use the files of devcmd and disks itself.
 floors='provider classes lifecycle monitor
     collect collect/devices collect/controllers collect/collection collect/ide collect/scsi collect/inf collect/base
     endurance
+    disks/book disks/pass disks/ask disks/find disks/identity disks
     devcmd/smart devcmd/kernel devcmd/transport devcmd
     store records runtime cmpi'
 

@@ -5,7 +5,8 @@
 #
 # Groups: build (the provider, the tool and the test programs), package (making and inspecting .deb and .rpm packages), test (build,
 # package and a JSON Schema checker), clang (the second compiler with its sanitizers), check (formatter and linters), vm (the virtual
-# machine of tests/vm), compare (what bench/compare measures the provider against), bare (the bare Debian systems of tests/bare).
+# machine of tests/vm), compare (what bench/compare measures the provider against), fleet (Prometheus with promtool, and the node
+# exporter), bare (the bare Debian systems of tests/bare).
 # Packages after -- are installed as well. Prints what it installs, and nothing if no package is missing; root or sudo is needed
 # only to install.
 set -euo pipefail
@@ -17,6 +18,7 @@ clang=(clang libclang-rt-14-dev)
 check=(clang-format clang-tidy shellcheck)
 vm=(qemu-system-x86 xz-utils)
 compare=(smartmontools lsscsi strace)
+fleet=(prometheus prometheus-node-exporter)
 bare=(debootstrap git wget)
 
 fail() {
@@ -38,13 +40,14 @@ while [ $# -gt 0 ]; do
     check) wanted+=("${check[@]}") ;;
     vm) wanted+=("${vm[@]}") ;;
     compare) wanted+=("${compare[@]}") ;;
+    fleet) wanted+=("${fleet[@]}") ;;
     bare) wanted+=("${bare[@]}") ;;
     --)
         shift
         wanted+=("$@")
         break
         ;;
-    *) fail "unknown group \"$1\" (build, package, test, clang, check, vm, compare, bare)" ;;
+    *) fail "unknown group \"$1\" (build, package, test, clang, check, vm, compare, fleet, bare)" ;;
     esac
     shift
 done

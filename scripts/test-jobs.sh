@@ -11,6 +11,7 @@ clang    build,clang           Builds the provider with the other compiler and r
 asan     build,clang           Runs the unit and scenario tests with the address and undefined-behaviour sanitizers.
 tsan     build                 Runs the tests of what several threads share with the thread sanitizer.
 fuzz     build,clang           Runs each fuzz target for 10 seconds.
+fleet    fleet                 Tests the rules, the queries and the documents of fleet with Prometheus' own tools.
 bare     build,bare            Builds, tests and packages in a bare Debian, and installs the packages in another."
 
 readonly provider_tests=(test_provider test_classes test_lifecycle test_monitor test_collect test_endurance test_devcmd
@@ -56,6 +57,8 @@ job_tsan() {
 }
 
 job_fuzz() { check ./fuzz.sh --seconds 10; }
+
+job_fleet() { check tests/fleet/fleet_test.sh .; }
 
 job_bare() { check tests/bare/run.sh; }
 

@@ -243,7 +243,7 @@ void Contest::checkThatAllSeeTheMachine()
     expect(program(Contender::sideBySide, place, 2), machine(place, optionsOf(Contender::sideBySide)), 0, {});
     expect(program(Contender::discovery, place, 2), machine(place), 0, {});
 
-    // One disk predicts its failure, and each program reports it: no program says "good" without asking.
+    // One disk predicts its failure and each program must report it, so none can report "good" without asking.
     const std::string failing = lab_.write("failing.json", machineOf(0, kDisks, place.perHost, 0, 1));
     constexpr int kDiskFailing = 1 << 3; // smartctl(8), exit status
     expect(smartctl(diskOf(1).node), failing, kDiskFailing, {"self-assessment test result: FAILED"});

@@ -44,6 +44,16 @@ _tavstrg_catalogue()
     done < <("$1" classes 2>/dev/null)
 }
 
+# Prints the names of the columns of disks.
+_tavstrg_columns()
+{
+    local line inside=
+    while IFS= read -r line; do
+        [[ $line != Columns:* ]] || inside=1
+        [[ -z $inside ]] || printf '%s\n' "${line#Columns:}"
+    done < <("$1" disks --help 2>/dev/null)
+}
+
 # Prints the candidates for an argument of kind $2; $3 and $4 are the class and the method on the line, if any.
 _tavstrg_argument()
 {
@@ -57,6 +67,11 @@ _tavstrg_argument()
         compgen -W "${values//,/ }" -- "$cur"
         ;;
     FILE) compgen -f -- "$cur" ;;
+    COLUMN | COLUMN,...) # of a list, the last one
+        local before=
+        [[ $2 != *,... || $cur != *,* ]] || before=${cur%,*},
+        compgen -P "$before" -W "$(_tavstrg_columns "$1")" -- "${cur#"$before"}"
+        ;;
     DIR) compgen -d -- "$cur" ;;
     CLASS)
         while read -r class method arguments; do

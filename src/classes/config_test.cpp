@@ -121,7 +121,7 @@ TEST_F(ConfigMethods, ANewCycleIsShownPublishedSavedAndUsed)
     EXPECT_EQ(shown("MonitorCycleDefault"), "60");
     EXPECT_EQ(gst_SleepSec, 120);
     EXPECT_TRUE(machine.exists(kSavedStateFile));
-    // Another process changes nothing: what this one reads back from the segment is the new value.
+    // No other process writes, so this one reads its new value back from the segment.
     const_cast<StrgConfRec &>(record()).MonitorCycle = 60;
     EXPECT_EQ(shown("MonitorCycle"), "120");
 }
@@ -182,7 +182,7 @@ TEST_F(ConfigMethods, WithoutCallInformationThereIsNoMessage)
 
 TEST_F(ConfigMethods, AChangeIsNotLostToARequestThatReadsMeanwhile)
 {
-    sim::skipSleeps(false); // the two wait for each other's segment lock
+    sim::skipSleeps(false); // both need the same segment lock
     std::atomic<bool> done{false};
     std::thread reader([&] {
         while (!done) {

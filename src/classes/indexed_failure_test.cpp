@@ -66,7 +66,7 @@ TEST_F(Indexed, AStoreThatCannotBeReadFails)
     for (const Member &member : kMembers) {
         SCOPED_TRACE(member.cimName);
         fill(member.classId, {1});
-        pthread_mutex_lock(&shmSt[member.classId].mutex.mutex); // somebody else's, for longer than a request waits
+        pthread_mutex_lock(&shmSt[member.classId].mutex.mutex); // held elsewhere for longer than a request waits
         for (const Reply &reply : {get(member, "1"), enumerate(member)}) {
             EXPECT_EQ(reply.rc, CMPI_RC_ERR_FAILED);
             EXPECT_EQ(reply.message, "strgGetInstance() FAILED");

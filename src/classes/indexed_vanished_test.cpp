@@ -42,7 +42,7 @@ TEST_F(Indexed, StoreFreedMeanwhileFailsTheRequest)
             fill(member.classId, {1});
             const AtLine stop(kHandedOut, [&] {
                 *strgGetThreadID() = 0;
-                removeRecords(TAV_CID_STRG_CONF); // first of all
+                removeRecords(TAV_CID_STRG_CONF); // a stop frees it first
                 removeRecords(member.classId);
             });
             const Reply reply = one ? get(member, "1") : enumerate(member);

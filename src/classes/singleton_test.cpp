@@ -185,8 +185,8 @@ TEST_F(Singleton, AMissingRecordIsNotFound)
     EXPECT_EQ(reply.message, "NotFound Data");
     EXPECT_TRUE(trace.has(kFailure, totals().noData, totals().getName));
 
-    // A configuration without a record is a store that cannot be read. Where the record goes between the two looks, the
-    // answer is the family's.
+    // Without its record the configuration cannot be read. If the record goes between the two checks, the answer is
+    // that of every class without records.
     const TraceScope scope(config().getName);
     const Refusal refused = noData({.classId = 0,
                                     .classIdName = "",

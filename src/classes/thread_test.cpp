@@ -114,7 +114,7 @@ void countAtFilter(int, const char *, const char *, int, const char *format, ...
 
 TEST_F(ThreadClass, PathIsReleasedOnceTheInstanceIsMade)
 {
-    // Outside of any request every object counts: the request's path and the instance are the only ones left.
+    // Outside a request every object counts: only the request's path and the instance exist.
     CMPIObjectPath *const cop =
         broker.handle()->eft->newObjectPath(broker.handle(), "root/TAVKIT/AS", "TAV_StorageThread", nullptr);
     const uint16_t status = 1;
@@ -303,7 +303,7 @@ TEST_F(StartedThread, StartsStopsAndStartsAgain)
 TEST_F(StartedThread, OneThatDiedReadsNotRunningAndCanBeStartedAgain)
 {
     startAndSleep();
-    pthread_cancel(threadNow(strgGetThreadID())); // as nobody of the provider does
+    pthread_cancel(threadNow(strgGetThreadID())); // not by the provider
     for (int i = 0; running() == "1" && i < 3000; ++i) {
         usleep(10000);
     }

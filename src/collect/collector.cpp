@@ -4,6 +4,7 @@
 #include "collect/collection/collection.h"
 #include "collect/controllers/controller_build.h"
 #include "collect/devices/device_build.h"
+#include "collect/disk_list.h"
 #include "collect/record_map.h"
 #include "collect/scsi/kernel_rules.h"
 #include "devcmd/smart/smart_watch.h"
@@ -133,6 +134,9 @@ int strgGetCurrentInfo(int smartmode, DatInfo *descriptors)
     }
     for (const CollectedClass &collected : kCollected) {
         collected.fill(all, descriptors[collected.id]);
+    }
+    if (DiskList *const wanted = wantedDiskList(); wanted != nullptr && all.options.has(Option::diskAlerts)) {
+        wanted->fill(all, descriptors);
     }
     all.release();
     return TRACED(0, kDetail, "_OUT_ ret=[TAV_TRUE]");

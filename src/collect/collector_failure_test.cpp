@@ -84,7 +84,7 @@ void expectBuildFreed(const std::string &json, const std::string &dllMain, bool 
     const Collection inventory;
     EXPECT_EQ(DllMain(), -1);
     EXPECT_EQ(trace.textsOf("DllMain").back(), dllMain);
-    // There was something to free.
+    // At least one list was allocated.
     EXPECT_TRUE(trace.has(kDetail, "_OUT_ ret=[0]", "GetSCSIAndIDEInfoListFromProc"));
     EXPECT_EQ(collection().g_SCSIDeviceInfo, nullptr);
     EXPECT_EQ(collection().g_SCSIControllerTypeDetail, nullptr);
@@ -186,7 +186,7 @@ protected:
         sim::failNth(sim::Call::allocate, 0);
         g_Func.trace.TraceLog = nullptr;
     }
-    // Collects with the nth call of a kind failing; whether it struck. Nothing may be left behind.
+    // Collects with the nth call of a kind failing. Returns whether it was made. Nothing may leak.
     bool collectFailing(sim::Call kind, unsigned nth)
     {
         const int64_t blocks = sim::liveBlocks();
@@ -274,7 +274,7 @@ TEST_F(Failures, EachClassReportsThatItsRecordsCouldNotBeAllocated)
     EXPECT_EQ(failed_, arrays);
 }
 
-TEST_F(Failures, AfterAFailedAllocationTheEarlierClassesKeepTheirArrays)
+TEST_F(Failures, AFailedAllocationKeepsEarlierArrays)
 {
     if (!sim::allocationsCanFail()) {
         GTEST_SKIP() << "a sanitizer keeps the allocator";
@@ -309,7 +309,7 @@ TEST_F(Failures, ACancelledCollectionLeavesNothingBehind)
         EXPECT_EQ(pthread_join(thread, &result), 0);
         return result == PTHREAD_CANCELED;
     };
-    EXPECT_TRUE(cancelled()); // the first thread of a process leaves what the C library keeps for the next
+    EXPECT_TRUE(cancelled()); // the C library keeps a block of the first thread for the next one
     const int64_t blocks = sim::liveBlocks();
     const int64_t descriptors = sim::liveDescriptors();
     EXPECT_TRUE(cancelled());

@@ -122,7 +122,7 @@ TEST(DiscoveryCancel, AtEveryLineOfTraceReleasesWhatIsHeld)
     for (const Discovery &discovery : kDiscoveries) {
         int64_t blocks = 0;
         int cancelled = 0;
-        // The first run pays for what the thread library and the unwinder keep.
+        // The first run allocates what the thread library and the unwinder keep.
         bool again = cancelledOnLine(discovery, 1);
         for (int line = 1; again && line < 10000; ++line) {
             again = cancelledOnLine(discovery, line);

@@ -102,13 +102,13 @@ TEST_F(GeometryTest, DiskSizeComesFromBytesOrSectors)
         uint64_t size;
     } const cases[] = {
         {4194304, 2147483648, 4194304},
-        {4194304, 2147484672, 4194306}, // bytes win
+        {4194304, 2147484672, 4194306}, // BLKGETSIZE64 takes precedence
         {4194304, 0, 4194304},          // no bytes
         {4194304, -1, 4194304},         // BLKGETSIZE64 fails
         {4096, 4096, 4096},             // deliberate: bytes equal to the sectors do not count
         {0, 1024, 2},
         {0, 0, 0},
-        {-1, 2147483648, 0}, // without BLKGETSIZE there is nothing
+        {-1, 2147483648, 0}, // without BLKGETSIZE the size is 0
     };
     for (const auto &c : cases) {
         disk.kernelSectors = c.sectors;

@@ -13,9 +13,11 @@
 
 using namespace tavstrg;
 
+std::atomic<NodeUse> tavstrg::g_nodeUse = NodeUse::kAsAsked;
+
 namespace {
 
-constinit thread_local KnownNodes *current = nullptr;
+thread_local constinit KnownNodes *current = nullptr;
 
 // FNV-1a, 32 bits.
 constexpr uint32_t hashOf(std::string_view text)
@@ -83,12 +85,14 @@ int tavstrg::openDevice(const char *path, int mode)
         errno = EFAULT;
         return -1;
     }
-    // O_NONBLOCK would not wait for a FIFO either, but it also opens drives without a medium, which must fail.
+    // O_NONBLOCK would not wait for a FIFO either, but it also opens drives without a medium, which must fail as long
+    // as nothing else is asked for.
     if (isFifo(path)) {
         errno = ENODEV;
         return -1;
     }
-    return ::open(path, mode | O_NOCTTY | O_CLOEXEC);
+    const int flags = g_nodeUse == NodeUse::kReadOnly ? O_RDONLY | O_NONBLOCK : mode;
+    return ::open(path, flags | O_NOCTTY | O_CLOEXEC);
 }
 
 std::FILE *tavstrg::openProcText(const char *path)

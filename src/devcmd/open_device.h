@@ -3,19 +3,28 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdio>
 #include <string_view>
 
 namespace tavstrg {
 
-// Opens a device node with O_RDONLY or O_RDWR: a descriptor, which the caller closes, or -1 with errno. A null path,
-// and a FIFO in place of the node (opening one would wait for its other end), are failed opens. Whether the path is a
-// FIFO is looked up once in the life of a KnownNodes.
+enum class NodeUse {
+    kAsAsked,  // with the access mode that the caller asks for, waiting for the device
+    kReadOnly, // for reading, without waiting, whatever the caller asks for: a privileged process may send every
+               // command on such a descriptor, and udev does not probe the disk when it is closed, as after one for
+               // writing
+};
+extern std::atomic<NodeUse> g_nodeUse; // how nodes are opened; set by every collection
+
+// Opens a device node with O_RDONLY or O_RDWR, or as g_nodeUse says: a descriptor, which the caller closes, or -1 with
+// errno. A null path, and a FIFO in place of the node (opening one would wait for its other end), are failed opens.
+// Whether the path is a FIFO is looked up once in the life of a KnownNodes.
 int openDevice(const char *path, int mode);
 
-// The paths that openDevice found in this thread not to be a FIFO while this object is the one that the thread made
-// last and that still lives.
+// The paths that openDevice found not to be a FIFO while this object is the one that its thread made last and that
+// still lives. Other threads do not use it: they look at each node at each open.
 class KnownNodes {
 public:
     KnownNodes();

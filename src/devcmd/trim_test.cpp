@@ -34,12 +34,12 @@ TEST(DelSpace, TrimsBothEnds)
         {" \t\n\r\t ", ""},
         {"\r\n", ""},
         {"\r", ""},
-        // a leading carriage return stays, a trailing one goes
+        // a leading carriage return is kept, a trailing one is removed
         {"\ra", "\ra"},
         {" \r a", "\r a"},
         {"a\r", "a"},
         {"\ra\r", "\ra"},
-        // other blanks are text
+        // other white space is kept
         {"\va\f", "\va\f"},
         {"\xC2\xA0 x \xFF", "\xC2\xA0 x \xFF"},
         {"\x03 S1AB2C3D400001  \x03", "\x03 S1AB2C3D400001  \x03"},

@@ -127,7 +127,7 @@ TEST_F(EnduranceFile, ALineBreakSeparatesAsAComma)
 
 TEST_F(EnduranceFile, MoreThan127CharactersAreAFurtherLine)
 {
-    // 127 characters, then an entry right after them; and one that is split.
+    // 127 characters followed by an entry, and an entry that is split.
     const std::string padding(127, 'x');
     const std::string torn = "TORN" + std::string(110, 'y') + ",231,100,80,60,40,20,0\n";
     load(kSection + padding + tenOf("REST") + torn + padding + "\n" + tenOf("LAST"));
@@ -240,7 +240,7 @@ TEST(EnduranceLevel, BelowTheLowestBoundIsUnknown)
 TEST(EnduranceLevel, TheFirstRuleThatHoldsWins)
 {
     constexpr M2SSDInf crossed = {"MODEL", 231, 100, 50, 40, 60, 20, -5};
-    // 45 is in level 4 and, had that not come first, in none; 55 is in level 5, with the bounds of level 3 above it.
+    // 45 is in level 4 and in no later one; 55 is in level 5, below the bounds of level 3.
     EXPECT_EQ(enduranceLevel(crossed, 45), 4);
     EXPECT_EQ(enduranceLevel(crossed, 55), 5);
     EXPECT_EQ(enduranceLevel(crossed, 30), 2);

@@ -48,7 +48,7 @@ protected:
 
 TEST_F(CleanUp, OutsideServiceModeSavesFreesAndForgets)
 {
-    g_srvmod = -1; // not known yet, and not to be asked now
+    g_srvmod = -1; // not known yet; must not be asked here
     broker.forgetCalls();
     const CMPIStatus status = cleanUp();
     EXPECT_EQ(broker.calls("*"), 0U) << "a cleanup must not call the broker";

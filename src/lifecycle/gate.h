@@ -11,12 +11,14 @@ namespace tavstrg {
 constexpr int kInitWaits = 30;            // about three seconds in all
 constexpr useconds_t kInitPause = 100000; // 100 ms
 
-// Waits until no initialisation runs or kInitWaits waits were made, including the waits of earlier calls. Returns the
-// waits made.
-inline int waitWhileInitialising(int waits)
+// Waits until no initialisation runs or kInitWaits waits were made, including the waits of earlier calls. after is what
+// counts them: TurnRules::waitsAfter for a request. Returns the waits made.
+inline int waitWhileInitialising(
+    int waits, int (*after)(int) = [](int made) { return made + 1; })
 {
-    for (; gst_first == kBuilding && waits < kInitWaits; ++waits) {
+    while (gst_first == kBuilding && waits < kInitWaits) {
         usleep(kInitPause);
+        waits = after(waits);
     }
     return waits;
 }

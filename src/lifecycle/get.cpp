@@ -3,8 +3,10 @@
 #include "lifecycle/access.h"
 #include "monitor/monitor.h"
 #include "runtime/trace.h"
+#include "runtime/turns.h"
 #include "store/arrays.h"
 
+#include <atomic>
 #include <optional>
 
 using namespace tavstrg;
@@ -47,17 +49,37 @@ bool reloadConfig(const CInfo *cInfo)
     return true;
 }
 
+// The collections of requests outside service mode. Those that have begun are numbered from 1; the last one that ended,
+// and its result, are guarded by the store's lock.
+std::atomic<uint64_t> begun = 0;
+uint64_t lastEnded = 0;
+int resultOfLast = 0;
+
+// Takes the result of a collection that began after the request arrived, or collects. The caller holds the store's
+// lock.
+int collect(const CInfo *cInfo, uint64_t lastForeign)
+{
+    if (lastEnded > lastForeign) {
+        return TRACED(resultOfLast, kDetail, "- shared collection -");
+    }
+    const uint64_t number = ++begun;
+    resultOfLast = strgCheckConfigChange(cInfo);
+    lastEnded = number;
+    return resultOfLast;
+}
+
 // Returns the result that the caller gets together with the records, or nothing if it gets no records; that failure is
 // traced.
-std::optional<int> bringUpToDate(const CInfo *cInfo, int classId)
+std::optional<int> bringUpToDate(const CInfo *cInfo, int classId, uint64_t lastForeign)
 {
-    if (getServiceMode(cInfo) == 1 && getThreadSts(&gst_thid) == 1) {
+    const bool locked = getServiceMode(cInfo) != 1;
+    if (!locked && getThreadSts(&gst_thid) == 1) {
         return reloadFromThread(cInfo, classId) ? std::optional(0) : std::nullopt;
     }
     if (classId == TAV_CID_STRG_CONF) {
         return reloadConfig(cInfo) ? std::optional(0) : std::nullopt;
     }
-    return strgCheckConfigChange(cInfo);
+    return locked ? collect(cInfo, lastForeign) : strgCheckConfigChange(cInfo);
 }
 
 // Sets the class's descriptor to what it is at this moment. Returns false when the store is being freed or built, so
@@ -87,10 +109,11 @@ int strgGetInstance(const CInfo *cInfo, int classId, DatInfo *datInfo)
     if (datInfo == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(datInfo) Failure!!");
     }
+    const uint64_t lastForeign = turnRules().lastForeign(begun);
     if (nonsrvMutexLock(cInfo, &instMutexSt.mutex) != 0) {
         return TRACED(-1, kFailure, "_OUT_ nonsrvMutexLock(instMutexSt) Failure!!");
     }
-    const std::optional<int> ret = bringUpToDate(cInfo, classId);
+    const std::optional<int> ret = bringUpToDate(cInfo, classId, lastForeign);
     if (!ret) {
         mutexUnlock(&instMutexSt.mutex);
         return -1;

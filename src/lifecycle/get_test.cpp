@@ -63,7 +63,7 @@ protected:
         return free;
     }
 
-    // What another process of the broker published.
+    // Records that another process of the broker published.
     template <class Rec, class Change> void changeSegment(int id, Change change)
     {
         auto *const records = static_cast<Rec *>(::shmat(shmSt[id].shmId, nullptr, 0));
@@ -88,7 +88,7 @@ TEST_F(Get, OutsideServiceModeADeviceClassIsCheckedFirst)
     EXPECT_TRUE(lockIsFree());
 }
 
-TEST_F(Get, ACheckThatFailsIsReturnedAfterTheDescriptorWasHandedOut)
+TEST_F(Get, AFailedCheckIsReturnedAfterTheDescriptor)
 {
     sim::failNth(sim::Call::uname, 1);
     EXPECT_EQ(strgGetInstance(&cInfo, TAV_CID_STRG_HDD, &dat), -1);
@@ -97,7 +97,7 @@ TEST_F(Get, ACheckThatFailsIsReturnedAfterTheDescriptorWasHandedOut)
     EXPECT_TRUE(lockIsFree());
 }
 
-TEST_F(Get, OutsideServiceModeTheConfigurationComesFromItsSegment)
+TEST_F(Get, ConfigurationComesFromItsSegmentOutsideServiceMode)
 {
     changeSegment<StrgConfRec>(TAV_CID_STRG_CONF, [](StrgConfRec &conf) {
         conf.MonitorCycle = 300;
@@ -212,7 +212,7 @@ TEST_F(ServiceGet, ThreadOnAFreedStoreHasNoRecordsAndNoConfiguration)
 
 TEST_F(ServiceGet, StopThatFreesTheStoreMeanwhileFailsTheRead)
 {
-    shmDestroy(&cInfo, &shmSt[TAV_CID_STRG_HDD]); // the read finds the class empty, in time before the stop
+    shmDestroy(&cInfo, &shmSt[TAV_CID_STRG_HDD]); // the read finds the class empty, before the stop
     const pthread_t running = gst_thid;
     const AtLine stop("- return TRUE classID=[5]-", [] {
         gst_thid = 0; // before anything is freed
@@ -317,7 +317,7 @@ TEST_F(ServiceGet, ReadersSeeNoTornRecordWhilePassesReplaceThem)
                 }
                 ASSERT_THAT(mine.datNum, testing::AnyOf(0, 1, 2, 5));
                 ++reads;
-                // Polled locks know no turns: readers without a pause would leave a pass none.
+                // Polled locks are not fair: readers without a pause would starve a pass.
                 std::this_thread::sleep_for(std::chrono::milliseconds(1));
             }
         });

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Building the store, once, on the first request.
 #include "collect/collector.h"
+#include "collect/devices/last_values.h"
 #include "endurance/endurance.h"
 #include "lifecycle/access.h"
 #include "lifecycle/gate.h"
@@ -8,7 +9,9 @@
 #include "runtime/holders.h"
 #include "runtime/memory.h"
 #include "runtime/options.h"
+#include "runtime/turns.h"
 #include "store/arrays.h"
+#include "store/segment_rules.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -118,7 +121,7 @@ int collectFirst()
 
 int publishFirst(const CInfo *cInfo)
 {
-    removeRetiredKeys(kShmKeyFileBase);
+    segmentRules().clearWork(kShmKeyFileBase);
     TRACE(kDetail, "shmNew(%d,%s)", TAV_CID_STRG_LIFE, kShmKeyFileBase);
     if (shmNew(cInfo, TAV_CID_STRG_LIFE, kShmKeyFileBase, instSt, shmSt) != 0) {
         return TRACED(-1, kFailure, "_OUT_ shmNew() Failure!!");
@@ -149,7 +152,7 @@ int strgInitProvider(const CInfo *cInfo)
     TRACE(kDetail, "_IN_ gst_first=[%d]", gst_first.load());
     int waits = 0;
     for (int32_t state = kBuilding; state != kNotBuilt;) {
-        waits = waitWhileInitialising(waits);
+        waits = waitWhileInitialising(waits, turnRules().waitsAfter);
         if (waits == kInitWaits) { // deliberate: even if the other one finished during the last wait
             return TRACED(-1, kFailure, "_OUT_ gst_first Failure!!");
         }
@@ -182,6 +185,7 @@ int strgInitInstance(const CInfo *cInfo)
     initLocks();
     strgGetInfFile();
     takeOptions(); // a start from the saved state collects nothing
+    g_lastValues.clear();
     if (!loadSavedState() && collectFirst() != 0) {
         return -1;
     }

@@ -38,7 +38,7 @@ class Init : public StoreTest {
 protected:
     explicit Init(const std::string &description = kMachine) : StoreTest(description) {}
 
-    // What an earlier run of the provider saved: one disk that this machine does not have.
+    // The state that an earlier run saved: one disk that this machine does not have.
     static std::string savedState()
     {
         OwnedRecords records;
@@ -79,7 +79,7 @@ TEST_F(Init, WithoutASavedStateTheFirstCollectionBuildsTheStore)
     EXPECT_TRUE(trace->has(kDetail, "++++ TAV_StorageHardDisk[1] ++++", "strgLogDumpInstanceDat"));
 }
 
-TEST_F(Init, AFirstCollectionGetsTheDefaultConfigurationAndTheTotals)
+TEST_F(Init, FirstCollectionHasDefaultConfigurationAndTotals)
 {
     gst_SmartMode = 0;
     ASSERT_EQ(strgInitInstance(&cInfo), 0);
@@ -98,7 +98,7 @@ TEST_F(Init, AFirstCollectionGetsTheDefaultConfigurationAndTheTotals)
     EXPECT_EQ(std::memcmp(&totals, &expected, sizeof totals), 0);
 }
 
-TEST_F(Init, AfterAFirstCollectionSmartStatusIsZeroAndEnduranceMinusOne)
+TEST_F(Init, FirstCollectionHasSmartStatus0AndEnduranceMinus1)
 {
     g_measuring = true;
     ASSERT_EQ(strgInitInstance(&cInfo), 0);
@@ -378,7 +378,7 @@ TEST_F(Init, NoFailureOfAnyCallLeavesSegmentsOrDescriptors)
             sim::failNth(kind, 0);
             ASSERT_EQ(machine.openDescriptors(), 0) << static_cast<int>(kind) << " " << nth;
             strgFreeInstance(&cInfo);
-            // An rmid that was made to fail leaves its segment: only that kind of call may do so.
+            // A removal that was made to fail leaves its segment; no other failure may.
             if (kind != sim::Call::segment) {
                 ASSERT_EQ(segments(), 0) << static_cast<int>(kind) << " " << nth;
             }
@@ -498,7 +498,7 @@ TEST_F(SlowGate, ALaterFirstRequestWaitsForTheOneThatInitialises)
 TEST_F(SlowGate, SecondRequestFailsIfTheFirstCollectionIsTooSlow)
 {
     duringFirst([&] {
-        sim::skipSleeps(true); // its three seconds pass while the disk is still at its first commands
+        sim::skipSleeps(true); // its three seconds pass during the first commands to the disk
         EXPECT_EQ(strgInitProvider(&cInfo), -1);
         sim::skipSleeps(false);
     });

@@ -25,7 +25,7 @@ protected:
 
 TEST_F(Stopped, RecordsFreedDuringTheReadFailIt)
 {
-    // The last of the pass that the request makes is the saving of its result.
+    // The pass of a request ends with saving the records.
     sim::atNth(sim::Call::write, 1, [] {
         for (DatInfo &records : instSt) {
             std::free(takeRecords(records));

@@ -18,15 +18,13 @@ static_assert(sizeof(alertDiskSt) == 206 && offsetof(alertDiskSt, Vendor) == 12 
 
 namespace {
 
-constexpr char kSourceName[] = "TAV Storage Service";
-constexpr size_t kTextSize = 128;
+constexpr size_t kTextSize = kAlertTextSize;
 constexpr size_t kMaxStrings = 3;
 constexpr int32_t kDefaultMethod = 3;
 
-// Event types of the agent.
-constexpr int32_t kError = 1;
-constexpr int32_t kWarning = 2;
-constexpr int32_t kInformation = 4;
+constexpr int32_t kError = kAlertError;
+constexpr int32_t kWarning = kAlertWarning;
+constexpr int32_t kInformation = kAlertInformation;
 
 struct EventKind {
     uint32_t id;
@@ -44,12 +42,6 @@ constexpr EventKind kLifeSpanEvents[] = {
     {TAV_ALERTID_LIFESPAN_LV5, kInformation, 2},
 };
 
-// The severity in an id's top two bits as the event type that goes with it.
-constexpr int32_t typeOfSeverity(uint32_t id)
-{
-    constexpr int32_t kTypes[] = {0, kInformation, kWarning, kError};
-    return kTypes[id >> 30];
-}
 static_assert(std::ranges::all_of(kLifeSpanEvents, [](const EventKind &e) { return e.type == typeOfSeverity(e.id); }));
 static_assert(typeOfSeverity(TAV_ALERTID_CONFIG_CHANGE) == kInformation);
 static_assert(typeOfSeverity(TAV_ALERTID_SMART_ERROR) == kWarning);
@@ -87,16 +79,15 @@ void takeTexts(Alert &alert)
     }
 }
 
-void describeScsi(Alert &alert, const alertDiskSt &disk)
+void describeScsi(char (&address)[kTextSize], char (&label)[kTextSize], const alertDiskSt &disk)
 {
     char vendor[sizeof disk.Vendor];
     char model[sizeof disk.Model];
     char revision[sizeof disk.FirmwareRevision];
-    print(alert.texts[0], "Address(Controller-Bus-ID-LUN) : %u-%u-%u-%u", disk.ControllerIndex, disk.Bus, disk.TargetID,
+    print(address, "Address(Controller-Bus-ID-LUN) : %u-%u-%u-%u", disk.ControllerIndex, disk.Bus, disk.TargetID,
           disk.LUN);
-    print(alert.texts[1], "Hard Disk[%u] : %s %s %s", disk.Index, publishedText(disk.Vendor, vendor),
+    print(label, "Hard Disk[%u] : %s %s %s", disk.Index, publishedText(disk.Vendor, vendor),
           publishedText(disk.Model, model), publishedText(disk.FirmwareRevision, revision));
-    takeTexts(alert);
 }
 
 const char *positionText(uint16_t position)
@@ -105,13 +96,12 @@ const char *positionText(uint16_t position)
     return position < std::size(kPositions) ? kPositions[position] : "";
 }
 
-void describeIde(Alert &alert, const alertDiskSt &disk)
+void describeIde(char (&address)[kTextSize], char (&label)[kTextSize], const alertDiskSt &disk)
 {
     char model[sizeof disk.Model];
-    print(alert.texts[0], "Address(Controller-Drive) : %u-%s", disk.ControllerIndex, positionText(disk.DrivePosition));
+    print(address, "Address(Controller-Drive) : %u-%s", disk.ControllerIndex, positionText(disk.DrivePosition));
     // Deliberate: the last text is empty, so the string ends in a blank.
-    print(alert.texts[1], "Hard Disk[%u] : %s %s", disk.Index, publishedText(disk.Model, model), "");
-    takeTexts(alert);
+    print(label, "Hard Disk[%u] : %s %s", disk.Index, publishedText(disk.Model, model), "");
 }
 
 bool hasScsiAddress(const alertDiskSt &disk)
@@ -131,7 +121,9 @@ bool describeEvent(uint32_t eventId, const alertDiskSt *disk, Alert &alert)
         TRACE(kDetail, "evId=[TAV_ALERTID_SMART_ERROR]");
         alert.type = kWarning;
         if (disk != nullptr) {
-            hasScsiAddress(*disk) ? describeScsi(alert, *disk) : describeIde(alert, *disk);
+            const auto describe = hasScsiAddress(*disk) ? describeScsi : describeIde;
+            describe(alert.texts[0], alert.texts[1], *disk);
+            takeTexts(alert);
         }
         return disk != nullptr;
     }
@@ -140,7 +132,8 @@ bool describeEvent(uint32_t eventId, const alertDiskSt *disk, Alert &alert)
         alert.type = kind->type;
         alert.method = kind->method;
         if (disk != nullptr) {
-            describeScsi(alert, *disk);
+            describeScsi(alert.texts[0], alert.texts[1], *disk);
+            takeTexts(alert);
         }
         return disk != nullptr;
     }
@@ -169,6 +162,14 @@ int strgPutAlert(uint32_t eventId, const alertDiskSt *disk)
         return TRACED(-1, kDetail, "_OUT_ ret=[%d]", -1);
     }
     traceAlert(alert);
-    const int ret = TAVSendIndication(kSourceName, eventId, alert.type, alert.method, alert.count, alert.strings);
+    const int ret = TAVSendIndication(kAlertSource, eventId, alert.type, alert.method, alert.count, alert.strings);
     return TRACED(ret, kDetail, "_OUT_ ret=[%d]", ret);
+}
+
+DiskTexts tavstrg::diskTexts(const alertDiskSt &disk)
+{
+    DiskTexts texts = {};
+    const auto describe = hasScsiAddress(disk) ? describeScsi : describeIde;
+    describe(texts.address, texts.label, disk);
+    return texts;
 }

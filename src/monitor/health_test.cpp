@@ -207,7 +207,7 @@ TEST(HealthDecisions, ADescriptionHasTheWholeOfEachText)
     device.TargetID = 3;
     device.Bus = 4;
     device.LUN = 5;
-    std::memset(device.Vendor, 'V', sizeof device.Vendor); // also where nothing ends it
+    std::memset(device.Vendor, 'V', sizeof device.Vendor); // also a text without a terminator
     std::memset(device.Model, 'M', sizeof device.Model);
     std::memset(device.FirmwareRevision, 'F', sizeof device.FirmwareRevision);
     const alertDiskSt disk = describeDisk(&device, 1);

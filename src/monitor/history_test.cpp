@@ -135,7 +135,7 @@ TEST_P(Alerts, FollowFromTheHistory)
         }
         EXPECT_EQ(pass(step.disks), 0);
         EXPECT_THAT(sent(), ElementsAreArray(step.alerts));
-        // Whatever the mode: the store has what was read.
+        // In either mode the store has the values that were read.
         const auto devices = stored<StrgScsiRec>(TAV_CID_STRG_SCSI);
         ASSERT_EQ(devices.size(), step.disks.size());
         EXPECT_EQ(shmSt[TAV_CID_STRG_SCSI].shmNum, static_cast<int32_t>(step.disks.size()));

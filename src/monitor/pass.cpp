@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // One monitoring pass: the fresh records become the store's, are published and saved.
 #include "collect/collector.h"
+#include "monitor/disk_alerts.h"
 #include "monitor/health.h"
 #include "monitor/monitor.h"
 #include "runtime/cancel.h"
@@ -8,6 +9,7 @@
 #include "store/arrays.h"
 
 #include <cstring>
+#include <optional>
 #include <unistd.h>
 
 using namespace tavstrg;
@@ -112,28 +114,9 @@ int save()
     }
 }
 
-} // namespace
-
-int strgCheckConfigChange(const CInfo *cInfo)
+// What a pass does with the records of a collection. Returns 0, or -1, which is traced.
+int takeCollection(const CInfo *cInfo, OwnedRecords &current, bool serviceMode)
 {
-    const TraceScope scope;
-    TRACE(kDetail, "_IN_");
-    std::unique_lock held(g_collectionLock, std::defer_lock);
-    waitForTurn(held);
-    const bool serviceMode = getServiceMode(cInfo) == 1; // asked of the broker, if at all, before anything is touched
-    if (refreshFromSegments(cInfo) != 0) {
-        return -1;
-    }
-    TRACE(kDetail, "strgCheckConfigChange - before -");
-    strgLogDumpInstanceDat(99, instSt);
-
-    OwnedRecords current;
-    TRACE(kDetail, "strgGetCurrentInfo()");
-    if (strgGetCurrentInfo(gst_SmartMode, current.dat) != 0) {
-        TRACE(kFailure, "strgGetCurrentInfo Failure!!");
-        freeCollected(current.dat);
-        return TRACED(-1, kDetail, "_OUT_ ret=[%d]", -1);
-    }
     if (recordsNow(instSt[TAV_CID_STRG_CONF]).datAdr == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ param(instSt[TAV_CID_STRG_CONF].datAdr) Failure!!");
     }
@@ -155,4 +138,37 @@ int strgCheckConfigChange(const CInfo *cInfo)
         static_cast<void>(strgPutAlert(TAV_ALERTID_CONFIG_CHANGE, nullptr));
     }
     return TRACED(0, kDetail, "_OUT_ ret=[%d]", 0);
+}
+
+} // namespace
+
+int strgCheckConfigChange(const CInfo *cInfo)
+{
+    const TraceScope scope;
+    TRACE(kDetail, "_IN_");
+    std::unique_lock held(g_collectionLock, std::defer_lock);
+    waitForTurn(held);
+    const bool serviceMode = getServiceMode(cInfo) == 1; // asked of the broker, if at all, before anything is touched
+    if (refreshFromSegments(cInfo) != 0) {
+        return -1;
+    }
+    TRACE(kDetail, "strgCheckConfigChange - before -");
+    strgLogDumpInstanceDat(99, instSt);
+
+    std::optional<DiskList> disks;
+    if (serviceMode) {
+        disks.emplace();
+    }
+    OwnedRecords current;
+    TRACE(kDetail, "strgGetCurrentInfo()");
+    if (strgGetCurrentInfo(gst_SmartMode, current.dat) != 0) {
+        TRACE(kFailure, "strgGetCurrentInfo Failure!!");
+        freeCollected(current.dat);
+        return TRACED(-1, kDetail, "_OUT_ ret=[%d]", -1);
+    }
+    const int ret = takeCollection(cInfo, current, serviceMode);
+    if (disks) {
+        alertDisks(*disks); // also after a failure: a disk may have taken the file system of the saved state with it
+    }
+    return ret;
 }

@@ -23,7 +23,7 @@ class Check : public StoreTest {
 protected:
     Check()
     {
-        // A store that was built from the machine as it is.
+        // A store that was built from this machine.
         strgInitDatInfo(instSt);
         fill<StrgConfRec>(instSt[TAV_CID_STRG_CONF], {{60, 10, 3600, 60, 1, 0}});
         fill<StrgTnumRec>(instSt[TAV_CID_STRG_TNUM], {{}});
@@ -205,7 +205,7 @@ TEST_F(Check, LostSegmentKeepsRecordsAndFileUntilReplaced)
     EXPECT_EQ(machine.read(kSavedStateFile), saved);
 
     machine.makeDirectory("/opt/qlm/tavkit_sa/work");
-    machine.change(machineWith(2)); // the count is the stored one again, the segment is still missing
+    machine.change(machineWith(2)); // the count equals the stored one again; the segment is still missing
     EXPECT_EQ(strgCheckConfigChange(&cInfo), 0);
     EXPECT_EQ(published<StrgScsiRec>(TAV_CID_STRG_SCSI).size(), 2U);
     EXPECT_EQ(strgSetInstance(&cInfo), 0);
@@ -269,7 +269,7 @@ TEST_F(Check, AClassWhoseArrayIsGoneWithTheSameCountFails)
     EXPECT_EQ(linesOf("strgCheckConfigChange").back(), "3 _OUT_ param(instSt[i].datAdr) Failure!!");
 }
 
-TEST_F(Check, AnAreaThatCannotBeResizedFailsItAndKeepsTheOldRecords)
+TEST_F(Check, AFailedResizeKeepsTheOldRecords)
 {
     machine.change(machineWith(3));
     machine.remove("/opt/qlm/tavkit_sa/work");

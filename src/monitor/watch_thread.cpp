@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // The monitoring thread: its start, its loop and its end.
 #include "monitor/monitor.h"
+#include "monitor/uevents.h"
+#include "runtime/cancel.h"
 #include "runtime/memory.h"
+#include "runtime/options.h"
 #include "runtime/side_by_side.h"
 
 #include <cerrno>
@@ -28,30 +31,48 @@ public:
     EndMark &operator=(const EndMark &) = delete;
 };
 
-class CancelSwitch {
-public:
-    explicit CancelSwitch(int state) { pthread_setcancelstate(state, &previous_); }
-    ~CancelSwitch() { pthread_setcancelstate(previous_, nullptr); }
-    CancelSwitch(const CancelSwitch &) = delete;
-    CancelSwitch &operator=(const CancelSwitch &) = delete;
-
-private:
-    int previous_ = PTHREAD_CANCEL_ENABLE;
-};
-
 // A stored cycle of 0, which only a damaged file or segment can hold, must not make the thread spin.
 unsigned secondsToSleep(int32_t cycle)
 {
     return static_cast<unsigned>(cycle < 1 ? kDefaultCycle : cycle);
 }
 
-void sleepOneCycle()
+void sleepPlainly(unsigned seconds)
+{
+    const CancelSwitch on(PTHREAD_CANCEL_ENABLE);
+    ::sleep(seconds);
+}
+
+// The sleep ends early when a disk comes or goes.
+void sleepUntilEvent(UeventSocket &events, unsigned seconds)
+{
+    if (const int error = events.open(); error != 0) {
+        TRACE(kFailure, "uevents cannot be received: errno=[%d]", error);
+        sleepPlainly(seconds);
+        return;
+    }
+    unsigned left = 0;
+    switch (events.sleep(seconds, left)) {
+    case Slept::whole:
+        break;
+    case Slept::untilEvent:
+        TRACE(kDetail, "- uevent -");
+        break;
+    case Slept::failed:
+        sleepPlainly(left);
+        break;
+    }
+}
+
+void sleepOneCycle(UeventSocket &events)
 {
     const int32_t cycle = gst_SleepSec;
     TRACE(kDetail, "- sleep[%d]sec -", cycle);
-    {
-        const CancelSwitch on(PTHREAD_CANCEL_ENABLE);
-        ::sleep(secondsToSleep(cycle));
+    if (currentOptions().has(Option::uevents)) {
+        sleepUntilEvent(events, secondsToSleep(cycle));
+    } else {
+        events.close();
+        sleepPlainly(secondsToSleep(cycle));
     }
     TRACE(kDetail, "- wakeUp -");
 }
@@ -139,6 +160,7 @@ void *strgWatchThread(void *thcInfo)
     const TraceScope scope;
     const EndMark mark; // declared before all that the thread uses, so that it is destroyed after it
     const CancelSwitch off(PTHREAD_CANCEL_DISABLE);
+    UeventSocket events;
     InitProcess(kTraceFile);
     TRACE(kDetail, "_IN_");
     const auto *const cInfo = static_cast<const CInfo *>(thcInfo);
@@ -151,7 +173,7 @@ void *strgWatchThread(void *thcInfo)
         if (strgCheckConfigChange(cInfo) != 0) {
             TRACE(kFailure, "strgCheckConfigChange() Failure!!");
         }
-        sleepOneCycle();
+        sleepOneCycle(events);
     }
 }
 

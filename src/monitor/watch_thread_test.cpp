@@ -45,7 +45,7 @@ protected:
         trace->clear();
     }
 
-    // As an initialisation does; the store is empty before.
+    // As the initialisation does; the store is empty before.
     void buildStore()
     {
         fillSample(instSt);
@@ -56,7 +56,7 @@ protected:
         gst_first = 2;
     }
 
-    // What follows the end of the thread in any case.
+    // Common to every end of the thread.
     static std::vector<std::string> tearDown(std::vector<std::string> lines)
     {
         for (int id = 0; id < TAV_CID_STRG_MAX; ++id) {
@@ -89,7 +89,7 @@ protected:
         sim::wakeSleepers();
         ASSERT_TRUE(sim::awaitSleep(begun + 1, kPatience));
     }
-    // Ends the thread as nobody of the provider does.
+    // Ends the thread without the provider.
     void kill()
     {
         pthread_cancel(threadNow(&gst_thid));
@@ -110,7 +110,7 @@ protected:
     }
 };
 
-TEST_F(MonitoringThread, IdentifierAndInitialisationStateAreHandedOutByAddress)
+TEST_F(MonitoringThread, IdentifierAndStateAreReturnedByAddress)
 {
     EXPECT_EQ(strgGetThreadID(), &gst_thid);
     EXPECT_TRUE(trace->has(kDetail, "=== gst_thid=[0] ===", "strgGetThreadID"));
@@ -370,7 +370,7 @@ TEST_F(MonitoringThread, AStopDuringAPassLeavesNothingWhereverItComes)
             sched_yield();
         }
         strgExitThread(&cInfo);
-        cancelled = sim::sleepsBegun() == 0; // in the sleep at last
+        cancelled = sim::sleepsBegun() == 0; // in the sleep at the latest
         EXPECT_THAT(trace->textsOf("strgCheckConfigChange").back(),
                     testing::StartsWith(cancelled ? "strgGetCurrentInfo()" : "_OUT_ ret=[0]"));
         ASSERT_EQ(machine.openDescriptors(), 0) << points;

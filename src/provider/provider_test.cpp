@@ -118,7 +118,7 @@ TEST_F(EntryPoints, TheTablesHaveTheirNamesVersionsAndSlots)
     EXPECT_EQ(methodMI->ft->invokeMethod, TAV_StorageProviderInvokeMethod);
 }
 
-TEST_F(EntryPoints, EachFactoryCallInitialisesTheProcessAndLeavesTheStatus)
+TEST_F(EntryPoints, FactoriesInitialiseTheProcessAndKeepTheStatus)
 {
     CMPIStatus rc = {CMPI_RC_ERR_ACCESS_DENIED, nullptr};
     EXPECT_EQ(TAVStorageProvider_Create_InstanceMI(broker.handle(), broker.emptyContext(), &rc), instanceMI);
@@ -185,7 +185,7 @@ TEST_F(EntryPoints, AGetInstanceIsTracedFromStartToEnd)
     const std::vector<TraceRecord> lines = trace.records();
     EXPECT_THAT(trace.linesOf(kGet), ElementsAre("3 ##start##", "3 ->TAV_STRGHddGetInstance()",
                                                  testing::StartsWith("0 memfree(0x"), "3 ## end ##"));
-    // Who traces after whom, each once for a run of its own lines.
+    // The tracing functions in order; consecutive lines of one function count once.
     std::vector<std::string> functions;
     for (const TraceRecord &line : lines) {
         const bool known = line.function.starts_with("TAV_") || line.function == "strgInitProvider" ||
@@ -240,7 +240,7 @@ TEST_F(EntryPoints, EnumeratingASingletonGivesWhatGetInstanceGives)
     }
 }
 
-TEST_F(EntryPoints, InServiceModeOnlyTheThreadClassIsAnsweredWithoutAThread)
+TEST_F(EntryPoints, ServiceModeWithoutAThreadAnswersTheThreadClassAlone)
 {
     noThread();
     for (const auto &row : kClassTable) {
@@ -350,7 +350,7 @@ TEST_F(EntryPoints, AThreadMethodsOutcomeIsItsReturnValue)
 
 TEST_F(EntryPoints, AStoreThatCannotBeBuiltFailsEveryRequest)
 {
-    gst_first = 1; // somebody else's initialisation that takes too long
+    gst_first = 1; // another thread's initialisation that takes too long
     for (const Reply &reply :
          {get("TAV_StorageThread"), enumerate("TAV_StorageConfig"), invoke("TAV_StorageThread", "Any")}) {
         EXPECT_EQ(reply.rc, CMPI_RC_ERR_FAILED);
@@ -530,7 +530,7 @@ TEST_F(CleanUp, OutsideServiceModeSavesFreesAndUnloads)
     EXPECT_EQ(gst_first, 0);
     EXPECT_EQ(agent.lines.front(), "3||TAV_StorageProviderCleanup|##start## cterm=[TimeOut]");
     EXPECT_EQ(agent.lines.back(), "3||TAV_StorageProviderCleanup|## end ## ret=[0]");
-    // The method side follows: it loads the libraries again for its traces and finds the work done.
+    // The cleanup of the method provider follows: it loads the libraries again and finds nothing to do.
     agent.lines.clear();
     EXPECT_EQ(method(true).rc, CMPI_RC_OK);
     EXPECT_EQ(agent.closed.size(), 4u);

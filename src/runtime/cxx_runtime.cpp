@@ -27,6 +27,13 @@ void *__cxa_begin_catch(void *exception)
     return exception;
 }
 
+// The first words of type descriptions, which classes with virtual functions have. Nothing asks for a type at run time.
+// Symbols of the Itanium C++ ABI: the virtual tables of __class_type_info and __si_class_type_info.
+extern const void *const cxxRuntimeClass[4] __asm__("_ZTVN10__cxxabiv117__class_type_infoE");
+extern const void *const cxxRuntimeDerivedClass[4] __asm__("_ZTVN10__cxxabiv120__si_class_type_infoE");
+const void *const cxxRuntimeClass[4] = {};
+const void *const cxxRuntimeDerivedClass[4] = {};
+
 // The rest is defined under the linker's names: the library's headers declare these functions, some of them variadic.
 [[noreturn]] void cxxRuntimeEnds() __asm__("_ZSt9terminatev");
 [[noreturn]] void cxxRuntimeEndsBySystemError(int error) __asm__("_ZSt20__throw_system_errori");

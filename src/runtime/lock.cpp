@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "runtime/lock.h"
 
+#include "runtime/progress.h"
 #include "runtime/trace.h"
+#include "runtime/turns.h"
 
 #include <cerrno>
 #include <mutex>
@@ -53,7 +55,29 @@ int pollLock(pthread_mutex_t *mutex, Attempts attempts)
     return TRACED(-1, kDetail, "_OUT_");
 }
 
+TurnQueue g_queue; // for the store's lock
+
 } // namespace
+
+int tavstrg::pollStoreLock(pthread_mutex_t *mutex)
+{
+    return pollLock(mutex, Attempts::traced);
+}
+
+int tavstrg::queueForStoreLock(pthread_mutex_t *mutex)
+{
+    TRACE(kDetail, "pthread_mutex_trylock() in turn");
+    const int error = g_queue.wait([mutex] { return tryLock(mutex); });
+    if (error == 0) {
+        return TRACED(0, kDetail, "_OUT_");
+    }
+    if (error == ETIMEDOUT) {
+        TRACE(kFailure, "pthread_mutex_trylock() Failure!! the store is stuck");
+    } else {
+        TRACE(kFailure, "pthread_mutex_trylock() Failure!! errno=[%d]", error);
+    }
+    return TRACED(-1, kDetail, "_OUT_");
+}
 
 int tavstrg::renewMutex(RenewableMutex &lock)
 {
@@ -94,7 +118,7 @@ int nonsrvMutexLock(const CInfo *cInfo, pthread_mutex_t *mutex)
     if (getServiceMode(cInfo) == 1) {
         return TRACED(0, kDetail, "_OUT_ now is ServiceMode.");
     }
-    return pollLock(mutex, Attempts::traced);
+    return turnRules().takeLock(mutex);
 }
 
 void mutexUnlock(pthread_mutex_t *mutex)
@@ -109,6 +133,8 @@ void mutexUnlock(pthread_mutex_t *mutex)
     std::unique_lock held(renewing);
     const int error = pthread_mutex_unlock(mutex);
     held.unlock();
+    noteProgress();
+    g_queue.changed();
     if (error == 0) {
         TRACE(kDetail, "pthread_mutex_unlock success");
     } else {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Try-locks: no caller ever blocks on the store or on a segment for more than about three seconds.
+// Try-locks: no caller ever blocks on the store or on a segment for more than about three seconds; with the option
+// fair-requests on the store for more than that without progress.
 #pragma once
 
 #include "runtime/mode.h"
@@ -21,10 +22,16 @@ int renewMutex(RenewableMutex &lock);
 // error.
 int destroyMutex(RenewableMutex &lock);
 
+// The two ways to take the store's lock, for turnRules(). Each returns 0, or -1 after an error. pollStoreLock also
+// after 30 attempts 100 ms apart; queueForStoreLock, which serves the threads in the order in which they arrive, where
+// no progress is noted for three seconds.
+int pollStoreLock(pthread_mutex_t *mutex);
+int queueForStoreLock(pthread_mutex_t *mutex);
+
 } // namespace tavstrg
 
-// Takes the lock, except in service mode, where nothing is locked. Returns 0; -1 on a null argument, an error, or after
-// 30 attempts 100 ms apart.
+// Takes the lock as turnRules() say, except in service mode, where nothing is locked. Returns 0; -1 on a null argument,
+// an error, or when the lock was not free in time.
 int nonsrvMutexLock(const CInfo *cInfo, pthread_mutex_t *mutex);
 // Releases a lock, also one that nonsrvMutexLock did not take in service mode: deliberate.
 void mutexUnlock(pthread_mutex_t *mutex);

@@ -29,7 +29,7 @@ protected:
     ServiceMode() { g_srvmod = -1; }
     ~ServiceMode() override { g_srvmod = -1; }
 
-    // Asks in a request of its own.
+    // Asks within a separate request.
     int ask(broker::Broker &broker)
     {
         const broker::Request request(broker, "TAV_StorageHardDisk");
@@ -252,7 +252,7 @@ TEST(ThreadStatus, DoesNotJoinAThreadThatIsBeingJoined)
     threadStarted(&thread, self);
     EXPECT_EQ(claimThread(&thread), self);
     threadJoined(&thread);
-    threadStarted(&thread, self); // another one may get the identifier: the mark is not its own
+    threadStarted(&thread, self); // another thread may get the identifier, but not the mark
     EXPECT_EQ(getThreadSts(&thread), 1);
     threadJoined(&thread);
     EXPECT_EQ(getThreadSts(&self), 1);

@@ -283,7 +283,7 @@ TEST_F(GetEnumArray, GivesAnArrayOfTheCallersOwn)
 TEST_F(GetEnumArray, EveryFailureReleasesWhatWasMade)
 {
     constexpr int kFailed = CMPI_RC_ERR_FAILED;
-    constexpr int kNull = CMPI_RC_OK; // no object although the status is good
+    constexpr int kNull = CMPI_RC_OK; // no object although the status is OK
     constexpr int kNoHandle = broker::Broker::kNullHandle;
     const struct {
         const char *slot;

@@ -80,7 +80,7 @@ TEST_F(AgentLibraries, EachFailureIsLoggedOnceAndEndsTheLoading)
         EXPECT_EQ(InitProcess("tavstrg.log"), -1);
         EXPECT_THAT(FakeAgent::systemLog(), ElementsAre(logged(c.text)));
         EXPECT_EQ(broken.opened.size(), c.opened);
-        // What was loaded before stays, and the next attempt takes up where this one ended, without a second reference.
+        // Libraries that were loaded stay; the next attempt continues from there and takes no second reference.
         broken.missing = {};
         EXPECT_EQ(InitProcess("tavstrg.log"), 0);
         EXPECT_EQ(broken.opened.size(), c.missing[0] == 'l' ? 3u : 2u);
@@ -274,7 +274,7 @@ TEST_F(AgentLibraries, OneThatAThreadDoesNotLeaveStaysLoaded)
     EXPECT_THAT(agent.closed, ElementsAre("libtavalert.so", "libtavlog.so"));
 }
 
-TEST_F(AgentLibraries, AreLoadedOnceByFactoriesThatRunAtTheSameTimeAsRequests)
+TEST_F(AgentLibraries, AreLoadedOnceBesideConcurrentRequests)
 {
     ASSERT_EQ(InitProcess("tavstrg.log"), 0);
     std::vector<std::thread> threads;

@@ -106,11 +106,12 @@ void tavstrg::terminateTexts(uint32_t recordSize, void *records, int32_t num)
     if (desc == std::end(kClasses)) {
         return;
     }
-    for (int32_t i = 0; i < num; ++i) {
-        char *const record = static_cast<char *>(records) + static_cast<size_t>(i) * recordSize;
-        for (const FieldDesc &field : desc->fields) {
-            if (field.type == CMPI_chars && !field.key) {
-                record[field.offset + field.size - 1] = '\0';
+    // Field by field: a class may have thousands of records.
+    for (const FieldDesc &field : desc->fields) {
+        if (field.type == CMPI_chars && !field.key) {
+            char *const last = static_cast<char *>(records) + field.offset + field.size - 1; // of the first record
+            for (int32_t i = 0; i < num; ++i) {
+                last[static_cast<size_t>(i) * recordSize] = '\0';
             }
         }
     }

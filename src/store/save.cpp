@@ -3,133 +3,24 @@
 // one. A file that would not change is not written: a pass in which nothing changed does not wake the system's disk.
 #include "runtime/holders.h"
 #include "runtime/trace.h"
+#include "store/replaced_file.h"
 #include "store/state_file_layout.h"
 #include "store/store.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <mutex>
-#include <string_view>
-#include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace tavstrg;
 
 namespace {
 
-constexpr char kDirectory[] = "/opt/qlm/tavkit_sa/data";
-constexpr char kTemporaryFile[] = "/opt/qlm/tavkit_sa/data/tavstrgsave.dat.tmp"; // one left by a crash is overwritten
-static_assert(std::string_view(kTemporaryFile).starts_with(kSavedStateFile));
-static_assert(std::string_view(kSavedStateFile).starts_with(kDirectory));
-
-constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
-
-constexpr int kLockWaits = 300;          // about three seconds: as long as any lock here is waited for
-constexpr useconds_t kLockPause = 10000; // 10 ms
+constexpr ReplacedFile kPlace = {kSavedStateFile, "/opt/qlm/tavkit_sa/data/tavstrgsave.dat.tmp",
+                                 "/opt/qlm/tavkit_sa/data"};
+static_assert(isReplacedFile(kPlace));
 
 std::mutex saving; // in service mode a request and the monitoring thread may save at the same moment
-
-// Returns 0 if a rename may replace the path: it is absent, a file, or a symbolic link, which is not followed.
-// Otherwise returns the error that opening it for writing would give.
-int replaceError(const char *path)
-{
-    struct stat info = {};
-    if (::lstat(path, &info) != 0) {
-        return errno == ENOENT ? 0 : errno;
-    }
-    if (S_ISREG(info.st_mode) || S_ISLNK(info.st_mode)) {
-        return 0;
-    }
-    return S_ISDIR(info.st_mode) ? EISDIR : ENXIO;
-}
-
-// Whether the path still leads to this regular file: another process that saves renames it away when it is done.
-bool isStillThere(int fd, const char *path)
-{
-    struct stat open = {};
-    struct stat there = {};
-    return ::fstat(fd, &open) == 0 && ::lstat(path, &there) == 0 && open.st_dev == there.st_dev &&
-           open.st_ino == there.st_ino;
-}
-
-// Whether the file has one hard link and belongs to this process's user.
-bool isOwn(const struct stat &info)
-{
-    return info.st_uid == ::geteuid() && info.st_nlink == 1;
-}
-
-// Our own file may still have another mode, set by hand or by a restored backup. On a file system without modes this
-// fails, which does no harm.
-void closeToOthers(int fd, const struct stat &info)
-{
-    if ((info.st_mode & ALLPERMS) != kOwnerOnly) {
-        static_cast<void>(::fchmod(fd, kOwnerOnly));
-    }
-}
-
-enum class Turn { mine, others, failed };
-
-// A file system without locks has one process that writes to it.
-Turn takeTurn(int fd, int &error)
-{
-    struct stat info = {};
-    if (::fstat(fd, &info) != 0) {
-        error = errno;
-        return Turn::failed;
-    }
-    if (!S_ISREG(info.st_mode)) {
-        error = ENXIO;
-        return Turn::failed;
-    }
-    if (::flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
-        return Turn::others;
-    }
-    if (!isStillThere(fd, kTemporaryFile)) {
-        return Turn::others;
-    }
-    if (isOwn(info)) {
-        closeToOthers(fd, info);
-        return Turn::mine;
-    }
-    // Another owner's file, or one with a second name: it keeps its content and loses this name. It is unlinked only
-    // under its lock; otherwise it could be the new file of another process by now.
-    if (::unlink(kTemporaryFile) != 0) {
-        error = errno;
-        return Turn::failed;
-    }
-    return Turn::others;
-}
-
-// The temporary file, locked against other processes of the broker that save at the same moment; -1 with the error.
-int openTemporary(int &error)
-{
-    error = replaceError(kSavedStateFile);
-    for (int waits = 0; error == 0 || error == EWOULDBLOCK; ++waits) {
-        // O_NONBLOCK: a FIFO in place of the file is an error, not a wait for its reader.
-        FileDesc file(
-            ::open(kTemporaryFile, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, kOwnerOnly));
-        if (!file) {
-            error = errno;
-            return -1;
-        }
-        const Turn turn = takeTurn(file.get(), error);
-        if (turn == Turn::mine) {
-            return file.handOver();
-        }
-        if (turn == Turn::failed) {
-            return -1;
-        }
-        error = EWOULDBLOCK; // if another process keeps the lock to the end
-        if (waits == kLockWaits) {
-            return -1;
-        }
-        ::usleep(kLockPause);
-    }
-    return -1;
-}
 
 // A stream that writes the file afresh; null with the error.
 std::FILE *streamOver(const FileDesc &file, int &error)
@@ -144,18 +35,9 @@ std::FILE *streamOver(const FileDesc &file, int &error)
     return stream;
 }
 
-// The name is on the disk only when its directory is. The new file is in place already, so a failure is ignored.
-void syncDirectory()
-{
-    const FileDesc directory(::open(kDirectory, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (directory) {
-        static_cast<void>(::fsync(directory.get()));
-    }
-}
-
 SaveResult replaceFile(DatInfo *records, int &error)
 {
-    const FileDesc locked(openTemporary(error)); // until the file has its name
+    const FileDesc locked(openReplacement(kPlace, error)); // until the file has its name
     FilePtr file(streamOver(locked, error));
     if (!file) {
         return SaveResult::notOpened;
@@ -164,55 +46,11 @@ SaveResult replaceFile(DatInfo *records, int &error)
     const bool written =
         strgPutBinFile(file.get(), records) == 0 && std::fflush(file.get()) == 0 && ::fsync(::fileno(file.get())) == 0;
     TRACE(kDetail, "fclose");
-    if (file.close() != 0 || !written || ::rename(kTemporaryFile, kSavedStateFile) != 0) {
-        ::unlink(kTemporaryFile);
+    if (file.close() != 0 || !written) {
+        dropReplacement(kPlace);
         return SaveResult::notWritten;
     }
-    syncDirectory();
-    return SaveResult::saved;
-}
-
-// ---- a file that would not change ----
-
-// Whether a file is as a save leaves it, its content aside.
-bool looksSaved(const struct stat &info, size_t size)
-{
-    return S_ISREG(info.st_mode) && (info.st_mode & ALLPERMS) == kOwnerOnly && isOwn(info) &&
-           static_cast<size_t>(info.st_size) == size;
-}
-
-// Whether a new file could be made and renamed: the directory can be written to, and nothing is in its place.
-bool couldReplace()
-{
-    struct stat info = {};
-    return ::faccessat(AT_FDCWD, kDirectory, W_OK | X_OK, AT_EACCESS) == 0 && ::lstat(kTemporaryFile, &info) != 0 &&
-           errno == ENOENT;
-}
-
-// Whether the rest of the file has these bytes and no more.
-bool readsAs(int fd, std::span<const uint8_t> bytes)
-{
-    uint8_t buffer[4096];
-    for (;;) {
-        const ssize_t got = ::read(fd, buffer, sizeof buffer);
-        const auto length = static_cast<size_t>(std::max<ssize_t>(got, 0));
-        if (got <= 0 || length > bytes.size() || std::memcmp(buffer, bytes.data(), length) != 0) {
-            return got == 0 && bytes.empty();
-        }
-        bytes = bytes.subspan(length);
-    }
-}
-
-bool fileHas(std::span<const uint8_t> state)
-{
-    struct stat info = {};
-    if (::lstat(kSavedStateFile, &info) != 0 || !looksSaved(info, state.size())) {
-        return false;
-    }
-    // O_NOATIME: the reading does not change the file either.
-    const FileDesc file(
-        ::open(kSavedStateFile, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | O_NOATIME));
-    return file && ::fstat(file.get(), &info) == 0 && looksSaved(info, state.size()) && readsAs(file.get(), state);
+    return putInPlace(kPlace) ? SaveResult::saved : SaveResult::notWritten;
 }
 
 // Whether a save would replace the file by one with the same bytes. What cannot be found out is no.
@@ -233,7 +71,7 @@ bool isOnDisk(const DatInfo *records)
             return false;
         }
     }
-    return couldReplace() && fileHas({state.get(), size});
+    return isInPlace(kPlace, {state.get(), size});
 }
 
 ssize_t discard(void *, const char *, size_t size)

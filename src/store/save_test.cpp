@@ -113,7 +113,7 @@ TEST_F(Save, TemporaryFileOfAnotherOwnerIsReplaced)
     struct stat info = {};
     ASSERT_EQ(::fstat(theirs.get(), &info), 0);
     EXPECT_EQ(info.st_nlink, 0U);
-    EXPECT_EQ(info.st_size, 1) << "whoever has it open reads nothing of the state";
+    EXPECT_EQ(info.st_size, 1) << "an open descriptor does not give access to the state";
     EXPECT_FALSE(machine.exists(kTemporary));
 }
 
@@ -260,7 +260,7 @@ class SaveAgain : public Save {
 protected:
     SaveAgain() { EXPECT_EQ(save(), SaveResult::saved); }
 
-    // Whether a save replaces the file, which afterwards is the state, its owner's alone.
+    // Saves. Returns whether that replaced the file. Afterwards only the owner can read it, in both cases.
     bool replaces()
     {
         const ino_t before = statOf(kSavedStateFile).st_ino;
@@ -385,7 +385,7 @@ TEST_F(SaveAgain, AFileThatCannotBeReadIsWritten)
     }
 }
 
-TEST_F(SaveAgain, TheSameStateStillFailsWhereItCannotBeComposed)
+TEST_F(SaveAgain, TheSameStateFailsIfItCannotBeComposed)
 {
     if (!sim::allocationsCanFail()) {
         GTEST_SKIP() << "the sanitizers have an allocator of their own";
@@ -397,7 +397,7 @@ TEST_F(SaveAgain, TheSameStateStillFailsWhereItCannotBeComposed)
     EXPECT_THAT(trace->textsOf("strgPutBinFile"), Contains("_OUT_ outputAdr alloc Failure!!"));
 }
 
-TEST_F(SaveAgain, ADirectoryThatCannotBeWrittenToIsStillAFailure)
+TEST_F(SaveAgain, AReadOnlyDirectoryIsStillAFailure)
 {
     if (::geteuid() == 0) {
         GTEST_SKIP() << "root can write to every directory";
@@ -483,7 +483,7 @@ TEST_F(SetInstance, ASegmentThatCannotBeLockedFailsIt)
     EXPECT_FALSE(machine.exists(kSavedStateFile));
 }
 
-TEST_F(SetInstance, AFileThatCannotBeOpenedFailsItBeforeTheLockIsGivenBack)
+TEST_F(SetInstance, AFileNotOpenedFailsBeforeTheUnlock)
 {
     machine.makeDirectory(kSavedStateFile);
     EXPECT_EQ(strgSetInstance(&cInfo), -1);
@@ -493,7 +493,7 @@ TEST_F(SetInstance, AFileThatCannotBeOpenedFailsItBeforeTheLockIsGivenBack)
     EXPECT_EQ(all.back(), "_OUT_") << "of mutexUnlock, which comes last";
 }
 
-TEST_F(SetInstance, AFileThatCannotBeWrittenFailsItAfterTheLockIsGivenBack)
+TEST_F(SetInstance, AFileNotWrittenFailsAfterTheUnlock)
 {
     sim::failNth(sim::Call::write, 1);
     EXPECT_EQ(strgSetInstance(&cInfo), -1);

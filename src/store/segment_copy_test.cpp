@@ -48,7 +48,7 @@ TEST_F(ShmCopy, NothingStaysAttached)
 
 TEST_F(ShmCopy, NeverExceedsTheSmallerOfWhatTheTwoHold)
 {
-    // The heap check of a sanitizer build sees what this test cannot: a byte too many.
+    // A sanitizer build also detects a byte too many.
     fill<StrgScsiRec>(ins, {scsiRecord(1, "ONE")});
     withSegment(3);
     EXPECT_EQ(setInstToShm(&cInfo, &ins, &shm), 0);
@@ -148,7 +148,7 @@ TEST_F(ShmCopy, ChecksItsArgumentsInOrder)
                             "0 _IN_", "3 _OUT_ param(ins) Failure!!"));
 }
 
-TEST_F(ShmCopy, InServiceModeALockHeldElsewhereFailsItAfterThreeSeconds)
+TEST_F(ShmCopy, InServiceModeAHeldLockFailsAfterThreeSeconds)
 {
     twoRecords();
     withSegment(2);

@@ -2,15 +2,14 @@
 // Creating a segment: an unused key is found by way of fresh key files.
 #include "runtime/holders.h"
 #include "runtime/trace.h"
+#include "store/key_files.h"
 #include "store/segment_lock.h"
+#include "store/segment_rules.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
-#include <cstring>
 #include <fcntl.h>
-#include <string_view>
 #include <sys/ipc.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
@@ -20,8 +19,6 @@ using namespace tavstrg;
 namespace {
 
 constexpr int kKeyAttempts = 65535;
-constexpr int kProjectId = 69;       // second half of the key, see ftok(3)
-constexpr int kPermissions = 0600;   // of segments and key files
 constexpr size_t kRetiredExtra = 24; // ".bak." and a number
 
 struct KeyFile {
@@ -59,7 +56,8 @@ bool isLink(const char *path)
 // process of the broker has created just now will do.
 int createEmpty(const char *path)
 {
-    const FileDesc file(::open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC, kPermissions));
+    const FileDesc file(
+        ::open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC, kSegmentPermissions));
     return file || errno == EEXIST ? 0 : -1;
 }
 
@@ -70,7 +68,7 @@ enum class Attempt { made, retry, stop };
 Attempt createSegment(key_t key, int size, int n, int &shmId, int &error)
 {
     TRACE(kDetail, "shmget(0x%08x , %d)", static_cast<unsigned>(key), size);
-    shmId = ::shmget(key, static_cast<size_t>(size), IPC_CREAT | IPC_EXCL | kPermissions);
+    shmId = ::shmget(key, static_cast<size_t>(size), IPC_CREAT | IPC_EXCL | int{kSegmentPermissions});
     error = errno;
     if (shmId > 0) {
         TRACE(kDetail, "shmget[%d]=OK. shmId=[%d]", n, shmId);
@@ -82,6 +80,10 @@ Attempt createSegment(key_t key, int size, int n, int &shmId, int &error)
         const int removeError = errno;
         TRACE(kDetail, "shmget[%d]=NG. shmId=[%d] errno=[%d] shmctl-destroy.", n, shmId, removeError);
         return Attempt::retry;
+    }
+    if (!segmentRules().anotherKeyHelps(error)) {
+        TRACE(kFailure, "shmget[%d]=NG. shmId=[%d] errno=[%d]", n, shmId, error);
+        return Attempt::stop;
     }
     TRACE(kFailure, "shmget[%d]=retry. shmId=[%d] errno=[%d]", n, shmId, error);
     return Attempt::retry;
@@ -155,29 +157,6 @@ void removeRetired(const KeyFile &file, int attempts)
     }
 }
 
-// Takes the decimal digits off the front of a text. Returns whether there were any.
-bool takeNumber(std::string_view &text)
-{
-    const size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
-    text.remove_prefix(digits);
-    return digits > 0;
-}
-
-// Whether a name is that of a retired key file: base, class, ".bak.", number.
-bool isRetired(std::string_view name, std::string_view base)
-{
-    constexpr std::string_view kRetired = ".bak.";
-    if (!name.starts_with(base)) {
-        return false;
-    }
-    name.remove_prefix(base.size());
-    if (!takeNumber(name) || !name.starts_with(kRetired)) {
-        return false;
-    }
-    name.remove_prefix(kRetired.size());
-    return takeNumber(name) && name.empty();
-}
-
 int createUnderFreshKey(const char *keyFileBase, int cid, int size, int &error)
 {
     KeyFile file;
@@ -195,21 +174,11 @@ int createUnderFreshKey(const char *keyFileBase, int cid, int size, int &error)
 
 void tavstrg::removeRetiredKeys(const char *keyFileBase)
 {
-    const std::string_view base(keyFileBase);
-    const size_t slash = base.rfind('/');
-    KeyFile directory;
-    if (slash >= sizeof directory.path) { // also where there is no "/"
-        return;
-    }
-    std::memcpy(directory.path, keyFileBase, slash);
-    directory.path[slash] = '\0';
-    const OpenDirectory entries(directory.path);
-    while (const char *const name = entries.next()) {
-        if (isRetired(name, base.substr(slash + 1))) {
-            char path[PATH_MAX + NAME_MAX + 2];
-            std::snprintf(path, sizeof path, "%s/%s", directory.path, name);
-            TRACE(kDetail, "unlink[%s]", path);
-            ::unlink(path);
+    KeyFiles files(keyFileBase);
+    while (files.next()) {
+        if (files.retired()) {
+            TRACE(kDetail, "unlink[%s]", files.path());
+            ::unlink(files.path());
         }
     }
 }

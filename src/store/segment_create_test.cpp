@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "support/options_fixture.h"
 #include "support/segment_fixture.h"
 #include "support/trace_watch.h"
 
@@ -16,10 +17,21 @@ namespace {
 int zeroIds = 0;
 int zeroIdsRemoved = 0;
 
+// The error that calls of shmget end with, how many of them, and how many have.
+int getError = 0;
+int getErrorsLeft = 0;
+int getErrorsGiven = 0;
+
 } // namespace
 
 extern "C" int shmget(key_t key, size_t size, int flags) noexcept
 {
+    if (getErrorsLeft > 0) {
+        --getErrorsLeft;
+        ++getErrorsGiven;
+        errno = getError;
+        return -1;
+    }
     if (zeroIds > 0) {
         --zeroIds;
         return 0;
@@ -184,6 +196,42 @@ TEST_F(ShmCreate, GivesUpAfter65535KeysAndRemovesTheirFiles)
     trace.emplace();
 }
 
+TEST_F(ShmCreate, ErrorThatNoKeyCuresEndsTheAttemptsWithTheLineOnly)
+{
+    for (const int error : {ENOSPC, ENOMEM, EINVAL, ENFILE, EPERM}) {
+        getError = error;
+        getErrorsGiven = 0;
+        for (const char *const line : {"stale-segments\n", "all\n"}) {
+            const OptionsInForce on(machine, line);
+            getErrorsLeft = 5;
+            EXPECT_EQ(shmCreate(&cInfo, &shm, kBase, 3, 8), -1);
+            EXPECT_EQ(errno, error) << "callers trace it";
+            EXPECT_TRUE(trace->has(kFailure, "_OUT_ shmget Failure!!*[1]", "shmCreate"));
+        }
+        EXPECT_EQ(getErrorsGiven, 2) << "one attempt each, error " << error;
+        getErrorsLeft = 5;
+        const int id = shmCreate(&cInfo, &shm, kBase, 3, 8);
+        EXPECT_GT(id, 0) << "without the line further keys are tried";
+        EXPECT_EQ(getErrorsLeft, 0);
+        ::shmctl(id, IPC_RMID, nullptr);
+    }
+}
+
+TEST_F(ShmCreate, KeyThatIsTakenIsTriedAgainWithTheLineToo)
+{
+    const OptionsInForce on(machine, "stale-segments\n");
+    for (const int error : {EEXIST, EACCES}) {
+        getError = error;
+        getErrorsLeft = 5;
+        const int id = shmCreate(&cInfo, &shm, kBase, 3, 8);
+        EXPECT_GT(id, 0) << error;
+        EXPECT_EQ(getErrorsLeft, 0);
+        EXPECT_TRUE(trace->has(kDetail, "shmget[6]=OK. shmId=[" + std::to_string(id) + "]", "shmCreate"));
+        ::shmctl(id, IPC_RMID, nullptr);
+        trace->clear();
+    }
+}
+
 TEST_F(ShmCreate, ALinkInPlaceOfTheKeyFileIsSetAsideAndNotFollowed)
 {
     constexpr char kVictim[] = "/opt/qlm/tavkit_sa/data/victim";
@@ -253,7 +301,7 @@ TEST_F(ShmCreate, OtherKindOfKeyFileGivesAKeyAndStaysUnchanged)
     EXPECT_EQ(machine.read("/opt/qlm/tavkit_sa/work/victim"), "precious");
 }
 
-TEST_F(ShmCreate, InServiceModeALockHeldElsewhereFailsItAfterThreeSeconds)
+TEST_F(ShmCreate, InServiceModeAHeldLockFailsAfterThreeSeconds)
 {
     g_srvmod = 1;
     sim::skipSleeps(true);

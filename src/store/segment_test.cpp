@@ -66,7 +66,7 @@ TEST_F(ShmDestroy, ALockThatCannotBeGivenBackIsOnlyTraced)
 
 using ShmNew = Segments;
 
-TEST_F(ShmNew, MakesASegmentForEachClassWithRecordsAndNoneForTheOthers)
+TEST_F(ShmNew, OnlyClassesWithRecordsGetASegment)
 {
     fillSample(instSt);
     EXPECT_EQ(shmNew(&cInfo, 10, kBase, instSt, shmSt), 0);

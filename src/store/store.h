@@ -81,8 +81,9 @@ enum class SaveResult {
 };
 
 // Saves the eleven descriptors durably: written beside the file, synced, renamed over it, the directory synced. A file
-// that has these bytes, owner and mode already stays as it is. After a failure the old file is still there. Traces the steps ("fopen[%s]", "strgPutBinFile()", "fclose") in the caller's
-// scope; the caller traces the failure. error is the errno of a failed open.
+// that has these bytes, owner and mode already stays as it is. After a failure the old file is still there. Traces the
+// steps ("fopen[%s]", "strgPutBinFile()", "fclose") in the caller's scope; the caller traces the failure. error is the
+// errno of a failed open.
 SaveResult strgSaveBinFile(DatInfo *records, int &error);
 
 } // namespace tavstrg

@@ -143,7 +143,7 @@ Facts factsOf21(const Facts &facts)
     const auto boolean = std::find_if(rows.begin(), rows.end(),
                                       [&](const Row &row) { return isMember(row) && row.member == "boolean"; });
     std::rotate(std::find_if(rows.begin(), boolean, isMember), boolean, boolean + 1);
-    // Appended, whatever version is asked for. How these slots are called is of no concern at 2.0.
+    // Appended for every version. At 2.0 the names of these slots do not matter.
     const auto append = [&rows](const std::string &table, int offset, const std::string &slot) {
         rows.push_back({"", "offset", table, slot, std::to_string(offset)});
         rows.push_back({"", "functype", table, slot, "void (void)"});

@@ -76,7 +76,7 @@ void checkRoundTrip(const SCSIDeviceInfo &device)
     require(read.host == device.host && read.channel == device.channel && read.id == device.id &&
                 read.lun == device.lun,
             "an address comes back");
-    // Text after a type becomes a part of it: types are recognised by their beginning.
+    // Text after a type belongs to it: types are compared by prefix.
     require(fieldText(read.vendor) == fieldText(device.vendor) && fieldText(read.model) == fieldText(device.model) &&
                 fieldText(read.type).starts_with(fieldText(device.type)),
             "texts come back");

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Sense data: no byte beyond it counts, whatever lengths it claims.
 #include "devcmd/transport/sense.h"
+#include "devcmd/transport/ata_return.h"
+#include "devcmd/transport/power_mode.h"
 #include "devcmd/transport/sat_command.h"
 #include "fuzz/fuzz.h"
 
@@ -62,6 +64,22 @@ void checkDescriptor(Bytes sense, int type, const SenseInfo *info)
     checkSatVerdicts(info, ataReturnBytes(found));
 }
 
+// Registers are announced, whole, and in the place of their format.
+void checkRegisters(Bytes sense)
+{
+    if (const std::optional<AtaRegisters> registers = ataRegistersOf(sense)) {
+        const bool fixed = (sense[0] & 0x7F) == 0x70;
+        require(sense.size() >= (fixed ? 14U : 22U), "registers are whole");
+        require(!fixed || (sense[12] == 0 && sense[13] == 0x1D && sense[4] == registers->status &&
+                           sense[6] == registers->count && sense[10] == registers->lbaMid),
+                "registers in fixed format are announced");
+        require(smartVerdictOf(*registers) == SmartVerdict::kUnknown || (registers->status & 1) == 0,
+                "an aborted command gives no verdict");
+    }
+    require(powerModeOfSense(sense) == PowerMode::kUnknown || (sense[0] & 0x70) == 0x70,
+            "a power mode comes from sense data");
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
@@ -72,6 +90,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     for (int type = 0; type <= 0xFF; ++type) {
         checkDescriptor(sense, type, decoded ? &info : nullptr);
     }
+    checkRegisters(sense);
     SenseInfo traced{};
     const int result = scsi_chk_sense_data_format(data, size, &traced);
     require((result == 0) == (decoded && info.response_code <= 0x73), "0 tells a format that is known");

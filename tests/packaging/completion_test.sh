@@ -56,10 +56,11 @@ for shell in in_bash in_zsh; do
         case $(positional_of "$command") in
         CLASS) same "$shell: classes for $command" "$classes" "$($shell --json "$command" "")" ;;
         FILE) same "$shell: files for $command" "README.md" "$($shell "$command" READ)" ;;
-        "") same "$shell: nothing for $command" "" "$($shell "$command" "")" ;;
+        ID | "") same "$shell: nothing for $command" "" "$($shell "$command" "")" ;;
         *) fail "no test for the arguments of $command" ;;
         esac
     done
+    same "$shell: a column" "SERIAL" "$($shell disks --sort SER)"
     same "$shell: some classes" "$(begins_with T <<<"$classes")" "$($shell get T)"
     same "$shell: full names of classes" "TAV_StorageTape" "$($shell get TAV_StorageTa)"
     same "$shell: no class twice" "" "$($shell get HardDisk "")"
@@ -77,5 +78,7 @@ same "bash: no candidates for a value" "" "$(in_bash call Config SetMonitorCycle
 same "zsh: description of an option" "--color:When to colour" \
     "$(in_zsh_described | sed -nE 's/^(--color:When to colour).*/\1/p')"
 same "zsh: file behind a sign" "README.md" "$(in_zsh --machine=READ)"
+same "bash: another column" "NODE,SERIAL" "$(in_bash disks -o NODE,SER)"
+same "zsh: another column" "SERIAL" "$(in_zsh disks -o NODE,SER)"
 same "bash: missing tool" "" "$(in_bash_without_tool)"
 zsh -n "$completions/_tavstrg" || fail "syntax of the completion for zsh"

@@ -3,6 +3,7 @@
 #include "collect/inf/noscsi_inf.h"
 #include "collect/inf/storage_inf.h"
 #include "endurance/endurance.h"
+#include "runtime/options.h"
 #include "sim/sim.h"
 
 #include <gmock/gmock.h>
@@ -10,6 +11,7 @@
 
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -51,6 +53,27 @@ Texts disksOf(const NoSCSIInfo *list)
         disks.insert(disks.begin(), std::string(list->vendor) + "|" + list->model);
     }
     return disks;
+}
+
+TEST(Examples, OptionsInfHasEveryLineCommentedOutAndASentenceOnEach)
+{
+    const std::string text = exampleText("options.inf");
+    EXPECT_EQ(parseOptions(text), Options{});
+    Texts names;
+    std::string before;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line); before = line) {
+        const std::string name = line.starts_with("# ") ? line.substr(2) : "";
+        if (optionsOfName(name)) {
+            names.push_back(name);
+            EXPECT_TRUE(name == kAllOptions || (before.starts_with("# ") && before.ends_with("."))) << name;
+        }
+    }
+    Texts known{std::string(kAllOptions)};
+    for (const OptionName &option : kOptionNames) {
+        known.emplace_back(option.line);
+    }
+    EXPECT_EQ(names, known);
 }
 
 TEST(Examples, StorageInfNamesTheUsualDriversInBothSections)

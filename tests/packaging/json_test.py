@@ -81,10 +81,13 @@ def check_commands():
     for machine in sorted(os.listdir(MACHINES)):
         run("show", machine=machine)
         run("metrics", machine=machine)
+        run("disks", machine=machine)
     for machine in ("empty.json", "failing.json", "ide.json", "workstation.json"):
         for name in classes:
             printed, why = run("enum", name, machine=machine, status=(0, 1))
             same(f"{machine}: {name} is printed or refused", printed is None, why is not None and why["cimStatus"] == 6)
+    run("disk", "sdb", machine="failing.json")
+    same("disks that need attention", [], run("health", machine="workstation.json")[0]["disks"])
     run("get", "Config", machine="empty.json")
     run("get", "HardDisk", "1", machine="ide.json")
     run("call", "Config", "SetMonitorCycle", "MonitorCycle=90", machine="empty.json")
@@ -111,7 +114,8 @@ def check_failures(directory):
 def check_checked(directory):
     for name, text in (("storage.inf", "ahci\n" + "x" * 65 + "\n"),
                        ("noscsi.inf", "Vendor: A\nVendor: ACME Model: DISK\n"),
-                       ("tavm2ssd.inf", "outside\n[Endurance Remaining]\nM,231,100,80,60,40,20,0\nM,1\n")):
+                       ("tavm2ssd.inf", "outside\n[Endurance Remaining]\nM,231,100,80,60,40,20,0\nM,1\n"),
+                       ("options.inf", "clean-text\nunknown\nall\n")):
         with open(os.path.join(directory, name), "w", encoding="utf-8") as written:
             written.write(text)
     printed, why = run("check", "--root", directory, status=1)

@@ -7,7 +7,7 @@
 
 pages=$build/packaging/man
 version=$("$build/bin/tavstrg" --version | sed 's/.* //')
-for page in tavstrg.8 storage.inf.5 noscsi.inf.5 tavm2ssd.inf.5; do
+for page in tavstrg.8 storage.inf.5 noscsi.inf.5 tavm2ssd.inf.5 options.inf.5; do
     same "form of $page" "" "$(groff -man -Tutf8 -ww -z "$pages/$page" 2>&1)"
     grep -q "^\.TH .* \"TAVStorageProvider $version\"" "$pages/$page" || fail "version of $page"
     for section in NAME SYNOPSIS DESCRIPTION EXAMPLES FILES "SEE ALSO"; do
@@ -19,7 +19,7 @@ for page in tavstrg.8 storage.inf.5 noscsi.inf.5 tavm2ssd.inf.5; do
         [ "$name" = smartctl ] || [ -f "$pages/$name.$section" ] || fail "$page names $name($section)"
     done < <(sed -nE 's/^\.BR ([a-z0-9.]+) \(([0-9])\).*/\1 \2/p' "$pages/$page")
 done
-for page in storage.inf.5 noscsi.inf.5 tavm2ssd.inf.5; do
+for page in storage.inf.5 noscsi.inf.5 tavm2ssd.inf.5 options.inf.5; do
     same "sections of $page" ".SH BAD LINES AND BAD FILES
 .SH FORMAT" "$(grep -xE '\.SH (FORMAT|BAD LINES AND BAD FILES)' "$pages/$page" | sort)"
 done

@@ -73,7 +73,7 @@ TEST_F(BadInput, DriverNameAbove64CharactersDoesNotMatch)
     }
 }
 
-TEST_F(BadInput, ADirectoryOrAPipeInPlaceOfStorageInfManagesNothingAndDoesNotHang)
+TEST_F(BadInput, ADirectoryOrFifoAsStorageInfManagesNothing)
 {
     machine_.remove(kStorageInf);
     machine_.makeDirectory(kStorageInf);

@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // The lines of options.inf that cure a fault of the base system, in the provider as it ships: the broken case without
 // the line, the cured case with it alone and with all of them.
+#include "scenarios/clients.h"
+#include "scenarios/killed_starts.h"
 #include "scenarios/monitored.h"
 
+#include <chrono>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <thread>
 
 namespace {
 
@@ -132,6 +136,132 @@ TEST_P(Cures, FirstDevicesAreTakenOver)
     ASSERT_TRUE(steps.pass());
     EXPECT_EQ(agent.alerts().size(), 2U) << "once";
     EXPECT_EQ(scenario::stopThread(*server), 0);
+}
+
+TEST_P(Cures, SegmentsOfKilledProcessesAreRemovedByTheNextStart)
+{
+    constexpr size_t kKills = 6;
+    using scenario::KilledStarts;
+    KilledStarts without("");
+    KilledStarts with(line("stale-segments"));
+    for (size_t kills = 1; kills <= kKills && !HasFailure(); ++kills) {
+        without.killOneThatAnswers();
+        EXPECT_EQ(without.segmentsLeft(), kills * KilledStarts::kSegmentsEach);
+        with.killOneThatAnswers();
+        EXPECT_EQ(with.segmentsLeft(), KilledStarts::kSegmentsEach) << "those of the last one";
+    }
+}
+
+TEST_P(Cures, SegmentsOfKillsAtAnyMomentAreRemovedByTheNextStart)
+{
+    constexpr int kKills = 60;
+    scenario::KilledStarts starts(line("stale-segments"));
+    for (int i = 0; i < kKills; ++i) {
+        starts.killOneAtAnyMoment();
+    }
+    starts.killOneThatAnswers();
+    EXPECT_EQ(starts.segmentsLeft(), scenario::KilledStarts::kSegmentsEach);
+}
+
+// Two providers on one machine: what the first one holds stays when the second one starts, also many times.
+TEST_P(Cures, SegmentsOfALivingProcessAreNeverTouched)
+{
+    const sim::Machine machine(oneDisk("SERIAL").dump());
+    const std::string work = machine.where(scenario::kWork);
+    const std::string options = line("stale-segments");
+    struct Stage {
+        std::atomic<bool> started{false}, others{false};
+    };
+    scenario::Shared<Stage> stage;
+    scenario::Child holder([&] {
+        sim::Machine own(withOptions(oneDisk("SERIAL"), options));
+        own.link(scenario::kWork, work);
+        scenario::Steps steps;
+        Server server(scenario::inServiceMode());
+        EXPECT_TRUE(steps.start(*server));
+        stage->started = true;
+        EXPECT_TRUE(scenario::await([&] { return stage->others.load(); }));
+        EXPECT_THAT(serialNumbers(*server), ElementsAre("SERIAL")) << "read from its segments";
+        EXPECT_TRUE(steps.pass());
+        server->stop();
+        scenario::expectNothingLeft(*server);
+    });
+    ASSERT_TRUE(scenario::await([&] { return stage->started.load(); }));
+    const size_t before = process::segmentsOf(holder.pid()).size();
+    EXPECT_EQ(before, scenario::KilledStarts::kSegmentsEach);
+    for (int start = 0; start < 5; ++start) {
+        scenario::Child other([&] {
+            sim::Machine own(withOptions(oneDisk("SERIAL"), options));
+            own.link(scenario::kWork, work);
+            Server server;
+            EXPECT_THAT(serialNumbers(*server), ElementsAre("SERIAL"));
+        });
+        EXPECT_EQ(other.wait().status, 0);
+        EXPECT_EQ(process::segmentsOf(holder.pid()).size(), before);
+    }
+    stage->others = true;
+    EXPECT_EQ(holder.wait().status, 0);
+}
+
+// Disks that take so long together that a collection is longer than a request waits for the store. The provider's
+// pauses are shortened, so that it waits 30 ms and not three seconds.
+Json slowDisks()
+{
+    Json description = machines::disks(4);
+    machines::forEachDevice(description, [](Json &disk) { disk["delayMs"] = 5; });
+    return description;
+}
+
+TEST_P(Cures, RequestsThatWaitForACollectionAreServedWithFairRequestsOnly)
+{
+    constexpr size_t kClients = 8;
+    sim::Machine machine(withOptions(slowDisks(), ""));
+    Server server;
+    EXPECT_TRUE(server->enumInstances("TAV_StorageHardDisk").ok());
+    sim::shortenSleeps(100);
+    const scenario::ClientsSeen without = scenario::letClientsAsk(*server, kClients, 3, 0);
+    machine.write(kOptionsFile, line("fair-requests"));
+    EXPECT_TRUE(server->enumInstances("TAV_StorageHardDisk").ok()); // reads the options
+    const scenario::ClientsSeen with = scenario::letClientsAsk(*server, kClients, 3, 0);
+    sim::shortenSleeps(1);
+    EXPECT_THAT(without.refusals, testing::Not(IsEmpty()));
+    EXPECT_THAT(with.refusals, IsEmpty());
+    EXPECT_LE(with.collections.back(), 3U);
+    EXPECT_LT(with.collectionsOfAll, with.requests / 2) << "shared with all that arrived meanwhile";
+}
+
+TEST_P(Cures, RequestsDuringTheFirstBuildAreServedWithFairRequestsOnly)
+{
+    for (const bool on : {false, true}) {
+        const sim::Machine machine(withOptions(slowDisks(), on ? line("fair-requests") : ""));
+        Server server;
+        sim::shortenSleeps(100);
+        const scenario::ClientsSeen seen = scenario::letClientsAsk(*server, 4, 1, 0);
+        sim::shortenSleeps(1);
+        EXPECT_EQ(seen.refusals.empty(), on) << testing::PrintToString(seen.refusals);
+    }
+}
+
+// A disk whose answer takes five seconds: meanwhile nothing gets further, and a request behind it is refused after
+// three.
+TEST_P(Cures, RequestsForAStuckStoreAreRefusedWithFairRequestsToo)
+{
+    Json description = oneDisk("SERIAL");
+    sim::Machine machine(withOptions(description, line("fair-requests")));
+    Server server;
+    EXPECT_TRUE(server->enumInstances("TAV_StorageHardDisk").ok());
+    machines::deviceAt(description, 0)["faults"] = {{{"on", "identity"}, {"nth", 1}, {"delayMs", 5000}}};
+    machine.change(withOptions(description, line("fair-requests")));
+    const unsigned before = sim::callsMade(sim::Call::uname);
+    std::thread first([&] { EXPECT_TRUE(server->enumInstances("TAV_StorageHardDisk").ok()); });
+    EXPECT_TRUE(scenario::await([&] { return sim::callsMade(sim::Call::uname) > before; }));
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(server->enumInstances("TAV_StorageHardDisk").ok());
+    const auto waited = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(waited, std::chrono::milliseconds(2900));
+    EXPECT_LT(waited, std::chrono::milliseconds(4900));
+    first.join();
+    EXPECT_TRUE(server->enumInstances("TAV_StorageHardDisk").ok()) << "and works again";
 }
 
 } // namespace

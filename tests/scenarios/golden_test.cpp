@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Golden traces: the provider's answers, trace lines, alerts and device commands on each example machine equal, line by
-// line, the recordings in tests/data/golden. TAV_GOLDEN_UPDATE=1 records again, after an intended change.
+// line, the recordings in tests/data/golden; also with an options.inf that switches nothing on. TAV_GOLDEN_UPDATE=1
+// records again, after an intended change.
 #include "scenarios/monitored.h"
 
 #include <algorithm>
@@ -81,7 +82,7 @@ std::vector<std::string> blocksOf(const std::vector<std::string> &lines)
 // Records one session of a client on a machine.
 class Session {
 public:
-    Session(const std::string &name, bool service)
+    Session(const std::string &name, bool service, const char *options)
         : directory_(std::filesystem::temp_directory_path() /
                      ("tav-golden-" + name + "-" + std::to_string(::getpid()))),
           description_(Json::parse(scenario::exampleMachine(name)))
@@ -91,11 +92,14 @@ public:
         if (!description_.contains("hosts")) {
             description_["hosts"] = Json::array();
         }
+        if (options != nullptr) {
+            description_["files"]["options.inf"] = options;
+        }
         description_["agent"] = {{"libraries", true}, {"libraryDirectory", TAV_BINARY_DIR "/lib/golden"}};
         machine_ = std::make_unique<sim::Machine>(description_.dump());
-        broker::Options options;
-        options.serviceMode = service;
-        server_ = std::make_unique<Server>(options);
+        broker::Options ofBroker;
+        ofBroker.serviceMode = service;
+        server_ = std::make_unique<Server>(ofBroker);
     }
     ~Session()
     {
@@ -239,9 +243,9 @@ private:
     std::vector<std::string> answers_;
 };
 
-std::vector<std::string> requestsOutsideServiceMode(const std::string &name)
+std::vector<std::string> requestsOutsideServiceMode(const std::string &name, const char *options)
 {
-    Session session(name, false);
+    Session session(name, false, options);
     session.enumerateAll();
     session.mark("enumerated");
     for (const char *const key : {"1", "2", "77"}) {
@@ -263,9 +267,9 @@ std::vector<std::string> requestsOutsideServiceMode(const std::string &name)
     return session.take();
 }
 
-std::vector<std::string> passesOfTheThread(const std::string &name)
+std::vector<std::string> passesOfTheThread(const std::string &name, const char *options)
 {
-    Session session(name, true);
+    Session session(name, true, options);
     scenario::Steps steps;
     EXPECT_TRUE(steps.start(session.broker()));
     session.mark("started");
@@ -293,7 +297,7 @@ std::vector<std::string> passesOfTheThread(const std::string &name)
 struct Recording {
     const char *machine;
     const char *kind;
-    std::vector<std::string> (*record)(const std::string &machine);
+    std::vector<std::string> (*record)(const std::string &machine, const char *options);
 };
 
 void PrintTo(const Recording &recording, std::ostream *out)
@@ -321,26 +325,54 @@ std::vector<std::string> readLines(const std::string &path)
     return lines;
 }
 
-class Golden : public testing::TestWithParam<Recording> {};
+// The lines as they are kept: as text, or as checksums where there are too many.
+std::vector<std::string> keptOf(const std::vector<std::string> &lines)
+{
+    return lines.size() > kLongestText ? blocksOf(lines) : lines;
+}
+
+class Golden : public testing::TestWithParam<Recording> {
+protected:
+    static std::string name() { return std::string(GetParam().machine) + "-" + GetParam().kind + ".txt"; }
+
+    // Records with an options file of that text, or without one, and compares. whole: where the complete lines are
+    // kept, for comparison with another revision.
+    static void compare(const char *options, const std::string &whole)
+    {
+        const std::vector<std::string> now = GetParam().record(GetParam().machine, options);
+        ASSERT_GT(now.size(), 100U) << "nothing was traced";
+        writeLines(whole, now);
+        const std::vector<std::string> kept = keptOf(now);
+        const std::vector<std::string> before = readLines(TAV_SOURCE_DIR "/tests/data/golden/" + name());
+        const auto [is, was] = std::mismatch(kept.begin(), kept.end(), before.begin(), before.end());
+        if (is != kept.end() || was != before.end()) {
+            FAIL() << name() << " line " << (is - kept.begin()) + 1
+                   << "\n was: " << (was == before.end() ? "(end)" : *was)
+                   << "\n is:  " << (is == kept.end() ? "(end)" : *is) << "\n whole: " << whole;
+        }
+    }
+};
 
 TEST_P(Golden, AnswersTracesAlertsAndCommandsAreAsRecorded)
 {
-    const Recording &recording = GetParam();
-    const std::string name = std::string(recording.machine) + "-" + recording.kind + ".txt";
-    const std::vector<std::string> now = recording.record(recording.machine);
-    ASSERT_GT(now.size(), 100U) << "nothing was traced";
-    writeLines(TAV_BINARY_DIR "/golden/" + name, now); // complete, for comparison with another revision
-    const std::vector<std::string> kept = now.size() > kLongestText ? blocksOf(now) : now;
-    const std::string path = TAV_SOURCE_DIR "/tests/data/golden/" + name;
     if (std::getenv("TAV_GOLDEN_UPDATE") != nullptr) {
-        writeLines(path, kept);
+        writeLines(TAV_SOURCE_DIR "/tests/data/golden/" + name(),
+                   keptOf(GetParam().record(GetParam().machine, nullptr)));
         return;
     }
-    const std::vector<std::string> before = readLines(path);
-    const auto [is, was] = std::mismatch(kept.begin(), kept.end(), before.begin(), before.end());
-    if (is != kept.end() || was != before.end()) {
-        FAIL() << name << " line " << (is - kept.begin()) + 1 << "\n was: " << (was == before.end() ? "(end)" : *was)
-               << "\n is:  " << (is == kept.end() ? "(end)" : *is) << "\n whole: " << TAV_BINARY_DIR "/golden/" << name;
+    compare(nullptr, TAV_BINARY_DIR "/golden/" + name());
+}
+
+TEST_P(Golden, OptionsFileThatSwitchesNothingOnChangesNothing)
+{
+    const std::pair<const char *, const char *> texts[] = {
+        {"empty", ""},
+        {"comments", "# kernel-release\n\n  #all\n#disk-names # on\n"},
+        {"mark", "\xEF\xBB\xBF\n"},
+    };
+    for (const auto &[what, text] : texts) {
+        SCOPED_TRACE(what);
+        compare(text, std::string(TAV_BINARY_DIR "/golden/options-") + what + "/" + name());
     }
 }
 

@@ -63,14 +63,17 @@ std::map<std::string, Cost> costs()
     return all;
 }
 
-TEST(Idle, NoThreadWakesBetweenTwoPasses)
+class Idle : public testing::TestWithParam<const char *> {};
+
+TEST_P(Idle, NoThreadWakesBetweenTwoPasses)
 {
     sim::Machine machine(scenario::exampleMachine("workstation"));
+    machine.write("/opt/qlm/tavkit_sa/data/options.inf", GetParam());
     Server server(scenario::inServiceMode());
     ASSERT_EQ(scenario::startThread(*server), 0);
     ASSERT_TRUE(server->enumInstances("TAV_StorageHardDisk").ok());
     std::map<std::string, Cost> before;
-    for (int quiet = 0; quiet < 5;) { // until the first pass is over: half a second without activity
+    for (int quiet = 0; quiet < 10;) { // until the first passes are over: a second without activity
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
         std::map<std::string, Cost> now = costs();
         quiet = now == before ? quiet + 1 : 0;
@@ -83,5 +86,8 @@ TEST(Idle, NoThreadWakesBetweenTwoPasses)
     EXPECT_EQ(scenario::stopThread(*server), 0);
     EXPECT_EQ(costs().size(), 0U);
 }
+
+INSTANTIATE_TEST_SUITE_P(Options, Idle, testing::Values("", "uevents\n"),
+                         [](const auto &testInfo) { return testInfo.param[0] == '\0' ? "None" : "Uevents"; });
 
 } // namespace

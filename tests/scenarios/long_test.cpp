@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Long runs: memory, descriptors and segments do not grow, and each disk is left in its original state.
+#include "scenarios/clients.h"
+#include "scenarios/killed_starts.h"
 #include "scenarios/monitored.h"
 
 #include <array>
@@ -96,6 +98,39 @@ TEST(Long, TenThousandPassesDoNotGrow)
     expectNoGrowth(holdingNow(), afterFirst, kMorePages);
     server->stop();
     scenario::expectNothingLeft(*server);
+}
+
+// More kills than the kernel has room for: without the line, starts fail after some 800.
+TEST(Long, FiveThousandKillsAndStartsGoOn)
+{
+    constexpr int kKills = 5000;
+    constexpr int kEach = 50;
+    scenario::KilledStarts starts("stale-segments\n");
+    for (int i = 1; i <= kKills && !HasFailure(); ++i) {
+        if (i % kEach != 0) {
+            starts.killOneAtAnyMoment();
+            continue;
+        }
+        starts.killOneThatAnswers();
+        EXPECT_EQ(starts.segmentsLeft(), scenario::KilledStarts::kSegmentsEach) << "after " << i << " kills";
+    }
+}
+
+TEST(Long, SixteenClientsForAMinuteAreAllServedInTurn)
+{
+    constexpr size_t kClients = 16;
+    constexpr size_t kDisks = 128;
+    json description = machines::disks(kDisks);
+    description["files"]["options.inf"] = "fair-requests\n";
+    sim::Machine machine(description.dump());
+    Server server;
+    const scenario::ClientsSeen seen = scenario::letClientsAsk(*server, kClients, 1, 60);
+    EXPECT_THAT(seen.refusals, testing::IsEmpty());
+    ASSERT_GT(seen.requests, 4 * kClients);
+    EXPECT_LE(seen.collections[seen.requests * 99 / 100], 3U);
+    RecordProperty("requests", static_cast<int>(seen.requests));
+    RecordProperty("collections", static_cast<int>(seen.collectionsOfAll));
+    RecordProperty("most", static_cast<int>(seen.collections.back()));
 }
 
 // ---- a day of a machine with all kinds of disks and frequent faults ----

@@ -110,11 +110,20 @@ Agent::~Agent()
 std::vector<std::string> Agent::alerts() const
 {
     std::vector<std::string> ids;
-    std::istringstream lines(contentOf(directory_ + "/alerts"));
-    for (std::string line; std::getline(lines, line);) {
-        ids.push_back(nlohmann::json::parse(line)["eventId"]);
+    for (const nlohmann::json &alert : alertLines()) {
+        ids.push_back(alert["eventId"]);
     }
     return ids;
+}
+
+std::vector<nlohmann::json> Agent::alertLines() const
+{
+    std::vector<nlohmann::json> alerts;
+    std::istringstream lines(contentOf(directory_ + "/alerts"));
+    for (std::string line; std::getline(lines, line);) {
+        alerts.push_back(nlohmann::json::parse(line));
+    }
+    return alerts;
 }
 
 bool Agent::traced(const std::string &text) const

@@ -51,6 +51,7 @@ public:
     Agent(const Agent &) = delete;
     Agent &operator=(const Agent &) = delete;
     std::vector<std::string> alerts() const; // the ids of their events, in order
+    std::vector<nlohmann::json> alertLines() const;
     bool traced(const std::string &text) const;
     void forget();
 

@@ -180,7 +180,7 @@ private:
         return take().text;
     }
 
-    // A number, or a string; strings that follow one another are one.
+    // A number or a string; adjacent strings are one.
     std::string value()
     {
         const bool number =
@@ -199,7 +199,7 @@ private:
         return value;
     }
 
-    // What follows an opening brace.
+    // The part after an opening brace.
     Values array()
     {
         Values found{value()};

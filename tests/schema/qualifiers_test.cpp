@@ -69,7 +69,7 @@ TEST(Qualifiers, AreThoseOfTheStandardSchema)
 }
 
 // A new number is put where it belongs before this passes.
-TEST(Qualifiers, EveryNumberHasItsUnitOrItsValuesOrIsACountOrAnAddress)
+TEST(Qualifiers, EveryNumberHasAUnitOrValuesOrIsACountOrAddress)
 {
     const std::map<std::string, std::string> units = {
         {"TAV_StorageConfig.MonitorCycle", "Seconds"},    {"TAV_StorageConfig.MonitorCycleMin", "Seconds"},

@@ -54,7 +54,7 @@ TEST(SfcbRegistration, HasASectionForEachClass)
     EXPECT_THAT(names, testing::UnorderedElementsAreArray(classNames()));
 }
 
-TEST(SfcbRegistration, EveryClassIsServedAsInstancesAndMethodsByTheOneSharedObject)
+TEST(SfcbRegistration, OneSharedObjectServesEveryClass)
 {
     const std::map<std::string, std::string> entries = {{"provider", "TAVStorageProvider"},
                                                         {"location", "TAVStorageProvider"},

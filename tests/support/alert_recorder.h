@@ -5,6 +5,7 @@
 #include "runtime/send_alert.h"
 #include "runtime/trace.h"
 
+#include <algorithm>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -19,7 +20,7 @@ struct AlertRecord {
     uint32_t eventId;
     int32_t eventType;
     int32_t numOfStrings;
-    std::vector<std::string> strings; // three; "NULL" for a null pointer
+    std::vector<std::string> strings; // at least three; "NULL" for a null pointer
 
     bool operator==(const AlertRecord &) const = default;
 };
@@ -58,7 +59,7 @@ private:
     {
         AlertRecord record = {info.version,      info.method, info.sourceName, info.eventID, info.eventType,
                               info.numOfStrings, {}};
-        for (int i = 0; info.strings != nullptr && i < 3; ++i) {
+        for (int i = 0; info.strings != nullptr && i < std::max(3, info.numOfStrings); ++i) {
             record.strings.emplace_back(info.strings[i] == nullptr ? "NULL" : info.strings[i]);
         }
         if (current->onReceipt) {

@@ -54,7 +54,7 @@ protected:
     }
     ~History() override { g_collect = nullptr; }
 
-    // A store as a first collection builds it: levels and states are reported by the first pass.
+    // A store as the first collection builds it: the first pass reports levels and states.
     void build(const Snapshot &snapshot, int16_t smartMode = 1)
     {
         for (DatInfo &dat : instSt) {
@@ -72,7 +72,7 @@ protected:
         publish();
     }
 
-    // The store as the provider finds it after it was stopped and started.
+    // The store after the provider was stopped and started.
     void restart()
     {
         ASSERT_EQ(strgFreeInstance(&cInfo), 0);
@@ -103,7 +103,7 @@ protected:
         return passWith([&](DatInfo *descriptors) { fillSnapshot(descriptors, snapshot); });
     }
 
-    // The alerts that were sent, shortly: "config", "smart 2", "level 3 of 1".
+    // The alerts that were sent, in short form: "config", "smart 2", "level 3 of 1".
     std::vector<std::string> sent()
     {
         std::vector<std::string> words;

@@ -166,7 +166,7 @@ protected:
         const std::string text = std::to_string(index) + " " + field.name;
         return text.substr(0, field.size - 1u);
     }
-    // Negative in signed fields: a sign that gets lost shows.
+    // Negative in signed fields, so that a lost sign is detected.
     static int64_t numberOf(const FieldDesc &field, int index)
     {
         return field.type == CMPI_sint16 ? -index - field.offset : 1000 * index + field.offset;

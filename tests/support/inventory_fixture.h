@@ -4,6 +4,8 @@
 
 #include "collect/collection/collection.h"
 #include "collect/collector.h"
+#include "collect/devices/last_values.h"
+#include "devcmd/open_device.h"
 #include "devcmd/smart/smart_watch.h"
 #include "devcmd/transport/transport.h"
 #include "endurance/endurance.h"
@@ -33,12 +35,14 @@ protected:
         collected_.reset();
         machine_.reset();
         takeOptions(); // no file any more: nothing is on
+        g_nodeUse = NodeUse::kAsAsked;
     }
 
     void boot(json machine)
     {
         collected_.reset();
         machine_.reset();
+        g_lastValues.clear(); // as in a new process
         machine_ = std::make_unique<sim::Machine>(machine.dump());
     }
     // Takes an inventory with these lines in options.inf, or without the file: 0, or -1.

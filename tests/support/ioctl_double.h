@@ -70,7 +70,7 @@ struct BlockDisk {
     int heads = 0;
     int sectors = 0;
     int cylinders = 0;
-    // HDIO_GETGEO fails for the first so many times.
+    // Number of times that HDIO_GETGEO fails first.
     int failingGeometries = 0;
 
     int answer(unsigned long request, void *argument);

@@ -61,7 +61,7 @@ public:
         relink();
         return device;
     }
-    // Makes what was built by hand what discovery found.
+    // Uses the lists that the test built as the result of discovery.
     void use()
     {
         all.g_SCSIDeviceInfo = scsi_.empty() ? nullptr : &scsi_.front();

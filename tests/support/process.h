@@ -52,7 +52,7 @@ public:
     // Throws std::runtime_error if the program cannot be run.
     explicit Process(const Command &command);
     // Runs work in a fork of this process, which must have one thread, and ends with the status that work returns,
-    // without the clean-up of an ordinary end. Throws std::runtime_error if there can be no further process.
+    // without the clean-up of an ordinary end. Throws std::runtime_error if no process can be created.
     explicit Process(const std::function<int()> &work);
     ~Process(); // kills it if wait() was not called
     Process(const Process &) = delete;

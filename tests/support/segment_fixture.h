@@ -28,8 +28,8 @@ protected:
         setSegment(shm, {id, num, nullptr}, false);
     }
 
-    // In service mode, the segment's lock is somebody else's again when the product gives it back: it does what it does
-    // with the segment, and then cannot unlock.
+    // In service mode, another thread holds the segment's lock when the product unlocks it: the work on the segment is
+    // done, and the unlock fails.
     void loseTheLock()
     {
         pthread_mutexattr_t checking;

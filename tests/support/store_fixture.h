@@ -81,7 +81,7 @@ protected:
 
     // Segments that this process created and did not remove.
     static int segments() { return static_cast<int>(process::segmentsOf(::getpid(), 0).size()); }
-    // For tests that make a removal fail: nothing but the test can remove such a segment.
+    // For tests that make a removal fail: only the test can remove such a segment.
     static void removeSegments() { process::removeSegmentsOf(::getpid(), 0); }
 
     sim::Machine machine;

@@ -48,7 +48,8 @@ void scanHost(int host);
 // Disks of the kernel's simulated SCSI host adapter, which is never managed.
 void addSimulatedDisks(int number);
 
-// The phase of the monitoring thread.
+// The phase of the monitoring thread, and that of the kernel's events.
 void monitoring();
+void hotplug();
 
 } // namespace vm

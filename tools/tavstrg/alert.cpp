@@ -22,7 +22,7 @@ struct Event {
     const char *words;
     int level; // of remaining endurance; 0: the event is about something else
 };
-constexpr std::array<Event, 7> kEvents = {{
+constexpr std::array<Event, 13> kEvents = {{
     {0x400407D0, "configurationChange", "storage configuration changed", 0},
     {0x800403E9, "smartError", "SMART predicts failure", 0},
     {0xC0040450, "lifeSpan", "life span now ", 1},
@@ -30,6 +30,12 @@ constexpr std::array<Event, 7> kEvents = {{
     {0x8004044E, "lifeSpan", "life span now ", 3},
     {0x4004044D, "lifeSpan", "life span now ", 4},
     {0x4004044C, "lifeSpan", "life span now ", 5},
+    {0x40040834, "diskAdded", "disk added", 0},
+    {0x80040835, "diskRemoved", "disk removed", 0},
+    {0x40040836, "diskReplaced", "disk replaced", 0},
+    {0x80040837, "diskFailing", "disk predicts failure", 0},
+    {0xC0040838, "diskUnreadable", "disk state unreadable", 0},
+    {0x40040839, "diskReadable", "disk state readable again", 0},
 }};
 
 struct Severity {
@@ -42,7 +48,11 @@ constexpr std::array<Severity, 3> kSeverities = {
 constexpr Severity kUnknownSeverity = {0, "unknown", Mark::warning};
 constexpr size_t kSeverityWidth = 11; // of the longest word
 
-// The disk that an alert's two strings describe.
+// Insertion strings that describe a disk. An event about a single disk has more: its serial number and others, and the
+// disk may be gone.
+constexpr size_t kDiskStrings = 2;
+
+// The disk that an alert's first strings describe.
 struct Disk {
     unsigned device = 0; // Index of its SCSI device
     std::string name;    // vendor, model and firmware revision as far as known
@@ -105,7 +115,7 @@ bool takeIdeAddress(std::string_view text, Disk &disk)
 
 std::optional<Disk> diskOf(const Alert &alert)
 {
-    if (alert.strings.size() != 2) {
+    if (alert.strings.size() < kDiskStrings) {
         return std::nullopt;
     }
     Disk disk;
@@ -156,7 +166,11 @@ std::string alertWords(const Alert &alert)
         words += lifeSpanWords(event->level);
     }
     if (const std::optional<Disk> disk = diskOf(alert)) {
-        return words + ": " + diskWords(*disk, alert.device ? placeWords(*alert.device) : "");
+        words += ": " + diskWords(*disk, alert.device ? placeWords(*alert.device) : "");
+        for (size_t i = kDiskStrings; i < alert.strings.size(); ++i) {
+            words += (i == kDiskStrings ? "; " : ", ") + printable(alert.strings[i]);
+        }
+        return words;
     }
     if (alert.changes) {
         return words + (alert.changes->empty() ? "" : ": " + changeWords(*alert.changes));
@@ -270,13 +284,13 @@ bool isConfigurationChange(const Alert &alert)
 
 bool isAboutADisk(const Alert &alert)
 {
-    return diskOf(alert).has_value();
+    return alert.strings.size() == kDiskStrings && diskOf(alert).has_value();
 }
 
 bool addDevice(Alert &alert, const Inventory &inventory)
 {
     const std::optional<Disk> disk = diskOf(alert);
-    if (!disk) {
+    if (!disk || !isAboutADisk(alert)) {
         return false;
     }
     const auto consider = [&alert, &disk](const std::vector<Device> &devices) {

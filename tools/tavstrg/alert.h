@@ -28,6 +28,7 @@ struct Alert {
 std::optional<Alert> parseAlert(const std::string &line);
 
 bool isConfigurationChange(const Alert &alert);
+// Whether a disk of the inventory is meant; an event about a single disk describes it itself, and it may be gone.
 bool isAboutADisk(const Alert &alert);
 
 // Adds the alert's device as the inventory has it: same interface, number and name. False when it has none, as may be

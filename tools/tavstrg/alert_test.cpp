@@ -78,6 +78,17 @@ INSTANTIATE_TEST_SUITE_P(
                   {"Address(Controller-Bus-ID-LUN) : 2-0-0-0", "Hard Disk[1] : ATA M2 F"},
                   "warning      life span now level 2 of 5, little endurance left: ATA M2 F (SCSI device 1, controller "
                   "2, 0:0:0)"},
+        WordsCase{0x40040836,
+                  4,
+                  {"Address(Controller-Bus-ID-LUN) : 2-0-0-0", "Hard Disk[1] : ATA M F", "Serial Number : NEW",
+                   "Kernel Name : sda", "Event : 7", "Replaced Serial Number : OLD"},
+                  "information  disk replaced: ATA M F (SCSI device 1, controller 2, 0:0:0); Serial Number : NEW, "
+                  "Kernel Name : sda, Event : 7, Replaced Serial Number : OLD"},
+        WordsCase{0x40040834, 4, {}, "information  disk added"},
+        WordsCase{0x80040835, 2, {}, "warning      disk removed"},
+        WordsCase{0x80040837, 2, {}, "warning      disk predicts failure"},
+        WordsCase{0xC0040838, 1, {}, "error        disk state unreadable"},
+        WordsCase{0x40040839, 4, {}, "information  disk state readable again"},
         WordsCase{0x12345678, 3, {"one", "two\x1b"}, "unknown      event 0x12345678: one, two\\x1b"},
         WordsCase{0x800403E9,
                   2,

@@ -2,6 +2,7 @@
 #include "tavstrg/arguments.h"
 
 #include "tavstrg/catalogue.h"
+#include "tavstrg/disk_columns.h"
 #include "tavstrg/nearest.h"
 #include "tavstrg/words.h"
 
@@ -38,7 +39,7 @@ constexpr const char *kFooter = "\nExamples:\n"
                                 "without instances, a provider that does not load or a\n"
                                 "machine file that cannot be read; 2 on wrong usage. A failure is reported on\n"
                                 "standard error in one line. A disk that predicts its failure is an answer, not a\n"
-                                "failure: it does not change the status.\n";
+                                "failure: it does not change the status, except that of health.\n";
 constexpr const char *kClassFooter =
     "\nA CLASS may be given short and in any case: HardDisk for TAV_StorageHardDisk.\n";
 
@@ -74,6 +75,11 @@ struct RawArguments {
     CLI::App *check = nullptr;
     CLI::App *metrics = nullptr;
     CLI::App *dumpState = nullptr;
+    CLI::App *disks = nullptr;
+    CLI::App *disk = nullptr;
+    CLI::App *health = nullptr;
+    std::string columns;
+    bool noHeader = false;
     std::string colour;
 };
 
@@ -146,10 +152,10 @@ void describeCheck(CLI::App &app, RawArguments &raw)
     raw.check = app.add_subcommand("check", "Check the administrator's files, and this machine");
     raw.check->add_option("--root", raw.arguments.root, "Check the files of DIR, not the installed ones")
         ->type_name("DIR");
-    raw.check->footer("\nChecked are storage.inf, noscsi.inf and tavm2ssd.inf in the data directory of\n"
-                      "the agent, of the simulated machine (--machine), or of DIR (--root): in\n"
-                      "DIR/data, or in DIR itself where it has no data. Accepted lines and notes go\n"
-                      "to standard output, skipped lines to standard error, each as\n"
+    raw.check->footer("\nChecked are storage.inf, noscsi.inf, tavm2ssd.inf and options.inf in the data\n"
+                      "directory of the agent, of the simulated machine (--machine), or of DIR\n"
+                      "(--root): in DIR/data, or in DIR itself where it has no data. Accepted lines\n"
+                      "and notes go to standard output, skipped lines to standard error, each as\n"
                       "FILE:LINE: text; --json prints all of them. A file may be absent.\n"
                       "Without --root the machine is checked too: its kernel release, the agent's\n"
                       "directories, its drivers, and whether its managed disks answer.\n"
@@ -178,8 +184,52 @@ void describeDumpState(CLI::App &app, RawArguments &raw)
                           "damaged; the exit status is then 1.\n");
 }
 
+// The names of all columns, in lines of the help.
+std::string columnLines()
+{
+    std::string lines;
+    std::string line = "\nColumns:";
+    for (const std::string &name : diskColumnNames()) {
+        if (line.size() + 1 + name.size() > 79) {
+            lines += line + "\n";
+            line.clear();
+        }
+        line += (line.empty() ? "" : " ") + name;
+    }
+    return lines + line + "\n";
+}
+
+void describeDisks(CLI::App &app, RawArguments &raw)
+{
+    Arguments &arguments = raw.arguments;
+    raw.disks = app.add_subcommand("disks", "List every disk, whatever its bus");
+    raw.disks->add_option("-o,--columns", raw.columns, "Columns to print, separated by commas")
+        ->type_name("COLUMN,...");
+    raw.disks->add_option("--sort", arguments.sort, "Sort by a column")->type_name("COLUMN");
+    raw.disks->add_flag("--failing", arguments.failing, "Only disks that need attention");
+    raw.disks->add_flag("--no-header", raw.noHeader, "Neither the line of names nor what follows the table");
+    raw.disks->add_flag("--csv", arguments.csv, "Print CSV; sizes are bytes, times seconds since 1970");
+    raw.disks->add_flag("-w,--wide", arguments.wide, "More columns: 120 characters instead of 80");
+    raw.disks->footer("\nSATA, SAS, USB, NVMe, virtio and MMC disks alike, each once, however many paths it\n"
+                      "has. Needs no agent and no broker; asking the disks needs root. A disk that sleeps\n"
+                      "is left asleep, nothing is changed. A disk that needs attention is marked !, one\n"
+                      "that fails or does not answer !!.\n" +
+                      columnLines());
+    raw.disk = app.add_subcommand("disk", "Print everything about one disk");
+    raw.disk->add_option("ID", arguments.disk, "Its ID, node or serial number")->required()->type_name("");
+    raw.disk->footer("\nExample: tavstrg disk /dev/sda\n");
+    raw.health = app.add_subcommand("health", "Name the disks that need attention");
+    for (CLI::App *command : {raw.disks, raw.disk, raw.health}) {
+        command->add_option("--book", arguments.book, "Remember the disks in FILE, and say what changed")
+            ->type_name("FILE");
+    }
+    raw.health->footer("\nExit status: 0 if no disk needs attention, 3 if one warns, 4 if one fails or does\n"
+                       "not answer; 1 if the disks could not be asked, 2 on wrong usage.\n");
+}
+
 void describeCommands(CLI::App &app, RawArguments &raw)
 {
+    describeDisks(app, raw);
     describeAsking(app, raw);
     describeWatch(app, raw);
     describeCheck(app, raw);
@@ -213,6 +263,15 @@ Command commandOf(const RawArguments &raw)
     if (raw.dumpState->parsed()) {
         return Command::dumpState;
     }
+    if (raw.disks->parsed()) {
+        return Command::disks;
+    }
+    if (raw.disk->parsed()) {
+        return Command::disk;
+    }
+    if (raw.health->parsed()) {
+        return Command::health;
+    }
     return raw.call->parsed() ? Command::call : Command::classes;
 }
 
@@ -230,6 +289,26 @@ void splitAssignments(const std::vector<std::string> &assignments, Arguments &ar
         }
         arguments.methodArguments.push_back({assignment.substr(0, equals), assignment.substr(equals + 1)});
     }
+}
+
+const std::string &knownColumn(const std::string &name)
+{
+    if (findDiskColumn(name) == nullptr) {
+        throw UsageError("unknown column " + inQuotes(name) + meant(nearest(name, diskColumnNames())));
+    }
+    return name;
+}
+
+void takeColumns(const RawArguments &raw, Arguments &arguments)
+{
+    std::istringstream names(raw.columns);
+    for (std::string name; std::getline(names, name, ',');) {
+        arguments.columns.push_back(knownColumn(name));
+    }
+    if (!arguments.sort.empty()) {
+        knownColumn(arguments.sort);
+    }
+    arguments.header = !raw.noHeader;
 }
 
 std::string rangeWords(const NumberRange &range)
@@ -390,6 +469,12 @@ const char *commandName(Command command)
         return "metrics";
     case Command::dumpState:
         return "dump-state";
+    case Command::disks:
+        return "disks";
+    case Command::disk:
+        return "disk";
+    case Command::health:
+        return "health";
     default:
         return "show";
     }
@@ -413,6 +498,7 @@ Parsed parseArguments(int argc, const char *const *argv)
             arguments.index = raw.index;
         }
         splitAssignments(raw.assignments, arguments);
+        takeColumns(raw, arguments);
         arguments.colour = colourOf(raw.colour);
         checkTogether(app, arguments);
         const bool named = arguments.command == Command::enumerate || arguments.command == Command::get ||

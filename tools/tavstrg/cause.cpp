@@ -228,7 +228,8 @@ std::string diskRemedy(const std::string &vendor, const std::string &model)
 
 std::string releaseRemedy()
 {
-    return "boot a kernel whose release is numbers and dots, then at most \"-\" and more, such as 6.1.0-18-amd64";
+    return "switch on kernel-release in options.inf, or boot a kernel whose release is numbers and dots, then at most "
+           "\"-\" and more, such as 6.1.0-18-amd64";
 }
 
 } // namespace tool

@@ -9,6 +9,7 @@
 #include "collect/inf/noscsi_inf.h"
 #include "collect/inf/storage_inf.h"
 #include "endurance/endurance_parse.h"
+#include "runtime/options.h"
 
 #include <cerrno>
 #include <cstring>
@@ -34,6 +35,8 @@ struct FileKind {
 constexpr const char *kCollectionFails = "the inventory fails";
 constexpr const char *kNothingManaged = "no SCSI host adapter is managed";
 constexpr const char *kNothingExcluded = "no disk is excluded";
+constexpr const char *kNothingOn = "nothing beyond the base system is on";
+constexpr const char *kOptionsStay = "the options stay as they were, at a start all off";
 constexpr const char *kNothingCovered = "no drive has a life span";
 
 constexpr FileKind kKinds[] = {
@@ -41,6 +44,7 @@ constexpr FileKind kKinds[] = {
     {kNoScsiInf, kMaxInfFileSize, checkNoScsi, true, kNothingExcluded, kNothingExcluded, kCollectionFails},
     {kM2SSDFileName, kMaxM2SSDLines *kM2SSDLineBuffer, checkEndurance, false, kNothingCovered, nullptr,
      kNothingCovered},
+    {kOptionsInf, kMaxOptionsSize, checkOptions, true, kNothingOn, kOptionsStay, kOptionsStay},
 };
 
 std::string pathOf(const FileKind &kind, const std::string &directory)
@@ -121,6 +125,7 @@ Outcome check(const Arguments &arguments, const TextStyle &style)
     std::vector<CheckedFile> files = checkFiles(arguments.root);
     std::vector<MachineFinding> machine;
     if (arguments.root.empty()) { // else the files are for other machines
+        takeOptions();            // the machine is checked as a collection would find it
         compareDrivers(adapterDrivers(), files.front().lines);
         machine = checkMachine(!arguments.machine.empty());
     }

@@ -19,7 +19,7 @@ struct CheckedFile {
     std::vector<CheckedLine> lines; // those for the whole file have line 0
 };
 
-// The three files, as the provider would read them: below the agent's root, or in DIR/data or, where there is none, in
+// The four files, as the provider would read them: below the agent's root, or in DIR/data or, where there is none, in
 // DIR itself. Throws Failure when DIR is no directory.
 std::vector<CheckedFile> checkFiles(const std::string &root);
 

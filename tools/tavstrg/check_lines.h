@@ -28,5 +28,6 @@ struct CheckedLine {
 std::vector<CheckedLine> checkStorage(std::string_view text);
 std::vector<CheckedLine> checkNoScsi(std::string_view text);
 std::vector<CheckedLine> checkEndurance(std::string_view text);
+std::vector<CheckedLine> checkOptions(std::string_view text);
 
 } // namespace tool

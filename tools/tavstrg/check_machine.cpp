@@ -12,9 +12,9 @@
 #include "collect/devices/disk_names.h"
 #include "collect/devices/serial_number.h"
 #include "collect/inf/storage_inf.h"
+#include "collect/scsi/kernel_rules.h"
 #include "collect/scsi/scsi_discovery.h"
 #include "collect/scsi/scsi_parse.h"
-#include "devcmd/kernel/kernel_version.h"
 
 #include <dirent.h>
 #include <sys/stat.h>
@@ -33,7 +33,6 @@ namespace {
 
 constexpr const char *kAgentRoot = "/opt/qlm/tavkit_sa";
 constexpr const char *kHosts = "/sys/class/scsi_host";
-constexpr const char *kOldestWithSgIo = "2.6.9"; // what the collector compares the release with
 constexpr int kNotComparable = -2;
 
 using Findings = std::vector<MachineFinding>;
@@ -42,12 +41,12 @@ void checkRelease(Findings &findings)
 {
     const std::string release = kernelRelease();
     const std::string named = "kernel release " + printable(release);
-    if (CmpVersion(release.c_str(), kOldestWithSgIo) == kNotComparable) {
+    if (kernelRules().orderOfTransport(release.c_str()) == kNotComparable) {
         findings.push_back({true, named + ": refused, so every collection fails; " + releaseRemedy()});
-    } else if (interfaceOfRelease(release) == kInterfaceProcfs && access(kHosts, F_OK) == 0) {
+    } else if (kernelRules().interfaceOf(release) == kInterfaceProcfs && access(kHosts, F_OK) == 0) {
         findings.push_back({true, named +
                                       ": read as older than 2.6, so devices are looked for in /proc/scsi and not in "
-                                      "/sys: the inventory lacks them"});
+                                      "/sys: the inventory lacks them; switch on kernel-release in options.inf"});
     }
 }
 

@@ -5,6 +5,7 @@
 #include "tavstrg/failure.h"
 
 #include "endurance/endurance_parse.h"
+#include "runtime/options.h"
 #include "sim/sim.h"
 
 #include <gmock/gmock.h>
@@ -266,7 +267,8 @@ TEST_F(CheckFiles, AbsentFilesAreNotesAndNoProblem)
     const std::string at = directory_.string() + "/";
     EXPECT_EQ(checkedText(files), at + "storage.inf: note: absent: no SCSI host adapter is managed\n" + at +
                                       "noscsi.inf: note: absent: no disk is excluded\n" + at +
-                                      "tavm2ssd.inf: note: absent: no drive has a life span\n");
+                                      "tavm2ssd.inf: note: absent: no drive has a life span\n" + at +
+                                      "options.inf: note: absent: nothing beyond the base system is on\n");
 }
 
 TEST_F(CheckFiles, FilesOfMoreThan65536BytesAreAProblem)
@@ -302,7 +304,44 @@ TEST_F(CheckFiles, WithoutRootTheAgentsOwnAreChecked)
     }
     EXPECT_THAT(paths,
                 ElementsAre("/opt/qlm/tavkit_sa/other/data/storage.inf", "/opt/qlm/tavkit_sa/other/data/noscsi.inf",
-                            "/opt/qlm/tavkit_sa/data/tavm2ssd.inf")); // its root is fixed
+                            "/opt/qlm/tavkit_sa/data/tavm2ssd.inf", // its root is fixed
+                            "/opt/qlm/tavkit_sa/other/data/options.inf"));
+}
+
+TEST(CheckOptions, NamesWhatEachLineSwitchesOn)
+{
+    EXPECT_EQ(
+        reported(checkOptions("# a comment\n\n  clean-text # on\nclaen-text\nx\n")),
+        (Reported{"3 accepted: option clean-text", "4 skipped: unknown option \"claen-text\"; did you mean clean-text?",
+                  "5 skipped: unknown option \"x\""}));
+    const std::vector<CheckedLine> all = checkOptions("\xEF\xBB\xBF"
+                                                      "all");
+    ASSERT_EQ(all.size(), 1U);
+    EXPECT_THAT(all[0].text, testing::StartsWith("options kernel-release, disk-identity, "));
+    EXPECT_EQ(all[0].meaning["options"].size(), std::size(kOptionNames));
+    EXPECT_EQ(reported(checkOptions(std::string_view("uevents\n\0clean-text\n", 20))),
+              (Reported{"1 accepted: option uevents", "2 skipped: a NUL byte: nothing behind it is read"}));
+}
+
+TEST_F(CheckFiles, OptionsThatAreNotReadAreAProblem)
+{
+    const std::string path = write("options.inf", std::string(kMaxOptionsSize + 1, '#'));
+    EXPECT_EQ(problems(directory_), path + ": skipped: larger than 65536 bytes: the options stay as they were, at a "
+                                           "start all off");
+    fs::remove(path);
+    fs::create_directory(path);
+    EXPECT_EQ(problems(directory_),
+              path + ": skipped: not a regular file: the options stay as they were, at a start all off");
+}
+
+TEST_F(CheckFiles, TheMachineIsCheckedWithItsOptions)
+{
+    const std::string machine =
+        write("machine.json", R"({"kernel": "6.9.7_1", "files": {"options.inf": "kernel-release\nnonsense\n"}})");
+    const Finished finished = run({"check", "--machine", machine});
+    EXPECT_EQ(finished.status, 1);
+    EXPECT_EQ(finished.err, "tavstrg: /opt/qlm/tavkit_sa/data/options.inf:2: skipped: unknown option \"nonsense\"\n");
+    EXPECT_THAT(finished.out, HasSubstr("/opt/qlm/tavkit_sa/data/options.inf:1: accepted: option kernel-release\n"));
 }
 
 TEST_F(CheckFiles, TheToolExitsWith1AndNamesFileLineAndReason)
@@ -315,7 +354,8 @@ TEST_F(CheckFiles, TheToolExitsWith1AndNamesFileLineAndReason)
                                 "tavstrg: " + noScsi + ":1: skipped: has no key \"Model\"\n");
     EXPECT_EQ(finished.out, storage + ":1: accepted: driver \"ahci\"\n" + storage + ": 1 line accepted, 1 skipped\n" +
                                 noScsi + ": 0 lines accepted, 1 skipped\n" + directory_.string() +
-                                "/tavm2ssd.inf: note: absent: no drive has a life span\n");
+                                "/tavm2ssd.inf: note: absent: no drive has a life span\n" + directory_.string() +
+                                "/options.inf: note: absent: nothing beyond the base system is on\n");
 }
 
 TEST_F(CheckFiles, TheToolExitsWith0WhenAllIsAccepted)
@@ -328,7 +368,7 @@ TEST_F(CheckFiles, TheToolExitsWith0WhenAllIsAccepted)
     const json document = json::parse(finished.out);
     EXPECT_EQ(document["formatVersion"], 1);
     const json &files = document["files"];
-    ASSERT_EQ(files.size(), 3U);
+    ASSERT_EQ(files.size(), 4U);
     EXPECT_EQ(files[0]["name"], "storage.inf");
     EXPECT_EQ(files[0]["state"], "read");
     EXPECT_EQ(files[0]["accepted"], 1);
@@ -402,7 +442,8 @@ TEST(CheckMachine, FindsWhatWouldFailEveryCollection)
                 testing::IsEmpty());
     EXPECT_THAT(findingsOf(R"({"kernel": "6.12.117+deb12-amd64"})"),
                 ElementsAre(testing::StartsWith("problem: kernel release 6.12.117+deb12-amd64: refused, so every "
-                                                "collection fails; boot a kernel whose release is")));
+                                                "collection fails; switch on kernel-release in options.inf, or boot a "
+                                                "kernel whose release is")));
     EXPECT_THAT(findingsOf(R"({"kernel": "1.0.0", "hosts": [{"driver": "ahci"}]})"), testing::IsEmpty());
     const char *disks = R"({"hosts": [{"number": 2, "driver": "mpt3sas", "devices": [
         {"id": 0, "vendor": "ACME", "model": "SAS 1"}, {"id": 1, "vendor": "ACME", "model": "LEFT OUT"},

@@ -5,6 +5,7 @@
 #include "tavstrg/cause.h"
 #include "tavstrg/check.h"
 #include "tavstrg/collection.h"
+#include "tavstrg/disks.h"
 #include "tavstrg/failure.h"
 #include "tavstrg/json.h"
 #include "tavstrg/metrics.h"
@@ -125,6 +126,11 @@ Outcome explained(const std::function<Outcome()> &work)
     return outcome;
 }
 
+bool isAboutDisks(Command command)
+{
+    return command == Command::disks || command == Command::disk || command == Command::health;
+}
+
 Outcome work(const Arguments &arguments, const TextStyle &style, Surroundings &surroundings)
 {
     return explained([&]() -> Outcome {
@@ -133,6 +139,9 @@ Outcome work(const Arguments &arguments, const TextStyle &style, Surroundings &s
         }
         if (arguments.command == Command::check) {
             return check(arguments, style);
+        }
+        if (isAboutDisks(arguments.command)) {
+            return runDisks(arguments, style);
         }
         SmartReadings readings;
         const TraceListener listener([&readings](const TraceLine &line) { readings.take(line); });
@@ -145,6 +154,9 @@ Use useOf(Command command)
 {
     switch (command) {
     case Command::check:
+    case Command::disks:
+    case Command::disk:
+    case Command::health:
         return Use::none;
     case Command::call:
         return Use::write;

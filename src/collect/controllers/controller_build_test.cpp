@@ -41,7 +41,7 @@ TEST(CmpControllerTid, IsTheDifferenceOfTheHostNumbers)
     EXPECT_EQ(_CmpControllerTid(&three, &ten), -7);
     EXPECT_EQ(_CmpControllerTid(&three, &three), 0);
     const SCSIHostEntry lowest = hostEntry(INT32_MIN, "c");
-    EXPECT_LT(_CmpControllerTid(&lowest, &ten), 0); // no overflow turns the order round
+    EXPECT_LT(_CmpControllerTid(&lowest, &ten), 0); // no overflow reverses the order
     EXPECT_GT(_CmpControllerTid(&ten, &lowest), 0);
 }
 

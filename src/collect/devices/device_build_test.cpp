@@ -104,7 +104,7 @@ TEST_F(DeviceBuild, AnUnmanagedDiskLeavesNoGapInTheNumbers)
     ASSERT_EQ(collection().scsi_dev_cnt, 2);
     ASSERT_EQ(collection().hd_dev_cnt, 2);
     const char *const serials[] = {"S1", "S3"};
-    const uint16_t numbers[] = {8 * 256, 8 * 256 + 32}; // the disk that is left out has the one between
+    const uint16_t numbers[] = {8 * 256, 8 * 256 + 32}; // the unmanaged disk has the number between them
     for (int i = 0; i < 2; ++i) {
         EXPECT_EQ(collection().pSCSIDevTbl[i].Index, i + 1);
         EXPECT_EQ(collection().pSCSIDevTbl[i].DeviceTypeIndex, i + 1);
@@ -208,7 +208,7 @@ protected:
         collection().TotalSCSIDevice = collection().TotalCdromDevice = 1;
         ASSERT_EQ(MallocDeviceTable(), 0);
     }
-    // Lines of released blocks, in order.
+    // The "memfree" lines, in order.
     std::vector<std::string> freed() const
     {
         std::vector<std::string> texts = trace_.texts();
@@ -234,7 +234,7 @@ TEST_F(ScsiTable, WithoutAdaptersBuildingGoesOn)
 
 TEST_F(ScsiTable, AdaptersThatCannotBeCountedFail)
 {
-    // The administrator's file is a directory: neither absent nor a file.
+    // A directory in place of the administrator's file: neither absent nor readable.
     prepare(R"({"hosts": [{"driver": "ahci"}]})", "CD-ROM");
     machine_->makeDirectory("/opt/qlm/tavkit_sa/data/storage.inf");
     EXPECT_EQ(MakeSCSIDeviceTable(), -1);
@@ -301,7 +301,7 @@ TEST_F(ScsiTable, ListsAreReleasedInTheirOrder)
     filter.release();
     EXPECT_EQ(freed(), expected);
 
-    // Both passes over the devices release before they end.
+    // Both passes over the devices free their list before they return.
     EXPECT_EQ(GetSCSIDeviceTotalNumber(), 0);
     EXPECT_EQ(trace_.texts().back(), "_OUT_ TotalSCSIDevice=[2]"); // one was counted by hand
     EXPECT_EQ(MakeSCSIDeviceTable(), 0);

@@ -4,22 +4,39 @@
 
 #include "collect/devices/disk_names.h"
 #include "collect/devices/kernel_disk.h"
+#include "collect/devices/last_values.h"
 #include "devcmd/hard_disk.h"
+#include "devcmd/open_device.h"
 #include "runtime/options.h"
 
 #include <cstdint>
 
 namespace tavstrg {
 
+// A wear figure that was read before it was asked for.
+struct WearReading {
+    uint8_t attribute; // 0: none was read
+    int result;        // 0, or -1
+    uint16_t figure;   // unchanged by a drive without the attribute
+};
+
 // A disk that is being asked.
 struct AskedDisk {
     ScsiAddress address;
     char path[kDiskPathSize]; // of its node; empty if no node is known
     int error;                // errno of what showed that it cannot be asked; else 0
+    char vendor[64];          // as the kernel shows it
+    char model[64];           // the same; empty without a vendor
+    WearReading worn;
+    KeptDisk kept;
 };
+
+// A disk of the discovery list before anything about it is known. Its path is empty.
+AskedDisk askedDisk(const SCSIDeviceInfo &device);
 
 // How one collection asks disks.
 struct DiskMethods {
+    NodeUse nodes; // how nodes are opened
     // Serial number into serial (kSerialNumberSize bytes). 0, or -1, which fails the inventory.
     int32_t (*serialNumber)(AskedDisk &disk, char *serial);
     // Geometry, size, kind and SMART state into an entry that has the disk's path. 0, or -1, which fails the inventory.
@@ -28,12 +45,14 @@ struct DiskMethods {
     int (*wear)(AskedDisk &disk, uint8_t attribute, uint16_t *figure);
 };
 
-// A disk that does not answer fails the inventory.
+// Without any option: a disk that does not answer fails the inventory, and its SMART is off if a command fails.
 extern const DiskMethods kStrictMethods;
-// It is listed with what the kernel knows about it, its SmartPredict is -1, and it is named in the trace.
-extern const DiskMethods kTolerantMethods;
 
 // The methods that the options ask for.
+//   disk-identity: a disk that does not answer is listed with what the kernel knows about it, its SmartPredict is -1,
+//     and it is named in the trace.
+//   smart-state: watchSmartState handles SMART, and nodes are opened for reading alone.
+//   sleeping-disks: a disk that is left alone (sleeping_disks.h) is not asked; nodes are opened for reading alone.
 const DiskMethods &methodsOf(const Options &options);
 
 constexpr uint16_t kFigureUnknown = 65535; // a wear figure above every level

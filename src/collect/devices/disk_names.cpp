@@ -62,8 +62,10 @@ DiskNaming tavstrg::namingByTable(const SCSIDiskNameTable *table)
 
 DiskNaming tavstrg::namingOf(const Options &options, const SCSIDeviceInfo *list, SCSIDiskNameTable &table)
 {
-    // A kernel that shows its devices in procfs has no such directories.
-    if (options.has(Option::diskNames) && select_proc_or_sys() == kInterfaceSysfs) {
+    // To open a node and ask it for its address would wake a disk that the kernel has suspended. A kernel that shows
+    // its devices in procfs has no such directories.
+    const bool asksNoNode = options.has(Option::diskNames) || options.has(Option::sleepingDisks);
+    if (asksNoNode && select_proc_or_sys() == kInterfaceSysfs) {
         return {findInSysfs, nullptr};
     }
     return GetSCSIDeviceName_IDArray(list, &table) == 0 ? DiskNaming{} : namingByTable(&table);

@@ -36,10 +36,7 @@ private:
 // A page as the kernel keeps it, or the text of an attribute.
 class KeptBytes {
 public:
-    KeptBytes(const ScsiAddress &address, const char *file)
-    {
-        readBeginning(DevicePath(address, file).text(), buffer_, text_);
-    }
+    KeptBytes(const ScsiAddress &address, const char *file) : text_(readDeviceFile(address, file, buffer_)) {}
     std::string_view text() const { return text_; }
     std::span<const uint8_t> bytes() const { return {reinterpret_cast<const uint8_t *>(text_.data()), text_.size()}; }
 
@@ -67,10 +64,11 @@ void directoryNameOf(const char *path, char (&name)[kDiskPathSize])
     std::replace(name, name + kDiskPathSize, '/', '!');
 }
 
-template <class Number> Number readNumber(const ScsiAddress &address, const char *file)
+template <class Number> Number readNumber(const ScsiAddress &address, const char *path, const char *file)
 {
+    char buffer[64];
     Number number = 0;
-    return TextScan{KeptBytes(address, file).text()}.number(number) ? number : 0;
+    return TextScan{readBlockFile(address, path, file, buffer)}.number(number) ? number : 0;
 }
 
 } // namespace
@@ -112,14 +110,26 @@ void tavstrg::readKeptSerialNumber(const ScsiAddress &address, char (&serial)[kS
 
 KernelSize tavstrg::readKernelSize(const ScsiAddress &address, const char *path)
 {
+    const auto sectors = readNumber<uint64_t>(address, path, "size");
+    return {sectors, sectors == 0 ? 0 : readNumber<int32_t>(address, path, "queue/logical_block_size")};
+}
+
+std::string_view tavstrg::readDeviceFile(const ScsiAddress &address, const char *file, std::span<char> buffer)
+{
+    std::string_view text;
+    readBeginning(DevicePath(address, file).text(), buffer, text);
+    return text;
+}
+
+std::string_view tavstrg::readBlockFile(const ScsiAddress &address, const char *path, const char *file,
+                                        std::span<char> buffer)
+{
     char name[kDiskPathSize];
     directoryNameOf(path, name);
     if (name[0] == '\0') {
-        return {0, 0};
+        return {};
     }
-    char file[kDiskPathSize + 64];
-    std::snprintf(file, sizeof file, "block/%s/size", name);
-    const auto sectors = readNumber<uint64_t>(address, file);
-    std::snprintf(file, sizeof file, "block/%s/queue/logical_block_size", name);
-    return {sectors, readNumber<int32_t>(address, file)};
+    char below[kDiskPathSize + 64];
+    std::snprintf(below, sizeof below, "block/%s/%s", name, file);
+    return readDeviceFile(address, below, buffer);
 }

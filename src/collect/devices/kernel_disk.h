@@ -8,11 +8,18 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string_view>
 
 namespace tavstrg {
 
 constexpr size_t kDiskPathSize = sizeof(HardDiskEntry::DevPath); // bytes, the terminator included
+
+// The beginning of a file of the device at an address, such as "wwid" or "power/runtime_status", as much as the buffer
+// holds. Empty if there is no such file.
+std::string_view readDeviceFile(const ScsiAddress &address, const char *file, std::span<char> buffer);
+// The same for a file of the block device of the disk's node, such as "stat". Empty also without a path.
+std::string_view readBlockFile(const ScsiAddress &address, const char *path, const char *file, std::span<char> buffer);
 
 // Path of the node of a block device, from the name of its directory in sysfs, where "!" stands for "/"
 // (linux/include/linux/device.h, dev_set_name). False, with path empty, for a name that is none or is too long.

@@ -168,10 +168,9 @@ int tavstrg::fillSCSIDevices(const SCSIDeviceInfo *list, DiskAsker &asker, const
 namespace {
 
 // Asks the disks as the options ask for, and fills the tables. Returns 0, or -1.
-int askAndFill(const DiskNaming &naming, const DeviceFilter &filter)
+int askAndFill(const DiskNaming &naming, const DiskMethods &methods, const DeviceFilter &filter)
 {
     const Collection &all = collection();
-    const DiskMethods &methods = methodsOf(all.options);
     if (all.options.has(Option::sideBySide)) {
         if (AskAhead ahead(naming, methods); ahead.ask(all.g_SCSIDeviceInfo, filter)) {
             return fillSCSIDevices(all.g_SCSIDeviceInfo, ahead, filter);
@@ -187,6 +186,8 @@ int MakeSCSIDeviceTable()
 {
     const TraceScope scope;
     TRACE(kDetail, "_IN_");
+    const DiskMethods &methods = methodsOf(collection().options);
+    g_nodeUse = methods.nodes;
     SCSIDiskNameTable names;
     const DiskNaming naming = namingOf(collection().options, collection().g_SCSIDeviceInfo, names);
     if (naming.find == nullptr) {
@@ -211,7 +212,7 @@ int MakeSCSIDeviceTable()
     if (filter.loadUnmanaged() < 0) {
         return TRACED(-1, kFailure, "_OUT_ CreateNoSCSIInfoTable() failed");
     }
-    const int result = askAndFill(naming, filter);
+    const int result = askAndFill(naming, methods, filter);
     filter.release();
     return TRACED(result, result < 0 ? kFailure : kDetail, "_OUT_ ret=[%d]", result);
 }

@@ -25,8 +25,8 @@ protected:
     Ide() { forgetTheModelsTree(); }
     ~Ide() override { FreeIDEInfo(&info); }
 
-    // The description gives the drive behind /dev/hda, with another geometry than its files have; its /proc/ide is ours
-    // to write.
+    // The description has the drive behind /dev/hda, with another geometry than the files of /proc/ide, which the test
+    // writes.
     void forgetTheModelsTree() { machine.remove("/proc/ide"); }
 
     void addChannel(const std::string &name, const std::string &number = "0\n")
@@ -162,7 +162,7 @@ TEST_F(Ide, ReadsARecordedKernel)
     EXPECT_STREQ(cdrom.media, "cdrom");
     EXPECT_STREQ(cdrom.model, "QEMU DVD-ROM");
     EXPECT_EQ(cdrom.cylinders, 0);
-    EXPECT_EQ(cdrom.capacity, 0); // though there is a "capacity" file
+    EXPECT_EQ(cdrom.capacity, 0); // although there is a "capacity" file
     EXPECT_EQ(cdrom.cache, 0);
 }
 
@@ -250,7 +250,7 @@ TEST_F(Ide, ALinkTargetOfMoreThan31CharactersBeforeItsSlashIsCut)
     EXPECT_STREQ(info.devices->controllerName, longName.substr(0, 31).c_str());
 }
 
-TEST_F(Ide, ADiskWithoutAPhysicalLineTakesGeometryAndCapacityFromTheKernel)
+TEST_F(Ide, WithoutAPhysicalLineTheGeometryIsTheKernels)
 {
     addDrive("ide0", "hda");
     machine.write(file("ide0", "hda", "geometry"), "logical      2080/255/63\n");

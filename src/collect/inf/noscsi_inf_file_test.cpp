@@ -122,7 +122,7 @@ TEST_F(NoScsiFile, BadLinesAreSkippedOneByOne)
     EXPECT_EQ(create(), 1);
     EXPECT_EQ(entries(management), (Entries{"B/2"}));
     const std::vector<std::string> texts = trace.textsOf("CreateNoSCSIInfoTable");
-    // 257 characters with the newline are not looked at, 256 are and are refused.
+    // A line of 257 characters with its newline is skipped; one of 256 is parsed and refused.
     EXPECT_EQ(std::count(texts.begin(), texts.end(), "line is  too long."), 1);
     EXPECT_TRUE(trace.has(kDetail, "line is  too long.", "CreateNoSCSIInfoTable"));
     EXPECT_TRUE(trace.has(kDetail, "_OUT_ line is  too long. line=[" + of256 + "]", "ParseVendorandModel"));
@@ -211,7 +211,7 @@ TEST_F(NoScsiFile, EveryAllocationThatFailsHasItsText)
         EXPECT_EQ(seen, 1) << nth;
         EXPECT_EQ(result, cases[nth - 1].result) << nth;
         EXPECT_EQ(status, result == 1 ? 0 : -9) << nth;
-        // A node that cannot be allocated is dropped, the others stay.
+        // A node that cannot be allocated is left out; the others stay.
         EXPECT_EQ(entries(management), nth < 4 ? Entries{} : nth == 4 ? Entries{"B/2"} : Entries{"A/1"});
         DestroyNoManageSCSIInfoTable(&management);
     }

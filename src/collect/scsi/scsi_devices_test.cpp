@@ -417,7 +417,7 @@ TEST_F(ProcDeviceList, TheLastLineNeedsNoNewline)
 
 TEST_F(ProcDeviceList, ALineOfMoreThan1023CharactersComesInPieces)
 {
-    // The piece after the first 1023 characters is a line of its own, and a whole host line at that.
+    // What follows the first 1023 characters is read as another line, here a complete host line.
     writeProc(std::string(1023, 'x') + kRecord);
     ASSERT_EQ(buildProc(), 0);
     EXPECT_EQ(addresses(), (Texts{"3:0:5:3"}));

@@ -189,7 +189,7 @@ TEST_F(SysHosts, EachIsTraced)
     EXPECT_TRUE(trace.has(0, "pNAME->id=[4] pNAME->name=[ahci]", "sys_read_scsi_ctrl"));
 }
 
-TEST_F(SysHosts, TheTypesAreTheDistinctDriversInTheOrderInWhichTheyAreMet)
+TEST_F(SysHosts, TypesAreTheDistinctDriversInListingOrder)
 {
     ASSERT_GT(layOutRecording(machine, "vm-pc-5.10-ide", "sys"), 50);
     manage("virtio_scsi\nahci\nmegaraid_sas\n");
@@ -508,7 +508,7 @@ TEST(InterfaceChoice, AFailedUnameIsProcfs)
 TEST(InterfaceChoice, EveryDispatcherFollowsIt)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    // Both trees are there, with another content each.
+    // Both trees exist, with different contents.
     const auto hostsOf = [](const char *kernel) {
         sim::Machine machine(std::string(R"({"sysfs": false, "procfs": false, "kernel": ")") + kernel + "\"}");
         machine.write(kInf, "ahci\n");

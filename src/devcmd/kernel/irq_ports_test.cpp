@@ -156,7 +156,7 @@ TEST_F(GetIrq, LongLinesAndBinaryBytesDoNoHarm)
     interrupts(" 5: " + std::string(5000, 'x') + " ahci\n" + std::string("\0\xFF 7: ahci\0\n", 12) +
                std::string(3000, '1') + "\n 24: ahci\n");
     EXPECT_EQ(irqOf("ahci"), 24U);
-    // the counts in the middle of a line with many processors are never taken for its number
+    // with many processors, a count in the middle of a line is never read as its number
     std::string counts = " 33:";
     for (int cpu = 0; cpu < 200; ++cpu) {
         counts += "          7";
@@ -199,7 +199,7 @@ TEST_F(Ioports, OfARecordedMachine)
               (Ranges{{0x170, 0x177}, {0x1F0, 0x1F7}, {0x376, 0x376}, {0x3F6, 0x3F6}, {0xC3E0, 0xC3EF}}));
     EXPECT_EQ(rangesOf("ahci"), (Ranges{{0xC3C0, 0xC3DF}}));
     EXPECT_EQ(rangesOf("nosuch"), Ranges{});
-    // the first range that begins there, not the driver's inside it
+    // the outer range that begins there, not the driver's range inside it
     EXPECT_EQ(rangesOf(nullptr, 0xC3C0), (Ranges{{0xC3C0, 0xC3DF}}));
     EXPECT_EQ(rangesOf(nullptr, 0), (Ranges{{0, 0xCF7}}));
     EXPECT_EQ(rangesOf(nullptr, 0x60), (Ranges{{0x60, 0x60}}));
@@ -230,7 +230,7 @@ TEST_F(Ioports, LinesThatDoNotParseAreLeftOut)
     ioports("ide0\nide0 : 01f0-01f7\n\nab\n01f0 : ide0\n01f0- : ide0\n03f6-03f6 : ide0\n");
     EXPECT_EQ(rangesOf("ide0"), (Ranges{{0x3F6, 0x3F6}}));
     EXPECT_EQ(rangesOf(nullptr, 0x1F0), Ranges{});
-    // two characters and the newline are a line, one character is none
+    // the shortest line has two characters and the newline
     ioports("a\nab\n1-2\n");
     EXPECT_EQ(rangesOf(""), (Ranges{{1, 2}}));
 }

@@ -30,14 +30,14 @@ const Comparison kComparisons[] = {
     {"2.10.0", "2.9.9", 1, 0, "_OUT_ (1)"},
     {"10.0", "9.99.99", 1, 0, "_OUT_ (1)"},
     {"6.1.0-56-amd64", "2.6.9", 1, 0, "_OUT_ (1)"},
-    // the second version has a build suffix too, and a fourth number is not looked at
+    // the second version has a build suffix too; a fourth number is ignored
     {"2.6.9", "2.6.10-rc1", -1, 0, "_OUT_ (-1)"},
     {"2.6.9.7", "2.6.9.1", 0, 0, "_OUT_ (0)"},
-    // what "%d.%d.%d" does not read is 0
+    // a number that "%d.%d.%d" does not read is 0
     {"2..9", "2.0.0", 0, 0, "_OUT_ (0)"},
     {"2.6.", "2.6.0", 0, 0, "_OUT_ (0)"},
     {"2-6.9", "2.0.0", 0, 0, "_OUT_ (0)"},
-    // numbers that no int holds are all the largest
+    // numbers beyond an int count as the largest
     {"99999999999999999999", "2147483647", 0, 0, "_OUT_ (0)"},
     {"2.99999999999.1", "2.6.9", 1, 0, "_OUT_ (1)"},
     {std::string(255, '9'), "2.6.9", 1, 0, "_OUT_ (1)"},

@@ -44,4 +44,16 @@ constexpr uint64_t smartSupportOfIdentify(std::span<const uint8_t, kIdentifyLeng
     return (word82Low & 1) != 0 ? 2 : 3;
 }
 
+// SmartEnableState by IDENTIFY data: 2 when SMART is on (word 85, bit 0), 3 when it is off, 0 when the word does not
+// count (word 87, bits 15 and 14 other than 01).
+constexpr uint64_t smartStateOfIdentify(std::span<const uint8_t, kIdentifyLength> identify)
+{
+    const uint8_t word85Low = identify[std::size_t{2} * 85];
+    const uint8_t word87High = identify[std::size_t{2} * 87 + 1];
+    if ((word87High & 0xC0) != 0x40) {
+        return 0;
+    }
+    return (word85Low & 1) != 0 ? 2 : 3;
+}
+
 } // namespace tavstrg

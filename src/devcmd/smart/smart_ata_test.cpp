@@ -19,7 +19,7 @@ namespace {
 using testing::Each;
 using testing::ElementsAre;
 
-constexpr uint64_t kAny = 9; // what no routine writes: the field is as it was
+constexpr uint64_t kAny = 9; // a value that no routine writes: the field is unchanged
 constexpr int16_t kAnyPrediction = 9;
 
 // ---- bytes ----

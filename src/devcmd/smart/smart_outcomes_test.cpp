@@ -89,12 +89,12 @@ const Outcome kScsiOutcomes[] = {
      all({kState, kOn, {kLogPages, kRequest}}), true, true},
     {"OffAndHealthy", kScsi, Way::sg, R"("exceptions": {"dexcpt": true})", 2, 0, 3,
      all({kState, kOn, kLogAndRequest, kOff}), false, false},
-    // a disk that is off predicts nothing: it was on while it was asked
+    // predicting although it was off: SMART was on during the request
     {"OffAndPredicting", kScsi, Way::sg, R"("exceptions": {"dexcpt": true, "predicting": true})", 2, 1, 3,
      all({kState, kOn, kLog, kOff}), false, false},
     {"OffAndSavable", kScsi, Way::sg, R"("exceptions": {"dexcpt": true, "savable": true})", 2, 0, 3,
      all({kState, kOnSaved, kLogAndRequest, kOffSaved}), false, false},
-    // through SG_IO a refusal looks like an empty reply: unknown, and nothing more is sent
+    // through SG_IO a refusal looks like an empty reply: support unknown, no further command
     {"WithoutThePage", kScsi, Way::sg, R"("exceptions": {"supported": false})", 1, 0, 0, all({kState, kState}), false,
      false},
     {"OnAndKeepingItsMethod", kScsi, Way::sg, R"("exceptions": {"fixedMrie": 4})", 1, 0, 2, all({kState, kOn}), true,
@@ -120,7 +120,7 @@ const Outcome kScsiOutcomes[] = {
     {"Silent", kScsi, Way::sg, R"("faults": [{"on": "any", "hostStatus": 3}])", 1, 0, 0, all({kNoAnswer, kNoAnswer}),
      true, true},
     {"NotToBeOpened", kScsi, Way::sg, R"("openError": "EBUSY")", 1, 0, 0, {}, true, true},
-    // what a state that could not be read costs: the disk was off and stays on
+    // the state could not be read: the disk was off and stays on
     {"OffAndLosingTheState", kScsi, Way::sg,
      R"("exceptions": {"dexcpt": true}, "faults": [{"on": "modeSense", "nth": 2, "errno": "EIO"}])", 2, 0, 0,
      all({kState, kOn, kLogAndRequest}), false, true},
@@ -134,10 +134,10 @@ const Outcome kScsiOutcomes[] = {
     {"OlderWayTenBytes", kScsi, Way::older,
      R"("exceptions": {"dexcpt": true, "modeSense6": false, "blockDescriptor": false})", 2, 0, 3, kTenByteCycle, false,
      false},
-    // its sense data read as a page that is on
+    // its sense data are read as a page that is on
     {"OlderWayWithoutThePage", kScsi, Way::older, R"("exceptions": {"supported": false})", 3, 0, 2,
      all({kNoAnswer, kNoAnswer}), false, false},
-    // and here as one that is off: still it is never switched off
+    // here they are read as a page that is off; the disk is still not switched off
     {"OlderWayWithoutThePageAndFoundOff", kScsi, Way::older,
      R"("faults": [{"on": "modeSense", "sense": "70 00 05 00 00 00 08 0a 00 00 00 00 24 00 00 00 00 00"}])", 3, 0, 3,
      all({kNoAnswer, kNoAnswer}), true, true},
@@ -172,7 +172,7 @@ const Outcome kIdeOutcomes[] = {
     {"Silent", kIde, Way::sg, R"("faults": [{"on": "ata", "errno": "ETIMEDOUT"}])", 1, 0, 3, kAtaPacketCheckedAndOff,
      true, true},
     {"NotToBeOpened", kIde, Way::sg, R"("openError": "EBUSY")", 1, 0, 0, {}, true, true},
-    // what losing READ DATA costs: taken for off, the disk that was on is switched off
+    // a failed READ DATA counts as off: the disk, which was on, is switched off
     {"OnAndLosingReadData", kIde, Way::sg, R"("faults": [{"on": "smartData", "errno": "ETIMEDOUT"}])", 2, 0, 3,
      kIdeReadAndOff, true, false},
 };
@@ -194,7 +194,7 @@ const Outcome kSataOutcomes[] = {
     {"OffAndLosingTheEnable", kSata, Way::sg,
      R"("smart": {"enabled": false}, "faults": [{"on": "smartEnable", "hostStatus": 7}])", 1, 0, 3, kSataEnabledAndOff,
      false, false},
-    // a refusal without registers counts as done, here as in the status
+    // a refusal without registers counts as success, as for the status
     {"OffAndRefusing", kSata, Way::sg, R"("smart": {"canEnable": false, "enabled": false})", 2, 0, 3, kSataReadAndOff,
      false, false},
     {"OnAndStatusUnreadable", kSata, Way::sg, R"("smart": {"status": [18, 52]})", 1, -1, 2, kSataRead, true, true},

@@ -13,7 +13,7 @@ namespace {
 using testing::Each;
 using testing::ElementsAre;
 
-constexpr uint64_t kAny = 9; // what no routine writes: the field is as it was
+constexpr uint64_t kAny = 9; // a value that no routine writes: the field is unchanged
 constexpr int16_t kAnyPrediction = 9;
 
 HardDiskEntry marked(const char *path)
@@ -92,7 +92,7 @@ const RoutineCase kEnable[] = {
     {"reads back method 4", true, R"("exceptions": {"fixedMrie": 4})", 1, {kShort, kMrieDiffers}},
     {"reads back method 7", true, R"("exceptions": {"fixedMrie": 7})", 2, {kShort, kEnabled}},
     {"refuses MODE SELECT through SG_IO", true, R"("exceptions": {"canSelect": false})", 1, {kShort, kMrieDiffers}},
-    // what was sent to it must not be taken for its answer
+    // the request left in the buffer must not be read as the answer
     {"meets a unit attention", true, R"("exceptions": {"unitAttention": true})", 1, {kShort, kMrieDiffers}},
     // the older way
     {"older, on", false, "", 2, {kShort, kEnabled}},
@@ -101,7 +101,7 @@ const RoutineCase kEnable[] = {
      R"("exceptions": {"modeSense6": false, "blockDescriptor": false})",
      2,
      {kLong, kEnabled}},
-    // deliberate: the list is sent without its block descriptor then, and disks refuse it
+    // deliberate: the list is sent without its block descriptor, and disks refuse it
     {"older, 10 bytes, block descriptor", false, R"("exceptions": {"modeSense6": false})", 1, {kLong, kSelectFailed}},
     {"older, refuses the page", false, R"("exceptions": {"supported": false})", 3, {kUnknown, kNeither, kRefused}},
     {"older, refuses the page with descriptors",
@@ -381,7 +381,7 @@ TEST(GetScsiSmart, JudgesEveryFormOfReply)
 TEST(ScsiSmart, EveryModeSenseReadsIntoAZeroedBuffer)
 {
     const NodeFile node;
-    // with how many MODE SENSE, the one that finds out the command's size among them
+    // number of MODE SENSE commands, including the one that finds the command size
     const std::pair<void (*)(HardDiskEntry *), int> routines[] = {
         {enable_scsi_smart, 3},
         {disable_scsi_smart, 2},

@@ -69,7 +69,7 @@ const char *const kPage = "dc 0a 18 f6 01 02 03 04 05 06 07 08";
 
 TEST(PagesLegacy, ModeSelect6SendsAHeaderAndADescriptorOfItsOwn)
 {
-    // what the disk had there: other lengths, other blocks
+    // as a disk sends them: other lengths, other blocks
     const Bytes reply = bytesOf(std::string("17 01 10 08 11 22 33 44 55 66 77 88 ") + kPage + " ff ff");
     EXPECT_EQ(bytesIn(legacyModeSelect6(1, reply, {12, 24})),
               legacy(269, 24, 0,

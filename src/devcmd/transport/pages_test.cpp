@@ -70,7 +70,7 @@ protected:
         std::copy(reply.begin(), reply.end(), buffer.begin());
     }
     int send(int fd = kFd) { return GetParam().send(fd, buffer.data()); }
-    // Without the entry line, which has the arguments.
+    // Without the entry line, which contains the arguments.
     Lines traced() const
     {
         Lines lines = leveled(traces, GetParam().name);
@@ -182,7 +182,7 @@ TEST_P(PageCommands, GoThroughSendCommandWhereSgIoIsNotUsed)
     const size_t brought = std::min<size_t>(copied, GetParam().out);
     EXPECT_THAT(std::span(buffer).first(brought), Each(kFromDisk));
     EXPECT_THAT(std::span(buffer).subspan(brought, copied - brought), Each(0));
-    // modeselect changes two bytes of the reply that it is given, and nothing comes back
+    // modeselect changes two bytes of the reply passed to it; no data are returned
     EXPECT_TRUE(std::equal(buffer.begin() + std::max<long>(long(copied), 17), buffer.end(),
                            before.begin() + std::max<long>(long(copied), 17)));
     EXPECT_THAT(traced(), ElementsAre("use SCSI_IOCTL_SEND_COMMAND...", "_OUT_ status=[0]"));

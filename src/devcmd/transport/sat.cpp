@@ -1,46 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "devcmd/transport/ata_exchange.h"
 #include "devcmd/transport/sat_command.h"
 #include "devcmd/transport/sense.h"
-#include "devcmd/transport/transport.h"
 #include "runtime/trace.h"
 
-#include <algorithm>
 #include <array>
-#include <cstring>
 
 using namespace tavstrg;
 
 namespace {
 
-struct SatReply {
-    std::array<uint8_t, kSenseLength> sense{};
-    size_t senseLength = 0;
-};
-
-// Transport result of _sg_IoctlCommon.
-int sendSat(int fd, const SatCommand &command, uint8_t *data, SatReply &reply)
-{
-    SatCdb cdb = satCdb(command);
-    const SatTransfer transfer = satTransfer(command);
-    if (transfer.direction == DIR_FROM_DEVICE) {
-        std::memset(data, 0, transfer.length);
-    }
-    uint8_t *const place = transfer.direction == DIR_NONE ? nullptr : data;
-    ScsiIoRequest request =
-        scsiRequest({cdb.bytes.data(), cdb.length}, {transfer.direction, {place, transfer.length}}, reply.sense);
-    const int result = _sg_IoctlCommon(fd, &request);
-    reply.senseLength = std::min(request.sense_len, reply.sense.size());
-    return result;
-}
-
 // The bytes of the ATA Return descriptor, from the named sense routines.
-std::span<const uint8_t> findAtaReturn(const SatReply &reply)
+std::span<const uint8_t> findAtaReturn(const AtaReply &reply)
 {
-    const uint8_t *const found = scsi_find_sense_data(reply.sense.data(), reply.senseLength, kAtaReturnDescriptor);
+    const uint8_t *const found = scsi_find_sense_data(reply.senseBytes.data(), reply.senseLength, kAtaReturnDescriptor);
     if (found == nullptr) {
         return {};
     }
-    return ataReturnBytes({found, reply.sense.data() + reply.senseLength});
+    return ataReturnBytes({found, reply.senseBytes.data() + reply.senseLength});
 }
 
 } // namespace
@@ -59,12 +36,12 @@ int sat_ata_cmd_interface(int fd, int command, int, uint8_t *data)
     if (sat->dataLength > 0 && data == nullptr) {
         return TRACED(-1, kFailure, "_OUT_ Invalid parameters");
     }
-    SatReply reply;
-    if (sendSat(fd, *sat, data, reply) != 0) {
+    const AtaReply reply = exchangeAta(fd, *sat, data);
+    if (reply.transport != 0) {
         return TRACED(-1, kFailure, "_OUT_ ATA passthrough failed");
     }
     SenseInfo info{};
-    const bool decoded = scsi_chk_sense_data_format(reply.sense.data(), reply.senseLength, &info) == 0;
+    const bool decoded = scsi_chk_sense_data_format(reply.senseBytes.data(), reply.senseLength, &info) == 0;
     const std::span<const uint8_t> ataReturn = decoded ? findAtaReturn(reply) : std::span<const uint8_t>{};
     switch (judgeSatReply(command, sat->ckCond, decoded ? &info : nullptr, ataReturn)) {
     case SatOutcome::kSmartGood:

@@ -51,7 +51,7 @@ TEST(SatCommands, BytesOfEverySelector)
         EXPECT_EQ(request.header.dxfer_len, c.length);
         EXPECT_EQ(request.header.mx_sb_len, 32);
         EXPECT_EQ(request.header.timeout, 6000U);
-        // the caller's buffer is cleared for the data that come, and only then
+        // the caller's buffer is cleared only for a command that returns data
         EXPECT_EQ(request.dataBefore, std::vector<uint8_t>(c.length, 0));
         EXPECT_EQ(data[0], c.length > 0 ? 0 : 0xEE);
         EXPECT_EQ(data[511], c.length > 0 ? 0 : 0xEE);

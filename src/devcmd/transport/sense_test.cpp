@@ -34,7 +34,7 @@ struct SenseCase {
 
 // clang-format off
 const SenseCase kSenseCases[] = {
-    // fixed format, key, ASC and ASCQ in place; VALID does not count
+    // fixed format with key, ASC and ASCQ; VALID is ignored
     {"70 00 05 00 00 00 00 0a 00 00 00 00 20 07 00 00 00 00", 0, 5, 0x20, 7, 0, "fixed format sense data 70"},
     {"f0 00 04 00 00 00 00 0a 00 00 00 00 44 00 00 00 00 00", 0, 4, 0x44, 0, 0, "fixed format sense data 70"},
     {"71 00 f6 00 00 00 00 0a 00 00 00 00 2a 01 00 00 00 00", 0, 6, 0x2A, 1, 0, "fixed format sense data 71"},
@@ -134,29 +134,29 @@ const WalkCase kWalkCases[] = {
     {"72 01 00 1d 00 00 00 0e 09 0c 00 00 00 00 00 00 00 4f 00 c2 00 50", 0x09, 8},
     {"73 01 00 1d 00 00 00 0e 09 0c 00 00 00 00 00 00 00 4f 00 c2 00 50", 0x09, 8},
     {"72 01 00 1d 00 00 00 0e 09 0c 00 00 00 00 00 00 00 4f 00 c2 00 50", 0x0A, -1},
-    // behind others, and the first of two
+    // after other descriptors; the first of two
     {"72 01 00 1d 00 00 00 0a 00 02 aa bb 02 00 09 02 cc dd", 0x09, 14},
     {"72 01 00 1d 00 00 00 08 09 02 aa bb 09 02 cc dd", 0x09, 8},
-    // type 9 inside another descriptor is none
+    // a 9 inside another descriptor is not a type
     {"72 01 00 1d 00 00 00 06 00 04 09 02 09 02", 0x09, -1},
     // beyond the additional length
     {"72 01 00 1d 00 00 00 04 00 02 aa bb 09 02 cc dd", 0x09, -1},
     // additional length beyond the bytes
     {"72 01 00 1d 00 00 00 ff 00 02 aa bb 09 02 cc dd", 0x09, 12},
     {"72 01 00 1d 00 00 00 ff 00 02 aa bb", 0x09, -1},
-    // a descriptor's own length leads beyond the bytes; it is found if it is the one
+    // a descriptor that ends beyond the bytes is found if it has the type
     {"72 01 00 1d 00 00 00 0e 00 ff 09 0c", 0x09, -1},
     {"72 01 00 1d 00 00 00 0e 09 ff 00 00", 0x09, 8},
-    // lengths that would take an 8-bit counter round: to where it was, and to one further
+    // lengths that would wrap an 8-bit counter: to the same offset, and to the next one
     {"72 01 00 1d 00 00 00 08 00 fe 09 02 09 02 09 02", 0x09, -1},
     {"72 01 00 1d 00 00 00 08 00 ff 09 02 09 02 09 02", 0x09, -1},
     // one byte is not a descriptor
     {"72 01 00 1d 00 00 00 01 09 0c 00 00", 0x09, -1},
     {"72 01 00 1d 00 00 00 0e 09", 0x09, -1},
     {"72 01 00 1d 00 00 00 05 00 02 aa bb 09 0c", 0x09, -1},
-    // nothing behind the header
+    // nothing after the header
     {"72 01 00 1d 00 00 00 0e", 0x09, -1},
-    // a type that no byte is
+    // a type that does not fit in a byte
     {"72 01 00 1d 00 00 00 04 09 02 00 00", 0x109, -1},
 };
 // clang-format on

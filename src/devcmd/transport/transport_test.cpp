@@ -195,7 +195,7 @@ TEST_F(TransportTest, HostStatus3IsATimeoutAnd7AnIoError)
     EXPECT_EQ(_sg_IoctlCommon(3, &request), -5);
 }
 
-TEST_F(TransportTest, DriverSenseForcesCheckConditionAndCopiesTheSenseLength)
+TEST_F(TransportTest, DriverSenseIsCheckConditionWithItsLength)
 {
     ScsiDouble disk({SgReply{.status = 0, .driverStatus = 0x08, .sense = std::vector<uint8_t>(18, 0x70)}});
     EXPECT_EQ(_sg_IoctlCommon(3, &request), 0);

@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "devcmd/smart/smart_state.h"
+
+#include "devcmd/smart/smart_watch.h"
+#include "devcmd/smart/state_routines.h"
+#include "records/records.h"
+#include "runtime/cancel.h"
+#include "runtime/trace.h"
+
+using namespace tavstrg;
+
+namespace {
+
+// None for a kind that is never asked.
+const StateRoutines *routinesOf(uint16_t kind)
+{
+    switch (kind) {
+    case kDevKindScsi:
+        return &kScsiStateRoutines;
+    case kDevKindSata:
+        return &kSataStateRoutines;
+    default:
+        return nullptr;
+    }
+}
+
+void doWork(const WhileSmartOn &whileOn)
+{
+    if (whileOn.work != nullptr) {
+        whileOn.work(whileOn.context);
+    }
+}
+
+// No cancel takes effect between switching a disk on that was off and switching it off again.
+void watch(HardDiskEntry &disk, const StateRoutines &routines, const WhileSmartOn &whileOn)
+{
+    const bool wasOff = disk.SmartEnableState == kFoundDisabled;
+    cancellationPoint();
+    routines.enable(disk);
+    if (!wasOff) {
+        cancellationPoint();
+    }
+    if (disk.SmartSupport == kSupported) {
+        routines.get(disk);
+    }
+    if (!wasOff) {
+        cancellationPoint();
+    }
+    doWork(whileOn);
+    if (wasOff) {
+        routines.disable(disk);
+    }
+}
+
+} // namespace
+
+void tavstrg::watchSmartState(HardDiskEntry &disk, const WhileSmartOn &whileOn)
+{
+    const TraceScope scope;
+    TRACE(kDetail, "_IN_ device=[%s]", disk.DevPath);
+    if (g_SmartMode != kSmartModeOn) {
+        doWork(whileOn);
+        TRACE(kDetail, "_OUT_");
+        return;
+    }
+    disk.SmartPredict = kVerdictUnknown;
+    disk.SmartSupport = kSupportUnknown;
+    disk.SmartEnableState = kStateNotRead;
+    const StateRoutines *const routines = routinesOf(disk.DevKind);
+    if (routines != nullptr && routines->fetch(disk)) {
+        watch(disk, *routines, whileOn);
+    } else {
+        cancellationPoint();
+        doWork(whileOn);
+    }
+    TRACE(kDetail, "_OUT_ SmartStatus=[%d]", disk.SmartPredict);
+}

@@ -1,0 +1,279 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "disks/book/book.h"
+
+#include "disks/book/book_file.h"
+#include "runtime/field_text.h"
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace tavstrg;
+using namespace tavstrg::disks;
+
+namespace {
+
+Disk diskOf(const std::string &id, HealthState state = HealthState::good, const char *slot = "")
+{
+    Disk disk{};
+    copyText(disk.id, id);
+    copyText(disk.name, ("sd" + id).c_str());
+    copyText(disk.serial, ("SN-" + id).c_str());
+    copyText(disk.bay, slot);
+    copyText(disk.address, id);
+    setHealth(disk.health, state, "SMART status", "some reason");
+    disk.readings.temperatureCelsius.set(-5);
+    disk.readings.enduranceUsedPercent.set(120);
+    disk.readings.mediaErrors.set(UINT64_MAX);
+    disk.lastAsked.set(1000);
+    return disk;
+}
+
+// What a pass over these disks reports: "added a, failing b".
+std::string enter(Book &book, std::vector<Disk> now, int64_t time, std::vector<Disk> *after = nullptr)
+{
+    Array<Disk> disks;
+    for (const Disk &disk : now) {
+        *disks.append() = disk;
+    }
+    Array<Event> events;
+    EXPECT_TRUE(enterPass(book, disks, time, events));
+    if (after != nullptr) {
+        after->assign(disks.begin(), disks.end());
+    }
+    std::string all;
+    for (const Event &event : events) {
+        all += (all.empty() ? "" : ", ") + std::string(nameOf(event.kind)) + " " + event.id +
+               (event.otherId[0] == '\0' ? "" : " for " + std::string(event.otherId));
+    }
+    return all;
+}
+
+TEST(Book, FirstPassIsNoNewsButOfDisksThatFail)
+{
+    Book book;
+    EXPECT_EQ(enter(book, {diskOf("a"), diskOf("b", HealthState::failing), diskOf("c", HealthState::unreadable)}, 10),
+              "failing b, unreadable c");
+    EXPECT_EQ(enter(book, {diskOf("a"), diskOf("b", HealthState::failing), diskOf("c", HealthState::unreadable)}, 20),
+              "");
+}
+
+TEST(Book, DisksThatComeGoAndComeAgain)
+{
+    Book book;
+    enter(book, {diskOf("b")}, 10);
+    EXPECT_EQ(enter(book, {diskOf("b"), diskOf("a")}, 20), "added a");
+    EXPECT_EQ(enter(book, {diskOf("a")}, 30), "removed b");
+    EXPECT_EQ(enter(book, {diskOf("a")}, 40), "");
+    std::vector<Disk> after;
+    EXPECT_EQ(enter(book, {diskOf("a"), diskOf("b")}, 50, &after), "added b");
+    EXPECT_EQ(after[1].firstSeen.value, 10);
+}
+
+TEST(Book, DiskInTheSlotOfOneThatWentReplacesIt)
+{
+    Book book;
+    enter(book, {diskOf("a", HealthState::good, "Slot 1"), diskOf("b", HealthState::good, "Slot 2")}, 10);
+    EXPECT_EQ(enter(book, {diskOf("b", HealthState::good, "Slot 2"), diskOf("c", HealthState::good, "Slot 1")}, 20),
+              "removed a, replaced c for a");
+    EXPECT_EQ(enter(book, {diskOf("b", HealthState::good, "Slot 1"), diskOf("c", HealthState::good, "Slot 2")}, 30), "")
+        << "two disks that change places are still there";
+}
+
+TEST(Book, EachTransitionIsReportedOnce)
+{
+    Book book;
+    enter(book, {diskOf("a")}, 10);
+    EXPECT_EQ(enter(book, {diskOf("a", HealthState::warning)}, 20), "warning a");
+    EXPECT_EQ(enter(book, {diskOf("a", HealthState::failing)}, 30), "failing a");
+    EXPECT_EQ(enter(book, {diskOf("a", HealthState::asleep)}, 40), "");
+    EXPECT_EQ(enter(book, {diskOf("a", HealthState::failing)}, 50), "") << "it slept meanwhile, and fails as before";
+    EXPECT_EQ(enter(book, {diskOf("a", HealthState::unreadable)}, 60), "unreadable a");
+    EXPECT_EQ(enter(book, {diskOf("a", HealthState::unknown)}, 70), "") << "not asked is not readable";
+    EXPECT_EQ(enter(book, {diskOf("a", HealthState::failing)}, 80), "readable a");
+    EXPECT_EQ(enter(book, {diskOf("a", HealthState::good)}, 90), "good a");
+    EXPECT_EQ(enter(book, {diskOf("a", HealthState::off)}, 100), "");
+}
+
+TEST(Book, SinceIsWhenTheStateWasFirstSeen)
+{
+    Book book;
+    std::vector<Disk> after;
+    enter(book, {diskOf("a")}, 10);
+    enter(book, {diskOf("a")}, 20, &after);
+    EXPECT_EQ(after[0].health.since.value, 10);
+    enter(book, {diskOf("a", HealthState::warning)}, 30, &after);
+    EXPECT_EQ(after[0].health.since.value, 30);
+    EXPECT_EQ(after[0].firstSeen.value, 10);
+}
+
+TEST(Book, SleepingDiskKeepsItsLastReadings)
+{
+    Book book;
+    enter(book, {diskOf("a")}, 10);
+    Disk asleep = diskOf("a", HealthState::asleep);
+    asleep.readings = Readings{};
+    asleep.readings.power = PowerState::standby;
+    asleep.lastAsked = {};
+    std::vector<Disk> after;
+    enter(book, {asleep}, 20, &after);
+    EXPECT_EQ(after[0].readings.temperatureCelsius.value, -5);
+    EXPECT_EQ(after[0].readings.power, PowerState::standby);
+    EXPECT_EQ(after[0].lastAsked.value, 1000);
+}
+
+TEST(Book, DisksThatWentAreForgottenInTheEnd)
+{
+    Book book;
+    enter(book, {diskOf("a")}, 10);
+    enter(book, {}, 20);
+    EXPECT_EQ(book.entries.count(), 1);
+    enter(book, {}, 20 + kKeptSeconds);
+    EXPECT_EQ(book.entries.count(), 0);
+}
+
+// ---- the file ----
+
+std::string textOf(const Book &book)
+{
+    Array<char> text;
+    EXPECT_TRUE(composeBook(book, text));
+    return {text.begin(), static_cast<size_t>(text.count())};
+}
+
+Book sample()
+{
+    Book book;
+    enter(book, {diskOf("naa.2"), diskOf("naa.1", HealthState::failing, "Slot 1")}, 10);
+    return book;
+}
+
+TEST(BookText, WhatWasWrittenIsRead)
+{
+    const std::string text = textOf(sample());
+    Book book;
+    ASSERT_EQ(parseBook(text, book), BookState::whole);
+    EXPECT_FALSE(book.fresh);
+    ASSERT_EQ(book.entries.count(), 2);
+    EXPECT_STREQ(book.entries[0].id, "naa.1");
+    EXPECT_EQ(book.entries[0].verdict, HealthState::failing);
+    EXPECT_EQ(book.entries[0].readings.temperatureCelsius.value, -5);
+    EXPECT_EQ(book.entries[0].readings.mediaErrors.value, UINT64_MAX);
+    EXPECT_FALSE(book.entries[0].readings.powerOnHours);
+    EXPECT_EQ(textOf(book), text);
+}
+
+TEST(BookText, EveryFlippedByteIsFound)
+{
+    const std::string whole = textOf(sample());
+    for (size_t i = 0; i < whole.size(); ++i) {
+        for (const int bit : {0, 3, 7}) {
+            std::string text = whole;
+            text[i] = static_cast<char>(text[i] ^ 1 << bit);
+            Book book;
+            EXPECT_NE(parseBook(text, book), BookState::whole) << i;
+            EXPECT_EQ(book.entries.count(), 0);
+            EXPECT_TRUE(book.fresh);
+        }
+    }
+}
+
+TEST(BookText, EveryCutIsFound)
+{
+    const std::string whole = textOf(sample());
+    for (size_t length = 0; length < whole.size(); ++length) {
+        Book book;
+        EXPECT_EQ(parseBook(whole.substr(0, length), book), BookState::damaged) << length;
+    }
+    Book book;
+    EXPECT_EQ(parseBook(whole + "x", book), BookState::damaged);
+}
+
+TEST(BookText, LaterVersionIsNotTakenForDamage)
+{
+    Book book;
+    EXPECT_EQ(parseBook("tavstrg disk book 2\nwhatever\n", book), BookState::newer);
+    EXPECT_EQ(parseBook("tavstrg disk book 0\n", book), BookState::damaged);
+}
+
+class BookFile : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        std::string name = (std::filesystem::temp_directory_path() / "tavbook-XXXXXX").string();
+        directory_ = mkdtemp(name.data());
+    }
+    void TearDown() override { std::filesystem::remove_all(directory_); }
+    std::string path() const { return directory_ / "disks.book"; }
+    BookRead read(Book &book) const
+    {
+        int error = 0;
+        return readBook(path().c_str(), book, error);
+    }
+    void write(const std::string &text) const { std::ofstream(path(), std::ios::binary) << text; }
+
+    std::filesystem::path directory_;
+};
+
+TEST_F(BookFile, IsSavedReadAndClosedToOthers)
+{
+    Book book;
+    EXPECT_EQ(read(book), BookRead::absent);
+    ASSERT_EQ(saveBook(path().c_str(), sample()), 0);
+    EXPECT_EQ(read(book), BookRead::done);
+    EXPECT_EQ(textOf(book), textOf(sample()));
+    EXPECT_EQ(std::filesystem::status(path()).permissions(),
+              std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    EXPECT_FALSE(std::filesystem::exists(path() + ".tmp"));
+}
+
+TEST_F(BookFile, DamagedAndNewerOnesAreMovedAside)
+{
+    Book book;
+    write("tavstrg disk book 1\nid=");
+    EXPECT_EQ(read(book), BookRead::movedAside);
+    EXPECT_TRUE(book.fresh);
+    EXPECT_TRUE(std::filesystem::exists(path() + ".damaged"));
+    write("tavstrg disk book 9\n");
+    EXPECT_EQ(read(book), BookRead::movedNewer);
+    EXPECT_TRUE(std::filesystem::exists(path() + ".newer"));
+    EXPECT_EQ(read(book), BookRead::absent);
+}
+
+TEST_F(BookFile, AnythingElseInItsPlaceIsAFailure)
+{
+    Book book;
+    std::filesystem::create_directory(path());
+    EXPECT_EQ(read(book), BookRead::failed);
+    EXPECT_NE(saveBook(path().c_str(), sample()), 0);
+    std::filesystem::remove(path());
+    std::filesystem::create_symlink("/etc/passwd", path());
+    EXPECT_EQ(read(book), BookRead::failed);
+    EXPECT_EQ(saveBook("/nonexistent/book", sample()), ENOENT);
+}
+
+TEST_F(BookFile, KilledWhileSavingItIsNeverLost)
+{
+    ASSERT_EQ(saveBook(path().c_str(), sample()), 0);
+    for (int i = 0; i < 200; ++i) {
+        const pid_t child = fork();
+        if (child == 0) {
+            const Book book = sample();
+            for (;;) {
+                saveBook(path().c_str(), book);
+            }
+        }
+        ASSERT_GT(child, 0);
+        usleep(static_cast<useconds_t>(100 * (i % 20)));
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+        Book book;
+        ASSERT_EQ(read(book), BookRead::done) << i;
+    }
+    EXPECT_EQ(saveBook(path().c_str(), sample()), 0) << "what a killed one left is in nobody's way";
+}
+
+} // namespace

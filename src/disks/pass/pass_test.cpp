@@ -1,0 +1,203 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "disks/pass/pass.h"
+
+#include "disks/find/find.h"
+#include "sim/sim.h"
+#include "support/machines.h"
+
+#include <chrono>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <scsi/sg.h>
+#include <set>
+
+using namespace tavstrg::disks;
+using nlohmann::json;
+
+namespace {
+
+std::string describe(const Disk &disk)
+{
+    return std::string(disk.name) + " " + nameOf(disk.health.state) + ": " + disk.health.reason;
+}
+
+// What a pass over a machine finds, disk by disk.
+std::vector<std::string> passOver(const json &machine, const PassLimits &limits = {})
+{
+    const sim::Machine simulated(machine.dump());
+    Array<Disk> disks;
+    EXPECT_EQ(findDisks(disks), FindResult::done);
+    Pass pass;
+    EXPECT_TRUE(pass.run(disks, limits));
+    std::vector<std::string> all;
+    for (const Disk &disk : disks) {
+        all.push_back(describe(disk));
+    }
+    return all;
+}
+
+json machineOf(const json &device)
+{
+    return {{"hosts", {{{"number", 0}, {"driver", "ahci"}, {"devices", {device}}}}}};
+}
+
+json ata(json fields = json::object())
+{
+    json device = {{"ata", true}, {"model", "NORDWIND NW1000"}, {"serial", "NW-1"}};
+    device.update(fields);
+    return device;
+}
+
+std::string outcomeOf(const json &device)
+{
+    const auto all = passOver(machineOf(device));
+    return all.size() == 1 ? all[0] : std::to_string(all.size()) + " disks";
+}
+
+TEST(Pass, AtaDiskThatIsGoodFailingOrSwitchedOff)
+{
+    EXPECT_EQ(outcomeOf(ata()), "sda good: predicts no failure");
+    EXPECT_EQ(outcomeOf(ata({{"smart", {{"failing", true}}}})),
+              "sda failing: predicts its failure: a threshold is exceeded");
+    EXPECT_EQ(outcomeOf(ata({{"smart", {{"enabled", false}}}})), "sda off: SMART is switched off in the disk");
+    EXPECT_EQ(outcomeOf(ata({{"smart", {{"supported", false}}}})), "sda unknown: the disk has no SMART");
+}
+
+TEST(Pass, ScsiDiskThatIsGoodFailingOrSwitchedOff)
+{
+    EXPECT_EQ(outcomeOf({{"exceptions", {{"logPage", true}}}}), "sda good: predicts no failure");
+    EXPECT_EQ(outcomeOf({{"exceptions", {{"logPage", true}, {"predicting", true}}}}).substr(0, 33),
+              "sda failing: predicts its failure");
+    EXPECT_EQ(outcomeOf({{"exceptions", {{"logPage", true}, {"dexcpt", true}}}}),
+              "sda off: failure prediction is switched off");
+    EXPECT_EQ(outcomeOf({{"exceptions", {{"supported", false}}}}), "sda unknown: the disk has no log of its health");
+}
+
+TEST(Pass, DisksThatCannotBeOpenedSayWhy)
+{
+    EXPECT_EQ(outcomeOf(ata({{"openError", "ENXIO"}})), "sda unreadable: does not answer: No such device or address");
+    EXPECT_EQ(outcomeOf(ata({{"openError", "EACCES"}})), "sda unknown: not permitted to ask; root is");
+    EXPECT_EQ(outcomeOf(ata({{"faults", {{{"on", "any"}, {"errno", "ENODEV"}}}}})),
+              "sda unreadable: does not answer: No such device");
+    EXPECT_EQ(outcomeOf(ata({{"faults", {{{"on", "any"}, {"errno", "EPERM"}}}}})),
+              "sda unknown: not permitted to ask; root is");
+}
+
+TEST(Pass, SuspendedDiskIsNotEvenOpened)
+{
+    const sim::Machine machine(machineOf(ata({{"power", {{"runtimeStatus", "suspended"}}}})).dump());
+    Array<Disk> disks;
+    ASSERT_EQ(findDisks(disks), FindResult::done);
+    Pass pass;
+    ASSERT_TRUE(pass.run(disks));
+    EXPECT_EQ(disks[0].health.state, HealthState::asleep);
+    EXPECT_EQ(disks[0].readings.power, PowerState::suspended);
+    EXPECT_FALSE(disks[0].lastAsked);
+    EXPECT_TRUE(machine.openings().empty());
+    EXPECT_TRUE(machine.commands().empty());
+}
+
+TEST(Pass, OneDiskThatHangsDelaysNoOther)
+{
+    json machine = {{"hosts", json::array()}};
+    for (unsigned host = 0; host < 2; ++host) {
+        json devices = json::array();
+        for (unsigned id = 0; id < 3; ++id) {
+            devices.push_back(ata({{"id", id}, {"serial", "NW-" + std::to_string(host * 3 + id)}}));
+        }
+        machine["hosts"].push_back({{"number", host}, {"driver", "ahci"}, {"devices", devices}});
+    }
+    machine["hosts"][0]["devices"][1]["faults"] = {{{"on", "identify"}, {"hangSeconds", 5}}};
+    const sim::Machine simulated(machine.dump());
+    Array<Disk> disks;
+    ASSERT_EQ(findDisks(disks), FindResult::done);
+    Pass pass;
+    const auto begin = std::chrono::steady_clock::now();
+    ASSERT_TRUE(pass.run(disks, {.deadlineMs = 300}));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(4));
+    ASSERT_EQ(disks.count(), 6);
+    for (const Disk &disk : disks) {
+        EXPECT_EQ(disk.health.state, disk.name[2] == 'b' ? HealthState::unreadable : HealthState::good)
+            << describe(disk);
+    }
+    EXPECT_EQ(pass.setAside(), 1);
+    ASSERT_TRUE(pass.run(disks, {.deadlineMs = 300}));
+    EXPECT_EQ(describe(disks[1]), "sdb unreadable: its last command has not returned");
+    EXPECT_EQ(disks[0].health.state, HealthState::good);
+}
+
+TEST(Pass, DiskIsAskedAgainOnceItsCommandHasReturned)
+{
+    const sim::Machine machine(
+        machineOf(ata({{"faults", {{{"on", "identify"}, {"nth", 1}, {"hangSeconds", 1}}}}})).dump());
+    Array<Disk> disks;
+    ASSERT_EQ(findDisks(disks), FindResult::done);
+    Pass pass;
+    ASSERT_TRUE(pass.run(disks, {.deadlineMs = 50}));
+    EXPECT_EQ(disks[0].health.state, HealthState::unreadable);
+    while (pass.setAside() != 0) {
+        std::this_thread::yield();
+    }
+    ASSERT_TRUE(pass.run(disks));
+    EXPECT_EQ(disks[0].health.state, HealthState::good);
+}
+
+TEST(Pass, AnEmptyListIsFine)
+{
+    Array<Disk> disks;
+    Pass pass;
+    EXPECT_TRUE(pass.run(disks));
+}
+
+// ---- what never happens, over all example machines ----
+
+const std::set<uint8_t> kAtaCommands{0xE5, 0xEC, 0xB0, 0x2F};
+const std::set<uint8_t> kSmartFeatures{0xD0, 0xD1, 0xDA};
+const std::set<uint8_t> kScsiCommands{0x03, 0x12, 0x1A, 0x4D, 0x5A, 0x85};
+
+bool onlyReads(const sim::Command &command)
+{
+    if (command.request != SG_IO || command.bytes.empty() || !kScsiCommands.contains(command.bytes[0])) {
+        return false;
+    }
+    if (command.bytes[0] != 0x85) {
+        return true;
+    }
+    const uint8_t ataCommand = command.bytes[14];
+    return kAtaCommands.contains(ataCommand) && (ataCommand != 0xB0 || kSmartFeatures.contains(command.bytes[4]));
+}
+
+class EveryExample : public testing::TestWithParam<const char *> {};
+
+TEST_P(EveryExample, IsOnlyRead)
+{
+    const std::string path = std::string(TAV_SOURCE_DIR "/examples/machines/") + GetParam() + ".json";
+    const sim::Machine machine(sim::Machine::readFile(path));
+    Array<Disk> disks;
+    ASSERT_NE(findDisks(disks), FindResult::noMemory); // not every machine has /sys/block
+    std::vector<bool> switchedOn;
+    for (const Disk &disk : disks) {
+        switchedOn.push_back(machine.smartSwitchedOn(std::string("/dev/") + disk.name));
+    }
+    Pass pass;
+    ASSERT_TRUE(pass.run(disks));
+    for (const sim::Command &command : machine.commands()) {
+        EXPECT_TRUE(onlyReads(command)) << command.device << " " << testing::PrintToString(command.bytes);
+    }
+    for (const sim::Opening &opening : machine.openings()) {
+        EXPECT_EQ(opening.flags & O_ACCMODE, O_RDONLY) << opening.node;
+        EXPECT_NE(opening.flags & O_NONBLOCK, 0) << opening.node;
+    }
+    for (int32_t i = 0; i < disks.count(); ++i) {
+        EXPECT_EQ(machine.smartSwitchedOn(std::string("/dev/") + disks[i].name), switchedOn[static_cast<size_t>(i)])
+            << disks[i].name;
+    }
+    EXPECT_EQ(machine.openDescriptors(), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Examples, EveryExample,
+                         testing::Values("empty", "failing", "ide", "large", "server", "usb", "workstation"));
+
+} // namespace
