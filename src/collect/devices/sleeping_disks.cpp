@@ -148,6 +148,8 @@ void tavstrg::serialOfKept(const AskedDisk &disk, char *serial)
 
 void tavstrg::describeKept(const AskedDisk &disk, HardDiskEntry &entry)
 {
+    const TraceScope scope("TAVStorageSmartWatch"); // readers of the trace find one of these for each disk
+    TRACE(kDetail, "_IN_");
     if (!disk.kept.valuesKnown) {
         describeUnasked(disk, entry);
     } else {
@@ -155,9 +157,12 @@ void tavstrg::describeKept(const AskedDisk &disk, HardDiskEntry &entry)
     }
     if (g_SmartMode != kSmartModeOn) {
         entry.SmartPredict = 0; // as every disk that is not asked for a verdict
-    } else if (!disk.kept.values.smartAsked) {
-        entry.SmartPredict = kUnreadable;
+    } else {
+        const TraceScope verdict("get_kept_smart");
+        entry.SmartPredict = disk.kept.values.smartAsked ? entry.SmartPredict : kUnreadable;
+        TRACE(kDetail, "%s: last verdict SmartPredict=[%d]", disk.path, entry.SmartPredict);
     }
+    TRACE(kDetail, "_OUT_ SmartPredict=[%d]", entry.SmartPredict);
 }
 
 int tavstrg::wearOfKept(const AskedDisk &disk, uint16_t *figure)
