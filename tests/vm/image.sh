@@ -16,6 +16,7 @@ readonly tool_packages=(busybox-static lsscsi smartmontools sg3-utils libsgutils
 readonly tools=(usr/bin/lsscsi usr/bin/sg_inq usr/sbin/smartctl usr/sbin/smartd sbin/hdparm)
 # In load order, each after its dependencies. ahci comes before the other adapters, so its disks get the first names.
 readonly modules=(virtio_pci sd_mod sr_mod sg st ahci virtio_scsi sym53c8xx megaraid_sas mptsas xhci-pci usb-storage uas
+    nvme virtio_blk
     scsi_debug target_core_pscsi tcm_loop)
 
 unavailable() {

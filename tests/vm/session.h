@@ -48,10 +48,12 @@ void scanHost(int host);
 // Disks of the kernel's simulated SCSI host adapter, which is never managed.
 void addSimulatedDisks(int number);
 
-// The phase of the monitoring thread, and that of the kernel's events.
+// The phases of the monitoring thread and of the kernel's events.
 void monitoring();
 void hotplug();
 // The phase of the suspended disk.
 void sleeping();
+// The phase of the tool's disks.
+void disks();
 
 } // namespace vm

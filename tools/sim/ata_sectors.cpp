@@ -143,6 +143,10 @@ IdentifyBlock identifyBlock(const DeviceDescription &device, bool smartEnabled)
     putWord(block, 86, packet ? 0 : 0x3400);
     putWord(block, 87, packet ? 0 : 0x4000 | logs);
     putBlockAttributes(block, device);
+    if (device.statistics.supported) {
+        block[2 * size_t{84}] |= 0x20; // general purpose logging
+        block[2 * size_t{87}] |= 0x20;
+    }
     for (const auto &[word, value] : device.identifyWords) {
         putWord(block, word, value);
     }
@@ -197,6 +201,82 @@ std::vector<uint8_t> smartLog(uint8_t address)
     default:
         return {};
     }
+}
+
+namespace {
+
+constexpr uint8_t kStatisticsLog = 4;
+constexpr size_t kStatisticsPages = 8;
+
+bool hasPage(const StatisticsDescription &statistics, uint8_t page)
+{
+    return page == 0 || statistics.pages.contains(page) ||
+           std::any_of(statistics.values.begin(), statistics.values.end(),
+                       [page](const auto &entry) { return entry.first.first == page; });
+}
+
+// ACS-3: revision and page in the first 8 bytes, then 8 bytes for each statistic, of which the last has its flags.
+void putStatistics(const StatisticsDescription &statistics, uint8_t page, uint8_t *sector)
+{
+    constexpr uint8_t kSupported = 0x80;
+    constexpr uint8_t kValid = 0x40;
+    if (const auto given = statistics.pages.find(page); given != statistics.pages.end()) {
+        std::copy(given->second.begin(), given->second.end(), sector);
+        return;
+    }
+    sector[0] = 1;
+    sector[2] = page;
+    for (const auto &[place, value] : statistics.values) {
+        if (place.first != page) {
+            continue;
+        }
+        uint8_t *const at = sector + place.second;
+        for (unsigned i = 0; i < 7 && value; ++i) {
+            at[i] = static_cast<uint8_t>(static_cast<uint64_t>(*value) >> (8 * i));
+        }
+        if (value && *value < 0) { // temperatures are signed bytes
+            std::fill(at + 1, at + 7, uint8_t{0});
+        }
+        at[7] = static_cast<uint8_t>(kSupported | (value ? kValid : 0));
+    }
+}
+
+std::vector<uint8_t> statisticsLog(const StatisticsDescription &statistics)
+{
+    std::vector<uint8_t> log(kStatisticsPages * kSector);
+    for (uint8_t page = 1; page < kStatisticsPages; ++page) {
+        if (hasPage(statistics, page)) {
+            putStatistics(statistics, page, log.data() + page * kSector);
+        }
+    }
+    if (statistics.pages.contains(0)) {
+        putStatistics(statistics, 0, log.data());
+        return log;
+    }
+    log[0] = 1;
+    for (uint8_t page = 0; page < kStatisticsPages; ++page) {
+        if (hasPage(statistics, page)) {
+            log[size_t{9} + log[8]] = page; // byte 8: number of the pages that follow
+            ++log[8];
+        }
+    }
+    return log;
+}
+
+} // namespace
+
+std::vector<uint8_t> generalLog(const DeviceDescription &device, uint8_t address)
+{
+    if (!device.statistics.supported) {
+        return {};
+    }
+    if (address == kStatisticsLog) {
+        return statisticsLog(device.statistics);
+    }
+    std::vector<uint8_t> directory(kSector);
+    directory[0] = 1;
+    directory[size_t{2} * kStatisticsLog] = kStatisticsPages;
+    return address == 0 ? directory : std::vector<uint8_t>();
 }
 
 } // namespace sim

@@ -22,6 +22,12 @@ void readHost(Fields fields, Description &description)
     host.driver = fields.fileName("driver", "ahci");
     host.pciAddress = fields.optionalFileName("pciAddress", "");
     host.transport = fields.has("transport") ? fields.oneOf("transport", {"pci", "ata", "sas", "usb", "virtio"}) : "";
+    if (const std::optional<Fields> usb = fields.object("usb")) {
+        if (host.transport != "usb" && !(host.transport.empty() && host.driver.starts_with("usb"))) {
+            fields.fail("usb", "the transport is not \"usb\"");
+        }
+        host.usb = readUsb(*usb);
+    }
     for (const Fields &device : fields.objects("devices")) {
         description.devices.push_back(readDevice(device, host.number));
     }

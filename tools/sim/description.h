@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace sim {
@@ -143,6 +144,18 @@ struct BlockDescription {
     bool removable = false, readOnly = false;
 };
 
+// ATA Device Statistics (log 04h). By page and offset; no value: supported, but not valid at present.
+struct StatisticsDescription {
+    bool supported = false;
+    std::map<std::pair<uint8_t, uint16_t>, std::optional<int64_t>> values;
+    std::map<uint8_t, std::vector<uint8_t>> pages; // in place of those made up from the values
+};
+
+// SCSI log pages but that of the informational exceptions.
+struct LogsDescription {
+    std::map<uint8_t, std::optional<std::vector<uint8_t>>> pages; // without their header; nullopt: no such page
+};
+
 struct NvmeController;
 
 enum class Bus { scsi, ide, nvmeController, nvmeNamespace, virtio, mmc };
@@ -178,6 +191,9 @@ struct DeviceDescription {
     IdentityDescription identity;
     PowerDescription power;
     BlockDescription block;
+    bool sat = false; // an ATA disk behind a translator: ATA PASS-THROUGH works, libata's ioctls do not
+    StatisticsDescription statistics;
+    LogsDescription logs;
     std::vector<Fault> faults;
     std::string enclosureId; // of an enclosure, "0x500304801f2c3d3d"
     std::vector<SlotDescription> slots;
@@ -189,6 +205,7 @@ struct DeviceDescription {
     bool isIde() const { return bus == Bus::ide; }
     bool hasDiskName() const { return type == kDisk || type == kOptical || type == kReduced || type == kZoned; }
     bool hasBlocks() const { return bus != Bus::nvmeController && (hasDiskName() || type == kCdrom || type == kWorm); }
+    bool takesAta() const { return ata || sat; }
     bool isAtaDisk() const { return ata && (type == kDisk || type == kZoned); }
 };
 
@@ -231,11 +248,18 @@ struct CardDescription {
     DeviceDescription device;
 };
 
+// A USB device, as its directory in sysfs shows it.
+struct UsbDescription {
+    std::string vendorId, productId; // 4 hexadecimal digits
+    std::string manufacturer, product, serial;
+};
+
 struct HostDescription {
     int number = 0;
     std::string driver;
     std::string pciAddress; // "0000:00:1f.2"; empty: chosen by the driver's name
     std::string transport;  // "ata", "sas", "usb", "virtio", "pci"; empty: by the driver's name
+    std::optional<UsbDescription> usb;
 };
 
 struct IdeChannel {

@@ -159,8 +159,14 @@ DeviceDescription readDevice(Fields fields, int host)
     device.node = fields.isNull("node") ? kNoNode : fields.optionalFileName("node", "");
     device.genericNode = fields.isNull("genericNode") ? kNoNode : fields.optionalFileName("genericNode", "");
     readBehaviour(fields, device);
+    device.sat = fields.flag("sat", false);
+    if (device.sat && device.ata) {
+        fields.fail("sat", "an ATA device of libata has no other translator");
+    }
     readSysfs(fields, device);
-    device.exceptions.supported = device.exceptions.logPage = device.type == kDisk && !device.ata;
+    readLogs(fields, device);
+    device.exceptions.supported = device.exceptions.logPage =
+        (device.type == kDisk || device.type == kZoned) && !device.takesAta();
     if (const std::optional<Fields> exceptions = fields.object("exceptions")) {
         readExceptions(*exceptions, device.exceptions);
     }

@@ -19,6 +19,12 @@ void readBlock(Fields &fields, DeviceDescription &device);
 // Bytes of a fixed number, given as hexadecimal text in which "-" and ":" may separate them, or as an array.
 std::vector<uint8_t> readBytes(Fields &fields, const char *name, size_t number);
 
+UsbDescription readUsb(Fields fields);
+// Device statistics of an ATA disk, log pages of a SCSI disk.
+void readLogs(Fields &fields, DeviceDescription &device);
+// A map of pages by two hexadecimal digits to bytes, or null.
+std::map<uint8_t, std::optional<std::vector<uint8_t>>> readPages(Fields fields);
+
 // Adds to the description.
 void readNvme(Fields fields, Description &description);
 CardDescription readVirtio(Fields fields, size_t position);

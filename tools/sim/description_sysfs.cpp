@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <charconv>
 #include <set>
 #include <string>
 
@@ -20,35 +19,11 @@ void readWwn(Fields &fields, IdentityDescription &identity)
     }
 }
 
-// The kernel keeps pages of at most 64 KiB; longer ones would not fit into the page's length.
-void readVpdPages(Fields fields, IdentityDescription &identity)
-{
-    for (const std::string &name : fields.names()) {
-        uint8_t page = 0;
-        const char *const end = name.data() + name.size();
-        const auto [rest, error] = std::from_chars(name.data(), end, page, 16);
-        if (name == "comment") {
-            continue;
-        }
-        if (error != std::errc() || rest != end || name.size() != 2) {
-            fields.fail(name, "expected a page by two hexadecimal digits, such as \"83\"");
-        }
-        if (fields.isNull(name.c_str())) {
-            identity.vpdPages[page] = std::nullopt;
-            continue;
-        }
-        identity.vpdPages[page] = fields.bytes(name.c_str());
-        if (identity.vpdPages[page]->size() > 0xFFFF) {
-            fields.fail(name, "expected at most 65535 bytes");
-        }
-    }
-}
-
 void readIdentity(Fields &fields, IdentityDescription &identity)
 {
     readWwn(fields, identity);
     if (const std::optional<Fields> pages = fields.object("vpdPages")) {
-        readVpdPages(*pages, identity);
+        identity.vpdPages = readPages(*pages);
     }
     if (fields.has("wwid")) {
         identity.wwid = fields.text("wwid", "");
@@ -119,6 +94,25 @@ void readBlock(Fields &fields, DeviceDescription &device)
     }
     block.removable = fields.flag("removable", device.type == kCdrom);
     block.readOnly = fields.flag("readOnly", device.type == kCdrom);
+}
+
+UsbDescription readUsb(Fields fields)
+{
+    const auto id = [&fields](const char *name, const char *otherwise) {
+        std::string text = fields.text(name, otherwise);
+        if (text.size() != 4 || text.find_first_not_of("0123456789abcdef") != text.npos) {
+            fields.fail(name, "expected 4 hexadecimal digits in lower case");
+        }
+        return text;
+    };
+    UsbDescription usb;
+    usb.vendorId = id("vendorId", "1d6b");
+    usb.productId = id("productId", "0104");
+    usb.manufacturer = fields.text("manufacturer", "");
+    usb.product = fields.text("product", "");
+    usb.serial = fields.text("serial", "");
+    fields.finish();
+    return usb;
 }
 
 void readSysfs(Fields &fields, DeviceDescription &device)

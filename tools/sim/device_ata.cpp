@@ -3,6 +3,8 @@
 #include "sim/ata_sectors.h"
 #include "sim/device.h"
 
+#include <cstddef>
+
 namespace sim {
 
 namespace {
@@ -10,6 +12,9 @@ namespace {
 constexpr uint8_t kIdentifyDevice = 0xEC;
 constexpr uint8_t kIdentifyPacketDevice = 0xA1;
 constexpr uint8_t kCheckPowerMode = 0xE5;
+constexpr uint8_t kReadLogExt = 0x2F;
+constexpr uint8_t kReadLogDmaExt = 0x47;
+constexpr uint8_t kStatisticsLog = 0x04; // address of a log
 constexpr uint8_t kSmart = 0xB0;
 constexpr uint8_t kSmartReadData = 0xD0;
 constexpr uint8_t kSmartReadThresholds = 0xD1;
@@ -24,6 +29,21 @@ AtaReply aborted(const AtaRegisters &registers)
     reply.status = 0x41; // DRDY, ERR
     reply.error = 0x04;  // ABRT
     reply.registers.count = registers.count;
+    return reply;
+}
+
+// Some pages of a log.
+AtaReply readLog(const Device &device, const AtaRegisters &registers, uint8_t page)
+{
+    constexpr size_t kSector = 512;
+    const std::vector<uint8_t> log = generalLog(device.is, registers.lbaLow);
+    const size_t begin = page * kSector;
+    const size_t end = begin + registers.count * kSector;
+    if (registers.count == 0 || end > log.size()) {
+        return aborted(registers);
+    }
+    AtaReply reply;
+    reply.data.assign(log.begin() + static_cast<std::ptrdiff_t>(begin), log.begin() + static_cast<std::ptrdiff_t>(end));
     return reply;
 }
 
@@ -51,6 +71,8 @@ AtaReply smartCommand(Device &device, const AtaRegisters &registers)
         reply.data = smartData(smart);
     } else if (registers.features == kSmartReadThresholds) {
         reply.data = smartThresholds(smart);
+    } else if (registers.features == kSmartReadLog && registers.lbaLow == kStatisticsLog) {
+        return readLog(device, registers, 0);
     } else if (registers.features == kSmartReadLog && registers.count == 1) { // each log is one sector long
         reply.data = smartLog(registers.lbaLow);
         return reply.data.empty() ? aborted(registers) : reply;
@@ -67,6 +89,9 @@ RequestKind kindOfAta(uint8_t command, uint8_t features)
     if (command == kIdentifyDevice || command == kIdentifyPacketDevice) {
         return {Kind::identify, true, false};
     }
+    if (command == kReadLogExt || command == kReadLogDmaExt) {
+        return {Kind::readLog, true, false};
+    }
     if (command == kCheckPowerMode) {
         return {Kind::powerMode, true, false};
     }
@@ -80,6 +105,8 @@ RequestKind kindOfAta(uint8_t command, uint8_t features)
             return {Kind::smartStatus, true, false};
         case kSmartReadData:
             return {Kind::smartData, true, false};
+        case kSmartReadLog:
+            return {Kind::readLog, true, false};
         default:
             break;
         }
@@ -96,6 +123,9 @@ AtaReply ataCommand(Device &device, const AtaRegisters &registers)
         const IdentifyBlock block = identifyBlock(device.is, device.smartEnabled);
         reply.data.assign(block.begin(), block.end());
         return reply;
+    }
+    if (registers.command == kReadLogExt || registers.command == kReadLogDmaExt) {
+        return readLog(device, registers, registers.lbaMid);
     }
     if (const std::optional<AtaReply> reply = powerCommand(device, registers)) {
         return *reply;

@@ -3,6 +3,8 @@
 #include "sim/device.h"
 
 #include <algorithm>
+#include <set>
+#include <vector>
 
 namespace sim {
 
@@ -159,20 +161,53 @@ ScsiReply modeSelect(Device &device, std::span<const uint8_t> cdb, std::span<con
     return {};
 }
 
+std::vector<uint8_t> withHeader(uint8_t page, const std::vector<uint8_t> &content)
+{
+    std::vector<uint8_t> data{page, 0, static_cast<uint8_t>(content.size() >> 8), static_cast<uint8_t>(content.size())};
+    data.insert(data.end(), content.begin(), content.end());
+    return data;
+}
+
+// A disk whose logs are not described names a temperature page but does not have it.
+std::vector<uint8_t> logPageList(const DeviceDescription &device)
+{
+    constexpr uint8_t kTemperatureLog = 0x0D;
+    const auto &given = device.logs.pages;
+    if (const auto list = given.find(0); list != given.end() && list->second) {
+        return withHeader(0, *list->second);
+    }
+    std::set<uint8_t> pages{0x00};
+    if (given.empty()) {
+        pages.insert(kTemperatureLog);
+    }
+    if (device.exceptions.logPage) {
+        pages.insert(kExceptionsLog);
+    }
+    for (const auto &[page, content] : given) {
+        if (content) {
+            pages.insert(page);
+        } else {
+            pages.erase(page);
+        }
+    }
+    return withHeader(0, {pages.begin(), pages.end()});
+}
+
 ScsiReply logSense(const Device &device, std::span<const uint8_t> cdb)
 {
-    if (device.is.type != kDisk || device.is.ata) {
+    if ((device.is.type != kDisk && device.is.type != kZoned) || device.is.ata) {
         return checkCondition(kIllegalRequest, kInvalidOpcode);
     }
     const bool hasLog = device.is.exceptions.logPage;
     const uint8_t page = cdb[2] & 0x3F;
     ScsiReply reply;
     if (page == 0x00) {
-        reply.data = {0x00, 0, 0, 2, 0x00, 0x0D};
-        if (hasLog) {
-            reply.data.push_back(kExceptionsLog);
-            reply.data[3] = 3;
+        reply.data = logPageList(device.is);
+    } else if (const auto given = device.is.logs.pages.find(page); given != device.is.logs.pages.end()) {
+        if (!given->second) {
+            return checkCondition(kIllegalRequest, kInvalidField);
         }
+        reply.data = withHeader(page, *given->second);
     } else if (page == kExceptionsLog && hasLog) {
         const bool predicted = predicts(device);
         constexpr uint8_t kTemperature = 38;

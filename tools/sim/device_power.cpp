@@ -74,8 +74,8 @@ unsigned wakeFor(Device &device, const RequestKind &kind, std::span<const uint8_
     if (device.suspended && (kind.ata || kind.scsi)) { // the kernel resumes a device before it passes on any command
         return wake(device, nowMs);
     }
-    const bool quiet = device.is.ata ? kind.own == Kind::powerMode && device.power != Power::sleep
-                                     : bytes.empty() || isQuiet(bytes[0]);
+    const bool asksMode = kind.own == Kind::powerMode && device.power != Power::sleep;
+    const bool quiet = asksMode || (!device.is.ata && (bytes.empty() || isQuiet(bytes[0])));
     return !reachesDevice || quiet ? 0 : wake(device, nowMs);
 }
 

@@ -117,7 +117,7 @@ std::vector<uint8_t> senseOfRegisters(const AtaReply &ata, bool data, bool fixed
 
 ScsiReply passThrough(Device &device, std::span<const uint8_t> cdb)
 {
-    if (!device.is.ata || device.is.isIde()) {
+    if (!device.is.takesAta() || device.is.isIde()) {
         return checkCondition(kIllegalRequest, kInvalidOpcode);
     }
     const PassThrough request = decodePassThrough(cdb);
@@ -207,7 +207,8 @@ ScsiReply scsiCommand(Device &device, std::span<const uint8_t> cdb, std::span<co
     } else if (kind != Kind::testUnitReady) {
         reply = pageCommand(device, cdb, dataOut);
     }
-    if (device.is.descriptorSense && !device.is.ata && !reply.sense.empty()) {
+    const bool fixed = !reply.sense.empty() && (reply.sense[0] & 0x7E) == 0x70;
+    if (device.is.descriptorSense && !device.is.ata && fixed) {
         reply.sense = inDescriptorFormat(reply.sense);
     }
     device.lastSense = reply.sense;

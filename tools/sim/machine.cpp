@@ -159,8 +159,8 @@ bool Machine::smartSwitchedOn(std::string_view node) const
     if (device == nullptr) {
         return false;
     }
-    return device->is.ata ? device->is.smart.supported && device->smartEnabled
-                          : device->is.exceptions.supported && !device->exceptions.dexcpt;
+    return device->is.takesAta() ? device->is.smart.supported && device->smartEnabled
+                                 : device->is.exceptions.supported && !device->exceptions.dexcpt;
 }
 
 DiskPower Machine::power(std::string_view node) const

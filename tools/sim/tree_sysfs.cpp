@@ -107,6 +107,21 @@ private:
     std::map<std::string, size_t> ports_; // by target
 };
 
+// The USB device to which an interface with a host belongs.
+void addUsbDevice(Tree &tree, const UsbDescription &usb, const TreePath &directory)
+{
+    const auto add = [&](const char *name, const std::string &text) {
+        if (!text.empty()) { // the kernel has no file for a text that the device does not have
+            tree[directory / name] = {Node::file, text + "\n", 0444};
+        }
+    };
+    add("idVendor", usb.vendorId);
+    add("idProduct", usb.productId);
+    add("manufacturer", usb.manufacturer);
+    add("product", usb.product);
+    add("serial", usb.serial);
+}
+
 void addHost(Tree &tree, const HostDescription &host, const TreePath &directory)
 {
     const std::string name = "host" + std::to_string(host.number);
@@ -114,6 +129,9 @@ void addHost(Tree &tree, const HostDescription &host, const TreePath &directory)
     tree[directory / "scsi_host" / name / "proc_name"] = {Node::file, host.driver + "\n"};
     addLink(tree, scsiDevices() / name, directory);
     addLink(tree, scsiHosts() / name, directory / "scsi_host" / name);
+    if (host.usb) {
+        addUsbDevice(tree, *host.usb, TreePath(plainPath(directory.text() + "/../..")));
+    }
 }
 
 // Adds the directory of a device node below its device. Returns its path.

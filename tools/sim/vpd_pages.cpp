@@ -123,7 +123,7 @@ std::optional<Bytes> madeUp(const DeviceDescription &device, uint8_t page)
     case kDeviceIdentification:
         return deviceIdentification(device);
     case kAtaInformation:
-        return device.isAtaDisk() ? std::optional(ataInformation(device)) : std::nullopt;
+        return device.isAtaDisk() || device.sat ? std::optional(ataInformation(device)) : std::nullopt;
     case kBlockCharacteristics:
         return device.block.rotationRate ? std::optional(blockCharacteristics(device)) : std::nullopt;
     default:

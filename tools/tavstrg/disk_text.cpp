@@ -14,9 +14,7 @@ namespace {
 
 using namespace tavstrg::disks;
 
-constexpr size_t kGap = 1;       // columns between two columns
-constexpr size_t kLeastText = 6; // columns to which a text is cut at most
-
+constexpr size_t kGap = 1; // columns between two columns
 Mark markOf(HealthState state)
 {
     switch (state) {
@@ -36,11 +34,20 @@ const char *signOf(HealthState state)
     return mark == Mark::failure ? "!!" : mark == Mark::warning ? "!" : "";
 }
 
-// Texts that still say what they say when their end is cut off.
-bool canBeCut(const DiskColumn &column)
+// Columns that may be cut, and to how much at least.
+struct Cut {
+    std::string_view name;
+    size_t least;
+    bool fromFront; // what tells two apart is at the end
+};
+constexpr Cut kCuts[] = {{"REASON", 20, false}, {"BAY", 8, true},     {"MODEL", 8, false},
+                         {"SERIAL", 8, true},   {"VENDOR", 6, false}, {"ID", 12, true}};
+
+const Cut *cutOf(const DiskColumn &column)
 {
-    static constexpr std::string_view kNames[] = {"REASON", "MODEL", "BAY", "SERIAL", "VENDOR", "ID"};
-    return std::find(std::begin(kNames), std::end(kNames), column.name) != std::end(kNames);
+    const auto *const found =
+        std::find_if(std::begin(kCuts), std::end(kCuts), [&column](const Cut &cut) { return cut.name == column.name; });
+    return found == std::end(kCuts) ? nullptr : found;
 }
 
 // Takes columns of the widest text until the line fits.
@@ -49,7 +56,8 @@ void shrink(const DiskTable &table, std::vector<size_t> &widths, size_t total)
     while (table.width != 0 && total > table.width) {
         size_t widest = widths.size();
         for (size_t i = 0; i < widths.size(); ++i) {
-            const bool candidate = canBeCut(*table.columns[i]) && widths[i] > kLeastText;
+            const Cut *const rule = cutOf(*table.columns[i]);
+            const bool candidate = rule != nullptr && widths[i] > rule->least;
             if (candidate && (widest == widths.size() || widths[i] > widths[widest])) {
                 widest = i;
             }
@@ -78,16 +86,21 @@ std::vector<size_t> widthsOf(const std::vector<Disk> &disks, const DiskTable &ta
     return widths;
 }
 
-std::string cut(const std::string &text, size_t width)
+// With "~" in place of what is cut off.
+std::string cutTo(const std::string &text, size_t width, const Cut *rule)
 {
-    return text.size() <= width ? text : text.substr(0, width - 1) + "~";
+    if (text.size() <= width) {
+        return text;
+    }
+    return rule != nullptr && rule->fromFront ? "~" + text.substr(text.size() - width + 1)
+                                              : text.substr(0, width - 1) + "~";
 }
 
-std::string cell(const std::string &text, size_t width, bool right)
+std::string cell(const std::string &text, size_t width, const DiskColumn &column)
 {
-    const std::string fitting = cut(text, width);
+    const std::string fitting = cutTo(text, width, cutOf(column));
     const std::string blanks(width - fitting.size(), ' ');
-    return right ? blanks + fitting : fitting + blanks;
+    return column.number ? blanks + fitting : fitting + blanks;
 }
 
 std::string withoutTrailingBlanks(std::string line)
@@ -101,8 +114,7 @@ std::string lineOf(const DiskTable &table, const std::vector<size_t> &widths, co
 {
     std::string line = sign;
     for (size_t i = 0; i < table.columns.size(); ++i) {
-        line += (i == 0 ? "" : std::string(kGap, ' ')) +
-                cell(textOf(*table.columns[i]), widths[i], table.columns[i]->number);
+        line += (i == 0 ? "" : std::string(kGap, ' ')) + cell(textOf(*table.columns[i]), widths[i], *table.columns[i]);
     }
     return withoutTrailingBlanks(line);
 }
@@ -148,7 +160,8 @@ std::string diskTable(const std::vector<Disk> &disks, const DiskTable &table, co
                "\n";
     }
     for (const Disk &disk : disks) {
-        const std::string sign = marked ? cell(signOf(disk.health.state), before, false) : "";
+        std::string sign = marked ? signOf(disk.health.state) : "";
+        sign.resize(before, ' ');
         const std::string line =
             lineOf(table, widths, sign, [&disk](const DiskColumn &column) { return column.text(disk); });
         text += painted(line, markOf(disk.health.state), style.colour) + "\n";

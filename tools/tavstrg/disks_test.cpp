@@ -62,6 +62,14 @@ TEST(DiskTable, DefaultFits80ColumnsAndTheWideOne120)
     EXPECT_THAT(wide, HasSubstr("unreadable 255%   34 43800"));
 }
 
+TEST(DiskTable, WhatIsCutStillTellsDisksApart)
+{
+    const std::string wide = diskTable({diskOf("sda")}, {defaultDiskColumns(true), tool::kWideTableWidth}, {});
+    EXPECT_THAT(wide, HasSubstr("Slot 24 "));
+    EXPECT_THAT(wide, HasSubstr("-OF-sda "));
+    EXPECT_THAT(wide, HasSubstr(" predicts its failur~\n"));
+}
+
 TEST(DiskTable, ChosenColumnsAreWhole)
 {
     const DiskTable table{{findDiskColumn("node"), findDiskColumn("Model"), findDiskColumn("MEDIA-ERR")}, 0};

@@ -154,6 +154,15 @@ AskedDisk tavstrg::askedDisk(const SCSIDeviceInfo &device)
     return disk;
 }
 
+void tavstrg::beginDescription(HardDiskEntry &entry, const char *path)
+{
+    copyText(entry.DevPath, path);
+    entry.DevKind = kDevKindScsi;
+    entry.SmartPredict = 0;
+    entry.SmartSupport = 1;
+    entry.SmartEnableState = 0;
+}
+
 void tavstrg::describeUnasked(const AskedDisk &disk, HardDiskEntry &entry)
 {
     const KernelSize size = readKernelSize(disk.address, disk.path);

@@ -69,7 +69,7 @@ Health healthOfError(int error, const char *node)
         break;
     default:
         std::snprintf(reason, sizeof reason, "does not answer: %s", text.text());
-        setHealth(health, HealthState::unreadable, node, reason);
+        setHealth(health, HealthState::unreadable, "kernel", reason);
         break;
     }
     return health;

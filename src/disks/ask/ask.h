@@ -18,7 +18,8 @@ void askScsi(int fd, Disk &disk);
 void askNvme(int fd, Disk &disk);
 
 // The health of a disk whose node could not be opened, or whose command failed, with this errno value: unreadable where
-// the disk does not answer, unknown where this process may not ask, or the driver takes no commands.
+// the disk does not answer; unknown, without a source, where this process may not ask or the driver takes no commands.
+// node: for the reason.
 Health healthOfError(int error, const char *node);
 
 } // namespace tavstrg::disks

@@ -24,12 +24,12 @@ void askNvme(int fd, Disk &disk)
         char reason[sizeof Health::reason];
         std::snprintf(reason, sizeof reason, "the controller refuses its health log (status %03Xh)",
                       static_cast<unsigned>(status) & 0x7FFU);
-        setHealth(disk.health, HealthState::unknown, "", reason);
+        setHealth(disk.health, HealthState::unknown, "NVMe health log", reason);
         return;
     }
     const Maybe<uint8_t> warning = takeHealthLog(log, disk.readings);
     if (!warning) {
-        setHealth(disk.health, HealthState::unknown, "", "the controller's health log is empty");
+        setHealth(disk.health, HealthState::unknown, "NVMe health log", "the controller's health log is empty");
         return;
     }
     disk.readings.power = PowerState::active;

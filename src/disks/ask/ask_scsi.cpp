@@ -90,7 +90,7 @@ void askScsi(int fd, Disk &disk)
     if (!reply.delivered()) {
         disk.health = healthOfError(reply.error, disk.name);
     } else if (!reply.succeeded()) {
-        setHealth(disk.health, HealthState::unknown, "", "the disk has no log of its health");
+        setHealth(disk.health, HealthState::unknown, "log pages", "the disk has no log of its health");
     } else {
         readLogs(fd, supported, disk);
     }

@@ -2,7 +2,9 @@
 #include "disks/ask/verdict.h"
 
 #include "disks/ask/nvme_decode.h"
+#include "runtime/field_text.h"
 
+#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 
@@ -80,6 +82,24 @@ bool ataWarning(const Readings &readings, Health &health)
     return true;
 }
 
+bool hasThresholds(const Readings &readings)
+{
+    return std::any_of(readings.attributes, readings.attributes + readings.attributeCount,
+                       [](const AtaAttribute &attribute) { return attribute.threshold.orElse(0) != 0; });
+}
+
+// In place of a status that did not come back, as through adapters that drop the registers.
+Health judgeAttributes(const Readings &readings)
+{
+    if (failedAttribute(readings, &AtaAttribute::current, true) != nullptr) {
+        Health health = exceeded(readings);
+        copyText(health.source, kAttributes);
+        return health;
+    }
+    return healthOf(HealthState::good, kAttributes,
+                    "no attribute is beyond its threshold; its status did not come back");
+}
+
 // Texts of SPC-5, annex F, for the codes that disks use.
 const char *textOfException(uint16_t exception)
 {
@@ -123,12 +143,18 @@ Health judgeAta(const AtaReport &report, const Readings &readings)
     if (report.verdict == SmartVerdict::exceeded) {
         return exceeded(readings);
     }
-    Health health{};
+    Health health = judgeAttributes(readings);
+    if (report.verdict == SmartVerdict::unknown && health.state == HealthState::failing) {
+        return health;
+    }
     if (ataWarning(readings, health)) {
         return health;
     }
     if (report.verdict == SmartVerdict::good) {
         return healthOf(HealthState::good, kSmartStatus, "predicts no failure");
+    }
+    if (hasThresholds(readings)) {
+        return judgeAttributes(readings);
     }
     return healthOf(HealthState::unknown, kSmartStatus,
                     report.statusRefused ? "the disk refuses to report its SMART status"
@@ -148,7 +174,7 @@ Health judgeScsi(const Maybe<uint16_t> &exception, const Readings &readings)
         return wornOut(readings, "solid state media log");
     }
     if (!exception) {
-        return healthOf(HealthState::unknown, "", "the disk has no log of its health");
+        return healthOf(HealthState::unknown, "log pages", "the disk has no log of its health");
     }
     if (code != kNone) {
         return exceptional(exception.value);

@@ -55,6 +55,22 @@ TEST(AtaVerdict, WarnsOfWearPendingSectorsAndThePast)
     EXPECT_EQ(judgeAta({false, SmartVerdict::good}, past).state, HealthState::good) << "age is no failure";
 }
 
+TEST(AtaVerdict, AttributesDecideWhereTheStatusDoesNotComeBack)
+{
+    Readings readings{};
+    readings.attributes[0] = attribute(5, 0x33, 100, 100, 36);
+    readings.attributeCount = 1;
+    EXPECT_EQ(judgeAta({false, SmartVerdict::unknown}, readings).state, HealthState::good);
+    EXPECT_STREQ(judgeAta({true, SmartVerdict::unknown}, readings).source, "SMART attributes");
+    readings.attributes[0].current = 36;
+    readings.pendingSectors.set(1);
+    EXPECT_EQ(judgeAta({false, SmartVerdict::unknown}, readings).state, HealthState::failing);
+    EXPECT_STREQ(judgeAta({false, SmartVerdict::unknown}, readings).source, "SMART attributes");
+    readings.attributes[0].threshold = {};
+    readings.pendingSectors = {};
+    EXPECT_EQ(judgeAta({false, SmartVerdict::unknown}, readings).state, HealthState::unknown);
+}
+
 TEST(ScsiVerdict, ByCode)
 {
     EXPECT_EQ(judgeScsi(someOf<uint16_t>(0), {}).state, HealthState::good);

@@ -112,8 +112,9 @@ void askOne(Disk &disk, const char *sysfs)
         return;
     }
     askDisk(disk);
-    const bool asked = disk.health.state != HealthState::asleep && disk.health.state != HealthState::unreadable &&
-                       disk.protocol != Protocol::none;
+    const HealthState state = disk.health.state;
+    const bool answered = state != HealthState::asleep && state != HealthState::unreadable;
+    const bool asked = answered && disk.health.source[0] != '\0'; // else nothing was sent
     if (asked) {
         disk.lastAsked.set(static_cast<int64_t>(std::time(nullptr)));
     }

@@ -99,6 +99,35 @@ TEST(Pass, SuspendedDiskIsNotEvenOpened)
     EXPECT_TRUE(machine.commands().empty());
 }
 
+TEST(Pass, DiskInStandbyIsNotWokenAndIdleOnesAreAsked)
+{
+    for (const bool isAta : {true, false}) {
+        for (const char *state : {"standby", "idle", "active"}) {
+            json device = isAta ? ata() : json{{"exceptions", {{"logPage", true}}}};
+            device["power"] = {{"state", state}};
+            const sim::Machine machine(machineOf(device).dump());
+            Array<Disk> disks;
+            ASSERT_EQ(findDisks(disks), FindResult::done);
+            Pass pass;
+            ASSERT_TRUE(pass.run(disks));
+            const bool sleeps = std::string(state) == "standby";
+            EXPECT_EQ(disks[0].health.state, sleeps ? HealthState::asleep : HealthState::good) << describe(disks[0]);
+            EXPECT_EQ(disks[0].lastAsked.known, !sleeps);
+            EXPECT_EQ(machine.commands().size() == 1, sleeps) << "one command finds out";
+            EXPECT_EQ(machine.power("/dev/sda").spinUps, 0U) << state;
+        }
+    }
+}
+
+TEST(Pass, RegistersOfAtaDisksInFixedFormat)
+{
+    EXPECT_EQ(outcomeOf(ata({{"ataStatus", "fixed"}})), "sda good: predicts no failure");
+    EXPECT_EQ(outcomeOf(ata({{"ataStatus", "fixed"}, {"smart", {{"failing", true}}}})),
+              "sda failing: predicts its failure: a threshold is exceeded");
+    EXPECT_EQ(outcomeOf(ata({{"ataStatus", "fixed"}, {"power", {{"state", "standby"}}}})),
+              "sda asleep: sleeps; it was not asked");
+}
+
 TEST(Pass, OneDiskThatHangsDelaysNoOther)
 {
     json machine = {{"hosts", json::array()}};
