@@ -166,6 +166,9 @@ void tavstrg::describeUnasked(const AskedDisk &disk, HardDiskEntry &entry)
     const KernelSize size = readKernelSize(disk.address, disk.path);
     setUsualGeometry(entry, size.sectors, size.sectorSize);
     entry.SmartPredict = kUnreadable;
+    const TraceScope scope("TAVStorageSmartWatch"); // readers of the trace find one of these for each disk
+    TRACE(kDetail, "_IN_");
+    TRACE(kDetail, "_OUT_ SmartPredict=[%d]", entry.SmartPredict);
 }
 
 const DiskAsker::Functions AskNow::kFunctions = {
