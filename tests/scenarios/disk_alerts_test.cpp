@@ -88,7 +88,8 @@ TEST_P(DiskAlerts, TellEachTransitionOnceAlsoAfterARestart)
 INSTANTIATE_TEST_SUITE_P(Options, DiskAlerts, testing::Values("disk-alerts\n", "all\n"),
                          [](const auto &testInfo) { return std::string(testInfo.param).substr(0, 3); });
 
-// Together with the options that keep a dead disk in the inventory.
+// Together with the options that keep a dead disk in the inventory. With sleeping-disks a disk is asked only after
+// other programs have used it.
 class DeadDisk : public DiskAlerts {};
 
 TEST_P(DeadDisk, IsUnreadableOnceAndReadableAgainOnce)
@@ -98,11 +99,13 @@ TEST_P(DeadDisk, IsUnreadableOnceAndReadableAgainOnce)
     ASSERT_TRUE(steps.start(*server));
     for (int pass = 0; pass < 2; ++pass) {
         change({diskOf("A"), dead});
+        machine.useDisk("/dev/sdb", 1, 0);
         ASSERT_TRUE(steps.pass());
         EXPECT_THAT(events(agent), ElementsAre("unreadable B"));
     }
     for (int pass = 0; pass < 2; ++pass) {
         change({diskOf("A"), diskOf("B")});
+        machine.useDisk("/dev/sdb", 1, 0);
         ASSERT_TRUE(steps.pass());
         EXPECT_THAT(events(agent), ElementsAre("unreadable B", "readable B"));
     }
@@ -113,6 +116,7 @@ TEST_P(DeadDisk, SleepingOneGivesNoEvent)
     json asleep = diskOf("B", true);
     ASSERT_TRUE(steps.start(*server));
     change({diskOf("A"), asleep});
+    machine.useDisk("/dev/sdb", 1, 0);
     ASSERT_TRUE(steps.pass());
     EXPECT_THAT(events(agent), ElementsAre("failing B"));
     asleep["power"] = {{"state", "standby"}};
