@@ -271,6 +271,7 @@ DiskReport collectDisks(const Arguments &arguments)
     report.disks.assign(disks.begin(), disks.end());
     if (report.disks.empty()) {
         report.explanation = explanationOf(result);
+        report.permitted = result != FindResult::notReadable;
     }
     addNotes(report, result);
     return report;

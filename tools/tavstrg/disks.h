@@ -26,7 +26,7 @@ struct DiskReport {
     std::vector<Disk> disks;        // in the kernel's order
     std::string explanation;        // why there is no disk; empty where there is one
     std::vector<std::string> notes; // what could not be seen, and why
-    bool permitted = true;          // whether at least one disk could be asked, or none refused
+    bool permitted = true; // false: nothing can be said, as no disk can be seen, or asked for want of permission
 };
 
 // Finds and asks all disks. Throws Failure if memory is short.

@@ -241,6 +241,7 @@ TEST_F(Disks, WithoutSysfsAndWithoutDisksItSaysSo)
     const Finished none = run({"--machine", write("none.json", R"({"kernel": "2.4.20"})"), "disks"});
     EXPECT_EQ(none.status, 0);
     EXPECT_THAT(none.out, StartsWith("No disk can be seen: /sys/block cannot be read"));
+    EXPECT_EQ(run({"--machine", (directory_ / "none.json").string(), "health"}).status, 1);
     const Finished drive =
         run({"--machine", write("drive.json", R"({"hosts": [{"driver": "ahci", "devices": [{"type": "cdrom"}]}]})"),
              "disks"});

@@ -104,7 +104,7 @@ bool isDiskType(const AttributeDirectory &device)
 bool readAtaPage(const AttributeDirectory &device, Disk &disk)
 {
     constexpr size_t kIdentifyAt = 60;
-    constexpr size_t kModelAt = kIdentifyAt + 27 * 2;
+    constexpr size_t kModelAt = kIdentifyAt + size_t{27} * 2;
     constexpr size_t kModelLength = 40;
     char buffer[kVpdRoom];
     const std::string_view page = device.read("vpd_pg89", buffer);

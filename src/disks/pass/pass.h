@@ -38,7 +38,7 @@ public:
     int32_t setAside() const;
 
 private:
-    static void *threadMain(void *worker);
+    static void *threadMain(void *argument);
     void work(Worker &worker);
     bool claim(Worker &worker);
     bool startWorker(Round &round);
