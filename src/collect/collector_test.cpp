@@ -3,6 +3,7 @@
 
 #include "devcmd/smart/smart_watch.h"
 #include "devcmd/transport/transport.h"
+#include "support/machines.h"
 #include "support/snapshot_fixture.h"
 
 #include <memory>
@@ -44,6 +45,20 @@ TEST(Collection, SourcesThatAreNotThereAreNoFailure)
     ASSERT_EQ(strgGetCurrentInfo(1, now.dat), 0);
     EXPECT_EQ(now.count(TAV_CID_STRG_SCSI), 0);
     EXPECT_TRUE(trace.has(kDetail, "_OUT_ CurrentInfo is NULL,No scsi disk exist", "GetSCSIDeviceTotalNumber"));
+}
+
+TEST(Collection, LooksAtTheNodeOfEachDiskOnce)
+{
+    const auto looks = [](size_t disks) {
+        const sim::Machine machine(machines::ofEqualDisks(disks, "MODEL-0"));
+        Snapshot now;
+        sim::countCallsOf("");
+        sim::resetCounts();
+        EXPECT_EQ(strgGetCurrentInfo(1, now.dat), 0);
+        EXPECT_EQ(now.count(TAV_CID_STRG_HDD), static_cast<int>(disks));
+        return sim::callsMade(sim::Call::stat);
+    };
+    EXPECT_EQ(looks(6) - looks(3), 6U) << "for each its node, and its directory in sysfs";
 }
 
 TEST(Collection, TracesEachClassInItsOrder)
