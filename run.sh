@@ -92,12 +92,17 @@ has_other_disks() {
     return 1
 }
 
+# Succeeds if the provider keeps disks that are not ATA disks in its inventory.
+has_any_disk_managed() {
+    grep -qsE '^[[:blank:]]*(all|disk-identity)([[:blank:]#]|$)' "$agent_root/data/options.inf"
+}
+
 storage_inf() {
     local driver
     echo "# Drivers of the host adapters whose devices are in the inventory, one per line."
     while read -r driver; do
-        if has_other_disks "$driver"; then
-            echo "# $driver    # has disks that are not ATA disks: managing it would fail the inventory"
+        if ! has_any_disk_managed && has_other_disks "$driver"; then
+            echo "# $driver    # has disks that are not ATA disks: managing it without disk-identity in options.inf would fail the inventory"
         else
             echo "$driver"
         fi
@@ -135,9 +140,9 @@ prepare_agent() {
     for library in libtavlog.so libtavalert.so; do
         make_file "$agent_root/lib/$library" <"$lib/$library"
     done
-    storage_inf | make_file "$agent_root/data/storage.inf"
     [ -e "$agent_root/data/options.inf" ] || say "switching on everything beyond the base system (options.inf: all)"
     options_inf | make_file "$agent_root/data/options.inf"
+    storage_inf | make_file "$agent_root/data/storage.inf"
 }
 
 if $real; then

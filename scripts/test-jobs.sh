@@ -11,7 +11,7 @@ clang    build,clang           Builds the provider with the other compiler and r
 asan     build,clang           Runs the unit and scenario tests with the address and undefined-behaviour sanitizers.
 tsan     build                 Runs the tests of what several threads share with the thread sanitizer.
 fuzz     build,clang           Runs each fuzz target for 10 seconds.
-fleet    fleet                 Tests the rules, the queries and the documents of fleet with Prometheus' own tools.
+fleet    fleet                 Tests fleet with Prometheus and the node exporter: rules, queries, documents, and a text file on the way through both.
 bare     build,bare            Builds, tests and packages in a bare Debian, and installs the packages in another."
 
 readonly provider_tests=(test_provider test_classes test_lifecycle test_monitor test_collect test_endurance test_devcmd
@@ -58,7 +58,10 @@ job_tsan() {
 
 job_fuzz() { check ./fuzz.sh --seconds 10; }
 
-job_fleet() { check tests/fleet/fleet_test.sh .; }
+job_fleet() {
+    check tests/fleet/fleet_test.sh .
+    check tests/fleet/loopback_test.py .
+}
 
 job_bare() { check tests/bare/run.sh; }
 

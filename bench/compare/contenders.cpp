@@ -21,7 +21,14 @@ std::string textOf(Place place)
 
 bool isResident(Contender contender)
 {
-    return contender == Contender::collection || contender == Contender::discovery || contender == Contender::inventory;
+    return contender == Contender::collection || contender == Contender::sideBySide ||
+           contender == Contender::discovery || contender == Contender::inventory;
+}
+
+// Text of the file options.inf of a contender's machine; empty without one.
+const char *optionsOf(Contender contender)
+{
+    return contender == Contender::sideBySide ? "side-by-side" : "";
 }
 
 // Directory of the agent's state between the provider's runs: with it, a fresh process makes one collection and not
@@ -32,6 +39,8 @@ std::string keptState(Contender contender, Place place)
     case Contender::collection:
     case Contender::providerProcess:
         return "state-" + textOf(place);
+    case Contender::sideBySide: // its options.inf stays in the directory
+        return "state-side-by-side-" + textOf(place);
     case Contender::inventory: // the SMART mode is kept too
         return "state-off-" + textOf(place);
     default:
@@ -56,12 +65,12 @@ Contest::Contest(Lab &lab, std::string binaries, std::string libraries)
 {
 }
 
-std::string Contest::machine(Place place) const
+std::string Contest::machine(Place place, const char *options) const
 {
-    const std::string name = "all-" + textOf(place) + "-" + std::to_string(place.latencyMs) + ".json";
+    const std::string name = "all-" + textOf(place) + "-" + std::to_string(place.latencyMs) + "-" + options + ".json";
     return std::filesystem::exists(lab_.path(name))
                ? lab_.path(name)
-               : lab_.write(name, machineOf(0, place.disks, place.perHost, place.latencyMs));
+               : lab_.write(name, withOptions(machineOf(0, place.disks, place.perHost, place.latencyMs), options));
 }
 
 std::string Contest::machineOfOne(int disk, int latencyMs) const
@@ -127,10 +136,11 @@ Program Contest::program(Contender contender, Place place, int requests) const
 std::vector<Cost> Contest::resident(Contender contender, Place place, int times)
 {
     const std::string state = keptState(contender, place);
-    lab_.measure(program(contender, place, 1), machine(place), state); // creates the saved state
-    const Cost one = lab_.measure(program(contender, place, 1), machine(place), state);
+    const std::string described = machine(place, optionsOf(contender));
+    lab_.measure(program(contender, place, 1), described, state); // creates the saved state
+    const Cost one = lab_.measure(program(contender, place, 1), described, state);
     std::string output;
-    const Cost all = lab_.measure(program(contender, place, times + 1), machine(place), state, &output);
+    const Cost all = lab_.measure(program(contender, place, times + 1), described, state, &output);
     const auto perRequest = [times](unsigned whole, unsigned first) {
         return (whole - first) / static_cast<unsigned>(times);
     };
@@ -205,7 +215,8 @@ long Contest::systemCalls(Contender contender, Place place)
                                               machineOfOne(0, place.latencyMs));
     }
     const auto calls = [&](int requests) {
-        return lab_.systemCalls(program(contender, place, requests), machine(place), keptState(contender, place));
+        return lab_.systemCalls(program(contender, place, requests), machine(place, optionsOf(contender)),
+                                keptState(contender, place));
     };
     return isResident(contender) ? calls(3) - calls(2) : calls(1);
 }
@@ -229,6 +240,7 @@ void Contest::checkThatAllSeeTheMachine()
     expect(program(Contender::smartd, place, 1), machine(place), 0, serials);
     expect(program(Contender::collection, place, 2), machine(place), 0, {});
     expect(program(Contender::inventory, place, 2), machine(place), 0, {});
+    expect(program(Contender::sideBySide, place, 2), machine(place, optionsOf(Contender::sideBySide)), 0, {});
     expect(program(Contender::discovery, place, 2), machine(place), 0, {});
 
     // One disk predicts its failure and each program must report it, so none can report "good" without asking.

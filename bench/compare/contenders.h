@@ -11,6 +11,7 @@ namespace compare {
 
 enum class Contender {
     collection,       // the provider, resident: one request makes it collect again, SMART on
+    sideBySide,       // the same with "side-by-side" in options.inf
     providerProcess,  // the provider in a fresh process that makes one collection
     smartctl,         // smartctl -iHA for each disk, one after the other
     smartctlBare,     // the same with an empty drive database
@@ -48,7 +49,7 @@ public:
     void checkThatAllSeeTheMachine();
 
 private:
-    std::string machine(Place place) const;
+    std::string machine(Place place, const char *options = "") const;
     std::string machineOfOne(int disk, int latencyMs) const;
     std::string pathOfOne(const std::string &node, int latencyMs) const;
     Program program(Contender contender, Place place, int requests) const;

@@ -19,6 +19,7 @@ struct Column {
     Contender contender;
 };
 constexpr std::array kSmartColumns = {Column{"a collection", Contender::collection},
+                                      Column{"a collection, side by side", Contender::sideBySide},
                                       Column{"a process that collects once", Contender::providerProcess},
                                       Column{"`smartctl`", Contender::smartctl},
                                       Column{"`smartctl`, no database", Contender::smartctlBare},
@@ -28,9 +29,9 @@ constexpr std::array kSmartColumns = {Column{"a collection", Contender::collecti
 constexpr std::array kDiscoveryColumns = {
     Column{"discovery", Contender::discovery}, Column{"a process that discovers once", Contender::discoveryProcess},
     Column{"a collection, SMART off", Contender::inventory}, Column{"`lsscsi`", Contender::lsscsi}};
-constexpr const char *kNames[kContenders] = {"collection",       "providerProcess", "smartctl",    "smartctlBare",
-                                             "smartctlParallel", "smartd",          "smartdStart", "discovery",
-                                             "discoveryProcess", "inventory",       "lsscsi"};
+constexpr const char *kNames[kContenders] = {"collection",   "sideBySide",       "providerProcess", "smartctl",
+                                             "smartctlBare", "smartctlParallel", "smartd",          "smartdStart",
+                                             "discovery",    "discoveryProcess", "inventory",       "lsscsi"};
 
 using Value = std::string (*)(const Figures &);
 
@@ -114,6 +115,7 @@ struct Goal {
     double Figures::*figure;
     double share;
     int leastDisks;
+    int leastLatencyMs = 0;
 };
 constexpr Goal kGoals[] = {
     {Contender::collection, Contender::smartctl, "CPU time of a collection", "smartctl's", &Figures::cpuSeconds, 0.1,
@@ -123,6 +125,10 @@ constexpr Goal kGoals[] = {
     {Contender::collection, Contender::smartd, "time of a collection", "smartd's", &Figures::wallSeconds, 1, 1},
     {Contender::providerProcess, Contender::smartd, "time of a process that collects once", "smartd's",
      &Figures::wallSeconds, 1, 1},
+    // 1.2 s instead of 13 for 128 disks on 16 adapters. With the simulated machine, whose work in several threads at
+    // once cannot be taken out.
+    {Contender::sideBySide, Contender::collection, "time of a collection side by side", "a serial one's",
+     &Figures::rawWallSeconds, 1.2 / 13, 128, 20},
 };
 
 } // namespace
@@ -216,7 +222,8 @@ bool Results::goals() const
         const auto &[place, contender] = at;
         for (const Goal &wanted : kGoals) {
             const Figures *const other = find(wanted.other, place);
-            if (wanted.contender == contender && other != nullptr && place.disks >= wanted.leastDisks) {
+            if (wanted.contender == contender && other != nullptr && place.disks >= wanted.leastDisks &&
+                place.latencyMs >= wanted.leastLatencyMs) {
                 reached &= goal(wanted.what + textOf(place), figures.*wanted.figure, wanted.against,
                                 other->*wanted.figure, wanted.share);
             }

@@ -68,4 +68,14 @@ std::string machineOf(int first, int number, int perHost, int latencyMs, int fai
     return machines::text(machine);
 }
 
+std::string withOptions(const std::string &machine, const std::string &options)
+{
+    if (options.empty()) {
+        return machine;
+    }
+    nlohmann::json changed = nlohmann::json::parse(machine);
+    changed["files"]["options.inf"] = options + "\n";
+    return machines::text(changed);
+}
+
 } // namespace compare

@@ -21,4 +21,7 @@ constexpr int kPowerOnHours = 4242;
 // -1: none.
 std::string machineOf(int first, int number, int perHost, int latencyMs, int failing = -1);
 
+// The same machine with a text in the administrator's file options.inf; without that file if the text is empty.
+std::string withOptions(const std::string &machine, const std::string &options);
+
 } // namespace compare

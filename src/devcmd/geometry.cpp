@@ -18,6 +18,14 @@ int32_t sector_size = kKernelSector;
 
 namespace {
 
+constinit thread_local int32_t *ownSectorSize = nullptr;
+
+// The sector size that was read last, of this thread's own or the shared one.
+int32_t &lastSectorSize()
+{
+    return ownSectorSize == nullptr ? sector_size : *ownSectorSize;
+}
+
 // Traces under the name of its caller.
 std::optional<uint64_t> readKernelSectors(int fd)
 {
@@ -54,6 +62,16 @@ void setGeometry(HardDiskEntry &disk, const GeometryTriple &triple, int32_t sect
 }
 
 } // namespace
+
+OwnSectorSize::OwnSectorSize() : size_(kKernelSector), outer_(ownSectorSize)
+{
+    ownSectorSize = &size_;
+}
+
+OwnSectorSize::~OwnSectorSize()
+{
+    ownSectorSize = outer_;
+}
 
 int get_sectorsize(int fd)
 {
@@ -157,13 +175,13 @@ void GetGeometry(int fd, GeometryTriple *geometry)
         return;
     }
     if (const int size = get_sectorsize(fd); size > 0) {
-        sector_size = size;
+        lastSectorSize() = size;
     } else {
         TRACE(kFailure, "_OUT_ get_sectorsize() failed");
     }
     const std::optional<uint64_t> kernelSectors = readKernelSectors(fd);
     const HeadsAndSectors chs = readHeadsAndSectors(fd);
-    *geometry = makeGeometry(kernelSectors, chs, sectorFactor(sector_size));
+    *geometry = makeGeometry(kernelSectors, chs, sectorFactor(lastSectorSize()));
     TRACE(kDetail, "[geometryContent] heads=[%u] sectors=[%u] cylinders=[%u]", geometry->heads, geometry->sectors,
           geometry->cylinders);
     TRACE(kDetail, "_OUT_");
@@ -183,14 +201,14 @@ int GetSCSIHDGeometry(const char *path, HardDiskEntry *disk)
     GeometryTriple triple{};
     GetGeometry(device.get(), &triple);
     if (triple.cylinders != 0 && triple.heads != 0 && triple.sectors != 0) {
-        setGeometry(*disk, triple, sector_size);
+        setGeometry(*disk, triple, lastSectorSize());
         return TRACED(0, kDetail, "_OUT_ (0)");
     }
     hd_geometry geometry{};
     if (::ioctl(device.get(), HDIO_GETGEO, &geometry) < 0) {
         return TRACED(-1, kFailure, "_OUT_ (-1)");
     }
-    setGeometry(*disk, {geometry.heads, geometry.sectors, geometry.cylinders}, sector_size);
+    setGeometry(*disk, {geometry.heads, geometry.sectors, geometry.cylinders}, lastSectorSize());
     return TRACED(0, kDetail, "_OUT_ (0)");
 }
 

@@ -8,6 +8,23 @@
 
 extern int32_t sector_size; // logical sector size last read, bytes; 512 at first. Meant to outlive a collection.
 
+namespace tavstrg {
+
+// While one lives, this thread has a sector size of its own in place of the shared one, 512 at first.
+class OwnSectorSize {
+public:
+    OwnSectorSize();
+    ~OwnSectorSize();
+    OwnSectorSize(const OwnSectorSize &) = delete;
+    OwnSectorSize &operator=(const OwnSectorSize &) = delete;
+
+private:
+    int32_t size_;
+    int32_t *const outer_;
+};
+
+} // namespace tavstrg
+
 struct StrgGeoInfo {
     uint32_t cylinders;
     uint32_t sectors; // per track

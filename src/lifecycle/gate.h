@@ -2,6 +2,7 @@
 // Waiting for an initialisation of the store that another thread runs.
 #pragma once
 
+#include "runtime/pause.h"
 #include "store/store.h"
 
 #include <unistd.h>
@@ -17,7 +18,7 @@ inline int waitWhileInitialising(
     int waits, int (*after)(int) = [](int made) { return made + 1; })
 {
     while (gst_first == kBuilding && waits < kInitWaits) {
-        usleep(kInitPause);
+        pauseFor(kInitPause);
         waits = after(waits);
     }
     return waits;

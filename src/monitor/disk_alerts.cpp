@@ -54,7 +54,9 @@ enum class Loaded { book, nothing, failed };
 // Text of the file. Returns nothing if there is no file or it is none of ours, failed if it may be readable later.
 Loaded readText(Text &text)
 {
-    const FileDesc file(::open(kDiskBookFile, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    FileDesc own(::open(kDiskBookFile, kFlags | O_NOATIME)); // a pass without a change writes nothing, no time either
+    const FileDesc file(own || errno != EPERM ? own.handOver() : ::open(kDiskBookFile, kFlags));
     if (!file) {
         return errno == ENOENT ? Loaded::nothing : errno == ELOOP ? Loaded::book : Loaded::failed;
     }

@@ -105,7 +105,7 @@ int UeventSocket::open()
     address.nl_groups = kKernelGroup;
     if (!*socket_ || ::bind(socket_->get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
         const int error = errno;
-        close();
+        drop();
         return error;
     }
     isNew_ = true;
@@ -161,7 +161,7 @@ Slept UeventSocket::sleep(unsigned seconds, unsigned &secondsLeft)
         const Received received = ready < 0 ? Received::failed : receiveAll();
         if (received == Received::failed) {
             const int error = errno;
-            close();
+            drop();
             const int64_t left = wake.left(nowMs());
             secondsLeft = static_cast<unsigned>((left + kMsPerSecond - 1) / kMsPerSecond);
             return TRACED(Slept::failed, kFailure, "uevents are no longer received: errno=[%d]", error);

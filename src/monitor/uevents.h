@@ -43,7 +43,7 @@ class UeventSocket {
 public:
     // Opens the socket unless it is open. Returns 0 or an errno.
     int open();
-    void close() { socket_.reset(); }
+    void drop() { socket_.reset(); } // closes it
     bool isOpen() const { return socket_.has_value(); }
 
     // Sleeps for so many seconds, or until an event and the end of its burst. Events since the socket was opened count,

@@ -5,6 +5,8 @@
 #include "runtime/cancel.h"
 #include "runtime/memory.h"
 #include "runtime/options.h"
+#include "runtime/pause.h"
+#include "runtime/side_by_side.h"
 
 #include <cerrno>
 #include <mutex>
@@ -39,7 +41,7 @@ unsigned secondsToSleep(int32_t cycle)
 void sleepPlainly(unsigned seconds)
 {
     const CancelSwitch on(PTHREAD_CANCEL_ENABLE);
-    ::sleep(seconds);
+    pauseForSeconds(seconds);
 }
 
 // The sleep ends early when a disk comes or goes.
@@ -70,7 +72,7 @@ void sleepOneCycle(UeventSocket &events)
     if (currentOptions().has(Option::uevents)) {
         sleepUntilEvent(events, secondsToSleep(cycle));
     } else {
-        events.close();
+        events.drop();
         sleepPlainly(secondsToSleep(cycle));
     }
     TRACE(kDetail, "- wakeUp -");
@@ -105,6 +107,7 @@ void stopThread()
         TRACE(kFailure, "pthread_join Failure!! errno=[%d]", error);
     }
     threadJoined(&gst_thid);
+    joinReturned();
 }
 
 } // namespace

@@ -7,6 +7,7 @@
 #include "runtime/cmpi_data.h"
 #include "runtime/memory.h"
 #include "runtime/request.h"
+#include "runtime/side_by_side.h"
 #include "runtime/trace.h"
 
 #include <atomic>
@@ -171,6 +172,7 @@ CMPIStatus cleanUp(bool terminating)
     TRACE(kDetail, "strgCleanUpProvider()");
     const CMPIStatus status = strgCleanUpProvider(&cInfo, terminating);
     TRACE(kFailure, "## end ## ret=[%d]", static_cast<int>(status.rc));
+    joinReturned();
     if (status.rc == CMPI_RC_OK) {
         FinishProcess();
     }

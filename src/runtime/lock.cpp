@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "runtime/lock.h"
 
+#include "runtime/pause.h"
 #include "runtime/progress.h"
 #include "runtime/trace.h"
 #include "runtime/turns.h"
@@ -47,7 +48,7 @@ int pollLock(pthread_mutex_t *mutex, Attempts attempts)
             return TRACED(-1, kDetail, "_OUT_");
         }
         TRACE(kDetail, "pthread_mutex_trylock() EBUSY...");
-        usleep(kPause);
+        pauseFor(kPause);
         ++attempt;
         TRACE(kDetail, "pthread_mutex_trylock() retry(%d)", attempt);
     }

@@ -2,6 +2,7 @@
 #include "store/replaced_file.h"
 
 #include "runtime/holders.h"
+#include "runtime/pause.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -164,7 +165,7 @@ int tavstrg::openReplacement(const ReplacedFile &place, int &error)
         if (waits == kLockWaits) {
             return -1;
         }
-        ::usleep(kLockPause);
+        pauseFor(kLockPause);
     }
     return -1;
 }

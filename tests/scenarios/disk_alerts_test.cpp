@@ -88,6 +88,68 @@ TEST_P(DiskAlerts, TellEachTransitionOnceAlsoAfterARestart)
 INSTANTIATE_TEST_SUITE_P(Options, DiskAlerts, testing::Values("disk-alerts\n", "all\n"),
                          [](const auto &testInfo) { return std::string(testInfo.param).substr(0, 3); });
 
+// Together with the options that keep a dead disk in the inventory. With sleeping-disks a disk is asked only after
+// other programs have used it.
+class DeadDisk : public DiskAlerts {};
+
+TEST_P(DeadDisk, IsUnreadableOnceAndReadableAgainOnce)
+{
+    json dead = diskOf("B");
+    dead["openError"] = "ENXIO";
+    ASSERT_TRUE(steps.start(*server));
+    for (int pass = 0; pass < 2; ++pass) {
+        change({diskOf("A"), dead});
+        machine.useDisk("/dev/sdb", 1, 0);
+        ASSERT_TRUE(steps.pass());
+        EXPECT_THAT(events(agent), ElementsAre("unreadable B"));
+    }
+    for (int pass = 0; pass < 2; ++pass) {
+        change({diskOf("A"), diskOf("B")});
+        machine.useDisk("/dev/sdb", 1, 0);
+        ASSERT_TRUE(steps.pass());
+        EXPECT_THAT(events(agent), ElementsAre("unreadable B", "readable B"));
+    }
+}
+
+TEST_P(DeadDisk, SleepingOneGivesNoEvent)
+{
+    json asleep = diskOf("B", true);
+    ASSERT_TRUE(steps.start(*server));
+    change({diskOf("A"), asleep});
+    machine.useDisk("/dev/sdb", 1, 0);
+    ASSERT_TRUE(steps.pass());
+    EXPECT_THAT(events(agent), ElementsAre("failing B"));
+    asleep["power"] = {{"state", "standby"}};
+    for (int pass = 0; pass < 3; ++pass) {
+        change({diskOf("A"), asleep});
+        ASSERT_TRUE(steps.pass());
+        EXPECT_THAT(events(agent), ElementsAre("failing B"));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Options, DeadDisk, testing::Values("disk-alerts\ndisk-identity\nsmart-state\n", "all\n"),
+                         [](const auto &testInfo) { return std::string(testInfo.param).substr(0, 3); });
+
+// Without disk-identity a dead disk ends the inventory, and with it the comparison.
+class DeadDiskAlone : public DiskAlerts {};
+
+TEST_P(DeadDiskAlone, FailsThePassAndGivesNoEvent)
+{
+    json dead = diskOf("B");
+    dead["openError"] = "ENXIO";
+    ASSERT_TRUE(steps.start(*server));
+    change({diskOf("A"), dead});
+    ASSERT_TRUE(steps.pass());
+    EXPECT_TRUE(agent.traced("strgCheckConfigChange() Failure!!"));
+    EXPECT_THAT(events(agent), IsEmpty());
+    change({diskOf("A"), diskOf("B")});
+    ASSERT_TRUE(steps.pass());
+    EXPECT_THAT(events(agent), IsEmpty()) << "nor when it is back";
+}
+
+INSTANTIATE_TEST_SUITE_P(Options, DeadDiskAlone, testing::Values("disk-alerts\n"),
+                         [](const auto &) { return std::string("dis"); });
+
 // Progress of a process that is killed.
 struct Progress {
     std::atomic<bool> ready{false};

@@ -49,7 +49,7 @@ void KilledStarts::live(bool answering)
         machine.change(machineOf(generation + 1)); // another number of disks: segments are replaced
         answered = server->enumInstances("TAV_StorageHardDisk").ok() && answered;
         progress_->answered = answered;
-        while (answering) {
+        while (answering && answered) {
             ::pause();
         }
     }

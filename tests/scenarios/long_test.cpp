@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdio>
+#include <ctime>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -131,6 +132,29 @@ TEST(Long, SixteenClientsForAMinuteAreAllServedInTurn)
     RecordProperty("requests", static_cast<int>(seen.requests));
     RecordProperty("collections", static_cast<int>(seen.collectionsOfAll));
     RecordProperty("most", static_cast<int>(seen.collections.back()));
+}
+
+// Processor time of a request for all of them, and their number in the answer.
+double secondsForChangers(size_t changers)
+{
+    json description = machines::withoutDevices();
+    for (size_t i = 0; i < changers; ++i) {
+        machines::attach(description, i, {{"type", 8}, {"vendor", "V"}, {"model", "C" + std::to_string(i)}}, 200);
+    }
+    const sim::Machine machine(description.dump());
+    Server server;
+    EXPECT_EQ(server->enumInstances("TAV_StorageMisc").instances.size(), changers);
+    const std::clock_t start = std::clock();
+    EXPECT_EQ(server->enumInstances("TAV_StorageMisc").instances.size(), changers);
+    return static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
+}
+
+TEST(Long, TwentyThousandChangersTakeTimeInProportion)
+{
+    const double few = secondsForChangers(4000);
+    const double many = secondsForChangers(20000);
+    EXPECT_LT(many, 5 * few * 3) << few << " s for 4000";
+    RecordProperty("milliseconds", static_cast<int>(many * 1000));
 }
 
 // ---- a day of a machine with all kinds of disks and frequent faults ----

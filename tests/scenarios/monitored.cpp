@@ -121,7 +121,10 @@ std::vector<nlohmann::json> Agent::alertLines() const
     std::vector<nlohmann::json> alerts;
     std::istringstream lines(contentOf(directory_ + "/alerts"));
     for (std::string line; std::getline(lines, line);) {
-        alerts.push_back(nlohmann::json::parse(line));
+        // A process that is killed while it writes leaves the beginning of a line.
+        if (const size_t begin = line.rfind("{\"time\":"); begin != std::string::npos && line.ends_with('}')) {
+            alerts.push_back(nlohmann::json::parse(line.substr(begin)));
+        }
     }
     return alerts;
 }

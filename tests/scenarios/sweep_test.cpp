@@ -58,6 +58,7 @@ struct Scenario {
     const char *machine;                // example machine, or "" for three small disks
     std::function<void(Run &)> prepare; // without a fault
     std::function<void(Run &)> act;     // with it
+    const char *options = nullptr;      // text of options.inf, where there is one
 };
 
 void PrintTo(const Scenario &scenario, std::ostream *out)
@@ -105,6 +106,9 @@ void warm(Run &run)
     EXPECT_TRUE(run.broker().getInstance("TAV_StorageConfig").ok());
 }
 
+// The lines whose cures are in requests, store and segments.
+constexpr const char *kCures = "kernel-release\nfirst-devices\nclean-text\nstale-segments\nfair-requests\n";
+
 const Scenario kScenarios[] = {
     {"FirstRequest", "workstation", nothing, firstRequest},
     {"FirstRequestIde", "ide", nothing, firstRequest},
@@ -113,6 +117,11 @@ const Scenario kScenarios[] = {
     {"ChangedMachine", "", warm, changedMachine},
     {"Setting", "workstation", warm, setting},
     {"Cleanup", "workstation", warm, cleanup},
+    {"FirstRequestCured", "workstation", nothing, firstRequest, kCures},
+    {"EveryClassCured", "workstation", warm, everyClass, kCures},
+    {"ChangedMachineCured", "", warm, changedMachine, kCures},
+    {"SettingCured", "workstation", warm, setting, kCures},
+    {"CleanupCured", "workstation", warm, cleanup, kCures},
 };
 
 struct Fault {
@@ -151,7 +160,14 @@ const Fault kFaults[] = {
 
 std::string machineOf(const Scenario &scenario)
 {
-    return *scenario.machine == '\0' ? machines::ofDisks(3) : scenario::exampleMachine(scenario.machine);
+    const std::string text =
+        *scenario.machine == '\0' ? machines::ofDisks(3) : scenario::exampleMachine(scenario.machine);
+    if (scenario.options == nullptr) {
+        return text;
+    }
+    nlohmann::json machine = nlohmann::json::parse(text);
+    machine["files"]["options.inf"] = scenario.options;
+    return machine.dump();
 }
 
 // A setting whose call failed may have taken effect or not: both are specified.

@@ -48,9 +48,12 @@ void scanHost(int host);
 // Disks of the kernel's simulated SCSI host adapter, which is never managed.
 void addSimulatedDisks(int number);
 
-// The phases of the monitoring thread, of the kernel's events and of the tool's disks.
+// The phases of the monitoring thread and of the kernel's events.
 void monitoring();
 void hotplug();
+// The phase of the suspended disk.
+void sleeping();
+// The phase of the tool's disks.
 void disks();
 
 } // namespace vm

@@ -50,7 +50,7 @@ TEST(Examples, AllCanBeMade)
         EXPECT_EQ(firstLine("/proc/ioports").substr(0, 5), "0000-");
         ++count;
     }
-    EXPECT_GE(count, 8);
+    EXPECT_GE(count, 9);
 }
 
 TEST(Examples, LargeHas128Disks)
@@ -92,6 +92,16 @@ TEST(Examples, TodayHasABackplaneAndDisksThatDoNotAnswer)
     EXPECT_EQ(errno, ENXIO);
     EXPECT_EQ(machine.power("/dev/sdc").condition, "standby");
     EXPECT_EQ(machine.power("/dev/sds").condition, "standby");
+}
+
+TEST(Examples, MixedHasDisksOnEveryBus)
+{
+    const sim::Machine machine(example("mixed.json"));
+    for (const char *node : {"sda", "sdf", "nvme0n1", "nvme0n2", "nvme1n1", "vda", "mmcblk0"}) {
+        EXPECT_TRUE(machine.exists(std::string("/dev/") + node)) << node;
+    }
+    EXPECT_EQ(firstLine("/sys/block/nvme1c2n1/hidden"), "1");
+    EXPECT_EQ(firstLine("/sys/block/sdd/device/wwid"), firstLine("/sys/block/sde/device/wwid"));
 }
 
 TEST(Examples, UsbHasUsbHosts)

@@ -48,6 +48,15 @@ bool writeAll(int descriptor, std::string_view content)
     return true;
 }
 
+// A directory where a file is to be. Nothing else is removed.
+void removeDirectory(const std::string &path)
+{
+    struct stat old {};
+    if (lstat(path.c_str(), &old) == 0 && S_ISDIR(old.st_mode)) {
+        std::filesystem::remove_all(path);
+    }
+}
+
 void addDeviceNodes(Tree &tree, const Description &description)
 {
     const TreePath dev("/dev");
@@ -110,15 +119,19 @@ std::string realPath(const std::string &root, const TreePath &path)
 
 void putFile(const std::string &path, const std::string &content, unsigned mode)
 {
-    makeParents(path);
-    struct stat old {};
-    const bool replaces = lstat(path.c_str(), &old) == 0;
-    if (replaces && S_ISDIR(old.st_mode)) {
-        std::filesystem::remove_all(path);
+    constexpr int kFresh = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
+    int descriptor = open(path.c_str(), kFresh, mode); // mostly it is new, in a directory that exists
+    if (descriptor < 0 && errno == ENOENT) {
+        makeParents(path);
+        descriptor = open(path.c_str(), kFresh, mode);
     }
+    const bool replaces = descriptor < 0 && errno == EEXIST;
     // Renamed over the old file: a concurrent reader sees the old text or the new one.
     const std::string fresh = replaces ? path + ".tavsim-new" : path;
-    const int descriptor = open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
+    if (replaces) {
+        removeDirectory(path);
+        descriptor = open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
+    }
     if (descriptor < 0) {
         failOn(path, "create");
     }
@@ -132,12 +145,15 @@ void putFile(const std::string &path, const std::string &content, unsigned mode)
 
 void putLink(const std::string &path, const std::string &target)
 {
-    makeParents(path);
     if (symlink(target.c_str(), path.c_str()) == 0) {
         return;
     }
-    std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
+    if (errno == ENOENT) {
+        makeParents(path);
+    } else {
+        std::error_code ignored;
+        std::filesystem::remove_all(path, ignored);
+    }
     if (symlink(target.c_str(), path.c_str()) != 0) {
         failOn(path, "link");
     }

@@ -187,16 +187,15 @@ std::vector<Announced> onlyIn(const Tree &tree, const Tree &other)
         {"/sys/bus/scsi/devices/", "scsi"}, {"/sys/class/block/", "block"}, {"/sys/class/nvme/", "nvme"}};
     std::vector<Announced> found;
     for (const Watched &watched : kWatched) {
-        for (auto entry = tree.lower_bound(TreePath(watched.directory)); entry != tree.end(); ++entry) {
-            if (!entry->first.text().starts_with(watched.directory)) {
-                if (entry->first.text() + "/" == watched.directory) {
-                    continue; // the directory itself
-                }
-                break;
-            }
+        // "!" sorts before all names that the kernel gives.
+        for (auto entry = tree.lower_bound(TreePath(watched.directory) / "!");
+             entry != tree.end() && entry->first.text().starts_with(watched.directory); ++entry) {
             const auto same = other.find(entry->first);
             if (entry->second.type == Node::link && (same == other.end() || same->second != entry->second)) {
-                found.push_back(announced(tree, entry->first, entry->second.content, watched.subsystem));
+                const Announced device = announced(tree, entry->first, entry->second.content, watched.subsystem);
+                if (device.subsystem != "block" || !device.node.empty()) { // the kernel does not report hidden paths
+                    found.push_back(device);
+                }
             }
         }
     }

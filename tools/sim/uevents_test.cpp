@@ -90,6 +90,16 @@ TEST(Uevents, ChangeOfTheMachineReportsItsDevices)
                           "0:0:1:0/block/sdb|"));
 }
 
+TEST(Uevents, NvmeIsReportedWithItsNamespaces)
+{
+    sim::Machine machine("{}");
+    const Socket events;
+    machine.change(R"({"nvme": [{"namespaces": [{}]}]})");
+    EXPECT_THAT(events.next(), HasSubstr("/nvme/nvme0/nvme0n1|SUBSYSTEM=block|MAJOR=259|MINOR=1|DEVNAME=nvme0n1|"));
+    EXPECT_THAT(events.next(), HasSubstr("/nvme/nvme0|SUBSYSTEM=nvme|MAJOR=240|MINOR=0|DEVNAME=nvme0|SEQNUM="));
+    EXPECT_EQ(events.next(), "EAGAIN");
+}
+
 TEST(Uevents, AddressAndCredentialsAreTheKernels)
 {
     sim::Machine machine(kOneDisk);

@@ -51,11 +51,7 @@ HardDiskEntry newDisk(const char *devName, std::string_view driver)
     auto disk = newSCSIEntry<HardDiskEntry>(collection().hd_dev_cnt, driver);
     disk.unknownWord = 65534;
     disk.DeviceNumber = scsiDiskDeviceNumber(collection().scsi_hd_cnt - 1);
-    copyText(disk.DevPath, devName);
-    disk.DevKind = kDevKindScsi;
-    disk.SmartPredict = 0;
-    disk.SmartSupport = 1;
-    disk.SmartEnableState = 0;
+    beginDescription(disk, devName);
     return disk;
 }
 

@@ -39,8 +39,6 @@ struct TrustingSmart {
     }
 };
 
-constexpr uint16_t kFigureUnknown = 65535; // above every level
-
 // Reads the wear of a disk whose wear will be asked for.
 void readWear(void *context)
 {
@@ -48,7 +46,7 @@ void readWear(void *context)
     const M2SSDInf *const rated = findM2SSD(g_M2SSDInf, g_M2SSDCnt, disk.model);
     if (rated != nullptr) {
         WearReading &worn = disk.worn;
-        worn = {static_cast<uint8_t>(rated->attid), -1, kFigureUnknown};
+        worn = {static_cast<uint8_t>(rated->attid), -1, kUnreadFigure};
         worn.result = GetLifeSpanInfoIoctl(disk.path, worn.attribute, &worn.figure);
     }
 }
@@ -154,11 +152,23 @@ AskedDisk tavstrg::askedDisk(const SCSIDeviceInfo &device)
     return disk;
 }
 
+void tavstrg::beginDescription(HardDiskEntry &entry, const char *path)
+{
+    copyText(entry.DevPath, path);
+    entry.DevKind = kDevKindScsi;
+    entry.SmartPredict = 0;
+    entry.SmartSupport = 1;
+    entry.SmartEnableState = 0;
+}
+
 void tavstrg::describeUnasked(const AskedDisk &disk, HardDiskEntry &entry)
 {
     const KernelSize size = readKernelSize(disk.address, disk.path);
     setUsualGeometry(entry, size.sectors, size.sectorSize);
     entry.SmartPredict = kUnreadable;
+    const TraceScope scope("TAVStorageSmartWatch"); // readers of the trace find one of these for each disk
+    TRACE(kDetail, "_IN_");
+    TRACE(kDetail, "_OUT_ SmartPredict=[%d]", entry.SmartPredict);
 }
 
 const DiskAsker::Functions AskNow::kFunctions = {

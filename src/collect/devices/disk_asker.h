@@ -55,6 +55,11 @@ extern const DiskMethods kStrictMethods;
 //   sleeping-disks: a disk that is left alone (sleeping_disks.h) is not asked; nodes are opened for reading alone.
 const DiskMethods &methodsOf(const Options &options);
 
+constexpr uint16_t kFigureUnknown = 65535; // a wear figure above every level
+
+// Fills in what describe starts from: the path of the node, and a SMART state that is not known.
+void beginDescription(HardDiskEntry &entry, const char *path);
+
 // Fills in what the kernel knows about a disk that is not asked.
 void describeUnasked(const AskedDisk &disk, HardDiskEntry &entry);
 

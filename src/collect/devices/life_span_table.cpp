@@ -12,8 +12,6 @@ using namespace tavstrg;
 
 namespace {
 
-constexpr uint16_t kFigureUnknown = 65535; // above every level
-
 // A new entry at the end of pLifeSpanTbl; null if memory is short, and then all entries are lost. How many drives have
 // one is known only after the walk.
 LifeSpanEntry *growLifeSpans()

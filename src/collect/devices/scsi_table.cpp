@@ -3,6 +3,7 @@
 
 #include "collect/base/flat_table.h"
 #include "collect/collection/collection.h"
+#include "collect/devices/ask_ahead.h"
 #include "collect/devices/life_span_table.h"
 #include "runtime/cancel.h"
 #include "runtime/field_text.h"
@@ -164,6 +165,23 @@ int tavstrg::fillSCSIDevices(const SCSIDeviceInfo *list, DiskAsker &asker, const
     return 0;
 }
 
+namespace {
+
+// Asks the disks as the options ask for, and fills the tables. Returns 0, or -1.
+int askAndFill(const DiskNaming &naming, const DiskMethods &methods, const DeviceFilter &filter)
+{
+    const Collection &all = collection();
+    if (all.options.has(Option::sideBySide)) {
+        if (AskAhead ahead(naming, methods); ahead.ask(all.g_SCSIDeviceInfo, filter)) {
+            return fillSCSIDevices(all.g_SCSIDeviceInfo, ahead, filter);
+        }
+    }
+    AskNow now(naming, methods);
+    return fillSCSIDevices(all.g_SCSIDeviceInfo, now, filter);
+}
+
+} // namespace
+
 int MakeSCSIDeviceTable()
 {
     const TraceScope scope;
@@ -194,8 +212,7 @@ int MakeSCSIDeviceTable()
     if (filter.loadUnmanaged() < 0) {
         return TRACED(-1, kFailure, "_OUT_ CreateNoSCSIInfoTable() failed");
     }
-    AskNow asker(naming, methods);
-    const int result = fillSCSIDevices(collection().g_SCSIDeviceInfo, asker, filter);
+    const int result = askAndFill(naming, methods, filter);
     filter.release();
     return TRACED(result, result < 0 ? kFailure : kDetail, "_OUT_ ret=[%d]", result);
 }

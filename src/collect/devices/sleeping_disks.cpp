@@ -148,16 +148,23 @@ void tavstrg::serialOfKept(const AskedDisk &disk, char *serial)
 
 void tavstrg::describeKept(const AskedDisk &disk, HardDiskEntry &entry)
 {
+    const bool asked = g_SmartMode == kSmartModeOn; // else every disk has 0
     if (!disk.kept.valuesKnown) {
         describeUnasked(disk, entry);
+        entry.SmartPredict = asked ? entry.SmartPredict : int16_t{0};
+        return;
+    }
+    const TraceScope scope("TAVStorageSmartWatch"); // readers of the trace find one of these for each disk
+    TRACE(kDetail, "_IN_");
+    putIntoEntry(disk.kept.values, entry);
+    if (asked) {
+        const TraceScope verdict("get_kept_smart");
+        entry.SmartPredict = disk.kept.values.smartAsked ? entry.SmartPredict : kUnreadable;
+        TRACE(kDetail, "%s: last verdict SmartPredict=[%d]", disk.path, entry.SmartPredict);
     } else {
-        putIntoEntry(disk.kept.values, entry);
+        entry.SmartPredict = 0;
     }
-    if (g_SmartMode != kSmartModeOn) {
-        entry.SmartPredict = 0; // as every disk that is not asked for a verdict
-    } else if (!disk.kept.values.smartAsked) {
-        entry.SmartPredict = kUnreadable;
-    }
+    TRACE(kDetail, "_OUT_ SmartPredict=[%d]", entry.SmartPredict);
 }
 
 int tavstrg::wearOfKept(const AskedDisk &disk, uint16_t *figure)

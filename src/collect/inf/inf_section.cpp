@@ -20,6 +20,14 @@ void copySection(char *buffer, std::string_view text)
 
 } // namespace
 
+bool tavstrg::isOtherFile(const char *path, const struct stat &measured)
+{
+    struct stat now = {};
+    return ::stat(path, &now) == 0 &&
+           (now.st_dev != measured.st_dev || now.st_ino != measured.st_ino || now.st_size != measured.st_size ||
+            now.st_mtim.tv_sec != measured.st_mtim.tv_sec || now.st_mtim.tv_nsec != measured.st_mtim.tv_nsec);
+}
+
 int getSectionFromInfFile(const char *path, int size, char *first, char *second, const char *firstHeader,
                           const char *secondHeader)
 {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <sys/stat.h>
 
 namespace tavstrg {
 
@@ -15,6 +16,13 @@ constexpr int32_t kInfError = -9;
 constexpr char kGroupManagementPort[] = "[Management Port]";
 constexpr char kGroupDiagnosticPort[] = "[Diagnostic Port]";
 constexpr int kMaxInfFileSize = 65536; // bytes; a larger administrator file is refused
+
+// A file that changes between its measuring and its reading is read again, so often.
+constexpr int kInfReadAttempts = 10;
+constexpr int kInfChanged = -100; // it did, and is to be read again
+
+// Whether the file at a path is another one than measured, or was written to since.
+bool isOtherFile(const char *path, const struct stat &measured);
 
 } // namespace tavstrg
 

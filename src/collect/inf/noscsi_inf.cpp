@@ -75,6 +75,62 @@ const NoSCSIInfo *findUnmanaged(const NoSCSIInfo *list, std::string_view vendor,
     return node;
 }
 
+struct Lists {
+    NoSCSIInfo **management; // or null
+    NoSCSIInfo **diagnostic; // or null
+    int32_t *status;
+};
+
+// One reading of the file: 1, or 0 with a status; or kInfChanged with nothing in the lists. Traced as its caller's.
+int readNoScsiInf(const char *path, const Lists &lists, bool mayBeReadAgain)
+{
+    struct stat info = {};
+    if (::stat(path, &info) != 0) {
+        const bool absent = errno == ENOENT;
+        *lists.status = absent ? kInfUnusable : kInfError;
+        return absent ? TRACED(0, kDetail, "_OUT_ file noscsi.inf not exist")
+                      : TRACED(0, kFailure, "_OUT_ stat error.");
+    }
+    if (info.st_size > kMaxInfFileSize) {
+        *lists.status = kInfUnusable; // deliberate: unlike "storage.inf" it then counts as absent
+        return TRACED(0, kFailure, "_OUT_ noscsi.inf files size >64K.");
+    }
+    *lists.status = kInfError;
+    const int size = static_cast<int>(info.st_size);
+    ListHolder<char> management(memalloc(size + 1));
+    if (management.entries == nullptr) {
+        return TRACED(0, kFailure, "_OUT_ malloc Mpbuf failed.");
+    }
+    ListHolder<char> diagnostic(memalloc(size + 1));
+    if (diagnostic.entries == nullptr) {
+        management.release();
+        return TRACED(0, kFailure, "_OUT_ malloc Dpbuf failed.");
+    }
+    const int result = getSectionFromInfFile(path, size, management.entries, diagnostic.entries, kGroupManagementPort,
+                                             kGroupDiagnosticPort);
+    if (mayBeReadAgain && isOtherFile(path, info)) {
+        management.release();
+        diagnostic.release();
+        return kInfChanged;
+    }
+    if (result == 0) {
+        addDevices(lists.management, management.entries, traceManagement);
+        addDevices(lists.diagnostic, diagnostic.entries, traceDiagnostic);
+    }
+    management.release();
+    diagnostic.release();
+    if (result < 0) {
+        return TRACED(0, kFailure, "_OUT_ getSectionFromInfFile() failed");
+    }
+    if (result > 0) {
+        *lists.status = kInfUnusable;
+        return TRACED(0, kDetail,
+                      "_OUT_ getSectionFromInfFile() file not exist or invalid file content or file content nothing.");
+    }
+    *lists.status = 0;
+    return TRACED(1, kDetail, "_OUT_ return 1");
+}
+
 } // namespace
 
 int CreateNoSCSIInfoTable(NoSCSIInfo **managementList, NoSCSIInfo **diagnosticList, int32_t *status)
@@ -97,46 +153,11 @@ int CreateNoSCSIInfoTable(NoSCSIInfo **managementList, NoSCSIInfo **diagnosticLi
     char path[kDataPathSize];
     makeDataPath(path, kNoScsiInf);
     TRACE(kDetail, "scsipath=%s", path);
-    struct stat info = {};
-    if (::stat(path, &info) != 0) {
-        const bool absent = errno == ENOENT;
-        *status = absent ? kInfUnusable : kInfError;
-        return absent ? TRACED(0, kDetail, "_OUT_ file noscsi.inf not exist")
-                      : TRACED(0, kFailure, "_OUT_ stat error.");
+    int result = kInfChanged;
+    for (int left = kInfReadAttempts; result == kInfChanged; --left) {
+        result = readNoScsiInf(path, {managementList, diagnosticList, status}, left > 1);
     }
-    if (info.st_size > kMaxInfFileSize) {
-        *status = kInfUnusable; // deliberate: unlike "storage.inf" it then counts as absent
-        return TRACED(0, kFailure, "_OUT_ noscsi.inf files size >64K.");
-    }
-    *status = kInfError;
-    const int size = static_cast<int>(info.st_size);
-    ListHolder<char> management(memalloc(size + 1));
-    if (management.entries == nullptr) {
-        return TRACED(0, kFailure, "_OUT_ malloc Mpbuf failed.");
-    }
-    ListHolder<char> diagnostic(memalloc(size + 1));
-    if (diagnostic.entries == nullptr) {
-        management.release();
-        return TRACED(0, kFailure, "_OUT_ malloc Dpbuf failed.");
-    }
-    const int result = getSectionFromInfFile(path, size, management.entries, diagnostic.entries, kGroupManagementPort,
-                                             kGroupDiagnosticPort);
-    if (result == 0) {
-        addDevices(managementList, management.entries, traceManagement);
-        addDevices(diagnosticList, diagnostic.entries, traceDiagnostic);
-    }
-    management.release();
-    diagnostic.release();
-    if (result < 0) {
-        return TRACED(0, kFailure, "_OUT_ getSectionFromInfFile() failed");
-    }
-    if (result > 0) {
-        *status = kInfUnusable;
-        return TRACED(0, kDetail,
-                      "_OUT_ getSectionFromInfFile() file not exist or invalid file content or file content nothing.");
-    }
-    *status = 0;
-    return TRACED(1, kDetail, "_OUT_ return 1");
+    return result;
 }
 
 void AddNoSCSITable(NoSCSIInfo **list, const char *vendor, const char *model)

@@ -169,6 +169,27 @@ TEST_F(NoScsiFile, ADirectoryOrAFifoInItsPlaceIsStatusMinus9)
     expectRefused(-9, kFailure, "_OUT_ getSectionFromInfFile() failed");
 }
 
+// Whenever the file is exchanged for a longer one, one of the two is read, and never the beginning of the second one.
+TEST_F(NoScsiFile, OneThatIsReplacedMeanwhileIsReadWhole)
+{
+    sim::countCallsOf("");
+    for (const sim::Call kind : {sim::Call::open, sim::Call::read, sim::Call::stat}) {
+        for (unsigned nth = 1; nth <= 6; ++nth) {
+            machine.write(kInf, "Vendor:A Model:B\n");
+            sim::atNth(kind, nth, [this] {
+                machine.write(std::string(kInf) + ".new", "Vendor: LONGER Model: THAN\n");
+                std::rename(machine.where(std::string(kInf) + ".new").c_str(), machine.where(kInf).c_str());
+            });
+            EXPECT_EQ(create(), 1) << nth;
+            sim::atNth(kind, 0, {});
+            const Entries read = entries(management);
+            EXPECT_TRUE(read == Entries{"A/B"} || read == Entries{"LONGER/THAN"}) << testing::PrintToString(read);
+            DestroyNoManageSCSIInfoTable(&management);
+            DestroyNoManageSCSIInfoTable(&diagnostic);
+        }
+    }
+}
+
 TEST_F(NoScsiFile, AReadErrorIsStatusMinus9)
 {
     machine.write(kInf, "Vendor: A Model: 1\n");

@@ -56,6 +56,55 @@ void addDrivers(StorageInfo **list, std::string_view section)
     }
 }
 
+struct Lists {
+    StorageInfo **management; // or null
+    StorageInfo **diagnostic; // or null
+    int32_t *status;
+};
+
+// One reading of the file: 1, or 0 with a status; or kInfChanged with nothing in the lists. Traced as its caller's.
+int readStorageInf(const char *path, const Lists &lists, bool mayBeReadAgain)
+{
+    struct stat info = {};
+    if (::stat(path, &info) != 0) {
+        const bool absent = errno == ENOENT;
+        *lists.status = absent ? kInfUnusable : kInfError;
+        return absent ? TRACED(0, kDetail, "_OUT_ file storage.inf not exist")
+                      : TRACED(0, kFailure, "_OUT_ stat error");
+    }
+    if (info.st_size > kMaxInfFileSize) {
+        *lists.status = kInfTooLarge;
+        return TRACED(0, kFailure, "_OUT_ storage.inf files size >64K..");
+    }
+    const int size = static_cast<int>(info.st_size);
+    ListHolder<char> management(memalloc(size + 1));
+    ListHolder<char> diagnostic(memalloc(size + 1));
+    if (management.entries == nullptr || diagnostic.entries == nullptr) {
+        management.release();
+        diagnostic.release();
+        *lists.status = kInfError;
+        return TRACED(0, kFailure, "_OUT_ MPbuf or DPbuf malloc error");
+    }
+    const int result = getSectionFromInfFile(path, size, management.entries, diagnostic.entries, kGroupManagementPort,
+                                             kGroupDiagnosticPort);
+    if (mayBeReadAgain && isOtherFile(path, info)) {
+        management.release();
+        diagnostic.release();
+        return kInfChanged;
+    }
+    if (result == 0) {
+        addDrivers(lists.management, management.entries);
+        addDrivers(lists.diagnostic, diagnostic.entries);
+    }
+    management.release();
+    diagnostic.release();
+    if (result != 0) {
+        *lists.status = result == 1 ? kInfUnusable : 0;
+        return TRACED(0, result == 1 ? kDetail : kFailure, "_OUT_ getSectionFromInfFile() Rtn=[%d]", result);
+    }
+    return TRACED(1, kDetail, "_OUT_ return 1");
+}
+
 } // namespace
 
 int CreatStorageInfoTable(StorageInfo **managementList, StorageInfo **diagnosticList, int32_t *status)
@@ -78,39 +127,11 @@ int CreatStorageInfoTable(StorageInfo **managementList, StorageInfo **diagnostic
     char path[kDataPathSize];
     makeDataPath(path, kStorageInf);
     TRACE(kDetail, "strgFilepath=[%s]", path);
-    struct stat info = {};
-    if (::stat(path, &info) != 0) {
-        const bool absent = errno == ENOENT;
-        *status = absent ? kInfUnusable : kInfError;
-        return absent ? TRACED(0, kDetail, "_OUT_ file storage.inf not exist")
-                      : TRACED(0, kFailure, "_OUT_ stat error");
+    int result = kInfChanged;
+    for (int left = kInfReadAttempts; result == kInfChanged; --left) {
+        result = readStorageInf(path, {managementList, diagnosticList, status}, left > 1);
     }
-    if (info.st_size > kMaxInfFileSize) {
-        *status = kInfTooLarge;
-        return TRACED(0, kFailure, "_OUT_ storage.inf files size >64K..");
-    }
-    const int size = static_cast<int>(info.st_size);
-    ListHolder<char> management(memalloc(size + 1));
-    ListHolder<char> diagnostic(memalloc(size + 1));
-    if (management.entries == nullptr || diagnostic.entries == nullptr) {
-        management.release();
-        diagnostic.release();
-        *status = kInfError;
-        return TRACED(0, kFailure, "_OUT_ MPbuf or DPbuf malloc error");
-    }
-    const int result = getSectionFromInfFile(path, size, management.entries, diagnostic.entries, kGroupManagementPort,
-                                             kGroupDiagnosticPort);
-    if (result == 0) {
-        addDrivers(managementList, management.entries);
-        addDrivers(diagnosticList, diagnostic.entries);
-    }
-    management.release();
-    diagnostic.release();
-    if (result != 0) {
-        *status = result == 1 ? kInfUnusable : 0;
-        return TRACED(0, result == 1 ? kDetail : kFailure, "_OUT_ getSectionFromInfFile() Rtn=[%d]", result);
-    }
-    return TRACED(1, kDetail, "_OUT_ return 1");
+    return result;
 }
 
 int GetInfoFromLine(const char *line, char *name, int32_t *status)

@@ -8,6 +8,7 @@
 #include "support/trace_recorder.h"
 #include "support/trace_watch.h"
 
+#include <cstdio>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -247,6 +248,27 @@ TEST_F(CreatStorageInfoTableTest, BinaryBytesEndTheTextAtTheFirstNul)
     machine.write(kInf, std::string("ahci\nmp\0t\nsd\n", 13));
     EXPECT_EQ(create(), 1);
     EXPECT_EQ(names(management), (Names{"mp", "ahci"}));
+}
+
+// Whenever the file is exchanged for a longer one, one of the two is read, and never the beginning of the second one.
+TEST_F(CreatStorageInfoTableTest, AFileThatIsReplacedMeanwhileIsReadWhole)
+{
+    sim::countCallsOf("");
+    for (const sim::Call kind : {sim::Call::open, sim::Call::read, sim::Call::stat}) {
+        for (unsigned nth = 1; nth <= 6; ++nth) {
+            machine.write(kInf, "ahci\n");
+            sim::atNth(kind, nth, [this] {
+                machine.write(std::string(kInf) + ".new", "[Management Port]\nmpt3sas\n[Diagnostic Port]\n");
+                std::rename(machine.where(std::string(kInf) + ".new").c_str(), machine.where(kInf).c_str());
+            });
+            EXPECT_EQ(create(), 1) << nth;
+            sim::atNth(kind, 0, {});
+            const Names read = names(management);
+            EXPECT_TRUE(read == Names{"ahci"} || read == Names{"mpt3sas"}) << testing::PrintToString(read);
+            DestroyStorageInfoTable(&management);
+            DestroyStorageInfoTable(&diagnostic);
+        }
+    }
 }
 
 TEST_F(CreatStorageInfoTableTest, ManyNamesAreAllKept)

@@ -24,6 +24,15 @@ const StateRoutines *routinesOf(uint16_t kind)
     }
 }
 
+bool fetchState(const StateRoutines &routines, HardDiskEntry &disk)
+{
+    const TraceScope scope("fetch_enable_disable");
+    TRACE(kDetail, "_IN_");
+    const bool known = routines.fetch(disk);
+    return TRACED(known, kDetail, "_OUT_ SmartSupport=[%d] SmartEnableState=[%d]", static_cast<int>(disk.SmartSupport),
+                  static_cast<int>(disk.SmartEnableState));
+}
+
 void doWork(const WhileSmartOn &whileOn)
 {
     if (whileOn.work != nullptr) {
@@ -56,8 +65,8 @@ void watch(HardDiskEntry &disk, const StateRoutines &routines, const WhileSmartO
 
 void tavstrg::watchSmartState(HardDiskEntry &disk, const WhileSmartOn &whileOn)
 {
-    const TraceScope scope;
-    TRACE(kDetail, "_IN_ device=[%s]", disk.DevPath);
+    const TraceScope scope("TAVStorageSmartWatch"); // readers of the trace find one of these for each disk
+    TRACE(kDetail, "_IN_");
     if (g_SmartMode != kSmartModeOn) {
         doWork(whileOn);
         TRACE(kDetail, "_OUT_");
@@ -67,11 +76,11 @@ void tavstrg::watchSmartState(HardDiskEntry &disk, const WhileSmartOn &whileOn)
     disk.SmartSupport = kSupportUnknown;
     disk.SmartEnableState = kStateNotRead;
     const StateRoutines *const routines = routinesOf(disk.DevKind);
-    if (routines != nullptr && routines->fetch(disk)) {
+    if (routines != nullptr && fetchState(*routines, disk)) {
         watch(disk, *routines, whileOn);
     } else {
         cancellationPoint();
         doWork(whileOn);
     }
-    TRACE(kDetail, "_OUT_ SmartStatus=[%d]", disk.SmartPredict);
+    TRACE(kDetail, "_OUT_ SmartPredict=[%d]", disk.SmartPredict);
 }

@@ -225,6 +225,21 @@ TEST(SmartState, OpensNodesWithoutWaiting)
     }
 }
 
+// The names by which readers of the trace tell whether a disk was asked, and what came of it.
+TEST(SmartState, TracesUnderTheNamesOfTheOtherWatch)
+{
+    const SmartMode mode(1);
+    const ReadOnlyNodes nodes;
+    const sim::Machine machine(oneDisk(kSata, ""));
+    HardDiskEntry disk = freshDisk("/dev/sda", kSata);
+    const TraceRecorder traces;
+    watchSmartState(disk, {});
+    EXPECT_THAT(leveled(traces, "TAVStorageSmartWatch"), ElementsAre("_IN_", "_OUT_ SmartPredict=[0]"));
+    EXPECT_THAT(leveled(traces, "fetch_enable_disable"),
+                ElementsAre("_IN_", "_OUT_ SmartSupport=[2] SmartEnableState=[2]"));
+    EXPECT_THAT(leveled(traces, "get_sata_smart"), ElementsAre("_IN_", "sata SMART status is OK!", "_OUT_"));
+}
+
 // ---- the work that is done meanwhile ----
 
 // How SMART of /dev/sda was when the work was done.

@@ -11,7 +11,7 @@
 
 using namespace tavstrg;
 
-int32_t g_SmartMode = 0;
+std::atomic<int32_t> g_SmartMode = 0;
 
 namespace {
 

@@ -4,9 +4,10 @@
 
 #include "devcmd/hard_disk.h"
 
+#include <atomic>
 #include <cstdint>
 
-extern int32_t g_SmartMode; // SMART mode of the collection that runs; only 1 switches SMART handling on
+extern std::atomic<int32_t> g_SmartMode; // SMART mode of the collection that runs; only 1 switches SMART handling on
 
 // Called once for every SCSI hard disk of a collection, after fetch_sata_type, with DevKind, DevPath and fresh SMART
 // fields (SmartPredict 0, SmartSupport 1, SmartEnableState 0), in which the outcome is. Switches SMART on, reads the

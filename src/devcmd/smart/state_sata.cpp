@@ -42,12 +42,13 @@ bool fetchState(HardDiskEntry &disk)
         return TRACED(false, kDetail, "%s: not support smart", disk.DevPath);
     }
     disk.SmartEnableState = smartStateOfIdentify(identify);
-    return TRACED(true, kDetail, "%s: IDENTIFY reports SmartEnableState=[%d]", disk.DevPath,
-                  static_cast<int>(disk.SmartEnableState));
+    return true;
 }
 
 void enable(HardDiskEntry &disk)
 {
+    const TraceScope scope("enable_sata_smart");
+    TRACE(kDetail, "_IN_");
     disk.SmartSupport = kSupportUnknown;
     const FileDesc device = openTraced(disk);
     if (!device) {
@@ -60,6 +61,7 @@ void enable(HardDiskEntry &disk)
     } else {
         TRACE(kFailure, "SATA SMART enable failed!");
     }
+    TRACE(kDetail, "_OUT_");
 }
 
 SmartVerdict verdictOf(const AtaReply &reply)
@@ -70,6 +72,8 @@ SmartVerdict verdictOf(const AtaReply &reply)
 
 void readVerdict(HardDiskEntry &disk)
 {
+    const TraceScope scope("get_sata_smart");
+    TRACE(kDetail, "_IN_");
     const FileDesc device = openTraced(disk);
     switch (device ? verdictOf(exchangeAta(device.get(), kSatSmartStatus)) : SmartVerdict::kUnknown) {
     case SmartVerdict::kGood:
@@ -85,6 +89,7 @@ void readVerdict(HardDiskEntry &disk)
         TRACE(kFailure, "ERROR: get sata SMART status failed!");
         break;
     }
+    TRACE(kDetail, "_OUT_");
 }
 
 void disable(HardDiskEntry &disk)

@@ -50,8 +50,7 @@ bool fetchState(HardDiskEntry &disk)
         return TRACED(false, kFailure, "%s : no Informational Exceptions Control mode page", disk.DevPath);
     }
     disk.SmartEnableState = exceptionsAreOff(*page) ? kFoundDisabled : kFoundEnabled;
-    return TRACED(true, kDetail, "%s : the mode page reports SmartEnableState=[%d]", disk.DevPath,
-                  static_cast<int>(disk.SmartEnableState));
+    return true;
 }
 
 void enable(HardDiskEntry &disk)
@@ -97,15 +96,18 @@ std::optional<uint8_t> readCode(int fd)
 
 void readVerdict(HardDiskEntry &disk)
 {
+    const TraceScope scope("get_scsi_smart");
+    TRACE(kDetail, "_IN_");
     const FileDesc device(openDevice(disk.DevPath, O_RDONLY));
     const std::optional<uint8_t> code = device ? readCode(device.get()) : std::nullopt;
-    if (!code) {
+    if (code) {
+        disk.SmartPredict = *code == kFailurePredicted ? int16_t{1} : int16_t{0};
+        TRACE(kDetail, "%s : additional sense code 0x%02x", disk.DevPath, *code);
+    } else {
         disk.SmartSupport = kSupportUnknown;
         TRACE(kFailure, "%s : the failure prediction cannot be read", disk.DevPath);
-        return;
     }
-    disk.SmartPredict = *code == kFailurePredicted ? int16_t{1} : int16_t{0};
-    TRACE(kDetail, "%s : additional sense code 0x%02x", disk.DevPath, *code);
+    TRACE(kDetail, "_OUT_");
 }
 
 void disable(HardDiskEntry &disk)

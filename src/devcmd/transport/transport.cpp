@@ -11,7 +11,7 @@
 
 using namespace tavstrg;
 
-int32_t use_sg_io = 1;
+std::atomic<int32_t> use_sg_io = 1;
 
 namespace {
 

@@ -4,11 +4,12 @@
 
 #include "devcmd/hard_disk.h"
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <span>
 
-extern int32_t use_sg_io; // 1 = SG_IO, any other value = SCSI_IOCTL_SEND_COMMAND; set by every collection
+extern std::atomic<int32_t> use_sg_io; // 1 = SG_IO, any other value = SCSI_IOCTL_SEND_COMMAND; set by every collection
 
 constexpr int32_t DIR_NONE = 0;
 constexpr int32_t DIR_FROM_DEVICE = 1;

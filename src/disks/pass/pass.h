@@ -51,8 +51,7 @@ private:
 
     mutable pthread_mutex_t mutex_;
     pthread_cond_t changed_;
-    Worker *workers_ = nullptr; // guarded by mutex_, as are round_ and what both lead to
-    Round *round_ = nullptr;
+    Worker *workers_ = nullptr; // guarded by mutex_, as is what it leads to
 };
 
 } // namespace tavstrg::disks
