@@ -39,6 +39,8 @@ struct TrustingSmart {
     }
 };
 
+constexpr uint16_t kUnreadFigure = 65535; // above every level
+
 // Reads the wear of a disk whose wear will be asked for.
 void readWear(void *context)
 {
