@@ -15,6 +15,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <pthread.h>
+#include <set>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -134,6 +135,23 @@ void removeUnwanted(const MachineState &machine, const Description &description)
     }
 }
 
+// Names of devices that are no longer the same. Nothing if no one listens to events.
+std::set<std::string> replacedNames(const std::vector<DeviceDescription> &before,
+                                    const std::vector<DeviceDescription> &now)
+{
+    std::set<std::string> names;
+    if (eventListeners() == 0) {
+        return names;
+    }
+    for (const DeviceDescription &device : before) {
+        if (std::none_of(now.begin(), now.end(),
+                         [&](const DeviceDescription &other) { return isSameDevice(device, other); })) {
+            names.insert({device.bus == Bus::scsi ? device.address() : "", device.node});
+        }
+    }
+    return names;
+}
+
 // Undoes a change that failed while its tree was written.
 void takeBack(MachineState &machine, const Tree &tree)
 {
@@ -212,6 +230,7 @@ void rebuild(MachineState &machine, Description description)
     checkLibraries(description);
     const Tree tree = treeOf(description);
     Tree before;
+    std::set<std::string> replaced;
     std::vector<Device *> admitted;
     {
         const std::lock_guard held(model());
@@ -233,11 +252,12 @@ void rebuild(MachineState &machine, Description description)
             describe(machine, *admitted[i], all[i], description);
         }
         setPresent(machine, std::move(admitted));
+        replaced = replacedNames(machine.description.allDevices(), all);
         machine.description = std::move(description);
         before = std::exchange(machine.tree, tree);
     }
     modelChanged().notify_all();
-    sendDifferences(before, tree);
+    sendDifferences(before, tree, replaced);
 }
 
 Device *deviceAt(const char *realPath)

@@ -16,6 +16,7 @@
 #include <linux/netlink.h>
 #include <map>
 #include <mutex>
+#include <pthread.h>
 #include <string>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -177,7 +178,7 @@ Announced announced(const Tree &tree, const TreePath &link, const std::string &t
     return device;
 }
 
-std::vector<Announced> onlyIn(const Tree &tree, const Tree &other)
+std::vector<Announced> onlyIn(const Tree &tree, const Tree &other, const std::set<std::string> &replaced)
 {
     struct Watched {
         const char *directory;
@@ -191,7 +192,9 @@ std::vector<Announced> onlyIn(const Tree &tree, const Tree &other)
         for (auto entry = tree.lower_bound(TreePath(watched.directory) / "!");
              entry != tree.end() && entry->first.text().starts_with(watched.directory); ++entry) {
             const auto same = other.find(entry->first);
-            if (entry->second.type == Node::link && (same == other.end() || same->second != entry->second)) {
+            const bool differs = same == other.end() || same->second != entry->second ||
+                                 replaced.contains(std::string(entry->first.name()));
+            if (entry->second.type == Node::link && differs) {
                 const Announced device = announced(tree, entry->first, entry->second.content, watched.subsystem);
                 if (device.subsystem != "block" || !device.node.empty()) { // the kernel does not report hidden paths
                     found.push_back(device);
@@ -206,6 +209,9 @@ std::vector<Announced> onlyIn(const Tree &tree, const Tree &other)
 
 int openEventSocket(int type)
 {
+    // A child of a program with threads must not find the lock held by a thread that it does not have.
+    [[maybe_unused]] static const int prepared =
+        pthread_atfork([] { guarding.lock(); }, [] { guarding.unlock(); }, [] { guarding.unlock(); });
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, ends) != 0) {
         return -1;
@@ -348,17 +354,17 @@ void sendUevent(std::string_view text, UeventSender sender)
     sendToAll(text, {sender.port, sender.groups, sender.user});
 }
 
-void sendDifferences(const Tree &before, const Tree &now)
+void sendDifferences(const Tree &before, const Tree &now, const std::set<std::string> &replaced)
 {
     if (eventListeners() == 0) {
         return;
     }
-    std::vector<Announced> removed = onlyIn(before, now);
+    std::vector<Announced> removed = onlyIn(before, now, replaced);
     std::reverse(removed.begin(), removed.end());
     for (const Announced &device : removed) {
         sendToAll(ueventText("remove", device), kKernel);
     }
-    for (const Announced &device : onlyIn(now, before)) {
+    for (const Announced &device : onlyIn(now, before, replaced)) {
         sendToAll(ueventText("add", device), kKernel);
     }
 }

@@ -7,6 +7,7 @@
 #include "sim/tree.h"
 
 #include <cstddef>
+#include <set>
 #include <string>
 #include <sys/socket.h>
 #include <sys/types.h>
@@ -37,7 +38,8 @@ unsigned eventListeners();
 // Sends the kernel's events about the block device of a node ("sda").
 void sendBlockUevents(const std::string &action, const std::string &node, unsigned times, const Tree &tree);
 
-// Sends the events of devices that only one of two trees of a machine has: removals first.
-void sendDifferences(const Tree &before, const Tree &now);
+// Sends the events of devices that only one of two trees of a machine has: removals first. replaced are the names (of
+// SCSI addresses and nodes) that both have for different devices.
+void sendDifferences(const Tree &before, const Tree &now, const std::set<std::string> &replaced);
 
 } // namespace sim

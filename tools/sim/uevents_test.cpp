@@ -90,6 +90,18 @@ TEST(Uevents, ChangeOfTheMachineReportsItsDevices)
                           "0:0:1:0/block/sdb|"));
 }
 
+TEST(Uevents, SwapOfADiskIsReported)
+{
+    sim::Machine machine(kOneDisk);
+    const Socket events;
+    machine.change(R"({"hosts": [{"devices": [{"ata": true, "serial": "OTHER"}]}]})");
+    EXPECT_THAT(events.next(), HasSubstr("ACTION=remove|"));
+    EXPECT_THAT(events.next(), HasSubstr("ACTION=remove|"));
+    EXPECT_THAT(events.next(), HasSubstr("/0:0:0:0|SUBSYSTEM=scsi|"));
+    EXPECT_THAT(events.next(), testing::AllOf(HasSubstr("ACTION=add|"), HasSubstr("|DEVNAME=sda|")));
+    EXPECT_EQ(events.next(), "EAGAIN");
+}
+
 TEST(Uevents, NvmeIsReportedWithItsNamespaces)
 {
     sim::Machine machine("{}");
