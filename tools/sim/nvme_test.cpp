@@ -17,7 +17,6 @@
 namespace {
 
 using device_test::Node;
-using testing::Each;
 using testing::HasSubstr;
 
 const char *const kOne = R"({"nvme": [{"model": "HALDEN N4", "serial": "HN1", "firmware": "H1", "cntlid": 6,

@@ -12,7 +12,6 @@
 namespace {
 
 using namespace device_test;
-using testing::ElementsAre;
 using testing::HasSubstr;
 
 const std::string kDevice = "/sys/bus/scsi/devices/8:1:5:3/";
