@@ -69,7 +69,7 @@ def awaited(what, condition):
         try:
             if condition():
                 return
-        except OSError:  # not listening yet
+        except (OSError, IndexError):  # not listening, or no sample yet
             pass
         if time.monotonic() > end:
             sys.exit(f"FAILED: {what}")

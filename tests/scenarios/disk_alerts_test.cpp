@@ -62,6 +62,8 @@ std::vector<std::string> events(const scenario::Agent &agent)
 class DiskAlerts : public testing::TestWithParam<const char *> {
 protected:
     void change(const std::vector<json> &disks) { machine.change(machineWith(disks, GetParam())); }
+    // With uevents, the pass that a sleep was ended for may have begun before a change: the second one has seen it.
+    bool passes() { return steps.pass() && steps.pass(); }
 
     scenario::Agent agent;
     sim::Machine machine{machineWith({diskOf("A"), diskOf("B")}, GetParam())};
@@ -74,12 +76,12 @@ TEST_P(DiskAlerts, TellEachTransitionOnceAlsoAfterARestart)
     ASSERT_TRUE(steps.start(*server));
     EXPECT_THAT(events(agent), IsEmpty()) << "nothing is added in the first pass";
     change({diskOf("A"), diskOf("C")});
-    ASSERT_TRUE(steps.pass());
+    ASSERT_TRUE(passes());
     EXPECT_THAT(events(agent), ElementsAre("replaced C B"));
     EXPECT_EQ(scenario::stopThread(*server), 0);
     change({diskOf("C", true)});
     ASSERT_TRUE(steps.start(*server));
-    ASSERT_TRUE(steps.pass());
+    ASSERT_TRUE(passes());
     EXPECT_THAT(events(agent), ElementsAre("replaced C B", "removed A", "failing C"));
     server->stop();
     scenario::expectNothingLeft(*server);

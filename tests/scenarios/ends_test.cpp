@@ -60,6 +60,7 @@ TEST_P(LongCleanup, EnteredAgainFreesOnceAndReturns)
         ++returned;
     };
     std::vector<std::thread> threads;
+    machine.remove("/opt/qlm/tavkit_sa/data/tavstrgsave.dat"); // an equal one would not be written again
     // The save within the first cleanup lasts until the others have entered, and as long as they need to continue.
     sim::atNth(sim::Call::write, 2, [&] {
         for (int i = 1; i < kEntries; ++i) {
