@@ -368,7 +368,8 @@ bool addWorker(Batch &batch)
     if (const int error = startThread(worker->thread, *worker); error != 0) {
         TRACE(kFailure, "pthread_create() Failure!! err=[%d]", error);
         std::free(worker);
-        leaveBatch(&batch);
+        const Held held(batch.lock);
+        --batch.users; // the owner is left
         return false;
     }
     batch.workers = worker;

@@ -35,7 +35,7 @@ public:
     bool prepare(int32_t count, const TaskKind &kind);
     void *task(int32_t i) const;
     // Puts a task, each once, into the lane of a number. In each lane the tasks are done in their order.
-    void setLane(int32_t i, int32_t lane);
+    void setLane(int32_t i, int32_t number);
     // Takes a task that has a lane out: it is not done.
     void leaveOut(int32_t i);
     // Does the tasks and returns when each is done or set aside; a cancellation point until then. Where no thread can

@@ -39,8 +39,6 @@ struct TrustingSmart {
     }
 };
 
-constexpr uint16_t kUnreadFigure = 65535; // above every level
-
 // Reads the wear of a disk whose wear will be asked for.
 void readWear(void *context)
 {
@@ -48,7 +46,7 @@ void readWear(void *context)
     const M2SSDInf *const rated = findM2SSD(g_M2SSDInf, g_M2SSDCnt, disk.model);
     if (rated != nullptr) {
         WearReading &worn = disk.worn;
-        worn = {static_cast<uint8_t>(rated->attid), -1, kUnreadFigure};
+        worn = {static_cast<uint8_t>(rated->attid), -1, kFigureUnknown};
         worn.result = GetLifeSpanInfoIoctl(disk.path, worn.attribute, &worn.figure);
     }
 }

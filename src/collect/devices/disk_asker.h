@@ -63,9 +63,6 @@ void beginDescription(HardDiskEntry &entry, const char *path);
 // Fills in what the kernel knows about a disk that is not asked.
 void describeUnasked(const AskedDisk &disk, HardDiskEntry &entry);
 
-// A disk of the discovery list before anything is known about it. Its path is empty.
-AskedDisk askedDisk(const SCSIDeviceInfo &device);
-
 // What the walk asks about one disk after the other. begin comes first, the others are about the disk that it named.
 // Without virtual functions, whose type descriptions are in the C++ library.
 class DiskAsker {
