@@ -79,6 +79,7 @@ TEST_F(Edited, FilesThatAreReplacedAreReadAsOneOrTheOtherVersion)
         writeInPlace(pathOf(kFiles[i]), kVersions[i].of[0]);
     }
     Server server;
+    ASSERT_EQ(disksSeen(server->enumInstances("TAV_StorageHardDisk")), kDisks); // a first build may fail as well
     std::thread other = editor(false);
     for (int i = 0; i < 150 || edits < 150; ++i) {
         const broker::Reply reply = server->enumInstances("TAV_StorageHardDisk");
@@ -95,6 +96,7 @@ TEST_F(Edited, FilesThatAreReplacedAreReadAsOneOrTheOtherVersion)
 TEST_F(Edited, FilesThatAreWrittenOverDoNoLastingHarm)
 {
     Server server;
+    ASSERT_EQ(disksSeen(server->enumInstances("TAV_StorageHardDisk")), kDisks);
     std::thread other = editor(true);
     for (int i = 0; i < 150 || edits < 150; ++i) {
         const broker::Reply reply = server->enumInstances("TAV_StorageHardDisk");

@@ -89,6 +89,7 @@ TEST(Long, TenThousandPassesDoNotGrow)
         }
         ASSERT_TRUE(steps.pass());
         machine.forgetCommands();
+        machine.forgetOpenings();
         if (pass % 500 == 0) { // seldom: the embedded broker records each request
             ASSERT_EQ(disksIn(*server), static_cast<size_t>(kDisks - leftOut)) << "pass " << pass;
         }
@@ -122,6 +123,8 @@ TEST(Long, SixteenClientsForAMinuteAreAllServedInTurn)
     constexpr size_t kClients = 16;
     constexpr size_t kDisks = 128;
     json description = machines::disks(kDisks);
+    machines::forEachDevice(description,
+                            [](json &disk) { disk["delayMs"] = 1; }); // else it counts the scheduler's turns
     description["files"]["options.inf"] = "fair-requests\n";
     sim::Machine machine(description.dump());
     Server server;
