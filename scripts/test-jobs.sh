@@ -3,24 +3,29 @@
 # the order in which --all runs them: name, groups of packages (scripts/install-deps.sh), what it does.
 readonly job_table="\
 rules    check                 Checks the rules that a compiler does not: format, include order, forbidden calls.
-tidy     build,clang,check     Runs clang-tidy over the provider.
+tidy     build,clang,check     Runs clang-tidy over the provider, without its analyzer.
 unit     build                 Builds with the optimisation that ships and runs the unit tests.
 release  build,test,vm         Builds with the optimisation that ships and runs all tests but the long ones; the virtual machine too.
 long     build,test            Runs the tests of the same build that take over 20 seconds (labels long and sweep), and builds the benchmarks.
 clang    build,clang           Builds the provider with the other compiler and runs the cancellation tests.
-asan     build,clang           Runs the unit and scenario tests with the address and undefined-behaviour sanitizers.
+asan     build,clang           Runs the provider's unit and scenario tests with the address and undefined-behaviour sanitizers.
 tsan     build                 Runs the tests of what several threads share with the thread sanitizer.
 fuzz     build,clang           Runs each fuzz target for 3 seconds.
 fleet    fleet                 Tests fleet with Prometheus and the node exporter: rules, queries, documents, and a text file on the way through both.
-sweep    build,clang           Makes each call fail once, with the sanitizers of the job asan; not part of --all.
+analyzer build,clang,check     Runs clang-tidy with its analyzer over the provider; not part of --all.
+sanitize build,clang           Runs with the same sanitizers what the job asan leaves out: the tool, each call failing once; not part of --all.
 bare     build,bare            Builds, tests and packages in a bare Debian, and installs the packages in another."
 
+readonly sanitized_tests=(test_provider test_classes test_lifecycle test_monitor test_disks test_collect test_endurance
+    test_devcmd test_store test_records test_runtime test_sim test_broker test_requests test_cures test_badinput test_threads
+    test_ends test_processes test_cancel test_hung_disk test_restart test_sleep test_stress test_save test_uevents
+    test_disk_alerts test_created_files test_disturbances test_exports)
 # Nothing of these depends on how the code was compiled, or the release build has the only copy.
 readonly not_in_sanitizers='^(packaging|vm|bare|headers)$'
 
 job_rules() { check scripts/check-rules.sh; }
 
-job_tidy() { check scripts/check-tidy.sh; }
+job_tidy() { check scripts/check-tidy.sh --quick; }
 
 job_unit() {
     build release || return
@@ -45,18 +50,21 @@ job_clang() {
 }
 
 job_asan() {
-    build asan || return
-    run_tests asan -LE "$not_in_sanitizers|^sweep\$" # which takes as long as all others together
+    build asan "${sanitized_tests[@]}" || return
+    run_tests asan -LE "$not_in_sanitizers|^sweep\$" -E '_NOT_BUILT$'
 }
 
-job_sweep() {
-    build asan test_sweep || return
+job_analyzer() { check scripts/check-tidy.sh; }
+
+job_sanitize() {
+    build asan || return
     run_tests asan -L '^sweep$'
+    run_tests asan -LE "$not_in_sanitizers|^sweep\$"
 }
 
 job_tsan() {
     build tsan test_runtime test_provider test_classes test_lifecycle test_store test_monitor test_broker test_threads \
-        test_ends test_cancel test_stress || return
+        test_ends test_cancel test_hung_disk test_stress || return
     run_tests tsan -LE "$not_in_sanitizers" -E '_NOT_BUILT$'
 }
 
@@ -107,11 +115,12 @@ build() {
     return 1
 }
 
-# run_tests PRESET CTEST-OPTION...: runs tests, prints what failed, and counts them.
+# run_tests PRESET CTEST-OPTION...: runs tests, prints what failed, and counts them. One more at a time than there are
+# processors: many tests wait.
 run_tests() {
     local preset=$1 log=build/$1.ctest.log total bad
     shift
-    ctest --preset "$preset" -j "$(nproc)" "$@" >"$log" 2>&1 || true
+    ctest --preset "$preset" -j $(($(nproc) + 1)) "$@" >"$log" 2>&1 || true
     total=$(sed -nE 's/.*tests failed out of ([0-9]+).*/\1/p' "$log" | tail -n 1)
     bad=$(sed -nE 's/.*, ([0-9]+) tests failed out of.*/\1/p' "$log" | tail -n 1)
     if [ "${total:-0}" -eq 0 ]; then
