@@ -105,15 +105,16 @@ inline json disk(int id, const std::string &serial)
     return {{"id", id}, {"ata", true}, {"serial", serial}, {"identifyWords", {{"20", 0}}}};
 }
 
-inline json host(int number, const std::string &driver, json devices)
+// Lists, because compilers differ in what a json value in braces is: an array of it, or itself.
+inline json host(int number, const std::string &driver, const std::vector<json> &devices)
 {
-    return {{"number", number}, {"driver", driver}, {"devices", std::move(devices)}};
+    return {{"number", number}, {"driver", driver}, {"devices", json(devices)}};
 }
 
 // A machine on which ahci is managed.
-inline json machine(json hosts)
+inline json machine(const std::vector<json> &hosts)
 {
-    return {{"hosts", std::move(hosts)}, {"files", {{"storage.inf", "ahci\n"}}}};
+    return {{"hosts", json(hosts)}, {"files", {{"storage.inf", "ahci\n"}}}};
 }
 
 } // namespace inventory
