@@ -50,12 +50,12 @@ TEST(SharedObject, NeedsNothingButTheCRuntime)
         if (line.find("(NEEDED)") != std::string::npos) {
             const auto open = line.find('[');
             needed.push_back(line.substr(open + 1, line.find(']') - open - 1));
-            sanitized = sanitized || needed.back().find("san.") != std::string::npos;
+            sanitized = sanitized || needed.back().find("san") != std::string::npos;
         }
     }
     if (sanitized) { // the sanitizers' runtime needs the C++ library
         EXPECT_THAT(needed, testing::Each(testing::AnyOf("libstdc++.so.6", "libgcc_s.so.1", "libc.so.6", "libm.so.6",
-                                                         "ld-linux-x86-64.so.2", testing::HasSubstr("san."))));
+                                                         "ld-linux-x86-64.so.2", testing::HasSubstr("san"))));
         return;
     }
     EXPECT_THAT(needed, testing::IsSubsetOf({"libgcc_s.so.1", "libc.so.6", "ld-linux-x86-64.so.2"}));
