@@ -6,20 +6,19 @@ rules    check                 Checks the rules that a compiler does not: format
 tidy     build,clang,check     Runs clang-tidy over the provider, without its analyzer.
 unit     build                 Builds with the optimisation that ships and runs the unit tests.
 release  build,test,vm         Builds with the optimisation that ships and runs all tests but the long ones; the virtual machine too.
-long     build,test            Runs the tests of the same build that take over 20 seconds (labels long and sweep), and builds the benchmarks.
+long     build,test            Runs the tests of the same build that take over 20 seconds (label long), and builds the benchmarks.
 clang    build,clang           Builds the provider with the other compiler and runs the cancellation tests.
-asan     build,clang           Runs the provider's unit and scenario tests with the address and undefined-behaviour sanitizers.
+asan     build,clang           Runs scenario tests, and unit tests of what collects and monitors, with the address and undefined-behaviour sanitizers.
 tsan     build                 Runs the tests of what several threads share with the thread sanitizer.
 fuzz     build,clang           Runs each fuzz target for 2 seconds.
 fleet    fleet                 Tests fleet with Prometheus and the node exporter: rules, queries, documents, and a text file on the way through both.
 analyzer build,clang,check     Runs clang-tidy with its analyzer over the provider; not part of --all.
-sanitize build,clang           Runs with the same sanitizers what the job asan leaves out: the tool, each call failing once; not part of --all.
+sanitize build,clang           Runs all tests with the sanitizers of the job asan, also those in which each call fails once; not part of --all.
 bare     build,bare            Builds, tests and packages in a bare Debian, and installs the packages in another."
 
-readonly sanitized_tests=(test_provider test_classes test_lifecycle test_monitor test_disks test_collect test_endurance
-    test_devcmd test_store test_records test_runtime test_requests test_cures test_badinput test_threads
-    test_ends test_processes test_cancel test_hung_disk test_restart test_sleep test_save test_uevents test_disk_alerts
-    test_created_files test_disturbances test_exports)
+readonly sanitized_tests=(test_lifecycle test_monitor test_disks test_collect test_runtime test_requests test_cures
+    test_badinput test_threads test_ends test_processes test_cancel test_hung_disk test_restart test_sleep test_save
+    test_uevents test_disk_alerts test_created_files test_disturbances test_exports)
 # Nothing of these depends on how the code was compiled, or the release build has the only copy.
 readonly not_in_sanitizers='^(packaging|vm|bare|headers)$'
 
@@ -41,7 +40,7 @@ job_release() {
 job_long() {
     build release || return
     build release benchmarks || return
-    run_tests release -L '^(long|sweep)$' -E '/[A-Za-z]*Cured' # the sweep with all options is in the job sanitize
+    run_tests release -L '^long$'
 }
 
 job_clang() {
