@@ -16,14 +16,6 @@ namespace {
 
 DiskList *g_wanted = nullptr;
 
-template <class Rec> std::span<const Rec> recordsOf(const DatInfo &dat)
-{
-    if (dat.datAdr == nullptr || dat.datNum <= 0) {
-        return {};
-    }
-    return {static_cast<const Rec *>(dat.datAdr), static_cast<size_t>(dat.datNum)};
-}
-
 template <class Rec> const Rec *recordAt(std::span<const Rec> records, uint16_t number)
 {
     return number < 1 || number > records.size() ? nullptr : &records[number - 1U];
@@ -74,12 +66,14 @@ CollectedDisk collectedDisk(const StrgHddRec &record, const HardDiskEntry &entry
     disk.smartAsked = g_SmartMode == kSmartModeOn;
     copyText(disk.name, kernelNameOf(fieldText(entry.DevPath)));
     if (record.InterfaceType == kInterfaceIde) {
-        if (const auto *ide = recordAt(recordsOf<StrgIdeRec>(records[TAV_CID_STRG_IDE]), record.InterfaceTypeIndex)) {
+        if (const auto *ide =
+                recordAt(recordsOf<const StrgIdeRec>(records[TAV_CID_STRG_IDE]), record.InterfaceTypeIndex)) {
             takeIde(disk, *ide);
         }
         return disk;
     }
-    if (const auto *scsi = recordAt(recordsOf<StrgScsiRec>(records[TAV_CID_STRG_SCSI]), record.InterfaceTypeIndex)) {
+    if (const auto *scsi =
+            recordAt(recordsOf<const StrgScsiRec>(records[TAV_CID_STRG_SCSI]), record.InterfaceTypeIndex)) {
         takeScsi(disk, *scsi);
     }
     readWwid(disk);
@@ -105,7 +99,7 @@ DiskList *tavstrg::wantedDiskList()
 
 void DiskList::fill(const Collection &all, const DatInfo *records)
 {
-    const std::span<const StrgHddRec> disks = recordsOf<StrgHddRec>(records[TAV_CID_STRG_HDD]);
+    const std::span<const StrgHddRec> disks = recordsOf<const StrgHddRec>(records[TAV_CID_STRG_HDD]);
     disks_.reset(disks.empty() ? nullptr : memalloc(static_cast<int32_t>(disks.size() * sizeof(CollectedDisk))));
     count_ = 0;
     filled_ = disks.empty() || static_cast<bool>(disks_);

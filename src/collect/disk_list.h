@@ -45,8 +45,8 @@ public:
     // Whether a collection has filled it in; a machine without disks fills in an empty list.
     bool isFilled() const { return filled_; }
     std::span<const CollectedDisk> disks() const { return {disks_.get(), count_}; }
-    // Takes the disks of a collection whose records are complete. Without memory the list stays as it was, and that is
-    // traced.
+    // Takes the disks of a collection whose records are complete. Without memory, which is traced, the list counts as
+    // not filled in.
     void fill(const Collection &all, const DatInfo *records);
 
 private:

@@ -7,6 +7,7 @@
 #include "runtime/field_text.h"
 #include "runtime/send_alert.h"
 #include "runtime/trace.h"
+#include "runtime/whole.h"
 #include "store/replaced_file.h"
 
 #include <algorithm>
@@ -70,16 +71,9 @@ Loaded readText(Text &text)
     if (!text.reserve(static_cast<size_t>(info.st_size))) {
         return Loaded::failed;
     }
-    size_t total = 0;
-    while (total < text.size) {
-        const ssize_t got = ::read(file.get(), text.block.get() + total, text.size - total);
-        if (got < 0 && errno == EINTR) {
-            continue;
-        }
-        if (got <= 0) {
-            return Loaded::failed;
-        }
-        total += static_cast<size_t>(got);
+    const ssize_t got = readWhole(file.get(), {text.block.get(), text.size});
+    if (got < 0 || static_cast<size_t>(got) != text.size) {
+        return Loaded::failed;
     }
     return Loaded::book;
 }
@@ -116,22 +110,6 @@ Loaded load(DiskBook &book)
     return TRACED(Loaded::failed, kFailure, "disk book alloc Failure!!");
 }
 
-// Writes all of it. Returns 0 or an errno.
-int writeWhole(int fd, std::string_view text)
-{
-    while (!text.empty()) {
-        const ssize_t put = ::write(fd, text.data(), text.size());
-        if (put < 0 && errno == EINTR) {
-            continue;
-        }
-        if (put <= 0) {
-            return put < 0 ? errno : ENOSPC;
-        }
-        text.remove_prefix(static_cast<size_t>(put));
-    }
-    return 0;
-}
-
 // Replaces the file. Returns 0 or an errno.
 int saveText(std::string_view text)
 {
@@ -145,7 +123,7 @@ int saveText(std::string_view text)
         dropReplacement(kPlace);
         return error;
     }
-    return putInPlace(kPlace) ? 0 : EIO;
+    return putInPlace(kPlace);
 }
 
 bool compose(DiskBook &book, Text &text)

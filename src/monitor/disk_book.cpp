@@ -2,6 +2,7 @@
 #include "monitor/disk_book.h"
 
 #include "collect/base/text_scan.h"
+#include "runtime/checksum.h"
 #include "runtime/field_text.h"
 
 #include <algorithm>
@@ -27,19 +28,18 @@ constexpr std::string_view kReadings[] = {"never", "readable", "unreadable"};
 constexpr std::string_view kChanges[] = {"added", "removed", "replaced", "failing", "unreadable", "readable"};
 constexpr std::string_view kDeliveries = "wsd";
 
-// FNV-1a, 64 bits, of a file's text up to its last line; each event's letter counts as "w".
+// Checksum of a file's text up to its last line; each event's letter counts as "w".
 uint64_t sumOf(std::string_view text)
 {
-    uint64_t sum = 0xcbf29ce484222325U;
-    const auto add = [&sum](char c) { sum = (sum ^ static_cast<unsigned char>(c)) * 0x100000001b3U; };
+    Checksum sum;
     for (std::string_view line; takeLine(text, line);) {
         const bool isEvent = line.starts_with(kEventWord);
         for (size_t i = 0; i < line.size(); ++i) {
-            add(isEvent && i == kEventWord.size() ? static_cast<char>(Delivery::waiting) : line[i]);
+            sum.add(isEvent && i == kEventWord.size() ? static_cast<char>(Delivery::waiting) : line[i]);
         }
-        add('\n');
+        sum.add('\n');
     }
-    return sum;
+    return sum.value();
 }
 
 bool isPlain(char c)

@@ -10,15 +10,6 @@
 
 namespace tavstrg {
 
-// The records of a descriptor that no other thread changes: a collection's, or the store's under g_recordsLock.
-template <class Rec> std::span<Rec> recordsOf(const DatInfo &dat)
-{
-    if (dat.datAdr == nullptr || dat.datNum <= 0) {
-        return {};
-    }
-    return {static_cast<Rec *>(dat.datAdr), static_cast<size_t>(dat.datNum)};
-}
-
 // Whether a disk in SMART error state needs an alert: its status differs from the stored one at its position, or none
 // is stored there.
 bool smartAlertDue(std::span<const StrgHddRec> stored, size_t position, int16_t smartStatus);

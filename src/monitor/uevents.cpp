@@ -2,12 +2,12 @@
 #include "monitor/uevents.h"
 
 #include "runtime/cancel.h"
+#include "runtime/progress.h"
 #include "runtime/trace.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <ctime>
 #include <linux/netlink.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -23,9 +23,7 @@ constexpr int64_t kMsPerSecond = 1000;
 
 int64_t nowMs()
 {
-    timespec now = {};
-    ::clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * kMsPerSecond + now.tv_nsec / 1000000;
+    return std::chrono::duration_cast<std::chrono::milliseconds>(ProgressClock::now().time_since_epoch()).count();
 }
 
 // The fields of a message that decide.

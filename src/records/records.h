@@ -174,6 +174,20 @@ struct DatInfo {
     void *datAdr;     // datNum * datSize bytes; null when datNum is 0. Owned by the owner of the descriptor.
 };
 
+namespace tavstrg {
+
+// The records of a descriptor that no other thread changes meanwhile: a collection's, or the store's under
+// g_recordsLock.
+template <class Rec> std::span<Rec> recordsOf(const DatInfo &dat)
+{
+    if (dat.datAdr == nullptr || dat.datNum <= 0) {
+        return {};
+    }
+    return {static_cast<Rec *>(dat.datAdr), static_cast<size_t>(dat.datNum)};
+}
+
+} // namespace tavstrg
+
 // Sets the eleven descriptors to their initial values: sizes, one record each for configuration and totals, no arrays.
 void strgInitDatInfo(DatInfo *datInfo);
 

@@ -1,20 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "runtime/options.h"
 
+#include "runtime/checksum.h"
 #include "runtime/conf_file.h"
 #include "runtime/holders.h"
-#include "runtime/memory.h"
 #include "runtime/trace.h"
+#include "runtime/whole.h"
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
-#include <iterator>
-#include <span>
 #include <sys/stat.h>
 
 using namespace tavstrg;
@@ -25,38 +23,6 @@ std::atomic<uint32_t> g_current = 0;
 std::atomic<uint64_t> g_reported = 0; // mark of the file, or of the error, that was traced last
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF"; // UTF-8
-
-class OwnedText {
-public:
-    explicit OwnedText(size_t size) : text_(static_cast<char *>(std::malloc(size))) {}
-    ~OwnedText() { std::free(text_); }
-    OwnedText(const OwnedText &) = delete;
-    OwnedText &operator=(const OwnedText &) = delete;
-    char *get() const { return text_; }
-
-private:
-    char *text_;
-};
-
-// Reads until the buffer is full or the file ends: the bytes read, or -1 with errno.
-ssize_t readWhole(int fd, std::span<char> buffer)
-{
-    size_t total = 0;
-    while (total < buffer.size()) {
-        const ssize_t got = ::read(fd, buffer.data() + total, buffer.size() - total);
-        if (got < 0 && errno == EINTR) {
-            continue;
-        }
-        if (got < 0) {
-            return -1;
-        }
-        if (got == 0) {
-            break;
-        }
-        total += static_cast<size_t>(got);
-    }
-    return static_cast<ssize_t>(total);
-}
 
 // 0 for a regular file of a size that is read, else an errno.
 int refusalOf(int fd)
@@ -69,16 +35,6 @@ int refusalOf(int fd)
         return EINVAL;
     }
     return about.st_size > static_cast<off_t>(kMaxOptionsSize) ? EFBIG : 0;
-}
-
-// FNV-1a, 64 bits.
-uint64_t markOf(std::string_view text)
-{
-    uint64_t mark = 0xcbf29ce484222325U;
-    for (const char c : text) {
-        mark = (mark ^ static_cast<unsigned char>(c)) * 0x100000001b3U;
-    }
-    return mark;
 }
 
 bool isNews(uint64_t mark)
@@ -105,8 +61,8 @@ std::optional<Options> readOptions(int fd)
         errno = error;
         return std::nullopt;
     }
-    const OwnedText buffer(kMaxOptionsSize);
-    if (buffer.get() == nullptr) {
+    const HeapBlock<char> buffer(std::malloc(kMaxOptionsSize)); // not memalloc, which traces
+    if (!buffer) {
         return std::nullopt;
     }
     const ssize_t got = readWhole(fd, {buffer.get(), kMaxOptionsSize});
@@ -114,7 +70,7 @@ std::optional<Options> readOptions(int fd)
         return std::nullopt;
     }
     const std::string_view text(buffer.get(), static_cast<size_t>(got));
-    if (isNews(markOf(text))) {
+    if (isNews(checksumOf(text))) {
         traceUnknownNames(text);
     }
     return parseOptions(text);

@@ -2,6 +2,7 @@
 #include "runtime/side_by_side.h"
 
 #include "runtime/cancel.h"
+#include "runtime/progress.h"
 #include "runtime/trace.h"
 
 #include <algorithm>
@@ -30,9 +31,7 @@ constexpr size_t kStackSize = size_t{512} << 10;      // a disk's commands need 
 
 int64_t now()
 {
-    timespec time{};
-    ::clock_gettime(CLOCK_MONOTONIC, &time);
-    return time.tv_sec * kNanosecond + time.tv_nsec;
+    return ProgressClock::now().time_since_epoch().count();
 }
 
 class Held {

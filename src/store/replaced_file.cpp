@@ -170,14 +170,15 @@ int tavstrg::openReplacement(const ReplacedFile &place, int &error)
     return -1;
 }
 
-bool tavstrg::putInPlace(const ReplacedFile &place)
+int tavstrg::putInPlace(const ReplacedFile &place)
 {
     if (::rename(place.temporary, place.file) != 0) {
+        const int error = errno;
         dropReplacement(place);
-        return false;
+        return error;
     }
     syncDirectory(place.directory);
-    return true;
+    return 0;
 }
 
 void tavstrg::dropReplacement(const ReplacedFile &place)

@@ -26,9 +26,9 @@ constexpr bool isReplacedFile(const ReplacedFile &place)
 // caller closes after putInPlace or dropReplacement; -1 with the errno in error, also if something other than a file or
 // a symbolic link has the file's name.
 int openReplacement(const ReplacedFile &place, int &error);
-// Renames the temporary file, whose content the caller has synced, over the file and syncs the directory. Returns
-// false, with the temporary file removed and the old file unchanged, if the rename fails.
-bool putInPlace(const ReplacedFile &place);
+// Renames the temporary file, whose content the caller has synced, over the file and syncs the directory. Returns 0; or
+// the errno of the rename, with the temporary file removed and the old file unchanged.
+int putInPlace(const ReplacedFile &place);
 // Removes the temporary file.
 void dropReplacement(const ReplacedFile &place);
 // Whether a replacement by these bytes is possible and would change nothing. What cannot be found out is no.

@@ -50,7 +50,7 @@ SaveResult replaceFile(DatInfo *records, int &error)
         dropReplacement(kPlace);
         return SaveResult::notWritten;
     }
-    return putInPlace(kPlace) ? SaveResult::saved : SaveResult::notWritten;
+    return putInPlace(kPlace) == 0 ? SaveResult::saved : SaveResult::notWritten;
 }
 
 // Whether a save would replace the file by one with the same bytes. What cannot be found out is no.

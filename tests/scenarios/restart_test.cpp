@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Alerts after each kind of restart: none if the machine is the same, one for the change if it is not.
 #include "scenarios/generations.h"
-#include "scenarios/monitored.h"
+#include "scenarios/restarts.h"
 
-#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
@@ -13,33 +12,19 @@ namespace {
 
 using scenario::kConfigurationChange;
 using scenario::machineOf;
+using scenario::Restart;
 using scenario::Server;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-struct Restart {
-    const char *name;
-    std::function<void(std::unique_ptr<Server> &)> happen; // ends the thread; the test starts it afterwards
-};
-
-void PrintTo(const Restart &restart, std::ostream *out)
-{
-    *out << restart.name;
-}
-
 const Restart kRestarts[] = {
-    {"OfTheThread", [](std::unique_ptr<Server> &server) { EXPECT_EQ(scenario::stopThread(**server), 0); }},
+    scenario::kRestartOfTheThread,
     {"OfTheProvider",
      [](std::unique_ptr<Server> &server) {
          EXPECT_EQ((*server)->cleanupInstance(true).rc, 0);
          EXPECT_EQ((*server)->cleanupMethod(true).rc, 0);
      }},
-    {"OfTheBroker",
-     [](std::unique_ptr<Server> &server) {
-         (*server)->stop();
-         scenario::expectNothingLeft(**server);
-         server = std::make_unique<Server>(scenario::inServiceMode());
-     }},
+    scenario::kRestartOfTheBroker,
 };
 
 class Restarted : public testing::TestWithParam<Restart> {

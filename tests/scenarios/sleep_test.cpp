@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Sleeping disks across restarts and in the monitoring thread, with "sleeping-disks" in options.inf.
-#include "scenarios/monitored.h"
+#include "scenarios/restarts.h"
 
-#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
@@ -10,6 +9,7 @@
 namespace {
 
 using nlohmann::json;
+using scenario::Restart;
 using scenario::Server;
 using testing::IsEmpty;
 
@@ -37,25 +37,7 @@ const json kActive = {{"state", "active"}};
 const json kStandby = {{"state", "standby"}};
 const json kSuspended = {{"state", "standby"}, {"runtimeStatus", "suspended"}};
 
-struct Restart {
-    const char *name;
-    std::function<void(std::unique_ptr<Server> &)> happen; // ends the thread; the test starts it afterwards
-};
-
-void PrintTo(const Restart &restart, std::ostream *out)
-{
-    *out << restart.name;
-}
-
-const Restart kRestarts[] = {
-    {"OfTheThread", [](std::unique_ptr<Server> &server) { EXPECT_EQ(scenario::stopThread(**server), 0); }},
-    {"OfTheBroker",
-     [](std::unique_ptr<Server> &server) {
-         (*server)->stop();
-         scenario::expectNothingLeft(**server);
-         server = std::make_unique<Server>(scenario::inServiceMode());
-     }},
-};
+const Restart kRestarts[] = {scenario::kRestartOfTheThread, scenario::kRestartOfTheBroker};
 
 class SleepingRestart : public testing::TestWithParam<std::tuple<Restart, const char *>> {
 protected:

@@ -98,17 +98,12 @@ void releaseTask(void *block)
 
 constexpr TaskKind kAskDisk = {sizeof(DiskTask), askDisk, releaseTask, kDiskDeadlineMs, kMostDiskThreads};
 
-bool isSame(const ScsiAddress &left, const ScsiAddress &right)
-{
-    return left.host == right.host && left.channel == right.channel && left.id == right.id && left.lun == right.lun;
-}
-
 // Takes the serial number over from the task of the same disk that was set aside.
 bool takeOver(const void *left, void *subject)
 {
     const auto &before = *static_cast<const DiskTask *>(left);
     auto &task = *static_cast<DiskTask *>(subject);
-    if (!isSame(before.disk.address, task.disk.address)) {
+    if (before.disk.address != task.disk.address) {
         return false;
     }
     task.setAside = true;

@@ -12,11 +12,6 @@ constinit LastValuesTable tavstrg::g_lastValues;
 
 namespace {
 
-bool isAt(const ScsiAddress &a, const ScsiAddress &b)
-{
-    return a.host == b.host && a.channel == b.channel && a.id == b.id && a.lun == b.lun;
-}
-
 bool hasIdentity(const DiskKey &a, const DiskKey &b)
 {
     return fieldText(a.identity) == fieldText(b.identity);
@@ -46,7 +41,7 @@ LastValuesTable::Slot *LastValuesTable::find(const DiskKey &key)
 {
     const std::span used(slot_, slots_);
     const auto found = std::ranges::find_if(used, [&](const Slot &slot) {
-        return slot.used != 0 && isAt(slot.key.address, key.address) && hasIdentity(slot.key, key);
+        return slot.used != 0 && slot.key.address == key.address && hasIdentity(slot.key, key);
     });
     return found == used.end() ? nullptr : &*found;
 }

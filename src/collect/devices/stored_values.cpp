@@ -13,14 +13,6 @@ using namespace tavstrg;
 namespace {
 
 // The records of a class under g_recordsLock.
-template <class Rec> std::span<const Rec> recordsOf(const DatInfo &dat)
-{
-    if (dat.datAdr == nullptr || dat.datNum <= 0) {
-        return {};
-    }
-    return {static_cast<const Rec *>(dat.datAdr), static_cast<size_t>(dat.datNum)};
-}
-
 // Whether a record has a text: as much of it as fits its field.
 template <size_t Size> bool holds(const char (&field)[Size], std::string_view text)
 {
@@ -106,8 +98,8 @@ std::optional<LastValues> tavstrg::findStored(const StoredDisks &stored, const S
 std::optional<LastValues> tavstrg::readStored(const SoughtDisk &sought)
 {
     const std::shared_lock held(g_recordsLock);
-    return findStored({recordsOf<StrgScsiRec>(instSt[TAV_CID_STRG_SCSI]),
-                       recordsOf<StrgHddRec>(instSt[TAV_CID_STRG_HDD]),
-                       recordsOf<StrgLifeRec>(instSt[TAV_CID_STRG_LIFE])},
+    return findStored({recordsOf<const StrgScsiRec>(instSt[TAV_CID_STRG_SCSI]),
+                       recordsOf<const StrgHddRec>(instSt[TAV_CID_STRG_HDD]),
+                       recordsOf<const StrgLifeRec>(instSt[TAV_CID_STRG_LIFE])},
                       sought);
 }

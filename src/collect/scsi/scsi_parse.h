@@ -22,6 +22,8 @@ struct ScsiAddress {
     int32_t channel;
     int32_t id;
     int32_t lun;
+
+    bool operator==(const ScsiAddress &) const = default;
 };
 // "%d:%d:%d:%d", the name of a device's directory.
 bool parseScsiAddress(std::string_view name, ScsiAddress &address);

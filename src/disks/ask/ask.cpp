@@ -75,6 +75,20 @@ Health healthOfError(int error, const char *node)
     return health;
 }
 
+bool mayBeAsked(const PowerAnswer &power, Disk &disk)
+{
+    if (power.error != 0) {
+        disk.health = healthOfError(power.error, disk.name);
+        return false;
+    }
+    if (power.state == PowerState::standby) {
+        disk.readings.power = power.state;
+        setHealth(disk.health, HealthState::asleep, power.source, "sleeps; it was not asked");
+        return false;
+    }
+    return true;
+}
+
 void askDisk(Disk &disk)
 {
     if (disk.protocol == Protocol::none) {

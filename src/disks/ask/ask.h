@@ -22,4 +22,13 @@ void askNvme(int fd, Disk &disk);
 // node: for the reason.
 Health healthOfError(int error, const char *node);
 
+// What a disk answered when it was asked for its power state.
+struct PowerAnswer {
+    PowerState state;
+    int error;          // errno of a command that was not carried, else 0
+    const char *source; // the command
+};
+// Whether the disk may be asked more. If not, its health says why.
+bool mayBeAsked(const PowerAnswer &power, Disk &disk);
+
 } // namespace tavstrg::disks

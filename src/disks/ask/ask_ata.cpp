@@ -116,13 +116,7 @@ void askAta(int fd, Disk &disk)
 {
     int error = 0;
     const PowerState power = readPower(fd, error);
-    if (error != 0) {
-        disk.health = healthOfError(error, disk.name);
-        return;
-    }
-    if (power == PowerState::standby) {
-        disk.readings.power = power;
-        setHealth(disk.health, HealthState::asleep, "CHECK POWER MODE", "sleeps; it was not asked");
+    if (!mayBeAsked({power, error, "CHECK POWER MODE"}, disk)) {
         return;
     }
     disk.readings = Readings{};

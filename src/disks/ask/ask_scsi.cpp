@@ -65,13 +65,7 @@ void askScsi(int fd, Disk &disk)
 {
     int error = 0;
     const PowerState power = readPower(fd, error);
-    if (error != 0) {
-        disk.health = healthOfError(error, disk.name);
-        return;
-    }
-    if (power == PowerState::standby) {
-        disk.readings.power = power;
-        setHealth(disk.health, HealthState::asleep, "REQUEST SENSE", "sleeps; it was not asked");
+    if (!mayBeAsked({power, error, "REQUEST SENSE"}, disk)) {
         return;
     }
     if (disk.transport == Transport::usb) {

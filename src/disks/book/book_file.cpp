@@ -1,22 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "disks/book/book_file.h"
 
+#include "runtime/field_text.h"
 #include "runtime/holders.h"
+#include "runtime/whole.h"
+#include "store/replaced_file.h"
 
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace tavstrg::disks {
 namespace {
 
-constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
-constexpr int kLockWaits = 300;          // about three seconds
-constexpr useconds_t kLockPause = 10000; // 10 ms
 constexpr int kOpenSafely = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
 int readAll(int fd, size_t size, Array<char> &text)
@@ -26,84 +25,36 @@ int readAll(int fd, size_t size, Array<char> &text)
             return ENOMEM;
         }
     }
-    size_t length = 0;
-    while (length < size) {
-        const ssize_t got = ::read(fd, text.begin() + length, size - length);
-        if (got < 0 && errno != EINTR) {
-            return errno;
-        }
-        if (got == 0) {
-            break;
-        }
-        length += got > 0 ? static_cast<size_t>(got) : 0;
+    const ssize_t got = readWhole(fd, {text.begin(), size});
+    if (got < 0) {
+        return errno;
     }
-    text.shrink(static_cast<int32_t>(length));
+    text.shrink(static_cast<int32_t>(got));
     return 0;
-}
-
-int writeAll(int fd, std::string_view text)
-{
-    while (!text.empty()) {
-        const ssize_t written = ::write(fd, text.data(), text.size());
-        if (written < 0 && errno != EINTR) {
-            return errno;
-        }
-        text.remove_prefix(written > 0 ? static_cast<size_t>(written) : 0);
-    }
-    return ::fsync(fd) == 0 ? 0 : errno;
 }
 
 BookRead moveAside(const char *path, const char *extension, BookRead result, int &error)
 {
     char aside[PATH_MAX];
-    std::snprintf(aside, sizeof aside, "%s.%s", path, extension);
-    if (::rename(path, aside) == 0) {
-        return result;
+    const int length = std::snprintf(aside, sizeof aside, "%s.%s", path, extension);
+    if (length >= static_cast<int>(sizeof aside)) {
+        error = ENAMETOOLONG;
+        return BookRead::failed;
     }
-    error = errno;
-    return BookRead::failed;
+    if (::rename(path, aside) != 0) {
+        error = errno;
+        return BookRead::failed;
+    }
+    return result;
 }
 
-// Whether the path still leads to this file: another process that saves renames it away when it is done.
-bool isStillThere(int fd, const char *path)
+// The directory of a file, "." where its path has none. False for one that is too long.
+bool directoryOf(std::string_view path, char (&directory)[PATH_MAX])
 {
-    struct stat open = {};
-    struct stat there = {};
-    return ::fstat(fd, &open) == 0 && ::lstat(path, &there) == 0 && open.st_dev == there.st_dev &&
-           open.st_ino == there.st_ino && S_ISREG(open.st_mode);
-}
-
-// The temporary file, locked against other processes; -1 with the error. One left by a crash is used again.
-int openTemporary(const char *path, int &error)
-{
-    for (int waits = 0; waits <= kLockWaits; ++waits) {
-        FileDesc file(::open(path, O_WRONLY | O_CREAT | kOpenSafely, kOwnerOnly));
-        if (!file) {
-            error = errno;
-            return -1;
-        }
-        if (::flock(file.get(), LOCK_EX | LOCK_NB) == 0 && isStillThere(file.get(), path)) {
-            return file.handOver();
-        }
-        error = EWOULDBLOCK;
-        ::usleep(kLockPause);
-    }
-    return -1;
-}
-
-// The name is on the disk only when its directory is. The file is in place already, so a failure is ignored.
-void syncDirectoryOf(const char *path)
-{
-    char directory[PATH_MAX];
-    const std::string_view whole(path);
-    const size_t slash = whole.rfind('/');
-    std::snprintf(directory, sizeof directory, "%.*s",
-                  static_cast<int>(slash == std::string_view::npos ? 1 : slash + 1),
-                  slash == std::string_view::npos ? "." : path);
-    const FileDesc fd(::open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (fd) {
-        static_cast<void>(::fsync(fd.get()));
-    }
+    const size_t slash = path.rfind('/');
+    const std::string_view found = slash == std::string_view::npos ? "." : path.substr(0, slash + 1);
+    copyText(directory, found);
+    return found.size() < sizeof directory;
 }
 
 } // namespace
@@ -146,26 +97,30 @@ int saveBook(const char *path, const Book &book)
     if (std::snprintf(temporary, sizeof temporary, "%s.tmp", path) >= static_cast<int>(sizeof temporary)) {
         return ENAMETOOLONG;
     }
+    char directory[PATH_MAX];
+    if (!directoryOf(path, directory)) {
+        return ENAMETOOLONG;
+    }
     Array<char> text;
     if (!composeBook(book, text)) {
         return ENOMEM;
     }
+    const ReplacedFile place = {path, temporary, directory};
     int error = 0;
-    const FileDesc file(openTemporary(temporary, error)); // locked until the file has its name
+    const FileDesc file(openReplacement(place, error)); // locked until the file has its name
     if (!file) {
         return error;
     }
-    error = ::ftruncate(file.get(), 0) == 0 ? writeAll(file.get(), {text.begin(), static_cast<size_t>(text.count())})
+    error = ::ftruncate(file.get(), 0) == 0 ? writeWhole(file.get(), {text.begin(), static_cast<size_t>(text.count())})
                                             : errno;
-    if (error == 0 && ::rename(temporary, path) != 0) {
+    if (error == 0 && ::fsync(file.get()) != 0) {
         error = errno;
     }
     if (error != 0) {
-        ::unlink(temporary);
+        dropReplacement(place);
         return error;
     }
-    syncDirectoryOf(path);
-    return 0;
+    return putInPlace(place);
 }
 
 } // namespace tavstrg::disks

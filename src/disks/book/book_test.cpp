@@ -4,6 +4,8 @@
 #include "disks/book/book_file.h"
 #include "runtime/field_text.h"
 
+#include <cerrno>
+#include <climits>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -253,6 +255,30 @@ TEST_F(BookFile, AnythingElseInItsPlaceIsAFailure)
     std::filesystem::create_symlink("/etc/passwd", path());
     EXPECT_EQ(read(book), BookRead::failed);
     EXPECT_EQ(saveBook("/nonexistent/book", sample()), ENOENT);
+}
+
+TEST_F(BookFile, WhatSomebodyPutInTheTemporaryFilesPlaceIsNotWrittenTo)
+{
+    const std::filesystem::path other = path() + ".other";
+    std::ofstream(other) << "of somebody else";
+    std::filesystem::create_hard_link(other, path() + ".tmp");
+    EXPECT_EQ(saveBook(path().c_str(), sample()), 0);
+    std::string kept;
+    std::getline(std::ifstream(other), kept);
+    EXPECT_EQ(kept, "of somebody else");
+    std::filesystem::remove(other);
+}
+
+TEST_F(BookFile, IsNotMovedToANameThatWasCut)
+{
+    std::string longest = path(); // as long as a path may be: no extension fits
+    longest.insert(longest.rfind('/'), PATH_MAX - 1 - longest.size(), '/');
+    std::ofstream(path()) << "damaged";
+    Book book;
+    int error = 0;
+    EXPECT_EQ(readBook(longest.c_str(), book, error), BookRead::failed);
+    EXPECT_EQ(error, ENAMETOOLONG);
+    EXPECT_TRUE(std::filesystem::exists(path()));
 }
 
 TEST_F(BookFile, KilledWhileSavingItIsNeverLost)

@@ -2,6 +2,7 @@
 #include "disks/book/book_file.h"
 
 #include "disks/bytes.h"
+#include "runtime/checksum.h"
 #include "runtime/field_text.h"
 
 #include <charconv>
@@ -13,17 +14,6 @@ namespace tavstrg::disks {
 namespace {
 
 constexpr size_t kLineRoom = 2048; // more than all fields together
-constexpr uint64_t kFnvBasis = 0xCBF29CE484222325;
-constexpr uint64_t kFnvPrime = 0x00000100000001B3;
-
-uint64_t checksumOf(std::string_view text)
-{
-    uint64_t sum = kFnvBasis;
-    for (const char c : text) {
-        sum = (sum ^ static_cast<uint8_t>(c)) * kFnvPrime;
-    }
-    return sum;
-}
 
 bool append(Array<char> &text, std::string_view more)
 {

@@ -6,6 +6,7 @@
 
 #include "runtime/field_text.h"
 #include "runtime/holders.h"
+#include "runtime/progress.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -69,9 +70,7 @@ private:
 
 int64_t monotonicNow()
 {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec * kNanoPerSecond + now.tv_nsec;
+    return ProgressClock::now().time_since_epoch().count();
 }
 
 bool isServedTogether(const Disk &a, const Disk &b)
