@@ -61,9 +61,10 @@ void putFault(sg_io_hdr_t &header, const Fault &fault)
 const RecordedReply *recordedReply(const Device &device, const sg_io_hdr_t &header)
 {
     const std::span<const uint8_t> cdb(header.cmdp, header.cmd_len);
-    const auto found = std::find_if(device.is.replies.begin(), device.is.replies.end(), [cdb](const RecordedReply &one) {
-        return std::equal(one.cdb.begin(), one.cdb.end(), cdb.begin(), cdb.end());
-    });
+    const auto found =
+        std::find_if(device.is.replies.begin(), device.is.replies.end(), [cdb](const RecordedReply &one) {
+            return std::equal(one.cdb.begin(), one.cdb.end(), cdb.begin(), cdb.end());
+        });
     return found == device.is.replies.end() ? nullptr : &*found;
 }
 

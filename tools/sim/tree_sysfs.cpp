@@ -196,9 +196,9 @@ void addDevice(Tree &tree, const DeviceDescription &device, TargetPlaces &target
     const std::string address = std::to_string(device.channel) + ":" + std::to_string(device.id);
     const std::string target = "target" + std::to_string(device.host) + ":" + address;
     const std::string name = device.address();
-    const TreePath targetDirectory =
-        device.path.empty() ? targets.directoryOf(target)
-                            : TreePath("/sys/devices/" + device.path.substr(0, device.path.rfind('/')));
+    const TreePath targetDirectory = device.path.empty()
+                                         ? targets.directoryOf(target)
+                                         : TreePath("/sys/devices/" + device.path.substr(0, device.path.rfind('/')));
     const TreePath directory = targetDirectory / name;
     tree[targetDirectory / "uevent"] = {Node::file, "DEVTYPE=scsi_target\n"};
     addLink(tree, scsiDevices() / target, targetDirectory);

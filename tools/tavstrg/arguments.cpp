@@ -232,9 +232,7 @@ void describeDisks(CLI::App &app, RawArguments &raw)
 void describeRecord(CLI::App &app, RawArguments &raw)
 {
     raw.record = app.add_subcommand("record", "Describe this machine for the simulator");
-    raw.record->add_option("FILE", raw.recordFile, "The description; - is standard output")
-        ->required()
-        ->type_name("");
+    raw.record->add_option("FILE", raw.recordFile, "The description; - is standard output")->required()->type_name("");
     raw.record->add_flag("--keep-names", raw.arguments.keepNames, "Do not replace serial numbers and names");
     raw.record->footer("\nMade for reports: \"tavstrg --machine FILE disks\" shows the disks of this machine\n"
                        "elsewhere. The disks are asked as by \"tavstrg disks\", as root with their answers;\n"

@@ -73,8 +73,8 @@ TEST(RecordNames, PagesHaveTheSameReplacements)
     ByteVector serialPage = bytes(std::string("\x00\x80\x00\x08", 4) + "SERIAL-7");
     EXPECT_EQ(text(names.serialPage(serialPage)).substr(4), names.serial("SERIAL-7"));
     const std::string naa("\x50\x00\xc5\x00\xa1\xb2\xc3\xd4", 8);
-    const std::string page = std::string("\x00\x83\x00\x1c\x01\x03\x00\x08", 8) + naa +
-                             std::string("\x02\x00\x00\x08", 4) + "SERIAL-7";
+    const std::string page =
+        std::string("\x00\x83\x00\x1c\x01\x03\x00\x08", 8) + naa + std::string("\x02\x00\x00\x08", 4) + "SERIAL-7";
     const std::string replaced = text(names.designatorPage(bytes(page)));
     EXPECT_EQ(replaced.substr(8, 8), std::string("\x50\x00\xc5\x00\x00\x00\x00\x01", 8));
     EXPECT_EQ(replaced.substr(20), names.serial("SERIAL-7"));
@@ -121,7 +121,9 @@ TEST(RecordNames, CardAndItsSerialNumberHaveTheSameDigits)
     std::string cid = "4501004447343036340155a3c2f1d500";
     std::string serial = "0x55a3c2f1";
     names.card(cid, serial);
-    EXPECT_EQ(cid, "45010044473430363401" "00000001" "d500");
+    EXPECT_EQ(cid, "45010044473430363401"
+                   "00000001"
+                   "d500");
     EXPECT_EQ(serial, "0x00000001");
 }
 

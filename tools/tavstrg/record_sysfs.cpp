@@ -27,8 +27,7 @@ std::vector<std::string> entriesOf(const std::string &path)
             names.emplace_back(name);
         }
     }
-    std::sort(names.begin(), names.end(),
-              [](const std::string &a, const std::string &b) { return comesBefore(a, b); });
+    std::sort(names.begin(), names.end(), [](const std::string &a, const std::string &b) { return comesBefore(a, b); });
     return names;
 }
 
