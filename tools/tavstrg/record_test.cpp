@@ -2,6 +2,9 @@
 // "tavstrg record" over simulated machines: what is recorded shows the same disks.
 #include "tavstrg/record.h"
 
+#include "tavstrg/record_parts.h"
+
+#include "runtime/field_text.h"
 #include "support/tool_fixture.h"
 
 #include <gmock/gmock.h>
@@ -123,6 +126,24 @@ TEST_F(Record, DisksThatCannotBeAskedAndPathsOfOneDisk)
     EXPECT_EQ(finished.err, "tavstrg: 1 disk could not be asked: that needs root.\n");
     EXPECT_THAT(json::parse(finished.out)["comment"].get<std::string>(), HasSubstr("that needs root"));
     EXPECT_THAT(finished.out, Not(HasSubstr("192.0.2"))) << "an address in a network";
+}
+
+TEST(RecordAnswers, DiskThatHasNotAnsweredHangs)
+{
+    tool::DiskReport report;
+    report.disks.emplace_back();
+    tavstrg::copyText(report.disks[0].name, "sda");
+    tavstrg::disks::setHealth(report.disks[0].health, tool::HealthState::unreadable, "deadline", "");
+    tool::Calls calls;
+    tool::Names names(false);
+    tool::Json inOpening;
+    tool::addAnswers({report, calls, names}, "sda", inOpening);
+    EXPECT_EQ(inOpening["faults"][0]["on"], "open");
+    calls.opened("/dev/sda", 3, 0);
+    tool::Json inCommand;
+    tool::addAnswers({report, calls, names}, "sda", inCommand);
+    EXPECT_EQ(inCommand["faults"][0]["on"], "any");
+    EXPECT_EQ(inCommand["faults"][0]["hang"], true);
 }
 
 TEST_F(Record, FileIsTheOwnersAndNoLinkIsFollowed)
