@@ -543,7 +543,7 @@ TEST(Description, DevicesWithoutNodesAndRecordedReplies)
 
 TEST(Description, PathsLeadToTheDeviceThatTheyAreOf)
 {
-    for (const char *path : {"platform/host1", "../platform/host0", "/platform/host0"}) {
+    for (const char *path : {"platform/host1", "../platform/host0"}) {
         EXPECT_THROW(sim::Machine(std::string(R"({"hosts": [{"path": ")") + path + R"("}]})"), std::runtime_error)
             << path;
     }
