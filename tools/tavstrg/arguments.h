@@ -15,7 +15,21 @@ constexpr int kDone = 0;
 constexpr int kFailed = 1;
 constexpr int kWrongUsage = 2;
 
-enum class Command { show, enumerate, get, call, classes, watch, check, metrics, dumpState, disks, disk, health, record };
+enum class Command {
+    show,
+    enumerate,
+    get,
+    call,
+    classes,
+    watch,
+    check,
+    metrics,
+    dumpState,
+    disks,
+    disk,
+    health,
+    record
+};
 
 const char *commandName(Command command); // as it is given, and as JSON documents name it
 
