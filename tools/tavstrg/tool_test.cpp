@@ -379,7 +379,7 @@ TEST_F(Tool, AFailingDiskIsMarkedAndNoFailureOfTheTool)
     EXPECT_THAT(finished.out, HasSubstr("\nHealth: 1 of 1 disk predicts failure: sda (0:0:0:0, serial SER-1)\n"));
 }
 
-struct ColourCase {
+struct ToolColourCase {
     std::vector<std::string> words;
     std::vector<std::string> environment;
     StandardOutput out;
@@ -389,8 +389,8 @@ struct ColourCase {
 TEST_F(Tool, ColoursOnATerminalOrOnRequest)
 {
     const std::string machine = write("failing.json", failingMachine());
-    for (const ColourCase &given :
-         std::vector<ColourCase>{{{}, {"TERM=xterm", "NO_COLOR="}, StandardOutput::terminal, true},
+    for (const ToolColourCase &given :
+         std::vector<ToolColourCase>{{{}, {"TERM=xterm", "NO_COLOR="}, StandardOutput::terminal, true},
                                  {{}, {"TERM=xterm", "NO_COLOR=1"}, StandardOutput::terminal, false},
                                  {{}, {"TERM=dumb", "NO_COLOR="}, StandardOutput::terminal, false},
                                  {{"--color=never"}, {"TERM=xterm", "NO_COLOR="}, StandardOutput::terminal, false},
