@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "provider/provider.h"
 
+#include "disks/current/current.h"
 #include "runtime/trace.h"
 #include "support/fake_agent.h"
 #include "support/options_fixture.h"
@@ -648,9 +649,8 @@ TEST_F(UnknownClass, IsNotTheClassOfEveryDiskWithItsLine)
         EXPECT_EQ(get("TAV_StorageDisk").message, "getKeyText() FAILED");
         EXPECT_EQ(get("TAV_StorageDisk", {{"DiskID", Value::number(1)}}).message, "getKeyText() FAILED");
         EXPECT_EQ(invoke("TAV_StorageDisk", "Any").message, "Generic Failure!!");
-        instanceMI->ft->cleanup(instanceMI, broker.emptyContext(), 0);
+        disks::forgetCurrentDisks();
     }
-    EXPECT_EQ(sim::liveBlocks(), 0);
     machine.remove(OptionsInForce::kFile);
     EXPECT_EQ(enumerate("TAV_StorageDisk").message, "Generic Failure!!");
 }
