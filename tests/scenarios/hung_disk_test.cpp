@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <iterator>
+#include <thread>
 
 namespace {
 
@@ -128,6 +129,61 @@ TEST_F(HungDisk, DelaysAPassByItsDeadlineAndIsAskedAgainWhenItIsBack)
     EXPECT_EQ(stopThread(*server), 0);
     server->stop();
     scenario::expectNothingLeft(*server);
+}
+
+// A request for all disks, with the line "every-disk", whose pass hangs.
+class HungEngine : public testing::Test {
+protected:
+    ~HungEngine() override { machine.release(kNode); }
+    static std::string described()
+    {
+        nlohmann::json description = machines::disks(2, 1);
+        description["files"]["options.inf"] = "every-disk\n";
+        return description.dump();
+    }
+
+    sim::Machine machine{described()};
+    Server server;
+};
+
+TEST_F(HungEngine, DoesNotHoldUpAStopAndLeavesTheProviderLoaded)
+{
+    ASSERT_TRUE(server->enumInstances("TAV_StorageHardDisk").ok()); // builds the store while all disks answer
+    const long threads = threadsNow();
+    machine.hold(kNode);
+    broker::Reply reply;
+    std::thread client([&] { reply = server->enumInstances("TAV_StorageDisk"); });
+    ASSERT_TRUE(machine.awaitWaiting(kNode, 1, 60));
+    const Clock::time_point begun = Clock::now();
+    EXPECT_EQ(server->cleanupInstance(true).rc, CMPI_RC_OK);
+    EXPECT_LT(Clock::now() - begun, 3s);
+    client.join();
+    EXPECT_EQ(reply.rc, CMPI_RC_ERR_FAILED);
+    EXPECT_EQ(reply.message, "the provider is stopping");
+    server->stop();
+    EXPECT_TRUE(isLoaded()); // the thread returns into it
+    machine.release(kNode);
+    EXPECT_TRUE(await([&] { return threadsNow() <= threads; }));
+    {
+        Server next; // joins the thread and lets the library go
+        EXPECT_EQ(next->enumInstances("TAV_StorageDisk").instances.size(), 2U);
+        next->stop();
+        scenario::expectNothingLeft(*next);
+    }
+    EXPECT_FALSE(isLoaded());
+}
+
+TEST_F(HungEngine, DoesNotHoldUpOtherClasses)
+{
+    EXPECT_EQ(scenario::totalsOf(*server).size(), 8U);
+    machine.hold(kNode);
+    std::thread client([&] { server->enumInstances("TAV_StorageDisk"); });
+    ASSERT_TRUE(machine.awaitWaiting(kNode, 1, 60));
+    const Clock::time_point begun = Clock::now();
+    EXPECT_TRUE(server->getInstance("TAV_StorageConfig").ok()); // takes the store's lock, asks no disk
+    EXPECT_LT(Clock::now() - begun, 3s);
+    machine.release(kNode);
+    client.join();
 }
 
 } // namespace

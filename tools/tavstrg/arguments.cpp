@@ -130,7 +130,7 @@ void describeAsking(CLI::App &app, RawArguments &raw)
         command->add_option("CLASS", arguments.className, "Class, see \"tavstrg classes\"")->required()->type_name("");
         command->add_flag("--raw", arguments.raw, "Send names and values unchecked, as they are given");
     }
-    raw.get->add_option("INDEX", raw.index, "Index of the instance, where there are many")->type_name("");
+    raw.get->add_option("INDEX", raw.index, "Index (or DiskID) of one of many instances")->type_name("");
     raw.call->add_option("METHOD", arguments.method, "Method of the class, in any case")->required()->type_name("");
     raw.call->add_option("NAME=VALUE", raw.assignments, "Arguments of the method, sent as text")->type_name("");
 }
@@ -375,8 +375,9 @@ void rightSpelling(Arguments &arguments)
         rightMethodSpelling(*entry, arguments);
     }
     if (arguments.command == Command::get && entry->keyed() != arguments.index.has_value()) {
+        const std::string needed = entry->keyName() == "Index" ? "an INDEX" : "a " + entry->keyName();
         throw UsageError("get: " + entry->name +
-                         (entry->keyed() ? " needs an INDEX" : " has one instance, without INDEX"));
+                         (entry->keyed() ? " needs " + needed : " has one instance, without INDEX"));
     }
 }
 

@@ -17,6 +17,8 @@
 #include "tavstrg/surroundings.h"
 #include "tavstrg/watch.h"
 
+#include "classes/disk_properties.h"
+
 #include <unistd.h>
 
 #include <filesystem>
@@ -31,8 +33,18 @@ Outcome show(Session &session, const SmartReadings &readings, const Arguments &a
     return {kDone, arguments.json ? inventoryJson(inventory) : inventoryText(inventory, style), ""};
 }
 
+// The provider links a disk to its hard disk by the inventory that it has; a new process has the saved one or none. A
+// failure leaves it so.
+void takeInventoryFor(broker::Broker &broker, const std::string &className)
+{
+    if (className == tavstrg::kDiskClass) {
+        broker.enumInstances("TAV_StorageTotalNumber");
+    }
+}
+
 Outcome enumerate(broker::Broker &broker, const Arguments &arguments, const TextStyle &style)
 {
+    takeInventoryFor(broker, arguments.className);
     const std::vector<broker::Instance> instances = askAll(broker, arguments.className);
     return {kDone,
             arguments.json ? instancesJson(arguments.className, instances)
@@ -42,6 +54,7 @@ Outcome enumerate(broker::Broker &broker, const Arguments &arguments, const Text
 
 Outcome get(broker::Broker &broker, const Arguments &arguments, const TextStyle &style)
 {
+    takeInventoryFor(broker, arguments.className);
     const broker::Instance instance =
         askOne(broker, arguments.className, arguments.index ? &*arguments.index : nullptr);
     return {kDone,

@@ -64,7 +64,7 @@ TEST_F(Tool, ClassesNeedNeitherProviderNorMachine)
 {
     const Finished finished = run({"--provider", "/nonexistent.so", "--json", "classes"});
     EXPECT_EQ(finished.status, 0) << finished.err;
-    EXPECT_EQ(json::parse(finished.out)["classes"].size(), 12U);
+    EXPECT_EQ(json::parse(finished.out)["classes"].size(), 13U);
     EXPECT_THAT(run({"classes"}).out, StartsWith("TAV_StorageConfig (one instance)\n"));
 }
 
