@@ -5,9 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <dlfcn.h>
-#include <filesystem>
 #include <gtest/gtest.h>
-#include <iterator>
 
 namespace {
 
@@ -15,6 +13,7 @@ using scenario::await;
 using scenario::Server;
 using scenario::startThread;
 using scenario::stopThread;
+using scenario::threadsNow;
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
@@ -25,11 +24,6 @@ std::string twoDisks()
     nlohmann::json machine = machines::disks(2, 1); // on an adapter each
     machine["files"]["options.inf"] = "side-by-side\ndisk-names\n";
     return machine.dump();
-}
-
-long threadsNow()
-{
-    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
 }
 
 bool isLoaded()
