@@ -204,10 +204,27 @@ TEST_P(SetAsideDisk, IsUnreadableOnceAndReadableAgainOnce)
     scenario::expectNothingLeft(*server);
 }
 
-INSTANTIATE_TEST_SUITE_P(Options, SetAsideDisk,
-                         testing::Values("disk-alerts\nside-by-side\ndisk-names\n",
-                                         "disk-alerts\nside-by-side\ndisk-names\ndisk-identity\n", "all\n"),
-                         [](const auto &testInfo) { return "Lines" + std::to_string(testInfo.index); });
+INSTANTIATE_TEST_SUITE_P(Options, SetAsideDisk, testing::Values("disk-alerts\nside-by-side\ndisk-names\n", "all\n"),
+                         [](const auto &testInfo) { return std::string(testInfo.param).substr(0, 3); });
+
+// The base system tells none of it, also where the dead disk is kept in the inventory.
+class DiskAlertsOff : public DiskAlerts {};
+
+TEST_P(DiskAlertsOff, NoTransitionIsTold)
+{
+    json dead = diskOf("B");
+    dead["openError"] = "ENXIO";
+    ASSERT_TRUE(steps.start(*server));
+    for (const auto &disks : {std::vector{diskOf("A"), dead}, {diskOf("A"), diskOf("C")}, {diskOf("C")}}) {
+        change(disks);
+        ASSERT_TRUE(steps.pass());
+    }
+    EXPECT_THAT(events(agent), IsEmpty());
+    EXPECT_THAT(agent.alerts(), ElementsAre(scenario::kConfigurationChange)) << "of another number of disks";
+}
+
+INSTANTIATE_TEST_SUITE_P(Options, DiskAlertsOff, testing::Values("disk-identity\nsmart-state\n"),
+                         [](const auto &) { return std::string("Off"); });
 
 // Progress of a process that is killed.
 struct Progress {
