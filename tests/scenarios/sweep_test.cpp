@@ -109,7 +109,7 @@ void warm(Run &run)
 // The lines whose cures are in requests, store and segments.
 constexpr const char *kCures = "kernel-release\nfirst-devices\nclean-text\nstale-segments\nfair-requests\n";
 
-// Lines that change what is asked of the disks and by whom.
+// Lines that change which disks are asked for what, and by whom.
 constexpr const char *kSideBySide = "side-by-side\ndisk-names\ndisk-identity\nsmart-state\n";
 
 const Scenario kScenarios[] = {
@@ -127,11 +127,15 @@ const Scenario kScenarios[] = {
     {"CleanupCured", "workstation", warm, cleanup, kCures},
 };
 
+// What a disk did not answer is asked for again, although the disk is not in use.
+const Scenario kChangedMachineAll = {"ChangedMachineAll", "", warm, changedMachine, "all\n"};
+
 // Requests whose collections make threads.
 const Scenario kThreadScenarios[] = {
     {"FirstRequestSideBySide", "workstation", nothing, firstRequest, kSideBySide},
     {"EveryClassSideBySide", "workstation", warm, everyClass, kSideBySide},
     {"ChangedMachineSideBySide", "", warm, changedMachine, kSideBySide},
+    kChangedMachineAll,
 };
 
 struct Fault {
@@ -302,6 +306,10 @@ INSTANTIATE_TEST_SUITE_P(All, Sweep, testing::Combine(testing::ValuesIn(kScenari
                          kNameOf);
 INSTANTIATE_TEST_SUITE_P(Threads, Sweep,
                          testing::Combine(testing::ValuesIn(kThreadScenarios), testing::Values(kThreadFault)), kNameOf);
+INSTANTIATE_TEST_SUITE_P(Disks, Sweep,
+                         testing::Combine(testing::Values(kChangedMachineAll),
+                                          testing::Values(callFault("Ioctl", sim::Call::ioctl))),
+                         kNameOf);
 
 // The monitoring thread with all lines of options.inf, on a machine whose disks are on an adapter each: it receives the
 // kernel's events, and asks the disks in threads.
