@@ -78,6 +78,8 @@ struct RawArguments {
     CLI::App *disks = nullptr;
     CLI::App *disk = nullptr;
     CLI::App *health = nullptr;
+    CLI::App *record = nullptr;
+    std::string recordFile;
     std::string columns;
     bool noHeader = false;
     std::string colour;
@@ -227,9 +229,22 @@ void describeDisks(CLI::App &app, RawArguments &raw)
                        "not answer; 1 if the disks could not be asked, 2 on wrong usage.\n");
 }
 
+void describeRecord(CLI::App &app, RawArguments &raw)
+{
+    raw.record = app.add_subcommand("record", "Describe this machine for the simulator");
+    raw.record->add_option("FILE", raw.recordFile, "The description; - is standard output")->required()->type_name("");
+    raw.record->add_flag("--keep-names", raw.arguments.keepNames, "Do not replace serial numbers and names");
+    raw.record->footer("\nMade for reports: \"tavstrg --machine FILE disks\" shows the disks of this machine\n"
+                       "elsewhere. The disks are asked as by \"tavstrg disks\", as root with their answers;\n"
+                       "nothing is changed. Serial numbers, world wide names and addresses in networks\n"
+                       "are replaced by made-up ones, equal ones alike; what is missing is said. FILE is\n"
+                       "replaced in one step and readable by its owner alone.\n");
+}
+
 void describeCommands(CLI::App &app, RawArguments &raw)
 {
     describeDisks(app, raw);
+    describeRecord(app, raw);
     describeAsking(app, raw);
     describeWatch(app, raw);
     describeCheck(app, raw);
@@ -271,6 +286,9 @@ Command commandOf(const RawArguments &raw)
     }
     if (raw.health->parsed()) {
         return Command::health;
+    }
+    if (raw.record->parsed()) {
+        return Command::record;
     }
     return raw.call->parsed() ? Command::call : Command::classes;
 }
@@ -476,6 +494,8 @@ const char *commandName(Command command)
         return "disk";
     case Command::health:
         return "health";
+    case Command::record:
+        return "record";
     default:
         return "show";
     }
@@ -500,6 +520,9 @@ Parsed parseArguments(int argc, const char *const *argv)
         }
         splitAssignments(raw.assignments, arguments);
         takeColumns(raw, arguments);
+        if (arguments.command == Command::record && raw.recordFile != "-") {
+            arguments.output = raw.recordFile;
+        }
         arguments.colour = colourOf(raw.colour);
         checkTogether(app, arguments);
         const bool named = arguments.command == Command::enumerate || arguments.command == Command::get ||

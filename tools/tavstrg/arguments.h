@@ -15,7 +15,21 @@ constexpr int kDone = 0;
 constexpr int kFailed = 1;
 constexpr int kWrongUsage = 2;
 
-enum class Command { show, enumerate, get, call, classes, watch, check, metrics, dumpState, disks, disk, health };
+enum class Command {
+    show,
+    enumerate,
+    get,
+    call,
+    classes,
+    watch,
+    check,
+    metrics,
+    dumpState,
+    disks,
+    disk,
+    health,
+    record
+};
 
 const char *commandName(Command command); // as it is given, and as JSON documents name it
 
@@ -40,7 +54,7 @@ struct Arguments {
     std::optional<std::string> index;          // get
     std::string method;                        // call
     std::vector<MethodArgument> methodArguments;
-    std::string output;               // metrics: file to write; empty: standard output
+    std::string output;               // metrics, record: file to write; empty: standard output
     std::string file;                 // dumpState: saved-state file
     std::vector<std::string> columns; // disks: names of columns; empty: the usual ones
     std::string sort;                 // disks: column by which is sorted; empty: the kernel's order
@@ -50,6 +64,7 @@ struct Arguments {
     bool wide = false;                // disks: 120 columns instead of 80
     std::string disk;                 // disk: ID, node or serial number
     std::string book;                 // disks, disk, health: file that remembers the disks; empty: none
+    bool keepNames = false;           // record: serial numbers and names are not replaced
     std::string root;                 // check: directory in place of the agent's root; empty: the agent's own
 };
 

@@ -10,6 +10,7 @@
 #include "tavstrg/json.h"
 #include "tavstrg/metrics.h"
 #include "tavstrg/output_file.h"
+#include "tavstrg/record.h"
 #include "tavstrg/saved_state.h"
 #include "tavstrg/segments.h"
 #include "tavstrg/session.h"
@@ -156,6 +157,9 @@ Outcome work(const Arguments &arguments, const TextStyle &style, Surroundings &s
         if (isAboutDisks(arguments.command)) {
             return runDisks(arguments, style);
         }
+        if (arguments.command == Command::record) {
+            return recordMachine(arguments);
+        }
         SmartReadings readings;
         const TraceListener listener([&readings](const TraceLine &line) { readings.take(line); });
         Session session(surroundings, arguments, arguments.serviceMode);
@@ -170,6 +174,7 @@ Use useOf(Command command)
     case Command::disks:
     case Command::disk:
     case Command::health:
+    case Command::record:
         return Use::none;
     case Command::call:
         return Use::write;
@@ -231,6 +236,17 @@ Outcome askForMetrics(const Arguments &arguments, const TextStyle &style)
     return outcome;
 }
 
+Outcome askForRecord(const Arguments &arguments, const TextStyle &style)
+{
+    constexpr mode_t kOwnerOnly = 0600;
+    Outcome outcome = askSupervised(arguments, style);
+    if (!arguments.output.empty() && !outcome.output.empty()) {
+        writeWhole(arguments.output, outcome.output, kOwnerOnly);
+        outcome.output.clear();
+    }
+    return outcome;
+}
+
 Outcome ask(const Arguments &arguments, const TextStyle &style)
 {
     if (arguments.command == Command::call) {
@@ -240,6 +256,9 @@ Outcome ask(const Arguments &arguments, const TextStyle &style)
         checkReplaceable(arguments.output); // before the disks are asked for nothing
     }
     const SignalsWait signals;
+    if (arguments.command == Command::record) {
+        return askForRecord(arguments, style);
+    }
     return arguments.command == Command::metrics ? askForMetrics(arguments, style) : askSupervised(arguments, style);
 }
 
