@@ -55,9 +55,6 @@ std::string totalsMarkup(const std::vector<Disk> &disks)
 std::string notesMarkup(const DiskReport &report)
 {
     std::string text;
-    if (!report.explanation.empty()) {
-        text += "<li>" + escapedHtml(report.explanation) + "</li>\n";
-    }
     for (const std::string &note : report.notes) {
         text += "<li>" + escapedHtml(note) + "</li>\n";
     }
@@ -107,10 +104,12 @@ std::string bodyMarkup(const DiskReport &report)
     const auto time = static_cast<int64_t>(report.collection.time);
     std::string text = "<body>\n" + std::string(kReportSigns) + "<header>\n<h1>" + escapedHtml(titleOf(report)) +
                        "</h1>\n<p class=\"soft\">As of " + timeMarkup(time) + "</p>\n" + totalsMarkup(report.disks) +
-                       notesMarkup(report) + "</header>\n<main>\n";
+                       "</header>\n<main>\n";
+    text += report.disks.empty() ? "<p>" + escapedHtml(report.explanation) + "</p>\n" : attentionMarkup(report.disks);
+    text += notesMarkup(report);
     if (!report.disks.empty()) {
-        text += attentionMarkup(report.disks) + "<h2>The machine</h2>\n" + pictureMarkup(report.disks) +
-                "<h2>All disks</h2>\n" + tableMarkup(report.disks);
+        text += "<h2>The machine</h2>\n<p class=\"soft\">In each bay: disk, place, temperature, endurance used.</p>\n" +
+                pictureMarkup(report.disks) + "<h2>All disks</h2>\n" + tableMarkup(report.disks);
     }
     return text + "</main>\n<footer>tavstrg " TAV_VERSION
                   ". Disks were only read; sleeping ones were left asleep.</footer>\n";

@@ -197,21 +197,21 @@ std::string diskMarkup(const Tile &tile)
     const std::string id = std::to_string(tile.row);
     const std::string below = tile.slot.empty() ? disk.address : tile.slot;
     return R"(<li><a href="#disk)" + id + R"("><svg class="bay )" + state +
-           R"(" viewBox="0 0 96 60" role="img" aria-labelledby="name)" + id + " what" + id +
+           R"(" viewBox="0 0 96 68" role="img" aria-labelledby="name)" + id + " what" + id +
            R"(" xmlns="http://www.w3.org/2000/svg"><title id="name)" + id + "\">" + escapedHtml(disk.name) +
            "</title><desc id=\"what" + id + "\">" + escapedHtml(describe(tile)) +
-           R"(</desc><rect class="box" x="2" y="2" width="92" height="56" rx="5"/>)" + kindMarkup(disk) +
+           R"(</desc><rect class="box" x="2" y="2" width="92" height="64" rx="5"/>)" + kindMarkup(disk) +
            "<use href=\"#sign-" + state + R"(" x="7" y="6" width="15" height="15"/>)" +
-           R"(<text class="node" x="8" y="34">)" + inTile(disk.name) + R"(</text><text x="8" y="46">)" + inTile(below) +
-           R"(</text><text x="8" y="56">)" + figures(disk.readings) + "</text></svg></a></li>\n";
+           R"(<text class="node" x="8" y="36">)" + inTile(disk.name) + R"(</text><text x="8" y="49">)" + inTile(below) +
+           R"(</text><text x="8" y="61">)" + figures(disk.readings) + "</text></svg></a></li>\n";
 }
 
 std::string emptyMarkup(const Tile &tile)
 {
-    return R"(<li><svg class="bay none" viewBox="0 0 96 60" role="img" xmlns="http://www.w3.org/2000/svg"><title>bay )" +
+    return R"(<li><svg class="bay none" viewBox="0 0 96 68" role="img" xmlns="http://www.w3.org/2000/svg"><title>bay )" +
            escapedHtml(tile.slot) +
-           R"(: no disk</title><rect class="box" x="2" y="2" width="92" height="56" rx="5"/>)" +
-           R"(<text x="8" y="34">no disk</text><text x="8" y="46">)" + inTile("bay " + tile.slot) +
+           R"(: no disk</title><rect class="box" x="2" y="2" width="92" height="64" rx="5"/>)" +
+           R"(<text x="8" y="36">no disk</text><text x="8" y="49">)" + inTile("bay " + tile.slot) +
            "</text></svg></li>\n";
 }
 

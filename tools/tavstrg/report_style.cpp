@@ -37,6 +37,7 @@ p { margin: 0 0 .5rem; }
 a { color: var(--link); }
 a:focus-visible, button:focus-visible, .scroll:focus-visible { outline: 3px solid var(--link); outline-offset: 2px; }
 small, .soft { color: var(--soft); font-size: .8rem; }
+td small, th small { font-size: .75rem; }
 ul, ol { list-style: none; margin: 0; padding: 0; }
 .signs { position: absolute; width: 0; height: 0; overflow: hidden; }
 .sign { width: 1em; height: 1em; vertical-align: -.125em; fill: none; stroke: currentColor; stroke-width: 2;
@@ -66,7 +67,7 @@ ul, ol { list-style: none; margin: 0; padding: 0; }
   background: var(--panel); }
 .bays { display: grid; grid-template-columns: repeat(auto-fill, 6rem); gap: .375rem; }
 .bays a { display: block; border-radius: 6px; text-decoration: none; }
-.bay { display: block; width: 6rem; height: 3.75rem; }
+.bay { display: block; width: 6rem; height: 4.25rem; }
 .bay .box { fill: var(--unknown-back); stroke: currentColor; stroke-width: 1.5; }
 .bay.good .box { fill: var(--good-back); } .bay.asleep .box { fill: var(--asleep-back); stroke-dasharray: 2 3; }
 .bay.warning .box { fill: var(--warning-back); stroke-width: 3; }
@@ -80,20 +81,21 @@ ul, ol { list-style: none; margin: 0; padding: 0; }
 .bay use { fill: none; stroke: currentColor; stroke-width: 2; stroke-linecap: round; stroke-linejoin: round; }
 .bay .kind { fill: none; stroke: currentColor; stroke-width: 1.2; }
 .scroll { overflow-x: auto; border: 1px solid var(--line); border-radius: 6px; }
-table { border-collapse: collapse; width: 100%; font-size: .875rem; }
-caption { text-align: left; padding: .6rem .75rem; color: var(--soft); }
-th, td { text-align: left; vertical-align: top; padding: .45rem .6rem; border-top: 1px solid var(--line); }
+table { border-collapse: collapse; width: 100%; font-size: .8125rem; line-height: 1.35; }
+caption { text-align: left; color: var(--soft); }
+caption span { display: block; position: sticky; left: 0; max-width: calc(100vw - 2rem); padding: .6rem .75rem; }
+th, td { text-align: left; vertical-align: top; padding: .4rem .5rem; border-top: 1px solid var(--line); }
 td.number { font-variant-numeric: tabular-nums; white-space: nowrap; }
-td.fixed, tbody th { white-space: nowrap; }
-thead th { background: var(--panel); vertical-align: bottom; white-space: nowrap; }
+td.fixed, td small, tbody th { white-space: nowrap; }
+thead th { background: var(--panel); vertical-align: bottom; }
 thead button { all: unset; cursor: pointer; font: inherit; font-weight: 600; }
 thead button:focus-visible { outline: 3px solid var(--link); }
-thead button::after { content: " \2195"; color: var(--soft); font-weight: 400; }
-thead th[aria-sort="ascending"] button::after { content: " \2191"; color: var(--text); }
-thead th[aria-sort="descending"] button::after { content: " \2193"; color: var(--text); }
+thead button::after { content: "\00a0\2195"; color: var(--soft); font-weight: 400; }
+thead th[aria-sort="ascending"] button::after { content: "\00a0\2191"; color: var(--text); }
+thead th[aria-sort="descending"] button::after { content: "\00a0\2193"; color: var(--text); }
 tbody th small, td small { display: block; font-weight: 400; }
 td .state { display: inline-flex; align-items: center; gap: .35rem; font-weight: 600; }
-td .why { display: block; max-width: 18rem; min-width: 11rem; color: var(--soft); font-size: .8rem; }
+td .why { display: block; max-width: 16rem; min-width: 10rem; color: var(--soft); font-size: .75rem; }
 tbody tr:target th, tbody tr:target td { background: var(--asleep-back); }
 .bar { display: block; width: 5.5rem; height: .5rem; margin-top: .2rem; }
 .bar .all { fill: var(--line); } .bar .part { fill: currentColor; }
@@ -105,27 +107,31 @@ footer { margin: 2rem 0 0; color: var(--soft); font-size: .8rem; overflow-wrap: 
   h1 { font-size: 1.3rem; }
   th, td { padding: .4rem .45rem; }
   .adapter { padding: .6rem; }
-  .bays { grid-template-columns: repeat(auto-fill, minmax(4.9rem, 1fr)); }
+  .bays { grid-template-columns: repeat(auto-fill, minmax(5.5rem, 1fr)); }
   .bay { width: 100%; height: auto; }
 }
 @media screen {
   tbody th { position: sticky; left: 0; background: var(--back); }
 }
 @media print {
-  @page { margin: 10mm; }
-  body { padding: 0; max-width: none; font-size: 9pt; }
-  h1 { font-size: 15pt; } h2 { font-size: 11pt; margin-top: 1rem; break-after: avoid; }
-  h3, h4 { break-after: avoid; }
+  @page { size: landscape; margin: 10mm; }
+  html { font-size: 9pt; }
+  body { padding: 0; max-width: none; }
+  h2 { margin-top: 1.25rem; }
+  h2, h3, h4, h2 + p { break-after: avoid; }
   .totals li, .bay, .bar, .adapter, .cards li, thead th {
     -webkit-print-color-adjust: exact; print-color-adjust: exact;
   }
   .cards li, .bays li, tr { break-inside: avoid; }
+  .cards { grid-template-columns: repeat(3, 1fr); }
   .scroll { overflow: visible; border: 0; }
-  table { font-size: 6.5pt; } caption { padding: 0 0 4pt; }
-  small, td .why { font-size: 5.5pt; }
-  th, td { padding: 2pt 3pt; } td.fixed, tbody th, td.number, thead th { white-space: normal; }
+  caption span { padding: 0 0 .4rem; max-width: none; }
+  th, td { padding: .2rem .4rem; }
+  table { font-size: .8rem; }
+  td small, th small, td .why { font-size: .7rem; }
   td .why { min-width: 0; }
-  .bar { width: 2.5rem; }
+  .bar { width: 4rem; }
+  thead button { display: contents; }
   thead button::after { content: "" !important; }
   a { color: inherit; text-decoration: none; }
 }

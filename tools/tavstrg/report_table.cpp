@@ -73,9 +73,9 @@ std::string placeCell(const Disk &disk)
 {
     const std::string address = *disk.address == '\0' ? "" : disk.address;
     if (disk.bay[0] == '\0') {
-        return "<td>" + orNothing(disk.address) + small(disk.adapter) + "</td>";
+        return "<td>" + orNothing(disk.address) + small(address == disk.adapter ? "" : disk.adapter) + "</td>";
     }
-    return "<td>" + escapedHtml(disk.bay) + small(address) + "</td>";
+    return "<td class=\"fixed\">" + escapedHtml(disk.bay) + small(address) + "</td>";
 }
 
 std::string modelCell(const Disk &disk)
@@ -111,20 +111,27 @@ std::string ageCell(const Disk &disk)
     return numberCell(hours, std::to_string(hours.value) + " h" + small(years));
 }
 
-// Only what there is: "2 media, 8 reallocated"; 0 where the disk reports that it has none.
+// Only what there is: "2 media errors, 8 reallocated"; 0 where the disk reports that it has none.
 std::string errorCell(const Disk &disk)
 {
     Maybe<uint64_t> all{};
     std::string text;
-    for (const auto &[number, what] :
-         {std::pair(disk.readings.mediaErrors, " media"), std::pair(disk.readings.reallocatedSectors, " reallocated"),
-          std::pair(disk.readings.pendingSectors, " pending")}) {
+    const auto add = [&](const Maybe<uint64_t> &number, const std::string &words) {
         if (number) {
             all.set(all.orElse(0) + number.value);
-            text += number.value == 0 ? "" : "<br/>" + std::to_string(number.value) + what;
+            text += number.value == 0 ? "" : (text.empty() ? "" : "<br/>") + words;
         }
-    }
-    return numberCell(all, !text.empty() ? text.substr(5) : all ? "0" : "");
+    };
+    const Readings &readings = disk.readings;
+    add(readings.mediaErrors, counted(readings.mediaErrors.value, "media error"));
+    add(readings.reallocatedSectors, std::to_string(readings.reallocatedSectors.value) + " reallocated");
+    add(readings.pendingSectors, std::to_string(readings.pendingSectors.value) + " pending");
+    return numberCell(all, !text.empty() ? text : all ? "0" : "");
+}
+
+bool hasErrorCounts(const Disk &disk)
+{
+    return disk.readings.mediaErrors || disk.readings.reallocatedSectors || disk.readings.pendingSectors;
 }
 
 std::string sinceCell(const Disk &disk)
@@ -139,7 +146,7 @@ std::string diskCell(const Disk &disk)
 
 std::string serialCell(const Disk &disk)
 {
-    return "<td>" + orNothing(disk.serial) + small(disk.id) + "</td>";
+    return "<td class=\"fixed\">" + orNothing(disk.serial) + small(disk.id) + "</td>";
 }
 
 std::string sizeCell(const Disk &disk)
@@ -150,36 +157,50 @@ std::string sizeCell(const Disk &disk)
 struct Column {
     std::string_view title;
     std::string (*cell)(const Disk &);
+    bool (*known)(const Disk &) = nullptr; // the column is left out if no disk reports it; null: never
 };
-constexpr std::array<Column, 11> kColumns{{{"Disk", diskCell},
-                                           {"Health", stateCell},
-                                           {"Place", placeCell},
-                                           {"Model", modelCell},
-                                           {"Serial number, identity", serialCell},
-                                           {"Size", sizeCell},
-                                           {"Endurance used", wearCell},
-                                           {"Temperature", heatCell},
-                                           {"Powered", ageCell},
-                                           {"Errors", errorCell},
-                                           {"In this state since", sinceCell}}};
+constexpr std::array<Column, 11> kColumns{
+    {{"Disk", diskCell},
+     {"Health", stateCell},
+     {"Place", placeCell},
+     {"Model", modelCell},
+     {"Serial number, identity", serialCell},
+     {"Size", sizeCell},
+     {"Endurance used", wearCell, [](const Disk &disk) { return disk.readings.enduranceUsedPercent.known; }},
+     {"Temperature", heatCell, [](const Disk &disk) { return disk.readings.temperatureCelsius.known; }},
+     {"Powered", ageCell, [](const Disk &disk) { return disk.readings.powerOnHours.known; }},
+     {"Errors", errorCell, hasErrorCounts},
+     {"In this state since", sinceCell, [](const Disk &disk) { return disk.health.since.known; }}}};
+
+std::vector<const Column *> columnsFor(const std::vector<Disk> &disks)
+{
+    std::vector<const Column *> columns;
+    for (const Column &column : kColumns) {
+        if (column.known == nullptr || std::any_of(disks.begin(), disks.end(), column.known)) {
+            columns.push_back(&column);
+        }
+    }
+    return columns;
+}
 
 } // namespace
 
 std::string tableMarkup(const std::vector<Disk> &disks)
 {
     std::string text = "<div class=\"scroll\" role=\"region\" aria-label=\"All disks\" tabindex=\"0\">\n"
-                       "<table id=\"disks\">\n<caption>" +
+                       "<table id=\"disks\">\n<caption><span>" +
                        counted(disks.size(), "disk") +
                        ". A dash: the disk does not report it. Errors: data that could not be corrected, sectors "
-                       "reallocated, sectors pending.</caption>\n<thead><tr>";
-    for (const Column &column : kColumns) {
-        text += "<th scope=\"col\">" + std::string(column.title) + "</th>";
+                       "reallocated, sectors pending.</span></caption>\n<thead><tr>";
+    const std::vector<const Column *> columns = columnsFor(disks);
+    for (const Column *column : columns) {
+        text += "<th scope=\"col\">" + std::string(column->title) + "</th>";
     }
     text += "</tr></thead>\n<tbody>\n";
     for (size_t i = 0; i < disks.size(); ++i) {
         text += "<tr id=\"disk" + std::to_string(i) + "\">";
-        for (const Column &column : kColumns) {
-            text += column.cell(disks[i]);
+        for (const Column *column : columns) {
+            text += column->cell(disks[i]);
         }
         text += "</tr>\n";
     }
