@@ -174,18 +174,19 @@ void describeMetrics(CLI::App &app, RawArguments &raw)
     raw.metrics->add_flag("--classes", raw.arguments.ofClasses, "The twelve classes instead; asks the provider");
     raw.metrics->footer("\nWith --output it is made for the textfile collector of the node exporter: FILE\n"
                         "is always whole. It must be a regular file or not exist. If the disks cannot be\n"
-                        "asked, tavstrg_pass_success is 0 and no series of a disk is there; with --classes\n"
-                        "it is tavstorage_collection_success. Disks are labelled with their identity;\n"
-                        "names and places are labels of tavstrg_disk_info alone. With --classes the labels\n"
-                        "are index, serial number and node.\n");
+                        "asked, tavstrg_pass_success is 0 and no series of a disk is there. Disks are\n"
+                        "labelled with their identity; names and places are labels of\n"
+                        "tavstrg_disk_info alone.\n"
+                        "\nWith --classes the names begin with tavstorage_ and disks are labelled with\n"
+                        "index, serial number and node; tavstorage_collection_success is 0 on failure.\n");
 }
 
 void describeReport(CLI::App &app, RawArguments &raw)
 {
     raw.report = app.add_subcommand("report", "Write a page that shows the machine, for a browser");
     raw.report->add_option("FILE", raw.page, "The page, HTML; - for standard output")->required()->type_name("");
-    raw.report->footer("\nThe page is one file that loads nothing else. FILE is written in one step; it must\n"
-                       "be a regular file or not exist.\n"
+    raw.report->footer("\nThe page is one file that loads nothing else. FILE is written in one step; it\n"
+                       "must be a regular file or not exist. With a book it says since when.\n"
                        "\nExample: tavstrg report storage.html\n");
 }
 

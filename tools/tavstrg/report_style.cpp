@@ -73,7 +73,7 @@ ul, ol { list-style: none; margin: 0; padding: 0; }
 .bay.warning .box { fill: var(--warning-back); stroke-width: 3; }
 .bay.failing .box { fill: var(--failing-back); stroke-width: 4; }
 .bay.unreadable .box { fill: var(--unreadable-back); stroke-width: 3; stroke-dasharray: 8 4; }
-.bay.off .box { fill: var(--off-back); }
+.bay.off .box { fill: var(--off-back); } .bay.unknown .box { fill: var(--unknown-back); }
 .bay.none { color: var(--line); } .bay.none .box { fill: none; stroke-dasharray: 4 4; }
 .bay text { fill: var(--text); font-size: 11px; }
 .bay .node { font-size: 14px; font-weight: 600; }
