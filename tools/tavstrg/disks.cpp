@@ -67,23 +67,6 @@ void addNotes(DiskReport &report, FindResult result)
     }
 }
 
-std::string eventWords(const Event &event)
-{
-    const std::string disk = std::string(event.name) + (event.serial[0] == '\0' ? "" : ", serial ") + event.serial;
-    switch (event.kind) {
-    case EventKind::added:
-        return disk + ": added";
-    case EventKind::removed:
-        return disk + ": removed";
-    case EventKind::replaced:
-        return disk + ": replaces " + (event.otherSerial[0] == '\0' ? event.otherId : event.otherSerial);
-    case EventKind::readable:
-        return disk + ": answers again";
-    default:
-        return disk + ": " + nameOf(event.kind) + ", " + event.reason;
-    }
-}
-
 void noteReading(BookRead read, const Arguments &arguments, int error, DiskReport &report)
 {
     if (read == BookRead::failed) {
@@ -199,6 +182,23 @@ Outcome health(const DiskReport &report, const Arguments &arguments, const TextS
 }
 
 } // namespace
+
+std::string eventWords(const Event &event)
+{
+    const std::string disk = std::string(event.name) + (event.serial[0] == '\0' ? "" : ", serial ") + event.serial;
+    switch (event.kind) {
+    case EventKind::added:
+        return disk + ": added";
+    case EventKind::removed:
+        return disk + ": removed";
+    case EventKind::replaced:
+        return disk + ": replaces " + (event.otherSerial[0] == '\0' ? event.otherId : event.otherSerial);
+    case EventKind::readable:
+        return disk + ": answers again";
+    default:
+        return disk + ": " + nameOf(event.kind) + ", " + event.reason;
+    }
+}
 
 bool needsAttention(HealthState state)
 {
