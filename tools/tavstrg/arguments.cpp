@@ -78,6 +78,8 @@ struct RawArguments {
     CLI::App *disks = nullptr;
     CLI::App *disk = nullptr;
     CLI::App *health = nullptr;
+    CLI::App *monitor = nullptr;
+    CLI::App *sendEvent = nullptr;
     std::string columns;
     bool noHeader = false;
     std::string colour;
@@ -227,6 +229,22 @@ void describeDisks(CLI::App &app, RawArguments &raw)
                        "not answer; 1 if the disks could not be asked, 2 on wrong usage.\n");
 }
 
+void describeMonitor(CLI::App &app, RawArguments &raw)
+{
+    Arguments &arguments = raw.arguments;
+    raw.monitor = app.add_subcommand("monitor", "Watch the disks as a service");
+    raw.monitor->add_option("--config", arguments.config, "Configuration, instead of /etc/tavstrg/monitor.conf")
+        ->type_name("FILE");
+    raw.monitor->add_flag("--check", arguments.checkConfig, "Only check the configuration and what it names");
+    raw.monitor->add_flag("--once", arguments.once, "One pass and its events, then exit");
+    raw.monitor->footer("\nAsks every disk on a cycle, and when one comes or goes. What happens to a disk is\n"
+                        "reported once: to the journal, to executables, to a file, to the agent. Metrics\n"
+                        "go to a file for the node exporter. SIGHUP reads the configuration again. With\n"
+                        "--machine it needs --config, with files of its own. See tavstrg-monitor(8).\n");
+    raw.sendEvent = app.add_subcommand("send-event", "Send the event in the environment to the agent");
+    raw.sendEvent->group(""); // for the service alone
+}
+
 void describeCommands(CLI::App &app, RawArguments &raw)
 {
     describeDisks(app, raw);
@@ -235,6 +253,7 @@ void describeCommands(CLI::App &app, RawArguments &raw)
     describeCheck(app, raw);
     describeMetrics(app, raw);
     describeDumpState(app, raw);
+    describeMonitor(app, raw);
     for (CLI::App *command : app.get_subcommands([](const CLI::App *) { return true; })) {
         command->fallthrough();
     } // global options may follow the command
@@ -271,6 +290,12 @@ Command commandOf(const RawArguments &raw)
     }
     if (raw.health->parsed()) {
         return Command::health;
+    }
+    if (raw.monitor->parsed()) {
+        return Command::monitor;
+    }
+    if (raw.sendEvent->parsed()) {
+        return Command::sendEvent;
     }
     return raw.call->parsed() ? Command::call : Command::classes;
 }
@@ -405,6 +430,9 @@ void checkTogether(const CLI::App &app, const Arguments &arguments)
     if (!arguments.state.empty() && arguments.machine.empty()) {
         throw UsageError("--state needs --machine");
     }
+    if (arguments.command == Command::monitor && !arguments.machine.empty() && arguments.config.empty()) {
+        throw UsageError("monitor: --machine needs --config, so that no file of this machine is written");
+    }
 }
 
 // The command that was given but is none; empty if there is none on the line.
@@ -475,6 +503,10 @@ const char *commandName(Command command)
         return "disk";
     case Command::health:
         return "health";
+    case Command::monitor:
+        return "monitor";
+    case Command::sendEvent:
+        return "send-event";
     default:
         return "show";
     }

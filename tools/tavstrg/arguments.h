@@ -15,7 +15,22 @@ constexpr int kDone = 0;
 constexpr int kFailed = 1;
 constexpr int kWrongUsage = 2;
 
-enum class Command { show, enumerate, get, call, classes, watch, check, metrics, dumpState, disks, disk, health };
+enum class Command {
+    show,
+    enumerate,
+    get,
+    call,
+    classes,
+    watch,
+    check,
+    metrics,
+    dumpState,
+    disks,
+    disk,
+    health,
+    monitor,
+    sendEvent
+};
 
 const char *commandName(Command command); // as it is given, and as JSON documents name it
 
@@ -51,6 +66,9 @@ struct Arguments {
     std::string disk;                 // disk: ID, node or serial number
     std::string book;                 // disks, disk, health: file that remembers the disks; empty: none
     std::string root;                 // check: directory in place of the agent's root; empty: the agent's own
+    std::string config;               // monitor: configuration; empty: the usual file
+    bool checkConfig = false;         // monitor: only the configuration is checked
+    bool once = false;                // monitor: one pass
 };
 
 // Either arguments, or what to print and the status to exit with: help and version (kDone, for standard output), or

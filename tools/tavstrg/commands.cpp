@@ -9,6 +9,7 @@
 #include "tavstrg/failure.h"
 #include "tavstrg/json.h"
 #include "tavstrg/metrics.h"
+#include "tavstrg/monitor/monitor.h"
 #include "tavstrg/output_file.h"
 #include "tavstrg/saved_state.h"
 #include "tavstrg/segments.h"
@@ -157,6 +158,8 @@ Use useOf(Command command)
     case Command::disks:
     case Command::disk:
     case Command::health:
+    case Command::monitor:
+    case Command::sendEvent:
         return Use::none;
     case Command::call:
         return Use::write;
@@ -227,6 +230,10 @@ Outcome ask(const Arguments &arguments, const TextStyle &style)
         checkReplaceable(arguments.output); // before the disks are asked for nothing
     }
     const SignalsWait signals;
+    if (arguments.command == Command::monitor || arguments.command == Command::sendEvent) {
+        Surroundings surroundings(arguments, useOf(arguments.command));
+        return arguments.command == Command::monitor ? monitor::run(arguments, surroundings) : monitor::sendEvent();
+    }
     return arguments.command == Command::metrics ? askForMetrics(arguments, style) : askSupervised(arguments, style);
 }
 

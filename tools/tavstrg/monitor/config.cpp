@@ -67,7 +67,8 @@ std::string setPathOrNo(std::string_view value, std::string &field)
         field.clear();
         return "";
     }
-    return isPath(value) ? setPath(value, field) : "must be \"no\" or a path that begins with \"/\", not " + quoted(value);
+    return isPath(value) ? setPath(value, field)
+                         : "must be \"no\" or a path that begins with \"/\", not " + quoted(value);
 }
 
 std::string setYesOrNo(std::string_view value, bool &field)
@@ -139,7 +140,8 @@ std::string takeSetting(std::string_view line, size_t number, size_t (&seen)[std
     }
     first = number;
     const std::string_view value = withoutBlanks(line.substr(equals + 1));
-    const bool isText = std::none_of(value.begin(), value.end(), [](char c) { return (c >= 0 && c < ' ') || c == '\x7F'; });
+    const bool isText =
+        std::none_of(value.begin(), value.end(), [](char c) { return (c >= 0 && c < ' ') || c == '\x7F'; });
     const std::string reason = isText ? setting->set(value, config) : "contains a control character";
     return reason.empty() ? "" : std::string(name) + " " + reason;
 }

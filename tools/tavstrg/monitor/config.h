@@ -16,13 +16,13 @@ constexpr int kMostCycle = 86400;
 
 // A path that is empty: "no", the route or file is switched off.
 struct Config {
-    int cycle = 300;                                         // seconds from the begin of a pass to that of the next
-    std::string state = "/var/lib/tavstrg";                  // directory; never empty
-    std::string journal = "/run/systemd/journal/socket";     // journald's native socket
-    std::string hooks = "/etc/tavstrg/hooks.d";              // directory of executables
-    std::string lines;                                       // file of JSON lines
-    int linesKilobytes = 1024;                               // at which that file is renamed to FILE.1
-    bool agent = false;                                      // the agent's alert library
+    int cycle = 300;                                     // seconds from the begin of a pass to that of the next
+    std::string state = "/var/lib/tavstrg";              // directory; never empty
+    std::string journal = "/run/systemd/journal/socket"; // journald's native socket
+    std::string hooks = "/etc/tavstrg/hooks.d";          // directory of executables
+    std::string lines;                                   // file of JSON lines
+    int linesKilobytes = 1024;                           // at which that file is renamed to FILE.1
+    bool agent = false;                                  // the agent's alert library
     std::string metrics = "/var/lib/prometheus/node-exporter/tavstrg.prom";
 
     bool operator==(const Config &) const = default;

@@ -25,7 +25,8 @@ class Manager {
 public:
     Manager(); // takes NOTIFY_SOCKET, WATCHDOG_USEC and WATCHDOG_PID out of the environment
     void say(const std::string &assignments) const; // "READY=1\nSTATUS=..."
-    // Half of the time after which the manager takes the service for hung, in milliseconds; nothing if it does not care.
+    // Half of the time after which the manager takes the service for hung, in milliseconds; nothing if it does not
+    // care.
     std::optional<int64_t> feedEveryMs() const { return feedEveryMs_; }
 
 private:

@@ -16,9 +16,9 @@
 namespace tool::monitor {
 namespace {
 
-constexpr std::string_view kLeftovers[] = {".bak", ".disabled", ".dpkg-bak", ".dpkg-dist", ".dpkg-new", ".dpkg-old",
-                                           ".dpkg-tmp", ".orig", ".rpmnew", ".rpmorig", ".rpmsave", ".ucf-dist",
-                                           ".ucf-new", ".ucf-old"};
+constexpr std::string_view kLeftovers[] = {".bak",      ".disabled", ".dpkg-bak", ".dpkg-dist", ".dpkg-new",
+                                           ".dpkg-old", ".dpkg-tmp", ".orig",     ".rpmnew",    ".rpmorig",
+                                           ".rpmsave",  ".ucf-dist", ".ucf-new",  ".ucf-old"};
 
 // What posix_spawn needs, released at the end of the scope.
 class SpawnForm {

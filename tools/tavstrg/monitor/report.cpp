@@ -68,7 +68,8 @@ bool isOpen(Delivery delivery)
 
 bool isOpen(const Report &report)
 {
-    return std::any_of(std::begin(report.delivery), std::end(report.delivery), [](Delivery one) { return isOpen(one); });
+    return std::any_of(std::begin(report.delivery), std::end(report.delivery),
+                       [](Delivery one) { return isOpen(one); });
 }
 
 const KindEntry &entryOf(EventKind kind)

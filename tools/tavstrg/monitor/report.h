@@ -60,8 +60,8 @@ std::vector<Field> fieldsOf(const Report &report, bool repeated);
 // The environment of an executable: the fields, the words, PATH and LC_ALL. "NAME=VALUE".
 std::vector<std::string> environmentOf(const Report &report, bool repeated);
 
-// An entry of the journal in its native protocol (systemd, "Native Journal Protocol"): the words as MESSAGE, MESSAGE_ID,
-// PRIORITY, SYSLOG_IDENTIFIER, and the fields.
+// An entry of the journal in its native protocol (systemd, "Native Journal Protocol"): the words as MESSAGE,
+// MESSAGE_ID, PRIORITY, SYSLOG_IDENTIFIER, and the fields.
 std::string journalEntry(const Report &report, bool repeated);
 // One field of it. A value with a line end is framed by its length.
 void addJournalField(std::string &entry, std::string_view name, std::string_view value);

@@ -192,9 +192,8 @@ StateRead parseBody(std::string_view body, State &state)
 
 const BookEntry *findEntry(const Book &book, const char *id)
 {
-    const auto *const found = std::find_if(book.entries.begin(), book.entries.end(), [id](const BookEntry &entry) {
-        return std::string_view(entry.id) == id;
-    });
+    const auto *const found = std::find_if(book.entries.begin(), book.entries.end(),
+                                           [id](const BookEntry &entry) { return std::string_view(entry.id) == id; });
     return found == book.entries.end() ? nullptr : found;
 }
 

@@ -112,7 +112,6 @@ int StateFile::save(const State &state)
     const std::string temporary = path_ + ".tmp";
     const std::string directory = path_.substr(0, path_.rfind('/') + 1);
     const tavstrg::ReplacedFile place = {path_.c_str(), temporary.c_str(), directory.c_str()};
-    written_.reset();
     int error = 0;
     FileDesc file(tavstrg::openReplacement(place, error));
     if (!file) {
@@ -128,19 +127,23 @@ int StateFile::save(const State &state)
     }
     error = tavstrg::putInPlace(place);
     if (error == 0) {
-        lettersAt_ = composed.lettersAt;
+        places_.clear();
+        for (size_t i = 0; i < state.reports.size(); ++i) {
+            places_.push_back({state.reports[i].number, composed.lettersAt[i]});
+        }
         written_.emplace(file.handOver());
     }
     return error;
 }
 
-void StateFile::note(size_t position, const Report &report) const
+void StateFile::note(const Report &report) const
 {
-    if (written_ && position < lettersAt_.size()) {
-        const std::string letters = lettersOf(report);
-        // A letter that is not written is one of an event that may come again, marked as repeated.
-        static_cast<void>(::pwrite(written_->get(), letters.data(), letters.size(),
-                                   static_cast<off_t>(lettersAt_[position])) < 0);
+    for (const Place &place : places_) {
+        if (place.number == report.number) {
+            const std::string letters = lettersOf(report);
+            static_cast<void>(
+                ::pwrite(written_->get(), letters.data(), letters.size(), static_cast<off_t>(place.lettersAt)) < 0);
+        }
     }
 }
 

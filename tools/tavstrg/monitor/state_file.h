@@ -27,20 +27,24 @@ class StateFile {
 public:
     explicit StateFile(const std::string &directory) : path_(directory + "/monitor.state") {}
 
-    // Reads the state. Returns what is to be said about it, empty if nothing: a damaged file, or one of a later version,
-    // was moved aside, and the state is begun. Throws Failure if the file can neither be read nor moved.
+    // Reads the state. Returns what is to be said about it, empty if nothing: a damaged file, or one of a later
+    // version, was moved aside, and the state is begun. Throws Failure if the file can neither be read nor moved.
     std::string read(State &state);
 
-    // Replaces the file. Returns 0 or an errno; the old file is then unchanged, and letters are noted nowhere.
+    // Replaces the file. Returns 0 or an errno; the old file is then unchanged.
     int save(const State &state);
 
-    // Writes the letters of a report, by its position in the state that was saved last. What cannot be written is left:
-    // the event is then delivered again after a restart.
-    void note(size_t position, const Report &report) const;
+    // Writes the letters of a report into the file, where it is in it. What cannot be written is left: the event is
+    // then delivered again after a restart.
+    void note(const Report &report) const;
 
 private:
     std::string path_;
-    std::vector<size_t> lettersAt_;
+    struct Place {
+        uint64_t number;
+        size_t lettersAt;
+    };
+    std::vector<Place> places_;                // of the reports in the file
     std::optional<tavstrg::FileDesc> written_; // the file that was saved last
 };
 
