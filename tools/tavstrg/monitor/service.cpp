@@ -310,7 +310,12 @@ void Service::takeUevents(int64_t now)
 void Service::takeMachine()
 {
     char buffer[4096];
-    while (read(machine_, buffer, sizeof buffer) > 0) { // which file it was does not matter
+    bool changed = false;
+    while (machine_ >= 0 && read(machine_, buffer, sizeof buffer) > 0) { // which file it was does not matter
+        changed = true;
+    }
+    if (!changed) {
+        return;
     }
     try {
         frame_.changeMachine(readMachineFile(frame_.machineFile));
@@ -342,6 +347,7 @@ void Service::reload()
 
 void Service::startPass(int64_t now)
 {
+    takeMachine(); // which a signal after the change of the file may have overtaken
     wake_ = tavstrg::WakeTime(now, int64_t{config_.cycle} * kMsPerSecond);
     passBegan_ = now;
     if (!uevents_.isOpen()) {
