@@ -39,9 +39,9 @@ TEST(Sysfs, AtaDiskShowsThePagesOfLibata)
     const std::string serial = "S1" + std::string(18, ' ');
     EXPECT_EQ(bytesAt(kDevice + "vpd_pg80"), std::string("\0\x80\0\x14", 4) + serial);
     EXPECT_EQ(bytesAt(kDevice + "vpd_pg83"), std::string("\0\x83\0\x6C\x02\0\0\x14", 8) + serial +
-                                                   std::string("\x02\x01\0\x44", 4) + "ATA     NW1000" +
-                                                   std::string(34, ' ') + serial +
-                                                   std::string("\x01\x03\0\x08\x50\0\xC5\0\xA1\xB2\xC3\xD4", 12));
+                                                 std::string("\x02\x01\0\x44", 4) + "ATA     NW1000" +
+                                                 std::string(34, ' ') + serial +
+                                                 std::string("\x01\x03\0\x08\x50\0\xC5\0\xA1\xB2\xC3\xD4", 12));
     const std::string information = bytesAt(kDevice + "vpd_pg89");
     ASSERT_EQ(information.size(), 572U);
     EXPECT_EQ(information.substr(0, 24), std::string("\0\x89\x02\x38\0\0\0\0", 8) + "linux   libata  ");

@@ -82,6 +82,8 @@ struct RawArguments {
     std::string recordFile;
     CLI::App *report = nullptr;
     std::string page;
+    CLI::App *monitor = nullptr;
+    CLI::App *sendEvent = nullptr;
     std::string columns;
     bool noHeader = false;
     std::string colour;
@@ -261,6 +263,22 @@ void describeBook(RawArguments &raw)
     }
 }
 
+void describeMonitor(CLI::App &app, RawArguments &raw)
+{
+    Arguments &arguments = raw.arguments;
+    raw.monitor = app.add_subcommand("monitor", "Watch the disks as a service");
+    raw.monitor->add_option("--config", arguments.config, "Configuration, instead of /etc/tavstrg/monitor.conf")
+        ->type_name("FILE");
+    raw.monitor->add_flag("--check", arguments.checkConfig, "Only check the configuration and what it names");
+    raw.monitor->add_flag("--once", arguments.once, "One pass and its events, then exit");
+    raw.monitor->footer("\nAsks every disk on a cycle, and when one comes or goes. What happens to a disk is\n"
+                        "reported once: to the journal, to executables, to a file, to the agent. Metrics\n"
+                        "go to a file for the node exporter. SIGHUP reads the configuration again. With\n"
+                        "--machine it needs --config, with files of its own. See tavstrg-monitor(8).\n");
+    raw.sendEvent = app.add_subcommand("send-event", "Send the event in the environment to the agent");
+    raw.sendEvent->group(""); // for the service alone
+}
+
 void describeCommands(CLI::App &app, RawArguments &raw)
 {
     describeDisks(app, raw);
@@ -272,6 +290,7 @@ void describeCommands(CLI::App &app, RawArguments &raw)
     describeMetrics(app, raw);
     describeDumpState(app, raw);
     describeBook(raw);
+    describeMonitor(app, raw);
     for (CLI::App *command : app.get_subcommands([](const CLI::App *) { return true; })) {
         command->fallthrough();
     } // global options may follow the command
@@ -314,6 +333,12 @@ Command commandOf(const RawArguments &raw)
     }
     if (raw.report->parsed()) {
         return Command::report;
+    }
+    if (raw.monitor->parsed()) {
+        return Command::monitor;
+    }
+    if (raw.sendEvent->parsed()) {
+        return Command::sendEvent;
     }
     return raw.call->parsed() ? Command::call : Command::classes;
 }
@@ -469,6 +494,9 @@ void checkTogether(const CLI::App &app, const Arguments &arguments)
     if (!arguments.state.empty() && arguments.machine.empty()) {
         throw UsageError("--state needs --machine");
     }
+    if (arguments.command == Command::monitor && !arguments.machine.empty() && arguments.config.empty()) {
+        throw UsageError("monitor: --machine needs --config, so that no file of this machine is written");
+    }
 }
 
 // The command that was given but is none; empty if there is none on the line.
@@ -543,6 +571,10 @@ const char *commandName(Command command)
         return "record";
     case Command::report:
         return "report";
+    case Command::monitor:
+        return "monitor";
+    case Command::sendEvent:
+        return "send-event";
     default:
         return "show";
     }

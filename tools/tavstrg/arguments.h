@@ -29,7 +29,9 @@ enum class Command {
     disk,
     health,
     record,
-    report
+    report,
+    monitor,
+    sendEvent
 };
 
 const char *commandName(Command command); // as it is given, and as JSON documents name it
@@ -66,9 +68,12 @@ struct Arguments {
     bool csv = false;                 // disks
     bool wide = false;                // disks: 120 columns instead of 80
     std::string disk;                 // disk: ID, node or serial number
-    std::string book;       // disks, disk, health, metrics, report: file that remembers the disks; empty: none
-    bool keepNames = false; // record: serial numbers and names are not replaced
-    std::string root;       // check: directory in place of the agent's root; empty: the agent's own
+    std::string book;         // disks, disk, health, metrics, report: file that remembers the disks; empty: none
+    bool keepNames = false;   // record: serial numbers and names are not replaced
+    std::string root;         // check: directory in place of the agent's root; empty: the agent's own
+    std::string config;       // monitor: configuration; empty: the usual file
+    bool checkConfig = false; // monitor: only the configuration is checked
+    bool once = false;        // monitor: one pass
 };
 
 // Either arguments, or what to print and the status to exit with: help and version (kDone, for standard output), or

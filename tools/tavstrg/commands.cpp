@@ -10,6 +10,7 @@
 #include "tavstrg/failure.h"
 #include "tavstrg/json.h"
 #include "tavstrg/metrics.h"
+#include "tavstrg/monitor/monitor.h"
 #include "tavstrg/output_file.h"
 #include "tavstrg/record.h"
 #include "tavstrg/saved_state.h"
@@ -184,7 +185,9 @@ Use useOf(const Arguments &arguments)
     }
     switch (arguments.command) {
     case Command::check:
+    case Command::monitor:
     case Command::record:
+    case Command::sendEvent:
         return Use::none;
     case Command::call:
         return Use::write;
@@ -244,22 +247,13 @@ Outcome askForMetrics(const Arguments &arguments, const TextStyle &style)
     return outcome;
 }
 
-// Into the file that was named; only metrics and report have one.
+// Into the file that was named; only metrics, record and report have one.
 Outcome intoFile(Outcome outcome, const Arguments &arguments)
 {
-    if (!arguments.output.empty() && !outcome.output.empty()) {
-        writeWhole(arguments.output, outcome.output);
-        outcome.output.clear();
-    }
-    return outcome;
-}
-
-Outcome askForRecord(const Arguments &arguments, const TextStyle &style)
-{
     constexpr mode_t kOwnerOnly = 0600;
-    Outcome outcome = askSupervised(arguments, style);
     if (!arguments.output.empty() && !outcome.output.empty()) {
-        writeWhole(arguments.output, outcome.output, kOwnerOnly);
+        writeWhole(arguments.output, outcome.output,
+                   arguments.command == Command::record ? kOwnerOnly : kReadableByAll);
         outcome.output.clear();
     }
     return outcome;
@@ -274,8 +268,9 @@ Outcome ask(const Arguments &arguments, const TextStyle &style)
         checkReplaceable(arguments.output); // before the disks are asked for nothing
     }
     const SignalsWait signals;
-    if (arguments.command == Command::record) {
-        return askForRecord(arguments, style);
+    if (arguments.command == Command::monitor || arguments.command == Command::sendEvent) {
+        Surroundings surroundings(arguments, useOf(arguments));
+        return arguments.command == Command::monitor ? monitor::run(arguments, surroundings) : monitor::sendEvent();
     }
     return intoFile(arguments.command == Command::metrics ? askForMetrics(arguments, style)
                                                           : askSupervised(arguments, style),

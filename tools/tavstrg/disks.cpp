@@ -64,23 +64,6 @@ void addNotes(DiskReport &report, FindResult result)
     }
 }
 
-std::string eventWords(const Event &event)
-{
-    const std::string disk = std::string(event.name) + (event.serial[0] == '\0' ? "" : ", serial ") + event.serial;
-    switch (event.kind) {
-    case EventKind::added:
-        return disk + ": added";
-    case EventKind::removed:
-        return disk + ": removed";
-    case EventKind::replaced:
-        return disk + ": replaces " + (event.otherSerial[0] == '\0' ? event.otherId : event.otherSerial);
-    case EventKind::readable:
-        return disk + ": answers again";
-    default:
-        return disk + ": " + nameOf(event.kind) + ", " + event.reason;
-    }
-}
-
 void noteReading(BookRead read, const Arguments &arguments, int error, DiskReport &report)
 {
     if (read == BookRead::failed) {
@@ -209,6 +192,23 @@ Outcome metrics(const DiskReport &report, const Arguments &arguments)
 }
 
 } // namespace
+
+std::string eventWords(const Event &event)
+{
+    const std::string disk = std::string(event.name) + (event.serial[0] == '\0' ? "" : ", serial ") + event.serial;
+    switch (event.kind) {
+    case EventKind::added:
+        return disk + ": added";
+    case EventKind::removed:
+        return disk + ": removed";
+    case EventKind::replaced:
+        return disk + ": replaces " + (event.otherSerial[0] == '\0' ? event.otherId : event.otherSerial);
+    case EventKind::readable:
+        return disk + ": answers again";
+    default:
+        return disk + ": " + nameOf(event.kind) + ", " + event.reason;
+    }
+}
 
 bool needsAttention(HealthState state)
 {

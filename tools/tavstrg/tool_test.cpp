@@ -391,11 +391,11 @@ TEST_F(Tool, ColoursOnATerminalOrOnRequest)
     const std::string machine = write("failing.json", failingMachine());
     for (const ToolColourCase &given :
          std::vector<ToolColourCase>{{{}, {"TERM=xterm", "NO_COLOR="}, StandardOutput::terminal, true},
-                                 {{}, {"TERM=xterm", "NO_COLOR=1"}, StandardOutput::terminal, false},
-                                 {{}, {"TERM=dumb", "NO_COLOR="}, StandardOutput::terminal, false},
-                                 {{"--color=never"}, {"TERM=xterm", "NO_COLOR="}, StandardOutput::terminal, false},
-                                 {{}, {"TERM=xterm", "NO_COLOR="}, StandardOutput::kept, false},
-                                 {{"--color=always"}, {"TERM=xterm", "NO_COLOR=1"}, StandardOutput::kept, true}}) {
+                                     {{}, {"TERM=xterm", "NO_COLOR=1"}, StandardOutput::terminal, false},
+                                     {{}, {"TERM=dumb", "NO_COLOR="}, StandardOutput::terminal, false},
+                                     {{"--color=never"}, {"TERM=xterm", "NO_COLOR="}, StandardOutput::terminal, false},
+                                     {{}, {"TERM=xterm", "NO_COLOR="}, StandardOutput::kept, false},
+                                     {{"--color=always"}, {"TERM=xterm", "NO_COLOR=1"}, StandardOutput::kept, true}}) {
         std::vector<std::string> words = {kTool, "--machine", machine, "show"};
         words.insert(words.end(), given.words.begin(), given.words.end());
         std::vector<std::string> environment = {"LC_ALL=C", "TMPDIR=" + (directory_ / "tmp").string()};

@@ -193,9 +193,9 @@ TEST_F(CreatStorageInfoTableTest, EitherListMayBeNull)
 
 TEST_F(CreatStorageInfoTableTest, RefusedLinesAreSkippedAndTraced)
 {
-    machine.write(kStorageInfFile, "[Management Port]\n# comment\n\nahci\n[Management Port]\n" + std::string(1025, 'x') + "\n" +
-                            std::string(1024, 'x') + "\n" + std::string(65, 'n') + "\n" + std::string(64, 'n') +
-                            "\n[Diagnostic Port]\n");
+    machine.write(kStorageInfFile, "[Management Port]\n# comment\n\nahci\n[Management Port]\n" +
+                                       std::string(1025, 'x') + "\n" + std::string(1024, 'x') + "\n" +
+                                       std::string(65, 'n') + "\n" + std::string(64, 'n') + "\n[Diagnostic Port]\n");
     TraceRecorder trace;
     EXPECT_EQ(create(), 1);
     EXPECT_EQ(names(management), (Names{std::string(64, 'n'), "ahci"}));
@@ -259,7 +259,8 @@ TEST_F(CreatStorageInfoTableTest, AFileThatIsReplacedMeanwhileIsReadWhole)
             machine.write(kStorageInfFile, "ahci\n");
             sim::atNth(kind, nth, [this] {
                 machine.write(std::string(kStorageInfFile) + ".new", "[Management Port]\nmpt3sas\n[Diagnostic Port]\n");
-                std::rename(machine.where(std::string(kStorageInfFile) + ".new").c_str(), machine.where(kStorageInfFile).c_str());
+                std::rename(machine.where(std::string(kStorageInfFile) + ".new").c_str(),
+                            machine.where(kStorageInfFile).c_str());
             });
             EXPECT_EQ(create(), 1) << nth;
             sim::atNth(kind, 0, {});
@@ -297,7 +298,8 @@ TEST_F(GetSectionFromInfFile, TakesAFileThatHasShrunkAsItIs)
     machine.write(kStorageInfFile, "ahci\n");
     std::string first(101, '\0');
     std::string second(101, '\0');
-    EXPECT_EQ(getSectionFromInfFile(kStorageInfFile, 100, first.data(), second.data(), kGroupManagementPort, kGroupDiagnosticPort),
+    EXPECT_EQ(getSectionFromInfFile(kStorageInfFile, 100, first.data(), second.data(), kGroupManagementPort,
+                                    kGroupDiagnosticPort),
               0);
     EXPECT_STREQ(first.c_str(), "ahci\n");
 }
@@ -311,8 +313,10 @@ TEST_F(GetSectionFromInfFile, ReportsItsFailures)
     };
     TraceRecorder trace;
     EXPECT_EQ(split(nullptr, 15), -1);
-    EXPECT_EQ(getSectionFromInfFile(kStorageInfFile, 15, nullptr, second, kGroupManagementPort, kGroupDiagnosticPort), -1);
-    EXPECT_EQ(getSectionFromInfFile(kStorageInfFile, 15, first, nullptr, kGroupManagementPort, kGroupDiagnosticPort), -1);
+    EXPECT_EQ(getSectionFromInfFile(kStorageInfFile, 15, nullptr, second, kGroupManagementPort, kGroupDiagnosticPort),
+              -1);
+    EXPECT_EQ(getSectionFromInfFile(kStorageInfFile, 15, first, nullptr, kGroupManagementPort, kGroupDiagnosticPort),
+              -1);
     EXPECT_TRUE(trace.has(3, "_OUT_ Mpbuf is NULL or Dpbuf is NULL.", "getSectionFromInfFile"));
     EXPECT_EQ(getSectionFromInfFile(kStorageInfFile, 15, first, second, nullptr, kGroupDiagnosticPort), -1);
     EXPECT_EQ(getSectionFromInfFile(kStorageInfFile, 15, first, second, kGroupManagementPort, nullptr), -1);

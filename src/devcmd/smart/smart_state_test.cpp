@@ -81,7 +81,11 @@ const Case kStateCases[] = {
     {"scsi, on and good", kScsiKind, "", {0, true}, {0, true}},
     {"scsi, on and failing", kScsiKind, R"("exceptions": {"predicting": true})", {1, true}, {1, true}},
     {"scsi, off and good", kScsiKind, R"("exceptions": {"dexcpt": true})", {0, false}, {0, false}},
-    {"scsi, off and failing", kScsiKind, R"("exceptions": {"dexcpt": true, "predicting": true})", {1, false}, {1, false}},
+    {"scsi, off and failing",
+     kScsiKind,
+     R"("exceptions": {"dexcpt": true, "predicting": true})",
+     {1, false},
+     {1, false}},
 
     // "off" is what IDENTIFY or the mode page reports, not a command that failed
     {"sata, one READ DATA fails",
@@ -171,7 +175,8 @@ TEST(SmartState, ADiskThatRefusesToBeWrittenIsReadAllTheSame)
     const char *const refuses = R"("smart": {"failing": true}, "writeOpenError": "EROFS")";
     EXPECT_EQ(trusting(kSataKind, refuses), (Result{0, true}));
     EXPECT_EQ(byState(kSataKind, refuses), (Result{1, true}));
-    EXPECT_EQ(byState(kScsiKind, R"("exceptions": {"predicting": true}, "writeOpenError": "EROFS")"), (Result{1, true}));
+    EXPECT_EQ(byState(kScsiKind, R"("exceptions": {"predicting": true}, "writeOpenError": "EROFS")"),
+              (Result{1, true}));
 }
 
 TEST(SmartState, SendsTheCommandsInTheOrderOfTheOtherWatch)
