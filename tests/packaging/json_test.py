@@ -79,15 +79,21 @@ def same(what, expected, actual):
 def check_commands():
     classes = [entry["name"] for entry in run("classes")[0]["classes"]]
     for machine in sorted(os.listdir(MACHINES)):
-        for command in ("show", "metrics"):
-            _, why = run(command, machine=machine, status=(0, 1))
+        for command in (["show"], ["metrics", "--classes"]):
+            _, why = run(*command, machine=machine, status=(0, 1))
             # Without options.inf the provider refuses the kernels of some machines.
             if why is not None and "kernel release" not in why["messages"][0]:
-                fail(f"{machine}: {command}: {why['messages']}")
+                fail(f"{machine}: {command[0]}: {why['messages']}")
         run("disks", machine=machine)
+        _, why = run("metrics", machine=machine, status=(0, 1))
+        if why is not None and "/sys/block" not in why["messages"][0]:  # the kernels before it
+            fail(f"{machine}: metrics: {why['messages']}")
     for machine in ("empty.json", "failing.json", "ide.json", "workstation.json"):
         for name in classes:
             printed, why = run("enum", name, machine=machine, status=(0, 1))
+            if name == "TAV_StorageDisk":
+                same(f"{machine}: {name} without its option", (None, 1), (printed, why["cimStatus"]))
+                continue
             same(f"{machine}: {name} is printed or refused", printed is None, why is not None and why["cimStatus"] == 6)
     run("disk", "sdb", machine="failing.json")
     same("disks that need attention", [], run("health", machine="workstation.json")[0]["disks"])
@@ -99,12 +105,31 @@ def check_commands():
     run("check", machine="failing.json")
 
 
+def check_every_disk(directory):
+    """The class that needs a line in options.inf, with what the engine reports of the same disks."""
+    with open(os.path.join(MACHINES, "mixed.json"), encoding="utf-8") as file:
+        machine = json.load(file)
+    machine["files"]["options.inf"] = "every-disk\n"
+    path = os.path.join(directory, "every.json")
+    with open(path, "w", encoding="utf-8") as file:
+        json.dump(machine, file)
+    printed = run("--machine", path, "enum", "Disk")[0]["instances"]
+    same("the disks", [disk["id"] for disk in run("--machine", path, "disks")[0]["disks"]],
+         [disk["DiskID"] for disk in printed])
+    one = run("--machine", path, "get", "Disk", printed[0]["DiskID"])[0]["instance"]
+    same("one of them", printed[0]["SizeBytes"], one["SizeBytes"])
+    same("an id that is not there", 6, run("--machine", path, "get", "Disk", "none", status=1)[1]["cimStatus"])
+
+
 def check_failures(directory):
+    printed, _ = run("metrics", machine="ide.json", status=1)
+    success = [metric["samples"] for metric in printed["metrics"] if metric["name"] == "tavstrg_pass_success"]
+    same("the success of a failed pass", [[{"labels": {}, "value": 0}]], success)
     same("an index that is not there", 4, run("get", "HardDisk", "99", machine="ide.json", status=1)[1]["cimStatus"])
     why = run("--machine", os.path.join(directory, "none.json"), "show", status=1)[1]
     same("a machine that is not there", None, why["cimStatus"])
     run("--provider", "/nonexistent.so", "show", machine="empty.json", status=1)
-    printed, _ = run("--provider", "/nonexistent.so", "metrics", machine="empty.json", status=1)
+    printed, _ = run("--provider", "/nonexistent.so", "metrics", "--classes", machine="empty.json", status=1)
     success = [metric["samples"] for metric in printed["metrics"] if metric["name"] == "tavstorage_collection_success"]
     same("the success of a failed collection", [[{"labels": {}, "value": 0}]], success)
     run("dump-state", os.path.join(directory, "none.dat"), status=1)
@@ -208,6 +233,7 @@ def check_strictness():
 
 with tempfile.TemporaryDirectory() as temporary:
     check_commands()
+    check_every_disk(temporary)
     check_failures(temporary)
     check_checked(temporary)
     check_states(temporary)

@@ -5,10 +5,12 @@
 #include "tavstrg/cause.h"
 #include "tavstrg/check.h"
 #include "tavstrg/collection.h"
+#include "tavstrg/disk_metrics.h"
 #include "tavstrg/disks.h"
 #include "tavstrg/failure.h"
 #include "tavstrg/json.h"
 #include "tavstrg/metrics.h"
+#include "tavstrg/monitor/monitor.h"
 #include "tavstrg/output_file.h"
 #include "tavstrg/record.h"
 #include "tavstrg/saved_state.h"
@@ -17,6 +19,8 @@
 #include "tavstrg/supervise.h"
 #include "tavstrg/surroundings.h"
 #include "tavstrg/watch.h"
+
+#include "classes/disk_properties.h"
 
 #include <unistd.h>
 
@@ -32,8 +36,18 @@ Outcome show(Session &session, const SmartReadings &readings, const Arguments &a
     return {kDone, arguments.json ? inventoryJson(inventory) : inventoryText(inventory, style), ""};
 }
 
+// The provider links a disk to its hard disk by the inventory that it has; a new process has the saved one or none. A
+// failure leaves it so.
+void takeInventoryFor(broker::Broker &broker, const std::string &className)
+{
+    if (className == tavstrg::kDiskClass) {
+        broker.enumInstances("TAV_StorageTotalNumber");
+    }
+}
+
 Outcome enumerate(broker::Broker &broker, const Arguments &arguments, const TextStyle &style)
 {
+    takeInventoryFor(broker, arguments.className);
     const std::vector<broker::Instance> instances = askAll(broker, arguments.className);
     return {kDone,
             arguments.json ? instancesJson(arguments.className, instances)
@@ -43,6 +57,7 @@ Outcome enumerate(broker::Broker &broker, const Arguments &arguments, const Text
 
 Outcome get(broker::Broker &broker, const Arguments &arguments, const TextStyle &style)
 {
+    takeInventoryFor(broker, arguments.className);
     const broker::Instance instance =
         askOne(broker, arguments.className, arguments.index ? &*arguments.index : nullptr);
     return {kDone,
@@ -127,9 +142,18 @@ Outcome explained(const std::function<Outcome()> &work)
     return outcome;
 }
 
-bool isAboutDisks(Command command)
+// Whether the command asks the disks themselves, without the provider.
+bool isAboutDisks(const Arguments &arguments)
 {
-    return command == Command::disks || command == Command::disk || command == Command::health;
+    switch (arguments.command) {
+    case Command::disks:
+    case Command::disk:
+    case Command::health:
+    case Command::report:
+        return true;
+    default:
+        return arguments.command == Command::metrics && !arguments.ofClasses;
+    }
 }
 
 Outcome work(const Arguments &arguments, const TextStyle &style, Surroundings &surroundings)
@@ -141,7 +165,7 @@ Outcome work(const Arguments &arguments, const TextStyle &style, Surroundings &s
         if (arguments.command == Command::check) {
             return check(arguments, style);
         }
-        if (isAboutDisks(arguments.command)) {
+        if (isAboutDisks(arguments)) {
             return runDisks(arguments, style);
         }
         if (arguments.command == Command::record) {
@@ -154,14 +178,16 @@ Outcome work(const Arguments &arguments, const TextStyle &style, Surroundings &s
     });
 }
 
-Use useOf(Command command)
+Use useOf(const Arguments &arguments)
 {
-    switch (command) {
+    if (isAboutDisks(arguments)) {
+        return Use::none;
+    }
+    switch (arguments.command) {
     case Command::check:
-    case Command::disks:
-    case Command::disk:
-    case Command::health:
+    case Command::monitor:
     case Command::record:
+    case Command::sendEvent:
         return Use::none;
     case Command::call:
         return Use::write;
@@ -194,7 +220,7 @@ void refuseUselessCall(const Arguments &arguments)
 
 Outcome askSupervised(const Arguments &arguments, const TextStyle &style)
 try {
-    Surroundings surroundings(arguments, useOf(arguments.command));
+    Surroundings surroundings(arguments, useOf(arguments));
     const bool graceful = arguments.command == Command::watch || arguments.command == Command::call;
     return supervised([&] { return work(arguments, style, surroundings); },
                       graceful ? Ending::graceful : Ending::atOnce,
@@ -214,21 +240,20 @@ Outcome askForMetrics(const Arguments &arguments, const TextStyle &style)
         outcome = askSupervised(arguments, style);
     }
     if (outcome.status != kDone && !outcome.error.empty()) {
-        outcome.output = metricsOutput(metricsOfFailure(collection), arguments);
-    }
-    if (!arguments.output.empty() && !outcome.output.empty()) {
-        writeWhole(arguments.output, outcome.output);
-        outcome.output.clear();
+        outcome.output = metricsOutput(arguments.ofClasses ? metricsOfFailure(collection)
+                                                           : diskMetrics({}, {false, collection.seconds, {}}),
+                                       arguments);
     }
     return outcome;
 }
 
-Outcome askForRecord(const Arguments &arguments, const TextStyle &style)
+// Into the file that was named; only metrics, record and report have one.
+Outcome intoFile(Outcome outcome, const Arguments &arguments)
 {
     constexpr mode_t kOwnerOnly = 0600;
-    Outcome outcome = askSupervised(arguments, style);
     if (!arguments.output.empty() && !outcome.output.empty()) {
-        writeWhole(arguments.output, outcome.output, kOwnerOnly);
+        writeWhole(arguments.output, outcome.output,
+                   arguments.command == Command::record ? kOwnerOnly : kReadableByAll);
         outcome.output.clear();
     }
     return outcome;
@@ -243,10 +268,13 @@ Outcome ask(const Arguments &arguments, const TextStyle &style)
         checkReplaceable(arguments.output); // before the disks are asked for nothing
     }
     const SignalsWait signals;
-    if (arguments.command == Command::record) {
-        return askForRecord(arguments, style);
+    if (arguments.command == Command::monitor || arguments.command == Command::sendEvent) {
+        Surroundings surroundings(arguments, useOf(arguments));
+        return arguments.command == Command::monitor ? monitor::run(arguments, surroundings) : monitor::sendEvent();
     }
-    return arguments.command == Command::metrics ? askForMetrics(arguments, style) : askSupervised(arguments, style);
+    return intoFile(arguments.command == Command::metrics ? askForMetrics(arguments, style)
+                                                          : askSupervised(arguments, style),
+                    arguments);
 }
 
 } // namespace
