@@ -204,6 +204,23 @@ std::string Names::hexNumber(const std::string &text, std::string_view prefix)
     return result;
 }
 
+std::string Names::component(const std::string &text)
+{
+    constexpr size_t kDigits = 16;
+    std::string result;
+    for (size_t at = 0; at < text.size();) {
+        size_t end = at;
+        while (end < text.size() && digitOf(text[end]) >= 0) {
+            ++end;
+        }
+        const std::string digits = text.substr(at, end - at);
+        result += digits.size() >= kDigits ? hexNumber(digits, "naa.") : digits;
+        result += end < text.size() ? text.substr(end, 1) : "";
+        at = end + 1;
+    }
+    return result;
+}
+
 // Vendor and model, then what tells disks of one model apart: a serial number that is known, else the last word.
 std::string Names::t10(std::string text)
 {
