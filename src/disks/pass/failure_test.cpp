@@ -14,7 +14,7 @@ using namespace tavstrg::disks;
 
 namespace {
 
-constexpr const char *kBook = "/opt/qlm/tavkit_sa/work/disks.book";
+constexpr const char *kBookOfPasses = "/opt/qlm/tavkit_sa/work/disks.book";
 constexpr unsigned kMostCalls = 2000; // more calls of one kind mean an error here
 
 // A disk of each protocol, and one that belongs to an enclosure.
@@ -46,8 +46,8 @@ std::vector<std::string> passOnce()
         return shown;
     }
     nameDisks(disks);
-    if (readBook(kBook, book, error) != BookRead::failed && enterPass(book, disks, 1000, events)) {
-        static_cast<void>(saveBook(kBook, book)); // its failure leaves the former one
+    if (readBook(kBookOfPasses, book, error) != BookRead::failed && enterPass(book, disks, 1000, events)) {
+        static_cast<void>(saveBook(kBookOfPasses, book)); // its failure leaves the former one
     }
     for (const Disk &disk : disks) {
         shown.push_back(told(disk));
@@ -80,7 +80,7 @@ protected:
         EXPECT_EQ(sim::liveBlocks(), before.blocks);
         Book book;
         int error = 0;
-        const BookRead read = readBook(kBook, book, error);
+        const BookRead read = readBook(kBookOfPasses, book, error);
         EXPECT_TRUE(read == BookRead::done || read == BookRead::absent) << error;
         return struck;
     }
