@@ -123,7 +123,7 @@ Json slotsJson(const std::string &enclosure, Names &names)
 {
     Json slots = Json::array();
     for (const std::string &name : entriesOf(enclosure)) {
-        const AttributeDirectory slot((enclosure + "/" + name).c_str());
+        const AttributeDirectory slot = entryOf(enclosure, name);
         if (textOf(slot, "status").empty()) {
             continue; // no component, but an attribute of the enclosure
         }

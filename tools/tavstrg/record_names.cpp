@@ -140,7 +140,7 @@ void setChecksum(ByteVector &data, size_t at)
 std::string Names::made(std::string_view token)
 {
     const auto known = serials_.find(token);
-    const std::string to = known != serials_.end() ? known->second : counted(kindOf(token), ++counts_[kindOf(token)]);
+    std::string to = known != serials_.end() ? known->second : counted(kindOf(token), ++counts_[kindOf(token)]);
     serials_.emplace(token, to);
     met_.emplace_back(token, to);
     return to;
@@ -171,7 +171,7 @@ std::string Names::number(const std::string &bytes, std::string_view prefix)
             rest /= 16;
         }
     }
-    const std::string replaced = known == numbers_.end() ? bytesOf(to) : known->second;
+    std::string replaced = known == numbers_.end() ? bytesOf(to) : known->second;
     numbers_.emplace(bytes, replaced);
     met_.emplace_back(bytes, replaced);
     met_.emplace_back(digits, hexOf(replaced));
