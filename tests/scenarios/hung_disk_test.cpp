@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <chrono>
 #include <dlfcn.h>
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <thread>
@@ -16,21 +15,24 @@ using scenario::await;
 using scenario::Server;
 using scenario::startThread;
 using scenario::stopThread;
+using scenario::threadsNow;
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
 constexpr const char *kNode = "/dev/sda";
 
-std::string twoDisks()
+std::string twoDisks(const char *options = "side-by-side\ndisk-names\n")
 {
     nlohmann::json machine = machines::disks(2, 1); // on an adapter each
-    machine["files"]["options.inf"] = "side-by-side\ndisk-names\n";
+    machine["files"]["options.inf"] = options;
     return machine.dump();
 }
 
-long threadsNow()
+bool wasAsked(const sim::Machine &machine, const std::string &node)
 {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+    const auto commands = machine.commands();
+    return std::any_of(commands.begin(), commands.end(),
+                       [&](const sim::Command &command) { return command.device == node; });
 }
 
 bool isLoaded()
@@ -122,9 +124,7 @@ TEST_F(HungDisk, DelaysAPassByItsDeadlineAndIsAskedAgainWhenItIsBack)
     EXPECT_TRUE(await([this] { return machine.waiting(kNode) == 0; }));
     EXPECT_TRUE(await([&] {
         EXPECT_TRUE(steps.pass());
-        const auto commands = machine.commands();
-        return std::any_of(commands.begin(), commands.end(),
-                           [](const sim::Command &command) { return command.device == kNode; });
+        return wasAsked(machine, kNode);
     }));
     EXPECT_EQ(stopThread(*server), 0);
     server->stop();
@@ -184,6 +184,21 @@ TEST_F(HungEngine, DoesNotHoldUpOtherClasses)
     EXPECT_LT(Clock::now() - begun, 3s);
     machine.release(kNode);
     client.join();
+}
+
+TEST(HungDiskWithoutTheLine, DelaysTheDisksOfOtherAdapters)
+{
+    sim::Machine machine(twoDisks("disk-names\n"));
+    Server server{scenario::inServiceMode()};
+    EXPECT_FALSE(scenario::threadRuns(*server)); // builds the store while all disks answer
+    machine.forgetCommands();
+    machine.hold(kNode);
+    EXPECT_EQ(startThread(*server), 0);
+    EXPECT_TRUE(machine.awaitWaiting(kNode, 1, 60));
+    EXPECT_FALSE(wasAsked(machine, "/dev/sdb"));
+    machine.release(kNode);
+    EXPECT_TRUE(await([&] { return wasAsked(machine, "/dev/sdb"); }));
+    EXPECT_EQ(stopThread(*server), 0);
 }
 
 } // namespace

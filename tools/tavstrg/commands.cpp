@@ -5,11 +5,14 @@
 #include "tavstrg/cause.h"
 #include "tavstrg/check.h"
 #include "tavstrg/collection.h"
+#include "tavstrg/disk_metrics.h"
 #include "tavstrg/disks.h"
 #include "tavstrg/failure.h"
 #include "tavstrg/json.h"
 #include "tavstrg/metrics.h"
+#include "tavstrg/monitor/monitor.h"
 #include "tavstrg/output_file.h"
+#include "tavstrg/record.h"
 #include "tavstrg/saved_state.h"
 #include "tavstrg/segments.h"
 #include "tavstrg/session.h"
@@ -139,9 +142,18 @@ Outcome explained(const std::function<Outcome()> &work)
     return outcome;
 }
 
-bool isAboutDisks(Command command)
+// Whether the command asks the disks themselves, without the provider.
+bool isAboutDisks(const Arguments &arguments)
 {
-    return command == Command::disks || command == Command::disk || command == Command::health;
+    switch (arguments.command) {
+    case Command::disks:
+    case Command::disk:
+    case Command::health:
+    case Command::report:
+        return true;
+    default:
+        return arguments.command == Command::metrics && !arguments.ofClasses;
+    }
 }
 
 Outcome work(const Arguments &arguments, const TextStyle &style, Surroundings &surroundings)
@@ -153,8 +165,11 @@ Outcome work(const Arguments &arguments, const TextStyle &style, Surroundings &s
         if (arguments.command == Command::check) {
             return check(arguments, style);
         }
-        if (isAboutDisks(arguments.command)) {
+        if (isAboutDisks(arguments)) {
             return runDisks(arguments, style);
+        }
+        if (arguments.command == Command::record) {
+            return recordMachine(arguments);
         }
         SmartReadings readings;
         const TraceListener listener([&readings](const TraceLine &line) { readings.take(line); });
@@ -163,13 +178,16 @@ Outcome work(const Arguments &arguments, const TextStyle &style, Surroundings &s
     });
 }
 
-Use useOf(Command command)
+Use useOf(const Arguments &arguments)
 {
-    switch (command) {
+    if (isAboutDisks(arguments)) {
+        return Use::none;
+    }
+    switch (arguments.command) {
     case Command::check:
-    case Command::disks:
-    case Command::disk:
-    case Command::health:
+    case Command::monitor:
+    case Command::record:
+    case Command::sendEvent:
         return Use::none;
     case Command::call:
         return Use::write;
@@ -202,7 +220,7 @@ void refuseUselessCall(const Arguments &arguments)
 
 Outcome askSupervised(const Arguments &arguments, const TextStyle &style)
 try {
-    Surroundings surroundings(arguments, useOf(arguments.command));
+    Surroundings surroundings(arguments, useOf(arguments));
     const bool graceful = arguments.command == Command::watch || arguments.command == Command::call;
     return supervised([&] { return work(arguments, style, surroundings); },
                       graceful ? Ending::graceful : Ending::atOnce,
@@ -222,10 +240,20 @@ Outcome askForMetrics(const Arguments &arguments, const TextStyle &style)
         outcome = askSupervised(arguments, style);
     }
     if (outcome.status != kDone && !outcome.error.empty()) {
-        outcome.output = metricsOutput(metricsOfFailure(collection), arguments);
+        outcome.output = metricsOutput(arguments.ofClasses ? metricsOfFailure(collection)
+                                                           : diskMetrics({}, {false, collection.seconds, {}}),
+                                       arguments);
     }
+    return outcome;
+}
+
+// Into the file that was named; only metrics, record and report have one.
+Outcome intoFile(Outcome outcome, const Arguments &arguments)
+{
+    constexpr mode_t kOwnerOnly = 0600;
     if (!arguments.output.empty() && !outcome.output.empty()) {
-        writeWhole(arguments.output, outcome.output);
+        writeWhole(arguments.output, outcome.output,
+                   arguments.command == Command::record ? kOwnerOnly : kReadableByAll);
         outcome.output.clear();
     }
     return outcome;
@@ -240,7 +268,13 @@ Outcome ask(const Arguments &arguments, const TextStyle &style)
         checkReplaceable(arguments.output); // before the disks are asked for nothing
     }
     const SignalsWait signals;
-    return arguments.command == Command::metrics ? askForMetrics(arguments, style) : askSupervised(arguments, style);
+    if (arguments.command == Command::monitor || arguments.command == Command::sendEvent) {
+        Surroundings surroundings(arguments, useOf(arguments));
+        return arguments.command == Command::monitor ? monitor::run(arguments, surroundings) : monitor::sendEvent();
+    }
+    return intoFile(arguments.command == Command::metrics ? askForMetrics(arguments, style)
+                                                          : askSupervised(arguments, style),
+                    arguments);
 }
 
 } // namespace

@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tavstrg/disks.h"
 
+#include "tavstrg/collection.h"
+#include "tavstrg/disk_metrics.h"
 #include "tavstrg/disk_text.h"
 #include "tavstrg/failure.h"
+#include "tavstrg/json.h"
 #include "tavstrg/nearest.h"
+#include "tavstrg/report.h"
 #include "tavstrg/words.h"
 
 #include "disks/book/book_file.h"
@@ -57,23 +61,6 @@ void addNotes(DiskReport &report, FindResult result)
     }
     if (result == FindResult::tooMany) {
         report.notes.push_back("There are more disks than these " + std::to_string(kMostDisks) + ".");
-    }
-}
-
-std::string eventWords(const Event &event)
-{
-    const std::string disk = std::string(event.name) + (event.serial[0] == '\0' ? "" : ", serial ") + event.serial;
-    switch (event.kind) {
-    case EventKind::added:
-        return disk + ": added";
-    case EventKind::removed:
-        return disk + ": removed";
-    case EventKind::replaced:
-        return disk + ": replaces " + (event.otherSerial[0] == '\0' ? event.otherId : event.otherSerial);
-    case EventKind::readable:
-        return disk + ": answers again";
-    default:
-        return disk + ": " + nameOf(event.kind) + ", " + event.reason;
     }
 }
 
@@ -191,7 +178,37 @@ Outcome health(const DiskReport &report, const Arguments &arguments, const TextS
     return {statusOfDisks(report.disks), arguments.json ? diskHealthJson(report) : diskHealthText(report, style), ""};
 }
 
+Outcome metrics(const DiskReport &report, const Arguments &arguments)
+{
+    if (!report.permitted) {
+        throw Failure("metrics: " + note(report));
+    }
+    PassFigures pass{true, report.collection.seconds, someOf(static_cast<int64_t>(report.collection.time))};
+    if (!arguments.fromBook.empty()) {
+        pass.seconds.reset(); // the book does not know it
+    }
+    const std::vector<Metric> metrics = diskMetrics(report.disks, pass);
+    return {kDone, arguments.json ? metricsJson(metrics) : metricsText(metrics), ""};
+}
+
 } // namespace
+
+std::string eventWords(const Event &event)
+{
+    const std::string disk = std::string(event.name) + (event.serial[0] == '\0' ? "" : ", serial ") + event.serial;
+    switch (event.kind) {
+    case EventKind::added:
+        return disk + ": added";
+    case EventKind::removed:
+        return disk + ": removed";
+    case EventKind::replaced:
+        return disk + ": replaces " + (event.otherSerial[0] == '\0' ? event.otherId : event.otherSerial);
+    case EventKind::readable:
+        return disk + ": answers again";
+    default:
+        return disk + ": " + nameOf(event.kind) + ", " + event.reason;
+    }
+}
 
 bool needsAttention(HealthState state)
 {
@@ -253,11 +270,15 @@ DiskReport collectDisks(const Arguments &arguments)
     DiskReport report;
     report.machine = std::filesystem::path(arguments.machine).filename().string();
     Array<Disk> disks;
-    const FindResult result = findDisks(disks);
-    if (result == FindResult::noMemory) {
-        throw Failure("disks: not enough memory to find them");
+    FindResult result{};
+    {
+        const Stopwatch stopwatch(report.collection);
+        result = findDisks(disks);
+        if (result == FindResult::noMemory) {
+            throw Failure("disks: not enough memory to find them");
+        }
+        askAll(disks);
     }
-    askAll(disks);
     if (!arguments.book.empty()) {
         remember(disks, arguments, report);
     }
@@ -272,12 +293,16 @@ DiskReport collectDisks(const Arguments &arguments)
 
 Outcome runDisks(const Arguments &arguments, const TextStyle &style)
 {
-    const DiskReport report = collectDisks(arguments);
+    const DiskReport report = arguments.fromBook.empty() ? collectDisks(arguments) : savedDisks(arguments);
     switch (arguments.command) {
     case Command::disk:
         return one(report, arguments, style);
     case Command::health:
         return health(report, arguments, style);
+    case Command::metrics:
+        return metrics(report, arguments);
+    case Command::report:
+        return {kDone, reportPage(report), ""};
     default:
         return list(report, arguments, style);
     }

@@ -169,13 +169,13 @@ namespace {
 
 constexpr bool kOnlyAscii = true; // a terminal may take other characters for controls
 
+} // namespace
+
 std::string hostName()
 {
     utsname name = {};
     return uname(&name) == 0 ? name.nodename : "";
 }
-
-} // namespace
 
 std::string utcTime(double seconds)
 {
@@ -304,8 +304,10 @@ std::string metricsJson(const std::vector<Metric> &metrics)
             }
             samples.push_back({{"labels", labels}, {"value", sampleValue(sample.value)}});
         }
-        json["metrics"].push_back(
-            {{"name", metric.name}, {"type", "gauge"}, {"help", std::string(metric.help)}, {"samples", samples}});
+        json["metrics"].push_back({{"name", metric.name},
+                                   {"type", typeOf(metric)},
+                                   {"help", std::string(metric.help)},
+                                   {"samples", samples}});
     }
     return written(json);
 }

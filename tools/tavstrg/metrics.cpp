@@ -28,7 +28,7 @@ std::string escaped(const std::string &value)
 
 Metric metricCalled(const std::string &name, std::string_view help)
 {
-    return {"tavstorage_" + name, help, {}};
+    return {"tavstorage_" + name, help, {}, false};
 }
 
 // Index, serial number and node of a disk: the index alone is another disk's after a disk was added or removed.
@@ -200,11 +200,17 @@ std::vector<Metric> metricsOfFailure(const Collection &collection)
     return collectionMetrics(collection, false);
 }
 
+const char *typeOf(const Metric &metric)
+{
+    return metric.counter ? "counter" : "gauge";
+}
+
 std::string metricsText(const std::vector<Metric> &metrics)
 {
     std::string text;
     for (const Metric &metric : metrics) {
-        text += "# HELP " + metric.name + " " + std::string(metric.help) + "\n# TYPE " + metric.name + " gauge\n";
+        text += "# HELP " + metric.name + " " + std::string(metric.help) + "\n# TYPE " + metric.name + " " +
+                typeOf(metric) + "\n";
         for (const Sample &sample : metric.samples) {
             text += sampleText(metric.name, sample);
         }

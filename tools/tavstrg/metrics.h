@@ -19,12 +19,14 @@ struct Sample {
     double value;
 };
 
-// All are gauges.
 struct Metric {
     std::string name;
     std::string_view help;
     std::vector<Sample> samples;
+    bool counter = false; // else a gauge
 };
+
+const char *typeOf(const Metric &metric); // "counter" or "gauge"
 
 // Counts, capacities, SMART states, endurance levels, and the collection's time, duration and success. Each sample of a
 // disk has its index, serial number and node as labels; its vendor, model, firmware and address are labels of the info

@@ -158,7 +158,7 @@ TEST_F(Tool, DisksThatAreNotAskedAreNotCalledGood)
     EXPECT_THAT(text, testing::Not(HasSubstr("good")));
     const json disk = json::parse(runSmall({"--state", state, "--json", "show"}).out)["controllers"][0]["devices"][0];
     EXPECT_EQ(disk["hardDisk"]["smart"]["state"], "notAsked");
-    EXPECT_THAT(runSmall({"--state", state, "metrics"}).out, HasSubstr("state=\"not_asked\"} 1\n"));
+    EXPECT_THAT(runSmall({"--state", state, "metrics", "--classes"}).out, HasSubstr("state=\"not_asked\"} 1\n"));
 }
 
 TEST_F(Tool, EnumPrintsEveryInstance)
@@ -379,7 +379,7 @@ TEST_F(Tool, AFailingDiskIsMarkedAndNoFailureOfTheTool)
     EXPECT_THAT(finished.out, HasSubstr("\nHealth: 1 of 1 disk predicts failure: sda (0:0:0:0, serial SER-1)\n"));
 }
 
-struct ColourCase {
+struct ToolColourCase {
     std::vector<std::string> words;
     std::vector<std::string> environment;
     StandardOutput out;
@@ -389,13 +389,13 @@ struct ColourCase {
 TEST_F(Tool, ColoursOnATerminalOrOnRequest)
 {
     const std::string machine = write("failing.json", failingMachine());
-    for (const ColourCase &given :
-         std::vector<ColourCase>{{{}, {"TERM=xterm", "NO_COLOR="}, StandardOutput::terminal, true},
-                                 {{}, {"TERM=xterm", "NO_COLOR=1"}, StandardOutput::terminal, false},
-                                 {{}, {"TERM=dumb", "NO_COLOR="}, StandardOutput::terminal, false},
-                                 {{"--color=never"}, {"TERM=xterm", "NO_COLOR="}, StandardOutput::terminal, false},
-                                 {{}, {"TERM=xterm", "NO_COLOR="}, StandardOutput::kept, false},
-                                 {{"--color=always"}, {"TERM=xterm", "NO_COLOR=1"}, StandardOutput::kept, true}}) {
+    for (const ToolColourCase &given :
+         std::vector<ToolColourCase>{{{}, {"TERM=xterm", "NO_COLOR="}, StandardOutput::terminal, true},
+                                     {{}, {"TERM=xterm", "NO_COLOR=1"}, StandardOutput::terminal, false},
+                                     {{}, {"TERM=dumb", "NO_COLOR="}, StandardOutput::terminal, false},
+                                     {{"--color=never"}, {"TERM=xterm", "NO_COLOR="}, StandardOutput::terminal, false},
+                                     {{}, {"TERM=xterm", "NO_COLOR="}, StandardOutput::kept, false},
+                                     {{"--color=always"}, {"TERM=xterm", "NO_COLOR=1"}, StandardOutput::kept, true}}) {
         std::vector<std::string> words = {kTool, "--machine", machine, "show"};
         words.insert(words.end(), given.words.begin(), given.words.end());
         std::vector<std::string> environment = {"LC_ALL=C", "TMPDIR=" + (directory_ / "tmp").string()};

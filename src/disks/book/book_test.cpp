@@ -75,6 +75,17 @@ TEST(Book, DisksThatComeGoAndComeAgain)
     EXPECT_EQ(after[1].firstSeen.value, 10);
 }
 
+TEST(Book, ClockSetBackNeitherRepeatsNorHidesWhatHappens)
+{
+    constexpr int64_t kDay = 24 * 3600;
+    Book book;
+    enter(book, {diskOf("a", HealthState::failing, "0:0:8:0 Slot 1"), diskOf("b")}, 10 * kDay);
+    EXPECT_EQ(enter(book, {diskOf("a", HealthState::failing, "0:0:8:0 Slot 1")}, 10 * kDay + 300), "removed b");
+    EXPECT_EQ(enter(book, {diskOf("a", HealthState::failing, "0:0:8:0 Slot 1")}, 9 * kDay), "");
+    EXPECT_EQ(enter(book, {diskOf("c", HealthState::good, "0:0:8:0 Slot 1")}, 9 * kDay + 300),
+              "removed a, replaced c for a");
+}
+
 TEST(Book, DiskInTheSlotOfOneThatWentReplacesIt)
 {
     Book book;
@@ -125,6 +136,27 @@ TEST(Book, SleepingDiskKeepsItsLastReadings)
     EXPECT_EQ(after[0].readings.temperatureCelsius.value, -5);
     EXPECT_EQ(after[0].readings.power, PowerState::standby);
     EXPECT_EQ(after[0].lastAsked.value, 1000);
+}
+
+// An alert about it would end with each sleep, and come back.
+TEST(Book, SleepHealsNoDisk)
+{
+    Book book;
+    std::vector<Disk> after;
+    for (const HealthState bad : {HealthState::failing, HealthState::warning}) {
+        enter(book, {diskOf("a", bad)}, 10);
+        Disk asleep = diskOf("a", HealthState::asleep);
+        asleep.lastAsked = {};
+        for (const int64_t time : {20, 30}) {
+            EXPECT_EQ(enter(book, {asleep}, time, &after), "");
+            EXPECT_EQ(after[0].health.state, bad);
+            EXPECT_EQ(after[0].health.since.value, 10);
+            EXPECT_EQ(after[0].lastAsked.value, 1000) << "it was not asked";
+        }
+        EXPECT_EQ(enter(book, {diskOf("a")}, 10), "good a");
+    }
+    enter(book, {diskOf("a", HealthState::asleep)}, 40, &after);
+    EXPECT_EQ(after[0].health.state, HealthState::asleep) << "a good one sleeps";
 }
 
 TEST(Book, DisksThatWentAreForgottenInTheEnd)

@@ -5,7 +5,9 @@
 #include "runtime/side_by_side.h"
 #include "sim/sim.h"
 #include "support/machines.h"
+#include "support/only_reads.h"
 
+#include <chrono>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -250,51 +252,24 @@ TEST(Pass, AnEmptyListIsFine)
 
 // ---- what never happens, over all example machines ----
 
-const std::set<uint8_t> kAtaCommands{0xE5, 0xEC, 0xB0, 0x2F};
-const std::set<uint8_t> kSmartFeatures{0xD0, 0xD1, 0xDA};
-const std::set<uint8_t> kScsiCommands{0x03, 0x12, 0x1A, 0x4D, 0x5A, 0x85};
-
-bool onlyReads(const sim::Command &command)
-{
-    if (command.request != SG_IO || command.bytes.empty() || !kScsiCommands.contains(command.bytes[0])) {
-        return false;
-    }
-    if (command.bytes[0] != 0x85) {
-        return true;
-    }
-    const uint8_t ataCommand = command.bytes[14];
-    return kAtaCommands.contains(ataCommand) && (ataCommand != 0xB0 || kSmartFeatures.contains(command.bytes[4]));
-}
-
-class EveryExample : public testing::TestWithParam<const char *> {};
+class EveryExample : public testing::TestWithParam<std::string> {};
 
 TEST_P(EveryExample, IsOnlyRead)
 {
-    const std::string path = std::string(TAV_SOURCE_DIR "/examples/machines/") + GetParam() + ".json";
-    const sim::Machine machine(sim::Machine::readFile(path));
+    const sim::Machine machine(only_reads::exampleMachine(GetParam()));
     Array<Disk> disks;
     ASSERT_NE(findDisks(disks), FindResult::noMemory); // not every machine has /sys/block
-    std::vector<bool> switchedOn;
+    EXPECT_TRUE(machine.commands().empty()) << "finding the disks sends nothing";
+    std::vector<std::string> nodes;
     for (const Disk &disk : disks) {
-        switchedOn.push_back(machine.smartSwitchedOn(std::string("/dev/") + disk.name));
+        nodes.push_back(std::string("/dev/") + disk.name);
     }
+    const only_reads::Watch watch(machine, nodes);
     Pass pass;
     ASSERT_TRUE(pass.run(disks));
-    for (const sim::Command &command : machine.commands()) {
-        EXPECT_TRUE(onlyReads(command)) << command.device << " " << testing::PrintToString(command.bytes);
-    }
-    for (const sim::Opening &opening : machine.openings()) {
-        EXPECT_EQ(opening.flags & O_ACCMODE, O_RDONLY) << opening.node;
-        EXPECT_NE(opening.flags & O_NONBLOCK, 0) << opening.node;
-    }
-    for (int32_t i = 0; i < disks.count(); ++i) {
-        EXPECT_EQ(machine.smartSwitchedOn(std::string("/dev/") + disks[i].name), switchedOn[static_cast<size_t>(i)])
-            << disks[i].name;
-    }
-    EXPECT_EQ(machine.openDescriptors(), 0);
+    watch.check();
 }
 
-INSTANTIATE_TEST_SUITE_P(Examples, EveryExample,
-                         testing::Values("empty", "failing", "ide", "large", "server", "usb", "workstation"));
+INSTANTIATE_TEST_SUITE_P(Examples, EveryExample, testing::ValuesIn(only_reads::kExamples));
 
 } // namespace
