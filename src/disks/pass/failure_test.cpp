@@ -27,7 +27,7 @@ const char *const kMachine = R"({"kernel": "6.12.0", "hosts": [
     "virtio": [{"serial": "VIRTIO-1"}],
     "mmc": [{"cid": "4501004447343036340155a3c2f1d500", "lifeTime": "0x01 0x02", "preEolInfo": "0x01"}]})";
 
-std::string describe(const Disk &disk)
+std::string wordsOf(const Disk &disk)
 {
     return std::string(disk.name) + " " + disk.id + " " + disk.bay + " " + nameOf(disk.health.state) + " " +
            disk.health.reason;
@@ -50,7 +50,7 @@ std::vector<std::string> passOnce()
         static_cast<void>(saveBook(kBook, book)); // its failure leaves the former one
     }
     for (const Disk &disk : disks) {
-        shown.push_back(describe(disk));
+        shown.push_back(wordsOf(disk));
         EXPECT_NE(disk.health.state, HealthState::failing) << shown.back();
         EXPECT_NE(disk.health.state, HealthState::warning) << shown.back();
         EXPECT_NE(disk.id[0], '\0') << shown.back();
