@@ -138,6 +138,18 @@ UeventSocket::Received UeventSocket::receiveAll() const
     return all;
 }
 
+int UeventSocket::take(bool &called)
+{
+    const Received received = receiveAll();
+    if (received == Received::failed) {
+        const int error = errno;
+        drop();
+        return error;
+    }
+    called = received == Received::event;
+    return 0;
+}
+
 Slept UeventSocket::sleep(unsigned seconds, unsigned &secondsLeft)
 {
     secondsLeft = 0;

@@ -45,6 +45,11 @@ public:
     int open();
     void drop() { socket_.reset(); } // closes it
     bool isOpen() const { return socket_.has_value(); }
+    int descriptor() const { return socket_ ? socket_->get() : -1; } // to poll
+
+    // For callers with a loop of their own: receives what has arrived, without waiting, and sets called if something
+    // calls for a pass. Returns 0, or an errno; the socket is then closed.
+    int take(bool &called);
 
     // Sleeps for so many seconds, or until an event and the end of its burst. Events since the socket was opened count,
     // also those from before the sleep. The first sleep of a socket ends soon: what happened before it was opened is

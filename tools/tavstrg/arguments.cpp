@@ -78,8 +78,12 @@ struct RawArguments {
     CLI::App *disks = nullptr;
     CLI::App *disk = nullptr;
     CLI::App *health = nullptr;
+    CLI::App *record = nullptr;
+    std::string recordFile;
     CLI::App *report = nullptr;
     std::string page;
+    CLI::App *monitor = nullptr;
+    CLI::App *sendEvent = nullptr;
     std::string columns;
     bool noHeader = false;
     std::string colour;
@@ -132,7 +136,7 @@ void describeAsking(CLI::App &app, RawArguments &raw)
         command->add_option("CLASS", arguments.className, "Class, see \"tavstrg classes\"")->required()->type_name("");
         command->add_flag("--raw", arguments.raw, "Send names and values unchecked, as they are given");
     }
-    raw.get->add_option("INDEX", raw.index, "Index of the instance, where there are many")->type_name("");
+    raw.get->add_option("INDEX", raw.index, "Index (or DiskID) of one of many instances")->type_name("");
     raw.call->add_option("METHOD", arguments.method, "Method of the class, in any case")->required()->type_name("");
     raw.call->add_option("NAME=VALUE", raw.assignments, "Arguments of the method, sent as text")->type_name("");
 }
@@ -239,6 +243,18 @@ void describeDisks(CLI::App &app, RawArguments &raw)
                        "not answer; 1 if the disks could not be asked, 2 on wrong usage.\n");
 }
 
+void describeRecord(CLI::App &app, RawArguments &raw)
+{
+    raw.record = app.add_subcommand("record", "Describe this machine for the simulator");
+    raw.record->add_option("FILE", raw.recordFile, "The description; - is standard output")->required()->type_name("");
+    raw.record->add_flag("--keep-names", raw.arguments.keepNames, "Do not replace serial numbers and names");
+    raw.record->footer("\nMade for reports: \"tavstrg --machine FILE disks\" shows the disks of this machine\n"
+                       "elsewhere. The disks are asked as by \"tavstrg disks\", as root with their answers;\n"
+                       "nothing is changed. Serial numbers, world wide names and addresses in networks\n"
+                       "are replaced by made-up ones, equal ones alike; what is missing is said. FILE is\n"
+                       "replaced in one step and readable by its owner alone.\n");
+}
+
 void describeBook(RawArguments &raw)
 {
     for (CLI::App *command : {raw.disks, raw.disk, raw.health, raw.metrics, raw.report}) {
@@ -247,9 +263,26 @@ void describeBook(RawArguments &raw)
     }
 }
 
+void describeMonitor(CLI::App &app, RawArguments &raw)
+{
+    Arguments &arguments = raw.arguments;
+    raw.monitor = app.add_subcommand("monitor", "Watch the disks as a service");
+    raw.monitor->add_option("--config", arguments.config, "Configuration, instead of /etc/tavstrg/monitor.conf")
+        ->type_name("FILE");
+    raw.monitor->add_flag("--check", arguments.checkConfig, "Only check the configuration and what it names");
+    raw.monitor->add_flag("--once", arguments.once, "One pass and its events, then exit");
+    raw.monitor->footer("\nAsks every disk on a cycle, and when one comes or goes. What happens to a disk is\n"
+                        "reported once: to the journal, to executables, to a file, to the agent. Metrics\n"
+                        "go to a file for the node exporter. SIGHUP reads the configuration again. With\n"
+                        "--machine it needs --config, with files of its own. See tavstrg-monitor(8).\n");
+    raw.sendEvent = app.add_subcommand("send-event", "Send the event in the environment to the agent");
+    raw.sendEvent->group(""); // for the service alone
+}
+
 void describeCommands(CLI::App &app, RawArguments &raw)
 {
     describeDisks(app, raw);
+    describeRecord(app, raw);
     describeReport(app, raw);
     describeAsking(app, raw);
     describeWatch(app, raw);
@@ -257,6 +290,7 @@ void describeCommands(CLI::App &app, RawArguments &raw)
     describeMetrics(app, raw);
     describeDumpState(app, raw);
     describeBook(raw);
+    describeMonitor(app, raw);
     for (CLI::App *command : app.get_subcommands([](const CLI::App *) { return true; })) {
         command->fallthrough();
     } // global options may follow the command
@@ -294,8 +328,17 @@ Command commandOf(const RawArguments &raw)
     if (raw.health->parsed()) {
         return Command::health;
     }
+    if (raw.record->parsed()) {
+        return Command::record;
+    }
     if (raw.report->parsed()) {
         return Command::report;
+    }
+    if (raw.monitor->parsed()) {
+        return Command::monitor;
+    }
+    if (raw.sendEvent->parsed()) {
+        return Command::sendEvent;
     }
     return raw.call->parsed() ? Command::call : Command::classes;
 }
@@ -414,8 +457,9 @@ void rightSpelling(Arguments &arguments)
         rightMethodSpelling(*entry, arguments);
     }
     if (arguments.command == Command::get && entry->keyed() != arguments.index.has_value()) {
+        const std::string needed = entry->keyName() == "Index" ? "an INDEX" : "a " + entry->keyName();
         throw UsageError("get: " + entry->name +
-                         (entry->keyed() ? " needs an INDEX" : " has one instance, without INDEX"));
+                         (entry->keyed() ? " needs " + needed : " has one instance, without INDEX"));
     }
 }
 
@@ -449,6 +493,9 @@ void checkTogether(const CLI::App &app, const Arguments &arguments)
     }
     if (!arguments.state.empty() && arguments.machine.empty()) {
         throw UsageError("--state needs --machine");
+    }
+    if (arguments.command == Command::monitor && !arguments.machine.empty() && arguments.config.empty()) {
+        throw UsageError("monitor: --machine needs --config, so that no file of this machine is written");
     }
 }
 
@@ -520,8 +567,14 @@ const char *commandName(Command command)
         return "disk";
     case Command::health:
         return "health";
+    case Command::record:
+        return "record";
     case Command::report:
         return "report";
+    case Command::monitor:
+        return "monitor";
+    case Command::sendEvent:
+        return "send-event";
     default:
         return "show";
     }
@@ -546,6 +599,9 @@ Parsed parseArguments(int argc, const char *const *argv)
         }
         splitAssignments(raw.assignments, arguments);
         takeColumns(raw, arguments);
+        if (arguments.command == Command::record && raw.recordFile != "-") {
+            arguments.output = raw.recordFile;
+        }
         takePage(raw, arguments);
         arguments.colour = colourOf(raw.colour);
         checkTogether(app, arguments);

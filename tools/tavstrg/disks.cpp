@@ -21,23 +21,16 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
-#include <memory>
 
 namespace tool {
 namespace {
 
 using namespace tavstrg::disks;
 
-// Threads that are with disks that hang end with the process.
 void askAll(Array<Disk> &disks)
 {
-    static std::vector<Pass *> unfinished;
-    auto pass = std::make_unique<Pass>();
-    if (!pass->run(disks)) {
+    if (!Pass().run(disks)) {
         throw Failure("disks: not enough memory to ask them");
-    }
-    if (pass->setAside() != 0) {
-        unfinished.push_back(pass.release());
     }
     nameDisks(disks); // with the names and numbers that only the disks themselves had
 }
@@ -68,23 +61,6 @@ void addNotes(DiskReport &report, FindResult result)
     }
     if (result == FindResult::tooMany) {
         report.notes.push_back("There are more disks than these " + std::to_string(kMostDisks) + ".");
-    }
-}
-
-std::string eventWords(const Event &event)
-{
-    const std::string disk = std::string(event.name) + (event.serial[0] == '\0' ? "" : ", serial ") + event.serial;
-    switch (event.kind) {
-    case EventKind::added:
-        return disk + ": added";
-    case EventKind::removed:
-        return disk + ": removed";
-    case EventKind::replaced:
-        return disk + ": replaces " + (event.otherSerial[0] == '\0' ? event.otherId : event.otherSerial);
-    case EventKind::readable:
-        return disk + ": answers again";
-    default:
-        return disk + ": " + nameOf(event.kind) + ", " + event.reason;
     }
 }
 
@@ -216,6 +192,23 @@ Outcome metrics(const DiskReport &report, const Arguments &arguments)
 }
 
 } // namespace
+
+std::string eventWords(const Event &event)
+{
+    const std::string disk = std::string(event.name) + (event.serial[0] == '\0' ? "" : ", serial ") + event.serial;
+    switch (event.kind) {
+    case EventKind::added:
+        return disk + ": added";
+    case EventKind::removed:
+        return disk + ": removed";
+    case EventKind::replaced:
+        return disk + ": replaces " + (event.otherSerial[0] == '\0' ? event.otherId : event.otherSerial);
+    case EventKind::readable:
+        return disk + ": answers again";
+    default:
+        return disk + ": " + nameOf(event.kind) + ", " + event.reason;
+    }
+}
 
 bool needsAttention(HealthState state)
 {

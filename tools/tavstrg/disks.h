@@ -8,6 +8,7 @@
 #include "tavstrg/inventory.h"
 #include "tavstrg/text.h"
 
+#include "disks/book/book.h"
 #include "disks/disk.h"
 
 #include <string>
@@ -39,6 +40,9 @@ DiskReport savedDisks(const Arguments &arguments);
 
 // Runs one of the commands. Throws Failure.
 Outcome runDisks(const Arguments &arguments, const TextStyle &style);
+
+// An event in words, as one line without a stop: "sda, serial S1: failing, predicts its failure".
+std::string eventWords(const tavstrg::disks::Event &event);
 
 // Documents: "disks" with the shown ones, "disk" with the disk's SMART attributes, "health" with those that need
 // attention.

@@ -125,14 +125,16 @@ bool enterDisk(BookEntry &entry, Disk &disk, int64_t now, Array<Event> &events)
     return !isVerdict(state) || (addReadability(entry, false, now, events) && addVerdict(entry, state, now, events));
 }
 
-// An entry that went in this pass and was where the new disk is; null if there is none.
-const BookEntry *replacedBy(const Array<BookEntry> &entries, int32_t count, const BookEntry &added, int64_t before)
+// An entry that went in this pass and was where the new disk is; null if there is none. Deliberate: no times are
+// compared, for the clock may have been set back.
+const BookEntry *replacedBy(const Array<BookEntry> &entries, const Array<bool> &wasPresent, const BookEntry &added)
 {
-    const auto *const end = entries.begin() + count;
-    const auto *const found = std::find_if(entries.begin(), end, [&](const BookEntry &entry) {
-        return !entry.present && entry.lastSeen == before && std::strcmp(entry.place, added.place) == 0;
-    });
-    return found == end ? nullptr : found;
+    for (int32_t i = 0; i < wasPresent.count(); ++i) {
+        if (wasPresent[i] && !entries[i].present && std::strcmp(entries[i].place, added.place) == 0) {
+            return &entries[i];
+        }
+    }
+    return nullptr;
 }
 
 // A pass that is being entered.
@@ -140,8 +142,7 @@ struct Entering {
     Book &book;
     Array<Disk> &disks;
     int64_t now;
-    int64_t before; // time of the last pass
-    int32_t known;  // entries of earlier passes, sorted; new ones follow
+    int32_t known; // entries of earlier passes, sorted; new ones follow
     Array<Event> &events;
 };
 
@@ -156,12 +157,12 @@ bool reportRemoved(const Entering &pass, const Array<bool> &wasPresent)
     return true;
 }
 
-bool reportAdded(const Entering &pass, const BookEntry &entry)
+bool reportAdded(const Entering &pass, const Array<bool> &wasPresent, const BookEntry &entry)
 {
     if (pass.book.fresh) {
         return true;
     }
-    const BookEntry *const other = replacedBy(pass.book.entries, pass.known, entry, pass.before);
+    const BookEntry *const other = replacedBy(pass.book.entries, wasPresent, entry);
     Event *const event =
         addEvent(pass.events, other == nullptr ? EventKind::added : EventKind::replaced, entry, pass.now);
     if (event != nullptr && other != nullptr) {
@@ -196,7 +197,7 @@ bool enterAll(const Entering &pass, const Array<bool> &wasPresent)
             entry->firstSeen = pass.now;
         }
         Array<Event> events;
-        if (!enterDisk(*entry, disk, pass.now, events) || (came && !reportAdded(pass, *entry))) {
+        if (!enterDisk(*entry, disk, pass.now, events) || (came && !reportAdded(pass, wasPresent, *entry))) {
             return false;
         }
         for (const Event &event : events) {
@@ -223,14 +224,12 @@ const char *nameOf(EventKind kind)
 bool enterPass(Book &book, Array<Disk> &disks, int64_t now, Array<Event> &events)
 {
     Array<bool> wasPresent;
-    int64_t before = 0;
     for (BookEntry &entry : book.entries) {
         bool *const was = wasPresent.append();
         if (was == nullptr) {
             return false;
         }
         *was = entry.present;
-        before = std::max(before, entry.lastSeen);
         entry.present = false;
     }
     // Disks that stay are marked before it is decided which went.
@@ -239,7 +238,7 @@ bool enterPass(Book &book, Array<Disk> &disks, int64_t now, Array<Event> &events
             entry->present = true;
         }
     }
-    const Entering pass{book, disks, now, before, book.entries.count(), events};
+    const Entering pass{book, disks, now, book.entries.count(), events};
     if (!reportRemoved(pass, wasPresent) || !enterAll(pass, wasPresent)) {
         return false;
     }

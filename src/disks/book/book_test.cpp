@@ -75,6 +75,17 @@ TEST(Book, DisksThatComeGoAndComeAgain)
     EXPECT_EQ(after[1].firstSeen.value, 10);
 }
 
+TEST(Book, ClockSetBackNeitherRepeatsNorHidesWhatHappens)
+{
+    constexpr int64_t kDay = 24 * 3600;
+    Book book;
+    enter(book, {diskOf("a", HealthState::failing, "0:0:8:0 Slot 1"), diskOf("b")}, 10 * kDay);
+    EXPECT_EQ(enter(book, {diskOf("a", HealthState::failing, "0:0:8:0 Slot 1")}, 10 * kDay + 300), "removed b");
+    EXPECT_EQ(enter(book, {diskOf("a", HealthState::failing, "0:0:8:0 Slot 1")}, 9 * kDay), "");
+    EXPECT_EQ(enter(book, {diskOf("c", HealthState::good, "0:0:8:0 Slot 1")}, 9 * kDay + 300),
+              "removed a, replaced c for a");
+}
+
 TEST(Book, DiskInTheSlotOfOneThatWentReplacesIt)
 {
     Book book;
