@@ -29,7 +29,7 @@ json disk(unsigned id, json fields = json::object())
     return device;
 }
 
-std::string machineOf(const json &devices)
+std::string machineWithBook(const json &devices)
 {
     return json{{"hosts", {{{"number", 0}, {"driver", "ahci"}, {"devices", devices}}}}}.dump();
 }
@@ -37,7 +37,7 @@ std::string machineOf(const json &devices)
 class Current : public testing::Test {
 protected:
     explicit Current(const json &devices = {disk(0), disk(1)})
-        : machine(std::make_unique<sim::Machine>(machineOf(devices)))
+        : machine(std::make_unique<sim::Machine>(machineWithBook(devices)))
     {
         machine->makeDirectory("/opt/qlm/tavkit_sa/data");
     }
@@ -74,7 +74,7 @@ TEST_F(Current, DisksAreAskedAgainOnlyWhenTheyAreNotFresh)
 TEST_F(Current, DisksStayAsTheyAreForTheOneWhoHasThem)
 {
     const CurrentDisks before;
-    machine->change(machineOf(json::array({disk(0)})));
+    machine->change(machineWithBook(json::array({disk(0)})));
     const CurrentDisks after(kAtOnce);
     EXPECT_EQ(before.disks().count(), 2);
     EXPECT_STREQ(before.disks()[1].serial, "NW-1");
@@ -163,7 +163,7 @@ TEST_F(Current, BookSurvivesTheProcessAndIsWrittenWhenSomethingChanged)
     }
     machine->write(kBook, book);
     forgetCurrentDisks();
-    machine->change(machineOf({disk(0, {{"smart", {{"failing", true}}}}), disk(1)}));
+    machine->change(machineWithBook({disk(0, {{"smart", {{"failing", true}}}}), disk(1)}));
     const CurrentDisks current;
     EXPECT_EQ(current.disks()[0].firstSeen.value, since);
     EXPECT_GT(current.disks()[0].health.since.value, since);

@@ -14,7 +14,7 @@ using namespace tavstrg::disks;
 
 namespace {
 
-constexpr const char *kBook = "/opt/qlm/tavkit_sa/work/disks.book";
+constexpr const char *kBookOfPasses = "/opt/qlm/tavkit_sa/work/disks.book";
 constexpr unsigned kMostCalls = 2000; // more calls of one kind mean an error here
 
 // A disk of each protocol, and one that belongs to an enclosure.
@@ -27,7 +27,7 @@ const char *const kMachine = R"({"kernel": "6.12.0", "hosts": [
     "virtio": [{"serial": "VIRTIO-1"}],
     "mmc": [{"cid": "4501004447343036340155a3c2f1d500", "lifeTime": "0x01 0x02", "preEolInfo": "0x01"}]})";
 
-std::string describe(const Disk &disk)
+std::string told(const Disk &disk)
 {
     return std::string(disk.name) + " " + disk.id + " " + disk.bay + " " + nameOf(disk.health.state) + " " +
            disk.health.reason;
@@ -46,11 +46,11 @@ std::vector<std::string> passOnce()
         return shown;
     }
     nameDisks(disks);
-    if (readBook(kBook, book, error) != BookRead::failed && enterPass(book, disks, 1000, events)) {
-        static_cast<void>(saveBook(kBook, book)); // its failure leaves the former one
+    if (readBook(kBookOfPasses, book, error) != BookRead::failed && enterPass(book, disks, 1000, events)) {
+        static_cast<void>(saveBook(kBookOfPasses, book)); // its failure leaves the former one
     }
     for (const Disk &disk : disks) {
-        shown.push_back(describe(disk));
+        shown.push_back(told(disk));
         EXPECT_NE(disk.health.state, HealthState::failing) << shown.back();
         EXPECT_NE(disk.health.state, HealthState::warning) << shown.back();
         EXPECT_NE(disk.id[0], '\0') << shown.back();
@@ -80,7 +80,7 @@ protected:
         EXPECT_EQ(sim::liveBlocks(), before.blocks);
         Book book;
         int error = 0;
-        const BookRead read = readBook(kBook, book, error);
+        const BookRead read = readBook(kBookOfPasses, book, error);
         EXPECT_TRUE(read == BookRead::done || read == BookRead::absent) << error;
         return struck;
     }
