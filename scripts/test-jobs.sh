@@ -11,7 +11,7 @@ clang    build,clang           Builds the provider with the other compiler and r
 asan     build,clang           Runs scenario tests, and unit tests of what collects and monitors, with the address and undefined-behaviour sanitizers.
 tsan     build                 Runs the tests of what several threads share with the thread sanitizer.
 fuzz     build,clang           Runs each fuzz target for 2 seconds.
-fleet    fleet                 Tests fleet with Prometheus and the node exporter: rules, queries, documents, and a text file on the way through both.
+fleet    build,fleet           Tests fleet with Prometheus and the node exporter: rules, queries, documents, and what the tool says of simulated machines.
 analyzer build,clang,check     Runs clang-tidy with its analyzer over the provider; not part of --all.
 sanitize build,clang           Runs all tests with the sanitizers of the job asan, also those in which each call fails once; not part of --all.
 bare     build,bare            Builds, tests and packages in a bare Debian, and installs the packages in another."
@@ -70,7 +70,8 @@ job_fuzz() { check ./fuzz.sh --seconds 2; }
 
 job_fleet() {
     check tests/fleet/fleet_test.sh .
-    check tests/fleet/loopback_test.py .
+    build release tavstrg || return
+    check tests/fleet/loopback_test.py . build/release
 }
 
 job_bare() { check tests/bare/run.sh; }

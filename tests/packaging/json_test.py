@@ -79,12 +79,15 @@ def same(what, expected, actual):
 def check_commands():
     classes = [entry["name"] for entry in run("classes")[0]["classes"]]
     for machine in sorted(os.listdir(MACHINES)):
-        for command in ("show", "metrics"):
-            _, why = run(command, machine=machine, status=(0, 1))
+        for command in (["show"], ["metrics", "--classes"]):
+            _, why = run(*command, machine=machine, status=(0, 1))
             # Without options.inf the provider refuses the kernels of some machines.
             if why is not None and "kernel release" not in why["messages"][0]:
-                fail(f"{machine}: {command}: {why['messages']}")
+                fail(f"{machine}: {command[0]}: {why['messages']}")
         run("disks", machine=machine)
+        _, why = run("metrics", machine=machine, status=(0, 1))
+        if why is not None and "/sys/block" not in why["messages"][0]:  # the kernels before it
+            fail(f"{machine}: metrics: {why['messages']}")
     for machine in ("empty.json", "failing.json", "ide.json", "workstation.json"):
         for name in classes:
             printed, why = run("enum", name, machine=machine, status=(0, 1))
@@ -100,11 +103,14 @@ def check_commands():
 
 
 def check_failures(directory):
+    printed, _ = run("metrics", machine="ide.json", status=1)
+    success = [metric["samples"] for metric in printed["metrics"] if metric["name"] == "tavstrg_pass_success"]
+    same("the success of a failed pass", [[{"labels": {}, "value": 0}]], success)
     same("an index that is not there", 4, run("get", "HardDisk", "99", machine="ide.json", status=1)[1]["cimStatus"])
     why = run("--machine", os.path.join(directory, "none.json"), "show", status=1)[1]
     same("a machine that is not there", None, why["cimStatus"])
     run("--provider", "/nonexistent.so", "show", machine="empty.json", status=1)
-    printed, _ = run("--provider", "/nonexistent.so", "metrics", machine="empty.json", status=1)
+    printed, _ = run("--provider", "/nonexistent.so", "metrics", "--classes", machine="empty.json", status=1)
     success = [metric["samples"] for metric in printed["metrics"] if metric["name"] == "tavstorage_collection_success"]
     same("the success of a failed collection", [[{"labels": {}, "value": 0}]], success)
     run("dump-state", os.path.join(directory, "none.dat"), status=1)

@@ -80,6 +80,8 @@ struct RawArguments {
     CLI::App *health = nullptr;
     CLI::App *monitor = nullptr;
     CLI::App *sendEvent = nullptr;
+    CLI::App *report = nullptr;
+    std::string page;
     std::string columns;
     bool noHeader = false;
     std::string colour;
@@ -167,13 +169,27 @@ void describeCheck(CLI::App &app, RawArguments &raw)
 
 void describeMetrics(CLI::App &app, RawArguments &raw)
 {
-    raw.metrics = app.add_subcommand("metrics", "Print the inventory in the Prometheus text format");
+    raw.metrics = app.add_subcommand("metrics", "Print the disks in the Prometheus text format");
     raw.metrics->add_option("--output", raw.arguments.output, "Write FILE in one step instead")->type_name("FILE");
+    raw.metrics->add_option("--from-book", raw.arguments.fromBook, "Values as FILE remembers them; no disk is asked")
+        ->type_name("FILE");
+    raw.metrics->add_flag("--classes", raw.arguments.ofClasses, "The twelve classes instead; asks the provider");
     raw.metrics->footer("\nWith --output it is made for the textfile collector of the node exporter: FILE\n"
-                        "is always whole. It must be a regular file or not exist. If the inventory\n"
-                        "fails, tavstorage_collection_success is 0 and no series of a disk is there.\n"
-                        "Disks are labelled with serial number and node; vendor, model and firmware are\n"
-                        "labels of tavstorage_disk_info alone. For JSON use \"tavstrg --json show\".\n");
+                        "is always whole. It must be a regular file or not exist. If the disks cannot be\n"
+                        "asked, tavstrg_pass_success is 0 and no series of a disk is there. Disks are\n"
+                        "labelled with their identity; names and places are labels of\n"
+                        "tavstrg_disk_info alone.\n"
+                        "\nWith --classes the names begin with tavstorage_ and disks are labelled with\n"
+                        "index, serial number and node; tavstorage_collection_success is 0 on failure.\n");
+}
+
+void describeReport(CLI::App &app, RawArguments &raw)
+{
+    raw.report = app.add_subcommand("report", "Write a page that shows the machine, for a browser");
+    raw.report->add_option("FILE", raw.page, "The page, HTML; - for standard output")->required()->type_name("");
+    raw.report->footer("\nThe page is one file that loads nothing else. FILE is written in one step; it\n"
+                       "must be a regular file or not exist. With a book it says since when.\n"
+                       "\nExample: tavstrg report storage.html\n");
 }
 
 void describeDumpState(CLI::App &app, RawArguments &raw)
@@ -221,10 +237,6 @@ void describeDisks(CLI::App &app, RawArguments &raw)
     raw.disk->add_option("ID", arguments.disk, "Its ID, node or serial number")->required()->type_name("");
     raw.disk->footer("\nExample: tavstrg disk /dev/sda\n");
     raw.health = app.add_subcommand("health", "Name the disks that need attention");
-    for (CLI::App *command : {raw.disks, raw.disk, raw.health}) {
-        command->add_option("--book", arguments.book, "Remember the disks in FILE, and say what changed")
-            ->type_name("FILE");
-    }
     raw.health->footer("\nExit status: 0 if no disk needs attention, 3 if one warns, 4 if one fails or does\n"
                        "not answer; 1 if the disks could not be asked, 2 on wrong usage.\n");
 }
@@ -245,15 +257,25 @@ void describeMonitor(CLI::App &app, RawArguments &raw)
     raw.sendEvent->group(""); // for the service alone
 }
 
+void describeBook(RawArguments &raw)
+{
+    for (CLI::App *command : {raw.disks, raw.disk, raw.health, raw.metrics, raw.report}) {
+        command->add_option("--book", raw.arguments.book, "Remember the disks in FILE, and say what changed")
+            ->type_name("FILE");
+    }
+}
+
 void describeCommands(CLI::App &app, RawArguments &raw)
 {
     describeDisks(app, raw);
+    describeReport(app, raw);
     describeAsking(app, raw);
     describeWatch(app, raw);
     describeCheck(app, raw);
     describeMetrics(app, raw);
     describeDumpState(app, raw);
     describeMonitor(app, raw);
+    describeBook(raw);
     for (CLI::App *command : app.get_subcommands([](const CLI::App *) { return true; })) {
         command->fallthrough();
     } // global options may follow the command
@@ -297,6 +319,9 @@ Command commandOf(const RawArguments &raw)
     if (raw.sendEvent->parsed()) {
         return Command::sendEvent;
     }
+    if (raw.report->parsed()) {
+        return Command::report;
+    }
     return raw.call->parsed() ? Command::call : Command::classes;
 }
 
@@ -334,6 +359,20 @@ void takeColumns(const RawArguments &raw, Arguments &arguments)
         knownColumn(arguments.sort);
     }
     arguments.header = !raw.noHeader;
+}
+
+void takePage(const RawArguments &raw, Arguments &arguments)
+{
+    if (!raw.report->parsed()) {
+        return;
+    }
+    if (raw.page.empty()) {
+        throw UsageError("report: FILE must not be empty");
+    }
+    if (arguments.json) {
+        throw UsageError("report: the page is HTML; --json has \"tavstrg --json disks\"");
+    }
+    arguments.output = raw.page == "-" ? "" : raw.page;
 }
 
 std::string rangeWords(const NumberRange &range)
@@ -427,6 +466,12 @@ void checkTogether(const CLI::App &app, const Arguments &arguments)
     if (!arguments.root.empty() && !arguments.machine.empty()) {
         throw UsageError("check: --root and --machine exclude each other");
     }
+    if (!arguments.fromBook.empty() && !arguments.book.empty()) {
+        throw UsageError("metrics: --book and --from-book exclude each other");
+    }
+    if (arguments.ofClasses && !(arguments.book.empty() && arguments.fromBook.empty())) {
+        throw UsageError("metrics: --classes has no book");
+    }
     if (!arguments.state.empty() && arguments.machine.empty()) {
         throw UsageError("--state needs --machine");
     }
@@ -507,6 +552,8 @@ const char *commandName(Command command)
         return "monitor";
     case Command::sendEvent:
         return "send-event";
+    case Command::report:
+        return "report";
     default:
         return "show";
     }
@@ -531,6 +578,7 @@ Parsed parseArguments(int argc, const char *const *argv)
         }
         splitAssignments(raw.assignments, arguments);
         takeColumns(raw, arguments);
+        takePage(raw, arguments);
         arguments.colour = colourOf(raw.colour);
         checkTogether(app, arguments);
         const bool named = arguments.command == Command::enumerate || arguments.command == Command::get ||

@@ -29,6 +29,7 @@ enum class Command {
     disk,
     health,
     monitor,
+    report,
     sendEvent
 };
 
@@ -55,7 +56,9 @@ struct Arguments {
     std::optional<std::string> index;          // get
     std::string method;                        // call
     std::vector<MethodArgument> methodArguments;
-    std::string output;               // metrics: file to write; empty: standard output
+    std::string output;               // metrics, report: file to write; empty: standard output
+    bool ofClasses = false;           // metrics: of the twelve classes instead of the disks
+    std::string fromBook;             // metrics: file whose values are printed; empty: the disks are asked
     std::string file;                 // dumpState: saved-state file
     std::vector<std::string> columns; // disks: names of columns; empty: the usual ones
     std::string sort;                 // disks: column by which is sorted; empty: the kernel's order
@@ -64,11 +67,11 @@ struct Arguments {
     bool csv = false;                 // disks
     bool wide = false;                // disks: 120 columns instead of 80
     std::string disk;                 // disk: ID, node or serial number
-    std::string book;                 // disks, disk, health: file that remembers the disks; empty: none
-    std::string root;                 // check: directory in place of the agent's root; empty: the agent's own
-    std::string config;               // monitor: configuration; empty: the usual file
-    bool checkConfig = false;         // monitor: only the configuration is checked
-    bool once = false;                // monitor: one pass
+    std::string book;         // disks, disk, health, metrics, report: file that remembers the disks; empty: none
+    std::string root;         // check: directory in place of the agent's root; empty: the agent's own
+    std::string config;       // monitor: configuration; empty: the usual file
+    bool checkConfig = false; // monitor: only the configuration is checked
+    bool once = false;        // monitor: one pass
 };
 
 // Either arguments, or what to print and the status to exit with: help and version (kDone, for standard output), or

@@ -145,6 +145,9 @@ TEST(ParseArguments, FilesOfMetricsDumpStateAndCheck)
 {
     EXPECT_EQ(parsed({"metrics"}).command, Command::metrics);
     EXPECT_EQ(parsed({"metrics"}).output, "");
+    EXPECT_FALSE(parsed({"metrics"}).ofClasses);
+    EXPECT_EQ(parsed({"report", "a.html"}).output, "a.html");
+    EXPECT_EQ(parsed({"report", "-"}).output, "") << "standard output";
     EXPECT_EQ(parsed({"metrics", "--output", "a.prom", "--machine", "m.json"}).output, "a.prom");
     EXPECT_EQ(parsed({"dump-state", "--json", "state.dat"}).command, Command::dumpState);
     EXPECT_EQ(parsed({"dump-state", "--json", "state.dat"}).file, "state.dat");
@@ -163,6 +166,7 @@ TEST(ParseArguments, CommandsAreNamedAsTheyAreGiven)
                                                 {"call", "Thread", "StopMonitoringThread"},
                                                 {"check"},
                                                 {"metrics"},
+                                                {"report", "f"},
                                                 {"dump-state", "f"}}) {
         EXPECT_STREQ(commandName(parsed(words).command), words[0]);
     }
@@ -171,7 +175,7 @@ TEST(ParseArguments, CommandsAreNamedAsTheyAreGiven)
 TEST(ParseArguments, HelpFitsAnUsualTerminal)
 {
     for (const char *command :
-         {"", "show", "enum", "get", "call", "classes", "watch", "check", "metrics", "dump-state"}) {
+         {"", "show", "enum", "get", "call", "classes", "watch", "check", "metrics", "report", "dump-state"}) {
         const Parsed help = *command == '\0' ? parse({"--help"}) : parse({command, "--help"});
         std::istringstream lines(help.text);
         for (std::string line; std::getline(lines, line);) {
@@ -190,7 +194,8 @@ TEST(ParseArguments, ColourIsLeftToTheTerminalUnlessToldOtherwise)
 
 TEST(ParseArguments, HelpOfEveryCommandIsForStandardOutput)
 {
-    for (const char *command : {"show", "enum", "get", "call", "classes", "watch", "check", "metrics", "dump-state"}) {
+    for (const char *command :
+         {"show", "enum", "get", "call", "classes", "watch", "check", "metrics", "report", "dump-state"}) {
         const Parsed help = parse({command, "--help"});
         EXPECT_FALSE(help.arguments) << command;
         EXPECT_EQ(help.status, kDone) << command;
@@ -238,27 +243,29 @@ TEST_P(WrongUsages, AreToldInOneLine)
 
 INSTANTIATE_TEST_SUITE_P(
     All, WrongUsages,
-    testing::Values(WrongUsage{{}, "a command is required"}, WrongUsage{{"list"}, "list"},
-                    WrongUsage{{"--json"}, "a command is required"}, WrongUsage{{"show", "extra"}, "extra"},
-                    WrongUsage{{"show", "--unknown"}, "--unknown"}, WrongUsage{{"show", "--machine"}, "--machine"},
-                    WrongUsage{{"show", "enum", "Tape"}, "enum"}, WrongUsage{{"enum"}, "CLASS"},
-                    WrongUsage{{"enum", "Disk"}, "unknown class \"Disk\""}, WrongUsage{{"enum", "Tape", "1"}, "1"},
-                    WrongUsage{{"watch", "--cycle", "9"}, "--cycle"},
-                    WrongUsage{{"watch", "--cycle", "3601"}, "--cycle"},
-                    WrongUsage{{"watch", "--cycle", "soon"}, "--cycle"},
-                    WrongUsage{{"show", "--cycle", "30"}, "--cycle"}, WrongUsage{{"show", "--color=red"}, "--color"},
-                    WrongUsage{{"show", "--color"}, "--color"}, WrongUsage{{"get"}, "CLASS"},
-                    WrongUsage{{"get", "Tape"}, "TAV_StorageTape needs an INDEX"},
-                    WrongUsage{{"get", "Thread", "1"}, "TAV_StorageThread has one instance, without INDEX"},
-                    WrongUsage{{"metrics", "--output"}, "--output"}, WrongUsage{{"metrics", "x"}, "x"},
-                    WrongUsage{{"show", "--output", "f"}, "--output"}, WrongUsage{{"dump-state"}, "FILE"},
-                    WrongUsage{{"dump-state", "f", "g"}, "g"},
-                    WrongUsage{{"check", "--root", "d", "--machine", "m"}, "exclude each other"},
-                    WrongUsage{{"call", "Config"}, "METHOD"},
-                    WrongUsage{{"call", "Tape", "Rewind"}, "TAV_StorageTape has no method \"Rewind\""},
-                    WrongUsage{{"call", "Config", "SetMonitorCycle", "120"}, "\"120\" is not NAME=VALUE"},
-                    WrongUsage{{"call", "Config", "SetMonitorCycle", "=120"}, "\"=120\" is not NAME=VALUE"},
-                    WrongUsage{{"call", "Config", "SetMonitorCycle", "Cycle=120"},
-                               "TAV_StorageConfig.SetMonitorCycle has no argument \"Cycle\""}));
+    testing::Values(
+        WrongUsage{{}, "a command is required"}, WrongUsage{{"list"}, "list"},
+        WrongUsage{{"--json"}, "a command is required"}, WrongUsage{{"show", "extra"}, "extra"},
+        WrongUsage{{"show", "--unknown"}, "--unknown"}, WrongUsage{{"show", "--machine"}, "--machine"},
+        WrongUsage{{"show", "enum", "Tape"}, "enum"}, WrongUsage{{"enum"}, "CLASS"},
+        WrongUsage{{"enum", "Disk"}, "unknown class \"Disk\""}, WrongUsage{{"enum", "Tape", "1"}, "1"},
+        WrongUsage{{"watch", "--cycle", "9"}, "--cycle"}, WrongUsage{{"watch", "--cycle", "3601"}, "--cycle"},
+        WrongUsage{{"watch", "--cycle", "soon"}, "--cycle"}, WrongUsage{{"show", "--cycle", "30"}, "--cycle"},
+        WrongUsage{{"show", "--color=red"}, "--color"}, WrongUsage{{"show", "--color"}, "--color"},
+        WrongUsage{{"get"}, "CLASS"}, WrongUsage{{"get", "Tape"}, "TAV_StorageTape needs an INDEX"},
+        WrongUsage{{"get", "Thread", "1"}, "TAV_StorageThread has one instance, without INDEX"},
+        WrongUsage{{"metrics", "--output"}, "--output"}, WrongUsage{{"metrics", "x"}, "x"},
+        WrongUsage{{"metrics", "--book", "b", "--from-book", "b"}, "exclude each other"},
+        WrongUsage{{"metrics", "--classes", "--book", "b"}, "--classes has no book"}, WrongUsage{{"report"}, "FILE"},
+        WrongUsage{{"report", ""}, "FILE must not be empty"}, WrongUsage{{"--json", "report", "f"}, "--json disks"},
+        WrongUsage{{"show", "--output", "f"}, "--output"}, WrongUsage{{"dump-state"}, "FILE"},
+        WrongUsage{{"dump-state", "f", "g"}, "g"},
+        WrongUsage{{"check", "--root", "d", "--machine", "m"}, "exclude each other"},
+        WrongUsage{{"call", "Config"}, "METHOD"},
+        WrongUsage{{"call", "Tape", "Rewind"}, "TAV_StorageTape has no method \"Rewind\""},
+        WrongUsage{{"call", "Config", "SetMonitorCycle", "120"}, "\"120\" is not NAME=VALUE"},
+        WrongUsage{{"call", "Config", "SetMonitorCycle", "=120"}, "\"=120\" is not NAME=VALUE"},
+        WrongUsage{{"call", "Config", "SetMonitorCycle", "Cycle=120"},
+                   "TAV_StorageConfig.SetMonitorCycle has no argument \"Cycle\""}));
 
 } // namespace

@@ -43,7 +43,7 @@ protected:
 
 TEST_P(Cause, OfAFailedCollectionIsInItsMessage)
 {
-    for (const auto &words : {std::vector<std::string>{"show"}, {"metrics"}, {"enum", "HardDisk"}}) {
+    for (const auto &words : {std::vector<std::string>{"show"}, {"metrics", "--classes"}, {"enum", "HardDisk"}}) {
         std::vector<std::string> all = {"--machine", machine()};
         all.insert(all.end(), words.begin(), words.end());
         const Finished finished = run(all);
@@ -125,12 +125,13 @@ protected:
 
 TEST_F(ThisMachine, ReadingLeavesTheAgentsFilesAsTheyAre)
 {
-    const Finished finished = runIn("look() { find /opt -printf '%p %i %T@ %s\\n' | sort; ipcs -m; }; "
-                                    "$tool call Config SetMonitorCycle MonitorCycle=120; look >$TMPDIR/before; "
-                                    "for words in show metrics 'get Config' 'enum Controller' check; do "
-                                    "$tool $words >>$TMPDIR/out 2>&1 || true; done; "
-                                    "look >$TMPDIR/after; cmp $TMPDIR/before $TMPDIR/after; "
-                                    "grep -q tavstrgsave.dat $TMPDIR/before; cat $TMPDIR/out; rm $TMPDIR/*");
+    const Finished finished =
+        runIn("look() { find /opt -printf '%p %i %T@ %s\\n' | sort; ipcs -m; }; "
+              "$tool call Config SetMonitorCycle MonitorCycle=120; look >$TMPDIR/before; "
+              "for words in show 'metrics --classes' metrics 'get Config' 'enum Controller' check; do "
+              "$tool $words >>$TMPDIR/out 2>&1 || true; done; "
+              "look >$TMPDIR/after; cmp $TMPDIR/before $TMPDIR/after; "
+              "grep -q tavstrgsave.dat $TMPDIR/before; cat $TMPDIR/out; rm $TMPDIR/*");
     EXPECT_EQ(finished.status, 0) << finished.out << finished.err;
     EXPECT_THAT(finished.out, HasSubstr("Storage of this machine")) << finished.err;
     EXPECT_THAT(finished.out, testing::ContainsRegex("MonitorCycle +120"));

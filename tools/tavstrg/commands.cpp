@@ -5,6 +5,7 @@
 #include "tavstrg/cause.h"
 #include "tavstrg/check.h"
 #include "tavstrg/collection.h"
+#include "tavstrg/disk_metrics.h"
 #include "tavstrg/disks.h"
 #include "tavstrg/failure.h"
 #include "tavstrg/json.h"
@@ -127,9 +128,18 @@ Outcome explained(const std::function<Outcome()> &work)
     return outcome;
 }
 
-bool isAboutDisks(Command command)
+// Whether the command asks the disks themselves, without the provider.
+bool isAboutDisks(const Arguments &arguments)
 {
-    return command == Command::disks || command == Command::disk || command == Command::health;
+    switch (arguments.command) {
+    case Command::disks:
+    case Command::disk:
+    case Command::health:
+    case Command::report:
+        return true;
+    default:
+        return arguments.command == Command::metrics && !arguments.ofClasses;
+    }
 }
 
 Outcome work(const Arguments &arguments, const TextStyle &style, Surroundings &surroundings)
@@ -141,7 +151,7 @@ Outcome work(const Arguments &arguments, const TextStyle &style, Surroundings &s
         if (arguments.command == Command::check) {
             return check(arguments, style);
         }
-        if (isAboutDisks(arguments.command)) {
+        if (isAboutDisks(arguments)) {
             return runDisks(arguments, style);
         }
         SmartReadings readings;
@@ -151,13 +161,13 @@ Outcome work(const Arguments &arguments, const TextStyle &style, Surroundings &s
     });
 }
 
-Use useOf(Command command)
+Use useOf(const Arguments &arguments)
 {
-    switch (command) {
+    if (isAboutDisks(arguments)) {
+        return Use::none;
+    }
+    switch (arguments.command) {
     case Command::check:
-    case Command::disks:
-    case Command::disk:
-    case Command::health:
     case Command::monitor:
     case Command::sendEvent:
         return Use::none;
@@ -192,7 +202,7 @@ void refuseUselessCall(const Arguments &arguments)
 
 Outcome askSupervised(const Arguments &arguments, const TextStyle &style)
 try {
-    Surroundings surroundings(arguments, useOf(arguments.command));
+    Surroundings surroundings(arguments, useOf(arguments));
     const bool graceful = arguments.command == Command::watch || arguments.command == Command::call;
     return supervised([&] { return work(arguments, style, surroundings); },
                       graceful ? Ending::graceful : Ending::atOnce,
@@ -212,8 +222,16 @@ Outcome askForMetrics(const Arguments &arguments, const TextStyle &style)
         outcome = askSupervised(arguments, style);
     }
     if (outcome.status != kDone && !outcome.error.empty()) {
-        outcome.output = metricsOutput(metricsOfFailure(collection), arguments);
+        outcome.output = metricsOutput(arguments.ofClasses ? metricsOfFailure(collection)
+                                                           : diskMetrics({}, {false, collection.seconds, {}}),
+                                       arguments);
     }
+    return outcome;
+}
+
+// Into the file that was named; only metrics and report have one.
+Outcome intoFile(Outcome outcome, const Arguments &arguments)
+{
     if (!arguments.output.empty() && !outcome.output.empty()) {
         writeWhole(arguments.output, outcome.output);
         outcome.output.clear();
@@ -231,10 +249,12 @@ Outcome ask(const Arguments &arguments, const TextStyle &style)
     }
     const SignalsWait signals;
     if (arguments.command == Command::monitor || arguments.command == Command::sendEvent) {
-        Surroundings surroundings(arguments, useOf(arguments.command));
+        Surroundings surroundings(arguments, useOf(arguments));
         return arguments.command == Command::monitor ? monitor::run(arguments, surroundings) : monitor::sendEvent();
     }
-    return arguments.command == Command::metrics ? askForMetrics(arguments, style) : askSupervised(arguments, style);
+    return intoFile(arguments.command == Command::metrics ? askForMetrics(arguments, style)
+                                                          : askSupervised(arguments, style),
+                    arguments);
 }
 
 } // namespace

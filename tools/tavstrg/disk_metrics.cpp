@@ -78,7 +78,9 @@ void addPass(std::vector<Metric> &metrics, const Disks &disks, const PassFigures
 {
     metrics.push_back(single("tavstrg_build_info", "Version of the program. Always 1.", 1, {{"version", TAV_VERSION}}));
     metrics.push_back(single("tavstrg_pass_success", "Whether the last pass over the disks succeeded.", pass.success));
-    metrics.push_back(single("tavstrg_pass_duration_seconds", "Duration of the last pass.", pass.seconds));
+    if (pass.seconds) {
+        metrics.push_back(single("tavstrg_pass_duration_seconds", "Duration of the last pass.", *pass.seconds));
+    }
     if (pass.lastSuccess) {
         metrics.push_back(single("tavstrg_last_success_timestamp_seconds",
                                  "End of the last pass that succeeded, in seconds since 1970.",

@@ -7,6 +7,7 @@
 #include "disks/disk.h"
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -16,7 +17,7 @@ namespace tool {
 // A pass over the disks, as it is published.
 struct PassFigures {
     bool success = false;                            // of the last pass
-    double seconds = 0;                              // its duration
+    std::optional<double> seconds = {};              // its duration; absent: not known
     tavstrg::disks::Maybe<int64_t> lastSuccess = {}; // end of the last pass that succeeded, seconds since 1970
 };
 

@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tavstrg/disks.h"
 
+#include "tavstrg/collection.h"
+#include "tavstrg/disk_metrics.h"
 #include "tavstrg/disk_text.h"
 #include "tavstrg/failure.h"
+#include "tavstrg/json.h"
 #include "tavstrg/nearest.h"
+#include "tavstrg/report.h"
 #include "tavstrg/words.h"
 
 #include "disks/book/book_file.h"
@@ -181,6 +185,19 @@ Outcome health(const DiskReport &report, const Arguments &arguments, const TextS
     return {statusOfDisks(report.disks), arguments.json ? diskHealthJson(report) : diskHealthText(report, style), ""};
 }
 
+Outcome metrics(const DiskReport &report, const Arguments &arguments)
+{
+    if (!report.permitted) {
+        throw Failure("metrics: " + note(report));
+    }
+    PassFigures pass{true, report.collection.seconds, someOf(static_cast<int64_t>(report.collection.time))};
+    if (!arguments.fromBook.empty()) {
+        pass.seconds.reset(); // the book does not know it
+    }
+    const std::vector<Metric> metrics = diskMetrics(report.disks, pass);
+    return {kDone, arguments.json ? metricsJson(metrics) : metricsText(metrics), ""};
+}
+
 } // namespace
 
 std::string eventWords(const Event &event)
@@ -260,11 +277,15 @@ DiskReport collectDisks(const Arguments &arguments)
     DiskReport report;
     report.machine = std::filesystem::path(arguments.machine).filename().string();
     Array<Disk> disks;
-    const FindResult result = findDisks(disks);
-    if (result == FindResult::noMemory) {
-        throw Failure("disks: not enough memory to find them");
+    FindResult result{};
+    {
+        const Stopwatch stopwatch(report.collection);
+        result = findDisks(disks);
+        if (result == FindResult::noMemory) {
+            throw Failure("disks: not enough memory to find them");
+        }
+        askAll(disks);
     }
-    askAll(disks);
     if (!arguments.book.empty()) {
         remember(disks, arguments, report);
     }
@@ -279,12 +300,16 @@ DiskReport collectDisks(const Arguments &arguments)
 
 Outcome runDisks(const Arguments &arguments, const TextStyle &style)
 {
-    const DiskReport report = collectDisks(arguments);
+    const DiskReport report = arguments.fromBook.empty() ? collectDisks(arguments) : savedDisks(arguments);
     switch (arguments.command) {
     case Command::disk:
         return one(report, arguments, style);
     case Command::health:
         return health(report, arguments, style);
+    case Command::metrics:
+        return metrics(report, arguments);
+    case Command::report:
+        return {kDone, reportPage(report), ""};
     default:
         return list(report, arguments, style);
     }

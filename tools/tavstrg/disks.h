@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// The disks of the machine, whatever their bus: "tavstrg disks", "tavstrg disk" and "tavstrg health". They need no
+// The disks of the machine, whatever their bus: "tavstrg disks", "disk", "health", "metrics" and "report". They need no
 // provider and no agent.
 #pragma once
 
 #include "tavstrg/arguments.h"
 #include "tavstrg/commands.h"
+#include "tavstrg/inventory.h"
 #include "tavstrg/text.h"
 
 #include "disks/book/book.h"
@@ -27,13 +28,17 @@ struct DiskReport {
     std::vector<Disk> disks;        // in the kernel's order
     std::string explanation;        // why there is no disk; empty where there is one
     std::vector<std::string> notes; // what could not be seen, and why
+    Collection collection;          // when they were asked, and how long it took; from a book: when it was saved
     bool permitted = true; // false: nothing can be said, as no disk can be seen, or asked for want of permission
 };
 
 // Finds and asks all disks. Throws Failure if memory is short.
 DiskReport collectDisks(const Arguments &arguments);
 
-// Runs one of the three commands. Throws Failure.
+// All disks with what a book remembers of them; no disk is asked, and the book stays as it is. Throws Failure.
+DiskReport savedDisks(const Arguments &arguments);
+
+// Runs one of the commands. Throws Failure.
 Outcome runDisks(const Arguments &arguments, const TextStyle &style);
 
 // An event in words, as one line without a stop: "sda, serial S1: failing, predicts its failure".

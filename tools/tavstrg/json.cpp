@@ -169,13 +169,13 @@ namespace {
 
 constexpr bool kOnlyAscii = true; // a terminal may take other characters for controls
 
+} // namespace
+
 std::string hostName()
 {
     utsname name = {};
     return uname(&name) == 0 ? name.nodename : "";
 }
-
-} // namespace
 
 std::string utcTime(double seconds)
 {

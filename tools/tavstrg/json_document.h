@@ -19,6 +19,7 @@ constexpr int kJsonFormatVersion = 1;
 // A new document: formatVersion, command, and by whom, where and when it was made.
 Json document(const char *command);
 
+std::string hostName();              // of the system that runs the tool
 double secondsNow();                 // since 1970
 std::string utcTime(double seconds); // "2026-01-31T23:59:58.123Z"
 

@@ -117,6 +117,7 @@ TEST_F(BesideAMonitor, ReadingCommandsLeaveStateKeyFilesAndSegmentsAsTheyAre)
     EXPECT_THAT(segments, Not(IsEmpty()));
     for (const auto &words : {std::vector<std::string>{"show"},
                               {"metrics"},
+                              {"metrics", "--classes"},
                               {"enum", "HardDisk"},
                               {"get", "Config"},
                               {"check"},
@@ -144,7 +145,7 @@ TEST_F(BesideAMonitor, AFailureBetweenTwoWatchesIsAlertedThoughItWasShown)
     }
     write("small.json", smallMachine(true));
     EXPECT_THAT(run(withState({"show"})).out, HasSubstr("FAIL"));
-    EXPECT_EQ(run(withState({"metrics"})).status, 0);
+    EXPECT_EQ(run(withState({"metrics", "--classes"})).status, 0);
     Running watch(watchWords(), environment());
     EXPECT_TRUE(watch.says("SMART predicts failure"));
     watch.send(SIGINT);
@@ -237,8 +238,10 @@ TEST_F(OneCollection, IsAllThatTheInventoryTakes)
 
 TEST_F(OneCollection, IsAllThatEachCommandTraces)
 {
-    for (const auto &words :
-         {std::vector<std::string>{"show"}, {"metrics"}, {"enum", "SCSIDevice"}, {"get", "HardDisk", "1"}}) {
+    for (const auto &words : {std::vector<std::string>{"show"},
+                              {"metrics", "--classes"},
+                              {"enum", "SCSIDevice"},
+                              {"get", "HardDisk", "1"}}) {
         std::vector<std::string> all = {kTool, "--machine", TAV_SOURCE_DIR "/examples/machines/server.json", "--trace"};
         all.insert(all.end(), words.begin(), words.end());
         const Finished finished = runProgram(all, {"LC_ALL=C"});

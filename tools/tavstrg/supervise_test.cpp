@@ -73,8 +73,8 @@ TEST_P(HungDisk, DoesNotKeepACommandFromEnding)
 INSTANTIATE_TEST_SUITE_P(
     Commands, HungDisk,
     testing::Values(Hung{"Show", {"show"}, SIGINT, 0}, Hung{"ShowOnTerminal", {"show"}, SIGINT, 0},
-                    Hung{"Metrics", {"metrics"}, SIGTERM, 0}, Hung{"Enum", {"enum", "HardDisk"}, SIGHUP, 0},
-                    Hung{"Get", {"get", "HardDisk", "1"}, SIGTERM, 0},
+                    Hung{"Metrics", {"metrics", "--classes"}, SIGTERM, 0},
+                    Hung{"Enum", {"enum", "HardDisk"}, SIGHUP, 0}, Hung{"Get", {"get", "HardDisk", "1"}, SIGTERM, 0},
                     Hung{"Call", {"call", "Config", "SetMonitorCycle", "MonitorCycle=120"}, SIGTERM, 0},
                     Hung{"Watch", {"watch"}, SIGTERM, 0}, Hung{"Check", {"check"}, SIGINT, 0}),
     [](const auto &test) { return std::string(test.param.name); });

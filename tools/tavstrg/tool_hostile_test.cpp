@@ -89,7 +89,7 @@ TEST_F(HostileText, OfDevicesAndFilesIsEscapedInEveryOutput)
                                                    {"show", "--verbose"},
                                                    {"enum", "SCSIDevice"},
                                                    {"get", "SCSIDevice", "1"},
-                                                   {"metrics"},
+                                                   {"metrics", "--classes"},
                                                    {"check"},
                                                    {"get", "--raw", "N" + hostile},
                                                    {"enum", "--raw", "N" + hostile}}) {

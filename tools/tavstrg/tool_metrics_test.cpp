@@ -57,7 +57,8 @@ private:
             return begin(line.substr(kHelp.size()));
         }
         if (line.starts_with(kType)) {
-            const bool due = !typed_ && line.substr(kType.size()) == metric_ + " gauge";
+            const bool due =
+                !typed_ && line.substr(kType.size()) == metric_ + (metric_.ends_with("_total") ? " counter" : " gauge");
             typed_ = true;
             return due ? nullptr : "no TYPE is due here";
         }
@@ -145,7 +146,8 @@ TEST_F(MetricsTool, PrintsTheTextFormatOfEveryMachine)
 {
     for (const char *machine : {"failing", "ide", "empty"}) {
         const Finished finished =
-            run({"--machine", std::string(TAV_SOURCE_DIR "/examples/machines/") + machine + ".json", "metrics"});
+            run({"--machine", std::string(TAV_SOURCE_DIR "/examples/machines/") + machine + ".json", "metrics",
+                 "--classes"});
         EXPECT_EQ(finished.status, 0) << finished.err;
         EXPECT_EQ(finished.err, "");
         Exposition exposition;
@@ -161,7 +163,7 @@ TEST_F(MetricsTool, LabelsAreEscaped)
     std::string machine = kSmallMachine;
     const std::string name = "SMALL DISK";
     machine.replace(machine.find(name), name.size(), R"(A\\B\"C}, d=)");
-    const Finished finished = run({"--machine", write("odd.json", machine), "metrics"});
+    const Finished finished = run({"--machine", write("odd.json", machine), "metrics", "--classes"});
     EXPECT_EQ(finished.status, 0) << finished.err;
     Exposition exposition;
     EXPECT_EQ(exposition.read(finished.out), "");
@@ -176,7 +178,7 @@ TEST_F(MetricsTool, WithOutputTheFileIsReplacedInOneStepAndReadableByAll)
     const std::string path = write("collector/storage.prom", "old\n");
     std::ifstream reader(path); // began before
     const mode_t before = umask(077);
-    const Finished finished = runSmall({"metrics", "--output", path});
+    const Finished finished = runSmall({"metrics", "--classes", "--output", path});
     umask(before);
     EXPECT_EQ(finished.status, 0) << finished.err;
     EXPECT_EQ(finished.out + finished.err, "");
@@ -200,7 +202,8 @@ TEST_F(MetricsTool, AFailedCollectionIsPublished)
     std::string broken = kSmallMachine;
     const std::string ata = "\"ata\": true, ";
     broken.erase(broken.find(ata), ata.size());
-    const Finished finished = run({"--machine", write("broken.json", broken), "metrics", "--output", path});
+    const Finished finished =
+        run({"--machine", write("broken.json", broken), "metrics", "--classes", "--output", path});
     EXPECT_EQ(finished.status, 1);
     EXPECT_THAT(finished.err, testing::MatchesRegex("tavstrg: TAV_Storage[^\n]+\n"));
     Exposition exposition;
@@ -212,7 +215,8 @@ TEST_F(MetricsTool, AFailedCollectionIsPublished)
 TEST_F(MetricsTool, AFailureBeforeTheCollectionIsPublished)
 {
     const std::string path = write("storage.prom", "old\n");
-    const Finished finished = runSmall({"--provider", "/nonexistent/provider.so", "metrics", "--output", path});
+    const Finished finished =
+        runSmall({"--provider", "/nonexistent/provider.so", "metrics", "--classes", "--output", path});
     EXPECT_EQ(finished.status, 1);
     EXPECT_THAT(finished.err, HasSubstr("cannot load /nonexistent/provider.so"));
     Exposition exposition;
@@ -230,6 +234,68 @@ TEST_F(MetricsTool, AFileThatCannotBeReplacedIsAFailure)
     EXPECT_EQ(runSmall({"metrics", "--output", taken}).err, "tavstrg: " + taken + ": Is a directory\n");
     EXPECT_EQ(std::distance(fs::directory_iterator(directory_ / "collector"), {}), 1);
     EXPECT_EQ(std::distance(fs::directory_iterator(directory_), {}), 3) << "no temporary file is left";
+}
+
+// ---- the disks themselves ----
+
+TEST_F(MetricsTool, DisksAreLabelledWithTheirIdentityAndKeepItUnderAnotherName)
+{
+    const std::string before = runSmall({"metrics"}).out;
+    Exposition exposition;
+    EXPECT_EQ(exposition.read(before), "");
+    EXPECT_EQ(exposition.value("tavstrg_pass_success"), 1);
+    EXPECT_EQ(exposition.value("tavstrg_disks"), 1);
+    const std::string good = "tavstrg_disk_health{disk=\"serial.ATA_SMALL_DISK.SER-1\",state=\"good\"}";
+    EXPECT_EQ(exposition.value(good), 1) << before;
+    write("small.json", R"({"hosts": [{"driver": "ahci", "devices": [{"ata": true, "model": "M", "serial": "SER-0"},
+        {"id": 1, "ata": true, "model": "SMALL DISK", "serial": "SER-1"}]}]})");
+    const std::string after = runSmall({"metrics"}).out;
+    Exposition moved;
+    EXPECT_EQ(moved.read(after), "");
+    EXPECT_EQ(moved.value(good), 1) << after;
+    EXPECT_THAT(after, HasSubstr("disk=\"serial.ATA_SMALL_DISK.SER-1\",name=\"sdb\""));
+}
+
+TEST_F(MetricsTool, DisksThatNobodyMayAskAreAFailedPass)
+{
+    const std::string path = write("storage.prom", "old\n");
+    const std::string machine = write("closed.json", R"({"hosts": [{"driver": "ahci", "devices": [
+        {"ata": true, "model": "M", "serial": "S", "openError": "EACCES"}]}]})");
+    const Finished finished = run({"--machine", machine, "metrics", "--output", path});
+    EXPECT_EQ(finished.status, 1);
+    EXPECT_EQ(finished.err, "tavstrg: metrics: 1 disk could not be asked: that needs root.\n");
+    Exposition exposition;
+    EXPECT_EQ(exposition.read(contentOf(path)), "");
+    EXPECT_EQ(exposition.value("tavstrg_pass_success"), 0);
+    EXPECT_THAT(contentOf(path), testing::Not(HasSubstr("disk=")));
+}
+
+// A disk that hangs, or sleeps, is not touched: the values are those of the last pass.
+TEST_F(MetricsTool, FromABookNoDiskIsAskedAndTheBookStaysAsItIs)
+{
+    const std::string book = (directory_ / "book").string();
+    const std::string asked = runSmall({"metrics", "--book", book}).out;
+    const std::string content = contentOf(book);
+    std::string machine = kSmallMachine;
+    const std::string ata = "\"ata\": true, ";
+    machine.replace(machine.find(ata), ata.size(), ata + "\"openError\": \"EIO\", ");
+    write("small.json", machine);
+    const Finished finished = runSmall({"metrics", "--from-book", book});
+    EXPECT_EQ(finished.status, 0) << finished.err;
+    const auto values = [](const std::string &text) { return text.substr(text.find("# HELP tavstrg_disks ")); };
+    EXPECT_EQ(values(finished.out), values(asked));
+    EXPECT_EQ(contentOf(book), content);
+    EXPECT_THAT(runSmall({"metrics"}).out, HasSubstr("state=\"unreadable\"} 1\n"));
+}
+
+TEST_F(MetricsTool, FromADamagedBookIsAFailureThatLeavesIt)
+{
+    const std::string book = write("book", "damaged");
+    const Finished finished = runSmall({"metrics", "--from-book", book});
+    EXPECT_EQ(finished.status, 1);
+    EXPECT_EQ(finished.err, "tavstrg: " + book + ": is no book of disks, or damaged\n");
+    EXPECT_THAT(finished.out, HasSubstr("tavstrg_pass_success 0\n"));
+    EXPECT_EQ(contentOf(book), "damaged");
 }
 
 } // namespace

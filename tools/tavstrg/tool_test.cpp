@@ -158,7 +158,7 @@ TEST_F(Tool, DisksThatAreNotAskedAreNotCalledGood)
     EXPECT_THAT(text, testing::Not(HasSubstr("good")));
     const json disk = json::parse(runSmall({"--state", state, "--json", "show"}).out)["controllers"][0]["devices"][0];
     EXPECT_EQ(disk["hardDisk"]["smart"]["state"], "notAsked");
-    EXPECT_THAT(runSmall({"--state", state, "metrics"}).out, HasSubstr("state=\"not_asked\"} 1\n"));
+    EXPECT_THAT(runSmall({"--state", state, "metrics", "--classes"}).out, HasSubstr("state=\"not_asked\"} 1\n"));
 }
 
 TEST_F(Tool, EnumPrintsEveryInstance)

@@ -90,8 +90,19 @@ void exchangeReadings(BookEntry &entry, Disk &disk, bool asked)
     disk.lastAsked = entry.lastAsked;
 }
 
+// Sleep heals no disk: an alert about one that fails would end whenever it falls asleep.
+void keepBadHealth(const BookEntry &entry, Disk &disk)
+{
+    const bool bad = entry.health.state == HealthState::failing || entry.health.state == HealthState::warning;
+    if (bad && disk.health.state == HealthState::asleep) {
+        disk.health = entry.health;
+    }
+}
+
 bool enterDisk(BookEntry &entry, Disk &disk, int64_t now, Array<Event> &events)
 {
+    const bool asked = isVerdict(disk.health.state);
+    keepBadHealth(entry, disk);
     copyText(entry.id, disk.id);
     copyText(entry.name, disk.name);
     copyText(entry.model, disk.model);
@@ -103,7 +114,7 @@ bool enterDisk(BookEntry &entry, Disk &disk, int64_t now, Array<Event> &events)
     entry.lastSeen = now;
     entry.health = disk.health;
     entry.health.since.set(since);
-    exchangeReadings(entry, disk, isVerdict(disk.health.state));
+    exchangeReadings(entry, disk, asked);
     disk.health.since.set(since);
     disk.firstSeen.set(entry.firstSeen);
     // Neither sleep nor a missing permission says anything about the disk.

@@ -51,7 +51,8 @@ struct Book {
 };
 
 // Takes a pass over: enters what was found, gives the disks what the book knows (firstSeen, health.since, and, where a
-// disk was not asked or did not answer, its last readings and lastAsked), and appends events in the order of the disks.
+// disk was not asked or did not answer, its last readings and lastAsked; one that fell asleep with a warning or failing
+// is so still), and appends events in the order of the disks.
 // The ids of the disks differ. False if memory is short: book and disks are then to be dropped.
 bool enterPass(Book &book, Array<Disk> &disks, int64_t now, Array<Event> &events);
 

@@ -138,6 +138,27 @@ TEST(Book, SleepingDiskKeepsItsLastReadings)
     EXPECT_EQ(after[0].lastAsked.value, 1000);
 }
 
+// An alert about it would end with each sleep, and come back.
+TEST(Book, SleepHealsNoDisk)
+{
+    Book book;
+    std::vector<Disk> after;
+    for (const HealthState bad : {HealthState::failing, HealthState::warning}) {
+        enter(book, {diskOf("a", bad)}, 10);
+        Disk asleep = diskOf("a", HealthState::asleep);
+        asleep.lastAsked = {};
+        for (const int64_t time : {20, 30}) {
+            EXPECT_EQ(enter(book, {asleep}, time, &after), "");
+            EXPECT_EQ(after[0].health.state, bad);
+            EXPECT_EQ(after[0].health.since.value, 10);
+            EXPECT_EQ(after[0].lastAsked.value, 1000) << "it was not asked";
+        }
+        EXPECT_EQ(enter(book, {diskOf("a")}, 10), "good a");
+    }
+    enter(book, {diskOf("a", HealthState::asleep)}, 40, &after);
+    EXPECT_EQ(after[0].health.state, HealthState::asleep) << "a good one sleeps";
+}
+
 TEST(Book, DisksThatWentAreForgottenInTheEnd)
 {
     Book book;

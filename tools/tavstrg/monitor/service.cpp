@@ -177,7 +177,7 @@ Standing Service::standing() const
     Standing standing;
     standing.disks = summary_;
     standing.success = figures_.success;
-    standing.seconds = figures_.seconds;
+    standing.seconds = figures_.seconds.value_or(0);
     standing.waiting = deliveries_.open();
     for (const auto &[subject, text] : said_) {
         if (!text.empty()) {
