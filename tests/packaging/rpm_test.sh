@@ -28,11 +28,11 @@ ask --requires "${file[tavstrg-provider]}" | grep '^libc\.so\.6' >/dev/null || f
 
 for pair in provider:tavstrg-provider tools:tavstrg agent:tavstrg-devel-agent; do
     listed=$(ask --qf '[%{FILEMODES:perms} %{FILEUSERNAME}/%{FILEGROUPNAME} %{FILENAMES}\n]' "${file[${pair#*:}]}")
-    same "owners and kinds in ${pair#*:}" "" "$(grep -vE '^[d-]r[w-][x-]r-[x-]r-[x-] root/root /usr/' <<<"$listed" || true)"
+    same "owners and kinds in ${pair#*:}" "" "$(grep -vE '^[d-]r[w-][x-]r-[x-]r-[x-] root/root /(usr|etc)/' <<<"$listed" || true)"
     same "directories of other packages in ${pair#*:}" "" "$(grep '^d' <<<"$listed" | grep -vE '/(tavstrg[a-z-]*|sfcb)(/|$)' || true)"
     same "modes of libraries in ${pair#*:}" "" "$(grep '\.so$' <<<"$listed" | grep -v '^-rwxr-xr-x' || true)"
     files=$(awk '/^-/ { print ($1 ~ /x/ && $3 !~ /\.so$/ ? 755 : 644), $3 }' <<<"$listed" |
-        sed 's,/usr/,,; s,machines/.*,machines/*.json,; s,lib64/sfcb,lib/sfcb,' | sort -u -k 2)
+        sed 's,/usr/,,; s, /etc/, etc/,; s,machines/.*,machines/*.json,; s,lib64/sfcb,lib/sfcb,' | sort -u -k 2)
     same "files of ${pair#*:}" "$(expected_files "${pair%:*}")" "$files"
 done
 [ "$(getconf LONG_BIT)" != 64 ] || ask -l "${file[tavstrg-provider]}" | grep '^/usr/lib64/sfcb/lib' >/dev/null ||
@@ -41,7 +41,7 @@ done
 root=$work/root
 make_root "$root" 0
 # Directories of the system's own packages, and those that rpm creates.
-mkdir -p "$root"/{usr/{sbin,lib,lib64,libexec,share/{bash-completion/completions,doc,man/{man5,man8},zsh/site-functions}},var/tmp}
+mkdir -p "$root"/{etc,usr/{sbin,lib/systemd/system,lib64,libexec,share/{bash-completion/completions,doc,man/{man5,man8},zsh/site-functions}},var/tmp}
 before=$(everything_in "$root")
 # Without dependencies: the database of the new root contains no packages.
 in_root() {
