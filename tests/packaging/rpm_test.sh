@@ -20,7 +20,7 @@ version=$(ask --qf '%{VERSION}' "${file[tavstrg]}")
 for name in "${!file[@]}"; do
     same "head of $name" "$version Apache-2.0 $(uname -m)" "$(ask --qf '%{VERSION} %{LICENSE} %{ARCH}' "${file[$name]}")"
     [[ $(ask --qf '%{SUMMARY}' "${file[$name]}") =~ ^[A-Z].{20,80}$ ]] || fail "summary of $name"
-    same "what $name provides to other packages" "$name" "$(ask --provides "${file[$name]}" | sed 's/[ (].*//' | sort -u)"
+    same "what $name provides to other packages" "$name" "$(ask --provides "${file[$name]}" | grep -v '^config(' | sed 's/[ (].*//' | sort -u)"
     same "required private libraries of $name" "" "$(ask --requires "${file[$name]}" | grep '^libtav' || true)"
 done
 same "other requirements of the tool" "tavstrg-provider = $version" "$(ask --requires "${file[tavstrg]}" | grep '^tavstrg')"

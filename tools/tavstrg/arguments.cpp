@@ -249,10 +249,11 @@ void describeMonitor(CLI::App &app, RawArguments &raw)
         ->type_name("FILE");
     raw.monitor->add_flag("--check", arguments.checkConfig, "Only check the configuration and what it names");
     raw.monitor->add_flag("--once", arguments.once, "One pass and its events, then exit");
-    raw.monitor->footer("\nAsks every disk on a cycle, and when one comes or goes. What happens to a disk is\n"
-                        "reported once: to the journal, to executables, to a file, to the agent. Metrics\n"
-                        "go to a file for the node exporter. SIGHUP reads the configuration again. With\n"
-                        "--machine it needs --config, with files of its own. See tavstrg-monitor(8).\n");
+    raw.monitor->footer("\nAsks every disk on a cycle, and when one comes or goes. What happens to a disk\n"
+                        "is reported once: to the journal, to executables, to a file, to the agent.\n"
+                        "Metrics go to a file for the node exporter. SIGHUP reads the configuration\n"
+                        "again. With --machine it needs --config, with files of its own. The manual\n"
+                        "page is tavstrg-monitor(8).\n");
     raw.sendEvent = app.add_subcommand("send-event", "Send the event in the environment to the agent");
     raw.sendEvent->group(""); // for the service alone
 }
