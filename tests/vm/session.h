@@ -55,5 +55,7 @@ void hotplug();
 void sleeping();
 // The phase of the tool's disks.
 void disks();
+// The phase of the monitoring service.
+void service();
 
 } // namespace vm

@@ -79,7 +79,6 @@ struct RawArguments {
     CLI::App *disk = nullptr;
     CLI::App *health = nullptr;
     CLI::App *monitor = nullptr;
-    CLI::App *sendEvent = nullptr;
     CLI::App *report = nullptr;
     std::string page;
     std::string columns;
@@ -254,8 +253,7 @@ void describeMonitor(CLI::App &app, RawArguments &raw)
                         "Metrics go to a file for the node exporter. SIGHUP reads the configuration\n"
                         "again. With --machine it needs --config, with files of its own. The manual\n"
                         "page is tavstrg-monitor(8).\n");
-    raw.sendEvent = app.add_subcommand("send-event", "Send the event in the environment to the agent");
-    raw.sendEvent->group(""); // for the service alone
+    raw.monitor->add_flag("--send-event", arguments.sendEvent)->group(""); // for the service itself
 }
 
 void describeBook(RawArguments &raw)
@@ -316,9 +314,6 @@ Command commandOf(const RawArguments &raw)
     }
     if (raw.monitor->parsed()) {
         return Command::monitor;
-    }
-    if (raw.sendEvent->parsed()) {
-        return Command::sendEvent;
     }
     if (raw.report->parsed()) {
         return Command::report;
@@ -476,7 +471,8 @@ void checkTogether(const CLI::App &app, const Arguments &arguments)
     if (!arguments.state.empty() && arguments.machine.empty()) {
         throw UsageError("--state needs --machine");
     }
-    if (arguments.command == Command::monitor && !arguments.machine.empty() && arguments.config.empty()) {
+    if (arguments.command == Command::monitor && !arguments.sendEvent && !arguments.machine.empty() &&
+        arguments.config.empty()) {
         throw UsageError("monitor: --machine needs --config, so that no file of this machine is written");
     }
 }
@@ -551,8 +547,6 @@ const char *commandName(Command command)
         return "health";
     case Command::monitor:
         return "monitor";
-    case Command::sendEvent:
-        return "send-event";
     case Command::report:
         return "report";
     default:

@@ -29,8 +29,7 @@ enum class Command {
     disk,
     health,
     monitor,
-    report,
-    sendEvent
+    report
 };
 
 const char *commandName(Command command); // as it is given, and as JSON documents name it
@@ -72,6 +71,7 @@ struct Arguments {
     std::string config;       // monitor: configuration; empty: the usual file
     bool checkConfig = false; // monitor: only the configuration is checked
     bool once = false;        // monitor: one pass
+    bool sendEvent = false;   // monitor: the event in the environment goes to the agent, and nothing else is done
 };
 
 // Either arguments, or what to print and the status to exit with: help and version (kDone, for standard output), or
