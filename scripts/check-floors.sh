@@ -11,7 +11,7 @@ cd "${1:-$(dirname "$0")/../src}"
 floors='provider classes lifecycle monitor
     collect collect/devices collect/controllers collect/collection collect/ide collect/scsi collect/inf collect/base
     endurance
-    disks/book disks/pass disks/ask disks/find disks/identity disks
+    disks/current disks/book disks/pass disks/ask disks/find disks/identity disks
     devcmd/smart devcmd/kernel devcmd/transport devcmd
     store records runtime cmpi'
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The handlers of the twelve classes, as the dispatcher calls them.
+// The handlers of the classes, as the dispatcher calls them.
 #pragma once
 
 #include "records/records.h"
@@ -44,6 +44,9 @@ tavstrg::InstanceHandler TAV_STRGConfigGetInstance, TAV_STRGTotalNumGetInstance,
 tavstrg::InstanceBuilder<StrgConfRec> TAV_STRGConfigSetPropInst;
 tavstrg::InstanceBuilder<StrgTnumRec> TAV_STRGTotalNumSetPropInst;
 tavstrg::InstanceBuilder<uint16_t> TAV_STRGThreadSetPropInst; // the "record" is the thread's status, 1 running or 0
+
+// The class of every disk, whose key is DiskID; option every-disk. The names are its object paths.
+tavstrg::InstanceHandler TAV_STRGDiskGetInstance, TAV_STRGDiskEnumInstances, TAV_STRGDiskEnumInstanceNames;
 
 // "SetMonitorCycle" and "SetHardDiskSmartMode": change the configuration record, publish and save it. No return value.
 // The broker's interface gives the six parameters.

@@ -13,8 +13,6 @@ using namespace tavstrg;
 
 namespace {
 
-constexpr size_t kLongestField = sizeof(StrgScsiRec::SerialNumber);
-
 // Sets every published property of a class but its key, in order. The instance lacks a property that the broker
 // refuses.
 void setProperties(CMPIInstance *instance, const ClassDesc &desc, const void *record)
@@ -24,7 +22,7 @@ void setProperties(CMPIInstance *instance, const ClassDesc &desc, const void *re
             continue;
         }
         // A text is passed as the text itself, a number by the address of its field.
-        char text[kLongestField];
+        char text[kLongestText];
         const char *value = fieldChars(field, record);
         if (field.type == CMPI_chars) {
             value = publishedText(value, text);

@@ -2,6 +2,7 @@
 #include "monitor/disk_alerts.h"
 
 #include "collect/base/text_file.h"
+#include "collect/devices/vpd_serial.h"
 #include "monitor/alert.h"
 #include "runtime/clean_text.h"
 #include "runtime/field_text.h"
@@ -311,8 +312,12 @@ SeenDisk tavstrg::seenDisk(const CollectedDisk &disk)
     seen.asked = disk.smartAsked;
     seen.smartStatus = disk.smartStatus;
     seen.facts.controller = disk.controllerIndex;
-    copyText(seen.facts.serial, fieldText(disk.serial));
     copyText(seen.facts.wwid, fieldText(disk.wwid));
+    // A disk that does not answer is shown with the serial number that the kernel keeps, or else with its worldwide
+    // name. When it answered, its own may have run on into the next field of its identity.
+    if (const std::string_view serial = trimmedSerial(fieldText(disk.serial)); serial != fieldText(disk.wwid)) {
+        copyText(seen.facts.serial, serial);
+    }
     std::snprintf(seen.facts.model, sizeof seen.facts.model, "%s %s", disk.vendor, disk.model);
     copyText(seen.facts.name, fieldText(disk.name));
     copyText(seen.facts.address, fieldText(texts.address));

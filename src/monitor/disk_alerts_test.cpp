@@ -3,6 +3,7 @@
 
 #include "monitor/alert.h"
 #include "monitor/monitor.h"
+#include "runtime/field_text.h"
 #include "runtime/options.h"
 #include "support/alert_recorder.h"
 #include "support/store_fixture.h"
@@ -374,6 +375,22 @@ TEST(DiskEvents, HaveIdsOfTheirOwnWithTheirSeverities)
     EXPECT_EQ(typeOfSeverity(TAV_ALERTID_DISK_UNREADABLE), kAlertError);
     EXPECT_EQ(typeOfSeverity(TAV_ALERTID_DISK_FAILING), kAlertWarning);
     EXPECT_EQ(typeOfSeverity(TAV_ALERTID_DISK_ADDED), kAlertInformation);
+}
+
+TEST(SeenDisk, ASerialNumberEndsWhereTheKernelsDoes)
+{
+    CollectedDisk disk = {};
+    copyText(disk.serial, "SERIAL              \x03");
+    EXPECT_STREQ(seenDisk(disk).facts.serial, "SERIAL");
+}
+
+TEST(SeenDisk, AWorldwideNameIsNoSerialNumber)
+{
+    CollectedDisk disk = {};
+    copyText(disk.serial, "naa.5000c500a1b2c3d4");
+    copyText(disk.wwid, "naa.5000c500a1b2c3d4");
+    EXPECT_STREQ(seenDisk(disk).facts.serial, "");
+    EXPECT_STREQ(seenDisk(disk).facts.wwid, "naa.5000c500a1b2c3d4");
 }
 
 TEST(DiskEvents, AnIdeDiskHasItsDriveAsAddress)

@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "provider/dispatch.h"
 
+#include "classes/disk_properties.h"
+#include "runtime/options.h"
+#include "runtime/request.h"
+
 #include <cstring>
 
 using namespace tavstrg;
@@ -41,14 +45,14 @@ constexpr InstanceCall kTotalNumGet = CALL(TAV_STRGTotalNumGetInstance);
 
 constexpr DispatchRow indexed(const char *className, InstanceCall get, InstanceCall enumerate)
 {
-    return {className, get, enumerate, {}, false, false};
+    return {className, get, enumerate, {}, {}, false, false};
 }
 
 constexpr DispatchRow kRows[] = {
     // Deliberate: the thread's class is always answered, so that a client can see and start the thread.
-    {"TAV_StorageThread", kThreadGet, kThreadGet, kThreadMethods, true, true},
-    {"TAV_StorageConfig", kConfigGet, kConfigGet, kConfigMethods, false, false},
-    {"TAV_StorageTotalNumber", kTotalNumGet, kTotalNumGet, {}, false, false},
+    {"TAV_StorageThread", kThreadGet, kThreadGet, kThreadMethods, {}, true, true},
+    {"TAV_StorageConfig", kConfigGet, kConfigGet, kConfigMethods, {}, false, false},
+    {"TAV_StorageTotalNumber", kTotalNumGet, kTotalNumGet, {}, {}, false, false},
     indexed("TAV_StorageController", CALL(TAV_STRGCtrlGetInstance), CALL(TAV_STRGCtrlEnumInstances)),
     indexed("TAV_StorageSCSIDevice", CALL(TAV_STRGScsiGetInstance), CALL(TAV_STRGScsiEnumInstances)),
     indexed("TAV_StorageIDEDevice", CALL(TAV_STRGIdeGetInstance), CALL(TAV_STRGIdeEnumInstances)),
@@ -62,7 +66,18 @@ constexpr DispatchRow kRows[] = {
             InstanceCall{TAV_STRGLifeSpanEnumInstances, "TAV_StorageLifeSpanEnumInstances"}),
 };
 
+// The class that does not exist without the option every-disk.
+constexpr DispatchRow kDiskRow = {kDiskClass, CALL(TAV_STRGDiskGetInstance),       CALL(TAV_STRGDiskEnumInstances),
+                                  {},         CALL(TAV_STRGDiskEnumInstanceNames), false,
+                                  false};
+
 #undef CALL
+
+// Asks the file, not what a collection took from it: the class needs no collection.
+bool isEveryDiskPublished()
+{
+    return isInOptionsFile(Option::everyDisk);
+}
 
 } // namespace
 
@@ -73,7 +88,12 @@ const DispatchRow *tavstrg::findClass(const char *className)
             return &row;
         }
     }
-    return nullptr;
+    return std::strcmp(kDiskRow.className, className) == 0 && isEveryDiskPublished() ? &kDiskRow : nullptr;
+}
+
+const DispatchRow *tavstrg::findClassWithNames(const CMPIObjectPath *cop)
+{
+    return isPathOf(cop, kDiskRow.className) ? findClass(kDiskRow.className) : nullptr;
 }
 
 const MethodCall *tavstrg::findMethod(const DispatchRow &row, const char *method)

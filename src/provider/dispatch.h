@@ -27,12 +27,15 @@ struct DispatchRow {
     InstanceCall get;
     InstanceCall enumerate;
     std::span<const MethodCall> methods; // empty: the class has no methods
+    InstanceCall names;                  // of EnumInstanceNames; without a handler it is not supported
     bool always;                         // answered in service mode even while the monitoring thread does not run
     bool statusIsReturned;               // a method's outcome is its return value, and the call itself succeeds
 };
 
 // The row of a class, or null.
 const DispatchRow *findClass(const char *className);
+// The row of the class of a path if EnumInstanceNames is supported for it, or null. Traces nothing.
+const DispatchRow *findClassWithNames(const CMPIObjectPath *cop);
 // The method of a class, or null.
 const MethodCall *findMethod(const DispatchRow &row, const char *method);
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "provider/provider.h"
 
+#include "disks/current/current.h"
 #include "lifecycle/access.h"
 #include "monitor/monitor.h"
 #include "provider/dispatch.h"
@@ -114,7 +115,7 @@ template <class Request, class Answer> CMPIStatus serve(const Request &request, 
     return status;
 }
 
-// The frame of GetInstance and EnumInstances.
+// The frame of GetInstance, EnumInstances and EnumInstanceNames.
 CMPIStatus instanceRequest(InstanceCall DispatchRow::*kind, const InstanceRequest &request)
 {
     TRACE(kFailure, "##start##");
@@ -169,6 +170,7 @@ CMPIStatus cleanUp(bool terminating)
     InitProcess(kTraceFile); // an earlier cleanup may have unloaded the libraries
     TRACE(kFailure, "##start## cterm=[%s]", terminating ? "ExitSFCB" : "TimeOut");
     const CInfo cInfo = {_broker, nullptr};
+    disks::forgetCurrentDisks();
     TRACE(kDetail, "strgCleanUpProvider()");
     const CMPIStatus status = strgCleanUpProvider(&cInfo, terminating);
     TRACE(kFailure, "## end ## ret=[%d]", static_cast<int>(status.rc));
@@ -245,11 +247,15 @@ CMPIStatus TAV_StorageProviderMethodCleanup(CMPIMethodMI *, const CMPIContext *,
     return cleanUp(terminating != 0);
 }
 
-CMPIStatus TAV_StorageProviderEnumInstanceNames(CMPIInstanceMI *, const CMPIContext *, const CMPIResult *,
-                                                const CMPIObjectPath *)
+CMPIStatus TAV_StorageProviderEnumInstanceNames(CMPIInstanceMI *, const CMPIContext *ctx, const CMPIResult *rslt,
+                                                const CMPIObjectPath *cop)
 {
     const TraceScope scope;
-    return notSupported();
+    if (findClassWithNames(cop) == nullptr) {
+        return notSupported();
+    }
+    const CInfo cInfo = {_broker, ctx};
+    return instanceRequest(&DispatchRow::names, {&cInfo, cop, nullptr, rslt});
 }
 
 CMPIStatus TAV_StorageProviderCreateInstance(CMPIInstanceMI *, const CMPIContext *, const CMPIResult *,

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "provider/provider.h"
 
+#include "disks/current/current.h"
 #include "runtime/trace.h"
 #include "support/fake_agent.h"
+#include "support/options_fixture.h"
 #include "support/store_fixture.h"
 
 #include <gmock/gmock.h>
@@ -54,6 +56,12 @@ protected:
         request.setIn(args);
         return request.reply(methodMI->ft->invokeMethod(methodMI, request.context(), request.result(), request.path(),
                                                         method, request.in(), request.out()));
+    }
+    Reply names(const char *className)
+    {
+        const Request request(broker, className);
+        return request.reply(
+            instanceMI->ft->enumerateInstanceNames(instanceMI, request.context(), request.result(), request.path()));
     }
     void noThread() { *strgGetThreadID() = 0; }
 
@@ -585,6 +593,66 @@ TEST_F(CleanUp, MayBeEnteredAgainWhileItRuns)
         EXPECT_LE(depth, 1);
         depth -= line.find("## end ##") != std::string::npos ? 1 : 0;
     }
+}
+
+// What a class gets for every kind of request: answers and trace lines, without its name and addresses.
+class UnknownClass : public EntryPoints {
+protected:
+    std::vector<std::string> all(const std::string &className)
+    {
+        trace.clear();
+        const char *const name = className.c_str();
+        std::vector<std::string> told;
+        for (const Reply &reply : {get(name, {{"DiskID", Value::text("naa.5000c500a1b2c3d4")}}), enumerate(name),
+                                   names(name), invoke(name, "Any")}) {
+            told.push_back(std::to_string(reply.rc) + " " + reply.message + (reply.done ? " done" : "") + " " +
+                           std::to_string(reply.instances.size()));
+        }
+        for (const char *function : {kGet, kEnum, kInvoke, "TAV_StorageProviderEnumInstanceNames", "strgInitProvider",
+                                     "getServiceMode", "getThreadSts", "getClassName"}) {
+            for (std::string line : trace.linesOf(function)) {
+                if (const size_t at = line.find(className); at != std::string::npos) {
+                    line.replace(at, className.size(), "CLASS");
+                }
+                if (const size_t at = line.find("0x"); at != std::string::npos) {
+                    line.resize(at);
+                }
+                told.push_back(line);
+            }
+        }
+        return told;
+    }
+};
+
+TEST_F(UnknownClass, IsTheClassOfEveryDiskWithoutItsLine)
+{
+    const std::vector<std::string> expected = all("TAV_StorageNothing");
+    EXPECT_EQ(expected[0], "1 Generic Failure!! 0");
+    EXPECT_EQ(expected[2], "7 NOT_SUPPORTED 0");
+    EXPECT_GT(expected.size(), 10U);
+    EXPECT_EQ(all("TAV_StorageDisk"), expected);
+    machine.write(OptionsInForce::kFile, "clean-text\n# every-disk\n");
+    EXPECT_EQ(all("TAV_StorageDisk"), expected);
+    noThread();
+    EXPECT_EQ(all("TAV_StorageDisk"), all("TAV_StorageNothing"));
+}
+
+TEST_F(UnknownClass, IsNotTheClassOfEveryDiskWithItsLine)
+{
+    for (const char *line : {"every-disk\n", "all\n"}) {
+        machine.write(OptionsInForce::kFile, line);
+        trace.clear();
+        EXPECT_EQ(enumerate("TAV_StorageDisk").message, "/sys/block cannot be read");
+        EXPECT_TRUE(trace.has(kFailure, "->TAV_STRGDiskEnumInstances()", kEnum));
+        EXPECT_EQ(names("TAV_StorageDisk").message, "/sys/block cannot be read");
+        EXPECT_EQ(names("TAV_StorageHardDisk").message, "NOT_SUPPORTED");
+        EXPECT_EQ(get("TAV_StorageDisk").message, "getKeyText() FAILED");
+        EXPECT_EQ(get("TAV_StorageDisk", {{"DiskID", Value::number(1)}}).message, "getKeyText() FAILED");
+        EXPECT_EQ(invoke("TAV_StorageDisk", "Any").message, "Generic Failure!!");
+        disks::forgetCurrentDisks();
+    }
+    machine.remove(OptionsInForce::kFile);
+    EXPECT_EQ(enumerate("TAV_StorageDisk").message, "Generic Failure!!");
 }
 
 } // namespace

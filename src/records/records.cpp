@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "records/records.h"
 
+#include <algorithm>
 #include <cstring>
 
 using namespace tavstrg;
@@ -101,6 +102,11 @@ constexpr FieldDesc kLifeFields[] = {
 #undef FIELD
 #undef KEY
 
+constexpr bool isTextThatFits(const FieldDesc &field)
+{
+    return field.key || field.type != CMPI_chars || field.size <= kLongestText;
+}
+
 template <class T> T readField(const FieldDesc &field, const void *record)
 {
     T value;
@@ -110,7 +116,7 @@ template <class T> T readField(const FieldDesc &field, const void *record)
 
 } // namespace
 
-const ClassDesc tavstrg::kClasses[TAV_CID_STRG_MAX] = {
+constexpr ClassDesc tavstrg::kClasses[TAV_CID_STRG_MAX] = {
     {TAV_CID_STRG_CONF, "TAV_StorageConfig", sizeof(StrgConfRec), kConfFields},
     {TAV_CID_STRG_TNUM, "TAV_StorageTotalNumber", sizeof(StrgTnumRec), kTnumFields},
     {TAV_CID_STRG_CTRL, "TAV_StorageController", sizeof(StrgCtrlRec), kCtrlFields},
@@ -123,6 +129,10 @@ const ClassDesc tavstrg::kClasses[TAV_CID_STRG_MAX] = {
     {TAV_CID_STRG_MISC, "TAV_StorageMisc", sizeof(StrgDevRec), kDevFields},
     {TAV_CID_STRG_LIFE, "TAV_StorageLifeSpan", sizeof(StrgLifeRec), kLifeFields},
 };
+
+static_assert(std::ranges::all_of(kClasses, [](const ClassDesc &member) {
+    return std::ranges::all_of(member.fields, isTextThatFits);
+}));
 
 void strgInitDatInfo(DatInfo *datInfo)
 {

@@ -219,6 +219,9 @@ struct ClassDesc {
 // Description of each class, indexed by class id.
 extern const ClassDesc kClasses[TAV_CID_STRG_MAX];
 
+// Bytes of the longest published text field, with its terminator.
+constexpr size_t kLongestText = sizeof(StrgScsiRec::SerialNumber);
+
 // Numeric field of a record, sign- or zero-extended by its type.
 int64_t fieldNumber(const FieldDesc &field, const void *record);
 // Text field of a record. Records are always terminated.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Where the monitoring thread may be cancelled.
+// Where the monitoring thread, and threads that are set aside, may be cancelled.
 #pragma once
 
 #include "runtime/progress.h"
@@ -8,15 +8,21 @@
 
 namespace tavstrg {
 
-// A point between two devices. A pending cancel takes effect only here and in the thread's sleep, where destructors
-// release all that the thread holds. In a thread that is not cancelled it notes progress only.
-inline void cancellationPoint()
+// A pending cancel takes effect here: destructors release all that the thread holds.
+inline void cancelIfAsked()
 {
-    noteProgress();
     int previous = PTHREAD_CANCEL_DISABLE;
     pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &previous);
     pthread_testcancel();
     pthread_setcancelstate(previous, nullptr);
+}
+
+// A point between two devices of a collection. A pending cancel of the monitoring thread takes effect only here and in
+// the thread's sleep. In a thread that is not cancelled it notes progress only.
+inline void cancellationPoint()
+{
+    noteProgress();
+    cancelIfAsked();
 }
 
 // Sets whether this thread can be cancelled, and puts back what was set before.

@@ -54,8 +54,11 @@ void traceUnknownNames(std::string_view text)
     }
 }
 
+// Whether what is wrong with the file is traced.
+enum class Report { news, nothing };
+
 // The options of an open file, or nothing with errno.
-std::optional<Options> readOptions(int fd)
+std::optional<Options> readOptions(int fd, Report report)
 {
     if (const int error = refusalOf(fd); error != 0) {
         errno = error;
@@ -70,10 +73,26 @@ std::optional<Options> readOptions(int fd)
         return std::nullopt;
     }
     const std::string_view text(buffer.get(), static_cast<size_t>(got));
-    if (isNews(checksumOf(text))) {
+    if (report == Report::news && isNews(checksumOf(text))) {
         traceUnknownNames(text);
     }
     return parseOptions(text);
+}
+
+constexpr size_t kPathRoom = kConfTokenMax + sizeof "/data/" + sizeof kOptionsInf;
+
+// Opens the file: a descriptor, or below 0 with errno.
+int openOptions(char (&path)[kPathRoom])
+{
+    char root[kConfTokenMax + 1];
+    findRootPath(root);
+    std::snprintf(path, sizeof path, "%s/data/%s", root, kOptionsInf);
+    return ::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+}
+
+bool isAbsence(int error)
+{
+    return error == ENOENT || error == ENOTDIR;
 }
 
 std::string_view firstWord(std::string_view line)
@@ -129,17 +148,14 @@ Options tavstrg::parseOptions(std::string_view text)
 
 Options tavstrg::takeOptions()
 {
-    char root[kConfTokenMax + 1];
-    char path[kConfTokenMax + sizeof "/data/" + sizeof kOptionsInf];
-    findRootPath(root);
-    std::snprintf(path, sizeof path, "%s/data/%s", root, kOptionsInf);
-    const FileDesc file(::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    if (!file && (errno == ENOENT || errno == ENOTDIR)) {
+    char path[kPathRoom];
+    const FileDesc file(openOptions(path));
+    if (!file && isAbsence(errno)) {
         g_current = 0;
         g_reported = 0;
         return {};
     }
-    if (const std::optional<Options> read = readOptions(file.get())) {
+    if (const std::optional<Options> read = readOptions(file.get(), Report::news)) {
         g_current = read->bits;
         return *read;
     }
@@ -147,6 +163,16 @@ Options tavstrg::takeOptions()
         TRACE(kFailure, "%s is not read, the options stay: errno=[%d]", path, error);
     }
     return currentOptions();
+}
+
+bool tavstrg::isInOptionsFile(Option option)
+{
+    char path[kPathRoom];
+    const FileDesc file(openOptions(path));
+    if (!file && isAbsence(errno)) {
+        return false;
+    }
+    return readOptions(file.get(), Report::nothing).value_or(currentOptions()).has(option);
 }
 
 Options tavstrg::currentOptions()

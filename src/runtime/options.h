@@ -78,6 +78,10 @@ Options parseOptions(std::string_view text);
 // One that cannot be read leaves the options as they were. What is wrong with the file is traced at level 3, once.
 Options takeOptions();
 
+// Whether the file has an option at this moment; where it cannot be read, whether the option was on when it was read
+// last. Changes and traces nothing. For what needs no collection.
+bool isInOptionsFile(Option option);
+
 // The options that were read last.
 Options currentOptions();
 

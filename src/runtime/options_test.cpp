@@ -15,7 +15,7 @@ using namespace tavstrg;
 
 namespace {
 
-const char kFile[] = "/opt/qlm/tavkit_sa/data/options.inf";
+const char kOptionsFile[] = "/opt/qlm/tavkit_sa/data/options.inf";
 
 Options only(Option option)
 {
@@ -87,7 +87,7 @@ protected:
     OptionsFile() { takeOptions(); }
     ~OptionsFile() override
     {
-        machine.remove(kFile);
+        machine.remove(kOptionsFile);
         takeOptions();
     }
 
@@ -104,12 +104,12 @@ TEST_F(OptionsFile, WithoutItNothingIsOnAndNothingIsTraced)
 
 TEST_F(OptionsFile, IsReadAgainEachTime)
 {
-    machine.write(kFile, "uevents\n");
+    machine.write(kOptionsFile, "uevents\n");
     EXPECT_EQ(takeOptions(), only(Option::uevents));
     EXPECT_EQ(currentOptions(), only(Option::uevents));
-    machine.write(kFile, "clean-text\n");
+    machine.write(kOptionsFile, "clean-text\n");
     EXPECT_EQ(takeOptions(), only(Option::cleanText));
-    machine.remove(kFile);
+    machine.remove(kOptionsFile);
     EXPECT_EQ(takeOptions(), Options{});
     EXPECT_EQ(currentOptions(), Options{});
     EXPECT_TRUE(trace.records().empty());
@@ -125,42 +125,42 @@ TEST_F(OptionsFile, IsBesideTheOtherFilesOfTheAgent)
 
 TEST_F(OptionsFile, AnUnknownNameIsTracedOnce)
 {
-    machine.write(kFile, "uevents\nno-such-thing\n");
+    machine.write(kOptionsFile, "uevents\nno-such-thing\n");
     EXPECT_EQ(takeOptions(), only(Option::uevents));
     EXPECT_EQ(takeOptions(), only(Option::uevents));
     ASSERT_EQ(trace.records().size(), 1U);
     EXPECT_TRUE(trace.has(kFailure, "options.inf line 2: unknown option [no-such-thing]"));
-    machine.write(kFile, "uevents\nno-such-thing\nother\n");
+    machine.write(kOptionsFile, "uevents\nno-such-thing\nother\n");
     takeOptions();
     EXPECT_EQ(trace.records().size(), 3U) << "a file that has changed is told again";
 }
 
 TEST_F(OptionsFile, OneThatCannotBeReadLeavesTheOptionsAsTheyWere)
 {
-    machine.write(kFile, "uevents\n");
+    machine.write(kOptionsFile, "uevents\n");
     takeOptions();
-    machine.write(kFile, std::string(kMaxOptionsSize + 1, '#'));
+    machine.write(kOptionsFile, std::string(kMaxOptionsSize + 1, '#'));
     EXPECT_EQ(takeOptions(), only(Option::uevents));
     EXPECT_EQ(takeOptions(), only(Option::uevents));
     EXPECT_EQ(currentOptions(), only(Option::uevents));
     EXPECT_EQ(trace.records().size(), 1U);
-    EXPECT_TRUE(trace.has(kFailure, std::string(kFile) + " is not read, the options stay: errno=[27]"));
+    EXPECT_TRUE(trace.has(kFailure, std::string(kOptionsFile) + " is not read, the options stay: errno=[27]"));
 }
 
 TEST_F(OptionsFile, OfTheLargestSizeIsRead)
 {
     std::string text = "uevents\n";
     text.resize(kMaxOptionsSize, '#');
-    machine.write(kFile, text);
+    machine.write(kOptionsFile, text);
     EXPECT_EQ(takeOptions(), only(Option::uevents));
 }
 
 TEST_F(OptionsFile, ADirectoryInItsPlaceIsNotRead)
 {
-    machine.write(std::string(kFile) + "/inside", "uevents\n");
+    machine.write(std::string(kOptionsFile) + "/inside", "uevents\n");
     EXPECT_EQ(takeOptions(), Options{});
-    EXPECT_TRUE(trace.has(kFailure, std::string(kFile) + " is not read, the options stay: errno=[22]"));
-    machine.remove(std::string(kFile) + "/inside");
+    EXPECT_TRUE(trace.has(kFailure, std::string(kOptionsFile) + " is not read, the options stay: errno=[22]"));
+    machine.remove(std::string(kOptionsFile) + "/inside");
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include "runtime/trace.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -80,6 +81,29 @@ int getKeyIndex(const CMPIObjectPath *cop)
     }
     const int index = static_cast<uint16_t>(number(key)); // deliberate: the low 16 bits of whatever was sent
     return TRACED(index, kDetail, "_OUT_ ret=[%d]", index);
+}
+
+bool tavstrg::getKeyText(const CMPIObjectPath *cop, const char *name, std::span<char> out)
+{
+    CMPIStatus status{};
+    const CMPIData key = cop->ft->getKey(cop, name, &status);
+    const CmpiHolder<CMPIString> text(status.rc == CMPI_RC_OK ? ownedText(key) : nullptr);
+    if (status.rc != CMPI_RC_OK || key.type != CMPI_string || !isReadable(key)) {
+        return TRACED(false, kFailure, "CMGetKey(%s) Failure!!", name);
+    }
+    std::snprintf(out.data(), out.size(), "%s", textOf(text.get()));
+    TRACE(kDetail, "CMGetKey() %s=[%s]", name, out.data());
+    return true;
+}
+
+bool tavstrg::isPathOf(const CMPIObjectPath *cop, const char *className)
+{
+    if (cop == nullptr) {
+        return false;
+    }
+    CMPIStatus status{};
+    const CmpiHolder<CMPIString> name(cop->ft->getClassName(cop, &status));
+    return status.rc == CMPI_RC_OK && name && std::strcmp(textOf(name.get()), className) == 0;
 }
 
 int32_t getArgToInt(const CMPIArgs *in, const char *name)

@@ -57,6 +57,7 @@ struct Task {
 struct Lane {
     bool busy; // a thread is at work in it
     int32_t waiting;
+    int32_t next; // none of its tasks before this position waits
 };
 
 } // namespace
@@ -67,6 +68,7 @@ struct tavstrg::Batch {
     int32_t count;
     int32_t users = 1;      // the owner, its threads, and each thread that is away once more
     int32_t unfinished = 0; // tasks that wait or are at work
+    int32_t next = 0;       // no task before this position waits
     bool stopping = false;
     pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER; // held for a look and a change only
     pthread_cond_t changed = {};
@@ -213,7 +215,8 @@ void waitForChange(Batch &batch, int64_t until)
 // The first task that waits in a lane; -1 if there is none.
 int32_t nextOfLane(const Batch &batch, int32_t lane)
 {
-    for (int32_t i = lane; i < batch.count && batch.lanes[lane].waiting > 0 && !batch.stopping; ++i) {
+    const int32_t first = std::max(lane, batch.lanes[lane].next);
+    for (int32_t i = first; i < batch.count && batch.lanes[lane].waiting > 0 && !batch.stopping; ++i) {
         if (batch.tasks[i].lane == lane && batch.tasks[i].state == TaskState::waiting) {
             return i;
         }
@@ -222,9 +225,12 @@ int32_t nextOfLane(const Batch &batch, int32_t lane)
 }
 
 // The first task that waits in a lane in which no thread is; -1 if there is none.
-int32_t nextOfAnyLane(const Batch &batch)
+int32_t nextOfAnyLane(Batch &batch)
 {
-    for (int32_t i = 0; i < batch.count && !batch.stopping; ++i) {
+    while (batch.next < batch.count && batch.tasks[batch.next].state != TaskState::waiting) {
+        ++batch.next;
+    }
+    for (int32_t i = batch.next; i < batch.count && !batch.stopping; ++i) {
         if (batch.tasks[i].state == TaskState::waiting && !batch.lanes[batch.tasks[i].lane].busy) {
             return i;
         }
@@ -238,6 +244,7 @@ void begin(Batch &batch, int32_t i)
     task.state = TaskState::atWork;
     task.begun = now();
     batch.lanes[task.lane].busy = true;
+    batch.lanes[task.lane].next = i + 1;
     --batch.lanes[task.lane].waiting;
 }
 
@@ -520,7 +527,13 @@ void SideBySide::setLane(int32_t i, int32_t number)
     tasks[i].number = number;
     const Task *const first =
         std::find_if(tasks, tasks + i, [number](const Task &task) { return task.number == number; });
-    tasks[i].lane = static_cast<int32_t>(first - tasks);
+    joinLane(i, static_cast<int32_t>(first - tasks));
+}
+
+void SideBySide::joinLane(int32_t i, int32_t first)
+{
+    Task *const tasks = batch_->tasks;
+    tasks[i].lane = first == i ? i : tasks[first].lane;
     ++batch_->lanes[tasks[i].lane].waiting;
     ++batch_->unfinished;
 }
@@ -534,6 +547,16 @@ void SideBySide::leaveOut(int32_t i)
 
 void SideBySide::run()
 {
+    run(
+        [](void *) {
+            cancellationPoint();
+            return true;
+        },
+        nullptr);
+}
+
+bool SideBySide::run(bool (*goesOn)(void *subject), void *subject)
+{
     Batch &batch = *batch_;
     do {
         while (Worker *const overdue = takeOverdue(batch)) {
@@ -542,16 +565,26 @@ void SideBySide::run()
         if (!addWorkers(batch)) {
             doInThisThread(batch);
         }
-        cancellationPoint();
+        if (!goesOn(subject)) {
+            stop(batch);
+            return false;
+        }
     } while (awaitProgress(batch));
     awaitEnd(batch);
     joinEnded(batch);
+    return true;
 }
 
 bool SideBySide::isDone(int32_t i) const
 {
     const Held held(batch_->lock);
     return batch_->tasks[i].state == TaskState::done;
+}
+
+bool SideBySide::isWaiting(int32_t i) const
+{
+    const Held held(batch_->lock);
+    return batch_->tasks[i].state == TaskState::waiting;
 }
 
 bool tavstrg::findSetAside(void (*work)(void *), bool (*same)(const void *left, void *subject), void *subject)

@@ -36,13 +36,22 @@ public:
     void *task(int32_t i) const;
     // Puts a task, each once, into the lane of a number. In each lane the tasks are done in their order.
     void setLane(int32_t i, int32_t number);
+    // Puts a task, each once, into the lane of an earlier task, or with first == i into one of its own. For owners that
+    // know the lanes: the cost does not depend on the number of tasks.
+    void joinLane(int32_t i, int32_t first);
     // Takes a task that has a lane out: it is not done.
     void leaveOut(int32_t i);
     // Does the tasks and returns when each is done or set aside; a cancellation point until then. Where no thread can
     // be made, they are done in the calling thread, without a deadline.
     void run();
+    // The same, but a cancellation point and a note of progress only if goesOn is one: it is called with subject about
+    // ten times a second, and false ends the run: what has not begun is left, what is at work is cancelled and set
+    // aside if it has not ended after a second. Returns whether the run came to its end.
+    bool run(bool (*goesOn)(void *subject), void *subject);
     // Whether a task has been done. If not, its block still belongs to the thread that is at work on it.
     bool isDone(int32_t i) const;
+    // Whether a task still waits: the run ended before its turn.
+    bool isWaiting(int32_t i) const;
 
 private:
     struct Batch *batch_ = nullptr;

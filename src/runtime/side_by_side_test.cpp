@@ -234,6 +234,39 @@ TEST_F(TasksSideBySide, ThatAreLeftOutAreNotDone)
     EXPECT_FALSE(batch.isDone(2));
 }
 
+TEST_F(TasksSideBySide, OfLanesThatTheOwnerJoinsAreDoneOneAfterTheOther)
+{
+    SideBySide batch;
+    ASSERT_TRUE(batch.prepare(6, kKind));
+    for (int32_t i = 0; i < 6; ++i) {
+        batch.joinLane(i, i % 2);
+        job(batch, i).name = i;
+        job(batch, i).millis = 2;
+    }
+    batch.run();
+    EXPECT_LE(mostAtOnce, 2);
+    std::erase_if(order, [](int name) { return name % 2 != 0; });
+    EXPECT_EQ(order, (std::vector{0, 2, 4}));
+}
+
+TEST_F(TasksSideBySide, EndEarlyWhenTheirOwnerSaysSo)
+{
+    SideBySide batch;
+    prepare(batch, {1, 1, 2});
+    job(batch, 0).hangs = true;
+    const auto untilHanging = [](void *) { return !(atOnce == 1 && order.size() == 2); };
+    EXPECT_FALSE(batch.run(untilHanging, nullptr));
+    EXPECT_FALSE(batch.isDone(0));
+    EXPECT_FALSE(batch.isWaiting(0));
+    EXPECT_TRUE(batch.isWaiting(1));
+    EXPECT_TRUE(batch.isDone(2));
+    EXPECT_TRUE(isAway(0));
+    gate.open();
+    awaitReturned();
+    EXPECT_EQ(order.size(), 2U);
+    EXPECT_TRUE(batch.isWaiting(1));
+}
+
 TEST_F(TasksSideBySide, OfAnEmptyBatchAreDoneAtOnce)
 {
     SideBySide batch;

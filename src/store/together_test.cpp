@@ -11,7 +11,7 @@ namespace {
 
 using testing::Contains;
 
-constexpr char kTemporary[] = "/opt/qlm/tavkit_sa/data/tavstrgsave.dat.tmp";
+constexpr char kTemporaryName[] = "/opt/qlm/tavkit_sa/data/tavstrgsave.dat.tmp";
 
 using Together = Segments;
 
@@ -92,29 +92,29 @@ protected:
 TEST_F(SaveTogether, AnotherProcessThatSavesIsWaitedForThreeSeconds)
 {
     machine.write(kSavedStateFile, "old");
-    machine.write(kTemporary, "another's");
-    const int other = ::open(machine.where(kTemporary).c_str(), O_WRONLY | O_CLOEXEC);
+    machine.write(kTemporaryName, "another's");
+    const int other = ::open(machine.where(kTemporaryName).c_str(), O_WRONLY | O_CLOEXEC);
     ASSERT_EQ(::flock(other, LOCK_EX), 0);
     sim::skipSleeps(true);
     EXPECT_EQ(strgSaveBinFile(instSt, error), SaveResult::notOpened);
     EXPECT_EQ(error, EWOULDBLOCK);
     EXPECT_NEAR(sim::sleptSeconds(), 3.0, 0.02);
     EXPECT_EQ(machine.read(kSavedStateFile), "old");
-    EXPECT_EQ(machine.read(kTemporary), "another's");
+    EXPECT_EQ(machine.read(kTemporaryName), "another's");
 
     sim::atNth(sim::Call::cancelPoint, 2, [other] { ::close(other); }); // it is done
     EXPECT_EQ(strgSaveBinFile(instSt, error), SaveResult::saved);
-    EXPECT_FALSE(machine.exists(kTemporary));
+    EXPECT_FALSE(machine.exists(kTemporaryName));
 }
 
 TEST_F(SaveTogether, FileRenamedMeanwhileIsNotWritten)
 {
-    machine.write(kTemporary, "another's");
+    machine.write(kTemporaryName, "another's");
     sim::atNth(sim::Call::stat, 2, [this] { // between opening it and looking whether it is still there
-        ASSERT_EQ(::rename(machine.where(kTemporary).c_str(), machine.where(kSavedStateFile).c_str()), 0);
+        ASSERT_EQ(::rename(machine.where(kTemporaryName).c_str(), machine.where(kSavedStateFile).c_str()), 0);
     });
     sim::skipSleeps(true);
-    const int kept = ::open(machine.where(kTemporary).c_str(), O_RDONLY | O_CLOEXEC);
+    const int kept = ::open(machine.where(kTemporaryName).c_str(), O_RDONLY | O_CLOEXEC);
     EXPECT_EQ(strgSaveBinFile(instSt, error), SaveResult::saved);
     char text[16] = {};
     EXPECT_EQ(::read(kept, text, sizeof text), 9);

@@ -91,6 +91,9 @@ def check_commands():
     for machine in ("empty.json", "failing.json", "ide.json", "workstation.json"):
         for name in classes:
             printed, why = run("enum", name, machine=machine, status=(0, 1))
+            if name == "TAV_StorageDisk":
+                same(f"{machine}: {name} without its option", (None, 1), (printed, why["cimStatus"]))
+                continue
             same(f"{machine}: {name} is printed or refused", printed is None, why is not None and why["cimStatus"] == 6)
     run("disk", "sdb", machine="failing.json")
     same("disks that need attention", [], run("health", machine="workstation.json")[0]["disks"])
@@ -100,6 +103,22 @@ def check_commands():
     printed, why = run("call", "Thread", "StartMonitoringThread", machine="empty.json", status=1)
     same("what a method returns", ([1], 1), (printed["returnValues"], why["cimStatus"]))
     run("check", machine="failing.json")
+
+
+def check_every_disk(directory):
+    """The class that needs a line in options.inf, with what the engine reports of the same disks."""
+    with open(os.path.join(MACHINES, "mixed.json"), encoding="utf-8") as file:
+        machine = json.load(file)
+    machine["files"]["options.inf"] = "every-disk\n"
+    path = os.path.join(directory, "every.json")
+    with open(path, "w", encoding="utf-8") as file:
+        json.dump(machine, file)
+    printed = run("--machine", path, "enum", "Disk")[0]["instances"]
+    same("the disks", [disk["id"] for disk in run("--machine", path, "disks")[0]["disks"]],
+         [disk["DiskID"] for disk in printed])
+    one = run("--machine", path, "get", "Disk", printed[0]["DiskID"])[0]["instance"]
+    same("one of them", printed[0]["SizeBytes"], one["SizeBytes"])
+    same("an id that is not there", 6, run("--machine", path, "get", "Disk", "none", status=1)[1]["cimStatus"])
 
 
 def check_failures(directory):
@@ -214,6 +233,7 @@ def check_strictness():
 
 with tempfile.TemporaryDirectory() as temporary:
     check_commands()
+    check_every_disk(temporary)
     check_failures(temporary)
     check_checked(temporary)
     check_states(temporary)

@@ -5,10 +5,13 @@
 #include "scenarios/killed_starts.h"
 #include "scenarios/monitored.h"
 
+#include <algorithm>
 #include <chrono>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/shm.h>
 #include <thread>
+#include <unistd.h>
 
 namespace {
 
@@ -90,6 +93,46 @@ TEST_P(Cures, KernelReleaseOfTenIsNotAnEmptyMachine)
     EXPECT_THAT(serialNumbers(*server), ElementsAre("SERIAL"));
 }
 
+// The name of a disk is looked for in all nodes, or read from its own directory.
+TEST_P(Cures, AnUnmanagedDiskThatHangsStallsNothing)
+{
+    constexpr const char *kHung = "/dev/sdb";
+    Json description = oneDisk("SERIAL");
+    description["hosts"].push_back(
+        {{"number", 1},
+         {"driver", "virtio_scsi"},
+         {"devices", Json::array({machines::ataDisk("MODEL", "UNMANAGED", uint64_t{1} << 30)})}});
+    sim::Machine machine(withOptions(description, ""));
+    Server server;
+    EXPECT_THAT(serialNumbers(*server), ElementsAre("SERIAL"));
+    machine.hold(kHung);
+    std::thread stalled([&] { EXPECT_THAT(serialNumbers(*server), ElementsAre("SERIAL")); });
+    EXPECT_TRUE(machine.awaitWaiting(kHung, 1, 60));
+    machine.release(kHung);
+    stalled.join();
+
+    machine.write(kOptionsFile, line("disk-names"));
+    machine.hold(kHung);
+    EXPECT_THAT(serialNumbers(*server), ElementsAre("SERIAL"));
+    EXPECT_EQ(machine.waiting(kHung), 0U);
+    machine.release(kHung);
+}
+
+// Whether a segment of this process contains a text.
+bool isPublished(const std::string &text)
+{
+    const auto segments = process::segmentsOf(::getpid());
+    return std::any_of(segments.begin(), segments.end(), [&](const process::Segment &segment) {
+        const auto *const bytes = static_cast<const char *>(::shmat(segment.id, nullptr, SHM_RDONLY));
+        const bool found = std::string_view(bytes, segment.bytes).find(text) != std::string_view::npos;
+        ::shmdt(bytes);
+        return found;
+    });
+}
+
+constexpr const char *kControl = "S\x01"
+                                 "ERIAL";
+
 struct CleanTextSeen {
     std::vector<std::string> serials;
     std::string savedState;
@@ -97,9 +140,13 @@ struct CleanTextSeen {
 
 CleanTextSeen seenWith(const std::string &options)
 {
-    const sim::Machine machine(withOptions(oneDisk("S\u0001ERIAL"), options));
-    Server server;
+    const sim::Machine machine(withOptions(oneDisk(kControl), options));
+    scenario::Steps steps;
+    Server server(scenario::inServiceMode());
+    EXPECT_TRUE(steps.start(*server));
     CleanTextSeen seen = {serialNumbers(*server), ""};
+    EXPECT_TRUE(isPublished(kControl));
+    EXPECT_EQ(scenario::stopThread(*server), 0);
     server->stop();
     seen.savedState = machine.read(scenario::kStateFile);
     return seen;
@@ -108,16 +155,13 @@ CleanTextSeen seenWith(const std::string &options)
 TEST_P(Cures, CleanTextIsForClientsOnly)
 {
     const CleanTextSeen without = seenWith("");
-    EXPECT_THAT(without.serials, ElementsAre("S\x01"
-                                             "ERIAL"));
+    EXPECT_THAT(without.serials, ElementsAre(kControl));
     const CleanTextSeen with = seenWith(line("clean-text"));
     EXPECT_THAT(with.serials, ElementsAre("S?ERIAL"));
     if (!GetParam()) { // other cures change other records
         EXPECT_EQ(with.savedState, without.savedState);
     }
-    EXPECT_NE(with.savedState.find("S\x01"
-                                   "ERIAL"),
-              std::string::npos);
+    EXPECT_NE(with.savedState.find(kControl), std::string::npos);
 }
 
 // A disk that predicts its failure, on a machine whose first start saw none.

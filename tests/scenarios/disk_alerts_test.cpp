@@ -3,6 +3,7 @@
 #include "scenarios/child.h"
 #include "scenarios/monitored.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -151,6 +152,79 @@ TEST_P(DeadDiskAlone, FailsThePassAndGivesNoEvent)
 
 INSTANTIATE_TEST_SUITE_P(Options, DeadDiskAlone, testing::Values("disk-alerts\n"),
                          [](const auto &) { return std::string("dis"); });
+
+// A disk that hangs is set aside, and shown with the serial number that the kernel keeps. Of its own one a full field
+// runs on into the next one, which the kernel's does not.
+class SetAsideDisk : public DiskAlerts {
+protected:
+    SetAsideDisk()
+    {
+        json runsOn = diskOf("B");
+        runsOn["identifyWords"] = {{"20", 3}};
+        change({diskOf("A"), runsOn});
+    }
+    ~SetAsideDisk() override { machine.release(kNode); }
+
+    // A pass hangs, and a stop leaves the disk behind, without the wait for its deadline.
+    void leaveBehind()
+    {
+        machine.hold(kNode);
+        machine.useDisk(kNode, 1, 0);
+        ASSERT_EQ(scenario::startThread(*server), 0);
+        ASSERT_TRUE(machine.awaitWaiting(kNode, 1, 60));
+        ASSERT_EQ(scenario::stopThread(*server), 0);
+    }
+    bool isAsked()
+    {
+        machine.forgetCommands();
+        const bool passed = passes();
+        const auto commands = machine.commands();
+        return passed && std::any_of(commands.begin(), commands.end(),
+                                     [](const sim::Command &command) { return command.device == kNode; });
+    }
+
+    static constexpr const char *kNode = "/dev/sdb";
+};
+
+TEST_P(SetAsideDisk, IsUnreadableOnceAndReadableAgainOnce)
+{
+    ASSERT_TRUE(steps.start(*server));
+    EXPECT_EQ(scenario::stopThread(*server), 0);
+    leaveBehind();
+    ASSERT_TRUE(steps.start(*server));
+    ASSERT_TRUE(passes());
+    EXPECT_TRUE(agent.traced("still does not answer"));
+    EXPECT_EQ(machine.waiting(kNode), 1U);
+    EXPECT_THAT(events(agent), ElementsAre("unreadable B")) << "neither removed nor replaced";
+    machine.release(kNode);
+    EXPECT_TRUE(scenario::await([this] { return isAsked(); }));
+    ASSERT_TRUE(passes());
+    EXPECT_THAT(events(agent), ElementsAre("unreadable B", "readable B"));
+    server->stop();
+    scenario::expectNothingLeft(*server);
+}
+
+INSTANTIATE_TEST_SUITE_P(Options, SetAsideDisk, testing::Values("disk-alerts\nside-by-side\ndisk-names\n", "all\n"),
+                         [](const auto &testInfo) { return std::string(testInfo.param).substr(0, 3); });
+
+// The base system tells none of it, also where the dead disk is kept in the inventory.
+class DiskAlertsOff : public DiskAlerts {};
+
+TEST_P(DiskAlertsOff, NoTransitionIsTold)
+{
+    json dead = diskOf("B");
+    dead["openError"] = "ENXIO";
+    ASSERT_TRUE(steps.start(*server));
+    for (const auto &disks : {std::vector{diskOf("A"), dead}, {diskOf("A"), diskOf("C")}, {diskOf("C")}}) {
+        change(disks);
+        ASSERT_TRUE(steps.pass());
+    }
+    EXPECT_THAT(events(agent), IsEmpty());
+    EXPECT_THAT(agent.alerts(), ElementsAre(scenario::kConfigurationChange)) << "of another number of disks";
+}
+
+INSTANTIATE_TEST_SUITE_P(Options, DiskAlertsOff, testing::Values("disk-identity\nsmart-state\n"),
+                         [](const auto &) { return std::string("Off"); });
 
 // Progress of a process that is killed.
 struct Progress {

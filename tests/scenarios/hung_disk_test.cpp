@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <chrono>
 #include <dlfcn.h>
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <iterator>
+#include <thread>
 
 namespace {
 
@@ -15,21 +15,24 @@ using scenario::await;
 using scenario::Server;
 using scenario::startThread;
 using scenario::stopThread;
+using scenario::threadsNow;
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
 constexpr const char *kNode = "/dev/sda";
 
-std::string twoDisks()
+std::string twoDisks(const char *options = "side-by-side\ndisk-names\n")
 {
     nlohmann::json machine = machines::disks(2, 1); // on an adapter each
-    machine["files"]["options.inf"] = "side-by-side\ndisk-names\n";
+    machine["files"]["options.inf"] = options;
     return machine.dump();
 }
 
-long threadsNow()
+bool wasAsked(const sim::Machine &machine, const std::string &node)
 {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+    const auto commands = machine.commands();
+    return std::any_of(commands.begin(), commands.end(),
+                       [&](const sim::Command &command) { return command.device == node; });
 }
 
 bool isLoaded()
@@ -121,13 +124,81 @@ TEST_F(HungDisk, DelaysAPassByItsDeadlineAndIsAskedAgainWhenItIsBack)
     EXPECT_TRUE(await([this] { return machine.waiting(kNode) == 0; }));
     EXPECT_TRUE(await([&] {
         EXPECT_TRUE(steps.pass());
-        const auto commands = machine.commands();
-        return std::any_of(commands.begin(), commands.end(),
-                           [](const sim::Command &command) { return command.device == kNode; });
+        return wasAsked(machine, kNode);
     }));
     EXPECT_EQ(stopThread(*server), 0);
     server->stop();
     scenario::expectNothingLeft(*server);
+}
+
+// A request for all disks, with the line "every-disk", whose pass hangs.
+class HungEngine : public testing::Test {
+protected:
+    ~HungEngine() override { machine.release(kNode); }
+    static std::string described()
+    {
+        nlohmann::json description = machines::disks(2, 1);
+        description["files"]["options.inf"] = "every-disk\n";
+        return description.dump();
+    }
+
+    sim::Machine machine{described()};
+    Server server;
+};
+
+TEST_F(HungEngine, DoesNotHoldUpAStopAndLeavesTheProviderLoaded)
+{
+    ASSERT_TRUE(server->enumInstances("TAV_StorageHardDisk").ok()); // builds the store while all disks answer
+    const long threads = threadsNow();
+    machine.hold(kNode);
+    broker::Reply reply;
+    std::thread client([&] { reply = server->enumInstances("TAV_StorageDisk"); });
+    ASSERT_TRUE(machine.awaitWaiting(kNode, 1, 60));
+    const Clock::time_point begun = Clock::now();
+    EXPECT_EQ(server->cleanupInstance(true).rc, CMPI_RC_OK);
+    EXPECT_LT(Clock::now() - begun, 3s);
+    client.join();
+    EXPECT_EQ(reply.rc, CMPI_RC_ERR_FAILED);
+    EXPECT_EQ(reply.message, "the provider is stopping");
+    server->stop();
+    EXPECT_TRUE(isLoaded()); // the thread returns into it
+    machine.release(kNode);
+    EXPECT_TRUE(await([&] { return threadsNow() <= threads; }));
+    {
+        Server next; // joins the thread and lets the library go
+        EXPECT_EQ(next->enumInstances("TAV_StorageDisk").instances.size(), 2U);
+        next->stop();
+        scenario::expectNothingLeft(*next);
+    }
+    EXPECT_FALSE(isLoaded());
+}
+
+TEST_F(HungEngine, DoesNotHoldUpOtherClasses)
+{
+    EXPECT_EQ(scenario::totalsOf(*server).size(), 8U);
+    machine.hold(kNode);
+    std::thread client([&] { server->enumInstances("TAV_StorageDisk"); });
+    ASSERT_TRUE(machine.awaitWaiting(kNode, 1, 60));
+    const Clock::time_point begun = Clock::now();
+    EXPECT_TRUE(server->getInstance("TAV_StorageConfig").ok()); // takes the store's lock, asks no disk
+    EXPECT_LT(Clock::now() - begun, 3s);
+    machine.release(kNode);
+    client.join();
+}
+
+TEST(HungDiskWithoutTheLine, DelaysTheDisksOfOtherAdapters)
+{
+    sim::Machine machine(twoDisks("disk-names\n"));
+    Server server{scenario::inServiceMode()};
+    EXPECT_FALSE(scenario::threadRuns(*server)); // builds the store while all disks answer
+    machine.forgetCommands();
+    machine.hold(kNode);
+    EXPECT_EQ(startThread(*server), 0);
+    EXPECT_TRUE(machine.awaitWaiting(kNode, 1, 60));
+    EXPECT_FALSE(wasAsked(machine, "/dev/sdb"));
+    machine.release(kNode);
+    EXPECT_TRUE(await([&] { return wasAsked(machine, "/dev/sdb"); }));
+    EXPECT_EQ(stopThread(*server), 0);
 }
 
 } // namespace

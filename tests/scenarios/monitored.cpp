@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <thread>
 #include <unistd.h>
@@ -63,6 +64,11 @@ bool threadRuns(broker::Broker &broker)
 {
     const broker::Reply reply = broker.getInstance("TAV_StorageThread");
     return reply.instances.size() == 1 && reply.instances[0].find("ThreadRunning")->toString() == "1";
+}
+
+long threadsNow()
+{
+    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
 }
 
 Steps::Steps()

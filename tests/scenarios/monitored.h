@@ -24,6 +24,8 @@ bool await(const std::function<bool()> &condition, double seconds = 60);
 int startThread(broker::Broker &broker);
 int stopThread(broker::Broker &broker);
 bool threadRuns(broker::Broker &broker);
+// Number of threads of this process.
+long threadsNow();
 
 // Steps the monitoring thread from one pass to the next: during its life the provider's sleeps last until the next
 // step.

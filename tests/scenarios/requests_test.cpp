@@ -5,6 +5,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <ctime>
+#include <map>
+
 namespace {
 
 using broker::Value;
@@ -211,6 +214,216 @@ TEST(Requests, UnlistedDriverIsLeftOut)
     EXPECT_EQ(server->enumInstances("TAV_StorageHardDisk").message, "NotFound Data");
     EXPECT_EQ(server->enumInstances("TAV_StorageController").message, "NotFound Data");
     EXPECT_TRUE(machine.exists(kStateFile));
+}
+
+// ---- TAV_StorageDisk ----
+
+constexpr const char *kDisk = "TAV_StorageDisk";
+
+// An example machine with a text of options.inf, and with the schema loaded: the broker checks names and types.
+class EveryDisk {
+public:
+    EveryDisk(const std::string &name, const std::string &options) : machine(described(name, options))
+    {
+        EXPECT_EQ(server->addSchema(sim::Machine::readFile(TAV_SOURCE_DIR "/schema/TAV_Storage.mof")), "");
+    }
+    // The properties of each disk by its kernel name; NULL where it does not report one.
+    nlohmann::json byName()
+    {
+        nlohmann::json found;
+        const broker::Reply reply = server->enumInstances(kDisk);
+        EXPECT_TRUE(reply.ok()) << reply.message;
+        EXPECT_TRUE(reply.done);
+        for (const broker::Instance &instance : reply.instances) {
+            nlohmann::json &disk = found[instance.find("KernelName")->toString()];
+            for (const broker::NamedValue &property : instance.properties) {
+                disk[property.name] =
+                    property.value.isNull() ? nlohmann::json() : nlohmann::json(property.value.toString());
+            }
+        }
+        return found;
+    }
+    static std::string described(const std::string &name, const std::string &options)
+    {
+        nlohmann::json machine = nlohmann::json::parse(scenario::exampleMachine(name));
+        machine["files"]["options.inf"] = options;
+        return machine.dump();
+    }
+
+    sim::Machine machine;
+    Server server;
+};
+
+TEST(EveryDiskClass, HasEachPropertyOfTheDisksOfAMixedMachine)
+{
+    EveryDisk mixed("mixed", "all\n");
+    const nlohmann::json disks = mixed.byName();
+    ASSERT_EQ(disks.size(), 10U);
+    const nlohmann::json expectedNvme = {
+        {"DiskID", "eui.0025388b21001a2b00253858a0b1c2d3"},
+        {"DiskIDSource", "1"},
+        {"Transport", "4"},
+        {"KernelName", "nvme0n1"},
+        {"PathCount", "1"},
+        {"Address", "0000:01:00.0"},
+        {"Adapter", "0000:01:00.0"},
+        {"Bay", nullptr},
+        {"Vendor", nullptr},
+        {"Model", "HALDEN N4 2TB"},
+        {"SerialNumber", "HN4200117"},
+        {"FirmwareRevision", "HN402"},
+        {"NVMeNamespace", "1"},
+        {"SizeBytes", "1600321314816"},
+        {"LogicalBlockBytes", "4096"},
+        {"PhysicalBlockBytes", "4096"},
+        {"Rotational", "false"},
+        {"RotationsPerMinute", nullptr},
+        {"PowerState", "1"},
+        {"HealthState", "1"},
+        {"HealthSource", "NVMe health log"},
+        {"HealthReason", "reports no warning"},
+        {"EnduranceUsedPercent", "12"},
+        {"SparePercent", "100"},
+        {"TemperatureCelsius", "43"},
+        {"PowerOnHours", "9120"},
+        {"PowerCycles", "58"},
+        {"MediaErrors", "0"},
+        {"ReallocatedSectors", nullptr},
+        {"PendingSectors", nullptr},
+        {"BytesRead", "39542274048000"},
+        {"BytesWritten", "21442625024000"},
+        {"HardDiskIndex", nullptr},
+    };
+    nlohmann::json nvme = disks["nvme0n1"];
+    for (const char *time : {"HealthSinceSeconds", "FirstSeenSeconds", "LastAskedSeconds"}) {
+        const double age = static_cast<double>(std::time(nullptr)) - std::stod(nvme[time].get<std::string>());
+        EXPECT_TRUE(age >= 0 && age < 600) << time;
+        nvme.erase(time);
+    }
+    EXPECT_EQ(nvme, expectedNvme);
+    EXPECT_EQ(disks["sda"]["HardDiskIndex"], "1");
+    EXPECT_EQ(disks["vda"]["DiskID"], "serial.virtio.VOLUME-0007");
+    EXPECT_EQ(disks["vda"]["Transport"], "5");
+    EXPECT_EQ(disks["vda"]["HealthSource"], nullptr);
+    EXPECT_EQ(disks["vda"]["LastAskedSeconds"], nullptr);
+    EXPECT_EQ(disks["mmcblk0"]["DiskIDSource"], "2");
+    EXPECT_EQ(disks["nvme1n1"]["HealthState"], "2");
+    EXPECT_EQ(disks["sdd"]["Transport"], "2");
+    EXPECT_EQ(disks["sdb"]["Transport"], "3");
+    EXPECT_EQ(mixed.machine.unknownIoctls(), 0U);
+    mixed.server->stop();
+    scenario::expectNothingLeft(*mixed.server);
+}
+
+TEST(EveryDiskClass, HasEachDiskOfTodaysMachineWithItsHardDisk)
+{
+    EveryDisk today("today", "all\n");
+    const nlohmann::json disks = today.byName();
+    ASSERT_EQ(disks.size(), 28U);
+    EXPECT_EQ(disks["sda"]["TemperatureCelsius"], "29");
+    EXPECT_EQ(disks["sda"]["PowerOnHours"], "11444");
+    EXPECT_EQ(disks["sda"]["ReallocatedSectors"], "0");
+    EXPECT_EQ(disks["sdc"]["PowerState"], "3") << "standby";
+    EXPECT_EQ(disks["sdc"]["HealthState"], "4") << "asleep";
+    EXPECT_EQ(disks["sdc"]["Rotational"], "true");
+    EXPECT_EQ(disks["sdk"]["HealthState"], "5") << "unreadable";
+    EXPECT_EQ(disks["sdo"]["HealthState"], "3") << "failing";
+    // By the serial number: the Index of a disk's device, of whose class the hard disk is.
+    std::map<std::string, std::string> indexOfSerial;
+    const broker::Reply devices = today.server->enumInstances("TAV_StorageSCSIDevice");
+    for (const broker::Instance &device : devices.instances) {
+        if (device.find("DeviceType")->toString() == "0") {
+            indexOfSerial[device.find("SerialNumber")->toString()] = device.find("DeviceTypeIndex")->toString();
+        }
+    }
+    EXPECT_EQ(indexOfSerial.size(), 27U);
+    for (const auto &[name, disk] : disks.items()) {
+        const auto found = indexOfSerial.find(disk["SerialNumber"].get<std::string>());
+        EXPECT_EQ(disk["HardDiskIndex"],
+                  found == indexOfSerial.end() ? nlohmann::json() : nlohmann::json(found->second))
+            << name;
+    }
+    today.server->stop();
+    scenario::expectNothingLeft(*today.server);
+}
+
+TEST(EveryDiskClass, AnswersEachKindOfRequest)
+{
+    EveryDisk mixed("mixed", "every-disk\n");
+    const broker::Reply all = mixed.server->enumInstances(kDisk);
+    ASSERT_EQ(all.instances.size(), 10U);
+    const broker::Reply names = mixed.server->enumInstanceNames(kDisk);
+    ASSERT_TRUE(names.ok()) << names.message;
+    EXPECT_TRUE(names.done);
+    ASSERT_EQ(names.instances.size(), 10U);
+    for (size_t i = 0; i < all.instances.size(); ++i) {
+        const std::string id = all.instances[i].find("DiskID")->toString();
+        ASSERT_EQ(names.instances[i].keys.size(), 1U);
+        EXPECT_EQ(names.instances[i].keys[0].name, "DiskID");
+        EXPECT_EQ(names.instances[i].keys[0].value.toString(), id);
+        const broker::Reply one = mixed.server->getInstance(kDisk, {{"DiskID", Value::text(id)}});
+        ASSERT_EQ(one.instances.size(), 1U) << id << ": " << one.message;
+        EXPECT_EQ(one.instances[0].find("KernelName")->toString(), all.instances[i].find("KernelName")->toString());
+        EXPECT_EQ(one.instances[0].keys.size(), 1U);
+    }
+    const auto limited = mixed.server->enumInstances(kDisk, std::vector<std::string>{"model", "SizeBytes"});
+    ASSERT_EQ(limited.instances.size(), 10U);
+    EXPECT_EQ(limited.instances[1].find("Model")->toString(), "HALDEN N4 2TB");
+    EXPECT_EQ(limited.instances[1].find("DiskID")->toString(), "eui.0025388b21001a2b00253858a0b1c2d3")
+        << "the key passes every list";
+    const Value *const unlisted = limited.instances[1].find("SerialNumber");
+    EXPECT_TRUE(unlisted == nullptr || unlisted->isNull());
+
+    for (const std::string id : {"none", "", "eui.0025388b21001a2b00253858a0b1c2d"}) {
+        const broker::Reply reply = mixed.server->getInstance(kDisk, {{"DiskID", Value::text(id)}});
+        EXPECT_EQ(reply.rc, 6) << id;
+        EXPECT_EQ(reply.message, "NotFound DiskID");
+    }
+    const std::string tooLong = "eui.0025388b21001a2b00253858a0b1c2d3" + std::string(300, 'x');
+    EXPECT_EQ(mixed.server->getInstance(kDisk, {{"DiskID", Value::text(tooLong)}}).rc, 6);
+    EXPECT_EQ(mixed.server->getInstance(kDisk, {{"Index", Value::text("1")}}).rc, 1);
+    for (const broker::Reply &reply :
+         {mixed.server->createInstance(kDisk), mixed.server->modifyInstance(kDisk), mixed.server->deleteInstance(kDisk),
+          mixed.server->execQuery(kDisk, "select * from TAV_StorageDisk")}) {
+        EXPECT_EQ(reply.rc, 7);
+        EXPECT_EQ(reply.message, "NOT_SUPPORTED");
+    }
+    EXPECT_EQ(mixed.server->invokeMethod(kDisk, "Any").message, "Generic Failure!!");
+    mixed.server->stop();
+    scenario::expectNothingLeft(*mixed.server);
+}
+
+TEST(EveryDiskClass, IsThereAsSoonAndAsLongAsItsLineIs)
+{
+    EveryDisk mixed("mixed", "");
+    const char *const file = "/opt/qlm/tavkit_sa/data/options.inf";
+    EXPECT_EQ(mixed.server->enumInstances(kDisk).message, "Generic Failure!!");
+    EXPECT_EQ(mixed.server->enumInstanceNames(kDisk).rc, 7);
+    EXPECT_FALSE(mixed.machine.exists("/opt/qlm/tavkit_sa/data/tavstrgbook.dat"));
+    mixed.machine.write(file, "every-disk\n");
+    EXPECT_TRUE(mixed.server->enumInstanceNames(kDisk).ok());
+    EXPECT_TRUE(mixed.server->enumInstances(kDisk).ok());
+    EXPECT_TRUE(mixed.machine.exists("/opt/qlm/tavkit_sa/data/tavstrgbook.dat"));
+    mixed.machine.remove(file);
+    EXPECT_EQ(mixed.server->enumInstances(kDisk).message, "Generic Failure!!");
+}
+
+TEST(EveryDiskClass, TellsAMachineWithoutDisksFromOneThatShowsNone)
+{
+    const char *const withDrive = R"({"hosts": [{"driver": "ahci", "devices": [{"type": "cdrom"}]}],
+                                      "files": {"options.inf": "every-disk"}})";
+    sim::Machine machine(withDrive);
+    Server server;
+    broker::Reply reply = server->enumInstances(kDisk);
+    EXPECT_EQ(reply.rc, 6);
+    EXPECT_EQ(reply.message, "NotFound Data");
+    EXPECT_EQ(server->getInstance(kDisk, {{"DiskID", Value::text("none")}}).message, "NotFound DiskID");
+    server->stop();
+
+    EveryDisk old("empty", "every-disk\n"); // a kernel without sysfs
+    reply = old.server->enumInstances(kDisk);
+    EXPECT_EQ(reply.rc, 1);
+    EXPECT_EQ(reply.message, "/sys/block cannot be read");
 }
 
 } // namespace

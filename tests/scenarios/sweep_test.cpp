@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Every call that can fail fails once: the 1st, 2nd, 3rd ... call of each kind, until the scenario passes. After each
 // failure the client gets a specified answer, the next request works, and nothing is leaked.
-#include "scenarios/scenario.h"
+#include "scenarios/monitored.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -109,6 +109,9 @@ void warm(Run &run)
 // The lines whose cures are in requests, store and segments.
 constexpr const char *kCures = "kernel-release\nfirst-devices\nclean-text\nstale-segments\nfair-requests\n";
 
+// Lines that change which disks are asked for what, and by whom.
+constexpr const char *kSideBySide = "side-by-side\ndisk-names\ndisk-identity\nsmart-state\n";
+
 const Scenario kScenarios[] = {
     {"FirstRequest", "workstation", nothing, firstRequest},
     {"FirstRequestIde", "ide", nothing, firstRequest},
@@ -122,6 +125,17 @@ const Scenario kScenarios[] = {
     {"ChangedMachineCured", "", warm, changedMachine, kCures},
     {"SettingCured", "workstation", warm, setting, kCures},
     {"CleanupCured", "workstation", warm, cleanup, kCures},
+};
+
+// What a disk did not answer is asked for again, although the disk is not in use.
+const Scenario kChangedMachineAll = {"ChangedMachineAll", "", warm, changedMachine, "all\n"};
+
+// Requests whose collections make threads.
+const Scenario kThreadScenarios[] = {
+    {"FirstRequestSideBySide", "workstation", nothing, firstRequest, kSideBySide},
+    {"EveryClassSideBySide", "workstation", warm, everyClass, kSideBySide},
+    {"ChangedMachineSideBySide", "", warm, changedMachine, kSideBySide},
+    kChangedMachineAll,
 };
 
 struct Fault {
@@ -157,6 +171,9 @@ const Fault kFaults[] = {
     {"BrokerCall", false, [](broker::Broker &broker, unsigned nth) { broker.failCall("*", nth); },
      [](broker::Broker &broker) { return broker.failureStruck(); }},
 };
+
+const Fault kThreadFault = callFault("Thread", sim::Call::thread);
+const Fault kSocketFault = callFault("Socket", sim::Call::socket);
 
 std::string machineOf(const Scenario &scenario)
 {
@@ -281,9 +298,94 @@ TEST_P(Sweep, EachCallMayFailOnce)
     RecordProperty("calls", static_cast<int>(nth - 1));
 }
 
+constexpr auto kNameOf = [](const auto &testInfo) {
+    return std::string(std::get<0>(testInfo.param).name) + std::get<1>(testInfo.param).name;
+};
+
 INSTANTIATE_TEST_SUITE_P(All, Sweep, testing::Combine(testing::ValuesIn(kScenarios), testing::ValuesIn(kFaults)),
-                         [](const auto &testInfo) {
-                             return std::string(std::get<0>(testInfo.param).name) + std::get<1>(testInfo.param).name;
-                         });
+                         kNameOf);
+INSTANTIATE_TEST_SUITE_P(Threads, Sweep,
+                         testing::Combine(testing::ValuesIn(kThreadScenarios), testing::Values(kThreadFault)), kNameOf);
+INSTANTIATE_TEST_SUITE_P(Disks, Sweep,
+                         testing::Combine(testing::Values(kChangedMachineAll),
+                                          testing::Values(callFault("Ioctl", sim::Call::ioctl))),
+                         kNameOf);
+
+// The monitoring thread with all lines of options.inf, on a machine whose disks are on an adapter each: it receives the
+// kernel's events, and asks the disks in threads.
+class MonitoredSweep : public testing::TestWithParam<Fault> {
+protected:
+    static std::string machineOfAdapters()
+    {
+        nlohmann::json machine = machines::disks(3, 1);
+        machine["files"]["options.inf"] = "all\n";
+        return machine.dump();
+    }
+
+    // A pass, one that an event asks for, and a stop. The thread itself may not start.
+    static void monitor(sim::Machine &machine, broker::Broker &broker)
+    {
+        scenario::Steps steps;
+        if (scenario::startThread(broker) != 0) {
+            EXPECT_FALSE(scenario::threadRuns(broker));
+            return;
+        }
+        EXPECT_TRUE(sim::awaitSleep(1, 60));
+        EXPECT_TRUE(steps.pass());
+        machine.uevent("add", "sda");
+        EXPECT_TRUE(steps.pass());
+        EXPECT_TRUE(steps.pass());
+        EXPECT_EQ(scenario::stopThread(broker), 0);
+    }
+
+    // What clients see after a pass without a fault, and no change by anything that the thread left.
+    static nlohmann::json seenAfterwards(broker::Broker &broker)
+    {
+        scenario::Steps steps;
+        EXPECT_TRUE(steps.start(broker));
+        EXPECT_TRUE(steps.pass());
+        nlohmann::json seen = scenario::everythingOf(broker);
+        EXPECT_EQ(scenario::stopThread(broker), 0);
+        return seen;
+    }
+
+    // Returns false if there were fewer calls: then nothing failed.
+    static bool runWithNth(const Fault &fault, unsigned nth, nlohmann::json &seen)
+    {
+        sim::Machine machine(machineOfAdapters());
+        Server server(scenario::inServiceMode());
+        EXPECT_FALSE(scenario::threadRuns(*server)); // builds the store
+        const long threads = scenario::threadsNow();
+        fault.arm(*server, nth);
+        monitor(machine, *server);
+        const bool struck = fault.struck(*server);
+        fault.arm(*server, 0);
+        EXPECT_EQ(machine.ueventListeners(), 0U);
+        EXPECT_EQ(scenario::threadsNow(), threads) << "a thread is left";
+        seen = seenAfterwards(*server);
+        server->stop();
+        scenario::expectNothingLeft(*server);
+        return struck;
+    }
+};
+
+TEST_P(MonitoredSweep, EachCallMayFailOnce)
+{
+    nlohmann::json expected;
+    ASSERT_FALSE(runWithNth(GetParam(), 0, expected));
+    unsigned nth = 1;
+    for (nlohmann::json seen; nth < kMostCalls && !HasFailure(); ++nth) {
+        SCOPED_TRACE("call " + std::to_string(nth) + " fails");
+        if (!runWithNth(GetParam(), nth, seen)) {
+            break;
+        }
+        EXPECT_EQ(seen, expected);
+    }
+    EXPECT_GT(nth, 4U) << "the scenario makes such calls";
+    RecordProperty("calls", static_cast<int>(nth - 1));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, MonitoredSweep, testing::Values(kThreadFault, kSocketFault),
+                         [](const auto &testInfo) { return std::string(testInfo.param.name); });
 
 } // namespace

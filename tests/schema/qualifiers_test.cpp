@@ -6,6 +6,8 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <cctype>
 #include <functional>
 #include <map>
 #include <set>
@@ -72,22 +74,40 @@ TEST(Qualifiers, AreThoseOfTheStandardSchema)
 TEST(Qualifiers, EveryNumberHasAUnitOrValuesOrIsACountOrAddress)
 {
     const std::map<std::string, std::string> units = {
-        {"TAV_StorageConfig.MonitorCycle", "Seconds"},    {"TAV_StorageConfig.MonitorCycleMin", "Seconds"},
-        {"TAV_StorageConfig.MonitorCycleMax", "Seconds"}, {"TAV_StorageConfig.MonitorCycleDefault", "Seconds"},
+        {"TAV_StorageConfig.MonitorCycle", "Seconds"},
+        {"TAV_StorageConfig.MonitorCycleMin", "Seconds"},
+        {"TAV_StorageConfig.MonitorCycleMax", "Seconds"},
+        {"TAV_StorageConfig.MonitorCycleDefault", "Seconds"},
         {"TAV_StorageHardDisk.Capacity", "MegaBytes"},
+        {"TAV_StorageDisk.SizeBytes", "Bytes"},
+        {"TAV_StorageDisk.LogicalBlockBytes", "Bytes"},
+        {"TAV_StorageDisk.PhysicalBlockBytes", "Bytes"},
+        {"TAV_StorageDisk.RotationsPerMinute", "Revolutions per Minute"},
+        {"TAV_StorageDisk.HealthSinceSeconds", "Seconds"},
+        {"TAV_StorageDisk.EnduranceUsedPercent", "Percent"},
+        {"TAV_StorageDisk.SparePercent", "Percent"},
+        {"TAV_StorageDisk.TemperatureCelsius", "Degrees C"},
+        {"TAV_StorageDisk.PowerOnHours", "Hours"},
+        {"TAV_StorageDisk.BytesRead", "Bytes"},
+        {"TAV_StorageDisk.BytesWritten", "Bytes"},
+        {"TAV_StorageDisk.FirstSeenSeconds", "Seconds"},
+        {"TAV_StorageDisk.LastAskedSeconds", "Seconds"},
     };
-    const std::set<std::string> plain = {"InterruptNumber",  "DeviceTypeIndex",
-                                         "ControllerIndex",  "Bus",
-                                         "TargetID",         "LUN",
-                                         "HDDIndex",         "InterfaceTypeIndex",
-                                         "CylindersPerUnit", "SectorsPerTrack",
-                                         "TracksPerCylinder"};
+    const std::set<std::string> plain = {"InterruptNumber",   "DeviceTypeIndex",
+                                         "ControllerIndex",   "Bus",
+                                         "TargetID",          "LUN",
+                                         "HDDIndex",          "InterfaceTypeIndex",
+                                         "CylindersPerUnit",  "SectorsPerTrack",
+                                         "TracksPerCylinder", "PathCount",
+                                         "NVMeNamespace",     "PowerCycles",
+                                         "MediaErrors",       "ReallocatedSectors",
+                                         "PendingSectors",    "HardDiskIndex"};
     for (const auto &[name, property] : allProperties()) {
         const bool isTotal = name.starts_with("TAV_StorageTotalNumber.");
         const auto unit = units.find(name);
         EXPECT_EQ(qualifier(name, "units"), unit == units.end() ? mof::Values() : mof::Values{unit->second}) << name;
-        const bool otherwiseClear =
-            unit != units.end() || isTotal || property->type == "string" || plain.contains(property->name);
+        const bool otherwiseClear = unit != units.end() || isTotal || property->type == "string" ||
+                                    property->type == "boolean" || plain.contains(property->name);
         EXPECT_NE(property->qualifiers.contains("valuemap"), otherwiseClear) << name;
     }
 }
@@ -106,11 +126,11 @@ TEST(Qualifiers, EachMappedValueHasItsWord)
     }
 }
 
-// The codes that the tool has words for, from -10 to 10; for any other code it says the number.
+// The codes that the tool has words for, from -20 to 20; for any other code it says the number.
 mof::Values codesKnownToTheTool(const std::function<std::string(int)> &words)
 {
     mof::Values known;
-    for (int code = -10; code <= 10; ++code) {
+    for (int code = -20; code <= 20; ++code) {
         if (words(code).find("(" + std::to_string(code) + ")") == std::string::npos) {
             known.push_back(std::to_string(code));
         }
@@ -118,12 +138,14 @@ mof::Values codesKnownToTheTool(const std::function<std::string(int)> &words)
     return known;
 }
 
-// What the tool prints beside a SmartStatus; the code itself in parentheses if it knows none.
-std::string smartStatusWords(int code)
+// What the tool prints beside a code; the code itself in parentheses if it knows none.
+std::function<std::string(int)> printedWords(const char *className, const char *property)
 {
-    const std::string meaning =
-        tool::schemaMeaning("TAV_StorageHardDisk", "SmartStatus", broker::Value::signedNumber(code, CMPI_sint16));
-    return meaning.empty() ? "(" + std::to_string(code) + ")" : meaning;
+    return [=](int code) {
+        const std::string meaning =
+            tool::schemaMeaning(className, property, broker::Value::signedNumber(code, CMPI_sint16));
+        return meaning.empty() ? "(" + std::to_string(code) + ")" : meaning;
+    };
 }
 
 TEST(Qualifiers, ValueMapsHaveTheCodesThatTheToolKnows)
@@ -134,7 +156,11 @@ TEST(Qualifiers, ValueMapsHaveTheCodesThatTheToolKnows)
         {"TAV_StorageSCSIDevice.DeviceType", [](int code) { return deviceTypeWords(tool::kScsi, code); }},
         {"TAV_StorageIDEDevice.DeviceType", [](int code) { return deviceTypeWords(tool::kIde, code); }},
         {"TAV_StorageIDEDevice.IDEConfiguration", tool::drivePositionWords},
-        {"TAV_StorageHardDisk.SmartStatus", smartStatusWords},
+        {"TAV_StorageHardDisk.SmartStatus", printedWords("TAV_StorageHardDisk", "SmartStatus")},
+        {"TAV_StorageDisk.DiskIDSource", printedWords(kDiskClass, "DiskIDSource")},
+        {"TAV_StorageDisk.Transport", printedWords(kDiskClass, "Transport")},
+        {"TAV_StorageDisk.PowerState", printedWords(kDiskClass, "PowerState")},
+        {"TAV_StorageDisk.HealthState", printedWords(kDiskClass, "HealthState")},
         {"TAV_StorageLifeSpan.EnduranceRemaining", tool::lifeSpanWords},
     };
     for (const auto &[name, code] : words) {
@@ -187,6 +213,34 @@ TEST(Qualifiers, TextsAreAsLongAsTheirRecordsAllow)
             EXPECT_EQ(qualifier(name, "maxlen"), expected) << name;
         }
     }
+    for (const DiskProperty &property : diskProperties()) {
+        const std::string name = std::string(kDiskClass) + "." + property.name;
+        const mof::Values room = {std::to_string(property.room - 1)};
+        EXPECT_EQ(qualifier(name, "maxlen"), property.type == CMPI_chars ? room : mof::Values()) << name;
+    }
+}
+
+// The words of the value maps are those of the engine, as its output has them.
+TEST(Qualifiers, WordsOfADiskAreThoseOfTheEngine)
+{
+    using namespace disks;
+    const auto check = [](const char *property, auto nameOfCode) {
+        const mof::Values words = qualifier(std::string(kDiskClass) + "." + property, "values");
+        for (size_t code = 0; code < words.size(); ++code) {
+            std::string word = words[code];
+            std::transform(word.begin(), word.end(), word.begin(), [](unsigned char c) { return std::tolower(c); });
+            EXPECT_EQ(word.substr(0, 2), std::string(nameOfCode(code)).substr(0, 2)) << property << " " << word;
+        }
+        EXPECT_STREQ(nameOfCode(words.size()), nameOfCode(0)) << property << ": a code has no word";
+    };
+    check("HealthState", [](size_t code) { return nameOf(static_cast<HealthState>(code)); });
+    check("PowerState", [](size_t code) { return nameOf(static_cast<PowerState>(code)); });
+    check("DiskIDSource", [](size_t code) { return nameOf(static_cast<IdentitySource>(code)); });
+    const mof::Values transports = qualifier("TAV_StorageDisk.Transport", "values");
+    EXPECT_EQ(transports.size(), static_cast<size_t>(Transport::pmem) + 1);
+    EXPECT_EQ(transports.at(static_cast<size_t>(Transport::nvme)), "NVMe");
+    EXPECT_EQ(transports.at(static_cast<size_t>(Transport::fibreChannel)), "Fibre Channel");
+    EXPECT_EQ(transports.at(static_cast<size_t>(Transport::mmc)), "MMC");
 }
 
 } // namespace

@@ -40,6 +40,7 @@ std::vector<std::string> classNames()
         names.emplace_back(desc.cimName);
     }
     names.emplace_back(kThreadClass);
+    names.emplace_back(kDiskClass);
     return names;
 }
 

@@ -4,6 +4,7 @@
 
 #include "schema/mof.h"
 
+#include "classes/disk_properties.h"
 #include "records/records.h"
 
 #include <string>
@@ -21,7 +22,7 @@ std::string fileText(const std::string &relative);
 const std::vector<mof::Class> &schema();
 const mof::Class &schemaClass(const std::string &name); // throws when there is none
 
-// The twelve classes as the provider describes them.
+// The classes as the provider describes them.
 std::vector<std::string> classNames();
 std::vector<FieldDesc> publishedFields(const ClassDesc &desc);
 

@@ -24,6 +24,12 @@ std::string schemaType(CMPIType type)
         return "sint16";
     case CMPI_uint32:
         return "uint32";
+    case CMPI_sint32:
+        return "sint32";
+    case CMPI_uint64:
+        return "uint64";
+    case CMPI_boolean:
+        return "boolean";
     case CMPI_chars:
         return "string";
     default:
@@ -31,13 +37,13 @@ std::string schemaType(CMPIType type)
     }
 }
 
-TEST(Schema, HasTheTwelveClassesOnceEach)
+TEST(Schema, HasEachClassOnce)
 {
     std::vector<std::string> names;
     for (const mof::Class &c : schema()) {
         names.push_back(c.name);
     }
-    EXPECT_EQ(names.size(), 12U);
+    EXPECT_EQ(names.size(), 13U);
     EXPECT_THAT(names, testing::UnorderedElementsAreArray(classNames()));
 }
 
@@ -51,6 +57,11 @@ TEST(Schema, PropertiesAreWhatTheProviderPublishes)
         EXPECT_EQ(declared(schemaClass(desc.cimName).properties), published) << desc.cimName;
     }
     EXPECT_THAT(declared(schemaClass(kThreadClass).properties), ElementsAre("uint16 ThreadRunning"));
+    std::vector<std::string> ofDisks;
+    for (const DiskProperty &property : diskProperties()) {
+        ofDisks.push_back(schemaType(property.type) + " " + property.name);
+    }
+    EXPECT_EQ(declared(schemaClass(kDiskClass).properties), ofDisks);
 }
 
 TEST(Schema, LifeSpanTotalIsNoProperty)
@@ -59,7 +70,7 @@ TEST(Schema, LifeSpanTotalIsNoProperty)
                 Not(testing::Contains(HasSubstr("LifeSpanTotalNumber"))));
 }
 
-TEST(Schema, TheOnlyKeyIsIndexAndItIsAString)
+TEST(Schema, TheOnlyKeyIsIndexOrDiskIDAndItIsAString)
 {
     const std::set<std::string> withoutKey = {"TAV_StorageConfig", "TAV_StorageTotalNumber", kThreadClass};
     for (const mof::Class &c : schema()) {
@@ -72,13 +83,16 @@ TEST(Schema, TheOnlyKeyIsIndexAndItIsAString)
         if (withoutKey.contains(c.name)) {
             EXPECT_TRUE(keys.empty()) << c.name;
         } else {
-            EXPECT_THAT(keys, ElementsAre("string Index")) << c.name;
+            EXPECT_THAT(keys, ElementsAre(c.name == kDiskClass ? "string DiskID" : "string Index")) << c.name;
         }
     }
     for (const ClassDesc &desc : kClasses) {
         const bool keyed =
             std::any_of(desc.fields.begin(), desc.fields.end(), [](const FieldDesc &f) { return f.key; });
         EXPECT_NE(keyed, withoutKey.contains(desc.cimName)) << desc.cimName;
+    }
+    for (const DiskProperty &property : diskProperties()) {
+        EXPECT_EQ(property.key, property.name == std::string("DiskID")) << property.name;
     }
 }
 

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cstdlib>
 #include <set>
 #include <sstream>
 #include <unistd.h>
@@ -102,6 +103,73 @@ void asSmartctlHasIt(const Json &disk)
     }
 }
 
+uint64_t numberOf(const Json &json)
+{
+    return std::strtoull(textOf(json).c_str(), nullptr, 10);
+}
+
+// "nvme smart-log" prints each field of the log (NVMe 1.4, figure 194) in the log's own unit.
+void asNvmeCliHasIt(const Json &disk)
+{
+    constexpr int kCelsius = 273;          // in the log are kelvins
+    constexpr uint64_t kDataUnit = 512000; // bytes
+    const std::string node = disk["node"];
+    const Json log = parsed("/tools/nvme smart-log -o json " + node);
+    const Json &readings = disk["readings"];
+    const auto asLogged = [&](const char *field, const char *reading) {
+        check(node + ": " + field, textOf(log.value(field, Json())), readings[reading].dump());
+    };
+    asLogged("avail_spare", "sparePercent");
+    asLogged("percent_used", "enduranceUsedPercent");
+    asLogged("power_on_hours", "powerOnHours");
+    asLogged("power_cycles", "powerCycles");
+    asLogged("media_errors", "mediaErrors");
+    check(node + ": temperature", std::to_string(log.value("temperature", 0) - kCelsius),
+          readings["temperatureCelsius"].dump());
+    check(node + ": data_units_read", std::to_string(numberOf(log.value("data_units_read", Json())) * kDataUnit),
+          readings["bytesRead"].dump());
+    check(node + ": data_units_written", std::to_string(numberOf(log.value("data_units_written", Json())) * kDataUnit),
+          readings["bytesWritten"].dump());
+}
+
+// The disks of a recorded machine, without when they were asked.
+Json disksOf(const std::string &options)
+{
+    Json disks = parsed("/test/bin/tavstrg " + options + " --json disks").value("disks", Json::array());
+    for (Json &disk : disks) {
+        disk.erase("lastAsked");
+    }
+    return disks;
+}
+
+Json withoutIdentity(Json disks)
+{
+    for (Json &disk : disks) {
+        for (const char *name : {"id", "serialNumber", "wwid"}) {
+            disk.erase(name);
+        }
+    }
+    return disks;
+}
+
+// What is recorded of this machine shows the same disks.
+void recordedMachineIsTheSame()
+{
+    const Json disks = disksOf("");
+    check("the machine can be recorded", "0",
+          firstLineOf("/test/bin/tavstrg record --keep-names /tmp/kept && /test/bin/tavstrg record /tmp/replaced; "
+                      "echo $?"));
+    check("the recorded machine has the same disks", disks.dump(), disksOf("--machine /tmp/kept").dump());
+    check("with replaced names too", withoutIdentity(disks).dump(),
+          withoutIdentity(disksOf("--machine /tmp/replaced")).dump());
+    const std::string description = outputOf("cat /tmp/replaced");
+    const bool leaks = std::any_of(disks.begin(), disks.end(), [&description](const Json &disk) {
+        return disk["serialNumber"].is_string() &&
+               description.find(disk["serialNumber"].get<std::string>()) != std::string::npos;
+    });
+    check("no serial number is left in it", false, leaks);
+}
+
 const Json &withSerial(const Json &disks, const std::string &serial)
 {
     static const Json none = {{"health", {{"state", "no such disk"}, {"reason", ""}}}};
@@ -131,7 +199,11 @@ void disks()
         if (disk["protocol"] == "nvme" || disk["transport"] == "sata") {
             asSmartctlHasIt(disk);
         }
+        if (disk["protocol"] == "nvme") {
+            asNvmeCliHasIt(disk);
+        }
     }
+    recordedMachineIsTheSame();
     check("an NVMe disk that is read-only fails", "failing",
           textOf(withSerial(found, kReadOnlySerial)["health"]["state"]));
     check("so says the exit status of health", "4", firstLineOf("/test/bin/tavstrg health >/dev/null; echo $?"));

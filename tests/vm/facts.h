@@ -18,9 +18,18 @@ struct Device {
     uint64_t number(const std::string &name) const;
 };
 
+// The drivers that the test manages. The first two are in storage.inf as well, but the inventory never has them.
+inline const std::vector<std::string> kNeverManaged = {"usb-storage", "scsi_debug"};
+inline const std::vector<std::string> kManaged = {"ahci", "sym53c8xx", "tcm_loopback"};
+// A driver with a disk that has no ATA identity.
+inline const std::string kDriverWithOtherDisk = "virtio_scsi";
+// All drivers with such disks: without disk-identity each of them empties the inventory.
+inline const std::vector<std::string> kDriversWithOtherDisks = {kDriverWithOtherDisk, "megaraid_sas", "mptsas"};
+
 struct Facts {
     std::map<int, std::string> drivers; // of the hosts, by number
     std::vector<Device> devices;        // in the order of the kernel's listing
+    std::vector<std::string> managed = kManaged;
 
     const Device &at(const std::string &address) const; // ends the test if it does not exist
 };
@@ -44,11 +53,6 @@ void switchSmart(const std::string &address, bool on);
 
 // --- the administrator's files ---------------------------------------------------------------------------------------
 
-// The drivers that the test manages. The first two are in storage.inf as well, but the inventory never has them.
-inline const std::vector<std::string> kNeverManaged = {"usb-storage", "scsi_debug"};
-inline const std::vector<std::string> kManaged = {"ahci", "sym53c8xx", "mptsas", "tcm_loopback"};
-// A driver with a disk that has no ATA identity.
-inline const std::string kDriverWithOtherDisk = "virtio_scsi";
 // Vendor and model of the disk in noscsi.inf.
 inline const std::string kUnwatchedModel = "UNWATCHED";
 

@@ -11,9 +11,10 @@ here=$(cd "$(dirname "$0")" && pwd)
 readonly cache=${1:?usage: image.sh CACHE [BUILD INITRAMFS]}
 readonly packages=$cache/packages unpacked=$cache/unpacked
 readonly libraries=usr/lib/x86_64-linux-gnu
-readonly tool_packages=(busybox-static lsscsi smartmontools sg3-utils libsgutils2-1.46-2 libcap-ng0 hdparm)
+readonly tool_packages=(busybox-static lsscsi smartmontools sg3-utils libsgutils2-1.46-2 libcap-ng0 hdparm
+    nvme-cli libnvme1 libjson-c5 libdbus-1-3 libssl3)
 # The tools with whose output the provider's answers are compared.
-readonly tools=(usr/bin/lsscsi usr/bin/sg_inq usr/sbin/smartctl usr/sbin/smartd sbin/hdparm)
+readonly tools=(usr/bin/lsscsi usr/bin/sg_inq usr/sbin/smartctl usr/sbin/smartd sbin/hdparm usr/sbin/nvme)
 # In load order, each after its dependencies. ahci comes before the other adapters, so its disks get the first names.
 readonly modules=(virtio_pci sd_mod sr_mod sg st ahci virtio_scsi sym53c8xx megaraid_sas mptsas xhci-pci usb-storage uas
     nvme virtio_blk

@@ -51,15 +51,15 @@ std::string withoutTail(std::string serial)
     return serial.erase(serial.find_last_not_of(' ') + 1);
 }
 
-bool isManaged(const std::string &driver)
+bool isManaged(const Facts &facts, const std::string &driver)
 {
-    return std::find(kManaged.begin(), kManaged.end(), driver) != kManaged.end();
+    return std::find(facts.managed.begin(), facts.managed.end(), driver) != facts.managed.end();
 }
 
 void addControllers(Inventory &inventory, std::map<int, std::string> &indexOfHost, const Facts &facts)
 {
     for (const auto &[host, driver] : facts.drivers) {
-        if (isManaged(driver)) {
+        if (isManaged(facts, driver)) {
             const std::string index = std::to_string(indexOfHost.size() + 1);
             indexOfHost[host] = index;
             inventory.controllers[index] = {{"Index", index},
@@ -72,6 +72,14 @@ void addControllers(Inventory &inventory, std::map<int, std::string> &indexOfHos
     }
 }
 
+std::string smartStatusOf(const std::string &health)
+{
+    if (health == "none") {
+        return "-1";
+    }
+    return health == "PASSED" ? "0" : "not " + health;
+}
+
 // The kernel's geometry with as many cylinders as fit the disk; the capacity in MiB is that of whole cylinders.
 void addHardDisk(Row &row, const Device &device)
 {
@@ -82,7 +90,7 @@ void addHardDisk(Row &row, const Device &device)
     row["TracksPerCylinder"] = device["heads"];
     row["SectorsPerTrack"] = device["sectors"];
     row["Capacity"] = std::to_string(cylinders * track * sector >> 20);
-    row["SmartStatus"] = device["health"] == "PASSED" ? "0" : "not " + device["health"];
+    row["SmartStatus"] = smartStatusOf(device["health"]);
     row["PNPDeviceID"] = "";
 }
 
@@ -174,7 +182,7 @@ std::vector<int> managedHosts(const Facts &facts)
 {
     std::vector<int> hosts;
     for (const auto &[host, driver] : facts.drivers) {
-        if (isManaged(driver)) {
+        if (isManaged(facts, driver)) {
             hosts.push_back(host);
         }
     }

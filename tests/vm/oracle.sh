@@ -7,6 +7,9 @@
 #   disk                          device name, such as sda
 #   vendor model revision         from its INQUIRY data (sg_inq)
 #   serial health                 of an ATA disk, from smartctl
+#   health                        of another disk: none, if it has no SMART, or refuses to be asked (smartctl)
+#   page80                        serial number in VPD page 80h of a disk (sg_inq), if it has that page
+#   wwid                          the kernel's, of a disk
 #   attribute-N                   normalised value of SMART attribute N
 #   bytes sector                  size and logical sector size (blockdev)
 #   heads sectors                 the kernel's geometry (hdparm)
@@ -28,7 +31,16 @@ ata_facts() {
     done
 }
 
+scsi_facts() {
+    case $(ask /tools/smartctl -B /dev/null -d scsi -i "$1") in # without its database, which takes it a second
+    *"lacks SMART capability"* | *"mandatory SMART command failed"*) fact health none ;;
+    esac
+}
+
 disk_facts() {
+    answer=$(ask /tools/sg_inq -p 0x80 "$1")
+    fact page80 "$(value 'Unit serial number')"
+    fact wwid "$(cat "$directory/wwid" 2>/dev/null)"
     fact bytes "$(ask blockdev --getsize64 "$1")"
     fact sector "$(ask blockdev --getss "$1")"
     # "geometry = cylinders/heads/sectors, ..."
@@ -47,7 +59,8 @@ for directory in "$devices"/*:*:*:*; do
     address=${directory##*/}
     generic=$(ls "$directory/scsi_generic")
     disk=$(ls "$directory/block" 2>/dev/null)
-    fact kind "$(printf '%s\n' "$listing" | awk -v address="[$address]" '$1 == address { print $2 }')"
+    kind=$(printf '%s\n' "$listing" | awk -v address="[$address]" '$1 == address { print $2 }')
+    fact kind "$kind"
     fact disk "$disk"
     answer=$(ask /tools/sg_inq "/dev/$generic")
     fact vendor "$(value 'Vendor identification')"
@@ -55,5 +68,8 @@ for directory in "$devices"/*:*:*:*; do
     fact model "$(value 'Product identification')"
     fact revision "$(value 'Product revision level')"
     case $disk in sd*) disk_facts "/dev/$disk" ;; esac
-    case $vendor in ATA) ata_facts "/dev/$disk" ;; esac
+    case $vendor,$kind in
+    ATA,*) ata_facts "/dev/$disk" ;;
+    *,disk) scsi_facts "/dev/$disk" ;;
+    esac
 done

@@ -5,7 +5,7 @@
 # usage: tests/vm/run.sh [--build DIR] [--phases A,B,...] [--keep] [--verbose] [--fetch]
 #
 #   --build DIR     the build to test (build/release)
-#   --phases LIST   only these phases: inventory smart unmanaged failing monitoring hotplug sleeping disks service many;
+#   --phases LIST   only these phases: inventory smart unmanaged failing monitoring hotplug sleeping adapters disks service many;
 #                   or compare, which is not a test: it measures the cost of the provider and of Debian's tools (./bench.sh compare
 #                   --vm)
 #   --keep          keep the console, traces, alerts and check results in build/vm/run.* even if all checks passed
@@ -19,9 +19,9 @@ set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 source=$(cd "$here/../.." && pwd)
 readonly here source cache=$source/build/vm
-readonly all_phases=inventory,smart,unmanaged,failing,monitoring,hotplug,sleeping,disks,service,many
+readonly all_phases=inventory,smart,unmanaged,failing,monitoring,hotplug,sleeping,adapters,disks,service,many
 # With fewer checks, some did not run. A change to the machine or to the checks changes the number.
-readonly all_checks=2281
+readonly all_checks=2731
 readonly time_limit=300 # seconds that the machine may run
 
 skip() {
@@ -76,16 +76,23 @@ disk $((64 * mib)) ide-hd,bus=ide.5,model=UNWATCHED-DISK,serial=UNWATCHED-1
 # Managed: a parallel SCSI adapter with a CD-ROM drive, and one without a device.
 adapter lsi53c895a,id=parallel
 adapter scsi-cd,bus=parallel.0,scsi-id=3
-adapter mptsas1068
-# Not managed: disks without an ATA identity, and USB devices.
+adapter lsi53c810
+# Managed only in the phase of all adapters: disks without an ATA identity. One has no serial number, one no world wide name
+# either.
 adapter virtio-scsi-pci,id=virtio
 # Two paths to one disk.
 disk $((1 * gib)) scsi-hd,bus=virtio.0,scsi-id=1,vendor=ACME,product=TESTDISK,serial=ACME-0001,wwn=0x5000c500a1b2c3d4
+disk $((3 * gib)) scsi-hd,bus=virtio.0,scsi-id=2
 adapter megasas,id=raid
 disk $((1 * gib)) scsi-hd,bus=raid.0,scsi-id=0,serial=ACME-0001,wwn=0x5000c500a1b2c3d4
+disk $((5 * gib)) scsi-hd,bus=raid.0,scsi-id=2,serial=RAID-0002
+adapter mptsas1068,id=sas
+disk $((2 * gib)) scsi-hd,bus=sas.0,scsi-id=0,serial=SAS-0001,wwn=0x5000c500a1b2c3d5
+disk $((3 * gib)) scsi-hd,bus=sas.0,scsi-id=1,wwn=0x5000c500a1b2c3d6
+# Never managed.
 adapter qemu-xhci,id=usb
 disk $((256 * mib)) usb-storage,bus=usb.0
-readonly devices=10
+readonly devices=14
 # No SCSI devices: a controller with two namespaces, one whose medium is read-only, and a disk of virtio.
 adapter nvme,id=nvme,serial=NVME-TWO-NAMESPACES
 disk $((4 * gib)) nvme-ns,bus=nvme,nsid=1

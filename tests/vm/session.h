@@ -51,6 +51,8 @@ void addSimulatedDisks(int number);
 // The phases of the monitoring thread and of the kernel's events.
 void monitoring();
 void hotplug();
+// The phase of all adapters with disks.
+void adapters();
 // The phase of the suspended disk.
 void sleeping();
 // The phase of the tool's disks.

@@ -42,7 +42,7 @@ protected:
     sim::Machine machine;
 };
 
-constexpr const char *kFile = "/opt/qlm/tavkit_sa/data/storage.inf";
+constexpr const char *kDataFile = "/opt/qlm/tavkit_sa/data/storage.inf";
 
 // Keeps the compiler from removing an allocation.
 void *volatile kept;
@@ -51,7 +51,7 @@ TEST_F(Calls, OtherCodeIsNotCounted)
 {
     sim::countCallsOf("libTAVStorageProvider.so");
     sim::failNth(Call::open, 1);
-    const int fd = open(kFile, O_RDONLY);
+    const int fd = open(kDataFile, O_RDONLY);
     EXPECT_GE(fd, 0);
     close(fd);
     EXPECT_EQ(sim::callsMade(Call::open), 0U);
@@ -61,13 +61,13 @@ TEST_F(Calls, OtherCodeIsNotCounted)
 TEST_F(Calls, OnlyTheNthFails)
 {
     sim::failNth(Call::open, 2);
-    const int first = open(kFile, O_RDONLY);
+    const int first = open(kDataFile, O_RDONLY);
     EXPECT_GE(first, 0);
     EXPECT_FALSE(sim::failureStruck());
-    EXPECT_EQ(fopen(kFile, "r"), nullptr);
+    EXPECT_EQ(fopen(kDataFile, "r"), nullptr);
     EXPECT_EQ(errno, EMFILE);
     EXPECT_TRUE(sim::failureStruck());
-    FILE *third = fopen(kFile, "r");
+    FILE *third = fopen(kDataFile, "r");
     EXPECT_NE(third, nullptr);
     EXPECT_EQ(sim::callsMade(Call::open), 3U);
     fclose(third);
@@ -80,7 +80,7 @@ TEST_F(Calls, EmptyNameCountsEveryCaller)
 {
     sim::countCallsOf("");
     sim::resetCounts();
-    const int fd = open(kFile, O_RDONLY);
+    const int fd = open(kDataFile, O_RDONLY);
     close(fd);
     EXPECT_EQ(sim::callsMade(Call::open), 1U);
 }
@@ -95,7 +95,7 @@ TEST_F(Calls, ZeroDisarms)
 
 TEST_F(Calls, FailedReadSetsTheStreamsErrorFlag)
 {
-    FILE *file = fopen(kFile, "r");
+    FILE *file = fopen(kDataFile, "r");
     ASSERT_NE(file, nullptr);
     char line[64];
     EXPECT_NE(fgets(line, sizeof line, file), nullptr);
@@ -114,7 +114,7 @@ TEST_F(Calls, FailedReadSetsTheStreamsErrorFlag)
     EXPECT_EQ(getline(&text, &size, file), -1);
     free(text);
     fclose(file);
-    const int fd = open(kFile, O_RDONLY);
+    const int fd = open(kDataFile, O_RDONLY);
     sim::failNth(Call::read, 1);
     EXPECT_EQ(read(fd, line, sizeof line), -1);
     close(fd);
@@ -153,7 +153,7 @@ TEST_F(Calls, ListingStatIoctlAndUnameFail)
     EXPECT_EQ(opendir("/sys/bus/scsi/devices"), nullptr);
     struct stat status {};
     sim::failNth(Call::stat, 1);
-    EXPECT_EQ(stat(kFile, &status), -1);
+    EXPECT_EQ(stat(kDataFile, &status), -1);
     EXPECT_EQ(errno, EIO);
     char text[64];
     sim::failNth(Call::stat, 1);
@@ -172,7 +172,7 @@ TEST_F(Calls, ListingStatIoctlAndUnameFail)
 
 TEST_F(Calls, SegmentsAreRealCountedAndCanFail)
 {
-    const key_t key = ftok(kFile, 69);
+    const key_t key = ftok(kDataFile, 69);
     ASSERT_NE(key, -1);
     const int id = shmget(IPC_PRIVATE, 4096, IPC_CREAT | 0600);
     ASSERT_GE(id, 0);
@@ -272,7 +272,7 @@ TEST_F(Calls, ManyBlocksAreCounted)
 TEST_F(Calls, LiveDescriptorsAreCounted)
 {
     const int64_t before = sim::liveDescriptors();
-    const int fd = open(kFile, O_RDONLY);
+    const int fd = open(kDataFile, O_RDONLY);
     FILE *file = fopen("/etc/passwd", "r");
     DIR *directory = opendir("/tmp");
     EXPECT_EQ(sim::liveDescriptors(), before + 3);

@@ -28,6 +28,7 @@ void readHost(Fields fields, Description &description)
         }
         host.usb = readUsb(*usb);
     }
+    host.path = readPath(fields, "host" + std::to_string(host.number));
     for (const Fields &device : fields.objects("devices")) {
         description.devices.push_back(readDevice(device, host.number));
     }

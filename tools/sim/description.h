@@ -156,6 +156,13 @@ struct LogsDescription {
     std::map<uint8_t, std::optional<std::vector<uint8_t>>> pages; // without their header; nullopt: no such page
 };
 
+// A reply as it was recorded: whatever the other fields say, a SCSI command of these bytes is answered with it.
+struct RecordedReply {
+    std::vector<uint8_t> cdb, data, sense;
+    int status = 0, hostStatus = 0, driverStatus = 0;
+    int errorNumber = 0; // the ioctl fails with it
+};
+
 struct NvmeController;
 
 enum class Bus { scsi, ide, nvmeController, nvmeNamespace, virtio, mmc };
@@ -197,6 +204,8 @@ struct DeviceDescription {
     std::vector<Fault> faults;
     std::string enclosureId; // of an enclosure, "0x500304801f2c3d3d"
     std::vector<SlotDescription> slots;
+    std::string path; // directory in sysfs below /sys/devices; empty: by the host
+    std::vector<RecordedReply> replies;
 
     std::string address() const;                // "0:0:1:0": host, channel, id and LUN
     std::shared_ptr<const NvmeController> nvme; // of NVMe's two kinds of node
@@ -233,6 +242,7 @@ struct NvmeNamespace {
 struct NvmeController {
     unsigned number = 0, cntlid = 0, subsystem = 0, vendorId = 0x1B36;
     std::string model, serial, firmware, transport, address, state, nqn;
+    std::string path;       // directory in sysfs below /sys/devices; empty: by the transport and address
     bool multipath = false; // the kernel makes one node for all paths of a namespace
     NvmeHealth health;
     std::vector<NvmeNamespace> namespaces;
@@ -241,9 +251,10 @@ struct NvmeController {
 
 // A disk that is neither SCSI nor NVMe: virtio-blk, or an MMC or SD card.
 struct CardDescription {
-    std::string type, name, cid, date, lifeTime, preEol; // attributes of MMC
+    std::string type, name, cid, date, firmware, lifeTime, preEol; // attributes of MMC
     unsigned manufacturer = 0, oem = 0;
     std::string pciAddress;
+    std::string path; // directory of the device in sysfs below /sys/devices; empty: by the PCI address
     bool bootPartitions = false;
     DeviceDescription device;
 };
@@ -259,6 +270,7 @@ struct HostDescription {
     std::string driver;
     std::string pciAddress; // "0000:00:1f.2"; empty: chosen by the driver's name
     std::string transport;  // "ata", "sas", "usb", "virtio", "pci"; empty: by the driver's name
+    std::string path;       // directory in sysfs below /sys/devices, with "host0" at its end; empty: by the transport
     std::optional<UsbDescription> usb;
 };
 

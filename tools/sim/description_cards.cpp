@@ -21,6 +21,8 @@ void readCommon(Fields &fields, CardDescription &card, const std::string &node)
     card.device.node = fields.fileName("node", node);
     card.device.serial = fields.text("serial", "");
     card.pciAddress = fields.optionalFileName("pciAddress", "");
+    card.path = fields.text("path", "");
+    card.path = readPath(fields, card.path.substr(card.path.rfind('/') + 1));
     readSize(fields, card.device, uint64_t{32} << 30);
     readBlock(fields, card.device);
     readFaults(fields, card.device);
@@ -50,6 +52,7 @@ CardDescription readMmc(Fields fields, size_t position)
     card.name = fields.text("name", "CARD");
     card.cid = fields.text("cid", "");
     card.date = fields.text("date", "01/2024");
+    card.firmware = fields.text("firmware", "");
     card.manufacturer = fields.number<uint8_t>("manufacturer", 0);
     card.oem = fields.number<uint16_t>("oem", 0);
     card.lifeTime = fields.text("lifeTime", "");

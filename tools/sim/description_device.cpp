@@ -2,6 +2,8 @@
 // Devices of a description: size, ATA SMART, informational exceptions, faults.
 #include "sim/description_parts.h"
 
+#include <algorithm>
+
 namespace sim {
 
 namespace {
@@ -91,6 +93,24 @@ void readFault(Fields fields, std::vector<Fault> &faults)
     faults.push_back(fault);
 }
 
+void readReply(Fields fields, std::vector<RecordedReply> &replies)
+{
+    RecordedReply reply;
+    reply.cdb = fields.bytes("cdb");
+    reply.data = fields.bytes("data");
+    reply.data.resize(std::max<size_t>(reply.data.size(), fields.number<uint16_t>("length", 0)));
+    reply.sense = fields.bytes("sense");
+    reply.status = fields.number<uint8_t>("status", reply.sense.empty() ? 0 : 2);
+    reply.hostStatus = fields.number<uint8_t>("hostStatus", 0);
+    reply.driverStatus = fields.number<uint8_t>("driverStatus", 0);
+    reply.errorNumber = fields.errorNumber("errno");
+    if (reply.cdb.empty()) {
+        fields.fail("cdb", "expected the command");
+    }
+    fields.finish();
+    replies.push_back(reply);
+}
+
 } // namespace
 
 void readSize(Fields &fields, DeviceDescription &device, uint64_t defaultBytes)
@@ -165,6 +185,10 @@ DeviceDescription readDevice(Fields fields, int host)
     }
     readSysfs(fields, device);
     readLogs(fields, device);
+    device.path = readPath(fields, device.address());
+    for (const Fields &reply : fields.objects("replies")) {
+        readReply(reply, device.replies);
+    }
     device.exceptions.supported = device.exceptions.logPage =
         (device.type == kDisk || device.type == kZoned) && !device.takesAta();
     if (const std::optional<Fields> exceptions = fields.object("exceptions")) {

@@ -126,6 +126,7 @@ void readNvme(Fields fields, Description &description)
     controller->cntlid = fields.number<uint16_t>("cntlid", static_cast<uint16_t>(controller->number));
     controller->multipath = fields.flag("multipath", false);
     readNames(fields, *controller);
+    controller->path = readPath(fields, "nvme" + std::to_string(controller->number));
     if (const std::optional<Fields> health = fields.object("health")) {
         readHealth(*health, controller->health);
     }

@@ -19,6 +19,9 @@ void readBlock(Fields &fields, DeviceDescription &device);
 // Bytes of a fixed number, given as hexadecimal text in which "-" and ":" may separate them, or as an array.
 std::vector<uint8_t> readBytes(Fields &fields, const char *name, size_t number);
 
+// A path below /sys/devices, which ends in "/" and name; empty if there is none.
+std::string readPath(Fields &fields, const std::string &name);
+
 UsbDescription readUsb(Fields fields);
 // Device statistics of an ATA disk, log pages of a SCSI disk.
 void readLogs(Fields &fields, DeviceDescription &device);

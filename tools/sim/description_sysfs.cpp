@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <bit>
 #include <set>
+#include <stdexcept>
 #include <string>
 
 namespace sim {
@@ -94,6 +95,23 @@ void readBlock(Fields &fields, DeviceDescription &device)
     }
     block.removable = fields.flag("removable", device.type == kCdrom);
     block.readOnly = fields.flag("readOnly", device.type == kCdrom);
+}
+
+std::string readPath(Fields &fields, const std::string &name)
+{
+    std::string path = fields.text("path", "");
+    if (path.empty()) {
+        return path;
+    }
+    try {
+        const TreePath directory("/sys/devices/" + path);
+        if (directory.name() != name) {
+            fields.fail("path", "expected a path that ends in " + name);
+        }
+        return path;
+    } catch (const std::invalid_argument &error) {
+        fields.fail("path", error.what());
+    }
 }
 
 UsbDescription readUsb(Fields fields)

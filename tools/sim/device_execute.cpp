@@ -58,6 +58,37 @@ void putFault(sg_io_hdr_t &header, const Fault &fault)
     header.resid = static_cast<int>(header.dxfer_len);
 }
 
+const RecordedReply *recordedReply(const Device &device, const sg_io_hdr_t &header)
+{
+    const std::span<const uint8_t> cdb(header.cmdp, header.cmd_len);
+    const auto found =
+        std::find_if(device.is.replies.begin(), device.is.replies.end(), [cdb](const RecordedReply &one) {
+            return std::equal(one.cdb.begin(), one.cdb.end(), cdb.begin(), cdb.end());
+        });
+    return found == device.is.replies.end() ? nullptr : &*found;
+}
+
+int replay(const RecordedReply &reply, sg_io_hdr_t &header)
+{
+    if (reply.errorNumber != 0) {
+        return failWith(reply.errorNumber);
+    }
+    const bool in = header.dxfer_direction == SG_DXFER_FROM_DEV && header.dxferp != nullptr;
+    const size_t moved = in ? std::min<size_t>(reply.data.size(), header.dxfer_len) : 0;
+    std::copy_n(reply.data.begin(), moved, static_cast<uint8_t *>(header.dxferp));
+    if (!reply.sense.empty()) {
+        putSense(header, reply.sense);
+    }
+    header.resid = static_cast<int>(header.dxfer_len - moved);
+    header.status = static_cast<unsigned char>(reply.status);
+    header.masked_status = static_cast<unsigned char>(reply.status >> 1 & 0x1F);
+    header.host_status = static_cast<unsigned short>(reply.hostStatus);
+    header.driver_status = static_cast<unsigned short>(reply.driverStatus);
+    const bool good = header.masked_status == 0 && reply.hostStatus == 0 && reply.driverStatus == 0;
+    header.info = good ? SG_INFO_OK : SG_INFO_CHECK;
+    return 0;
+}
+
 int genericIo(Device &device, sg_io_hdr_t &header, const Fault &fault)
 {
     if (device.is.isIde() || header.cmdp == nullptr || header.cmd_len == 0) {
@@ -73,6 +104,9 @@ int genericIo(Device &device, sg_io_hdr_t &header, const Fault &fault)
     if (fault.fails()) {
         putFault(header, fault);
         return 0;
+    }
+    if (const RecordedReply *const recorded = recordedReply(device, header)) {
+        return replay(*recorded, header);
     }
     auto *data = static_cast<uint8_t *>(header.dxferp);
     const bool out = header.dxfer_direction == SG_DXFER_TO_DEV && data != nullptr;

@@ -549,4 +549,45 @@ TEST(Device, ThreadsMayShareIt)
     EXPECT_EQ(machine.openDescriptors(), 0);
 }
 
+TEST(RecordedReplies, AnswerTheirCommandsAndNoOther)
+{
+    const sim::Machine machine(disk(R"("replies": [
+        {"cdb": "4d004d0000000000fc00", "data": "0d0001", "length": 6, "status": 0},
+        {"cdb": "4d006f0000000000fc00", "sense": "70000500000000", "driverStatus": 8},
+        {"cdb": "4d00510000000000fc00", "errno": "EIO"}])"));
+    const Node node("/dev/sda");
+    const Result page = send(node, {0x4D, 0, 0x4D, 0, 0, 0, 0, 0, 0xFC, 0}, SG_DXFER_FROM_DEV, 0xFC);
+    EXPECT_EQ(page.ret, 0);
+    EXPECT_EQ(page.header.resid, 0xFC - 6);
+    EXPECT_EQ(page.data[2], 1);
+    const Result refused = send(node, {0x4D, 0, 0x6F, 0, 0, 0, 0, 0, 0xFC, 0}, SG_DXFER_FROM_DEV, 0xFC);
+    EXPECT_EQ(refused.header.status, 2);
+    EXPECT_EQ(refused.header.sb_len_wr, 7);
+    EXPECT_EQ(send(node, {0x4D, 0, 0x51, 0, 0, 0, 0, 0, 0xFC, 0}, SG_DXFER_FROM_DEV, 0xFC).ret, -1);
+    EXPECT_EQ(send(node, kInquiry, SG_DXFER_FROM_DEV, 64).header.status, 0);
+}
+
+class Heard : public sim::DeviceListener {
+public:
+    Heard() { sim::listen(this); }
+    ~Heard() override { sim::listen(nullptr); }
+    void opened(const char *path, int, int error) override { calls.push_back(path + (" " + std::to_string(error))); }
+    void answered(int, unsigned long request, const void *, int result, int) override
+    {
+        calls.push_back((request == SG_IO ? "SG_IO " : "other ") + std::to_string(result));
+    }
+    std::vector<std::string> calls;
+};
+
+TEST(DeviceListener, HearsOfOpeningsAndRequests)
+{
+    const sim::Machine machine(disk(kAta));
+    Heard heard;
+    const Node node("/dev/sda");
+    EXPECT_EQ(open("/dev/sdz", O_RDONLY), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(send(node, kInquiry, SG_DXFER_FROM_DEV, 64).ret, 0);
+    EXPECT_THAT(heard.calls, ElementsAre("/dev/sda 0", "/dev/sdz 2", "SG_IO 0"));
+}
+
 } // namespace

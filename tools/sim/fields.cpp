@@ -242,6 +242,15 @@ double Fields::seconds(const char *name, double longest)
     return found;
 }
 
+bool Fields::isNull(const char *name)
+{
+    const bool null = has(name) && object_->at(name).is_null();
+    if (null) {
+        read_.insert(name);
+    }
+    return null;
+}
+
 std::vector<uint8_t> Fields::bytes(const char *name)
 {
     const nlohmann::json *found = value(name);

@@ -24,7 +24,7 @@ public:
     explicit Fields(const nlohmann::json &object) : Fields(object, "") {}
 
     bool has(const char *name) const { return object_->contains(name); }
-    bool isNull(const char *name) const { return has(name) && object_->at(name).is_null(); }
+    bool isNull(const char *name); // it counts as read then
     bool isText(const char *name) const { return has(name) && object_->at(name).is_string(); }
     bool isListOfObjects(const char *name) const;
 

@@ -6,6 +6,7 @@
 // knowledge of the name; a thread that is cancelled in the real function can unwind through ours.
 #pragma once
 
+#include "sim/api.h"
 #include "sim/callers.h"
 #include "sim/descriptors.h"
 #include "sim/paths.h"
@@ -14,6 +15,7 @@
 #include "sim/thread.h"
 
 #include <cerrno>
+#include <cstring>
 
 // Exports the function declared next.
 #define SIM_EXPORT extern "C" [[gnu::visibility("default")]]
@@ -28,6 +30,21 @@ template <class T = int> T failedWith(int error, T value = T(-1))
 {
     errno = error;
     return value;
+}
+
+// Null: nobody listens.
+DeviceListener *deviceListener();
+
+// Reports the opening of a device node. Returns the descriptor. errno is unchanged.
+inline int tellOpened(int descriptor, const char *path)
+{
+    DeviceListener *const hears = deviceListener();
+    if (hears != nullptr && thisThread.inside == 0 && path != nullptr && std::strncmp(path, "/dev/", 5) == 0) {
+        const int error = errno;
+        hears->opened(path, descriptor, descriptor < 0 ? error : 0);
+        errno = error;
+    }
+    return descriptor;
 }
 
 // Records a descriptor that was opened by a path. Returns the descriptor. errno is unchanged.

@@ -43,9 +43,9 @@ template <class OpenCall> int openThrough(const char *path, int flags, bool prod
     followDescription();
     const Translated translated(path);
     if (const int error = beginOpening(translated, flags); error != 0) {
-        return failedWith(error);
+        return tellOpened(failedWith(error), path);
     }
-    return noteOpened(call(translated.c_str()), translated, product);
+    return tellOpened(noteOpened(call(translated.c_str()), translated, product), path);
 }
 
 } // namespace

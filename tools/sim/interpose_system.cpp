@@ -2,6 +2,7 @@
 // ioctl, uname, shared-memory segments, loading of libraries.
 #include "sim/interpose.h"
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <dlfcn.h>
@@ -31,9 +32,32 @@ std::set<int> &segments()
     return *made;
 }
 
+int answerTo(int descriptor, unsigned long request, void *argument)
+{
+    Device *device = deviceOf(descriptor);
+    if (device == nullptr) {
+        return realIoctl(descriptor, request, argument);
+    }
+    const Inside inside;
+    const OwnTime own;
+    return answer(*device, request, argument);
+}
+
+constinit std::atomic<DeviceListener *> currentListener{nullptr};
+
 } // namespace
 
 namespace sim {
+
+void listen(DeviceListener *listener)
+{
+    currentListener = listener;
+}
+
+DeviceListener *deviceListener()
+{
+    return currentListener;
+}
 
 int64_t liveSegments()
 {
@@ -61,13 +85,13 @@ extern "C" int simIoctl(int descriptor, unsigned long request, ...)
     if (SIM_FAILS(ioctl, "ioctl")) {
         return failedWith(EIO);
     }
-    Device *device = deviceOf(descriptor);
-    if (device == nullptr) {
-        return realIoctl(descriptor, request, argument);
+    const int result = answerTo(descriptor, request, argument);
+    if (DeviceListener *const hears = thisThread.inside == 0 ? deviceListener() : nullptr) {
+        const int error = errno;
+        hears->answered(descriptor, request, argument, result, result < 0 ? error : 0);
+        errno = error;
     }
-    const Inside inside;
-    const OwnTime own;
-    return answer(*device, request, argument);
+    return result;
 }
 
 extern "C" int simUname(utsname *name)

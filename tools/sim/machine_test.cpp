@@ -526,4 +526,28 @@ TEST(Machine, DirectoryIsPrivateWithARandomName)
     }
 }
 
+TEST(Description, DevicesWithoutNodesAndRecordedReplies)
+{
+    const sim::Machine machine(R"({"kernel": "6.1.0", "hosts": [{"driver": "ahci", "path": "platform/soc/ata1/host0",
+      "devices": [
+        {"node": null, "genericNode": null, "path": "platform/soc/ata1/host0/port-0:0/target0:0:0/0:0:0:0"},
+        {"id": 1, "replies": [{"cdb": "030000001200", "data": "70", "length": 18}]},
+        {"id": 2, "type": "tape", "node": null}]}]})");
+    EXPECT_TRUE(machine.exists("/sys/devices/platform/soc/ata1/host0/port-0:0/target0:0:0/0:0:0:0/vendor"));
+    EXPECT_FALSE(machine.exists("/sys/devices/platform/soc/ata1/host0/port-0:0/target0:0:0/0:0:0:0/block"));
+    EXPECT_TRUE(machine.exists("/sys/block/sda"));
+    EXPECT_FALSE(machine.exists("/sys/block/sdb"));
+    EXPECT_FALSE(machine.exists("/dev/st0"));
+    EXPECT_TRUE(machine.exists("/dev/sg0"));
+}
+
+TEST(Description, PathsLeadToTheDeviceThatTheyAreOf)
+{
+    for (const char *path : {"platform/host1", "../platform/host0"}) {
+        EXPECT_THROW(sim::Machine(std::string(R"({"hosts": [{"path": ")") + path + R"("}]})"), std::runtime_error)
+            << path;
+    }
+    EXPECT_THROW(sim::Machine(R"({"hosts": [{"devices": [{"replies": [{"data": "00"}]}]}]})"), std::runtime_error);
+}
+
 } // namespace

@@ -34,14 +34,14 @@ char *__fgets_chk(char *to, size_t room, int size, FILE *stream);
 
 namespace {
 
-constexpr const char *kFile = "/proc/ide/hda/media";
+constexpr const char *kFileOfNames = "/proc/ide/hda/media";
 constexpr const char *kDirectory = "/proc/ide/hda";
 
 class Names : public testing::Test {
 protected:
     Names()
     {
-        machine.write(kFile, "disk\n");
+        machine.write(kFileOfNames, "disk\n");
         machine.link("/proc/ide/link", "hda/media");
     }
     sim::Machine machine{"{}"};
@@ -68,14 +68,14 @@ int scanned(int count, dirent **list)
 
 TEST_F(Names, OpenFunctions)
 {
-    EXPECT_TRUE(isOpen(open(kFile, O_RDONLY)));
-    EXPECT_TRUE(isOpen(open64(kFile, O_RDONLY)));
-    EXPECT_TRUE(isOpen(openat(AT_FDCWD, kFile, O_RDONLY)));
-    EXPECT_TRUE(isOpen(openat64(AT_FDCWD, kFile, O_RDONLY)));
-    EXPECT_TRUE(isOpen(__open_2(kFile, O_RDONLY)));
-    EXPECT_TRUE(isOpen(__open64_2(kFile, O_RDONLY)));
-    EXPECT_TRUE(isOpen(__openat_2(AT_FDCWD, kFile, O_RDONLY)));
-    EXPECT_TRUE(isOpen(__openat64_2(AT_FDCWD, kFile, O_RDONLY)));
+    EXPECT_TRUE(isOpen(open(kFileOfNames, O_RDONLY)));
+    EXPECT_TRUE(isOpen(open64(kFileOfNames, O_RDONLY)));
+    EXPECT_TRUE(isOpen(openat(AT_FDCWD, kFileOfNames, O_RDONLY)));
+    EXPECT_TRUE(isOpen(openat64(AT_FDCWD, kFileOfNames, O_RDONLY)));
+    EXPECT_TRUE(isOpen(__open_2(kFileOfNames, O_RDONLY)));
+    EXPECT_TRUE(isOpen(__open64_2(kFileOfNames, O_RDONLY)));
+    EXPECT_TRUE(isOpen(__openat_2(AT_FDCWD, kFileOfNames, O_RDONLY)));
+    EXPECT_TRUE(isOpen(__openat64_2(AT_FDCWD, kFileOfNames, O_RDONLY)));
     EXPECT_TRUE(isOpen(creat("/proc/ide/new", 0600)));
     EXPECT_TRUE(isOpen(creat64("/proc/ide/new64", 0600)));
     EXPECT_TRUE(isOpen(open("/proc/ide/made", O_CREAT | O_WRONLY, 0640)));
@@ -88,11 +88,11 @@ TEST_F(Names, OpenFunctions)
 
 TEST_F(Names, StreamFunctions)
 {
-    EXPECT_TRUE(isOpen(fopen(kFile, "r")));
-    EXPECT_TRUE(isOpen(fopen64(kFile, "r")));
+    EXPECT_TRUE(isOpen(fopen(kFileOfNames, "r")));
+    EXPECT_TRUE(isOpen(fopen64(kFileOfNames, "r")));
     FILE *stream = fopen("/dev/null", "r");
     ASSERT_NE(stream, nullptr);
-    stream = freopen(kFile, "r", stream);
+    stream = freopen(kFileOfNames, "r", stream);
     ASSERT_NE(stream, nullptr);
     EXPECT_EQ(machine.openDescriptors(), 1);
     char line[16];
@@ -100,7 +100,7 @@ TEST_F(Names, StreamFunctions)
     rewind(stream);
     EXPECT_EQ(__fread_chk(line, sizeof line, 1, 4, stream), 4U);
     EXPECT_TRUE(isOpen(stream));
-    const int descriptor = open(kFile, O_RDONLY);
+    const int descriptor = open(kFileOfNames, O_RDONLY);
     EXPECT_EQ(__read_chk(descriptor, line, 4, sizeof line), 4);
     close(descriptor);
 }
@@ -136,17 +136,17 @@ TEST_F(Names, StatFunctions)
     struct stat status {};
     struct stat64 status64 {};
     struct statx extended {};
-    EXPECT_EQ(stat(kFile, &status), 0);
-    EXPECT_EQ(stat64(kFile, &status64), 0);
+    EXPECT_EQ(stat(kFileOfNames, &status), 0);
+    EXPECT_EQ(stat64(kFileOfNames, &status64), 0);
     EXPECT_EQ(lstat("/proc/ide/link", &status), 0);
     EXPECT_TRUE(S_ISLNK(status.st_mode));
     EXPECT_EQ(lstat64("/proc/ide/link", &status64), 0);
-    EXPECT_EQ(fstatat(AT_FDCWD, kFile, &status, 0), 0);
-    EXPECT_EQ(fstatat64(AT_FDCWD, kFile, &status64, 0), 0);
-    EXPECT_EQ(statx(AT_FDCWD, kFile, 0, STATX_BASIC_STATS, &extended), 0);
+    EXPECT_EQ(fstatat(AT_FDCWD, kFileOfNames, &status, 0), 0);
+    EXPECT_EQ(fstatat64(AT_FDCWD, kFileOfNames, &status64, 0), 0);
+    EXPECT_EQ(statx(AT_FDCWD, kFileOfNames, 0, STATX_BASIC_STATS, &extended), 0);
     EXPECT_EQ(extended.stx_size, 5U);
-    EXPECT_EQ(access(kFile, R_OK), 0);
-    EXPECT_EQ(faccessat(AT_FDCWD, kFile, R_OK, 0), 0);
+    EXPECT_EQ(access(kFileOfNames, R_OK), 0);
+    EXPECT_EQ(faccessat(AT_FDCWD, kFileOfNames, R_OK, 0), 0);
 }
 
 TEST_F(Names, StatFunctionsOfOlderPrograms)
@@ -157,7 +157,7 @@ TEST_F(Names, StatFunctionsOfOlderPrograms)
         struct stat status {};
         auto *function = reinterpret_cast<Versioned *>(dlsym(RTLD_DEFAULT, name));
         ASSERT_NE(function, nullptr) << name;
-        EXPECT_EQ(function(1, kFile, &status), 0) << name;
+        EXPECT_EQ(function(1, kFileOfNames, &status), 0) << name;
         EXPECT_EQ(status.st_size, 5) << name;
     }
 }
@@ -169,8 +169,8 @@ TEST_F(Names, LinkFunctions)
     EXPECT_EQ(readlinkat(AT_FDCWD, "/proc/ide/link", text, sizeof text), 9);
     EXPECT_EQ(__readlink_chk("/proc/ide/link", text, 4, sizeof text), 4);
     EXPECT_EQ(std::string(text, 4), "hda/");
-    EXPECT_STREQ(realpath("/proc/ide/link", text), kFile);
-    EXPECT_STREQ(__realpath_chk("/proc/ide/link", text, sizeof text), kFile);
+    EXPECT_STREQ(realpath("/proc/ide/link", text), kFileOfNames);
+    EXPECT_STREQ(__realpath_chk("/proc/ide/link", text, sizeof text), kFileOfNames);
     EXPECT_EQ(readlink("/proc/self/exe", text, 4), 4); // the real one
 }
 

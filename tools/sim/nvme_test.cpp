@@ -43,7 +43,7 @@ std::string faulty(const std::string &fault)
     return R"({"nvme": [{"namespaces": [{}], "faults": [)" + fault + "]}]}";
 }
 
-std::string contentOf(const std::string &path)
+std::string attributeOf(const std::string &path)
 {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
@@ -105,23 +105,23 @@ TEST(Nvme, SysfsShowsControllerAndNamespaces)
     const sim::Machine machine(kOne);
     const std::string controller = "/sys/class/nvme/nvme0/";
     EXPECT_EQ(placeOf(controller), "/sys/devices/pci0000:00/0000:41:00.0/nvme/nvme0");
-    EXPECT_EQ(contentOf(controller + "model"), "HALDEN N4" + std::string(31, ' ') + "\n");
-    EXPECT_EQ(contentOf(controller + "serial"), "HN1" + std::string(17, ' ') + "\n");
-    EXPECT_EQ(contentOf(controller + "firmware_rev"), "H1      \n");
-    EXPECT_EQ(contentOf(controller + "transport"), "pcie\n");
-    EXPECT_EQ(contentOf(controller + "address"), "0000:41:00.0\n");
-    EXPECT_EQ(contentOf(controller + "cntlid"), "6\n");
-    EXPECT_EQ(contentOf(controller + "state"), "live\n");
+    EXPECT_EQ(attributeOf(controller + "model"), "HALDEN N4" + std::string(31, ' ') + "\n");
+    EXPECT_EQ(attributeOf(controller + "serial"), "HN1" + std::string(17, ' ') + "\n");
+    EXPECT_EQ(attributeOf(controller + "firmware_rev"), "H1      \n");
+    EXPECT_EQ(attributeOf(controller + "transport"), "pcie\n");
+    EXPECT_EQ(attributeOf(controller + "address"), "0000:41:00.0\n");
+    EXPECT_EQ(attributeOf(controller + "cntlid"), "6\n");
+    EXPECT_EQ(attributeOf(controller + "state"), "live\n");
     EXPECT_EQ(placeOf("/sys/block/nvme0n1"), "/sys/devices/pci0000:00/0000:41:00.0/nvme/nvme0/nvme0n1");
     EXPECT_EQ(placeOf("/sys/block/nvme0n1/device"), placeOf(controller));
-    EXPECT_EQ(contentOf("/sys/block/nvme0n1/nguid"), "00112233-4455-6677-8899-aabbccddeeff\n");
-    EXPECT_EQ(contentOf("/sys/block/nvme0n1/eui"), "00 25 38 8b 21 00 1a 2b\n");
-    EXPECT_EQ(contentOf("/sys/block/nvme0n1/wwid"), "eui.00112233445566778899aabbccddeeff\n");
-    EXPECT_EQ(contentOf("/sys/block/nvme0n1/nsid"), "1\n");
-    EXPECT_EQ(contentOf("/sys/block/nvme0n1/hidden"), "0\n");
-    EXPECT_EQ(contentOf("/sys/block/nvme0n1/size"), "8388608\n");
-    EXPECT_EQ(contentOf("/sys/block/nvme0n1/queue/rotational"), "0\n");
-    EXPECT_EQ(contentOf("/sys/block/nvme0n2/wwid"), "nvme.1234-484e31-48414c44454e204e34-00000005\n");
+    EXPECT_EQ(attributeOf("/sys/block/nvme0n1/nguid"), "00112233-4455-6677-8899-aabbccddeeff\n");
+    EXPECT_EQ(attributeOf("/sys/block/nvme0n1/eui"), "00 25 38 8b 21 00 1a 2b\n");
+    EXPECT_EQ(attributeOf("/sys/block/nvme0n1/wwid"), "eui.00112233445566778899aabbccddeeff\n");
+    EXPECT_EQ(attributeOf("/sys/block/nvme0n1/nsid"), "1\n");
+    EXPECT_EQ(attributeOf("/sys/block/nvme0n1/hidden"), "0\n");
+    EXPECT_EQ(attributeOf("/sys/block/nvme0n1/size"), "8388608\n");
+    EXPECT_EQ(attributeOf("/sys/block/nvme0n1/queue/rotational"), "0\n");
+    EXPECT_EQ(attributeOf("/sys/block/nvme0n2/wwid"), "nvme.1234-484e31-48414c44454e204e34-00000005\n");
     EXPECT_FALSE(machine.exists("/sys/block/nvme0n2/nguid"));
 }
 
@@ -129,12 +129,12 @@ TEST(Nvme, PathsOfASharedNamespaceAreHidden)
 {
     const sim::Machine machine(kTwoPaths);
     EXPECT_EQ(placeOf("/sys/block/nvme1n1"), "/sys/devices/virtual/nvme-subsystem/nvme-subsys1/nvme1n1");
-    EXPECT_EQ(contentOf("/sys/block/nvme1n1/hidden"), "0\n");
-    EXPECT_EQ(contentOf("/sys/block/nvme1n1/wwid"), "uuid.00112233-4455-6677-8899-aabbccddeeff\n");
+    EXPECT_EQ(attributeOf("/sys/block/nvme1n1/hidden"), "0\n");
+    EXPECT_EQ(attributeOf("/sys/block/nvme1n1/wwid"), "uuid.00112233-4455-6677-8899-aabbccddeeff\n");
     for (const char *path : {"nvme1c3n1", "nvme1c4n1"}) {
         const std::string block = std::string("/sys/block/") + path;
-        EXPECT_EQ(contentOf(block + "/hidden"), "1\n");
-        EXPECT_EQ(contentOf(block + "/wwid"), contentOf("/sys/block/nvme1n1/wwid"));
+        EXPECT_EQ(attributeOf(block + "/hidden"), "1\n");
+        EXPECT_EQ(attributeOf(block + "/wwid"), attributeOf("/sys/block/nvme1n1/wwid"));
         EXPECT_FALSE(machine.exists(block + "/dev"));
         EXPECT_FALSE(machine.exists(std::string("/dev/") + path));
     }
@@ -152,7 +152,7 @@ TEST(Nvme, NodesAreACharacterAndBlockDevices)
     ASSERT_EQ(stat("/dev/nvme0n1", &status), 0);
     EXPECT_TRUE(S_ISBLK(status.st_mode));
     EXPECT_EQ(std::to_string(major(status.st_rdev)) + ":" + std::to_string(minor(status.st_rdev)) + "\n",
-              contentOf("/sys/block/nvme0n1/dev"));
+              attributeOf("/sys/block/nvme0n1/dev"));
     const Node controller("/dev/nvme0");
     const Node space("/dev/nvme0n2");
     uint64_t bytes = 0;
@@ -255,7 +255,7 @@ TEST(Nvme, FaultsAreStatusErrorOrHang)
     const sim::Machine machine(R"({"nvme": [{"openError": "EAGAIN", "state": "connecting"}]})");
     EXPECT_EQ(open("/dev/nvme0", O_RDONLY), -1);
     EXPECT_EQ(errno, EAGAIN);
-    EXPECT_EQ(contentOf("/sys/class/nvme/nvme0/state"), "connecting\n");
+    EXPECT_EQ(attributeOf("/sys/class/nvme/nvme0/state"), "connecting\n");
 }
 
 TEST(Nvme, ChangeOfTheDescriptionChangesItsAnswers)
@@ -297,9 +297,9 @@ TEST(Cards, VirtioDiskShowsItsSerialNumber)
     const sim::Machine machine(R"({"virtio": [{"serial": "VB-1", "sectors": 2048, "pciAddress": "0000:00:05.0"},
         {"node": "vdz"}]})");
     EXPECT_EQ(placeOf("/sys/block/vda"), "/sys/devices/pci0000:00/0000:00:05.0/virtio0/block/vda");
-    EXPECT_EQ(contentOf("/sys/block/vda/serial"), "VB-1"); // the kernel ends it by no line feed
-    EXPECT_EQ(contentOf("/sys/block/vda/size"), "2048\n");
-    EXPECT_EQ(contentOf("/sys/block/vda/device/vendor"), "0x1af4\n");
+    EXPECT_EQ(attributeOf("/sys/block/vda/serial"), "VB-1"); // the kernel ends it by no line feed
+    EXPECT_EQ(attributeOf("/sys/block/vda/size"), "2048\n");
+    EXPECT_EQ(attributeOf("/sys/block/vda/device/vendor"), "0x1af4\n");
     const Node node("/dev/vdz");
     uint64_t bytes = 0;
     EXPECT_EQ(ioctl(node.fd, BLKGETSIZE64, &bytes), 0);
@@ -314,14 +314,14 @@ TEST(Cards, MmcShowsCardAndBootPartitions)
         "lifeTime": "0x02 0x01", "preEolInfo": "0x01", "sizeBytes": 62537072640}, {"type": "SD"}]})");
     EXPECT_EQ(placeOf("/sys/block/mmcblk0/device"), "/sys/devices/pci0000:00/0000:00:1a.0/mmc_host/mmc0/mmc0:0001");
     const std::string card = "/sys/block/mmcblk0/device/";
-    EXPECT_EQ(contentOf(card + "type") + contentOf(card + "name") + contentOf(card + "serial"),
+    EXPECT_EQ(attributeOf(card + "type") + attributeOf(card + "name") + attributeOf(card + "serial"),
               "MMC\nDG4064\n0x1234abcd\n");
-    EXPECT_EQ(contentOf(card + "manfid") + contentOf(card + "oemid"), "0x000045\n0x0100\n");
-    EXPECT_EQ(contentOf(card + "life_time"), "0x02 0x01\n");
+    EXPECT_EQ(attributeOf(card + "manfid") + attributeOf(card + "oemid"), "0x000045\n0x0100\n");
+    EXPECT_EQ(attributeOf(card + "life_time"), "0x02 0x01\n");
     EXPECT_TRUE(machine.exists("/sys/block/mmcblk0boot1"));
     EXPECT_FALSE(machine.exists("/sys/block/mmcblk1boot0"));
     EXPECT_FALSE(machine.exists("/sys/block/mmcblk1/device/life_time"));
-    EXPECT_EQ(contentOf("/sys/block/mmcblk1/device/type"), "SD\n");
+    EXPECT_EQ(attributeOf("/sys/block/mmcblk1/device/type"), "SD\n");
 }
 
 TEST(Cards, WrongValuesAreRefused)

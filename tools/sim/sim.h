@@ -123,6 +123,18 @@ struct Redirection {
 // To be called while the process has one thread.
 void redirect(std::vector<Redirection> redirections);
 
+// Hears what the process does with device nodes, of a simulated machine and of the real one alike: each call after it
+// has returned, in the thread that made it. error: errno value of a call that failed, else 0.
+class DeviceListener {
+public:
+    virtual ~DeviceListener() = default;
+    virtual void opened(const char *path, int descriptor, int error) = 0; // a path below /dev
+    virtual void answered(int descriptor, unsigned long request, const void *argument, int result, int error) = 0;
+};
+
+// Sets the listener of the process; null: none, as at first. It must live on while another thread may be in a call.
+void listen(DeviceListener *listener);
+
 // Kinds of call of the product that are counted and can be made to fail.
 enum class Call {
     allocate, // malloc, calloc, realloc, strdup

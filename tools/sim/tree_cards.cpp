@@ -41,7 +41,9 @@ TreePath cardDirectory(const CardDescription &card, unsigned slot)
 
 void addVirtio(Tree &tree, const CardDescription &card, unsigned position, unsigned number)
 {
-    const TreePath device = cardDirectory(card, 0x08 + position) / ("virtio" + std::to_string(number));
+    const TreePath device = card.path.empty()
+                                ? cardDirectory(card, 0x08 + position) / ("virtio" + std::to_string(number))
+                                : TreePath("/sys/devices/" + card.path);
     tree[device / "vendor"] = {Node::file, "0x1af4\n"};
     tree[device / "device"] = {Node::file, "0x0002\n"};
     addDisk(tree, card.device, device, card.device.node);
@@ -52,7 +54,9 @@ void addVirtio(Tree &tree, const CardDescription &card, unsigned position, unsig
 void addMmc(Tree &tree, const CardDescription &card, unsigned position)
 {
     const std::string host = "mmc" + std::to_string(position);
-    const TreePath device = cardDirectory(card, 0x1a + position) / "mmc_host" / host / (host + ":0001");
+    const TreePath device = card.path.empty()
+                                ? cardDirectory(card, 0x1a + position) / "mmc_host" / host / (host + ":0001")
+                                : TreePath("/sys/devices/" + card.path);
     const auto add = [&](const char *name, const std::string &text) {
         if (!text.empty()) {
             tree[device / name] = {Node::file, text + "\n", 0444};
@@ -63,6 +67,7 @@ void addMmc(Tree &tree, const CardDescription &card, unsigned position)
     add("serial", card.device.serial);
     add("cid", card.cid);
     add("date", card.date);
+    add("fwrev", card.firmware);
     add("manfid", formatted("0x%06x", card.manufacturer));
     add("oemid", formatted("0x%04x", card.oem));
     add("life_time", card.lifeTime);

@@ -78,6 +78,9 @@ void addNamespace(Tree &tree, const NvmeController &controller, const NvmeNamesp
 TreePath controllerDirectory(const NvmeController &controller)
 {
     const std::string name = "nvme" + std::to_string(controller.number);
+    if (!controller.path.empty()) {
+        return TreePath("/sys/devices/" + controller.path);
+    }
     return controller.transport == "pcie" ? TreePath("/sys/devices/pci0000:00") / controller.address / "nvme" / name
                                           : TreePath("/sys/devices/virtual/nvme-fabrics/ctl") / name;
 }

@@ -43,6 +43,9 @@ public:
     {
         const std::string name = "host" + std::to_string(host.number);
         const std::string transport = transportOf(host);
+        if (!host.path.empty()) {
+            return TreePath("/sys/devices/" + host.path);
+        }
         if (transport == "ata") {
             return slotOf(host, 0x1f) / ("ata" + std::to_string(++ports_)) / name;
         }
@@ -193,7 +196,9 @@ void addDevice(Tree &tree, const DeviceDescription &device, TargetPlaces &target
     const std::string address = std::to_string(device.channel) + ":" + std::to_string(device.id);
     const std::string target = "target" + std::to_string(device.host) + ":" + address;
     const std::string name = device.address();
-    const TreePath targetDirectory = targets.directoryOf(target);
+    const TreePath targetDirectory = device.path.empty()
+                                         ? targets.directoryOf(target)
+                                         : TreePath("/sys/devices/" + device.path.substr(0, device.path.rfind('/')));
     const TreePath directory = targetDirectory / name;
     tree[targetDirectory / "uevent"] = {Node::file, "DEVTYPE=scsi_target\n"};
     addLink(tree, scsiDevices() / target, targetDirectory);
@@ -263,6 +268,7 @@ void addEnclosure(Tree &tree, const DeviceDescription &device)
 
 void addSysfs(Tree &tree, const Description &description)
 {
+    tree[TreePath("/sys/block")] = {Node::directory, ""};
     tree[scsiDevices()] = {Node::directory, ""};
     tree[scsiHosts()] = {Node::directory, ""};
     HostPlaces places;

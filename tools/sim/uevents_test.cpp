@@ -54,7 +54,7 @@ public:
 };
 
 const char *const kOneDisk = R"({"hosts": [{"devices": [{"ata": true, "serial": "S1"}]}]})";
-const char *const kTwoDisks =
+const char *const kTwoPluggable =
     R"({"hosts": [{"devices": [{"ata": true, "serial": "S1"}, {"ata": true, "id": 1, "serial": "S2"}]}]})";
 
 TEST(Uevents, MessageIsTheKernels)
@@ -77,12 +77,12 @@ TEST(Uevents, ChangeOfTheMachineReportsItsDevices)
 {
     sim::Machine machine(kOneDisk);
     const Socket events;
-    machine.change(kTwoDisks);
+    machine.change(kTwoPluggable);
     EXPECT_THAT(events.next(), HasSubstr("|SUBSYSTEM=scsi|DEVTYPE=scsi_device|"));
     EXPECT_THAT(events.next(), HasSubstr("|SUBSYSTEM=scsi|DEVTYPE=scsi_target|"));
     EXPECT_THAT(events.next(), HasSubstr("|DEVNAME=sdb|"));
     EXPECT_EQ(events.next(), "EAGAIN");
-    machine.change(kTwoDisks);
+    machine.change(kTwoPluggable);
     EXPECT_EQ(events.next(), "EAGAIN");
     machine.change(kOneDisk);
     EXPECT_THAT(events.next(),

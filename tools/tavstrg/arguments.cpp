@@ -78,9 +78,11 @@ struct RawArguments {
     CLI::App *disks = nullptr;
     CLI::App *disk = nullptr;
     CLI::App *health = nullptr;
-    CLI::App *monitor = nullptr;
+    CLI::App *record = nullptr;
+    std::string recordFile;
     CLI::App *report = nullptr;
     std::string page;
+    CLI::App *monitor = nullptr;
     std::string columns;
     bool noHeader = false;
     std::string colour;
@@ -133,7 +135,7 @@ void describeAsking(CLI::App &app, RawArguments &raw)
         command->add_option("CLASS", arguments.className, "Class, see \"tavstrg classes\"")->required()->type_name("");
         command->add_flag("--raw", arguments.raw, "Send names and values unchecked, as they are given");
     }
-    raw.get->add_option("INDEX", raw.index, "Index of the instance, where there are many")->type_name("");
+    raw.get->add_option("INDEX", raw.index, "Index (or DiskID) of one of many instances")->type_name("");
     raw.call->add_option("METHOD", arguments.method, "Method of the class, in any case")->required()->type_name("");
     raw.call->add_option("NAME=VALUE", raw.assignments, "Arguments of the method, sent as text")->type_name("");
 }
@@ -240,6 +242,26 @@ void describeDisks(CLI::App &app, RawArguments &raw)
                        "not answer; 1 if the disks could not be asked, 2 on wrong usage.\n");
 }
 
+void describeRecord(CLI::App &app, RawArguments &raw)
+{
+    raw.record = app.add_subcommand("record", "Describe this machine for the simulator");
+    raw.record->add_option("FILE", raw.recordFile, "The description; - is standard output")->required()->type_name("");
+    raw.record->add_flag("--keep-names", raw.arguments.keepNames, "Do not replace serial numbers and names");
+    raw.record->footer("\nMade for reports: \"tavstrg --machine FILE disks\" shows the disks of this machine\n"
+                       "elsewhere. The disks are asked as by \"tavstrg disks\", as root with their answers;\n"
+                       "nothing is changed. Serial numbers, world wide names and addresses in networks\n"
+                       "are replaced by made-up ones, equal ones alike; what is missing is said. FILE is\n"
+                       "replaced in one step and readable by its owner alone.\n");
+}
+
+void describeBook(RawArguments &raw)
+{
+    for (CLI::App *command : {raw.disks, raw.disk, raw.health, raw.metrics, raw.report}) {
+        command->add_option("--book", raw.arguments.book, "Remember the disks in FILE, and say what changed")
+            ->type_name("FILE");
+    }
+}
+
 void describeMonitor(CLI::App &app, RawArguments &raw)
 {
     Arguments &arguments = raw.arguments;
@@ -256,25 +278,18 @@ void describeMonitor(CLI::App &app, RawArguments &raw)
     raw.monitor->add_flag("--send-event", arguments.sendEvent)->group(""); // for the service itself
 }
 
-void describeBook(RawArguments &raw)
-{
-    for (CLI::App *command : {raw.disks, raw.disk, raw.health, raw.metrics, raw.report}) {
-        command->add_option("--book", raw.arguments.book, "Remember the disks in FILE, and say what changed")
-            ->type_name("FILE");
-    }
-}
-
 void describeCommands(CLI::App &app, RawArguments &raw)
 {
     describeDisks(app, raw);
+    describeRecord(app, raw);
     describeReport(app, raw);
     describeAsking(app, raw);
     describeWatch(app, raw);
     describeCheck(app, raw);
     describeMetrics(app, raw);
     describeDumpState(app, raw);
-    describeMonitor(app, raw);
     describeBook(raw);
+    describeMonitor(app, raw);
     for (CLI::App *command : app.get_subcommands([](const CLI::App *) { return true; })) {
         command->fallthrough();
     } // global options may follow the command
@@ -312,11 +327,14 @@ Command commandOf(const RawArguments &raw)
     if (raw.health->parsed()) {
         return Command::health;
     }
-    if (raw.monitor->parsed()) {
-        return Command::monitor;
+    if (raw.record->parsed()) {
+        return Command::record;
     }
     if (raw.report->parsed()) {
         return Command::report;
+    }
+    if (raw.monitor->parsed()) {
+        return Command::monitor;
     }
     return raw.call->parsed() ? Command::call : Command::classes;
 }
@@ -435,8 +453,9 @@ void rightSpelling(Arguments &arguments)
         rightMethodSpelling(*entry, arguments);
     }
     if (arguments.command == Command::get && entry->keyed() != arguments.index.has_value()) {
+        const std::string needed = entry->keyName() == "Index" ? "an INDEX" : "a " + entry->keyName();
         throw UsageError("get: " + entry->name +
-                         (entry->keyed() ? " needs an INDEX" : " has one instance, without INDEX"));
+                         (entry->keyed() ? " needs " + needed : " has one instance, without INDEX"));
     }
 }
 
@@ -545,10 +564,12 @@ const char *commandName(Command command)
         return "disk";
     case Command::health:
         return "health";
-    case Command::monitor:
-        return "monitor";
+    case Command::record:
+        return "record";
     case Command::report:
         return "report";
+    case Command::monitor:
+        return "monitor";
     default:
         return "show";
     }
@@ -573,6 +594,9 @@ Parsed parseArguments(int argc, const char *const *argv)
         }
         splitAssignments(raw.assignments, arguments);
         takeColumns(raw, arguments);
+        if (arguments.command == Command::record && raw.recordFile != "-") {
+            arguments.output = raw.recordFile;
+        }
         takePage(raw, arguments);
         arguments.colour = colourOf(raw.colour);
         checkTogether(app, arguments);

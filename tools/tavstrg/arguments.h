@@ -29,6 +29,7 @@ enum class Command {
     disk,
     health,
     monitor,
+    record,
     report
 };
 
@@ -55,7 +56,7 @@ struct Arguments {
     std::optional<std::string> index;          // get
     std::string method;                        // call
     std::vector<MethodArgument> methodArguments;
-    std::string output;               // metrics, report: file to write; empty: standard output
+    std::string output;               // metrics, record, report: file to write; empty: standard output
     bool ofClasses = false;           // metrics: of the twelve classes instead of the disks
     std::string fromBook;             // metrics: file whose values are printed; empty: the disks are asked
     std::string file;                 // dumpState: saved-state file
@@ -67,6 +68,7 @@ struct Arguments {
     bool wide = false;                // disks: 120 columns instead of 80
     std::string disk;                 // disk: ID, node or serial number
     std::string book;         // disks, disk, health, metrics, report: file that remembers the disks; empty: none
+    bool keepNames = false;   // record: serial numbers and names are not replaced
     std::string root;         // check: directory in place of the agent's root; empty: the agent's own
     std::string config;       // monitor: configuration; empty: the usual file
     bool checkConfig = false; // monitor: only the configuration is checked

@@ -248,7 +248,7 @@ INSTANTIATE_TEST_SUITE_P(
         WrongUsage{{"--json"}, "a command is required"}, WrongUsage{{"show", "extra"}, "extra"},
         WrongUsage{{"show", "--unknown"}, "--unknown"}, WrongUsage{{"show", "--machine"}, "--machine"},
         WrongUsage{{"show", "enum", "Tape"}, "enum"}, WrongUsage{{"enum"}, "CLASS"},
-        WrongUsage{{"enum", "Disk"}, "unknown class \"Disk\""}, WrongUsage{{"enum", "Tape", "1"}, "1"},
+        WrongUsage{{"enum", "Discs"}, "unknown class \"Discs\""}, WrongUsage{{"enum", "Tape", "1"}, "1"},
         WrongUsage{{"watch", "--cycle", "9"}, "--cycle"}, WrongUsage{{"watch", "--cycle", "3601"}, "--cycle"},
         WrongUsage{{"watch", "--cycle", "soon"}, "--cycle"}, WrongUsage{{"show", "--cycle", "30"}, "--cycle"},
         WrongUsage{{"show", "--color=red"}, "--color"}, WrongUsage{{"show", "--color"}, "--color"},

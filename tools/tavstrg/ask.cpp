@@ -1,16 +1,26 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tavstrg/ask.h"
 
+#include "tavstrg/catalogue.h"
 #include "tavstrg/failure.h"
 #include "tavstrg/saved_state.h"
+
+#include "classes/disk_properties.h"
 
 namespace tool {
 namespace {
 
+// The provider does not tell a class that is switched off from one that does not exist.
+std::string hint(const std::string &className, const std::string &message)
+{
+    const bool off = className == tavstrg::kDiskClass && message == "Generic Failure!!";
+    return off ? ": this class needs the line every-disk in options.inf" : "";
+}
+
 void failUnlessOk(const std::string &className, const broker::Reply &reply)
 {
     if (!reply.ok()) {
-        throw Failure(failureText(className, reply.rc, reply.message), reply.rc);
+        throw Failure(failureText(className, reply.rc, reply.message) + hint(className, reply.message), reply.rc);
     }
 }
 
@@ -37,11 +47,13 @@ std::vector<broker::Instance> askAll(broker::Broker &broker, const std::string &
     return std::move(reply.instances);
 }
 
-broker::Instance askOne(broker::Broker &broker, const std::string &className, const std::string *index)
+broker::Instance askOne(broker::Broker &broker, const std::string &className, const std::string *key)
 {
     std::vector<broker::NamedValue> keys;
-    if (index != nullptr) {
-        keys.push_back({"Index", broker::Value::text(*index)});
+    if (key != nullptr) {
+        const ClassEntry *const known = findClass(className);
+        const std::string name = known != nullptr && known->keyed() ? known->keyName() : "Index";
+        keys.push_back({name, broker::Value::text(*key)});
     }
     broker::Reply reply = broker.getInstance(className, keys);
     failUnlessOk(className, reply);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tavstrg/catalogue.h"
 
+#include "classes/disk_properties.h"
 #include "records/records.h"
 
 #include <algorithm>
@@ -46,6 +47,12 @@ std::vector<ClassEntry> makeCatalogue()
     entries.push_back({"TAV_StorageThread",
                        {{"ThreadRunning", CMPI_uint16, false}},
                        {{"StartMonitoringThread", {}}, {"StopMonitoringThread", {}}}});
+    // The one class that an administrator switches on.
+    ClassEntry disk{kDiskClass, {}, {}};
+    for (const DiskProperty &property : diskProperties()) {
+        disk.properties.push_back({property.name, property.type, property.key});
+    }
+    entries.push_back(disk);
     return entries;
 }
 
@@ -54,6 +61,12 @@ std::vector<ClassEntry> makeCatalogue()
 bool ClassEntry::keyed() const
 {
     return std::any_of(properties.begin(), properties.end(), [](const PropertyEntry &p) { return p.key; });
+}
+
+std::string ClassEntry::keyName() const
+{
+    const auto key = std::find_if(properties.begin(), properties.end(), [](const PropertyEntry &p) { return p.key; });
+    return key == properties.end() ? "" : key->name;
 }
 
 std::string ClassEntry::shortName() const
@@ -112,6 +125,12 @@ std::string schemaType(CMPIType type)
         return "sint16";
     case CMPI_uint32:
         return "uint32";
+    case CMPI_sint32:
+        return "sint32";
+    case CMPI_uint64:
+        return "uint64";
+    case CMPI_boolean:
+        return "boolean";
     default:
         return "string";
     }

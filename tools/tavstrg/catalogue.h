@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The twelve classes as a client knows them: names, properties, methods.
+// The classes as a client knows them: names, properties, methods.
 #pragma once
 
 #include <cmpidt.h>
@@ -26,11 +26,12 @@ struct ClassEntry {
     std::vector<PropertyEntry> properties; // in the order in which the provider sets them
     std::vector<MethodEntry> methods;
 
-    bool keyed() const; // many instances, one for each Index; else a single instance without a key
+    bool keyed() const;          // many instances, one for each value of the key; else a single instance without one
+    std::string keyName() const; // "Index" or "DiskID"; empty without one
     std::string shortName() const;
 };
 
-// All twelve, the thread's class last.
+// All of them: those with records, the thread's class, and TAV_StorageDisk, which the option every-disk switches on.
 const std::vector<ClassEntry> &catalogue();
 
 // By full or short name ("TAV_StorageHardDisk", "HardDisk"), without regard to case; null if there is none.
@@ -51,7 +52,7 @@ struct NumberRange {
 NumberRange rangeOf(std::string_view argument);
 bool isWithin(const NumberRange &range, std::string_view text);
 
-// "uint16", "sint16", "uint32" or "string", as the schema spells it.
+// "uint16", "boolean" or "string", as the schema spells it.
 std::string schemaType(CMPIType type);
 
 } // namespace tool

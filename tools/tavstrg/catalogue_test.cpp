@@ -12,13 +12,16 @@ namespace {
 using namespace tool;
 using testing::ElementsAre;
 
-TEST(Catalogue, HasTheElevenClassesWithRecordsAndTheThread)
+TEST(Catalogue, HasTheElevenClassesWithRecordsTheThreadAndTheDisk)
 {
-    ASSERT_EQ(catalogue().size(), size_t{TAV_CID_STRG_MAX} + 1);
+    ASSERT_EQ(catalogue().size(), size_t{TAV_CID_STRG_MAX} + 2);
     for (size_t id = 0; id < TAV_CID_STRG_MAX; ++id) {
         EXPECT_EQ(catalogue()[id].name, kClasses[id].cimName);
     }
-    EXPECT_EQ(catalogue().back().name, "TAV_StorageThread");
+    EXPECT_EQ(catalogue()[TAV_CID_STRG_MAX].name, "TAV_StorageThread");
+    EXPECT_EQ(catalogue().back().name, "TAV_StorageDisk");
+    EXPECT_EQ(catalogue().back().keyName(), "DiskID");
+    EXPECT_EQ(findClass("HardDisk")->keyName(), "Index");
 }
 
 TEST(Catalogue, LeavesOutWhatIsOnlyDumped)
@@ -74,6 +77,9 @@ TEST(SchemaType, TextIsAString)
     EXPECT_EQ(schemaType(CMPI_uint16), "uint16");
     EXPECT_EQ(schemaType(CMPI_sint16), "sint16");
     EXPECT_EQ(schemaType(CMPI_uint32), "uint32");
+    EXPECT_EQ(schemaType(CMPI_sint32), "sint32");
+    EXPECT_EQ(schemaType(CMPI_uint64), "uint64");
+    EXPECT_EQ(schemaType(CMPI_boolean), "boolean");
 }
 
 } // namespace

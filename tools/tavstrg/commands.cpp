@@ -12,12 +12,15 @@
 #include "tavstrg/metrics.h"
 #include "tavstrg/monitor/monitor.h"
 #include "tavstrg/output_file.h"
+#include "tavstrg/record.h"
 #include "tavstrg/saved_state.h"
 #include "tavstrg/segments.h"
 #include "tavstrg/session.h"
 #include "tavstrg/supervise.h"
 #include "tavstrg/surroundings.h"
 #include "tavstrg/watch.h"
+
+#include "classes/disk_properties.h"
 
 #include <unistd.h>
 
@@ -33,8 +36,18 @@ Outcome show(Session &session, const SmartReadings &readings, const Arguments &a
     return {kDone, arguments.json ? inventoryJson(inventory) : inventoryText(inventory, style), ""};
 }
 
+// The provider links a disk to its hard disk by the inventory that it has; a new process has the saved one or none. A
+// failure leaves it so.
+void takeInventoryFor(broker::Broker &broker, const std::string &className)
+{
+    if (className == tavstrg::kDiskClass) {
+        broker.enumInstances("TAV_StorageTotalNumber");
+    }
+}
+
 Outcome enumerate(broker::Broker &broker, const Arguments &arguments, const TextStyle &style)
 {
+    takeInventoryFor(broker, arguments.className);
     const std::vector<broker::Instance> instances = askAll(broker, arguments.className);
     return {kDone,
             arguments.json ? instancesJson(arguments.className, instances)
@@ -44,6 +57,7 @@ Outcome enumerate(broker::Broker &broker, const Arguments &arguments, const Text
 
 Outcome get(broker::Broker &broker, const Arguments &arguments, const TextStyle &style)
 {
+    takeInventoryFor(broker, arguments.className);
     const broker::Instance instance =
         askOne(broker, arguments.className, arguments.index ? &*arguments.index : nullptr);
     return {kDone,
@@ -154,6 +168,9 @@ Outcome work(const Arguments &arguments, const TextStyle &style, Surroundings &s
         if (isAboutDisks(arguments)) {
             return runDisks(arguments, style);
         }
+        if (arguments.command == Command::record) {
+            return recordMachine(arguments);
+        }
         SmartReadings readings;
         const TraceListener listener([&readings](const TraceLine &line) { readings.take(line); });
         Session session(surroundings, arguments, arguments.serviceMode);
@@ -169,6 +186,7 @@ Use useOf(const Arguments &arguments)
     switch (arguments.command) {
     case Command::check:
     case Command::monitor:
+    case Command::record:
         return Use::none;
     case Command::call:
         return Use::write;
@@ -228,11 +246,13 @@ Outcome askForMetrics(const Arguments &arguments, const TextStyle &style)
     return outcome;
 }
 
-// Into the file that was named; only metrics and report have one.
+// Into the file that was named; only metrics, record and report have one.
 Outcome intoFile(Outcome outcome, const Arguments &arguments)
 {
+    constexpr mode_t kOwnerOnly = 0600;
     if (!arguments.output.empty() && !outcome.output.empty()) {
-        writeWhole(arguments.output, outcome.output);
+        writeWhole(arguments.output, outcome.output,
+                   arguments.command == Command::record ? kOwnerOnly : kReadableByAll);
         outcome.output.clear();
     }
     return outcome;

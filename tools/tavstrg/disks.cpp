@@ -21,23 +21,16 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
-#include <memory>
 
 namespace tool {
 namespace {
 
 using namespace tavstrg::disks;
 
-// Threads that are with disks that hang end with the process.
 void askAll(Array<Disk> &disks)
 {
-    static std::vector<Pass *> unfinished;
-    auto pass = std::make_unique<Pass>();
-    if (!pass->run(disks)) {
+    if (!Pass().run(disks)) {
         throw Failure("disks: not enough memory to ask them");
-    }
-    if (pass->setAside() != 0) {
-        unfinished.push_back(pass.release());
     }
     nameDisks(disks); // with the names and numbers that only the disks themselves had
 }

@@ -106,7 +106,7 @@ TEST(HealthOf, CountsDisksOfAllLists)
     lost.disk = disk(1);
     inventory.devicesWithoutController = {lost};
     inventory.disksWithoutDevice = {disk(0), disk(1)};
-    const Health health = healthOf(inventory);
+    const auto health = healthOf(inventory);
     EXPECT_EQ(health.disks, 4U);
     EXPECT_EQ(health.failurePredicted, 3U);
 }

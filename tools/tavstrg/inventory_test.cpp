@@ -245,9 +245,9 @@ TEST(NumberOf, MissingNullAndWordsAreZero)
     EXPECT_EQ(numberOf(it, "Text"), 0);
     EXPECT_EQ(numberOf(it, "Key"), 12);
     EXPECT_EQ(numberOf(it, "Flag"), 1);
-    EXPECT_EQ(textOf(it, "Null"), "");
-    EXPECT_EQ(textOf(it, "Absent"), "");
-    EXPECT_EQ(textOf(it, "Text"), "none");
+    EXPECT_EQ(tool::textOf(it, "Null"), "");
+    EXPECT_EQ(tool::textOf(it, "Absent"), "");
+    EXPECT_EQ(tool::textOf(it, "Text"), "none");
 }
 
 } // namespace

@@ -177,7 +177,7 @@ TEST(ReturnValuesJson, IsAListThatMayBeEmpty)
 TEST(CatalogueJson, DescribesEachClass)
 {
     const json classes = json::parse(catalogueJson(catalogue()))["classes"];
-    ASSERT_EQ(classes.size(), 12U);
+    ASSERT_EQ(classes.size(), 13U);
     EXPECT_EQ(classes[0], json::parse(R"({
         "name": "TAV_StorageConfig", "oneInstance": true,
         "properties": [

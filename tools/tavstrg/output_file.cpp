@@ -30,7 +30,7 @@ void checkReplaceable(const std::string &path)
     }
 }
 
-void writeWhole(const std::string &path, const std::string &content)
+void writeWhole(const std::string &path, const std::string &content, mode_t mode)
 {
     checkReplaceable(path);
     std::string temporary = path + ".XXXXXX"; // the node exporter reads *.prom alone
@@ -38,9 +38,8 @@ void writeWhole(const std::string &path, const std::string &content)
     if (descriptor < 0) {
         throw Failure(path + ": " + std::strerror(errno));
     }
-    constexpr mode_t kReadableByAll = 0644; // the exporter seldom runs as root
     std::FILE *file = fdopen(descriptor, "w");
-    bool written = file != nullptr && fchmod(descriptor, kReadableByAll) == 0 &&
+    bool written = file != nullptr && fchmod(descriptor, mode) == 0 &&
                    std::fwrite(content.data(), 1, content.size(), file) == content.size();
     written = file != nullptr && std::fclose(file) == 0 && written;
     if (!written || std::rename(temporary.c_str(), path.c_str()) != 0) {

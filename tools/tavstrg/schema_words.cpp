@@ -24,7 +24,26 @@ constexpr std::array<SchemaWord, 7> kLevels = {{{-1, "Not read"},
                                                 {5, "Most left"}}};
 constexpr std::array<SchemaWord, 2> kThread = {{{0, "Not running"}, {1, "Running"}}};
 
-constexpr std::array<SchemaProperty, 13> kProperties = {{
+constexpr std::array<SchemaWord, 5> kIdentitySources = {
+    {{0, "None"}, {1, "World wide name"}, {2, "Card identity"}, {3, "Serial number"}, {4, "Place"}}};
+constexpr std::array<SchemaWord, 12> kTransports = {{{0, "Unknown"},
+                                                     {1, "SATA"},
+                                                     {2, "SAS"},
+                                                     {3, "USB"},
+                                                     {4, "NVMe"},
+                                                     {5, "virtio"},
+                                                     {6, "MMC"},
+                                                     {7, "Fibre Channel"},
+                                                     {8, "iSCSI"},
+                                                     {9, "SCSI"},
+                                                     {10, "Xen"},
+                                                     {11, "Persistent memory"}}};
+constexpr std::array<SchemaWord, 5> kPowerStates = {
+    {{0, "Unknown"}, {1, "Active"}, {2, "Idle"}, {3, "Standby"}, {4, "Suspended"}}};
+constexpr std::array<SchemaWord, 7> kHealthStates = {
+    {{0, "Unknown"}, {1, "Good"}, {2, "Warning"}, {3, "Failing"}, {4, "Asleep"}, {5, "Unreadable"}, {6, "Off"}}};
+
+constexpr std::array<SchemaProperty, 30> kProperties = {{
     {"TAV_StorageConfig", "MonitorCycle", {}, "Seconds", "s"},
     {"TAV_StorageConfig", "MonitorCycleMin", {}, "Seconds", "s"},
     {"TAV_StorageConfig", "MonitorCycleMax", {}, "Seconds", "s"},
@@ -38,6 +57,23 @@ constexpr std::array<SchemaProperty, 13> kProperties = {{
     {"TAV_StorageHardDisk", "SmartStatus", kSmartStates, nullptr, nullptr},
     {"TAV_StorageLifeSpan", "EnduranceRemaining", kLevels, nullptr, nullptr},
     {"TAV_StorageThread", "ThreadRunning", kThread, nullptr, nullptr},
+    {"TAV_StorageDisk", "DiskIDSource", kIdentitySources, nullptr, nullptr},
+    {"TAV_StorageDisk", "Transport", kTransports, nullptr, nullptr},
+    {"TAV_StorageDisk", "SizeBytes", {}, "Bytes", "bytes"},
+    {"TAV_StorageDisk", "LogicalBlockBytes", {}, "Bytes", "bytes"},
+    {"TAV_StorageDisk", "PhysicalBlockBytes", {}, "Bytes", "bytes"},
+    {"TAV_StorageDisk", "RotationsPerMinute", {}, "Revolutions per Minute", "rpm"},
+    {"TAV_StorageDisk", "PowerState", kPowerStates, nullptr, nullptr},
+    {"TAV_StorageDisk", "HealthState", kHealthStates, nullptr, nullptr},
+    {"TAV_StorageDisk", "HealthSinceSeconds", {}, "Seconds", "s"},
+    {"TAV_StorageDisk", "EnduranceUsedPercent", {}, "Percent", "%"},
+    {"TAV_StorageDisk", "SparePercent", {}, "Percent", "%"},
+    {"TAV_StorageDisk", "TemperatureCelsius", {}, "Degrees C", "C"},
+    {"TAV_StorageDisk", "PowerOnHours", {}, "Hours", "h"},
+    {"TAV_StorageDisk", "BytesRead", {}, "Bytes", "bytes"},
+    {"TAV_StorageDisk", "BytesWritten", {}, "Bytes", "bytes"},
+    {"TAV_StorageDisk", "FirstSeenSeconds", {}, "Seconds", "s"},
+    {"TAV_StorageDisk", "LastAskedSeconds", {}, "Seconds", "s"},
 }};
 
 std::optional<int64_t> numberIn(const broker::Value &value)

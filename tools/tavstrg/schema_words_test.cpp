@@ -65,7 +65,7 @@ std::map<std::pair<std::string, std::string>, Qualifiers> schema()
 TEST(SchemaWords, AreTheValuesAndUnitsOfTheSchema)
 {
     const auto properties = schema();
-    ASSERT_GE(properties.size(), 17U);
+    ASSERT_GE(properties.size(), 34U);
     for (const auto &[name, qualifiers] : properties) {
         SCOPED_TRACE(name.first + "." + name.second);
         for (const auto &[code, word] : qualifiers.words) {
@@ -74,10 +74,16 @@ TEST(SchemaWords, AreTheValuesAndUnitsOfTheSchema)
             EXPECT_EQ(schemaMeaning(name.first, name.second, value), " (" + word + ")");
         }
         if (!qualifiers.unit.empty()) {
-            const std::string unit = qualifiers.unit == "Seconds"     ? " s"
-                                     : qualifiers.unit == "MegaBytes" ? " MiB"
-                                                                      : "?";
-            EXPECT_EQ(schemaMeaning(name.first, name.second, broker::Value::number(7, CMPI_uint16)), unit);
+            const std::map<std::string, std::string> printed = {{"Seconds", " s"},
+                                                                {"MegaBytes", " MiB"},
+                                                                {"Bytes", " bytes"},
+                                                                {"Percent", " %"},
+                                                                {"Degrees C", " C"},
+                                                                {"Hours", " h"},
+                                                                {"Revolutions per Minute", " rpm"}};
+            ASSERT_TRUE(printed.contains(qualifiers.unit)) << qualifiers.unit;
+            EXPECT_EQ(schemaMeaning(name.first, name.second, broker::Value::number(7, CMPI_uint16)),
+                      printed.at(qualifiers.unit));
         }
     }
     // And nothing that the schema does not have.

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tavstrg/session.h"
 
+#include "tavstrg/catalogue.h"
 #include "tavstrg/failure.h"
+
+#include "classes/disk_properties.h"
 
 #include <filesystem>
 #include <system_error>
@@ -52,6 +55,20 @@ std::vector<std::string> providerCandidates(const std::string &toolPath)
     return candidates;
 }
 
+namespace {
+
+// Its properties that a disk does not report are NULL then. The other classes set all of theirs.
+void declareDisk(broker::Broker &broker)
+{
+    std::vector<broker::Property> properties;
+    for (const PropertyEntry &property : findClass(tavstrg::kDiskClass)->properties) {
+        properties.push_back({property.name, property.type, property.key});
+    }
+    broker.addClass(tavstrg::kDiskClass, properties);
+}
+
+} // namespace
+
 Session::Session(Surroundings &surroundings, const Arguments &arguments, bool serviceMode)
     : surroundings_(surroundings), provider_(locateProvider(arguments.provider))
 {
@@ -68,6 +85,7 @@ void Session::load(bool serviceMode)
     broker::Options options;
     options.serviceMode = serviceMode;
     broker_ = std::make_unique<broker::Broker>(options);
+    declareDisk(*broker_);
     const std::string problem = broker_->load(provider_);
     if (!problem.empty()) {
         throw Failure("cannot load " + provider_ + ": " + problem);

@@ -323,6 +323,9 @@ std::string instancesText(const std::string &className, const std::vector<broker
     for (const broker::Instance &instance : instances) {
         Rows rows;
         for (const broker::NamedValue &property : instance.properties) {
+            if (property.value.isNull()) {
+                continue;
+            }
             const std::string meaning = schemaMeaning(className, property.name, property.value);
             rows.emplace_back(printable(property.name), printable(property.value.toString()) + meaning);
         }

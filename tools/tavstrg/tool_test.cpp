@@ -64,7 +64,7 @@ TEST_F(Tool, ClassesNeedNeitherProviderNorMachine)
 {
     const Finished finished = run({"--provider", "/nonexistent.so", "--json", "classes"});
     EXPECT_EQ(finished.status, 0) << finished.err;
-    EXPECT_EQ(json::parse(finished.out)["classes"].size(), 12U);
+    EXPECT_EQ(json::parse(finished.out)["classes"].size(), 13U);
     EXPECT_THAT(run({"classes"}).out, StartsWith("TAV_StorageConfig (one instance)\n"));
 }
 
@@ -379,7 +379,7 @@ TEST_F(Tool, AFailingDiskIsMarkedAndNoFailureOfTheTool)
     EXPECT_THAT(finished.out, HasSubstr("\nHealth: 1 of 1 disk predicts failure: sda (0:0:0:0, serial SER-1)\n"));
 }
 
-struct ColourCase {
+struct ToolColourCase {
     std::vector<std::string> words;
     std::vector<std::string> environment;
     StandardOutput out;
@@ -389,13 +389,13 @@ struct ColourCase {
 TEST_F(Tool, ColoursOnATerminalOrOnRequest)
 {
     const std::string machine = write("failing.json", failingMachine());
-    for (const ColourCase &given :
-         std::vector<ColourCase>{{{}, {"TERM=xterm", "NO_COLOR="}, StandardOutput::terminal, true},
-                                 {{}, {"TERM=xterm", "NO_COLOR=1"}, StandardOutput::terminal, false},
-                                 {{}, {"TERM=dumb", "NO_COLOR="}, StandardOutput::terminal, false},
-                                 {{"--color=never"}, {"TERM=xterm", "NO_COLOR="}, StandardOutput::terminal, false},
-                                 {{}, {"TERM=xterm", "NO_COLOR="}, StandardOutput::kept, false},
-                                 {{"--color=always"}, {"TERM=xterm", "NO_COLOR=1"}, StandardOutput::kept, true}}) {
+    for (const ToolColourCase &given :
+         std::vector<ToolColourCase>{{{}, {"TERM=xterm", "NO_COLOR="}, StandardOutput::terminal, true},
+                                     {{}, {"TERM=xterm", "NO_COLOR=1"}, StandardOutput::terminal, false},
+                                     {{}, {"TERM=dumb", "NO_COLOR="}, StandardOutput::terminal, false},
+                                     {{"--color=never"}, {"TERM=xterm", "NO_COLOR="}, StandardOutput::terminal, false},
+                                     {{}, {"TERM=xterm", "NO_COLOR="}, StandardOutput::kept, false},
+                                     {{"--color=always"}, {"TERM=xterm", "NO_COLOR=1"}, StandardOutput::kept, true}}) {
         std::vector<std::string> words = {kTool, "--machine", machine, "show"};
         words.insert(words.end(), given.words.begin(), given.words.end());
         std::vector<std::string> environment = {"LC_ALL=C", "TMPDIR=" + (directory_ / "tmp").string()};

@@ -12,6 +12,7 @@ using inventory::host;
 using inventory::machine;
 using nlohmann::json;
 using Texts = std::vector<std::string>;
+using Numbers = std::vector<int>;
 
 namespace {
 
@@ -81,12 +82,22 @@ TEST_P(DiskNamesCure, MoreThan128DisksAreAllNamed)
 
 TEST_P(DiskNamesCure, AHostAbove255DoesNotShowAnotherOnesDisk)
 {
-    boot(machine({host(1, "ahci", {disk(0, "RIGHT")}), host(257, "ahci", {disk(0, "OTHER")})}));
+    json other = disk(0, "OTHER");
+    other["sizeBytes"] = uint64_t{800} << 30;
+    other["smart"] = {{"failing", true}};
+    boot(machine({host(1, "ahci", {disk(0, "RIGHT")}), host(257, "ahci", {other})}));
     ASSERT_EQ(collect(), 0);
     EXPECT_EQ(serials(), (Texts{"RIGHT", "RIGHT"}));
+    EXPECT_EQ(predictions(), (Numbers{0, 0}));
+    const HardDiskEntry *const found = collection().pHDDevTbl;
+    const uint64_t right = found[0].Capacity;
+    EXPECT_EQ(found[1].Capacity, right);
 
     ASSERT_EQ(collect(GetParam()), 0);
     EXPECT_EQ(serials(), (Texts{"RIGHT", "OTHER"}));
+    EXPECT_EQ(predictions(), (Numbers{0, 1}));
+    EXPECT_EQ(collection().pHDDevTbl[0].Capacity, right);
+    EXPECT_GT(collection().pHDDevTbl[1].Capacity, right);
     EXPECT_EQ(paths(), (Texts{"/dev/sda", "/dev/sdb"}));
 }
 

@@ -38,7 +38,7 @@ struct DiskKey {
 struct DiskMemory {
     LastValues values;
     bool valuesRead;       // else the values mean nothing
-    uint8_t withoutAnswer; // how often in a row its verdict could not be read
+    uint8_t withoutAnswer; // how often in a row its verdict or its geometry could not be read
     bool countsRead;
     IoCounts counts; // when it was last asked, or last found asleep
 };

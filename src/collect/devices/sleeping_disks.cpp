@@ -20,7 +20,7 @@ using namespace tavstrg;
 namespace {
 
 constexpr int16_t kUnreadable = -1;    // SmartPredict
-constexpr uint8_t kMostUnanswered = 3; // so often in a row an unused disk is asked for a verdict that it does not give
+constexpr uint8_t kMostUnanswered = 3; // so often in a row an unused disk is asked for what it does not answer
 
 DiskKey keyOf(const AskedDisk &disk)
 {
@@ -30,14 +30,18 @@ DiskKey keyOf(const AskedDisk &disk)
     return key;
 }
 
+// Whether the verdict, if it was asked for, and the geometry could be read, without which there is a single head.
+bool isAnswered(const LastValues &values)
+{
+    const bool hasVerdict = !values.smartAsked || values.predict != kUnreadable;
+    return hasVerdict && values.heads > 1;
+}
+
 // Whether nothing is to be gained by asking a disk once more that has not been used since.
 bool isSettled(const DiskMemory &memory)
 {
-    if (!memory.valuesRead || g_SmartMode != kSmartModeOn) {
-        return memory.valuesRead;
-    }
-    const bool unanswered = memory.values.predict == kUnreadable && memory.withoutAnswer < kMostUnanswered;
-    return memory.values.smartAsked && !unanswered;
+    const bool asksAgain = memory.withoutAnswer > 0 && memory.withoutAnswer < kMostUnanswered;
+    return memory.valuesRead && !asksAgain && (memory.values.smartAsked || g_SmartMode != kSmartModeOn);
 }
 
 PowerMode askOpenDisk(const AskedDisk &disk, int fd)
@@ -115,12 +119,11 @@ void tavstrg::rememberAsked(AskedDisk &disk, const HardDiskEntry &entry)
     LastValues &values = disk.kept.values;
     takeFromEntry(values, entry);
     values.smartAsked = g_SmartMode == kSmartModeOn;
-    const bool unanswered = values.smartAsked && values.predict == kUnreadable;
     const std::optional<IoCounts> counts = readIoCounts(disk.address, disk.path);
     const auto times = static_cast<uint8_t>(std::min<int>(disk.kept.withoutAnswer + 1, kMostUnanswered));
     g_lastValues.remember(disk.kept.key, {.values = values,
                                           .valuesRead = true,
-                                          .withoutAnswer = unanswered ? times : uint8_t{0},
+                                          .withoutAnswer = isAnswered(values) ? uint8_t{0} : times,
                                           .countsRead = counts.has_value(),
                                           .counts = counts.value_or(IoCounts{})});
 }

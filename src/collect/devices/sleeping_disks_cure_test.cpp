@@ -216,6 +216,21 @@ TEST_P(SleepingCure, TheSmartModeThatIsSwitchedOnIsAnsweredByADiskWithoutIo)
     EXPECT_EQ(predictions(), Numbers{1});
 }
 
+TEST_P(SleepingCure, AGeometryThatFailedOnceIsReadAtTheNextPass)
+{
+    json once = sleeper({{"state", "active"}});
+    bootOne(once);
+    ASSERT_EQ(collect(GetParam()), 0);
+    const HardDiskEntry whole = onlyDisk();
+    once["faults"] = {{{"on", "geometry"}, {"nth", 1}, {"errno", "EIO"}}};
+    bootOne(once);
+    g_lastValues.clear();
+    ASSERT_EQ(collect(GetParam()), 0);
+    EXPECT_NE(onlyDisk().Capacity, whole.Capacity);
+    ASSERT_EQ(collect(GetParam()), 0);
+    expectSameValues(onlyDisk(), whole);
+}
+
 TEST_P(SleepingCure, ADiskThatDoesNotReportItsPowerModeIsAsked)
 {
     bootOne(sleeper({{"state", "standby"}, {"reported", false}}));

@@ -16,7 +16,7 @@ namespace {
 
 using namespace std::string_literals;
 
-constexpr char kBoth[] = "[Management Port]\nahci\n[Diagnostic Port]\nisci\n";
+constexpr char kBothSections[] = "[Management Port]\nahci\n[Diagnostic Port]\nisci\n";
 
 struct Split {
     bool usable;
@@ -53,7 +53,7 @@ Line parse(std::string_view text)
 
 TEST(SplitInfSections, TwoHeadersInOrderDivideTheText)
 {
-    EXPECT_EQ(split(kBoth), (Split{true, "ahci\n", "isci\n"}));
+    EXPECT_EQ(split(kBothSections), (Split{true, "ahci\n", "isci\n"}));
 }
 
 TEST(SplitInfSections, AFileWithoutAnyHeaderIsTheFirstSection)
@@ -64,7 +64,7 @@ TEST(SplitInfSections, AFileWithoutAnyHeaderIsTheFirstSection)
 
 TEST(SplitInfSections, TextBeforeTheFirstHeaderIsIgnored)
 {
-    EXPECT_EQ(split("# drivers\nold\n" + std::string(kBoth)), (Split{true, "ahci\n", "isci\n"}));
+    EXPECT_EQ(split("# drivers\nold\n" + std::string(kBothSections)), (Split{true, "ahci\n", "isci\n"}));
 }
 
 TEST(SplitInfSections, OnlyOneHeaderIsNotUsable)

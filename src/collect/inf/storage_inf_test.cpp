@@ -19,8 +19,8 @@ using namespace tavstrg;
 
 namespace {
 
-constexpr char kInf[] = "/opt/qlm/tavkit_sa/data/storage.inf";
-constexpr int32_t kUntouched = 77;
+constexpr char kStorageInfFile[] = "/opt/qlm/tavkit_sa/data/storage.inf";
+constexpr int32_t kUntouchedStatus = 77;
 
 class StorageInfFile : public testing::Test {
 protected:
@@ -44,13 +44,13 @@ protected:
     sim::Machine machine{R"({"sysfs": false})"};
     StorageInfo *management = nullptr;
     StorageInfo *diagnostic = nullptr;
-    int32_t status = kUntouched;
+    int32_t status = kUntouchedStatus;
 };
 
 using Names = std::vector<std::string>;
 
 // A file of exactly this size, with one name at its very end.
-std::string fileOfSize(size_t size)
+std::string infOfSize(size_t size)
 {
     std::string text;
     while (text.size() + 64 + 5 <= size) {
@@ -68,7 +68,7 @@ using GetInfFromFileTest = StorageInfFile;
 
 TEST_F(CreatStorageInfoTableTest, NamesAreInReverseOrder)
 {
-    machine.write(kInf, "[Management Port]\nahci\nmegaraid_sas\nmpt3sas\n[Diagnostic Port]\nisci\n");
+    machine.write(kStorageInfFile, "[Management Port]\nahci\nmegaraid_sas\nmpt3sas\n[Diagnostic Port]\nisci\n");
     EXPECT_EQ(create(), 1);
     EXPECT_EQ(status, 0);
     EXPECT_EQ(names(management), (Names{"mpt3sas", "megaraid_sas", "ahci"}));
@@ -77,7 +77,7 @@ TEST_F(CreatStorageInfoTableTest, NamesAreInReverseOrder)
 
 TEST_F(CreatStorageInfoTableTest, WithoutHeadersAllNamesAreManaged)
 {
-    machine.write(kInf, "ahci\n  mpt3sas # SAS\n");
+    machine.write(kStorageInfFile, "ahci\n  mpt3sas # SAS\n");
     EXPECT_EQ(create(), 1);
     EXPECT_EQ(names(management), (Names{"mpt3sas", "ahci"}));
     EXPECT_EQ(names(diagnostic), Names{});
@@ -85,7 +85,7 @@ TEST_F(CreatStorageInfoTableTest, WithoutHeadersAllNamesAreManaged)
 
 TEST_F(CreatStorageInfoTableTest, OnlyDiagnosticPortIsStatus1)
 {
-    machine.write(kInf, "[Diagnostic Port]\nisci\n");
+    machine.write(kStorageInfFile, "[Diagnostic Port]\nisci\n");
     TraceRecorder trace;
     EXPECT_EQ(create(), 0);
     EXPECT_EQ(status, 1);
@@ -115,14 +115,14 @@ TEST_F(CreatStorageInfoTableTest, TheRootComesFromTheAgentsConfiguration)
 
 TEST_F(CreatStorageInfoTableTest, AFileOf65536BytesIsRead)
 {
-    machine.write(kInf, fileOfSize(65536));
+    machine.write(kStorageInfFile, infOfSize(65536));
     EXPECT_EQ(create(), 1);
     EXPECT_EQ(names(management), (Names{"ahci"}));
 }
 
 TEST_F(CreatStorageInfoTableTest, MoreThan65536BytesIsStatusMinus4)
 {
-    machine.write(kInf, fileOfSize(65537));
+    machine.write(kStorageInfFile, infOfSize(65537));
     TraceRecorder trace;
     EXPECT_EQ(create(), 0);
     EXPECT_EQ(status, -4);
@@ -143,7 +143,7 @@ TEST_F(CreatStorageInfoTableTest, AFailedStatIsStatusMinus9)
 TEST_F(CreatStorageInfoTableTest, WithoutMemoryIsStatusMinus9)
 {
     SKIP_UNLESS_MEMORY_CAN_BE_SHORT();
-    machine.write(kInf, "ahci\n");
+    machine.write(kStorageInfFile, "ahci\n");
     const TraceWatch watch(3, "_OUT_ MPbuf or DPbuf malloc error");
     for (const unsigned nth : {1U, 2U}) {
         const ShortMemory shortMemory(nth);
@@ -157,7 +157,7 @@ TEST_F(CreatStorageInfoTableTest, WithoutMemoryIsStatusMinus9)
 TEST_F(CreatStorageInfoTableTest, ANameThatCannotBeAllocatedIsDropped)
 {
     SKIP_UNLESS_MEMORY_CAN_BE_SHORT();
-    machine.write(kInf, "one\ntwo\nthree\n");
+    machine.write(kStorageInfFile, "one\ntwo\nthree\n");
     int result = 0;
     {
         const ShortMemory shortMemory(5); // after two buffers, the work buffer and the first name
@@ -184,7 +184,7 @@ TEST_F(CreatStorageInfoTableTest, BothListsNullIsStatusMinus3)
 
 TEST_F(CreatStorageInfoTableTest, EitherListMayBeNull)
 {
-    machine.write(kInf, "[Management Port]\nahci\n[Diagnostic Port]\nisci\n");
+    machine.write(kStorageInfFile, "[Management Port]\nahci\n[Diagnostic Port]\nisci\n");
     EXPECT_EQ(CreatStorageInfoTable(&management, nullptr, &status), 1);
     EXPECT_EQ(names(management), (Names{"ahci"}));
     EXPECT_EQ(CreatStorageInfoTable(nullptr, &diagnostic, &status), 1);
@@ -193,9 +193,9 @@ TEST_F(CreatStorageInfoTableTest, EitherListMayBeNull)
 
 TEST_F(CreatStorageInfoTableTest, RefusedLinesAreSkippedAndTraced)
 {
-    machine.write(kInf, "[Management Port]\n# comment\n\nahci\n[Management Port]\n" + std::string(1025, 'x') + "\n" +
-                            std::string(1024, 'x') + "\n" + std::string(65, 'n') + "\n" + std::string(64, 'n') +
-                            "\n[Diagnostic Port]\n");
+    machine.write(kStorageInfFile, "[Management Port]\n# comment\n\nahci\n[Management Port]\n" +
+                                       std::string(1025, 'x') + "\n" + std::string(1024, 'x') + "\n" +
+                                       std::string(65, 'n') + "\n" + std::string(64, 'n') + "\n[Diagnostic Port]\n");
     TraceRecorder trace;
     EXPECT_EQ(create(), 1);
     EXPECT_EQ(names(management), (Names{std::string(64, 'n'), "ahci"}));
@@ -215,7 +215,7 @@ TEST_F(CreatStorageInfoTableTest, RefusedLinesAreSkippedAndTraced)
 
 TEST_F(CreatStorageInfoTableTest, ALineIsMeasuredWithoutItsEnd)
 {
-    machine.write(kInf, std::string(1024, ' ') + "\r\n");
+    machine.write(kStorageInfFile, std::string(1024, ' ') + "\r\n");
     TraceRecorder trace;
     EXPECT_EQ(create(), 1);
     EXPECT_FALSE(trace.has(0, "line is too long", "CreatStorageInfoTable"));
@@ -223,7 +223,7 @@ TEST_F(CreatStorageInfoTableTest, ALineIsMeasuredWithoutItsEnd)
 
 TEST_F(CreatStorageInfoTableTest, AnEmptyFileIsAnEmptyList)
 {
-    machine.write(kInf, "");
+    machine.write(kStorageInfFile, "");
     EXPECT_EQ(create(), 1);
     EXPECT_EQ(status, 0);
     EXPECT_EQ(management, nullptr);
@@ -231,13 +231,13 @@ TEST_F(CreatStorageInfoTableTest, AnEmptyFileIsAnEmptyList)
 
 TEST_F(CreatStorageInfoTableTest, DirectoryOrFifoFailsToOpen)
 {
-    machine.makeDirectory(kInf);
+    machine.makeDirectory(kStorageInfFile);
     TraceRecorder trace;
     EXPECT_EQ(create(), 0);
     EXPECT_EQ(status, 0);
     EXPECT_TRUE(trace.has(3, "_OUT_ getSectionFromInfFile() Rtn=[-1]", "CreatStorageInfoTable"));
-    machine.remove(kInf);
-    ASSERT_EQ(::mkfifo(machine.where(kInf).c_str(), 0600), 0);
+    machine.remove(kStorageInfFile);
+    ASSERT_EQ(::mkfifo(machine.where(kStorageInfFile).c_str(), 0600), 0);
     EXPECT_EQ(create(), 0);
     EXPECT_EQ(status, 0);
     EXPECT_EQ(machine.openDescriptors(), 0);
@@ -245,7 +245,7 @@ TEST_F(CreatStorageInfoTableTest, DirectoryOrFifoFailsToOpen)
 
 TEST_F(CreatStorageInfoTableTest, BinaryBytesEndTheTextAtTheFirstNul)
 {
-    machine.write(kInf, std::string("ahci\nmp\0t\nsd\n", 13));
+    machine.write(kStorageInfFile, std::string("ahci\nmp\0t\nsd\n", 13));
     EXPECT_EQ(create(), 1);
     EXPECT_EQ(names(management), (Names{"mp", "ahci"}));
 }
@@ -256,10 +256,11 @@ TEST_F(CreatStorageInfoTableTest, AFileThatIsReplacedMeanwhileIsReadWhole)
     sim::countCallsOf("");
     for (const sim::Call kind : {sim::Call::open, sim::Call::read, sim::Call::stat}) {
         for (unsigned nth = 1; nth <= 6; ++nth) {
-            machine.write(kInf, "ahci\n");
+            machine.write(kStorageInfFile, "ahci\n");
             sim::atNth(kind, nth, [this] {
-                machine.write(std::string(kInf) + ".new", "[Management Port]\nmpt3sas\n[Diagnostic Port]\n");
-                std::rename(machine.where(std::string(kInf) + ".new").c_str(), machine.where(kInf).c_str());
+                machine.write(std::string(kStorageInfFile) + ".new", "[Management Port]\nmpt3sas\n[Diagnostic Port]\n");
+                std::rename(machine.where(std::string(kStorageInfFile) + ".new").c_str(),
+                            machine.where(kStorageInfFile).c_str());
             });
             EXPECT_EQ(create(), 1) << nth;
             sim::atNth(kind, 0, {});
@@ -277,27 +278,28 @@ TEST_F(CreatStorageInfoTableTest, ManyNamesAreAllKept)
     for (int i = 0; i < 10000; ++i) {
         text += "d" + std::to_string(i) + "\n";
     }
-    machine.write(kInf, text);
+    machine.write(kStorageInfFile, text);
     EXPECT_EQ(create(), 1);
     EXPECT_EQ(names(management).size(), 10000U);
 }
 
 TEST_F(GetSectionFromInfFile, ReadsAtMostTheGivenSize)
 {
-    machine.write(kInf, "ahci\nsd\nmore\n");
+    machine.write(kStorageInfFile, "ahci\nsd\nmore\n");
     char first[8] = {};
     char second[8] = {};
-    EXPECT_EQ(getSectionFromInfFile(kInf, 7, first, second, kGroupManagementPort, kGroupDiagnosticPort), 0);
+    EXPECT_EQ(getSectionFromInfFile(kStorageInfFile, 7, first, second, kGroupManagementPort, kGroupDiagnosticPort), 0);
     EXPECT_STREQ(first, "ahci\nsd");
     EXPECT_STREQ(second, "");
 }
 
 TEST_F(GetSectionFromInfFile, TakesAFileThatHasShrunkAsItIs)
 {
-    machine.write(kInf, "ahci\n");
+    machine.write(kStorageInfFile, "ahci\n");
     std::string first(101, '\0');
     std::string second(101, '\0');
-    EXPECT_EQ(getSectionFromInfFile(kInf, 100, first.data(), second.data(), kGroupManagementPort, kGroupDiagnosticPort),
+    EXPECT_EQ(getSectionFromInfFile(kStorageInfFile, 100, first.data(), second.data(), kGroupManagementPort,
+                                    kGroupDiagnosticPort),
               0);
     EXPECT_STREQ(first.c_str(), "ahci\n");
 }
@@ -311,26 +313,28 @@ TEST_F(GetSectionFromInfFile, ReportsItsFailures)
     };
     TraceRecorder trace;
     EXPECT_EQ(split(nullptr, 15), -1);
-    EXPECT_EQ(getSectionFromInfFile(kInf, 15, nullptr, second, kGroupManagementPort, kGroupDiagnosticPort), -1);
-    EXPECT_EQ(getSectionFromInfFile(kInf, 15, first, nullptr, kGroupManagementPort, kGroupDiagnosticPort), -1);
+    EXPECT_EQ(getSectionFromInfFile(kStorageInfFile, 15, nullptr, second, kGroupManagementPort, kGroupDiagnosticPort),
+              -1);
+    EXPECT_EQ(getSectionFromInfFile(kStorageInfFile, 15, first, nullptr, kGroupManagementPort, kGroupDiagnosticPort),
+              -1);
     EXPECT_TRUE(trace.has(3, "_OUT_ Mpbuf is NULL or Dpbuf is NULL.", "getSectionFromInfFile"));
-    EXPECT_EQ(getSectionFromInfFile(kInf, 15, first, second, nullptr, kGroupDiagnosticPort), -1);
-    EXPECT_EQ(getSectionFromInfFile(kInf, 15, first, second, kGroupManagementPort, nullptr), -1);
-    EXPECT_EQ(split(kInf, 15), 1);
+    EXPECT_EQ(getSectionFromInfFile(kStorageInfFile, 15, first, second, nullptr, kGroupDiagnosticPort), -1);
+    EXPECT_EQ(getSectionFromInfFile(kStorageInfFile, 15, first, second, kGroupManagementPort, nullptr), -1);
+    EXPECT_EQ(split(kStorageInfFile, 15), 1);
     EXPECT_TRUE(
         trace.has(0, "_OUT_ file [/opt/qlm/tavkit_sa/data/storage.inf] is not exist.", "getSectionFromInfFile"));
-    machine.write(kInf, "ahci\n");
-    EXPECT_EQ(split(kInf, -1), -1);
-    EXPECT_EQ(split(kInf, INT32_MAX), -1);
+    machine.write(kStorageInfFile, "ahci\n");
+    EXPECT_EQ(split(kStorageInfFile, -1), -1);
+    EXPECT_EQ(split(kStorageInfFile, INT32_MAX), -1);
     EXPECT_TRUE(trace.has(3, "_OUT_ malloc buf error.", "getSectionFromInfFile"));
     sim::countCallsOf("");
     sim::failNth(sim::Call::read, 1);
-    EXPECT_EQ(split(kInf, 15), -1);
+    EXPECT_EQ(split(kStorageInfFile, 15), -1);
     sim::failNth(sim::Call::read, 0);
     EXPECT_TRUE(trace.has(3, "_OUT_ fread [/opt/qlm/tavkit_sa/data/storage.inf] error.", "getSectionFromInfFile"));
-    machine.remove(kInf);
-    machine.makeDirectory(kInf);
-    EXPECT_EQ(split(kInf, 15), -1);
+    machine.remove(kStorageInfFile);
+    machine.makeDirectory(kStorageInfFile);
+    EXPECT_EQ(split(kStorageInfFile, 15), -1);
     EXPECT_TRUE(trace.has(3, "_OUT_ fopen [/opt/qlm/tavkit_sa/data/storage.inf] error.", "getSectionFromInfFile"));
     EXPECT_EQ(machine.openDescriptors(), 0);
 }
@@ -339,7 +343,7 @@ TEST(GetInfoFromLine, IgnoresBlanksFurtherWordsAndComment)
 {
     TraceRecorder trace;
     char name[kMaxDriverName + 1] = {};
-    int32_t status = kUntouched;
+    int32_t status = kUntouchedStatus;
     EXPECT_EQ(GetInfoFromLine(" \tahci the chip set # comment\n", name, &status), 1);
     EXPECT_STREQ(name, "ahci");
     EXPECT_EQ(status, 0);
@@ -366,7 +370,7 @@ TEST(GetInfoFromLine, EveryRefusalHasItsStatusAndText)
     for (const Case &refused : cases) {
         TraceRecorder trace;
         char name[kMaxDriverName + 1] = "before";
-        int32_t status = kUntouched;
+        int32_t status = kUntouchedStatus;
         EXPECT_EQ(GetInfoFromLine(refused.line.c_str(), name, &status), 0) << refused.line;
         EXPECT_EQ(status, refused.status) << refused.line;
         EXPECT_TRUE(trace.has(0, refused.text, "GetInfoFromLine")) << refused.line;
@@ -377,10 +381,10 @@ TEST(GetInfoFromLine, EveryRefusalHasItsStatusAndText)
 TEST(GetInfoFromLine, NullArgumentsAreStatusMinus3)
 {
     char name[kMaxDriverName + 1] = {};
-    int32_t status = kUntouched;
+    int32_t status = kUntouchedStatus;
     EXPECT_EQ(GetInfoFromLine(nullptr, name, &status), 0);
     EXPECT_EQ(status, -3);
-    status = kUntouched;
+    status = kUntouchedStatus;
     EXPECT_EQ(GetInfoFromLine("ahci", nullptr, &status), 0);
     EXPECT_EQ(status, -3);
     EXPECT_EQ(GetInfoFromLine("ahci", name, nullptr), 0);
@@ -389,7 +393,7 @@ TEST(GetInfoFromLine, NullArgumentsAreStatusMinus3)
 TEST(GetInfoFromLine, ANameOf64CharactersFillsItsField)
 {
     char name[kMaxDriverName + 1] = {};
-    int32_t status = kUntouched;
+    int32_t status = kUntouchedStatus;
     ASSERT_EQ(GetInfoFromLine(std::string(64, 'n').c_str(), name, &status), 1);
     EXPECT_STREQ(name, std::string(64, 'n').c_str());
 }
@@ -455,7 +459,7 @@ TEST_F(GetInfFromFileTest, ADirectoryOrAFifoIsNotOpened)
     EXPECT_EQ(GetInfFromFile(&status, "/sys/attribute", text), -1);
     EXPECT_EQ(status, -1);
     ASSERT_EQ(::mkfifo(machine.where("/sys/fifo").c_str(), 0600), 0);
-    status = kUntouched;
+    status = kUntouchedStatus;
     EXPECT_EQ(GetInfFromFile(&status, "/sys/fifo", text), -1);
     EXPECT_EQ(status, -1);
 }
@@ -507,7 +511,7 @@ TEST_F(GetInfFromFileTest, NullArgumentsAreStatusMinus3)
     EXPECT_EQ(GetInfFromFile(nullptr, "/sys/attribute", text), -1);
     EXPECT_EQ(GetInfFromFile(&status, nullptr, text), -1);
     EXPECT_EQ(status, -3);
-    status = kUntouched;
+    status = kUntouchedStatus;
     EXPECT_EQ(GetInfFromFile(&status, "/sys/attribute", nullptr), -1);
     EXPECT_EQ(status, -3);
 }

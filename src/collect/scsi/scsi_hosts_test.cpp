@@ -20,7 +20,7 @@ using namespace tavstrg;
 
 namespace {
 
-constexpr char kInf[] = "/opt/qlm/tavkit_sa/data/storage.inf";
+constexpr char kDriversInf[] = "/opt/qlm/tavkit_sa/data/storage.inf";
 
 using Texts = std::vector<std::string>;
 
@@ -41,7 +41,7 @@ protected:
     {
         machine.write("/proc/scsi/" + driver + "/" + std::to_string(number), "");
     }
-    void manage(const std::string &names) { machine.write(kInf, names); }
+    void manage(const std::string &names) { machine.write(kDriversInf, names); }
 
     // "3 ahci"
     template <class Reader> Texts read(Reader reader)
@@ -109,11 +109,11 @@ int choiceUnder(const char *kernel)
 
 } // namespace
 
-using SysHosts = Hosts;
+using HostsInSysfs = Hosts;
 using ProcHosts = Hosts;
 using UsbHosts = Hosts;
 
-TEST_F(SysHosts, AreThoseWhoseDriverIsInStorageInf)
+TEST_F(HostsInSysfs, AreThoseWhoseDriverIsInStorageInf)
 {
     ASSERT_GT(layOutRecording(machine, "vm-pc-5.10-ide", "sys"), 50);
     manage("ahci\nmegaraid_sas\nmptsas\n");
@@ -125,7 +125,7 @@ TEST_F(SysHosts, AreThoseWhoseDriverIsInStorageInf)
     }
 }
 
-TEST_F(SysHosts, AHostAdapterWhoseDriverIsNotInStorageInfIsNotCounted)
+TEST_F(HostsInSysfs, AHostAdapterWhoseDriverIsNotInStorageInfIsNotCounted)
 {
     addSysHost(0, "ahci\n");
     addSysHost(1, "mpt3sas\n");
@@ -134,7 +134,7 @@ TEST_F(SysHosts, AHostAdapterWhoseDriverIsNotInStorageInfIsNotCounted)
     EXPECT_EQ(read(sys_read_scsi_ctrl), (Texts{"0 ahci"}));
 }
 
-TEST_F(SysHosts, TheDriversNameIsComparedWhole)
+TEST_F(HostsInSysfs, TheDriversNameIsComparedWhole)
 {
     addSysHost(0, "ahci\n");
     addSysHost(1, "ahci_pci\n");
@@ -143,7 +143,7 @@ TEST_F(SysHosts, TheDriversNameIsComparedWhole)
     EXPECT_EQ(read(sys_read_scsi_ctrl), (Texts{"0 ahci"}));
 }
 
-TEST_F(SysHosts, TheSixNamesAreNeverHostAdapters)
+TEST_F(HostsInSysfs, TheSixNamesAreNeverHostAdapters)
 {
     int number = 0;
     std::string inf;
@@ -155,7 +155,7 @@ TEST_F(SysHosts, TheSixNamesAreNeverHostAdapters)
     EXPECT_EQ(sys_GetSCSIControllerNumber(), 0);
 }
 
-TEST_F(SysHosts, ADriverWithoutANameIsManagedOnlyWhenListed)
+TEST_F(HostsInSysfs, ADriverWithoutANameIsManagedOnlyWhenListed)
 {
     addSysHost(0, "(null)\n");
     manage("ahci\n");
@@ -164,7 +164,7 @@ TEST_F(SysHosts, ADriverWithoutANameIsManagedOnlyWhenListed)
     EXPECT_EQ(sys_GetSCSIControllerNumber(), 1);
 }
 
-TEST_F(SysHosts, OtherEntriesAndUnreadableNamesArePassedOver)
+TEST_F(HostsInSysfs, OtherEntriesAndUnreadableNamesArePassedOver)
 {
     addSysHost(0, "ahci\n");
     machine.write("/sys/class/scsi_host/hostx/proc_name", "ahci\n");
@@ -177,7 +177,7 @@ TEST_F(SysHosts, OtherEntriesAndUnreadableNamesArePassedOver)
     EXPECT_EQ(read(sys_read_scsi_ctrl), (Texts{"0 ahci"}));
 }
 
-TEST_F(SysHosts, EachIsTraced)
+TEST_F(HostsInSysfs, EachIsTraced)
 {
     addSysHost(4, "ahci\n");
     manage("ahci\n");
@@ -189,7 +189,7 @@ TEST_F(SysHosts, EachIsTraced)
     EXPECT_TRUE(trace.has(0, "pNAME->id=[4] pNAME->name=[ahci]", "sys_read_scsi_ctrl"));
 }
 
-TEST_F(SysHosts, TypesAreTheDistinctDriversInListingOrder)
+TEST_F(HostsInSysfs, TypesAreTheDistinctDriversInListingOrder)
 {
     ASSERT_GT(layOutRecording(machine, "vm-pc-5.10-ide", "sys"), 50);
     manage("virtio_scsi\nahci\nmegaraid_sas\n");
@@ -197,7 +197,7 @@ TEST_F(SysHosts, TypesAreTheDistinctDriversInListingOrder)
     EXPECT_EQ(count, 8);
 }
 
-TEST_F(SysHosts, AMissingDirectoryMeansNoHostAdapters)
+TEST_F(HostsInSysfs, AMissingDirectoryMeansNoHostAdapters)
 {
     manage("ahci\n");
     EXPECT_EQ(sys_GetSCSIControllerNumber(), 0);
@@ -208,7 +208,7 @@ TEST_F(SysHosts, AMissingDirectoryMeansNoHostAdapters)
     EXPECT_EQ(count, 0);
 }
 
-TEST_F(SysHosts, ADirectoryThatCannotBeListedIsAFailure)
+TEST_F(HostsInSysfs, ADirectoryThatCannotBeListedIsAFailure)
 {
     machine.write("/sys/class/scsi_host", "no directory");
     manage("ahci\n");
@@ -305,7 +305,7 @@ TEST_F(Hosts, AnyOtherFailureOfStorageInfIsAFailure)
 {
     addSysHost(0, "ahci\n");
     addProcHost(0, "ahci");
-    machine.makeDirectory(kInf);
+    machine.makeDirectory(kDriversInf);
     EXPECT_EQ(sys_GetSCSIControllerNumber(), -1);
     EXPECT_EQ(proc_GetSCSIControllerNumber(), -1);
     EXPECT_EQ(proc_read_scsi_ctrl(&list, &count), -1);
@@ -511,7 +511,7 @@ TEST(InterfaceChoice, EveryDispatcherFollowsIt)
     // Both trees exist, with different contents.
     const auto hostsOf = [](const char *kernel) {
         sim::Machine machine(std::string(R"({"sysfs": false, "procfs": false, "kernel": ")") + kernel + "\"}");
-        machine.write(kInf, "ahci\n");
+        machine.write(kDriversInf, "ahci\n");
         machine.write("/proc/scsi/scsi", "Attached devices: none\n");
         machine.write("/proc/scsi/ahci/7", "");
         machine.write("/proc/scsi/usb-storage/7", "");

@@ -13,18 +13,18 @@ namespace {
 using testing::Each;
 using testing::ElementsAre;
 
-constexpr uint64_t kAny = 9; // a value that no routine writes: the field is unchanged
-constexpr int16_t kAnyPrediction = 9;
+constexpr uint64_t kUnset = 9; // a value that no routine writes: the field is unchanged
+constexpr int16_t kUnsetPrediction = 9;
 
 HardDiskEntry marked(const char *path)
 {
     HardDiskEntry disk = freshDisk(path, kDevKindScsi);
-    disk.SmartSupport = disk.SmartEnableState = kAny;
-    disk.SmartPredict = kAnyPrediction;
+    disk.SmartSupport = disk.SmartEnableState = kUnset;
+    disk.SmartPredict = kUnsetPrediction;
     return disk;
 }
 
-struct RoutineCase {
+struct ScsiRoutineCase {
     const char *name;
     bool sg;
     const char *fields;
@@ -34,7 +34,7 @@ struct RoutineCase {
 
 // Runs a routine on a simulated disk and compares what it traced.
 template <class Routine>
-HardDiskEntry run(const RoutineCase &c, const char *function, const char *exit, Routine routine)
+HardDiskEntry run(const ScsiRoutineCase &c, const char *function, const char *exit, Routine routine)
 {
     const SgIo way(c.sg);
     const sim::Machine machine(oneDisk(kDevKindScsi, c.fields));
@@ -50,7 +50,7 @@ HardDiskEntry run(const RoutineCase &c, const char *function, const char *exit, 
     return disk;
 }
 
-const char *const kSense6 = "sg 1a 00 1c 00 ff 00";
+const char *const kModeSense6 = "sg 1a 00 1c 00 ff 00";
 const char *const kShort = "modese_len: 0(1:CDB[10], other:CDB[6])";
 const char *const kLong = "modese_len: 1(1:CDB[10], other:CDB[6])";
 const char *const kNeither = "modese_len: 2(1:CDB[10], other:CDB[6])";
@@ -63,7 +63,7 @@ const char *const kMrieDiffers = "! /dev/sda : mrie != 0x06, support = unknown";
 const char *const kRefused = "/dev/sda : not support S.M.A.R.T.";
 const char *const kEnabled = "/dev/sda : enable success";
 
-const RoutineCase kEnable[] = {
+const ScsiRoutineCase kEnable[] = {
     {"on", true, "", 2, {kShort, kEnabled}},
     {"off", true, R"("exceptions": {"dexcpt": true, "savable": true})", 2, {kShort, kEnabled}},
     {"without block descriptor", true, R"("exceptions": {"blockDescriptor": false})", 2, {kShort, kEnabled}},
@@ -82,7 +82,7 @@ const RoutineCase kEnable[] = {
      R"("faults": [{"on": "modeSense", "nth": 1, "errno": "EIO"}])",
      2,
      {kLong, kEnabled}},
-    {"refuses the page through SG_IO", true, R"("exceptions": {"supported": false})", kAny, {kShort, kNoOffset}},
+    {"refuses the page through SG_IO", true, R"("exceptions": {"supported": false})", kUnset, {kShort, kNoOffset}},
     {"loses MODE SELECT", true, R"("faults": [{"on": "modeSelect", "errno": "EIO"}])", 1, {kShort, kSelectFailed}},
     {"loses the second MODE SENSE",
      true,
@@ -150,12 +150,12 @@ const RoutineCase kEnable[] = {
 
 TEST(EnableScsiSmart, SetsTheSupportItFinds)
 {
-    for (const RoutineCase &c : kEnable) {
+    for (const ScsiRoutineCase &c : kEnable) {
         SCOPED_TRACE(c.name);
         const HardDiskEntry disk = run(c, "enable_scsi_smart", "_OUT_", enable_scsi_smart);
         EXPECT_EQ(disk.SmartSupport, c.value);
-        EXPECT_EQ(disk.SmartEnableState, kAny);
-        EXPECT_EQ(disk.SmartPredict, kAnyPrediction);
+        EXPECT_EQ(disk.SmartEnableState, kUnset);
+        EXPECT_EQ(disk.SmartPredict, kUnsetPrediction);
     }
 }
 
@@ -199,41 +199,41 @@ TEST(EnableScsiSmart, APageThatReachesOutOfTheBufferIsNotTouched)
     }
 }
 
-const RoutineCase kDisable[] = {
-    {"on", true, "", kAny, {kShort}},
-    {"cannot be opened", true, R"("openError": "EACCES")", kAny, {"! open device :/dev/sda failed errno=[13]"}},
+const ScsiRoutineCase kDisable[] = {
+    {"on", true, "", kUnset, {kShort}},
+    {"cannot be opened", true, R"("openError": "EACCES")", kUnset, {"! open device :/dev/sda failed errno=[13]"}},
     {"answers nothing",
      true,
      R"("faults": [{"on": "modeSense", "hostStatus": 7}])",
      1,
      {kUnknown, kNeither, kSenseFailed}},
-    {"refuses the page through SG_IO", true, R"("exceptions": {"supported": false})", kAny, {kShort, kNoOffset}},
+    {"refuses the page through SG_IO", true, R"("exceptions": {"supported": false})", kUnset, {kShort, kNoOffset}},
     {"loses MODE SELECT",
      true,
      R"("faults": [{"on": "modeSelect", "errno": "EIO"}])",
-     kAny,
+     kUnset,
      {kShort, "! /dev/sda : modeselect some exception happened"}},
-    {"older, on", false, "", kAny, {kShort}},
+    {"older, on", false, "", kUnset, {kShort}},
     {"older, refuses MODE SELECT",
      false,
      R"("exceptions": {"canSelect": false})",
-     kAny,
+     kUnset,
      {kShort, "! /dev/sda : modeselect some exception happened"}},
     {"older, goes on after a refusal",
      false,
      R"("faults": [{"on": "modeSense", "nth": 2, "sense": "00 00 05 00 00 00 00 00"}])",
-     kAny,
+     kUnset,
      {kShort, kNoOffset}},
 };
 
 TEST(DisableScsiSmart, ChangesTheSupportOnlyWhereThePageCannotBeRead)
 {
-    for (const RoutineCase &c : kDisable) {
+    for (const ScsiRoutineCase &c : kDisable) {
         SCOPED_TRACE(c.name);
         const HardDiskEntry disk = run(c, "disable_scsi_smart", "_OUT_", disable_scsi_smart);
         EXPECT_EQ(disk.SmartSupport, c.value);
-        EXPECT_EQ(disk.SmartEnableState, kAny);
-        EXPECT_EQ(disk.SmartPredict, kAnyPrediction);
+        EXPECT_EQ(disk.SmartEnableState, kUnset);
+        EXPECT_EQ(disk.SmartPredict, kUnsetPrediction);
     }
 }
 
@@ -245,7 +245,7 @@ TEST(DisableScsiSmart, LeavesTheMethodOfReporting)
     EXPECT_FALSE(machine.smartSwitchedOn("/dev/sda"));
 }
 
-const RoutineCase kFetch[] = {
+const ScsiRoutineCase kFetch[] = {
     {"on", true, "", 2, {kShort, "HD /dev/sda smart enable"}},
     {"off", true, R"("exceptions": {"dexcpt": true})", 3, {kShort, "HD /dev/sda smart disable"}},
     {"older, off, 10 bytes",
@@ -264,7 +264,7 @@ const RoutineCase kFetch[] = {
 
 TEST(FetchScsiEnableDisable, SetsTheStateItFinds)
 {
-    for (const RoutineCase &c : kFetch) {
+    for (const ScsiRoutineCase &c : kFetch) {
         SCOPED_TRACE(c.name);
         const int result = c.value == 0 ? -1 : 0;
         const char *const exit = result == 0 ? "_OUT_ retvale=[0]" : "! _OUT_ retvale=[-1]";
@@ -272,13 +272,13 @@ TEST(FetchScsiEnableDisable, SetsTheStateItFinds)
             EXPECT_EQ(fetch_scsi_enable_disable(hdt), result);
         });
         EXPECT_EQ(disk.SmartEnableState, c.value);
-        EXPECT_EQ(disk.SmartSupport, kAny);
-        EXPECT_EQ(disk.SmartPredict, kAnyPrediction);
+        EXPECT_EQ(disk.SmartSupport, kUnset);
+        EXPECT_EQ(disk.SmartPredict, kUnsetPrediction);
     }
 }
 
 // value: SmartPredict; with SmartSupport 1 it stays as it was.
-const RoutineCase kGet[] = {
+const ScsiRoutineCase kGet[] = {
     {"good", true, "", 0, {"dSmartPage=1;asc =0", "repcode=[112]", "asc=[0]"}},
     {"predicts, in the log", true, R"("exceptions": {"predicting": true})", 1, {"dSmartPage=1;asc =93"}},
     {"predicts, without a log",
@@ -297,7 +297,7 @@ const RoutineCase kGet[] = {
      R"("exceptions": {"predicting": true, "mrie": 6, "logPage": false})",
      1,
      {"dSmartPage=0;asc =0", "repcode=[112]", "asc=[93]"}},
-    {"cannot be opened", true, R"("openError": "ENXIO")", kAny, {"! open device :/dev/sda failed, errno=[6]"}},
+    {"cannot be opened", true, R"("openError": "ENXIO")", kUnset, {"! open device :/dev/sda failed, errno=[6]"}},
     {"has no list of pages",
      true,
      R"("faults": [{"on": "logSense", "nth": 1, "errno": "EIO"}])",
@@ -306,33 +306,33 @@ const RoutineCase kGet[] = {
     {"loses the log",
      true,
      R"("faults": [{"on": "logSense", "nth": 2, "hostStatus": 3}])",
-     kAny,
+     kUnset,
      {"! Log Sense :/dev/sda failed, errno=[110]"}},
     {"older, refuses the log",
      false,
      R"("faults": [{"on": "logSense", "nth": 2, "sense": "70 00 05 00"}])",
-     kAny,
+     kUnset,
      {"! Log Sense :/dev/sda failed, errno=[0]"}},
     {"refuses the log through SG_IO",
      true,
      R"("faults": [{"on": "logSense", "nth": 2, "sense": "70 00 05 00"}])",
-     kAny,
+     kUnset,
      {"! Log Sense /dev/sda failed, IE page, bad parameter code or length, errno=[0]"}},
     {"loses REQUEST SENSE",
      true,
      R"("faults": [{"on": "requestSense", "errno": "EIO"}])",
-     kAny,
+     kUnset,
      {"dSmartPage=1;asc =0", "! /dev/sda: requestsense failed, errno=[5]"}},
 };
 
 TEST(GetScsiSmart, SetsThePrediction)
 {
-    for (const RoutineCase &c : kGet) {
+    for (const ScsiRoutineCase &c : kGet) {
         SCOPED_TRACE(c.name);
         const HardDiskEntry disk = run(c, "get_scsi_smart", "_OUT_", get_scsi_smart);
         EXPECT_EQ(disk.SmartPredict, static_cast<int16_t>(c.value));
-        EXPECT_EQ(disk.SmartSupport, c.value == kAny ? 1 : kAny);
-        EXPECT_EQ(disk.SmartEnableState, kAny);
+        EXPECT_EQ(disk.SmartSupport, c.value == kUnset ? 1 : kUnset);
+        EXPECT_EQ(disk.SmartEnableState, kUnset);
     }
 }
 
@@ -410,9 +410,9 @@ TEST(ScsiSmart, SendsSixByteCommandsIfTheChoiceCannotOpen)
         void (*routine)(HardDiskEntry *hdt);
         Lines sent;
     } const cases[] = {
-        {"enable_scsi_smart", enable_scsi_smart, {kSense6, "sg 15 10 00 00 18 00", kSense6}},
-        {"disable_scsi_smart", disable_scsi_smart, {kSense6, "sg 15 10 00 00 18 00"}},
-        {"fetch_scsi_enable_disable", [](HardDiskEntry *hdt) { fetch_scsi_enable_disable(hdt); }, {kSense6}},
+        {"enable_scsi_smart", enable_scsi_smart, {kModeSense6, "sg 15 10 00 00 18 00", kModeSense6}},
+        {"disable_scsi_smart", disable_scsi_smart, {kModeSense6, "sg 15 10 00 00 18 00"}},
+        {"fetch_scsi_enable_disable", [](HardDiskEntry *hdt) { fetch_scsi_enable_disable(hdt); }, {kModeSense6}},
     };
     sim::countCallsOf("");
     for (const auto &c : cases) {

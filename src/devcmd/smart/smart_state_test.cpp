@@ -20,8 +20,8 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr uint16_t kScsi = kDevKindScsi;
-constexpr uint16_t kSata = kDevKindSata;
+constexpr uint16_t kScsiKind = kDevKindScsi;
+constexpr uint16_t kSataKind = kDevKindSata;
 
 const std::string kSatIdentifyLine = "sg 85 08 0e 00 00 00 01 00 00 00 00 00 00 00 ec 00";
 
@@ -72,84 +72,88 @@ struct Case {
     Result reported;
 };
 
-const Case kCases[] = {
+const Case kStateCases[] = {
     // where both agree
-    {"sata, on and good", kSata, "", {0, true}, {0, true}},
-    {"sata, on and failing", kSata, R"("smart": {"failing": true})", {1, true}, {1, true}},
-    {"sata, off and good", kSata, R"("smart": {"enabled": false})", {0, false}, {0, false}},
-    {"sata, off and failing", kSata, R"("smart": {"enabled": false, "failing": true})", {1, false}, {1, false}},
-    {"scsi, on and good", kScsi, "", {0, true}, {0, true}},
-    {"scsi, on and failing", kScsi, R"("exceptions": {"predicting": true})", {1, true}, {1, true}},
-    {"scsi, off and good", kScsi, R"("exceptions": {"dexcpt": true})", {0, false}, {0, false}},
-    {"scsi, off and failing", kScsi, R"("exceptions": {"dexcpt": true, "predicting": true})", {1, false}, {1, false}},
+    {"sata, on and good", kSataKind, "", {0, true}, {0, true}},
+    {"sata, on and failing", kSataKind, R"("smart": {"failing": true})", {1, true}, {1, true}},
+    {"sata, off and good", kSataKind, R"("smart": {"enabled": false})", {0, false}, {0, false}},
+    {"sata, off and failing", kSataKind, R"("smart": {"enabled": false, "failing": true})", {1, false}, {1, false}},
+    {"scsi, on and good", kScsiKind, "", {0, true}, {0, true}},
+    {"scsi, on and failing", kScsiKind, R"("exceptions": {"predicting": true})", {1, true}, {1, true}},
+    {"scsi, off and good", kScsiKind, R"("exceptions": {"dexcpt": true})", {0, false}, {0, false}},
+    {"scsi, off and failing",
+     kScsiKind,
+     R"("exceptions": {"dexcpt": true, "predicting": true})",
+     {1, false},
+     {1, false}},
 
     // "off" is what IDENTIFY or the mode page reports, not a command that failed
     {"sata, one READ DATA fails",
-     kSata,
+     kSataKind,
      R"("faults": [{"on": "smartData", "nth": 1, "errno": "EIO"}])",
      {0, false},
      {0, true}},
     {"sata, READ DATA always fails",
-     kSata,
+     kSataKind,
      R"("smart": {"failing": true}, "faults": [{"on": "smartData", "errno": "EIO"}])",
      {1, false},
      {1, true}},
     {"sata, off, IDENTIFY does not say so",
-     kSata,
+     kSataKind,
      R"("smart": {"enabled": false}, "identifyWords": {"87": 0})",
      {0, false},
      {0, true}},
 
     // fixed-format sense data
     {"sata, failing, fixed-format sense",
-     kSata,
+     kSataKind,
      R"("smart": {"failing": true}, "ataStatus": "fixed")",
      {0, true},
      {1, true}},
-    {"sata, good, fixed-format sense", kSata, R"("ataStatus": "fixed")", {0, true}, {0, true}},
+    {"sata, good, fixed-format sense", kSataKind, R"("ataStatus": "fixed")", {0, true}, {0, true}},
 
     // what cannot be read is -1
-    {"sata, no sense data", kSata, R"("faults": [{"on": "smartStatus", "errno": "EIO"}])", {-1, true}, {-1, true}},
+    {"sata, no sense data", kSataKind, R"("faults": [{"on": "smartStatus", "errno": "EIO"}])", {-1, true}, {-1, true}},
     {"sata, sense data without registers",
-     kSata,
+     kSataKind,
      R"("faults": [{"on": "smartStatus", "sense": "70 00 05 00 00 00 00 0a 00 00 00 00 24 00 00 00 00 00"}])",
      {0, true},
      {-1, true}},
     {"sata, RETURN STATUS aborted",
-     kSata,
+     kSataKind,
      R"("faults": [{"on": "smartStatus", "sense": "72 0b 00 00 00 00 00 0e 09 0c 00 04 00 00 00 00 00 4f 00 c2 40 51"}])",
      {0, true},
      {-1, true}},
-    {"sata, another signature", kSata, R"("smart": {"status": [1, 2]})", {-1, true}, {-1, true}},
-    {"sata, IDENTIFY fails", kSata, R"("identifyBy": "none")", {0, true}, {-1, true}},
+    {"sata, another signature", kSataKind, R"("smart": {"status": [1, 2]})", {-1, true}, {-1, true}},
+    {"sata, IDENTIFY fails", kSataKind, R"("identifyBy": "none")", {0, true}, {-1, true}},
     {"sata, cannot be switched on",
-     kSata,
+     kSataKind,
      R"("smart": {"enabled": false, "canEnable": false})",
      {0, false},
      {-1, false}},
     {"sata, ENABLE is lost",
-     kSata,
+     kSataKind,
      R"("smart": {"enabled": false}, "faults": [{"on": "smartEnable", "hostStatus": 3}])",
      {0, false},
      {-1, false}},
-    {"sata, no SMART", kSata, R"("smart": {"supported": false})", {0, false}, {-1, false}},
-    {"sata, does not open", kSata, R"("openError": "EBUSY")", {0, true}, {-1, true}},
-    {"scsi, does not open", kScsi, R"("openError": "EIO")", {0, true}, {-1, true}},
-    {"scsi, no such page", kScsi, R"("exceptions": {"supported": false})", {0, false}, {-1, false}},
-    {"scsi, keeps its method", kScsi, R"("exceptions": {"fixedMrie": 4})", {0, true}, {-1, true}},
-    {"scsi, silent", kScsi, R"("faults": [{"on": "any", "hostStatus": 3}])", {0, true}, {-1, true}},
+    {"sata, no SMART", kSataKind, R"("smart": {"supported": false})", {0, false}, {-1, false}},
+    {"sata, does not open", kSataKind, R"("openError": "EBUSY")", {0, true}, {-1, true}},
+    {"scsi, does not open", kScsiKind, R"("openError": "EIO")", {0, true}, {-1, true}},
+    {"scsi, no such page", kScsiKind, R"("exceptions": {"supported": false})", {0, false}, {-1, false}},
+    {"scsi, keeps its method", kScsiKind, R"("exceptions": {"fixedMrie": 4})", {0, true}, {-1, true}},
+    {"scsi, silent", kScsiKind, R"("faults": [{"on": "any", "hostStatus": 3}])", {0, true}, {-1, true}},
     {"scsi, REQUEST SENSE is lost",
-     kScsi,
+     kScsiKind,
      R"("faults": [{"on": "requestSense", "hostStatus": 7}])",
      {0, true},
      {-1, true}},
     {"scsi, REQUEST SENSE is refused",
-     kScsi,
+     kScsiKind,
      R"("faults": [{"on": "requestSense", "sense": "70 00 05 00 00 00 00 0a 00 00 00 00 20 00"}])",
      {0, true},
      {-1, true}},
     {"scsi, the log page is refused",
-     kScsi,
+     kScsiKind,
      R"("faults": [{"on": "logSense", "nth": 2, "sense": "70 00 03 00"}])",
      {0, true},
      {-1, true}},
@@ -158,7 +162,7 @@ const Case kCases[] = {
 TEST(SmartState, IsWhatTheDiskReportsAndUnknownOtherwise)
 {
     const SmartMode mode(1);
-    for (const Case &c : kCases) {
+    for (const Case &c : kStateCases) {
         SCOPED_TRACE(c.name);
         EXPECT_EQ(trusting(c.kind, c.fields), c.trusted);
         EXPECT_EQ(byState(c.kind, c.fields), c.reported);
@@ -169,9 +173,10 @@ TEST(SmartState, ADiskThatRefusesToBeWrittenIsReadAllTheSame)
 {
     const SmartMode mode(1);
     const char *const refuses = R"("smart": {"failing": true}, "writeOpenError": "EROFS")";
-    EXPECT_EQ(trusting(kSata, refuses), (Result{0, true}));
-    EXPECT_EQ(byState(kSata, refuses), (Result{1, true}));
-    EXPECT_EQ(byState(kScsi, R"("exceptions": {"predicting": true}, "writeOpenError": "EROFS")"), (Result{1, true}));
+    EXPECT_EQ(trusting(kSataKind, refuses), (Result{0, true}));
+    EXPECT_EQ(byState(kSataKind, refuses), (Result{1, true}));
+    EXPECT_EQ(byState(kScsiKind, R"("exceptions": {"predicting": true}, "writeOpenError": "EROFS")"),
+              (Result{1, true}));
 }
 
 TEST(SmartState, SendsTheCommandsInTheOrderOfTheOtherWatch)
@@ -189,8 +194,8 @@ TEST(SmartState, SendsTheCommandsInTheOrderOfTheOtherWatch)
         {R"("identifyBy": "none")", {kSatIdentifyLine}},
     };
     for (const Sent &c : cases) {
-        const sim::Machine machine(oneDisk(kSata, c.fields));
-        HardDiskEntry disk = freshDisk("/dev/sda", kSata);
+        const sim::Machine machine(oneDisk(kSataKind, c.fields));
+        HardDiskEntry disk = freshDisk("/dev/sda", kSataKind);
         watchSmartState(disk, {});
         EXPECT_EQ(wire(machine), c.lines) << c.fields;
     }
@@ -201,7 +206,7 @@ TEST(SmartState, OpensNodesForReadingAlone)
     const SmartMode mode(1);
     const ReadOnlyNodes nodes;
     const NodeFile node;
-    for (const uint16_t kind : {kScsi, kSata}) {
+    for (const uint16_t kind : {kScsiKind, kSataKind}) {
         HardDiskEntry disk = freshDisk(node.path(), kind);
         const IoctlDouble device([](unsigned long, void *) { return 0; });
         const int before = openDescriptors();
@@ -230,8 +235,8 @@ TEST(SmartState, TracesUnderTheNamesOfTheOtherWatch)
 {
     const SmartMode mode(1);
     const ReadOnlyNodes nodes;
-    const sim::Machine machine(oneDisk(kSata, ""));
-    HardDiskEntry disk = freshDisk("/dev/sda", kSata);
+    const sim::Machine machine(oneDisk(kSataKind, ""));
+    HardDiskEntry disk = freshDisk("/dev/sda", kSataKind);
     const TraceRecorder traces;
     watchSmartState(disk, {});
     EXPECT_THAT(leveled(traces, "TAVStorageSmartWatch"), ElementsAre("_IN_", "_OUT_ SmartPredict=[0]"));
@@ -266,12 +271,12 @@ TEST(SmartState, OtherWorkIsDoneOnceWhileSmartIsOn)
         const char *fields;
         bool on;
     } cases[] = {
-        {kSata, "", true},
-        {kSata, R"("smart": {"enabled": false})", true},
-        {kScsi, R"("exceptions": {"dexcpt": true})", true},
-        {kSata, R"("smart": {"enabled": false}, "faults": [{"on": "smartStatus", "errno": "EIO"}])", true},
-        {kSata, R"("smart": {"enabled": false}, "identifyBy": "none")", false}, // not known to be off: left alone
-        {kSata, R"("smart": {"supported": false})", false},
+        {kSataKind, "", true},
+        {kSataKind, R"("smart": {"enabled": false})", true},
+        {kScsiKind, R"("exceptions": {"dexcpt": true})", true},
+        {kSataKind, R"("smart": {"enabled": false}, "faults": [{"on": "smartStatus", "errno": "EIO"}])", true},
+        {kSataKind, R"("smart": {"enabled": false}, "identifyBy": "none")", false}, // not known to be off: left alone
+        {kSataKind, R"("smart": {"supported": false})", false},
     };
     for (const auto &c : cases) {
         const sim::Machine machine(oneDisk(c.kind, c.fields));
@@ -286,8 +291,8 @@ TEST(SmartState, WithAnotherModeOnlyTheOtherWorkIsDone)
 {
     for (const int32_t other : {0, 2}) {
         const SmartMode mode(other);
-        const sim::Machine machine(oneDisk(kSata, R"("smart": {"enabled": false})"));
-        HardDiskEntry disk = freshDisk("/dev/sda", kSata);
+        const sim::Machine machine(oneDisk(kSataKind, R"("smart": {"enabled": false})"));
+        HardDiskEntry disk = freshDisk("/dev/sda", kSataKind);
         Work work{machine};
         watchSmartState(disk, work.whileOn());
         EXPECT_THAT(work.on, ElementsAre(false));
@@ -300,7 +305,7 @@ TEST(SmartState, WithAnotherModeOnlyTheOtherWorkIsDone)
 TEST(SmartState, ADiskOfAnotherKindIsUnknown)
 {
     const SmartMode mode(1);
-    const sim::Machine machine(oneDisk(kSata, ""));
+    const sim::Machine machine(oneDisk(kSataKind, ""));
     for (const uint16_t kind : {kDevKindAta, uint16_t{3}}) {
         HardDiskEntry disk = freshDisk("/dev/sda", kind);
         watchSmartState(disk, {});
@@ -316,7 +321,7 @@ int predictOfSense(const std::string &sense)
 {
     const SmartMode mode(1);
     const NodeFile node;
-    HardDiskEntry disk = freshDisk(node.path(), kScsi);
+    HardDiskEntry disk = freshDisk(node.path(), kScsiKind);
     const IoctlDouble device([&](unsigned long, void *argument) {
         auto *const header = static_cast<sg_io_hdr *>(argument);
         const std::vector<uint8_t> page = bytesOf("17 00 00 08 00 00 00 00 00 00 00 00 1c 0a 00 06 00 00 00 00 00 00");
@@ -345,7 +350,7 @@ TEST(SmartState, APageOfAnotherCodeSaysNothing)
 {
     const SmartMode mode(1);
     const NodeFile node;
-    HardDiskEntry disk = freshDisk(node.path(), kScsi);
+    HardDiskEntry disk = freshDisk(node.path(), kScsiKind);
     std::vector<uint8_t> sent;
     const IoctlDouble device([&](unsigned long, void *argument) {
         auto *const header = static_cast<sg_io_hdr *>(argument);

@@ -29,41 +29,41 @@ struct SizeCase {
     const char *exit;
 };
 
-const std::string kSense6 = "1a 00 1c 00 ff 00";
-const std::string kSense10 = "5a 00 1c 00 00 00 00 00 ff 00";
+const std::string kSixByteSense = "1a 00 1c 00 ff 00";
+const std::string kTenByteSense = "5a 00 1c 00 00 00 00 00 ff 00";
 
 TEST(ScsiCDBModeSelect, TriesTheShortCommandFirst)
 {
     const SizeCase cases[] = {
-        {"answers 6", true, "", 0, 0, {"sg " + kSense6}, "_OUT_ (0). *modese_len=[0]"},
+        {"answers 6", true, "", 0, 0, {"sg " + kSixByteSense}, "_OUT_ (0). *modese_len=[0]"},
         {"refuses 6 through SG_IO",
          true,
          R"("exceptions": {"modeSense6": false})",
          0,
          0,
-         {"sg " + kSense6},
+         {"sg " + kSixByteSense},
          "_OUT_ (0). *modese_len=[0]"},
         {"loses 6 through SG_IO",
          true,
          R"("faults": [{"on": "modeSense", "nth": 1, "hostStatus": 7}])",
          0,
          1,
-         {"sg " + kSense6, "sg " + kSense10},
+         {"sg " + kSixByteSense, "sg " + kTenByteSense},
          "_OUT_ (0). *modese_len=[1]"},
-        {"answers 6 the older way", false, "", 0, 0, {"legacy " + kSense6}, "_OUT_ (0). *modese_len=[0]"},
+        {"answers 6 the older way", false, "", 0, 0, {"legacy " + kSixByteSense}, "_OUT_ (0). *modese_len=[0]"},
         {"refuses 6 the older way",
          false,
          R"("exceptions": {"modeSense6": false})",
          0,
          1,
-         {"legacy " + kSense6, "legacy " + kSense10},
+         {"legacy " + kSixByteSense, "legacy " + kTenByteSense},
          "_OUT_ (0). *modese_len=[1]"},
         {"refuses both",
          false,
          R"("exceptions": {"supported": false})",
          -1,
          2,
-         {"legacy " + kSense6, "legacy " + kSense10},
+         {"legacy " + kSixByteSense, "legacy " + kTenByteSense},
          "! _OUT_ (-1). *modese_len=[2]"},
         {"cannot be opened", true, R"("openError": "EBUSY")", -1, 77, {}, "! _OUT_ (-1)"},
     };
@@ -98,7 +98,7 @@ TEST(ScsiCDBModeSelect, RefusesNulls)
 
 // ---- scsiModePageOffset ----
 
-struct OffsetCase {
+struct PageOffsetCase {
     const char *reply;
     int len, ten, offset;
     Lines lines; // between entry and exit
@@ -106,7 +106,7 @@ struct OffsetCase {
 
 TEST(ScsiModePageOffset, TracesWhyThereIsNone)
 {
-    const OffsetCase cases[] = {
+    const PageOffsetCase cases[] = {
         {"17 00 10 08 0 0 0 0 0 0 0 0 1c 0a", 14, 0, 12, {}},
         {"17 00 10 08 0 0 0 0 0 0 0 0 1c 0a", 14, 2, 12, {}}, // any value but 1
         {"03 00 00 00 1c 0a", 6, 0, -1, {"! (offset + 2) > resp_len"}},
@@ -116,7 +116,7 @@ TEST(ScsiModePageOffset, TracesWhyThereIsNone)
         {"00 03 0 0 0 0 0 00 1c 0a", 10, 1, -1, {"offset=8 resp_len=5 bd_len=0", "! (offset + 2) > resp_len"}},
         {"ff ff 0 0 0 0 ff ff 1c 0a", 10, 1, -1, {"offset=65543 resp_len=65537 bd_len=65535", "! (offset + 2) > len"}},
     };
-    for (const OffsetCase &c : cases) {
+    for (const PageOffsetCase &c : cases) {
         const TraceRecorder traces;
         const std::vector<uint8_t> reply = bytesOf(c.reply);
         EXPECT_EQ(scsiModePageOffset(reply.data(), c.len, c.ten), c.offset) << c.reply;

@@ -22,8 +22,8 @@ using Bytes = std::vector<uint8_t>;
 using testing::Each;
 using testing::ElementsAre;
 
-constexpr int kFd = 3;
-constexpr uint8_t kUntouched = 0x11;
+constexpr int kPagesFd = 3;
+constexpr uint8_t kUntouchedByte = 0x11;
 constexpr uint8_t kFromDisk = 0xA5;
 
 const char *const kReply6 = "17 00 10 08 00 02 00 00 00 00 02 00 dc 0a 18 f6 00 00 00 00 00 00 00 00";
@@ -65,11 +65,11 @@ class PageCommands : public testing::TestWithParam<PageCommand> {
 protected:
     PageCommands()
     {
-        buffer.fill(kUntouched);
+        buffer.fill(kUntouchedByte);
         const Bytes reply = bytesOf(GetParam().reply);
         std::copy(reply.begin(), reply.end(), buffer.begin());
     }
-    int send(int fd = kFd) { return GetParam().send(fd, buffer.data()); }
+    int send(int fd = kPagesFd) { return GetParam().send(fd, buffer.data()); }
     // Without the entry line, which contains the arguments.
     Lines traced() const
     {
@@ -130,7 +130,7 @@ TEST_P(PageCommands, RefuseNoDescriptorAndNoBufferWithoutSending)
     EXPECT_EQ(send(-1), -1);
     EXPECT_EQ(traced(), Lines{"! _OUT_ device == -1"});
     traces.clear();
-    EXPECT_EQ(GetParam().send(kFd, nullptr), -1);
+    EXPECT_EQ(GetParam().send(kPagesFd, nullptr), -1);
     EXPECT_EQ(traced(), Lines{"! _OUT_ pBuf is NULL"});
     traces.clear();
     EXPECT_EQ(GetParam().send(-1, nullptr), -1); // the descriptor comes first
@@ -197,7 +197,7 @@ TEST_P(PageCommands, CopyWhatThereIsAlsoWhenTheIoctlFails)
     EXPECT_EQ(errno, EIO);
     if (GetParam().copied != 0) {
         EXPECT_THAT(std::span(buffer).first(GetParam().copied), Each(0));
-        EXPECT_THAT(std::span(buffer).subspan(GetParam().copied), Each(kUntouched));
+        EXPECT_THAT(std::span(buffer).subspan(GetParam().copied), Each(kUntouchedByte));
     }
     Lines expected{"use SCSI_IOCTL_SEND_COMMAND..."};
     if (GetParam().failure != nullptr) {
@@ -216,12 +216,12 @@ TEST(Modesense, TakesLengthsOf0To255)
             int requests = 0;
             const TraceRecorder traces;
             const IoctlDouble disk([&requests](unsigned long, void *) { return ++requests, 0; });
-            EXPECT_EQ(sense(kFd, 0x1C, 0, buffer.data(), 256), -1);
-            EXPECT_EQ(sense(kFd, 0x1C, 0, buffer.data(), -1), -1);
+            EXPECT_EQ(sense(kPagesFd, 0x1C, 0, buffer.data(), 256), -1);
+            EXPECT_EQ(sense(kPagesFd, 0x1C, 0, buffer.data(), -1), -1);
             EXPECT_EQ(requests, 0);
             EXPECT_EQ(leveled(traces, name)[1], "! _OUT_ (-1)");
-            EXPECT_EQ(sense(kFd, 0x1C, 0, buffer.data(), 0), 0);
-            EXPECT_EQ(sense(kFd, 0x1C, 0, buffer.data(), 255), 0);
+            EXPECT_EQ(sense(kPagesFd, 0x1C, 0, buffer.data(), 0), 0);
+            EXPECT_EQ(sense(kPagesFd, 0x1C, 0, buffer.data(), 255), 0);
             EXPECT_EQ(requests, 2);
         }
     }
@@ -231,15 +231,15 @@ TEST(Modeselect, ChangesTheReplyThatItSends)
 {
     Bytes six = bytesOf(kReply6);
     Bytes ten = bytesOf(kReply10);
-    six.resize(255, kUntouched);
-    ten.resize(255, kUntouched);
+    six.resize(255, kUntouchedByte);
+    ten.resize(255, kUntouchedByte);
     Bytes sixAfter = six;
     Bytes tenAfter = ten;
     sixAfter[0] = tenAfter[0] = 0;
     sixAfter[12] = 0x1C; // PS and SPF are cleared by the 6-byte command alone
     ScsiDouble disk({SgReply{}});
-    EXPECT_EQ(modeselect(kFd, 0x1C, 0, six.data(), 255), 0);
-    EXPECT_EQ(modeselect10(kFd, 0x1C, 0, ten.data(), 255), 0);
+    EXPECT_EQ(modeselect(kPagesFd, 0x1C, 0, six.data(), 255), 0);
+    EXPECT_EQ(modeselect10(kPagesFd, 0x1C, 0, ten.data(), 255), 0);
     EXPECT_EQ(six, sixAfter);
     EXPECT_EQ(ten, tenAfter);
     sixAfter.resize(24);
@@ -267,13 +267,13 @@ TEST(Modeselect, APageThatDoesNotEndInTheBufferIsRefused)
             int requests = 0;
             const IoctlDouble disk([&requests](unsigned long, void *) { return ++requests, 0; });
             reply[c.offset + 1] = toTheEnd;
-            EXPECT_EQ(c.send(kFd, 0x1C, 0, reply.data(), 255), 0);
+            EXPECT_EQ(c.send(kPagesFd, 0x1C, 0, reply.data(), 255), 0);
             reply[c.offset + 1] = toTheEnd + 1;
             const TraceRecorder traces;
-            EXPECT_EQ(c.send(kFd, 0x1C, 0, reply.data(), 255), -1);
-            EXPECT_EQ(c.send(kFd, 0x1C, 0, reply.data(), static_cast<int>(c.offset) + 2), -1);
-            EXPECT_EQ(c.send(kFd, 0x1C, 0, reply.data(), 0), -1);
-            EXPECT_EQ(c.send(kFd, 0x1C, 0, reply.data(), -5), -1);
+            EXPECT_EQ(c.send(kPagesFd, 0x1C, 0, reply.data(), 255), -1);
+            EXPECT_EQ(c.send(kPagesFd, 0x1C, 0, reply.data(), static_cast<int>(c.offset) + 2), -1);
+            EXPECT_EQ(c.send(kPagesFd, 0x1C, 0, reply.data(), 0), -1);
+            EXPECT_EQ(c.send(kPagesFd, 0x1C, 0, reply.data(), -5), -1);
             EXPECT_EQ(requests, 1);
             const Lines lines = leveled(traces, c.name);
             EXPECT_EQ(std::count(lines.begin(), lines.end(), c.text), 4);
@@ -289,10 +289,10 @@ TEST(Modeselect, WhatTheOlderWayHasNoRoomForIsRefusedThere)
     int requests = 0;
     const IoctlDouble disk([&requests](unsigned long, void *) { return ++requests, 0; });
     const SgIo way(false);
-    EXPECT_EQ(modeselect10(kFd, 0x1C, 0, reply.data(), 400), -1);
+    EXPECT_EQ(modeselect10(kPagesFd, 0x1C, 0, reply.data(), 400), -1);
     EXPECT_EQ(requests, 0);
     use_sg_io = 1;
-    EXPECT_EQ(modeselect10(kFd, 0x1C, 0, reply.data(), 400), 0);
+    EXPECT_EQ(modeselect10(kPagesFd, 0x1C, 0, reply.data(), 400), 0);
 }
 
 TEST(Logsense, LengthsThatCannotBeAreHarmless)
@@ -301,7 +301,7 @@ TEST(Logsense, LengthsThatCannotBeAreHarmless)
     const SgIo way(false);
     LegacyDisk disk;
     for (const int length : {-1, 0, 266, 70000}) {
-        EXPECT_EQ(logsense(kFd, 0, buffer.data(), length), 0);
+        EXPECT_EQ(logsense(kPagesFd, 0, buffer.data(), length), 0);
     }
     EXPECT_EQ(disk.sent.size(), 4U);
 }

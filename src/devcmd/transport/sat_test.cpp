@@ -17,7 +17,7 @@ using testing::ElementsAreArray;
 
 constexpr char kFunction[] = "sat_ata_cmd_interface";
 
-struct CommandCase {
+struct SatCommandCase {
     int selector;
     const char *cdb;
     const char *cdb12;
@@ -26,7 +26,7 @@ struct CommandCase {
 };
 
 // clang-format off
-const CommandCase kCommands[] = {
+const SatCommandCase kSatCommands[] = {
     {0, "85 06 0c 00 d8 00 00 00 01 00 4f 00 c2 00 b0 00", "a1 06 0c d8 00 01 4f c2 00 b0 00 00", -1, 0},
     {1, "85 06 0c 00 d9 00 00 00 01 00 4f 00 c2 00 b0 00", "a1 06 0c d9 00 01 4f c2 00 b0 00 00", -1, 0},
     {5, "85 06 2c 00 da 00 00 00 00 00 4f 00 c2 00 b0 00", "a1 06 2c da 00 00 4f c2 00 b0 00 00", -1, 0},
@@ -38,7 +38,7 @@ const CommandCase kCommands[] = {
 
 TEST(SatCommands, BytesOfEverySelector)
 {
-    for (const CommandCase &c : kCommands) {
+    for (const SatCommandCase &c : kSatCommands) {
         SCOPED_TRACE(c.selector);
         ScsiDouble disk({SgReply{}});
         std::array<uint8_t, 512> data;
@@ -60,7 +60,7 @@ TEST(SatCommands, BytesOfEverySelector)
 
 TEST(SatCommands, BytesOfTheTwelveByteForm)
 {
-    for (const CommandCase &c : kCommands) {
+    for (const SatCommandCase &c : kSatCommands) {
         SCOPED_TRACE(c.selector);
         SatCommand command = satCommandOf(c.selector).value();
         EXPECT_EQ(satCdb(command).length, 16U);

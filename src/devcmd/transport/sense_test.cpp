@@ -25,7 +25,7 @@ struct ExactBytes {
     std::unique_ptr<uint8_t[]> data;
 };
 
-struct SenseCase {
+struct SenseTextCase {
     const char *hex;
     int result;
     int key, asc, ascq, additional;
@@ -33,7 +33,7 @@ struct SenseCase {
 };
 
 // clang-format off
-const SenseCase kSenseCases[] = {
+const SenseTextCase kSenseCases[] = {
     // fixed format with key, ASC and ASCQ; VALID is ignored
     {"70 00 05 00 00 00 00 0a 00 00 00 00 20 07 00 00 00 00", 0, 5, 0x20, 7, 0, "fixed format sense data 70"},
     {"f0 00 04 00 00 00 00 0a 00 00 00 00 44 00 00 00 00 00", 0, 4, 0x44, 0, 0, "fixed format sense data 70"},
@@ -69,7 +69,7 @@ const SenseCase kSenseCases[] = {
 
 TEST(SenseDataFormat, DecodesBothFormats)
 {
-    for (const SenseCase &c : kSenseCases) {
+    for (const SenseTextCase &c : kSenseCases) {
         SCOPED_TRACE(c.hex);
         const ExactBytes sense(bytesOf(c.hex));
         const TraceRecorder traces;

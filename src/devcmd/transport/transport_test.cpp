@@ -121,7 +121,7 @@ TEST_F(TransportTest, AFailedIoctlGivesItsErrorAndClearsTheStatus)
     }
 }
 
-struct StatusCase {
+struct SentStatusCase {
     unsigned hostStatus;
     unsigned driverStatus;
     int result;
@@ -129,7 +129,7 @@ struct StatusCase {
     const char *text; // null: no line of its own
 };
 
-const StatusCase kStatusCases[] = {
+const SentStatusCase kStatusCases[] = {
     {0, 0x0, 0, 0, nullptr},
     {1, 0x0, -110, 0, "host_status timeout 1"},
     {2, 0x0, -110, 0, "host_status timeout 2"},
@@ -165,7 +165,7 @@ const StatusCase kStatusCases[] = {
 
 TEST_F(TransportTest, HostAndDriverStatusDecideTheResult)
 {
-    for (const StatusCase &c : kStatusCases) {
+    for (const SentStatusCase &c : kStatusCases) {
         SCOPED_TRACE(testing::Message() << "host " << c.hostStatus << " driver " << c.driverStatus);
         const TraceRecorder traces;
         ScsiDouble disk({SgReply{.status = 0x18,

@@ -92,7 +92,9 @@ bool mayBeAsked(const PowerAnswer &power, Disk &disk)
 void askDisk(Disk &disk)
 {
     if (disk.protocol == Protocol::none) {
-        setHealth(disk.health, HealthState::unknown, "", "disks of this kind report no health");
+        if (disk.health.source[0] == '\0') { // the kernel may know how worn an eMMC is
+            setHealth(disk.health, HealthState::unknown, "", "disks of this kind report no health");
+        }
         return;
     }
     char path[kPathRoom];

@@ -8,8 +8,8 @@
 namespace tavstrg::disks {
 
 // Asks the disk by its protocol: sets readings and health, and serial number, model, firmware and world wide name where
-// sysfs did not have them. Opens the disk's node, for NVMe that of its controller, read-only. Readings of a disk that
-// sleeps stay as they are, but for the power state.
+// sysfs did not have them. A disk that takes no commands keeps what sysfs said of its health. Opens the disk's node,
+// for NVMe that of its controller, read-only. Readings of a disk that sleeps stay as they are, but for the power state.
 void askDisk(Disk &disk);
 
 // Of askDisk, for disks on a descriptor that is open. They return without a trace of what the transport traces.

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "disks/ask/exchange.h"
 
+#include "runtime/cancel.h"
+
 #include <algorithm>
 
 namespace tavstrg::disks {
@@ -22,6 +24,7 @@ bool Exchange::succeeded() const
 
 Exchange exchange(int fd, std::span<const uint8_t> cdb, std::span<uint8_t> data)
 {
+    cancelIfAsked(); // a disk that was set aside gets no further command when it answers after all
     Exchange result;
     std::array<uint8_t, 16> bytes{};
     const size_t length = std::min(cdb.size(), bytes.size());

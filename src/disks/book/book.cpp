@@ -142,7 +142,7 @@ struct Entering {
     Book &book;
     Array<Disk> &disks;
     int64_t now;
-    int32_t known;  // entries of earlier passes, sorted; new ones follow
+    int32_t known; // entries of earlier passes, sorted; new ones follow
     Array<Event> &events;
 };
 

@@ -2,6 +2,7 @@
 #include "disks/find/describe.h"
 
 #include "disks/bytes.h"
+#include "disks/find/card_life.h"
 #include "disks/find/place.h"
 #include "disks/identity/identity.h"
 
@@ -183,22 +184,31 @@ void describeMmc(const AttributeDirectory &device, Disk &disk)
     if (cid[0] != '\0') {
         std::snprintf(disk.wwid, sizeof disk.wwid, "cid.%s", cid);
     }
+    char lifeTime[kTextRoom];
+    char preEol[kTextRoom];
+    takeCardLife(device.read("life_time", lifeTime), device.read("pre_eol_info", preEol), disk);
 }
 
-void describeKind(const Surroundings &at, const AttributeDirectory &entry, const Place &place, Disk &disk)
+// An entry of /sys/block, and the device behind it.
+struct Entry {
+    const AttributeDirectory &block;
+    const AttributeDirectory &device;
+};
+
+void describeKind(const Surroundings &at, const Entry &entry, const Place &place, Disk &disk)
 {
-    const AttributeDirectory device(entry, "device");
+    const auto &[block, device] = entry;
     if (place.scsi) {
         describeScsi(device, disk);
         if (place.transport == Transport::usb) {
             describeUsb(at, place, disk);
         }
     } else if (place.transport == Transport::nvme) {
-        describeNvme(entry, device, disk.name, disk);
+        describeNvme(block, device, disk.name, disk);
     } else if (place.transport == Transport::mmc) {
         describeMmc(device, disk);
     } else {
-        readText(entry, "serial", disk.serial); // virtio-blk
+        readText(block, "serial", disk.serial); // virtio-blk
     }
 }
 
@@ -226,7 +236,8 @@ bool describeDisk(const Surroundings &at, const char *name, Disk &disk)
     if (place.transport == Transport::unknown && place.adapter.empty()) {
         return false; // no device behind it
     }
-    if (place.scsi && !isDiskType(AttributeDirectory(entry, "device"))) {
+    const AttributeDirectory device(entry, "device");
+    if (place.scsi && !isDiskType(device)) {
         return false;
     }
     copyText(disk.name, name);
@@ -236,7 +247,7 @@ bool describeDisk(const Surroundings &at, const char *name, Disk &disk)
         return false;
     }
     takePlace(at, place, disk);
-    describeKind(at, entry, place, disk);
+    describeKind(at, {entry, device}, place, disk);
     return true;
 }
 

@@ -20,7 +20,8 @@ struct Surroundings {
 // drives and the boot areas of MMC cards are not looked at.
 bool canBeDisk(std::string_view name);
 
-// Fills a zero-filled disk; id and readings are left. False if the entry is no disk, is gone, or has no medium.
+// Fills a zero-filled disk; id, and readings and health but those of an eMMC, are left. False if the entry is no disk,
+// is gone, or has no medium.
 bool describeDisk(const Surroundings &at, const char *name, Disk &disk);
 
 } // namespace tavstrg::disks

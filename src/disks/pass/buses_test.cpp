@@ -111,6 +111,38 @@ TEST_F(Buses, VirtioDisksAndCardsHaveNoHealthToAsk)
     EXPECT_TRUE(machine_->commands().empty());
 }
 
+json card(const char *lifeTime, const char *preEol)
+{
+    return {{"mmc", {{{"name", "DG4064"}, {"lifeTime", lifeTime}, {"preEolInfo", preEol}}}}};
+}
+
+TEST_F(Buses, WearOfAnEmmcIsWhatTheKernelRead)
+{
+    const Disk &fresh = ask(card("0x01 0x01", "0x01"), "mmcblk0");
+    EXPECT_EQ(fresh.health.state, HealthState::good);
+    EXPECT_EQ(fresh.readings.enduranceUsedPercent.value, 0U);
+    const Disk &used = ask(card("0x02 0x0a", "0x01"), "mmcblk0");
+    EXPECT_EQ(used.health.state, HealthState::good);
+    EXPECT_EQ(used.readings.enduranceUsedPercent.value, 90U) << "of the type of memory that is worn more";
+    EXPECT_EQ(ask(card("0x0b 0x01", "0x01"), "mmcblk0").health.state, HealthState::warning);
+    EXPECT_EQ(ask(card("0x01 0x01", "0x02"), "mmcblk0").health.state, HealthState::warning);
+    EXPECT_STREQ(ask(card("0x00 0x00", "0x03"), "mmcblk0").health.reason,
+                 "at least 90% of its reserved blocks are used");
+    EXPECT_FALSE(ask(card("0x00 0x00", "0x01"), "mmcblk0").readings.enduranceUsedPercent);
+    EXPECT_TRUE(machine_->commands().empty());
+}
+
+TEST_F(Buses, WearThatIsNotDefinedOrNonsenseIsAbsent)
+{
+    for (const auto &[lifeTime, preEol] :
+         {std::pair{"", ""}, {"0x00 0x00", "0x00"}, {"0x0c 0xff", "0x04"}, {"2 1", "1"}, {"0x", "0xg"}}) {
+        const Disk &disk = ask(card(lifeTime, preEol), "mmcblk0");
+        EXPECT_FALSE(disk.readings.enduranceUsedPercent) << lifeTime;
+        EXPECT_EQ(disk.health.state, HealthState::unknown) << lifeTime;
+        EXPECT_STREQ(disk.health.source, "") << lifeTime;
+    }
+}
+
 json scsi(const json &device)
 {
     return {{"hosts", {{{"number", 0}, {"driver", "mpt3sas"}, {"transport", "sas"}, {"devices", {device}}}}}};

@@ -2,8 +2,10 @@
 #include "disks/pass/pass.h"
 
 #include "disks/find/find.h"
+#include "runtime/side_by_side.h"
 #include "sim/sim.h"
 #include "support/machines.h"
+#include "support/only_reads.h"
 
 #include <chrono>
 #include <fcntl.h>
@@ -12,6 +14,7 @@
 #include <nlohmann/json.hpp>
 #include <scsi/sg.h>
 #include <set>
+#include <thread>
 
 using namespace tavstrg::disks;
 using nlohmann::json;
@@ -128,49 +131,116 @@ TEST(Pass, RegistersOfAtaDisksInFixedFormat)
               "sda asleep: sleeps; it was not asked");
 }
 
-TEST(Pass, OneDiskThatHangsDelaysNoOther)
-{
-    json machine = {{"hosts", json::array()}};
-    for (unsigned host = 0; host < 2; ++host) {
-        json devices = json::array();
-        for (unsigned id = 0; id < 3; ++id) {
-            devices.push_back(ata({{"id", id}, {"serial", "NW-" + std::to_string(host * 3 + id)}}));
+// A machine whose disks hang. Its end waits for the threads that are with them.
+class Hanging : public testing::Test {
+protected:
+    ~Hanging() override
+    {
+        if (machine_) {
+            for (const Disk &disk : disks_) {
+                machine_->release(std::string("/dev/") + disk.name);
+            }
         }
-        machine["hosts"].push_back({{"number", host}, {"driver", "ahci"}, {"devices", devices}});
+        while (tavstrg::joinReturned() != 0) {
+            std::this_thread::yield();
+        }
+        EXPECT_EQ(pass_.setAside(), 0);
     }
-    machine["hosts"][0]["devices"][1]["faults"] = {{{"on", "identify"}, {"hangSeconds", 5}}};
-    const sim::Machine simulated(machine.dump());
-    Array<Disk> disks;
-    ASSERT_EQ(findDisks(disks), FindResult::done);
-    Pass pass;
-    const auto begin = std::chrono::steady_clock::now();
-    ASSERT_TRUE(pass.run(disks, {.deadlineMs = 300}));
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(4));
-    ASSERT_EQ(disks.count(), 6);
-    for (const Disk &disk : disks) {
+    void load(const json &machine)
+    {
+        machine_ = std::make_unique<sim::Machine>(machine.dump());
+        ASSERT_EQ(findDisks(disks_), FindResult::done);
+    }
+    void hold(const char *node) { machine_->hold(node); }
+    // Three disks on each of two adapters: sda to sdc, sdd to sdf.
+    void loadTwoAdapters()
+    {
+        json machine = {{"hosts", json::array()}};
+        for (unsigned host = 0; host < 2; ++host) {
+            json devices = json::array();
+            for (unsigned id = 0; id < 3; ++id) {
+                devices.push_back(ata({{"id", id}, {"serial", "NW-" + std::to_string(host * 3 + id)}}));
+            }
+            machine["hosts"].push_back({{"number", host}, {"driver", "ahci"}, {"devices", devices}});
+        }
+        load(machine);
+        ASSERT_EQ(disks_.count(), 6);
+    }
+
+    std::unique_ptr<sim::Machine> machine_;
+    Array<Disk> disks_;
+    Pass pass_;
+};
+
+TEST_F(Hanging, OneDiskThatHangsDelaysNoOther)
+{
+    loadTwoAdapters();
+    hold("/dev/sdb");
+    ASSERT_TRUE(pass_.run(disks_, {.deadlineMs = 300}));
+    for (const Disk &disk : disks_) {
         EXPECT_EQ(disk.health.state, disk.name[2] == 'b' ? HealthState::unreadable : HealthState::good)
             << describe(disk);
     }
-    EXPECT_EQ(pass.setAside(), 1);
-    ASSERT_TRUE(pass.run(disks, {.deadlineMs = 300}));
-    EXPECT_EQ(describe(disks[1]), "sdb unreadable: its last command has not returned");
-    EXPECT_EQ(disks[0].health.state, HealthState::good);
+    EXPECT_EQ(pass_.setAside(), 1);
+    Pass another; // what is away is known to the process
+    ASSERT_TRUE(another.run(disks_));
+    EXPECT_EQ(describe(disks_[1]), "sdb unreadable: its last command has not returned");
+    EXPECT_EQ(disks_[0].health.state, HealthState::good);
 }
 
-TEST(Pass, DiskIsAskedAgainOnceItsCommandHasReturned)
+TEST_F(Hanging, DiskIsAskedAgainOnceItsCommandHasReturned)
 {
-    const sim::Machine machine(
-        machineOf(ata({{"faults", {{{"on", "identify"}, {"nth", 1}, {"hangSeconds", 1}}}}})).dump());
-    Array<Disk> disks;
-    ASSERT_EQ(findDisks(disks), FindResult::done);
-    Pass pass;
-    ASSERT_TRUE(pass.run(disks, {.deadlineMs = 50}));
-    EXPECT_EQ(disks[0].health.state, HealthState::unreadable);
-    while (pass.setAside() != 0) {
+    load(machineOf(ata()));
+    hold("/dev/sda");
+    ASSERT_TRUE(pass_.run(disks_, {.deadlineMs = 50}));
+    EXPECT_EQ(disks_[0].health.state, HealthState::unreadable);
+    const size_t before = machine_->commands().size();
+    machine_->release("/dev/sda");
+    while (pass_.setAside() != 0) {
         std::this_thread::yield();
     }
-    ASSERT_TRUE(pass.run(disks));
-    EXPECT_EQ(disks[0].health.state, HealthState::good);
+    EXPECT_LE(machine_->commands().size(), before + 1) << "no further command was sent when it answered after all";
+    ASSERT_TRUE(pass_.run(disks_));
+    EXPECT_EQ(disks_[0].health.state, HealthState::good);
+}
+
+TEST_F(Hanging, NamespacesOfAControllerThatHangsWaitForItOnce)
+{
+    const json spaces = {{{"nsid", 1}, {"eui", "0025385b71b00001"}}, {{"nsid", 2}, {"eui", "0025385b71b00002"}}};
+    load({{"nvme", {{{"model", "POLAR P4"}, {"serial", "P4-1"}, {"namespaces", spaces}}}}});
+    ASSERT_EQ(disks_.count(), 2);
+    machine_->hold("/dev/nvme0");
+    ASSERT_TRUE(pass_.run(disks_, {.deadlineMs = 100}));
+    EXPECT_EQ(disks_[0].health.state, HealthState::unreadable) << describe(disks_[0]);
+    EXPECT_EQ(disks_[1].health.state, HealthState::unreadable) << describe(disks_[1]);
+    EXPECT_EQ(pass_.setAside(), 1);
+    machine_->release("/dev/nvme0");
+}
+
+TEST_F(Hanging, PassOfLimitedTimeLeavesWhatWaits)
+{
+    loadTwoAdapters();
+    hold("/dev/sdb");
+    ASSERT_TRUE(pass_.run(disks_, {.deadlineMs = 60000, .wholeMs = 300}));
+    EXPECT_EQ(disks_[0].health.state, HealthState::good);
+    EXPECT_EQ(disks_[1].health.state, HealthState::unreadable) << describe(disks_[1]);
+    EXPECT_EQ(describe(disks_[2]), "sdc unknown: was not asked: other disks of its adapter took all the time");
+    EXPECT_EQ(disks_[5].health.state, HealthState::good);
+    EXPECT_EQ(pass_.setAside(), 1);
+}
+
+TEST_F(Hanging, PassCanBeStopped)
+{
+    loadTwoAdapters();
+    hold("/dev/sdb");
+    std::atomic<bool> stop = false;
+    std::thread stopper([&] {
+        machine_->awaitWaiting("/dev/sdb", 1, 60);
+        stop = true;
+    });
+    EXPECT_FALSE(pass_.run(disks_, {.deadlineMs = 60000, .stop = &stop}));
+    stopper.join();
+    EXPECT_EQ(pass_.setAside(), 1);
 }
 
 TEST(Pass, AnEmptyListIsFine)
@@ -182,51 +252,24 @@ TEST(Pass, AnEmptyListIsFine)
 
 // ---- what never happens, over all example machines ----
 
-const std::set<uint8_t> kAtaCommands{0xE5, 0xEC, 0xB0, 0x2F};
-const std::set<uint8_t> kSmartFeatures{0xD0, 0xD1, 0xDA};
-const std::set<uint8_t> kScsiCommands{0x03, 0x12, 0x1A, 0x4D, 0x5A, 0x85};
-
-bool onlyReads(const sim::Command &command)
-{
-    if (command.request != SG_IO || command.bytes.empty() || !kScsiCommands.contains(command.bytes[0])) {
-        return false;
-    }
-    if (command.bytes[0] != 0x85) {
-        return true;
-    }
-    const uint8_t ataCommand = command.bytes[14];
-    return kAtaCommands.contains(ataCommand) && (ataCommand != 0xB0 || kSmartFeatures.contains(command.bytes[4]));
-}
-
-class EveryExample : public testing::TestWithParam<const char *> {};
+class EveryExample : public testing::TestWithParam<std::string> {};
 
 TEST_P(EveryExample, IsOnlyRead)
 {
-    const std::string path = std::string(TAV_SOURCE_DIR "/examples/machines/") + GetParam() + ".json";
-    const sim::Machine machine(sim::Machine::readFile(path));
+    const sim::Machine machine(only_reads::exampleMachine(GetParam()));
     Array<Disk> disks;
     ASSERT_NE(findDisks(disks), FindResult::noMemory); // not every machine has /sys/block
-    std::vector<bool> switchedOn;
+    EXPECT_TRUE(machine.commands().empty()) << "finding the disks sends nothing";
+    std::vector<std::string> nodes;
     for (const Disk &disk : disks) {
-        switchedOn.push_back(machine.smartSwitchedOn(std::string("/dev/") + disk.name));
+        nodes.push_back(std::string("/dev/") + disk.name);
     }
+    const only_reads::Watch watch(machine, nodes);
     Pass pass;
     ASSERT_TRUE(pass.run(disks));
-    for (const sim::Command &command : machine.commands()) {
-        EXPECT_TRUE(onlyReads(command)) << command.device << " " << testing::PrintToString(command.bytes);
-    }
-    for (const sim::Opening &opening : machine.openings()) {
-        EXPECT_EQ(opening.flags & O_ACCMODE, O_RDONLY) << opening.node;
-        EXPECT_NE(opening.flags & O_NONBLOCK, 0) << opening.node;
-    }
-    for (int32_t i = 0; i < disks.count(); ++i) {
-        EXPECT_EQ(machine.smartSwitchedOn(std::string("/dev/") + disks[i].name), switchedOn[static_cast<size_t>(i)])
-            << disks[i].name;
-    }
-    EXPECT_EQ(machine.openDescriptors(), 0);
+    watch.check();
 }
 
-INSTANTIATE_TEST_SUITE_P(Examples, EveryExample,
-                         testing::Values("empty", "failing", "ide", "large", "server", "usb", "workstation"));
+INSTANTIATE_TEST_SUITE_P(Examples, EveryExample, testing::ValuesIn(only_reads::kExamples));
 
 } // namespace

@@ -10,7 +10,7 @@ namespace {
 using namespace tool::monitor;
 using testing::HasSubstr;
 
-std::string problemOf(const std::string &line)
+std::string complaintOf(const std::string &line)
 {
     const ParsedConfig parsed = parseConfig(line);
     return problemLines("F", parsed.problems);
@@ -35,18 +35,18 @@ TEST(MonitorConfig, SettingsAreTaken)
 
 TEST(MonitorConfig, BadLinesAreReportedWithTheirNumber)
 {
-    EXPECT_EQ(problemOf("\ncycel = 3"), "F:2: unknown name \"cycel\"; did you mean cycle?");
-    EXPECT_EQ(problemOf("cycle"), "F:1: is not NAME = VALUE");
-    EXPECT_EQ(problemOf("cycle = 9"), "F:1: cycle must be a number from 10 to 86400, not \"9\"");
-    EXPECT_EQ(problemOf("cycle = 60s"), "F:1: cycle must be a number from 10 to 86400, not \"60s\"");
-    EXPECT_EQ(problemOf("cycle ="), "F:1: cycle must be a number from 10 to 86400, not \"\"");
-    EXPECT_THAT(problemOf("state = no"), HasSubstr("F:1: state must be a path"));
-    EXPECT_THAT(problemOf("state = var/lib"), HasSubstr("F:1: state must be a path"));
-    EXPECT_THAT(problemOf("hooks = true"), HasSubstr("F:1: hooks must be \"no\" or a path"));
-    EXPECT_THAT(problemOf("agent = 1"), HasSubstr("F:1: agent must be \"yes\" or \"no\""));
-    EXPECT_EQ(problemOf("cycle = 60\ncycle = 60"), "F:2: cycle is set in line 1 already");
-    EXPECT_EQ(problemOf("lines = /a\x01z"), "F:1: lines contains a control character");
-    EXPECT_EQ(problemOf("= 1\nx y"), "F:1: unknown name \"\"\nF:2: is not NAME = VALUE");
+    EXPECT_EQ(complaintOf("\ncycel = 3"), "F:2: unknown name \"cycel\"; did you mean cycle?");
+    EXPECT_EQ(complaintOf("cycle"), "F:1: is not NAME = VALUE");
+    EXPECT_EQ(complaintOf("cycle = 9"), "F:1: cycle must be a number from 10 to 86400, not \"9\"");
+    EXPECT_EQ(complaintOf("cycle = 60s"), "F:1: cycle must be a number from 10 to 86400, not \"60s\"");
+    EXPECT_EQ(complaintOf("cycle ="), "F:1: cycle must be a number from 10 to 86400, not \"\"");
+    EXPECT_THAT(complaintOf("state = no"), HasSubstr("F:1: state must be a path"));
+    EXPECT_THAT(complaintOf("state = var/lib"), HasSubstr("F:1: state must be a path"));
+    EXPECT_THAT(complaintOf("hooks = true"), HasSubstr("F:1: hooks must be \"no\" or a path"));
+    EXPECT_THAT(complaintOf("agent = 1"), HasSubstr("F:1: agent must be \"yes\" or \"no\""));
+    EXPECT_EQ(complaintOf("cycle = 60\ncycle = 60"), "F:2: cycle is set in line 1 already");
+    EXPECT_EQ(complaintOf("lines = /a\x01z"), "F:1: lines contains a control character");
+    EXPECT_EQ(complaintOf("= 1\nx y"), "F:1: unknown name \"\"\nF:2: is not NAME = VALUE");
 }
 
 TEST(MonitorConfig, ShippedFileShowsTheDefaults)
