@@ -63,7 +63,7 @@ Programs::Command agentCommand(const Frame &frame)
     if (!frame.machineFile.empty()) {
         command.words.insert(command.words.end(), {"--machine", frame.machineFile});
     }
-    command.words.emplace_back("send-event");
+    command.words.insert(command.words.end(), {"monitor", "--send-event"});
     return command;
 }
 
@@ -177,7 +177,7 @@ Standing Service::standing() const
     Standing standing;
     standing.disks = summary_;
     standing.success = figures_.success;
-    standing.seconds = figures_.seconds;
+    standing.seconds = figures_.seconds.value_or(0);
     standing.waiting = deliveries_.open();
     for (const auto &[subject, text] : said_) {
         if (!text.empty()) {
