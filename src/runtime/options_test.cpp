@@ -118,18 +118,18 @@ TEST_F(OptionsFile, IsReadAgainEachTime)
 TEST_F(OptionsFile, CanBeAskedForOneOptionWithoutATrace)
 {
     EXPECT_FALSE(isInOptionsFile(Option::everyDisk));
-    machine.write(kFile, "every-disk\nno-such-thing\n");
+    machine.write(kOptionsFile, "every-disk\nno-such-thing\n");
     EXPECT_TRUE(isInOptionsFile(Option::everyDisk));
     EXPECT_FALSE(isInOptionsFile(Option::uevents));
     EXPECT_EQ(currentOptions(), Options{});
-    machine.write(kFile, "all\n");
+    machine.write(kOptionsFile, "all\n");
     EXPECT_TRUE(isInOptionsFile(Option::everyDisk));
-    machine.write(kFile, "every-disk\n");
+    machine.write(kOptionsFile, "every-disk\n");
     EXPECT_TRUE(trace.records().empty());
     takeOptions();
-    machine.remove(kFile);
+    machine.remove(kOptionsFile);
     EXPECT_FALSE(isInOptionsFile(Option::everyDisk));
-    machine.makeDirectory(kFile); // cannot be read
+    machine.makeDirectory(kOptionsFile); // cannot be read
     EXPECT_TRUE(isInOptionsFile(Option::everyDisk)) << "as it was read last";
     EXPECT_FALSE(isInOptionsFile(Option::uevents));
 }
