@@ -125,6 +125,8 @@ echo "# changed" >>"$root/etc/tavstrg/monitor.conf"
 : >"$root/var/log/broker"
 in_root "$root" --remove tavstrg
 grep -q 'deb-systemd-invoke stop tavstrg-monitor.service' "$root/var/log/broker" || fail "no stop at the removal"
-[ -d "$root/var/lib/tavstrg" ] && [ -f "$root/etc/tavstrg/monitor.conf" ] || fail "the removal is a purge"
+[ -d "$root/var/lib/tavstrg" ] || fail "the removal takes the state away"
+[ -f "$root/etc/tavstrg/monitor.conf" ] || fail "the removal takes the configuration away"
 in_root "$root" --purge tavstrg
-[ ! -e "$root/var/lib/tavstrg" ] && [ ! -e "$root/etc/tavstrg" ] || fail "the purge leaves state or configuration"
+[ ! -e "$root/var/lib/tavstrg" ] || fail "the purge leaves the state"
+[ ! -e "$root/etc/tavstrg" ] || fail "the purge leaves the configuration"
