@@ -15,7 +15,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <new>
 #include <utility>
 
 namespace tool::monitor {
@@ -60,8 +59,7 @@ bool askAllBut(const std::vector<std::string> &leftAlone, Array<Disk> &disks)
             return false;
         }
     }
-    auto *const pass = new (std::nothrow) Pass; // never destroyed: that would wait for disks that hang
-    if (pass == nullptr || !pass->run(asked)) {
+    if (!Pass().run(asked)) {
         return false;
     }
     const Disk *next = asked.begin();
