@@ -47,7 +47,8 @@ set(CPACK_RPM_SPEC_MORE_DEFINE "%global __provides_exclude_from ^/usr/.*/(tavstr
 %define _buildhost localhost")
 # Directories that belong to the system or to other packages.
 set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
-  /usr/sbin /usr/lib64 /usr/lib64/cmpi /usr/lib/cmpi /usr/libexec /usr/share/doc /usr/share/man /usr/share/man/man5 /usr/share/man/man8
+  /etc /usr/lib/systemd /usr/lib/systemd/system /usr/sbin /usr/lib64 /usr/lib64/cmpi /usr/lib/cmpi /usr/libexec /usr/share/doc
+  /usr/share/man /usr/share/man/man5 /usr/share/man/man8
   /usr/share/bash-completion /usr/share/bash-completion/completions /usr/share/zsh /usr/share/zsh/site-functions)
 
 foreach(COMPONENT_AND_PACKAGE PROVIDER:tavstrg-provider TOOLS:tavstrg AGENT:tavstrg-devel-agent)
@@ -74,12 +75,18 @@ set(CPACK_RPM_PROVIDER_PACKAGE_SUGGESTS "tavstrg")
 
 # The schema is registered with an installed broker, and removed from it.
 set(TAV_STAGE_SCHEMA ${CPACK_PACKAGING_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBEXECDIR}/tavstrg/stage-schema)
-foreach(SCRIPT deb/postinst deb/prerm rpm/post rpm/preun)
+foreach(SCRIPT deb/postinst deb/prerm deb/tavstrg/postinst deb/tavstrg/prerm deb/tavstrg/postrm rpm/post rpm/preun)
   configure_file(${SCRIPT}.in ${CMAKE_CURRENT_BINARY_DIR}/${SCRIPT} @ONLY FILE_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 endforeach()
 set(CPACK_DEBIAN_PROVIDER_PACKAGE_CONTROL_EXTRA
   ${CMAKE_CURRENT_BINARY_DIR}/deb/postinst ${CMAKE_CURRENT_BINARY_DIR}/deb/prerm)
+# The monitoring service is enabled and started by the .deb, as Debian's services are, and left to the administrator by the .rpm.
+file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/deb/tavstrg/conffiles "/etc/tavstrg/monitor.conf\n")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA
+  ${CMAKE_CURRENT_BINARY_DIR}/deb/tavstrg/conffiles ${CMAKE_CURRENT_BINARY_DIR}/deb/tavstrg/postinst
+  ${CMAKE_CURRENT_BINARY_DIR}/deb/tavstrg/prerm ${CMAKE_CURRENT_BINARY_DIR}/deb/tavstrg/postrm)
+set(CPACK_RPM_TOOLS_USER_FILELIST "%config(noreplace) /etc/tavstrg/monitor.conf")
 set(CPACK_RPM_PROVIDER_POST_INSTALL_SCRIPT_FILE ${CMAKE_CURRENT_BINARY_DIR}/rpm/post)
 set(CPACK_RPM_PROVIDER_PRE_UNINSTALL_SCRIPT_FILE ${CMAKE_CURRENT_BINARY_DIR}/rpm/preun)
 

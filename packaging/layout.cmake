@@ -12,6 +12,8 @@ function(tav_move FROM TO)
   endforeach()
 endfunction()
 
+tav_move(etc ../etc) # of the system, not below the prefix
+
 set(ALL_MAY_ENTER
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 if(CPACK_GENERATOR STREQUAL "DEB")

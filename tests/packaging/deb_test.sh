@@ -41,7 +41,7 @@ for pair in provider:tavstrg-provider tools:tavstrg agent:tavstrg-devel-agent; d
     same "owners and kinds in ${pair#*:}" "" "$(grep -vE '^[d-]r[w-][x-]r-[x-]r-[x-] root/root ' <<<"$listed" || true)"
     same "directories of ${pair#*:}" "" "$(grep '^d' <<<"$listed" | grep -v '^drwxr-xr-x' || true)"
     files=$(awk '/^-/ { print ($1 ~ /x/ ? 755 : 644), $6 }' <<<"$listed" |
-        sed 's,\./usr/,,; s,machines/.*,machines/*.json,; s,vendor-completions,site-functions,' | sort -u -k 2)
+        sed 's,\./usr/,,; s,\./etc/,etc/,; s,machines/.*,machines/*.json,; s,vendor-completions,site-functions,' | sort -u -k 2)
     same "files of ${pair#*:}" "$(expected_files "${pair%:*}")" "$files"
 done
 
@@ -125,3 +125,30 @@ for unit in sfcb.service sblim-sfcb.service sfcbd.service other.service; do
     in_root "$root" --purge tavstrg-provider
     same "restart of $unit after the removal" "$expected" "$(grep '^systemctl' "$root/var/log/broker" || true)"
 done
+
+# The monitoring service is enabled, and started where systemd runs; its state and configuration go at the purge.
+root=$work/service
+make_root "$root" 127
+make_database "$root"
+make_systemd "$root" other.service
+cp -p "$(type -P rm)" "$root/usr/bin/rm"
+for helper in deb-systemd-helper deb-systemd-invoke; do
+    printf '#!/bin/sh\necho "%s $*" >>/var/log/broker\n' "$helper" >"$root/usr/bin/$helper"
+    chmod 755 "$root/usr/bin/$helper"
+done
+calls() { grep -vE 'was-enabled|try-restart|daemon-reload' "$root/var/log/broker" 2>/dev/null || true; }
+in_root "$root" --install "${file[tavstrg-provider]}" "${file[tavstrg]}"
+same "calls at the installation" "deb-systemd-helper unmask tavstrg-monitor.service
+deb-systemd-helper enable tavstrg-monitor.service
+deb-systemd-invoke start tavstrg-monitor.service" "$(calls)"
+: >"$root/var/log/broker"
+in_root "$root" --install "${file[tavstrg]}"
+grep -q 'deb-systemd-invoke restart tavstrg-monitor.service' "$root/var/log/broker" || fail "no restart at an upgrade"
+mkdir -p "$root/var/lib/tavstrg"
+echo "# changed" >>"$root/etc/tavstrg/monitor.conf"
+: >"$root/var/log/broker"
+in_root "$root" --remove tavstrg
+grep -q 'deb-systemd-invoke stop tavstrg-monitor.service' "$root/var/log/broker" || fail "no stop at the removal"
+[ -d "$root/var/lib/tavstrg" ] && [ -f "$root/etc/tavstrg/monitor.conf" ] || fail "the removal is a purge"
+in_root "$root" --purge tavstrg
+[ ! -e "$root/var/lib/tavstrg" ] && [ ! -e "$root/etc/tavstrg" ] || fail "the purge leaves state or configuration"

@@ -7,7 +7,7 @@
 
 pages=$build/packaging/man
 version=$("$build/bin/tavstrg" --version | sed 's/.* //')
-for page in tavstrg.8 storage.inf.5 noscsi.inf.5 tavm2ssd.inf.5 options.inf.5; do
+for page in tavstrg.8 tavstrg-monitor.8 storage.inf.5 noscsi.inf.5 tavm2ssd.inf.5 options.inf.5; do
     same "form of $page" "" "$(groff -man -Tutf8 -ww -z "$pages/$page" 2>&1)"
     grep -q "^\.TH .* \"TAVStorageProvider $version\"" "$pages/$page" || fail "version of $page"
     for section in NAME SYNOPSIS DESCRIPTION EXAMPLES FILES "SEE ALSO"; do

@@ -20,7 +20,7 @@ version=$(ask --qf '%{VERSION}' "${file[tavstrg]}")
 for name in "${!file[@]}"; do
     same "head of $name" "$version Apache-2.0 $(uname -m)" "$(ask --qf '%{VERSION} %{LICENSE} %{ARCH}' "${file[$name]}")"
     [[ $(ask --qf '%{SUMMARY}' "${file[$name]}") =~ ^[A-Z].{20,80}$ ]] || fail "summary of $name"
-    same "what $name provides to other packages" "$name" "$(ask --provides "${file[$name]}" | sed 's/[ (].*//' | sort -u)"
+    same "what $name provides to other packages" "$name" "$(ask --provides "${file[$name]}" | grep -v '^config(' | sed 's/[ (].*//' | sort -u)"
     same "required private libraries of $name" "" "$(ask --requires "${file[$name]}" | grep '^libtav' || true)"
 done
 same "other requirements of the tool" "" "$(ask --requires "${file[tavstrg]}" | grep -E '^(tavstrg|cim)' || true)"
@@ -34,11 +34,11 @@ for pair in provider:tavstrg-provider tools:tavstrg agent:tavstrg-devel-agent; d
     links=$(grep '^l' <<<"$listed" | sed 's/.* //' || true)
     listed=$(grep -v '^l' <<<"$listed")
     same "links in ${pair#*:}" "$([ "${pair%:*}" != provider ] || echo "$libdir/sfcb/libTAVStorageProvider.so")" "$links"
-    same "owners and kinds in ${pair#*:}" "" "$(grep -vE '^[d-]r[w-][x-]r-[x-]r-[x-] root/root /usr/' <<<"$listed" || true)"
+    same "owners and kinds in ${pair#*:}" "" "$(grep -vE '^[d-]r[w-][x-]r-[x-]r-[x-] root/root /(usr|etc)/' <<<"$listed" || true)"
     same "directories of other packages in ${pair#*:}" "" "$(grep '^d' <<<"$listed" | grep -vE '/(tavstrg[a-z-]*|sfcb)(/|$)' || true)"
     same "modes of libraries in ${pair#*:}" "" "$(grep '\.so$' <<<"$listed" | grep -v '^-rwxr-xr-x' || true)"
     files=$(awk '/^-/ { print ($1 ~ /x/ && $3 !~ /\.so$/ ? 755 : 644), $3 }' <<<"$listed" |
-        sed 's,/usr/,,; s,machines/.*,machines/*.json,; s,lib64/cmpi,lib/sfcb,' | sort -u -k 2)
+        sed 's,/usr/,,; s, /etc/, etc/,; s,machines/.*,machines/*.json,; s,lib64/cmpi,lib/sfcb,' | sort -u -k 2)
     same "files of ${pair#*:}" "$(expected_files "${pair%:*}")" "$files"
 done
 ask -l "${file[tavstrg-provider]}" | grep -x "$libdir/cmpi/libTAVStorageProvider.so" >/dev/null ||
@@ -47,7 +47,7 @@ ask -l "${file[tavstrg-provider]}" | grep -x "$libdir/cmpi/libTAVStorageProvider
 root=$work/root
 make_root "$root" 0
 # Directories of the system's own packages, and those that rpm creates.
-mkdir -p "$root"/{usr/{sbin,lib,lib64,"${libdir#/usr/}"/cmpi,libexec,share/{bash-completion/completions,doc,man/{man5,man8},zsh/site-functions}},var/tmp}
+mkdir -p "$root"/{etc,usr/{sbin,lib/systemd/system,lib64,"${libdir#/usr/}"/cmpi,libexec,share/{bash-completion/completions,doc,man/{man5,man8},zsh/site-functions}},var/tmp}
 before=$(everything_in "$root")
 # Without dependencies: the database of the new root contains no packages.
 in_root() {

@@ -5,8 +5,8 @@
 # usage: tests/vm/run.sh [--build DIR] [--phases A,B,...] [--keep] [--verbose] [--fetch]
 #
 #   --build DIR     the build to test (build/release)
-#   --phases LIST   only these phases: inventory smart unmanaged failing monitoring hotplug sleeping adapters disks many; or
-#                   compare, which is not a test: it measures the cost of the provider and of Debian's tools (./bench.sh compare
+#   --phases LIST   only these phases: inventory smart unmanaged failing monitoring hotplug sleeping adapters disks service many;
+#                   or compare, which is not a test: it measures the cost of the provider and of Debian's tools (./bench.sh compare
 #                   --vm)
 #   --keep          keep the console, traces, alerts and check results in build/vm/run.* even if all checks passed
 #   --verbose       show the machine's console while it runs, and each check
@@ -19,9 +19,9 @@ set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 source=$(cd "$here/../.." && pwd)
 readonly here source cache=$source/build/vm
-readonly all_phases=inventory,smart,unmanaged,failing,monitoring,hotplug,sleeping,adapters,disks,many
+readonly all_phases=inventory,smart,unmanaged,failing,monitoring,hotplug,sleeping,adapters,disks,service,many
 # With fewer checks, some did not run. A change to the machine or to the checks changes the number.
-readonly all_checks=2715
+readonly all_checks=2731
 readonly time_limit=300 # seconds that the machine may run
 
 skip() {

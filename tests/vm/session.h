@@ -57,5 +57,7 @@ void adapters();
 void sleeping();
 // The phase of the tool's disks.
 void disks();
+// The phase of the monitoring service.
+void service();
 
 } // namespace vm

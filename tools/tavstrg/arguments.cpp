@@ -83,7 +83,6 @@ struct RawArguments {
     CLI::App *report = nullptr;
     std::string page;
     CLI::App *monitor = nullptr;
-    CLI::App *sendEvent = nullptr;
     std::string columns;
     bool noHeader = false;
     std::string colour;
@@ -271,12 +270,12 @@ void describeMonitor(CLI::App &app, RawArguments &raw)
         ->type_name("FILE");
     raw.monitor->add_flag("--check", arguments.checkConfig, "Only check the configuration and what it names");
     raw.monitor->add_flag("--once", arguments.once, "One pass and its events, then exit");
-    raw.monitor->footer("\nAsks every disk on a cycle, and when one comes or goes. What happens to a disk is\n"
-                        "reported once: to the journal, to executables, to a file, to the agent. Metrics\n"
-                        "go to a file for the node exporter. SIGHUP reads the configuration again. With\n"
-                        "--machine it needs --config, with files of its own. See tavstrg-monitor(8).\n");
-    raw.sendEvent = app.add_subcommand("send-event", "Send the event in the environment to the agent");
-    raw.sendEvent->group(""); // for the service alone
+    raw.monitor->footer("\nAsks every disk on a cycle, and when one comes or goes. What happens to a disk\n"
+                        "is reported once: to the journal, to executables, to a file, to the agent.\n"
+                        "Metrics go to a file for the node exporter. SIGHUP reads the configuration\n"
+                        "again. With --machine it needs --config, with files of its own. The manual\n"
+                        "page is tavstrg-monitor(8).\n");
+    raw.monitor->add_flag("--send-event", arguments.sendEvent)->group(""); // for the service itself
 }
 
 void describeCommands(CLI::App &app, RawArguments &raw)
@@ -336,9 +335,6 @@ Command commandOf(const RawArguments &raw)
     }
     if (raw.monitor->parsed()) {
         return Command::monitor;
-    }
-    if (raw.sendEvent->parsed()) {
-        return Command::sendEvent;
     }
     return raw.call->parsed() ? Command::call : Command::classes;
 }
@@ -494,7 +490,8 @@ void checkTogether(const CLI::App &app, const Arguments &arguments)
     if (!arguments.state.empty() && arguments.machine.empty()) {
         throw UsageError("--state needs --machine");
     }
-    if (arguments.command == Command::monitor && !arguments.machine.empty() && arguments.config.empty()) {
+    if (arguments.command == Command::monitor && !arguments.sendEvent && !arguments.machine.empty() &&
+        arguments.config.empty()) {
         throw UsageError("monitor: --machine needs --config, so that no file of this machine is written");
     }
 }
@@ -573,8 +570,6 @@ const char *commandName(Command command)
         return "report";
     case Command::monitor:
         return "monitor";
-    case Command::sendEvent:
-        return "send-event";
     default:
         return "show";
     }

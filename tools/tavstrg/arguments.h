@@ -28,10 +28,9 @@ enum class Command {
     disks,
     disk,
     health,
-    record,
-    report,
     monitor,
-    sendEvent
+    record,
+    report
 };
 
 const char *commandName(Command command); // as it is given, and as JSON documents name it
@@ -74,6 +73,7 @@ struct Arguments {
     std::string config;       // monitor: configuration; empty: the usual file
     bool checkConfig = false; // monitor: only the configuration is checked
     bool once = false;        // monitor: one pass
+    bool sendEvent = false;   // monitor: the event in the environment goes to the agent, and nothing else is done
 };
 
 // Either arguments, or what to print and the status to exit with: help and version (kDone, for standard output), or

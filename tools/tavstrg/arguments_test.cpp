@@ -261,6 +261,7 @@ INSTANTIATE_TEST_SUITE_P(
         WrongUsage{{"show", "--output", "f"}, "--output"}, WrongUsage{{"dump-state"}, "FILE"},
         WrongUsage{{"dump-state", "f", "g"}, "g"},
         WrongUsage{{"check", "--root", "d", "--machine", "m"}, "exclude each other"},
+        WrongUsage{{"monitor", "--machine", "m"}, "needs --config"},
         WrongUsage{{"call", "Config"}, "METHOD"},
         WrongUsage{{"call", "Tape", "Rewind"}, "TAV_StorageTape has no method \"Rewind\""},
         WrongUsage{{"call", "Config", "SetMonitorCycle", "120"}, "\"120\" is not NAME=VALUE"},

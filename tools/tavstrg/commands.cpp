@@ -187,7 +187,6 @@ Use useOf(const Arguments &arguments)
     case Command::check:
     case Command::monitor:
     case Command::record:
-    case Command::sendEvent:
         return Use::none;
     case Command::call:
         return Use::write;
@@ -268,9 +267,9 @@ Outcome ask(const Arguments &arguments, const TextStyle &style)
         checkReplaceable(arguments.output); // before the disks are asked for nothing
     }
     const SignalsWait signals;
-    if (arguments.command == Command::monitor || arguments.command == Command::sendEvent) {
+    if (arguments.command == Command::monitor) {
         Surroundings surroundings(arguments, useOf(arguments));
-        return arguments.command == Command::monitor ? monitor::run(arguments, surroundings) : monitor::sendEvent();
+        return monitor::run(arguments, surroundings);
     }
     return intoFile(arguments.command == Command::metrics ? askForMetrics(arguments, style)
                                                           : askSupervised(arguments, style),

@@ -73,10 +73,35 @@ std::string variable(const char *name)
     return value == nullptr ? "" : value;
 }
 
+Outcome sendEvent()
+{
+    const AgentEvent event = agentEvent(variable);
+    if (event.id == 0) {
+        throw Failure("--send-event: the environment describes no event; the service alone uses this option");
+    }
+    if (InitProcess(nullptr) != 0) {
+        throw Failure("--send-event: the libraries of the agent are not installed");
+    }
+    std::vector<const char *> strings;
+    for (const std::string &text : event.strings) {
+        strings.push_back(text.c_str());
+    }
+    const int sent = TAVSendIndication(tavstrg::kAlertSource, event.id, tavstrg::typeOfSeverity(event.id), kAlertMethod,
+                                       static_cast<int32_t>(strings.size()), strings.data());
+    FinishProcess();
+    if (sent != 0) {
+        throw Failure("--send-event: the agent refuses the event");
+    }
+    return {};
+}
+
 } // namespace
 
 Outcome run(const Arguments &arguments, Surroundings &surroundings)
 {
+    if (arguments.sendEvent) {
+        return sendEvent();
+    }
     Frame frame;
     frame.configMustExist = !arguments.config.empty();
     frame.configFile = frame.configMustExist ? absolute(arguments.config) : kConfigFile;
@@ -97,28 +122,6 @@ Outcome run(const Arguments &arguments, Surroundings &surroundings)
         return {};
     }
     return {success ? kDone : kFailed, service.status() + "\n", ""};
-}
-
-Outcome sendEvent()
-{
-    const AgentEvent event = agentEvent(variable);
-    if (event.id == 0) {
-        throw Failure("send-event: the environment describes no event; the monitoring service calls this command");
-    }
-    if (InitProcess(nullptr) != 0) {
-        throw Failure("send-event: the libraries of the agent are not installed");
-    }
-    std::vector<const char *> strings;
-    for (const std::string &text : event.strings) {
-        strings.push_back(text.c_str());
-    }
-    const int sent = TAVSendIndication(tavstrg::kAlertSource, event.id, tavstrg::typeOfSeverity(event.id), kAlertMethod,
-                                       static_cast<int32_t>(strings.size()), strings.data());
-    FinishProcess();
-    if (sent != 0) {
-        throw Failure("send-event: the agent refuses the event");
-    }
-    return {};
 }
 
 } // namespace tool::monitor

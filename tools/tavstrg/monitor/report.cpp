@@ -15,6 +15,10 @@ namespace {
 using tavstrg::disks::Event;
 using tavstrg::disks::EventKind;
 
+// Two events that only the service has; the others have the ids of the provider's.
+constexpr uint32_t kDiskWarning = 0x8004083A;
+constexpr uint32_t kDiskGood = 0x4004083B;
+
 // Sorted as the kinds are. The identifiers of messages are random (systemd-id128 new); they stay for ever, for people
 // search their journals by them.
 constexpr KindEntry kKinds[] = {
@@ -22,8 +26,8 @@ constexpr KindEntry kKinds[] = {
     {EventKind::removed, "60d29c6ebda845b98044353fab18bb03", 4, TAV_ALERTID_DISK_REMOVED},
     {EventKind::replaced, "c9135986ef8c4a569149fbb2583252f4", 5, TAV_ALERTID_DISK_REPLACED},
     {EventKind::failing, "eaa245eef48e4ca5af6a57642a8f917c", 3, TAV_ALERTID_DISK_FAILING},
-    {EventKind::warning, "415ceeab0c48460c8b8af2e129c3196d", 4, TAV_ALERTID_DISK_WARNING},
-    {EventKind::good, "d7436fa352a24d57926075e5bb1be3c7", 5, TAV_ALERTID_DISK_GOOD},
+    {EventKind::warning, "415ceeab0c48460c8b8af2e129c3196d", 4, kDiskWarning},
+    {EventKind::good, "d7436fa352a24d57926075e5bb1be3c7", 5, kDiskGood},
     {EventKind::unreadable, "3bc8abffaa47470eadd91c3b3a773924", 3, TAV_ALERTID_DISK_UNREADABLE},
     {EventKind::readable, "216409e4240545fa972bc5817beec189", 5, TAV_ALERTID_DISK_READABLE},
 };

@@ -63,7 +63,7 @@ Programs::Command agentCommand(const Frame &frame)
     if (!frame.machineFile.empty()) {
         command.words.insert(command.words.end(), {"--machine", frame.machineFile});
     }
-    command.words.emplace_back("send-event");
+    command.words.insert(command.words.end(), {"monitor", "--send-event"});
     return command;
 }
 

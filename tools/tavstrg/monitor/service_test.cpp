@@ -322,6 +322,24 @@ TEST_F(MonitorService, CheckNamesWhatIsWrong)
     EXPECT_FALSE(std::filesystem::exists(path("state"))) << "a check makes nothing";
 }
 
+TEST_F(MonitorService, EventReachesTheAgentWhenItsLibrariesAreThere)
+{
+    machine({disk(0), disk(1, kFails)});
+    configure("agent = yes\n");
+    EXPECT_EQ(once().status, 0);
+    EXPECT_THAT(contentOf(path("state/monitor.state")), HasSubstr("event wddw "))
+        << "neither the journal nor the agent is there";
+    write("machine/agent.json", R"({"agent": {"libraries": true}})");
+    std::vector<std::string> variables = environment();
+    variables.insert(variables.end(), {"TAVALERT_FILE=" + path("alerts"), "TAVALERT_QUIET=1", "TAVSTRG_KIND=failing",
+                                       "TAVSTRG_EVENT=17", "TAVSTRG_DISK_SERIAL=SER-1"});
+    const Finished sent = tool::testing_support::runProgram(
+        {kTool, "--machine", path("machine/agent.json"), "monitor", "--send-event"}, variables);
+    EXPECT_EQ(sent.status, 0) << sent.err;
+    EXPECT_THAT(contentOf(path("alerts")),
+                AllOf(HasSubstr("0x80040837"), HasSubstr("Serial Number : SER-1"), HasSubstr("Event : 17")));
+}
+
 // ---- a state directory that cannot be written ----
 
 // Runs the tool where the state directory is a file system of its own, with these options of mount. Status 77: that is
