@@ -149,6 +149,10 @@ echo "# changed" >>"$root/etc/tavstrg/monitor.conf"
 : >"$root/var/log/broker"
 in_root "$root" --remove tavstrg
 grep -q 'deb-systemd-invoke stop tavstrg-monitor.service' "$root/var/log/broker" || fail "no stop at the removal"
-[ -d "$root/var/lib/tavstrg" ] && [ -f "$root/etc/tavstrg/monitor.conf" ] || fail "the removal is a purge"
+if [ ! -d "$root/var/lib/tavstrg" ] || [ ! -f "$root/etc/tavstrg/monitor.conf" ]; then
+    fail "the removal is a purge"
+fi
 in_root "$root" --purge tavstrg
-[ ! -e "$root/var/lib/tavstrg" ] && [ ! -e "$root/etc/tavstrg" ] || fail "the purge leaves state or configuration"
+if [ -e "$root/var/lib/tavstrg" ] || [ -e "$root/etc/tavstrg" ]; then
+    fail "the purge leaves state or configuration"
+fi
