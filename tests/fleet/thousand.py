@@ -66,6 +66,13 @@ class Servers(http.server.BaseHTTPRequestHandler):
         pass
 
 
+class Source(http.server.ThreadingHTTPServer):
+    request_queue_size = 1024
+
+    def handle_error(self, request, client_address):
+        pass  # Prometheus closed the connection
+
+
 def free_port():
     with socket.socket() as probe:
         probe.bind(("127.0.0.1", 0))
@@ -150,8 +157,7 @@ def measure(tree, server, process, minutes):
 def main(tree, build, servers, minutes):
     with tempfile.TemporaryDirectory() as work:
         Servers.text = template(build, work)
-        http.server.ThreadingHTTPServer.request_queue_size = 1024
-        source = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Servers)
+        source = Source(("127.0.0.1", 0), Servers)
         threading.Thread(target=source.serve_forever, daemon=True).start()
         shutil.copytree(os.path.join(tree, "fleet/rules"), os.path.join(work, "rules"))
         write_json(os.path.join(work, "targets.json"),

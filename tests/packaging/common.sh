@@ -143,13 +143,13 @@ check_tool() {
 
 # check_tool_alone ROOT: without a provider it shows the disks, and where it looked for one.
 check_tool_alone() {
-    local tool=$1/usr/sbin/tavstrg output
-    local -a machine=(--machine "$1/usr/share/tavstrg/machines/server.json")
+    local tool=$1/usr/sbin/tavstrg simulated=$1/usr/share/tavstrg/machines/server.json output
     for output in "disks" "health" "metrics" "report -"; do
         # shellcheck disable=SC2086 # words
-        "$tool" "${machine[@]}" $output >"$work/output" 2>&1 || fail "tavstrg $output without a provider: $(cat "$work/output")"
+        "$tool" --machine "$simulated" $output >"$work/output" 2>&1 ||
+            fail "tavstrg $output without a provider: $(cat "$work/output")"
     done
-    ! output=$("$tool" "${machine[@]}" show 2>&1) || fail "the tool found a provider in another directory"
+    ! output=$("$tool" --machine "$simulated" show 2>&1) || fail "the tool found a provider in another directory"
     grep -qF "no provider found" <<<"$output" || fail "without its provider the tool says $output"
     grep -qE "$1/usr/lib(64)?/sfcb/libTAVStorageProvider.so" <<<"$output" || fail "the tool does not look where SFCB does: $output"
 }
