@@ -15,9 +15,11 @@ set(TAV_PROVIDER_SUMMARY "Storage inventory and disk health for CIM brokers")
 set(TAV_PROVIDER_TEXT "A CMPI provider that gives a management agent, through a CIM broker, the
 storage inventory of a server and the health of its disks. With the schema, the
 registration, the operations manual and examples of the administrator's files.")
-set(TAV_TOOLS_SUMMARY "Command-line tool of the storage provider")
-set(TAV_TOOLS_TEXT "Shows the storage inventory and disk health of this machine or of a simulated
-one without a CIM broker, and checks the administrator's files.")
+set(TAV_TOOLS_SUMMARY "Health of the disks of a server, for people and monitoring")
+set(TAV_TOOLS_TEXT "Lists every disk of a machine with its health, wear and temperature: as a
+table, as JSON, as metrics for Prometheus, or as a page for a browser. With
+tavstrg-provider it also shows what that reports to CIM brokers. Needs neither
+a management agent nor a broker.")
 set(TAV_AGENT_SUMMARY "Development trace and alert libraries for the storage provider")
 set(TAV_AGENT_TEXT "Replacements of the management agent's libraries libtavlog.so and
 libtavalert.so, which write traces and alerts to files. For a provider in a
@@ -39,13 +41,14 @@ set(CPACK_RPM_DEFAULT_GROUP root)
 set(CPACK_RPM_PACKAGE_RELOCATABLE OFF)
 # Libraries in private directories: other packages cannot depend on them. No links in /usr/lib/.build-id, which could conflict
 # with packages of other builds. No host name of the machine that built the package.
-set(CPACK_RPM_SPEC_MORE_DEFINE "%global __provides_exclude_from ^/usr/.*/(tavstrg|tavstrg-devel-agent|sfcb)/.*$
+set(CPACK_RPM_SPEC_MORE_DEFINE "%global __provides_exclude_from ^/usr/.*/(tavstrg|tavstrg-devel-agent|cmpi|sfcb)/.*$
 %global __requires_exclude ^libtav
 %define _build_id_links none
 %define _buildhost localhost")
 # Directories that belong to the system or to other packages.
 set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
-  /etc /usr/lib/systemd /usr/lib/systemd/system /usr/sbin /usr/lib64 /usr/libexec /usr/share/doc /usr/share/man /usr/share/man/man5 /usr/share/man/man8
+  /etc /usr/lib/systemd /usr/lib/systemd/system /usr/sbin /usr/lib64 /usr/lib64/cmpi /usr/lib/cmpi /usr/libexec /usr/share/doc
+  /usr/share/man /usr/share/man/man5 /usr/share/man/man8
   /usr/share/bash-completion /usr/share/bash-completion/completions /usr/share/zsh /usr/share/zsh/site-functions)
 
 foreach(COMPONENT_AND_PACKAGE PROVIDER:tavstrg-provider TOOLS:tavstrg AGENT:tavstrg-devel-agent)
@@ -60,10 +63,15 @@ foreach(COMPONENT_AND_PACKAGE PROVIDER:tavstrg-provider TOOLS:tavstrg AGENT:tavs
   set(CPACK_RPM_${LOWER_COMPONENT}_PACKAGE_DESCRIPTION "${TAV_${COMPONENT}_TEXT}")
 endforeach()
 set(CPACK_DEBIAN_AGENT_PACKAGE_SECTION devel)
-set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "tavstrg-provider (= ${PROJECT_VERSION})")
-set(CPACK_RPM_TOOLS_PACKAGE_REQUIRES "tavstrg-provider = ${PROJECT_VERSION}")
+# The tool needs no provider: it asks the disks itself. What asks the provider understands one of its own version.
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "tavstrg-provider, prometheus-node-exporter")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_BREAKS "tavstrg-provider (<< ${PROJECT_VERSION})")
+set(CPACK_RPM_TOOLS_PACKAGE_SUGGESTS "tavstrg-provider")
+set(CPACK_RPM_TOOLS_PACKAGE_CONFLICTS "tavstrg-provider < ${PROJECT_VERSION}")
 set(CPACK_DEBIAN_PROVIDER_PACKAGE_SUGGESTS "sfcb, tavstrg")
-set(CPACK_RPM_PROVIDER_PACKAGE_SUGGESTS "sfcb, tavstrg")
+# The name that every broker of these distributions provides.
+set(CPACK_RPM_PROVIDER_PACKAGE_REQUIRES "cim-server")
+set(CPACK_RPM_PROVIDER_PACKAGE_SUGGESTS "tavstrg")
 
 # The schema is registered with an installed broker, and removed from it.
 set(TAV_STAGE_SCHEMA ${CPACK_PACKAGING_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBEXECDIR}/tavstrg/stage-schema)

@@ -1,6 +1,6 @@
 # CPack runs this on the installed files of all components before it makes the packages. It does what differs between .deb and
 # .rpm: Debian has its own directory for zsh completions of packages, and libraries that are not executable; RPM systems have
-# 64-bit libraries in lib64, and rpmbuild finds the dependencies of executable files only.
+# 64-bit libraries in lib64 and providers in its cmpi, and rpmbuild finds the dependencies of executable files only.
 function(tav_move FROM TO)
   foreach(COMPONENT ${CPACK_COMPONENTS_ALL})
     set(ROOT ${CPACK_TEMPORARY_DIRECTORY}/${COMPONENT}${CPACK_PACKAGING_INSTALL_PREFIX})
@@ -21,9 +21,17 @@ if(CPACK_GENERATOR STREQUAL "DEB")
   tav_move(share/zsh/site-functions share/zsh/vendor-completions)
 elseif(CPACK_GENERATOR STREQUAL "RPM")
   set(LIBRARY_MODE ${ALL_MAY_ENTER})
+  # In %{_libdir}/cmpi, where every broker of these distributions looks, with a link where SFCB looks first.
+  set(LIBDIR lib)
   if(CMAKE_HOST_SYSTEM_PROCESSOR MATCHES "64")
-    tav_move(lib/sfcb lib64/sfcb)
+    set(LIBDIR lib64)
   endif()
+  set(PROVIDER_ROOT ${CPACK_TEMPORARY_DIRECTORY}/provider${CPACK_PACKAGING_INSTALL_PREFIX})
+  foreach(FROM lib/sfcb lib64/sfcb)
+    tav_move(${FROM} ${LIBDIR}/cmpi)
+  endforeach()
+  file(MAKE_DIRECTORY ${PROVIDER_ROOT}/${LIBDIR}/sfcb)
+  file(CREATE_LINK ../cmpi/libTAVStorageProvider.so ${PROVIDER_ROOT}/${LIBDIR}/sfcb/libTAVStorageProvider.so SYMBOLIC)
 endif()
 foreach(COMPONENT ${CPACK_COMPONENTS_ALL})
   file(GLOB_RECURSE LIBRARIES ${CPACK_TEMPORARY_DIRECTORY}/${COMPONENT}/*.so)

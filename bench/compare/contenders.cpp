@@ -11,7 +11,18 @@ namespace compare {
 
 namespace {
 
-constexpr int kProcessesAtOnce = 8; // of smartctl under xargs
+// Processes of smartctl at a time under xargs; 0: it is another contender.
+int processesAtOnce(Contender contender)
+{
+    return contender == Contender::smartctlParallel ? 8 : contender == Contender::smartctlAll16 ? 16 : 0;
+}
+
+// Whether each disk has a process of its own, one after the other.
+bool isByDisk(Contender contender)
+{
+    return contender == Contender::smartctl || contender == Contender::smartctlBare ||
+           contender == Contender::smartctlAll;
+}
 
 // "8-1": disks and disks per host.
 std::string textOf(Place place)
@@ -21,7 +32,7 @@ std::string textOf(Place place)
 
 bool isResident(Contender contender)
 {
-    return contender == Contender::collection || contender == Contender::sideBySide ||
+    return contender == Contender::collection || contender == Contender::sideBySide || contender == Contender::disks ||
            contender == Contender::discovery || contender == Contender::inventory;
 }
 
@@ -86,22 +97,30 @@ std::string Contest::pathOfOne(const std::string &node, int latencyMs) const
     return lab_.path("one-" + node + "-" + std::to_string(latencyMs) + ".json");
 }
 
-Program Contest::smartctl(const std::string &node, bool database) const
+Program Contest::smartctl(Contender contender, const std::string &node)
 {
-    return {database ? std::vector<std::string>{"smartctl", "-iHA", node}
-                     : std::vector<std::string>{"smartctl", "-B", "/dev/null", "-iHA", node},
-            {"smartctl", "-V"}};
+    std::vector<std::string> arguments{"smartctl"};
+    if (contender == Contender::smartctlBare) {
+        arguments.insert(arguments.end(), {"-B", "/dev/null"});
+    }
+    if (contender == Contender::smartctlAll || contender == Contender::smartctlAll16) {
+        arguments.insert(arguments.end(), {"-j", "-a"});
+    } else {
+        arguments.emplace_back("-iHA");
+    }
+    arguments.push_back(node);
+    return {arguments, {"smartctl", "-V"}};
 }
 
-Cost Contest::smartctlInParallel(Place place)
+Cost Contest::smartctlInParallel(Contender contender, Place place)
 {
     std::string nodes;
     for (int disk = 0; disk < place.disks; ++disk) {
         machineOfOne(disk, place.latencyMs);
         nodes += diskOf(disk).node.substr(5) + "\n";
     }
-    return lab_.measureEach(smartctl("/dev/{}"), pathOfOne("{}", place.latencyMs), lab_.write("nodes", nodes),
-                            kProcessesAtOnce);
+    return lab_.measureEach(smartctl(contender, "/dev/{}"), pathOfOne("{}", place.latencyMs),
+                            lab_.write("nodes", nodes), processesAtOnce(contender));
 }
 
 Program Contest::program(Contender contender, Place place, int requests) const
@@ -121,6 +140,11 @@ Program Contest::program(Contender contender, Place place, int requests) const
                 {"smartd", "-V"}};
     case Contender::lsscsi:
         return {{"lsscsi"}, {"lsscsi", "-V"}};
+    case Contender::lsblk: // asks for what the simulated kernel's block devices do not have
+        return {{"lsblk", "-O"}, {"lsblk", "-V"}, true};
+    case Contender::disks:
+    case Contender::disksProcess:
+        return {{binaries_ + "/compare_disks", disks, std::to_string(requests)}, {binaries_ + "/compare_disks"}};
     default:
         break;
     }
@@ -161,16 +185,15 @@ std::vector<Cost> Contest::resident(Contender contender, Place place, int times)
 
 Cost Contest::once(Contender contender, Place place)
 {
-    if (contender == Contender::smartctlParallel) {
-        return smartctlInParallel(place);
+    if (processesAtOnce(contender) != 0) {
+        return smartctlInParallel(contender, place);
     }
-    if (contender != Contender::smartctl && contender != Contender::smartctlBare) {
+    if (!isByDisk(contender)) {
         return lab_.measure(program(contender, place, 1), machine(place), keptState(contender, place));
     }
     Cost sum;
     for (int disk = 0; disk < place.disks; ++disk) {
-        sum += lab_.measure(smartctl(diskOf(disk).node, contender == Contender::smartctl),
-                            machineOfOne(disk, place.latencyMs));
+        sum += lab_.measure(smartctl(contender, diskOf(disk).node), machineOfOne(disk, place.latencyMs));
     }
     return sum;
 }
@@ -207,12 +230,11 @@ void Contest::expect(const Program &program, const std::string &machine, int exi
 
 long Contest::systemCalls(Contender contender, Place place)
 {
-    if (contender == Contender::smartctlParallel) {
+    if (processesAtOnce(contender) != 0) {
         return 0; // smartctl's, and xargs' own
     }
-    if (contender == Contender::smartctl || contender == Contender::smartctlBare) {
-        return place.disks * lab_.systemCalls(smartctl(diskOf(0).node, contender == Contender::smartctl),
-                                              machineOfOne(0, place.latencyMs));
+    if (isByDisk(contender)) {
+        return place.disks * lab_.systemCalls(smartctl(contender, diskOf(0).node), machineOfOne(0, place.latencyMs));
     }
     const auto calls = [&](int requests) {
         return lab_.systemCalls(program(contender, place, requests), machine(place, optionsOf(contender)),
@@ -230,13 +252,17 @@ void Contest::checkThatAllSeeTheMachine()
         const Disk disk = diskOf(i);
         nodes.push_back(disk.node);
         serials.push_back("S/N:" + disk.serial);
-        for (const bool database : {true, false}) {
-            expect(smartctl(disk.node, database), machineOfOne(i, 0), 0,
+        for (const Contender contender : {Contender::smartctl, Contender::smartctlBare}) {
+            expect(smartctl(contender, disk.node), machineOfOne(i, 0), 0,
                    {disk.model, disk.serial, "self-assessment test result: PASSED", std::to_string(kPowerOnHours),
                     "0" + std::to_string(kReallocatedThreshold)});
         }
     }
     expect(program(Contender::lsscsi, place, 1), machine(place), 0, nodes);
+    expect(program(Contender::lsblk, place, 1), machine(place), 0, nodes);
+    expect(program(Contender::disks, place, 2), machine(place), 0, {});
+    expect(smartctl(Contender::smartctlAll, diskOf(0).node), machineOfOne(0, 0), 0,
+           {diskOf(0).serial, "\"passed\": true"});
     expect(program(Contender::smartd, place, 1), machine(place), 0, serials);
     expect(program(Contender::collection, place, 2), machine(place), 0, {});
     expect(program(Contender::inventory, place, 2), machine(place), 0, {});
@@ -246,7 +272,9 @@ void Contest::checkThatAllSeeTheMachine()
     // One disk predicts its failure and each program must report it, so none can report "good" without asking.
     const std::string failing = lab_.write("failing.json", machineOf(0, kDisks, place.perHost, 0, 1));
     constexpr int kDiskFailing = 1 << 3; // smartctl(8), exit status
-    expect(smartctl(diskOf(1).node), failing, kDiskFailing, {"self-assessment test result: FAILED"});
+    expect(program(Contender::disks, place, 1), failing, 1, {});
+    expect(smartctl(Contender::smartctl, diskOf(1).node), failing, kDiskFailing,
+           {"self-assessment test result: FAILED"});
     expect(program(Contender::smartd, place, 1), failing, 0, {"FAILED SMART self-check"});
     expect(program(Contender::collection, place, 1), failing, 2, {"SMART status 1"});
 }

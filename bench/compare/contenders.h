@@ -16,12 +16,17 @@ enum class Contender {
     smartctl,         // smartctl -iHA for each disk, one after the other
     smartctlBare,     // the same with an empty drive database
     smartctlParallel, // smartctl -iHA for each disk, eight at a time (xargs -P8)
+    disks,            // the disks engine, resident: one pass over every disk
+    disksProcess,     // the same in a fresh process
+    smartctlAll,      // smartctl -j -a for each disk, one after the other
+    smartctlAll16,    // the same for sixteen disks at a time (xargs -P16)
     smartd,           // smartd -q onecheck over all of them
     smartdStart,      // smartd -q showtests: the same without the check itself
     discovery,        // the provider's discovery alone, in a resident process
     discoveryProcess, // in a fresh process
     inventory,        // as collection, SMART off
     lsscsi,
+    lsblk, // lsblk -O
     count
 };
 constexpr int kContenders = static_cast<int>(Contender::count);
@@ -53,8 +58,8 @@ private:
     std::string machineOfOne(int disk, int latencyMs) const;
     std::string pathOfOne(const std::string &node, int latencyMs) const;
     Program program(Contender contender, Place place, int requests) const;
-    Program smartctl(const std::string &node, bool database = true) const;
-    Cost smartctlInParallel(Place place);
+    static Program smartctl(Contender contender, const std::string &node);
+    Cost smartctlInParallel(Contender contender, Place place);
     std::vector<Cost> resident(Contender contender, Place place, int times);
     void expect(const Program &program, const std::string &machine, int exitStatus,
                 const std::vector<std::string> &texts) const;

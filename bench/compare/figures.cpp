@@ -26,12 +26,18 @@ constexpr std::array kSmartColumns = {Column{"a collection", Contender::collecti
                                       Column{"`smartctl`, 8 at once", Contender::smartctlParallel},
                                       Column{"`smartd`", Contender::smartd},
                                       Column{"`smartd`, registering", Contender::smartdStart}};
+constexpr std::array kDisksColumns = {Column{"a pass over every disk", Contender::disks},
+                                      Column{"a process that makes one pass", Contender::disksProcess},
+                                      Column{"`smartctl -j -a`", Contender::smartctlAll},
+                                      Column{"`smartctl -j -a`, 16 at once", Contender::smartctlAll16},
+                                      Column{"`lsblk -O`", Contender::lsblk}};
 constexpr std::array kDiscoveryColumns = {
     Column{"discovery", Contender::discovery}, Column{"a process that discovers once", Contender::discoveryProcess},
     Column{"a collection, SMART off", Contender::inventory}, Column{"`lsscsi`", Contender::lsscsi}};
-constexpr const char *kNames[kContenders] = {"collection",   "sideBySide",       "providerProcess", "smartctl",
-                                             "smartctlBare", "smartctlParallel", "smartd",          "smartdStart",
-                                             "discovery",    "discoveryProcess", "inventory",       "lsscsi"};
+constexpr const char *kNames[kContenders] = {
+    "collection", "sideBySide",       "providerProcess", "smartctl",      "smartctlBare", "smartctlParallel",
+    "disks",      "disksProcess",     "smartctlAll",     "smartctlAll16", "smartd",       "smartdStart",
+    "discovery",  "discoveryProcess", "inventory",       "lsscsi",        "lsblk"};
 
 using Value = std::string (*)(const Figures &);
 
@@ -131,6 +137,10 @@ constexpr Goal kGoals[] = {
     // once cannot be taken out.
     {Contender::sideBySide, Contender::collection, "time of a collection side by side", "a serial one's",
      &Figures::rawWallSeconds, 1.2 / 13, 128, 20},
+    {Contender::disks, Contender::smartctlAll, "CPU time of a pass over every disk", "smartctl -j -a's",
+     &Figures::cpuSeconds, 0.1, 1},
+    {Contender::disks, Contender::smartctlAll16, "time of a pass over every disk", "smartctl -j -a's, 16 at once,",
+     &Figures::rawWallSeconds, 1, 128, 2},
 };
 
 } // namespace
@@ -178,6 +188,10 @@ std::string Results::tables() const
            table(*this, quick, "Commands that reach the disks:", kSmartColumns, kCommands) +
            table(*this, quick, "System calls:", kSmartColumns, kCalls) +
            table(*this, quick, "Peak memory of the process, MiB:", kSmartColumns, kPeak) +
+           table(*this, places, "Every disk, CPU time, ms:", kDisksColumns, kCpu) +
+           table(*this, places, "Every disk, time on the clock with the simulated machine, ms:", kDisksColumns,
+                 kRawWall) +
+           table(*this, quick, "Every disk, commands that reach the disks:", kDisksColumns, kCommands) +
            table(*this, quick, "Discovery, CPU time, ms:", kDiscoveryColumns, kCpu) +
            table(*this, quick, "Discovery, time on the clock, ms:", kDiscoveryColumns, kWall) +
            table(*this, quick, "Discovery, CPU time with the simulated machine, ms:", kDiscoveryColumns, kRawCpu) +

@@ -27,6 +27,7 @@ struct Program {
     std::vector<std::string> arguments;
     // With these the program ends as soon as it has started, to measure its start.
     std::vector<std::string> startOnly;
+    bool mayAskAnything = false; // ioctls that the simulated machine does not know are no mistake
 };
 
 class Lab {
@@ -43,7 +44,8 @@ public:
 
     // Runs a program on the machine of a description file. keptState: name of the directory for files that the agent
     // keeps between runs; empty: none are kept. output: receives standard output. Throws std::runtime_error if the
-    // program ends with another status than 0, or sent an ioctl that the simulated machine does not know.
+    // program ends with another status than 0, or sent an ioctl that the simulated machine does not know and it may not
+    // send.
     Cost measure(const Program &program, const std::string &machine, const std::string &keptState = "",
                  std::string *output = nullptr);
     // Runs a program for each line of items, atOnce at a time (xargs -P). "{}" in its arguments and in the machine's

@@ -207,8 +207,8 @@ Outcome getDisk(const InstanceRequest &request)
             return returnDisk(request, {disk, HardDisks().indexOf(disk)}, Following::none);
         }
     }
-    TRACE(kDetail, "CMSetStatusWithChars() - CMPI_RC_ERR_NOT_FOUND %s", kDiskKey);
-    return refusal(CMPI_RC_ERR_NOT_FOUND, "NotFound %s", kDiskKey);
+    TRACE(kDetail, "CMSetStatusWithChars() - CMPI_RC_ERR_NOT_FOUND DiskID");
+    return refusal(CMPI_RC_ERR_NOT_FOUND, "NotFound DiskID");
 }
 
 } // namespace

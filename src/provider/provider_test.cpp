@@ -642,9 +642,9 @@ TEST_F(UnknownClass, IsNotTheClassOfEveryDiskWithItsLine)
     for (const char *line : {"every-disk\n", "all\n"}) {
         machine.write(OptionsInForce::kFile, line);
         trace.clear();
-        EXPECT_EQ(enumerate("TAV_StorageDisk").message, "/sys/block cannot be read");
+        EXPECT_EQ(enumerate("TAV_StorageDisk").message, "NotFound Data");
         EXPECT_TRUE(trace.has(kFailure, "->TAV_STRGDiskEnumInstances()", kEnum));
-        EXPECT_EQ(names("TAV_StorageDisk").message, "/sys/block cannot be read");
+        EXPECT_EQ(names("TAV_StorageDisk").message, "NotFound Data");
         EXPECT_EQ(names("TAV_StorageHardDisk").message, "NOT_SUPPORTED");
         EXPECT_EQ(get("TAV_StorageDisk").message, "getKeyText() FAILED");
         EXPECT_EQ(get("TAV_StorageDisk", {{"DiskID", Value::number(1)}}).message, "getKeyText() FAILED");

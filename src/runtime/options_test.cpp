@@ -115,6 +115,25 @@ TEST_F(OptionsFile, IsReadAgainEachTime)
     EXPECT_TRUE(trace.records().empty());
 }
 
+TEST_F(OptionsFile, CanBeAskedForOneOptionWithoutATrace)
+{
+    EXPECT_FALSE(isInOptionsFile(Option::everyDisk));
+    machine.write(kOptionsFile, "every-disk\nno-such-thing\n");
+    EXPECT_TRUE(isInOptionsFile(Option::everyDisk));
+    EXPECT_FALSE(isInOptionsFile(Option::uevents));
+    EXPECT_EQ(currentOptions(), Options{});
+    machine.write(kOptionsFile, "all\n");
+    EXPECT_TRUE(isInOptionsFile(Option::everyDisk));
+    machine.write(kOptionsFile, "every-disk\n");
+    EXPECT_TRUE(trace.records().empty());
+    takeOptions();
+    machine.remove(kOptionsFile);
+    EXPECT_FALSE(isInOptionsFile(Option::everyDisk));
+    machine.makeDirectory(kOptionsFile); // cannot be read
+    EXPECT_TRUE(isInOptionsFile(Option::everyDisk)) << "as it was read last";
+    EXPECT_FALSE(isInOptionsFile(Option::uevents));
+}
+
 TEST_F(OptionsFile, IsBesideTheOtherFilesOfTheAgent)
 {
     machine.write("/etc/tavkit/tavkit.conf", "TavDir /opt/qlm/tavkit_sa/other\n");

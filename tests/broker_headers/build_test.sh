@@ -9,7 +9,7 @@
 
 readonly compiler=$2 sets=$3
 readonly nested=$sets/nested include=$sets/nested/include
-readonly machine=$source_directory/examples/machines/server.json
+readonly description=$source_directory/examples/machines/server.json
 readonly factories="TAVStorageProvider_Create_InstanceMI
 TAVStorageProvider_Create_MethodMI"
 
@@ -42,7 +42,7 @@ ask() {
     local request
     while read -ra request; do
         echo "${request[*]}"
-        "$build/bin/tavstrg" --machine "$machine" --provider "$1" --json "${request[@]}" 2>&1 || echo "status $?"
+        "$build/bin/tavstrg" --machine "$description" --provider "$1" --json "${request[@]}" 2>&1 || echo "status $?"
     done <"$work/requests" | sed -E 's/"time": ?"[^"]*"/"time": "of the request"/' # differs from run to run
 }
 

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The path of a disk's directory in sysfs, then its vendor, model, serial number and world wide name, divided by 0x1E.
+// The path is also what an eMMC says of its life.
+#include "disks/find/card_life.h"
 #include "disks/find/place.h"
 #include "disks/identity/identity.h"
 #include "fuzz/fuzz.h"
@@ -34,5 +36,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     for (const char *c = disk.id; *c != '\0'; ++c) {
         require(isPrintable(*c) && *c != ' ', "an identity has no blank");
     }
+    Disk card{};
+    takeCardLife(path, path, card);
+    require(card.readings.enduranceUsedPercent.orElse(0) <= 100, "an eMMC is used up at most");
     return 0;
 }

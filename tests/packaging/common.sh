@@ -23,13 +23,14 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 chmod 755 "$work"
 
-# make_packages GENERATOR: into $work/packages.
+# make_packages GENERATOR [DIRECTORY ARGUMENT...]: into $work/packages, or $work/DIRECTORY with arguments for cpack.
 make_packages() {
-    cpack --config "$build/CPackConfig.cmake" -G "$1" -B "$work/packages" >"$work/cpack.log" 2>&1 || {
+    local directory=$work/${2:-packages}
+    cpack --config "$build/CPackConfig.cmake" -G "$1" -B "$directory" "${@:3}" >"$work/cpack.log" 2>&1 || {
         cat "$work/cpack.log" >&2
         fail "cpack $1"
     }
-    rm -rf "$work/packages/_CPack_Packages"
+    rm -rf "$directory/_CPack_Packages"
 }
 
 # expected_files COMPONENT: "mode path" below the prefix, as cmake --install installs them.
@@ -85,7 +86,8 @@ make_root() {
 broker_was_called() {
     local expected=
     case $2 in
-    stage) expected="sfcbstage -n root/tavkit/as -r SCHEMA/TAVStorageProvider.reg SCHEMA/TAV_Storage.mof
+    stage) expected="sfcbunstage -n root/tavkit/as -r TAVStorageProvider.reg TAV_Storage.mof
+sfcbstage -n root/tavkit/as -r SCHEMA/TAVStorageProvider.reg SCHEMA/TAV_Storage.mof
 sfcbrepos -f" ;;
     unstage) expected="sfcbunstage -n root/tavkit/as -r TAVStorageProvider.reg TAV_Storage.mof
 sfcbrepos -f" ;;
@@ -131,11 +133,23 @@ check_tool() {
     done
     output=$("$tool" check --root "$1/usr/share/doc/tavstrg-provider/examples" 2>&1) || fail "the examples: $output"
     local -a provider
-    mapfile -t provider < <(find "$1/usr" -name libTAVStorageProvider.so)
-    mv "${provider[0]}" "$work/provider"
-    ! output=$("$tool" --machine "$1/usr/share/tavstrg/machines/server.json" show 2>&1) ||
-        fail "the tool found a provider in another directory"
-    mv "$work/provider" "${provider[0]}"
+    mapfile -t provider < <(find "$1/usr" -name libTAVStorageProvider.so ! -type l)
+    mv "${provider[0]}" "$work/provider.away"
+    check_tool_alone "$1"
+    mv "$work/provider.away" "${provider[0]}"
+    output=$(find "$1/usr" -path "*/sfcb/libTAVStorageProvider.so" -exec cmp "${provider[0]}" {} \; 2>&1)
+    same "the provider where SFCB looks" "" "$output"
+}
+
+# check_tool_alone ROOT: without a provider it shows the disks, and where it looked for one.
+check_tool_alone() {
+    local tool=$1/usr/sbin/tavstrg output
+    local -a machine=(--machine "$1/usr/share/tavstrg/machines/server.json")
+    for output in "disks" "health" "metrics" "report -"; do
+        # shellcheck disable=SC2086 # words
+        "$tool" "${machine[@]}" $output >"$work/output" 2>&1 || fail "tavstrg $output without a provider: $(cat "$work/output")"
+    done
+    ! output=$("$tool" "${machine[@]}" show 2>&1) || fail "the tool found a provider in another directory"
     grep -qF "no provider found" <<<"$output" || fail "without its provider the tool says $output"
-    grep -qF "${provider[0]}" <<<"$output" || fail "the tool does not look for ${provider[0]}: $output"
+    grep -qE "$1/usr/lib(64)?/sfcb/libTAVStorageProvider.so" <<<"$output" || fail "the tool does not look where SFCB does: $output"
 }

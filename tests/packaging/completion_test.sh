@@ -20,7 +20,7 @@ positional_of() { # COMMAND: the kind of its first argument
     sed -nE "/^$1\$/,/^\$/s/^    ([A-Z][^ ]*).*/\\1/p" <<<"$all" | sed -n 1p
 }
 classes=$(tavstrg classes | sed -nE 's/^TAV_Storage([A-Za-z]+).*/\1/p' | sort)
-same "number of classes" 12 "$(wc -l <<<"$classes")"
+same "number of classes" 13 "$(wc -l <<<"$classes")"
 
 # shellcheck source=packaging/completion/tavstrg.bash
 . "$completions/tavstrg.bash"

@@ -29,7 +29,7 @@ for name in "${!file[@]}"; do
     dpkg-deb --ctrl-tarfile "${file[$name]}" | tar -t | grep '^\./md5sums$' >/dev/null || fail "no checksums in $name"
 done
 same "runtime of the provider" "" "$(depends tavstrg-provider | grep -vxE 'libc6|libgcc-s1' || true)"
-same "other dependencies of the tool" "tavstrg-provider (= $version)" "$(depends tavstrg | grep -vxE 'libc6|libgcc-s1|libstdc\+\+6' || true)"
+same "other dependencies of the tool" "" "$(depends tavstrg | grep -vxE 'libc6|libgcc-s1|libstdc\+\+6' || true)"
 same "scripts" "-rwxr-xr-x root/root ./postinst
 -rwxr-xr-x root/root ./prerm" \
     "$(dpkg-deb --ctrl-tarfile "${file[tavstrg-provider]}" | tar -tv | grep -E 'p(re|ost)(inst|rm)$' |
@@ -60,7 +60,9 @@ root=$work/root
 make_root "$root" 0
 make_database "$root"
 before=$(everything_in "$root")
-in_root "$root" --install "${file[tavstrg-provider]}" "${file[tavstrg]}"
+in_root "$root" --install "${file[tavstrg]}"
+check_tool_alone "$root"
+in_root "$root" --install "${file[tavstrg-provider]}"
 broker_was_called "$root" stage "the installation"
 check_tool "$root" # without the development agent
 in_root "$root" --install "${file[tavstrg-devel-agent]}"
@@ -73,6 +75,28 @@ in_root "$root" --purge "${!file[@]}"
 broker_was_called "$root" unstage "the removal"
 same "what is left" "$before" "$(everything_in "$root")"
 same "packages left" "libc6 libgcc-s1 libstdc++6" "$(dpkg-query --admindir="$root/var/lib/dpkg" -W -f '${Package} ' | sed 's/ $//')"
+
+# From the version before, whose tool depended on its provider. The schema of that is taken back, and what is installed then is
+# what a first installation installs.
+make_packages DEB before -D CPACK_PACKAGE_VERSION=0.0.9 -D "CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS=tavstrg-provider (= 0.0.9)" \
+    -D CPACK_DEBIAN_TOOLS_PACKAGE_BREAKS=
+in_root "$root" --install "${file[tavstrg-provider]}" "${file[tavstrg]}"
+first=$(everything_in "$root")
+in_root "$root" --purge tavstrg tavstrg-provider
+rm -f "$root/var/log/broker"
+in_root "$root" --install "$work"/before/tavstrg{-provider,}_*.deb
+rm "$root/var/log/broker"
+! dpkg --root="$root" --install "${file[tavstrg]}" >"$work/log" 2>&1 || fail "the tool is installed beside an older provider"
+in_root "$root" --install "${file[tavstrg-provider]}" "${file[tavstrg]}"
+broker_was_called "$root" stage "the upgrade"
+in_root "$root" --audit
+same "versions after the upgrade" "tavstrg $version installed
+tavstrg-provider $version installed" \
+    "$(dpkg-query --admindir="$root/var/lib/dpkg" -W -f '${Package} ${Version} ${db:Status-Status}\n' 'tavstrg*' | grep -v devel)"
+same "what is installed after the upgrade" "$first" "$(everything_in "$root")"
+in_root "$root" --purge tavstrg tavstrg-provider
+broker_was_called "$root" unstage "the removal of an upgraded package"
+same "what is left of an upgraded package" "$before" "$(everything_in "$root")"
 
 # Without a broker, and with one that refuses the schema, installation and removal succeed.
 for status in 127 1; do
@@ -125,8 +149,10 @@ echo "# changed" >>"$root/etc/tavstrg/monitor.conf"
 : >"$root/var/log/broker"
 in_root "$root" --remove tavstrg
 grep -q 'deb-systemd-invoke stop tavstrg-monitor.service' "$root/var/log/broker" || fail "no stop at the removal"
-[ -d "$root/var/lib/tavstrg" ] || fail "the removal takes the state away"
-[ -f "$root/etc/tavstrg/monitor.conf" ] || fail "the removal takes the configuration away"
+if [ ! -d "$root/var/lib/tavstrg" ] || [ ! -f "$root/etc/tavstrg/monitor.conf" ]; then
+    fail "the removal is a purge"
+fi
 in_root "$root" --purge tavstrg
-[ ! -e "$root/var/lib/tavstrg" ] || fail "the purge leaves the state"
-[ ! -e "$root/etc/tavstrg" ] || fail "the purge leaves the configuration"
+if [ -e "$root/var/lib/tavstrg" ] || [ -e "$root/etc/tavstrg" ]; then
+    fail "the purge leaves state or configuration"
+fi

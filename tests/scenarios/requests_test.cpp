@@ -420,8 +420,10 @@ TEST(EveryDiskClass, TellsAMachineWithoutDisksFromOneThatShowsNone)
     EXPECT_EQ(server->getInstance(kDisk, {{"DiskID", Value::text("none")}}).message, "NotFound DiskID");
     server->stop();
 
-    EveryDisk old("empty", "every-disk\n"); // a kernel without sysfs
-    reply = old.server->enumInstances(kDisk);
+    // A kernel without sysfs.
+    machine.change(R"({"kernel": "2.4.20", "files": {"options.inf": "every-disk"}})");
+    Server old;
+    reply = old->enumInstances(kDisk);
     EXPECT_EQ(reply.rc, 1);
     EXPECT_EQ(reply.message, "/sys/block cannot be read");
 }

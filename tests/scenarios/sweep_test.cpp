@@ -29,7 +29,15 @@ bool isTold(const Reply &reply)
                                                                   {1, "getArgToInt(MonitorCycle) FAILED"},
                                                                   {1, "strgSetInstance() Failure!!"},
                                                                   {1, "strgFreeInstance() Failure!!"},
+                                                                  {1, "getKeyText() FAILED"},
+                                                                  {1, "buildDisk() FAILED"},
+                                                                  {1, "CMNewObjectPath() FAILED"},
+                                                                  {1, "CMReturnObjectPath() FAILED"},
+                                                                  {1, "/sys/block cannot be read"},
+                                                                  {1, "out of memory"},
+                                                                  {7, "NOT_SUPPORTED"},
                                                                   {6, "NotFound Data"},
+                                                                  {6, "NotFound DiskID"},
                                                                   {4, "NotFound Index"}};
     if (reply.ok()) {
         return true;
@@ -79,6 +87,17 @@ void everyClass(Run &run)
     run.ask(run.broker().getInstance("TAV_StorageController", {{"Index", broker::Value::text("1")}}));
 }
 
+void everyDisk(Run &run)
+{
+    const Reply all = run.broker().enumInstances("TAV_StorageDisk");
+    run.ask(all);
+    run.ask(run.broker().enumInstanceNames("TAV_StorageDisk"));
+    const broker::Value *const id = all.instances.empty() ? nullptr : all.instances[0].find("DiskID");
+    if (id != nullptr) { // a property that the broker refuses is not there
+        run.ask(run.broker().getInstance("TAV_StorageDisk", {{"DiskID", *id}}));
+    }
+}
+
 void changedMachine(Run &run)
 {
     run.machine->change(machines::ofDisks(10));
@@ -117,6 +136,7 @@ const Scenario kScenarios[] = {
     {"FirstRequestIde", "ide", nothing, firstRequest},
     {"EveryClass", "workstation", warm, everyClass},
     {"EveryClassIde", "ide", warm, everyClass},
+    {"EveryDisk", "", warm, everyDisk, "every-disk\n"},
     {"ChangedMachine", "", warm, changedMachine},
     {"Setting", "workstation", warm, setting},
     {"Cleanup", "workstation", warm, cleanup},

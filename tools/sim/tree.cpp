@@ -72,6 +72,34 @@ void addDeviceNodes(Tree &tree, const Description &description)
 
 } // namespace
 
+namespace {
+
+// Block devices by their numbers: links from /sys/dev/block.
+void addBlockNumbers(Tree &tree)
+{
+    const std::string list = "/sys/block/";
+    std::vector<std::pair<std::string, TreePath>> found; // number, directory
+    for (auto at = tree.lower_bound(TreePath("/sys/block")); at != tree.end(); ++at) {
+        const auto &[path, node] = *at;
+        if (!path.text().starts_with("/sys/block")) {
+            break;
+        }
+        if (node.type != Node::link || !path.text().starts_with(list)) {
+            continue;
+        }
+        const TreePath directory(plainPath(path.text() + "/../" + node.content));
+        if (const auto number = tree.find(directory / "dev"); number != tree.end()) {
+            const std::string &text = number->second.content;
+            found.emplace_back(text.substr(0, text.find('\n')), directory);
+        }
+    }
+    for (const auto &[number, directory] : found) {
+        addLink(tree, TreePath("/sys/dev/block") / number, directory);
+    }
+}
+
+} // namespace
+
 Tree treeOf(const Description &description)
 {
     Tree tree;
@@ -84,6 +112,7 @@ Tree treeOf(const Description &description)
         addSysfs(tree, description);
         addNvme(tree, description);
         addCards(tree, description);
+        addBlockNumbers(tree);
     }
     if (description.procfs) {
         addProcScsi(tree, description);

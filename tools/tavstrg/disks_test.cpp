@@ -210,6 +210,27 @@ TEST_F(Disks, BookTellsWhatChangedAndSinceWhen)
     EXPECT_TRUE(std::filesystem::exists(book + ".damaged"));
 }
 
+TEST_F(Disks, ClassOfEveryDiskNeedsItsLine)
+{
+    const Finished off = runSmall({"enum", "Disk"});
+    EXPECT_EQ(off.status, 1);
+    EXPECT_EQ(off.err,
+              "tavstrg: TAV_StorageDisk: Generic Failure!! (status 1): this class needs the line every-disk in "
+              "options.inf\n");
+    const std::string machine = write("every.json", R"({"hosts": [{"driver": "ahci", "devices": [{"ata": true,
+        "model": "MODEL", "serial": "S-1"}]}], "files": {"options.inf": "every-disk", "storage.inf": ["[Management Port]",
+        "ahci", "[Diagnostic Port]", "ahci"]}})");
+    const Finished one = run({"--machine", machine, "get", "disk", "serial.ATA_MODEL.S-1"});
+    EXPECT_EQ(one.err, "");
+    EXPECT_THAT(one.out, StartsWith("TAV_StorageDisk\n"));
+    EXPECT_THAT(one.out, HasSubstr("  HealthState         1 (Good)\n"));
+    EXPECT_THAT(one.out, HasSubstr("  HardDiskIndex       1\n"));
+    EXPECT_THAT(one.out, Not(HasSubstr("EnduranceUsedPercent"))) << "what a disk does not report is not shown";
+    EXPECT_EQ(run({"get", "Disk"}).err.find("tavstrg: get: TAV_StorageDisk needs a DiskID"), 0U);
+    EXPECT_EQ(run({"--machine", machine, "get", "Disk", "none"}).err,
+              "tavstrg: TAV_StorageDisk: NotFound DiskID (status 6)\n");
+}
+
 TEST_F(Disks, WrongColumnsAreWrongUsage)
 {
     for (const auto &words : {std::vector<std::string>{"disks", "-o", "NODE,HEALHT"}, {"disks", "--sort", "HEALHT"}}) {

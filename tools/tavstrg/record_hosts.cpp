@@ -119,16 +119,16 @@ void addKind(const std::string &vendor, const Disk *disk, Json &json)
 
 // ---- enclosures ----
 
-Json slotsJson(const std::string &enclosure)
+Json slotsJson(const std::string &enclosure, Names &names)
 {
     Json slots = Json::array();
     for (const std::string &name : entriesOf(enclosure)) {
-        const AttributeDirectory slot((enclosure + "/" + name).c_str());
+        const AttributeDirectory slot = entryOf(enclosure, name);
         if (textOf(slot, "status").empty()) {
             continue; // no component, but an attribute of the enclosure
         }
         uint64_t number = 0;
-        Json json = {{"name", name}};
+        Json json = {{"name", names.component(name)}};
         if (slot.number("slot", number) && number <= UINT16_MAX) {
             json["number"] = number;
         }
@@ -149,7 +149,7 @@ void addEnclosure(const std::string &address, Names &names, Json &json)
     const AttributeDirectory enclosure(path.c_str());
     if (enclosure.exists() && json["type"] == kEnclosureType) {
         json["enclosureId"] = names.hexNumber(textOf(enclosure, "id"), "naa.");
-        json["slots"] = slotsJson(path);
+        json["slots"] = slotsJson(path, names);
     }
 }
 

@@ -140,7 +140,7 @@ void setChecksum(ByteVector &data, size_t at)
 std::string Names::made(std::string_view token)
 {
     const auto known = serials_.find(token);
-    const std::string to = known != serials_.end() ? known->second : counted(kindOf(token), ++counts_[kindOf(token)]);
+    std::string to = known != serials_.end() ? known->second : counted(kindOf(token), ++counts_[kindOf(token)]);
     serials_.emplace(token, to);
     met_.emplace_back(token, to);
     return to;
@@ -171,7 +171,7 @@ std::string Names::number(const std::string &bytes, std::string_view prefix)
             rest /= 16;
         }
     }
-    const std::string replaced = known == numbers_.end() ? bytesOf(to) : known->second;
+    std::string replaced = known == numbers_.end() ? bytesOf(to) : known->second;
     numbers_.emplace(bytes, replaced);
     met_.emplace_back(bytes, replaced);
     met_.emplace_back(digits, hexOf(replaced));
@@ -200,6 +200,23 @@ std::string Names::hexNumber(const std::string &text, std::string_view prefix)
     size_t next = 0;
     for (char &c : result) {
         c = digitOf(c) >= 0 && next < to.size() ? to[next++] : c;
+    }
+    return result;
+}
+
+std::string Names::component(const std::string &text)
+{
+    constexpr size_t kDigits = 16;
+    std::string result;
+    for (size_t at = 0; at < text.size();) {
+        size_t end = at;
+        while (end < text.size() && digitOf(text[end]) >= 0) {
+            ++end;
+        }
+        const std::string digits = text.substr(at, end - at);
+        result += digits.size() >= kDigits ? hexNumber(digits, "naa.") : digits;
+        result += end < text.size() ? text.substr(end, 1) : "";
+        at = end + 1;
     }
     return result;
 }

@@ -31,6 +31,8 @@ public:
     std::string wwid(const std::string &text);
     // A number of hexadecimal digits, with "-" between them or not: a NGUID, EUI-64 or UUID.
     std::string hexNumber(const std::string &text, std::string_view prefix);
+    // The name of an enclosure's component, which may have a world wide name in it: "SLOT 01 [5000C500A1B2C3D4]".
+    std::string component(const std::string &text);
     // CID and serial number ("0x12345678") of an MMC or SD card; the one has the digits of the other.
     void card(std::string &cid, std::string &number);
 

@@ -115,6 +115,14 @@ TEST(RecordNames, ScrubFindsTheDevicesNamesInAnyReply)
               "ab " + names.serial("SERIAL-7") + " 5000C50000000001 OTHER-1234");
 }
 
+TEST(RecordNames, NameOfAComponentMayHaveAWorldWideName)
+{
+    Names names(false);
+    EXPECT_EQ(names.wwid("naa.5000c500a1b2c3d4"), "naa.5000c50000000001");
+    EXPECT_EQ(names.component("SLOT 01 [DISK,5000C500A1B2C3D4]"), "SLOT 01 [DISK,5000c50000000001]");
+    EXPECT_EQ(names.component("Slot 00"), "Slot 00");
+}
+
 TEST(RecordNames, CardAndItsSerialNumberHaveTheSameDigits)
 {
     Names names(false);

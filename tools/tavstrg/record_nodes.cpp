@@ -31,8 +31,7 @@ int numberBehind(std::string_view name, std::string_view word)
 int subsystemOf(const std::string &controller, int number)
 {
     for (const std::string &name : entriesOf(kSubsystems)) {
-        const std::string path = kSubsystems + ("/" + name + "/" + controller);
-        if (AttributeDirectory(path.c_str()).exists()) {
+        if (AttributeDirectory(entryOf(kSubsystems, name), controller.c_str()).exists()) {
             return numberBehind(name, "nvme-subsys");
         }
     }
@@ -86,7 +85,7 @@ void addSpaces(const Recording &recording, const std::string &controller, Json &
 {
     const std::string path = kControllers + ("/" + controller);
     for (const std::string &name : entriesOf(path)) {
-        const AttributeDirectory directory((path + "/" + name).c_str());
+        const AttributeDirectory directory = entryOf(path, name);
         uint64_t size = 0;
         if (name.starts_with("nvme") && directory.number("size", size)) {
             json["multipath"] = isNvmePathName(name);

@@ -28,6 +28,7 @@ struct Recording {
 
 std::vector<std::string> entriesOf(const std::string &path); // in the kernel's order
 std::string textOf(const AttributeDirectory &directory, const char *name);
+AttributeDirectory entryOf(const std::string &path, const std::string &name); // of a directory
 // The part of a link's target below "devices/", without a number of names at its end; empty without such a target.
 std::string devicePath(const AttributeDirectory &directory, const char *link, int without = 0);
 std::string hexText(const ByteVector &bytes);

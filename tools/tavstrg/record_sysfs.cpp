@@ -39,6 +39,14 @@ std::string textOf(const AttributeDirectory &directory, const char *name)
     return clean;
 }
 
+AttributeDirectory entryOf(const std::string &path, const std::string &name)
+{
+    std::string whole = path;
+    whole += '/';
+    whole += name;
+    return AttributeDirectory(whole.c_str());
+}
+
 std::string devicePath(const AttributeDirectory &directory, const char *link, int without)
 {
     constexpr std::string_view kDevices = "devices/";

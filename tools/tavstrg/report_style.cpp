@@ -65,7 +65,7 @@ ul, ol { list-style: none; margin: 0; padding: 0; }
 .cards dd { margin: 0; min-width: 0; }
 .adapter { border: 1px solid var(--line); border-radius: 6px; padding: .75rem; margin: 0 0 .75rem;
   background: var(--panel); }
-.bays { display: grid; grid-template-columns: repeat(auto-fill, 6rem); gap: .375rem; }
+.bays { display: grid; grid-template-columns: repeat(auto-fill, 6rem); gap: .3rem; }
 .bays a { display: block; border-radius: 6px; text-decoration: none; }
 .bay { display: block; width: 6rem; height: 4.25rem; }
 .bay .box { fill: var(--unknown-back); stroke: currentColor; stroke-width: 1.5; }

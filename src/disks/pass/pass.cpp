@@ -231,11 +231,11 @@ void Round::markUnanswered(const DiskTask &task, int32_t i, Disk &disk) const
 
 void Round::takeAnswers()
 {
-    const Disk *answer = nullptr; // of the task of the place before
+    int32_t answer = 0; // position of the disk that was asked last
     for (const Place &place : places_) {
         Disk &disk = disks_[place.disk];
         if (!place.asked) {
-            takeAnswer(disk, *answer);
+            takeAnswer(disk, disks_[answer]);
             continue;
         }
         const DiskTask &asked = task(place.task);
@@ -245,7 +245,7 @@ void Round::takeAnswers()
         } else {
             markUnanswered(asked, place.task, disk);
         }
-        answer = &disk;
+        answer = place.disk;
     }
 }
 
