@@ -131,13 +131,14 @@ ProgramList listPrograms(const std::string &directory)
         return list;
     }
     for (const std::string &name : namesIn(directory)) {
-        const std::string path = directory + "/" + name;
+        std::string path = directory;
+        path.append("/").append(name);
         std::string reason = lstat(path.c_str(), &info) != 0 ? std::strerror(errno) : distrust(info, geteuid());
         reason = reason.empty() && list.paths.size() == kMostPrograms ? "one too many" : reason;
         if (reason.empty()) {
             list.paths.push_back(path);
         } else {
-            list.skipped.push_back(path + ": " + reason);
+            list.skipped.push_back(path.append(": ").append(reason));
         }
     }
     return list;

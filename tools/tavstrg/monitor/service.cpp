@@ -208,6 +208,9 @@ void Service::begin()
     savedAt_ = nowMs();
     isSaved_ = true;
     deliveries_.configure(config_);
+    if (deliveries_.open() != 0) {
+        save(true, savedAt_); // letters are noted in a file that this process has saved
+    }
     if (const int error = uevents_.open(); error != 0) {
         say("uevents", std::string("disks that come and go are seen at the next cycle: uevents are not received: ") +
                            std::strerror(error));

@@ -34,8 +34,8 @@ public:
     // Replaces the file. Returns 0 or an errno; the old file is then unchanged.
     int save(const State &state);
 
-    // Writes the letters of a report into the file, where it is in it. What cannot be written is left: the event is
-    // then delivered again after a restart.
+    // Writes the letters of a report into the file that was saved last by this object, where it is in it. What cannot
+    // be written is left: the event is then delivered again after a restart.
     void note(const Report &report) const;
 
 private:
