@@ -178,6 +178,42 @@ const Json &withSerial(const Json &disks, const std::string &serial)
     return found == disks.end() ? none : *found;
 }
 
+// Has qemu's monitor, which run.sh connects to the third serial port, set the critical warning of that disk.
+void setCriticalWarning(unsigned bits)
+{
+    outputOf("stty -F /dev/ttyS2 raw -echo && printf '%s' '{\"execute\": \"qmp_capabilities\"}"
+             "{\"execute\": \"qom-set\", \"arguments\": {\"path\": \"/machine/peripheral/readonly\", "
+             "\"property\": \"smart_critical_warning\", \"value\": " +
+             std::to_string(bits) + "}}' >/dev/ttyS2");
+}
+
+struct CriticalWarning {
+    unsigned bits; // NVMe 1.4, figure 194
+    const char *state;
+};
+// In the end as it was.
+constexpr CriticalWarning kCriticalWarnings[] = {{0, "good"},       {0x02, "warning"}, {0x04, "failing"},
+                                                 {0x10, "warning"}, {0, "good"},       {0x08, "failing"}};
+
+std::string stateWithSerial(const std::string &serial)
+{
+    const Json all = parsed("/test/bin/tavstrg --json disks").value("disks", Json::array());
+    return textOf(withSerial(all, serial)["health"]["state"]);
+}
+
+void healthFollowsTheWarning()
+{
+    for (const CriticalWarning &warning : kCriticalWarnings) {
+        setCriticalWarning(warning.bits);
+        std::string state;
+        waitUntil([&] {
+            state = stateWithSerial(kReadOnlySerial);
+            return state == warning.state;
+        });
+        check("health with the critical warning " + std::to_string(warning.bits), warning.state, state);
+    }
+}
+
 } // namespace
 
 void disks()
@@ -207,6 +243,7 @@ void disks()
     check("an NVMe disk that is read-only fails", "failing",
           textOf(withSerial(found, kReadOnlySerial)["health"]["state"]));
     check("so says the exit status of health", "4", firstLineOf("/test/bin/tavstrg health >/dev/null; echo $?"));
+    healthFollowsTheWarning();
     check("SMART that was on stays on", true, smartIsOn(plain));
 }
 

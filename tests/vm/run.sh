@@ -21,7 +21,7 @@ source=$(cd "$here/../.." && pwd)
 readonly here source cache=$source/build/vm
 readonly all_phases=inventory,smart,unmanaged,failing,monitoring,hotplug,sleeping,adapters,disks,service,many
 # With fewer checks, some did not run. A change to the machine or to the checks changes the number.
-readonly all_checks=2731
+readonly all_checks=2737
 readonly time_limit=300 # seconds that the machine may run
 
 skip() {
@@ -97,7 +97,7 @@ readonly devices=14
 adapter nvme,id=nvme,serial=NVME-TWO-NAMESPACES
 disk $((4 * gib)) nvme-ns,bus=nvme,nsid=1
 disk $((2 * gib)) nvme-ns,bus=nvme,nsid=2
-disk $((8 * gib)) nvme,serial=NVME-READONLY,smart_critical_warning=8
+disk $((8 * gib)) nvme,id=readonly,serial=NVME-READONLY,smart_critical_warning=8
 disk $((3 * gib)) virtio-blk-pci,serial=VIRTIO-0001
 
 # --- the run ------------------------------------------------------------------------------------------------------------
@@ -148,9 +148,14 @@ boot() {
         console=stdio
     fi
     ended=0
+    # The third serial port is qemu's own monitor: the machine changes the state of its disks. The socket's name is relative
+    # because it must be short.
+    cd "$run"
     timeout --foreground "$time_limit" qemu-system-x86_64 -machine q35 -accel "$(accelerator)" -cpu max -m 512 \
         -smp 1 -nodefaults -nic none -display none -no-reboot -kernel "$cache/vmlinux" -initrd "$run/initramfs" \
         -append "$line" -serial "$console" -serial "file:$run/results" \
+        -chardev socket,id=monitor,path=monitor,server=on,wait=off -mon chardev=monitor,mode=control \
+        -chardev socket,id=port,path=monitor -serial chardev:port \
         -device isa-debug-exit,iobase=0xf4,iosize=1 "${machine[@]}" </dev/null || ended=$?
     mkdir "$run/out"
     tar -xzf "$run/results" -C "$run/out" 2>/dev/null || true
