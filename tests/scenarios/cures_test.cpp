@@ -290,7 +290,7 @@ TEST_P(Cures, RequestsThatWaitForACollectionAreServedWithFairRequestsOnly)
 TEST_P(Cures, RequestsDuringTheFirstBuildAreServedWithFairRequestsOnly)
 {
     for (const bool on : {false, true}) {
-        const sim::Machine machine(withOptions(slowDisks(20), on ? lineThatAsks("fair-requests") : ""));
+        const sim::Machine machine(withOptions(slowDisks(8), on ? lineThatAsks("fair-requests") : ""));
         Server server;
         sim::shortenSleeps(on ? 10 : 100); // a step may take longer than 30 ms on a busy machine
         const scenario::ClientsSeen seen = scenario::letClientsAsk(*server, 4, 1, 0);
