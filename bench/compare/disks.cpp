@@ -27,7 +27,7 @@ int main(int argc, char **argv)
     for (int i = 0; i < times; ++i) {
         Array<Disk> disks;
         const compare::Stopwatch watch;
-        const bool done = findDisks(disks) == FindResult::done && pass.run(disks) && nameDisks(disks);
+        const bool done = findDisks(disks) == FindResult::done && pass.run(disks) && nameAskedDisks(disks);
         const compare::Taken taken = watch.taken();
         const auto good = std::count_if(disks.begin(), disks.end(),
                                         [](const Disk &disk) { return disk.health.state == HealthState::good; });

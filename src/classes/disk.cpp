@@ -153,6 +153,9 @@ Outcome refusalOf(CurrentState state)
     case CurrentState::stopped:
         TRACE(kFailure, "the pass over the disks was stopped");
         return refusal(CMPI_RC_ERR_FAILED, "the provider is stopping");
+    case CurrentState::busy:
+        TRACE(kFailure, "the disks are still being asked");
+        return refusal(CMPI_RC_ERR_FAILED, "the disks are still being asked");
     default:
         TRACE(kFailure, "no memory for the disks Failure!!");
         return refusal(CMPI_RC_ERR_FAILED, "out of memory");

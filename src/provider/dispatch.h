@@ -34,6 +34,8 @@ struct DispatchRow {
 
 // The row of a class, or null.
 const DispatchRow *findClass(const char *className);
+// The row of the class of a path if its requests need no store, or null. Traces nothing.
+const DispatchRow *findClassWithoutStore(const CMPIObjectPath *cop);
 // The row of the class of a path if EnumInstanceNames is supported for it, or null. Traces nothing.
 const DispatchRow *findClassWithNames(const CMPIObjectPath *cop);
 // The method of a class, or null.

@@ -88,9 +88,9 @@ Refusal unknownMethod(const char *method)
 }
 
 // Answers the request by the row of its class, unless the gate is closed or no class has that name.
-template <class Request, class Answer> CMPIStatus dispatch(const Request &request, const char *className, Answer answer)
+template <class Request, class Answer>
+CMPIStatus dispatch(const Request &request, const DispatchRow *row, const char *className, Answer answer)
 {
-    const DispatchRow *const row = findClass(className);
     if (row == nullptr || !row->always) {
         if (const Outcome refused = passGate(request.cInfo)) {
             return statusOf(request.cInfo, refused);
@@ -102,6 +102,9 @@ template <class Request, class Answer> CMPIStatus dispatch(const Request &reques
 // The frame of all requests: initialises the store if need be, finds the class and dispatches.
 template <class Request, class Answer> CMPIStatus serve(const Request &request, Answer answer)
 {
+    if (const DispatchRow *const row = findClassWithoutStore(request.cop)) {
+        return dispatch(request, row, row->className, answer);
+    }
     char *className = nullptr;
     CMPIStatus status = {CMPI_RC_OK, nullptr};
     if (strgInitProvider(request.cInfo) != 0) {
@@ -109,7 +112,7 @@ template <class Request, class Answer> CMPIStatus serve(const Request &request, 
     } else if ((className = getClassName(request.cop)) == nullptr) {
         status = statusOf(request.cInfo, refuse("getClassName() Failure!!"));
     } else {
-        status = dispatch(request, className, answer);
+        status = dispatch(request, findClass(className), className, answer);
     }
     memfree(className);
     return status;
@@ -162,6 +165,17 @@ CMPIStatus notSupported()
     return TRACED(status, kFailure, "## end ##");
 }
 
+// The engine of the disks first: while a thread is in its code, nothing may be unloaded.
+CMPIStatus cleanUpAll(const CInfo *cInfo, bool terminating)
+{
+    if (!disks::forgetCurrentDisks() && !terminating) {
+        TRACE(kFailure, "a request for the disks is still at work");
+        return statusOf(cInfo, refusal(CMPI_RC_DO_NOT_UNLOAD, "A request for the disks is still at work"));
+    }
+    TRACE(kDetail, "strgCleanUpProvider()");
+    return strgCleanUpProvider(cInfo, terminating);
+}
+
 // The frame of both cleanups. The broker's context is empty there, and a call made with it crashes the broker: the
 // store gets none.
 CMPIStatus cleanUp(bool terminating)
@@ -170,9 +184,7 @@ CMPIStatus cleanUp(bool terminating)
     InitProcess(kTraceFile); // an earlier cleanup may have unloaded the libraries
     TRACE(kFailure, "##start## cterm=[%s]", terminating ? "ExitSFCB" : "TimeOut");
     const CInfo cInfo = {_broker, nullptr};
-    disks::forgetCurrentDisks();
-    TRACE(kDetail, "strgCleanUpProvider()");
-    const CMPIStatus status = strgCleanUpProvider(&cInfo, terminating);
+    const CMPIStatus status = cleanUpAll(&cInfo, terminating);
     TRACE(kFailure, "## end ## ret=[%d]", static_cast<int>(status.rc));
     joinReturned();
     if (status.rc == CMPI_RC_OK) {

@@ -4,6 +4,7 @@
 #include "disks/current/current.h"
 #include "runtime/trace.h"
 #include "support/fake_agent.h"
+#include "support/held_call.h"
 #include "support/options_fixture.h"
 #include "support/store_fixture.h"
 
@@ -547,6 +548,26 @@ TEST_F(CleanUp, OutsideServiceModeSavesFreesAndUnloads)
     EXPECT_EQ(agent.lines.back(), "3||TAV_StorageProviderMethodCleanup|## end ## ret=[0]");
 }
 
+TEST_F(CleanUp, IsRefusedWhileARequestForTheDisksIsAtWork)
+{
+    FakeAgent agent;
+    g_srvmod = 0;
+    noThread();
+    machine.write(OptionsInForce::kFile, "every-disk\n");
+    HeldCall listing(sim::Call::list);
+    std::thread client([this] { EXPECT_EQ(enumerate("TAV_StorageDisk").message, "the provider is stopping"); });
+    listing.await();
+    const Request request(broker, "TAV_StorageThread");
+    const CMPIStatus status = instance(false);
+    EXPECT_EQ(status.rc, CMPI_RC_DO_NOT_UNLOAD);
+    EXPECT_EQ(request.reply(status).message, "A request for the disks is still at work");
+    EXPECT_THAT(agent.closed, IsEmpty());
+    EXPECT_EQ(gst_first, 2);
+    listing.release();
+    client.join();
+    EXPECT_EQ(instance(false).rc, CMPI_RC_OK);
+}
+
 TEST_F(CleanUp, ThatFailsLeavesTheLibrariesLoaded)
 {
     FakeAgent agent;
@@ -653,6 +674,23 @@ TEST_F(UnknownClass, IsNotTheClassOfEveryDiskWithItsLine)
     }
     machine.remove(OptionsInForce::kFile);
     EXPECT_EQ(enumerate("TAV_StorageDisk").message, "Generic Failure!!");
+}
+
+TEST_F(UnknownClass, NeedsNoInventoryWithItsLine)
+{
+    machine.write(OptionsInForce::kFile, "every-disk\n");
+    for (const int state : {0, 1}) { // no store was built; another thread has been building one for too long
+        gst_first = state;
+        EXPECT_EQ(enumerate("TAV_StorageDisk").message, "NotFound Data");
+        EXPECT_EQ(names("TAV_StorageDisk").message, "NotFound Data");
+        EXPECT_EQ(invoke("TAV_StorageDisk", "Any").message, "Generic Failure!!");
+        EXPECT_EQ(gst_first, state);
+    }
+    EXPECT_EQ(get("TAV_StorageThread").message, "strgInitProvider() Failure!!");
+    noThread();
+    EXPECT_EQ(enumerate("TAV_StorageDisk").message, "ServiceMode But NonThread Failure!!");
+    gst_first = 2;
+    disks::forgetCurrentDisks();
 }
 
 } // namespace

@@ -45,7 +45,13 @@ private:
     pthread_mutex_t &mutex_;
 };
 
-enum class TaskState : uint8_t { waiting, atWork, done, given }; // given: left out, set aside or cancelled
+enum class TaskState : uint8_t {
+    waiting,
+    atWork,
+    done,
+    cancelled, // its thread has given it up
+    given      // left out, or set aside with its thread
+};
 
 struct Task {
     TaskState state;
@@ -269,7 +275,7 @@ public:
         const Held held(batch_.lock);
         Task &task = batch_.tasks[i_];
         if (task.state == TaskState::atWork) { // else it was set aside, and another thread is in the lane
-            end(batch_, task, done_ ? TaskState::done : TaskState::given);
+            end(batch_, task, done_ ? TaskState::done : TaskState::cancelled);
         }
     }
     AtWork(const AtWork &) = delete;
@@ -449,9 +455,16 @@ bool awaitProgress(Batch &batch)
     return batch.unfinished > 0;
 }
 
-void doInThisThread(Batch &batch)
+// What asks a run, between its looks, whether it goes on.
+struct GoesOn {
+    bool (*ask)(void *subject);
+    void *subject;
+    bool operator()() const { return ask(subject); }
+};
+
+void doInThisThread(Batch &batch, const GoesOn &goesOn)
 {
-    for (;;) {
+    while (goesOn()) {
         int32_t next = -1;
         {
             const Held held(batch.lock);
@@ -482,6 +495,15 @@ void awaitEnd(Batch &batch)
     }
 }
 
+// Takes the task of a thread that is away out of its lane, so that its state no longer changes when it comes back.
+void giveUp(Batch &batch, const Worker &worker)
+{
+    const Held held(batch.lock);
+    if (worker.task >= 0 && batch.tasks[worker.task].state == TaskState::atWork) {
+        end(batch, batch.tasks[worker.task], TaskState::given);
+    }
+}
+
 // Stops what is at work. A thread that does not end in time is set aside.
 void stop(Batch &batch)
 {
@@ -495,6 +517,7 @@ void stop(Batch &batch)
     awaitEnd(batch);
     joinEnded(batch);
     while (batch.workers != nullptr) {
+        giveUp(batch, *batch.workers);
         setAside(batch, batch.workers);
     }
 }
@@ -558,14 +581,15 @@ void SideBySide::run()
 bool SideBySide::run(bool (*goesOn)(void *subject), void *subject)
 {
     Batch &batch = *batch_;
+    const GoesOn stillOn = {goesOn, subject};
     do {
         while (Worker *const overdue = takeOverdue(batch)) {
             setAside(batch, overdue);
         }
         if (!addWorkers(batch)) {
-            doInThisThread(batch);
+            doInThisThread(batch, stillOn);
         }
-        if (!goesOn(subject)) {
+        if (!stillOn()) {
             stop(batch);
             return false;
         }
@@ -585,6 +609,12 @@ bool SideBySide::isWaiting(int32_t i) const
 {
     const Held held(batch_->lock);
     return batch_->tasks[i].state == TaskState::waiting;
+}
+
+bool SideBySide::wasCancelled(int32_t i) const
+{
+    const Held held(batch_->lock);
+    return batch_->tasks[i].state == TaskState::cancelled;
 }
 
 bool tavstrg::findSetAside(void (*work)(void *), bool (*same)(const void *left, void *subject), void *subject)

@@ -45,13 +45,17 @@ public:
     // be made, they are done in the calling thread, without a deadline.
     void run();
     // The same, but a cancellation point and a note of progress only if goesOn is one: it is called with subject about
-    // ten times a second, and false ends the run: what has not begun is left, what is at work is cancelled and set
-    // aside if it has not ended after a second. Returns whether the run came to its end.
+    // ten times a second, between two tasks where the calling thread does them, and false ends the run: what has not
+    // begun is left, what is at work is cancelled and set aside if it has not ended after a second. Returns whether the
+    // run came to its end.
     bool run(bool (*goesOn)(void *subject), void *subject);
     // Whether a task has been done. If not, its block still belongs to the thread that is at work on it.
     bool isDone(int32_t i) const;
     // Whether a task still waits: the run ended before its turn.
     bool isWaiting(int32_t i) const;
+    // Whether the run ended while a task was at work, and its thread gave the task up at once: it does not hang. After
+    // the end of a run, for a task that was begun: false for one that is done, or was set aside with its thread.
+    bool wasCancelled(int32_t i) const;
 
 private:
     struct Batch *batch_ = nullptr;

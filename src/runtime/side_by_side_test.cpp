@@ -270,6 +270,20 @@ TEST_F(TasksSideBySide, EndEarlyWhenTheirOwnerSaysSo)
     EXPECT_TRUE(batch.isWaiting(1));
 }
 
+TEST_F(TasksSideBySide, ThatAreCancelledAreToldFromThoseThatHang)
+{
+    SideBySide batch;
+    prepare(batch, {1, 2});
+    job(batch, 0).hangs = true;
+    job(batch, 1).steps = true;
+    EXPECT_FALSE(batch.run([](void *) { return atOnce < 2; }, nullptr));
+    EXPECT_FALSE(batch.wasCancelled(0));
+    EXPECT_TRUE(batch.wasCancelled(1));
+    gate.open();
+    awaitReturned();
+    EXPECT_FALSE(batch.wasCancelled(0)) << "it hung when the run ended";
+}
+
 TEST_F(TasksSideBySide, OfAnEmptyBatchAreDoneAtOnce)
 {
     SideBySide batch;
@@ -354,6 +368,16 @@ TEST_F(TasksSideBySide, WithoutThreadsAreDoneInTheCallingThread)
         EXPECT_TRUE(pthread_equal(job(batch, i).by, pthread_self()));
     }
     EXPECT_TRUE(trace.has(3, "pthread_create() Failure!! err=[11]"));
+}
+
+TEST_F(TasksSideBySide, WithoutThreadsEndEarlyToo)
+{
+    threadsRefused = -1;
+    SideBySide batch;
+    prepare(batch, {1, 2, 1});
+    EXPECT_FALSE(batch.run([](void *) { return order.size() < 2; }, nullptr));
+    EXPECT_TRUE(batch.isDone(1));
+    EXPECT_TRUE(batch.isWaiting(2));
 }
 
 TEST_F(TasksSideBySide, WithFewerThreadsThanWantedAreAllDone)

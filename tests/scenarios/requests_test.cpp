@@ -257,6 +257,7 @@ public:
 TEST(EveryDiskClass, HasEachPropertyOfTheDisksOfAMixedMachine)
 {
     EveryDisk mixed("mixed", "all\n");
+    EXPECT_TRUE(mixed.server->getInstance("TAV_StorageConfig").ok()); // builds the inventory, for HardDiskIndex
     const nlohmann::json disks = mixed.byName();
     ASSERT_EQ(disks.size(), 10U);
     const nlohmann::json expectedNvme = {
@@ -318,6 +319,7 @@ TEST(EveryDiskClass, HasEachPropertyOfTheDisksOfAMixedMachine)
 TEST(EveryDiskClass, HasEachDiskOfTodaysMachineWithItsHardDisk)
 {
     EveryDisk today("today", "all\n");
+    EXPECT_TRUE(today.server->getInstance("TAV_StorageConfig").ok()); // builds the inventory, for HardDiskIndex
     const nlohmann::json disks = today.byName();
     ASSERT_EQ(disks.size(), 28U);
     EXPECT_EQ(disks["sda"]["TemperatureCelsius"], "29");
@@ -391,6 +393,16 @@ TEST(EveryDiskClass, AnswersEachKindOfRequest)
     EXPECT_EQ(mixed.server->invokeMethod(kDisk, "Any").message, "Generic Failure!!");
     mixed.server->stop();
     scenario::expectNothingLeft(*mixed.server);
+}
+
+TEST(EveryDiskClass, NeedsNoInventory)
+{
+    nlohmann::json machine = nlohmann::json::parse(EveryDisk::described("mixed", "every-disk\n"));
+    machine["kernel"] = "6.12.117+deb12-amd64"; // without the line kernel-release the inventory refuses it
+    const sim::Machine refused(machine.dump());
+    Server server;
+    EXPECT_EQ(server->enumInstances(kDisk).instances.size(), 10U);
+    EXPECT_FALSE(refused.exists(kStateFile)) << "an inventory was made";
 }
 
 TEST(EveryDiskClass, IsThereAsSoonAndAsLongAsItsLineIs)

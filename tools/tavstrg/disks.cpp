@@ -32,7 +32,7 @@ void askAll(Array<Disk> &disks)
     if (!Pass().run(disks)) {
         throw Failure("disks: not enough memory to ask them");
     }
-    nameDisks(disks); // with the names and numbers that only the disks themselves had
+    nameAskedDisks(disks);
 }
 
 std::string explanationOf(FindResult result)

@@ -4,6 +4,8 @@
 #include "disks/ask/nvme_decode.h"
 #include "disks/ask/verdict.h"
 
+#include "runtime/cancel.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <sys/ioctl.h>
@@ -14,6 +16,7 @@ void askNvme(int fd, Disk &disk)
 {
     std::array<uint8_t, kHealthLogLength> log{};
     nvme_admin_cmd command = healthLogCommand(log);
+    cancelIfAsked(); // a disk that was set aside gets no command when its node opens after all
     const int status = ::ioctl(fd, NVME_IOCTL_ADMIN_CMD, &command);
     if (status < 0) {
         disk.health = healthOfError(errno, disk.name);

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
+#include <string_view>
 
 namespace tavstrg::disks {
 namespace {
@@ -16,6 +17,8 @@ constexpr const char *kAttributes = "SMART attributes";
 constexpr const char *kStatistics = "device statistics";
 constexpr const char *kExceptionsLog = "exceptions log";
 constexpr const char *kHealthLog = "NVMe health log";
+constexpr const char *kHotByExceptions = "hotter than it should be";
+constexpr const char *kHotByHealthLog = "its temperature is beyond a threshold";
 
 Health healthOf(HealthState state, const char *source, const char *reason)
 {
@@ -105,7 +108,7 @@ const char *textOfException(uint16_t exception)
 {
     switch (exception) {
     case 0x0B01:
-        return "hotter than it should be";
+        return kHotByExceptions;
     case 0x0B02:
         return "its enclosure is degraded";
     case 0x0B03:
@@ -196,7 +199,7 @@ Health judgeNvme(uint8_t warning, const Readings &readings)
         {kSpareIsLow, HealthState::warning, "little spare capacity is left"},
         {kBackupFailed, HealthState::warning, "its protection against power loss failed"},
         {kPersistentMemoryUnreliable, HealthState::warning, "its persistent memory is read-only or unreliable"},
-        {kTemperatureBeyondThreshold, HealthState::warning, "its temperature is beyond a threshold"},
+        {kTemperatureBeyondThreshold, HealthState::warning, kHotByHealthLog},
     };
     for (const Row &row : kRows) {
         // Some controllers count a used-up endurance as degraded reliability.
@@ -209,6 +212,17 @@ Health judgeNvme(uint8_t warning, const Readings &readings)
         return wornOut(readings, kHealthLog);
     }
     return healthOf(HealthState::good, kHealthLog, "reports no warning");
+}
+
+bool isOfTemperature(const Health &warning)
+{
+    const std::string_view reason(warning.reason);
+    return reason.starts_with(kHotByExceptions) || reason.starts_with(kHotByHealthLog);
+}
+
+bool showWear(const Readings &readings)
+{
+    return isWornOut(readings) || readings.pendingSectors.orElse(0) != 0;
 }
 
 } // namespace tavstrg::disks

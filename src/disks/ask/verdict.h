@@ -22,4 +22,9 @@ Health judgeScsi(const Maybe<uint16_t> &exception, const Readings &readings);
 // warning: Critical Warning of the health log.
 Health judgeNvme(uint8_t warning, const Readings &readings);
 
+// Whether a warning is of the disk's temperature, and so passes by itself.
+bool isOfTemperature(const Health &warning);
+// Whether readings are of a disk that wears out or has sectors that cannot be read: a warning that stays.
+bool showWear(const Readings &readings);
+
 } // namespace tavstrg::disks

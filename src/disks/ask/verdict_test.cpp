@@ -94,6 +94,19 @@ TEST(NvmeVerdict, BitsAreToldApart)
     EXPECT_STREQ(judgeNvme(kReadOnly | kTemperatureBeyondThreshold, {}).reason, "is read-only now");
 }
 
+TEST(Verdict, TellsWarningsThatPassFromThoseThatStay)
+{
+    EXPECT_TRUE(isOfTemperature(judgeNvme(kTemperatureBeyondThreshold, {})));
+    EXPECT_TRUE(isOfTemperature(judgeScsi(someOf<uint16_t>(0x0B01), {})));
+    EXPECT_FALSE(isOfTemperature(judgeNvme(kSpareIsLow | kTemperatureBeyondThreshold, {})));
+    EXPECT_FALSE(isOfTemperature(judgeScsi(someOf<uint16_t>(0x0B03), {})));
+    Readings readings{};
+    EXPECT_FALSE(showWear(readings));
+    readings.pendingSectors.set(1);
+    EXPECT_TRUE(showWear(readings));
+    EXPECT_TRUE(showWear(worn(100)));
+}
+
 TEST(NvmeVerdict, WornOutIsAWarningEvenWhereReliabilityCountsAsDegraded)
 {
     EXPECT_EQ(judgeNvme(kReliabilityDegraded, worn(120)).state, HealthState::warning);

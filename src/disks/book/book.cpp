@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "disks/book/book.h"
 
+#include "disks/ask/verdict.h"
 #include "runtime/field_text.h"
 
 #include <algorithm>
@@ -90,13 +91,37 @@ void exchangeReadings(BookEntry &entry, Disk &disk, bool asked)
     disk.lastAsked = entry.lastAsked;
 }
 
+// Whether the last verdict still holds for a disk that sleeps: what wears it out stays, its temperature does not.
+bool isLastingVerdict(const BookEntry &entry)
+{
+    if (entry.verdict != HealthState::warning) {
+        return entry.verdict == HealthState::failing;
+    }
+    // The reason of the warning is known in the next pass only.
+    return entry.health.state == HealthState::warning ? !isOfTemperature(entry.health) : showWear(entry.readings);
+}
+
 // Sleep heals no disk: an alert about one that fails would end whenever it falls asleep.
 void keepBadHealth(const BookEntry &entry, Disk &disk)
 {
-    const bool bad = entry.health.state == HealthState::failing || entry.health.state == HealthState::warning;
-    if (bad && disk.health.state == HealthState::asleep) {
-        disk.health = entry.health;
+    if (disk.health.state != HealthState::asleep || !isLastingVerdict(entry)) {
+        return;
     }
+    if (entry.health.state == entry.verdict) {
+        disk.health = entry.health;
+    } else { // it did not answer, or was not asked, before it fell asleep
+        char source[sizeof Health::source];
+        copyText(source, disk.health.source);
+        setHealth(disk.health, entry.verdict, source, "was so when it answered last; it sleeps now");
+    }
+}
+
+// Whether a pass finds what is worth a write of the book, which may wake a disk: not that one fell asleep or woke up.
+bool isChange(const BookEntry &entry, const Disk &disk)
+{
+    const HealthState before = entry.health.state;
+    const HealthState now = disk.health.state;
+    return !entry.health.since || (before != now && before != HealthState::asleep && now != HealthState::asleep);
 }
 
 bool enterDisk(BookEntry &entry, Disk &disk, int64_t now, Array<Event> &events)
@@ -122,7 +147,7 @@ bool enterDisk(BookEntry &entry, Disk &disk, int64_t now, Array<Event> &events)
     if (state == HealthState::unreadable) {
         return addReadability(entry, true, now, events);
     }
-    return !isVerdict(state) || (addReadability(entry, false, now, events) && addVerdict(entry, state, now, events));
+    return !asked || (addReadability(entry, false, now, events) && addVerdict(entry, state, now, events));
 }
 
 // An entry that went in this pass and was where the new disk is; null if there is none. Deliberate: no times are
@@ -196,6 +221,7 @@ bool enterAll(const Entering &pass, const Array<bool> &wasPresent)
             }
             entry->firstSeen = pass.now;
         }
+        pass.book.changed = pass.book.changed || isChange(*entry, disk);
         Array<Event> events;
         if (!enterDisk(*entry, disk, pass.now, events) || (came && !reportAdded(pass, wasPresent, *entry))) {
             return false;
@@ -238,6 +264,7 @@ bool enterPass(Book &book, Array<Disk> &disks, int64_t now, Array<Event> &events
             entry->present = true;
         }
     }
+    book.changed = false;
     const Entering pass{book, disks, now, book.entries.count(), events};
     if (!reportRemoved(pass, wasPresent) || !enterAll(pass, wasPresent)) {
         return false;

@@ -47,12 +47,13 @@ constexpr int64_t kKeptSeconds = int64_t{366} * 24 * 3600; // for which a disk t
 // Entries, sorted by id.
 struct Book {
     Array<BookEntry> entries;
-    bool fresh = true; // begun with this pass: disks that are there are not reported as added
+    bool fresh = true;    // begun with this pass: disks that are there are not reported as added
+    bool changed = false; // by the last pass: a disk is new, or has another state and neither fell asleep nor woke up
 };
 
 // Takes a pass over: enters what was found, gives the disks what the book knows (firstSeen, health.since, and, where a
-// disk was not asked or did not answer, its last readings and lastAsked; one that fell asleep with a warning or failing
-// is so still), and appends events in the order of the disks.
+// disk was not asked or did not answer, its last readings and lastAsked; one that fails, or has a warning
+// that does not pass by itself, is so still while it sleeps), and appends events in the order of the disks.
 // The ids of the disks differ. False if memory is short: book and disks are then to be dropped.
 bool enterPass(Book &book, Array<Disk> &disks, int64_t now, Array<Event> &events);
 

@@ -159,6 +159,53 @@ TEST(Book, SleepHealsNoDisk)
     EXPECT_EQ(after[0].health.state, HealthState::asleep) << "a good one sleeps";
 }
 
+TEST(Book, SleepCoolsADisk)
+{
+    Book book;
+    std::vector<Disk> after;
+    Disk hot = diskOf("a", HealthState::warning);
+    copyText(hot.health.reason, "its temperature is beyond a threshold");
+    hot.readings.enduranceUsedPercent.set(10);
+    EXPECT_EQ(enter(book, {hot}, 10), "warning a");
+    for (const int64_t time : {20, 30}) {
+        EXPECT_EQ(enter(book, {diskOf("a", HealthState::asleep)}, time, &after), "");
+        EXPECT_EQ(after[0].health.state, HealthState::asleep);
+    }
+    EXPECT_EQ(enter(book, {diskOf("a")}, 40), "good a");
+}
+
+TEST(Book, DiskThatFailedIsNotHealedByWhatCameBeforeItsSleep)
+{
+    for (const HealthState bad : {HealthState::failing, HealthState::warning}) { // that of a disk that is worn out
+        for (const HealthState between : {HealthState::unreadable, HealthState::unknown}) {
+            Book book;
+            std::vector<Disk> after;
+            enter(book, {diskOf("a", bad)}, 10);
+            enter(book, {diskOf("a", between)}, 20);
+            for (const int64_t time : {30, 40}) {
+                EXPECT_EQ(enter(book, {diskOf("a", HealthState::asleep)}, time, &after), "") << "it was not read";
+                EXPECT_EQ(after[0].health.state, bad);
+                EXPECT_STREQ(after[0].health.reason, "was so when it answered last; it sleeps now");
+                EXPECT_EQ(after[0].health.since.value, 30);
+            }
+            EXPECT_EQ(enter(book, {diskOf("a", bad)}, 50), between == HealthState::unknown ? "" : "readable a");
+        }
+    }
+}
+
+TEST(Book, SleepAloneIsNotWorthAWrite)
+{
+    Book book;
+    enter(book, {diskOf("a")}, 10);
+    EXPECT_TRUE(book.changed);
+    for (const HealthState state : {HealthState::good, HealthState::asleep, HealthState::asleep, HealthState::good}) {
+        enter(book, {diskOf("a", state)}, 20);
+        EXPECT_FALSE(book.changed) << nameOf(state);
+    }
+    enter(book, {diskOf("a", HealthState::unknown)}, 30);
+    EXPECT_TRUE(book.changed);
+}
+
 TEST(Book, DisksThatWentAreForgottenInTheEnd)
 {
     Book book;

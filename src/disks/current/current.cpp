@@ -30,7 +30,6 @@ namespace {
 
 constexpr int64_t kNanoPerMilli = 1000000;
 constexpr int64_t kNanoPerSecond = 1000000000;
-constexpr int64_t kPatience = 3 * kNanoPerSecond; // with a pass that is stopped
 
 pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER; // held for a look and a change only; no other lock is taken with it
 pthread_cond_t changed;
@@ -40,8 +39,9 @@ pthread_once_t prepared = PTHREAD_ONCE_INIT;
 Snapshot *last = nullptr; // the store of snapshots is one of its users
 bool running = false;     // a thread makes a pass; only that thread uses the book
 uint32_t stops = 0;       // calls of forgetCurrentDisks
+uint32_t stopping = 0;    // of these, those that wait for the end of a pass
 
-std::atomic<bool> stopPass = false;
+std::atomic<bool> stopPass = false; // true until the pass has ended that is to be stopped
 
 // Not objects with destructors: threads of requests may still run when the process ends.
 Book *book = nullptr;    // null: to be begun
@@ -88,69 +88,88 @@ void leave(Snapshot *snapshot)
     }
 }
 
+// With the lock held. False if the time is over.
+bool waitForChange(int64_t until)
+{
+    const timespec time{until / kNanoPerSecond, until % kNanoPerSecond};
+    return pthread_cond_timedwait(&changed, &lock, &time) == 0 || now() < until;
+}
+
 // ---- the book ----
 
-void dropBook()
+void freeBook(Book *freed)
 {
-    if (book != nullptr) {
-        book->~Book();
-        std::free(std::exchange(book, nullptr));
+    if (freed != nullptr) {
+        freed->~Book();
+        std::free(freed);
     }
 }
 
-// False if memory is short.
-bool beginBook(const char *path)
+void dropBook()
 {
-    void *const block = std::malloc(sizeof(Book));
-    if (block == nullptr) {
-        return false;
-    }
-    book = new (block) Book;
-    int error = 0;
-    const BookRead read = readBook(path, *book, error);
-    bookUsable = read != BookRead::failed;
-    if (!bookUsable) {
+    freeBook(std::exchange(book, nullptr));
+    bookUsable = false;
+}
+
+void reportRead(const char *path, BookRead read, int error)
+{
+    if (read == BookRead::failed) {
         TRACE(kFailure, "%s is neither read nor written: errno=[%d]", path, error);
     } else if (read == BookRead::movedAside || read == BookRead::movedNewer) {
         TRACE(kFailure, "%s is %s: moved aside, and begun again", path,
               read == BookRead::movedNewer ? "of a later version" : "damaged");
     }
+}
+
+// Reads the file. Where that fails, or there is none, what is known meanwhile is kept. False if memory is short.
+bool readFile(const char *path)
+{
+    void *const block = std::malloc(sizeof(Book));
+    if (block == nullptr) {
+        return false;
+    }
+    auto *fromFile = new (block) Book;
+    int error = 0;
+    const BookRead read = readBook(path, *fromFile, error);
+    const bool failed = read == BookRead::failed;
+    if (failed && error == ENOMEM) {
+        freeBook(fromFile);
+        return false;
+    }
+    reportRead(path, read, error);
+    if (book == nullptr || read == BookRead::done) {
+        std::swap(book, fromFile);
+    }
+    freeBook(fromFile);
+    bookUsable = !failed;
     return true;
 }
 
-// Whether the pass found what the file does not have: a disk that came or went, or another state of one. Readings alone
-// are not worth a write at each pass.
-bool isNews(const Array<Disk> &disks, const Array<Event> &events, int64_t time)
+// news: whether the pass found what is to be saved. False if memory is short.
+bool remember(Array<Disk> &disks, const char *path, bool &news)
 {
-    return !events.empty() || std::any_of(disks.begin(), disks.end(), [time](const Disk &disk) {
-        return disk.firstSeen.orElse(0) == time || disk.health.since.orElse(0) == time;
-    });
-}
-
-// False if memory is short.
-bool remember(Array<Disk> &disks, const char *path)
-{
-    if (book == nullptr && !beginBook(path)) {
+    if (!bookUsable && !readFile(path)) {
         return false;
     }
     Array<Event> events;
-    const auto time = static_cast<int64_t>(std::time(nullptr));
-    if (!enterPass(*book, disks, time, events)) {
+    if (!enterPass(*book, disks, static_cast<int64_t>(std::time(nullptr)), events)) {
         dropBook();
         return false;
     }
-    if (!bookUsable || !isNews(disks, events, time)) {
-        return true;
-    }
+    news = bookUsable && (book->changed || !events.empty());
+    return true;
+}
+
+void save(const char *path)
+{
     if (const int error = saveBook(path, *book); error != 0) {
         TRACE(kFailure, "%s could not be saved: errno=[%d]", path, error);
     }
-    return true;
 }
 
 // ---- a pass ----
 
-CurrentState fill(Array<Disk> &disks, const CurrentLimits &limits)
+CurrentState fill(Array<Disk> &disks, const CurrentLimits &limits, bool &news)
 {
     switch (findDisks(disks)) {
     case FindResult::noMemory:
@@ -165,16 +184,16 @@ CurrentState fill(Array<Disk> &disks, const CurrentLimits &limits)
     if (!Pass().run(disks, pass)) {
         return stopPass ? CurrentState::stopped : CurrentState::noMemory;
     }
-    nameDisks(disks); // with the names and numbers that only the disks themselves had
-    return remember(disks, limits.book) ? CurrentState::done : CurrentState::noMemory;
+    nameAskedDisks(disks);
+    return remember(disks, limits.book, news) ? CurrentState::done : CurrentState::noMemory;
 }
 
 // Null if memory is short.
-Snapshot *makePass(const CurrentLimits &limits)
+Snapshot *makePass(const CurrentLimits &limits, bool &news)
 {
     Snapshot *const made = newSnapshot();
     if (made != nullptr) {
-        made->state = fill(made->disks, limits);
+        made->state = fill(made->disks, limits, news);
         made->taken = now();
         if (made->state != CurrentState::done) {
             made->disks.clear();
@@ -183,34 +202,60 @@ Snapshot *makePass(const CurrentLimits &limits)
     return made;
 }
 
-// With the lock held, which is given back meanwhile.
+// With the lock held: keeps what a pass found, unless it was to be forgotten meanwhile.
+void publish(Snapshot *made, uint32_t stopsBefore)
+{
+    const bool shared =
+        made != nullptr && (made->state == CurrentState::done || made->state == CurrentState::notReadable);
+    if (shared && stops == stopsBefore) {
+        leave(std::exchange(last, made));
+        ++made->users;
+        pthread_cond_broadcast(&changed);
+    }
+}
+
+// With the lock held, which is given back meanwhile. Others get what was found before it is saved, which may hang.
 Snapshot *passWithoutLock(const CurrentLimits &limits)
 {
+    const uint32_t stopsBefore = stops;
+    bool news = false;
     running = true;
     pthread_mutex_unlock(&lock);
-    Snapshot *const made = makePass(limits);
+    Snapshot *const made = makePass(limits, news);
     pthread_mutex_lock(&lock);
+    publish(made, stopsBefore);
+    if (news) {
+        pthread_mutex_unlock(&lock);
+        save(limits.book);
+        pthread_mutex_lock(&lock);
+    }
     running = false;
+    stopPass = stopping != 0;
     pthread_cond_broadcast(&changed);
     return made;
 }
 
-bool isFresh(const Snapshot *snapshot, const CurrentLimits &limits)
+// With the lock held. Null if the last pass was too long ago.
+Snapshot *freshOne(const CurrentLimits &limits)
 {
-    return snapshot != nullptr && now() - snapshot->taken < limits.freshMs * kNanoPerMilli;
+    return last != nullptr && now() - last->taken < limits.freshMs * kNanoPerMilli ? last : nullptr;
 }
 
 // With the lock held. state and snapshot are what a request gets; it is one of the snapshot's users then.
 void take(const CurrentLimits &limits, CurrentState &state, Snapshot *&snapshot)
 {
     const uint32_t stopsBefore = stops;
-    while (running) {
-        pthread_cond_wait(&changed, &lock);
+    const int64_t until = now() + limits.waitMs * kNanoPerMilli;
+    while ((snapshot = freshOne(limits)) == nullptr && running && stops == stopsBefore) {
+        if (!waitForChange(until)) {
+            state = CurrentState::busy;
+            return;
+        }
     }
     if (stops != stopsBefore) {
+        snapshot = nullptr;
         return;
     }
-    snapshot = isFresh(last, limits) ? last : nullptr;
     if (snapshot != nullptr) {
         ++snapshot->users;
     } else if ((snapshot = passWithoutLock(limits)) == nullptr) {
@@ -218,11 +263,6 @@ void take(const CurrentLimits &limits, CurrentState &state, Snapshot *&snapshot)
         return;
     }
     state = snapshot->state;
-    const bool shared = state == CurrentState::done || state == CurrentState::notReadable;
-    if (shared && snapshot != last && stops == stopsBefore) {
-        leave(std::exchange(last, snapshot));
-        ++snapshot->users;
-    }
 }
 
 } // namespace
@@ -244,21 +284,23 @@ const Array<Disk> &CurrentDisks::disks() const
     return snapshot_ == nullptr ? none_ : snapshot_->disks;
 }
 
-void forgetCurrentDisks()
+bool forgetCurrentDisks(uint32_t patienceMs)
 {
     const Held held;
     ++stops;
-    stopPass = true;
-    const int64_t until = now() + kPatience;
-    const timespec time{until / kNanoPerSecond, until % kNanoPerSecond};
-    while (running && now() < until) {
-        pthread_cond_timedwait(&changed, &lock, &time);
+    ++stopping;
+    stopPass = running;
+    pthread_cond_broadcast(&changed); // others wait for nothing any more
+    const int64_t until = now() + patienceMs * kNanoPerMilli;
+    while (running && waitForChange(until)) {
     }
-    stopPass = false;
+    --stopping;
     leave(std::exchange(last, nullptr));
     if (!running) {
+        stopPass = stopping != 0;
         dropBook();
     }
+    return !running;
 }
 
 } // namespace tavstrg::disks

@@ -17,11 +17,14 @@ namespace tavstrg::disks {
 constexpr uint32_t kFreshMs = 10000; // after which the disks are asked again
 // Brokers give a request up after some 40 s.
 constexpr uint32_t kWholePassMs = 30000;
+constexpr uint32_t kWaitMs = kWholePassMs + 5000;
+constexpr uint32_t kStopPatienceMs = 3000;
 constexpr char kCurrentBookFile[] = "/opt/qlm/tavkit_sa/data/tavstrgbook.dat";
 
 struct CurrentLimits {
     uint32_t freshMs = kFreshMs;
     PassLimits pass = {.wholeMs = kWholePassMs}; // its flag "stop" is set by this file
+    uint32_t waitMs = kWaitMs;                   // for the pass of another one, which may hang where no deadline is
     const char *book = kCurrentBookFile;
 };
 
@@ -29,7 +32,8 @@ enum class CurrentState : uint8_t {
     done,
     notReadable, // /sys/block cannot be listed
     noMemory,
-    stopped // by forgetCurrentDisks
+    stopped, // by forgetCurrentDisks
+    busy     // the pass of another one took too long
 };
 
 // The disks of one pass. They stay as they are while this object lives.
@@ -51,7 +55,8 @@ private:
     const Array<Disk> none_;
 };
 
-// Stops a pass that is under way, waits for its end, three seconds at most, and frees what is kept between passes.
-void forgetCurrentDisks();
+// Stops a pass that is under way, waits for its end, that many milliseconds at most, and frees what is kept between
+// passes. False if a thread is still at work on a pass, in this code: it ends as soon as what it waits for returns.
+bool forgetCurrentDisks(uint32_t patienceMs = kStopPatienceMs);
 
 } // namespace tavstrg::disks

@@ -3,6 +3,7 @@
 
 #include "runtime/side_by_side.h"
 #include "sim/sim.h"
+#include "support/held_call.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -40,9 +41,11 @@ protected:
         : machine(std::make_unique<sim::Machine>(machineWithBook(devices)))
     {
         machine->makeDirectory("/opt/qlm/tavkit_sa/data");
+        sim::countCallsOf("");
     }
     ~Current() override
     {
+        sim::countCallsOf("libTAVStorageProvider.so");
         machine->release("/dev/sda");
         forgetCurrentDisks();
         while (tavstrg::joinReturned() != 0) {
@@ -171,12 +174,102 @@ TEST_F(Current, BookSurvivesTheProcessAndIsWrittenWhenSomethingChanged)
     EXPECT_NE(machine->read(kBook), book);
 }
 
-TEST_F(Current, BookThatCannotBeReadIsLeftAlone)
+TEST_F(Current, BookThatCannotBeReadIsLeftAloneAndReadByTheNextPass)
 {
-    machine->makeDirectory(kBook);
-    const CurrentDisks current;
-    EXPECT_EQ(current.state(), CurrentState::done);
-    EXPECT_TRUE(current.disks()[0].health.since);
+    sim::resetCounts();
+    int64_t firstSeen = 0;
+    {
+        const CurrentDisks current;
+        firstSeen = current.disks()[0].firstSeen.value;
+    }
+    const unsigned readsBeforeTheBook = sim::callsMade(sim::Call::read);
+    const std::string book = machine->read(kBook);
+    forgetCurrentDisks();
+    while (std::time(nullptr) == firstSeen) {
+        std::this_thread::yield();
+    }
+    sim::failNth(sim::Call::read, readsBeforeTheBook + 1);
+    {
+        const CurrentDisks current(kAtOnce);
+        EXPECT_TRUE(sim::failureStruck());
+        EXPECT_EQ(current.state(), CurrentState::done);
+        EXPECT_GT(current.disks()[0].firstSeen.value, firstSeen) << "the book could be read";
+    }
+    EXPECT_EQ(machine->read(kBook), book);
+    const CurrentDisks current(kAtOnce);
+    EXPECT_EQ(current.disks()[0].firstSeen.value, firstSeen);
+}
+
+TEST_F(Current, DiskThatFallsAsleepIsNotWrittenDown)
+{
+    {
+        const CurrentDisks current;
+    }
+    machine->remove(kBook); // would be there again
+    machine->change(machineWithBook({disk(0, {{"power", {{"state", "standby"}}}}), disk(1)}));
+    for (const HealthState state : {HealthState::asleep, HealthState::good}) {
+        const CurrentDisks current(kAtOnce);
+        EXPECT_EQ(current.disks()[0].health.state, state);
+        machine->change(machineWithBook({disk(0), disk(1)}));
+    }
+    EXPECT_FALSE(machine->exists(kBook)) << "the write would wake the disk";
+}
+
+// An older kernel knows 16 characters of a model and the disk 40.
+TEST_F(Current, DiskKeepsItsIdWhileItSleeps)
+{
+    const json fields = {{"model", "NORDWIND NW1000 ENTERPRISE SERIES 2"}, {"vpdPages", {{"89", nullptr}}}};
+    machine->change(machineWithBook(json::array({disk(0, fields)})));
+    const CurrentDisks awake(kAtOnce);
+    ASSERT_EQ(awake.disks().count(), 1);
+    EXPECT_STREQ(awake.disks()[0].model, "NORDWIND NW1000 ENTERPRISE SERIES 2");
+    json sleeping = fields;
+    sleeping["power"] = {{"state", "standby"}};
+    machine->change(machineWithBook(json::array({disk(0, sleeping)})));
+    const CurrentDisks asleep(kAtOnce);
+    ASSERT_EQ(asleep.disks().count(), 1);
+    EXPECT_EQ(asleep.disks()[0].health.state, HealthState::asleep);
+    EXPECT_STREQ(asleep.disks()[0].id, awake.disks()[0].id);
+    EXPECT_EQ(asleep.disks()[0].lastAsked.value, awake.disks()[0].lastAsked.value) << "by its entry in the book";
+}
+
+TEST_F(Current, PassThatHangsDelaysNoOtherRequestForEver)
+{
+    HeldCall listing(sim::Call::list);
+    std::thread asker([] {
+        const CurrentDisks current;
+        EXPECT_EQ(current.state(), CurrentState::stopped);
+    });
+    listing.await();
+    {
+        const CurrentDisks other({.waitMs = 20});
+        EXPECT_EQ(other.state(), CurrentState::busy);
+        EXPECT_TRUE(other.disks().empty());
+    }
+    EXPECT_FALSE(forgetCurrentDisks(20));
+    listing.release();
+    asker.join(); // what was to be stopped is stopped when it comes back
+    const CurrentDisks later;
+    EXPECT_EQ(later.state(), CurrentState::done);
+}
+
+TEST_F(Current, WhatWasFoundIsThereBeforeItIsSaved)
+{
+    HeldCall saving(sim::Call::write);
+    std::thread asker([] {
+        const CurrentDisks current;
+        EXPECT_EQ(current.state(), CurrentState::done);
+    });
+    saving.await();
+    {
+        const CurrentDisks other;
+        EXPECT_EQ(other.state(), CurrentState::done);
+        EXPECT_EQ(other.disks().count(), 2);
+    }
+    EXPECT_FALSE(forgetCurrentDisks(20));
+    saving.release();
+    asker.join();
+    EXPECT_TRUE(forgetCurrentDisks());
 }
 
 class CurrentWithoutSysfs : public testing::Test {};

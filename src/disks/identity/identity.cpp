@@ -215,6 +215,27 @@ void dropJoined(Array<Disk> &disks)
     disks.shrink(kept);
 }
 
+// Joins paths and tells disks apart, by their ids. False if memory is short: nothing is joined then.
+bool settleIds(Array<Disk> &disks)
+{
+    Array<int32_t> order;
+    if (!sortById(disks, order)) {
+        return disks.empty();
+    }
+    for (int32_t begin = 0; begin < order.count();) {
+        int32_t end = begin + 1;
+        while (end < order.count() && std::strcmp(disks[order[begin]].id, disks[order[end]].id) == 0) {
+            ++end;
+        }
+        if (end - begin > 1) {
+            settleGroup(disks, {order.begin() + begin, static_cast<size_t>(end - begin)});
+        }
+        begin = end;
+    }
+    dropJoined(disks);
+    return true;
+}
+
 } // namespace
 
 bool designatorOf(Bytes page, char (&name)[kNameOfDesignator])
@@ -280,22 +301,17 @@ bool nameDisks(Array<Disk> &disks)
     for (Disk &disk : disks) {
         nameDisk(disk);
     }
-    Array<int32_t> order;
-    if (!sortById(disks, order)) {
-        return disks.empty();
-    }
-    for (int32_t begin = 0; begin < order.count();) {
-        int32_t end = begin + 1;
-        while (end < order.count() && std::strcmp(disks[order[begin]].id, disks[order[end]].id) == 0) {
-            ++end;
+    return settleIds(disks);
+}
+
+bool nameAskedDisks(Array<Disk> &disks)
+{
+    for (Disk &disk : disks) {
+        if (disk.idSource == IdentitySource::place || disk.transport == Transport::usb) {
+            nameDisk(disk);
         }
-        if (end - begin > 1) {
-            settleGroup(disks, {order.begin() + begin, static_cast<size_t>(end - begin)});
-        }
-        begin = end;
     }
-    dropJoined(disks);
-    return true;
+    return settleIds(disks);
 }
 
 } // namespace tavstrg::disks

@@ -35,4 +35,9 @@ void nameDisk(Disk &disk);
 // named, and nothing is joined.
 bool nameDisks(Array<Disk> &disks);
 
+// The same after the disks were asked, of those that the kernel has no number of, or only that of a USB bridge. The
+// others keep their ids: what a disk itself says, as its full model, is not known while it sleeps or hangs, and the id
+// would change with that.
+bool nameAskedDisks(Array<Disk> &disks);
+
 } // namespace tavstrg::disks

@@ -100,6 +100,25 @@ TEST(NameDisk, WithoutVendorAndModelTheTransportStandsForThem)
     EXPECT_STREQ(disk.id, "serial.virtio.root-1");
 }
 
+TEST(NameDisks, WhatADiskSaysOfItselfRenamesOnlyThoseWithoutANumber)
+{
+    Array<Disk> disks;
+    *disks.append() = withSerial("sda", "NW-1");
+    *disks.append() = withSerial("sdb", "");
+    *disks.append() = withSerial("sdc", "BRIDGE-1");
+    disks[2].transport = Transport::usb;
+    ASSERT_TRUE(nameDisks(disks));
+    EXPECT_EQ(disks[1].idSource, IdentitySource::place);
+    for (Disk &disk : disks) { // as IDENTIFY has it
+        copyText(disk.model, "NORDWIND NW1000 with all its words");
+        copyText(disk.serial, (std::string("NW-") + disk.name).c_str());
+    }
+    ASSERT_TRUE(nameAskedDisks(disks));
+    EXPECT_STREQ(disks[0].id, "serial.ATA_NORDWIND_NW1000.NW-1");
+    EXPECT_STREQ(disks[1].id, "serial.ATA_NORDWIND_NW1000_with_all_its_words.NW-sdb");
+    EXPECT_STREQ(disks[2].id, "serial.ATA_NORDWIND_NW1000_with_all_its_words.NW-sdc");
+}
+
 TEST(WorldWideName, PlaceholdersAreNone)
 {
     EXPECT_TRUE(isWorldWideName("naa.5000c500a1b2c3d4"));

@@ -121,6 +121,7 @@ TEST_F(Buses, WearOfAnEmmcIsWhatTheKernelRead)
     const Disk &fresh = ask(card("0x01 0x01", "0x01"), "mmcblk0");
     EXPECT_EQ(fresh.health.state, HealthState::good);
     EXPECT_EQ(fresh.readings.enduranceUsedPercent.value, 0U);
+    EXPECT_FALSE(fresh.lastAsked) << "the kernel asked it when it found it";
     const Disk &used = ask(card("0x02 0x0a", "0x01"), "mmcblk0");
     EXPECT_EQ(used.health.state, HealthState::good);
     EXPECT_EQ(used.readings.enduranceUsedPercent.value, 90U) << "of the type of memory that is worn more";

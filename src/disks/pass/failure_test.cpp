@@ -45,7 +45,7 @@ std::vector<std::string> passOnce()
     if (findDisks(disks) != FindResult::done || !pass.run(disks)) {
         return shown;
     }
-    nameDisks(disks);
+    nameAskedDisks(disks);
     if (readBook(kBookOfPasses, book, error) != BookRead::failed && enterPass(book, disks, 1000, events)) {
         static_cast<void>(saveBook(kBookOfPasses, book)); // its failure leaves the former one
     }

@@ -71,8 +71,8 @@ void askOne(const char *sysfs, Disk &disk)
     askDisk(disk);
     const HealthState state = disk.health.state;
     const bool answered = state != HealthState::asleep && state != HealthState::unreadable;
-    const bool asked = answered && disk.health.source[0] != '\0'; // else nothing was sent
-    if (asked) {
+    const bool sent = disk.protocol != Protocol::none && disk.health.source[0] != '\0';
+    if (answered && sent) {
         disk.lastAsked.set(static_cast<int64_t>(std::time(nullptr)));
     }
 }
@@ -216,15 +216,19 @@ bool Round::ask()
 
 void Round::markUnanswered(const DiskTask &task, int32_t i, Disk &disk) const
 {
-    char reason[sizeof Health::reason];
     if (task.leftOut) {
         setHealth(disk.health, HealthState::unreadable, "deadline", "its last command has not returned");
     } else if (batch_.isWaiting(i)) {
         setHealth(disk.health, HealthState::unknown, "", "was not asked: other disks of its adapter took all the time");
+    } else if (batch_.wasCancelled(i)) {
+        setHealth(disk.health, HealthState::unknown, "", "was not asked to the end: the pass had taken all its time");
+    } else if (ended_) {
+        setHealth(disk.health, HealthState::unreadable, "deadline",
+                  "had not answered when the pass ended; it is left alone until its command returns");
     } else {
+        char reason[sizeof Health::reason];
         std::snprintf(reason, sizeof reason,
-                      "has not answered within %u ms; it is left alone until its command returns",
-                      ended_ ? std::min(limits_.deadlineMs, limits_.wholeMs) : limits_.deadlineMs);
+                      "has not answered within %u ms; it is left alone until its command returns", limits_.deadlineMs);
         setHealth(disk.health, HealthState::unreadable, "deadline", reason);
     }
 }

@@ -229,6 +229,27 @@ TEST_F(Hanging, PassOfLimitedTimeLeavesWhatWaits)
     EXPECT_EQ(pass_.setAside(), 1);
 }
 
+TEST_F(Hanging, DiskThatAnswersIsNotSaidToHangWhenThePassEnds)
+{
+    load(machineOf(ata({{"delayMs", 200}})));
+    ASSERT_TRUE(pass_.run(disks_, {.wholeMs = 100}));
+    EXPECT_EQ(describe(disks_[0]), "sda unknown: was not asked to the end: the pass had taken all its time");
+    EXPECT_EQ(pass_.setAside(), 0);
+}
+
+TEST_F(Hanging, NodeThatOpensAfterItsDiskWasSetAsideGetsNoCommand)
+{
+    load({{"nvme", {{{"model", "POLAR P4"}, {"serial", "P4-1"}, {"namespaces", {{{"nsid", 1}}}}}}}});
+    hold("/dev/nvme0");
+    ASSERT_TRUE(pass_.run(disks_, {.deadlineMs = 50}));
+    EXPECT_EQ(disks_[0].health.state, HealthState::unreadable);
+    machine_->release("/dev/nvme0");
+    while (tavstrg::joinReturned() != 0) {
+        std::this_thread::yield();
+    }
+    EXPECT_TRUE(machine_->commands().empty());
+}
+
 TEST_F(Hanging, PassCanBeStopped)
 {
     loadTwoAdapters();

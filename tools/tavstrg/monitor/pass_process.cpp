@@ -70,7 +70,7 @@ bool askAllBut(const std::vector<std::string> &leftAlone, Array<Disk> &disks)
             disk = *next++;
         }
     }
-    return nameDisks(disks);
+    return nameAskedDisks(disks);
 }
 
 [[noreturn]] void passAndExit(const std::vector<std::string> &leftAlone, int pipe)
