@@ -75,7 +75,8 @@ set(CPACK_RPM_PROVIDER_PACKAGE_SUGGESTS "tavstrg")
 
 # The schema is registered with an installed broker, and removed from it.
 set(TAV_STAGE_SCHEMA ${CPACK_PACKAGING_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBEXECDIR}/tavstrg/stage-schema)
-foreach(SCRIPT deb/postinst deb/prerm deb/tavstrg/postinst deb/tavstrg/prerm deb/tavstrg/postrm rpm/post rpm/preun)
+foreach(SCRIPT deb/postinst deb/prerm deb/tavstrg/postinst deb/tavstrg/prerm deb/tavstrg/postrm rpm/post rpm/preun
+    rpm/tavstrg/preun rpm/tavstrg/postun)
   configure_file(${SCRIPT}.in ${CMAKE_CURRENT_BINARY_DIR}/${SCRIPT} @ONLY FILE_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 endforeach()
@@ -87,6 +88,8 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA
   ${CMAKE_CURRENT_BINARY_DIR}/deb/tavstrg/conffiles ${CMAKE_CURRENT_BINARY_DIR}/deb/tavstrg/postinst
   ${CMAKE_CURRENT_BINARY_DIR}/deb/tavstrg/prerm ${CMAKE_CURRENT_BINARY_DIR}/deb/tavstrg/postrm)
 set(CPACK_RPM_TOOLS_USER_FILELIST "%config(noreplace) /etc/tavstrg/monitor.conf")
+set(CPACK_RPM_TOOLS_PRE_UNINSTALL_SCRIPT_FILE ${CMAKE_CURRENT_BINARY_DIR}/rpm/tavstrg/preun)
+set(CPACK_RPM_TOOLS_POST_UNINSTALL_SCRIPT_FILE ${CMAKE_CURRENT_BINARY_DIR}/rpm/tavstrg/postun)
 set(CPACK_RPM_PROVIDER_POST_INSTALL_SCRIPT_FILE ${CMAKE_CURRENT_BINARY_DIR}/rpm/post)
 set(CPACK_RPM_PROVIDER_PRE_UNINSTALL_SCRIPT_FILE ${CMAKE_CURRENT_BINARY_DIR}/rpm/preun)
 

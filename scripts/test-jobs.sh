@@ -4,17 +4,17 @@
 readonly job_table="\
 rules    check                 Checks the rules that a compiler does not: format, include order, forbidden calls.
 tidy     build,clang,check     Runs clang-tidy over the provider, without its analyzer.
-unit     build                 Builds with the optimisation that ships and runs the unit tests.
+unit     build                 Builds with the optimisation that ships and runs the unit tests; not part of --all.
 release  build,test,vm         Builds with the optimisation that ships and runs all tests but the long ones; the virtual machine too.
 long     build,test            Runs the tests of the same build that take over 20 seconds (label long), and builds the benchmarks.
-clang    build,clang           Builds the provider with the other compiler and runs the cancellation tests.
-asan     build,clang           Runs scenario tests, and unit tests of what collects and monitors, with the address and undefined-behaviour sanitizers.
+clang    build,clang           Builds the provider as it ships with the other compiler and runs the cancellation tests; not part of --all.
+asan     build,clang           With the other compiler: runs scenario tests, and unit tests of what collects and monitors, with the address and undefined-behaviour sanitizers.
 tsan     build                 Runs the tests of what several threads share with the thread sanitizer.
 fuzz     build,clang           Runs each fuzz target for 2 seconds.
 fleet    build,fleet           Tests fleet with Prometheus and the node exporter: rules, queries, documents, and what the tool says of simulated machines.
 analyzer build,clang,check     Runs clang-tidy with its analyzer over the provider; not part of --all.
 sanitize build,clang           Runs all tests with the sanitizers of the job asan, also those in which each call fails once; not part of --all.
-bare     build,bare            Builds, tests and packages in a bare Debian, and installs the packages in another."
+bare     build,bare            Builds, tests and packages in a bare Debian, and installs the packages in another; not part of --all."
 
 readonly sanitized_tests=(test_lifecycle test_monitor test_disks test_collect test_runtime test_requests test_cures
     test_badinput test_threads test_ends test_processes test_cancel test_hung_disk test_restart test_sleep test_save
@@ -82,6 +82,9 @@ passed=0
 failed=0
 
 list_job_names() { cut -d' ' -f1 <<<"$job_table"; }
+
+# The jobs of --all.
+list_jobs_of_all() { grep -v 'not part of --all' <<<"$job_table" | cut -d' ' -f1; }
 
 list_jobs() { sed -E 's/^([a-z]+ +)[a-z,]+ +/\1/' <<<"$job_table"; }
 

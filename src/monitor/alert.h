@@ -21,6 +21,9 @@ constexpr uint32_t TAV_ALERTID_DISK_REPLACED = 0x40040836;
 constexpr uint32_t TAV_ALERTID_DISK_FAILING = 0x80040837;
 constexpr uint32_t TAV_ALERTID_DISK_UNREADABLE = 0xC0040838;
 constexpr uint32_t TAV_ALERTID_DISK_READABLE = 0x40040839;
+// Two more that only the monitoring service of the tool sends.
+constexpr uint32_t TAV_ALERTID_DISK_WARNING = 0x8004083A;
+constexpr uint32_t TAV_ALERTID_DISK_GOOD = 0x4004083B;
 
 namespace tavstrg {
 

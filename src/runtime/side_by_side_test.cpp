@@ -254,7 +254,10 @@ TEST_F(TasksSideBySide, EndEarlyWhenTheirOwnerSaysSo)
     SideBySide batch;
     prepare(batch, {1, 1, 2});
     job(batch, 0).hangs = true;
-    const auto untilHanging = [](void *) { return !(atOnce == 1 && order.size() == 2); };
+    const auto untilHanging = [](void *) {
+        const std::lock_guard held(orderLock);
+        return !(atOnce == 1 && order.size() == 2);
+    };
     EXPECT_FALSE(batch.run(untilHanging, nullptr));
     EXPECT_FALSE(batch.isDone(0));
     EXPECT_FALSE(batch.isWaiting(0));

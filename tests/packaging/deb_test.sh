@@ -144,7 +144,9 @@ deb-systemd-invoke start tavstrg-monitor.service" "$(calls)"
 : >"$root/var/log/broker"
 in_root "$root" --install "${file[tavstrg]}"
 grep -q 'deb-systemd-invoke restart tavstrg-monitor.service' "$root/var/log/broker" || fail "no restart at an upgrade"
-mkdir -p "$root/var/lib/tavstrg"
+metrics=$root/var/lib/prometheus/node-exporter
+mkdir -p "$root/var/lib/tavstrg" "$metrics"
+: >"$metrics/tavstrg.prom"
 echo "# changed" >>"$root/etc/tavstrg/monitor.conf"
 : >"$root/var/log/broker"
 in_root "$root" --remove tavstrg
@@ -152,6 +154,7 @@ grep -q 'deb-systemd-invoke stop tavstrg-monitor.service' "$root/var/log/broker"
 if [ ! -d "$root/var/lib/tavstrg" ] || [ ! -f "$root/etc/tavstrg/monitor.conf" ]; then
     fail "the removal is a purge"
 fi
+[ ! -e "$metrics/tavstrg.prom" ] || fail "the removal leaves metrics that nobody writes any more"
 in_root "$root" --purge tavstrg
 if [ -e "$root/var/lib/tavstrg" ] || [ -e "$root/etc/tavstrg" ]; then
     fail "the purge leaves state or configuration"

@@ -24,3 +24,11 @@ machines=$(cd "$source_directory/examples/machines" && ls)
 same "machines" "$machines" "$(ls "$work/usr/share/tavstrg/machines")"
 check_binaries "$work"
 check_tool "$work"
+
+# systemd reads every line of the unit, with the tool where this test has it.
+if command -v systemd-analyze >/dev/null; then
+    unit=$work/unit/tavstrg-monitor.service
+    mkdir "${unit%/*}"
+    sed "s,/usr/sbin/tavstrg,$work&," "$work/usr/lib/systemd/system/tavstrg-monitor.service" >"$unit"
+    same "what systemd says about the unit" "" "$(systemd-analyze verify --man=no "$unit" 2>&1)"
+fi

@@ -84,3 +84,26 @@ make_broker "$root" 1
 in_root -i "${file[tavstrg-provider]}"
 grep -q 'the broker refused the schema; to try again:' "$work/log" || fail "no warning: $(cat "$work/log")"
 in_root -e tavstrg-provider
+
+# The monitoring service: restarted by an upgrade if it runs; stopped and disabled by the removal, and its metrics go.
+make_systemd "$root" other.service
+cp -p "$(type -P rm)" "$root/usr/bin/rm"
+for library in $(ldd "$root/usr/bin/rm" | grep -o '/[^ ]*'); do
+    [ -e "$root$library" ] || install -D "$library" "$root$library"
+done
+metrics=$root/var/lib/prometheus/node-exporter
+mkdir -p "$metrics"
+: >"$metrics/tavstrg.prom"
+calls() { grep '^systemctl' "$root/var/log/broker" 2>/dev/null || true; }
+rm -f "$root/var/log/broker"
+in_root -i "$work"/before/tavstrg-0.0.9-*.rpm
+same "calls at the installation of the tools" "" "$(calls)"
+in_root -U "${file[tavstrg]}"
+same "calls at an upgrade" "systemctl daemon-reload
+systemctl try-restart tavstrg-monitor.service" "$(calls)"
+[ -e "$metrics/tavstrg.prom" ] || fail "an upgrade removes the metrics"
+rm -f "$root/var/log/broker"
+in_root -e tavstrg
+same "calls at the removal" "systemctl --no-reload disable --now tavstrg-monitor.service
+systemctl daemon-reload" "$(calls)"
+[ ! -e "$metrics/tavstrg.prom" ] || fail "the removal leaves metrics that nobody writes any more"

@@ -28,6 +28,7 @@ public:
 
     // Waits until one of its outputs contains the text. Returns false if it ended, or half a minute passed, without it.
     bool says(const std::string &text) { return process_.says(text); }
+    pid_t pid() const { return process_.pid(); }
     void send(int signal) const { process_.send(signal); }
     void stopReading() { process_.stopReading(); } // closes the reading end of its standard output
     // Waits for its end; kills it after two minutes.

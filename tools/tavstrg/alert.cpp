@@ -22,7 +22,7 @@ struct Event {
     const char *words;
     int level; // of remaining endurance; 0: the event is about something else
 };
-constexpr std::array<Event, 13> kEvents = {{
+constexpr std::array<Event, 15> kEvents = {{
     {0x400407D0, "configurationChange", "storage configuration changed", 0},
     {0x800403E9, "smartError", "SMART predicts failure", 0},
     {0xC0040450, "lifeSpan", "life span now ", 1},
@@ -36,6 +36,8 @@ constexpr std::array<Event, 13> kEvents = {{
     {0x80040837, "diskFailing", "disk predicts failure", 0},
     {0xC0040838, "diskUnreadable", "disk state unreadable", 0},
     {0x40040839, "diskReadable", "disk state readable again", 0},
+    {0x8004083A, "diskWarning", "disk needs attention", 0},
+    {0x4004083B, "diskGood", "disk good again", 0},
 }};
 
 struct Severity {

@@ -89,6 +89,8 @@ INSTANTIATE_TEST_SUITE_P(
         WordsCase{0x80040837, 2, {}, "warning      disk predicts failure"},
         WordsCase{0xC0040838, 1, {}, "error        disk state unreadable"},
         WordsCase{0x40040839, 4, {}, "information  disk state readable again"},
+        WordsCase{0x8004083A, 2, {}, "warning      disk needs attention"},
+        WordsCase{0x4004083B, 4, {}, "information  disk good again"},
         WordsCase{0x12345678, 3, {"one", "two\x1b"}, "unknown      event 0x12345678: one, two\\x1b"},
         WordsCase{0x800403E9,
                   2,

@@ -326,9 +326,11 @@ ByteVector Names::identify(ByteVector data, size_t at)
     constexpr size_t kSerial = 20; // bytes from the beginning: words 10 to 19, 108 to 111, 176 to 205 (ACS-3, 7.12)
     constexpr size_t kWorldWideName = 216;
     constexpr size_t kMediaSerial = 352;
-    if (keep_ || data.size() < at + kIdentifyLength) {
+    const size_t size = data.size();
+    if (keep_ || size <= at) {
         return data;
     }
+    data.resize(std::max(size, at + kIdentifyLength)); // names may be in those that were cut
     const bool summed = hasChecksum(data, at);
     swapPairs(data, at, kIdentifyLength);
     put(data, at + kSerial, serial(textOf(data, at + kSerial, 20)));
@@ -339,6 +341,7 @@ ByteVector Names::identify(ByteVector data, size_t at)
     if (summed) {
         setChecksum(data, at);
     }
+    data.resize(size);
     return data;
 }
 

@@ -40,7 +40,7 @@ public:
     ByteVector serialPage(ByteVector page);
     ByteVector designatorPage(ByteVector page);
     ByteVector ataPage(ByteVector page);
-    // IDENTIFY data, from an offset on; shorter ones are left as they are.
+    // IDENTIFY data, from an offset on; they may be cut.
     ByteVector identify(ByteVector data, size_t at = 0);
     // Any other reply.
     ByteVector scrub(ByteVector data) const;

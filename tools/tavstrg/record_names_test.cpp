@@ -100,7 +100,26 @@ TEST(RecordNames, IdentifyDataKeepTheirChecksum)
     EXPECT_THAT(text(replaced), Not(HasSubstr("WN8K28")));
     EXPECT_THAT(text(replaced), HasSubstr("AA0A000010")) << "in pairs of characters";
     EXPECT_EQ(Names(true).identify(data), data);
-    EXPECT_EQ(names.identify(ByteVector(100)), ByteVector(100));
+}
+
+TEST(RecordNames, CutIdentifyDataHaveNoNamesEither)
+{
+    constexpr size_t kHeader = 60; // of page 89h
+    for (const size_t size : {size_t{100}, size_t{35}}) {
+        ByteVector data(size);
+        const std::string serial = "WN8K280471IHUF"; // in pairs of characters
+        std::copy(serial.begin(), serial.end(), data.begin() + 20);
+        ByteVector page(kHeader);
+        page.insert(page.end(), data.begin(), data.end());
+        Names names(false);
+        EXPECT_EQ(text(names.identify(data)).substr(20, serial.size()), "AA0A000000AABA");
+        EXPECT_EQ(names.identify(data).size(), size);
+        EXPECT_EQ(text(names.ataPage(page)).substr(kHeader + 20, serial.size()), "AA0A000000AABA");
+        EXPECT_EQ(names.ataPage(page).size(), kHeader + size);
+        EXPECT_EQ(Names(true).identify(data), data);
+    }
+    EXPECT_EQ(Names(false).identify(ByteVector(100)), ByteVector(100)) << "there is no name";
+    EXPECT_EQ(Names(false).ataPage(ByteVector(kHeader)), ByteVector(kHeader));
 }
 
 TEST(RecordNames, ScrubFindsTheDevicesNamesInAnyReply)

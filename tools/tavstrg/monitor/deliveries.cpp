@@ -61,7 +61,7 @@ void Deliveries::configure(const Config &config)
         }
         for (Report &report : state_.reports) {
             if (isOpen(report.on(route))) {
-                set(report, route, Delivery::unwanted);
+                set(report, route, Delivery::done); // "-" would change the file's checksum
             }
         }
     }
@@ -135,13 +135,14 @@ void Deliveries::startNext(Route route, int64_t now)
         }
         return;
     }
-    const bool repeated = report->on(route) == Delivery::sending;
+    const Delivery before = report->on(route);
     set(*report, route, Delivery::sending);
-    inHand_[static_cast<size_t>(route)] = report->number;
-    programsOf(route).start(commands, environmentOf(*report, repeated), now);
+    inHand_[static_cast<size_t>(route)] = {report->number, before};
+    programsOf(route).start(commands, environmentOf(*report, before == Delivery::sending), now);
 }
 
-// All programs of an event have ended. A hook that fails has had its event; the agent that refuses gets it again.
+// All programs of an event have ended. A hook that fails has had its event; the agent that refuses gets it again,
+// marked as repeated if it may have had it.
 void Deliveries::takeEnds(Route route, int64_t now)
 {
     std::vector<std::string> failures;
@@ -150,14 +151,20 @@ void Deliveries::takeEnds(Route route, int64_t now)
             failures.push_back(std::move(words));
         }
     }
-    const uint64_t number = inHand_[static_cast<size_t>(route)];
+    const InHand inHand = inHand_[static_cast<size_t>(route)];
     const auto report = std::find_if(state_.reports.begin(), state_.reports.end(),
-                                     [number](const Report &one) { return one.number == number; });
-    if (report == state_.reports.end()) { // given up meanwhile
+                                     [inHand](const Report &one) { return one.number == inHand.number; });
+    if (report == state_.reports.end() || !isOpen(report->on(route))) { // given up or switched off meanwhile
         return;
     }
     const bool refused = route == Route::agent && !failures.empty();
-    set(*report, route, refused ? Delivery::waiting : Delivery::done);
+    const bool mayHaveArrived = std::any_of(programsOf(route).ended().begin(), programsOf(route).ended().end(),
+                                            [](const Ended &ended) { return ended.late || ended.signal != 0; });
+    if (!refused) {
+        set(*report, route, Delivery::done);
+    } else if (!mayHaveArrived) {
+        set(*report, route, inHand.before);
+    }
     say_(nameOf(route), failures.empty() ? "" : joined(failures) + (refused ? "; events wait for the agent" : ""));
     if (refused) {
         retryAt_[static_cast<size_t>(route)] = now + kRetryMs;

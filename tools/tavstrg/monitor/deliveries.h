@@ -61,7 +61,12 @@ private:
     Config config_;
     bool wanted_[kRoutes] = {};
     std::optional<int64_t> retryAt_[kRoutes];
-    uint64_t inHand_[kRoutes] = {}; // number of the event whose programs run
+    // The event whose programs run: its number, and its letter before they were started.
+    struct InHand {
+        uint64_t number = 0;
+        Delivery before = Delivery::waiting;
+    };
+    InHand inHand_[kRoutes];
     Programs hooks_;
     Programs agent_;
 };

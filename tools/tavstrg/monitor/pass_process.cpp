@@ -2,7 +2,6 @@
 #include "tavstrg/monitor/pass_process.h"
 
 #include "disks/identity/identity.h"
-#include "disks/pass/pass.h"
 #include "runtime/field_text.h"
 #include "runtime/whole.h"
 
@@ -28,7 +27,6 @@ using tavstrg::disks::Pass;
 using tavstrg::disks::PassLimits;
 
 constexpr char kDeadlineSource[] = "deadline"; // as the pass has it
-constexpr int64_t kOtherWorkMs = 60000;
 
 // What the process sends, before the disks.
 struct Head {
@@ -51,7 +49,7 @@ bool append(Array<Disk> &disks, const Disk &disk)
 }
 
 // Asks all disks but those that are left alone, which stay in their places.
-bool askAllBut(const std::vector<std::string> &leftAlone, Array<Disk> &disks)
+bool askAllBut(const std::vector<std::string> &leftAlone, PassProcess::LimitsOf limitsOf, Array<Disk> &disks)
 {
     Array<Disk> asked;
     for (const Disk &disk : disks) {
@@ -59,7 +57,7 @@ bool askAllBut(const std::vector<std::string> &leftAlone, Array<Disk> &disks)
             return false;
         }
     }
-    if (!Pass().run(asked)) {
+    if (!Pass().run(asked, limitsOf(asked.count()))) {
         return false;
     }
     const Disk *next = asked.begin();
@@ -73,11 +71,11 @@ bool askAllBut(const std::vector<std::string> &leftAlone, Array<Disk> &disks)
     return nameAskedDisks(disks);
 }
 
-[[noreturn]] void passAndExit(const std::vector<std::string> &leftAlone, int pipe)
+[[noreturn]] void passAndExit(const std::vector<std::string> &leftAlone, PassProcess::LimitsOf limitsOf, int pipe)
 {
     Array<Disk> disks;
     Head head{findDisks(disks), 0};
-    if (!askAllBut(leftAlone, disks)) {
+    if (!askAllBut(leftAlone, limitsOf, disks)) {
         head.result = FindResult::noMemory;
         disks.clear();
     }
@@ -97,9 +95,12 @@ bool hasHung(const Disk &disk)
 
 } // namespace
 
-int64_t longestPassMs(int32_t disks)
+PassLimits passLimits(int32_t disks)
 {
-    return kOtherWorkMs + int64_t{PassLimits{}.deadlineMs} * disks;
+    constexpr int64_t kLeastMs = 45000; // three disks that hang
+    constexpr int64_t kPerDiskMs = 1000;
+    constexpr int64_t kMostMs = 300000;
+    return {.wholeMs = static_cast<uint32_t>(std::min(kLeastMs + kPerDiskMs * disks, kMostMs))};
 }
 
 PassProcess::~PassProcess()
@@ -114,6 +115,9 @@ PassProcess::~PassProcess()
 int PassProcess::start(int lock)
 {
     reap();
+    if (lingering_.size() >= mostLingering_) {
+        return EBUSY;
+    }
     std::vector<std::string> leftAlone;
     for (const Lingering &one : lingering_) {
         leftAlone.insert(leftAlone.end(), one.names.begin(), one.names.end());
@@ -132,7 +136,7 @@ int PassProcess::start(int lock)
         if (getppid() != parent) {
             _exit(1);
         }
-        passAndExit(leftAlone, ends[1]);
+        passAndExit(leftAlone, limitsOf_, ends[1]);
     }
     close(ends[1]);
     if (error != 0) {

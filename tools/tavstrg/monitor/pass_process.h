@@ -6,6 +6,7 @@
 #include "disks/array.h"
 #include "disks/disk.h"
 #include "disks/find/find.h"
+#include "disks/pass/pass.h"
 
 #include <sys/types.h>
 
@@ -16,19 +17,27 @@
 
 namespace tool::monitor {
 
-// How long a pass may take: until then disks that hang on one adapter may each take their deadline, one after the
-// other. Milliseconds.
-int64_t longestPassMs(int32_t disks);
+// The time of a pass over a number of disks. It ends by itself where many disks of one adapter hang, one after the
+// other: those that were asked are reported, the rest has its turn in the next passes.
+tavstrg::disks::PassLimits passLimits(int32_t disks);
+// After which a pass that has not ended by itself is abandoned. More than any passLimits(). Milliseconds.
+constexpr int64_t kLongestPassMs = 360000;
+// Processes of earlier passes that hang in disks, at which no further pass is started.
+constexpr size_t kMostLingering = 8;
 
 class PassProcess {
 public:
-    PassProcess() = default;
+    using LimitsOf = tavstrg::disks::PassLimits (*)(int32_t disks);
+    explicit PassProcess(LimitsOf limitsOf = passLimits, size_t mostLingering = kMostLingering)
+        : limitsOf_(limitsOf), mostLingering_(mostLingering)
+    {
+    }
     ~PassProcess();
     PassProcess(const PassProcess &) = delete;
     PassProcess &operator=(const PassProcess &) = delete;
 
     // Starts a pass; only while none runs. Disks whose command has not returned since an earlier pass are left alone.
-    // lock: a descriptor that the process closes at once. Returns 0 or an errno.
+    // lock: a descriptor that the process closes at once. Returns 0 or an errno; EBUSY: too many processes linger.
     int start(int lock);
     bool isRunning() const { return pipe_ >= 0; }
     int descriptor() const { return pipe_; } // to poll; -1: none runs
@@ -50,6 +59,8 @@ private:
     };
     Progress finish(Progress progress);
 
+    LimitsOf limitsOf_;
+    size_t mostLingering_;
     int pipe_ = -1;
     pid_t process_ = -1;
     std::vector<Lingering> lingering_;

@@ -69,6 +69,13 @@ std::vector<char *> pointersTo(const std::vector<std::string> &texts)
     return pointers;
 }
 
+// A program that was not waited for yet, so that nobody else can have its number; it may have left the group.
+void killWithGroup(pid_t process)
+{
+    kill(-process, SIGKILL);
+    kill(process, SIGKILL);
+}
+
 std::string distrustOwner(const struct stat &info, uid_t user)
 {
     if (info.st_uid != 0 && info.st_uid != user) {
@@ -196,7 +203,7 @@ bool Programs::look(int64_t now)
     for (Running &one : running_) {
         if (now >= one.deadline && !one.late) {
             one.late = true;
-            kill(-one.process, SIGKILL);
+            killWithGroup(one.process);
         }
     }
     std::erase_if(running_, [this](const Running &one) { return reap(one); });
@@ -219,7 +226,7 @@ std::optional<int64_t> Programs::deadline() const
 void Programs::killAll()
 {
     for (const Running &one : running_) {
-        kill(-one.process, SIGKILL);
+        killWithGroup(one.process);
         waitpid(one.process, nullptr, WNOHANG);
     }
     running_.clear();

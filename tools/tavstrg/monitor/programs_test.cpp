@@ -167,6 +167,30 @@ TEST_F(MonitorPrograms, OneThatHangsIsKilledWithItsProcessGroup)
     EXPECT_TRUE(awaitDeath(child));
 }
 
+TEST_F(MonitorPrograms, OneThatLeavesItsProcessGroupIsKilledToo)
+{
+    if (!std::filesystem::exists("/usr/bin/perl")) {
+        GTEST_SKIP() << "it is a script of Perl";
+    }
+    const std::string program =
+        write("hooks/a", "#!/usr/bin/perl\nsetpgrp(0, getpgrp(getppid()));\n"
+                         "open(F, '>', '" +
+                             path("child") + "'); print F \"$$\\n\"; close(F);\nsleep(1000);\n");
+    chmod(program.c_str(), 0755);
+    for (const bool late : {true, false}) {
+        std::filesystem::remove(path("child"));
+        Programs programs;
+        programs.start({{{program}}}, {}, 0);
+        const pid_t child = std::stoi(awaitContent(path("child")));
+        if (late) {
+            EXPECT_TRUE(awaitEnd(programs, kLongestRunMs));
+        } else {
+            programs.killAll();
+        }
+        EXPECT_TRUE(awaitDeath(child));
+    }
+}
+
 TEST_F(MonitorPrograms, WhatOneLeavesBehindEndsWithIt)
 {
     Programs programs;

@@ -6,7 +6,6 @@
 
 #include "monitor/alert.h"
 
-#include <algorithm>
 #include <iterator>
 
 namespace tool::monitor {
@@ -15,10 +14,6 @@ namespace {
 using tavstrg::disks::Event;
 using tavstrg::disks::EventKind;
 
-// Two events that only the service has; the others have the ids of the provider's.
-constexpr uint32_t kDiskWarning = 0x8004083A;
-constexpr uint32_t kDiskGood = 0x4004083B;
-
 // Sorted as the kinds are. The identifiers of messages are random (systemd-id128 new); they stay for ever, for people
 // search their journals by them.
 constexpr KindEntry kKinds[] = {
@@ -26,8 +21,8 @@ constexpr KindEntry kKinds[] = {
     {EventKind::removed, "60d29c6ebda845b98044353fab18bb03", 4, TAV_ALERTID_DISK_REMOVED},
     {EventKind::replaced, "c9135986ef8c4a569149fbb2583252f4", 5, TAV_ALERTID_DISK_REPLACED},
     {EventKind::failing, "eaa245eef48e4ca5af6a57642a8f917c", 3, TAV_ALERTID_DISK_FAILING},
-    {EventKind::warning, "415ceeab0c48460c8b8af2e129c3196d", 4, kDiskWarning},
-    {EventKind::good, "d7436fa352a24d57926075e5bb1be3c7", 5, kDiskGood},
+    {EventKind::warning, "415ceeab0c48460c8b8af2e129c3196d", 4, TAV_ALERTID_DISK_WARNING},
+    {EventKind::good, "d7436fa352a24d57926075e5bb1be3c7", 5, TAV_ALERTID_DISK_GOOD},
     {EventKind::unreadable, "3bc8abffaa47470eadd91c3b3a773924", 3, TAV_ALERTID_DISK_UNREADABLE},
     {EventKind::readable, "216409e4240545fa972bc5817beec189", 5, TAV_ALERTID_DISK_READABLE},
 };
@@ -63,17 +58,6 @@ void addJson(Json &json, const char *name, std::string_view value)
 const char *nameOf(Route route)
 {
     return kRouteNames[static_cast<size_t>(route)];
-}
-
-bool isOpen(Delivery delivery)
-{
-    return delivery == Delivery::waiting || delivery == Delivery::sending;
-}
-
-bool isOpen(const Report &report)
-{
-    return std::any_of(std::begin(report.delivery), std::end(report.delivery),
-                       [](Delivery one) { return isOpen(one); });
 }
 
 const KindEntry &entryOf(EventKind kind)

@@ -4,8 +4,10 @@
 
 #include "disks/book/book.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -37,8 +39,15 @@ struct Report {
 };
 
 // Whether it is still to be delivered on a route; whether on any.
-bool isOpen(Delivery delivery);
-bool isOpen(const Report &report);
+constexpr bool isOpen(Delivery delivery)
+{
+    return delivery == Delivery::waiting || delivery == Delivery::sending;
+}
+constexpr bool isOpen(const Report &report)
+{
+    return std::any_of(std::begin(report.delivery), std::end(report.delivery),
+                       [](Delivery one) { return isOpen(one); });
+}
 
 // What a kind of event is called by others.
 struct KindEntry {

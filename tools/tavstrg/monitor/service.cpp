@@ -12,6 +12,7 @@
 #include <poll.h>
 #include <sys/inotify.h>
 #include <sys/signalfd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -109,6 +110,24 @@ bool isMetricsWanted(const std::string &path)
     std::error_code error;
     return !path.empty() && (path != Config{}.metrics ||
                              std::filesystem::is_directory(std::filesystem::path(path).parent_path(), error));
+}
+
+// A file that is no longer written would keep its old values in the node exporter for ever.
+void removeMetrics(const std::string &path)
+{
+    struct stat info = {};
+    if (!path.empty() && lstat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode)) {
+        unlink(path.c_str());
+    }
+}
+
+// What is to be done about a file that cannot be written.
+std::string metricsHint(const std::string &path)
+{
+    const std::string directory = std::filesystem::path(path).parent_path().string();
+    return access(directory.c_str(), W_OK) != 0 && errno == EROFS
+               ? "; if the node exporter was installed after the service was started, restart the service"
+               : "";
 }
 
 } // namespace
@@ -243,8 +262,10 @@ void Service::loop()
         if (!pass_.isRunning() && wake_.left(now) == 0 && !(frame_.once && passed_)) {
             startPass(now);
         }
-        if (pass_.isRunning() && now - passBegan_ >= longestPassMs(disks_.count())) {
+        if (pass_.isRunning() && now - passBegan_ >= kLongestPassMs) {
             pass_.abandon();
+            say("pass", "a pass was given up: it did not end within " +
+                            counted(static_cast<size_t>(kLongestPassMs / kMsPerSecond), "second"));
             endPass(false, now);
         }
         deliveries_.deliver(now);
@@ -260,7 +281,7 @@ void Service::wait(int64_t now)
 {
     const bool running = pass_.isRunning();
     const std::optional<int64_t> every = manager_.feedEveryMs();
-    const int timeout = pollTimeout(now, {running ? passBegan_ + longestPassMs(disks_.count()) : now + wake_.left(now),
+    const int timeout = pollTimeout(now, {running ? passBegan_ + kLongestPassMs : now + wake_.left(now),
                                           every ? std::optional(fed_ + *every) : std::nullopt, deliveries_.wakeAt()});
     pollfd waits[] = {{signals_, POLLIN, 0},
                       {uevents_.descriptor(), POLLIN, 0},
@@ -340,6 +361,9 @@ void Service::reload()
                                                  "the configuration stays as it was");
     } else {
         say("configuration", "");
+        if (parsed.config.metrics != config_.metrics) {
+            removeMetrics(config_.metrics);
+        }
         config_ = parsed.config;
         deliveries_.configure(config_);
     }
@@ -357,7 +381,9 @@ void Service::startPass(int64_t now)
         say("uevents", uevents_.open() == 0 ? "" : said_["uevents"]);
     }
     if (const int error = pass_.start(directory_.descriptor()); error != 0) {
-        say("pass", std::string("no process for a pass: ") + std::strerror(error));
+        say("pass", error == EBUSY ? "no pass: processes of " + std::to_string(kMostLingering) +
+                                         " earlier passes still hang in commands to disks"
+                                   : std::string("no process for a pass: ") + std::strerror(error));
         endPass(false, now);
     }
 }
@@ -429,6 +455,7 @@ void Service::save(bool always, int64_t now)
 void Service::writeMetrics()
 {
     if (!isMetricsWanted(config_.metrics)) {
+        say("metrics", "");
         return;
     }
     try {
@@ -436,7 +463,7 @@ void Service::writeMetrics()
         writeWhole(config_.metrics, diskMetricsText(disks, figures_));
         say("metrics", "");
     } catch (const Failure &failure) {
-        say("metrics", failure.what());
+        say("metrics", failure.what() + metricsHint(config_.metrics));
     }
 }
 

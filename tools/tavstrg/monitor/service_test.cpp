@@ -181,13 +181,27 @@ TEST_F(MonitorService, DiskThatComesBeginsAPass)
     EXPECT_EQ(stop(service).status, 0);
 }
 
+// The first child of a process, once it has one; 0 if it has none in time.
+pid_t awaitChild(pid_t process)
+{
+    const std::string number = std::to_string(process);
+    for (int i = 0; i < 3000; ++i) {
+        std::ifstream file("/proc/" + number + "/task/" + number + "/children");
+        if (pid_t child = 0; file >> child) {
+            return child;
+        }
+        std::this_thread::sleep_for(10ms);
+    }
+    return 0;
+}
+
 TEST_F(MonitorService, StopsAtOnceWhileADiskHangs)
 {
     machine({disk(0), disk(1, R"("faults": [{"on": "any", "hang": true}])")});
     Datagrams notify(path("notify"));
     Running service = start();
     notify.await("READY=1");
-    std::this_thread::sleep_for(100ms); // into the pass, most times
+    ASSERT_NE(awaitChild(service.pid()), 0) << "no process for the pass";
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(stop(service).status, 0);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s) << "the disk has 15 seconds";
@@ -267,6 +281,42 @@ TEST_F(MonitorService, EventWaitsForAJournalThatIsAway)
     const std::string entry = journal.next();
     EXPECT_THAT(entry, AllOf(HasSubstr("\nTAVSTRG_EVENT=1\n"), Not(HasSubstr("REPEATED"))));
     EXPECT_EQ(stop(service).status, 0);
+}
+
+TEST_F(MonitorService, EventThatWaitedAtARestartIsNotRepeatedUnmarked)
+{
+    machine({disk(0), disk(1, kFails)});
+    Datagrams notify(path("notify"));
+    Running without = start();
+    notify.await("1 event to be delivered");
+    stop(without);
+    Datagrams journal(path("journal"));
+    Running with = start();
+    EXPECT_THAT(journal.next(), AllOf(HasSubstr("\nTAVSTRG_EVENT=1\n"), Not(HasSubstr("REPEATED"))));
+    with.send(SIGKILL);
+    with.finish();
+    notify.all();
+    Running again = start();
+    notify.await(kPassed);
+    stop(again);
+    EXPECT_THAT(journal.all(), testing::Each(HasSubstr("TAVSTRG_REPEATED=1")))
+        << "killed in the moment of the delivery";
+}
+
+TEST_F(MonitorService, MetricsThatAreSwitchedOffAreRemoved)
+{
+    Datagrams notify(path("notify"));
+    Running service = start();
+    notify.await(kPassed);
+    ASSERT_TRUE(std::filesystem::exists(path("disks.prom")));
+    std::string text = contentOf(path("monitor.conf"));
+    text.replace(text.find("disks.prom"), 10, "other.prom");
+    write("monitor.conf", text);
+    service.send(SIGHUP);
+    notify.await("RELOADING=1");
+    notify.await("READY=1");
+    EXPECT_FALSE(std::filesystem::exists(path("disks.prom")));
+    stop(service);
 }
 
 TEST_F(MonitorService, WatchdogIsNotFedWhileTheServiceHangs)
@@ -360,6 +410,9 @@ TEST_F(MonitorService, ReadOnlyOrFullStateDirectoryDoesNotStopIt)
 {
     machine({disk(0), disk(1, kFails)});
     std::filesystem::create_directory(path("state"));
+    std::string text = contentOf(path("monitor.conf"));
+    text.replace(text.find("disks.prom"), 10, "state/disks.prom");
+    write("monitor.conf", text);
     const std::string full = "head -c 16384 /dev/zero > \"$0\"/ballast 2>/dev/null";
     for (const std::string &prepare : {std::string("mount -o remount,ro \"$0\""), full}) {
         std::filesystem::remove(path("events"));
@@ -369,6 +422,7 @@ TEST_F(MonitorService, ReadOnlyOrFullStateDirectoryDoesNotStopIt)
         }
         EXPECT_EQ(finished.status, 0) << finished.err;
         EXPECT_THAT(finished.err, HasSubstr("state cannot be written: "));
+        EXPECT_EQ(finished.err.find("restart the service") != std::string::npos, prepare != full) << finished.err;
         EXPECT_EQ(lineCount(), 1U);
     }
 }
