@@ -93,8 +93,11 @@ const DispatchRow *tavstrg::findClass(const char *className)
 
 const DispatchRow *tavstrg::findClassWithoutStore(const CMPIObjectPath *cop)
 {
-    // The line first: without it the broker is asked for nothing more than before.
-    return isEveryDiskPublished() && isPathOf(cop, kDiskRow.className) ? &kDiskRow : nullptr;
+    // The line first: without it the broker is asked for nothing more than before, and no request opens a file.
+    if (!mayBeOn(Option::everyDisk) || !isEveryDiskPublished()) {
+        return nullptr;
+    }
+    return isPathOf(cop, kDiskRow.className) ? &kDiskRow : nullptr;
 }
 
 const DispatchRow *tavstrg::findClassWithNames(const CMPIObjectPath *cop)

@@ -20,6 +20,7 @@ using namespace tavstrg;
 namespace {
 
 std::atomic<uint32_t> g_current = 0;
+std::atomic<bool> g_known = false; // whether they were read in this process
 std::atomic<uint64_t> g_reported = 0; // mark of the file, or of the error, that was traced last
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF"; // UTF-8
@@ -153,10 +154,12 @@ Options tavstrg::takeOptions()
     if (!file && isAbsence(errno)) {
         g_current = 0;
         g_reported = 0;
+        g_known = true;
         return {};
     }
     if (const std::optional<Options> read = readOptions(file.get(), Report::news)) {
         g_current = read->bits;
+        g_known = true;
         return *read;
     }
     if (const int error = errno; isNews(static_cast<uint64_t>(error))) {
@@ -178,4 +181,9 @@ bool tavstrg::isInOptionsFile(Option option)
 Options tavstrg::currentOptions()
 {
     return {g_current.load()};
+}
+
+bool tavstrg::mayBeOn(Option option)
+{
+    return !g_known || currentOptions().has(option);
 }

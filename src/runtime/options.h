@@ -85,4 +85,7 @@ bool isInOptionsFile(Option option);
 // The options that were read last.
 Options currentOptions();
 
+// Whether an option may be on: it was when the options were read last, or they were not read yet.
+bool mayBeOn(Option option);
+
 } // namespace tavstrg

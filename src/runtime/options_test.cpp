@@ -95,6 +95,17 @@ protected:
     TraceRecorder trace;
 };
 
+TEST_F(OptionsFile, AnOptionThatWasOffWhenTheFileWasReadIsNotAskedForAgain)
+{
+    machine.write(kOptionsFile, "every-disk\n");
+    takeOptions();
+    EXPECT_TRUE(mayBeOn(Option::everyDisk));
+    EXPECT_FALSE(mayBeOn(Option::uevents));
+    machine.remove(kOptionsFile);
+    takeOptions();
+    EXPECT_FALSE(mayBeOn(Option::everyDisk));
+}
+
 TEST_F(OptionsFile, WithoutItNothingIsOnAndNothingIsTraced)
 {
     EXPECT_EQ(takeOptions(), Options{});
