@@ -20,7 +20,7 @@ using namespace tavstrg;
 namespace {
 
 std::atomic<uint32_t> g_current = 0;
-std::atomic<bool> g_known = false; // whether they were read in this process
+std::atomic<bool> g_known = false;    // whether they were read in this process
 std::atomic<uint64_t> g_reported = 0; // mark of the file, or of the error, that was traced last
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF"; // UTF-8
