@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "runtime/side_by_side.h"
 
+#include "runtime/batch.h"
 #include "runtime/cancel.h"
-#include "runtime/progress.h"
 #include "runtime/trace.h"
 
 #include <algorithm>
@@ -10,7 +10,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <ctime>
 #include <dlfcn.h>
 #include <iterator>
 #include <new>
@@ -18,77 +17,10 @@
 #include <utility>
 
 using namespace tavstrg;
+using namespace tavstrg::lanes;
 
-// Memory here is not from memalloc, whose trace lines would be those of threads that come and go.
-
-namespace {
-
-constexpr int64_t kNanosecond = 1'000'000'000;        // of a second
-constexpr int64_t kMillisecond = 1'000'000;           // nanoseconds
-constexpr int64_t kLookInterval = 100 * kMillisecond; // between two looks at the deadlines and at a cancellation
-constexpr int64_t kPatience = 1000 * kMillisecond;    // with threads that are told to end
-constexpr size_t kStackSize = size_t{512} << 10;      // a disk's commands need some 20 KiB
-
-int64_t now()
-{
-    return ProgressClock::now().time_since_epoch().count();
-}
-
-class Held {
-public:
-    explicit Held(pthread_mutex_t &mutex) : mutex_(mutex) { pthread_mutex_lock(&mutex_); }
-    ~Held() { pthread_mutex_unlock(&mutex_); }
-    Held(const Held &) = delete;
-    Held &operator=(const Held &) = delete;
-
-private:
-    pthread_mutex_t &mutex_;
-};
-
-enum class TaskState : uint8_t {
-    waiting,
-    atWork,
-    done,
-    cancelled, // its thread has given it up
-    given      // left out, or set aside with its thread
-};
-
-struct Task {
-    TaskState state;
-    int32_t number; // of the lane, as the owner gives it
-    int32_t lane;   // position of the lane's first task
-    int64_t begun;  // by now()
-};
-
-struct Lane {
-    bool busy; // a thread is at work in it
-    int32_t waiting;
-    int32_t next; // none of its tasks before this position waits
-};
-
-} // namespace
-
-// What the owner of a batch and its threads share. Freed by the one who leaves it last.
-struct tavstrg::Batch {
-    TaskKind kind;
-    int32_t count;
-    int32_t users = 1;      // the owner, its threads, and each thread that is away once more
-    int32_t unfinished = 0; // tasks that wait or are at work
-    int32_t next = 0;       // no task before this position waits
-    bool stopping = false;
-    pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER; // held for a look and a change only
-    pthread_cond_t changed = {};
-    struct Worker *workers = nullptr; // the threads that were not set aside; the owner's, without the lock
-    Task *tasks = nullptr;
-    Lane *lanes = nullptr; // by the position of their first task
-    char *blocks = nullptr;
-
-    void *blockOf(int32_t i) const { return blocks + static_cast<size_t>(i) * kind.size; }
-};
-
-namespace tavstrg {
-
-struct Worker {
+// Its memory is not from memalloc, whose trace lines would be those of threads that come and go.
+struct tavstrg::Worker {
     Batch *batch;
     Worker *next;
     pthread_t thread;
@@ -96,21 +28,18 @@ struct Worker {
     std::atomic<bool> ended; // it touches nothing of the batch and of its own any more but to leave the batch
 };
 
-} // namespace tavstrg
-
 namespace {
+
+constexpr int64_t kMillisecond = 1'000'000;           // nanoseconds
+constexpr int64_t kLookInterval = 100 * kMillisecond; // between two looks at the deadlines and at a cancellation
+constexpr int64_t kPatience = 1000 * kMillisecond;    // with threads that are told to end
+constexpr size_t kStackSize = size_t{512} << 10;      // a disk's commands need some 20 KiB
 
 // ---- threads that were set aside ----
 
 pthread_mutex_t leftLock = PTHREAD_MUTEX_INITIALIZER; // no batch's lock is held or taken with it
 Worker *left = nullptr;
 void *ownLibrary = nullptr; // a reference of our own while a thread is away: it returns into this code
-
-void useBatch(Batch &batch)
-{
-    const Held held(batch.lock);
-    ++batch.users;
-}
 
 void holdLibrary()
 {
@@ -154,114 +83,6 @@ void joinAndFree(Worker *worker)
 {
     pthread_join(worker->thread, nullptr);
     std::free(worker);
-}
-
-// ---- a batch and its tasks ----
-
-void freeBatch(Batch *batch)
-{
-    for (int32_t i = 0; i < batch->count && batch->blocks != nullptr; ++i) {
-        batch->kind.release(batch->blockOf(i));
-    }
-    pthread_cond_destroy(&batch->changed);
-    pthread_mutex_destroy(&batch->lock);
-    std::free(batch->tasks);
-    std::free(batch->lanes);
-    std::free(batch->blocks);
-    std::free(batch);
-}
-
-void leaveBatch(Batch *batch)
-{
-    bool last = false;
-    {
-        const Held held(batch->lock);
-        last = --batch->users == 0;
-    }
-    if (last) {
-        freeBatch(batch);
-    }
-}
-
-template <class Entry> Entry *zeroed(int32_t count, size_t size = sizeof(Entry))
-{
-    return static_cast<Entry *>(std::calloc(static_cast<size_t>(std::max(count, 1)), size));
-}
-
-Batch *makeBatch(int32_t count, const TaskKind &kind)
-{
-    void *const block = std::calloc(1, sizeof(Batch));
-    if (block == nullptr) {
-        return nullptr;
-    }
-    auto *const batch = new (block) Batch{kind, count};
-    pthread_condattr_t monotonic;
-    pthread_condattr_init(&monotonic);
-    pthread_condattr_setclock(&monotonic, CLOCK_MONOTONIC);
-    pthread_cond_init(&batch->changed, &monotonic);
-    pthread_condattr_destroy(&monotonic);
-    batch->tasks = zeroed<Task>(count);
-    batch->lanes = zeroed<Lane>(count);
-    batch->blocks = zeroed<char>(count, kind.size);
-    if (batch->tasks == nullptr || batch->lanes == nullptr || batch->blocks == nullptr) {
-        freeBatch(batch);
-        return nullptr;
-    }
-    return batch;
-}
-
-// The next functions are called with the batch's lock held.
-
-void waitForChange(Batch &batch, int64_t until)
-{
-    const timespec time{until / kNanosecond, until % kNanosecond};
-    pthread_cond_timedwait(&batch.changed, &batch.lock, &time);
-}
-
-// The first task that waits in a lane; -1 if there is none.
-int32_t nextOfLane(const Batch &batch, int32_t lane)
-{
-    const int32_t first = std::max(lane, batch.lanes[lane].next);
-    for (int32_t i = first; i < batch.count && batch.lanes[lane].waiting > 0 && !batch.stopping; ++i) {
-        if (batch.tasks[i].lane == lane && batch.tasks[i].state == TaskState::waiting) {
-            return i;
-        }
-    }
-    return -1;
-}
-
-// The first task that waits in a lane in which no thread is; -1 if there is none.
-int32_t nextOfAnyLane(Batch &batch)
-{
-    while (batch.next < batch.count && batch.tasks[batch.next].state != TaskState::waiting) {
-        ++batch.next;
-    }
-    for (int32_t i = batch.next; i < batch.count && !batch.stopping; ++i) {
-        if (batch.tasks[i].state == TaskState::waiting && !batch.lanes[batch.tasks[i].lane].busy) {
-            return i;
-        }
-    }
-    return -1;
-}
-
-void begin(Batch &batch, int32_t i)
-{
-    Task &task = batch.tasks[i];
-    task.state = TaskState::atWork;
-    task.begun = now();
-    batch.lanes[task.lane].busy = true;
-    batch.lanes[task.lane].next = i + 1;
-    --batch.lanes[task.lane].waiting;
-}
-
-// Takes a task out of its lane, which another thread may enter now.
-void end(Batch &batch, Task &task, TaskState state)
-{
-    task.state = state;
-    batch.lanes[task.lane].busy = false;
-    if (--batch.unfinished == 0) {
-        pthread_cond_broadcast(&batch.changed);
-    }
 }
 
 // ---- a thread of a batch ----
