@@ -2,6 +2,7 @@
 // The phase of the disks: what "tavstrg disks" finds and reports of every bus, against the kernel and smartctl.
 #include "vm/checks.h"
 #include "vm/facts.h"
+#include "vm/qemu.h"
 #include "vm/session.h"
 
 #include <nlohmann/json.hpp>
@@ -178,15 +179,6 @@ const Json &withSerial(const Json &disks, const std::string &serial)
     return found == disks.end() ? none : *found;
 }
 
-// Has qemu's monitor, which run.sh connects to the third serial port, set the critical warning of that disk.
-void setCriticalWarning(unsigned bits)
-{
-    outputOf("stty -F /dev/ttyS2 raw -echo && printf '%s' '{\"execute\": \"qmp_capabilities\"}"
-             "{\"execute\": \"qom-set\", \"arguments\": {\"path\": \"/machine/peripheral/readonly\", "
-             "\"property\": \"smart_critical_warning\", \"value\": " +
-             std::to_string(bits) + "}}' >/dev/ttyS2");
-}
-
 struct CriticalWarning {
     unsigned bits; // NVMe 1.4, figure 194
     const char *state;
@@ -204,13 +196,10 @@ std::string stateWithSerial(const std::string &serial)
 void healthFollowsTheWarning()
 {
     for (const CriticalWarning &warning : kCriticalWarnings) {
-        setCriticalWarning(warning.bits);
-        std::string state;
-        waitUntil([&] {
-            state = stateWithSerial(kReadOnlySerial);
-            return state == warning.state;
-        });
-        check("health with the critical warning " + std::to_string(warning.bits), warning.state, state);
+        const std::string bits = std::to_string(warning.bits);
+        check("the critical warning is set to " + bits, "",
+              setDeviceProperty("readonly", "smart_critical_warning", warning.bits));
+        check("health with the critical warning " + bits, warning.state, stateWithSerial(kReadOnlySerial));
     }
 }
 
