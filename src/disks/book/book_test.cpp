@@ -247,6 +247,17 @@ TEST(BookText, WhatWasWrittenIsRead)
     EXPECT_EQ(textOf(book), text);
 }
 
+// Whoever wrote such a book, its texts are printed on terminals.
+TEST(BookText, TextThatIsNotPrintableIsDamage)
+{
+    for (const char byte : {'\x1b', '\x7f', '\x9b', '\xff', '\x01'}) {
+        Book book = sample();
+        book.entries[0].health.reason[0] = byte;
+        const std::string text = textOf(book);
+        EXPECT_EQ(parseBook(text, book), BookState::damaged) << static_cast<int>(byte);
+    }
+}
+
 TEST(BookText, EveryFlippedByteIsFound)
 {
     const std::string whole = textOf(sample());

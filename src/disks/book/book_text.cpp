@@ -5,6 +5,7 @@
 #include "runtime/checksum.h"
 #include "runtime/field_text.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cinttypes>
 #include <cstdio>
@@ -114,7 +115,7 @@ template <class Value> bool parseMaybe(std::string_view text, Maybe<Value> &valu
 template <size_t N> bool parseText(std::string_view text, char (&field)[N])
 {
     copyText(field, text);
-    return text.size() < N;
+    return text.size() < N && std::all_of(text.begin(), text.end(), isPrintable);
 }
 
 bool parseFlag(std::string_view text, bool &flag)
