@@ -6,6 +6,7 @@
 #include "support/store_fixture.h"
 
 #include <gmock/gmock.h>
+#include <thread>
 
 using namespace tavstrg;
 
@@ -223,6 +224,22 @@ TEST_F(Singleton, NoRecordsLockIsHeldWhileTheTraceOrTheBrokerIsCalled)
         });
         EXPECT_EQ(get(member).rc, CMPI_RC_OK);
         EXPECT_EQ(met, 1);
+    }
+}
+
+TEST_F(Singleton, ResultIsClosedBeforeTheInstanceIsReleased)
+{
+    for (const Member &member : kMembers) {
+        Request request(broker, member.cimName);
+        const CInfo cInfo = {broker.handle(), request.context()};
+        int64_t alive = 0;
+        {
+            const AtLine look("CMReturnDone()", [&] { alive = broker.accounting().live; });
+            // What another thread makes belongs to no request, and is counted at once.
+            std::thread([&] { member.get(&cInfo, request.result(), request.path(), nullptr); }).join();
+        }
+        EXPECT_EQ(alive, 1) << "the instance";
+        EXPECT_EQ(broker.accounting().live, 0);
     }
 }
 

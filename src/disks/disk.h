@@ -96,6 +96,7 @@ constexpr size_t kKeptPaths = 8;
 
 struct Disk {
     char id[256];
+    char foundId[256]; // by what the kernel alone knows; a disk that answers may have told a better id
     IdentitySource idSource;
     Transport transport;
     Protocol protocol;

@@ -392,6 +392,24 @@ TEST_F(Init, NoFailureOfAnyCallLeavesSegmentsOrDescriptors)
     trace.emplace();
 }
 
+// A stop waits for the lock under which the store is built. If the store counted as built only after that lock was
+// given back, the stop would free it as one that is not, and the builder would then call the freed store built.
+TEST_F(Init, StoreIsBuiltBeforeAStopThatWaitsCanFreeIt)
+{
+    gst_first = kBuilding; // as strgInitProvider sets it
+    int32_t atTheEnd = kNotBuilt;
+    bool locked = false;
+    {
+        const AtLine look("strgInitInstance _OUT_", [&] {
+            atTheEnd = gst_first;
+            std::thread([&] { locked = !std::unique_lock(g_collectionLock, std::try_to_lock).owns_lock(); }).join();
+        });
+        ASSERT_EQ(strgInitInstance(&cInfo), 0);
+    }
+    EXPECT_TRUE(locked) << "a stop still waits";
+    EXPECT_EQ(atTheEnd, kBuilt);
+}
+
 class Gate : public Init {};
 
 TEST_F(Gate, TheFirstRequestBuildsTheStoreAndLaterOnesFindItBuilt)

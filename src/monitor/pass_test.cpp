@@ -212,6 +212,33 @@ TEST_F(Check, LostSegmentKeepsRecordsAndFileUntilReplaced)
     EXPECT_EQ(savedDisks(), 2);
 }
 
+// The classes before the one that fails have the records of this pass already, those behind it the records of before.
+TEST_F(Check, StateOfTwoPassesIsNeverSavedWhateverFails)
+{
+    trace.reset(); // thousands of lines
+    for (const sim::Call kind : {sim::Call::segment, sim::Call::allocate}) {
+        if (kind == sim::Call::allocate && !sim::allocationsCanFail()) {
+            continue;
+        }
+        bool struck = true;
+        for (unsigned nth = 1; struck; ++nth) {
+            machine.change(machineWith(0));
+            ASSERT_EQ(strgCheckConfigChange(&cInfo), 0);
+            machine.change(machineWith(2)); // the first devices, and so the first segments, of two classes
+            sim::failNth(kind, nth);
+            static_cast<void>(strgCheckConfigChange(&cInfo));
+            struck = sim::failureStruck();
+            sim::failNth(kind, 0);
+            static_cast<void>(strgSetInstance(&cInfo)); // a client changes a setting
+            OwnedRecords saved;
+            ASSERT_EQ(readSaved(saved.dat), 0) << nth;
+            ASSERT_EQ(saved.dat[TAV_CID_STRG_SCSI].datNum, saved.dat[TAV_CID_STRG_HDD].datNum) << nth;
+        }
+    }
+    removeSegments(); // those whose removal was made to fail
+    trace.emplace();
+}
+
 TEST_F(Check, LostSegmentIsNotMissedOnceTheClassHasNoRecords)
 {
     machine.remove("/opt/qlm/tavkit_sa/work");

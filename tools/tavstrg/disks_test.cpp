@@ -210,6 +210,33 @@ TEST_F(Disks, BookTellsWhatChangedAndSinceWhen)
     EXPECT_TRUE(std::filesystem::exists(book + ".damaged"));
 }
 
+// The kernel knows the bridge; the disk tells its own names only while it is asked.
+TEST_F(Disks, SleepingDiskBehindAUsbBridgeKeepsItsIdentityInTheBook)
+{
+    const auto describe = [this](const char *power) {
+        write("bridge.json", std::string(R"({"hosts": [{"driver": "usb-storage", "transport": "usb",
+            "usb": {"vendorId": "1234", "productId": "5678", "serial": "BRIDGE-7"}, "devices": [{"sat": true, "vendor": "DOCK",
+            "model": "NORDWIND NW1000 BEHIND A BRIDGE", "serial": "NW-1", "vpdPages": {"80": null, "83": null},
+            "power": {"state": ")") +
+                                 power + R"("}}]}]})");
+    };
+    const std::string machine = (directory_ / "bridge.json").string();
+    const std::vector<std::string> words = {
+        "--machine", machine, "disks", "--book", (directory_ / "book").string(), "-o", "ID,SERIAL,HEALTH"};
+    describe("active");
+    const std::string awake = run(words).out;
+    EXPECT_THAT(awake, HasSubstr("NW1000_BEHIND_A_BRIDGE.NW-1"));
+    describe("standby");
+    const Finished asleep = run(words);
+    EXPECT_THAT(asleep.out, HasSubstr("NW1000_BEHIND_A_BRIDGE.NW-1"));
+    EXPECT_THAT(asleep.out, HasSubstr("asleep"));
+    EXPECT_EQ(asleep.err, "") << "nothing has changed";
+    describe("active");
+    EXPECT_EQ(run(words).out, awake);
+    const Finished withoutBook = run({"--machine", machine, "disks", "-o", "ID"});
+    EXPECT_THAT(withoutBook.out, HasSubstr("NW1000_BEHIND_A_BRIDGE.NW-1"));
+}
+
 TEST_F(Disks, ClassOfEveryDiskNeedsItsLine)
 {
     const Finished off = runSmall({"enum", "Disk"});

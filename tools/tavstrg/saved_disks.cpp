@@ -57,8 +57,8 @@ const BookEntry *entryOf(const Book &book, const Disk &disk)
         return found;
     }
     const auto same = std::find_if(book.entries.begin(), book.entries.end(), [&disk](const BookEntry &entry) {
-        return entry.present && std::strcmp(entry.name, disk.name) == 0 && std::strcmp(entry.model, disk.model) == 0 &&
-               (disk.serial[0] == '\0' || std::strcmp(entry.serial, disk.serial) == 0);
+        return entry.present && std::strcmp(entry.name, disk.name) == 0 &&
+               std::strcmp(entry.foundId, disk.foundId) == 0;
     });
     return same == book.entries.end() ? nullptr : same;
 }

@@ -109,6 +109,73 @@ TEST_F(HostileText, OfDevicesAndFilesIsEscapedInEveryOutput)
     }
 }
 
+// Disks whose texts are each hostile in another way, on all buses, in bays of hostile names.
+std::string machineOfHostileDisks()
+{
+    json machine =
+        json::parse(R"({"hosts": [{"driver": "mpt3sas", "devices": []}], "nvme": [], "virtio": [], "mmc": []})");
+    json slots = json::array();
+    for (size_t i = 0; i < kHostile.size(); ++i) {
+        const std::string text = json::parse('"' + inJson(kHostile[i]) + '"');
+        machine["hosts"][0]["devices"].push_back({{"id", i},
+                                                  {"ata", i % 2 == 0},
+                                                  {"vendor", "V" + text},
+                                                  {"model", "M" + text},
+                                                  {"revision", "R" + text},
+                                                  {"serial", "S" + text},
+                                                  {"wwid", "t10." + text},
+                                                  {"smart", {{"failing", true}}}});
+        slots.push_back(
+            {{"name", "Slot" + text + "\n\t"}, {"number", i}, {"device", "0:0:" + std::to_string(i) + ":0"}});
+        machine["nvme"].push_back({{"model", "M" + text},
+                                   {"serial", "S" + text},
+                                   {"firmware", "F" + text},
+                                   {"state", "dead" + text},
+                                   {"nqn", "nqn." + text},
+                                   {"namespaces", {{{"nsid", 1}, {"wwid", "nvme." + text}}}}});
+        machine["virtio"].push_back({{"serial", "S" + text}});
+        machine["mmc"].push_back({{"name", "N" + text}, {"cid", "C" + text}, {"firmware", text}, {"lifeTime", text}});
+    }
+    machine["hosts"][0]["devices"].push_back({{"id", 30}, {"type", "enclosure"}, {"slots", slots}});
+    return machine.dump();
+}
+
+TEST_F(HostileText, OfEveryDiskIsEscapedInEveryOutput)
+{
+    const std::string machine = write("disks.json", machineOfHostileDisks());
+    const std::string book = (directory_ / "book").string();
+    for (const char *format : {"--color=auto", "--json"}) {
+        for (const std::vector<std::string> &command :
+             std::vector<std::vector<std::string>>{{"disks", "--book", book},
+                                                   {"disks", "--wide"},
+                                                   {"disks", "-o", "ID,NODE,BAY,VENDOR,MODEL,SERIAL,FIRMWARE,REASON"},
+                                                   {"disks", "--csv"},
+                                                   {"disk", "sda"},
+                                                   {"disk", "nvme0n1"},
+                                                   {"disk", "none" + kHostile[0]},
+                                                   {"health", "--book", book},
+                                                   {"metrics"},
+                                                   {"metrics", "--from-book", book},
+                                                   {"record", "--keep-names", "-"}}) {
+            std::vector<std::string> words = {"--machine", machine, format};
+            words.insert(words.end(), command.begin(), command.end());
+            const Finished finished = runHarmless(words);
+            EXPECT_FALSE((finished.out + finished.err).empty());
+            EXPECT_EQ(finished.err.find("damaged"), std::string::npos) << "the names of bays do not damage the book";
+        }
+    }
+}
+
+TEST_F(HostileText, OfEveryDiskDoesNotLeaveItsPlaceInAPage)
+{
+    const std::string machine = write("disks.json", machineOfHostileDisks());
+    const std::string page = (directory_ / "page.html").string();
+    ASSERT_EQ(runHarmless({"--machine", machine, "report", page}).status, 0);
+    for (const char byte : contentOf(page)) {
+        ASSERT_TRUE(byte == '\n' || static_cast<unsigned char>(byte) >= 0x20);
+    }
+}
+
 TEST_F(HostileText, OfArgumentsIsEscapedInMessages)
 {
     for (const std::string &hostile : kHostile) {

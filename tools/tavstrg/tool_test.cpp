@@ -325,7 +325,7 @@ TEST_F(Tool, ATooDeeplyNestedMachineIsAFailureOfEveryCommand)
 {
     const std::string file =
         write("deep.json", "{\"hosts\": " + std::string(100000, '[') + std::string(100000, ']') + "}");
-    for (const char *command : {"show", "metrics", "check"}) {
+    for (const char *command : {"show", "metrics", "check", "watch", "disks"}) {
         const Finished finished = run({"--machine", file, command});
         EXPECT_EQ(finished.status, 1) << command;
         EXPECT_THAT(finished.err, MatchesRegex("tavstrg: .*/deep\\.json: [^\n]*nested[^\n]*\n"));

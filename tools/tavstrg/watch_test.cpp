@@ -147,6 +147,8 @@ TEST_F(WatchTool, ASlipInTheFileChangesNothingAndAnEditIsSeenWithinACycle)
     EXPECT_TRUE(watch.says("tavstrg: " + file() + ":2:3: "));
     edit("{\"hosts\": 7}");
     EXPECT_TRUE(watch.says("hosts: expected an array"));
+    edit("{\"hosts\": " + std::string(100000, '[') + std::string(100000, ']') + "}");
+    EXPECT_TRUE(watch.says("nested deeper than"));
 
     json edited = machine();
     edited["hosts"][0]["devices"][0]["smart"]["failing"] = true;

@@ -36,6 +36,12 @@ BookEntry *findEntry(Array<BookEntry> &entries, int32_t count, const char *id)
     return found == end || std::strcmp(found->id, id) != 0 ? nullptr : found;
 }
 
+void sortEntries(Array<BookEntry> &entries)
+{
+    std::sort(entries.begin(), entries.end(),
+              [](const BookEntry &a, const BookEntry &b) { return std::strcmp(a.id, b.id) < 0; });
+}
+
 Event *addEvent(Array<Event> &events, EventKind kind, const BookEntry &entry, int64_t now)
 {
     Event *const event = events.append();
@@ -116,12 +122,82 @@ void keepBadHealth(const BookEntry &entry, Disk &disk)
     }
 }
 
+// ---- disks that were not asked ----
+
+// A disk that answers may tell a better id than the kernel knows: one without a number in sysfs, or one behind a USB
+// bridge. While it sleeps or hangs it has only the id that the kernel knows.
+
+bool isFoundWhereItWas(const BookEntry &entry, const Disk &disk)
+{
+    char place[sizeof BookEntry::place];
+    placeOf(disk, place);
+    return entry.present && std::strcmp(entry.foundId, disk.foundId) == 0 && std::strcmp(entry.place, place) == 0 &&
+           entry.sizeBytes.known == disk.sizeBytes.known && entry.sizeBytes.value == disk.sizeBytes.value;
+}
+
+BookEntry *findWhereItWas(Array<BookEntry> &entries, const Disk &disk)
+{
+    auto *const found = std::find_if(entries.begin(), entries.end(),
+                                     [&disk](const BookEntry &entry) { return isFoundWhereItWas(entry, disk); });
+    return found == entries.end() ? nullptr : found;
+}
+
+bool hasDisk(const Array<Disk> &disks, const char *id)
+{
+    return std::any_of(disks.begin(), disks.end(), [id](const Disk &disk) { return std::strcmp(disk.id, id) == 0; });
+}
+
+void takeIdentity(Disk &disk, const BookEntry &entry)
+{
+    copyText(disk.id, entry.id);
+    copyText(disk.model, entry.model);
+    copyText(disk.serial, entry.serial);
+    disk.idSource = IdentitySource::serialNumber; // the kernel knows all better ones
+}
+
+// Of a disk that has no entry of the last pass under its own id.
+BookEntry *otherEntryOf(Array<BookEntry> &entries, const Disk &disk)
+{
+    const BookEntry *const own = findEntry(entries, entries.count(), disk.id);
+    return disk.foundId[0] == '\0' || (own != nullptr && own->present) ? nullptr : findWhereItWas(entries, disk);
+}
+
+// Gives disks that were not asked their ids of before.
+void keepIds(Array<BookEntry> &entries, Array<Disk> &disks)
+{
+    for (Disk &disk : disks) {
+        if (isVerdict(disk.health.state) || std::strcmp(disk.id, disk.foundId) != 0) {
+            continue;
+        }
+        const BookEntry *const entry = otherEntryOf(entries, disk);
+        if (entry != nullptr && !hasDisk(disks, entry->id)) {
+            takeIdentity(disk, *entry);
+        }
+    }
+}
+
+// Gives entries of disks that never answered, and do now, the ids that these have told.
+void renameEntries(Array<BookEntry> &entries, const Array<Disk> &disks)
+{
+    for (const Disk &disk : disks) {
+        if (std::strcmp(disk.id, disk.foundId) == 0 || findEntry(entries, entries.count(), disk.id) != nullptr) {
+            continue;
+        }
+        BookEntry *const entry = otherEntryOf(entries, disk);
+        if (entry != nullptr && !entry->lastAsked && std::strcmp(entry->id, disk.foundId) == 0) {
+            copyText(entry->id, disk.id);
+            sortEntries(entries);
+        }
+    }
+}
+
 // Whether a pass finds what is worth a write of the book, which may wake a disk: not that one fell asleep or woke up.
 bool isChange(const BookEntry &entry, const Disk &disk)
 {
     const HealthState before = entry.health.state;
     const HealthState now = disk.health.state;
-    return !entry.health.since || (before != now && before != HealthState::asleep && now != HealthState::asleep);
+    return !entry.health.since || std::strcmp(entry.foundId, disk.foundId) != 0 ||
+           (before != now && before != HealthState::asleep && now != HealthState::asleep);
 }
 
 bool enterDisk(BookEntry &entry, Disk &disk, int64_t now, Array<Event> &events)
@@ -129,10 +205,12 @@ bool enterDisk(BookEntry &entry, Disk &disk, int64_t now, Array<Event> &events)
     const bool asked = isVerdict(disk.health.state);
     keepBadHealth(entry, disk);
     copyText(entry.id, disk.id);
+    copyText(entry.foundId, disk.foundId);
     copyText(entry.name, disk.name);
     copyText(entry.model, disk.model);
     copyText(entry.serial, disk.serial);
     placeOf(disk, entry.place);
+    entry.sizeBytes = disk.sizeBytes;
     const bool sameState = entry.health.since && entry.health.state == disk.health.state;
     const int64_t since = sameState ? entry.health.since.value : now;
     entry.present = true;
@@ -204,8 +282,7 @@ void sortAndForget(Book &book, int64_t now)
         return !entry.present && entry.lastSeen < now - kKeptSeconds;
     });
     entries.shrink(static_cast<int32_t>(end - entries.begin()));
-    std::sort(entries.begin(), entries.end(),
-              [](const BookEntry &a, const BookEntry &b) { return std::strcmp(a.id, b.id) < 0; });
+    sortEntries(entries);
 }
 
 // Enters each disk; those that come, also again, are reported at once, with the rest of the book as it was.
@@ -249,6 +326,8 @@ const char *nameOf(EventKind kind)
 
 bool enterPass(Book &book, Array<Disk> &disks, int64_t now, Array<Event> &events)
 {
+    keepIds(book.entries, disks);
+    renameEntries(book.entries, disks);
     Array<bool> wasPresent;
     for (BookEntry &entry : book.entries) {
         bool *const was = wasPresent.append();

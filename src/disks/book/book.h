@@ -12,10 +12,12 @@ namespace tavstrg::disks {
 
 struct BookEntry {
     char id[sizeof Disk::id];
+    char foundId[sizeof Disk::foundId];
     char name[kNameRoom];
     char model[sizeof Disk::model];
     char serial[sizeof Disk::serial];
-    char place[128];   // bay, or adapter and address: where a disk that replaces this one would be
+    char place[128]; // bay, or adapter and address: where a disk that replaces this one would be
+    Maybe<uint64_t> sizeBytes;
     bool present;      // in the last pass
     int64_t firstSeen; // seconds since 1970
     int64_t lastSeen;
@@ -54,6 +56,8 @@ struct Book {
 // Takes a pass over: enters what was found, gives the disks what the book knows (firstSeen, health.since, and, where a
 // disk was not asked or did not answer, its last readings and lastAsked; one that fails, or has a warning
 // that does not pass by itself, is so still while it sleeps), and appends events in the order of the disks.
+// A disk that was not asked and has no entry of its own gets id, model and serial number of the entry of the last pass
+// that the kernel knew by the same id, of the same size and in the same place.
 // The ids of the disks differ. False if memory is short: book and disks are then to be dropped.
 bool enterPass(Book &book, Array<Disk> &disks, int64_t now, Array<Event> &events);
 

@@ -2,6 +2,7 @@
 #include "disks/book/book.h"
 
 #include "disks/book/book_file.h"
+#include "runtime/checksum.h"
 #include "runtime/field_text.h"
 
 #include <cerrno>
@@ -52,6 +53,13 @@ std::string enter(Book &book, std::vector<Disk> now, int64_t time, std::vector<D
                (event.otherId[0] == '\0' ? "" : " for " + std::string(event.otherId));
     }
     return all;
+}
+
+std::string textOf(const Book &book)
+{
+    Array<char> text;
+    EXPECT_TRUE(composeBook(book, text));
+    return {text.begin(), static_cast<size_t>(text.count())};
 }
 
 TEST(Book, FirstPassIsNoNewsButOfDisksThatFail)
@@ -193,6 +201,85 @@ TEST(Book, DiskThatFailedIsNotHealedByWhatCameBeforeItsSleep)
     }
 }
 
+// A disk of which the kernel knows no number; it tells its own when it is asked.
+Disk namelessDisk(HealthState state, const char *address = "6:0:0:0", uint64_t size = 1000)
+{
+    const bool asked = state == HealthState::good || state == HealthState::failing;
+    Disk disk = diskOf(asked ? "serial.NW1000.S1" : std::string("place.") + address, state);
+    copyText(disk.foundId, (std::string("place.") + address).c_str());
+    copyText(disk.name, "sda");
+    copyText(disk.address, address);
+    copyText(disk.serial, asked ? "S1" : "");
+    copyText(disk.model, asked ? "NW1000 of many words" : "BRIDGE");
+    disk.idSource = asked ? IdentitySource::serialNumber : IdentitySource::place;
+    disk.sizeBytes.set(size);
+    return disk;
+}
+
+TEST(Book, DiskThatIsNotAskedKeepsTheIdThatItTold)
+{
+    for (const HealthState state : {HealthState::asleep, HealthState::unknown, HealthState::unreadable}) {
+        const char *const news = state == HealthState::unreadable ? "unreadable serial.NW1000.S1" : "";
+        const char *const end = state == HealthState::unreadable ? "readable serial.NW1000.S1" : "";
+        Book book;
+        std::vector<Disk> after;
+        enter(book, {namelessDisk(HealthState::good)}, 10);
+        EXPECT_EQ(enter(book, {namelessDisk(state)}, 20, &after), news);
+        EXPECT_STREQ(after[0].id, "serial.NW1000.S1");
+        EXPECT_STREQ(after[0].serial, "S1");
+        EXPECT_STREQ(after[0].model, "NW1000 of many words");
+        EXPECT_EQ(after[0].idSource, IdentitySource::serialNumber);
+        EXPECT_EQ(after[0].readings.temperatureCelsius.value, -5);
+        Book read; // by another process
+        ASSERT_EQ(parseBook(textOf(book), read), BookState::whole);
+        EXPECT_EQ(enter(read, {namelessDisk(state)}, 30, &after), "");
+        EXPECT_STREQ(after[0].id, "serial.NW1000.S1");
+        EXPECT_EQ(enter(read, {namelessDisk(HealthState::good)}, 40), end);
+        EXPECT_EQ(read.entries.count(), 1);
+    }
+}
+
+TEST(Book, DiskThatMayBeAnotherKeepsNoId)
+{
+    const std::string news = "removed serial.NW1000.S1, replaced place.6:0:0:0 for serial.NW1000.S1";
+    Book book;
+    enter(book, {namelessDisk(HealthState::good)}, 10);
+    EXPECT_EQ(enter(book, {namelessDisk(HealthState::asleep, "6:0:0:0", 2000)}, 20), news) << "another size";
+    Book moved;
+    enter(moved, {namelessDisk(HealthState::good)}, 10);
+    EXPECT_EQ(enter(moved, {namelessDisk(HealthState::asleep, "7:0:0:0")}, 20),
+              "removed serial.NW1000.S1, added place.7:0:0:0");
+    Book gone;
+    enter(gone, {namelessDisk(HealthState::good), diskOf("b")}, 10);
+    EXPECT_EQ(enter(gone, {diskOf("b")}, 20), "removed serial.NW1000.S1");
+    EXPECT_EQ(enter(gone, {diskOf("b"), namelessDisk(HealthState::asleep)}, 30), "added place.6:0:0:0")
+        << "it was not there in the pass before";
+    Book elsewhere;
+    enter(elsewhere, {namelessDisk(HealthState::good)}, 10);
+    Disk there = namelessDisk(HealthState::good, "7:0:0:0");
+    std::vector<Disk> after;
+    EXPECT_EQ(enter(elsewhere, {namelessDisk(HealthState::asleep), there}, 20, &after), "added place.6:0:0:0");
+    EXPECT_STREQ(after[0].id, "place.6:0:0:0") << "the disk is in another place, and tells it";
+}
+
+TEST(Book, DiskThatIsAskedForTheFirstTimeIsNotANewOne)
+{
+    Book book;
+    enter(book, {diskOf("z"), namelessDisk(HealthState::asleep), diskOf("a")}, 10);
+    std::vector<Disk> after;
+    EXPECT_EQ(enter(book, {diskOf("z"), namelessDisk(HealthState::good), diskOf("a")}, 20, &after), "");
+    EXPECT_EQ(after[1].firstSeen.value, 10);
+    EXPECT_EQ(book.entries.count(), 3);
+    EXPECT_EQ(enter(book, {diskOf("z"), namelessDisk(HealthState::asleep), diskOf("a")}, 30), "");
+    EXPECT_EQ(enter(book, {diskOf("z"), diskOf("a")}, 40), "removed serial.NW1000.S1");
+    // The id is known already, of a disk that went: no id may be in the book twice.
+    EXPECT_EQ(enter(book, {diskOf("z"), namelessDisk(HealthState::asleep), diskOf("a")}, 50), "added place.6:0:0:0");
+    EXPECT_EQ(enter(book, {diskOf("z"), namelessDisk(HealthState::good), diskOf("a")}, 60),
+              "removed place.6:0:0:0, replaced serial.NW1000.S1 for place.6:0:0:0");
+    Book read;
+    EXPECT_EQ(parseBook(textOf(book), read), BookState::whole);
+}
+
 TEST(Book, SleepAloneIsNotWorthAWrite)
 {
     Book book;
@@ -218,13 +305,6 @@ TEST(Book, DisksThatWentAreForgottenInTheEnd)
 
 // ---- the file ----
 
-std::string textOf(const Book &book)
-{
-    Array<char> text;
-    EXPECT_TRUE(composeBook(book, text));
-    return {text.begin(), static_cast<size_t>(text.count())};
-}
-
 Book sample()
 {
     Book book;
@@ -245,6 +325,17 @@ TEST(BookText, WhatWasWrittenIsRead)
     EXPECT_EQ(book.entries[0].readings.mediaErrors.value, UINT64_MAX);
     EXPECT_FALSE(book.entries[0].readings.powerOnHours);
     EXPECT_EQ(textOf(book), text);
+}
+
+// Whoever wrote such a book, its texts are printed on terminals.
+TEST(BookText, TextThatIsNotPrintableIsDamage)
+{
+    for (const char byte : {'\x1b', '\x7f', '\x9b', '\xff', '\x01'}) {
+        Book book = sample();
+        book.entries[0].health.reason[0] = byte;
+        const std::string text = textOf(book);
+        EXPECT_EQ(parseBook(text, book), BookState::damaged) << static_cast<int>(byte);
+    }
 }
 
 TEST(BookText, EveryFlippedByteIsFound)
@@ -271,6 +362,17 @@ TEST(BookText, EveryCutIsFound)
     }
     Book book;
     EXPECT_EQ(parseBook(whole + "x", book), BookState::damaged);
+}
+
+TEST(BookText, FieldsThatAreMissingAreUnknown)
+{
+    std::string text = "tavstrg disk book 1\nid=naa.1\tname=sda\tpresent=1\tfirst=10\tlast=20\n";
+    char end[64];
+    std::snprintf(end, sizeof end, "end 1 %016llx\n", static_cast<unsigned long long>(checksumOf(text)));
+    Book book;
+    ASSERT_EQ(parseBook(text + end, book), BookState::whole);
+    EXPECT_STREQ(book.entries[0].foundId, "naa.1");
+    EXPECT_FALSE(book.entries[0].sizeBytes);
 }
 
 TEST(BookText, LaterVersionIsNotTakenForDamage)

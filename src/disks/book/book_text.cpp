@@ -5,6 +5,7 @@
 #include "runtime/checksum.h"
 #include "runtime/field_text.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cinttypes>
 #include <cstdio>
@@ -66,10 +67,14 @@ std::string_view composeEntry(const BookEntry &entry, Line &line)
 {
     const Readings &readings = entry.readings;
     line.text("id", entry.id);
+    if (entry.foundId[0] != '\0' && std::strcmp(entry.foundId, entry.id) != 0) {
+        line.text("found", entry.foundId);
+    }
     line.text("name", entry.name);
     line.text("model", entry.model);
     line.text("serial", entry.serial);
     line.text("place", entry.place);
+    line.maybe("size", entry.sizeBytes);
     line.number("present", entry.present ? 1 : 0);
     line.number("first", entry.firstSeen);
     line.number("last", entry.lastSeen);
@@ -114,7 +119,7 @@ template <class Value> bool parseMaybe(std::string_view text, Maybe<Value> &valu
 template <size_t N> bool parseText(std::string_view text, char (&field)[N])
 {
     copyText(field, text);
-    return text.size() < N;
+    return text.size() < N && std::all_of(text.begin(), text.end(), isPrintable);
 }
 
 bool parseFlag(std::string_view text, bool &flag)
@@ -189,6 +194,9 @@ bool parseField(std::string_view key, std::string_view value, BookEntry &entry)
     if (key == "id") {
         return parseText(value, entry.id) && !value.empty();
     }
+    if (key == "found") {
+        return parseText(value, entry.foundId);
+    }
     if (key == "name") {
         return parseText(value, entry.name);
     }
@@ -200,6 +208,9 @@ bool parseField(std::string_view key, std::string_view value, BookEntry &entry)
     }
     if (key == "place") {
         return parseText(value, entry.place);
+    }
+    if (key == "size") {
+        return parseMaybe(value, entry.sizeBytes);
     }
     if (key == "present") {
         return parseFlag(value, entry.present);
@@ -232,6 +243,9 @@ bool parseEntry(std::string_view line, BookEntry &entry)
         if (!parseField(key, value, entry)) {
             return false;
         }
+    }
+    if (entry.foundId[0] == '\0') {
+        copyText(entry.foundId, entry.id);
     }
     return entry.id[0] != '\0';
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "disks/find/bays.h"
 
+#include "disks/bytes.h"
 #include "disks/find/place.h"
 #include "runtime/field_text.h"
 
@@ -41,8 +42,10 @@ void Bays::add(std::string_view address, const char *format, const char *first, 
 {
     Bay *const bay = address.empty() || bays_.count() == kMostBays ? nullptr : bays_.append();
     if (bay != nullptr) {
+        char name[PATH_MAX];
         copyText(bay->address, address);
-        std::snprintf(bay->name, sizeof bay->name, format, first, second);
+        const int length = std::snprintf(name, sizeof name, format, first, second);
+        copyClean(bay->name, {name, std::min<size_t>(static_cast<size_t>(std::max(length, 0)), sizeof name - 1)});
     }
 }
 

@@ -167,6 +167,20 @@ TEST(FindDisks, BayOfAnEnclosureBeforeThatOfTheSasLayer)
     EXPECT_STREQ(disks[2].bay, "");
 }
 
+// An enclosure tells the kernel the names of its bays. Tabs and line ends would also break the lines of the book.
+TEST(FindDisks, NameOfABayIsCleanText)
+{
+    SysfsTree sysfs;
+    const std::string place = "pci0000:00/0000:02:00.0/host6/target6:0:3/6:0:3:0";
+    sysfs.addBlock(place + "/block/sda", 2048);
+    sysfs.link("devices/" + place + "/block/sda/device", "../../../6:0:3:0");
+    sysfs.link("class/enclosure/6:0:8:0/Slot\t\x1b[2J\n\xff /device", "../../../../devices/x/target6:0:3/6:0:3:0");
+    Array<Disk> disks;
+    ASSERT_EQ(findDisks(disks, sysfs.path()), FindResult::done);
+    ASSERT_EQ(disks.count(), 1);
+    EXPECT_STREQ(disks[0].bay, "6:0:8:0 Slot ?[2J ?");
+}
+
 TEST(FindDisks, WithoutSysfsThereIsAnAnswerToo)
 {
     Array<Disk> disks;

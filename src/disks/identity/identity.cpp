@@ -301,7 +301,11 @@ bool nameDisks(Array<Disk> &disks)
     for (Disk &disk : disks) {
         nameDisk(disk);
     }
-    return settleIds(disks);
+    const bool settled = settleIds(disks);
+    for (Disk &disk : disks) {
+        std::memcpy(disk.foundId, disk.id, sizeof disk.foundId);
+    }
+    return settled;
 }
 
 bool nameAskedDisks(Array<Disk> &disks)

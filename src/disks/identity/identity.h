@@ -30,9 +30,9 @@ bool isWorldWideName(const char *wwid);
 // Sets id and idSource by the disk's other fields.
 void nameDisk(Disk &disk);
 
-// Names all disks, joins the paths of one disk into one entry (the first that is not hidden is the one that is asked),
-// and tells disks apart that report the same identity. Keeps the order. False if memory is short: the list is then
-// named, and nothing is joined.
+// Names all disks (id and foundId), joins the paths of one disk into one entry (the first that is not hidden is the one
+// that is asked), and tells disks apart that report the same identity. Keeps the order. False if memory is short: the
+// list is then named, and nothing is joined.
 bool nameDisks(Array<Disk> &disks);
 
 // The same after the disks were asked, of those that the kernel has no number of, or only that of a USB bridge. The
