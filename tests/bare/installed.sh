@@ -54,11 +54,13 @@ tool_alone() {
     same "packages of the project" "tavstrg installed" \
         "$(in_root "$root" dpkg-query -W -f '${Package} ${db:Status-Status}\n' 'tavstrg*' | grep -v not-installed)"
     says "dpkg" '^0$' "$root" bash -c '{ dpkg --audit && dpkg --verify tavstrg; } | wc -l'
-    says "tavstrg disks" '^/dev/sda ' "$root" "${tool[@]}" disks
-    says "tavstrg health" ' disks: ' "$root" "${tool[@]}" health
+    says "tavstrg disks" '^sda ' "$root" "${tool[@]}" disks
+    says "tavstrg health" '^[0-9]+ disks: ' "$root" "${tool[@]}" health
     says "tavstrg metrics" '^tavstrg_disk_health\{' "$root" "${tool[@]}" metrics
     says "tavstrg report" '</html>' "$root" "${tool[@]}" report -
-    says "tavstrg monitor --once" 'the last pass took' "$root" "${tool[@]}" monitor --once
+    echo "journal = no" >"$root/work/monitor.conf"
+    says "tavstrg monitor --once" 'the last pass took' "$root" "${tool[@]}" monitor --config /work/monitor.conf --once
+    [ -e "$root/var/lib/tavstrg/monitor.state" ] || fail "the service has remembered nothing"
     ! command=$(in_root "$root" "${tool[@]}" show 2>&1) || fail "a provider was found"
     grep -qF 'no provider found' <<<"$command" || fail "without a provider the tool says $command"
     says "tavstrg monitor --check" '^0$' "$root" bash -c 'tavstrg monitor --check | wc -l'

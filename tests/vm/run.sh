@@ -5,9 +5,9 @@
 # usage: tests/vm/run.sh [--build DIR] [--phases A,B,...] [--keep] [--verbose] [--fetch]
 #
 #   --build DIR     the build to test (build/release)
-#   --phases LIST   only these phases: inventory smart unmanaged failing monitoring hotplug sleeping adapters disks service unit many;
-#                   or compare, which is not a test: it measures the cost of the provider and of Debian's tools (./bench.sh compare
-#                   --vm)
+#   --phases LIST   only these phases: inventory smart unmanaged failing monitoring hotplug sleeping adapters disks service unit
+#                   many; or compare, which is not a test: it measures the cost of the provider and of Debian's tools (./bench.sh
+#                   compare --vm)
 #   --keep          keep the console, traces, alerts and check results in build/vm/run.* even if all checks passed
 #   --verbose       show the machine's console while it runs, and each check
 #   --fetch         only download and unpack the packages of the machine
