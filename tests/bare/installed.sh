@@ -63,7 +63,7 @@ tool_alone() {
     [ -e "$root/var/lib/tavstrg/monitor.state" ] || fail "the service has remembered nothing"
     ! command=$(in_root "$root" "${tool[@]}" show 2>&1) || fail "a provider was found"
     grep -qF 'no provider found' <<<"$command" || fail "without a provider the tool says $command"
-    says "tavstrg monitor --check" '^0$' "$root" bash -c 'tavstrg monitor --check | wc -l'
+    says "tavstrg monitor --check" '^/etc/tavstrg/monitor.conf: good$' "$root" tavstrg monitor --check
     says "the unit" '^0$' "$root" bash -c 'systemd-analyze verify tavstrg-monitor.service 2>&1 | tee /dev/stderr | wc -l'
     says "the unit's state" '^enabled$' "$root" systemctl is-enabled tavstrg-monitor.service
     says "man tavstrg-monitor" '^SYNOPSIS$' "$root" man tavstrg-monitor

@@ -185,9 +185,9 @@ void whatTheUnitRefuses()
 
 // --- the service under its unit ---
 
-std::string statusField(const std::string &name)
+std::string statusField(const std::string &process, const std::string &name)
 {
-    std::ifstream status("/proc/" + property("MainPID") + "/status");
+    std::ifstream status("/proc/" + process + "/status");
     for (std::string word; status >> word;) {
         if (word == name + ":") {
             status >> word;
@@ -208,12 +208,14 @@ States theUnitAsItIs()
 {
     const States asRoot = statesIn(outputOf("/test/bin/tavstrg metrics"));
     check("the service starts and makes a pass", true, startWith(""));
-    check("it is active", "active running", property("ActiveState") + " " + property("SubState"));
-    check("its capabilities are those of the unit", "0000000000220004", statusField("CapBnd"));
-    check("it gets no new privileges", "1", statusField("NoNewPrivs"));
-    check("its system calls are filtered", "2", statusField("Seccomp"));
+    const std::string process = property("MainPID");
+    check("its capabilities are those of the unit", "0000000000220004", statusField(process, "CapBnd"));
+    check("it gets no new privileges", "1", statusField(process, "NoNewPrivs"));
+    check("its system calls are filtered", "2", statusField(process, "Seccomp"));
     const std::string status = outputOf("systemctl status -n 0 " + kUnitName + " 2>&1");
-    check("systemctl status shows the line of the service in: " + status, true,
+    check("systemctl status says that it is active", true,
+          status.find("Active: active (running)") != std::string::npos);
+    check("... and shows the line of the service", true,
           status.find("Status: \"" + std::to_string(asRoot.size()) + " disks: ") != std::string::npos);
     const States states = statesIn(fileText(kMetricsFile));
     check("each disk answers as without the unit", text(asRoot), text(states));
@@ -251,9 +253,10 @@ long long number(const std::string &name)
 void theWatchdog()
 {
     constexpr long long kInterval = 6000000; // kAllGranted
-    check("it feeds the watchdog", true, waitUntil([] {
+    const long long began = number("ActiveEnterTimestampMonotonic");
+    check("it feeds the watchdog", true, waitUntil([began] {
               std::this_thread::sleep_for(std::chrono::milliseconds(500));
-              return number("WatchdogTimestampMonotonic") > number("ActiveEnterTimestampMonotonic") + kInterval;
+              return number("WatchdogTimestampMonotonic") > began + kInterval;
           }));
     check("... and was never started again", "0", property("NRestarts"));
     fs::remove(kMetricsFile);
@@ -267,7 +270,7 @@ void theWatchdog()
 void theStop()
 {
     check("it stops", true, systemctl("stop " + kUnitName));
-    check("... with success", "inactive success", property("ActiveState") + " " + property("Result"));
+    check("... with success", "success", property("Result"));
 }
 
 // --- the unit without one of its rights ---

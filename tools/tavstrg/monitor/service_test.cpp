@@ -420,7 +420,7 @@ TEST_F(MonitorService, DoesNotWakeUpBetweenPasses)
     bool slept = false;
     for (int tries = 0; tries < 20 && !slept; ++tries) { // on a busy machine the end of the first pass takes its time
         const unsigned long before = sleepsOf(service.pid());
-        std::this_thread::sleep_for(1500ms);
+        std::this_thread::sleep_for(800ms);
         slept = before != 0 && sleepsOf(service.pid()) == before;
     }
     EXPECT_TRUE(slept) << sleepsOf(service.pid()) << " times it went to sleep";
