@@ -115,16 +115,8 @@ Loaded load(DiskBook &book)
 int saveText(std::string_view text)
 {
     int error = 0;
-    const FileDesc file(openReplacement(kPlace, error)); // locked until the file has its name
-    if (!file) {
-        return error;
-    }
-    if (::ftruncate(file.get(), 0) != 0 || (error = writeWhole(file.get(), text)) != 0 || ::fsync(file.get()) != 0) {
-        error = error != 0 ? error : errno;
-        dropReplacement(kPlace);
-        return error;
-    }
-    return putInPlace(kPlace);
+    const FileDesc file(replaceText(kPlace, text, error));
+    return error;
 }
 
 bool compose(DiskBook &book, Text &text)

@@ -3,6 +3,7 @@
 
 #include "runtime/holders.h"
 #include "runtime/pause.h"
+#include "runtime/whole.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -184,6 +185,24 @@ int tavstrg::putInPlace(const ReplacedFile &place)
 void tavstrg::dropReplacement(const ReplacedFile &place)
 {
     ::unlink(place.temporary);
+}
+
+int tavstrg::replaceText(const ReplacedFile &place, std::string_view text, int &error)
+{
+    FileDesc file(openReplacement(place, error)); // locked until the file has its name
+    if (!file) {
+        return -1;
+    }
+    error = ::ftruncate(file.get(), 0) == 0 ? writeWhole(file.get(), text) : errno;
+    if (error == 0 && ::fsync(file.get()) != 0) {
+        error = errno;
+    }
+    if (error != 0) {
+        dropReplacement(place);
+        return -1;
+    }
+    error = putInPlace(place);
+    return error == 0 ? file.handOver() : -1;
 }
 
 bool tavstrg::isInPlace(const ReplacedFile &place, std::span<const uint8_t> bytes)

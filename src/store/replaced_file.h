@@ -31,6 +31,10 @@ int openReplacement(const ReplacedFile &place, int &error);
 int putInPlace(const ReplacedFile &place);
 // Removes the temporary file.
 void dropReplacement(const ReplacedFile &place);
+// All of it for a file that is one text: opens the temporary file, writes the text, syncs it and puts it in place.
+// Returns the descriptor of the new file, open for writing, which the caller closes, and 0 in error; or -1 with the
+// errno in error, with the temporary file removed if it was opened and the old file unchanged.
+int replaceText(const ReplacedFile &place, std::string_view text, int &error);
 // Whether a replacement by these bytes is possible and would change nothing. What cannot be found out is no.
 bool isInPlace(const ReplacedFile &place, std::span<const uint8_t> bytes);
 

@@ -29,15 +29,29 @@ diff -u --label "listed jobs" --label "functions" <(list_job_names | sort) \
 expect "an unknown job" "test.sh: unknown job 'tsun' (see ./test.sh --help)" 2 "$tree/test.sh" --job tsun
 expect "an unknown option" "test.sh: unknown option '--alll' (see ./test.sh --help)" 2 "$tree/test.sh" --alll
 
-# A ctest that prints $CTEST_SAYS.
-# shellcheck disable=SC2016 # expanded by that script
-printf '#!/bin/sh\necho "$CTEST_SAYS"\n' >"$work/bin/ctest"
+# A ctest that prints $CTEST_SAYS, and $CTEST_REPEATS when it runs failed tests again.
+cat >"$work/bin/ctest" <<'END'
+#!/bin/sh
+case $* in *--rerun-failed*) CTEST_SAYS=$CTEST_REPEATS ;; esac
+printf '%b\n' "$CTEST_SAYS"
+END
 chmod +x "$work/bin/ctest"
 PATH=$work/bin:$PATH
 
 job_rules() { run_tests release; }
 export CTEST_SAYS="99% tests passed, 2 tests failed out of 300"
+export CTEST_REPEATS="0% tests passed, 2 tests failed out of 2"
 expect "failed tests" "298 passed, 2 failed" 1 run_jobs rules
+CTEST_SAYS+='\n\t 7 - Some.Test  # GetParam() = 1 (Failed)\n\t 8 - Other.Test (Timeout)'
+CTEST_REPEATS='50% tests passed, 1 tests failed out of 2\n\t 8 - Other.Test (Failed)'
+expect "a test that passes when repeated" "299 passed, 1 failed" 1 run_jobs rules
+output=$(run_jobs rules || true)
+grep -qxF 'passed only when repeated: Some.Test  # GetParam() = 1' <<<"$output" || fail "it is not listed"
+! grep -qF 'repeated: Other.Test' <<<"$output" || fail "the other one is listed"
+CTEST_REPEATS='100% tests passed, 0 tests failed out of 2'
+expect "tests that all pass when repeated" "300 passed, 0 failed" 0 run_jobs rules
+CTEST_SAYS="98% tests passed, 6 tests failed out of 300"
+expect "many failed tests are not repeated" "294 passed, 6 failed" 1 run_jobs rules
 export CTEST_SAYS="100% tests passed, 0 tests failed out of 300"
 expect "tests that pass" "300 passed, 0 failed" 0 run_jobs rules
 export CTEST_SAYS="No tests were found!!!"

@@ -59,7 +59,7 @@ inline double findingSecondsPerDisk(int number)
 {
     using namespace tavstrg::disks;
     const sim::Machine simulated(machines::ofDisks(static_cast<size_t>(number)));
-    const Cost cost = bestOf(3, [number] {
+    const Cost cost = bestOf(5, [number] {
         Array<Disk> disks;
         ASSERT_EQ(findDisks(disks), FindResult::done);
         ASSERT_EQ(disks.count(), number);
@@ -68,6 +68,7 @@ inline double findingSecondsPerDisk(int number)
     return cost.cpu / number;
 }
 
-constexpr double kMostFindingSeconds = 60e-6; // of each disk
+// Of each disk, on two processors of 2026; with slack, because caches are shared with other processes.
+constexpr double kMostFindingSeconds = 120e-6;
 
 } // namespace scenario

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/process.h"
 
+#include "tavstrg/pointers.h"
+
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
@@ -132,16 +134,6 @@ std::vector<std::string> environmentWith(const std::vector<std::string> &entries
     return all;
 }
 
-std::vector<char *> pointersTo(const std::vector<std::string> &texts)
-{
-    std::vector<char *> pointers;
-    for (const std::string &text : texts) {
-        pointers.push_back(const_cast<char *>(text.c_str()));
-    }
-    pointers.push_back(nullptr);
-    return pointers;
-}
-
 double seconds(const timeval &time)
 {
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
@@ -168,7 +160,7 @@ Process::Process(const Command &command) : streams_(std::make_unique<Streams>())
     actions.direct(STDERR_FILENO, command.err, streams_->err, command.columns);
     const std::vector<std::string> environment = environmentWith(command.environment);
     errno = ::posix_spawnp(&finished_.pid, command.words.at(0).c_str(), actions.get(), nullptr,
-                           pointersTo(command.words).data(), pointersTo(environment).data());
+                           tool::pointersTo(command.words).data(), tool::pointersTo(environment).data());
     if (errno != 0) {
         fail("cannot run " + command.words[0]);
     }

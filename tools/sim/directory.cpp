@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/directory.h"
 
+#include "sim/hex.h"
 #include "sim/paths.h"
 #include "sim/tree.h"
 
@@ -65,11 +66,7 @@ std::string makeDirectory(const std::string &parent)
     if (getrandom(random.data(), random.size(), 0) != static_cast<ssize_t>(random.size())) {
         failMaking(path);
     }
-    for (const unsigned char byte : random) {
-        char digits[3];
-        std::snprintf(digits, sizeof digits, "%02x", static_cast<unsigned>(byte));
-        path += digits;
-    }
+    path += hexText(random);
     if (mkdir(path.c_str(), 0700) != 0) {
         failMaking(path);
     }

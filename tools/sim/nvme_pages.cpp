@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/nvme_pages.h"
 
+#include "sim/hex.h"
+
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -81,22 +83,11 @@ void addDescriptor(Bytes &list, size_t &at, uint8_t type, const Bytes &id)
     }
 }
 
-std::string hex(const Bytes &bytes)
-{
-    std::string text;
-    for (const uint8_t byte : bytes) {
-        std::array<char, 3> digits{};
-        std::snprintf(digits.data(), digits.size(), "%02x", static_cast<unsigned>(byte));
-        text += digits.data();
-    }
-    return text;
-}
-
 std::string hexOfText(const std::string &text, size_t longest)
 {
     const std::string cut = text.substr(0, longest);
     const std::string plain = cut.substr(0, cut.find_last_not_of(' ') + 1);
-    return hex({plain.begin(), plain.end()});
+    return hexText(plain);
 }
 
 } // namespace
@@ -193,7 +184,7 @@ std::optional<std::vector<uint8_t>> nvmeLog(const NvmeController &controller, ui
 
 std::string uuidText(const std::vector<uint8_t> &bytes)
 {
-    std::string text = hex(bytes);
+    std::string text = hexText(bytes);
     for (const size_t at : {size_t{20}, size_t{16}, size_t{12}, size_t{8}}) {
         if (text.size() > at) {
             text.insert(at, "-");
@@ -211,7 +202,7 @@ std::string wwidOf(const NvmeController &controller, const NvmeNamespace &space)
         return "uuid." + uuidText(space.uuid);
     }
     if (!space.nguid.empty() || !space.eui.empty()) {
-        return "eui." + hex(space.nguid.empty() ? space.eui : space.nguid);
+        return "eui." + hexText(space.nguid.empty() ? space.eui : space.nguid);
     }
     std::array<char, 16> vendor{};
     std::array<char, 16> number{};

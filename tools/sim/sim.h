@@ -197,8 +197,9 @@ unsigned sleepers(); // present sleepers
 // Waits until that number of sleeps has begun. Returns false if it has not after the given seconds.
 bool awaitSleep(unsigned number, double seconds);
 
-// CPU time in seconds that the calling thread spent inside the simulated machine while it was measured, for benchmarks
-// to subtract. Measuring itself costs some 0.5 us per call and is off by default.
+// CPU time in seconds that the calling thread spent inside the simulated machine while it was measured, and for the
+// measuring, for benchmarks to subtract. Measuring costs some 0.5 us per call, which is found out when it is switched
+// on, and is off by default.
 void measureOwnCpu(bool on);
 double ownCpuSeconds();
 double ownCpuSecondsOfProcess(); // of all threads

@@ -3,6 +3,7 @@
 #include "sim/vpd_pages.h"
 
 #include "sim/ata_sectors.h"
+#include "sim/hex.h"
 
 #include <algorithm>
 #include <array>
@@ -172,17 +173,6 @@ int priorityOf(Designator d)
     }
 }
 
-std::string hexText(const char *prefix, std::span<const uint8_t> value)
-{
-    std::string text = prefix;
-    for (const uint8_t byte : value) {
-        std::array<char, 3> digits{};
-        std::snprintf(digits.data(), digits.size(), "%02x", static_cast<unsigned>(byte));
-        text += digits.data();
-    }
-    return text;
-}
-
 // As the kernel's format "%*pE": what cannot be printed is written in octal digits.
 std::string escaped(std::span<const uint8_t> value)
 {
@@ -204,9 +194,9 @@ std::string textOf(Designator d)
     case kT10VendorId:
         return "t10." + escaped(value);
     case kEui64:
-        return hexText("eui.", value);
+        return "eui." + hexText(value);
     case kNaa:
-        return hexText("naa.", value);
+        return "naa." + hexText(value);
     default:
         return {value.begin(), value.end()};
     }

@@ -203,21 +203,6 @@ std::string localTime(const std::string &utc)
     return text;
 }
 
-Json textOrNull(const std::string &text)
-{
-    return text.empty() ? Json(nullptr) : Json(text);
-}
-
-Json nodePath(const std::string &node)
-{
-    return node.empty() ? Json(nullptr) : Json("/dev/" + node);
-}
-
-Json hostNumber(const std::optional<unsigned> &host)
-{
-    return host ? Json(*host) : Json(nullptr);
-}
-
 Json changeJson(const Change &change)
 {
     return {{"change", change.added ? "added" : "removed"},

@@ -167,6 +167,11 @@ TEST(ParseArguments, CommandsAreNamedAsTheyAreGiven)
                                                 {"check"},
                                                 {"metrics"},
                                                 {"report", "f"},
+                                                {"record", "f"},
+                                                {"disks"},
+                                                {"disk", "sda"},
+                                                {"health"},
+                                                {"monitor"},
                                                 {"dump-state", "f"}}) {
         EXPECT_STREQ(commandName(parsed(words).command), words[0]);
     }
@@ -257,9 +262,10 @@ INSTANTIATE_TEST_SUITE_P(
         WrongUsage{{"metrics", "--output"}, "--output"}, WrongUsage{{"metrics", "x"}, "x"},
         WrongUsage{{"metrics", "--book", "b", "--from-book", "b"}, "exclude each other"},
         WrongUsage{{"metrics", "--classes", "--book", "b"}, "--classes has no book"}, WrongUsage{{"report"}, "FILE"},
-        WrongUsage{{"report", ""}, "FILE must not be empty"}, WrongUsage{{"--json", "report", "f"}, "--json disks"},
-        WrongUsage{{"show", "--output", "f"}, "--output"}, WrongUsage{{"dump-state"}, "FILE"},
-        WrongUsage{{"dump-state", "f", "g"}, "g"},
+        WrongUsage{{"report", ""}, "report: FILE must not be empty"},
+        WrongUsage{{"record", ""}, "record: FILE must not be empty"},
+        WrongUsage{{"--json", "report", "f"}, "--json disks"}, WrongUsage{{"show", "--output", "f"}, "--output"},
+        WrongUsage{{"dump-state"}, "FILE"}, WrongUsage{{"dump-state", "f", "g"}, "g"},
         WrongUsage{{"check", "--root", "d", "--machine", "m"}, "exclude each other"},
         WrongUsage{{"monitor", "--machine", "m"}, "needs --config"}, WrongUsage{{"call", "Config"}, "METHOD"},
         WrongUsage{{"call", "Tape", "Rewind"}, "TAV_StorageTape has no method \"Rewind\""},

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tavstrg/catalogue.h"
 
+#include "tavstrg/words.h"
+
 #include "classes/disk_properties.h"
 #include "records/records.h"
 
@@ -15,12 +17,6 @@ namespace {
 constexpr std::string_view kPrefix = "TAV_Storage";
 constexpr const char *kMonitorCycle = "MonitorCycle";
 constexpr const char *kSmartMode = "HardDiskSmartMode";
-
-// ASCII only: the classes have no other letters, and the result must not depend on the locale.
-char lower(char c)
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
 
 ClassEntry fromDescription(const ClassDesc &desc)
 {
@@ -95,12 +91,6 @@ const MethodEntry *findMethod(const ClassEntry &entry, std::string_view given)
     const auto found = std::find_if(entry.methods.begin(), entry.methods.end(),
                                     [given](const MethodEntry &m) { return sameIgnoringCase(m.name, given); });
     return found == entry.methods.end() ? nullptr : &*found;
-}
-
-bool sameIgnoringCase(std::string_view one, std::string_view other)
-{
-    return std::equal(one.begin(), one.end(), other.begin(), other.end(),
-                      [](char a, char b) { return lower(a) == lower(b); });
 }
 
 NumberRange rangeOf(std::string_view argument)

@@ -40,8 +40,6 @@ const ClassEntry *findClass(std::string_view given);
 // By name without regard to case; null if the class has no such method.
 const MethodEntry *findMethod(const ClassEntry &entry, std::string_view given);
 
-bool sameIgnoringCase(std::string_view one, std::string_view other);
-
 // What a method takes for an argument: a decimal number from least to most.
 struct NumberRange {
     int least;

@@ -60,9 +60,7 @@ CheckedLine accepted(size_t number, const M2SSDInf &entry)
 // Whether a field is a number as a person means it, within what its column holds.
 bool isPlainNumber(std::string_view field, bool attribute)
 {
-    constexpr std::string_view kBlanks = " \t";
-    field.remove_prefix(std::min(field.find_first_not_of(kBlanks), field.size()));
-    field = field.substr(0, field.find_last_not_of(kBlanks) + 1);
+    field = trimmed(field, " \t");
     int32_t number = 0;
     const auto [end, error] = std::from_chars(field.data(), field.data() + field.size(), number);
     using Short = std::numeric_limits<int16_t>;

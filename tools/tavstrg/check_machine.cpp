@@ -3,8 +3,10 @@
 
 #include "tavstrg/check.h"
 
+#include "tavstrg/agent_paths.h"
 #include "tavstrg/cause.h"
 #include "tavstrg/nearest.h"
+#include "tavstrg/places.h"
 #include "tavstrg/words.h"
 
 #include "collect/base/attribute.h"
@@ -31,8 +33,6 @@ using namespace tavstrg;
 namespace tool {
 namespace {
 
-constexpr const char *kAgentRoot = "/opt/qlm/tavkit_sa";
-constexpr const char *kHosts = "/sys/class/scsi_host";
 constexpr int kNotComparable = -2;
 
 using Findings = std::vector<MachineFinding>;
@@ -43,7 +43,7 @@ void checkRelease(Findings &findings)
     const std::string named = "kernel release " + printable(release);
     if (kernelRules().orderOfTransport(release.c_str()) == kNotComparable) {
         findings.push_back({true, named + ": refused, so every collection fails; " + releaseRemedy()});
-    } else if (kernelRules().interfaceOf(release) == kInterfaceProcfs && access(kHosts, F_OK) == 0) {
+    } else if (kernelRules().interfaceOf(release) == kInterfaceProcfs && access(kScsiHosts, F_OK) == 0) {
         findings.push_back({true, named +
                                       ": read as older than 2.6, so devices are looked for in /proc/scsi and not in "
                                       "/sys: the inventory lacks them; switch on kernel-release in options.inf"});
@@ -145,11 +145,11 @@ std::string joined(const std::set<std::string> &names)
 std::set<std::string> adapterDrivers()
 {
     std::set<std::string> drivers;
-    const std::unique_ptr<DIR, int (*)(DIR *)> hosts(opendir(kHosts), &closedir);
+    const std::unique_ptr<DIR, int (*)(DIR *)> hosts(opendir(kScsiHosts), &closedir);
     for (const dirent *entry = nullptr; hosts && (entry = readdir(hosts.get())) != nullptr;) {
         char driver[kAttributeSize] = {};
         int32_t status = 0;
-        const std::string path = std::string(kHosts) + "/" + entry->d_name + "/proc_name";
+        const std::string path = std::string(kScsiHosts) + "/" + entry->d_name + "/proc_name";
         if (entry->d_name[0] != '.' && GetInfFromFile(&status, path.c_str(), driver) == 0 && driver[0] != '\0') {
             drivers.insert(driver);
         }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tavstrg/commands.h"
 
+#include "tavstrg/agent_paths.h"
 #include "tavstrg/ask.h"
 #include "tavstrg/cause.h"
 #include "tavstrg/check.h"
@@ -206,7 +207,7 @@ void refuseUselessCall(const Arguments &arguments)
                       "runs it, and so does the broker on this method");
     }
     const bool simulated = !arguments.machine.empty();
-    const std::string work = simulated ? arguments.state + "/work" : "/opt/qlm/tavkit_sa/work";
+    const std::string work = simulated ? arguments.state + "/work" : kAgentWork;
     if (simulated && arguments.state.empty()) {
         return;
     }

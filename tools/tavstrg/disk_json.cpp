@@ -10,11 +10,6 @@ namespace {
 
 using namespace tavstrg::disks;
 
-Json textOrNull(const char *text)
-{
-    return *text == '\0' ? Json(nullptr) : Json(text);
-}
-
 template <class Value> Json valueOrNull(const Maybe<Value> &value)
 {
     return value ? Json(value.value) : Json(nullptr);

@@ -24,20 +24,10 @@ Json unlessUnknown(unsigned number, unsigned unknown)
     return number == unknown ? Json(nullptr) : Json(number);
 }
 
-// A text of the provider, trimmed; null where it says nothing: empty, "Unknown", "Not Supported".
-Json textOrNull(const std::string &text)
+// Trimmed; null where it says nothing: empty, "Unknown", "Not Supported".
+Json providerText(const std::string &text)
 {
     return saysSomething(text) ? Json(trimmed(text)) : Json(nullptr);
-}
-
-Json nodePath(const std::string &node)
-{
-    return node.empty() ? Json(nullptr) : Json("/dev/" + node);
-}
-
-Json hostNumber(const std::optional<unsigned> &host)
-{
-    return host ? Json(*host) : Json(nullptr);
 }
 
 const char *interfaceName(int interfaceType)
@@ -74,10 +64,10 @@ Json deviceJson(const Device &device)
             {"hostNumber", hostNumber(device.host)},
             {"address", ide ? Json(nullptr) : address},
             {"position", ide ? Json(drivePositionName(device.ideConfiguration)) : Json(nullptr)},
-            {"vendor", textOrNull(device.vendor)},
-            {"model", textOrNull(device.model)},
-            {"firmwareRevision", textOrNull(device.firmwareRevision)},
-            {"serialNumber", textOrNull(device.serialNumber)},
+            {"vendor", providerText(device.vendor)},
+            {"model", providerText(device.model)},
+            {"firmwareRevision", providerText(device.firmwareRevision)},
+            {"serialNumber", providerText(device.serialNumber)},
             {"hardDisk", device.disk ? diskJson(*device.disk) : Json(nullptr)}};
 }
 
@@ -90,9 +80,9 @@ Json controllerJson(const Controller &controller)
     return {{"index", controller.index},
             {"interface", interfaceName(controller.interfaceType)},
             {"hostNumber", hostNumber(controller.host)},
-            {"model", textOrNull(controller.model)},
-            {"driver", textOrNull(controller.driver)},
-            {"driverVersion", textOrNull(controller.driverVersion)},
+            {"model", providerText(controller.model)},
+            {"driver", providerText(controller.driver)},
+            {"driverVersion", providerText(controller.driverVersion)},
             {"interrupt", unlessUnknown(controller.interruptNumber, kNoInterrupt)},
             {"devices", devices}};
 }
@@ -175,6 +165,21 @@ std::string hostName()
 {
     utsname name = {};
     return uname(&name) == 0 ? name.nodename : "";
+}
+
+Json textOrNull(std::string_view text)
+{
+    return text.empty() ? Json(nullptr) : Json(text);
+}
+
+Json nodePath(const std::string &node)
+{
+    return node.empty() ? Json(nullptr) : Json("/dev/" + node);
+}
+
+Json hostNumber(const std::optional<unsigned> &number)
+{
+    return number ? Json(*number) : Json(nullptr);
 }
 
 std::string utcTime(double seconds)

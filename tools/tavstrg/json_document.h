@@ -7,7 +7,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include <optional>
 #include <string>
+#include <string_view>
 
 namespace tool {
 
@@ -28,6 +30,9 @@ std::string utcTime(double seconds); // "2026-01-31T23:59:58.123Z"
 std::string written(const Json &json);
 std::string writtenInOneLine(const Json &json);
 
-Json propertiesJson(const broker::Instance &instance); // name and value, in their order
+Json textOrNull(std::string_view text);                 // null for an empty one
+Json nodePath(const std::string &node);                 // "/dev/sda" for "sda", null for none
+Json hostNumber(const std::optional<unsigned> &number); // null for none
+Json propertiesJson(const broker::Instance &instance);  // name and value, in their order
 
 } // namespace tool

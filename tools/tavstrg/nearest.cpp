@@ -1,16 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tavstrg/nearest.h"
 
+#include "tavstrg/words.h"
+
 #include <algorithm>
 #include <cstddef>
 
 namespace tool {
 namespace {
-
-char lower(char c)
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
 
 // Letters to insert, remove or replace, or neighbours to swap (optimal string alignment).
 size_t distance(std::string_view a, std::string_view b)

@@ -23,9 +23,6 @@ using namespace tavstrg;
 namespace tool {
 namespace {
 
-constexpr const char *kHosts = "/sys/class/scsi_host";
-constexpr const char *kDevices = "/sys/bus/scsi/devices";
-
 std::vector<std::string> namesIn(const std::string &directory)
 {
     std::vector<std::string> names;
@@ -74,14 +71,14 @@ std::string nodeIn(const std::string &directory)
 std::vector<KernelHost> readHosts()
 {
     std::vector<KernelHost> hosts;
-    for (const std::string &name : namesIn(kHosts)) {
+    for (const std::string &name : namesIn(kScsiHosts)) {
         KernelHost host;
         const auto [end, error] =
             std::from_chars(name.data() + std::min(name.size(), size_t{4}), name.data() + name.size(), host.number);
         if (!name.starts_with("host") || error != std::errc() || end != name.data() + name.size()) {
             continue;
         }
-        std::ifstream file(std::string(kHosts) + "/" + name + "/proc_name");
+        std::ifstream file(std::string(kScsiHosts) + "/" + name + "/proc_name");
         std::getline(file, host.driver);
         hosts.push_back(host);
     }
@@ -118,9 +115,9 @@ std::vector<KernelDevice> readDevices()
     }
     for (const SCSIDeviceInfo *device = list; device != nullptr; device = device->next) {
         devices.push_back({device->host, device->channel, device->id, device->lun, device->vendor, device->model, ""});
-        devices.back().node =
-            nodeIn(std::string(kDevices) + "/" + std::to_string(device->host) + ":" + std::to_string(device->channel) +
-                   ":" + std::to_string(device->id) + ":" + std::to_string(device->lun));
+        devices.back().node = nodeIn(std::string(kScsiDevices) + "/" + std::to_string(device->host) + ":" +
+                                     std::to_string(device->channel) + ":" + std::to_string(device->id) + ":" +
+                                     std::to_string(device->lun));
     }
     FreeSCSIDeviceInfo(&list);
     return devices;

@@ -10,6 +10,9 @@
 
 namespace tool {
 
+constexpr const char *kScsiHosts = "/sys/class/scsi_host";
+constexpr const char *kScsiDevices = "/sys/bus/scsi/devices";
+
 struct KernelHost {
     int number = -1;
     std::string driver;

@@ -26,7 +26,7 @@ void addData(const ByteVector &data, Json &json)
         written.pop_back();
     }
     if (!written.empty()) {
-        json["data"] = hexText(written);
+        json["data"] = sim::hexText(written);
     }
     if (written.size() != data.size()) {
         json["length"] = data.size();
@@ -35,14 +35,14 @@ void addData(const ByteVector &data, Json &json)
 
 Json replyJson(const RecordedCommand &command, Names &names)
 {
-    Json json = {{"cdb", hexText(command.cdb)}};
+    Json json = {{"cdb", sim::hexText(command.cdb)}};
     if (command.error != 0) {
         json["errno"] = command.error;
         return json;
     }
     addData(isIdentify(command) ? names.identify(command.data) : names.scrub(command.data), json);
     if (!command.sense.empty()) {
-        json["sense"] = hexText(command.sense);
+        json["sense"] = sim::hexText(command.sense);
     }
     json["status"] = command.status;
     if (command.hostStatus != 0) {
@@ -144,7 +144,7 @@ void addHealthLog(const Recording &recording, const std::string &node, Json &jso
     } else if (log.status != 0) {
         json["faults"].push_back({{"on", "nvme"}, {"nvmeStatus", log.status}});
     } else {
-        json["health"] = {{"raw", hexText(recording.names.scrub(log.data))}};
+        json["health"] = {{"raw", sim::hexText(recording.names.scrub(log.data))}};
     }
 }
 

@@ -2,6 +2,8 @@
 // SCSI hosts, their devices and enclosures, as sysfs shows them.
 #include "tavstrg/record_parts.h"
 
+#include "tavstrg/places.h"
+
 #include "disks/find/place.h"
 
 #include <algorithm>
@@ -15,8 +17,6 @@ namespace {
 
 using namespace tavstrg::disks;
 
-constexpr const char *kDevices = "/sys/bus/scsi/devices";
-constexpr const char *kHosts = "/sys/class/scsi_host";
 constexpr const char *kEnclosures = "/sys/class/enclosure";
 constexpr int kEnclosureType = 13; // SPC-5, INQUIRY
 
@@ -47,11 +47,6 @@ std::string nodeOf(const std::string &device, const char *nodeClass, std::string
     return found == names.end() ? std::string() : *found;
 }
 
-Json textOrNull(const std::string &text)
-{
-    return text.empty() ? Json(nullptr) : Json(text);
-}
-
 void addNodes(const std::string &device, Json &json)
 {
     std::string node = nodeOf(device, "block");
@@ -71,7 +66,7 @@ ByteVector pageOf(const AttributeDirectory &directory, const char *name)
 void addIdentity(const AttributeDirectory &directory, Names &names, Json &json)
 {
     const auto add = [&json](const char *page, const ByteVector &bytes) {
-        json["vpdPages"][page] = bytes.empty() ? Json(nullptr) : Json(hexText(bytes));
+        json["vpdPages"][page] = bytes.empty() ? Json(nullptr) : Json(sim::hexText(bytes));
     };
     add("80", names.serialPage(pageOf(directory, "vpd_pg80")));
     add("83", names.designatorPage(pageOf(directory, "vpd_pg83")));
@@ -135,7 +130,8 @@ Json slotsJson(const std::string &enclosure, Names &names)
         char buffer[PATH_MAX];
         const std::string_view device = slot.link("device", buffer);
         const std::string address(device.substr(device.rfind('/') + 1));
-        const bool there = isScsiAddress(address) && AttributeDirectory((kDevices + ("/" + address)).c_str()).exists();
+        const bool there =
+            isScsiAddress(address) && AttributeDirectory((kScsiDevices + ("/" + address)).c_str()).exists();
         json["device"] = there ? address : "";
         json["fault"] = slot.number("fault", number) && number != 0;
         slots.push_back(json);
@@ -157,7 +153,7 @@ void addEnclosure(const std::string &address, Names &names, Json &json)
 
 Json deviceJson(const Recording &recording, const std::string &address)
 {
-    const std::string path = kDevices + ("/" + address);
+    const std::string path = kScsiDevices + ("/" + address);
     const AttributeDirectory directory(path.c_str());
     const auto numbers = addressOf(address);
     recording.names.beginDevice();
@@ -166,7 +162,7 @@ Json deviceJson(const Recording &recording, const std::string &address)
     if (directory.number("type", type)) {
         json["type"] = type;
     }
-    json["path"] = devicePath(AttributeDirectory(kDevices), address.c_str());
+    json["path"] = devicePath(AttributeDirectory(kScsiDevices), address.c_str());
     addNodes(path, json);
     const std::string node = json["node"].is_null() ? std::string() : json["node"].get<std::string>();
     const Disk *const disk = recording.asked(node);
@@ -204,7 +200,7 @@ bool isUsbId(const std::string &text)
 // A driver without a name in procfs shows "<NULL>".
 std::string driverOf(const std::string &host)
 {
-    const std::string name = textOf(AttributeDirectory((kHosts + ("/" + host)).c_str()), "proc_name");
+    const std::string name = textOf(AttributeDirectory((kScsiHosts + ("/" + host)).c_str()), "proc_name");
     const bool plain = !name.empty() && name.find_first_of("<>()/ ") == name.npos;
     return plain ? name : "unknown";
 }
@@ -212,7 +208,7 @@ std::string driverOf(const std::string &host)
 Json hostJson(const Recording &recording, const std::string &name)
 {
     Json json = {{"number", addressOf(name.substr(4))[0]}, {"driver", driverOf(name)}};
-    const std::string path = devicePath(AttributeDirectory(kHosts), name.c_str(), 2);
+    const std::string path = devicePath(AttributeDirectory(kScsiHosts), name.c_str(), 2);
     json["path"] = path;
     if (placeOf(path + "/0:0:0:0/block/sda").transport == Transport::usb) {
         json["transport"] = "usb";
@@ -230,8 +226,8 @@ Json hostsJson(const Recording &recording)
 {
     constexpr int64_t kMostNumber = INT32_MAX;
     Json hosts = Json::array();
-    const std::vector<std::string> devices = entriesOf(kDevices);
-    for (const std::string &name : entriesOf(kHosts)) {
+    const std::vector<std::string> devices = entriesOf(kScsiDevices);
+    for (const std::string &name : entriesOf(kScsiHosts)) {
         if (!isNumberOf(name, "host")) {
             continue;
         }

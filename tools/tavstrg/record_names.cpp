@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tavstrg/record_names.h"
 
+#include "tavstrg/words.h"
+
+#include "sim/hex.h"
+
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <numeric>
 
 namespace tool {
@@ -11,6 +13,8 @@ namespace {
 
 constexpr size_t kIdentifyLength = 512;
 constexpr size_t kLeastSearched = 6; // a shorter name is found by chance in replies that do not have it
+
+constexpr std::string_view kPadding(" \t\n\r\0", 5); // around texts of devices
 
 constexpr bool isDigit(char c)
 {
@@ -53,17 +57,6 @@ std::string counted(std::string kind, uint64_t n)
     return kind;
 }
 
-std::string hexOf(const std::string &bytes)
-{
-    std::string text;
-    for (const char byte : bytes) {
-        std::array<char, 3> digits{};
-        std::snprintf(digits.data(), digits.size(), "%02x", static_cast<unsigned>(static_cast<uint8_t>(byte)));
-        text += digits.data();
-    }
-    return text;
-}
-
 // The bytes of hexadecimal digits; empty if there is another character, or half a byte.
 std::string bytesOf(const std::string &digits)
 {
@@ -96,13 +89,6 @@ bool isPlaceholder(std::string_view prefix, std::string_view digits)
 {
     digits.remove_prefix(prefix == "naa." ? 1 : 0);
     return digits.find_first_not_of('0') == digits.npos || digits.find_first_not_of('f') == digits.npos;
-}
-
-std::string_view trimmed(std::string_view text)
-{
-    constexpr std::string_view kBlanks(" \t\n\r\0", 5);
-    const size_t first = text.find_first_not_of(kBlanks);
-    return first == text.npos ? std::string_view() : text.substr(first, text.find_last_not_of(kBlanks) + 1 - first);
 }
 
 std::string textOf(const ByteVector &data, size_t at, size_t length)
@@ -148,7 +134,7 @@ std::string Names::made(std::string_view token)
 
 std::string Names::serial(std::string_view text)
 {
-    const std::string_view token = trimmed(text);
+    const std::string_view token = trimmed(text, kPadding);
     std::string result(text);
     if (!keep_ && !token.empty()) {
         result.replace(static_cast<size_t>(token.data() - text.data()), token.size(), made(token));
@@ -158,7 +144,7 @@ std::string Names::serial(std::string_view text)
 
 std::string Names::number(const std::string &bytes, std::string_view prefix)
 {
-    const std::string digits = hexOf(bytes);
+    const std::string digits = sim::hexText(bytes);
     if (keep_ || bytes.empty() || isPlaceholder(prefix, digits)) {
         return bytes;
     }
@@ -174,9 +160,9 @@ std::string Names::number(const std::string &bytes, std::string_view prefix)
     std::string replaced = known == numbers_.end() ? bytesOf(to) : known->second;
     numbers_.emplace(bytes, replaced);
     met_.emplace_back(bytes, replaced);
-    met_.emplace_back(digits, hexOf(replaced));
+    met_.emplace_back(digits, sim::hexText(replaced));
     std::string upper = digits;
-    std::string upperTo = hexOf(replaced);
+    std::string upperTo = sim::hexText(replaced);
     for (std::string *const text : {&upper, &upperTo}) {
         std::transform(text->begin(), text->end(), text->begin(),
                        [](char c) { return isLower(c) ? static_cast<char>(c - 'a' + 'A') : c; });
@@ -195,7 +181,7 @@ std::string Names::hexNumber(const std::string &text, std::string_view prefix)
     if (keep_ || bytesOf(digits).empty()) {
         return serial(text);
     }
-    const std::string to = hexOf(number(bytesOf(digits), prefix));
+    const std::string to = sim::hexText(number(bytesOf(digits), prefix));
     std::string result = text;
     size_t next = 0;
     for (char &c : result) {
@@ -224,7 +210,7 @@ std::string Names::component(const std::string &text)
 // Vendor and model, then what tells disks of one model apart: a serial number that is known, else the last word.
 std::string Names::t10(std::string text)
 {
-    const std::string_view all = trimmed(text);
+    const std::string_view all = trimmed(text, kPadding);
     size_t length = 0;
     for (const auto &[from, to] : met_) {
         length = all.ends_with(from) ? std::max(length, from.size()) : length;
@@ -249,7 +235,8 @@ std::string Names::wwid(const std::string &text)
     if (text.starts_with("nvme.") && end != text.npos) { // vendor, serial number, model, namespace
         const std::string part = text.substr(dash + 1, end - dash - 1);
         const std::string bytes = bytesOf(part);
-        return text.substr(0, dash + 1) + (bytes.empty() ? serial(part) : hexOf(serial(bytes))) + text.substr(end);
+        return text.substr(0, dash + 1) + (bytes.empty() ? serial(part) : sim::hexText(serial(bytes))) +
+               text.substr(end);
     }
     const size_t dot = text.find('.') + 1;
     return text.substr(0, dot) + serial(text.substr(dot));

@@ -8,6 +8,7 @@
 #include "tavstrg/record_names.h"
 
 #include "disks/find/attribute.h"
+#include "sim/hex.h"
 
 #include <string>
 #include <vector>
@@ -31,7 +32,6 @@ std::string textOf(const AttributeDirectory &directory, const char *name);
 AttributeDirectory entryOf(const std::string &path, const std::string &name); // of a directory
 // The part of a link's target below "devices/", without a number of names at its end; empty without such a target.
 std::string devicePath(const AttributeDirectory &directory, const char *link, int without = 0);
-std::string hexText(const ByteVector &bytes);
 // Fields of every block device: size, sectors and so on.
 void addBlock(const AttributeDirectory &block, Json &json);
 

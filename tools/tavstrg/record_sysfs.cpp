@@ -7,10 +7,8 @@
 #include "runtime/holders.h"
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <climits>
-#include <cstdio>
 
 namespace tool {
 
@@ -63,17 +61,6 @@ std::string devicePath(const AttributeDirectory &directory, const char *link, in
         target = target.substr(0, target.find('/') == target.npos ? 0 : target.rfind('/'));
     }
     return std::string(target);
-}
-
-std::string hexText(const ByteVector &bytes)
-{
-    std::string text;
-    for (const uint8_t byte : bytes) {
-        std::array<char, 3> digits{};
-        std::snprintf(digits.data(), digits.size(), "%02x", static_cast<unsigned>(byte));
-        text += digits.data();
-    }
-    return text;
 }
 
 void addBlock(const AttributeDirectory &block, Json &json)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tavstrg/supervise.h"
 
+#include "tavstrg/ending_signals.h"
 #include "tavstrg/failure.h"
 #include "tavstrg/progress.h"
 #include "tavstrg/segments.h"
@@ -24,7 +25,6 @@
 namespace tool {
 namespace {
 
-constexpr int kEndingSignals[] = {SIGHUP, SIGINT, SIGTERM};
 constexpr std::chrono::milliseconds kDying{
     200}; // for the end of a killed process; one that hangs in a disk takes longer
 
@@ -180,11 +180,7 @@ void discardSignals(int descriptor)
 
 int signalDescriptor()
 {
-    sigset_t ending;
-    sigemptyset(&ending);
-    for (const int signal : kEndingSignals) {
-        sigaddset(&ending, signal);
-    }
+    const sigset_t ending = endingSignals();
     return signalfd(-1, &ending, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tavstrg/surroundings.h"
 
+#include "tavstrg/agent_paths.h"
+#include "tavstrg/ending_signals.h"
 #include "tavstrg/failure.h"
 #include "tavstrg/machine_file.h"
 
@@ -18,11 +20,6 @@ using namespace tavstrg;
 namespace tool {
 namespace {
 
-constexpr const char *kDataDirectory = "/opt/qlm/tavkit_sa/data/";
-constexpr const char *kWorkDirectory = "/opt/qlm/tavkit_sa/work";
-constexpr const char *kTraceLibrary = "/opt/qlm/tavkit_sa/lib/libtavlog.so";
-constexpr const char *kAlertLibrary = "/opt/qlm/tavkit_sa/lib/libtavalert.so";
-
 TracePrinting printingOf(const Arguments &arguments)
 {
     return !arguments.trace ? TracePrinting::none : arguments.json ? TracePrinting::json : TracePrinting::text;
@@ -34,7 +31,7 @@ void copyData(const std::string &stateDirectory, sim::Machine &machine)
     const std::filesystem::path data = std::filesystem::path(stateDirectory) / "data";
     std::error_code error;
     for (const auto &entry : std::filesystem::directory_iterator(data, error)) {
-        const std::string path = kDataDirectory + entry.path().filename().string();
+        const std::string path = kAgentData + ("/" + entry.path().filename().string());
         if (entry.symlink_status().type() == std::filesystem::file_type::regular && !machine.exists(path)) {
             std::ifstream file(entry.path(), std::ios::binary);
             machine.write(path, std::string(std::istreambuf_iterator<char>(file), {}));
@@ -46,11 +43,7 @@ void copyData(const std::string &stateDirectory, sim::Machine &machine)
 
 SignalsWait::SignalsWait()
 {
-    sigset_t ending;
-    sigemptyset(&ending);
-    for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
-        sigaddset(&ending, signal);
-    }
+    const sigset_t ending = endingSignals();
     pthread_sigmask(SIG_BLOCK, &ending, &before_);
 }
 
@@ -101,7 +94,7 @@ void Surroundings::redirect()
     std::vector<sim::Redirection> redirections;
     if (copy_) {
         redirections.push_back({kSavedStateFile, copy_->stateFile()});
-        redirections.push_back({kWorkDirectory, copy_->workDirectory()});
+        redirections.push_back({kAgentWork, copy_->workDirectory()});
     }
     if (!trace_->library().empty()) {
         redirections.push_back({kTraceLibrary, trace_->library()});

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tavstrg/trace_capture.h"
 
+#include "tavstrg/agent_paths.h"
 #include "tavstrg/json.h"
 #include "tavstrg/words.h"
 
@@ -17,7 +18,6 @@
 namespace tool {
 namespace {
 
-constexpr const char *kAgentsLibrary = "/opt/qlm/tavkit_sa/lib/libtavlog.so";
 constexpr const char *kOwnLibrary = "libtavtrace.so";
 constexpr size_t kMostDetails = 100000; // lines; a collection of 24 disks traces some 20000
 
@@ -94,7 +94,7 @@ TraceCapture::TraceCapture(TracePrinting printing, const char *command, bool for
         library_.clear();
         return;
     }
-    agents_ = forward ? dlopen(kAgentsLibrary, RTLD_LAZY) : nullptr;
+    agents_ = forward ? dlopen(kTraceLibrary, RTLD_LAZY) : nullptr;
     traceTo(&take, symbol<std::remove_pointer_t<SetPath>>(agents_, "SetFilePath"),
             symbol<std::remove_pointer_t<Log>>(agents_, "TraceLog"));
 }

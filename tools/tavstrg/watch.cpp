@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tavstrg/watch.h"
 
+#include "tavstrg/agent_paths.h"
 #include "tavstrg/alert.h"
 #include "tavstrg/alert_pipe.h"
 #include "tavstrg/ask.h"
 #include "tavstrg/changes.h"
 #include "tavstrg/collection.h"
+#include "tavstrg/ending_signals.h"
 #include "tavstrg/failure.h"
 #include "tavstrg/health.h"
 #include "tavstrg/json.h"
@@ -31,7 +33,6 @@ namespace {
 
 constexpr const char *kThread = "TAV_StorageThread";
 constexpr const char *kConfig = "TAV_StorageConfig";
-constexpr const char *kAlertLibrary = "/opt/qlm/tavkit_sa/lib/libtavalert.so";
 constexpr int kBetweenLooks = 200;         // milliseconds between two looks at the machine's file
 constexpr int kBetweenCleanups = 60000;    // milliseconds
 constexpr int kTries = 5;                  // to find the device of an alert
@@ -42,11 +43,7 @@ class EndingSignals {
 public:
     EndingSignals()
     {
-        sigset_t ending;
-        sigemptyset(&ending);
-        for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
-            sigaddset(&ending, signal);
-        }
+        const sigset_t ending = endingSignals();
         descriptor_ = signalfd(-1, &ending, SFD_CLOEXEC | SFD_NONBLOCK);
         if (descriptor_ < 0) {
             throw Failure(std::string("no signals: ") + std::strerror(errno));

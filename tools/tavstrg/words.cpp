@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tavstrg/words.h"
 
+#include <algorithm>
 #include <array>
 #include <span>
 
@@ -57,8 +58,6 @@ const SmartWord &wordOf(Smart smart)
     }
     return kSmart.back();
 }
-
-constexpr std::string_view kBlanks = " \t\r\n";
 
 } // namespace
 
@@ -137,11 +136,22 @@ std::string counted(size_t number, std::string_view what)
     return std::to_string(number) + " " + std::string(what) + (number == 1 ? "" : "s");
 }
 
-std::string_view trimmed(std::string_view text)
+std::string_view trimmed(std::string_view text, std::string_view blanks)
 {
-    const size_t first = text.find_first_not_of(kBlanks);
+    const size_t first = text.find_first_not_of(blanks);
     return first == std::string_view::npos ? std::string_view()
-                                           : text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+                                           : text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
+char lower(char c)
+{
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+bool sameIgnoringCase(std::string_view one, std::string_view other)
+{
+    return std::equal(one.begin(), one.end(), other.begin(), other.end(),
+                      [](char a, char b) { return lower(a) == lower(b); });
 }
 
 bool saysSomething(std::string_view text)

@@ -60,8 +60,14 @@ std::string capacityWords(uint32_t mebibytes);
 
 std::string counted(size_t number, std::string_view what); // "1 controller", "2 controllers"
 
-// Without the blanks and line ends at both ends.
-std::string_view trimmed(std::string_view text);
+constexpr std::string_view kBlanks = " \t\r\n";
+
+// Without the blanks (or whatever characters are given) at both ends.
+std::string_view trimmed(std::string_view text, std::string_view blanks = kBlanks);
+
+// ASCII only: names of classes and columns have no other letters, and the result must not depend on the locale.
+char lower(char c);
+bool sameIgnoringCase(std::string_view one, std::string_view other);
 
 // Every text that is not the tool's own (of devices, files, arguments, the provider) is printed through this function:
 // trimmed, and bytes that are not printable ASCII as \xNN, so that it can neither break the line nor control the

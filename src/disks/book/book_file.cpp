@@ -105,22 +105,10 @@ int saveBook(const char *path, const Book &book)
     if (!composeBook(book, text)) {
         return ENOMEM;
     }
-    const ReplacedFile place = {path, temporary, directory};
     int error = 0;
-    const FileDesc file(openReplacement(place, error)); // locked until the file has its name
-    if (!file) {
-        return error;
-    }
-    error = ::ftruncate(file.get(), 0) == 0 ? writeWhole(file.get(), {text.begin(), static_cast<size_t>(text.count())})
-                                            : errno;
-    if (error == 0 && ::fsync(file.get()) != 0) {
-        error = errno;
-    }
-    if (error != 0) {
-        dropReplacement(place);
-        return error;
-    }
-    return putInPlace(place);
+    const FileDesc file(
+        replaceText({path, temporary, directory}, {text.begin(), static_cast<size_t>(text.count())}, error));
+    return error;
 }
 
 } // namespace tavstrg::disks

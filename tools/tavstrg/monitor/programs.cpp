@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tavstrg/monitor/programs.h"
 
+#include "tavstrg/pointers.h"
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <spawn.h>
@@ -57,17 +59,6 @@ private:
     posix_spawn_file_actions_t actions_;
     posix_spawnattr_t attributes_;
 };
-
-// As exec takes them; they stay the texts' own.
-std::vector<char *> pointersTo(const std::vector<std::string> &texts)
-{
-    std::vector<char *> pointers;
-    for (const std::string &text : texts) {
-        pointers.push_back(const_cast<char *>(text.c_str()));
-    }
-    pointers.push_back(nullptr);
-    return pointers;
-}
 
 // A program that was not waited for yet, so that nobody else can have its number; it may have left the group.
 void killWithGroup(pid_t process)

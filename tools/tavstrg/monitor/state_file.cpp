@@ -111,22 +111,9 @@ int StateFile::save(const State &state)
     }
     const std::string temporary = path_ + ".tmp";
     const std::string directory = path_.substr(0, path_.rfind('/') + 1);
-    const tavstrg::ReplacedFile place = {path_.c_str(), temporary.c_str(), directory.c_str()};
     int error = 0;
-    FileDesc file(tavstrg::openReplacement(place, error));
-    if (!file) {
-        return error;
-    }
-    error = ::ftruncate(file.get(), 0) == 0 ? tavstrg::writeWhole(file.get(), composed.text) : errno;
-    if (error == 0 && ::fsync(file.get()) != 0) {
-        error = errno;
-    }
-    if (error != 0) {
-        tavstrg::dropReplacement(place);
-        return error;
-    }
-    error = tavstrg::putInPlace(place);
-    if (error == 0) {
+    FileDesc file(tavstrg::replaceText({path_.c_str(), temporary.c_str(), directory.c_str()}, composed.text, error));
+    if (file) {
         places_.clear();
         for (size_t i = 0; i < state.reports.size(); ++i) {
             places_.push_back({state.reports[i].number, composed.lettersAt[i]});
