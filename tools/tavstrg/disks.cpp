@@ -69,12 +69,11 @@ void noteReading(BookRead read, const Arguments &arguments, int error, DiskRepor
     if (read == BookRead::failed) {
         throw Failure(arguments.book + ": " + std::strerror(error));
     }
+    const std::string book = printable(arguments.book);
     if (read == BookRead::movedAside) {
-        report.notes.push_back(arguments.book + " was damaged; it is " + arguments.book +
-                               ".damaged now, and begun again.");
+        report.notes.push_back(book + " was damaged; it is " + book + ".damaged now, and begun again.");
     } else if (read == BookRead::movedNewer) {
-        report.notes.push_back(arguments.book + " is of a later version; it is " + arguments.book +
-                               ".newer now, and begun again.");
+        report.notes.push_back(book + " is of a later version; it is " + book + ".newer now, and begun again.");
     }
 }
 

@@ -6,6 +6,8 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdlib>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -99,13 +101,18 @@ INSTANTIATE_TEST_SUITE_P(
 
 using DeviceOutput = ToolTest;
 
+// A terminal of the test's own: a tool that replaced /dev/null as root would harm the machine.
 TEST_F(DeviceOutput, IsRefusedBeforeAnyDiskIsAsked)
 {
-    const Finished finished = run({"--provider", "/nonexistent.so", "metrics", "--output", "/dev/null"});
-    EXPECT_EQ(finished.err, "tavstrg: /dev/null: not a regular file; it is left as it is\n");
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_GE(terminal, 0);
+    const std::string path = ptsname(terminal);
+    const Finished finished = run({"--provider", "/nonexistent.so", "metrics", "--output", path});
+    EXPECT_EQ(finished.err, "tavstrg: " + path + ": not a regular file; it is left as it is\n");
     struct stat status = {};
-    ASSERT_EQ(stat("/dev/null", &status), 0);
+    EXPECT_EQ(stat(path.c_str(), &status), 0);
     EXPECT_TRUE(S_ISCHR(status.st_mode));
+    close(terminal);
 }
 
 TEST_F(DeviceOutput, WithoutANameIsWrongUsage)

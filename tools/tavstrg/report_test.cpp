@@ -11,6 +11,7 @@
 
 #include <regex>
 #include <set>
+#include <sys/stat.h>
 
 namespace tool {
 namespace {
@@ -240,7 +241,9 @@ TEST_F(ReportTool, WritesAWholePageInOneStepOrOnStandardOutput)
     EXPECT_EQ(printed.status, 0);
     EXPECT_THAT(printed.out, testing::StartsWith("<!DOCTYPE html>"));
     EXPECT_THAT(printed.out, testing::EndsWith("</html>\n"));
-    EXPECT_EQ(runSmall({"report", "/dev/null"}).err, "tavstrg: /dev/null: not a regular file; it is left as it is\n");
+    const std::string fifo = (directory_ / "fifo").string();
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    EXPECT_EQ(runSmall({"report", fifo}).err, "tavstrg: " + fifo + ": not a regular file; it is left as it is\n");
     EXPECT_TRUE(leftNothing(finished));
 }
 

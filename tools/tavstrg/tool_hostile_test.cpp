@@ -189,6 +189,11 @@ TEST_F(HostileText, OfArgumentsIsEscapedInMessages)
         EXPECT_EQ(runHarmless({"call", "Config", "SetMonitorCycle", hostile}).status, 2);
         EXPECT_EQ(runHarmless({"dump-state", "/none/" + hostile}).status, 1);
         EXPECT_EQ(runHarmless({"check", "--root", "/none/" + hostile}).status, 1);
+        for (const char *content : {"damaged", "tavstrg disk book 99\n"}) {
+            const std::string machine = (directory_ / "small.json").string();
+            const std::string book = write("book" + hostile, content);
+            EXPECT_EQ(runHarmless({"--machine", machine, "disks", "--book", book}).status, 0);
+        }
         EXPECT_EQ(
             runHarmless({"--machine", (directory_ / "small.json").string(), "metrics", "--output", "/none/" + hostile})
                 .status,

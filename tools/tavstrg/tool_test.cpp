@@ -321,6 +321,28 @@ TEST_F(Tool, TheEnvironmentDoesNotMakeThisMachineASimulatedOneForRoot)
     EXPECT_TRUE(leftNothing(finished));
 }
 
+// In a user namespace of its own the tool is not root, and the files of the test are still its own.
+TEST_F(Tool, ASimulatedMachineOfTheEnvironmentIsAlwaysSaidToBeOne)
+{
+    const auto runAsUser = [this](std::vector<std::string> words) {
+        words.insert(words.begin(), {"unshare", "--user", kTool});
+        std::vector<std::string> with = environment();
+        with.push_back("TAVSIM_MACHINE=" + (directory_ / "small.json").string());
+        return runProgram(words, with);
+    };
+    if (runProgram({"unshare", "--user", "true"}, environment()).status != 0) {
+        GTEST_SKIP() << "no user namespaces here";
+    }
+    const std::string note =
+        "this is the simulated machine " + (directory_ / "small.json").string() + ", which TAVSIM_MACHINE names";
+    for (const char *command : {"show", "disks", "health", "metrics"}) {
+        EXPECT_THAT(runAsUser({command}).err, testing::StartsWith("tavstrg: " + note + "\n")) << command;
+        const Finished asJson = runAsUser({"--json", command});
+        EXPECT_THAT(asJson.err, HasSubstr(note)) << command;
+        EXPECT_TRUE(json::accept(asJson.err.substr(0, asJson.err.find('\n')))) << command;
+    }
+}
+
 TEST_F(Tool, ATooDeeplyNestedMachineIsAFailureOfEveryCommand)
 {
     const std::string file =
