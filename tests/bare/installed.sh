@@ -3,11 +3,12 @@
 
 readonly names=(tavstrg tavstrg-devel-agent tavstrg-provider)
 
-# Every file of a root with its mode, owner, link and sum, but what belongs to dpkg, apt, ldconfig and the index of manual pages.
+# Every file of a root with its mode, owner, link and sum, but what belongs to dpkg, apt, ldconfig, a running systemd and the index
+# of manual pages.
 state_of() {
     local -a but=(-path './proc/*')
     local path
-    for path in var/lib/{dpkg,apt} var/cache/{apt,ldconfig,man} var/log etc/ld.so.cache work; do
+    for path in var/lib/{dpkg,apt} var/cache/{apt,ldconfig,man} var/log etc/ld.so.cache run/systemd work; do
         but+=(-o -path "./$path/*" -o -path "./$path")
     done
     (
