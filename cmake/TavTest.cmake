@@ -9,11 +9,6 @@ target_compile_options(tavtestheaders PRIVATE ${TAV_TEST_OPTIONS})
 target_precompile_headers(tavtestheaders PRIVATE
   <gmock/gmock.h> <gtest/gtest.h> <chrono> <filesystem> <fstream> <thread> <nlohmann/json.hpp>)
 
-# The test sources of a program share their names at file scope then, and GCC takes them for headers, in which a fixture of the
-# unnamed namespace would be an error.
-option(TAV_TEST_BATCHES "Compile up to eight test sources together, which halves the time" ON)
-set(TAV_TEST_BATCH_OPTIONS -Wno-shadow $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
-
 # tav_test(NAME SOURCES source... [LIBRARIES library...] [LABEL unit|scenario|threads|sweep|long] [TIMEOUT seconds] [SERIAL])
 # One GoogleTest program. Each of its tests is a test of CTest and runs in a process of its own. SERIAL: no other test runs at the
 # same time. LABEL long: takes over 20 seconds.
@@ -39,11 +34,9 @@ function(tav_test NAME)
   target_compile_options(${NAME} PRIVATE ${TAV_TEST_OPTIONS})
   target_precompile_headers(${NAME} REUSE_FROM tavtestheaders)
   list(LENGTH ARG_SOURCES COUNT)
-  if(TAV_TEST_BATCHES AND COUNT GREATER 1)
-    set_target_properties(${NAME} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8)
-    target_compile_options(${NAME} PRIVATE ${TAV_TEST_BATCH_OPTIONS})
+  if(COUNT GREATER 1)
     list(FILTER ARG_SOURCES EXCLUDE REGEX "_test\\.cpp$")
-    set_source_files_properties(${ARG_SOURCES} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
+    tav_batches(${NAME} ALONE ${ARG_SOURCES})
   endif()
   gtest_discover_tests(${NAME} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
     PROPERTIES LABELS ${ARG_LABEL} TIMEOUT ${ARG_TIMEOUT} RUN_SERIAL ${ARG_SERIAL} COST ${COST})

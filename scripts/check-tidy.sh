@@ -52,9 +52,10 @@ scripts/install-deps.sh build clang check || exit
 out=$PWD/build/tidy
 mkdir -p "$out"
 
-# configure PRESET DIRECTORY: writes compile commands without precompiled headers, which exist only after a build.
+# configure PRESET DIRECTORY: writes compile commands for each source alone, without precompiled headers, which exist only after a
+# build.
 configure() {
-    cmake --preset "$1" -B "$2" -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON >"$2.configure.log" 2>&1 || {
+    cmake --preset "$1" -B "$2" -DTAV_BATCHES=OFF -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON >"$2.configure.log" 2>&1 || {
         cat "$2.configure.log"
         exit 1
     }

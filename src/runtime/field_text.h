@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <initializer_list>
 #include <string_view>
 
 namespace tavstrg {
@@ -17,6 +18,17 @@ template <size_t N> void copyText(char (&field)[N], std::string_view text)
         std::memcpy(field, text.data(), length);
     }
     std::memset(field + length, 0, N - length);
+}
+
+// Puts texts one behind the other into a field, cutting what does not fit: always terminated. What is behind the
+// terminator stays as it was. For paths, of which a pass has many.
+template <size_t N> void joinText(char (&field)[N], std::initializer_list<std::string_view> parts)
+{
+    size_t length = 0;
+    for (const std::string_view part : parts) {
+        length += part.copy(field + length, N - 1 - length);
+    }
+    field[length] = '\0';
 }
 
 // The text of a fixed field, whether or not a terminator is in it.

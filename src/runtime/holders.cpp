@@ -17,9 +17,9 @@ int compareNames(const dirent **left, const dirent **right)
 
 } // namespace
 
-DirListing::DirListing(const char *path)
+DirListing::DirListing(const char *path, Filter filter)
 {
-    count_ = ::scandir(path, &entries_, nullptr, compareNames);
+    count_ = ::scandir(path, &entries_, filter, compareNames);
     error_ = count_ < 0 ? errno : 0;
 }
 

@@ -51,8 +51,10 @@ private:
 // The sorted listing of a directory, as scandir with alphasort gives it.
 class DirListing {
 public:
+    using Filter = int (*)(const dirent *entry); // 0: the entry is left out
+
     // Lists path. count() is -1, with errno as scandir left it in error(), when that failed.
-    explicit DirListing(const char *path);
+    explicit DirListing(const char *path, Filter filter = nullptr);
     ~DirListing();
     DirListing(const DirListing &) = delete;
     DirListing &operator=(const DirListing &) = delete;

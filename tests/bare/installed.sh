@@ -44,6 +44,33 @@ says() {
     grep -qE "$pattern" "$work/output" || fail "$what: no \"$pattern\" in: $(head -n 50 "$work/output")"
 }
 
+# tool_alone ROOT: the package of the tool, beside systemd, on a machine without provider, agent and broker.
+tool_alone() {
+    local root=$1 command
+    local -a tool=(tavstrg --machine /usr/share/tavstrg/machines/server.json)
+    apt systemd "systemd, to read the unit" "$root" install systemd
+    state_of "$root" >"$work/before"
+    apt alone "apt-get install of the tool alone" "$root" install ./tavstrg.deb
+    same "packages of the project" "tavstrg installed" \
+        "$(in_root "$root" dpkg-query -W -f '${Package} ${db:Status-Status}\n' 'tavstrg*' | grep -v not-installed)"
+    says "dpkg" '^0$' "$root" bash -c '{ dpkg --audit && dpkg --verify tavstrg; } | wc -l'
+    says "tavstrg disks" '^sda ' "$root" "${tool[@]}" disks
+    says "tavstrg health" '^[0-9]+ disks: ' "$root" "${tool[@]}" health
+    says "tavstrg metrics" '^tavstrg_disk_health\{' "$root" "${tool[@]}" metrics
+    says "tavstrg report" '</html>' "$root" "${tool[@]}" report -
+    echo "journal = no" >"$root/work/monitor.conf"
+    says "tavstrg monitor --once" 'the last pass took' "$root" "${tool[@]}" monitor --config /work/monitor.conf --once
+    [ -e "$root/var/lib/tavstrg/monitor.state" ] || fail "the service has remembered nothing"
+    ! command=$(in_root "$root" "${tool[@]}" show 2>&1) || fail "a provider was found"
+    grep -qF 'no provider found' <<<"$command" || fail "without a provider the tool says $command"
+    says "tavstrg monitor --check" '^/etc/tavstrg/monitor.conf: good$' "$root" tavstrg monitor --check
+    says "the unit" '^0$' "$root" bash -c 'systemd-analyze verify tavstrg-monitor.service 2>&1 | tee /dev/stderr | wc -l'
+    says "the unit's state" '^enabled$' "$root" systemctl is-enabled tavstrg-monitor.service
+    says "man tavstrg-monitor" '^SYNOPSIS$' "$root" man tavstrg-monitor
+    purge alone-purge "$root" tavstrg
+    nothing_left "$root" "apt-get purge of the tool alone"
+}
+
 # installed ROOT PACKAGES
 installed() {
     local root=$1 name disks
@@ -67,6 +94,8 @@ installed() {
     says "man storage.inf" '^FORMAT$' "$root" man 5 storage.inf
     purge purge "$root" "${names[@]}"
     nothing_left "$root" "apt-get purge"
+
+    tool_alone "$root"
 
     make_broker "$root" 0
     state_of "$root" >"$work/before"

@@ -138,17 +138,10 @@ void many()
 
 int run(const std::string &phase)
 {
-    const std::pair<const char *, void (*)()> phases[] = {{"inventory", inventory},
-                                                          {"smart", smart},
-                                                          {"unmanaged", unmanaged},
-                                                          {"failing", failing},
-                                                          {"monitoring", monitoring},
-                                                          {"hotplug", hotplug},
-                                                          {"sleeping", sleeping},
-                                                          {"adapters", adapters},
-                                                          {"disks", disks},
-                                                          {"service", service},
-                                                          {"many", many}};
+    const std::pair<const char *, void (*)()> phases[] = {
+        {"inventory", inventory},   {"smart", smart},     {"unmanaged", unmanaged}, {"failing", failing},
+        {"monitoring", monitoring}, {"hotplug", hotplug}, {"sleeping", sleeping},   {"adapters", adapters},
+        {"disks", disks},           {"service", service}, {"unit", unit},           {"many", many}};
     for (const auto &[name, function] : phases) {
         if (phase == name) {
             forgetSavedState();

@@ -12,9 +12,14 @@ readonly cache=${1:?usage: image.sh CACHE [BUILD INITRAMFS]}
 readonly packages=$cache/packages unpacked=$cache/unpacked
 readonly libraries=usr/lib/x86_64-linux-gnu
 readonly tool_packages=(busybox-static lsscsi smartmontools sg3-utils libsgutils2-1.46-2 libcap-ng0 hdparm
-    nvme-cli libnvme1 libjson-c5 libdbus-1-3 libssl3)
+    nvme-cli libnvme1 libjson-c5 libdbus-1-3 libssl3
+    systemd libsystemd-shared libapparmor1 libip4tc2 libkmod2)
 # The tools with whose output the provider's answers are compared.
 readonly tools=(usr/bin/lsscsi usr/bin/sg_inq usr/sbin/smartctl usr/sbin/smartd sbin/hdparm usr/sbin/nvme)
+# The manager under which the monitoring service runs, and of its units those that the service needs.
+readonly manager=(lib/systemd/systemd lib/systemd/systemd-journald bin/systemctl bin/journalctl)
+readonly manager_units=(systemd-journald.service systemd-journald.socket systemd-journald-dev-log.socket sysinit.target basic.target
+    local-fs.target shutdown.target umount.target)
 # In load order, each after its dependencies. ahci comes before the other adapters, so its disks get the first names.
 readonly modules=(virtio_pci sd_mod sr_mod sg st ahci virtio_scsi sym53c8xx megaraid_sas mptsas xhci-pci usb-storage uas
     nvme virtio_blk
@@ -115,7 +120,7 @@ add_libraries() {
         */ld-linux-x86-64.so.2) cp -L "$file" "$root/lib64" ;;
         *) cp -L "$file" "$root/lib" ;;
         esac
-    done < <(LD_LIBRARY_PATH=$unpacked/$libraries:$unpacked/lib/x86_64-linux-gnu ldd "$@" |
+    done < <(LD_LIBRARY_PATH=$unpacked/$libraries:$unpacked/lib/x86_64-linux-gnu:$unpacked/$libraries/systemd ldd "$@" |
         sed -nE 's/.*(=> |^\s+)(\/[^ ]+) .*/\2/p' | sort -u)
 }
 
@@ -137,7 +142,10 @@ make_base() {
     for tool in "${tools[@]}"; do
         cp "$unpacked/$tool" "$root/tools/${tool##*/}"
     done
-    add_libraries "${tools[@]/#/$unpacked/}"
+    for tool in "${manager[@]}" "${manager_units[@]/#/lib/systemd/system/}"; do
+        install -D -m "$(stat -c %a "$unpacked/$tool")" "$unpacked/$tool" "$root/$tool"
+    done
+    add_libraries "${tools[@]/#/$unpacked/}" "${manager[@]/#/$unpacked/}"
     local loaded=()
     for package in "${modules[@]}"; do
         add_module "$package"
@@ -157,6 +165,10 @@ add_build() {
     chmod 755 "$root/init" "$root/test/oracle.sh"
     echo "TavDir /opt/qlm/tavkit_sa" >"$root/etc/tavkit/tavkit.conf"
     cp "$build"/bin/{tavstrg,vm_guest} "$root/test/bin"
+    install -D -m 644 -t "$root/lib/systemd/system" "$here/../../packaging/monitor/tavstrg-monitor.service"
+    install -D -m 644 -t "$root/etc/tavstrg" "$here/../../packaging/monitor/monitor.conf"
+    mkdir -p "$root/usr/sbin"
+    ln -s /test/bin/tavstrg "$root/usr/sbin/tavstrg"
     for file in compare_real compare_provider compare_discovery; do # if they were built
         [ ! -x "$build/bin/$file" ] || cp "$build/bin/$file" "$root/test/bin"
     done

@@ -34,6 +34,7 @@ const char *const kNotify = "/tmp/service/notify";
 constexpr unsigned kUnit[] = {CAP_SYS_RAWIO, CAP_SYS_ADMIN, CAP_DAC_READ_SEARCH}; // CapabilityBoundingSet of the unit
 constexpr unsigned kAll = ~0U;
 constexpr int kBurst = 100;
+constexpr size_t kDisks = 24;
 constexpr long kMostKilobytes = 6144;
 
 // Keeps the capabilities of the unit but one.
@@ -138,6 +139,12 @@ void rightsOfTheUnit()
     check("the node is root's again", true, chown(node.c_str(), 0, 0) == 0);
 }
 
+size_t disksOfTheTool()
+{
+    const Json list = Json::parse(outputOf("/test/bin/tavstrg --json disks"), nullptr, false);
+    return list.value("disks", Json::array()).size();
+}
+
 long fieldOf(pid_t process, const std::string &name)
 {
     std::ifstream status("/proc/" + std::to_string(process) + "/status");
@@ -216,6 +223,9 @@ void service()
     std::ofstream(kConfig) << "cycle = 3600\nstate = /tmp/service/state\njournal = no\nhooks = no\nlines = " << kLines
                            << "\nmetrics = " << kMetrics << "\n";
     rightsOfTheUnit();
+    const size_t disks = disksOfTheTool();
+    addSimulatedDisks(static_cast<int>(kDisks - disks));
+    check("the machine has as many disks as a large server", kDisks, disksOfTheTool());
     Datagrams notify(kNotify);
     setenv("NOTIFY_SOCKET", kNotify, 1);
     const pid_t process = startRestricted(std::string("exec /test/bin/tavstrg monitor --config ") + kConfig, kAll);
@@ -232,6 +242,7 @@ void service()
     check("the metrics say that passes succeed", true, text.find("\ntavstrg_pass_success 1\n") != std::string::npos);
     kill(process, SIGTERM);
     check("the service stops", "0", std::to_string(statusOf(process)));
+    removeSimulatedDisks();
 }
 
 } // namespace vm

@@ -176,4 +176,11 @@ void addSimulatedDisks(int number)
     expectWithin(std::to_string(number) + " simulated disks", [&] { return namedDisks() >= expected; });
 }
 
+void removeSimulatedDisks()
+{
+    const size_t before = namedDisks();
+    writeAttribute(kSimulatedHosts + "add_host", "-1");
+    expectWithin("the end of the simulated disks", [&] { return namedDisks() < before; });
+}
+
 } // namespace vm

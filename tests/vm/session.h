@@ -47,6 +47,8 @@ void scanHost(int host);
 
 // Disks of the kernel's simulated SCSI host adapter, which is never managed.
 void addSimulatedDisks(int number);
+// Removes those that were added last.
+void removeSimulatedDisks();
 
 // The phases of the monitoring thread and of the kernel's events.
 void monitoring();
@@ -59,5 +61,7 @@ void sleeping();
 void disks();
 // The phase of the monitoring service.
 void service();
+// The phase of its unit under systemd.
+void unit();
 
 } // namespace vm

@@ -55,7 +55,7 @@ constexpr size_t kSeverityWidth = 11; // of the longest word
 constexpr size_t kDiskStrings = 2;
 
 // The disk that an alert's first strings describe.
-struct Disk {
+struct AlertDisk {
     unsigned device = 0; // Index of its SCSI device
     std::string name;    // vendor, model and firmware revision as far as known
     unsigned controller = 0;
@@ -98,14 +98,14 @@ bool takeNumber(std::string_view &rest, unsigned &number)
     return error == std::errc();
 }
 
-bool takeScsiAddress(std::string_view text, Disk &disk)
+bool takeScsiAddress(std::string_view text, AlertDisk &disk)
 {
     return takeText(text, "Address(Controller-Bus-ID-LUN) : ") && takeNumber(text, disk.controller) &&
            takeText(text, "-") && takeNumber(text, disk.bus) && takeText(text, "-") && takeNumber(text, disk.target) &&
            takeText(text, "-") && takeNumber(text, disk.lun) && text.empty();
 }
 
-bool takeIdeAddress(std::string_view text, Disk &disk)
+bool takeIdeAddress(std::string_view text, AlertDisk &disk)
 {
     disk.scsi = false;
     if (!takeText(text, "Address(Controller-Drive) : ") || !takeNumber(text, disk.controller) || !takeText(text, "-")) {
@@ -115,12 +115,12 @@ bool takeIdeAddress(std::string_view text, Disk &disk)
     return true;
 }
 
-std::optional<Disk> diskOf(const Alert &alert)
+std::optional<AlertDisk> diskOf(const Alert &alert)
 {
     if (alert.strings.size() < kDiskStrings) {
         return std::nullopt;
     }
-    Disk disk;
+    AlertDisk disk;
     if (!takeScsiAddress(alert.strings[0], disk) && !takeIdeAddress(alert.strings[0], disk)) {
         return std::nullopt;
     }
@@ -143,7 +143,7 @@ std::string placeWords(const Device &device)
     return words + (words.empty() ? "" : "; ");
 }
 
-std::string diskWords(const Disk &disk, const std::string &place)
+std::string diskWords(const AlertDisk &disk, const std::string &place)
 {
     const std::string address =
         disk.scsi ? std::to_string(disk.bus) + ":" + std::to_string(disk.target) + ":" + std::to_string(disk.lun)
@@ -167,7 +167,7 @@ std::string alertWords(const Alert &alert)
     if (event != nullptr && event->level != 0) {
         words += lifeSpanWords(event->level);
     }
-    if (const std::optional<Disk> disk = diskOf(alert)) {
+    if (const std::optional<AlertDisk> disk = diskOf(alert)) {
         words += ": " + diskWords(*disk, alert.device ? placeWords(*alert.device) : "");
         for (size_t i = kDiskStrings; i < alert.strings.size(); ++i) {
             words += (i == kDiskStrings ? "; " : ", ") + printable(alert.strings[i]);
@@ -226,7 +226,7 @@ Json changesJson(const Alert &alert)
     return json;
 }
 
-Json diskJson(const Disk &disk, const Device &device)
+Json diskJson(const AlertDisk &disk, const Device &device)
 {
     const Json address = {{"bus", disk.bus}, {"target", disk.target}, {"lun", disk.lun}};
     return {{"interface", disk.scsi ? "SCSI" : "IDE"},
@@ -276,7 +276,7 @@ bool isAboutADisk(const Alert &alert)
 
 bool addDevice(Alert &alert, const Inventory &inventory)
 {
-    const std::optional<Disk> disk = diskOf(alert);
+    const std::optional<AlertDisk> disk = diskOf(alert);
     if (!disk || !isAboutADisk(alert)) {
         return false;
     }
@@ -314,7 +314,7 @@ std::string alertText(const Alert &alert, bool colour, size_t width)
 std::string alertJson(const Alert &alert)
 {
     const Event *event = eventOf(alert);
-    const std::optional<Disk> disk = diskOf(alert);
+    const std::optional<AlertDisk> disk = diskOf(alert);
     Json json = document("watch");
     json.update({{"time", alert.time},
                  {"severity", severityOf(alert).word},

@@ -15,14 +15,14 @@
 namespace tool {
 namespace {
 
-using Lines = std::vector<TraceLine>;
+using TraceLines = std::vector<TraceLine>;
 
 struct Address {
     int host = -1;
     int id = -1;
 };
 
-struct Disk {
+struct TracedDisk {
     std::string node; // empty: no node has the disk's address
     Address address;
     std::string vendor, model;
@@ -47,7 +47,7 @@ int numberIn(std::string_view text, std::string_view key)
 }
 
 // The last line before "at" that begins so.
-const TraceLine *lastBefore(const Lines &trace, size_t at, std::string_view function, std::string_view begin)
+const TraceLine *lastBefore(const TraceLines &trace, size_t at, std::string_view function, std::string_view begin)
 {
     while (at-- > 0) {
         if (trace[at].function == function && trace[at].text.starts_with(begin)) {
@@ -58,7 +58,7 @@ const TraceLine *lastBefore(const Lines &trace, size_t at, std::string_view func
 }
 
 // Vendor and model of the device at an address, as the discovery listed it.
-void nameDisk(const Lines &trace, size_t at, Disk &disk)
+void nameDisk(const TraceLines &trace, size_t at, TracedDisk &disk)
 {
     for (size_t i = 0; i + 1 < at; ++i) {
         if (trace[i].text.starts_with("SCSIDeviceInfo(") && numberIn(trace[i].text, "Host=") == disk.address.host &&
@@ -69,9 +69,9 @@ void nameDisk(const Lines &trace, size_t at, Disk &disk)
     }
 }
 
-Disk diskAt(const Lines &trace, size_t at)
+TracedDisk diskAt(const TraceLines &trace, size_t at)
 {
-    Disk disk;
+    TracedDisk disk;
     if (const TraceLine *line = lastBefore(trace, at, "TAVStorageGetSCSIDeviceSerialNumber", "_IN_ name=")) {
         disk.node = bracketed(line->text, "name=");
     }
@@ -82,7 +82,7 @@ Disk diskAt(const Lines &trace, size_t at)
     return disk;
 }
 
-std::string wordsFor(const Disk &disk)
+std::string wordsFor(const TracedDisk &disk)
 {
     std::string words = disk.node.empty() ? "the disk" : disk.node;
     const std::string name = printable(disk.vendor) + " " + printable(disk.model);
@@ -94,7 +94,7 @@ std::string wordsFor(const Disk &disk)
 }
 
 // What hits no other disk comes first.
-std::string remedyFor(const Disk &disk)
+std::string remedyFor(const TracedDisk &disk)
 {
     const std::string device = disk.node.empty()
                                    ? "/sys/bus/scsi/devices/" + std::to_string(disk.address.host) +
@@ -104,22 +104,22 @@ std::string remedyFor(const Disk &disk)
            diskRemedy(disk.vendor, disk.model);
 }
 
-std::string identityCause(const Lines &trace, size_t at, const std::string &)
+std::string identityCause(const TraceLines &trace, size_t at, const std::string &)
 {
-    const Disk disk = diskAt(trace, at);
+    const TracedDisk disk = diskAt(trace, at);
     return wordsFor(disk) +
            " does not answer HDIO_GET_IDENTITY, as a managed disk must: it is no ATA disk, or it is dead; " +
            remedyFor(disk);
 }
 
-std::string openCause(const Lines &trace, size_t at, const std::string &)
+std::string openCause(const TraceLines &trace, size_t at, const std::string &)
 {
-    const Disk disk = diskAt(trace, at);
+    const TracedDisk disk = diskAt(trace, at);
     return (disk.node.empty() ? "no device node answers for " + wordsFor(disk) : wordsFor(disk) + " cannot be opened") +
            "; " + remedyFor(disk);
 }
 
-std::string releaseCause(const Lines &, size_t, const std::string &release)
+std::string releaseCause(const TraceLines &, size_t, const std::string &release)
 {
     return "the kernel release " + printable(release) + " is refused; " + releaseRemedy();
 }
@@ -130,31 +130,31 @@ std::string errnoWords(const std::string &text, std::string_view key)
     return error > 0 ? std::strerror(error) : "error " + std::to_string(error);
 }
 
-std::string keyFileCause(const Lines &trace, size_t at, const std::string &)
+std::string keyFileCause(const TraceLines &trace, size_t at, const std::string &)
 {
     return "cannot make the key file " + printable(bracketed(trace[at].text, "fnm=")) + ": " +
            errnoWords(trace[at].text, "errno=") + "; the agent's directory work must exist and be writable";
 }
 
-std::string segmentCause(const Lines &trace, size_t at, const std::string &)
+std::string segmentCause(const TraceLines &trace, size_t at, const std::string &)
 {
     return "no shared-memory segment can be made: " + errnoWords(trace[at].text, "errno=") +
            "; see ipcs -m for segments that are not used any more, and the kernel's limits kernel.shmmni and "
            "kernel.shmall";
 }
 
-std::string saveCause(const Lines &trace, size_t at, const std::string &)
+std::string saveCause(const TraceLines &trace, size_t at, const std::string &)
 {
     return "the saved state cannot be written: " + errnoWords(trace[at].text, "err=") +
            "; the agent's directory data must exist and be writable";
 }
 
-std::string memoryCause(const Lines &, size_t, const std::string &)
+std::string memoryCause(const TraceLines &, size_t, const std::string &)
 {
     return "not enough memory";
 }
 
-std::string administratorCause(const Lines &trace, size_t at, const std::string &)
+std::string administratorCause(const TraceLines &trace, size_t at, const std::string &)
 {
     return "an administrator's file cannot be read (" + printable(trace[at].text) + "); tavstrg check says more";
 }
@@ -162,7 +162,7 @@ std::string administratorCause(const Lines &trace, size_t at, const std::string 
 struct Rule {
     std::string_view function;
     std::string_view begin;
-    std::string (*cause)(const Lines &trace, size_t at, const std::string &release);
+    std::string (*cause)(const TraceLines &trace, size_t at, const std::string &release);
 };
 
 constexpr Rule kRules[] = {

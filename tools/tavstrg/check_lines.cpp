@@ -27,12 +27,12 @@ CheckedLine skipped(size_t line, const std::string &why)
     return {line, Verdict::skipped, why};
 }
 
-enum class Place { management, diagnostic, header, before };
+enum class LinePlace { management, diagnostic, header, before };
 
 struct PlacedLine {
     size_t number;
     std::string_view text; // with its newline
-    Place place;
+    LinePlace place;
 };
 
 struct PlacedLines {
@@ -40,19 +40,19 @@ struct PlacedLines {
     std::vector<PlacedLine> lines{};
 };
 
-Place placeOf(const char *at, const char *next, const InfSections &sections)
+LinePlace linePlaceOf(const char *at, const char *next, const InfSections &sections)
 {
     if (sections.second.data() == nullptr) // no headers: everything is the first section
     {
-        return Place::management;
+        return LinePlace::management;
     }
     if (at >= sections.second.data()) {
-        return Place::diagnostic;
+        return LinePlace::diagnostic;
     }
     if (at < sections.first.data()) {
-        return next == sections.first.data() ? Place::header : Place::before;
+        return next == sections.first.data() ? LinePlace::header : LinePlace::before;
     }
-    return next == sections.second.data() ? Place::header : Place::management;
+    return next == sections.second.data() ? LinePlace::header : LinePlace::management;
 }
 
 PlacedLines placeLines(std::string_view text)
@@ -64,7 +64,7 @@ PlacedLines placeLines(std::string_view text)
     PlacedLines placed{true};
     std::string_view rest = text;
     for (std::string_view line; takeWholeLine(rest, line);) {
-        placed.lines.push_back({placed.lines.size() + 1, line, placeOf(line.data(), rest.data(), sections)});
+        placed.lines.push_back({placed.lines.size() + 1, line, linePlaceOf(line.data(), rest.data(), sections)});
     }
     return placed;
 }
@@ -89,12 +89,12 @@ Lines checkSections(std::string_view text, Judge judge)
     }
     Lines lines;
     for (const PlacedLine &line : placed.lines) {
-        if (line.place == Place::header || isBlankOrComment(line.text)) {
+        if (line.place == LinePlace::header || isBlankOrComment(line.text)) {
             continue;
         }
         CheckedLine checked = judge(line);
         checked.line = line.number;
-        if (checked.verdict == Verdict::accepted && line.place == Place::before) {
+        if (checked.verdict == Verdict::accepted && line.place == LinePlace::before) {
             checked = skipped(line.number, std::string("before ") + kGroupManagementPort);
         }
         if (!checked.text.empty()) {
@@ -110,13 +110,13 @@ Lines checkSections(std::string_view text, Judge judge)
 
 const char *sectionOf(const PlacedLine &line)
 {
-    return line.place == Place::diagnostic ? "Diagnostic Port" : "Management Port";
+    return line.place == LinePlace::diagnostic ? "Diagnostic Port" : "Management Port";
 }
 
 CheckedLine accepted(const PlacedLine &line, const std::string &text, const char *otherwise)
 {
     CheckedLine checked{line.number, Verdict::accepted, text};
-    if (line.place == Place::diagnostic) {
+    if (line.place == LinePlace::diagnostic) {
         checked.text += std::string(" (") + kGroupDiagnosticPort + ": " + otherwise + ")";
     }
     checked.meaning["section"] = sectionOf(line);

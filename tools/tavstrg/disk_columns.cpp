@@ -87,7 +87,7 @@ std::string powerOf(const Disk &disk)
             [](const Disk &disk) { return keyOf(disk.field); }                                                         \
     }
 
-const std::array kColumns{
+const std::array kDiskColumns{
     TEXT("ID", "identity", disk.id),
     TEXT("NODE", "node", disk.name),
     TEXT("PATHS", "paths", pathsOf(disk)),
@@ -129,21 +129,21 @@ const std::array kColumns{
 
 std::span<const DiskColumn> diskColumns()
 {
-    return kColumns;
+    return kDiskColumns;
 }
 
 const DiskColumn *findDiskColumn(std::string_view name)
 {
     const auto *const found =
-        std::find_if(kColumns.data(), kColumns.data() + kColumns.size(),
+        std::find_if(kDiskColumns.data(), kDiskColumns.data() + kDiskColumns.size(),
                      [name](const DiskColumn &column) { return sameIgnoringCase(column.name, name); });
-    return found == kColumns.data() + kColumns.size() ? nullptr : found;
+    return found == kDiskColumns.data() + kDiskColumns.size() ? nullptr : found;
 }
 
 std::vector<std::string> diskColumnNames()
 {
     std::vector<std::string> names;
-    for (const DiskColumn &column : kColumns) {
+    for (const DiskColumn &column : kDiskColumns) {
         names.emplace_back(column.name);
     }
     return names;

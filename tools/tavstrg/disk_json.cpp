@@ -29,7 +29,7 @@ Json pathsJson(const Disk &disk)
     return paths;
 }
 
-Json healthJson(const Health &health)
+Json healthJson(const tavstrg::disks::Health &health)
 {
     return {{"state", nameOf(health.state)},
             {"source", textOrNull(health.source)},

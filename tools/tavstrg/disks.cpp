@@ -27,7 +27,7 @@ namespace {
 
 using namespace tavstrg::disks;
 
-void askAll(Array<Disk> &disks)
+void askDisks(Array<Disk> &disks)
 {
     if (!Pass().run(disks)) {
         throw Failure("disks: not enough memory to ask them");
@@ -104,7 +104,7 @@ std::string note(const DiskReport &report)
     return text;
 }
 
-std::vector<const DiskColumn *> columnsOf(const Arguments &arguments)
+std::vector<const DiskColumn *> chosenColumns(const Arguments &arguments)
 {
     if (arguments.columns.empty()) {
         return defaultDiskColumns(arguments.wide);
@@ -141,7 +141,7 @@ Outcome list(const DiskReport &report, const Arguments &arguments, const TextSty
     if (arguments.json) {
         return {kDone, disksJson(report, shown), ""};
     }
-    DiskTable table{columnsOf(arguments), 0, arguments.header};
+    DiskTable table{chosenColumns(arguments), 0, arguments.header};
     if (arguments.csv) {
         return {kDone, diskCsv(shown, table.columns, table.header), note(report)};
     }
@@ -276,7 +276,7 @@ DiskReport collectDisks(const Arguments &arguments)
         if (result == FindResult::noMemory) {
             throw Failure("disks: not enough memory to find them");
         }
-        askAll(disks);
+        askDisks(disks);
     }
     if (!arguments.book.empty()) {
         remember(disks, arguments, report);

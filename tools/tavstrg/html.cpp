@@ -9,13 +9,13 @@ namespace {
 
 constexpr std::string_view kReplacement = "\xEF\xBF\xBD"; // U+FFFD
 
-struct Character {
+struct CodePoint {
     uint32_t code;
     size_t length; // in bytes; 0: no character begins here
 };
 
 // RFC 3629, 3: no overlong form, no surrogate, nothing above U+10FFFF.
-Character firstOf(std::string_view text)
+CodePoint firstOf(std::string_view text)
 {
     const auto byte = [&text](size_t i) { return static_cast<uint8_t>(text[i]); };
     const uint8_t head = byte(0);
@@ -70,7 +70,7 @@ std::string escapedHtml(std::string_view text)
 {
     std::string result;
     while (!text.empty()) {
-        const Character character = firstOf(text);
+        const CodePoint character = firstOf(text);
         const size_t length = character.length == 0 ? 1 : character.length;
         if (character.length == 0 || isHarmful(character.code)) {
             result += kReplacement;

@@ -28,7 +28,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char *kPrefix = "tavstrg.";
+constexpr const char *kNamePrefix = "tavstrg.";
 constexpr time_t kOldEnough = 60; // seconds; a directory is locked within its first moments
 constexpr size_t kLargestRead = size_t{64} << 20;
 
@@ -59,7 +59,7 @@ void removeAbandoned(const std::string &parent)
     std::error_code error;
     for (const auto &entry : fs::directory_iterator(parent, error)) {
         int descriptor = -1;
-        if (entry.path().filename().string().starts_with(kPrefix) && isAbandoned(entry.path(), descriptor)) {
+        if (entry.path().filename().string().starts_with(kNamePrefix) && isAbandoned(entry.path(), descriptor)) {
             fs::remove_all(entry.path(), error);
         }
         if (descriptor >= 0) {
@@ -106,7 +106,7 @@ PrivateCopy::PrivateCopy() : directory_(parentDirectory())
 {
     const std::string state = stateWithoutDevices(savedState());
     removeAbandoned(directory_);
-    directory_ += std::string("/") + kPrefix + "XXXXXX";
+    directory_ += std::string("/") + kNamePrefix + "XXXXXX";
     if (mkdtemp(directory_.data()) == nullptr) {
         throw Failure("cannot make " + directory_ + ": " + std::strerror(errno));
     }

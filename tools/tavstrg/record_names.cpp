@@ -91,7 +91,7 @@ bool isPlaceholder(std::string_view prefix, std::string_view digits)
     return digits.find_first_not_of('0') == digits.npos || digits.find_first_not_of('f') == digits.npos;
 }
 
-std::string textOf(const ByteVector &data, size_t at, size_t length)
+std::string textAt(const ByteVector &data, size_t at, size_t length)
 {
     return {data.begin() + static_cast<std::ptrdiff_t>(at), data.begin() + static_cast<std::ptrdiff_t>(at + length)};
 }
@@ -258,7 +258,7 @@ ByteVector Names::serialPage(ByteVector page)
 {
     constexpr size_t kHeader = 4;
     if (page.size() > kHeader) {
-        put(page, kHeader, serial(textOf(page, kHeader, page.size() - kHeader)));
+        put(page, kHeader, serial(textAt(page, kHeader, page.size() - kHeader)));
     }
     return page;
 }
@@ -300,7 +300,7 @@ ByteVector Names::designatorPage(ByteVector page)
         if (at + kHeader + length > page.size()) {
             break;
         }
-        std::string value = textOf(page, at + kHeader, length);
+        std::string value = textAt(page, at + kHeader, length);
         designator(value, page[at + 1] & 0x0F);
         put(page, at + kHeader, value.substr(0, length));
         at += kHeader + length;
@@ -320,9 +320,9 @@ ByteVector Names::identify(ByteVector data, size_t at)
     data.resize(std::max(size, at + kIdentifyLength)); // names may be in those that were cut
     const bool summed = hasChecksum(data, at);
     swapPairs(data, at, kIdentifyLength);
-    put(data, at + kSerial, serial(textOf(data, at + kSerial, 20)));
-    put(data, at + kWorldWideName, number(textOf(data, at + kWorldWideName, 8), "naa."));
-    put(data, at + kMediaSerial, serial(textOf(data, at + kMediaSerial, 60)));
+    put(data, at + kSerial, serial(textAt(data, at + kSerial, 20)));
+    put(data, at + kWorldWideName, number(textAt(data, at + kWorldWideName, 8), "naa."));
+    put(data, at + kMediaSerial, serial(textAt(data, at + kMediaSerial, 60)));
     data = scrub(std::move(data));
     swapPairs(data, at, kIdentifyLength);
     if (summed) {
@@ -354,7 +354,7 @@ std::string Names::scrubText(const std::string &text) const
 
 ByteVector Names::scrub(ByteVector data) const
 {
-    put(data, 0, scrubText(textOf(data, 0, data.size())));
+    put(data, 0, scrubText(textAt(data, 0, data.size())));
     return data;
 }
 

@@ -159,7 +159,7 @@ struct Column {
     std::string (*cell)(const Disk &);
     bool (*known)(const Disk &) = nullptr; // the column is left out if no disk reports it; null: never
 };
-constexpr std::array<Column, 11> kColumns{
+constexpr std::array<Column, 11> kTableColumns{
     {{"Disk", diskCell},
      {"Health", stateCell},
      {"Place", placeCell},
@@ -175,7 +175,7 @@ constexpr std::array<Column, 11> kColumns{
 std::vector<const Column *> columnsFor(const std::vector<Disk> &disks)
 {
     std::vector<const Column *> columns;
-    for (const Column &column : kColumns) {
+    for (const Column &column : kTableColumns) {
         if (column.known == nullptr || std::any_of(disks.begin(), disks.end(), column.known)) {
             columns.push_back(&column);
         }

@@ -8,11 +8,11 @@ namespace tool {
 namespace {
 
 constexpr std::array<SchemaWord, 2> kSwitch = {{{0, "Off"}, {1, "On"}}};
-constexpr std::array<SchemaWord, 3> kInterfaces = {{{-1, "Unknown"}, {0, "SCSI"}, {1, "IDE"}}};
-constexpr std::array<SchemaWord, 5> kScsiTypes = {
+constexpr std::array<SchemaWord, 3> kInterfaceWords = {{{-1, "Unknown"}, {0, "SCSI"}, {1, "IDE"}}};
+constexpr std::array<SchemaWord, 5> kScsiTypeWords = {
     {{0, "Hard disk"}, {1, "CD-ROM drive"}, {2, "Tape drive"}, {3, "Optical-memory drive"}, {4, "Other"}}};
-constexpr std::array<SchemaWord, 3> kIdeTypes = {{{1, "Other"}, {2, "Hard disk"}, {3, "CD-ROM drive"}}};
-constexpr std::array<SchemaWord, 3> kPositions = {{{1, "Unknown"}, {2, "Master"}, {3, "Slave"}}};
+constexpr std::array<SchemaWord, 3> kIdeTypeWords = {{{1, "Other"}, {2, "Hard disk"}, {3, "CD-ROM drive"}}};
+constexpr std::array<SchemaWord, 3> kPositionWords = {{{1, "Unknown"}, {2, "Master"}, {3, "Slave"}}};
 constexpr std::array<SchemaWord, 3> kSmartStates = {
     {{-1, "Not readable"}, {0, "No failure reported"}, {1, "Failure predicted"}}};
 constexpr std::array<SchemaWord, 7> kLevels = {{{-1, "Not read"},
@@ -22,7 +22,7 @@ constexpr std::array<SchemaWord, 7> kLevels = {{{-1, "Not read"},
                                                 {3, "Medium left"},
                                                 {4, "Much left"},
                                                 {5, "Most left"}}};
-constexpr std::array<SchemaWord, 2> kThread = {{{0, "Not running"}, {1, "Running"}}};
+constexpr std::array<SchemaWord, 2> kThreadWords = {{{0, "Not running"}, {1, "Running"}}};
 
 constexpr std::array<SchemaWord, 5> kIdentitySources = {
     {{0, "None"}, {1, "World wide name"}, {2, "Card identity"}, {3, "Serial number"}, {4, "Place"}}};
@@ -49,14 +49,14 @@ constexpr std::array<SchemaProperty, 30> kProperties = {{
     {"TAV_StorageConfig", "MonitorCycleMax", {}, "Seconds", "s"},
     {"TAV_StorageConfig", "MonitorCycleDefault", {}, "Seconds", "s"},
     {"TAV_StorageConfig", "HardDiskSmartMode", kSwitch, nullptr, nullptr},
-    {nullptr, "InterfaceType", kInterfaces, nullptr, nullptr},
-    {"TAV_StorageSCSIDevice", "DeviceType", kScsiTypes, nullptr, nullptr},
-    {"TAV_StorageIDEDevice", "DeviceType", kIdeTypes, nullptr, nullptr},
-    {"TAV_StorageIDEDevice", "IDEConfiguration", kPositions, nullptr, nullptr},
+    {nullptr, "InterfaceType", kInterfaceWords, nullptr, nullptr},
+    {"TAV_StorageSCSIDevice", "DeviceType", kScsiTypeWords, nullptr, nullptr},
+    {"TAV_StorageIDEDevice", "DeviceType", kIdeTypeWords, nullptr, nullptr},
+    {"TAV_StorageIDEDevice", "IDEConfiguration", kPositionWords, nullptr, nullptr},
     {"TAV_StorageHardDisk", "Capacity", {}, "MegaBytes", "MiB"},
     {"TAV_StorageHardDisk", "SmartStatus", kSmartStates, nullptr, nullptr},
     {"TAV_StorageLifeSpan", "EnduranceRemaining", kLevels, nullptr, nullptr},
-    {"TAV_StorageThread", "ThreadRunning", kThread, nullptr, nullptr},
+    {"TAV_StorageThread", "ThreadRunning", kThreadWords, nullptr, nullptr},
     {"TAV_StorageDisk", "DiskIDSource", kIdentitySources, nullptr, nullptr},
     {"TAV_StorageDisk", "Transport", kTransports, nullptr, nullptr},
     {"TAV_StorageDisk", "SizeBytes", {}, "Bytes", "bytes"},

@@ -7,7 +7,7 @@
 namespace tool {
 namespace {
 
-constexpr size_t kBlock = 64; // bytes
+constexpr size_t kBlockBytes = 64; // bytes
 
 // FIPS 180-4, 4.2.2.
 constexpr uint32_t kConstants[64] = {
@@ -69,7 +69,7 @@ std::string padded(std::string_view text)
 {
     std::string all(text);
     all += '\x80';
-    all.resize((all.size() + 8 + kBlock - 1) / kBlock * kBlock - 8, '\0');
+    all.resize((all.size() + 8 + kBlockBytes - 1) / kBlockBytes * kBlockBytes - 8, '\0');
     for (int shift = 56; shift >= 0; shift -= 8) {
         all += static_cast<char>(static_cast<uint64_t>(text.size()) * 8 >> shift & 0xff);
     }
@@ -82,8 +82,8 @@ Sha256 sha256(std::string_view text)
 {
     State state{0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a, 0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
     const std::string all = padded(text);
-    for (size_t at = 0; at < all.size(); at += kBlock) {
-        take(state, std::string_view(all).substr(at, kBlock));
+    for (size_t at = 0; at < all.size(); at += kBlockBytes) {
+        take(state, std::string_view(all).substr(at, kBlockBytes));
     }
     Sha256 hash{};
     for (size_t i = 0; i < hash.size(); ++i) {

@@ -20,8 +20,10 @@ struct AttributeText {
     ReadResult result;
     char value[kAttributeSize];
 };
-// The end of GetInfFromFile, in its trace scope: the value into out, or the status of the failure.
-int reportAttribute(const AttributeText &text, const char *path, int32_t *status, char *out);
+// Reads an attribute file without a trace line.
+AttributeText readAttributeText(const char *path);
+// What GetInfFromFile gives and traces, of a reading that was made before. path only names it.
+int retellAttribute(const AttributeText &text, const char *path, int32_t *status, char *out);
 
 } // namespace tavstrg
 

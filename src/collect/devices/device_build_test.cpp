@@ -4,6 +4,7 @@
 #include "collect/devices/scsi_table.h"
 #include "collect/devices/serial_number.h"
 #include "devcmd/geometry.h"
+#include "devcmd/smart/smart_watch.h"
 #include "sim/sim.h"
 #include "support/lists_fixture.h"
 
@@ -120,6 +121,7 @@ TEST_F(DeviceBuild, AScsiDiskStartsWithSmartUnknownAndNotRead)
 {
     machine_ = std::make_unique<sim::Machine>(R"({"hosts": [{"driver": "ahci", "devices": [{"vendor": "ACME"}]}]})");
     collection().TotalHDDevice = 1;
+    g_SmartMode = 0; // what another test has left
     ASSERT_EQ(MallocDeviceTable(), 0);
     ASSERT_EQ(MakeSCSIHDDevice("/dev/sda", "ahci"), 0);
     ASSERT_EQ(collection().hd_dev_cnt, 1);

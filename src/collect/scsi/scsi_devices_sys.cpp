@@ -10,47 +10,87 @@
 
 #include <cerrno>
 #include <climits>
-#include <cstdio>
+#include <cstring>
 #include <sys/stat.h>
 
 using namespace tavstrg;
 
 namespace {
 
-// Entries are symbolic links to directories. Deliberate: a longer name is cut, and the cut path is then no entry.
-bool isDeviceEntry(const char *entry)
+// Deliberate: a longer name is cut, and the cut path is then no entry.
+constexpr size_t kMostOfName = 230;
+
+// Entries are symbolic links to directories.
+bool isDirectory(const char *entry)
 {
-    char path[25 + 1 + 230 + 1];
-    std::snprintf(path, sizeof path, "%.25s/%.230s", kSysDevices, entry);
+    char path[sizeof kSysDevices + 1 + kMostOfName];
+    joinText(path, {kSysDevices, "/", entry});
     struct stat info = {};
     return ::stat(path, &info) == 0 && S_ISDIR(info.st_mode);
 }
 
-// An attribute that is missing or cannot be read is an empty text: a device can be removed meanwhile.
-void readAttribute(const char *entry, const char *attribute, char (&text)[kAttributeSize])
-{
-    char path[sizeof kSysDevices + NAME_MAX + 1 + 16];
-    std::snprintf(path, sizeof path, "%s/%s/%s", kSysDevices, entry, attribute);
-    int32_t status = 0;
-    if (GetInfFromFile(&status, path, text) != 0) {
-        copyText(text, "");
+// The files of a device in sysfs.
+class DeviceFiles {
+public:
+    // Reads the vendor.
+    explicit DeviceFiles(const char *entry) : entry_(entry)
+    {
+        setPath("vendor");
+        vendor_ = readAttributeText(path_);
     }
-}
+    // Whether the entry is a directory. If it has a file, it is; only else it is asked, which is a system call.
+    bool isDevice() const
+    {
+        const bool hasFile = vendor_.result == ReadResult::done && std::strlen(entry_) <= kMostOfName;
+        return hasFile || isDirectory(entry_);
+    }
+    // An attribute that is missing or cannot be read is an empty text: a device can be removed meanwhile.
+    void takeVendor(char (&text)[kAttributeSize])
+    {
+        setPath("vendor");
+        int32_t status = 0;
+        if (retellAttribute(vendor_, path_, &status, text) != 0) {
+            copyText(text, "");
+        }
+    }
+    void read(const char *attribute, char (&text)[kAttributeSize])
+    {
+        setPath(attribute);
+        int32_t status = 0;
+        if (GetInfFromFile(&status, path_, text) != 0) {
+            copyText(text, "");
+        }
+    }
 
-SCSIDeviceInfo readDevice(const char *entry, const ScsiAddress &address)
+private:
+    void setPath(const char *attribute) { joinText(path_, {kSysDevices, "/", entry_, "/", attribute}); }
+
+    const char *entry_;
+    AttributeText vendor_;
+    char path_[sizeof kSysDevices + NAME_MAX + 1 + 16];
+};
+
+SCSIDeviceInfo readDevice(DeviceFiles &files, const ScsiAddress &address)
 {
     SCSIDeviceInfo device = {};
     device.host = address.host;
     device.channel = address.channel;
     device.id = address.id;
     device.lun = address.lun;
-    readAttribute(entry, "vendor", device.vendor);
-    readAttribute(entry, "model", device.model);
-    readAttribute(entry, "rev", device.scsiRev);
+    files.takeVendor(device.vendor);
+    files.read("model", device.model);
+    files.read("rev", device.scsiRev);
     char type[kAttributeSize] = {};
-    readAttribute(entry, "type", type);
+    files.read("type", type);
     copyText(device.type, scsiTypeText(type));
     return device;
+}
+
+// Hosts and targets, which are there too, are not worth sorting.
+int isAddress(const dirent *entry)
+{
+    ScsiAddress address = {};
+    return parseScsiAddress(entry->d_name, address) ? 1 : 0;
 }
 
 } // namespace
@@ -62,7 +102,7 @@ int sys_GetSCSIDeviceInfoFromSys(SCSIDeviceInfo **list, int32_t *count, int32_t 
     if (!beginDeviceList(list, count, status)) {
         return -1;
     }
-    const DirListing entries(kSysDevices);
+    const DirListing entries(kSysDevices, isAddress);
     if (entries.count() < 0) {
         const bool absent = entries.error() == ENOENT;
         *status = absent ? kSourceAbsent : kSourceError;
@@ -73,10 +113,12 @@ int sys_GetSCSIDeviceInfoFromSys(SCSIDeviceInfo **list, int32_t *count, int32_t 
     for (int i = 0; i < entries.count(); ++i) {
         cancellationPoint();
         ScsiAddress address = {};
-        if (!parseScsiAddress(entries.name(i), address) || !isDeviceEntry(entries.name(i))) {
+        static_cast<void>(parseScsiAddress(entries.name(i), address)); // it is one
+        DeviceFiles files(entries.name(i));
+        if (!files.isDevice()) {
             continue;
         }
-        if (!appendDevice(devices, readDevice(entries.name(i), address))) {
+        if (!appendDevice(devices, readDevice(files, address))) {
             *status = kSourceNoMemory;
             devices.release();
             return TRACED(-1, kFailure, "_OUT_ ret=[%d]", -1);

@@ -189,6 +189,39 @@ TEST_F(SysDeviceList, TakesOnlyDirectoriesWhoseNameReadsAsFourNumbers)
     EXPECT_EQ(addresses(), (Texts{"0:0:0:0"}));
 }
 
+TEST_F(SysDeviceList, ANameThatIsCutIsNoEntry)
+{
+    addSysDevice("0:0:0:0" + std::string(223, 'x'));
+    addSysDevice("0:0:1:0" + std::string(224, 'x'));
+    ASSERT_EQ(buildSys(), 0);
+    EXPECT_EQ(addresses(), (Texts{"0:0:0:0"}));
+}
+
+TEST_F(SysDeviceList, ADeviceWithoutAVendorIsOneAndItsFilesAreTracedInOrder)
+{
+    addSysDevice("0:0:0:0");
+    machine.remove("/sys/bus/scsi/devices/0:0:0:0/vendor");
+    machine.write("/sys/bus/scsi/devices/0:0:1:0", "a file");
+    TraceRecorder trace;
+    ASSERT_EQ(buildSys(), 0);
+    EXPECT_EQ(addresses(), (Texts{"0:0:0:0"}));
+    EXPECT_EQ(trace.textsOf("GetInfFromFile"),
+              (Texts{"_IN_", "_OUT_ [/sys/bus/scsi/devices/0:0:0:0/vendor] is not exist.", "_IN_",
+                     "_OUT_ (0) result=[MODEL A]", "_IN_", "_OUT_ (0) result=[1.0]", "_IN_", "_OUT_ (0) result=[0]"}));
+}
+
+TEST_F(SysDeviceList, ADeviceThatHasFilesIsNotLookedAt)
+{
+    addSysDevice("0:0:0:0");
+    addSysDevice("0:0:1:0");
+    machine.remove("/sys/bus/scsi/devices/0:0:1:0/vendor");
+    sim::countCallsOf("");
+    sim::resetCounts();
+    ASSERT_EQ(buildSys(), 0);
+    EXPECT_EQ(count, 2);
+    EXPECT_EQ(sim::callsMade(sim::Call::stat), 1U) << "of the one without a vendor";
+}
+
 TEST_F(SysDeviceList, ADeviceWithType12IsTypedUnknown)
 {
     addSysDevice("0:0:0:0", "12\n");

@@ -6,10 +6,10 @@
 #include "collect/scsi/scsi_variants.h"
 #include "collect/scsi/sys_hosts.h"
 #include "runtime/cancel.h"
+#include "runtime/field_text.h"
 
 #include <cerrno>
 #include <climits>
-#include <cstdio>
 
 using namespace tavstrg;
 
@@ -19,12 +19,10 @@ namespace {
 // reading.
 void reportDriver(const SysHosts &hosts, int32_t i, char (&driver)[kAttributeSize])
 {
-    const TraceScope scope("GetInfFromFile");
-    TRACE(kDetail, "_IN_");
     char path[sizeof kSysHosts + NAME_MAX + 1 + 16];
-    std::snprintf(path, sizeof path, "%s/%s/proc_name", kSysHosts, hosts.name(i));
+    joinText(path, {kSysHosts, "/", hosts.name(i), "/proc_name"});
     int32_t status = 0;
-    if (reportAttribute(hosts[i].driver, path, &status, driver) != 0) {
+    if (retellAttribute(hosts[i].driver, path, &status, driver) != 0) {
         driver[0] = '\0';
     }
 }

@@ -10,7 +10,6 @@
 
 #include <cerrno>
 #include <climits>
-#include <cstdio>
 #include <cstdlib>
 #include <utility>
 
@@ -24,7 +23,7 @@ SysHosts *current = nullptr;
 void readDriver(const char *entry, SysHost &host)
 {
     char path[sizeof kSysHosts + NAME_MAX + 1 + 16];
-    std::snprintf(path, sizeof path, "%s/%s/proc_name", kSysHosts, entry);
+    joinText(path, {kSysHosts, "/", entry, "/proc_name"});
     char buffer[kMaxAttributeLine];
     std::string_view text;
     host.driver.result = readFirstLine(path, buffer, text);

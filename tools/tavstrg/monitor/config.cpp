@@ -146,7 +146,7 @@ std::string takeSetting(std::string_view line, size_t number, size_t (&seen)[std
     return reason.empty() ? "" : std::string(name) + " " + reason;
 }
 
-int readText(const std::string &path, std::string &text)
+int readConfigText(const std::string &path, std::string &text)
 {
     const FileDesc file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     struct stat info = {};
@@ -185,7 +185,7 @@ ParsedConfig parseConfig(std::string_view text)
 ParsedConfig readConfig(const std::string &path, bool mustExist)
 {
     std::string text;
-    const int error = readText(path, text);
+    const int error = readConfigText(path, text);
     if (error == ENOENT && !mustExist) {
         return {};
     }

@@ -390,6 +390,43 @@ TEST_F(MonitorService, EventReachesTheAgentWhenItsLibrariesAreThere)
                 AllOf(HasSubstr("0x80040837"), HasSubstr("Serial Number : SER-1"), HasSubstr("Event : 17")));
 }
 
+// Times that threads of a process have gone to sleep: each was awake before.
+unsigned long sleepsOf(pid_t process)
+{
+    unsigned long sleeps = 0;
+    for (const auto &task : std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
+        std::ifstream status(task.path() / "status");
+        for (std::string word; status >> word;) {
+            if (word == "voluntary_ctxt_switches:") {
+                unsigned long number = 0;
+                status >> number;
+                sleeps += number;
+            }
+        }
+    }
+    return sleeps;
+}
+
+TEST_F(MonitorService, DoesNotWakeUpBetweenPasses)
+{
+    std::vector<std::string> disks;
+    for (int id = 0; id < 24; ++id) {
+        disks.push_back(disk(id));
+    }
+    machine(disks);
+    Datagrams notify(path("notify"));
+    Running service = start();
+    EXPECT_THAT(notify.await(kPassed), HasSubstr("STATUS=24 disks: 24 good"));
+    bool slept = false;
+    for (int tries = 0; tries < 20 && !slept; ++tries) { // on a busy machine the end of the first pass takes its time
+        const unsigned long before = sleepsOf(service.pid());
+        std::this_thread::sleep_for(800ms);
+        slept = before != 0 && sleepsOf(service.pid()) == before;
+    }
+    EXPECT_TRUE(slept) << sleepsOf(service.pid()) << " times it went to sleep";
+    EXPECT_EQ(stop(service).status, 0);
+}
+
 // ---- a state directory that cannot be written ----
 
 // Runs the tool where the state directory is a file system of its own, with these options of mount. Status 77: that is
