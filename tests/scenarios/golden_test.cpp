@@ -12,7 +12,9 @@
 #include <iomanip>
 #include <map>
 #include <regex>
+#include <sched.h>
 #include <sstream>
+#include <sys/shm.h>
 
 namespace {
 
@@ -25,6 +27,11 @@ constexpr size_t kLongestText = 4000;
 constexpr size_t kBlock = 250;
 
 constexpr const char *kThreadFunction = "strgWatchThread";
+
+// Keys of segments are made of the low bits of inode numbers: now and then one is that of a segment of another test
+// that runs meanwhile, and a retry is traced. In a namespace of its own, which needs root, this program is alone. There
+// the first segment has the identifier 0, which the provider refuses: it is taken here, and goes with the namespace.
+const bool kOwnSegments = ::unshare(CLONE_NEWIPC) == 0 && ::shmget(IPC_PRIVATE, 1, 0600) >= 0;
 
 // Values that differ from run to run: addresses, descriptors, thread identifiers, keys and identifiers of
 // segments.
