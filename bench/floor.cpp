@@ -93,8 +93,7 @@ bool readNode(FloorDisk &disk)
     constexpr uint8_t kSmartReadData[4] = {0xB0, 0x00, 0xD0, 0x01}; // linux/hdreg.h, HDIO_DRIVE_CMD
     std::copy(std::begin(kSmartReadData), std::end(kSmartReadData), disk.smartData);
     const bool done = ::ioctl(fd, HDIO_GET_IDENTITY, disk.identity) == 0 &&
-                      ::ioctl(fd, BLKSSZGET, &disk.sectorSize) == 0 &&
-                      ::ioctl(fd, HDIO_GETGEO, &disk.geometry) == 0 &&
+                      ::ioctl(fd, BLKSSZGET, &disk.sectorSize) == 0 && ::ioctl(fd, HDIO_GETGEO, &disk.geometry) == 0 &&
                       ::ioctl(fd, HDIO_DRIVE_CMD, disk.smartData) == 0 && readVerdict(fd, disk);
     ::close(fd);
     return done;

@@ -3,8 +3,8 @@
 //
 // It lists the devices once. For each it opens, reads and closes one file of sysfs for each of vendor, model, revision,
 // type and size, lists one directory for the disk's name, and opens its node once for five requests; for each host
-// adapter it reads the driver's name: 23 system calls for a disk behind a host adapter of its own, besides the requests.
-// It checks nothing, tells nothing and numbers nothing.
+// adapter it reads the driver's name: 23 system calls for a disk behind a host adapter of its own, besides the
+// requests. It checks nothing, tells nothing and numbers nothing.
 #pragma once
 
 #include <cstddef>

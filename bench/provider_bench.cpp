@@ -130,8 +130,8 @@ void BM_CollectionOfTapes(benchmark::State &state)
     collect(state, tapesText(devicesOf(state)), TAV_CID_STRG_TAPE);
 }
 
-// Whether the floor read the disks that the records have, by their serial numbers (ATA8-ACS, IDENTIFY DEVICE, words 10 to
-// 19, as the driver gives them).
+// Whether the floor read the disks that the records have, by their serial numbers (ATA8-ACS, IDENTIFY DEVICE, words 10
+// to 19, as the driver gives them).
 bool haveSameDisks(const DatInfo &scsi, std::span<const bench::FloorDisk> disks)
 {
     constexpr size_t kSerial = 20;
@@ -394,8 +394,8 @@ private:
 };
 
 constexpr double kLinear = 1.1;
-// A collection of 128 disks against the floor: what was aimed at, 8 ms and 7 ms, against the floors of 3.8 ms and 3.1 ms
-// that were measured on the same machine.
+// A collection of 128 disks against the floor: what was aimed at, 8 ms and 7 ms, against the floors of 3.8 ms and 3.1
+// ms that were measured on the same machine.
 constexpr double kMostOfFloorOneDiskPerHost = 8 / 3.8;
 constexpr double kMostOfFloor = 7 / 3.1;
 
