@@ -6,8 +6,8 @@
 
 namespace vm {
 
-// Sets a property of one of qemu's devices, by the id that run.sh gives to it, and waits until qemu says that it is done.
-// Returns an empty text, or what came instead.
+// Sets a property of one of qemu's devices, by the id that run.sh gives to it, and waits until qemu says that it is
+// done. Returns an empty text, or what came instead.
 std::string setDeviceProperty(const std::string &id, const std::string &property, unsigned value);
 
 } // namespace vm
