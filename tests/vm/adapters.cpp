@@ -12,8 +12,6 @@
 namespace vm {
 namespace {
 
-const char *const kOptions = "/opt/qlm/tavkit_sa/data/options.inf";
-
 // All adapters managed. Serial numbers are those of VPD page 80h, or what the kernel has where a disk has no such page.
 Facts factsOfAllAdapters()
 {
@@ -48,12 +46,12 @@ void adapters()
         Session session;
         check("without the lines there is no inventory", 0, hardDisks(*session));
     }
-    std::ofstream(kOptions) << "all\n";
+    std::ofstream(kOptionsFile) << "all\n";
     {
         Session session;
         compareInventory(*session, facts, "all adapters");
     }
-    std::filesystem::remove(kOptions);
+    std::filesystem::remove(kOptionsFile);
 }
 
 } // namespace vm

@@ -134,7 +134,7 @@ void asNvmeCliHasIt(const Json &disk)
 }
 
 // The disks of a recorded machine, without when they were asked.
-Json disksOf(const std::string &options)
+Json listedDisks(const std::string &options)
 {
     Json disks = parsed("/test/bin/tavstrg " + options + " --json disks").value("disks", Json::array());
     for (Json &disk : disks) {
@@ -156,13 +156,13 @@ Json withoutIdentity(Json disks)
 // What is recorded of this machine shows the same disks.
 void recordedMachineIsTheSame()
 {
-    const Json disks = disksOf("");
+    const Json disks = listedDisks("");
     check("the machine can be recorded", "0",
           firstLineOf("/test/bin/tavstrg record --keep-names /tmp/kept && /test/bin/tavstrg record /tmp/replaced; "
                       "echo $?"));
-    check("the recorded machine has the same disks", disks.dump(), disksOf("--machine /tmp/kept").dump());
+    check("the recorded machine has the same disks", disks.dump(), listedDisks("--machine /tmp/kept").dump());
     check("with replaced names too", withoutIdentity(disks).dump(),
-          withoutIdentity(disksOf("--machine /tmp/replaced")).dump());
+          withoutIdentity(listedDisks("--machine /tmp/replaced")).dump());
     const std::string description = outputOf("cat /tmp/replaced");
     const bool leaks = std::any_of(disks.begin(), disks.end(), [&description](const Json &disk) {
         return disk["serialNumber"].is_string() &&

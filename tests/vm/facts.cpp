@@ -18,7 +18,7 @@ const std::string kDevices = "/sys/bus/scsi/devices/";
 // Lower bounds of the levels 5 to 1.
 constexpr int kLevelBounds[] = {80, 60, 40, 20, 0};
 
-void writeFile(const std::string &name, const std::string &text)
+void writeDataFile(const std::string &name, const std::string &text)
 {
     std::ofstream file(kDataDirectory + name);
     if (!(file << text) || !file.flush()) {
@@ -131,12 +131,12 @@ void writeStorageInf(const std::vector<std::string> &furtherDrivers)
             text += driver + "\n";
         }
     }
-    writeFile("storage.inf", text + "[Diagnostic Port]\n");
+    writeDataFile("storage.inf", text + "[Diagnostic Port]\n");
 }
 
 void writeNoScsiInf()
 {
-    writeFile("noscsi.inf", "Vendor:ATA Model:" + kUnwatchedModel + "\n");
+    writeDataFile("noscsi.inf", "Vendor:ATA Model:" + kUnwatchedModel + "\n");
 }
 
 void removeNoScsiInf()
@@ -150,7 +150,7 @@ void writeEnduranceTable()
     for (const int bound : kLevelBounds) {
         line += "," + std::to_string(bound);
     }
-    writeFile("tavm2ssd.inf", "[Endurance Remaining]\n" + line + "\n");
+    writeDataFile("tavm2ssd.inf", "[Endurance Remaining]\n" + line + "\n");
 }
 
 int enduranceLevel(uint64_t figure)

@@ -34,6 +34,9 @@ struct Facts {
     const Device &at(const std::string &address) const; // ends the test if it does not exist
 };
 
+// The disk that is pulled out and plugged in.
+inline const char *const kPlugged = "1:0:0:0";
+
 // What the oracle found before the test began.
 Facts readFacts();
 
@@ -55,6 +58,8 @@ void switchSmart(const std::string &address, bool on);
 
 // Vendor and model of the disk in noscsi.inf.
 inline const std::string kUnwatchedModel = "UNWATCHED";
+
+inline const char *const kOptionsFile = "/opt/qlm/tavkit_sa/data/options.inf";
 
 void writeStorageInf(const std::vector<std::string> &furtherDrivers = {});
 void writeNoScsiInf();

@@ -15,8 +15,6 @@
 namespace vm {
 namespace {
 
-const char *const kPlugged = "1:0:0:0";
-const char *const kOptionsFile = "/opt/qlm/tavkit_sa/data/options.inf";
 const char *const kBookFile = "/opt/qlm/tavkit_sa/data/tavstrgdisks.dat";
 constexpr double kSoon = 5; // seconds
 constexpr int kBurst = 100;
@@ -46,12 +44,6 @@ unsigned long wakeUps()
         }
     }
     return sum;
-}
-
-// Passes that have ended.
-size_t passes(const Session &session)
-{
-    return session.traced("- sleep[");
 }
 
 // Waits until no pass has ended for two seconds.

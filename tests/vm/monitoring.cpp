@@ -10,7 +10,6 @@
 namespace vm {
 namespace {
 
-const char *const kPlugged = "1:0:0:0";      // pulled out and plugged in while the thread runs
 const char *const kOtherPlugged = "2:0:0:0"; // while it does not
 const char *const kThread = "TAV_StorageThread";
 
@@ -53,12 +52,6 @@ std::string threadState(Session &session)
     const broker::Value *const running =
         reply.instances.empty() ? nullptr : reply.instances.front().find("ThreadRunning");
     return running == nullptr ? reply.message : running->toString();
-}
-
-// Passes that have come to their end in this session.
-size_t passes(const Session &session)
-{
-    return session.traced("- sleep[");
 }
 
 void start(Session &session, const std::string &what)

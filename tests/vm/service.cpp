@@ -26,14 +26,13 @@ namespace {
 using Json = nlohmann::json;
 using tool::testing_support::Datagrams;
 
-const char *const kPlugged = "1:0:0:0";
 const char *const kLines = "/tmp/service/events";
 const char *const kMetrics = "/tmp/service/disks.prom";
 const char *const kConfig = "/tmp/service/monitor.conf";
 const char *const kNotify = "/tmp/service/notify";
 constexpr unsigned kUnit[] = {CAP_SYS_RAWIO, CAP_SYS_ADMIN, CAP_DAC_READ_SEARCH}; // CapabilityBoundingSet of the unit
 constexpr unsigned kAll = ~0U;
-constexpr int kBurst = 100;
+constexpr int kReports = 100;
 constexpr size_t kDisks = 24;
 constexpr long kMostKilobytes = 6144;
 
@@ -74,7 +73,7 @@ int statusOf(pid_t process)
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-Json disksOf(const std::string &file)
+Json disksIn(const std::string &file)
 {
     std::ifstream stream(file);
     const Json json = Json::parse(stream, nullptr, false);
@@ -126,16 +125,16 @@ void rightsOfTheUnit()
     const Json asRoot = Json::parse(outputOf("/test/bin/tavstrg --json disks"), nullptr, false);
     statusOf(startRestricted(list, kAll));
     check("the rights of the unit are enough", states(asRoot.value("disks", Json::array())),
-          states(disksOf("/tmp/service/disks.json")));
+          states(disksIn("/tmp/service/disks.json")));
     statusOf(startRestricted(list, CAP_SYS_RAWIO));
-    check("without CAP_SYS_RAWIO no ATA disk is asked", true, allUnknown(disksOf("/tmp/service/disks.json"), "ata"));
-    check("... and NVMe disks are", false, allUnknown(disksOf("/tmp/service/disks.json"), "nvme"));
+    check("without CAP_SYS_RAWIO no ATA disk is asked", true, allUnknown(disksIn("/tmp/service/disks.json"), "ata"));
+    check("... and NVMe disks are", false, allUnknown(disksIn("/tmp/service/disks.json"), "nvme"));
     statusOf(startRestricted(list, CAP_SYS_ADMIN));
-    check("without CAP_SYS_ADMIN no NVMe disk is asked", true, allUnknown(disksOf("/tmp/service/disks.json"), "nvme"));
-    check("... and ATA disks are", false, allUnknown(disksOf("/tmp/service/disks.json"), "ata"));
+    check("without CAP_SYS_ADMIN no NVMe disk is asked", true, allUnknown(disksIn("/tmp/service/disks.json"), "nvme"));
+    check("... and ATA disks are", false, allUnknown(disksIn("/tmp/service/disks.json"), "ata"));
     statusOf(startRestricted(list, CAP_DAC_READ_SEARCH));
     check("without CAP_DAC_READ_SEARCH the disk of another user's node is not asked", "not permitted to ask; root is",
-          reasonOf(disksOf("/tmp/service/disks.json"), node));
+          reasonOf(disksIn("/tmp/service/disks.json"), node));
     check("the node is root's again", true, chown(node.c_str(), 0, 0) == 0);
 }
 
@@ -193,12 +192,12 @@ void disksThatComeAndGo(Datagrams &notify, const std::string &before)
           waitUntil([&] { return kinds() == before + space + "removed added"; }));
     passesUntilQuiet(notify);
     const std::string file = "/sys/block/" + diskAt(kPlugged) + "/uevent";
-    for (int i = 0; i < kBurst; ++i) {
+    for (int i = 0; i < kReports; ++i) {
         std::ofstream(file) << "add";
     }
     const size_t passes = passesUntilQuiet(notify);
     check("a burst of uevents makes a pass or two", true, passes == 1 || passes == 2);
-    for (int i = 0; i < kBurst; ++i) {
+    for (int i = 0; i < kReports; ++i) {
         std::ofstream(file) << "change";
     }
     check("what udev reports of a pass makes none", size_t{0}, passesUntilQuiet(notify));

@@ -127,6 +127,11 @@ std::string Session::failuresTraced() const
     return failures;
 }
 
+size_t passes(const Session &session)
+{
+    return session.traced("- sleep[");
+}
+
 bool savedStateExists()
 {
     return fs::exists(kSavedState);

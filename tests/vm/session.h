@@ -34,6 +34,9 @@ private:
     size_t traceStart_; // in the file, which all sessions of a process share
 };
 
+// Passes of the monitoring thread that have ended in a session.
+size_t passes(const Session &session);
+
 bool savedStateExists();
 void forgetSavedState();
 

@@ -20,7 +20,6 @@ namespace fs = std::filesystem;
 
 const std::string kSleeper = "1:0:0:0";
 const std::string kPower = "/sys/bus/scsi/devices/" + kSleeper + "/power/";
-const char *const kOptions = "/opt/qlm/tavkit_sa/data/options.inf";
 
 void writeFile(const std::string &path, const std::string &text)
 {
@@ -105,7 +104,7 @@ void threePasses(Session &session, size_t disks)
 void withTheLines(const std::string &lines, const Facts &facts, size_t disks)
 {
     const std::string what = " with " + lines.substr(0, lines.find('\n'));
-    writeFile(kOptions, lines);
+    writeFile(kOptionsFile, lines);
     forgetSavedState();
     Session session;
     check("the disks are asked while they are awake" + what, disks, hardDisks(*session));
@@ -146,7 +145,7 @@ void sleeping()
     withTheLines("sleeping-disks\n", facts, disks);
     withTheLines("all\n", facts, disks);
 
-    writeFile(kOptions, "smart-state\n");
+    writeFile(kOptionsFile, "smart-state\n");
     forgetSavedState();
     Session session;
     NodeWatch nodes;
@@ -155,7 +154,7 @@ void sleeping()
     check("with smart-state nodes are opened", true, nodes.opens > 0);
     check("but none is closed after writing", 0, nodes.closesAfterWrite);
     check("every disk's SMART status was read", true, session.traced("sata SMART status is OK!") >= disks);
-    fs::remove(kOptions);
+    fs::remove(kOptionsFile);
 }
 
 } // namespace vm

@@ -205,7 +205,6 @@ std::vector<uint8_t> smartLog(uint8_t address)
 
 namespace {
 
-constexpr uint8_t kStatisticsLog = 4;
 constexpr size_t kStatisticsPages = 8;
 
 bool hasPage(const StatisticsDescription &statistics, uint8_t page)

@@ -23,7 +23,9 @@ std::vector<uint8_t> smartThresholds(const SmartDescription &smart);
 // entry. Empty if there is no such log.
 std::vector<uint8_t> smartLog(uint8_t address);
 
-// The whole general-purpose log at an address (READ LOG EXT): the directory (0), or device statistics (4). Empty if
+constexpr uint8_t kStatisticsLog = 4; // address of the device statistics
+
+// The whole general-purpose log at an address (READ LOG EXT): the directory (0), or device statistics. Empty if
 // there is no such log.
 std::vector<uint8_t> generalLog(const DeviceDescription &device, uint8_t address);
 

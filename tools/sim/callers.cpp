@@ -21,7 +21,7 @@ namespace sim {
 
 namespace {
 
-constexpr size_t kKinds = static_cast<size_t>(Call::count);
+constexpr size_t kCallKinds = static_cast<size_t>(Call::count);
 
 struct Range {
     uintptr_t begin, end;
@@ -39,8 +39,8 @@ struct Ranges {
 };
 
 constinit std::atomic<const Ranges *> counted{nullptr};
-constinit std::array<std::atomic<unsigned>, kKinds> made{};
-constinit std::array<std::atomic<unsigned>, kKinds> armed{}; // calls until the one that fails; 0: disarmed
+constinit std::array<std::atomic<unsigned>, kCallKinds> made{};
+constinit std::array<std::atomic<unsigned>, kCallKinds> armed{}; // calls until the one that fails; 0: disarmed
 constinit std::atomic<bool> failed{false};
 constinit std::atomic<bool> everyCaller{false};
 

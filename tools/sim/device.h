@@ -85,6 +85,12 @@ RequestKind kindOfAta(uint8_t command, uint8_t features);
 
 AtaReply ataCommand(Device &device, const AtaRegisters &registers);
 ScsiReply scsiCommand(Device &device, std::span<const uint8_t> cdb, std::span<const uint8_t> dataOut);
+// Commands that wake no disk and so concern its power conditions too.
+constexpr uint8_t kTestUnitReady = 0x00;
+constexpr uint8_t kRequestSense = 0x03;
+constexpr uint8_t kInquiry = 0x12;
+constexpr uint8_t kCheckPowerMode = 0xE5; // ATA
+
 // The mode and log page commands, and REQUEST SENSE.
 ScsiReply pageCommand(Device &device, std::span<const uint8_t> cdb, std::span<const uint8_t> dataOut);
 

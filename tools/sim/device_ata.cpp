@@ -11,10 +11,8 @@ namespace {
 
 constexpr uint8_t kIdentifyDevice = 0xEC;
 constexpr uint8_t kIdentifyPacketDevice = 0xA1;
-constexpr uint8_t kCheckPowerMode = 0xE5;
 constexpr uint8_t kReadLogExt = 0x2F;
 constexpr uint8_t kReadLogDmaExt = 0x47;
-constexpr uint8_t kStatisticsLog = 0x04; // address of a log
 constexpr uint8_t kSmart = 0xB0;
 constexpr uint8_t kSmartReadData = 0xD0;
 constexpr uint8_t kSmartReadThresholds = 0xD1;

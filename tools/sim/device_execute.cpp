@@ -2,6 +2,7 @@
 // Execution of requests to a device node: SCSI commands in their two ioctls, ATA commands in theirs, and the requests
 // that the kernel answers by itself.
 #include "sim/ata_sectors.h"
+#include "sim/failed_with.h"
 #include "sim/requests.h"
 
 #include <algorithm>
@@ -15,12 +16,6 @@
 namespace sim {
 
 namespace {
-
-int failWith(int error)
-{
-    errno = error;
-    return -1;
-}
 
 template <class T> int replyWith(void *argument, T value)
 {
@@ -71,7 +66,7 @@ const RecordedReply *recordedReply(const Device &device, const sg_io_hdr_t &head
 int replay(const RecordedReply &reply, sg_io_hdr_t &header)
 {
     if (reply.errorNumber != 0) {
-        return failWith(reply.errorNumber);
+        return failedWith(reply.errorNumber);
     }
     const bool in = header.dxfer_direction == SG_DXFER_FROM_DEV && header.dxferp != nullptr;
     const size_t moved = in ? std::min<size_t>(reply.data.size(), header.dxfer_len) : 0;
@@ -92,10 +87,10 @@ int replay(const RecordedReply &reply, sg_io_hdr_t &header)
 int genericIo(Device &device, sg_io_hdr_t &header, const Fault &fault)
 {
     if (device.is.isIde() || header.cmdp == nullptr || header.cmd_len == 0) {
-        return failWith(EINVAL);
+        return failedWith(EINVAL);
     }
     if (header.interface_id != 'S') {
-        return failWith(ENOSYS);
+        return failedWith(ENOSYS);
     }
     header.status = header.masked_status = header.msg_status = header.sb_len_wr = 0;
     header.host_status = header.driver_status = 0;
@@ -129,10 +124,10 @@ int genericIo(Device &device, sg_io_hdr_t &header, const Fault &fault)
 int sendCommand(Device &device, SendCommand &command, const Fault &fault)
 {
     if (device.is.isIde()) {
-        return failWith(EINVAL);
+        return failedWith(EINVAL);
     }
     if (fault.hostStatus != 0 || fault.driverStatus != 0) {
-        return failWith(EIO);
+        return failedWith(EIO);
     }
     const std::span<const uint8_t> cdb = sentCdb(command);
     ScsiReply reply;
@@ -159,7 +154,7 @@ int sendCommand(Device &device, SendCommand &command, const Fault &fault)
 int driveCommand(Device &device, uint8_t *block)
 {
     if (!device.is.ata) {
-        return failWith(EINVAL);
+        return failedWith(EINVAL);
     }
     constexpr uint8_t kSmart = 0xB0;
     const bool smart = block[0] == kSmart;
@@ -182,14 +177,14 @@ int driveCommand(Device &device, uint8_t *block)
         block[1] = reply.error;
         block[2] = device.is.isIde() && smart && data ? 1 : reply.registers.count;
     }
-    return reply.failed() ? failWith(EIO) : 0;
+    return reply.failed() ? failedWith(EIO) : 0;
 }
 
 // Command, feature, sector count, sector number, cylinder low, cylinder high, select.
 int driveTask(Device &device, uint8_t *block)
 {
     if (!device.is.ata) {
-        return failWith(EINVAL);
+        return failedWith(EINVAL);
     }
     const AtaRegisters registers{block[1], block[2], block[3], block[4], block[5], block[6], block[0]};
     const AtaReply reply = ataCommand(device, registers);
@@ -203,7 +198,7 @@ int driveTask(Device &device, uint8_t *block)
                                 static_cast<uint8_t>(device.is.isIde() ? 0xA0 : 0)};
         std::copy(std::begin(back), std::end(back), block);
     }
-    return reply.failed() ? failWith(EIO) : 0;
+    return reply.failed() ? failedWith(EIO) : 0;
 }
 
 // ---- requests that the kernel answers by itself ----
@@ -212,7 +207,7 @@ int replyAddress(const Device &device, void *argument)
 {
     const DeviceDescription &is = device.is;
     if (is.isIde()) {
-        return failWith(EINVAL);
+        return failedWith(EINVAL);
     }
     struct {
         uint32_t word, hostUniqueId;
@@ -225,10 +220,10 @@ int replyAddress(const Device &device, void *argument)
 int replyGeometry(const Device &device, void *argument)
 {
     if (!device.is.hasBlocks()) {
-        return failWith(EINVAL);
+        return failedWith(EINVAL);
     }
     if (!device.is.geometry || device.is.type == kCdrom) {
-        return failWith(ENOTTY);
+        return failedWith(ENOTTY);
     }
     const Geometry &geometry = *device.is.geometry;
     hd_geometry reply{};
@@ -240,7 +235,7 @@ int replyGeometry(const Device &device, void *argument)
 
 int replyIdentity(const Device &device, void *argument)
 {
-    return device.is.ata ? replyWith(argument, identityForIoctl(device.is, device.smartEnabled)) : failWith(EINVAL);
+    return device.is.ata ? replyWith(argument, identityForIoctl(device.is, device.smartEnabled)) : failedWith(EINVAL);
 }
 
 } // namespace
@@ -250,7 +245,7 @@ int executeRequest(Device &device, unsigned long number, void *argument, const F
     const bool toScsi = number == SG_IO || number == kSendCommand;
     const bool toNvme = number == NVME_IOCTL_ADMIN_CMD && fault.nvmeStatus != 0;
     if (fault.errorNumber != 0 || (fault.fails() && !toScsi && !toNvme)) {
-        return failWith(fault.errorNumber != 0 ? fault.errorNumber : EIO);
+        return failedWith(fault.errorNumber != 0 ? fault.errorNumber : EIO);
     }
     switch (number) {
     case SG_IO:
@@ -264,7 +259,7 @@ int executeRequest(Device &device, unsigned long number, void *argument, const F
     case kGetIdlun:
         return replyAddress(device, argument);
     case kGetBusNumber:
-        return device.is.isIde() ? failWith(EINVAL) : replyWith(argument, device.is.host);
+        return device.is.isIde() ? failedWith(EINVAL) : replyWith(argument, device.is.host);
     case HDIO_GET_IDENTITY:
         return replyIdentity(device, argument);
     case HDIO_GETGEO:
@@ -276,7 +271,7 @@ int executeRequest(Device &device, unsigned long number, void *argument, const F
         break;
     }
     if (!device.is.hasBlocks()) {
-        return failWith(EINVAL);
+        return failedWith(EINVAL);
     }
     if (number == BLKSSZGET) {
         return replyWith(argument, static_cast<int>(device.is.sectorSize));

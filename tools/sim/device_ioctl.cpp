@@ -2,6 +2,7 @@
 // Requests to a device node: their kinds, faults and delays, the log.
 #include "sim/device.h"
 #include "sim/device_plan.h"
+#include "sim/failed_with.h"
 #include "sim/requests.h"
 #include "sim/state.h"
 
@@ -80,12 +81,6 @@ Request decode(unsigned long number, void *argument)
         request.known = false;
     }
     return request;
-}
-
-int failWith(int error)
-{
-    errno = error;
-    return -1;
 }
 
 // The kernel aborts a command after its timeout and reports this as a transport status.
@@ -183,13 +178,13 @@ int answer(Device &device, unsigned long number, void *argument)
         std::unique_lock held(model());
         MachineState *machine = currentMachine();
         if (device.gone || machine == nullptr) {
-            result = failWith(ENODEV);
+            result = failedWith(ENODEV);
         } else if (argument == nullptr) {
-            result = failWith(EFAULT);
+            result = failedWith(EFAULT);
         } else if (const Request request = decode(number, argument);
                    !request.known || !isOfDriver(device.is, request)) {
             machine->unknownIoctls += request.known ? 0 : 1;
-            result = failWith(ENOTTY);
+            result = failedWith(ENOTTY);
         } else {
             count(*machine, device, request.kind);
             keepInLog(*machine, device, request);
@@ -200,7 +195,7 @@ int answer(Device &device, unsigned long number, void *argument)
                 plan = timedOut(limit);
             }
             waitOut(held, device, plan);
-            result = device.gone ? failWith(ENODEV) : executeRequest(device, number, argument, plan.failure);
+            result = device.gone ? failedWith(ENODEV) : executeRequest(device, number, argument, plan.failure);
         }
         error = errno;
     }

@@ -17,8 +17,8 @@ constexpr uint8_t kGetLogPage = 0x02;
 constexpr uint8_t kIdentify = 0x06;
 
 // Status code type and status code, with "do not retry".
-constexpr int kInvalidOpcode = 0x4001;
-constexpr int kInvalidField = 0x4002;
+constexpr int kInvalidNvmeOpcode = 0x4001;
+constexpr int kInvalidNvmeField = 0x4002;
 constexpr int kInvalidNamespace = 0x400B;
 constexpr int kInvalidLogPage = 0x4109;
 
@@ -50,7 +50,7 @@ NvmeReply identify(const NvmeController &controller, const nvme_admin_cmd &comma
     case kDescriptors:
         return space == nullptr ? NvmeReply{kInvalidNamespace, {}} : NvmeReply{0, namespaceDescriptors(*space)};
     default:
-        return {kInvalidField, {}};
+        return {kInvalidNvmeField, {}};
     }
 }
 
@@ -61,12 +61,12 @@ NvmeReply getLogPage(const NvmeController &controller, const nvme_admin_cmd &com
         return {kInvalidLogPage, {}};
     }
     if (command.nsid != 0 && command.nsid != kAllNamespaces) { // no log of a namespace
-        return {kInvalidField, {}};
+        return {kInvalidNvmeField, {}};
     }
     const uint64_t offset = command.cdw12 | uint64_t{command.cdw13} << 32;
     const size_t words = (command.cdw10 >> 16 | size_t{command.cdw11 & 0xFFFF} << 16) + 1;
     if (offset > page->size()) {
-        return {kInvalidField, {}};
+        return {kInvalidNvmeField, {}};
     }
     page->erase(page->begin(), page->begin() + static_cast<std::ptrdiff_t>(offset));
     page->resize(std::min(page->size(), 4 * words));
@@ -81,7 +81,7 @@ NvmeReply adminCommand(const NvmeController &controller, const nvme_admin_cmd &c
     case kGetLogPage:
         return getLogPage(controller, command);
     default:
-        return {kInvalidOpcode, {}};
+        return {kInvalidNvmeOpcode, {}};
     }
 }
 

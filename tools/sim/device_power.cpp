@@ -10,12 +10,8 @@ constexpr uint8_t kStandbyImmediate = 0xE0;
 constexpr uint8_t kIdleImmediate = 0xE1;
 constexpr uint8_t kStandby = 0xE2;
 constexpr uint8_t kIdle = 0xE3;
-constexpr uint8_t kCheckPowerMode = 0xE5;
 constexpr uint8_t kSleep = 0xE6;
 
-constexpr uint8_t kTestUnitReady = 0x00;
-constexpr uint8_t kRequestSense = 0x03;
-constexpr uint8_t kInquiry = 0x12;
 constexpr uint8_t kReportLuns = 0xA0;
 
 // Standby timer periods of ACS-3: 5 seconds, half hours, and some fixed ones.

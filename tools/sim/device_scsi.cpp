@@ -12,9 +12,6 @@ namespace sim {
 
 namespace {
 
-constexpr uint8_t kTestUnitReady = 0x00;
-constexpr uint8_t kRequestSense = 0x03;
-constexpr uint8_t kInquiry = 0x12;
 constexpr uint8_t kModeSelect6 = 0x15;
 constexpr uint8_t kModeSense6 = 0x1A;
 constexpr uint8_t kLogSense = 0x4D;

@@ -9,6 +9,7 @@
 #include "sim/api.h"
 #include "sim/callers.h"
 #include "sim/descriptors.h"
+#include "sim/failed_with.h"
 #include "sim/paths.h"
 #include "sim/real.h"
 #include "sim/state.h"
@@ -25,12 +26,6 @@
 #define SIM_IS_PRODUCT(function) ::sim::isProduct(__builtin_return_address(0), function)
 
 namespace sim {
-
-template <class T = int> T failedWith(int error, T value = T(-1))
-{
-    errno = error;
-    return value;
-}
 
 // Null: nobody listens.
 DeviceListener *deviceListener();

@@ -15,7 +15,7 @@ struct Kept {
     const Kept *before;
 };
 constinit const Kept *kept = nullptr;
-constinit std::atomic<const std::vector<Redirection> *> current{nullptr};
+constinit std::atomic<const std::vector<Redirection> *> currentRedirections{nullptr};
 
 // "/a/b" applies to itself, to "/a/b/c" and to "/a/b.tmp", not to "/a/bc".
 bool applies(std::string_view from, std::string_view path)
@@ -29,16 +29,16 @@ bool applies(std::string_view from, std::string_view path)
 void redirect(std::vector<Redirection> redirections)
 {
     if (redirections.empty()) {
-        current.store(nullptr);
+        currentRedirections.store(nullptr);
         return;
     }
     kept = new Kept{std::move(redirections), kept};
-    current.store(&kept->redirections);
+    currentRedirections.store(&kept->redirections);
 }
 
 bool redirected(const char *path, char *buffer, size_t size)
 {
-    const std::vector<Redirection> *list = current.load(std::memory_order_acquire);
+    const std::vector<Redirection> *list = currentRedirections.load(std::memory_order_acquire);
     if (list == nullptr || path == nullptr) {
         return false;
     }

@@ -141,6 +141,13 @@ void addLink(Tree &tree, const TreePath &link, const TreePath &target)
     tree[link] = {Node::link, target.relativeTo(link)};
 }
 
+std::string padded(const std::string &text, size_t length)
+{
+    std::string result = text.substr(0, length);
+    result.resize(length, ' ');
+    return result;
+}
+
 std::string realPath(const std::string &root, const TreePath &path)
 {
     return root + path.text();

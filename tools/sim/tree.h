@@ -48,4 +48,7 @@ void putFile(const std::string &path, const std::string &content, unsigned mode 
 void putLink(const std::string &path, const std::string &target);
 void putDirectory(const std::string &path);
 
+// A text of the device as the kernel shows it: cut or filled with blanks to a length.
+std::string padded(const std::string &text, size_t length);
+
 } // namespace sim

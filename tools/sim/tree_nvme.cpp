@@ -13,13 +13,6 @@ namespace sim {
 
 namespace {
 
-std::string padded(const std::string &text, size_t length)
-{
-    std::string result = text.substr(0, length);
-    result.resize(length, ' ');
-    return result;
-}
-
 std::string spaced(const std::vector<uint8_t> &bytes)
 {
     std::string text;

@@ -28,13 +28,6 @@ TreePath scsiHosts()
     return TreePath("/sys/class/scsi_host");
 }
 
-std::string padded(const std::string &text, size_t length)
-{
-    std::string result = text.substr(0, length);
-    result.resize(length, ' ');
-    return result;
-}
-
 // The directory of each host in the tree of devices: SATA drivers have a port per host, USB storage an interface,
 // others the function of a PCI card.
 class HostPlaces {

@@ -3,6 +3,7 @@
 #include "sim/uevents.h"
 
 #include "sim/descriptors.h"
+#include "sim/failed_with.h"
 #include "sim/paths.h"
 #include "sim/thread.h"
 
@@ -47,12 +48,6 @@ std::map<int, Listener> &listeners()
 }
 
 constinit std::atomic<uint64_t> sequence{0};
-
-int failWith(int error)
-{
-    errno = error;
-    return -1;
-}
 
 bool isPortTaken(uint32_t port)
 {
@@ -249,16 +244,16 @@ int bindEventSocket(int descriptor, const sockaddr *address, socklen_t length)
 {
     sockaddr_nl wanted{};
     if (address == nullptr || length < sizeof wanted) {
-        return failWith(EINVAL);
+        return failedWith(EINVAL);
     }
     std::memcpy(&wanted, address, sizeof wanted);
     const std::lock_guard held(guarding);
     Listener &listener = listeners()[descriptor];
     if (wanted.nl_family != AF_NETLINK || (listener.port != 0 && listener.port != wanted.nl_pid)) {
-        return failWith(EINVAL);
+        return failedWith(EINVAL);
     }
     if (wanted.nl_pid != 0 && listener.port == 0 && isPortTaken(wanted.nl_pid)) {
-        return failWith(EADDRINUSE);
+        return failedWith(EADDRINUSE);
     }
     if (listener.port == 0) {
         listener.port = wanted.nl_pid != 0 ? wanted.nl_pid : freePort();
@@ -270,7 +265,7 @@ int bindEventSocket(int descriptor, const sockaddr *address, socklen_t length)
 int nameOfEventSocket(int descriptor, sockaddr *address, socklen_t *length)
 {
     if (address == nullptr || length == nullptr) {
-        return failWith(EFAULT);
+        return failedWith(EFAULT);
     }
     const std::lock_guard held(guarding);
     const Listener &listener = listeners()[descriptor];
@@ -287,7 +282,7 @@ int setEventSocketOption(int descriptor, int level, int option, const void *valu
 {
     int number = 0;
     if (value == nullptr || length < sizeof number) {
-        return failWith(EINVAL);
+        return failedWith(EINVAL);
     }
     std::memcpy(&number, value, sizeof number);
     constexpr int kNetlink = 270; // SOL_NETLINK
@@ -313,12 +308,12 @@ ssize_t receiveEvent(int descriptor, msghdr &message, int flags, ssize_t (*recei
         Listener &listener = listeners()[descriptor];
         credentials = listener.credentials;
         if (std::exchange(listener.overrun, false)) {
-            return failWith(ENOBUFS);
+            return failedWith(ENOBUFS);
         }
     }
     constexpr size_t kMostParts = 16;
     if (message.msg_iovlen > kMostParts - 1) {
-        return failWith(EMSGSIZE);
+        return failedWith(EMSGSIZE);
     }
     Sender sender{};
     std::array<iovec, kMostParts> parts{iovec{&sender, sizeof sender}};

@@ -76,18 +76,20 @@ Metric oneSample(std::string name, std::string_view help, double value, const La
 
 void addPass(std::vector<Metric> &metrics, const Disks &disks, const PassFigures &pass)
 {
-    metrics.push_back(oneSample("tavstrg_build_info", "Version of the program. Always 1.", 1, {{"version", TAV_VERSION}}));
-    metrics.push_back(oneSample("tavstrg_pass_success", "Whether the last pass over the disks succeeded.", pass.success));
+    metrics.push_back(
+        oneSample("tavstrg_build_info", "Version of the program. Always 1.", 1, {{"version", TAV_VERSION}}));
+    metrics.push_back(
+        oneSample("tavstrg_pass_success", "Whether the last pass over the disks succeeded.", pass.success));
     if (pass.seconds) {
         metrics.push_back(oneSample("tavstrg_pass_duration_seconds", "Duration of the last pass.", *pass.seconds));
     }
     if (pass.lastSuccess) {
         metrics.push_back(oneSample("tavstrg_last_success_timestamp_seconds",
-                                 "End of the last pass that succeeded, in seconds since 1970.",
-                                 static_cast<double>(pass.lastSuccess.value)));
+                                    "End of the last pass that succeeded, in seconds since 1970.",
+                                    static_cast<double>(pass.lastSuccess.value)));
         metrics.push_back(oneSample("tavstrg_disks",
-                                 "Disks in the last pass that succeeded; a multipath disk counts once.",
-                                 static_cast<double>(disks.size())));
+                                    "Disks in the last pass that succeeded; a multipath disk counts once.",
+                                    static_cast<double>(disks.size())));
     }
 }
 
