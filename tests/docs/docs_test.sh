@@ -136,7 +136,7 @@ is_true() {
     fi
     # A command of the tool.
     if [[ $quote =~ ^tavstrg\ (--)?([a-z-]+) ]]; then
-        grep -qE -- "add_(subcommand|option|flag)\(\"${BASH_REMATCH[1]}${BASH_REMATCH[2]}\"" "$work/corpus"
+        grep -qE -- "(add_(option|flag)\(|\{Command::[a-zA-Z]+, )\"${BASH_REMATCH[1]}${BASH_REMATCH[2]}\"" "$work/corpus"
         return
     fi
     grep -qF -- "$quote" "$work/corpus" || grep -qF -- "$(without_values <<<"$quote")" "$work/formats"
@@ -202,7 +202,7 @@ check_events() {
 
 # check_commands PAGE: rows that begin with `tavstrg COMMAND are the tool's commands.
 check_commands() {
-    diff <(sed -nE 's/.*add_subcommand\("([a-z-]+)".*/\1/p' "$tree"/tools/tavstrg/*.cpp | sort) \
+    diff <(sed -nE 's/^ *\{Command::[a-zA-Z]+, "([a-z-]+)",.*/\1/p' "$tree"/tools/tavstrg/*.cpp | sort) \
         <(sed -nE 's/^\| `tavstrg ([a-z-]+).*/\1/p' "$1" | sort) >&2 || problem "$1: these are not the tool's commands"
 }
 
