@@ -20,7 +20,7 @@ constexpr uint8_t kStatisticsPages[] = {1, 5, 7}; // general, temperature, solid
 // The power state; a transport that failed is reported in error. A disk that refuses the command is awake.
 PowerState readPower(int fd, int &error)
 {
-    const Exchange reply = exchange(fd, kCheckPowerModeCdb);
+    const Exchange reply = exchangeScsi(fd, kCheckPowerModeCdb);
     error = reply.error;
     const std::optional<AtaRegisters> registers = registersOf(reply.sense());
     return registers && !failed(*registers) ? powerOf(registers->count) : PowerState::unknown;
@@ -50,7 +50,7 @@ void takeIdentity(const AtaIdentity &identity, Disk &disk)
 
 AtaReport readStatus(int fd, int &error)
 {
-    const Exchange reply = exchange(fd, kSmartStatusCdb);
+    const Exchange reply = exchangeScsi(fd, kSmartStatusCdb);
     error = reply.error;
     const std::optional<AtaRegisters> registers = registersOf(reply.sense());
     const bool answered = registers && !failed(*registers);
@@ -60,17 +60,17 @@ AtaReport readStatus(int fd, int &error)
 void readStatistics(int fd, Readings &readings)
 {
     Block block;
-    if (!exchange(fd, readLogCdb(kLogDirectory, 0), block).succeeded()) {
+    if (!exchangeScsi(fd, readLogCdb(kLogDirectory, 0), block).succeeded()) {
         return;
     }
     const uint32_t pages = pagesOfLog(block, kDeviceStatistics);
-    if (pages == 0 || !exchange(fd, readLogCdb(kDeviceStatistics, 0), block).succeeded()) {
+    if (pages == 0 || !exchangeScsi(fd, readLogCdb(kDeviceStatistics, 0), block).succeeded()) {
         return;
     }
     const Block supported = block;
     for (const uint8_t page : kStatisticsPages) {
         if (page < pages && listsStatistics(supported, page) &&
-            exchange(fd, readLogCdb(kDeviceStatistics, page), block).succeeded()) {
+            exchangeScsi(fd, readLogCdb(kDeviceStatistics, page), block).succeeded()) {
             takeStatistics(block, page, readings);
         }
     }
@@ -85,9 +85,9 @@ void readSmart(int fd, const AtaIdentity &identity, Disk &disk)
         disk.health = healthOfError(error, disk.name);
         return;
     }
-    if (exchange(fd, kSmartDataCdb, block).succeeded()) {
+    if (exchangeScsi(fd, kSmartDataCdb, block).succeeded()) {
         takeAttributes(block, disk.readings);
-        if (exchange(fd, kSmartThresholdsCdb, block).succeeded()) {
+        if (exchangeScsi(fd, kSmartThresholdsCdb, block).succeeded()) {
             takeThresholds(block, disk.readings);
         }
     }
@@ -122,7 +122,7 @@ void askAta(int fd, Disk &disk)
     disk.readings = Readings{};
     disk.readings.power = power;
     Block block;
-    const Exchange reply = exchange(fd, kIdentifyCdb, block);
+    const Exchange reply = exchangeScsi(fd, kIdentifyCdb, block);
     const std::optional<AtaIdentity> identity = reply.succeeded() ? identityOf(block) : std::nullopt;
     if (identity) {
         takeIdentity(*identity, disk);

@@ -14,7 +14,7 @@ using Reply = std::array<uint8_t, kScsiReply>;
 PowerState readPower(int fd, int &error)
 {
     std::array<uint8_t, kPageBuffer> sense;
-    const Exchange reply = exchange(fd, requestSenseCdb(), sense);
+    const Exchange reply = exchangeScsi(fd, requestSenseCdb(), sense);
     error = reply.error;
     return reply.succeeded() ? powerOfSense(sense) : PowerState::unknown;
 }
@@ -22,7 +22,7 @@ PowerState readPower(int fd, int &error)
 bool announcesAta(int fd)
 {
     Reply pages;
-    return exchange(fd, inquiryCdb(kSupportedVpdPages), pages).succeeded() &&
+    return exchangeScsi(fd, inquiryCdb(kSupportedVpdPages), pages).succeeded() &&
            listsVpdPage(pages, kAtaInformationVpdPage);
 }
 
@@ -31,15 +31,15 @@ bool announcesAta(int fd)
 bool isSwitchedOff(int fd)
 {
     Reply reply;
-    return exchange(fd, modeSense10Cdb(kExceptionsModePage, kCurrentValues, kScsiReply), reply).succeeded() &&
+    return exchangeScsi(fd, modeSense10Cdb(kExceptionsModePage, kCurrentValues, kScsiReply), reply).succeeded() &&
            exceptionsAreDisabled(reply);
 }
 
 Maybe<uint16_t> readException(int fd, Readings &readings)
 {
     Reply page;
-    return exchange(fd, logSenseCdb(kExceptionsPage, kScsiReply), page).succeeded() ? exceptionOf(page, readings)
-                                                                                    : Maybe<uint16_t>{};
+    return exchangeScsi(fd, logSenseCdb(kExceptionsPage, kScsiReply), page).succeeded() ? exceptionOf(page, readings)
+                                                                                        : Maybe<uint16_t>{};
 }
 
 void readLogs(int fd, Bytes supported, Disk &disk)
@@ -47,7 +47,7 @@ void readLogs(int fd, Bytes supported, Disk &disk)
     Reply page;
     for (const uint8_t code :
          {kTemperaturePage, kStartStopPage, kSolidStatePage, kBackgroundScanPage, kWriteErrorsPage, kReadErrorsPage}) {
-        if (listsPage(supported, code) && exchange(fd, logSenseCdb(code, kScsiReply), page).succeeded()) {
+        if (listsPage(supported, code) && exchangeScsi(fd, logSenseCdb(code, kScsiReply), page).succeeded()) {
             takeLogPage(page, code, disk.readings);
         }
     }
@@ -80,7 +80,7 @@ void askScsi(int fd, Disk &disk)
     disk.readings = Readings{};
     disk.readings.power = power;
     Reply supported;
-    const Exchange reply = exchange(fd, logSenseCdb(kSupportedPages, kScsiReply), supported);
+    const Exchange reply = exchangeScsi(fd, logSenseCdb(kSupportedPages, kScsiReply), supported);
     if (!reply.delivered()) {
         disk.health = healthOfError(reply.error, disk.name);
     } else if (!reply.succeeded()) {

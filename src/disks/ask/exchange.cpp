@@ -22,7 +22,7 @@ bool Exchange::succeeded() const
     return status == kCheckCondition && known && info.sense_key <= kRecoveredError;
 }
 
-Exchange exchange(int fd, std::span<const uint8_t> cdb, std::span<uint8_t> data)
+Exchange exchangeScsi(int fd, std::span<const uint8_t> cdb, std::span<uint8_t> data)
 {
     cancelIfAsked(); // a disk that was set aside gets no further command when it answers after all
     Exchange result;

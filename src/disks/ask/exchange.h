@@ -24,6 +24,6 @@ struct Exchange {
 };
 
 // Sends a command that transfers nothing, or reads into data, which is zero-filled first.
-Exchange exchange(int fd, std::span<const uint8_t> cdb, std::span<uint8_t> data = {});
+Exchange exchangeScsi(int fd, std::span<const uint8_t> cdb, std::span<uint8_t> data = {});
 
 } // namespace tavstrg::disks
